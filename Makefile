@@ -1,0 +1,74 @@
+# Short forms. `make` builds the release preset into build/; the program is build/bin/sds.
+MESH ?= assets/knot.obj
+OUT ?= build/render.png
+ARGS ?=
+JOBS ?= $(shell nproc)
+
+SOURCE_DIRS := host sds render cli tests bench examples tools bindings
+# Recursive on purpose: on a fresh machine ninja is there only once the packages are.
+export CMAKE_GENERATOR = $(if $(shell command -v ninja),Ninja,Unix Makefiles)
+
+sources = $(shell find $(SOURCE_DIRS) \( -name '*.h' -o -name '*.cpp' -o -name '*.inl' \) 2>/dev/null)
+build_preset = cmake --build --preset $(1) -j $(JOBS)
+
+.PHONY: all build render test accuracy bench format check check-format check-layering check-length \
+        tidy asan tsan scalar dependencies clean
+.DELETE_ON_ERROR:
+
+all: build
+
+dependencies:
+	@scripts/install_dependencies.sh
+
+# A configured tree re-configures itself when CMake files or folders change; presets are all it cannot see.
+build/CMakeCache.txt: CMakePresets.json | dependencies
+	cmake --preset release
+	@touch $@
+
+build/%/CMakeCache.txt: CMakePresets.json | dependencies
+	cmake --preset $*
+	@touch $@
+
+build: build/CMakeCache.txt
+	$(call build_preset,release)
+
+render: build/CMakeCache.txt
+	$(call build_preset,release) --target sds
+	build/bin/sds render $(MESH) -o $(OUT) $(ARGS)
+
+test: check-layering build
+	ctest --preset release
+
+# The page is replaced only by a complete run.
+accuracy: build/CMakeCache.txt
+	$(call build_preset,release) --target accuracy
+	build/bin/accuracy $(ARGS) > build/accuracy.md
+	@mkdir -p docs && cp build/accuracy.md docs/accuracy.md && cat docs/accuracy.md
+
+bench: build/CMakeCache.txt
+	$(call build_preset,bench)
+	@set -e; for b in build/bin/bench_*; do echo "== $$b"; $$b $(ARGS); done
+
+format: dependencies
+	$(if $(sources),clang-format -i $(sources))
+
+check: check-format check-layering check-length
+
+check-format: dependencies
+	$(if $(sources),clang-format --dry-run -Werror $(sources))
+
+check-layering: dependencies
+	scripts/check_layering
+
+check-length: dependencies
+	scripts/check_length
+
+tidy: build/tidy/CMakeCache.txt
+	run-clang-tidy -quiet -p build/tidy -j $(JOBS) -extra-arg=-Wno-unknown-warning-option '$(CURDIR)/(host|sds|render|cli)/'
+
+asan tsan scalar: %: build/%/CMakeCache.txt
+	$(call build_preset,$@)
+	ctest --preset $@
+
+clean:
+	rm -rf build

@@ -1,0 +1,58 @@
+# Helpers that every target of this project goes through.
+
+# Sources below `dir` (recursive), re-globbed at build time, so that adding a file needs no edit here.
+function(qn_glob out dir)
+    file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${dir}/*.cpp")
+    set(${out} "${sources}" PARENT_SCOPE)
+endfunction()
+
+# Language level, visibility, warnings and floating-point rules; nothing of it reaches a consumer of the target.
+function(qn_configure_target target)
+    # The build tree is laid out like an installation, so one relative path serves both and either can be moved.
+    get_target_property(type ${target} TYPE)
+    set(rpath "$ORIGIN")
+    if(type STREQUAL "EXECUTABLE")
+        set(rpath "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+    endif()
+    target_compile_features(${target} PUBLIC cxx_std_20)
+    set_target_properties(
+        ${target}
+        PROPERTIES CXX_EXTENSIONS OFF
+                   CXX_VISIBILITY_PRESET hidden
+                   VISIBILITY_INLINES_HIDDEN ON
+                   POSITION_INDEPENDENT_CODE ON
+                   RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin"
+                   LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}"
+                   ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib"
+                   BUILD_WITH_INSTALL_RPATH ON
+                   INSTALL_RPATH "${rpath}")
+    # Contraction would make one expression round differently in two translation units, and the controls
+    # that two patches share must be the same bits.
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -ffp-contract=off)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+        # g++ 12 reports "literal" + std::string as overlapping (its bug 105651).
+        target_compile_options(${target} PRIVATE -Wno-restrict)
+    endif()
+    if(QN_WARNINGS_AS_ERRORS)
+        target_compile_options(${target} PRIVATE -Werror)
+    endif()
+    qn_sanitize_target(${target})
+endfunction()
+
+# Links those of the named targets that exist: a folder without sources yet has no target.
+function(qn_link_available target visibility)
+    foreach(library IN LISTS ARGN)
+        if(TARGET ${library})
+            target_link_libraries(${target} ${visibility} ${library})
+        endif()
+    endforeach()
+endfunction()
+
+# One executable, named `name`, linked to those of the libraries ARGN that exist. Put a library before what it uses:
+# qn_render and qn_cli do not choose between the module and its static twin, the executable does.
+function(qn_add_executable name sources)
+    add_executable(${name} ${sources})
+    qn_configure_target(${name})
+    qn_link_available(${name} PRIVATE ${ARGN})
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+endfunction()

@@ -1,0 +1,4 @@
+// Symbol visibility of the host library.
+#pragma once
+
+#define QN_EXPORT __attribute__((visibility("default")))

@@ -1,0 +1,40 @@
+// Per-thread working memory of the tree traversals.
+#pragma once
+
+#include <cstddef>
+#include <new>
+#include <type_traits>
+
+// One block that grows to the largest request and is kept for later calls. Used by one thread at a time.
+class GasScratch {
+public:
+    GasScratch() = default;
+    GasScratch(const GasScratch&) = delete;
+    GasScratch& operator=(const GasScratch&) = delete;
+    ~GasScratch() { release(); }
+
+    // Uninitialised storage for one T, at a cache-line boundary; its content is lost at the next call with a larger
+    // type. Throws std::bad_alloc on the first use of a size when memory is out.
+    template <class T>
+    T& acquire() {
+        static_assert(std::is_trivially_destructible_v<T> && alignof(T) <= alignment);
+        if (sizeof(T) > m_size) grow(sizeof(T));
+        return *static_cast<T*>(m_block);
+    }
+
+private:
+    static constexpr size_t alignment = 64;
+
+    void grow(size_t size) {
+        void* block = ::operator new (size, std::align_val_t{alignment});
+        release();
+        m_block = block;
+        m_size = size;
+    }
+    void release() {
+        if (m_block != nullptr) ::operator delete (m_block, std::align_val_t{alignment});
+    }
+
+    void* m_block = nullptr;
+    size_t m_size = 0;
+};

@@ -1,0 +1,117 @@
+#include "qn_sys/sys_thread.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <mutex>
+
+#ifdef QN_THREAD_SANITIZER
+#include <sanitizer/tsan_interface.h>
+#endif
+
+namespace {
+
+// What happens before publish() happens before the code after observe(). oneTBB guarantees it already; ThreadSanitizer
+// cannot see that, and is told.
+class HandOver {
+public:
+#ifdef QN_THREAD_SANITIZER
+    void publish() { __tsan_release(this); }
+    void observe() { __tsan_acquire(this); }
+#else
+    void publish() {}
+    void observe() {}
+#endif
+};
+
+}  // namespace
+
+struct SysThreadLock::Impl {
+    std::mutex mutex;
+};
+
+SysThreadLock::SysThreadLock() : m_impl(std::make_unique<Impl>()) {}
+SysThreadLock::~SysThreadLock() = default;
+void SysThreadLock::lock() { m_impl->mutex.lock(); }
+void SysThreadLock::unlock() { m_impl->mutex.unlock(); }
+
+SysThreadTask::~SysThreadTask() = default;
+
+SysThreadTaskManager::SysThreadTaskManager() = default;
+SysThreadTaskManager::~SysThreadTaskManager() { drop_tasks(); }
+
+unsigned int SysThreadTaskManager::get_thread_count() const {
+    const int count = tbb::this_task_arena::max_concurrency();
+    return count > 0 ? static_cast<unsigned int>(count) : 1;
+}
+
+unsigned int SysThreadTaskManager::get_max_thread_count() const { return sys_max_worker_count(); }
+
+void SysThreadTaskManager::add_task(SysThreadTask& task, const bool& owned, const bool& enabled) {
+    if (enabled)
+        m_tasks.add({&task, owned});
+    else if (owned)
+        delete &task;
+}
+
+void SysThreadTaskManager::wait_until_completed() {
+    struct Drop {
+        SysThreadTaskManager& manager;
+        ~Drop() { manager.drop_tasks(); }
+    } drop{*this};
+    sys_parallel_for(m_tasks.get_count(),
+                     [this](unsigned int i, unsigned int worker) { m_tasks[i].task->run(worker); });
+}
+
+void SysThreadTaskManager::drop_tasks() {
+    for (const Entry& entry : m_tasks)
+        if (entry.owned) delete entry.task;
+    m_tasks.clear();
+}
+
+struct SysThreadArena::Impl {
+    explicit Impl(int threads) : arena(threads) {}
+    tbb::task_arena arena;
+};
+
+SysThreadArena::SysThreadArena(const unsigned int& thread_count)
+    : m_impl(std::make_unique<Impl>(thread_count == 0 ? tbb::task_arena::automatic : static_cast<int>(thread_count))) {}
+SysThreadArena::~SysThreadArena() = default;
+unsigned int SysThreadArena::get_thread_count() const {
+    return static_cast<unsigned int>(m_impl->arena.max_concurrency());
+}
+void SysThreadArena::run(void (*function)(void*), void* argument) {
+    HandOver started, finished;
+    started.publish();
+    m_impl->arena.execute([&] {
+        started.observe();
+        function(argument);
+        finished.publish();
+    });
+    finished.observe();
+}
+
+void sys_parallel_for(const unsigned int& count, void (*function)(void*, unsigned int, unsigned int), void* argument) {
+    if (count == 0) return;
+    HandOver started, finished;
+    started.publish();
+    // Isolated: a thread that waits here takes no foreign task, which could come back with the same worker index.
+    tbb::this_task_arena::isolate([&] {
+        tbb::parallel_for(
+            tbb::blocked_range<unsigned int>(0, count, 1),
+            [&](const tbb::blocked_range<unsigned int>& range) {
+                started.observe();
+                const auto worker = static_cast<unsigned int>(tbb::this_task_arena::current_thread_index());
+                for (unsigned int i = range.begin(); i != range.end(); ++i) function(argument, i, worker);
+                finished.publish();
+            },
+            tbb::simple_partitioner());
+    });
+    finished.observe();
+}
+
+unsigned int sys_max_worker_count() {
+    const int count = tbb::this_task_arena::max_concurrency();
+    return count > 0 ? static_cast<unsigned int>(count) + 1 : 2;
+}

@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building, testing and measuring need. Says what it installs; with nothing to do it
+# is silent and quick.
+set -euo pipefail
+
+packages=(
+    build-essential cmake ninja-build pkg-config python3            # build
+    libembree-dev libtbb-dev libtinyobjloader-dev libcli11-dev      # host, renderer, program
+    nlohmann-json3-dev libopenexr-dev libpng-dev
+    libgtest-dev libgmock-dev libosd-dev libbenchmark-dev           # tests and benchmarks
+    clang-format clang-tidy                                         # checks
+)
+
+if ! command -v dpkg-query >/dev/null; then
+    echo "install_dependencies: not a Debian system; what it would install: ${packages[*]}" >&2
+    exit 0
+fi
+
+installed=$(dpkg-query -W -f='${Package} ${db:Status-Status}\n' "${packages[@]}" 2>/dev/null | awk '$2 == "installed" { print $1 }' || true)
+missing=()
+for package in "${packages[@]}"; do
+    grep -qx -- "$package" <<<"$installed" || missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null; then
+        echo "install_dependencies: neither root nor sudo; as root, run: apt-get install ${missing[*]}" >&2
+        exit 1
+    fi
+    as_root=(sudo)
+fi
+
+echo "install_dependencies: installing ${missing[*]}"
+"${as_root[@]}" apt-get update -qq </dev/null
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" </dev/null

@@ -1,0 +1,101 @@
+#include "sds/bezier_mesh/sds_bezier_mesh.h"
+
+#include "sds/bezier_mesh/control_rules.h"
+
+using Vec3f = GMathVec3<float>;
+using BezierPatch = SdsMeshBase::BezierPatch;
+
+SdsBezierMesh::SdsBezierMesh(const unsigned int& patches_in, const unsigned int& vertices, const unsigned int* indices,
+                             const BezierPatch* records, const unsigned int* record_indices)
+    : patch_count(patches_in),
+      vertex_count(vertices),
+      vertex_indices(indices),
+      patch_indices(record_indices),
+      patches(records) {}
+
+SdsBezierMesh::SdsBezierMesh(const unsigned int& vertices, const CoreBasicArray<unsigned int>& quad_indices,
+                             const CoreBasicArray<BezierPatch>& records,
+                             const CoreBasicArray<unsigned int>& record_indices)
+    : SdsBezierMesh(quad_indices.get_count() / 4, vertices, quad_indices.get_data(), records.get_data(),
+                    record_indices.get_data()) {}
+
+SdsBezierMesh::SdsBezierMesh(const unsigned int& patches_in, const unsigned int& vertices, const unsigned int* indices,
+                             const BezierPatch* records, const Vec3f* quad_points, const Vec3f* patch_points,
+                             const unsigned int* record_indices)
+    : SdsBezierMesh(patches_in, vertices, indices, records, record_indices) {
+    set_vertices(quad_points, patch_points);
+}
+
+SdsBezierMesh::SdsBezierMesh(const CoreBasicArray<unsigned int>& quad_indices,
+                             const CoreBasicArray<BezierPatch>& records, const CoreBasicArray<Vec3f>& quad_points,
+                             const CoreBasicArray<Vec3f>& patch_points,
+                             const CoreBasicArray<unsigned int>& record_indices)
+    : SdsBezierMesh(quad_points.get_count(), quad_indices, records, record_indices) {
+    set_vertices(quad_points, patch_points);
+}
+
+const CoreClassInfo& SdsBezierMesh::get_class_info() const { return class_info(); }
+const CoreClassInfo& SdsBezierMesh::class_info() {
+    static const CoreClassInfo& info =
+        CoreClassInfo::new_class("SdsBezierMesh", &destroy_object<SdsBezierMesh>, &CoreBaseType::class_info(),
+                                 []() -> CoreBaseType* { return new (std::nothrow) SdsBezierMesh; });
+    return info;
+}
+
+void SdsBezierMesh::set_vertices(const Vec3f* quad_points, const Vec3f* patch_points) {
+    source_count = 0;
+    add_vertices(quad_points, patch_points, 1.0f);
+}
+
+void SdsBezierMesh::set_vertices(const CoreBasicArray<Vec3f>& quad_points, const CoreBasicArray<Vec3f>& patch_points) {
+    set_vertices(quad_points.get_data(), patch_points.get_data());
+}
+
+void SdsBezierMesh::add_vertices(const Vec3f* quad_points, const Vec3f* patch_points, const float& weight) {
+    quad_vertices[source_count] = quad_points;
+    patch_vertices[source_count] = patch_points != nullptr ? patch_points : quad_points;
+    weights[source_count] = weight;
+    ++source_count;
+    choose_controls();
+}
+
+void SdsBezierMesh::add_vertices(const CoreBasicArray<Vec3f>& quad_points, const CoreBasicArray<Vec3f>& patch_points,
+                                 const float& weight) {
+    add_vertices(quad_points.get_data(), patch_points.get_data(), weight);
+}
+
+void SdsBezierMesh::choose_controls() {
+    if (patches != nullptr)
+        compute_controls = source_count == 1 ? &compute_bezier_controls : &compute_bezier_controls_w;
+    else
+        compute_controls = source_count == 1 ? &compute_linear_controls : &compute_linear_controls_w;
+}
+
+void SdsBezierMesh::compute_bezier_controls(const SdsBezierMesh& mesh, const unsigned int* quad,
+                                            const BezierPatch* patch, Vec3f* out) {
+    const Vec3f* vertices = mesh.quad_vertices[0];
+    const Vec3f* corners = mesh.patch_vertices[0];
+    sds::smooth_controls(
+        quad, *patch, [vertices](unsigned int w) -> const Vec3f& { return vertices[w]; },
+        [corners](unsigned int w) -> const Vec3f& { return corners[w]; }, out);
+}
+
+void SdsBezierMesh::compute_bezier_controls_w(const SdsBezierMesh& mesh, const unsigned int* quad,
+                                              const BezierPatch* patch, Vec3f* out) {
+    sds::smooth_controls(
+        quad, *patch, [&mesh](unsigned int w) { return mesh.get_quad_vertex(w); },
+        [&mesh](unsigned int w) { return mesh.get_patch_vertex(w); }, out);
+}
+
+void SdsBezierMesh::compute_linear_controls(const SdsBezierMesh& mesh, const unsigned int* quad, const BezierPatch*,
+                                            Vec3f* out) {
+    const Vec3f* vertices = mesh.quad_vertices[0];
+    sds::linear_controls(
+        quad, [vertices](unsigned int w) -> const Vec3f& { return vertices[w]; }, out);
+}
+
+void SdsBezierMesh::compute_linear_controls_w(const SdsBezierMesh& mesh, const unsigned int* quad, const BezierPatch*,
+                                              Vec3f* out) {
+    sds::linear_controls(
+        quad, [&mesh](unsigned int w) { return mesh.get_quad_vertex(w); }, out);
+}

@@ -1,0 +1,113 @@
+// SdsBezierMesh: the view that turns one quad of a subdivided mesh into the sixteen control points of a bicubic Bezier
+// patch.
+//
+// It owns nothing: it points at quad indices, patch records and up to four position sources, each an array of quad
+// vertices, an array of patch corners (limit points) and a weight. Copies share the arrays, which must outlive every
+// view. With several sources a control point is the weighted sum of the sources' control points, since the rules are
+// linear.
+//
+// Control order: 4k + j for corner k; see sds/common/control_grid.h. Nothing is validated: patch and vertex indices are
+// in range, at most four sources are added, and controls are asked for only once there is a source. Set up by one
+// thread, read by any number.
+#pragma once
+
+#include "qn_core/core_array.h"
+#include "qn_core/core_base_type.h"
+#include "qn_geometry/geometry_position_array.h"
+#include "qn_gmath/gmath_vec.h"
+#include "sds/common/sds_export.h"
+#include "sds/mesh_base/sds_mesh_base.h"
+
+class SDS_EXPORT SdsBezierMesh : public CoreBaseType {
+public:
+    using Vec3f = GMathVec3<float>;
+    // Writes the controls of a quad (four vertex indices) with its patch record.
+    using ControlFunction = void (*)(const SdsBezierMesh& mesh, const unsigned int* quad,
+                                     const SdsMeshBase::BezierPatch* patch, Vec3f* out);
+
+    static constexpr unsigned int max_source_count = 4;
+
+    SdsBezierMesh() = default;
+    // Topology only: sources are added later.
+    SdsBezierMesh(const unsigned int& patch_count, const unsigned int& vertex_count, const unsigned int* vertex_indices,
+                  const SdsMeshBase::BezierPatch* patches, const unsigned int* patch_indices);
+    SdsBezierMesh(const unsigned int& vertex_count, const CoreBasicArray<unsigned int>& quad_indices,
+                  const CoreBasicArray<SdsMeshBase::BezierPatch>& patches,
+                  const CoreBasicArray<unsigned int>& patch_indices);
+    // One source of weight 1. Null (or empty) patch vertices mean the quad vertices, null (or empty) patches bilinear
+    // patches, null (or empty) patch indices that patch i has record i.
+    SdsBezierMesh(const unsigned int& patch_count, const unsigned int& vertex_count, const unsigned int* vertex_indices,
+                  const SdsMeshBase::BezierPatch* patches, const Vec3f* quad_vertices, const Vec3f* patch_vertices,
+                  const unsigned int* patch_indices);
+    SdsBezierMesh(const CoreBasicArray<unsigned int>& quad_indices,
+                  const CoreBasicArray<SdsMeshBase::BezierPatch>& patches, const CoreBasicArray<Vec3f>& quad_vertices,
+                  const CoreBasicArray<Vec3f>& patch_vertices, const CoreBasicArray<unsigned int>& patch_indices);
+    SdsBezierMesh(const SdsBezierMesh&) = default;
+    SdsBezierMesh& operator=(const SdsBezierMesh&) = default;
+    ~SdsBezierMesh() override = default;
+
+    const CoreClassInfo& get_class_info() const override;
+    static const CoreClassInfo& class_info();
+    size_t get_memory_size() const override { return sizeof(*this); }
+
+    // Makes the view single-source with weight 1.
+    void set_vertices(const Vec3f* quad_vertices, const Vec3f* patch_vertices);
+    void set_vertices(const CoreBasicArray<Vec3f>& quad_vertices, const CoreBasicArray<Vec3f>& patch_vertices);
+    // Adds a source. A single source is read without its weight.
+    void add_vertices(const Vec3f* quad_vertices, const Vec3f* patch_vertices, const float& weight);
+    void add_vertices(const CoreBasicArray<Vec3f>& quad_vertices, const CoreBasicArray<Vec3f>& patch_vertices,
+                      const float& weight);
+
+    const unsigned int& get_patch_count() const { return patch_count; }
+    const unsigned int& get_vertex_count() const { return vertex_count; }
+    const unsigned int& get_source_count() const { return source_count; }
+    const unsigned int* get_vertex_indices() const { return vertex_indices; }
+    const float& get_weight(const unsigned int& source) const { return weights[source]; }
+    const Vec3f* get_quad_vertices(const unsigned int& source) const { return quad_vertices[source]; }
+    const Vec3f* get_patch_vertices(const unsigned int& source) const { return patch_vertices[source]; }
+    // Blended, per vertex.
+    GeometryPositionArray get_quad_vertices() const { return {vertex_count, source_count, quad_vertices, weights}; }
+    GeometryPositionArray get_patch_vertices() const { return {vertex_count, source_count, patch_vertices, weights}; }
+
+    // The record of a patch; null for bilinear patches.
+    const SdsMeshBase::BezierPatch* get_patch(const unsigned int& patch) const {
+        return patches == nullptr ? nullptr : patches + (patch_indices != nullptr ? patch_indices[patch] : patch);
+    }
+    // The sixteen controls of a patch.
+    void get_patch_controls(const unsigned int& patch, Vec3f* out) const {
+        compute_controls(*this, vertex_indices + 4 * size_t{patch}, get_patch(patch), out);
+    }
+
+    // The four routines: smooth or bilinear, one source or several (_w).
+    static void compute_bezier_controls(const SdsBezierMesh& mesh, const unsigned int* quad,
+                                        const SdsMeshBase::BezierPatch* patch, Vec3f* out);
+    static void compute_bezier_controls_w(const SdsBezierMesh& mesh, const unsigned int* quad,
+                                          const SdsMeshBase::BezierPatch* patch, Vec3f* out);
+    static void compute_linear_controls(const SdsBezierMesh& mesh, const unsigned int* quad,
+                                        const SdsMeshBase::BezierPatch* patch, Vec3f* out);
+    static void compute_linear_controls_w(const SdsBezierMesh& mesh, const unsigned int* quad,
+                                          const SdsMeshBase::BezierPatch* patch, Vec3f* out);
+
+private:
+    friend class SdsMeshBase;
+
+    Vec3f get_quad_vertex(const unsigned int& vertex) const { return blend(quad_vertices, vertex); }
+    Vec3f get_patch_vertex(const unsigned int& vertex) const { return blend(patch_vertices, vertex); }
+    Vec3f blend(const Vec3f* const* arrays, unsigned int vertex) const {
+        Vec3f sum = arrays[0][vertex] * weights[0];
+        for (unsigned int s = 1; s < source_count; ++s) sum += arrays[s][vertex] * weights[s];
+        return sum;
+    }
+    void choose_controls();
+
+    unsigned int patch_count = 0;
+    unsigned int vertex_count = 0;
+    unsigned int source_count = 0;
+    const unsigned int* vertex_indices = nullptr;
+    const unsigned int* patch_indices = nullptr;
+    const SdsMeshBase::BezierPatch* patches = nullptr;
+    const Vec3f* quad_vertices[max_source_count] = {};
+    const Vec3f* patch_vertices[max_source_count] = {};
+    float weights[max_source_count] = {};
+    ControlFunction compute_controls = nullptr;
+};

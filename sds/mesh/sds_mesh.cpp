@@ -1,0 +1,112 @@
+#include "sds/mesh/sds_mesh.h"
+
+#include <cmath>
+#include <new>
+
+using Vec3d = GMathVec3<double>;
+
+SdsMesh::SdsMesh(const SdsMesh& other)
+    : GeometryObject(),
+      base(other.base),
+      geometry(other.geometry),
+      maps(other.maps),
+      level(other.level),
+      level_scale(other.level_scale),
+      level_scale_inv(other.level_scale_inv) {}
+
+SdsMesh::~SdsMesh() = default;
+
+void SdsMesh::set(const SdsMeshGeometry& mesh_geometry, const SdsMeshMaps& mesh_maps,
+                  const unsigned int& tessellation_level, AppProgressBar* progress) {
+    base = mesh_geometry.get_base();
+    geometry = &mesh_geometry;
+    maps = &mesh_maps;
+    level = tessellation_level;
+    // Level 0 on a base that took a step gives a shift of 31 and a negative scale; nothing reads it, since level 0 is
+    // the limit surface.
+    const unsigned int shift = (level - (base->get_base_tessellation_level() ? 1u : 0u)) & 31u;
+    level_scale = static_cast<float>(static_cast<int>(1u << shift));
+    level_scale_inv = 1.0f / level_scale;
+    if (progress != nullptr) progress->set_value(1.0f);
+}
+
+const CoreClassInfo& SdsMesh::get_class_info() const { return class_info(); }
+const CoreClassInfo& SdsMesh::class_info() {
+    static const CoreClassInfo& info =
+        CoreClassInfo::new_class("SdsMesh", &SdsMesh::___class_destructor__, &GeometryObject::class_info(), nullptr);
+    return info;
+}
+
+bool SdsMesh::___class_destructor__(void* object, const bool& is_array) {
+    return destroy_object<SdsMesh>(object, is_array);
+}
+
+GeometryObject* SdsMesh::get_copy() const { return new (std::nothrow) SdsMesh(*this); }
+
+GMathBbox3<double> SdsMesh::get_bbox() const { return GMathBbox3<double>(geometry->get_bbox()); }
+GMathBbox3<double> SdsMesh::get_bbox_at(const CtxEval& ctx, const double& time) const {
+    return GMathBbox3<double>(geometry->get_bbox_at(ctx, time));
+}
+const CoreBasicArray<CoreString>& SdsMesh::get_shading_group_names() const { return base->get_shading_group_names(); }
+GMathBbox3<double> SdsMesh::get_shading_group_bbox(const unsigned int& group) const {
+    return GMathBbox3<double>(geometry->get_shading_group_bbox(group));
+}
+void SdsMesh::get_primitive_indices(CoreArray<unsigned int>& out) const { out = base->get_quad_indices(); }
+bool SdsMesh::is_animated() const { return geometry->is_animated(); }
+const GeometryPointCloud* SdsMesh::get_point_cloud() const { return &geometry->get_point_cloud(); }
+unsigned int SdsMesh::get_primitive_count() const { return base->get_primitive_count(); }
+unsigned int SdsMesh::get_primitive_edge_count(const unsigned int&) const { return 4; }
+void SdsMesh::compute_primitive_bbox(const CtxEval& ctx, const unsigned int& primitive,
+                                     GMathBbox3<double>& bbox) const {
+    geometry->compute_primitive_bbox(ctx, primitive, bbox);
+}
+void SdsMesh::compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& primitive, const double& time,
+                                        GMathBbox3<double>& bbox) const {
+    geometry->compute_primitive_bbox_at(ctx, primitive, time, bbox);
+}
+double SdsMesh::estimate_area(const CtxEval& ctx, const GMathMatrix4x4<double>& matrix) const {
+    return geometry->estimate_area(ctx, matrix);
+}
+double SdsMesh::estimate_shading_group_area(const CtxEval& ctx, const unsigned int& group,
+                                            const GMathMatrix4x4<double>& matrix) const {
+    return geometry->estimate_shading_group_area(ctx, group, matrix);
+}
+double SdsMesh::estimate_primitive_area(const CtxEval& ctx, const unsigned int& primitive,
+                                        const GMathMatrix4x4<double>& matrix) const {
+    return geometry->estimate_primitive_area(ctx, primitive, matrix);
+}
+unsigned int SdsMesh::get_primitive_shading_group_index(const unsigned int& primitive) const {
+    return base->get_primitive_shading_group_index(primitive);
+}
+
+unsigned int SdsMesh::get_uv_map_count() const { return maps->get_uv_map_count(); }
+CoreString SdsMesh::get_uv_map_name(const unsigned int& map) const { return maps->get_uv_map_name(map); }
+void SdsMesh::compute_fragment_uvw(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& map,
+                                   Vec3d& uvw, Vec3d& duvw_du, Vec3d& duvw_dv) const {
+    GeometryFragment snapped = fragment;
+    if (level != 0) {
+        const auto snap = [this](double x) {
+            return static_cast<double>(std::floor(static_cast<float>(x * static_cast<double>(level_scale))) *
+                                       level_scale_inv);
+        };
+        snapped.u = snap(fragment.u);
+        snapped.v = snap(fragment.v);
+    }
+    maps->compute_fragment_uvw(ctx, snapped, map, uvw, duvw_du, duvw_dv);
+}
+void SdsMesh::compute_edge_uvw(const CtxEval& ctx, const unsigned int& primitive, const unsigned int& edge,
+                               const unsigned int& map, const double& t, Vec3d& uvw) const {
+    maps->compute_edge_uvw(ctx, primitive, edge, map, t, uvw);
+}
+unsigned int SdsMesh::get_color_map_count() const { return maps->get_color_map_count(); }
+CoreString SdsMesh::get_color_map_name(const unsigned int& map) const { return maps->get_color_map_name(map); }
+void SdsMesh::compute_fragment_color(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& map,
+                                     GMathVec4<float>& color) const {
+    maps->compute_fragment_color(ctx, fragment, map, color);
+}
+bool SdsMesh::is_primitive_uv_mapped(const unsigned int& primitive, const unsigned int& map) const {
+    return maps->is_primitive_uv_mapped(primitive, map);
+}
+bool SdsMesh::is_primitive_edge_visible(const unsigned int& primitive, const unsigned int& edge) const {
+    return base->is_primitive_edge_visible(primitive, edge);
+}

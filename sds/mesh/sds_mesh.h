@@ -1,0 +1,116 @@
+// SdsMesh: the renderable subdivision surface. Every primitive is one quad of the subdivided control mesh, rendered as
+// a bicubic patch.
+//
+// It owns nothing of the surface: it refers to one geometry (and through it one base) and one maps object, which the
+// caller keeps alive as long as any SdsMesh, or copy of one, refers to them. The tessellation level decides how rays
+// and frusta meet the patches: 0 is the limit surface, L > 0 the uniform grid of 2^L cells per control quad edge (2^(L
+// - 1) per quad where the mesh took a subdivision step). At fixed levels level 1 is the coarsest on a mesh that took a
+// step.
+//
+// All const operations run on any number of threads at once. Arguments are not validated.
+#pragma once
+
+#include "qn_geometry/geometry_object.h"
+#include "sds/common/sds_export.h"
+#include "sds/mesh_geometry/sds_mesh_geometry.h"
+#include "sds/mesh_maps/sds_mesh_maps.h"
+
+class SDS_EXPORT SdsMesh : public GeometryObject {
+public:
+    SdsMesh() = default;
+    // The copy is a fresh resource: name and hash of the source are not carried over.
+    SdsMesh(const SdsMesh& other);
+    SdsMesh& operator=(const SdsMesh& other) = default;
+    ~SdsMesh() override;
+
+    // Builds nothing; `progress` may be null and is set to its end.
+    void set(const SdsMeshGeometry& geometry, const SdsMeshMaps& maps, const unsigned int& level,
+             AppProgressBar* progress);
+
+    static const CoreClassInfo& class_info();
+    static bool ___class_destructor__(void* object, const bool& is_array);
+
+    const SdsMeshBase* get_base() const { return base; }
+    const SdsMeshGeometry* get_geometry() const { return geometry; }
+    const SdsMeshMaps* get_maps() const { return maps; }
+    const unsigned int& get_level() const { return level; }
+    const float& get_level_scale() const { return level_scale; }
+    const float& get_level_scale_inv() const { return level_scale_inv; }
+    // The control polygon that a primitive came from.
+    unsigned int get_primitive_polygon_id(const unsigned int& primitive) const {
+        return base->get_primitive_polygon_id(primitive);
+    }
+    bool is_primitive_edge_crease(const unsigned int& primitive, const unsigned int& edge) const {
+        return base->is_primitive_edge_crease(primitive, edge);
+    }
+
+    // The size of the object itself: base, geometry and maps report their own.
+    size_t get_memory_size() const override { return sizeof(*this); }
+    const CoreClassInfo& get_class_info() const override;
+    // Shares base, geometry and maps with this object. Null when there is no memory.
+    GeometryObject* get_copy() const override;
+    GMathBbox3<double> get_bbox() const override;
+    GMathBbox3<double> get_bbox_at(const CtxEval& ctx, const double& time) const override;
+    const CoreBasicArray<CoreString>& get_shading_group_names() const override;
+    GMathBbox3<double> get_shading_group_bbox(const unsigned int& group) const override;
+    // Four quad-mesh vertex indices per primitive.
+    void get_primitive_indices(CoreArray<unsigned int>& out) const override;
+    bool is_animated() const override;
+    const GeometryPointCloud* get_point_cloud() const override;
+    unsigned int get_primitive_count() const override;
+    unsigned int get_primitive_edge_count(const unsigned int& primitive) const override;
+    void compute_primitive_bbox(const CtxEval& ctx, const unsigned int& primitive,
+                                GMathBbox3<double>& bbox) const override;
+    void compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& primitive, const double& time,
+                                   GMathBbox3<double>& bbox) const override;
+    double estimate_area(const CtxEval& ctx, const GMathMatrix4x4<double>& matrix) const override;
+    double estimate_shading_group_area(const CtxEval& ctx, const unsigned int& group,
+                                       const GMathMatrix4x4<double>& matrix) const override;
+    double estimate_primitive_area(const CtxEval& ctx, const unsigned int& primitive,
+                                   const GMathMatrix4x4<double>& matrix) const override;
+    unsigned int get_primitive_shading_group_index(const unsigned int& primitive) const override;
+
+    unsigned int get_uv_map_count() const override;
+    CoreString get_uv_map_name(const unsigned int& map) const override;
+    // At fixed levels the map is looked up at the corner of the cell, u' = floor(u s) / s and v' likewise, s the cells
+    // per patch side, so that texture stays with the flat cell. The derivatives are then those of the smooth map at
+    // that corner, per patch parameter.
+    void compute_fragment_uvw(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& map,
+                              GMathVec3<double>& uvw, GMathVec3<double>& duvw_du,
+                              GMathVec3<double>& duvw_dv) const override;
+    void compute_edge_uvw(const CtxEval& ctx, const unsigned int& primitive, const unsigned int& edge,
+                          const unsigned int& map, const double& t, GMathVec3<double>& uvw) const override;
+    unsigned int get_color_map_count() const override;
+    CoreString get_color_map_name(const unsigned int& map) const override;
+    void compute_fragment_color(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& map,
+                                GMathVec4<float>& color) const override;
+    bool is_primitive_uv_mapped(const unsigned int& primitive, const unsigned int& map) const override;
+    bool is_primitive_edge_visible(const unsigned int& primitive, const unsigned int& edge) const override;
+
+    // Level 0: the limit surface (SdsMeshGeometry::compute_fragment_sample). Fixed levels: the flat triangle of the
+    // cell that rays hit at (u, v); its derivatives are the cell's differences in patch units, second derivatives zero,
+    // normal that of the triangle (of the limit where the triangle has none); smoothing normal and its derivatives are
+    // those of the limit surface at (u, v); the time derivative follows the same triangle.
+    void compute_fragment_sample(const CtxEval& ctx, const GeometryFragment& fragment,
+                                 GeometrySample& sample) const override;
+    // On the limit patch's edge at every level.
+    void compute_edge_sample(const CtxEval& ctx, const unsigned int& primitive, const unsigned int& edge,
+                             const double& t, const bool& reversed, GeometrySample& sample) const override;
+    void compute_edge_sample(const unsigned int& primitive, const unsigned int& edge, const double& t,
+                             const bool& reversed, GeometrySample& sample) const;
+    // Modes 0 and 1 test the patch at rest (three levels when this object is adaptive); 2 and 3 mark its four vertices;
+    // others nothing.
+    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
+                             GeometryFrustumCtx& frustum) const override;
+    // The rays of the range, with motion blur at the time of the first: one time per range.
+    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
+                             GeometryRaytraceCtx& rays) const override;
+
+private:
+    const SdsMeshBase* base = nullptr;
+    const SdsMeshGeometry* geometry = nullptr;
+    const SdsMeshMaps* maps = nullptr;
+    unsigned int level = 0;
+    float level_scale = 0.0f;
+    float level_scale_inv = 0.0f;
+};

@@ -1,0 +1,53 @@
+#include "qn_poly/poly_neighbourhood.h"
+#include "sds/common/progress.h"
+#include "sds/mesh_base/sds_mesh_base.h"
+
+using sds::none;
+
+void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indices,
+                               const CoreBasicArray<unsigned int>& polygon_counts,
+                               const CoreBasicArray<unsigned int>& polygon_offsets, const unsigned int& vertex_count,
+                               CoreArray<unsigned int>& quad_indices, CoreArray<VertexInfo>& vertex_infos,
+                               EdgesTopology& edges, AppProgressBar* progress) {
+    quad_indices = polygon_indices;
+
+    CoreArray<unsigned char> edge_smooth_flags;
+    {
+        const sds::ProgressTask task(progress, "compute polygons neighbourhood", 0.5f);
+        CoreArray<unsigned int> neighbour_edges;
+        compute_polygons_neighbourhood(edges.opposite_edges, neighbour_edges, edge_smooth_flags, polygon_indices,
+                                       polygon_counts, polygon_offsets, vertex_count, progress);
+        for (unsigned int e = 0; e < edges.opposite_edges.get_count(); ++e) {
+            unsigned int& opposite = edges.opposite_edges[e];
+            if (opposite != none) opposite = 4 * opposite + neighbour_edges[e];
+        }
+    }
+
+    const unsigned int quad_count = polygon_counts.get_count();
+    edges.quad_edge_flags.resize(quad_count);
+    vertex_infos.assign(vertex_count, VertexInfo{});
+
+    const sds::ProgressTask task(progress, "compute creases", 0.5f);
+    sds::progress_steps(progress, quad_count);
+    for (unsigned int q = 0; q < quad_count; ++q) {
+        unsigned int flags = 0xF0;
+        for (unsigned int k = 0; k < 4; ++k) {
+            const unsigned int e = 4 * q + k;
+            const bool crease = edge_smooth_flags[e] == 0;
+            if (crease) flags |= 1u << k;
+            const unsigned int v = quad_indices[e];
+            if (v == none) continue;
+            // A border has one half-edge, which counts for both ends; a crease counts for each end through its own
+            // half-edge.
+            if (edges.is_border(e)) {
+                vertex_infos[v].raise_sharp_edge_count();
+                const unsigned int end = quad_indices[sds::next_in_quad(e)];
+                if (end != none) vertex_infos[end].raise_sharp_edge_count();
+            } else if (crease) {
+                vertex_infos[v].raise_sharp_edge_count();
+            }
+        }
+        edges.quad_edge_flags[q] = static_cast<unsigned char>(flags);
+        sds::progress_step(progress, q + 1);
+    }
+}

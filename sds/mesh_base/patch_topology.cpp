@@ -1,0 +1,54 @@
+#include <algorithm>
+
+#include "sds/common/progress.h"
+#include "sds/mesh_base/sds_mesh_base.h"
+
+using sds::none;
+
+void SdsMeshBase::compute_bezier_topology(const TopologyContext& context, const unsigned int& q, BezierPatch& patch) {
+    const EdgesTopology& edges = *context.edges;
+    const unsigned int* quad_indices = context.quad_indices->get_data();
+    patch.sharp_edges = 0;
+    for (unsigned int k = 0; k < 4; ++k) {
+        const unsigned int e = 4 * q + k;
+        const unsigned int o = edges.opposite_edges[e];
+        patch.neighbour_vertices[2 * k] = o == none ? none : quad_indices[sds::turn_in_quad(o, 2)];
+        patch.neighbour_vertices[2 * k + 1] = o == none ? none : quad_indices[sds::turn_in_quad(o, 3)];
+        const VertexLocalTopology& fan = context.local_topologies[e];
+        const auto n = static_cast<float>(fan.valence);
+        patch.edge_weights[k] = fan.closed ? n + n : 4.0f * n;
+        patch.corner_weights[k] = fan.closed ? n : std::max(4.0f, n + n);
+        if (edges.is_sharp(e)) patch.sharp_edges |= 1u << k;
+    }
+}
+
+void SdsMeshBase::compute_bezier_topology(const TopologyContext& context, CoreArray<BezierPatch>& patches,
+                                          AppProgressBar* progress) {
+    sds::progress_steps(progress, patches.get_count());
+    for (unsigned int q = 0; q < patches.get_count(); ++q) {
+        compute_bezier_topology(context, q, patches[q]);
+        sds::progress_step(progress, q + 1);
+    }
+}
+
+unsigned int SdsMeshBase::compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
+                                                PatchTangentInfo* infos, const bool& linear, AppProgressBar* progress) {
+    sds::progress_steps(progress, quad_count);
+    unsigned int total = 0;
+    for (unsigned int q = 0; q < quad_count; ++q) {
+        PatchTangentInfo& info = infos[q];
+        unsigned int bits = 0;
+        if (!linear) {
+            for (unsigned int k = 0; k < 4; ++k) {
+                const VertexLocalTopology& fan = topologies[4 * size_t{q} + k];
+                // An irregular corner makes the edges on both of its sides irregular.
+                if (!fan.closed || fan.valence != 4) bits |= 1u << k | 16u << k | 16u << ((k + 3) & 3u);
+            }
+        }
+        info.tangent_offset = total;
+        info.irregular = (info.irregular & ~0xFFu) | bits;
+        total += 2u * static_cast<unsigned int>(__builtin_popcount(bits));
+        sds::progress_step(progress, q + 1);
+    }
+    return total;
+}

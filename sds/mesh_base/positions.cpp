@@ -1,0 +1,73 @@
+#include "sds/common/progress.h"
+#include "sds/mesh_base/position_rules.h"
+
+using sds::none;
+using Vec3f = GMathVec3<float>;
+
+namespace {
+
+struct PointTarget {
+    Vec3f* points;
+    const Vec3f& get(unsigned int w) const { return points[w]; }
+    void set(unsigned int w, const Vec3f& value) { points[w] = value; }
+};
+
+struct PairTarget {
+    Vec3f* first;
+    Vec3f* second;
+    sds::ValuePair<Vec3f> get(unsigned int w) const { return {first[w], second[w]}; }
+    void set(unsigned int w, const sds::ValuePair<Vec3f>& value) {
+        first[w] = value.first;
+        second[w] = value.second;
+    }
+};
+
+template <class Value, class Source, class Target>
+void run_step(const SdsMeshBase::TopologyContext& context, bool linear, const Source& source, Target target,
+              AppProgressBar* progress) {
+    if (progress == nullptr) {
+        sds::subdivide_values<Value>(context, linear, source, target, [](unsigned int) {});
+    } else {
+        progress->set_step_count(context.subdivision->vertex_rings.get_count());
+        sds::subdivide_values<Value>(context, linear, source, target,
+                                     [progress](unsigned int w) { progress->step(w + 1); });
+    }
+}
+
+}  // namespace
+
+void SdsMeshBase::compute_subdivision_positions(const CoreBasicArray<Vec3f>& positions, const TopologyContext& context,
+                                                Vec3f* out, const bool& linear, AppProgressBar* progress) {
+    run_step<Vec3f>(
+        context, linear, [&](unsigned int w) -> const Vec3f& { return positions[w]; }, PointTarget{out}, progress);
+}
+
+void SdsMeshBase::compute_subdivision_positions(const CoreBasicArray<Vec3f>& positions,
+                                                const CoreBasicArray<Vec3f>& positions2, const TopologyContext& context,
+                                                Vec3f* out, Vec3f* out2, const bool& linear, AppProgressBar* progress) {
+    run_step<sds::ValuePair<Vec3f>>(
+        context, linear,
+        [&](unsigned int w) {
+            return sds::ValuePair<Vec3f>{positions[w], positions2[w]};
+        },
+        PairTarget{out, out2}, progress);
+}
+
+void SdsMeshBase::compute_bezier_corner(const TopologyContext& context, const unsigned int& e, const Vec3f* positions,
+                                        Vec3f& corner) {
+    corner = sds::limit_point<Vec3f>(context, e, [positions](unsigned int w) -> const Vec3f& { return positions[w]; });
+}
+
+void SdsMeshBase::compute_bezier_corners(const TopologyContext& context, const CoreBasicArray<Vec3f>& positions,
+                                         Vec3f* corners, AppProgressBar* progress) {
+    sds::progress_steps(progress, positions.get_count());
+    CoreArray<unsigned char> visited(positions.get_count(), 0);
+    const CoreBasicArray<unsigned int>& quad_indices = *context.quad_indices;
+    for (unsigned int e = 0; e < quad_indices.get_count(); ++e) {
+        const unsigned int v = quad_indices[e];
+        if (v == none || visited[v] != 0) continue;
+        compute_bezier_corner(context, e, positions.get_data(), corners[v]);
+        visited[v] = 1;
+        sds::progress_step(progress, v);
+    }
+}

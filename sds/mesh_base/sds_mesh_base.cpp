@@ -1,0 +1,96 @@
+#include "sds/mesh_base/sds_mesh_base.h"
+
+#include <algorithm>
+#include <cstdint>
+
+#include "sds/common/polygon_offsets.h"
+#include "sds/common/progress.h"
+#include "sds/mesh_base/cosine_table.h"
+
+SdsMeshBase::SdsMeshBase() { sds::build_cosine_table(); }
+
+SdsMeshBase::SdsMeshBase(const SdsMeshBase& other)
+    : ResourceData(other),
+      quad_indices(other.quad_indices),
+      quad_shading_groups(other.quad_shading_groups),
+      shading_group_names(other.shading_group_names),
+      vertex_infos(other.vertex_infos),
+      edges(other.edges),
+      subdivision(other.subdivision ? std::make_shared<SubdivisionTopology>(*other.subdivision) : nullptr) {}
+
+SdsMeshBase& SdsMeshBase::operator=(const SdsMeshBase& other) {
+    ResourceData::operator=(other);
+    quad_indices = other.quad_indices;
+    quad_shading_groups = other.quad_shading_groups;
+    shading_group_names = other.shading_group_names;
+    vertex_infos = other.vertex_infos;
+    edges = other.edges;
+    subdivision = other.subdivision;
+    return *this;
+}
+
+SdsMeshBase::~SdsMeshBase() = default;
+
+const CoreClassInfo& SdsMeshBase::get_class_info() const { return class_info(); }
+const CoreClassInfo& SdsMeshBase::class_info() {
+    static const CoreClassInfo& info =
+        CoreClassInfo::new_class("SdsMeshBase", &destroy_object<SdsMeshBase>, &ResourceData::class_info(),
+                                 []() -> CoreBaseType* { return new (std::nothrow) SdsMeshBase; });
+    return info;
+}
+
+size_t SdsMeshBase::get_memory_size() const {
+    // The sum wraps at 32 bits: hosts compare it with sizes that were recorded that way.
+    std::uint32_t size = static_cast<std::uint32_t>(sizeof(SdsMeshBase));
+    size += 4u * (quad_indices.get_count() + quad_shading_groups.get_count());
+    for (const CoreString& name : shading_group_names) size += name.get_count();
+    size += vertex_infos.get_count();
+    size += 4u * edges.opposite_edges.get_count();
+    size += edges.quad_edge_flags.get_count();
+    if (subdivision)
+        size += 4u * (14u + 2u * subdivision->vertex_rings.get_count() + subdivision->ring_edges.get_count());
+    return size;
+}
+
+void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<unsigned int>& polygon_indices,
+                      const CoreBasicArray<unsigned int>& polygon_counts,
+                      const CoreBasicArray<unsigned int>& polygon_shading_groups,
+                      const CoreBasicArray<CoreString>& group_names, AppProgressBar* progress) {
+    sds::progress_value(progress, 0.0f);
+
+    const CoreArray<unsigned int> polygon_offsets = sds::polygon_offsets(polygon_counts);
+    const bool all_quads =
+        std::all_of(polygon_counts.begin(), polygon_counts.end(), [](unsigned int count) { return count == 4; });
+    shading_group_names = group_names;
+
+    if (all_quads) {
+        subdivision.reset();
+        import_quads(polygon_indices, polygon_counts, polygon_offsets, vertex_count, quad_indices, vertex_infos, edges,
+                     progress);
+        quad_shading_groups = polygon_shading_groups;
+    } else {
+        // A record that another base shares stays as it is for that base.
+        if (!subdivision || subdivision.use_count() > 1) subdivision = std::make_shared<SubdivisionTopology>();
+        subdivide(polygon_indices, polygon_counts, polygon_offsets, vertex_count, quad_indices, vertex_infos, edges,
+                  *subdivision, progress);
+        quad_shading_groups.resize(polygon_indices.get_count());
+        for (unsigned int i = 0; i < polygon_shading_groups.get_count(); ++i)
+            for (unsigned int j = 0; j < polygon_counts[i]; ++j)
+                quad_shading_groups[polygon_offsets[i] + j] = polygon_shading_groups[i];
+    }
+    sds::progress_value(progress, 1.0f);
+}
+
+unsigned int SdsMeshBase::get_tessellation_sample_count(const unsigned int& level) const {
+    const unsigned int used = level == 0 ? 1 : level;
+    return (1u << ((used - (subdivision ? 1u : 0u)) & 31u)) + 1u;
+}
+
+unsigned int SdsMeshBase::get_primitive_polygon_id(const unsigned int& q) const {
+    if (!subdivision) return q;
+    if (q < subdivision->quad_parents.get_count()) return subdivision->quad_parents[q];
+    const unsigned int face_point = quad_indices[4 * size_t{q} + 2];
+    return face_point == sds::none ? sds::none : face_point - subdivision->first_face_point;
+}
+
+const float* SdsMeshBase::get_cos_table() { return sds::cosine_table(); }

@@ -1,0 +1,203 @@
+// One topological subdivision step. Child quads of a polygon with corners c, c+1, ... (quad index = face-corner index):
+//
+//        c_prev .         corner 0  control vertex of c
+//           ^   |         corner 1  edge point of the edge from c to c_next
+//      3 ---|-- 2 (face)  corner 2  face point
+//      |  quad c |        corner 3  edge point of the edge from c_prev to c
+//      0 ------- 1 ----> c_next
+//
+// Inside a polygon edge 1 of quad c meets edge 2 of quad c_next. Across the parent edge, edge 0 of quad c meets edge 3
+// of the quad at the other end of the neighbour's edge, and edge 3 of quad c_next meets edge 0 of the neighbour's quad.
+#include "qn_poly/poly_neighbourhood.h"
+#include "sds/common/log_line.h"
+#include "sds/common/progress.h"
+#include "sds/mesh_base/sds_mesh_base.h"
+
+using sds::none;
+
+namespace {
+
+using EdgesTopology = SdsMeshBase::EdgesTopology;
+using SubdivisionTopology = SdsMeshBase::SubdivisionTopology;
+using VertexInfo = SdsMeshBase::VertexInfo;
+
+// The polygons of the step and what is known of their edges.
+struct Polygons {
+    const CoreBasicArray<unsigned int>& indices;
+    const CoreBasicArray<unsigned int>& counts;
+    const CoreBasicArray<unsigned int>& offsets;
+    CoreArray<unsigned int> neighbour_polygons;
+    CoreArray<unsigned int> neighbour_edges;
+    CoreArray<unsigned char> edge_smooth_flags;
+
+    // The face-corner of the neighbour that shares c's edge, none on borders.
+    unsigned int opposite_corner(unsigned int c) const {
+        const unsigned int neighbour = neighbour_polygons[c];
+        return neighbour == none ? none : offsets[neighbour] + neighbour_edges[c];
+    }
+    bool is_void(unsigned int polygon) const {
+        for (unsigned int j = 0; j < counts[polygon]; ++j)
+            if (indices[offsets[polygon] + j] == none) return true;
+        return false;
+    }
+};
+
+// One number per edge in the order in which edges are first met, starting at first_edge_point. Returns the number after
+// the last.
+unsigned int number_edge_points(const Polygons& polygons, unsigned int first_edge_point,
+                                CoreArray<unsigned int>& edge_points, AppProgressBar* progress) {
+    edge_points.assign(polygons.indices.get_count(),
+                       0u);  // 0 = not numbered yet: a control vertex always has that number
+    unsigned int next = first_edge_point;
+    for (unsigned int i = 0; i < polygons.counts.get_count(); ++i) {
+        for (unsigned int j = 0; j < polygons.counts[i]; ++j) {
+            const unsigned int c = polygons.offsets[i] + j;
+            if (edge_points[c] != 0) continue;
+            for (unsigned int current = c; current != none;) {
+                edge_points[current] = next;
+                current = polygons.opposite_corner(current);
+                if (current == c) break;
+            }
+            ++next;
+        }
+        sds::progress_step(progress, i + 1);
+    }
+    return next;
+}
+
+// Links the two halves of the parent edge of c to the neighbour's quads.
+void link_parent_edge(const Polygons& polygons, unsigned int c, unsigned int c_next,
+                      CoreArray<unsigned int>& opposite_edges) {
+    unsigned int& ahead = opposite_edges[4 * size_t{c}];
+    unsigned int& behind = opposite_edges[4 * size_t{c_next} + 3];
+    ahead = behind = none;
+    const unsigned int neighbour = polygons.neighbour_polygons[c];
+    if (neighbour == none) return;
+    const unsigned int slot = polygons.neighbour_edges[c];
+    const unsigned int d = polygons.offsets[neighbour] + slot;
+    const unsigned int d_next = polygons.offsets[neighbour] + (slot + 1 == polygons.counts[neighbour] ? 0 : slot + 1);
+    const auto& indices = polygons.indices;
+    if (indices[d] == indices[c_next] && indices[d_next] == indices[c]) {
+        ahead = 4 * d_next + 3;
+        behind = 4 * d;
+    } else if (indices[d] == indices[c] && indices[d_next] == indices[c_next]) {
+        ahead = 4 * d;
+        behind = 4 * d_next + 3;
+    } else {
+        sds::log_line(sds::log_level_warning,
+                      "SdsMesh.subdivide: topological error while computing neighbourhood of quad ", c, "!\n");
+    }
+}
+
+void create_quads(const Polygons& polygons, const CoreArray<unsigned int>& edge_points,
+                  CoreArray<unsigned int>& quad_indices, EdgesTopology& edges, SubdivisionTopology& subdivision,
+                  AppProgressBar* progress) {
+    for (unsigned int i = 0; i < polygons.counts.get_count(); ++i) {
+        const unsigned int n = polygons.counts[i];
+        const unsigned int o = polygons.offsets[i];
+        const bool is_void = polygons.is_void(i);
+        for (unsigned int j = 0; j < n; ++j) {
+            const unsigned int c = o + j;
+            const unsigned int c_next = o + (j + 1 == n ? 0 : j + 1);
+            const unsigned int c_prev = o + (j == 0 ? n - 1 : j - 1);
+            subdivision.quad_parents[c] = i;
+            unsigned int* quad = quad_indices.get_data() + 4 * size_t{c};
+            unsigned int* opposite = edges.opposite_edges.get_data();
+            if (is_void) {
+                quad[0] = quad[1] = quad[2] = quad[3] = none;
+                opposite[4 * size_t{c}] = opposite[4 * size_t{c} + 1] = opposite[4 * size_t{c} + 2] = none;
+                opposite[4 * size_t{c_next} + 3] = none;
+            } else {
+                quad[0] = polygons.indices[c];
+                quad[1] = edge_points[c];
+                quad[2] = subdivision.first_face_point + i;
+                quad[3] = edge_points[c_prev];
+                opposite[4 * size_t{c} + 1] = 4 * c_next + 2;
+                opposite[4 * size_t{c} + 2] = 4 * c_prev + 1;
+                link_parent_edge(polygons, c, c_next, edges.opposite_edges);
+            }
+            // Halves of parent edges are visible and keep their crease; the edges inside the polygon are neither.
+            unsigned int flags = 0x90;
+            if (polygons.edge_smooth_flags[c] == 0) flags |= 1u;
+            if (polygons.edge_smooth_flags[c_prev] == 0) flags |= 8u;
+            edges.quad_edge_flags[c] = static_cast<unsigned char>(flags);
+        }
+        sds::progress_step(progress, i + 1);
+    }
+}
+
+// Sharp-edge counts, and how many half-edges leave each vertex.
+void count_vertex_edges(const CoreArray<unsigned int>& quad_indices, const EdgesTopology& edges,
+                        CoreArray<VertexInfo>& vertex_infos, CoreArray<SdsMeshBase::RingSpan>& rings) {
+    for (unsigned int h = 0; h < quad_indices.get_count(); ++h) {
+        const unsigned int v = quad_indices[h];
+        if (v == none) continue;
+        if (edges.is_border(h)) {
+            vertex_infos[v].raise_sharp_edge_count();
+            const unsigned int end = quad_indices[sds::next_in_quad(h)];
+            if (end != none) vertex_infos[end].raise_sharp_edge_count();
+        } else if (edges.is_crease(h)) {
+            vertex_infos[v].raise_sharp_edge_count();
+        }
+        ++rings[v].count;
+    }
+}
+
+void fill_rings(const CoreArray<unsigned int>& quad_indices, SubdivisionTopology& subdivision) {
+    unsigned int total = 0;
+    for (SdsMeshBase::RingSpan& ring : subdivision.vertex_rings) {
+        ring.offset = total;
+        total += ring.count;
+        ring.count = 0;
+    }
+    subdivision.ring_edges.resize(total);
+    for (unsigned int h = 0; h < quad_indices.get_count(); ++h) {
+        const unsigned int v = quad_indices[h];
+        if (v == none) continue;
+        SdsMeshBase::RingSpan& ring = subdivision.vertex_rings[v];
+        subdivision.ring_edges[ring.offset + ring.count++] = h;
+    }
+}
+
+}  // namespace
+
+void SdsMeshBase::subdivide(const CoreBasicArray<unsigned int>& polygon_indices,
+                            const CoreBasicArray<unsigned int>& polygon_counts,
+                            const CoreBasicArray<unsigned int>& polygon_offsets, const unsigned int& vertex_count,
+                            CoreArray<unsigned int>& quad_indices, CoreArray<VertexInfo>& vertex_infos,
+                            EdgesTopology& edges, SubdivisionTopology& subdivision, AppProgressBar* progress) {
+    const unsigned int polygon_count = polygon_counts.get_count();
+    const unsigned int corner_count = polygon_indices.get_count();
+    subdivision.first_edge_point = vertex_count;
+    quad_indices.resize(4 * corner_count);
+    edges.opposite_edges.resize(4 * corner_count);
+    edges.quad_edge_flags.resize(corner_count);
+
+    Polygons polygons{polygon_indices, polygon_counts, polygon_offsets, {}, {}, {}};
+    {
+        const sds::ProgressTask task(progress, "compute polygons neighbourhood", 0.2f);
+        compute_polygons_neighbourhood(polygons.neighbour_polygons, polygons.neighbour_edges,
+                                       polygons.edge_smooth_flags, polygon_indices, polygon_counts, polygon_offsets,
+                                       vertex_count, progress);
+    }
+    CoreArray<unsigned int> edge_points;
+    {
+        const sds::ProgressTask task(progress, "prepare subdivision", 0.2f);
+        sds::progress_steps(progress, polygon_count);
+        subdivision.first_face_point =
+            number_edge_points(polygons, subdivision.first_edge_point, edge_points, progress);
+    }
+    const unsigned int new_vertex_count = subdivision.first_face_point + polygon_count;
+    subdivision.vertex_rings.assign(new_vertex_count, RingSpan{});
+    subdivision.quad_parents.resize(corner_count);
+    vertex_infos.assign(new_vertex_count, VertexInfo{});
+    {
+        const sds::ProgressTask task(progress, "create subdivision topology", 0.4f);
+        sds::progress_steps(progress, polygon_count);
+        create_quads(polygons, edge_points, quad_indices, edges, subdivision, progress);
+    }
+    count_vertex_edges(quad_indices, edges, vertex_infos, subdivision.vertex_rings);
+    sds::progress_increment(progress, 0.1f);
+    fill_rings(quad_indices, subdivision);
+    sds::progress_increment(progress, 0.1f);
+}

@@ -1,0 +1,35 @@
+#include "sds/mesh_base/sds_mesh_base.h"
+
+using sds::none;
+
+void SdsMeshBase::set_all_vertices_as_fixed(const CoreBasicArray<unsigned int>& quad_indices, const EdgesTopology&,
+                                            CoreArray<VertexInfo>& vertex_infos) {
+    for (const unsigned int v : quad_indices)
+        if (v != none) vertex_infos[v].set_fixed(true);
+}
+
+void SdsMeshBase::set_all_vertices_as_smoothed(const CoreBasicArray<unsigned int>& quad_indices, const EdgesTopology&,
+                                               CoreArray<VertexInfo>& vertex_infos) {
+    for (const unsigned int v : quad_indices)
+        if (v != none) vertex_infos[v].set_fixed(false);
+}
+
+void SdsMeshBase::set_border_vertices_as_fixed(const CoreBasicArray<unsigned int>& quad_indices,
+                                               const EdgesTopology& edges, CoreArray<VertexInfo>& vertex_infos) {
+    set_all_vertices_as_smoothed(quad_indices, edges, vertex_infos);
+    for (unsigned int e = 0; e < quad_indices.get_count(); ++e) {
+        const unsigned int v = quad_indices[e];
+        if (v != none && (edges.is_border(e) || edges.is_border(sds::previous_in_quad(e))))
+            vertex_infos[v].set_fixed(true);
+    }
+}
+
+void SdsMeshBase::set_corner_vertices_as_fixed(const CoreBasicArray<unsigned int>& quad_indices,
+                                               const EdgesTopology& edges, CoreArray<VertexInfo>& vertex_infos) {
+    // The flag is rewritten at every visit, so the last corner that uses a vertex decides. Kept: scenes rely on which
+    // of two quads that touch at a vertex only is numbered last.
+    for (unsigned int e = 0; e < quad_indices.get_count(); ++e) {
+        const unsigned int v = quad_indices[e];
+        if (v != none) vertex_infos[v].set_fixed(edges.is_border(e) && edges.is_border(sds::previous_in_quad(e)));
+    }
+}

@@ -1,0 +1,211 @@
+// SdsMeshGeometry: everything positional of a subdivision surface: subdivided positions and motion, limit corners,
+// tangents, patches, boxes and areas, and the surface at any time of a motion sample set.
+//
+// Built by `set` on an SdsMeshBase that must outlive it. Afterwards read-only and safe from any number of threads;
+// lazily loaded time samples are the exception and synchronise themselves. Inputs are trusted: one position per control
+// vertex, indices in range.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "qn_core/core_shared_pointer.h"
+#include "qn_geometry/geometry_fragment.h"
+#include "qn_geometry/geometry_point_cloud.h"
+#include "qn_geometry/geometry_sample.h"
+#include "qn_gmath/gmath_bbox.h"
+#include "qn_gmath/gmath_matrix.h"
+#include "qn_gmath/gmath_time_sampling.h"
+#include "qn_resource/resource_data.h"
+#include "qn_sys/sys_thread.h"
+#include "sds/bezier_mesh/sds_bezier_mesh.h"
+#include "sds/common/sds_export.h"
+#include "sds/mesh_base/sds_mesh_base.h"
+
+class CtxEval;
+class PolyMesh;
+
+class SDS_EXPORT SdsMeshGeometry : public ResourceData {
+public:
+    using Vec3f = GMathVec3<float>;
+
+    // Which vertices keep their control position, and whether patches are smooth.
+    enum class InterpolationMode : unsigned int {
+        all_fixed = 0,      // bilinear patches
+        corners_fixed = 1,  // corners of borders stay ("edgeAndCorner", the usual default)
+        all_smoothed = 2,   // nothing stays but corners of three sharp edges ("edgeOnly")
+        borders_fixed = 3,  // every border vertex stays
+    };
+
+    // Gives the control positions of one time sample: called at most once per sample, one call at a time.
+    class SDS_EXPORT SampleLoader {
+    public:
+        virtual ~SampleLoader();
+        // Writes one position per control vertex to `out`.
+        virtual void get_positions(const GMathTimeSampling& sampling, const unsigned int& sample, Vec3f* out) = 0;
+    };
+
+    // Takes the samples of a host polygon mesh, which must outlive the loader. Copies share the pointer.
+    class SDS_EXPORT PolyMeshSampleLoader : public SampleLoader {
+    public:
+        explicit PolyMeshSampleLoader(const PolyMesh& mesh) : m_mesh(&mesh) {}
+        void get_positions(const GMathTimeSampling& sampling, const unsigned int& sample, Vec3f* out) override;
+
+    private:
+        const PolyMesh* m_mesh;
+    };
+
+    // Compact area of a part of the surface: projected areas on the coordinate planes, and the ratio that recovers the
+    // true area between its bounds L = sqrt(x^2 + y^2 + z^2) and x + y + z.
+    struct AreaRecord {
+        float x = 0, y = 0, z = 0;
+        float blend = 0;  // (area - L) / (x + y + z - L), 0 when the bounds meet
+    };
+
+    SdsMeshGeometry();
+    // An independent copy with a view, a lock and sample caches of its own; time samples are loaded anew through the
+    // same loader.
+    SdsMeshGeometry(const SdsMeshGeometry& other);
+    // Copies the arrays, but shares the view, the lock and the cached samples of `other`: the view keeps referring to
+    // the arrays of `other`, which must outlive this geometry or its next `set`. Hosts that swap geometries during
+    // rendering rely on it.
+    SdsMeshGeometry& operator=(const SdsMeshGeometry& other);
+    ~SdsMeshGeometry() override;
+
+    const CoreClassInfo& get_class_info() const override;
+    static const CoreClassInfo& class_info();
+    size_t get_memory_size() const override;
+
+    // Builds everything. `motion_vectors` are used when there are as many as `positions`: a vertex at time t stands at
+    // position + t * motion vector. `progress` may be null. Meshes of 128 quads or more use the calling arena's
+    // threads.
+    void set(const SdsMeshBase& base, const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
+             const InterpolationMode& mode, AppProgressBar* progress);
+
+    // The vertex rule of a mode; unknown modes change nothing.
+    static void set_vertices_interpolation(const CoreArray<unsigned int>& quad_indices,
+                                           const SdsMeshBase::EdgesTopology& edges, const InterpolationMode& mode,
+                                           CoreArray<SdsMeshBase::VertexInfo>& infos);
+
+    // Null before `set`.
+    const SdsMeshBase* get_base() const { return base; }
+    const SdsBezierMesh& get_bezier_mesh() const { return bezier_mesh; }
+    const InterpolationMode& get_interpolation_mode() const { return mode; }
+    const GeometryPointCloud& get_point_cloud() const { return point_cloud; }
+    const CoreArray<Vec3f>& get_vertices() const { return point_cloud.get_positions(); }
+    const CoreArray<Vec3f>& get_motion_vectors() const { return point_cloud.get_velocities(); }
+    bool has_motion_vectors() const { return point_cloud.has_velocities(); }
+    bool has_positions_sampling() const { return point_cloud.has_sampling(); }
+    const GMathTimeSampling& get_positions_sampling() const { return point_cloud.get_sampling(); }
+    bool is_animated() const { return has_motion_vectors() || has_positions_sampling(); }
+    void get_bezier_controls(const unsigned int& patch, Vec3f* out) const {
+        bezier_mesh.get_patch_controls(patch, out);
+    }
+    const CoreArray<SdsMeshBase::VertexInfo>& get_vertex_infos() const { return vertex_infos; }
+    const CoreArray<SdsMeshBase::VertexLocalTopology>& get_local_topologies() const { return local_topologies; }
+    const CoreArray<SdsMeshBase::PatchTangentInfo>& get_tangent_infos() const { return tangent_infos; }
+    const CoreArray<SdsMeshBase::BezierPatch>& get_bezier_patches() const { return bezier_patches; }
+    const CoreArray<Vec3f>& get_bezier_corners() const { return bezier_corners; }
+    const CoreArray<Vec3f>& get_bezier_tangents_array() const { return bezier_tangents; }
+
+    // Boxes of the control points. A shading group without patches has the empty box.
+    const GMathBbox3<float>& get_bbox() const { return bbox; }
+    const GMathBbox3<float>& get_shading_group_bbox(const unsigned int& group) const { return group_bboxes[group]; }
+    const AreaRecord& get_area_record() const { return area_record; }
+    // Constant-time estimates under an affine map; with the identity, the summed area of the build.
+    double estimate_area(const CtxEval& ctx, const GMathMatrix4x4<double>& matrix) const;
+    double estimate_shading_group_area(const CtxEval& ctx, const unsigned int& group,
+                                       const GMathMatrix4x4<double>& matrix) const;
+    double estimate_primitive_area(const CtxEval& ctx, const unsigned int& patch,
+                                   const GMathMatrix4x4<double>& matrix) const;
+    void compute_primitive_bbox(const CtxEval& ctx, const unsigned int& patch, GMathBbox3<double>& box) const;
+    void compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& patch, const double& time,
+                                   GMathBbox3<double>& box) const;
+    // Box of the vertices (not the controls) at a time; the stored box for a static geometry and for |time| <= 1e-8.
+    // Points with a coordinate that is not finite are left out.
+    GMathBbox3<float> get_bbox_at(const CtxEval& ctx, const double& time) const;
+
+    // Installs lazily loaded time samples. Drops what an earlier sampling cached; not concurrent with readers. The
+    // geometry must stay at its address while the samples are in use.
+    void set_positions_sampling(const GMathTimeSampling& sampling,
+                                CoreSharedPointer<SampleLoader, CoreSharedCounter> loader);
+
+    // Subdivided positions of one sample: a view that lives as long as the sampling.
+    const CoreBasicArray<Vec3f> get_vertices_sample(const unsigned int& sample) const;
+    SdsBezierMesh get_bezier_mesh_sample(const unsigned int& sample) const;
+    // The surface at a time: with time samples, linear between the two around it and clamped outside (within 1e-4 of a
+    // sample it is that sample); with motion vectors, rest + time * motion; otherwise at rest.
+    SdsBezierMesh get_bezier_mesh_at(const double& time) const;
+    // The surface that a renderer with these shutter samples sees: at a shutter sample the surface of that time,
+    // between two of them linear from one to the other, clamped outside. This is what boxes per motion step bound
+    // exactly. Without at least two shutter samples it is get_bezier_mesh_at(time).
+    SdsBezierMesh get_bezier_mesh_at(const double& time, const GMathTimeSampling& sampling) const;
+    // Per vertex: the quad vertices of the matching mesh.
+    GeometryPositionArray get_vertices_at(const double& time) const {
+        return get_bezier_mesh_at(time).get_quad_vertices();
+    }
+    GeometryPositionArray get_vertices_at(const double& time, const GMathTimeSampling& sampling) const {
+        return get_bezier_mesh_at(time, sampling).get_quad_vertices();
+    }
+    void get_bezier_controls_sample(const unsigned int& patch, const unsigned int& sample, Vec3f* out) const {
+        get_bezier_mesh_sample(sample).get_patch_controls(patch, out);
+    }
+    void get_bezier_controls_at(const unsigned int& patch, const double& time, Vec3f* out) const {
+        get_bezier_mesh_at(time).get_patch_controls(patch, out);
+    }
+    void get_bezier_controls_at(const unsigned int& patch, const double& time, const GMathTimeSampling& sampling,
+                                Vec3f* out) const {
+        get_bezier_mesh_at(time, sampling).get_patch_controls(patch, out);
+    }
+
+    // The derivative nets of a patch at rest, 24 vectors: U[r][i] at 3r + i (differences along u), V[r][c] at 12 + 4r +
+    // c (along v), with the limit tangents in place of the differences at irregular corners and edges. Multiply by 3
+    // for derivatives.
+    void get_bezier_tangents(const unsigned int& primitive, Vec3f* out) const;
+
+    // The surface at a fragment: position on the patch at the fragment's time; first derivatives from the derivative
+    // nets (dP/du, dP/dv in this order, per patch parameter); second derivatives of the control net; smoothing normal
+    // from the nets. Where the two first derivatives are parallel or zero the normal is that of the nets a little
+    // nearer to the patch's centre (1/1024, 1/64, 1/4 of the way), then the patch's diagonals' normal. The time
+    // derivative is set for animated geometries and |time_interval| > 1e-8: the displacement over the interval divided
+    // by it. A primitive beyond the last leaves the sample untouched.
+    void compute_fragment_sample(const CtxEval& ctx, const GeometryFragment& fragment, GeometrySample& sample) const;
+    // The same at parameter t of an edge, which runs from its corner to the next (`reversed`: the other way).
+    void compute_edge_sample(const unsigned int& primitive, const unsigned int& edge, const double& t,
+                             const bool& reversed, GeometrySample& sample) const;
+
+private:
+    struct CornerCache;
+    class PointCloudSampleLoader;
+    friend class ComputeSdsBboxesTask;
+
+    void build_patches(SysThreadTaskManager* tasks, AppProgressBar* progress);
+    void bind_view();
+    SdsMeshBase::TopologyContext get_topology_context() const;
+    void update_bbox_and_area(AppProgressBar* progress);
+    void update_bbox_and_area(SysThreadTaskManager& manager, AppProgressBar* progress);
+    void store_bboxes_and_areas(const GMathBbox3<float>* boxes, const double* areas);
+    // The limit corners of a sample, computed once; null in mode 0.
+    const Vec3f* get_bezier_corners_sample(const unsigned int& sample) const;
+    void add_sources_at(const double& time, const float& share, SdsBezierMesh& mesh) const;
+    const SdsBezierMesh& get_mesh_for(const CtxEval& ctx, const double& time, SdsBezierMesh& storage) const;
+
+    const SdsMeshBase* base = nullptr;
+    InterpolationMode mode = InterpolationMode::all_fixed;
+    GeometryPointCloud point_cloud;
+    CoreArray<SdsMeshBase::VertexInfo> vertex_infos;
+    CoreArray<SdsMeshBase::VertexLocalTopology> local_topologies;
+    CoreArray<SdsMeshBase::PatchTangentInfo> tangent_infos;
+    CoreArray<SdsMeshBase::BezierPatch> bezier_patches;
+    CoreArray<Vec3f> bezier_corners;
+    CoreArray<Vec3f> bezier_corner_motion_vectors;
+    CoreArray<Vec3f> bezier_tangents;
+    CoreArray<GMathBbox3<float>> group_bboxes;
+    CoreArray<AreaRecord> group_area_records;
+    GMathBbox3<float> bbox{{0, 0, 0}, {0, 0, 0}};
+    AreaRecord area_record;
+    SdsBezierMesh bezier_mesh;
+    std::shared_ptr<SysThreadLock> sample_lock;
+    std::shared_ptr<CornerCache> corner_cache;
+    CoreSharedPointer<SampleLoader, CoreSharedCounter> sample_loader;
+};

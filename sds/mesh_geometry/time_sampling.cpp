@@ -1,0 +1,146 @@
+// Positions and patches in time: lazily loaded samples with their limit corners, or motion vectors.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "qn_ctx/ctx_eval.h"
+#include "qn_poly/poly_mesh.h"
+#include "sds/mesh_geometry/corner_cache.h"
+#include "sds/mesh_geometry/sds_mesh_geometry.h"
+
+using Vec3f = GMathVec3<float>;
+
+namespace {
+
+// Sources of a smaller share are dropped, so that a time on a sample costs one source.
+constexpr float min_share = 0.0001f;
+
+}  // namespace
+
+// Between the host's loader of control positions and the point cloud, which holds subdivided ones.
+class SdsMeshGeometry::PointCloudSampleLoader : public GeometryPointCloud::SampleLoader {
+public:
+    PointCloudSampleLoader(const SdsMeshGeometry& geometry,
+                           const CoreSharedPointer<SdsMeshGeometry::SampleLoader, CoreSharedCounter>& loader)
+        : m_geometry(&geometry), m_loader(loader) {}
+
+    void load(const GMathTimeSampling& sampling, const unsigned int& sample, Vec3f* out) override {
+        const SdsMeshBase::SubdivisionTopology* subdivision = m_geometry->base->get_subdivision();
+        if (subdivision != nullptr) {
+            CoreArray<Vec3f> positions(subdivision->first_edge_point);
+            m_loader->get_positions(sampling, sample, positions.get_data());
+            std::fill(out, out + m_geometry->point_cloud.get_count(), Vec3f(0, 0, 0));
+            SdsMeshBase::compute_subdivision_positions(positions, m_geometry->get_topology_context(), out,
+                                                       m_geometry->mode == InterpolationMode::all_fixed, nullptr);
+        } else {
+            m_loader->get_positions(sampling, sample, out);
+        }
+        m_geometry->advert_memory_changed();
+    }
+
+private:
+    const SdsMeshGeometry* m_geometry;
+    CoreSharedPointer<SdsMeshGeometry::SampleLoader, CoreSharedCounter> m_loader;
+};
+
+SdsMeshGeometry::SampleLoader::~SampleLoader() = default;
+
+void SdsMeshGeometry::PolyMeshSampleLoader::get_positions(const GMathTimeSampling&, const unsigned int& sample,
+                                                          Vec3f* out) {
+    const Vec3f* positions = m_mesh->get_sample_positions(sample);
+    std::copy(positions, positions + m_mesh->get_point_cloud().get_count(), out);
+}
+
+void SdsMeshGeometry::set_positions_sampling(const GMathTimeSampling& sampling,
+                                             CoreSharedPointer<SampleLoader, CoreSharedCounter> loader) {
+    point_cloud.init_sampling(sampling, CoreSharedPointer<GeometryPointCloud::SampleLoader, CoreSharedCounter>(
+                                            new PointCloudSampleLoader(*this, loader)));
+    corner_cache =
+        sampling.get_sample_count() != 0 ? std::make_shared<CornerCache>(sampling.get_sample_count()) : nullptr;
+    sample_loader = std::move(loader);
+}
+
+const CoreBasicArray<Vec3f> SdsMeshGeometry::get_vertices_sample(const unsigned int& sample) const {
+    return {point_cloud.get_count(), const_cast<Vec3f*>(point_cloud.get_sample_positions(sample))};
+}
+
+const Vec3f* SdsMeshGeometry::get_bezier_corners_sample(const unsigned int& sample) const {
+    if (mode == InterpolationMode::all_fixed) return nullptr;
+    std::atomic<Vec3f*>& slot = corner_cache->slots[sample];
+    if (const Vec3f* corners = slot.load(std::memory_order_acquire)) return corners;
+    const SysThreadLockGuard guard(*sample_lock);
+    if (const Vec3f* corners = slot.load(std::memory_order_relaxed)) return corners;
+    const CoreBasicArray<Vec3f> positions = get_vertices_sample(sample);
+    std::unique_ptr<Vec3f[]> corners(new Vec3f[positions.get_count() + 1u]);
+    std::copy(positions.begin(), positions.end(), corners.get());
+    SdsMeshBase::compute_bezier_corners(get_topology_context(), positions, corners.get(), nullptr);
+    slot.store(corners.get(), std::memory_order_release);
+    advert_memory_changed();
+    return corners.release();
+}
+
+SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_sample(const unsigned int& sample) const {
+    return {base->get_primitive_count(),
+            point_cloud.get_count(),
+            base->get_quad_indices().get_data(),
+            bezier_patches.get_data(),
+            get_vertices_sample(sample).get_data(),
+            get_bezier_corners_sample(sample),
+            nullptr};
+}
+
+void SdsMeshGeometry::add_sources_at(const double& time, const float& share, SdsBezierMesh& mesh) const {
+    unsigned int sample = 0;
+    double fraction = 0.0;
+    get_positions_sampling().get_span(time, sample, fraction);
+    const auto f = static_cast<float>(fraction);
+    const bool has_first = 1.0f - f > min_share;
+    const bool has_second = f > min_share;
+    const auto add = [&](unsigned int i, float weight) {
+        mesh.add_vertices(get_vertices_sample(i).get_data(), get_bezier_corners_sample(i), weight * share);
+    };
+    // A sample that stands alone has the whole share.
+    if (has_first) add(sample, has_second ? 1.0f - f : 1.0f);
+    if (has_second) add(sample + 1, has_first ? f : 1.0f);
+}
+
+SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_at(const double& time) const {
+    if (has_positions_sampling()) {
+        SdsBezierMesh mesh(base->get_primitive_count(), point_cloud.get_count(), base->get_quad_indices().get_data(),
+                           bezier_patches.get_data(), nullptr);
+        add_sources_at(time, 1.0f, mesh);
+        return mesh;
+    }
+    SdsBezierMesh mesh = bezier_mesh;
+    if (has_motion_vectors()) {
+        const Vec3f* motion = point_cloud.get_velocities().get_data();
+        mesh.add_vertices(motion, bezier_corner_motion_vectors.get_data(), static_cast<float>(time));
+    }
+    return mesh;
+}
+
+SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_at(const double& time, const GMathTimeSampling& sampling) const {
+    const unsigned int count = sampling.get_sample_count();
+    if (count < 2) return get_bezier_mesh_at(time);
+    const double shutter_time = std::clamp(time, sampling.get_sample_time(0), sampling.get_sample_time(count - 1));
+    if (!has_positions_sampling())
+        return get_bezier_mesh_at(shutter_time);  // motion vectors are linear in time everywhere
+    unsigned int i = 0;
+    double fraction = 0.0;
+    sampling.get_span(shutter_time, i, fraction);
+    const auto f = static_cast<float>(fraction);
+    if (f <= min_share) return get_bezier_mesh_at(sampling.get_sample_time(i));
+    if (1.0f - f <= min_share) return get_bezier_mesh_at(sampling.get_sample_time(i + 1));
+    SdsBezierMesh mesh(base->get_primitive_count(), point_cloud.get_count(), base->get_quad_indices().get_data(),
+                       bezier_patches.get_data(), nullptr);
+    add_sources_at(sampling.get_sample_time(i), 1.0f - f, mesh);
+    add_sources_at(sampling.get_sample_time(i + 1), f, mesh);
+    return mesh;
+}
+
+const SdsBezierMesh& SdsMeshGeometry::get_mesh_for(const CtxEval& ctx, const double& time,
+                                                   SdsBezierMesh& storage) const {
+    if (!(std::fabs(time) > 1e-8)) return bezier_mesh;
+    storage = get_bezier_mesh_at(time, ctx.get_shader_ctx()->get_motion_blur().get_time_sampling());
+    return storage;
+}

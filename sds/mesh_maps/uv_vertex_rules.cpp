@@ -1,0 +1,60 @@
+#include "sds/mesh_maps/sds_mesh_maps.h"
+
+using sds::none;
+
+void SdsMeshMaps::set_vertices_interpolation(const CoreArray<unsigned int>& quad_indices,
+                                             const SdsMeshBase::EdgesTopology& map_edges,
+                                             const SdsMeshBase::EdgesTopology& base_edges,
+                                             const InterpolationMode& mode, CoreArray<SdsMeshBase::VertexInfo>& infos) {
+    switch (mode) {
+        case InterpolationMode::all_fixed:
+            SdsMeshBase::set_all_vertices_as_fixed(quad_indices, map_edges, infos);
+            break;
+        case InterpolationMode::corners_fixed:
+            SdsMeshBase::set_corner_vertices_as_fixed(quad_indices, map_edges, infos);
+            break;
+        case InterpolationMode::all_smoothed:
+            SdsMeshBase::set_all_vertices_as_smoothed(quad_indices, map_edges, infos);
+            break;
+        case InterpolationMode::borders_fixed:
+            SdsMeshBase::set_border_vertices_as_fixed(quad_indices, map_edges, infos);
+            break;
+        case InterpolationMode::smoothed_seam_corners_fixed:
+            SdsMeshBase::set_all_vertices_as_smoothed(quad_indices, map_edges, infos);
+            set_discontinuities_corner_vertices_as_fixed(quad_indices, map_edges, base_edges, infos);
+            break;
+        case InterpolationMode::smoothed_seams_fixed:
+            SdsMeshBase::set_all_vertices_as_smoothed(quad_indices, map_edges, infos);
+            set_discontinuities_border_vertices_as_fixed(quad_indices, map_edges, base_edges, infos);
+            break;
+        case InterpolationMode::corners_and_seams_fixed:
+            SdsMeshBase::set_corner_vertices_as_fixed(quad_indices, map_edges, infos);
+            set_discontinuities_border_vertices_as_fixed(quad_indices, map_edges, base_edges, infos);
+            break;
+        default:
+            break;
+    }
+}
+
+void SdsMeshMaps::set_discontinuities_border_vertices_as_fixed(const CoreArray<unsigned int>& quad_indices,
+                                                               const SdsMeshBase::EdgesTopology& map_edges,
+                                                               const SdsMeshBase::EdgesTopology& base_edges,
+                                                               CoreArray<SdsMeshBase::VertexInfo>& infos) {
+    const auto is_seam = [&](unsigned int e) { return map_edges.is_border(e) && !base_edges.is_border(e); };
+    for (unsigned int c = 0; c < quad_indices.get_count(); ++c)
+        if (quad_indices[c] != none && (is_seam(c) || is_seam(sds::previous_in_quad(c))))
+            infos[quad_indices[c]].set_fixed(true);
+}
+
+void SdsMeshMaps::set_discontinuities_corner_vertices_as_fixed(const CoreArray<unsigned int>& quad_indices,
+                                                               const SdsMeshBase::EdgesTopology& map_edges,
+                                                               const SdsMeshBase::EdgesTopology& base_edges,
+                                                               CoreArray<SdsMeshBase::VertexInfo>& infos) {
+    for (unsigned int c = 0; c < quad_indices.get_count(); ++c) {
+        if (quad_indices[c] == none) continue;
+        const unsigned int p = sds::previous_in_quad(c);
+        const bool map_corner = map_edges.is_border(c) && map_edges.is_border(p);
+        const bool mesh_corner = base_edges.is_border(c) && base_edges.is_border(p);
+        if (map_corner && !mesh_corner) infos[quad_indices[c]].set_fixed(true);
+    }
+}
