@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace sds_cli {
+
+/// An array as .npy files hold it: little-endian, C order (the last index runs fastest).
+struct NpyArray {
+    using Values = std::variant<std::vector<float>, std::vector<double>, std::vector<std::uint32_t>,
+                                std::vector<std::int64_t>, std::vector<std::uint8_t>>;
+
+    std::vector<std::size_t> shape;  ///< extents; empty for a single value
+    Values values;                   ///< as many as the product of the extents
+};
+
+/// Reads an .npy file of version 1.0 or 2.0. Throws InputError when it cannot be read or is no such file, for other
+/// element types, Fortran order of two or more dimensions, big-endian data, and data shorter or longer than the shape
+/// says.
+NpyArray read_npy(const std::string& path);
+
+/// Writes values with the given shape as an .npy file of version 1.0, whole or not at all; "-" is standard output. The
+/// product of `shape` must be values.size(). Throws OutputError. T is one of the element types of NpyArray.
+template <class T>
+void write_npy(const std::string& path, std::span<const std::size_t> shape, std::span<const T> values);
+
+}  // namespace sds_cli

@@ -1,0 +1,184 @@
+#include "render/image.h"
+
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfInputFile.h>
+#include <gtest/gtest.h>
+#include <half.h>
+#include <png.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
+#include "render/tone.h"
+
+namespace sds_render {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A folder of its own for each test.
+class ImageFile : public testing::Test {
+protected:
+    void SetUp() override {
+        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+        m_folder = fs::path(testing::TempDir()) / (std::string("qn_image_") + info->name());
+        fs::remove_all(m_folder);
+        fs::create_directories(m_folder);
+    }
+    void TearDown() override { fs::remove_all(m_folder); }
+
+    std::string get_path(const char* name) const { return (m_folder / name).string(); }
+    size_t count_files() const {
+        return static_cast<size_t>(std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()));
+    }
+
+    fs::path m_folder;
+};
+
+Image make_image() {
+    Image image(37, 21);
+    const float infinity = std::numeric_limits<float>::infinity();
+    for (const char* name : {"R", "G", "B", "A"}) {
+        Channel& channel = image.add_channel(name, ChannelKind::colour);
+        for (size_t i = 0; i < channel.values.size(); ++i)
+            channel.values[i] =
+                name[0] == 'A' ? 1.0f : static_cast<float>(i % 97) / 48.0f * static_cast<float>(name[0] % 5);
+    }
+    Channel& depth = image.add_channel("Z", ChannelKind::data);
+    Channel& normal = image.add_channel("N.X", ChannelKind::data);
+    for (size_t i = 0; i < depth.values.size(); ++i) {
+        depth.values[i] = i % 5 == 0 ? infinity : 1.0f + static_cast<float>(i) * 1e-6f;
+        normal.values[i] = -1.0f + static_cast<float>(i % 100) * 0.02f;
+    }
+    Channel& ids = image.add_channel("id", ChannelKind::id);
+    for (size_t i = 0; i < ids.ids.size(); ++i) ids.ids[i] = 0xFFFFFFFFu - static_cast<std::uint32_t>(i);
+    return image;
+}
+
+TEST_F(ImageFile, ExrKeepsEveryChannel) {
+    const Image image = make_image();
+    write_exr(get_path("a.exr"), image);
+    EXPECT_EQ(count_files(), 1u);
+
+    Imf::InputFile file(get_path("a.exr").c_str());
+    const Imath::Box2i window = file.header().dataWindow();
+    ASSERT_EQ(window.max.x - window.min.x + 1, 37);
+    ASSERT_EQ(window.max.y - window.min.y + 1, 21);
+    const size_t count = image.get_pixel_count();
+    const auto read = [&](const char* name, Imf::PixelType type, auto zero) {
+        std::vector<decltype(zero)> pixels(count, zero);
+        const Imf::Channel* channel = file.header().channels().findChannel(name);
+        EXPECT_TRUE(channel != nullptr && channel->type == type) << name;
+        Imf::FrameBuffer buffer;
+        buffer.insert(name, Imf::Slice(type, reinterpret_cast<char*>(pixels.data()), sizeof(zero), sizeof(zero) * 37));
+        file.setFrameBuffer(buffer);
+        file.readPixels(window.min.y, window.max.y);
+        return pixels;
+    };
+    for (const char* name : {"R", "G", "B", "A"}) {
+        const std::vector<half> pixels = read(name, Imf::HALF, half(0.0f));
+        for (size_t i = 0; i < count; ++i)
+            ASSERT_NEAR(pixels[i], image.find_channel(name)->values[i], 0.002f * 8.0f) << name << " " << i;
+    }
+    EXPECT_EQ(read("Z", Imf::FLOAT, 0.0f), image.find_channel("Z")->values);
+    EXPECT_EQ(read("N.X", Imf::FLOAT, 0.0f), image.find_channel("N.X")->values);
+    EXPECT_EQ(read("id", Imf::UINT, 0u), image.find_channel("id")->ids);
+}
+
+TEST_F(ImageFile, PngHoldsThePreview) {
+    const Image image = make_image();
+    for (const char* layer : {"", "id", "Z"}) {
+        SCOPED_TRACE(layer);
+        write_png(get_path("a.png"), image, layer);
+        png_image header{};
+        header.version = PNG_IMAGE_VERSION;
+        ASSERT_NE(png_image_begin_read_from_file(&header, get_path("a.png").c_str()), 0);
+        EXPECT_EQ(header.width, 37u);
+        EXPECT_EQ(header.height, 21u);
+        header.format = PNG_FORMAT_RGBA;
+        Pixels8 pixels(PNG_IMAGE_SIZE(header));
+        ASSERT_NE(png_image_finish_read(&header, nullptr, pixels.data(), 0, nullptr), 0);
+        EXPECT_EQ(pixels, make_preview(image, layer));
+    }
+    EXPECT_EQ(count_files(), 1u);
+}
+
+TEST_F(ImageFile, AFailureLeavesWhatWasThere) {
+    const Image image = make_image();
+    const std::string folder = get_path("taken");
+    fs::create_directories(folder + "/inside");
+    EXPECT_THROW(write_png(folder, image), ImageError);
+    EXPECT_THROW(write_exr(folder, image), ImageError);
+    EXPECT_TRUE(fs::is_directory(folder + "/inside"));
+    EXPECT_EQ(count_files(), 1u) << "a temporary file stayed behind";
+
+    std::ofstream(get_path("old.png")) << "old";
+    EXPECT_THROW(write_png(get_path("old.png"), image, "no such layer"), std::invalid_argument);
+    EXPECT_EQ(fs::file_size(get_path("old.png")), 3u);
+
+    try {
+        write_exr(get_path("absent/a.exr"), image);
+        FAIL() << "wrote into a folder that is not there";
+    } catch (const ImageError& error) {
+        EXPECT_EQ(error.get_path(), get_path("absent/a.exr"));
+        EXPECT_NE(error.get_reason().find("No such file"), std::string::npos) << error.get_reason();
+    }
+    EXPECT_THROW(write_png(get_path("absent/a.png"), image), ImageError);
+}
+
+TEST(ImagePreview, BeautyIsNotPremultipliedAndNeverOutOfRange) {
+    Image image(3, 1);
+    const float values[3] = {0.25f, std::numeric_limits<float>::infinity(), std::numeric_limits<float>::quiet_NaN()};
+    for (const char* name : {"R", "G", "B"}) {
+        Channel& channel = image.add_channel(name, ChannelKind::colour);
+        std::copy_n(values, 3, channel.values.begin());
+    }
+    Channel& alpha = image.add_channel("A", ChannelKind::colour);
+    alpha.values = {0.5f, 1.0f, 1.0f};
+    const Pixels8 pixels = make_preview(image, "");
+    EXPECT_NEAR(pixels[0], 255.0 * encode_srgb(apply_filmic_curve(0.5)), 1.01);
+    EXPECT_EQ(pixels[3], 128);
+    EXPECT_EQ(pixels[4], 255);
+    EXPECT_EQ(pixels[8], 0);
+}
+
+TEST(ImagePreview, ShowsLayersByContent) {
+    Image image(2, 1);
+    const float normals[3][2] = {{0.0f, 1.0f}, {-1.0f, 0.0f}, {1.0f, 0.0f}};
+    const char* names[3] = {"N.X", "N.Y", "N.Z"};
+    for (unsigned int c = 0; c < 3; ++c)
+        image.add_channel(names[c], ChannelKind::data).values = {normals[c][0], normals[c][1]};
+    image.add_channel("Near.X", ChannelKind::data);  // a longer name is another layer
+    image.add_channel("Z", ChannelKind::data).values = {7.0f, std::numeric_limits<float>::infinity()};
+    image.add_channel("id", ChannelKind::id).ids = {4u, 0xFFFFFFFFu};
+
+    const Pixels8 normal = make_preview(image, "N");
+    EXPECT_EQ(Pixels8(normal.begin(), normal.begin() + 3), (Pixels8{128, 0, 255}));
+    const Pixels8 depth = make_preview(image, "Z");
+    EXPECT_EQ(depth[0], 0);
+    EXPECT_EQ(depth[7], 255);
+    const Pixels8 ids = make_preview(image, "id");
+    EXPECT_GT(ids[0], 0);
+    EXPECT_EQ(ids[4], 0);
+}
+
+TEST(Tone, CurvesRiseFromBlackToWhite) {
+    double before_curve = -1.0, before_code = -1.0;
+    for (int i = 0; i <= 1000; ++i) {
+        const double x = i * 0.001;
+        EXPECT_GT(apply_filmic_curve(4.0 * x), before_curve);
+        EXPECT_GT(encode_srgb(x), before_code);
+        before_curve = apply_filmic_curve(4.0 * x);
+        before_code = encode_srgb(x);
+    }
+    EXPECT_EQ(encode_srgb(0.0), 0.0);
+    EXPECT_NEAR(encode_srgb(1.0), 1.0, 1e-12);
+    EXPECT_NEAR(encode_srgb(0.18), 0.4613561, 1e-6);
+}
+
+}  // namespace
+}  // namespace sds_render

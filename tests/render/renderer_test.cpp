@@ -1,0 +1,324 @@
+#include "render/renderer.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <set>
+
+#include "qn_sys/sys_thread.h"
+#include "render/framing.h"
+#include "test_objects.h"
+
+namespace sds_render {
+namespace {
+
+using render_test::FlatGrid;
+using render_test::SphereCloud;
+
+const std::vector<render_test::Sphere> cluster{{{0, 0, 0}, 1.0}, {{1.2, 0.3, 0.4}, 0.5}, {{-0.8, 0.9, 0.5}, 0.35}};
+
+Rendering render_with_threads(unsigned int threads, const Scene& scene, const Camera& camera,
+                              const RenderOptions& options) {
+    Rendering out{Image(1, 1), {}};
+    SysThreadArena(threads).execute([&] { out = render(scene, camera, options, nullptr); });
+    return out;
+}
+
+void expect_same(const Image& a, const Image& b) {
+    ASSERT_EQ(a.get_channels().size(), b.get_channels().size());
+    for (size_t c = 0; c < a.get_channels().size(); ++c) {
+        EXPECT_EQ(a.get_channels()[c].values, b.get_channels()[c].values) << a.get_channels()[c].name;
+        EXPECT_EQ(a.get_channels()[c].ids, b.get_channels()[c].ids) << a.get_channels()[c].name;
+    }
+}
+
+TEST(Renderer, ThreadsAndPacketsDoNotChangeThePicture) {
+    SphereCloud cloud(cluster);
+    cloud.set_path({0.0, 1.0}, {{0, 0, 0}, {0.2, 0.1, 0}});
+    Scene scene({0.0, 1.0});
+    scene.add(cloud);
+    scene.commit();
+    const Camera camera(scene.get_bbox(), {}, 77, 45);  // tiles and blocks are cut at the border
+    RenderOptions options;
+    options.shading.wire = true;
+    for (const char* name : {"N", "Z", "id", "checker"}) options.layers.push_back(make_layer(name));
+    for (const unsigned int samples : {1u, 3u, 8u}) {
+        SCOPED_TRACE(samples);
+        options.samples = samples;
+        options.packets = true;
+        const Rendering alone = render_with_threads(1, scene, camera, options);
+        expect_same(alone.image, render_with_threads(4, scene, camera, options).image);
+        options.packets = false;
+        expect_same(alone.image, render_with_threads(3, scene, camera, options).image);
+        EXPECT_EQ(alone.statistics.camera_rays, 77u * 45u * samples);
+        EXPECT_GT(alone.statistics.rays, alone.statistics.camera_rays);
+    }
+}
+
+TEST(Renderer, LayersShowWhatTheCameraSees) {
+    const FlatGrid grid(4);
+    Scene scene;
+    scene.add(grid);
+    scene.commit();
+    CameraView view;
+    view.azimuth = view.elevation = 0.0;
+    const Camera camera(scene.get_bbox(), view, 60, 60);
+    RenderOptions options;
+    options.background = false;
+    options.shading.shadow = false;
+    options.shading.ambient_rays = 0;
+    options.samples = 4;
+    for (const std::string& name : get_layer_names()) options.layers.push_back(make_layer(name));
+    const Image image = render(scene, camera, options, nullptr).image;
+    unsigned int covered = 0;
+    for (unsigned int y = 0; y < 60; ++y)
+        for (unsigned int x = 0; x < 60; ++x) {
+            const size_t at = 60 * y + x;
+            const auto value = [&](const char* channel) { return image.find_channel(channel)->values[at]; };
+            const auto id = [&](const char* channel) { return image.find_channel(channel)->ids[at]; };
+            if (value("A") == 0.0f) {
+                EXPECT_EQ(value("R"), 0.0f);
+                EXPECT_EQ(id("id"), no_index);
+                EXPECT_EQ(value("Z"), std::numeric_limits<float>::infinity());
+            }
+            if (value("A") != 1.0f) continue;
+            ++covered;
+            // P says where the pixel looks, everything else follows from it: x to the right, y up, camera on +z.
+            const float px = value("P.X"), py = value("P.Y");
+            EXPECT_NEAR(px, 0.5 + (x - 29.5) * 1.06 / 60.0, 1.1 / 60.0);
+            EXPECT_NEAR(py, 0.5 - (y - 29.5) * 1.06 / 60.0, 1.1 / 60.0);
+            EXPECT_NEAR(value("P.Z"), 0.0f, 1e-6f);
+            EXPECT_EQ(id("id"), static_cast<unsigned int>(py * 4.0f) * 4u + static_cast<unsigned int>(px * 4.0f));
+            EXPECT_NEAR(value("st.X"), px * 4.0f - std::floor(px * 4.0f), 1e-5f);
+            EXPECT_NEAR(value("uv.Y"), py * 4.0f - std::floor(py * 4.0f), 1e-5f);
+            EXPECT_EQ(value("N.Z"), 1.0f);
+            EXPECT_EQ(id("object"), 0u);
+            EXPECT_NEAR(value("Z"), camera.get_position()[2], 1e-6);
+            EXPECT_GT(value("R"), 0.0f);
+        }
+    EXPECT_GT(covered, 55u * 55u);
+}
+
+TEST(Renderer, WireRunsAlongVisibleEdgesOnly) {
+    CameraView view;
+    view.azimuth = view.elevation = 0.0;
+    // Edge k of the single square is on this side of the picture.
+    const struct { unsigned int edge, x, y; } sides[] = {{0, 40, 75}, {1, 75, 40}, {2, 40, 4}, {3, 4, 40}};
+    for (const auto& side : sides) {
+        const FlatGrid grid(1, 1u << side.edge);
+        Scene scene;
+        scene.add(grid);
+        scene.commit();
+        const Camera camera(scene.get_bbox(), view, 80, 80);
+        RenderOptions options;
+        options.shading.ambient_rays = 0;
+        options.samples = 1;
+        const Image plain = render(scene, camera, options, nullptr).image;
+        options.shading.wire = true;
+        options.shading.wire_width = 6.0;
+        const Image wired = render(scene, camera, options, nullptr).image;
+        for (const auto& other : sides) {
+            const size_t at = 80 * other.y + other.x;
+            const float before = plain.find_channel("G")->values[at], after = wired.find_channel("G")->values[at];
+            if (other.edge == side.edge)
+                EXPECT_LT(after, 0.4f * before) << side.edge;
+            else
+                EXPECT_EQ(after, before) << side.edge << " " << other.edge;
+        }
+    }
+}
+
+TEST(Renderer, WireKeepsItsWidthInPixels) {
+    CameraView view;
+    view.azimuth = view.elevation = 0.0;
+    const FlatGrid grid(1, 8u);
+    Scene scene;
+    scene.add(grid);
+    scene.commit();
+    for (const unsigned int size : {50u, 200u}) {
+        const Camera camera(scene.get_bbox(), view, size, size);
+        RenderOptions options;
+        options.samples = 16;
+        options.shading.ambient_rays = 0;
+        const Image plain = render(scene, camera, options, nullptr).image;
+        options.shading.wire = true;
+        options.shading.wire_width = 4.0;
+        const Image wired = render(scene, camera, options, nullptr).image;
+        double width = 0.0;
+        for (unsigned int x = 0; x < size; ++x) {
+            const size_t at = size_t{size} * (size / 2) + x;
+            const double change = plain.find_channel("R")->values[at] - wired.find_channel("R")->values[at];
+            width += change / (0.85 * plain.find_channel("R")->values[size_t{size} * (size / 2) + size / 2]);
+        }
+        EXPECT_NEAR(width, 2.0, 0.4) << "half of the line is on the square, the other half beside it";
+    }
+}
+
+TEST(Renderer, ShadowsAndOcclusionOnlyTakeLightAway) {
+    const SphereCloud cloud(cluster);
+    Scene scene;
+    scene.add(cloud);
+    scene.commit();
+    const Camera camera(scene.get_bbox(), {}, 64, 64);
+    RenderOptions options;
+    options.samples = 4;
+    const Image shadowed = render(scene, camera, options, nullptr).image;
+    options.shading.shadow = false;
+    options.shading.ambient_rays = 0;
+    const Image open = render(scene, camera, options, nullptr).image;
+    size_t darker = 0;
+    for (size_t i = 0; i < open.get_pixel_count(); ++i) {
+        const float with = shadowed.find_channel("R")->values[i], without = open.find_channel("R")->values[i];
+        EXPECT_LE(with, without * 1.0001f);
+        darker += with < 0.8f * without ? 1 : 0;
+    }
+    EXPECT_GT(darker, open.get_pixel_count() / 200);
+}
+
+TEST(Renderer, ABlurredPictureIsTheMeanOfStillOnes) {
+    SphereCloud cloud({{{0, 0, 0}, 1.0}});
+    cloud.set_path({0.0, 1.0}, {{0, 0, 0}, {1.5, 0, 0}});
+    Scene blurred({0.0, 1.0});
+    blurred.add(cloud);
+    blurred.commit();
+    CameraView view;
+    view.azimuth = 0.0;
+    const Camera camera(blurred.get_bbox(), view, 32, 24);
+    RenderOptions options;
+    options.background = false;
+    options.samples = 256;
+    options.shading.ambient_rays = 0;
+    options.shading.shadow = false;
+    const Image mean = render(blurred, camera, options, nullptr).image;
+    std::vector<double> sum(mean.get_pixel_count(), 0.0);
+    constexpr unsigned int still_count = 32;
+    options.samples = 8;
+    for (unsigned int i = 0; i < still_count; ++i) {
+        const double time = (i + 0.5) / still_count;
+        Scene still({time, time});
+        still.add(cloud);
+        still.commit();
+        const Image image = render(still, camera, options, nullptr).image;
+        for (size_t p = 0; p < sum.size(); ++p) sum[p] += image.find_channel("A")->values[p];
+    }
+    unsigned int partial = 0;
+    for (size_t p = 0; p < sum.size(); ++p) {
+        const float coverage = mean.find_channel("A")->values[p];
+        ASSERT_NEAR(coverage, sum[p] / still_count, 0.05) << p;
+        partial += coverage > 0.2f && coverage < 0.8f ? 1 : 0;
+    }
+    EXPECT_GT(partial, 50u);
+}
+
+TEST(Renderer, ProgressGoesToTheEnd) {
+    const SphereCloud cloud(cluster);
+    Scene scene;
+    scene.add(cloud);
+    scene.commit();
+    AppProgressBar bar;
+    bar.begin_task("tiles", 0.5f, false);
+    RenderOptions options;
+    options.samples = 1;
+    render(scene, Camera(scene.get_bbox(), {}, 100, 70), options, &bar);
+    EXPECT_NEAR(bar.get_position(), 0.5f, 1e-5f);
+    EXPECT_THROW(make_layer("nonsense"), std::invalid_argument);
+}
+
+TEST(Camera, FramesTheBoxFromEverySide) {
+    const Bbox3 box({148370, 1230, -223430}, {148380, 1231, -223427});
+    for (const double azimuth : {0.0, 35.0, 90.0, 200.0, 355.0})
+        for (const double elevation : {-90.0, -20.0, 0.0, 45.0, 90.0})
+            for (const unsigned int width : {100u, 400u}) {
+                SCOPED_TRACE(testing::Message() << azimuth << " " << elevation << " " << width);
+                CameraView view;
+                view.azimuth = azimuth;
+                view.elevation = elevation;
+                const Camera camera(box, view, width, 200);
+                // Where a corner appears: find it by the rays, which know nothing of the framing.
+                const Vec3 c00 = camera.camera_ray(0, 0).direction, forward = camera.get_forward();
+                const double limit_x = std::fabs(c00.dot(camera.get_right()) / c00.dot(forward));
+                const double limit_y = std::fabs(c00.dot(camera.get_up()) / c00.dot(forward));
+                double fill = 0.0;
+                for (unsigned int c = 0; c < 8; ++c) {
+                    const Vec3 corner{(c & 1 ? box.get_max() : box.get_min())[0],
+                                      (c & 2 ? box.get_max() : box.get_min())[1],
+                                      (c & 4 ? box.get_max() : box.get_min())[2]};
+                    const Vec3 arm = corner - camera.get_position();
+                    ASSERT_GT(arm.dot(forward), 0.0);
+                    const double x = std::fabs(arm.dot(camera.get_right()) / arm.dot(forward)) / limit_x;
+                    const double y = std::fabs(arm.dot(camera.get_up()) / arm.dot(forward)) / limit_y;
+                    EXPECT_LT(std::max(x, y), 1.0);
+                    fill = std::max({fill, x, y});
+                }
+                EXPECT_GT(fill, 0.9);
+            }
+}
+
+TEST(Camera, FramesTheOutlineOfAScene) {
+    // A row of balls on a diagonal of its box: the box's other corners are empty.
+    std::vector<render_test::Sphere> row;
+    for (int i = 0; i < 20; ++i) row.push_back({{0.1 * i, 0.1 * i, 0.1 * i}, 0.1});
+    SphereCloud cloud(row);
+    cloud.set_path({0.0, 1.0}, {{0, 0, 0}, {1, -1, 0}});
+    Scene scene({0.0, 1.0});
+    scene.add(cloud);
+    scene.commit();
+    CameraView view;
+    view.azimuth = 120.0;
+    constexpr unsigned int width = 90, height = 50;
+    const Camera camera = frame_scene(scene, view, width, height);
+    RenderOptions options;
+    options.background = false;
+    options.samples = 32;
+    options.shading.ambient_rays = 0;
+    const Image image = render(scene, camera, options, nullptr).image;
+    unsigned int left = width, right = 0, top = height, bottom = 0;
+    for (unsigned int y = 0; y < height; ++y)
+        for (unsigned int x = 0; x < width; ++x) {
+            if (image.find_channel("A")->values[width * y + x] == 0.0f) continue;
+            left = std::min(left, x);
+            right = std::max(right, x);
+            top = std::min(top, y);
+            bottom = std::max(bottom, y);
+        }
+    EXPECT_GE(top, 1u);
+    EXPECT_LE(bottom, height - 2);
+    EXPECT_NEAR(bottom - top, height / 1.06, 3.0);
+    EXPECT_NEAR(left + right, width, 6.0);
+
+    Scene nothing;
+    nothing.commit();
+    EXPECT_TRUE(frame_scene(nothing, view, width, height).get_position().is_finite());
+}
+
+TEST(Camera, PixelStepsAgreeWithRays) {
+    const Camera camera(Bbox3({-1, -2, -1}, {3, 1, 1}), {}, 320, 200);
+    const GeometryRay a = camera.camera_ray(100.0, 60.0), b = camera.camera_ray(100.5, 61.0);
+    const Vec3 from = a.origin + a.direction * 6.0, to = b.origin + b.direction * 6.2;
+    double x, y;
+    camera.get_pixel_step(from, (to - from) * 1e-6, x, y);
+    EXPECT_NEAR(x * 1e6, 0.5, 0.03);
+    EXPECT_NEAR(y * 1e6, 1.0, 0.05);
+}
+
+TEST(Sampling, EveryElementaryIntervalGetsOneSample) {
+    for (unsigned int pixel = 0; pixel < 20; ++pixel)
+        for (unsigned int pair = 0; pair < 5; ++pair)
+            for (unsigned int log = 0; log <= 6; ++log) {
+                const PixelSampler sampler(pixel * 31, pixel);
+                const unsigned int count = 1u << log;
+                for (unsigned int columns = 1; columns <= count; columns *= 2) {
+                    std::set<std::pair<int, int>> cells;
+                    for (unsigned int i = 0; i < count; ++i) {
+                        const SamplePoint at = sampler.get(i, pair);
+                        ASSERT_TRUE(at.x >= 0.0 && at.x < 1.0 && at.y >= 0.0 && at.y < 1.0);
+                        cells.insert({static_cast<int>(at.x * columns), static_cast<int>(at.y * (count / columns))});
+                    }
+                    ASSERT_EQ(cells.size(), count) << pixel << " " << pair << " " << count << " " << columns;
+                }
+            }
+}
+
+}  // namespace
+}  // namespace sds_render

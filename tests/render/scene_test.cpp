@@ -1,0 +1,333 @@
+#include "render/scene.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "qn_sys/sys_thread.h"
+#include "test_objects.h"
+
+namespace sds_render {
+namespace {
+
+using render_test::FlatGrid;
+using render_test::Sphere;
+using render_test::SphereCloud;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+struct Expected {
+    double t = infinity;
+    unsigned int primitive = no_index;
+};
+
+// Nearest sphere by plane geometry in extended precision, one after the other.
+Expected find_nearest(const SphereCloud& cloud, const GeometryRay& ray) {
+    using Real = long double;
+    Expected best;
+    const Vec3 offset = cloud.get_offset(ray.time);
+    for (unsigned int s = 0; s < cloud.get_spheres().size(); ++s) {
+        const Sphere& sphere = cloud.get_spheres()[s];
+        Real along = 0, arm_squared = 0, speed_squared = 0;
+        for (unsigned int a = 0; a < 3; ++a) {
+            const Real arm = Real{sphere.center[a]} + Real{offset[a]} - Real{ray.origin[a]};
+            along += arm * Real{ray.direction[a]};
+            arm_squared += arm * arm;
+            speed_squared += Real{ray.direction[a]} * Real{ray.direction[a]};
+        }
+        const Real half_squared =
+            Real{sphere.radius} * Real{sphere.radius} - (arm_squared - along * along / speed_squared);
+        if (!(half_squared >= 0)) continue;
+        for (const Real sign : {-1.0L, 1.0L}) {
+            const auto t =
+                static_cast<double>((along + sign * std::sqrt(half_squared * speed_squared)) / speed_squared);
+            if (t >= ray.tnear && t < ray.tfar && t < best.t) best = {t, s};
+        }
+    }
+    return best;
+}
+
+std::vector<Sphere> make_spheres(unsigned int count, const Vec3& center, double size) {
+    std::mt19937 random(count);
+    std::uniform_real_distribution<double> place(-1.0, 1.0), radius(0.01, 0.12);
+    std::vector<Sphere> spheres(count);
+    for (Sphere& sphere : spheres)
+        sphere = {center + Vec3{place(random), place(random), place(random)} * size, radius(random) * size};
+    return spheres;
+}
+
+// Rays around and inside a ball, aimed at places near it, with directions of any length and windows that cut some hits
+// off.
+std::vector<GeometryRay> make_rays(unsigned int count, const Vec3& center, double size, double distance) {
+    std::mt19937 random(count + 1);
+    std::uniform_real_distribution<double> unit(-1.0, 1.0);
+    const auto any = [&] { return Vec3{unit(random), unit(random), unit(random)}; };
+    std::vector<GeometryRay> rays(count);
+    for (unsigned int i = 0; i < count; ++i) {
+        GeometryRay& ray = rays[i];
+        const Vec3 target = center + any() * size;
+        ray.origin = center + any() * (i % 4 == 0 ? size : distance * size);
+        ray.direction = (target - ray.origin) * std::exp2(8.0 * unit(random));
+        if (i % 3 == 0) ray.tnear = 0.5 * (1.0 + unit(random)) * size / ray.direction.length();
+        if (i % 5 == 0) ray.tfar = distance * size / ray.direction.length();
+    }
+    return rays;
+}
+
+// Traces the rays one by one, in packets of every size, and for occlusion, and compares with `find_nearest`.
+// `tolerance` is a distance.
+void expect_nearest_hits(const SphereCloud& cloud, const Shutter& shutter, const std::vector<GeometryRay>& rays,
+                         double tolerance) {
+    Scene scene(shutter);
+    scene.add(cloud);
+    scene.commit();
+    RenderThread thread(scene.get_shader_ctx());
+    unsigned int hit_count = 0;
+    const auto expect_hit = [&](const GeometryRay& ray, unsigned int object, const Expected& expected, size_t i) {
+        ASSERT_EQ(ray.hit.primitive != no_index, expected.primitive != no_index) << "ray " << i;
+        if (expected.primitive == no_index) return;
+        ASSERT_NEAR((ray.hit.t - expected.t) * ray.direction.length(), 0.0, tolerance) << "ray " << i;
+        ASSERT_EQ(ray.hit.primitive, expected.primitive) << "ray " << i;
+        ASSERT_EQ(ray.tfar, ray.hit.t) << "ray " << i;
+        ASSERT_EQ(object, 0u) << "ray " << i;
+    };
+    std::vector<Expected> expected;
+    for (size_t i = 0; i < rays.size(); ++i) {
+        expected.push_back(find_nearest(cloud, rays[i]));
+        hit_count += expected[i].primitive != no_index ? 1 : 0;
+        GeometryRay ray = rays[i];
+        unsigned int object = no_index;
+        scene.intersect(ray, thread, &object);
+        ASSERT_NO_FATAL_FAILURE(expect_hit(ray, object, expected[i], i));
+        GeometryRay shadow = rays[i];
+        ASSERT_EQ(scene.occluded(shadow, thread), expected[i].primitive != no_index) << "ray " << i;
+    }
+    EXPECT_GT(hit_count, rays.size() / 16) << "the rays should not all miss";
+    EXPECT_LT(hit_count, rays.size()) << "nor all hit";
+
+    unsigned int width = 1;
+    for (size_t begin = 0; begin < rays.size(); begin += width, width = width % RenderThread::packet_size + 1) {
+        GeometryRay packet[RenderThread::packet_size];
+        unsigned int objects[RenderThread::packet_size];
+        width = std::min(width, static_cast<unsigned int>(rays.size() - begin));
+        std::copy_n(rays.begin() + static_cast<std::ptrdiff_t>(begin), width, packet);
+        scene.intersect_packet(packet, width, thread, objects);
+        for (unsigned int i = 0; i < width; ++i)
+            ASSERT_NO_FATAL_FAILURE(expect_hit(packet[i], objects[i], expected[begin + i], begin + i));
+    }
+    EXPECT_EQ(thread.hit_count, 3u * hit_count);
+    EXPECT_EQ(thread.ray_count, 3u * rays.size());
+}
+
+TEST(Scene, FindsTheNearestHitAtAnySizeAndDistance) {
+    const struct {
+        const char* name;
+        Vec3 center;
+        double size;
+        double distance;
+    } cases[] = {
+        {"at the origin", {0, 0, 0}, 1.0, 3.0},      {"far from the origin", {148376, 1234, -223423}, 2.0, 3.0},
+        {"seen from afar", {10, -20, 30}, 1.0, 1e5}, {"tiny", {0, 0, 0}, 1e-25, 3.0},
+        {"huge", {1e24, -1e24, 2e24}, 1e25, 3.0},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        const SphereCloud cloud(make_spheres(200, each.center, each.size));
+        const double tolerance = 1e-8 * each.size * each.distance + 1e-9 * each.center.length();
+        expect_nearest_hits(cloud, {}, make_rays(4000, each.center, each.size, each.distance), tolerance);
+    }
+}
+
+TEST(Scene, PacketsReachPrimitivesAsOneRange) {
+    const SphereCloud cloud({{{0, 0, 0}, 1.0}});
+    Scene scene;
+    scene.add(cloud);
+    scene.commit();
+    RenderThread thread(scene.get_shader_ctx());
+    GeometryRay rays[16];
+    unsigned int objects[16];
+    // Every third ray passes far away: the others are not neighbours in the packet.
+    for (unsigned int i = 0; i < 16; ++i) rays[i].origin = {i % 3 == 2 ? 0.9 : 0.01 * i, i % 3 == 2 ? 0.9 : 0.0, -3.0};
+    scene.intersect_packet(rays, 16, thread, objects);
+    for (unsigned int i = 0; i < 16; ++i) EXPECT_EQ(objects[i], i % 3 == 2 ? no_index : 0u) << i;
+    EXPECT_EQ(cloud.get_range_count(), 1u);
+    EXPECT_GE(cloud.get_longest_range(), 11u);
+}
+
+TEST(Scene, TiesGoToTheSmallerObjectThenPrimitive) {
+    const Sphere sphere{{0, 0, 0}, 1.0};
+    const SphereCloud first({sphere, sphere, sphere}), second({sphere});
+    Scene scene;
+    scene.add(first);
+    EXPECT_EQ(scene.add(second), 1u);
+    scene.commit();
+    RenderThread thread(scene.get_shader_ctx());
+    GeometryRay rays[8];
+    unsigned int objects[8];
+    for (unsigned int i = 0; i < 8; ++i) rays[i].origin = {0.05 * i, 0.0, -3.0};
+    scene.intersect_packet(rays, 8, thread, objects);
+    for (unsigned int i = 0; i < 8; ++i) {
+        GeometryRay ray;
+        ray.origin = {0.05 * i, 0.0, -3.0};
+        unsigned int object = no_index;
+        EXPECT_TRUE(scene.intersect(ray, thread, &object));
+        EXPECT_EQ(object, 0u);
+        EXPECT_EQ(ray.hit.primitive, 0u);
+        EXPECT_EQ(objects[i], 0u);
+        EXPECT_EQ(rays[i].hit.primitive, 0u);
+    }
+}
+
+TEST(Scene, RaysWithoutSenseHitNothing) {
+    const SphereCloud cloud({{{0, 0, 0}, 1.0}});
+    Scene scene;
+    scene.add(cloud);
+    scene.commit();
+    RenderThread thread(scene.get_shader_ctx());
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    std::vector<GeometryRay> rays(10);
+    rays[0].direction = {0, 0, 0};
+    rays[1].direction = {nan, 0, 1};
+    rays[2].direction = {0, 0, infinity};
+    rays[3].origin = {nan, 0, 0};
+    rays[4].origin = {0, -infinity, 0};
+    rays[5].tnear = nan;
+    rays[6].tfar = nan;
+    rays[7].tnear = 0.9;
+    rays[7].tfar = 0.5;
+    rays[8].tnear = 5.0;
+    rays[9].tfar = -2.0;
+    unsigned int objects[10];
+    std::vector<GeometryRay> packet = rays;
+    scene.intersect_packet(packet.data(), 10, thread, objects);
+    for (size_t i = 0; i < rays.size(); ++i) {
+        GeometryRay single = rays[i], shadow = rays[i];
+        EXPECT_FALSE(scene.intersect(single, thread)) << i;
+        EXPECT_FALSE(scene.occluded(shadow, thread)) << i;
+        EXPECT_EQ(objects[i], no_index) << i;
+    }
+    GeometryRay backwards;  // a window before the origin is a window
+    backwards.tnear = -infinity;
+    backwards.tfar = 0.0;
+    EXPECT_TRUE(scene.intersect(backwards, thread));
+    EXPECT_DOUBLE_EQ(backwards.hit.t, -1.0);
+}
+
+TEST(Scene, LeavesOutPrimitivesWithoutABox) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const SphereCloud cloud({{{nan, 0, 0}, 1.0}, {{0, 0, 0}, 1.0}, {{5, 0, 0}, -1.0}, {{0, infinity, 0}, 1.0}});
+    const SphereCloud nothing({{{nan, nan, nan}, 1.0}}), empty({});
+    Scene scene;
+    scene.add(empty);
+    scene.add(nothing);
+    scene.add(cloud);
+    scene.commit();
+    RenderThread thread(scene.get_shader_ctx());
+    GeometryRay ray;
+    unsigned int object = no_index;
+    ASSERT_TRUE(scene.intersect(ray, thread, &object));
+    EXPECT_EQ(object, 2u);
+    EXPECT_EQ(ray.hit.primitive, 1u);
+    EXPECT_EQ(scene.get_bbox().get_max()[0], 1.0);
+
+    Scene bare;
+    bare.add(nothing);
+    bare.commit();
+    EXPECT_TRUE(bare.get_bbox().is_empty());
+    GeometryRay lost;
+    EXPECT_FALSE(bare.intersect(lost, thread));
+}
+
+TEST(Scene, FlatBoxesAndSharedEdgesLoseNoRay) {
+    const FlatGrid grid(16);
+    Scene scene;
+    scene.add(grid);
+    scene.commit();
+    RenderThread thread(scene.get_shader_ctx());
+    std::mt19937 random(7);
+    std::uniform_int_distribution<int> line(1, 15);
+    std::uniform_real_distribution<double> place(0.001, 0.999);
+    for (int i = 0; i < 20000; ++i) {
+        const Vec3 target{i % 2 == 0 ? line(random) / 16.0 : place(random), line(random) / 16.0, 0};
+        GeometryRay ray;
+        ray.origin = {place(random), place(random), i % 3 == 0 ? 1e-3 : 5.0};
+        ray.direction = target - ray.origin;
+        ASSERT_TRUE(scene.intersect(ray, thread)) << i;
+        ASSERT_NEAR(ray.hit.t, 1.0, 1e-12) << i;
+    }
+}
+
+class MovingScene : public testing::TestWithParam<std::vector<double>> {};
+
+TEST_P(MovingScene, FindsTheNearestHitAtEveryTime) {
+    const Vec3 center{1000, 0, -2000};
+    SphereCloud cloud(make_spheres(60, center, 1.0));
+    std::vector<Vec3> offsets;
+    std::mt19937 random(3);
+    std::uniform_real_distribution<double> unit(-1.0, 1.0);
+    for (size_t i = 0; i < GetParam().size(); ++i) offsets.push_back({unit(random), unit(random), unit(random)});
+    cloud.set_path(GetParam(), offsets);
+
+    for (const Shutter& shutter : {Shutter{0.2, 0.9}, Shutter{-1.0, 2.0}, Shutter{0.5, 0.5}, Shutter{0.5, 0.5001}}) {
+        SCOPED_TRACE(testing::Message() << "shutter " << shutter.open << " " << shutter.close);
+        std::vector<GeometryRay> rays = make_rays(4000, center, 1.5, 3.0);
+        for (size_t i = 0; i < rays.size(); ++i) {
+            // Runs of equal times, as packets of one pixel may have, and times at the bends themselves.
+            const double at = static_cast<double>(i / 3 % 101) / 100.0;
+            rays[i].time = shutter.open + at * (shutter.close - shutter.open);
+            const double bend = GetParam()[i % GetParam().size()];
+            if (i % 7 == 0 && bend >= shutter.open && bend <= shutter.close) rays[i].time = bend;
+        }
+        expect_nearest_hits(cloud, shutter, rays, 1e-7);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, MovingScene,
+                         testing::Values(std::vector<double>{0.0, 1.0}, std::vector<double>{0.0, 0.25, 0.5, 0.75, 1.0},
+                                         std::vector<double>{0.0, 0.31, 0.33, 0.34, 0.8, 1.0},
+                                         std::vector<double>{0.4, 0.6}));
+
+TEST(Scene, GivesTheFrameItsMotionTimes) {
+    SphereCloud cloud({{{0, 0, 0}, 1.0}});
+    cloud.set_path({0.0, 0.5, 1.0}, {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}});
+    Scene blurred({0.25, 1.0}), still({0.25, 0.25});
+    for (Scene* scene : {&blurred, &still}) {
+        scene->add(cloud);
+        scene->commit();
+    }
+    const GMathTimeSampling& times = blurred.get_shader_ctx().get_motion_blur().get_time_sampling();
+    ASSERT_EQ(times.get_sample_count(), 3u);
+    EXPECT_EQ(times.get_sample_time(0), 0.25);
+    EXPECT_EQ(times.get_sample_time(1), 0.5);
+    EXPECT_EQ(times.get_sample_time(2), 1.0);
+    EXPECT_EQ(still.get_shader_ctx().get_motion_blur().get_time_sampling().get_sample_count(), 0u);
+}
+
+TEST(Scene, ConcurrentRaysAnswerLikeOneThread) {
+    const SphereCloud cloud(make_spheres(300, {0, 0, 0}, 1.0));
+    Scene scene;
+    scene.add(cloud);
+    SysThreadArena arena(4);
+    arena.execute([&] { scene.commit(); });
+    const std::vector<GeometryRay> rays = make_rays(4096, {0, 0, 0}, 1.0, 3.0);
+    std::vector<GeometryRay> alone = rays, together = rays;
+    RenderThread thread(scene.get_shader_ctx());
+    for (GeometryRay& ray : alone) scene.intersect(ray, thread);
+    arena.execute([&] {
+        sys_parallel_for(64u, [&](unsigned int chunk, unsigned int) {
+            RenderThread own(scene.get_shader_ctx());
+            unsigned int objects[16];
+            for (unsigned int i = 0; i < 4; ++i)
+                scene.intersect_packet(&together[64 * chunk + 16 * i], 16, own, objects);
+        });
+    });
+    for (size_t i = 0; i < rays.size(); ++i) {
+        ASSERT_EQ(alone[i].hit.primitive, together[i].hit.primitive) << i;
+        ASSERT_EQ(alone[i].hit.t, together[i].hit.t) << i;
+    }
+}
+
+}  // namespace
+}  // namespace sds_render

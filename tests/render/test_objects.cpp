@@ -1,0 +1,132 @@
+#include "test_objects.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace render_test {
+
+namespace {
+
+constexpr double tau = 2.0 * std::numbers::pi;
+
+bool push(const CtxEval& ctx, GeometryRaytraceCtx& rays, unsigned int ray, unsigned int primitive, double u, double v,
+          double t) {
+    return rays.push_intersection(ctx, ray, primitive, u, v, 0.0, 0xFFFFFFFF, 0.0, 0.0, 0.0, t, 0.0001, {}, nullptr);
+}
+
+class NoLoader : public GeometryPointCloud::SampleLoader {
+public:
+    void load(const GMathTimeSampling&, const unsigned int&, GMathVec3<float>*) override {}
+};
+
+}  // namespace
+
+void PlainObject::get_primitive_indices(CoreArray<unsigned int>& out) const {
+    out.resize(get_primitive_count());
+    for (unsigned int i = 0; i < out.get_count(); ++i) out[i] = i;
+}
+
+void SphereCloud::set_path(const std::vector<double>& times, const std::vector<Vec3>& offsets) {
+    CoreArray<double> copy;
+    for (const double time : times) copy.add(time);
+    m_sampling = GMathTimeSampling(copy);
+    m_offsets = offsets;
+    m_cloud.init_sampling(m_sampling,
+                          CoreSharedPointer<GeometryPointCloud::SampleLoader, CoreSharedCounter>(new NoLoader));
+}
+
+Vec3 SphereCloud::get_offset(double time) const {
+    if (m_offsets.empty()) return {0, 0, 0};
+    unsigned int sample;
+    double fraction;
+    m_sampling.get_span(time, sample, fraction);
+    return m_offsets[sample] * (1.0 - fraction) + m_offsets[sample + 1] * fraction;
+}
+
+GMathBbox3<double> SphereCloud::get_bbox() const {
+    Bbox3 box = Bbox3::empty();
+    for (const Sphere& sphere : m_spheres) {
+        const Vec3 r{sphere.radius, sphere.radius, sphere.radius};
+        box.grow(Bbox3(sphere.center - r, sphere.center + r));
+    }
+    return box;
+}
+
+void SphereCloud::compute_primitive_bbox(const CtxEval& ctx, const unsigned int& primitive, Bbox3& bbox) const {
+    compute_primitive_bbox_at(ctx, primitive, 0.0, bbox);
+}
+
+void SphereCloud::compute_primitive_bbox_at(const CtxEval&, const unsigned int& primitive, const double& time,
+                                            Bbox3& bbox) const {
+    const Sphere& sphere = m_spheres[primitive];
+    const Vec3 center = sphere.center + get_offset(time);
+    const Vec3 r{sphere.radius, sphere.radius, sphere.radius};
+    bbox = {center - r, center + r};
+}
+
+void SphereCloud::compute_fragment_sample(const CtxEval&, const GeometryFragment& fragment,
+                                          GeometrySample& sample) const {
+    const Sphere& sphere = m_spheres[fragment.primitive];
+    const double around = tau * fragment.u, height = std::numbers::pi * (fragment.v - 0.5), r = sphere.radius;
+    const Vec3 out{std::sin(around) * std::cos(height), std::sin(height), std::cos(around) * std::cos(height)};
+    const Vec3 du = Vec3{out[2], 0, -out[0]} * (tau * r);
+    const Vec3 dv = Vec3{-std::sin(around) * std::sin(height), std::cos(height), -std::cos(around) * std::sin(height)} *
+                    (std::numbers::pi * r);
+    sample.set_fallback_normal(out);
+    const Vec3 zero{0, 0, 0};
+    sample.init_surface(sphere.center + get_offset(fragment.time) + out * r, du, dv, zero, zero, zero);
+}
+
+// Like the real kernels: one time for the whole range, and the ray moved close to the object first.
+void SphereCloud::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
+                                      GeometryRaytraceCtx& rays) const {
+    const unsigned int first = rays.get_first_ray(), last = rays.get_last_ray();
+    if (last > first && rays.get_data().map != nullptr) {
+        ++m_range_count;
+        const unsigned int length = last - first + 1;
+        unsigned int longest = m_longest_range;
+        while (length > longest && !m_longest_range.compare_exchange_weak(longest, length)) {
+        }
+    }
+    const Vec3 center = m_spheres[primitive].center + get_offset(rays.has_motion_blur() ? rays.get_time() : 0.0);
+    const double radius = m_spheres[primitive].radius;
+    for (unsigned int i = first; i <= last; ++i) {
+        const GeometryRay& ray = rays.get_ray(i);
+        const double shift = rays.get_reference_shift(i);
+        const Vec3 start = ray.origin + ray.direction * shift - center;
+        const double a = ray.direction.length_squared(), b = start.dot(ray.direction);
+        const double disc = b * b - a * (start.length_squared() - radius * radius);
+        if (!(disc >= 0.0)) continue;
+        for (const double sign : {-1.0, 1.0}) {
+            const double t = (-b + sign * std::sqrt(disc)) / a;
+            const Vec3 n = (start + ray.direction * t) * (1.0 / radius);
+            const double u = std::atan2(n[0], n[2]) / tau;
+            const double v = std::asin(std::clamp(n[1], -1.0, 1.0)) / std::numbers::pi + 0.5;
+            push(ctx, rays, i, primitive, u < 0.0 ? u + 1.0 : u, v, t + shift);
+        }
+    }
+}
+
+void FlatGrid::compute_primitive_bbox(const CtxEval&, const unsigned int& primitive, Bbox3& bbox) const {
+    const double x = primitive % m_n, y = primitive / m_n, n = m_n;
+    bbox = {{x / n, y / n, 0}, {(x + 1) / n, (y + 1) / n, 0}};
+}
+
+void FlatGrid::compute_fragment_sample(const CtxEval&, const GeometryFragment& fragment, GeometrySample& sample) const {
+    const double n = m_n, x = fragment.primitive % m_n + fragment.u, y = fragment.primitive / m_n + fragment.v;
+    const Vec3 zero{0, 0, 0};
+    sample.init_surface({x / n, y / n, 0}, {1 / n, 0, 0}, {0, 1 / n, 0}, zero, zero, zero);
+}
+
+void FlatGrid::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive, GeometryRaytraceCtx& rays) const {
+    for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
+        const GeometryRay& ray = rays.get_ray(i);
+        const double t = -ray.origin[2] / ray.direction[2];
+        const double u = (ray.origin[0] + t * ray.direction[0]) * m_n - primitive % m_n;
+        const double v = (ray.origin[1] + t * ray.direction[1]) * m_n - primitive / m_n;
+        if (u >= 0.0 && u <= 1.0 && v >= 0.0 && v <= 1.0) push(ctx, rays, i, primitive, u, v, t);
+    }
+}
+
+}  // namespace render_test

@@ -1,0 +1,99 @@
+// Geometry objects whose hits have closed forms.
+#pragma once
+
+#include <atomic>
+#include <vector>
+
+#include "qn_geometry/geometry_object.h"
+
+namespace render_test {
+
+using Vec3 = GMathVec3<double>;
+using Bbox3 = GMathBbox3<double>;
+
+// What the renderer does not ask for.
+class PlainObject : public GeometryObject {
+public:
+    const CoreBasicArray<CoreString>& get_shading_group_names() const override { return m_names; }
+    GMathBbox3<double> get_shading_group_bbox(const unsigned int&) const override { return get_bbox(); }
+    void get_primitive_indices(CoreArray<unsigned int>& out) const override;
+    unsigned int get_primitive_edge_count(const unsigned int&) const override { return 4; }
+    double estimate_area(const CtxEval&, const GMathMatrix4x4<double>&) const override { return 0.0; }
+    double estimate_shading_group_area(const CtxEval&, const unsigned int&,
+                                       const GMathMatrix4x4<double>&) const override {
+        return 0.0;
+    }
+    double estimate_primitive_area(const CtxEval&, const unsigned int&, const GMathMatrix4x4<double>&) const override {
+        return 0.0;
+    }
+    unsigned int get_primitive_shading_group_index(const unsigned int&) const override { return 0; }
+    void compute_edge_sample(const CtxEval&, const unsigned int&, const unsigned int&, const double&, const bool&,
+                             GeometrySample&) const override {}
+    void intersect_primitive(const CtxEval&, const unsigned int&, GeometryFrustumCtx&) const override {}
+
+private:
+    CoreArray<CoreString> m_names;
+};
+
+struct Sphere {
+    Vec3 center{0, 0, 0};
+    double radius = 1.0;
+};
+
+// One primitive per sphere. u runs around the y axis, v from the lower pole to the upper one. `path` moves all spheres:
+// offsets at its sample times, straight between them.
+class SphereCloud : public PlainObject {
+public:
+    explicit SphereCloud(std::vector<Sphere> spheres) : m_spheres(std::move(spheres)) {}
+    void set_path(const std::vector<double>& times, const std::vector<Vec3>& offsets);
+
+    const std::vector<Sphere>& get_spheres() const { return m_spheres; }
+    Vec3 get_offset(double time) const;
+    // Calls with several rays and a map, and the largest number of rays in one.
+    unsigned int get_range_count() const { return m_range_count; }
+    unsigned int get_longest_range() const { return m_longest_range; }
+
+    GMathBbox3<double> get_bbox() const override;
+    bool is_animated() const override { return !m_offsets.empty(); }
+    const GeometryPointCloud* get_point_cloud() const override { return &m_cloud; }
+    unsigned int get_primitive_count() const override { return static_cast<unsigned int>(m_spheres.size()); }
+    void compute_primitive_bbox(const CtxEval&, const unsigned int& primitive, Bbox3& bbox) const override;
+    void compute_primitive_bbox_at(const CtxEval&, const unsigned int& primitive, const double& time,
+                                   Bbox3& bbox) const override;
+    void compute_fragment_sample(const CtxEval&, const GeometryFragment& fragment,
+                                 GeometrySample& sample) const override;
+    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
+                             GeometryRaytraceCtx& rays) const override;
+
+private:
+    std::vector<Sphere> m_spheres;
+    GeometryPointCloud m_cloud;
+    GMathTimeSampling m_sampling;
+    std::vector<Vec3> m_offsets;
+    mutable std::atomic<unsigned int> m_range_count{0};
+    mutable std::atomic<unsigned int> m_longest_range{0};
+};
+
+// n x n flat squares of the unit square in the plane z = 0, facing +z, row by row. Edge k of every square is visible
+// when bit k of `visible_edges` is set.
+class FlatGrid : public PlainObject {
+public:
+    explicit FlatGrid(unsigned int n, unsigned int visible_edges = 15) : m_n(n), m_visible_edges(visible_edges) {}
+
+    GMathBbox3<double> get_bbox() const override { return {{0, 0, 0}, {1, 1, 0}}; }
+    unsigned int get_primitive_count() const override { return m_n * m_n; }
+    bool is_primitive_edge_visible(const unsigned int&, const unsigned int& edge) const override {
+        return (m_visible_edges >> edge & 1u) != 0;
+    }
+    void compute_primitive_bbox(const CtxEval&, const unsigned int& primitive, Bbox3& bbox) const override;
+    void compute_fragment_sample(const CtxEval&, const GeometryFragment& fragment,
+                                 GeometrySample& sample) const override;
+    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
+                             GeometryRaytraceCtx& rays) const override;
+
+private:
+    unsigned int m_n;
+    unsigned int m_visible_edges;
+};
+
+}  // namespace render_test
