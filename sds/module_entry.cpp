@@ -3,6 +3,7 @@
 #include "sds/bezier_mesh/sds_bezier_mesh.h"
 #include "sds/common/sds_export.h"
 #include "sds/mesh/sds_mesh.h"
+#include "sds/mesh_property/sds_mesh_property.h"
 
 extern "C" SDS_EXPORT bool qn_module_register();
 
@@ -13,5 +14,6 @@ extern "C" bool qn_module_register() {
     SdsMeshGeometry::class_info();
     SdsMeshMaps::class_info();
     SdsMesh::class_info();
+    SdsMeshProperty::class_info();
     return true;
 }

@@ -46,6 +46,18 @@ Vec3d normal_direction(const Derivatives& d) {
     return n.length() > cross_noise * d.du.length() * d.dv.length() ? n : Vec3d(0, 0, 0);
 }
 
+// First derivatives; one that is below the patch's rounding is no direction and counts as zero.
+Derivatives significant_derivatives(const Nets& nets, const Vec3f* controls, float u, float v) {
+    Derivatives d = evaluate_nets(nets, u, v);
+    const auto diagonal = [controls](unsigned int a, unsigned int b) {
+        return (Vec3d(controls[sds::corner_control(a)]) - Vec3d(controls[sds::corner_control(b)])).length();
+    };
+    const double noise = derivative_noise * std::max(diagonal(0, 2), diagonal(1, 3));
+    if (!(d.du.length() > noise)) d.du = {0, 0, 0};
+    if (!(d.dv.length() > noise)) d.dv = {0, 0, 0};
+    return d;
+}
+
 struct SecondDerivatives {
     Vec3d uu, uv, vv;
 };
@@ -79,18 +91,35 @@ SecondDerivatives second_derivatives(const Vec3f* controls, double u, double v) 
             sds::cubic_sum(cu, along_v[0], along_v[1], along_v[2], along_v[3])};
 }
 
+// Puts stored tangents, two per set bit, in the place of the differences.
+void replace_entries(unsigned int irregular, const Vec3f* stored, Nets& nets) {
+    for (unsigned int bit = 0; bit < 8; ++bit) {
+        if (((irregular >> bit) & 1u) == 0) continue;
+        for (unsigned int i = 0; i < 2; ++i)
+            (bit < 4 ? nets.corner_entry(bit, i) : nets.edge_entry(bit - 4, i)) = *stored++;
+    }
+}
+
+// The nets at rest.
 Nets load_nets(const SdsMeshGeometry& geometry, unsigned int primitive) {
     Vec3f controls[16];
     geometry.get_bezier_controls(primitive, controls);
     Nets nets(controls);
-    if (geometry.get_bezier_tangents_array().is_empty()) return nets;
     const SdsMeshBase::PatchTangentInfo& info = geometry.get_tangent_infos()[primitive];
-    const Vec3f* stored = geometry.get_bezier_tangents_array().get_data() + info.tangent_offset;
-    for (unsigned int bit = 0; bit < 8; ++bit) {
-        if (((info.irregular >> bit) & 1u) == 0) continue;
-        for (unsigned int i = 0; i < 2; ++i)
-            (bit < 4 ? nets.corner_entry(bit, i) : nets.edge_entry(bit - 4, i)) = *stored++;
-    }
+    replace_entries(info.irregular, geometry.get_bezier_tangents_array().get_data() + info.tangent_offset, nets);
+    return nets;
+}
+
+// The nets of the surface as it stands in `mesh`, whose controls of the patch are `controls`.
+Nets compute_nets(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive,
+                  const Vec3f* controls) {
+    Nets nets(controls);
+    const SdsMeshBase::PatchTangentInfo& info = geometry.get_tangent_infos()[primitive];
+    if (info.irregular == 0) return nets;
+    Vec3f tangents[16];
+    SdsMeshBase::compute_bezier_tangents(mesh, geometry.get_base()->get_edges(), primitive, info,
+                                         geometry.get_local_topologies().get_data() + 4 * size_t{primitive}, tangents);
+    replace_entries(info.irregular, tangents, nets);
     return nets;
 }
 
@@ -124,24 +153,28 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
 
     SdsBezierMesh storage;
     Vec3f controls[16];
-    get_mesh_for(ctx, fragment.time, storage).get_patch_controls(fragment.primitive, controls);
+    const SdsBezierMesh& mesh = get_mesh_for(ctx, fragment.time, storage);
+    mesh.get_patch_controls(fragment.primitive, controls);
     const Vec3d position(sds::evaluate_patch(controls, cu, cv));
-
-    // First derivatives; what is below the patch's rounding is no direction.
-    const Nets nets = load_nets(*this, fragment.primitive);
-    Derivatives d = evaluate_nets(nets, u, v);
-    const double noise = derivative_noise * std::max((Vec3d(controls[8]) - Vec3d(controls[0])).length(),
-                                                     (Vec3d(controls[12]) - Vec3d(controls[4])).length());
-    if (!(d.du.length() > noise)) d.du = {0, 0, 0};
-    if (!(d.dv.length() > noise)) d.dv = {0, 0, 0};
-    sample.set_fallback_normal({0, 0, 0});
-    if (normal_direction(d).length_squared() == 0.0)
-        sample.set_fallback_normal(fallback_normal(nets, controls, fragment.u, fragment.v));
-
     const SecondDerivatives dd = second_derivatives(controls, fragment.u, fragment.v);
-    sample.init_surface(position, d.du, d.dv, dd.uu, dd.uv, dd.vv);
-    sample.set_smoothing(position, sample.get_geometric_normal(), sample.get_geometric_dndu(),
-                         sample.get_geometric_dndv());
+    const auto init = [&](const Nets& nets, GeometrySample& out) {
+        const Derivatives d = significant_derivatives(nets, controls, u, v);
+        out.set_fallback_normal({0, 0, 0});
+        if (normal_direction(d).length_squared() == 0.0)
+            out.set_fallback_normal(fallback_normal(nets, controls, fragment.u, fragment.v));
+        out.init_surface(position, d.du, d.dv, dd.uu, dd.uv, dd.vv);
+    };
+
+    init(load_nets(*this, fragment.primitive), sample);
+    if (&mesh == &storage) {
+        GeometrySample moved;
+        init(compute_nets(*this, mesh, fragment.primitive, controls), moved);
+        sample.set_smoothing(position, moved.get_geometric_normal(), moved.get_geometric_dndu(),
+                             moved.get_geometric_dndv());
+    } else {
+        sample.set_smoothing(position, sample.get_geometric_normal(), sample.get_geometric_dndu(),
+                             sample.get_geometric_dndv());
+    }
 
     if (!is_animated() || !(std::fabs(fragment.time_interval) > 1e-8)) return;
     get_bezier_controls_at(fragment.primitive, fragment.time + fragment.time_interval,

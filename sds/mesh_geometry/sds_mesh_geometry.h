@@ -164,11 +164,13 @@ public:
     void get_bezier_tangents(const unsigned int& primitive, Vec3f* out) const;
 
     // The surface at a fragment: position on the patch at the fragment's time; first derivatives from the derivative
-    // nets (dP/du, dP/dv in this order, per patch parameter); second derivatives of the control net; smoothing normal
-    // from the nets. Where the two first derivatives are parallel or zero the normal is that of the nets a little
-    // nearer to the patch's centre (1/1024, 1/64, 1/4 of the way), then the patch's diagonals' normal. The time
-    // derivative is set for animated geometries and |time_interval| > 1e-8: the displacement over the interval divided
-    // by it. A primitive beyond the last leaves the sample untouched.
+    // nets (dP/du, dP/dv in this order, per patch parameter), second derivatives of the control net; smoothing normal
+    // and its derivatives from the nets. In motion the geometric derivatives, and with them the geometric normal, stay
+    // those of the rest nets, while the smoothing normal is that of the surface as it stands at the fragment's time:
+    // shade with the smoothing normal. Where the two first derivatives are parallel or zero the normal is that of the
+    // nets a little nearer to the patch's centre (1/1024, 1/64, 1/4 of the way), then the patch's diagonals' normal.
+    // The time derivative is set for animated geometries and |time_interval| > 1e-8: the displacement over the interval
+    // divided by it. A primitive beyond the last leaves the sample untouched.
     void compute_fragment_sample(const CtxEval& ctx, const GeometryFragment& fragment, GeometrySample& sample) const;
     // The same at parameter t of an edge, which runs from its corner to the next (`reversed`: the other way).
     void compute_edge_sample(const unsigned int& primitive, const unsigned int& edge, const double& t,
