@@ -8,6 +8,38 @@ double GeometryRaytraceCtx::get_reference_shift(const unsigned int& i) const {
     return std::isfinite(shift) ? shift : 0.0;
 }
 
+const GeometryRaySpace& GeometryRaytraceCtx::get_ray_space(const unsigned int& i) {
+    GeometryRay& ray = m_rays[i];
+    GeometryRaySpace& space = ray.space;
+    if (space.ray_origin == ray.origin && space.ray_direction == ray.direction &&
+        space.reference_point == m_reference_point)
+        return space;
+    space.ray_origin = ray.origin;
+    space.ray_direction = ray.direction;
+    space.reference_point = m_reference_point;
+    space.shift = get_reference_shift(i);
+
+    // Two vectors across (Duff et al., Building an Orthonormal Basis, Revisited, 2017).
+    const double length_squared = ray.direction.length_squared();
+    const GMathVec3<double> n = ray.direction * (1.0 / std::sqrt(length_squared));
+    const double sign = std::copysign(1.0, n[2]);
+    const double a = -1.0 / (sign + n[2]);
+    const double b = n[0] * n[1] * a;
+    const GMathVec3<double> across0(1.0 + sign * n[0] * n[0] * a, sign * b, -sign * n[0]);
+    const GMathVec3<double> across1(b, sign + n[1] * n[1] * a, -n[1]);
+    const GMathVec3<double> origin = ray.origin + ray.direction * space.shift;
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        space.origin[axis] = static_cast<float>(origin[axis]);
+        space.across[0][axis] = static_cast<float>(across0[axis]);
+        space.across[1][axis] = static_cast<float>(across1[axis]);
+        space.along[axis] = static_cast<float>(ray.direction[axis] / length_squared);
+        constexpr float tiny = 1e-30f;
+        const auto d = static_cast<float>(ray.direction[axis]);
+        space.inverse_direction[axis] = std::fabs(d) < tiny ? std::copysign(1.0f / tiny, d) : 1.0f / d;
+    }
+    return space;
+}
+
 bool GeometryRaytraceCtx::push_intersection(const CtxEval&, const unsigned int& i, const unsigned int& primitive,
                                             const double& u, const double& v, const double&,
                                             const unsigned int& sub_element, const double&, const double&,

@@ -33,6 +33,21 @@ enum class GeometryRayMode : unsigned char {
     any,      // the first accepted hit finishes the ray (occlusion)
 };
 
+// A ray as narrow kernels see it: moved along itself to the place nearest to a reference point, in double precision,
+// then narrowed.
+struct GeometryRaySpace {
+    // What it was made from.
+    GMathVec3<double> ray_origin{0, 0, 0};
+    GMathVec3<double> ray_direction{0, 0, 0};
+    GMathVec3<double> reference_point{0, 0, 0};
+
+    double shift = 0.0;  // distance along the ray of `origin`
+    float origin[3] = {};
+    float across[2][3] = {};  // two unit vectors across the direction: (across 0, across 1, direction) is right-handed
+    float along[3] = {};      // direction / |direction|^2: dot products with it are distances along the ray
+    float inverse_direction[3] = {};  // finite: 1e30 with the sign of the direction where it is nearly zero
+};
+
 struct GeometryRay {
     GMathVec3<double> origin{0, 0, 0};
     GMathVec3<double> direction{0, 0, 1};  // any length; t counts in lengths of it
@@ -44,6 +59,8 @@ struct GeometryRay {
     // The accepted hit that tfar now stands at; primitive 0xFFFFFFFF while there is none.
     GeometryHit hit;
     GeometryOccluder occluder;
+    // Kept by GeometryRaytraceCtx::get_ray_space from one primitive to the next.
+    GeometryRaySpace space;
 };
 
 // What all rays of a context share.
@@ -97,6 +114,10 @@ public:
 
     // Distance along ray i of the place nearest to the reference point; 0 for a ray without a finite direction.
     double get_reference_shift(const unsigned int& i) const;
+
+    // Ray i in the space of narrow kernels, for the present reference point; made anew when the ray or the point has
+    // changed.
+    const GeometryRaySpace& get_ray_space(const unsigned int& i);
 
     // Offers a hit. Accepted when tnear <= t < tfar (NaN never is) and, with a map, when the path takes it; an accepted
     // hit in a ray record shortens tfar to t and, in mode `any`, finishes the ray.

@@ -6,6 +6,7 @@
 #include "sds/common/log_line.h"
 #include "sds/intersection/bezier_intersection.h"
 #include "sds/intersection/hit_slots.h"
+#include "sds/intersection/ray_space/ray_space.h"
 #include "sds/intersection/ray_targets.h"
 #include "sds/intersection/traversal.h"
 
@@ -131,11 +132,9 @@ void trace_batch(const CtxEval& ctx, unsigned int primitive, AdaptiveScratch& sc
     overflow_count += pool.get_overflow_count();
 }
 
-}  // namespace
-
-void ray_bezier_intersection_adaptive(const CtxEval& ctx, const unsigned int& primitive, const Vec3f* controls,
-                                      GeometryRaytraceCtx& rays) {
-    if (ctx.get_thread() == nullptr) return;
+// The reference family: subdivision in space down to points. Returns how many splits found no room.
+unsigned int trace_reference(const CtxEval& ctx, unsigned int primitive, const Vec3f* controls,
+                             GeometryRaytraceCtx& rays) {
     auto& scratch = ctx.get_thread()->get_scratch().acquire<AdaptiveScratch>();
     const unsigned int first = rays.get_first_ray();
     const unsigned int ray_count = rays.get_last_ray() - first + 1;
@@ -150,6 +149,17 @@ void ray_bezier_intersection_adaptive(const CtxEval& ctx, const unsigned int& pr
             trace_batch(ctx, primitive, scratch, controls, rays, first + i, std::min(sds::max_ray_batch, ray_count - i),
                         overflow_count);
     }
+    return overflow_count;
+}
+
+}  // namespace
+
+void ray_bezier_intersection_adaptive(const CtxEval& ctx, const unsigned int& primitive, const Vec3f* controls,
+                                      GeometryRaytraceCtx& rays) {
+    if (ctx.get_thread() == nullptr) return;
+    const unsigned int overflow_count = rays.get_data().kernel_family == 0
+                                            ? sds::trace_limit_surface(ctx, primitive, controls, rays)
+                                            : trace_reference(ctx, primitive, controls, rays);
     if (overflow_count != 0)
         sds::log_line(sds::log_level_statistics, "sds.ray_bezier_intersection_adaptive: ", overflow_count,
                       " intersections skipped because of stack overflows\n");

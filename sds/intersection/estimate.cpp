@@ -4,6 +4,7 @@
 #include "qn_ctx/ctx_eval.h"
 #include "sds/common/log_line.h"
 #include "sds/intersection/bezier_intersection.h"
+#include "sds/intersection/ray_space/ray_space.h"
 #include "sds/intersection/ray_targets.h"
 #include "sds/intersection/traversal.h"
 
@@ -116,15 +117,9 @@ void trace_batch(sds::IntersectionScratch& scratch, const GMathVec3<float>* cont
     overflow_count += scratch.pool.get_overflow_count();
 }
 
-}  // namespace
-
-void ray_bezier_intersection_estimate(const CtxEval& ctx, const unsigned int& primitive,
-                                      const GMathVec3<float>* controls, GeometryRaytraceCtx& rays,
-                                      const unsigned int& count) {
-    if (ctx.get_thread() == nullptr) return;
-    const unsigned int former_start_node = rays.get_start_node();
-    rays.set_start_node(0);
-
+// The reference family: subdivision in space. Returns how many splits found no room.
+unsigned int trace_reference(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
+                             GeometryRaytraceCtx& rays, unsigned int count) {
     auto& scratch = ctx.get_thread()->get_scratch().acquire<sds::IntersectionScratch>();
     const EstimateLeaf leaf{ctx, primitive, rays};
     const sds::FixedDepthSplit split{2 * count};
@@ -141,6 +136,20 @@ void ray_bezier_intersection_estimate(const CtxEval& ctx, const unsigned int& pr
             trace_batch(scratch, controls, leaf, first + i, std::min(sds::max_ray_batch, ray_count - i), split,
                         overflow_count);
     }
+    return overflow_count;
+}
+
+}  // namespace
+
+void ray_bezier_intersection_estimate(const CtxEval& ctx, const unsigned int& primitive,
+                                      const GMathVec3<float>* controls, GeometryRaytraceCtx& rays,
+                                      const unsigned int& count) {
+    if (ctx.get_thread() == nullptr) return;
+    const unsigned int former_start_node = rays.get_start_node();
+    rays.set_start_node(0);
+    const unsigned int overflow_count = rays.get_data().kernel_family == 0
+                                            ? sds::trace_flat_cells(ctx, primitive, controls, rays, count)
+                                            : trace_reference(ctx, primitive, controls, rays, count);
     rays.set_start_node(former_start_node);
     if (overflow_count != 0)
         sds::log_line(sds::log_level_statistics, "sds.ray_bezier_intersection_estimate: ", overflow_count,

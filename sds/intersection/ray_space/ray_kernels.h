@@ -1,0 +1,65 @@
+// The fast kernel family: patches in the plane across the ray.
+//
+// Two vectors across the ray turn the sixteen control points into plane points (p, q); the ray is the origin of that
+// plane, and "the ray meets the box" becomes "the box of (p, q) holds the origin": signs only, no rounding in the test.
+// Distance along the ray is evaluated from the whole patch where a hit is found. Patches that share an edge transform
+// its control points to the same bits and halve it to the same bits, so no ray slips between them.
+//
+// The kernels are plain functions on plain records, compiled once per instruction set from ray_kernels_body.inl and
+// chosen at run time.
+#pragma once
+
+namespace sds {
+
+// A ray as the kernels see it: origin near the object, two vectors across the direction, and the direction divided by
+// its squared length.
+struct RaySpace {
+    float origin[3];
+    float across[2][3];
+    float along[3];
+};
+
+// Several rays, for box tests: lane i of each array is ray i. Lanes without a ray have near > far.
+struct RayPacket {
+    static constexpr unsigned int size = 8;
+
+    float origin[3][size];
+    float inverse_direction[3][size];
+    float near[size];
+    float far[size];
+    const RaySpace* spaces[size];
+};
+
+struct RayHit {
+    float t;  // along the ray, from the origin
+    float u;
+    float v;
+    float cell;          // size of the flat cell in patch coordinates, 0 on the limit surface
+    unsigned char side;  // 1 when the surface faces the ray: (dP/du x dP/dv) . direction <= 0
+};
+
+struct RayHits {
+    static constexpr unsigned int capacity = 32;
+
+    RayHit hits[capacity];
+    unsigned int count;
+    unsigned int overflow_count;  // splits and hits that found no room
+};
+
+struct RayKernels {
+    const char* name;
+    // Flat cells at `max_depth` splits. `controls` are the sixteen points in grid order, x y z each:
+    // controls[axis][place].
+    void (*estimate)(const float (*controls)[16], const RaySpace& ray, unsigned int max_depth, RayHits& hits);
+    // The limit surface.
+    void (*adaptive)(const float (*controls)[16], const RaySpace& ray, RayHits& hits);
+    // Flat cells for several rays that share the splits; hits has one entry per lane.
+    void (*estimate_packet)(const float (*controls)[16], const RayPacket& rays, unsigned int max_depth, RayHits* hits);
+};
+
+// The table of the best instruction set that the processor has.
+const RayKernels& get_ray_kernels();
+// The tables that this build and processor have, baseline first; null ends the list.
+const RayKernels* const* get_all_ray_kernels();
+
+}  // namespace sds

@@ -1,0 +1,476 @@
+// Bodies of the ray-space kernels. Included once per instruction set, inside the namespace of that set: no templates or
+// inline functions of other headers are used here, so that the linker cannot hand one set's copy to another's caller.
+
+namespace {
+
+using QN_SIMD_NAMESPACE::SimdFloat8;
+
+// A sub-patch: rows of (p | q) lanes. Lanes run along a, rows along b; each split halves a and stores the halves
+// transposed.
+struct PlaneNode {
+    SimdFloat8 rows[4];
+    float a_min, b_min, a_max, b_max;
+    unsigned int depth;
+    bool swapped;  // a is v
+};
+
+constexpr unsigned int stack_capacity = 64;
+
+// An unlucky patch, seen exactly edge-on, meets the ray along a curve and would be split without end.
+constexpr unsigned int max_splits = 1024;
+// Sub-patches of this size are taken as points on the limit surface.
+constexpr float point_size = 1.0f / 262144.0f;
+constexpr unsigned int max_newton_steps = 8;
+// A root this far outside its sub-patch, in the sub-patch's own coordinates, still counts as inside.
+constexpr float root_slack = 1e-6f;
+constexpr float newton_convergence = 1e-5f;
+constexpr double barycentric_epsilon = 1e-6;
+
+inline float least(float a, float b) { return a < b ? a : b; }
+inline float greatest(float a, float b) { return a > b ? a : b; }
+inline float clamp_unit(float x) { return x < 0.0f ? 0.0f : (x > 1.0f ? 1.0f : x); }
+
+inline void transform_to_plane(const float (*controls)[16], const RaySpace& ray, SimdFloat8* rows) {
+    const SimdFloat8 origin_x(ray.origin[0]), origin_y(ray.origin[1]), origin_z(ray.origin[2]);
+    const SimdFloat8 across_x(ray.across[0][0], ray.across[1][0]);
+    const SimdFloat8 across_y(ray.across[0][1], ray.across[1][1]);
+    const SimdFloat8 across_z(ray.across[0][2], ray.across[1][2]);
+    for (unsigned int r = 0; r < 4; ++r) {
+        const SimdFloat8 x(controls[0] + 4 * r, controls[0] + 4 * r);
+        const SimdFloat8 y(controls[1] + 4 * r, controls[1] + 4 * r);
+        const SimdFloat8 z(controls[2] + 4 * r, controls[2] + 4 * r);
+        rows[r] = (x - origin_x) * across_x + (y - origin_y) * across_y + (z - origin_z) * across_z;
+    }
+}
+
+// Both groups of lanes have one at or below zero and one at or above it. NaN fails.
+inline bool holds_origin(const SimdFloat8* r) {
+    const SimdFloat8 zero(0.0f);
+    const int below = less_equal_mask(min(min(r[0], r[1]), min(r[2], r[3])), zero);
+    const int above = less_equal_mask(zero, max(max(r[0], r[1]), max(r[2], r[3])));
+    return (below & 15) != 0 && (below & 240) != 0 && (above & 15) != 0 && (above & 240) != 0;
+}
+
+// De Casteljau at one half along the lanes, halves stored transposed. Symmetric: a reversed edge halves to the same
+// bits.
+inline void halve(SimdFloat8 p0, SimdFloat8 p1, SimdFloat8 p2, SimdFloat8 p3, SimdFloat8* first, SimdFloat8* second) {
+    transpose(p0, p1, p2, p3);
+    const SimdFloat8 half(0.5f);
+    const SimdFloat8 m01 = (p0 + p1) * half;
+    const SimdFloat8 m12 = (p1 + p2) * half;
+    const SimdFloat8 m23 = (p2 + p3) * half;
+    const SimdFloat8 a = (m01 + m12) * half;
+    const SimdFloat8 b = (m12 + m23) * half;
+    const SimdFloat8 mid = (a + b) * half;
+    first[0] = p0, first[1] = m01, first[2] = a, first[3] = mid;
+    second[0] = mid, second[1] = b, second[2] = m23, second[3] = p3;
+}
+
+template <class Node>
+inline void halve_range(const Node& node, Node& first, Node& second) {
+    const float half = (node.a_min + node.a_max) * 0.5f;
+    const float a_min = node.a_min, b_min = node.b_min, a_max = node.a_max, b_max = node.b_max;
+    const unsigned int depth = node.depth + 1;
+    const bool swapped = !node.swapped;
+    first.a_min = second.a_min = b_min;
+    first.a_max = second.a_max = b_max;
+    first.b_min = a_min;
+    first.b_max = second.b_min = half;
+    second.b_max = a_max;
+    first.depth = second.depth = depth;
+    first.swapped = second.swapped = swapped;
+}
+
+// Distances along the ray of the patch at a place.
+class DepthPatch {
+public:
+    DepthPatch(const float (*controls)[16], const RaySpace& ray) : m_controls(controls), m_ray(ray) {}
+
+    float evaluate(float u, float v) const {
+        float wu[4], wv[4];
+        set_weights(u, wu);
+        set_weights(v, wv);
+        float t = 0.0f;
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            const float* c = m_controls[axis];
+            float sum = 0.0f;
+            for (unsigned int r = 0; r < 4; ++r)
+                sum +=
+                    wv[r] * (wu[0] * (c[4 * r] - m_ray.origin[axis]) + wu[1] * (c[4 * r + 1] - m_ray.origin[axis]) +
+                             wu[2] * (c[4 * r + 2] - m_ray.origin[axis]) + wu[3] * (c[4 * r + 3] - m_ray.origin[axis]));
+            t += sum * m_ray.along[axis];
+        }
+        return t;
+    }
+
+    static void set_weights(float t, float* w) {
+        const float s = 1.0f - t;
+        w[0] = s * s * s;
+        w[1] = 3.0f * t * s * s;
+        w[2] = 3.0f * t * t * s;
+        w[3] = t * t * t;
+    }
+
+private:
+    const float (*m_controls)[16];
+    const RaySpace& m_ray;
+};
+
+inline void add_hit(RayHits& hits, float t, float u, float v, float cell, bool facing) {
+    if (hits.count == RayHits::capacity) {
+        ++hits.overflow_count;
+        return;
+    }
+    RayHit& hit = hits.hits[hits.count++];
+    hit.t = t;
+    hit.u = u;
+    hit.v = v;
+    hit.cell = cell;
+    hit.side = facing ? 1 : 0;
+}
+
+// The two triangles (c0, c1, c2) and (c0, c2, c3) of a flat cell against the origin of the plane. Products of two
+// floats are exact in double and their difference is rounded once, so the sign of every edge function is exact, and
+// equal for the two triangles that share the edge: a ray is inside one of them or on both. The slack widens each
+// triangle, as in the reference family.
+struct FlatCell {
+    double p[4], q[4];  // corners in cyclic order
+
+    template <class Report>
+    void intersect(Report&& report) const {
+        // Edge function of corners i, j: twice the area of the triangle that they span with the origin.
+        const double e01 = p[0] * q[1] - p[1] * q[0];
+        const double e12 = p[1] * q[2] - p[2] * q[1];
+        const double e20 = p[2] * q[0] - p[0] * q[2];
+        const double e23 = p[2] * q[3] - p[3] * q[2];
+        const double e30 = p[3] * q[0] - p[0] * q[3];
+        test(e12, e20, e01, false, report);
+        test(e23, e30, -e20, true, report);
+    }
+
+private:
+    // Weights of c0, the second and the third corner, before the division by their sum.
+    template <class Report>
+    static void test(double w0, double w1, double w2, bool upper, Report&& report) {
+        const double det = w0 + w1 + w2;
+        if (det == 0.0) return;
+        const double slack = barycentric_epsilon * (det < 0.0 ? -det : det);
+        const bool inside =
+            det > 0.0 ? w0 >= -slack && w1 >= -slack && w2 >= -slack : w0 <= slack && w1 <= slack && w2 <= slack;
+        if (inside) report(w1 / det, w2 / det, upper, det);
+    }
+};
+
+// Cell coordinates from the barycentric ones of the second and third corner.
+inline void cell_place(double b1, double b2, bool upper, double& a, double& b) {
+    a = upper ? b1 : b1 + b2;
+    b = upper ? b1 + b2 : b2;
+}
+
+inline float blend_range(double w, float low, float high) {
+    const double x = (1.0 - w) * static_cast<double>(low) + w * static_cast<double>(high);
+    return static_cast<float>(x < 0.0 ? 0.0 : (x > 1.0 ? 1.0 : x));
+}
+
+// Reports the hits of one ray with a flat cell whose corners are (p, q) and whose distances come from the patch.
+template <class Node>
+inline void intersect_cell(const FlatCell& cell, const Node& node, const DepthPatch& depths, RayHits& hits) {
+    cell.intersect([&](double b1, double b2, bool upper, double det) {
+        double a = 0.0, b = 0.0;
+        cell_place(b1, b2, upper, a, b);
+        const float fa = blend_range(a, node.a_min, node.a_max);
+        const float fb = blend_range(b, node.b_min, node.b_max);
+        // Distances of the triangle's corners: c0, then second and third.
+        const auto depth_at = [&](bool high_a, bool high_b) {
+            const float ca = high_a ? node.a_max : node.a_min;
+            const float cb = high_b ? node.b_max : node.b_min;
+            return static_cast<double>(node.swapped ? depths.evaluate(cb, ca) : depths.evaluate(ca, cb));
+        };
+        const double t0 = depth_at(false, false);
+        const double t1 = upper ? depth_at(true, true) : depth_at(true, false);
+        const double t2 = upper ? depth_at(false, true) : depth_at(true, true);
+        const double t = (1.0 - b1 - b2) * t0 + b1 * t1 + b2 * t2;
+        const bool facing = (det <= 0.0) != node.swapped;
+        add_hit(hits, static_cast<float>(t), node.swapped ? fb : fa, node.swapped ? fa : fb, node.a_max - node.a_min,
+                facing);
+    });
+}
+
+// Goes through the nodes that hold the origin. leaf(node) returns true when the node is done with.
+template <class Leaf>
+inline void traverse_plane(const float (*controls)[16], const RaySpace& ray, Leaf&& leaf) {
+    PlaneNode stack[stack_capacity];
+    unsigned int stack_count = 0;
+    PlaneNode node;
+    transform_to_plane(controls, ray, node.rows);
+    if (!holds_origin(node.rows)) return;
+    node.a_min = node.b_min = 0.0f;
+    node.a_max = node.b_max = 1.0f;
+    node.depth = 0;
+    node.swapped = false;
+    unsigned int splits_left = max_splits;
+    for (;;) {
+        const bool room = stack_count < stack_capacity && splits_left != 0;
+        if (!leaf(node, room)) {
+            --splits_left;
+            PlaneNode first, second;
+            halve(node.rows[0], node.rows[1], node.rows[2], node.rows[3], first.rows, second.rows);
+            halve_range(node, first, second);
+            const bool in_first = holds_origin(first.rows);
+            const bool in_second = holds_origin(second.rows);
+            if (in_first) {
+                if (in_second) stack[stack_count++] = second;
+                node = first;
+                continue;
+            }
+            if (in_second) {
+                node = second;
+                continue;
+            }
+        }
+        if (stack_count == 0) return;
+        node = stack[--stack_count];
+    }
+}
+
+void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int max_depth, RayHits& hits) {
+    const DepthPatch depths(controls, ray);
+    traverse_plane(controls, ray, [&](const PlaneNode& node, bool room) {
+        if (node.depth < max_depth) {
+            if (room) return false;
+            ++hits.overflow_count;
+        }
+        float top[8], bottom[8];
+        node.rows[0].store(top);
+        node.rows[3].store(bottom);
+        const FlatCell cell{{static_cast<double>(top[0]), static_cast<double>(top[3]), static_cast<double>(bottom[3]),
+                             static_cast<double>(bottom[0])},
+                            {static_cast<double>(top[4]), static_cast<double>(top[7]), static_cast<double>(bottom[7]),
+                             static_cast<double>(bottom[4])}};
+        intersect_cell(cell, node, depths, hits);
+        return true;
+    });
+}
+
+// Value and derivatives of a node's plane patch at (s along the lanes, t along the rows), in the node's own
+// coordinates.
+struct PlaneJet {
+    float p, q, p_s, q_s, p_t, q_t;
+};
+
+inline PlaneJet evaluate_plane(const PlaneNode& node, float s, float t) {
+    float ws[4], wt[4];
+    DepthPatch::set_weights(s, ws);
+    DepthPatch::set_weights(t, wt);
+    const float s1 = 1.0f - s, t1 = 1.0f - t;
+    const float slope_s[4] = {3.0f * s1 * s1, 6.0f * s * s1, 3.0f * s * s, 0.0f};
+    const float slope_t[3] = {3.0f * t1 * t1, 6.0f * t * t1, 3.0f * t * t};
+    const SimdFloat8* r = node.rows;
+    const SimdFloat8 curve =
+        (r[0] * SimdFloat8(wt[0]) + r[1] * SimdFloat8(wt[1])) + (r[2] * SimdFloat8(wt[2]) + r[3] * SimdFloat8(wt[3]));
+    const SimdFloat8 slope = (r[1] - r[0]) * SimdFloat8(slope_t[0]) + (r[2] - r[1]) * SimdFloat8(slope_t[1]) +
+                             (r[3] - r[2]) * SimdFloat8(slope_t[2]);
+    const SimdFloat8 basis(ws, ws);
+    float value[8], along[8], across[8];
+    group_sum(curve * basis).store(value);
+    group_sum((next_lanes(curve) - first_lanes(curve)) * SimdFloat8(slope_s, slope_s)).store(along);
+    group_sum(slope * basis).store(across);
+    return {value[0], value[4], along[0], along[4], across[0], across[4]};
+}
+
+// True when the map of the node's square to the plane is one to one: every Jacobian whose columns lie in the hulls of
+// the two difference nets is regular, since the interval of its determinant leaves 0 out (the mean value theorem takes
+// the difference of two images through such a matrix). At most one root is in the node then.
+inline bool is_injective(const PlaneNode& node) {
+    const SimdFloat8* r = node.rows;
+    const SimdFloat8 d0 = r[1] - r[0], d1 = r[2] - r[1], d2 = r[3] - r[2];
+    const SimdFloat8 e0 = next_lanes(r[0]) - first_lanes(r[0]), e1 = next_lanes(r[1]) - first_lanes(r[1]);
+    const SimdFloat8 e2 = next_lanes(r[2]) - first_lanes(r[2]), e3 = next_lanes(r[3]) - first_lanes(r[3]);
+    float d_min[8], d_max[8], e_min[8], e_max[8];
+    group_min(min(d0, min(d1, d2))).store(d_min);
+    group_max(max(d0, max(d1, d2))).store(d_max);
+    group_min(min(min(e0, e1), min(e2, e3))).store(e_min);
+    group_max(max(max(e0, e1), max(e2, e3))).store(e_max);
+    // Determinant e.p * d.q - d.p * e.q; each product's interval from its four ends.
+    const float x0 = e_min[0] * d_min[4], x1 = e_min[0] * d_max[4], x2 = e_max[0] * d_min[4], x3 = e_max[0] * d_max[4];
+    const float y0 = d_min[0] * e_min[4], y1 = d_min[0] * e_max[4], y2 = d_max[0] * e_min[4], y3 = d_max[0] * e_max[4];
+    const float x_min = least(least(x0, x1), least(x2, x3)), x_max = greatest(greatest(x0, x1), greatest(x2, x3));
+    const float y_min = least(least(y0, y1), least(y2, y3)), y_max = greatest(greatest(y0, y1), greatest(y2, y3));
+    return x_min > y_max || x_max < y_min;
+}
+
+// The place of the node's root by Newton's iteration from its centre; false when it does not converge inside the node.
+inline bool find_root(const PlaneNode& node, float& s, float& t, float& det) {
+    s = t = 0.5f;
+    for (unsigned int i = 0; i < max_newton_steps; ++i) {
+        const PlaneJet jet = evaluate_plane(node, s, t);
+        det = jet.p_s * jet.q_t - jet.p_t * jet.q_s;
+        if (det == 0.0f) return false;
+        const float inverse = 1.0f / det;
+        const float ds = (jet.p * jet.q_t - jet.p_t * jet.q) * inverse;
+        const float dt = (jet.p_s * jet.q - jet.p * jet.q_s) * inverse;
+        s -= ds;
+        t -= dt;
+        if (!(s > -1.0f && s < 2.0f && t > -1.0f && t < 2.0f)) return false;
+        const float step = (ds < 0.0f ? -ds : ds) + (dt < 0.0f ? -dt : dt);
+        if (step <= newton_convergence)
+            return s >= -root_slack && s <= 1.0f + root_slack && t >= -root_slack && t <= 1.0f + root_slack;
+    }
+    return false;
+}
+
+void adaptive(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
+    const DepthPatch depths(controls, ray);
+    traverse_plane(controls, ray, [&](const PlaneNode& node, bool room) {
+        float s = 0.5f, t = 0.5f, det = 0.0f;
+        const bool is_point = node.a_max - node.a_min <= point_size && node.b_max - node.b_min <= point_size;
+        if (!is_point) {
+            if (!is_injective(node) || !find_root(node, s, t, det)) {
+                if (room) return false;
+                ++hits.overflow_count;
+                s = t = 0.5f;
+            }
+        }
+        if (det == 0.0f) {
+            const PlaneJet jet = evaluate_plane(node, s, t);
+            det = jet.p_s * jet.q_t - jet.p_t * jet.q_s;
+        }
+        const float a = clamp_unit(node.a_min + (node.a_max - node.a_min) * s);
+        const float b = clamp_unit(node.b_min + (node.b_max - node.b_min) * t);
+        const float u = node.swapped ? b : a;
+        const float v = node.swapped ? a : b;
+        add_hit(hits, depths.evaluate(u, v), u, v, 0.0f, (det <= 0.0f) != node.swapped);
+        return true;
+    });
+}
+
+// A sub-patch in space, for rays that share its splits: rows of (x | y) and (z | z) lanes.
+struct SpaceNode {
+    SimdFloat8 xy[4];
+    SimdFloat8 zz[4];
+    float a_min, b_min, a_max, b_max;
+    unsigned int depth;
+    bool swapped;
+    int mask;  // rays that enter its box
+};
+
+struct NodeBox {
+    float low[3], high[3];
+
+    explicit NodeBox(const SpaceNode& node) {
+        float xy_min[8], xy_max[8], z_min[8], z_max[8];
+        group_min(min(min(node.xy[0], node.xy[1]), min(node.xy[2], node.xy[3]))).store(xy_min);
+        group_max(max(max(node.xy[0], node.xy[1]), max(node.xy[2], node.xy[3]))).store(xy_max);
+        group_min(min(min(node.zz[0], node.zz[1]), min(node.zz[2], node.zz[3]))).store(z_min);
+        group_max(max(max(node.zz[0], node.zz[1]), max(node.zz[2], node.zz[3]))).store(z_max);
+        low[0] = xy_min[0], low[1] = xy_min[4], low[2] = z_min[0];
+        high[0] = xy_max[0], high[1] = xy_max[4], high[2] = z_max[0];
+    }
+};
+
+// The rays as the box tests see them. Cells are tested in each ray's plane, whose rounding the slabs know nothing of:
+// boxes are taken wider by a millionth of the farthest distance between the ray's origin and the patch, many times what
+// three rounded products can come to.
+class SlabRays {
+public:
+    SlabRays(const RayPacket& rays, const NodeBox& root)
+        : m_near(rays.near, rays.near + 4), m_far(rays.far, rays.far + 4) {
+        SimdFloat8 reach(0.0f);
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            const SimdFloat8 origin(rays.origin[axis], rays.origin[axis] + 4);
+            m_inverse[axis] = SimdFloat8(rays.inverse_direction[axis], rays.inverse_direction[axis] + 4);
+            reach = max(reach, max(SimdFloat8(root.high[axis]) - origin, origin - SimdFloat8(root.low[axis])));
+        }
+        const SimdFloat8 slack = reach * SimdFloat8(1e-6f);
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            const SimdFloat8 origin(rays.origin[axis], rays.origin[axis] + 4);
+            m_origin_for_low[axis] = origin + slack;
+            m_origin_for_high[axis] = origin - slack;
+        }
+    }
+
+    // Rays of `candidates` that meet the box.
+    int enter(const NodeBox& box, int candidates) const {
+        SimdFloat8 entry = m_near;
+        SimdFloat8 exit = m_far;
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            const SimdFloat8 t0 = (SimdFloat8(box.low[axis]) - m_origin_for_low[axis]) * m_inverse[axis];
+            const SimdFloat8 t1 = (SimdFloat8(box.high[axis]) - m_origin_for_high[axis]) * m_inverse[axis];
+            entry = max(entry, min(t0, t1));
+            exit = min(exit, max(t0, t1));
+        }
+        return candidates & less_equal_mask(entry, exit);
+    }
+
+private:
+    SimdFloat8 m_origin_for_low[3];
+    SimdFloat8 m_origin_for_high[3];
+    SimdFloat8 m_inverse[3];
+    SimdFloat8 m_near;
+    SimdFloat8 m_far;
+};
+
+// Plane coordinates of a point for one ray.
+inline void project_corner(const float* point, const RaySpace& ray, double& p, double& q) {
+    const float x = point[0] - ray.origin[0], y = point[1] - ray.origin[1], z = point[2] - ray.origin[2];
+    p = static_cast<double>(x * ray.across[0][0] + y * ray.across[0][1] + z * ray.across[0][2]);
+    q = static_cast<double>(x * ray.across[1][0] + y * ray.across[1][1] + z * ray.across[1][2]);
+}
+
+void estimate_packet(const float (*controls)[16], const RayPacket& rays, unsigned int max_depth, RayHits* hits) {
+    SpaceNode stack[stack_capacity];
+    unsigned int stack_count = 0;
+    SpaceNode node;
+    for (unsigned int r = 0; r < 4; ++r) {
+        node.xy[r] = SimdFloat8(controls[0] + 4 * r, controls[1] + 4 * r);
+        node.zz[r] = SimdFloat8(controls[2] + 4 * r, controls[2] + 4 * r);
+    }
+    node.a_min = node.b_min = 0.0f;
+    node.a_max = node.b_max = 1.0f;
+    node.depth = 0;
+    node.swapped = false;
+    const NodeBox root_box(node);
+    const SlabRays slabs(rays, root_box);
+    node.mask = slabs.enter(root_box, (1 << RayPacket::size) - 1);
+    if (node.mask == 0) return;
+    for (;;) {
+        if (node.depth < max_depth && stack_count < stack_capacity) {
+            SpaceNode first, second;
+            halve(node.xy[0], node.xy[1], node.xy[2], node.xy[3], first.xy, second.xy);
+            halve(node.zz[0], node.zz[1], node.zz[2], node.zz[3], first.zz, second.zz);
+            halve_range(node, first, second);
+            first.mask = slabs.enter(NodeBox(first), node.mask);
+            second.mask = slabs.enter(NodeBox(second), node.mask);
+            if (first.mask != 0) {
+                if (second.mask != 0) stack[stack_count++] = second;
+                node = first;
+                continue;
+            }
+            if (second.mask != 0) {
+                node = second;
+                continue;
+            }
+        } else {
+            float top[8], bottom[8], top_z[8], bottom_z[8];
+            node.xy[0].store(top);
+            node.xy[3].store(bottom);
+            node.zz[0].store(top_z);
+            node.zz[3].store(bottom_z);
+            const float corners[4][3] = {{top[0], top[4], top_z[0]},
+                                         {top[3], top[7], top_z[3]},
+                                         {bottom[3], bottom[7], bottom_z[3]},
+                                         {bottom[0], bottom[4], bottom_z[0]}};
+            for (unsigned int i = 0; i < RayPacket::size; ++i) {
+                if (((node.mask >> i) & 1) == 0) continue;
+                if (node.depth < max_depth) ++hits[i].overflow_count;
+                FlatCell cell;
+                for (unsigned int k = 0; k < 4; ++k) project_corner(corners[k], *rays.spaces[i], cell.p[k], cell.q[k]);
+                intersect_cell(cell, node, DepthPatch(controls, *rays.spaces[i]), hits[i]);
+            }
+        }
+        if (stack_count == 0) return;
+        node = stack[--stack_count];
+    }
+}
+
+}  // namespace

@@ -1,0 +1,144 @@
+#include "sds/intersection/ray_space/ray_space.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "qn_ctx/ctx_eval.h"
+#include "sds/intersection/hit_slots.h"
+#include "sds/intersection/ray_space/ray_kernels.h"
+#include "sds/intersection/ray_targets.h"
+
+namespace {
+
+using sds::RayHit;
+using sds::RayHits;
+using sds::RayPacket;
+using sds::RaySpace;
+
+// The sixteen points per coordinate, in grid order.
+struct ControlGrid {
+    float coords[3][16];
+
+    explicit ControlGrid(const GMathVec3<float>* controls) {
+        for (unsigned int place = 0; place < 16; ++place) {
+            const GMathVec3<float>& p = controls[sds::grid_order[place]];
+            for (unsigned int axis = 0; axis < 3; ++axis) coords[axis][place] = p[axis];
+        }
+    }
+};
+
+RaySpace make_space(const GeometryRaySpace& space) {
+    RaySpace ray;
+    std::copy(space.origin, space.origin + 3, ray.origin);
+    std::copy(space.across[0], space.across[0] + 3, ray.across[0]);
+    std::copy(space.across[1], space.across[1] + 3, ray.across[1]);
+    std::copy(space.along, space.along + 3, ray.along);
+    return ray;
+}
+
+bool push_hit(const CtxEval& ctx, unsigned int primitive, GeometryRaytraceCtx& rays, unsigned int i, double t, float u,
+              float v, float cell) {
+    const double size = rays.get_data().hit_detail == 1 ? static_cast<double>(cell) : 0.0;
+    return rays.push_intersection(ctx, i, primitive, static_cast<double>(u), static_cast<double>(v), 0.0,
+                                  sds::no_sub_element, size, size, 0.0, t, sds::duplicate_separation,
+                                  GeometryMediumDescriptor(), nullptr);
+}
+
+void push_cell_hits(const CtxEval& ctx, unsigned int primitive, GeometryRaytraceCtx& rays, unsigned int i, double shift,
+                    const RayHits& hits) {
+    for (unsigned int h = 0; h < hits.count && !rays.is_ray_finished(i); ++h) {
+        const RayHit& hit = hits.hits[h];
+        push_hit(ctx, primitive, rays, i, shift + static_cast<double>(hit.t), hit.u, hit.v, hit.cell);
+    }
+}
+
+unsigned int trace_cell_packet(const CtxEval& ctx, unsigned int primitive, const ControlGrid& grid,
+                               GeometryRaytraceCtx& rays, unsigned int first, unsigned int ray_count,
+                               unsigned int max_depth) {
+    RaySpace spaces[RayPacket::size];
+    RayHits hits[RayPacket::size];
+    RayPacket packet;
+    for (unsigned int i = 0; i < RayPacket::size; ++i) {
+        const unsigned int ray = first + std::min(i, ray_count - 1);
+        const GeometryRaySpace& space = rays.get_ray_space(ray);
+        spaces[i] = make_space(space);
+        packet.spaces[i] = &spaces[i];
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            packet.origin[axis][i] = space.origin[axis];
+            packet.inverse_direction[axis][i] = space.inverse_direction[axis];
+        }
+        const bool active = i < ray_count && !rays.is_ray_finished(ray);
+        packet.near[i] =
+            active ? sds::narrow_down(rays.get_tnear(ray) - space.shift) : std::numeric_limits<float>::max();
+        packet.far[i] = active ? sds::narrow_up(rays.get_intersection_path(ray).get_distance() - space.shift)
+                               : -std::numeric_limits<float>::max();
+        hits[i].count = 0;
+        hits[i].overflow_count = 0;
+    }
+    sds::get_ray_kernels().estimate_packet(grid.coords, packet, max_depth, hits);
+    unsigned int overflow_count = 0;
+    for (unsigned int i = 0; i < ray_count; ++i) {
+        push_cell_hits(ctx, primitive, rays, first + i, rays.get_ray_space(first + i).shift, hits[i]);
+        overflow_count += hits[i].overflow_count;
+    }
+    return overflow_count;
+}
+
+}  // namespace
+
+unsigned int sds::trace_limit_surface(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
+                                      GeometryRaytraceCtx& rays) {
+    const ControlGrid grid(controls);
+    const RayKernels& kernels = get_ray_kernels();
+    unsigned int overflow_count = 0;
+    for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
+        if (rays.is_ray_finished(i)) continue;
+        const GeometryRaySpace& space = rays.get_ray_space(i);
+        RayHits hits;
+        hits.count = 0;
+        hits.overflow_count = 0;
+        kernels.adaptive(grid.coords, make_space(space), hits);
+        overflow_count += hits.overflow_count;
+        if (hits.count == 0) continue;
+        HitSlots slots;
+        slots.clear();
+        for (unsigned int h = 0; h < hits.count; ++h) {
+            const RayHit& hit = hits.hits[h];
+            const double t = space.shift + static_cast<double>(hit.t);
+            if (t >= rays.get_tnear(i) && t < rays.get_tfar(i)) slots.add(hit.side, hit.t, hit.u, hit.v, 0);
+        }
+        slots.flush(static_cast<float>(duplicate_separation), [&](const HitSlots::Entry& entry) {
+            const bool accepted =
+                push_hit(ctx, primitive, rays, i, space.shift + static_cast<double>(entry.t), entry.u, entry.v, 0.0f);
+            if (accepted && rays.is_ray_finished(i)) rays.set_occluder(i, {primitive, 0, nullptr});
+        });
+    }
+    return overflow_count;
+}
+
+unsigned int sds::trace_flat_cells(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
+                                   GeometryRaytraceCtx& rays, unsigned int count) {
+    const ControlGrid grid(controls);
+    const RayKernels& kernels = get_ray_kernels();
+    const unsigned int first = rays.get_first_ray();
+    const unsigned int ray_count = rays.get_last_ray() - first + 1;
+    unsigned int overflow_count = 0;
+    if (rays.get_data().map != nullptr && ray_count > 1) {
+        for (unsigned int i = 0; i < ray_count; i += RayPacket::size)
+            overflow_count += trace_cell_packet(ctx, primitive, grid, rays, first + i,
+                                                std::min(RayPacket::size, ray_count - i), 2 * count);
+        return overflow_count;
+    }
+    for (unsigned int i = first; i <= rays.get_last_ray(); ++i) {
+        if (rays.is_ray_finished(i)) continue;
+        const GeometryRaySpace& space = rays.get_ray_space(i);
+        RayHits hits;
+        hits.count = 0;
+        hits.overflow_count = 0;
+        kernels.estimate(grid.coords, make_space(space), 2 * count, hits);
+        overflow_count += hits.overflow_count;
+        push_cell_hits(ctx, primitive, rays, i, space.shift, hits);
+    }
+    return overflow_count;
+}
