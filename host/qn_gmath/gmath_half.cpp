@@ -38,6 +38,7 @@ unsigned short GMathHalfFloatConverter::from_float(const float& value) {
     const float magnitude = std::fabs(value);
     if (std::isnan(value)) return static_cast<unsigned short>(sign | 0x7E00u);
     if (magnitude >= 65520.0f) return static_cast<unsigned short>(sign | 0x7C00u);
+    if (magnitude == 0.0f) return static_cast<unsigned short>(sign);  // has no exponent
     int exponent = 0;
     std::frexp(magnitude, &exponent);
     // Unit of the result: 2^(e-11) for normal halves with value in [2^(e-1), 2^e), 2^-24 for subnormal ones.

@@ -1,0 +1,381 @@
+// Properties of every kind and type, read on the surface.
+#include "sds/mesh_property/sds_mesh_property.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <thread>
+#include <vector>
+
+#include "qn_ctx/ctx_eval.h"
+#include "qn_gmath/gmath_half.h"
+#include "qn_poly/poly_crease_scope.h"
+#include "sds/allocation_counter.h"
+#include "sds/common/cubic_basis.h"
+#include "sds/mesh_property/element_types.h"
+#include "support/built_surface.h"
+
+namespace {
+
+using namespace sds_test;
+using Kind = PolyMeshProperty::Type;
+using Type = ResourceProperty::Type;
+using Mode = SdsMeshGeometry::InterpolationMode;
+
+CoreArray<unsigned int> cage_counts(const ZooMesh& cage) { return to_core_array(cage.counts); }
+
+PolyMesh make_poly_mesh(const ZooMesh& cage) {
+    PolyMesh mesh;
+    mesh.set_polygons(cage_counts(cage), to_core_array(cage.indices), to_core_array(cage.corner_creases));
+    return mesh;
+}
+
+// A property with one set of values, bound to a surface.
+struct BoundProperty {
+    PolyMesh polygons;
+    PolyMeshProperty source;
+    ResourceProperty values;
+    SdsMeshProperty property;
+    CtxShader shader;
+    CtxEval ctx{shader};
+
+    BoundProperty(const BuiltSurface& surface, const ZooMesh& cage, Kind kind, const ResourceProperty& items,
+                  const std::vector<unsigned int>& indices = {})
+        : polygons(make_poly_mesh(cage)),
+          source(make_source(polygons, kind, items, indices)),
+          values(items),
+          property(surface.mesh, source) {}
+
+    std::vector<double> read(unsigned int quad, double u, double v, std::vector<double>* du = nullptr,
+                             std::vector<double>* dv = nullptr) const {
+        std::vector<double> out(64), a(64), b(64), c(64, 7.0);
+        const GeometryFragment fragment{quad, u, v, 0.0, 0.0};
+        const unsigned int n = property.evaluate(ctx, fragment, 0, out.data(), a.data(), b.data(), c.data(), 64);
+        for (unsigned int i = 0; i < n; ++i) EXPECT_EQ(c[i], 0.0);
+        out.resize(n);
+        if (du != nullptr) *du = a;
+        if (dv != nullptr) *dv = b;
+        return out;
+    }
+    std::vector<long long> read_integers(unsigned int quad, double u, double v) const {
+        std::vector<long long> out(64);
+        const GeometryFragment fragment{quad, u, v, 0.0, 0.0};
+        out.resize(property.evaluate(ctx, fragment, 0, out.data(), nullptr, nullptr, nullptr, 64));
+        return out;
+    }
+
+private:
+    static PolyMeshProperty make_source(const PolyMesh& polygons, Kind kind, const ResourceProperty& items,
+                                        const std::vector<unsigned int>& indices) {
+        PolyMeshProperty source(polygons, "test", kind, items.get_type(), items.get_extent());
+        source.set_values(GMathTimeSampling(), CoreArray<ResourceProperty>(1, items));
+        if (!indices.empty()) source.set_indices(to_core_array(indices));
+        return source;
+    }
+};
+
+template <class T>
+ResourceProperty make_items(Type type, unsigned int extent, const std::vector<T>& flat) {
+    ResourceProperty items("test");
+    items.init(type, extent, static_cast<unsigned int>(flat.size()) / extent);
+    for (unsigned int i = 0; i < items.get_item_count(); ++i)
+        items.set_item_values(i, flat.data() + extent * i, extent);
+    return items;
+}
+
+ResourceProperty positions_as_items(const ZooMesh& cage) {
+    std::vector<float> flat;
+    for (const Vec3f& p : cage.positions) flat.insert(flat.end(), {p[0], p[1], p[2]});
+    return make_items(Type::float32, 3, flat);
+}
+
+// Values of one element type at the ends of its range and between.
+template <class T>
+std::vector<T> extremes_of() {
+    if constexpr (std::is_same_v<T, sds::Half>)
+        return {{GMathHalfFloatConverter::from_float(65504.0f)},
+                {GMathHalfFloatConverter::from_float(-65504.0f)},
+                {GMathHalfFloatConverter::from_float(0.1f)}};
+    else
+        return {std::numeric_limits<T>::max(), std::numeric_limits<T>::lowest(), T(1)};
+}
+
+std::vector<Type> all_types() {
+    std::vector<Type> types;
+    for (unsigned int i = 0; i < ResourceProperty::type_count; ++i) types.push_back(static_cast<Type>(i));
+    return types;
+}
+
+TEST(MeshProperty, PositionsAsAPropertyGiveTheSurfaceItself) {
+    for (const char* name : {"cube", "creased_cube", "dart", "ngon_caps", "strip", "lone_triangle"}) {
+        const std::vector<ZooMesh>& zoo = mesh_zoo();
+        const auto found = std::find_if(zoo.begin(), zoo.end(), [&](const ZooMesh& m) { return m.name == name; });
+        if (found == zoo.end()) continue;
+        for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed, Mode::borders_fixed}) {
+            for (const bool indexed : {false, true}) {
+                BuiltSurface::Options options;
+                options.mode = mode;
+                const BuiltSurface surface(*found, options);
+                BoundProperty bound(surface, *found, Kind::per_vertex, positions_as_items(*found),
+                                    indexed ? found->indices : std::vector<unsigned int>{});
+                const CoreArray<unsigned char> creases = to_core_array(found->corner_creases);
+                const PolyCreaseScope scope(creases);
+                ASSERT_TRUE(bound.property.init(0, &bound.values)) << name;
+                const double tolerance = 1e-6 * std::max(1.0, surface.diagonal());
+                for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+                    Vec3f controls[16];
+                    surface.geometry.get_bezier_controls(q, controls);
+                    for (const double u : {0.0, 0.3, 1.0})
+                        for (const double v : {0.0, 0.6, 1.0}) {
+                            std::vector<double> du, dv;
+                            const std::vector<double> p = bound.read(q, u, v, &du, &dv);
+                            ASSERT_EQ(p.size(), 3u);
+                            Vec3d wide[16];
+                            for (int i = 0; i < 16; ++i) wide[i] = Vec3d(controls[i]);
+                            const auto jet = sds::evaluate_jet(wide, u, v);
+                            for (unsigned int i = 0; i < 3; ++i) {
+                                EXPECT_NEAR(p[i], jet.value[i], tolerance) << name << " quad " << q;
+                                EXPECT_NEAR(du[i], jet.du[i], 8 * tolerance) << name << " quad " << q;
+                                EXPECT_NEAR(dv[i], jet.dv[i], 8 * tolerance) << name << " quad " << q;
+                            }
+                        }
+                }
+            }
+        }
+    }
+}
+
+TEST(MeshProperty, ConstantsAndExtremesOfEveryTypeSurviveOnTheSurface) {
+    const ZooMesh cage = make_pole(5);  // an n-gon: with the subdivision step
+    const ZooMesh quads = make_sheet(3);
+    for (const ZooMesh* mesh : {&cage, &quads}) {
+        const BuiltSurface surface(*mesh);
+        for (const Type type : all_types()) {
+            sds::with_element(type, [&](auto element) {
+                using T = decltype(element);
+                for (const T value : extremes_of<T>()) {
+                    const std::vector<T> flat(mesh->positions.size() * 5, value);  // more components than go at once
+                    BoundProperty bound(surface, *mesh, Kind::per_vertex, make_items(type, 5, flat));
+                    ASSERT_TRUE(bound.property.init(0, &bound.values));
+                    for (const double u : {0.0, 0.37, 1.0}) {
+                        const std::vector<double> real = bound.read(0, u, 0.71);
+                        const std::vector<long long> integers = bound.read_integers(0, u, 0.71);
+                        ASSERT_EQ(real.size(), 5u);
+                        ASSERT_EQ(integers.size(), 5u);
+                        for (unsigned int i = 0; i < 5; ++i) {
+                            EXPECT_EQ(real[i], sds::to_real(value)) << ResourceProperty::get_type_name(type);
+                            EXPECT_EQ(integers[i], sds::to_integer(value)) << ResourceProperty::get_type_name(type);
+                        }
+                    }
+                }
+            });
+        }
+    }
+}
+
+TEST(MeshProperty, LinearRampsOnAFlatGridReproduceToTheTypesResolution) {
+    ZooMesh grid = make_sheet(6);
+    for (Vec3f& p : grid.positions) p[2] = 0.0f;
+    BuiltSurface::Options options;
+    options.mode = Mode::all_fixed;  // ramps are exact where the borders do not bend inwards
+    const BuiltSurface surface(grid, options);
+    float low = 1e30f, high = -1e30f;
+    for (const Vec3f& p : grid.positions) low = std::min(low, p[0]), high = std::max(high, p[0]);
+    for (const Type type : all_types()) {
+        sds::with_element(type, [&](auto element) {
+            using T = decltype(element);
+            std::vector<T> flat;
+            for (const Vec3f& p : grid.positions)
+                flat.push_back(sds::from_real<T>(static_cast<double>((p[0] - low) / (high - low)) * 100.0));
+            BoundProperty bound(surface, grid, Kind::per_vertex, make_items(type, 1, flat));
+            ASSERT_TRUE(bound.property.init(0, &bound.values));
+            constexpr bool is_real = std::is_same_v<T, sds::Half> || std::is_floating_point_v<T>;
+            const double resolution = std::is_same_v<T, sds::Half> ? 0.1 : (is_real ? 1e-4 : 0.51);
+            for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+                Vec3f controls[16];
+                surface.geometry.get_bezier_controls(q, controls);
+                const Vec3f p =
+                    sds::evaluate_patch(controls, sds::CubicBasis<float>(0.4f), sds::CubicBasis<float>(0.9f));
+                const double expected = static_cast<double>((p[0] - low) / (high - low)) * 100.0;
+                EXPECT_NEAR(bound.read(q, 0.4, 0.9)[0], expected, resolution) << ResourceProperty::get_type_name(type);
+                EXPECT_EQ(bound.read_integers(q, 0.4, 0.9)[0], std::llrint(bound.read(q, 0.4, 0.9)[0]));
+            }
+        });
+    }
+}
+
+TEST(MeshProperty, IntegerResultsRoundToEvenSaturateAndTakeNanAsZero) {
+    EXPECT_EQ(sds::round_to_integer<std::int8_t>(2.5), 2);
+    EXPECT_EQ(sds::round_to_integer<std::int8_t>(3.5), 4);
+    EXPECT_EQ(sds::round_to_integer<std::int8_t>(-1e9), -128);
+    EXPECT_EQ(sds::round_to_integer<std::uint8_t>(255.6), 255);
+    EXPECT_EQ(sds::round_to_integer<std::uint8_t>(-0.4), 0);
+    EXPECT_EQ(sds::round_to_integer<std::int64_t>(1e300), std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(sds::round_to_integer<std::uint64_t>(18446744073709549568.0), 18446744073709549568ull);
+    EXPECT_EQ(sds::round_to_integer<std::uint64_t>(18446744073709551616.0), std::numeric_limits<std::uint64_t>::max());
+    EXPECT_EQ(sds::round_to_integer<int>(std::nan("")), 0);
+    // The 2^64 correction, and the bit pattern through the integer callback.
+    EXPECT_EQ(sds::to_real(std::uint64_t(1) << 63), 9.223372036854775808e18);
+    EXPECT_EQ(sds::to_integer(std::numeric_limits<std::uint64_t>::max()), -1);
+}
+
+TEST(MeshProperty, PerPolygonValuesFollowTheControlPolygonAndConstantsAreEverywhere) {
+    const ZooMesh cage = make_pole(5);
+    const BuiltSurface surface(cage);
+    std::vector<std::int32_t> ids(cage.counts.size());
+    for (unsigned int i = 0; i < ids.size(); ++i) ids[i] = 100 + static_cast<int>(i);
+    BoundProperty uniform(surface, cage, Kind::per_polygon, make_items(Type::int32, 1, ids));
+    EXPECT_EQ(uniform.read_integers(0, 0.5, 0.5).size(), 0u) << "an empty sample yields nothing";
+    ASSERT_TRUE(uniform.property.init(0, &uniform.values));
+    unsigned int quad = 0;
+    for (unsigned int polygon = 0; polygon < cage.counts.size(); ++polygon)
+        for (unsigned int k = 0; k < cage.counts[polygon]; ++k, ++quad) {
+            EXPECT_EQ(uniform.read_integers(quad, 0.2, 0.8), std::vector<long long>{ids[polygon]});
+            EXPECT_EQ(uniform.read(quad, 0.2, 0.8), std::vector<double>{static_cast<double>(ids[polygon])});
+        }
+    EXPECT_TRUE(uniform.read(surface.quad_count(), 0.5, 0.5).empty());
+    long long none = 5;
+    EXPECT_EQ(uniform.property.evaluate(uniform.ctx, GeometryFragment(), 0, &none, nullptr, nullptr, nullptr, 0), 0u);
+    EXPECT_EQ(none, 5);
+
+    // A copy reads polygon ids from a base that lost its parents.
+    const SdsMeshBase copy(surface.base);
+    for (unsigned int q = 0; q < surface.quad_count(); ++q)
+        EXPECT_EQ(copy.get_primitive_polygon_id(q), surface.base.get_primitive_polygon_id(q));
+
+    BoundProperty constant(surface, cage, Kind::constant, make_items<double>(Type::float64, 2, {1.5, -2.5}));
+    ASSERT_TRUE(constant.property.init(0, &constant.values));
+    std::vector<double> du;
+    EXPECT_EQ(constant.read(3, 0.1, 0.2, &du), (std::vector<double>{1.5, -2.5}));
+    EXPECT_EQ(du[0], 0.0);
+    EXPECT_EQ(constant.read_integers(0, 0, 0), (std::vector<long long>{2, -2}));
+}
+
+TEST(MeshProperty, BindingRefusesWhatItCannotEvaluate) {
+    const ZooMesh cage = make_sheet(2);
+    const BuiltSurface surface(cage);
+    const ResourceProperty items = positions_as_items(cage);
+    BoundProperty bound(surface, cage, Kind::per_vertex, items);
+    EXPECT_FALSE(bound.property.init(0, nullptr));
+    const ResourceProperty wrong_type =
+        make_items<double>(Type::float64, 1, std::vector<double>(cage.positions.size()));
+    ASSERT_TRUE(bound.property.init(0, &bound.values));
+    EXPECT_NE(bound.property.get_bezier_corners(0), nullptr);
+    EXPECT_FALSE(bound.property.init(0, &wrong_type));
+    EXPECT_EQ(bound.property.get_values_property(0), nullptr);
+    EXPECT_EQ(bound.property.get_bezier_corners(0), nullptr);
+
+    BoundProperty indexed_polygons(surface, cage, Kind::per_polygon, items, cage.indices);
+    ASSERT_TRUE(indexed_polygons.property.init(0, &indexed_polygons.values));
+    EXPECT_TRUE(indexed_polygons.read(0, 0.5, 0.5).empty()) << "polygons with indices of their own have no item";
+
+    BoundProperty other(surface, cage, static_cast<Kind>(3), items);
+    EXPECT_FALSE(other.property.has_callbacks());
+    EXPECT_FALSE(other.property.init(0, &other.values));
+
+    BuiltSurface::Options linear;
+    linear.mode = Mode::all_fixed;
+    const BuiltSurface flat(cage, linear);
+    BoundProperty on_flat(flat, cage, Kind::per_vertex, items);
+    ASSERT_TRUE(on_flat.property.init(0, &on_flat.values));
+    EXPECT_EQ(on_flat.property.get_bezier_corners(0), nullptr);
+}
+
+TEST(MeshProperty, ItemsOfVaryingLengthAreCutToTheShortest) {
+    for (const bool with_step : {false, true}) {
+        const ZooMesh cage = with_step ? make_pole(5) : make_sheet(2);
+        const BuiltSurface surface(cage);
+        std::vector<unsigned int> lengths(cage.positions.size(), 3);
+        lengths.back() = 2;
+        ResourceProperty items("test");
+        items.init(Type::int16, to_core_array(lengths));
+        for (unsigned int i = 0; i < lengths.size(); ++i) {
+            const std::int16_t row[3] = {7, -9, 11};
+            items.set_item_values(i, row, 3);
+        }
+        BoundProperty bound(surface, cage, Kind::per_vertex, items);
+        ASSERT_TRUE(bound.property.init(0, &bound.values));
+        for (unsigned int q = 0; q < surface.quad_count(); ++q)
+            EXPECT_EQ(bound.read_integers(q, 0.4, 0.4), (std::vector<long long>{7, -9}));
+    }
+}
+
+TEST(MeshProperty, FixedLevelsReadTheCornerOfTheCell) {
+    const ZooMesh cage = make_sheet(3);
+    BuiltSurface::Options options;
+    options.level = 2;
+    const BuiltSurface coarse(cage, options);
+    const BuiltSurface limit(cage);
+    BoundProperty at_level(coarse, cage, Kind::per_vertex, positions_as_items(cage));
+    BoundProperty at_limit(limit, cage, Kind::per_vertex, positions_as_items(cage));
+    ASSERT_TRUE(at_level.property.init(0, &at_level.values));
+    ASSERT_TRUE(at_limit.property.init(0, &at_limit.values));
+    EXPECT_EQ(at_level.read(4, 0.49, 0.8), at_limit.read(4, 0.25, 0.75));
+}
+
+TEST(MeshProperty, TimeSamplesAreSeparateAndCopiesIndependent) {
+    const ZooMesh cage = make_pole(5);
+    const BuiltSurface surface(cage);
+    PolyMesh polygons = make_poly_mesh(cage);
+    CoreArray<double> times(2);
+    times[0] = 0.0;
+    times[1] = 1.0;
+    const GMathTimeSampling sampling(times);
+    const std::vector<float> first(cage.positions.size(), 1.0f), second(cage.positions.size(), 2.0f);
+    CoreArray<ResourceProperty> samples;
+    samples.add(make_items(Type::float32, 1, first));
+    samples.add(make_items(Type::float32, 1, second));
+    PolyMeshProperty source(polygons, "test", Kind::per_vertex, Type::float32, 1);
+    source.set_values(sampling, samples);
+    SdsMeshProperty property(surface.mesh, source);
+    ASSERT_TRUE(property.init(0, &source.get_sample_values(0)));
+    ASSERT_TRUE(property.init(1, &source.get_sample_values(1)));
+    const SdsMeshProperty copy(property);
+    property.init(1, nullptr);
+    const CtxShader shader;
+    const CtxEval ctx(shader);
+    double value = 0.0;
+    EXPECT_EQ(property.evaluate(ctx, GeometryFragment(), 1, &value, nullptr, nullptr, nullptr, 1), 0u);
+    for (unsigned int s = 0; s < 2; ++s) {
+        ASSERT_EQ(copy.evaluate(ctx, GeometryFragment(), s, &value, nullptr, nullptr, nullptr, 1), 1u);
+        EXPECT_EQ(value, 1.0 + s);
+    }
+}
+
+TEST(MeshProperty, ThreadsReadManyPropertiesWithoutAllocating) {
+    const ZooMesh cage = make_pole(6);
+    const BuiltSurface surface(cage);
+    std::vector<std::unique_ptr<BoundProperty>> properties;
+    for (unsigned int i = 0; i < 20; ++i) {
+        const std::vector<float> flat(cage.positions.size() * 3, static_cast<float>(i));
+        properties.push_back(
+            std::make_unique<BoundProperty>(surface, cage, Kind::per_vertex, make_items(Type::float32, 3, flat)));
+        ASSERT_TRUE(properties.back()->property.init(0, &properties.back()->values));
+    }
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (unsigned int t = 0; t < 8; ++t)
+        threads.emplace_back([&, t] {
+            double out[3];
+            for (unsigned int i = 0; i < 2000; ++i) {
+                const BoundProperty& bound = *properties[(i + t) % 20];
+                const GeometryFragment fragment{i % surface.quad_count(), 0.1 * (i % 10), 0.3, 0.0, 0.0};
+                bound.property.evaluate(bound.ctx, fragment, 0, out, nullptr, nullptr, nullptr, 3);
+                if (out[0] != static_cast<double>((i + t) % 20) || out[2] != out[0]) ++wrong;
+            }
+        });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong.load(), 0);
+
+    const std::size_t before = allocation_count();
+    double out[3];
+    for (unsigned int i = 0; i < 100; ++i)
+        properties[i % 20]->property.evaluate(properties[0]->ctx, GeometryFragment{0, 0.5, 0.5, 0.0, 0.0}, 0, out,
+                                              nullptr, nullptr, nullptr, 3);
+    EXPECT_EQ(allocation_count(), before);
+}
+
+}  // namespace
