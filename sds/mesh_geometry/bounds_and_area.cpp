@@ -4,6 +4,7 @@
 
 #include "qn_ctx/ctx_eval.h"
 #include "qn_gmath/gmath.h"
+#include "qn_simd/simd_float4.h"
 #include "sds/common/control_grid.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_base/task_chunks.h"
@@ -24,44 +25,70 @@ constexpr float third_weights[4][4] = {{1.0f, 0.0f, 0.0f, 0.0f},
 
 constexpr unsigned int area_entries = 4;  // |x|, |y|, |z| and the area
 
-// The surface at the 4 x 4 grid of thirds, out[4 * v + u].
-void evaluate_thirds(const Vec3f* controls, Vec3f* out) {
-    Vec3f rows[4][4];
-    for (unsigned int r = 0; r < 4; ++r) {
-        const unsigned char* row = sds::grid_order + 4 * r;
-        for (unsigned int i = 0; i < 4; ++i) {
-            const float* w = third_weights[i];
-            rows[r][i] =
-                controls[row[0]] * w[0] + controls[row[1]] * w[1] + controls[row[2]] * w[2] + controls[row[3]] * w[3];
-        }
-    }
-    for (unsigned int j = 0; j < 4; ++j) {
-        const float* w = third_weights[j];
-        for (unsigned int i = 0; i < 4; ++i)
-            out[4 * j + i] = rows[0][i] * w[0] + rows[1][i] * w[1] + rows[2][i] * w[2] + rows[3][i] * w[3];
-    }
-}
+// The surface at the 4 x 4 grid of thirds, per coordinate: points[axis][4 * v + u].
+struct ThirdsGrid {
+    alignas(16) float points[3][16];
 
-// Calls use(along_u, along_v) with the two edges that meet at the highest corner of each of the 9 cells.
-template <class Use>
-void for_each_cell(const Vec3f* points, Use&& use) {
-    for (unsigned int j = 1; j < 4; ++j)
-        for (unsigned int i = 1; i < 4; ++i) {
-            const Vec3f& corner = points[4 * j + i];
-            use(corner - points[4 * j + i - 1], corner - points[4 * (j - 1) + i]);
+    explicit ThirdsGrid(const Vec3f* controls) {
+        for (unsigned int place = 0; place < 16; ++place)
+            for (unsigned int axis = 0; axis < 3; ++axis) points[axis][place] = controls[sds::grid_order[place]][axis];
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            const float* c = points[axis];
+            SimdFloat4 p0 = SimdFloat4::load(c), p1 = SimdFloat4::load(c + 4), p2 = SimdFloat4::load(c + 8),
+                       p3 = SimdFloat4::load(c + 12);
+            // Rows first: lanes are then rows, one vector per parameter.
+            transpose(p0, p1, p2, p3);
+            SimdFloat4 u0 = blend(0, p0, p1, p2, p3), u1 = blend(1, p0, p1, p2, p3), u2 = blend(2, p0, p1, p2, p3),
+                       u3 = blend(3, p0, p1, p2, p3);
+            transpose(u0, u1, u2, u3);
+            for (unsigned int j = 0; j < 4; ++j) blend(j, u0, u1, u2, u3).store(points[axis] + 4 * j);
         }
-}
+    }
+
+private:
+    static SimdFloat4 blend(unsigned int i, SimdFloat4 a, SimdFloat4 b, SimdFloat4 c, SimdFloat4 d) {
+        const float* w = third_weights[i];
+        return a * SimdFloat4(w[0]) + b * SimdFloat4(w[1]) + c * SimdFloat4(w[2]) + d * SimdFloat4(w[3]);
+    }
+};
+
+constexpr unsigned int cell_count = 9;
+
+// The two edges that meet at the highest corner of each of the 9 cells, per coordinate.
+struct CellEdges {
+    float along_u[3][cell_count];
+    float along_v[3][cell_count];
+
+    explicit CellEdges(const ThirdsGrid& grid) {
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            const float* p = grid.points[axis];
+            for (unsigned int j = 1; j < 4; ++j)
+                for (unsigned int i = 1; i < 4; ++i) {
+                    const unsigned int cell = 3 * (j - 1) + i - 1;
+                    along_u[axis][cell] = p[4 * j + i] - p[4 * j + i - 1];
+                    along_v[axis][cell] = p[4 * j + i] - p[4 * (j - 1) + i];
+                }
+        }
+    }
+};
 
 void add_patch_area(const Vec3f* controls, double* area) {
-    Vec3f points[16];
-    evaluate_thirds(controls, points);
-    for_each_cell(points, [area](const Vec3f& along_u, const Vec3f& along_v) {
-        const Vec3d c = Vec3d(along_u).cross(Vec3d(along_v));
-        const double length = c.length();
-        if (!gmath_isfinited(length)) return;
-        for (unsigned int i = 0; i < 3; ++i) area[i] += std::fabs(c[i]);
-        area[3] += length;
-    });
+    const CellEdges edges{ThirdsGrid(controls)};
+    double c[3][cell_count];
+    double length[cell_count];
+    for (unsigned int cell = 0; cell < cell_count; ++cell) {
+        const auto u = [&](unsigned int axis) { return static_cast<double>(edges.along_u[axis][cell]); };
+        const auto v = [&](unsigned int axis) { return static_cast<double>(edges.along_v[axis][cell]); };
+        c[0][cell] = u(1) * v(2) - u(2) * v(1);
+        c[1][cell] = u(2) * v(0) - u(0) * v(2);
+        c[2][cell] = u(0) * v(1) - u(1) * v(0);
+        length[cell] = std::sqrt(c[0][cell] * c[0][cell] + c[1][cell] * c[1][cell] + c[2][cell] * c[2][cell]);
+    }
+    for (unsigned int cell = 0; cell < cell_count; ++cell) {
+        if (!gmath_isfinited(length[cell])) continue;
+        for (unsigned int axis = 0; axis < 3; ++axis) area[axis] += std::fabs(c[axis][cell]);
+        area[3] += length[cell];
+    }
 }
 
 float blend_ratio(float x, float y, float z, float area) {
@@ -88,14 +115,42 @@ GMathBbox3<double> controls_bbox(const Vec3f* controls) {
     return GMathBbox3<double>(box);
 }
 
+// Grows a box by the controls whose coordinates are all finite.
+void grow_by_finite(const Vec3f* controls, GMathBbox3<float>& box) {
+    // The sixteen points are forty-eight floats: xyzx yzxy zxyz, four times.
+    const float* c = controls[0].get_data();
+    SimdFloat4 low[3], high[3], difference(0.0f);
+    for (unsigned int i = 0; i < 3; ++i) {
+        const SimdFloat4 v0 = SimdFloat4::load_unaligned(c + 4 * i), v1 = SimdFloat4::load_unaligned(c + 12 + 4 * i);
+        const SimdFloat4 v2 = SimdFloat4::load_unaligned(c + 24 + 4 * i),
+                         v3 = SimdFloat4::load_unaligned(c + 36 + 4 * i);
+        low[i] = min(min(v0, v1), min(v2, v3));
+        high[i] = max(max(v0, v1), max(v2, v3));
+        // Zero for finite numbers, NaN otherwise.
+        difference = difference + ((v0 - v0) + (v1 - v1)) + ((v2 - v2) + (v3 - v3));
+    }
+    if (less_equal_mask(difference, SimdFloat4(0.0f)) != 15) {
+        for (unsigned int k = 0; k < 16; ++k)
+            if (gmath_isfinitef(controls[k][0]) && gmath_isfinitef(controls[k][1]) && gmath_isfinitef(controls[k][2]))
+                box.grow(controls[k]);
+        return;
+    }
+    alignas(16) float ends[2][12];
+    for (unsigned int i = 0; i < 3; ++i) {
+        low[i].store(ends[0] + 4 * i);
+        high[i].store(ends[1] + 4 * i);
+    }
+    for (const auto& row : ends)
+        for (unsigned int k = 0; k < 12; k += 3) box.grow({row[k], row[k + 1], row[k + 2]});
+}
+
 // Grows the boxes and areas of the patches' groups.
 void accumulate_patch(const SdsBezierMesh& mesh, const SdsMeshBase& base, unsigned int q, GMathBbox3<float>* boxes,
                       double* areas) {
     Vec3f controls[16];
     mesh.get_patch_controls(q, controls);
     const unsigned int group = base.get_primitive_shading_group_index(q);
-    for (const Vec3f& p : controls)
-        if (gmath_isfinitef(p[0]) && gmath_isfinitef(p[1]) && gmath_isfinitef(p[2])) boxes[group].grow(p);
+    grow_by_finite(controls, boxes[group]);
     add_patch_area(controls, areas + area_entries * size_t{group});
 }
 
@@ -218,15 +273,15 @@ double SdsMeshGeometry::estimate_shading_group_area(const CtxEval&, const unsign
 double SdsMeshGeometry::estimate_primitive_area(const CtxEval&, const unsigned int& patch,
                                                 const GMathMatrix4x4<double>& matrix) const {
     Vec3f controls[16];
-    Vec3f points[16];
     bezier_mesh.get_patch_controls(patch, controls);
-    evaluate_thirds(controls, points);
+    const CellEdges edges{ThirdsGrid(controls)};
     float area = 0.0f;
-    for_each_cell(points, [&](const Vec3f& along_u, const Vec3f& along_v) {
-        const Vec3f u(matrix.transform_vector(Vec3d(along_u)));
-        const Vec3f v(matrix.transform_vector(Vec3d(along_v)));
+    for (unsigned int cell = 0; cell < cell_count; ++cell) {
+        const auto edge = [&](const float(*e)[cell_count]) { return Vec3d(Vec3f(e[0][cell], e[1][cell], e[2][cell])); };
+        const Vec3f u(matrix.transform_vector(edge(edges.along_u)));
+        const Vec3f v(matrix.transform_vector(edge(edges.along_v)));
         area += std::sqrt(u.cross(v).length_squared());
-    });
+    }
     return static_cast<double>(area);
 }
 
