@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
     build-essential cmake ninja-build pkg-config python3            # build
-    libembree-dev libtbb-dev libtinyobjloader-dev libcli11-dev      # host, renderer, program
+    libembree-dev libtbb-dev libcli11-dev                           # host, renderer, program
     nlohmann-json3-dev libopenexr-dev libpng-dev
     libgtest-dev libgmock-dev libosd-dev libbenchmark-dev           # tests and benchmarks
     clang-format clang-tidy                                         # checks

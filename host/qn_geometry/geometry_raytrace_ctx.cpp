@@ -48,8 +48,8 @@ bool GeometryRaytraceCtx::push_intersection(const CtxEval&, const unsigned int& 
     GeometryRay& ray = m_rays[i];
     if (ray.is_finished || !(t >= ray.tnear && t < ray.tfar)) return false;
     const GeometryHit hit{primitive, sub_element, u, v, t};
-    if (m_data->map != nullptr) {
-        if (!m_data->map->get_path(i).add(hit, separation)) return false;
+    if (m_data.map != nullptr) {
+        if (!m_data.map->get_path(i).add(hit, separation)) return false;
         if (!(t < ray.hit.t)) return true;
         ray.hit = hit;
         if (ray.mode == GeometryRayMode::any) ray.is_finished = true;

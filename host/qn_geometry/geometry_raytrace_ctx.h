@@ -77,9 +77,10 @@ struct GeometryRaytraceData {
 
 class QN_EXPORT GeometryRaytraceCtx {
 public:
-    // `rays` and `data` outlive the context. The range starts as all `count` rays. `count` must be at least 1.
+    // `rays`, and the map if `data` has one, outlive the context. The range starts as all `count` rays. `count` must be
+    // at least 1.
     GeometryRaytraceCtx(GeometryRay* rays, const unsigned int& count, const GeometryRaytraceData& data)
-        : m_rays(rays), m_first(0), m_last(count - 1), m_data(&data) {}
+        : m_rays(rays), m_first(0), m_last(count - 1), m_data(data) {}
 
     const unsigned int& get_first_ray() const { return m_first; }
     const unsigned int& get_last_ray() const { return m_last; }
@@ -97,10 +98,10 @@ public:
     // Time of the range's first ray: a range is traced at one time.
     const double& get_time() const { return m_rays[m_first].time; }
 
-    const GeometryRaytraceData& get_data() const { return *m_data; }
-    bool has_motion_blur() const { return m_data->has_motion_blur; }
+    const GeometryRaytraceData& get_data() const { return m_data; }
+    bool has_motion_blur() const { return m_data.has_motion_blur; }
     // Only with a map.
-    GeometryIntersectionPath& get_intersection_path(const unsigned int& i) { return m_data->map->get_path(i); }
+    GeometryIntersectionPath& get_intersection_path(const unsigned int& i) { return m_data.map->get_path(i); }
 
     // Node of the host's tree that traversal starts at; kernels set it to 0 while they run and put it back.
     const unsigned int& get_start_node() const { return m_start_node; }
@@ -139,7 +140,7 @@ private:
     GeometryRay* m_rays;
     unsigned int m_first;
     unsigned int m_last;
-    const GeometryRaytraceData* m_data;
+    GeometryRaytraceData m_data;
     unsigned int m_start_node = 0;
     GMathVec3<double> m_reference_point{0, 0, 0};
 };

@@ -68,7 +68,7 @@ void SdsMeshBase::compute_bezier_tangents(const SdsBezierMesh& mesh, const Edges
                                           Vec3f* tangents) {
     if ((info.irregular & 0xFFu) == 0) return;
     Vec3f controls[16];
-    mesh.get_patch_controls(q, controls);
+    mesh.get_local_patch_controls(q, controls);
     sds::DerivativeNets<Vec3f> nets(controls);
     sds::replace_irregular_entries<sds::TableTrig>(
         mesh.get_vertex_indices(), edges, q, info.irregular, corners,

@@ -64,6 +64,26 @@ void SdsBezierMesh::add_vertices(const CoreBasicArray<Vec3f>& quad_points, const
     add_vertices(quad_points.get_data(), patch_points.get_data(), weight);
 }
 
+void SdsBezierMesh::get_local_patch_controls(const unsigned int& patch, Vec3f* out) const {
+    const unsigned int* quad = vertex_indices + 4 * size_t{patch};
+    const SdsMeshBase::BezierPatch* record = get_patch(patch);
+    const auto compute = [&](const auto& vertex, const auto& corner) {
+        const Vec3f origin = vertex(quad[0]);
+        const auto local_vertex = [&](unsigned int w) { return vertex(w) - origin; };
+        if (record != nullptr)
+            sds::smooth_controls(
+                quad, *record, local_vertex, [&](unsigned int w) { return corner(w) - origin; }, out);
+        else
+            sds::linear_controls(quad, local_vertex, out);
+    };
+    if (source_count == 1)
+        compute([this](unsigned int w) { return quad_vertices[0][w]; },
+                [this](unsigned int w) { return patch_vertices[0][w]; });
+    else
+        compute([this](unsigned int w) { return get_quad_vertex(w); },
+                [this](unsigned int w) { return get_patch_vertex(w); });
+}
+
 void SdsBezierMesh::choose_controls() {
     if (patches != nullptr)
         compute_controls = source_count == 1 ? &compute_bezier_controls : &compute_bezier_controls_w;

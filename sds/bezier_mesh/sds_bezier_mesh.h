@@ -78,6 +78,10 @@ public:
         compute_controls(*this, vertex_indices + 4 * size_t{patch}, get_patch(patch), out);
     }
 
+    // The sixteen controls relative to the quad's first vertex: the same rules on differences. Their own differences
+    // keep the digits that those of get_patch_controls lose on an object far from the origin.
+    void get_local_patch_controls(const unsigned int& patch, Vec3f* out) const;
+
     // The four routines: smooth or bilinear, one source or several (_w).
     static void compute_bezier_controls(const SdsBezierMesh& mesh, const unsigned int* quad,
                                         const SdsMeshBase::BezierPatch* patch, Vec3f* out);

@@ -41,8 +41,10 @@ unsigned int SdsMeshBase::compute_tangent_infos(const unsigned int& quad_count, 
         if (!linear) {
             for (unsigned int k = 0; k < 4; ++k) {
                 const VertexLocalTopology& fan = topologies[4 * size_t{q} + k];
-                // An irregular corner makes the edges on both of its sides irregular.
-                if (!fan.closed || fan.valence != 4) bits |= 1u << k | 16u << k | 16u << ((k + 3) & 3u);
+                // A dart is irregular at any valence: the sharp edge that ends there bends its patches. An irregular
+                // corner makes the edges on both of its sides irregular.
+                if (!fan.closed || fan.valence != 4 || fan.first_edge != fan.last_edge)
+                    bits |= 1u << k | 16u << k | 16u << ((k + 3) & 3u);
             }
         }
         info.tangent_offset = total;

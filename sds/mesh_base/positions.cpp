@@ -55,7 +55,9 @@ void SdsMeshBase::compute_subdivision_positions(const CoreBasicArray<Vec3f>& pos
 
 void SdsMeshBase::compute_bezier_corner(const TopologyContext& context, const unsigned int& e, const Vec3f* positions,
                                         Vec3f& corner) {
-    corner = sds::limit_point<Vec3f>(context, e, [positions](unsigned int w) -> const Vec3f& { return positions[w]; });
+    // In double, rounded once: the sum over a pole of valence n grows to n^2 times the result.
+    corner = Vec3f(sds::limit_point<GMathVec3<double>>(
+        context, e, [positions](unsigned int w) { return GMathVec3<double>(positions[w]); }));
 }
 
 void SdsMeshBase::compute_bezier_corners(const TopologyContext& context, const CoreBasicArray<Vec3f>& positions,

@@ -222,8 +222,9 @@ public:
     static void compute_bezier_topology(const TopologyContext& context, CoreArray<BezierPatch>& patches,
                                         AppProgressBar* progress);
 
-    // Marks irregular corners (not a closed fan of four) and the edges that touch them, and reserves their tangents.
-    // `topologies` has four records per quad. Returns the number of vectors to allocate: 0 when `linear`.
+    // Marks irregular corners (not a smooth closed fan of four: darts count as irregular) and the edges that touch
+    // them, and reserves their tangents. `topologies` has four records per quad. Returns the number of vectors to
+    // allocate: 0 when `linear`.
     static unsigned int compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
                                               PatchTangentInfo* infos, const bool& linear, AppProgressBar* progress);
 

@@ -79,13 +79,14 @@ TangentPair<typename Trig::Real> vertex_tangents(const unsigned int* quad_indice
         weights.diagonal[i] = Trig::cosine(angle + a) * k;
     }
     TangentPair<Real> t{{0, 0, 0}, {0, 0, 0}};
+    const GMathVec3<Real> vertex = position(quad_indices[e]);
     unsigned int h = e;
     unsigned int i = 0;
     do {
         const unsigned int j = i == 0 ? 0 : valence - i;
-        const GMathVec3<Real> ahead = position(quad_indices[next_in_quad(h)]);
-        const GMathVec3<Real> diagonal = position(quad_indices[turn_in_quad(h, 2)]);
-        const GMathVec3<Real> behind = position(quad_indices[previous_in_quad(h)]);
+        const GMathVec3<Real> ahead = position(quad_indices[next_in_quad(h)]) - vertex;
+        const GMathVec3<Real> diagonal = position(quad_indices[turn_in_quad(h, 2)]) - vertex;
+        const GMathVec3<Real> behind = position(quad_indices[previous_in_quad(h)]) - vertex;
         t.t1 += ahead * weights.edge[i] + diagonal * weights.diagonal[i];
         t.t2 += behind * weights.edge[j] + diagonal * weights.diagonal[j];
         h = edges.opposite_edges[previous_in_quad(h)];
@@ -114,19 +115,17 @@ TangentPair<typename Trig::Real> corner_tangents(const unsigned int* quad_indice
     // Weights of the cross tangent.
     const Real step = Real(1) / static_cast<Real>(m) * Trig::pi;
     const Real c = Trig::cosine(step);
-    const Real s = Trig::sine(step);
     const Real r = Real(3) * static_cast<Real>(m) + c;
-    const Real vertex_weight = Real(-4) * s / r;
     const Real end_weight = -((Real(2) * c + Real(1)) * std::sqrt(c + Real(1))) / (std::sqrt(Real(1) - c) * r);
 
     // Far ends of the two sharp edges. When both point the same way they span nothing: each gives way a little to its
     // quad's diagonal.
-    const Vec first_diagonal = position(quad_indices[turn_in_quad(fan.first_edge, 2)]);
-    const Vec last_diagonal = position(quad_indices[turn_in_quad(fan.last_edge, 2)]);
-    Vec end_a = position(quad_indices[next_in_quad(fan.last_edge)]);
-    Vec end_b = position(quad_indices[previous_in_quad(fan.first_edge)]);
-    const Vec da = end_a - vertex;
-    const Vec db = end_b - vertex;
+    const Vec first_diagonal = position(quad_indices[turn_in_quad(fan.first_edge, 2)]) - vertex;
+    const Vec last_diagonal = position(quad_indices[turn_in_quad(fan.last_edge, 2)]) - vertex;
+    Vec end_a = position(quad_indices[next_in_quad(fan.last_edge)]) - vertex;
+    Vec end_b = position(quad_indices[previous_in_quad(fan.first_edge)]) - vertex;
+    const Vec& da = end_a;
+    const Vec& db = end_b;
     if (db.cross(da).length_squared() < Real(0.0001) && db.dot(da) >= Real(0)) {
         end_a = end_a * Real(0.9) + last_diagonal * Real(0.1);
         end_b = end_b * Real(0.9) + first_diagonal * Real(0.1);
@@ -134,15 +133,15 @@ TangentPair<typename Trig::Real> corner_tangents(const unsigned int* quad_indice
 
     // Sum over the fan, from the arriving sharp edge (angle pi) to the leaving one (angle 0).
     const Vec along = (end_a - end_b) * Real(0.5);
-    Vec across = (end_a + end_b) * end_weight + vertex * vertex_weight;
+    Vec across = (end_a + end_b) * end_weight;
     unsigned int place = 0;  // K of the corner's own half-edge
     unsigned int k = m;
     Real s_previous = Trig::sine(static_cast<Real>(m) * step);
     for (unsigned int h = fan.first_edge; h != fan.last_edge && k > 0; h = next_in_quad(edges.opposite_edges[h])) {
         --k;
         const Real s_k = Trig::sine(static_cast<Real>(k) * step);
-        across += position(quad_indices[next_in_quad(h)]) * (Real(4) * s_k / r) +
-                  position(quad_indices[turn_in_quad(h, 2)]) * ((s_k + s_previous) / r);
+        across += (position(quad_indices[next_in_quad(h)]) - vertex) * (Real(4) * s_k / r) +
+                  (position(quad_indices[turn_in_quad(h, 2)]) - vertex) * ((s_k + s_previous) / r);
         if (h == e) place = k;
         s_previous = s_k;
     }

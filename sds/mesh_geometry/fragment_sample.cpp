@@ -100,19 +100,25 @@ void replace_entries(unsigned int irregular, const Vec3f* stored, Nets& nets) {
     }
 }
 
-// The nets at rest.
-Nets load_nets(const SdsMeshGeometry& geometry, unsigned int primitive) {
-    Vec3f controls[16];
-    geometry.get_bezier_controls(primitive, controls);
-    Nets nets(controls);
+// The stored tangents of a patch in their places.
+void replace_with_stored(const SdsMeshGeometry& geometry, unsigned int primitive, Nets& nets) {
     const SdsMeshBase::PatchTangentInfo& info = geometry.get_tangent_infos()[primitive];
     replace_entries(info.irregular, geometry.get_bezier_tangents_array().get_data() + info.tangent_offset, nets);
+}
+
+// The nets at rest, from local controls: what get_bezier_tangents gives, with more digits.
+Nets load_nets(const SdsMeshGeometry& geometry, unsigned int primitive) {
+    Vec3f controls[16];
+    geometry.get_bezier_mesh().get_local_patch_controls(primitive, controls);
+    Nets nets(controls);
+    replace_with_stored(geometry, primitive, nets);
     return nets;
 }
 
-// The nets of the surface as it stands in `mesh`, whose controls of the patch are `controls`.
-Nets compute_nets(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive,
-                  const Vec3f* controls) {
+// The nets of the surface as it stands in `mesh`.
+Nets compute_nets(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive) {
+    Vec3f controls[16];
+    mesh.get_local_patch_controls(primitive, controls);
     Nets nets(controls);
     const SdsMeshBase::PatchTangentInfo& info = geometry.get_tangent_infos()[primitive];
     if (info.irregular == 0) return nets;
@@ -138,7 +144,10 @@ Vec3d fallback_normal(const Nets& nets, const Vec3f* controls, double u, double 
 }  // namespace
 
 void SdsMeshGeometry::get_bezier_tangents(const unsigned int& primitive, Vec3f* out) const {
-    const Nets nets = load_nets(*this, primitive);
+    Vec3f controls[16];
+    get_bezier_controls(primitive, controls);
+    Nets nets(controls);
+    replace_with_stored(*this, primitive, nets);
     std::copy(&nets.u[0][0], &nets.u[0][0] + 12, out);
     std::copy(&nets.v[0][0], &nets.v[0][0] + 12, out + 12);
 }
@@ -168,7 +177,7 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
     init(load_nets(*this, fragment.primitive), sample);
     if (&mesh == &storage) {
         GeometrySample moved;
-        init(compute_nets(*this, mesh, fragment.primitive, controls), moved);
+        init(compute_nets(*this, mesh, fragment.primitive), moved);
         sample.set_smoothing(position, moved.get_geometric_normal(), moved.get_geometric_dndu(),
                              moved.get_geometric_dndv());
     } else {

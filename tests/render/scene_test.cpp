@@ -157,26 +157,32 @@ TEST(Scene, PacketsReachPrimitivesAsOneRange) {
 }
 
 TEST(Scene, TiesGoToTheSmallerObjectThenPrimitive) {
-    const Sphere sphere{{0, 0, 0}, 1.0};
-    const SphereCloud first({sphere, sphere, sphere}), second({sphere});
+    const FlatGrid first(16), second(16);
     Scene scene;
     scene.add(first);
     EXPECT_EQ(scene.add(second), 1u);
     scene.commit();
     RenderThread thread(scene.get_shader_ctx());
-    GeometryRay rays[8];
-    unsigned int objects[8];
-    for (unsigned int i = 0; i < 8; ++i) rays[i].origin = {0.05 * i, 0.0, -3.0};
-    scene.intersect_packet(rays, 8, thread, objects);
-    for (unsigned int i = 0; i < 8; ++i) {
-        GeometryRay ray;
-        ray.origin = {0.05 * i, 0.0, -3.0};
-        unsigned int object = no_index;
-        EXPECT_TRUE(scene.intersect(ray, thread, &object));
-        EXPECT_EQ(object, 0u);
-        EXPECT_EQ(ray.hit.primitive, 0u);
-        EXPECT_EQ(objects[i], 0u);
-        EXPECT_EQ(rays[i].hit.primitive, 0u);
+    // Slanted rays, exact in binary, into the corner of four squares: the last square's box comes first on their way.
+    for (unsigned int line = 1; line < 16; ++line) {
+        GeometryRay rays[8];
+        unsigned int objects[8];
+        for (unsigned int i = 0; i < 8; ++i) {
+            const double corner = line / 16.0, slant = 1.0 / (1u << i);
+            rays[i].origin = {corner + slant, corner + slant, 1.0};
+            rays[i].direction = {-slant, -slant, -1.0};
+        }
+        GeometryRay singles[8];
+        std::copy_n(rays, 8, singles);
+        scene.intersect_packet(rays, 8, thread, objects);
+        for (unsigned int i = 0; i < 8; ++i) {
+            unsigned int object = no_index;
+            ASSERT_TRUE(scene.intersect(singles[i], thread, &object));
+            EXPECT_EQ(singles[i].hit.primitive, (line - 1) * 17) << i;
+            EXPECT_EQ(rays[i].hit.primitive, (line - 1) * 17) << i;
+            EXPECT_EQ(object, 0u);
+            EXPECT_EQ(objects[i], 0u);
+        }
     }
 }
 
@@ -240,6 +246,7 @@ TEST(Scene, LeavesOutPrimitivesWithoutABox) {
     EXPECT_FALSE(bare.intersect(lost, thread));
 }
 
+// From a thousandth of the square's size away to a hundred thousand times it.
 TEST(Scene, FlatBoxesAndSharedEdgesLoseNoRay) {
     const FlatGrid grid(16);
     Scene scene;
@@ -252,7 +259,7 @@ TEST(Scene, FlatBoxesAndSharedEdgesLoseNoRay) {
     for (int i = 0; i < 20000; ++i) {
         const Vec3 target{i % 2 == 0 ? line(random) / 16.0 : place(random), line(random) / 16.0, 0};
         GeometryRay ray;
-        ray.origin = {place(random), place(random), i % 3 == 0 ? 1e-3 : 5.0};
+        ray.origin = {place(random), place(random), std::pow(10.0, i % 9 - 3)};
         ray.direction = target - ray.origin;
         ASSERT_TRUE(scene.intersect(ray, thread)) << i;
         ASSERT_NEAR(ray.hit.t, 1.0, 1e-12) << i;

@@ -1,0 +1,61 @@
+// Bytes per quad, array by array.
+#include "bench/support/session.h"
+
+namespace sds_bench {
+
+namespace {
+
+template <class T>
+double bytes_of(const CoreBasicArray<T>& array) {
+    return static_cast<double>(sizeof(T)) * array.get_count();
+}
+
+void bench_memory_of(Session& session, const HostCage& cage) {
+    OurSurface surface;
+    surface.build(cage);
+    const SdsMeshBase& base = surface.base;
+    const SdsMeshGeometry& geometry = surface.geometry;
+    std::vector<std::pair<std::string, double>> arrays{
+        {"base: quad indices", bytes_of(base.get_quad_indices())},
+        {"base: shading groups", 4.0 * base.get_primitive_count()},
+        {"base: vertex infos", bytes_of(base.get_vertex_infos())},
+        {"base: opposite edges", bytes_of(base.get_edges().opposite_edges)},
+        {"base: edge flags", bytes_of(base.get_edges().quad_edge_flags)},
+        {"geometry: positions", bytes_of(geometry.get_vertices())},
+        {"geometry: vertex infos", bytes_of(geometry.get_vertex_infos())},
+        {"geometry: fans", bytes_of(geometry.get_local_topologies())},
+        {"geometry: tangent infos", bytes_of(geometry.get_tangent_infos())},
+        {"geometry: patches", bytes_of(geometry.get_bezier_patches())},
+        {"geometry: limit corners", bytes_of(geometry.get_bezier_corners())},
+        {"geometry: tangents", bytes_of(geometry.get_bezier_tangents_array())}};
+    if (const SdsMeshBase::SubdivisionTopology* step = base.get_subdivision(); step != nullptr)
+        arrays.emplace_back("base: subdivision step",
+                            bytes_of(step->vertex_rings) + bytes_of(step->ring_edges) + bytes_of(step->quad_parents));
+    const double scale = 1.0 / base.get_primitive_count();
+    double total = 0.0;
+    Table table{"Memory of " + cage.name + ", bytes per quad", {"array", "bytes"}, {}};
+    for (const auto& [label, bytes] : arrays) {
+        table.rows.push_back({label, to_text(scale * bytes)});
+        total += bytes;
+    }
+    table.rows.push_back({"together", to_text(scale * total)});
+    session.report.add(table);
+
+    Row row{"memory", "all arrays, no maps; ratio is the bytes", cage.name, "B/quad", scale * total};
+    row.ratio = row.ours;
+    row.floor = Floor{400.0, true};
+    session.report.add(row);
+    const double reported = static_cast<double>(base.get_memory_size() + geometry.get_memory_size());
+    session.report.add(Check{"memory of " + cage.name + " as base and geometry report it",
+                             reported > 0.95 * total && reported < 1.05 * total + 4096.0,
+                             to_text(scale * reported) + " B per quad"});
+}
+
+}  // namespace
+
+void bench_memory(Session& session) {
+    for (const char* name : {"car", "bishop", "28k"})
+        if (const HostCage* cage = session.find("memory", name); cage != nullptr) bench_memory_of(session, *cage);
+}
+
+}  // namespace sds_bench

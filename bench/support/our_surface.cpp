@@ -1,0 +1,75 @@
+#include "bench/support/our_surface.h"
+
+#include "cli/array_view.h"
+#include "qn_geometry/geometry_raytrace_ctx.h"
+
+namespace sds_bench {
+
+HostCage::HostCage(const sds_cli::ControlCage& cage, const std::string& cage_name)
+    : name(cage_name),
+      positions(static_cast<unsigned int>(cage.vertex_count())),
+      counts(sds_cli::view_of(cage.polygon_counts)),
+      indices(sds_cli::view_of(cage.polygon_indices)),
+      groups(sds_cli::view_of(cage.polygon_groups)),
+      creases(sds_cli::view_of(cage.corner_creases)) {
+    for (size_t i = 0; i < positions.get_count(); ++i)
+        positions[i] = {cage.positions[3 * i], cage.positions[3 * i + 1], cage.positions[3 * i + 2]};
+    for (const std::string& group : cage.group_names) group_names.add(CoreString(group));
+}
+
+double HostCage::get_diagonal() const {
+    GMathBbox3<double> box = GMathBbox3<double>::empty();
+    for (const Vec3f& position : positions) box.grow(Vec3d(position));
+    return box.get_diagonal();
+}
+
+HostCage HostCage::make_moving() const {
+    HostCage moving = *this;
+    GMathBbox3<float> box = GMathBbox3<float>::empty();
+    for (const Vec3f& position : positions) box.grow(position);
+    const Vec3f center = box.get_center();
+    moving.motion.resize(positions.get_count());
+    for (size_t i = 0; i < positions.get_count(); ++i) {
+        const Vec3f arm = positions[i] - center;
+        moving.motion[i] = Vec3f(-arm[2], 0.2f * arm[1], arm[0]) * 0.05f;
+    }
+    return moving;
+}
+
+HostCage HostCage::make_mapped() const {
+    HostCage mapped = *this;
+    mapped.uv_maps.clear();
+    GeometryUvMap map{CoreString("uv"), positions, indices};
+    for (Vec3f& point : map.vertices) point = {point[0], point[2], 0.0f};
+    mapped.uv_maps.add(map);
+    return mapped;
+}
+
+void OurSurface::build(const HostCage& cage, AppProgressBar* progress) {
+    const PolyCreaseScope creases(cage.creases);
+    base.set(cage.get_vertex_count(), cage.indices, cage.counts, cage.groups, cage.group_names, progress);
+    geometry.set(base, cage.positions, cage.motion, SdsMeshGeometry::InterpolationMode::corners_fixed, progress);
+}
+
+void OurSurface::build_maps(const HostCage& cage) {
+    const PolyCreaseScope creases(cage.creases);
+    maps.set(base, cage.counts, cage.uv_maps, {}, SdsMeshMaps::InterpolationMode::corners_fixed, nullptr);
+}
+
+SdsMesh OurSurface::make_mesh(unsigned int level) const {
+    SdsMesh mesh;
+    mesh.set(geometry, maps, level, nullptr);
+    return mesh;
+}
+
+void ReferenceMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
+                                        GeometryRaytraceCtx& rays) const {
+    GeometryRaytraceData data = rays.get_data();
+    data.kernel_family = 1;
+    GeometryRaytraceCtx reference(&rays.get_ray(0), rays.get_last_ray() + 1, data);
+    reference.set_ray_range(rays.get_first_ray(), rays.get_last_ray());
+    reference.set_reference_point(rays.get_reference_point());
+    SdsMesh::intersect_primitive(ctx, primitive, reference);
+}
+
+}  // namespace sds_bench

@@ -1,0 +1,67 @@
+// What every suite works with: options, cages, the report.
+#pragma once
+
+#include <string>
+
+#include "bench/support/cages.h"
+#include "bench/support/report.h"
+#include "bench/support/timing.h"
+#include "qn_sys/sys_thread.h"
+
+namespace sds_bench {
+
+struct Session {
+    bool is_full = false;
+    std::string filter;  // a part of the name of what is wanted, everything when empty
+    CageStore cages;
+    Report report;
+
+    bool wants(const std::string& name) const { return name.find(filter) != std::string::npos; }
+    // The cage when it is wanted and there; null otherwise.
+    const HostCage* find(const std::string& suite, const std::string& cage) {
+        return wants(suite + "/" + cage) ? cages.find(cage) : nullptr;
+    }
+    Budget get_budget(double quick_seconds) const {
+        Budget budget;
+        budget.seconds = is_full ? 4.0 * quick_seconds : quick_seconds;
+        budget.min_rounds = is_full ? 7 : 3;
+        return budget;
+    }
+};
+
+// Runs work on the calling thread alone.
+template <class Work>
+void run_alone(Work&& work) {
+    SysThreadArena(1).execute(work);
+}
+
+// A row from one job's timings, or two.
+inline Row make_rate_row(const std::string& suite, const std::string& work, const std::string& cage,
+                         const std::string& unit, double amount, const Timings& ours) {
+    return {suite, work, cage, unit, amount / ours.median(), ours.spread(), "", Row::none, Row::none, std::nullopt};
+}
+inline Row make_rate_row(const std::string& suite, const std::string& work, const std::string& cage,
+                         const std::string& unit, double amount, const Timings& ours, const std::string& opponent_name,
+                         const Timings& opponent) {
+    return {suite,
+            work,
+            cage,
+            unit,
+            amount / ours.median(),
+            ours.spread(),
+            opponent_name,
+            amount / opponent.median(),
+            median_ratio(opponent, ours),
+            std::nullopt};
+}
+
+// Every suite leaves out what the filter does not want and the cages that are not there.
+void bench_build(Session& session);
+void bench_scaling(Session& session);
+void bench_memory(Session& session);
+void bench_samples(Session& session);
+void bench_rays(Session& session);
+void bench_moving_rays(Session& session);
+void bench_threads(Session& session);
+
+}  // namespace sds_bench

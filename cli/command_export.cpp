@@ -1,0 +1,129 @@
+#include "cli/command_export.h"
+
+#include "cli/common_options.h"
+#include "cli/load_cage.h"
+#include "cli/npy.h"
+#include "cli/sample_grid.h"
+#include "cli/tessellate.h"
+#include "cli/usage_error.h"
+#include "cli/write_obj.h"
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+
+namespace sds_cli {
+
+namespace {
+
+/// An array of samples on a grid, and where it goes.
+struct GridOutput {
+    unsigned int cells = 0;
+    std::string path;
+};
+
+struct ExportOptions : CommonOptions {
+    MotionOptions motion;
+    std::string patches, tessellation;
+    unsigned int level = 3;
+    GridOutput samples, uvs;
+    unsigned int uv_map = 0;
+    double time = 0.0;
+};
+
+constexpr unsigned int max_grid_cells = 4096;
+
+void add_grid_option(CLI::App& command, const std::string& flag, GridOutput& output, const std::string& help) {
+    const auto parse = [flag, &output](const std::vector<std::string>& words) {
+        if (!CLI::detail::lexical_cast(words[0], output.cells) || output.cells < 1 || output.cells > max_grid_cells)
+            throw CLI::ValidationError(
+                flag, "'" + words[0] + "' is no number of cells from 1 to " + std::to_string(max_grid_cells));
+        output.path = words[1];
+    };
+    command.add_option_function<std::vector<std::string>>(flag, parse, help)->expected(2)->type_name("N FILE");
+}
+
+void check_options(const ExportOptions& options) {
+    if (!std::isfinite(options.time)) throw UsageError("--time: not finite");
+    bool any = false;
+    for (const std::string& path : {options.patches, options.tessellation, options.samples.path, options.uvs.path}) {
+        if (path.empty()) continue;
+        check_output(path);
+        any = true;
+    }
+    if (!any) throw UsageError("nothing to export: give --patches, --tessellation, --samples or --uv");
+}
+
+void check_uv_map(const ExportOptions& options, const Surface& surface) {
+    const unsigned int count = surface.maps().get_uv_map_count();
+    const bool is_asked_for = !options.uvs.path.empty() || options.uv_map > 0;
+    if (is_asked_for && options.uv_map >= count)
+        throw UsageError("UV map " + std::to_string(options.uv_map) + " of " + options.mesh + ", which has " +
+                         std::to_string(count));
+}
+
+void report_unmapped(const ExportOptions& options, const Surface& surface) {
+    unsigned int unmapped = 0;
+    for (unsigned int q = 0; q < surface.base().get_primitive_count(); ++q)
+        if (!surface.maps().is_primitive_uv_mapped(q, options.uv_map)) ++unmapped;
+    if (unmapped > 0 && !options.quiet)
+        print_line(options.uvs.path + ": note: " + std::to_string(unmapped) +
+                   " quads are not mapped, their UVs are NaN");
+}
+
+void run_export(const ExportOptions& options) {
+    check_options(options);
+    const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
+    const Surface& surface = *loaded.surface;
+    check_uv_map(options, surface);
+    const std::size_t quads = surface.base().get_primitive_count();
+
+    if (!options.patches.empty()) {
+        const std::size_t shape[] = {quads, 16, 3};
+        write_npy<float>(options.patches, shape, patch_controls(surface, options.time));
+    }
+    if (!options.tessellation.empty()) {
+        const Tessellation mesh = tessellate(surface, options.level, options.time, options.uv_map);
+        write_obj(options.tessellation,
+                  {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices});
+    }
+    if (!options.samples.path.empty()) {
+        const std::size_t side = std::size_t{options.samples.cells} + 1;
+        const std::size_t shape[] = {quads, side, side, sample_row_size};
+        write_npy<double>(options.samples.path, shape, sample_surface(surface, options.samples.cells, options.time));
+    }
+    if (!options.uvs.path.empty()) {
+        const std::size_t side = std::size_t{options.uvs.cells} + 1;
+        const std::size_t shape[] = {quads, side, side, uv_row_size};
+        write_npy<double>(options.uvs.path, shape, sample_uvs(surface, options.uvs.cells, options.uv_map));
+        report_unmapped(options, surface);
+    }
+}
+
+}  // namespace
+
+void add_export_command(CLI::App& program, Action& action) {
+    CLI::App& command = *program.add_subcommand("export", "Write patches, samples or flat cells of the surface");
+    const auto options = std::make_shared<ExportOptions>();
+    add_common_options(command, *options, "--uv-map");
+    add_motion_options(command, options->motion);
+    command.add_option("--patches", options->patches, "Control points, .npy: float32 [quad][16][3], four per corner")
+        ->type_name("FILE");
+    command.add_option("--tessellation", options->tessellation, "Flat cells of --level with shared vertices, .obj")
+        ->type_name("FILE");
+    command
+        .add_option("--level", options->level, "Level of --tessellation: 2^N cells along an edge of a quad of the cage")
+        ->check(CLI::Range(1u, max_level))
+        ->capture_default_str();
+    add_grid_option(command, "--samples", options->samples,
+                    "Limit samples on N x N cells per quad, .npy: float64 [quad][v][u][15], position, dP/du, dP/dv, "
+                    "normal, smoothing normal");
+    add_grid_option(
+        command, "--uv", options->uvs,
+        "UVs on N x N cells per quad, .npy: float64 [quad][v][u][9], uvw, d/du, d/dv; NaN where not mapped");
+    command.add_option("--map", options->uv_map, "UV map of --uv and --tessellation, 0 the mesh's own")
+        ->capture_default_str();
+    command.add_option("--time", options->time, "Time of the motion to export")->capture_default_str();
+    set_action(command, action, options, run_export);
+}
+
+}  // namespace sds_cli

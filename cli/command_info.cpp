@@ -1,0 +1,172 @@
+#include "cli/command_info.h"
+
+#include "cli/common_options.h"
+#include "cli/load_cage.h"
+#include "cli/surface_statistics.h"
+#include "qn_ctx/ctx_eval.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdarg>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace sds_cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct InfoOptions : CommonOptions {
+    bool json = false;
+};
+
+/// Everything that is printed, gathered once.
+struct Info {
+    std::uint32_t quads;
+    bool has_step;
+    VertexClasses vertices;
+    PatchClasses patches;
+    std::map<std::uint32_t, std::uint32_t> valences;
+    GMathBbox3<double> box;
+    double area;
+    std::vector<MapStatistics> uv_maps;
+    std::vector<std::string> color_maps;
+    std::vector<ArraySize> arrays;
+    std::size_t bytes;
+};
+
+Info gather(const Surface& surface) {
+    const SdsMesh mesh = surface.mesh(0);
+    const CtxShader shader;
+    Info info{};
+    info.quads = mesh.get_primitive_count();
+    info.has_step = surface.base().get_base_tessellation_level();
+    info.vertices = classify_vertices(surface);
+    info.patches = classify_patches(surface);
+    info.valences = valence_histogram(surface.base());
+    info.box = mesh.get_bbox();
+    info.area = mesh.estimate_area(CtxEval(shader), {});
+    info.uv_maps = uv_map_statistics(surface);
+    for (unsigned int m = 0; m < mesh.get_color_map_count(); ++m)
+        info.color_maps.push_back(mesh.get_color_map_name(m).to_std());
+    info.arrays = array_sizes(surface);
+    info.bytes = surface.base().get_memory_size() + surface.geometry().get_memory_size() +
+                 surface.maps().get_memory_size() + mesh.get_memory_size();
+    return info;
+}
+
+Json to_json(const GMathVec3<double>& v) { return {v[0], v[1], v[2]}; }
+
+Json to_json(const std::vector<Stage>& stages) {
+    Json list = Json::array();
+    for (const Stage& stage : stages)
+        list.push_back({{"stage", stage.label}, {"depth", stage.depth}, {"seconds", stage.seconds}});
+    return list;
+}
+
+std::string to_json_text(const InfoOptions& options, const LoadedSurface& loaded, const Info& info) {
+    Json json;
+    json["mesh"] = options.mesh;
+    json["polygons"] = loaded.cage().polygon_count();
+    json["control_vertices"] = loaded.cage().vertex_count();
+    json["quads"] = info.quads;
+    json["subdivision_step"] = info.has_step;
+    json["vertices"] = {{"smooth", info.vertices.smooth},
+                        {"dart", info.vertices.dart},
+                        {"crease", info.vertices.crease},
+                        {"corner", info.vertices.corner},
+                        {"border", info.vertices.border}};
+    json["patches"] = {
+        {"regular", info.patches.regular}, {"boundary", info.patches.boundary}, {"irregular", info.patches.irregular}};
+    json["valences"] = Json::object();
+    for (const auto& [valence, count] : info.valences) json["valences"][std::to_string(valence)] = count;
+    json["bbox"] = {{"min", to_json(info.box.get_min())}, {"max", to_json(info.box.get_max())}};
+    json["area"] = info.area;
+    json["shading_groups"] = loaded.cage().group_names;
+    json["uv_maps"] = Json::array();
+    for (const MapStatistics& map : info.uv_maps)
+        json["uv_maps"].push_back({{"name", map.name},
+                                   {"points", map.points},
+                                   {"seam_edges", map.seam_edges},
+                                   {"unmapped_quads", map.unmapped_quads}});
+    json["color_maps"] = info.color_maps;
+    json["bytes"] = {{"total", info.bytes}};
+    for (const auto& [name, bytes] : info.arrays) json["bytes"][name] = bytes;
+    json["build_seconds"] = loaded.surface->build_seconds();
+    json["stages"] = to_json(loaded.surface->stages());
+    json["findings"] = sds_cli::to_json(loaded.mesh.findings);
+    return json.dump(2) + "\n";
+}
+
+/// Text of aligned "label  value" lines.
+class Report {
+public:
+    [[gnu::format(printf, 3, 4)]] void line(const std::string& label, const char* format, ...) {
+        char value[512];
+        va_list arguments;
+        va_start(arguments, format);
+        std::vsnprintf(value, sizeof(value), format, arguments);
+        va_end(arguments);
+        text_ += label;
+        text_.append(label.size() < width ? width - label.size() : 1, ' ');
+        text_ += std::string(value) + "\n";
+    }
+    const std::string& text() const { return text_; }
+
+private:
+    static constexpr std::size_t width = 36;
+    std::string text_;
+};
+
+void report_shape(const LoadedSurface& loaded, const Info& info, Report& report) {
+    report.line("polygons", "%zu", loaded.cage().polygon_count());
+    report.line("control vertices", "%zu", loaded.cage().vertex_count());
+    report.line("quads", "%u", info.quads);
+    report.line("subdivision step", "%s", info.has_step ? "yes" : "no, all polygons are quads");
+    const VertexClasses& v = info.vertices;
+    report.line("vertices", "smooth %u, dart %u, crease %u, corner %u, border %u", v.smooth, v.dart, v.crease, v.corner,
+                v.border);
+    const PatchClasses& p = info.patches;
+    report.line("patches", "regular %u, boundary %u, irregular %u", p.regular, p.boundary, p.irregular);
+    std::string valences;
+    for (const auto& [valence, count] : info.valences)
+        valences += (valences.empty() ? "" : ", ") + std::to_string(valence) + ": " + std::to_string(count);
+    report.line("vertices by valence", "%.480s", valences.c_str());
+    const auto &low = info.box.get_min(), &high = info.box.get_max();
+    report.line("box", "(%.9g, %.9g, %.9g) to (%.9g, %.9g, %.9g)", low[0], low[1], low[2], high[0], high[1], high[2]);
+    report.line("area", "%.9g", info.area);
+    report.line("shading groups", "%zu", loaded.cage().group_names.size());
+}
+
+std::string to_plain_text(const LoadedSurface& loaded, const Info& info) {
+    Report report;
+    report_shape(loaded, info, report);
+    for (const MapStatistics& map : info.uv_maps)
+        report.line("uv map " + map.name, "%u points, %u seam edges, %u quads not mapped", map.points, map.seam_edges,
+                    map.unmapped_quads);
+    for (const std::string& name : info.color_maps) report.line("color map " + name, "per vertex");
+    report.line("bytes", "%zu", info.bytes);
+    for (const auto& [name, bytes] : info.arrays) report.line("  " + name, "%zu", bytes);
+    report.line("build seconds", "%.6f", loaded.surface->build_seconds());
+    for (const Stage& stage : loaded.surface->stages())
+        report.line(std::string(2 * stage.depth + 2, ' ') + stage.label, "%.6f", stage.seconds);
+    return report.text();
+}
+
+void run_info(const InfoOptions& options) {
+    const LoadedSurface loaded = load_surface(options, {}, nullptr);
+    const Info info = gather(*loaded.surface);
+    print_text(options.json ? to_json_text(options, loaded, info) : to_plain_text(loaded, info));
+}
+
+}  // namespace
+
+void add_info_command(CLI::App& program, Action& action) {
+    CLI::App& command = *program.add_subcommand("info", "Describe a cage and its surface");
+    const auto options = std::make_shared<InfoOptions>();
+    add_common_options(command, *options);
+    command.add_flag("--json", options->json, "Print JSON");
+    set_action(command, action, options, run_info);
+}
+
+}  // namespace sds_cli

@@ -1,0 +1,128 @@
+#include "cli/command_intersect.h"
+
+#include "cli/common_options.h"
+#include "cli/load_cage.h"
+#include "cli/npy.h"
+#include "cli/ray_file.h"
+#include "cli/sample_grid.h"
+#include "qn_sys/sys_thread.h"
+#include "render/scene.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <limits>
+#include <memory>
+
+namespace sds_cli {
+
+namespace {
+
+struct IntersectOptions : CommonOptions {
+    MotionOptions motion;
+    std::string rays, hits;
+    unsigned int level = 0;
+    bool samples = false;
+    bool statistics = false;
+};
+
+constexpr std::size_t hit_size = 4;
+constexpr unsigned int rays_per_task = 1024;
+
+sds_render::Shutter shutter_of(const std::vector<GeometryRay>& rays) {
+    sds_render::Shutter shutter;
+    bool any = false;
+    for (const GeometryRay& ray : rays) {
+        if (!is_traceable(ray)) continue;
+        shutter.open = any ? std::min(shutter.open, ray.time) : ray.time;
+        shutter.close = any ? std::max(shutter.close, ray.time) : ray.time;
+        any = true;
+    }
+    return shutter;
+}
+
+/// Traces the ray and writes its row.
+void trace_ray(const sds_render::Scene& scene, const SdsMesh& mesh, GeometryRay& ray, bool samples,
+               sds_render::RenderThread& thread, double* row) {
+    const bool is_hit = is_traceable(ray) && scene.intersect(ray, thread);
+    row[0] = is_hit ? ray.hit.primitive : -1.0;
+    row[1] = is_hit ? ray.hit.u : 0.0;
+    row[2] = is_hit ? ray.hit.v : 0.0;
+    row[3] = is_hit ? ray.hit.t : std::numeric_limits<double>::infinity();
+    if (!samples) return;
+    if (!is_hit) {
+        std::fill_n(row + hit_size, sample_row_size, std::numeric_limits<double>::quiet_NaN());
+        return;
+    }
+    GeometrySample sample;
+    mesh.compute_fragment_sample(thread.get_eval(), {ray.hit.primitive, ray.hit.u, ray.hit.v, ray.time, 0.0}, sample);
+    sample_row(sample, row + hit_size);
+}
+
+std::vector<double> trace_rays(const sds_render::Scene& scene, const SdsMesh& mesh, std::vector<GeometryRay>& rays,
+                               bool samples) {
+    const std::size_t row_size = hit_size + (samples ? sample_row_size : 0);
+    std::vector<double> rows(rays.size() * row_size);
+    std::vector<std::unique_ptr<sds_render::RenderThread>> threads(sys_max_worker_count());
+    for (auto& thread : threads) thread = std::make_unique<sds_render::RenderThread>(scene.get_shader_ctx());
+    const auto tasks = static_cast<unsigned int>((rays.size() + rays_per_task - 1) / rays_per_task);
+    sys_parallel_for(tasks, [&](unsigned int task, unsigned int worker) {
+        const std::size_t first = std::size_t{task} * rays_per_task;
+        const std::size_t last = std::min(first + rays_per_task, rays.size());
+        for (std::size_t i = first; i < last; ++i)
+            trace_ray(scene, mesh, rays[i], samples, *threads[worker], &rows[i * row_size]);
+    });
+    return rows;
+}
+
+void run_intersect(const IntersectOptions& options) {
+    check_output(options.hits);
+    const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
+    RayFile file = read_rays(options.rays);
+    if (file.idle_count > 0 && !options.quiet)
+        print_line(options.rays + ": warning: ray " + std::to_string(file.first_idle) +
+                   " is not finite or has no direction, hits nothing; " + std::to_string(file.idle_count) +
+                   " cases, first here");
+
+    const SdsMesh mesh = loaded.surface->mesh(options.level);
+    sds_render::Scene scene(shutter_of(file.rays));
+    scene.add(mesh);
+    scene.commit();
+    const auto begin = std::chrono::steady_clock::now();
+    const std::vector<double> rows = trace_rays(scene, mesh, file.rays, options.samples);
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
+
+    const std::size_t shape[] = {file.rays.size(), hit_size + (options.samples ? sample_row_size : 0)};
+    write_npy<double>(options.hits, shape, rows);
+    if (options.statistics) {
+        const auto is_hit = [](const GeometryRay& ray) { return ray.hit.primitive != sds_render::no_index; };
+        std::fprintf(stderr, "%zu rays, %td hits, %.3f s, %.3g rays/s\n", file.rays.size(),
+                     std::count_if(file.rays.begin(), file.rays.end(), is_hit), elapsed.count(),
+                     static_cast<double>(file.rays.size()) / std::max(elapsed.count(), 1e-9));
+    }
+}
+
+}  // namespace
+
+void add_intersect_command(CLI::App& program, Action& action) {
+    CLI::App& command = *program.add_subcommand("intersect", "Find the nearest hits of rays");
+    const auto options = std::make_shared<IntersectOptions>();
+    add_common_options(command, *options);
+    add_motion_options(command, options->motion);
+    add_level_option(command, options->level);
+    command.add_option("--rays", options->rays, "Rays, .npy: float64 rows ox oy oz dx dy dz tnear tfar [time]")
+        ->type_name("FILE")
+        ->required();
+    command
+        .add_option("--hits", options->hits,
+                    "Hits, .npy: float64 rows primitive u v t; -1 0 0 inf where nothing is hit")
+        ->type_name("FILE")
+        ->required();
+    command.add_flag("--samples", options->samples,
+                     "15 more columns: position, dP/du, dP/dv, normal, smoothing normal; NaN where nothing is hit");
+    command.add_flag("--stats", options->statistics, "Print the trace rate");
+    set_action(command, action, options, run_intersect);
+}
+
+}  // namespace sds_cli

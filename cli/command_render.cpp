@@ -1,0 +1,218 @@
+#include "cli/command_render.h"
+
+#include "cli/atomic_file.h"
+#include "cli/common_options.h"
+#include "cli/load_cage.h"
+#include "cli/texture.h"
+#include "cli/usage_error.h"
+#include "render/framing.h"
+#include "render/renderer.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+
+namespace sds_cli {
+
+namespace {
+
+struct RenderCommandOptions : CommonOptions {
+    MotionOptions motion;
+    std::string output;
+    unsigned int level = 0;
+    unsigned int width = 960, height = 720;
+    unsigned int samples = 16;
+    std::string view;
+    bool wire = false;
+    std::vector<std::string> aovs;
+    std::string texture;
+    bool checker = false;
+    unsigned int uv_map = 0;
+    std::vector<double> shutter;
+    bool statistics = false;
+};
+
+constexpr unsigned int max_picture_side = 16384;
+constexpr unsigned int max_samples = 1u << 16;
+constexpr double checks_per_unit = 16.0;
+
+bool is_exr(const std::string& path) { return path.ends_with(".exr"); }
+bool is_png(const std::string& path) { return path.ends_with(".png"); }
+
+/// Where a PNG of one layer goes: beside the picture, the layer's name before the suffix.
+std::string layer_path(const std::string& output, const std::string& layer) {
+    std::filesystem::path path(output);
+    return path.replace_extension(layer + ".png").string();
+}
+
+sds_render::CameraView parse_view(const std::string& text) {
+    sds_render::CameraView view;
+    if (text.empty()) return view;
+    std::string numbers = text;
+    std::replace(numbers.begin(), numbers.end(), ',', ' ');
+    std::istringstream stream(numbers);
+    std::string rest;
+    if (!(stream >> view.azimuth >> view.elevation) || (stream >> rest))
+        throw UsageError("--view: '" + text + "' is not \"azimuth elevation\" in degrees");
+    if (!std::isfinite(view.azimuth) || !(std::fabs(view.elevation) <= 90.0))
+        throw UsageError("--view: the elevation is between -90 and 90 degrees");
+    return view;
+}
+
+std::vector<std::string> layer_names(const RenderCommandOptions& options) {
+    std::vector<std::string> names;
+    for (std::string words : options.aovs) {
+        std::replace(words.begin(), words.end(), ',', ' ');
+        std::istringstream stream(words);
+        for (std::string name; stream >> name;)
+            if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    }
+    if (names.empty() && is_exr(options.output)) names = {"P", "N", "uv", "id", "Z"};
+    return names;
+}
+
+std::vector<sds_render::Layer> make_layers(const std::vector<std::string>& names) {
+    std::vector<sds_render::Layer> layers;
+    try {
+        for (const std::string& name : names) layers.push_back(sds_render::make_layer(name));
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(std::string("--aov: ") + error.what());
+    }
+    return layers;
+}
+
+sds_render::SurfaceColour make_colour(const RenderCommandOptions& options, const Surface& surface) {
+    const unsigned int maps = surface.maps().get_uv_map_count();
+    const bool needs_map = !options.texture.empty() || options.uv_map > 0;
+    if (needs_map && options.uv_map >= maps)
+        throw UsageError("UV map " + std::to_string(options.uv_map) + " of " + options.mesh + ", which has " +
+                         std::to_string(maps));
+    if (!options.texture.empty())
+        return make_texture_colour(std::make_shared<const Texture>(Texture::read_png(options.texture)), options.uv_map);
+    if (options.checker) return sds_render::make_checker(options.uv_map, checks_per_unit);
+    if (surface.maps().get_color_map_count() > 0) return sds_render::make_map_colour(0, sds_render::clay);
+    return sds_render::make_group_colour();
+}
+
+sds_render::Shutter make_shutter(const RenderCommandOptions& options, const Motion& motion) {
+    if (options.shutter.empty()) return {motion.first_time(), motion.last_time()};
+    const sds_render::Shutter shutter{options.shutter[0], options.shutter[1]};
+    if (!std::isfinite(shutter.open) || !std::isfinite(shutter.close) || shutter.close < shutter.open)
+        throw UsageError("--shutter: opens at a finite time and does not close earlier");
+    return shutter;
+}
+
+void check_options(const RenderCommandOptions& options) {
+    if (!is_png(options.output) && !is_exr(options.output))
+        throw UsageError("--output: '" + options.output + "' ends neither with .png nor with .exr");
+    check_output(options.output);
+}
+
+void write_picture(const RenderCommandOptions& options, const sds_render::Image& image,
+                   const std::vector<std::string>& layers) {
+    if (is_exr(options.output)) {
+        sds_render::write_exr(options.output, image);
+        return;
+    }
+    sds_render::write_png(options.output, image);
+    for (const std::string& layer : layers) sds_render::write_png(layer_path(options.output, layer), image, layer);
+}
+
+void print_statistics(const Surface& surface, double hierarchy_seconds, const sds_render::RenderStatistics& trace) {
+    const double build = surface.build_seconds();
+    const unsigned int quads = surface.base().get_primitive_count();
+    std::fprintf(stderr, "build      %u quads, %.3f s, %.3g quads/s\n", quads, build, quads / std::max(build, 1e-9));
+    std::fprintf(stderr, "hierarchy  %.3f s\n", hierarchy_seconds);
+    std::fprintf(stderr, "trace      %llu rays, %llu hits, %.3f s, %.3g rays/s\n",
+                 static_cast<unsigned long long>(trace.rays), static_cast<unsigned long long>(trace.hits),
+                 trace.seconds, trace.get_rays_per_second());
+}
+
+void run_render(const RenderCommandOptions& options) {
+    check_options(options);
+    const sds_render::CameraView view = parse_view(options.view);
+    const std::vector<std::string> names = layer_names(options);
+    sds_render::RenderOptions render_options;
+    render_options.layers = make_layers(names);
+    render_options.samples = options.samples;
+    render_options.shading.wire = options.wire;
+
+    std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds render");
+    LoadedSurface loaded;
+    {
+        const TaskScope task(progress.get(), "build", 0.1f);
+        loaded = load_surface(options, options.motion, progress.get());
+    }
+    render_options.shading.colour = make_colour(options, *loaded.surface);
+    const SdsMesh mesh = loaded.surface->mesh(options.level);
+    sds_render::Scene scene(make_shutter(options, loaded.motion));
+    const auto begin = std::chrono::steady_clock::now();
+    {
+        const TaskScope task(progress.get(), "hierarchy", 0.05f);
+        scene.add(mesh);
+        scene.commit();
+    }
+    const std::chrono::duration<double> hierarchy = std::chrono::steady_clock::now() - begin;
+    const sds_render::Camera camera = sds_render::frame_scene(scene, view, options.width, options.height);
+    sds_render::RenderStatistics statistics;
+    {
+        const TaskScope task(progress.get(), "trace", 0.85f);
+        const sds_render::Rendering rendering = sds_render::render(scene, camera, render_options, progress.get());
+        write_picture(options, rendering.image, names);
+        statistics = rendering.statistics;
+    }
+    progress.reset();  // ends its line
+    if (options.statistics) print_statistics(*loaded.surface, hierarchy.count(), statistics);
+}
+
+void add_picture_options(CLI::App& command, RenderCommandOptions& options) {
+    command.add_option("-o,--output", options.output, "Picture, .png or .exr")->type_name("FILE")->required();
+    command.add_option("--width", options.width, "Pixels")
+        ->check(CLI::Range(1u, max_picture_side))
+        ->capture_default_str();
+    command.add_option("--height", options.height, "Pixels")
+        ->check(CLI::Range(1u, max_picture_side))
+        ->capture_default_str();
+    command.add_option("--samples", options.samples, "Samples per pixel; powers of two spread best")
+        ->check(CLI::Range(1u, max_samples))
+        ->capture_default_str();
+    command.add_option("--view", options.view, "\"azimuth elevation\" of the camera in degrees, \"35 22\" by default")
+        ->type_name("TEXT");
+}
+
+}  // namespace
+
+void add_render_command(CLI::App& program, Action& action) {
+    CLI::App& command = *program.add_subcommand("render", "Make a picture of the surface");
+    const auto options = std::make_shared<RenderCommandOptions>();
+    add_common_options(command, *options);
+    add_level_option(command, options->level);
+    add_picture_options(command, *options);
+    command.add_flag("--wire", options->wire, "Draw the edges of the cage on the surface");
+    command
+        .add_option("--aov", options->aovs,
+                    "Layers, separated by commas: N Ng P Z st uv id object group color checker. In an .exr they are "
+                    "channels (P, N, uv, id, Z by default), beside a .png pictures FILE.LAYER.png")
+        ->type_name("NAMES")
+        ->allow_extra_args(false);
+    CLI::Option* texture =
+        command.add_option("--texture", options->texture, "PNG on the surface, through its UVs")->type_name("FILE");
+    command.add_flag("--checker", options->checker, "Squares on the surface, through its UVs")->excludes(texture);
+    command.add_option("--map", options->uv_map, "UV map of --texture and --checker, 0 the mesh's own")
+        ->capture_default_str();
+    add_motion_options(command, options->motion);
+    command
+        .add_option("--shutter", options->shutter,
+                    "Times at which the shutter opens and closes; by default the whole motion is blurred")
+        ->expected(2)
+        ->type_name("OPEN CLOSE");
+    command.add_flag("--stats", options->statistics, "Print build and trace rates");
+    set_action(command, action, options, run_render);
+}
+
+}  // namespace sds_cli

@@ -1,0 +1,74 @@
+#include "cli/load_cage.h"
+
+#include "cli/common_options.h"
+#include "cli/input_error.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace sds_cli {
+
+namespace {
+
+std::vector<UvSource> load_uvs(const CommonOptions& common, const ControlCage& cage) {
+    std::vector<UvSource> maps;
+    for (const std::string& path : common.uv_files) {
+        ReadObjResult read = load_cage(path, common, CageReport::errors);
+        check_same_topology(cage, common.mesh, read, path);
+        if (!read.cage->has_uvs()) throw InputError(path, "no polygon has UVs (vt records)");
+        maps.push_back({std::filesystem::path(path).stem().string(), std::move(read.cage->uv_points),
+                        std::move(read.cage->uv_indices)});
+    }
+    return maps;
+}
+
+[[noreturn]] void fail_counts(const std::string& path, std::size_t count, const char* what,
+                              const std::string& cage_path, std::size_t cage_count) {
+    throw InputError(path,
+                     std::to_string(count) + " " + what + " where " + cage_path + " has " + std::to_string(cage_count));
+}
+
+}  // namespace
+
+ReadObjResult load_cage(const std::string& path, const CommonOptions& common, CageReport report) {
+    ReadObjResult read = read_obj(path, {.fractional = common.fractional});
+    const bool errors_only = common.quiet || report == CageReport::errors;
+    for (const Finding& finding : read.findings.entries())
+        if (!errors_only || severity_of(finding.code) == Severity::error) print_line(to_text(finding));
+    if (!read.cage) throw InputError(path, "not usable, nothing was written");
+    return read;
+}
+
+void check_same_topology(const ControlCage& cage, const std::string& cage_path, const ReadObjResult& other,
+                         const std::string& path) {
+    const ControlCage& found = *other.cage;
+    if (found.vertex_count() != cage.vertex_count())
+        fail_counts(path, found.vertex_count(), "vertices", cage_path, cage.vertex_count());
+    if (found.polygon_count() != cage.polygon_count())
+        fail_counts(path, found.polygon_count(), "polygons", cage_path, cage.polygon_count());
+    std::size_t corner = 0;
+    for (std::size_t p = 0; p < cage.polygon_count(); ++p) {
+        const std::uint32_t count = cage.polygon_counts[p];
+        const auto first = static_cast<std::ptrdiff_t>(corner);
+        const bool is_same =
+            found.polygon_counts[p] == count &&
+            std::equal(cage.polygon_indices.begin() + first, cage.polygon_indices.begin() + first + count,
+                       found.polygon_indices.begin() + first);
+        if (!is_same)
+            throw InputError(path + ":" + std::to_string(other.polygon_lines[p]),
+                             "polygon " + std::to_string(p + 1) + " differs from that of " + cage_path);
+        corner += count;
+    }
+}
+
+LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& motion, AppProgressBar* progress) {
+    LoadedSurface loaded;
+    loaded.mesh = load_cage(common.mesh, common, CageReport::everything);
+    const std::vector<UvSource> uvs = load_uvs(common, loaded.cage());
+    loaded.motion = load_motion(motion, common, loaded.cage());
+    loaded.surface = std::make_unique<Surface>(loaded.cage(), uvs, loaded.motion.vectors, common.modes, progress);
+    install_time_samples(*loaded.surface, loaded.motion, common, loaded.cage().vertex_count());
+    return loaded;
+}
+
+}  // namespace sds_cli

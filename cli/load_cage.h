@@ -1,0 +1,37 @@
+#pragma once
+
+#include "cli/motion_options.h"
+#include "cli/read_obj.h"
+#include "cli/surface.h"
+
+#include <memory>
+#include <string>
+
+namespace sds_cli {
+
+struct CommonOptions;
+
+enum class CageReport { everything, errors };
+
+/// Reads a cage and prints its findings, one line each: errors always, warnings and notes when `report` and the options
+/// let them. Throws InputError when the file gives no cage.
+ReadObjResult load_cage(const std::string& path, const CommonOptions& common, CageReport report);
+
+/// Throws InputError when the polygons of `other`, which is the file `path`, are not those of `cage`.
+void check_same_topology(const ControlCage& cage, const std::string& cage_path, const ReadObjResult& other,
+                         const std::string& path);
+
+/// A surface with what was read for it.
+struct LoadedSurface {
+    ReadObjResult mesh;
+    Motion motion;
+    std::unique_ptr<Surface> surface;
+
+    const ControlCage& cage() const { return *mesh.cage; }
+};
+
+/// Reads the mesh, its further UV maps and its motion, checks everything, then builds. Throws InputError and
+/// UsageError. `progress` may be null.
+LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& motion, AppProgressBar* progress);
+
+}  // namespace sds_cli

@@ -1,0 +1,65 @@
+#include "cli/program.h"
+
+#include "cli/command_export.h"
+#include "cli/command_info.h"
+#include "cli/command_intersect.h"
+#include "cli/command_render.h"
+#include "cli/command_select.h"
+#include "cli/common_options.h"
+#include "cli/input_error.h"
+#include "cli/usage_error.h"
+#include "qn_core/core_log.h"
+#include "qn_sys/sys_thread.h"
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <new>
+
+namespace sds_cli {
+
+namespace {
+
+int report(const std::string& reason, int code) {
+    print_line("sds: " + reason);
+    return code;
+}
+
+int run_action(const Action& action) {
+    try {
+        const CommonOptions& common = *action.common;
+        CoreLogHandler::s_main_log_handler->set_level(common.quiet ? 0 : common.log_level);
+        SysThreadArena arena(common.threads);
+        arena.execute([&action] { action.run(); });
+        return 0;
+    } catch (const InputError& error) {
+        return report(error.what(), exit_refused);
+    } catch (const UsageError& error) {
+        return report(error.what(), exit_refused);
+    } catch (const std::bad_alloc&) {
+        return report("out of memory", exit_failure);
+    } catch (const std::exception& error) {
+        return report(error.what(), exit_failure);
+    }
+}
+
+}  // namespace
+
+int run_program(int argc, const char* const* argv) {
+    CLI::App program("Catmull-Clark limit surfaces of polygon meshes", "sds");
+    program.require_subcommand(1);
+    program.set_version_flag("--version", QN_SDS_VERSION);
+    Action action;
+    add_info_command(program, action);
+    add_render_command(program, action);
+    add_export_command(program, action);
+    add_intersect_command(program, action);
+    add_select_command(program, action);
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return program.exit(error) == 0 ? 0 : exit_refused;
+    }
+    return run_action(action);
+}
+
+}  // namespace sds_cli

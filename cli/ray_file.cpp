@@ -1,0 +1,49 @@
+#include "cli/ray_file.h"
+
+#include "cli/input_error.h"
+#include "cli/npy.h"
+
+#include <cmath>
+
+namespace sds_cli {
+
+namespace {
+
+constexpr std::size_t still_row = 8, moving_row = 9;
+
+std::string to_text(const std::vector<std::size_t>& shape) {
+    std::string text = "(";
+    for (const std::size_t extent : shape) text += (text.size() > 1 ? ", " : "") + std::to_string(extent);
+    return text + ")";
+}
+
+}  // namespace
+
+bool is_traceable(const GeometryRay& ray) {
+    return ray.origin.is_finite() && ray.direction.is_finite() && ray.direction.length_squared() > 0.0 &&
+           std::isfinite(ray.tnear) && !std::isnan(ray.tfar) && std::isfinite(ray.time);
+}
+
+RayFile read_rays(const std::string& path) {
+    const NpyArray array = read_npy(path);
+    const auto* values = std::get_if<std::vector<double>>(&array.values);
+    if (values == nullptr) throw InputError(path, "rays are float64");
+    if (array.shape.size() != 2 || (array.shape[1] != still_row && array.shape[1] != moving_row))
+        throw InputError(path, "shape " + to_text(array.shape) + ", rays are rows of 8 or 9 numbers");
+    RayFile file;
+    const std::size_t row_size = array.shape[1];
+    file.rays.resize(array.shape[0]);
+    for (std::size_t i = 0; i < file.rays.size(); ++i) {
+        const double* row = values->data() + i * row_size;
+        GeometryRay& ray = file.rays[i];
+        ray.origin = {row[0], row[1], row[2]};
+        ray.direction = {row[3], row[4], row[5]};
+        ray.tnear = row[6];
+        ray.tfar = row[7];
+        if (row_size == moving_row) ray.time = row[8];
+        if (!is_traceable(ray) && file.idle_count++ == 0) file.first_idle = i;
+    }
+    return file;
+}
+
+}  // namespace sds_cli

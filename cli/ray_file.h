@@ -1,0 +1,23 @@
+#pragma once
+
+#include "qn_geometry/geometry_raytrace_ctx.h"
+
+#include <string>
+#include <vector>
+
+namespace sds_cli {
+
+struct RayFile {
+    std::vector<GeometryRay> rays;
+    std::size_t idle_count = 0;  ///< rays that are not finite or have no direction; tfar may be infinite
+    std::size_t first_idle = 0;  ///< row of the first of them
+};
+
+/// True when a ray can hit anything: finite but for tfar, with a direction.
+bool is_traceable(const GeometryRay& ray);
+
+/// Reads rays from an .npy file of float64 rows (ox oy oz dx dy dz tnear tfar [time]). Throws InputError for another
+/// element type or shape.
+RayFile read_rays(const std::string& path);
+
+}  // namespace sds_cli

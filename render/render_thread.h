@@ -1,0 +1,42 @@
+// What one render thread carries: evaluation context, packet buffers, counters.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+
+#include "qn_ctx/ctx_eval.h"
+#include "qn_geometry/geometry_raytrace_ctx.h"
+
+namespace sds_render {
+
+// Used by one thread at a time. Nothing is allocated after construction but the traversal scratch, which grows once.
+class alignas(64) RenderThread {
+public:
+    static constexpr unsigned int packet_size = 16;
+
+    // `shader` outlives the thread's state.
+    explicit RenderThread(const CtxShader& shader) : m_eval(shader, &m_thread), m_map(packet_size) {
+        for (unsigned int i = 0; i < packet_size; ++i)
+            m_map.get_path(i).reset(1, std::numeric_limits<double>::infinity());
+    }
+    RenderThread(const RenderThread&) = delete;
+    RenderThread& operator=(const RenderThread&) = delete;
+
+    const CtxEval& get_eval() const { return m_eval; }
+    // One path per ray of a packet.
+    GeometryIntersectionMap& get_map() { return m_map; }
+    // Room for packet_size rays: the active ones of a packet, moved together.
+    GeometryRay* get_rays() { return m_rays; }
+
+    // Rays traced, and those that hit something.
+    std::uint64_t ray_count = 0;
+    std::uint64_t hit_count = 0;
+
+private:
+    CtxThread m_thread;
+    CtxEval m_eval;
+    GeometryIntersectionMap m_map;
+    GeometryRay m_rays[packet_size];
+};
+
+}  // namespace sds_render

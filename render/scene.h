@@ -1,0 +1,71 @@
+// Geometry objects under one bounding volume hierarchy, and rays against them.
+//
+// Life of a scene: add objects, commit once, trace from any number of threads. The objects belong to the caller,
+// outlive the scene and do not change after commit.
+//
+// The hierarchy works in single precision, in coordinates relative to the scene's centre and radius, so that its boxes
+// are equally tight at any size and distance from the origin. The objects themselves see the caller's double-precision
+// rays.
+#pragma once
+
+#include <memory>
+
+#include "qn_ctx/ctx_eval.h"
+#include "qn_geometry/geometry_object.h"
+#include "render/render_thread.h"
+#include "render/render_types.h"
+
+namespace sds_render {
+
+// The shutter is open during [open, close], in the objects' time. open == close is a still frame at that time.
+struct Shutter {
+    double open = 0.0;
+    double close = 0.0;
+};
+
+class Scene {
+public:
+    explicit Scene(const Shutter& shutter = {});
+    ~Scene();
+    Scene(const Scene&) = delete;
+    Scene& operator=(const Scene&) = delete;
+
+    // Returns the object's index, counted from 0 in the order of adding. Not after commit.
+    unsigned int add(const GeometryObject& object);
+
+    // Builds the hierarchy on the threads of the calling arena. Primitives whose box is empty or not finite are left
+    // out. Throws std::bad_alloc or std::runtime_error when the build fails; the scene is then empty.
+    void commit();
+
+    unsigned int get_object_count() const;
+    const GeometryObject& get_object(const unsigned int& index) const;
+    const Shutter& get_shutter() const;
+    // Box of all primitives over the whole shutter; empty when there is none. Valid after commit.
+    const Bbox3& get_bbox() const;
+    // Half the diagonal of that box, never zero.
+    double get_radius() const;
+    // The frame's shader context: its motion sampling holds the shutter's ends and the objects' sample times between
+    // them, and is empty for a still frame. Render threads are made with it; complete after commit.
+    const CtxShader& get_shader_ctx() const;
+
+    // Finds the nearest hit with tnear <= t < tfar (mode `closest`) or any hit (mode `any`). `ray` comes without a hit
+    // and not finished; on return its hit and tfar tell what was found. `object` receives the index of the hit's object
+    // and is untouched without one. Returns true when something was hit. A ray that is not finite or has no direction
+    // hits nothing. Of two hits at the same distance the one with the smaller object and primitive index is kept, so
+    // the answer does not depend on the hierarchy. Times outside the shutter are clamped for the hierarchy only.
+    bool intersect(GeometryRay& ray, RenderThread& thread, unsigned int* object = nullptr) const;
+
+    // True when anything lies between tnear and tfar. Sets the ray's mode to `any`.
+    bool occluded(GeometryRay& ray, RenderThread& thread) const;
+
+    // `intersect` for `count` rays at once, 1 to RenderThread::packet_size. Rays that meet the same primitive reach it
+    // together, as one range with an intersection map, unless it moves and their times differ. `objects` holds `count`
+    // indices, no_index where there is no hit.
+    void intersect_packet(GeometryRay* rays, unsigned int count, RenderThread& thread, unsigned int* objects) const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace sds_render

@@ -1,0 +1,206 @@
+#include "render/scene_bounds.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "qn_sys/sys_thread.h"
+
+namespace sds_render {
+
+namespace {
+
+constexpr unsigned int chunk_size = 1024;
+constexpr unsigned int max_step_count = 33;
+
+constexpr float infinity = std::numeric_limits<float>::infinity();
+
+template <class Body>
+void for_each_primitive(unsigned int count, Body&& body) {
+    const unsigned int chunks = count / chunk_size + (count % chunk_size != 0 ? 1 : 0);
+    sys_parallel_for(chunks, [&](unsigned int chunk, unsigned int) {
+        const unsigned int begin = chunk * chunk_size;
+        const unsigned int end = begin + std::min(chunk_size, count - begin);
+        for (unsigned int i = begin; i < end; ++i) body(i);
+    });
+}
+
+float round_up(double x) { return std::nextafter(static_cast<float>(x), infinity); }
+float round_down(double x) { return std::nextafter(static_cast<float>(x), -infinity); }
+
+// Even steps that meet every time when the times are evenly spaced, and about two steps a time otherwise.
+unsigned int choose_step_count(const std::vector<double>& times) {
+    const auto count = static_cast<unsigned int>(times.size());
+    const double step = (times.back() - times.front()) / (count - 1);
+    bool is_even = true;
+    for (unsigned int i = 0; i < count; ++i)
+        is_even = is_even && std::fabs(times[i] - (times.front() + step * i)) <= 1e-9 * (times.back() - times.front());
+    return std::min(is_even ? count : 2 * count, max_step_count);
+}
+
+// Blended positions may snap to a sample that is less than 1e-4 of the way to the next one away, and are rounded to
+// single precision: the box grows by a little more than both.
+void pad_moving_box(const Bbox3& travelled, Bbox3& box) {
+    Vec3 min = box.get_min(), max = box.get_max();
+    for (unsigned int a = 0; a < 3; ++a) {
+        const double low = travelled.get_min()[a], high = travelled.get_max()[a];
+        const double magnitude = std::max(std::fabs(low), std::fabs(high));
+        const double pad = 1.5e-4 * (high - low) + 8.0 * std::numeric_limits<float>::epsilon() * magnitude;
+        min[a] -= pad;
+        max[a] += pad;
+    }
+    box = {min, max};
+}
+
+struct MotionTimes {
+    std::vector<double> steps;
+    // All times at which a box is taken: the steps and the bends of the motion, sorted.
+    std::vector<double> all;
+
+    explicit MotionTimes(const std::vector<double>& times) {
+        const unsigned int count = choose_step_count(times);
+        for (unsigned int s = 0; s < count; ++s)
+            steps.push_back(times.front() + (times.back() - times.front()) * s / (count - 1));
+        steps.back() = times.back();
+        const double same = 1e-9 * (times.back() - times.front());
+        all = steps;
+        for (const double time : times) {
+            const bool is_step =
+                std::any_of(steps.begin(), steps.end(), [&](double step) { return std::fabs(step - time) <= same; });
+            if (!is_step) all.push_back(time);
+        }
+        std::sort(all.begin(), all.end());
+    }
+};
+
+// A step's box is exact while no bend lies in the two intervals beside it: control points that move linearly stay in
+// the blend of their boxes. An interval with a bend gives everything seen in it to both its ends.
+Bbox3 compute_step_box(const MotionTimes& times, unsigned int step, const std::vector<Bbox3>& seen) {
+    const double here = times.steps[step];
+    const double before = step > 0 ? times.steps[step - 1] : here;
+    const double after = step + 1 < times.steps.size() ? times.steps[step + 1] : here;
+    const auto grow_by_interval = [&](double begin, double end, Bbox3& box) {
+        const auto is_inside = [&](double time) { return time > begin && time < end; };
+        if (std::none_of(times.all.begin(), times.all.end(), is_inside)) return;
+        for (size_t i = 0; i < times.all.size(); ++i)
+            if (times.all[i] >= begin && times.all[i] <= end) box.grow(seen[i]);
+    };
+    Bbox3 box = Bbox3::empty();
+    for (size_t i = 0; i < times.all.size(); ++i)
+        if (times.all[i] == here) box.grow(seen[i]);
+    grow_by_interval(before, here, box);
+    grow_by_interval(here, after, box);
+    return box;
+}
+
+}  // namespace
+
+bool is_valid_box(const Bbox3& box) {
+    return !box.is_empty() && box.get_min().is_finite() && box.get_max().is_finite();
+}
+
+PrimitiveBounds compute_still_bounds(const CtxShader& shader, const GeometryObject& object, double time) {
+    PrimitiveBounds bounds;
+    bounds.primitive_count = object.get_primitive_count();
+    bounds.boxes.resize(bounds.primitive_count);
+    const bool is_animated = object.is_animated();
+    for_each_primitive(bounds.primitive_count, [&](unsigned int i) {
+        const CtxEval ctx(shader);
+        if (!is_animated) return object.compute_primitive_bbox(ctx, i, bounds.boxes[i]);
+        object.compute_primitive_bbox_at(ctx, i, time, bounds.boxes[i]);
+        if (is_valid_box(bounds.boxes[i])) pad_moving_box(bounds.boxes[i], bounds.boxes[i]);
+    });
+    return bounds;
+}
+
+PrimitiveBounds compute_moving_bounds(const CtxShader& shader, const GeometryObject& object,
+                                      const std::vector<double>& times) {
+    const MotionTimes motion(times);
+    PrimitiveBounds bounds;
+    bounds.primitive_count = object.get_primitive_count();
+    bounds.step_count = static_cast<unsigned int>(motion.steps.size());
+    bounds.boxes.resize(size_t{bounds.primitive_count} * bounds.step_count);
+    for_each_primitive(bounds.primitive_count, [&](unsigned int i) {
+        const CtxEval ctx(shader);
+        std::vector<Bbox3> seen(motion.all.size());
+        Bbox3 travelled = Bbox3::empty();
+        bool is_valid = true;
+        for (size_t t = 0; t < seen.size(); ++t) {
+            object.compute_primitive_bbox_at(ctx, i, motion.all[t], seen[t]);
+            is_valid = is_valid && is_valid_box(seen[t]);
+            travelled.grow(seen[t]);
+        }
+        for (unsigned int step = 0; step < bounds.step_count; ++step) {
+            Bbox3& box = bounds.boxes[size_t{step} * bounds.primitive_count + i];
+            box = is_valid ? compute_step_box(motion, step, seen) : Bbox3::empty();
+            if (is_valid) pad_moving_box(travelled, box);
+        }
+    });
+    return bounds;
+}
+
+void append_sample_times(const GeometryObject& object, double open, double close, std::vector<double>& times) {
+    const GeometryPointCloud* cloud = object.get_point_cloud();
+    if (!object.is_animated() || cloud == nullptr || !cloud->has_sampling()) return;
+    const GMathTimeSampling& sampling = cloud->get_sampling();
+    for (unsigned int i = 0; i < sampling.get_sample_count(); ++i) {
+        const double time = sampling.get_sample_time(i);
+        if (time > open && time < close) times.push_back(time);
+    }
+}
+
+UnitSpace::UnitSpace(const Bbox3& box) {
+    m_center = box.get_center();
+    // A scene that is one point still gets a sphere that double precision can tell from the point.
+    const double smallest = std::max(1e-12 * m_center.length(), 1e-60);
+    m_radius = std::max(0.5 * box.get_diagonal(), smallest);
+}
+
+// Narrowing a ray (SceneRay) moves its points by at most 2^-24 for the origin, whose coordinates are below 2, and 2^-25
+// times a way of at most 3 for the direction: below 3 * 2^-24 an axis. 2^-21 holds that, the blend of two boxes in
+// single precision, and the rounding of a ray's time. Kernels accept hits that lie a few 1e-6 of a primitive's size
+// outside it: its box grows by 2^-17 of that size.
+void UnitSpace::narrow(const Bbox3& box, float lower[3], float upper[3]) const {
+    if (!is_valid_box(box)) {
+        std::fill_n(lower, 3, infinity);
+        std::fill_n(upper, 3, -infinity);
+        return;
+    }
+    const Vec3 extent = box.get_max() - box.get_min();
+    const double size = std::max({extent[0], extent[1], extent[2]}) / m_radius;
+    const double pad = 0x1p-21 + 0x1p-17 * size;
+    for (unsigned int a = 0; a < 3; ++a) {
+        lower[a] = round_down((box.get_min()[a] - m_center[a]) / m_radius - pad);
+        upper[a] = round_up((box.get_max()[a] - m_center[a]) / m_radius + pad);
+    }
+}
+
+bool SceneRay::init(const UnitSpace& space, const Vec3& ray_origin, const Vec3& ray_direction, double tnear,
+                    double tfar) {
+    const double speed = ray_direction.length();
+    if (!(speed > 0.0) || !std::isfinite(speed) || !ray_origin.is_finite()) return false;
+    // A little more than the sphere, so that no rounding below can cut off a hit.
+    constexpr double reach = 1.01;
+    const Vec3 axis = ray_direction * (1.0 / speed);
+    const Vec3 to_center = space.get_center() - ray_origin;
+    const double nearest = to_center.dot(axis);
+    const Vec3 miss = to_center - axis * nearest;
+    const double radius = reach * space.get_radius();
+    if (!(miss.length() <= radius)) return false;
+
+    begin = std::max(tnear, (nearest - radius) / speed);
+    const double last = (nearest + radius) / speed;
+    if (!(begin <= last && begin <= tfar)) return false;
+    scale = speed / space.get_radius();
+    const Vec3 start = (axis * (begin * speed) - to_center) * (1.0 / space.get_radius());
+    for (unsigned int a = 0; a < 3; ++a) {
+        origin[a] = static_cast<float>(start[a]);
+        direction[a] = static_cast<float>(axis[a]);
+    }
+    length = get_distance(std::min(tfar, last));
+    return true;
+}
+
+float SceneRay::get_distance(double t) const { return std::max(round_up((t - begin) * scale), 0.0f); }
+
+}  // namespace sds_render

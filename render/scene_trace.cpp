@@ -1,0 +1,259 @@
+// Rays through the hierarchy. The hierarchy sees narrowed rays in unit space and only proposes primitives; whether and
+// where they are hit is between the primitive and the exact ray.
+
+#include <cmath>
+#include <limits>
+
+#include "render/scene_impl.h"
+
+namespace sds_render {
+
+namespace {
+
+struct TraceContext {
+    RTCIntersectContext base;  // first: the callbacks receive its address
+    GeometryRay* rays;
+    const SceneRay* narrowed;
+    unsigned int* objects;
+    RenderThread* thread;
+};
+
+// The hierarchy's rays of one callback, and which of the caller's rays they are.
+struct Lanes {
+    RTCRayN* rays;
+    unsigned int width;
+    unsigned int count = 0;
+    unsigned int slot[RenderThread::packet_size];
+    unsigned int ray[RenderThread::packet_size];
+
+    Lanes(const int* valid, RTCRayN* hierarchy_rays, unsigned int n) : rays(hierarchy_rays), width(n) {
+        for (unsigned int i = 0; i < n; ++i) {
+            if (valid[i] == 0) continue;
+            slot[count] = i;
+            ray[count++] = RTCRayN_id(rays, n, i);
+        }
+    }
+};
+
+// A hit that a ray had before it was offered a primitive.
+struct KeptHit {
+    GeometryHit hit;
+    double tfar;
+};
+
+// Lets the ray accept hits at its present distance too, so that ties can be settled by index.
+KeptHit open_ray(GeometryRay& ray) {
+    const KeptHit kept{ray.hit, ray.tfar};
+    if (kept.hit.primitive != no_index) ray.tfar = std::nextafter(kept.tfar, std::numeric_limits<double>::infinity());
+    ray.hit = GeometryHit{};
+    return kept;
+}
+
+// Returns true when the ray's hit changed.
+bool close_ray(GeometryRay& ray, const KeptHit& kept, unsigned int object, unsigned int& hit_object) {
+    const bool is_new = ray.hit.primitive != no_index;
+    const bool is_tie = is_new && kept.hit.primitive != no_index && ray.hit.t == kept.hit.t;
+    const bool loses_tie =
+        is_tie && (object != hit_object ? object > hit_object : ray.hit.primitive > kept.hit.primitive);
+    if (!is_new || loses_tie) {
+        ray.hit = kept.hit;
+        ray.tfar = kept.tfar;
+        return false;
+    }
+    ray.tfar = ray.hit.t;
+    hit_object = object;
+    return true;
+}
+
+void offer_range(const SceneObject& object, unsigned int primitive, RenderThread& thread, GeometryRay* rays,
+                 unsigned int first, unsigned int last) {
+    GeometryRaytraceData data;
+    data.has_motion_blur = object.is_animated;
+    if (last > first) {
+        data.map = &thread.get_map();
+        for (unsigned int i = first; i <= last; ++i) data.map->get_path(i).reset(1, rays[i].tfar);
+    }
+    GeometryRaytraceCtx ctx(rays, last + 1, data);
+    ctx.set_ray_range(first, last);
+    ctx.set_reference_point(object.reference);
+    object.object->intersect_primitive(thread.get_eval(), primitive, ctx);
+}
+
+// Offers the primitive to lanes [begin, end).
+void offer_lanes(const SceneObject& object, unsigned int primitive, TraceContext& trace, const Lanes& lanes,
+                 unsigned int begin, unsigned int end, bool* changed) {
+    KeptHit kept[RenderThread::packet_size];
+    for (unsigned int i = begin; i < end; ++i) kept[i] = open_ray(trace.rays[lanes.ray[i]]);
+    if (lanes.ray[end - 1] - lanes.ray[begin] == end - 1 - begin) {
+        offer_range(object, primitive, *trace.thread, trace.rays, lanes.ray[begin], lanes.ray[end - 1]);
+    } else {
+        GeometryRay* together = trace.thread->get_rays();
+        for (unsigned int i = begin; i < end; ++i) together[i - begin] = trace.rays[lanes.ray[i]];
+        offer_range(object, primitive, *trace.thread, together, 0, end - 1 - begin);
+        for (unsigned int i = begin; i < end; ++i) trace.rays[lanes.ray[i]] = together[i - begin];
+    }
+    for (unsigned int i = begin; i < end; ++i) {
+        const unsigned int ray = lanes.ray[i];
+        changed[i] = close_ray(trace.rays[ray], kept[i], object.index, trace.objects[ray]);
+    }
+}
+
+// A range is traced at one time: rays of a moving object go together while their times agree.
+void offer(const SceneObject& object, unsigned int primitive, TraceContext& trace, const Lanes& lanes, bool* changed) {
+    for (unsigned int begin = 0; begin < lanes.count;) {
+        unsigned int end = begin + 1;
+        const auto may_join = [&](unsigned int i) {
+            return !object.is_animated || trace.rays[lanes.ray[i]].time == trace.rays[lanes.ray[begin]].time;
+        };
+        while (end < lanes.count && may_join(end)) ++end;
+        offer_lanes(object, primitive, trace, lanes, begin, end, changed);
+        begin = end;
+    }
+}
+
+TraceContext make_trace(GeometryRay* rays, const SceneRay* narrowed, unsigned int* objects, RenderThread& thread,
+                        bool is_coherent) {
+    TraceContext trace;
+    rtcInitIntersectContext(&trace.base);
+    trace.base.flags = is_coherent ? RTC_INTERSECT_CONTEXT_FLAG_COHERENT : RTC_INTERSECT_CONTEXT_FLAG_INCOHERENT;
+    trace.rays = rays;
+    trace.narrowed = narrowed;
+    trace.objects = objects;
+    trace.thread = &thread;
+    return trace;
+}
+
+RTCRay make_hierarchy_ray(const SceneRay& ray, float time) {
+    RTCRay out{};
+    out.org_x = ray.origin[0];
+    out.org_y = ray.origin[1];
+    out.org_z = ray.origin[2];
+    out.dir_x = ray.direction[0];
+    out.dir_y = ray.direction[1];
+    out.dir_z = ray.direction[2];
+    out.tnear = 0.0f;
+    out.tfar = ray.length;
+    out.time = time;
+    out.mask = ~0u;
+    return out;
+}
+
+template <class Packet>
+void set_packet_ray(Packet& packet, unsigned int lane, const RTCRay& ray, unsigned int id) {
+    packet.ray.org_x[lane] = ray.org_x;
+    packet.ray.org_y[lane] = ray.org_y;
+    packet.ray.org_z[lane] = ray.org_z;
+    packet.ray.dir_x[lane] = ray.dir_x;
+    packet.ray.dir_y[lane] = ray.dir_y;
+    packet.ray.dir_z[lane] = ray.dir_z;
+    packet.ray.tnear[lane] = ray.tnear;
+    packet.ray.tfar[lane] = ray.tfar;
+    packet.ray.time[lane] = ray.time;
+    packet.ray.mask[lane] = ray.mask;
+    packet.ray.id[lane] = id;
+    packet.ray.flags[lane] = 0;
+    packet.hit.geomID[lane] = RTC_INVALID_GEOMETRY_ID;
+}
+
+struct Packet8 {
+    static constexpr unsigned int width = 8;
+    using RayHit = RTCRayHit8;
+    static constexpr auto intersect = &rtcIntersect8;
+};
+struct Packet16 {
+    static constexpr unsigned int width = 16;
+    using RayHit = RTCRayHit16;
+    static constexpr auto intersect = &rtcIntersect16;
+};
+
+}  // namespace
+
+void intersect_primitive_callback(const RTCIntersectFunctionNArguments* arguments) {
+    auto& trace = *reinterpret_cast<TraceContext*>(arguments->context);
+    const auto& object = *static_cast<const SceneObject*>(arguments->geometryUserPtr);
+    const unsigned int n = arguments->N;
+    const Lanes lanes(arguments->valid, RTCRayHitN_RayN(arguments->rayhit, n), n);
+    RTCHitN* hits = RTCRayHitN_HitN(arguments->rayhit, n);
+    bool changed[RenderThread::packet_size];
+    offer(object, arguments->primID, trace, lanes, changed);
+    for (unsigned int i = 0; i < lanes.count; ++i) {
+        if (!changed[i]) continue;
+        const unsigned int ray = lanes.ray[i];
+        RTCRayN_tfar(lanes.rays, n, lanes.slot[i]) = trace.narrowed[ray].get_distance(trace.rays[ray].hit.t);
+        RTCHitN_geomID(hits, n, lanes.slot[i]) = arguments->geomID;
+        RTCHitN_primID(hits, n, lanes.slot[i]) = arguments->primID;
+    }
+}
+
+void occlude_primitive_callback(const RTCOccludedFunctionNArguments* arguments) {
+    auto& trace = *reinterpret_cast<TraceContext*>(arguments->context);
+    const auto& object = *static_cast<const SceneObject*>(arguments->geometryUserPtr);
+    const Lanes lanes(arguments->valid, arguments->ray, arguments->N);
+    bool changed[RenderThread::packet_size];
+    offer(object, arguments->primID, trace, lanes, changed);
+    for (unsigned int i = 0; i < lanes.count; ++i)
+        if (changed[i]) RTCRayN_tfar(lanes.rays, arguments->N, lanes.slot[i]) = -std::numeric_limits<float>::infinity();
+}
+
+float Scene::Impl::get_hierarchy_time(double time) const {
+    return is_moving() ? static_cast<float>(clamp_unit((time - shutter.open) / (shutter.close - shutter.open))) : 0.0f;
+}
+
+bool Scene::intersect(GeometryRay& ray, RenderThread& thread, unsigned int* object) const {
+    ++thread.ray_count;
+    SceneRay narrowed;
+    if (!m_impl->hierarchy || !narrowed.init(m_impl->space, ray.origin, ray.direction, ray.tnear, ray.tfar))
+        return false;
+    unsigned int unused = no_index;
+    TraceContext trace = make_trace(&ray, &narrowed, object != nullptr ? object : &unused, thread, false);
+    RTCRayHit hierarchy_ray{};
+    hierarchy_ray.ray = make_hierarchy_ray(narrowed, m_impl->get_hierarchy_time(ray.time));
+    hierarchy_ray.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+    rtcIntersect1(m_impl->hierarchy.get(), &trace.base, &hierarchy_ray);
+    const bool is_hit = ray.hit.primitive != no_index;
+    thread.hit_count += is_hit ? 1 : 0;
+    return is_hit;
+}
+
+bool Scene::occluded(GeometryRay& ray, RenderThread& thread) const {
+    ++thread.ray_count;
+    ray.mode = GeometryRayMode::any;
+    SceneRay narrowed;
+    if (!m_impl->hierarchy || !narrowed.init(m_impl->space, ray.origin, ray.direction, ray.tnear, ray.tfar))
+        return false;
+    unsigned int unused = no_index;
+    TraceContext trace = make_trace(&ray, &narrowed, &unused, thread, false);
+    RTCRay hierarchy_ray = make_hierarchy_ray(narrowed, m_impl->get_hierarchy_time(ray.time));
+    rtcOccluded1(m_impl->hierarchy.get(), &trace.base, &hierarchy_ray);
+    const bool is_hit = ray.hit.primitive != no_index;
+    thread.hit_count += is_hit ? 1 : 0;
+    return is_hit;
+}
+
+void Scene::intersect_packet(GeometryRay* rays, unsigned int count, RenderThread& thread, unsigned int* objects) const {
+    for (unsigned int i = 0; i < count; ++i) objects[i] = no_index;
+    thread.ray_count += count;
+    if (!m_impl->hierarchy) return;
+    SceneRay narrowed[RenderThread::packet_size];
+    TraceContext trace = make_trace(rays, narrowed, objects, thread, true);
+    const auto run = [&](auto packet) {
+        using Packet = decltype(packet);
+        alignas(64) int valid[Packet::width] = {};
+        typename Packet::RayHit hierarchy_rays{};
+        for (unsigned int i = 0; i < count; ++i) {
+            const GeometryRay& ray = rays[i];
+            if (!narrowed[i].init(m_impl->space, ray.origin, ray.direction, ray.tnear, ray.tfar)) continue;
+            valid[i] = -1;
+            const float time = m_impl->get_hierarchy_time(ray.time);
+            set_packet_ray(hierarchy_rays, i, make_hierarchy_ray(narrowed[i], time), i);
+        }
+        Packet::intersect(valid, m_impl->hierarchy.get(), &trace.base, &hierarchy_rays);
+    };
+    if (count <= Packet8::width)
+        run(Packet8{});
+    else
+        run(Packet16{});
+    for (unsigned int i = 0; i < count; ++i) thread.hit_count += rays[i].hit.primitive != no_index ? 1 : 0;
+}
+
+}  // namespace sds_render

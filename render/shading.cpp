@@ -1,0 +1,146 @@
+#include "render/shading.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+#include "render/wire.h"
+
+namespace sds_render {
+
+namespace {
+
+// Two unit vectors across a unit vector (Duff et al., "Building an Orthonormal Basis, Revisited", 2017).
+void get_frame(const Vec3& n, Vec3& a, Vec3& b) {
+    const double sign = std::copysign(1.0, n[2]);
+    const double s = -1.0 / (sign + n[2]);
+    const double t = n[0] * n[1] * s;
+    a = {1.0 + sign * n[0] * n[0] * s, sign * t, -sign * n[0]};
+    b = {t, sign + n[1] * n[1] * s, -n[1]};
+}
+
+Vec3 get_disc_point(const Vec3& axis, const SamplePoint& sample) {
+    Vec3 a, b;
+    get_frame(axis, a, b);
+    const double radius = std::sqrt(sample.x), angle = 2.0 * std::numbers::pi * sample.y;
+    return a * (radius * std::cos(angle)) + b * (radius * std::sin(angle));
+}
+
+// Lambert's cosine, begun a little behind the edge of the light: as a large source would.
+double get_soft_cosine(const Vec3& normal, const Vec3& light, double wrap) {
+    return std::max(0.0, (normal.dot(light) + wrap) / (1.0 + wrap));
+}
+
+constexpr double key_radius = 0.16;  // of the key light's disc at distance 1
+constexpr Color sky{0.36f, 0.41f, 0.49f};
+constexpr Color ground{0.17f, 0.14f, 0.12f};
+
+}  // namespace
+
+Shader::Shader(const Scene& scene, const Camera& camera, const ShadingOptions& options)
+    : m_scene(&scene), m_camera(&camera), m_options(options) {
+    const auto aim = [&](double right, double up, double back) {
+        return normalised(camera.get_right() * right + camera.get_up() * up - camera.get_forward() * back);
+    };
+    m_key = {aim(-0.62, 0.80, 0.62), {2.00f, 1.90f, 1.76f}};
+    m_fill = {aim(0.90, 0.05, 0.45), {0.20f, 0.27f, 0.38f}};
+    m_rim = {aim(0.55, 0.45, -0.80), {1.00f, 1.06f, 1.15f}};
+
+    // Positions are single precision somewhere along the way: far from the origin that is the coarser measure.
+    const Vec3 center = scene.get_bbox().is_empty() ? Vec3{0, 0, 0} : scene.get_bbox().get_center();
+    const double coordinate = std::max({std::fabs(center[0]), std::fabs(center[1]), std::fabs(center[2])});
+    m_ray_offset = std::max(1e-4 * scene.get_radius(), 4.0 * std::numeric_limits<float>::epsilon() * coordinate);
+}
+
+Shader::Facing Shader::get_facing(const SurfacePoint& point) const {
+    const auto turn = [&](const Vec3& n) { return n.dot(point.direction) > 0.0 ? -n : n; };
+    const Vec3 geometric = turn(point.sample.get_geometric_normal());
+    Vec3 normal = geometric;
+    if (m_options.smoothing_normal) {
+        // Turned with the surface, so that a smooth normal that leans away from the camera does not flip.
+        normal = point.sample.get_smoothing_normal();
+        if (normal.dot(geometric) < 0.0) normal = -normal;
+    }
+    return {normal, point.position + geometric * m_ray_offset};
+}
+
+bool Shader::is_blocked(const Facing& facing, const Vec3& direction, double reach, double time,
+                        RenderThread& thread) const {
+    GeometryRay ray;
+    ray.origin = facing.start;
+    ray.direction = direction;
+    ray.tfar = reach;
+    ray.time = time;
+    return m_scene->occluded(ray, thread);
+}
+
+double Shader::get_key_share(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
+                             RenderThread& thread) const {
+    const double cosine = get_soft_cosine(facing.normal, m_key.direction, 0.08);
+    if (!(cosine > 0.0) || !m_options.shadow) return cosine;
+    const Vec3 spread = get_disc_point(m_key.direction, sampler.get(sample, first_dimension_pair));
+    const Vec3 direction = normalised(m_key.direction + spread * key_radius);
+    const double infinity = std::numeric_limits<double>::infinity();
+    return is_blocked(facing, direction, infinity, time, thread) ? 0.0 : cosine;
+}
+
+// Share of cosine-weighted directions that leave the surface freely. What blocks from farther away counts less.
+double Shader::get_ambient_share(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
+                                 RenderThread& thread) const {
+    if (m_options.ambient_rays == 0) return 1.0;
+    const double reach = m_options.ambient_reach * m_scene->get_radius();
+    unsigned int free_count = 0;
+    for (unsigned int i = 0; i < m_options.ambient_rays; ++i) {
+        const std::uint32_t index = sample * m_options.ambient_rays + i;
+        const SamplePoint at = sampler.get(index, first_dimension_pair + 1);
+        const Vec3 direction = get_disc_point(facing.normal, at) + facing.normal * std::sqrt(1.0 - at.x);
+        // Reaches spread evenly over (0, reach] make the weight of a blocker fall off linearly with its distance.
+        const double way = reach * (1.0 - sampler.get(index, first_dimension_pair + 2).x);
+        free_count += is_blocked(facing, direction, way, time, thread) ? 0 : 1;
+    }
+    return static_cast<double>(free_count) / m_options.ambient_rays;
+}
+
+Color Shader::shade(const SurfacePoint& point, const PixelSampler& sampler, unsigned int sample,
+                    RenderThread& thread) const {
+    const Facing facing = get_facing(point);
+    const Vec3& normal = facing.normal;
+    const double time = point.fragment.time;
+    const double key = get_key_share(facing, time, sampler, sample, thread);
+    const double ambient = get_ambient_share(facing, time, sampler, sample, thread);
+    const double fill = get_soft_cosine(normal, m_fill.direction, 0.4) * ambient;
+    const double facing_ratio = clamp_unit(-normal.dot(point.direction));
+    const double rim = get_soft_cosine(normal, m_rim.direction, 0.0) * ambient;
+
+    const double skyward = 0.5 + 0.5 * normal.dot(m_camera->get_up());
+    Color light = mix(ground, sky, static_cast<float>(skyward)) * static_cast<float>(ambient);
+    light += m_key.colour * static_cast<float>(key);
+    light += m_fill.colour * static_cast<float>(fill);
+    light += m_rim.colour * static_cast<float>(rim);
+    // Silhouettes darken a little, so that the shape stands out from itself and from the background.
+    light *= static_cast<float>(0.62 + 0.38 * smooth_step(0.0, 0.42, facing_ratio));
+
+    Color out = multiply(m_options.colour(point), light);
+    // A broad sheen tells curvature apart from shade (Blinn 1977, with Schlick's Fresnel term).
+    const Vec3 half = normalised(m_key.direction - point.direction);
+    const double fresnel = 0.04 + 0.96 * std::pow(1.0 - clamp_unit(half.dot(m_key.direction)), 5.0);
+    const double sheen = key > 0.0 ? 2.2 * fresnel * std::pow(clamp_unit(normal.dot(half)), 26.0) : 0.0;
+    out += m_key.colour * static_cast<float>(sheen * std::min(1.0, 4.0 * key));
+
+    if (m_options.wire) {
+        const double coverage = get_wire_coverage(point, *m_camera, m_options.wire_width);
+        out = mix(out, m_options.wire_colour, static_cast<float>(0.85 * coverage));
+    }
+    return out;
+}
+
+Color Shader::get_background(double x, double y) const {
+    const double width = m_camera->get_width(), height = m_camera->get_height();
+    constexpr Color top{0.085f, 0.098f, 0.118f}, bottom{0.23f, 0.238f, 0.248f};
+    const Color base = mix(top, bottom, static_cast<float>(smooth_step(0.0, 1.0, y / height)));
+    const double dx = x / width - 0.5, dy = y / height - 0.5;
+    return base * static_cast<float>(1.0 - 0.55 * (dx * dx + dy * dy));
+}
+
+}  // namespace sds_render

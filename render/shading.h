@@ -1,0 +1,67 @@
+// Light on a hit: a soft key light, a cool fill, a rim light and the sky, all fixed to the camera so that every view is
+// well lit, with shadows and ambient occlusion by rays.
+#pragma once
+
+#include "render/camera.h"
+#include "render/sampling.h"
+#include "render/scene.h"
+#include "render/surface.h"
+
+namespace sds_render {
+
+struct ShadingOptions {
+    SurfaceColour colour = make_uniform_colour(clay);
+    // Shade with the smoothing normal, else with the geometric one.
+    bool smoothing_normal = true;
+    // A shadow ray towards a point of the key light per sample.
+    bool shadow = true;
+    // Occlusion rays per sample, 0 for none, and how far they reach in scene radii.
+    unsigned int ambient_rays = 2;
+    double ambient_reach = 0.6;
+    // Lines on the edges that an object reports as visible.
+    bool wire = false;
+    double wire_width = 1.2;  // pixels
+    Color wire_colour{0.035f, 0.04f, 0.05f};
+};
+
+class Shader {
+public:
+    // Dimension pairs of a pixel's sampler that shading leaves alone, for the picture plane and the time.
+    static constexpr unsigned int first_dimension_pair = 2;
+
+    // Scene and camera outlive the shader.
+    Shader(const Scene& scene, const Camera& camera, const ShadingOptions& options);
+
+    // Light from the point towards the camera. `sample` is the sample's index in its pixel.
+    Color shade(const SurfacePoint& point, const PixelSampler& sampler, unsigned int sample,
+                RenderThread& thread) const;
+
+    // Light beside the surface at a point of the picture, in pixels.
+    Color get_background(double x, double y) const;
+
+private:
+    struct Light {
+        Vec3 direction{0, 0, 1};
+        Color colour{0, 0, 0};
+    };
+    // The surface turned towards the camera.
+    struct Facing {
+        Vec3 normal;  // to shade with
+        Vec3 start;   // where rays leave, off the surface
+    };
+
+    Facing get_facing(const SurfacePoint& point) const;
+    bool is_blocked(const Facing& facing, const Vec3& direction, double reach, double time, RenderThread& thread) const;
+    double get_key_share(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
+                         RenderThread& thread) const;
+    double get_ambient_share(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
+                             RenderThread& thread) const;
+
+    const Scene* m_scene;
+    const Camera* m_camera;
+    ShadingOptions m_options;
+    double m_ray_offset;
+    Light m_key, m_fill, m_rim;
+};
+
+}  // namespace sds_render

@@ -1,0 +1,168 @@
+#include "render/tile.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace sds_render {
+
+namespace {
+
+// Pixels are visited in blocks, so that a packet covers a compact part of the picture.
+constexpr unsigned int block_width = 4;
+constexpr unsigned int block_height = 2;
+
+// Half the width of the tent that weighs a sample by its distance from the pixel's centre, in pixels.
+constexpr double filter_radius = 0.85;
+
+// Distributes x in [0, 1) like a tent over (-1, 1).
+double warp_to_tent(double x) { return x < 0.5 ? std::sqrt(2.0 * x) - 1.0 : 1.0 - std::sqrt(2.0 - 2.0 * x); }
+
+}  // namespace
+
+TileRenderer::TileRenderer(const Scene& scene, const Camera& camera, const RenderOptions& options, Image& image)
+    : m_scene(&scene),
+      m_camera(&camera),
+      m_options(&options),
+      m_shader(scene, camera, options.shading),
+      m_columns((camera.get_width() + tile_size - 1) / tile_size),
+      m_rows((camera.get_height() + tile_size - 1) / tile_size) {
+    for (const char* name : {"R", "G", "B", "A"}) m_channels.push_back(image.find_channel(name));
+    for (const Layer& layer : options.layers)
+        for (unsigned int c = 0; c < layer.components.size(); ++c)
+            m_channels.push_back(image.find_channel(layer.get_channel_name(c)));
+}
+
+void TileRenderer::render_tile(unsigned int tile, RenderThread& thread) const {
+    const unsigned int left = tile % m_columns * tile_size, top = tile / m_columns * tile_size;
+    const unsigned int right = std::min(left + tile_size, m_camera->get_width());
+    const unsigned int bottom = std::min(top + tile_size, m_camera->get_height());
+    Packet packet;
+    Pixel pixel;
+    reset(pixel);
+    const auto flush = [&] {
+        trace(packet, thread);
+        shade(packet, pixel, thread);
+        packet.count = 0;
+    };
+    for (unsigned int block_y = top; block_y < bottom; block_y += block_height)
+        for (unsigned int block_x = left; block_x < right; block_x += block_width)
+            for (unsigned int y = block_y; y < std::min(block_y + block_height, bottom); ++y)
+                for (unsigned int x = block_x; x < std::min(block_x + block_width, right); ++x)
+                    for (unsigned int i = 0; i < m_options->samples; ++i) {
+                        packet.samples[packet.count] = make_sample(x, y, i);
+                        packet.rays[packet.count] = make_ray(packet.samples[packet.count]);
+                        if (++packet.count == packet_size) flush();
+                    }
+    if (packet.count != 0) flush();
+}
+
+TileRenderer::Sample TileRenderer::make_sample(unsigned int x, unsigned int y, unsigned int index) const {
+    Sample sample{x, y, index, x + 0.5, y + 0.5};
+    if (m_options->samples == 1) return sample;
+    const SamplePoint at = PixelSampler(x, y).get(index, 0);
+    sample.at_x += filter_radius * warp_to_tent(at.x);
+    sample.at_y += filter_radius * warp_to_tent(at.y);
+    return sample;
+}
+
+GeometryRay TileRenderer::make_ray(const Sample& sample) const {
+    GeometryRay ray = m_camera->camera_ray(sample.at_x, sample.at_y);
+    const Shutter& shutter = m_scene->get_shutter();
+    ray.time = shutter.open;
+    if (shutter.close > shutter.open)
+        ray.time += (shutter.close - shutter.open) * PixelSampler(sample.x, sample.y).get(sample.index, 1).x;
+    return ray;
+}
+
+void TileRenderer::trace(Packet& packet, RenderThread& thread) const {
+    if (m_options->packets) {
+        m_scene->intersect_packet(packet.rays, packet.count, thread, packet.objects);
+        return;
+    }
+    for (unsigned int i = 0; i < packet.count; ++i) {
+        packet.objects[i] = no_index;
+        m_scene->intersect(packet.rays[i], thread, &packet.objects[i]);
+    }
+}
+
+void TileRenderer::shade(const Packet& packet, Pixel& pixel, RenderThread& thread) const {
+    for (unsigned int i = 0; i < packet.count; ++i) {
+        const Sample& sample = packet.samples[i];
+        add_hit(packet, i, pixel, thread);
+        if (sample.index + 1 != m_options->samples) continue;
+        store(pixel, sample.x, sample.y);
+        reset(pixel);
+    }
+}
+
+void TileRenderer::add_hit(const Packet& packet, unsigned int i, Pixel& pixel, RenderThread& thread) const {
+    const Sample& sample = packet.samples[i];
+    const GeometryRay& ray = packet.rays[i];
+    const double dx = sample.at_x - (sample.x + 0.5), dy = sample.at_y - (sample.y + 0.5);
+    const bool is_nearest = dx * dx + dy * dy < pixel.nearest;
+    if (is_nearest) pixel.nearest = dx * dx + dy * dy;
+
+    if (ray.hit.primitive == no_index) {
+        add_layers(nullptr, is_nearest, pixel);
+        if (!m_options->background) return;
+        pixel.colour += m_shader.get_background(sample.at_x, sample.at_y);
+        pixel.alpha += 1.0f;
+        return;
+    }
+    SurfacePoint point;
+    point.ctx = &thread.get_eval();
+    point.object_index = packet.objects[i];
+    point.object = &m_scene->get_object(point.object_index);
+    point.fragment.primitive = ray.hit.primitive;
+    point.fragment.u = ray.hit.u;
+    point.fragment.v = ray.hit.v;
+    point.fragment.time = ray.time;
+    point.object->compute_fragment_sample(*point.ctx, point.fragment, point.sample);
+    point.position = ray.origin + ray.direction * ray.hit.t;
+    point.direction = ray.direction;
+    point.depth = m_camera->get_depth(point.position);
+    pixel.colour += m_shader.shade(point, PixelSampler(sample.x, sample.y), sample.index, thread);
+    pixel.alpha += 1.0f;
+    add_layers(&point, is_nearest, pixel);
+}
+
+void TileRenderer::add_layers(const SurfacePoint* point, bool is_nearest, Pixel& pixel) const {
+    for (size_t l = 0; l < pixel.layers.size(); ++l) {
+        const Layer& layer = m_options->layers[l];
+        const bool is_filtered = layer.kind == ChannelKind::colour;
+        if (!is_filtered && !is_nearest) continue;
+        const Layer::Value value = point != nullptr ? layer.evaluate(*point) : layer.background;
+        if (!is_filtered)
+            pixel.layers[l] = value;
+        else
+            for (unsigned int c = 0; c < Layer::max_component_count; ++c)
+                pixel.layers[l].components[c] += value.components[c];
+    }
+}
+
+void TileRenderer::reset(Pixel& pixel) const {
+    pixel.colour = {0, 0, 0};
+    pixel.alpha = 0.0f;
+    pixel.nearest = 1e30;
+    pixel.layers.assign(m_options->layers.size(), Layer::Value{});
+}
+
+void TileRenderer::store(const Pixel& pixel, unsigned int x, unsigned int y) const {
+    const size_t at = size_t{y} * m_camera->get_width() + x;
+    const float share = 1.0f / static_cast<float>(m_options->samples);
+    for (unsigned int c = 0; c < 3; ++c) m_channels[c]->values[at] = pixel.colour[c] * share;
+    m_channels[3]->values[at] = pixel.alpha * share;
+    size_t channel = 4;
+    for (size_t l = 0; l < pixel.layers.size(); ++l) {
+        const Layer& layer = m_options->layers[l];
+        for (size_t c = 0; c < layer.components.size(); ++c, ++channel) {
+            if (layer.kind == ChannelKind::id)
+                m_channels[channel]->ids[at] = pixel.layers[l].id;
+            else
+                m_channels[channel]->values[at] =
+                    pixel.layers[l].components[c] * (layer.kind == ChannelKind::colour ? share : 1.0f);
+        }
+    }
+}
+
+}  // namespace sds_render

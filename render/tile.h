@@ -1,0 +1,62 @@
+// One tile of a picture: camera rays, shading, and the filter that turns samples into pixels.
+#pragma once
+
+#include <vector>
+
+#include "render/renderer.h"
+
+namespace sds_render {
+
+class TileRenderer {
+public:
+    static constexpr unsigned int tile_size = 32;
+
+    // All arguments outlive the renderer; `image` has the picture's and the layers' channels, in this order.
+    TileRenderer(const Scene& scene, const Camera& camera, const RenderOptions& options, Image& image);
+
+    unsigned int get_tile_count() const { return m_columns * m_rows; }
+
+    // Writes the pixels of one tile, and of no other. Different tiles may be rendered at the same time.
+    void render_tile(unsigned int tile, RenderThread& thread) const;
+
+private:
+    // Camera rays that are traced together.
+    static constexpr unsigned int packet_size = 8;
+    struct Sample {
+        unsigned int x, y, index;  // pixel of the picture, sample in the pixel
+        double at_x, at_y;         // in pixels
+    };
+    struct Packet {
+        unsigned int count = 0;
+        Sample samples[packet_size];
+        GeometryRay rays[packet_size];
+        unsigned int objects[packet_size];
+    };
+    // A pixel while its samples come in; they come one pixel after the other and in order.
+    struct Pixel {
+        Color colour{0, 0, 0};
+        float alpha = 0.0f;
+        double nearest = 1e30;  // squared distance from the centre of the sample that the data layers show
+        std::vector<Layer::Value> layers;
+    };
+
+    Sample make_sample(unsigned int x, unsigned int y, unsigned int index) const;
+    GeometryRay make_ray(const Sample& sample) const;
+    void trace(Packet& packet, RenderThread& thread) const;
+    void shade(const Packet& packet, Pixel& pixel, RenderThread& thread) const;
+    void add_hit(const Packet& packet, unsigned int i, Pixel& pixel, RenderThread& thread) const;
+    void add_layers(const SurfacePoint* point, bool is_nearest, Pixel& pixel) const;
+    void reset(Pixel& pixel) const;
+    void store(const Pixel& pixel, unsigned int x, unsigned int y) const;
+
+    const Scene* m_scene;
+    const Camera* m_camera;
+    const RenderOptions* m_options;
+    Shader m_shader;
+    unsigned int m_columns;
+    unsigned int m_rows;
+    // Channels of the picture: R, G, B, A, then those of each layer.
+    std::vector<Channel*> m_channels;
+};
+
+}  // namespace sds_render

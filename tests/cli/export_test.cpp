@@ -1,0 +1,227 @@
+// Exports against each other and against plain arithmetic on the patches.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <set>
+#include <sstream>
+
+#include "cli/read_obj.h"
+#include "sds_process.h"
+
+namespace sds_cli {
+namespace {
+
+using Point = std::array<double, 3>;
+
+// The point of a patch from its sixteen controls by corner, in double precision: row and column of each control.
+Point evaluate(const float* controls, double u, double v) {
+    static constexpr int rows[16] = {0, 0, 1, 1, 0, 1, 1, 0, 3, 3, 2, 2, 3, 2, 2, 3};
+    static constexpr int columns[16] = {0, 1, 1, 0, 3, 3, 2, 2, 3, 2, 2, 3, 0, 0, 1, 1};
+    const auto bernstein = [](int i, double t) {
+        const double s = 1.0 - t;
+        const double values[] = {s * s * s, 3.0 * t * s * s, 3.0 * t * t * s, t * t * t};
+        return values[i];
+    };
+    Point p{};
+    for (std::size_t c = 0; c < 16; ++c)
+        for (std::size_t k = 0; k < 3; ++k)
+            p[k] += bernstein(rows[c], v) * bernstein(columns[c], u) * static_cast<double>(controls[3 * c + k]);
+    return p;
+}
+
+struct Exported {
+    std::size_t quads = 0;
+    std::vector<float> patches;
+    std::vector<double> samples;  // [quad][v][u][15], cells + 1 points a side
+    ControlCage tessellation;
+};
+
+Exported export_all(const ScratchFolder& folder, const std::string& mesh, unsigned int level, unsigned int cells,
+                    std::vector<std::string> more = {}) {
+    more.insert(more.begin(),
+                {"export", mesh, "--patches", folder.path("p.npy"), "--tessellation", folder.path("t.obj"), "--level",
+                 std::to_string(level), "--samples", std::to_string(cells), folder.path("s.npy")});
+    const SdsRun run = run_sds(folder, more);
+    EXPECT_SUCCESS(run);
+    Exported out;
+    const NpyArray patches = read_npy(folder.path("p.npy"));
+    out.quads = patches.shape.at(0);
+    EXPECT_EQ(patches.shape, (std::vector<std::size_t>{out.quads, 16, 3}));
+    out.patches = std::get<std::vector<float>>(patches.values);
+    out.samples = read_doubles(folder.path("s.npy"), {out.quads, cells + 1, cells + 1, 15});
+    out.tessellation = read_obj(folder.path("t.obj")).cage.value();
+    return out;
+}
+
+void expect_consistent(const Exported& out, unsigned int cells, double tolerance) {
+    const std::size_t side = cells + 1;
+    for (std::size_t q = 0; q < out.quads; ++q)
+        for (std::size_t j = 0; j < side; ++j)
+            for (std::size_t i = 0; i < side; ++i) {
+                const double* sample = &out.samples[((q * side + j) * side + i) * 15];
+                const double u = static_cast<double>(i) / cells, v = static_cast<double>(j) / cells;
+                const Point p = evaluate(&out.patches[48 * q], u, v);
+                for (std::size_t k = 0; k < 3; ++k)
+                    ASSERT_NEAR(sample[k], p[k], tolerance) << q << ' ' << i << ' ' << j;
+                for (std::size_t normal : {9u, 12u})
+                    ASSERT_NEAR(std::hypot(sample[normal], sample[normal + 1], sample[normal + 2]), 1.0, 1e-9);
+            }
+    // Faces come quad by quad and row by row: each corner is the sample of the same place.
+    ASSERT_EQ(out.tessellation.polygon_count(), out.quads * cells * cells);
+    for (std::size_t face = 0; face < out.tessellation.polygon_count(); ++face) {
+        const std::size_t q = face / (cells * cells), j = face / cells % cells, i = face % cells;
+        const std::size_t places[4] = {j * side + i, j * side + i + 1, (j + 1) * side + i + 1, (j + 1) * side + i};
+        for (std::size_t k = 0; k < 4; ++k) {
+            const std::size_t vertex = out.tessellation.polygon_indices[4 * face + k];
+            const double* sample = &out.samples[(q * side * side + places[k]) * 15];
+            for (std::size_t c = 0; c < 3; ++c)
+                ASSERT_NEAR(static_cast<double>(out.tessellation.positions[3 * vertex + c]), sample[c], tolerance);
+        }
+    }
+}
+
+std::size_t edge_count(const ControlCage& cage) {
+    std::set<std::pair<std::uint32_t, std::uint32_t>> edges;
+    for (std::size_t face = 0; face < cage.polygon_count(); ++face)
+        for (std::size_t k = 0; k < 4; ++k) {
+            const std::uint32_t a = cage.polygon_indices[4 * face + k],
+                                b = cage.polygon_indices[4 * face + (k + 1) % 4];
+            edges.insert(std::minmax(a, b));
+        }
+    return edges.size();
+}
+
+TEST(Export, PatchesSamplesAndCellsAgree) {
+    const ScratchFolder folder;
+    const std::string cube = folder.write("cube.obj", cube_obj), sheet = folder.write("sheet.obj", sheet_obj);
+    const Exported closed = export_all(folder, cube, 3, 8);
+    ASSERT_EQ(closed.quads, 6u);
+    expect_consistent(closed, 8, 1e-6);
+    // Welded: a closed surface of 6 x 64 quads is a sphere, V - E + F = 2 with two faces on every edge.
+    EXPECT_EQ(edge_count(closed.tessellation), 6u * 64 * 2);
+    EXPECT_EQ(closed.tessellation.vertex_count(), 6u * 64 + 2);
+
+    // The step counts as a level.
+    const Exported stepped = export_all(folder, sheet, 3, 4);
+    ASSERT_EQ(stepped.quads, 15u);
+    expect_consistent(stepped, 4, 1e-6);
+    // A disc: V - E + F = 1.
+    EXPECT_EQ(stepped.tessellation.vertex_count() + stepped.tessellation.polygon_count(),
+              edge_count(stepped.tessellation) + 1);
+}
+
+// Two quads that run along their edge the same way have patches that part there: they share its ends only.
+TEST(Export, LeavesNeighboursOfOppositeWindingApart) {
+    const ScratchFolder folder;
+    const std::string mesh =
+        folder.write("a.obj", "v 0 0 0\nv 1 0 0\nv 2 0 0.5\nv 0 1 0\nv 1 1.5 0\nv 2 1 0.2\nf 1 2 5 4\nf 2 5 6 3\n");
+    const Exported out = export_all(folder, mesh, 2, 4, {"--quiet"});
+    expect_consistent(out, 4, 1e-6);
+    EXPECT_EQ(out.tessellation.vertex_count(), 2u * 25 - 2);
+}
+
+TEST(Export, LimitOfTheCubeIsTheKnownOne) {
+    const ScratchFolder folder;
+    const Exported out = export_all(folder, folder.write("cube.obj", cube_obj), 1, 2);
+    // A vertex of valence 3: limit (9 p + 4 sum(edge neighbours) + sum(face neighbours)) / 24 = 1/2 of the corner.
+    for (std::size_t q = 0; q < 6; ++q)
+        for (std::size_t corner : {0u, 4u, 8u, 12u})
+            for (std::size_t k = 0; k < 3; ++k)
+                EXPECT_NEAR(std::fabs(out.patches[48 * q + 3 * corner + k]), 0.5f, 1e-6f);
+}
+
+TEST(Export, UvsFollowTheMapAndUnmappedQuadsAreNaN) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write(
+        "a.obj", std::string(sheet_obj) + "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\nv 4 0 0\nv 4 1 0\nf 3/1 10/2 11/3 7/4\n");
+    const SdsRun run = run_sds(folder, {"export", mesh, "--uv", "2", folder.path("uv.npy"), "--uv-interpolation",
+                                        "all_fixed", "--tessellation", folder.path("t.obj"), "--level", "2"});
+    EXPECT_SUCCESS(run);
+    const std::size_t quads = 19;
+    const std::vector<double> uvs = read_doubles(folder.path("uv.npy"), {quads, 3, 3, 9});
+    for (std::size_t i = 0; i < 15u * 81; ++i) ASSERT_TRUE(std::isnan(uvs[i])) << i;
+    // A linear map of a square: its corner quads are the square's quarters, d/du and d/dv half of its sides.
+    const Point corners[4] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    for (std::size_t k = 0; k < 4; ++k) {
+        const double* row = &uvs[(15 + k) * 81];
+        const Point &corner = corners[k], &next = corners[(k + 1) % 4], &last = corners[(k + 3) % 4];
+        for (std::size_t c = 0; c < 3; ++c) {
+            EXPECT_NEAR(row[c], corner[c], 1e-6);
+            EXPECT_NEAR(row[3 + c], 0.5 * (next[c] - corner[c]), 1e-6);
+            EXPECT_NEAR(row[6 + c], 0.5 * (last[c] - corner[c]), 1e-6);
+            EXPECT_NEAR(row[9 * 8 + c], c < 2 ? 0.5 : 0.0, 1e-6) << "the middle of the square";
+        }
+    }
+    // In the tessellation the four quads share their UV points, the others have none.
+    const ControlCage cage = read_obj(folder.path("t.obj")).cage.value();
+    EXPECT_EQ(cage.uv_count(), 25u);
+    for (std::size_t corner = 0; corner < cage.corner_count(); ++corner)
+        EXPECT_EQ(cage.uv_indices[corner] == unmapped_corner, corner < 15u * 16) << corner;
+}
+
+TEST(Export, SecondMapIsTheOtherFile) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj);
+    std::string text = cube_obj;
+    for (const char* point : {"vt 1 0", "vt 1 1"})
+        text.replace(text.find(point), 6, point[5] == '0' ? "vt 3 0" : "vt 3 1");
+    const std::string other = folder.write("wide.obj", text);
+    const auto largest_u = [&](const char* map) {
+        EXPECT_SUCCESS(run_sds(folder, {"export", mesh, "--uv-map", other, "--uv", "1", folder.path("uv.npy"), "--map",
+                                        map, "--uv-interpolation", "all_fixed"}));
+        double largest = 0.0;
+        const auto uvs = read_doubles(folder.path("uv.npy"), {6, 2, 2, 9});
+        for (std::size_t i = 0; i < uvs.size(); i += 9) largest = std::max(largest, uvs[i]);
+        return largest;
+    };
+    EXPECT_EQ(largest_u("0"), 1.0);
+    EXPECT_EQ(largest_u("1"), 3.0);
+}
+
+std::string moved(const std::string& text, double shift) {
+    std::string out;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        double x, y, z;
+        if (std::sscanf(line.c_str(), "v %lf %lf %lf", &x, &y, &z) == 3)
+            line = "v " + std::to_string(x + shift) + " " + std::to_string(y * (1.0 + shift)) + " " + std::to_string(z);
+        out += line + "\n";
+    }
+    return out;
+}
+
+TEST(Export, TimesGiveTheMeshOfThatTime) {
+    const ScratchFolder folder;
+    const std::string rest = folder.write("a.obj", sheet_obj);
+    const std::string b = folder.write("b.obj", moved(sheet_obj, 0.5)),
+                      c = folder.write("c.obj", moved(sheet_obj, 2.0));
+    const auto patches_of = [&](const std::string& mesh, const std::vector<std::string>& more) {
+        std::vector<std::string> arguments{"export", mesh, "--patches", folder.path("p.npy"), "--quiet"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        EXPECT_SUCCESS(run_sds(folder, arguments));
+        return std::get<std::vector<float>>(read_npy(folder.path("p.npy")).values);
+    };
+    const auto at_b = patches_of(b, {}), at_c = patches_of(c, {});
+    const auto expect_near = [](const std::vector<float>& p, const std::vector<float>& from,
+                                const std::vector<float>& to, float share) {
+        ASSERT_EQ(p.size(), from.size());
+        for (std::size_t i = 0; i < p.size(); ++i) ASSERT_NEAR(p[i], from[i] + (to[i] - from[i]) * share, 2e-6f) << i;
+    };
+    const std::vector<std::string> samples{"--time-samples", rest, b, c, "--times", "0", "1", "3"};
+    const auto at = [&](const char* time) {
+        std::vector<std::string> more = samples;
+        more.insert(more.end(), {"--time", time});
+        return patches_of(rest, more);
+    };
+    EXPECT_EQ(at("1"), at_b);
+    EXPECT_EQ(at("9"), at_c) << "clamped";
+    expect_near(at("1.5"), at_b, at_c, 0.25f);
+    expect_near(patches_of(rest, {"--motion", b, "--time", "0.5"}), patches_of(rest, {}), at_b, 0.5f);
+    // Evenly over [0, 1] without times.
+    expect_near(patches_of(rest, {"--time-samples", rest, b, c, "--time", "0.75"}), at_b, at_c, 0.5f);
+}
+
+}  // namespace
+}  // namespace sds_cli

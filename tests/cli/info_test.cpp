@@ -1,0 +1,109 @@
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "cli/stage_timer.h"
+#include "sds_process.h"
+
+namespace sds_cli {
+namespace {
+
+using Json = nlohmann::json;
+
+Json info_of(const ScratchFolder& folder, const std::string& mesh, std::vector<std::string> more = {}) {
+    more.insert(more.begin(), {"info", mesh, "--json"});
+    const SdsRun run = run_sds(folder, more);
+    EXPECT_SUCCESS(run);
+    return Json::parse(run.out);
+}
+
+TEST(Info, CountsWhatACubeIs) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj);
+    const Json info = info_of(folder, mesh, {"--uv", mesh});
+    EXPECT_EQ(info["polygons"], 6);
+    EXPECT_EQ(info["control_vertices"], 8);
+    EXPECT_EQ(info["quads"], 6);
+    EXPECT_EQ(info["subdivision_step"], false);
+    EXPECT_EQ(info["vertices"], Json::parse(R"({"smooth":8,"dart":0,"crease":0,"corner":0,"border":0})"));
+    EXPECT_EQ(info["patches"], Json::parse(R"({"regular":0,"boundary":0,"irregular":6})"));
+    EXPECT_EQ(info["valences"], Json::parse(R"({"3":8})"));
+    ASSERT_EQ(info["uv_maps"].size(), 2u);
+    EXPECT_EQ(info["uv_maps"][1]["name"], "cube");
+    EXPECT_EQ(info["uv_maps"][0]["unmapped_quads"], 0);
+    EXPECT_EQ(info["findings"], Json::array());
+    EXPECT_GT(info["bytes"]["patches"], 6 * 64);
+    // All twelve edges of the map have two polygons on different points, but for those that agree by chance.
+    EXPECT_GT(info["uv_maps"][0]["seam_edges"], 0);
+    // Bilinear patches are the cage itself.
+    const Json flat = info_of(folder, mesh, {"--interpolation", "linear"});
+    EXPECT_EQ(flat["bbox"], Json::parse(R"({"min":[-1.0,-1.0,-1.0],"max":[1.0,1.0,1.0]})"));
+    EXPECT_NEAR(flat["area"].get<double>(), 24.0, 1e-4);
+    EXPECT_EQ(info_of(folder, mesh, {"--interpolation", "bilinear"})["area"], flat["area"]);
+    EXPECT_EQ(info_of(folder, mesh, {"--interpolation", "0"})["area"], flat["area"]);
+}
+
+// A 4 x 4 grid: 9 inner vertices, 4 corners, 12 others on the border; 4 inner patches.
+TEST(Info, TellsBordersCornersAndRegularPatches) {
+    const ScratchFolder folder;
+    std::string text;
+    for (int j = 0; j < 5; ++j)
+        for (int i = 0; i < 5; ++i) text += "v " + std::to_string(i) + " " + std::to_string(j) + " 0\n";
+    for (int j = 0; j < 4; ++j)
+        for (int i = 0; i < 4; ++i) {
+            const int v = 5 * j + i + 1;
+            text += "f " + std::to_string(v) + " " + std::to_string(v + 1) + " " + std::to_string(v + 6) + " " +
+                    std::to_string(v + 5) + "\n";
+        }
+    const std::string mesh = folder.write("grid.obj", text + "t crease 2/1/0 11 12 inf\n");
+    const Json info = info_of(folder, mesh);
+    // The crease runs from a dart on the left inside to the centre.
+    EXPECT_EQ(info["vertices"], Json::parse(R"({"smooth":7,"dart":2,"crease":0,"corner":4,"border":12})"));
+    EXPECT_EQ(info["patches"]["irregular"], 6);
+    EXPECT_EQ(info["patches"]["boundary"], 10);
+    EXPECT_EQ(info["valences"], Json::parse(R"({"2":4,"3":12,"4":9})"));
+    const Json smooth = info_of(folder, mesh, {"--interpolation", "smooth"});
+    EXPECT_EQ(smooth["vertices"]["corner"], 0);
+    EXPECT_EQ(smooth["vertices"]["border"], 16);
+}
+
+TEST(Info, DescribesTheStepAndTheMap) {
+    const ScratchFolder folder;
+    const std::string mesh =
+        folder.write("sheet.obj", std::string(sheet_obj) + "vt 0 0\nvt 1 0\nvt 0 1\nf 1/1 8/2 9/3\n");
+    const Json info = info_of(folder, mesh);
+    EXPECT_EQ(info["subdivision_step"], true);
+    EXPECT_EQ(info["quads"], 5 + 3 + 3 + 4 + 3);
+    EXPECT_EQ(info["uv_maps"][0]["unmapped_quads"], 15);
+    EXPECT_GE(info["vertices"]["crease"], 1);
+    double total = 0.0;
+    for (const Json& stage : info["stages"])
+        if (stage["depth"] == 0) total += stage["seconds"].get<double>();
+    EXPECT_DOUBLE_EQ(total, info["build_seconds"].get<double>());
+}
+
+TEST(StageTimer, TimesNestedTasksAndPassesThemOn) {
+    AppProgressBar front;
+    StageTimer timer(&front);
+    timer.begin_task("outer", 0.5f, false);
+    timer.begin_task("inner", 0.5f, false);
+    EXPECT_EQ(front.get_label().to_std(), "inner");
+    timer.set_step_count(2);
+    timer.step(1);
+    EXPECT_FLOAT_EQ(front.get_position(), 0.125f);
+    timer.end_task();
+    timer.increment(0.5f);
+    timer.end_task();
+    timer.begin_task("last", 0.5f, false);
+    timer.set_value(1.0f);
+    EXPECT_FLOAT_EQ(front.get_position(), 1.0f);
+    timer.end_task();
+    ASSERT_EQ(timer.stages().size(), 3u);
+    EXPECT_EQ(timer.stages()[1].label, "inner");
+    EXPECT_EQ(timer.stages()[1].depth, 1u);
+    EXPECT_EQ(timer.stages()[2].depth, 0u);
+    EXPECT_LE(timer.stages()[1].seconds, timer.stages()[0].seconds);
+}
+
+}  // namespace
+}  // namespace sds_cli

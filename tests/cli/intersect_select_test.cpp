@@ -1,0 +1,207 @@
+// Hits and selections against brute force over the exported cells.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <random>
+
+#include "cli/read_obj.h"
+#include "qn_gmath/gmath_vec.h"
+#include "sds_process.h"
+
+namespace sds_cli {
+namespace {
+
+using Vec3 = GMathVec3<double>;
+
+struct Cells {
+    std::vector<Vec3> points;
+    std::vector<std::array<std::uint32_t, 4>> faces;
+    std::size_t per_quad = 0;
+};
+
+Cells cells_of(const ScratchFolder& folder, const std::string& mesh, unsigned int level, std::size_t quads) {
+    EXPECT_SUCCESS(run_sds(
+        folder, {"export", mesh, "--tessellation", folder.path("t.obj"), "--level", std::to_string(level), "--quiet"}));
+    const ControlCage cage = read_obj(folder.path("t.obj")).cage.value();
+    Cells cells;
+    for (std::size_t i = 0; i < cage.vertex_count(); ++i)
+        cells.points.push_back(
+            Vec3(GMathVec3<float>(cage.positions[3 * i], cage.positions[3 * i + 1], cage.positions[3 * i + 2])));
+    for (std::size_t f = 0; f < cage.polygon_count(); ++f) {
+        const std::uint32_t* face = &cage.polygon_indices[4 * f];
+        cells.faces.push_back({face[0], face[1], face[2], face[3]});
+    }
+    cells.per_quad = cells.faces.size() / quads;
+    return cells;
+}
+
+// Distance of a ray's hit with a triangle, infinite without one.
+double hit_triangle(const Vec3& origin, const Vec3& direction, const Vec3& a, const Vec3& b, const Vec3& c) {
+    const Vec3 ab = b - a, ac = c - a, p = direction.cross(ac), s = origin - a;
+    const double det = ab.dot(p);
+    const double u = s.dot(p) / det, v = direction.dot(s.cross(ab)) / det;
+    const double t = ac.dot(s.cross(ab)) / det;
+    return u >= 0.0 && v >= 0.0 && u + v <= 1.0 && t >= 0.0 ? t : std::numeric_limits<double>::infinity();
+}
+
+TEST(Intersect, FlatCellsAreThoseOfTheExport) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("sheet.obj", sheet_obj);
+    const std::size_t quads = 15, count = 2000;
+    const unsigned int level = 3;
+    const Cells cells = cells_of(folder, mesh, level, quads);
+    std::mt19937_64 random(7);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    std::vector<double> rays;
+    for (std::size_t i = 0; i < count; ++i) {
+        const Vec3 target{4.0 * unit(random) - 1.0, 1.7 * unit(random), 0.2};
+        const Vec3 origin = target + Vec3{unit(random) - 0.5, unit(random) - 0.5, 3.0};
+        const Vec3 direction = target - origin;
+        rays.insert(rays.end(), {origin[0], origin[1], origin[2], direction[0], direction[1], direction[2], 0.0,
+                                 std::numeric_limits<double>::infinity()});
+    }
+    write_doubles(folder.path("rays.npy"), rays, 8);
+    EXPECT_SUCCESS(
+        run_sds(folder, {"intersect", mesh, "--level", std::to_string(level), "--rays", folder.path("rays.npy"),
+                         "--hits", folder.path("hits.npy"), "--samples", "--threads", "2"}));
+    const std::vector<double> hits = read_doubles(folder.path("hits.npy"), {count, 19});
+    std::size_t hit_count = 0, differences = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const double *ray = &rays[8 * i], *hit = &hits[19 * i];
+        const Vec3 origin{ray[0], ray[1], ray[2]}, direction{ray[3], ray[4], ray[5]};
+        double nearest = std::numeric_limits<double>::infinity(), primitive = -1.0;
+        for (std::size_t f = 0; f < cells.faces.size(); ++f) {
+            const auto& [a, b, c, d] = cells.faces[f];
+            const auto& p = cells.points;
+            const double t = std::min(hit_triangle(origin, direction, p[a], p[b], p[c]),
+                                      hit_triangle(origin, direction, p[a], p[c], p[d]));
+            if (t < nearest) nearest = t, primitive = static_cast<double>(f / cells.per_quad);
+        }
+        if (hit[0] != primitive) {
+            ++differences;  // at shared edges and silhouettes
+            continue;
+        }
+        if (primitive < 0.0) {
+            EXPECT_TRUE(std::isinf(hit[3]) && std::isnan(hit[4]));
+            continue;
+        }
+        ++hit_count;
+        ASSERT_NEAR(hit[3], nearest, 2e-6) << i;
+        const Vec3 on_ray = origin + direction * hit[3];
+        ASSERT_LT((on_ray - Vec3{hit[4], hit[5], hit[6]}).length(), 5e-6) << "the sample is the hit";
+    }
+    EXPECT_GT(hit_count, count / 2);
+    EXPECT_LT(differences, 4u);
+}
+
+// Rays at known points of the limit surface, from a little above it.
+TEST(Intersect, LimitSurfaceIsHitWhereItIs) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj);
+    const std::size_t cells = 5, points = 6 * 36;
+    EXPECT_SUCCESS(run_sds(folder, {"export", mesh, "--samples", "5", folder.path("s.npy")}));
+    const std::vector<double> samples = read_doubles(folder.path("s.npy"), {6, cells + 1, cells + 1, 15});
+    std::vector<double> rays;
+    for (std::size_t i = 0; i < points; ++i) {
+        const double* s = &samples[15 * i];
+        for (std::size_t k = 0; k < 3; ++k) rays.push_back(s[k] + 0.25 * s[9 + k]);
+        for (std::size_t k = 0; k < 3; ++k) rays.push_back(-s[9 + k]);
+        rays.insert(rays.end(), {0.0, 10.0});
+    }
+    rays.insert(rays.end(), {5, 5, 5, 1, 0, 0, 0, 10});          // beside it
+    rays.insert(rays.end(), {5, 0, 0, 0, 0, 0, 0, 10});          // no direction
+    rays.insert(rays.end(), {0.0 / 0.0, 0, 0, 0, 0, 1, 0, 10});  // not finite
+    rays.insert(rays.end(), {0, 0, 5, 0, 0, -1, 0, 1});          // too short
+    write_doubles(folder.path("rays.npy"), rays, 8);
+    const SdsRun run =
+        run_sds(folder, {"intersect", mesh, "--rays", folder.path("rays.npy"), "--hits", folder.path("h.npy")});
+    EXPECT_SUCCESS(run);
+    EXPECT_THAT(run.err, testing::HasSubstr("ray 217 is not finite or has no direction, hits nothing; 2 cases"));
+    const std::vector<double> hits = read_doubles(folder.path("h.npy"), {points + 4, 4});
+    for (std::size_t i = 0; i < points; ++i) {
+        const std::size_t quad = i / 36, j = i / 6 % 6, k = i % 6;
+        ASSERT_NEAR(hits[4 * i + 3], 0.25, 2e-6) << i;
+        if (j == 0 || j == 5 || k == 0 || k == 5) continue;  // a neighbour may answer on edges
+        ASSERT_EQ(hits[4 * i], static_cast<double>(quad));
+        ASSERT_NEAR(hits[4 * i + 1], static_cast<double>(k) / 5, 1e-4);
+        ASSERT_NEAR(hits[4 * i + 2], static_cast<double>(j) / 5, 1e-4);
+    }
+    for (std::size_t i = points; i < points + 4; ++i) EXPECT_EQ(hits[4 * i], -1.0) << i;
+}
+
+// A cube that moves by 4 along x in a unit of time, hit by rays that wait for it.
+TEST(Intersect, RaysMeetTheSurfaceOfTheirTime) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj);
+    std::string text = cube_obj;
+    for (std::size_t at = 0; (at = text.find("v -1 ", at)) != std::string::npos;) text.replace(at, 5, "v 3 ");
+    for (std::size_t at = 0; (at = text.find("v 1 ", at)) != std::string::npos;) text.replace(at, 4, "v 5 ");
+    const std::string next = folder.write("next.obj", text);
+    std::vector<double> rays;
+    for (const double time : {0.0, 0.25, 0.5, 1.0})
+        for (const double x : {0.0, 1.0, 2.0, 4.0}) rays.insert(rays.end(), {x, 0.1, 5, 0, 0, -1, 0, 100, time});
+    write_doubles(folder.path("rays.npy"), rays, 9);
+    for (const std::vector<std::string>& motion :
+         {std::vector<std::string>{"--motion", next}, {"--time-samples", mesh, next}}) {
+        for (const char* level : {"0", "4"}) {
+            std::vector<std::string> arguments{
+                "intersect", mesh, "--level", level, "--rays", folder.path("rays.npy"), "--hits", folder.path("h.npy")};
+            arguments.insert(arguments.end(), motion.begin(), motion.end());
+            EXPECT_SUCCESS(run_sds(folder, arguments));
+            const std::vector<double> hits = read_doubles(folder.path("h.npy"), {16, 4});
+            for (std::size_t i = 0; i < 16; ++i) {
+                const bool is_centred = rays[9 * i] == 4.0 * rays[9 * i + 8];
+                const bool is_near = std::fabs(rays[9 * i] - 4.0 * rays[9 * i + 8]) < 0.5;
+                EXPECT_EQ(hits[4 * i] >= 0.0, is_near) << i;
+                if (is_centred) {
+                    EXPECT_NEAR(hits[4 * i + 3], hits[3], 1e-5) << i;
+                }
+            }
+        }
+    }
+}
+
+std::vector<unsigned int> selected(const ScratchFolder& folder, const std::string& mesh, const std::string& frustum,
+                                   const char* mode, const char* level) {
+    const SdsRun run = run_sds(folder, {"select", mesh, "--frustum", folder.write("f.json", frustum), "--mode", mode,
+                                        "--level", level, "--json", "--quiet"});
+    EXPECT_SUCCESS(run);
+    return nlohmann::json::parse(run.out)["selected"].get<std::vector<unsigned int>>();
+}
+
+TEST(Select, HalfSpacesSelectWhatTheirCellsSay) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("sheet.obj", sheet_obj);
+    const std::size_t quads = 15;
+    const Cells cells = cells_of(folder, mesh, 3, quads);
+    for (const double x : {-0.6, 0.1, 0.8, 1.7, 5.0, -5.0}) {
+        const std::string plane = "[1, 0, 0, " + std::to_string(-x) + "]";
+        std::vector<unsigned int> touching, inside;
+        for (unsigned int q = 0; q < quads; ++q) {
+            std::size_t in = 0, all = 0;
+            for (std::size_t f = q * cells.per_quad; f < (q + 1) * cells.per_quad; ++f)
+                for (const std::uint32_t v : cells.faces[f]) {
+                    in += cells.points[v][0] >= x ? 1 : 0;
+                    ++all;
+                }
+            if (in > 0) touching.push_back(q);
+            if (in == all) inside.push_back(q);
+        }
+        for (const std::string& frustum :
+             {"{\"sides\": [" + plane + "]}", "{\"near\": " + plane + "}", "{\"far\": " + plane + "}"}) {
+            EXPECT_EQ(selected(folder, mesh, frustum, "touch", "3"), touching) << x << frustum;
+            EXPECT_EQ(selected(folder, mesh, frustum, "inside", "3"), inside) << x << frustum;
+        }
+    }
+    EXPECT_EQ(selected(folder, mesh, "{}", "inside", "0").size(), quads);
+    const SdsRun plain =
+        run_sds(folder, {"select", mesh, "--frustum", folder.path("f.json"), "--mode", "touch", "--quiet"});
+    EXPECT_EQ(std::count(plain.out.begin(), plain.out.end(), '\n'), 15);
+}
+
+}  // namespace
+}  // namespace sds_cli

@@ -1,0 +1,139 @@
+#include <gmock/gmock.h>
+#include <png.h>
+
+#include <cstdlib>
+#include <limits>
+
+#include "cli/texture.h"
+#include "sds_process.h"
+
+namespace sds_cli {
+namespace {
+
+struct Picture {
+    unsigned int width = 0, height = 0;
+    std::vector<png_byte> rgb;
+
+    const png_byte* pixel(unsigned int x, unsigned int y) const { return &rgb[3 * (std::size_t{y} * width + x)]; }
+};
+
+Picture read_picture(const std::string& path) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    EXPECT_NE(png_image_begin_read_from_file(&image, path.c_str()), 0) << image.message;
+    image.format = PNG_FORMAT_RGB;
+    Picture picture{image.width, image.height, std::vector<png_byte>(PNG_IMAGE_SIZE(image))};
+    const png_color black{0, 0, 0};
+    EXPECT_NE(png_image_finish_read(&image, &black, picture.rgb.data(), 0, nullptr), 0);
+    return picture;
+}
+
+// In steps of 8 bits.
+double mean_difference(const Picture& a, const Picture& b) {
+    EXPECT_EQ(a.rgb.size(), b.rgb.size());
+    double sum = 0.0;
+    for (std::size_t i = 0; i < a.rgb.size(); ++i) sum += std::abs(int{a.rgb[i]} - int{b.rgb[i]});
+    return sum / static_cast<double>(a.rgb.size());
+}
+
+void write_picture(const std::string& path, unsigned int width, unsigned int height, const std::vector<png_byte>& rgb) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = width;
+    image.height = height;
+    image.format = PNG_FORMAT_RGB;
+    ASSERT_NE(png_image_write_to_file(&image, path.c_str(), 0, rgb.data(), 0, nullptr), 0);
+}
+
+TEST(Render, WritesPicturesAndTheirLayers) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj);
+    const std::vector<std::string> common{"--width", "48", "--height", "32", "--samples", "2", "--quiet"};
+    const auto render = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), {"render", mesh});
+        more.insert(more.end(), common.begin(), common.end());
+        const SdsRun run = run_sds(folder, more);
+        EXPECT_SUCCESS(run);
+        return run;
+    };
+    EXPECT_EQ(render({"-o", folder.path("a.png"), "--aov", "N,id", "--aov", "Z"}).err, "");
+    const Picture picture = read_picture(folder.path("a.png"));
+    EXPECT_EQ(picture.width, 48u);
+    EXPECT_EQ(picture.height, 32u);
+    for (const char* name : {"a.N.png", "a.id.png", "a.Z.png"}) EXPECT_EQ(read_picture(folder.path(name)).width, 48u);
+
+    render({"-o", folder.path("a.exr")});
+    const std::string exr = ScratchFolder::read(folder.path("a.exr"));
+    for (const char* channel : {"P.X", "N.Z", "uv.Y", "id", "Z"})
+        EXPECT_NE(exr.find(std::string(channel) + '\0'), std::string::npos) << channel;
+
+    // Whatever the number of threads; and the statistics do not change the picture.
+    const std::string first = ScratchFolder::read(folder.path("a.png"));
+    EXPECT_THAT(render({"-o", folder.path("b.png"), "--threads", "1", "--stats"}).err,
+                testing::AllOf(testing::HasSubstr("quads/s"), testing::HasSubstr("rays/s")));
+    EXPECT_TRUE(ScratchFolder::read(folder.path("b.png")) == first);
+    render({"-o", folder.path("b.png"), "--wire"});
+    EXPECT_FALSE(ScratchFolder::read(folder.path("b.png")) == first);
+}
+
+TEST(Render, ViewAndTextureShowTheRightSide) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj);
+    // Red in the lower half of v, green in the upper: the face towards +z has v along y.
+    const std::string texture = folder.path("t.png");
+    write_picture(texture, 1, 2, {0, 255, 0, 255, 0, 0});
+    EXPECT_SUCCESS(
+        run_sds(folder, {"render", mesh, "-o", folder.path("a.png"), "--texture", texture, "--view", "0 0", "--width",
+                         "33", "--height", "33", "--samples", "4", "--quiet", "--uv-interpolation", "all_fixed"}));
+    const Picture picture = read_picture(folder.path("a.png"));
+    const png_byte *upper = picture.pixel(16, 8), *lower = picture.pixel(16, 24);
+    EXPECT_GT(upper[1], upper[0] + 40);
+    EXPECT_GT(lower[0], lower[1] + 40);
+}
+
+TEST(Render, BlursMotionOnlyWhileTheShutterIsOpen) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj);
+    std::string text = cube_obj;
+    for (std::size_t at = 0; (at = text.find("v 1 ", at)) != std::string::npos;) text.replace(at, 4, "v 2 ");
+    const std::string next = folder.write("next.obj", text);
+    const auto render = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), {"render", mesh, "-o", folder.path("a.png"), "--width", "32", "--height", "24",
+                                   "--samples", "16", "--quiet"});
+        EXPECT_SUCCESS(run_sds(folder, more));
+        return read_picture(folder.path("a.png"));
+    };
+    // Blending the sources of a motion may round otherwise than a still surface.
+    const Picture still = render({}), blurred = render({"--motion", next});
+    EXPECT_LT(mean_difference(render({"--motion", next, "--shutter", "0", "0"}), still), 0.2);
+    EXPECT_LT(mean_difference(render({"--time-samples", next, mesh, "--times", "-1", "0.5", "--shutter", "0.5", "0.5"}),
+                              still),
+              0.2);
+    EXPECT_GT(mean_difference(blurred, still), 2.0);
+    EXPECT_TRUE(blurred.rgb == render({"--motion", next, "--shutter", "0", "1"}).rgb);
+}
+
+TEST(Texture, LooksUpBetweenTexelsAndRepeats) {
+    const ScratchFolder folder;
+    const std::string path = folder.path("t.png");
+    write_picture(path, 2, 2, {255, 0, 0, 0, 255, 0, 0, 0, 255, 255, 255, 255});
+    const Texture texture = Texture::read_png(path);
+    const auto expect = [&](double u, double v, float r, float g, float b) {
+        const sds_render::Color c = texture.look_up(u, v);
+        EXPECT_NEAR(c[0], r, 1e-6f) << u << ' ' << v;
+        EXPECT_NEAR(c[1], g, 1e-6f) << u << ' ' << v;
+        EXPECT_NEAR(c[2], b, 1e-6f) << u << ' ' << v;
+    };
+    expect(0.25, 0.75, 1, 0, 0);  // upper left: v points up
+    expect(0.75, 0.75, 0, 1, 0);
+    expect(0.25, 0.25, 0, 0, 1);
+    expect(-1.75, 3.25, 0, 0, 1);
+    expect(0.5, 0.75, 0.5f, 0.5f, 0);
+    expect(0.0, 0.75, 0.5f, 0.5f, 0);  // across the seam of the repeat
+    expect(0.0, 0.0, 0.5f, 0.5f, 0.5f);
+    expect(1e18, 0.25, texture.look_up(0.0, 0.25)[0], texture.look_up(0.0, 0.25)[1], texture.look_up(0.0, 0.25)[2]);
+    expect(std::numeric_limits<double>::quiet_NaN(), 0.0, 0, 0, 0);
+}
+
+}  // namespace
+}  // namespace sds_cli

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <string>
+#include <vector>
+
+#include "cli/npy.h"
+#include "scratch_folder.h"
+
+extern char** environ;
+
+namespace sds_cli {
+
+struct SdsRun {
+    int code = -1;  // exit code, or minus the signal
+    std::string out, err;
+};
+
+// Runs the built program.
+inline SdsRun run_sds(const ScratchFolder& folder, std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), QN_SDS_PROGRAM_PATH);
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    const std::string out = folder.path(".out"), err = folder.path(".err");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    pid_t pid = 0;
+    const int failure = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    SdsRun run;
+    if (failure != 0) return run;
+    int status = 0;
+    waitpid(pid, &status, 0);
+    run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    run.out = ScratchFolder::read(out);
+    run.err = ScratchFolder::read(err);
+    std::filesystem::remove(out);
+    std::filesystem::remove(err);
+    return run;
+}
+
+#define EXPECT_SUCCESS(run) EXPECT_EQ((run).code, 0) << (run).err
+
+inline std::vector<double> read_doubles(const std::string& path, const std::vector<std::size_t>& shape) {
+    const NpyArray array = read_npy(path);
+    EXPECT_EQ(array.shape, shape);
+    return std::get<std::vector<double>>(array.values);
+}
+
+inline void write_doubles(const std::string& path, const std::vector<double>& values, std::size_t row_size) {
+    const std::size_t shape[] = {values.size() / row_size, row_size};
+    write_npy<double>(path, shape, values);
+}
+
+// A cube from -1 to 1, faces outwards, with a UV square per face.
+inline const char* const cube_obj =
+    "v -1 -1 -1\nv 1 -1 -1\nv 1 1 -1\nv -1 1 -1\nv -1 -1 1\nv 1 -1 1\nv 1 1 1\nv -1 1 1\n"
+    "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\n"
+    "f 1/1 4/2 3/3 2/4\nf 5/1 6/2 7/3 8/4\nf 1/1 2/2 6/3 5/4\nf 2/1 3/2 7/3 6/4\nf 3/1 4/2 8/3 7/4\nf 4/1 1/2 5/3 "
+    "8/4\n";
+
+// A pentagon, a triangle and a quad side by side, with a crease: takes a subdivision step and has borders.
+inline const char* const sheet_obj =
+    "v 0 0 0\nv 1 0 0.3\nv 2 0 0\nv 2 1 0.2\nv 1.2 1.7 0\nv 0 1 0.4\nv 3 0.5 0.1\nv -1 0 0\nv -1 1 0\n"
+    "f 1 2 4 5 6\nf 2 3 4\nf 3 7 4\nf 8 1 6 9\n"
+    "t crease 2/1/0 1 3 inf\n";
+
+}  // namespace sds_cli

@@ -1,0 +1,87 @@
+#include "qn_app_base/app_progress_bar.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <thread>
+#include <vector>
+
+#include "qn_app_base/app_terminal_progress.h"
+
+namespace {
+
+TEST(AppProgressBar, WeightsNestAndEndTaskStandsAtItsEnd) {
+    AppProgressBar bar;
+    bar.begin_task("a", 0.5f, false);
+    bar.set_step_count(4);
+    bar.step(1);
+    EXPECT_FLOAT_EQ(bar.get_position(), 0.125f);
+    bar.step(9);  // no further than the task's end
+    EXPECT_FLOAT_EQ(bar.get_position(), 0.5f);
+    bar.set_value(0.0f);
+    bar.begin_task("b", 0.5f, false);
+    bar.set_value(0.5f);
+    EXPECT_FLOAT_EQ(bar.get_position(), 0.125f);
+    bar.end_task();
+    EXPECT_FLOAT_EQ(bar.get_position(), 0.25f);
+    bar.end_task();
+    EXPECT_FLOAT_EQ(bar.get_position(), 0.5f);
+    bar.begin_task("c", 0.5f, false);
+    bar.step(3);  // without a step count there is nothing to tell
+    EXPECT_FLOAT_EQ(bar.get_position(), 0.5f);
+    bar.end_task();
+    EXPECT_FLOAT_EQ(bar.get_position(), 1.0f);
+    bar.end_task();  // one too many
+    EXPECT_FLOAT_EQ(bar.get_position(), 1.0f);
+}
+
+TEST(AppProgressBar, LabelIsThatOfTheInnermostVisibleTask) {
+    AppProgressBar bar;
+    bar.begin_task("shown", 1.0f, false);
+    bar.begin_task("hidden", 1.0f, true);
+    EXPECT_EQ(bar.get_label(), CoreString("shown"));
+    bar.begin_task("inner", 1.0f, false);
+    EXPECT_EQ(bar.get_label(), CoreString("inner"));
+    bar.end_task();
+    EXPECT_EQ(bar.get_label(), CoreString("shown"));
+    bar.end_task();
+    EXPECT_EQ(bar.get_label(), CoreString("shown"));
+    bar.end_task();
+    EXPECT_EQ(bar.get_label(), CoreString());
+}
+
+TEST(AppProgressBar, ConcurrentIncrementsAreAllCounted) {
+    AppProgressBar bar;
+    bar.begin_task("work", 0.5f, false);
+    {
+        std::vector<std::jthread> threads;
+        for (unsigned int t = 0; t < 8; ++t)
+            threads.emplace_back([&bar] {
+                for (unsigned int i = 0; i < 512; ++i) bar.increment(1.0f / 4096.0f);
+            });
+    }
+    EXPECT_FLOAT_EQ(bar.get_position(), 0.5f);
+}
+
+TEST(AppTerminalProgress, WritesPlainLinesOffATerminal) {
+    std::FILE* file = std::tmpfile();
+    ASSERT_NE(file, nullptr);
+    {
+        AppTerminalProgress bar(file, "build");
+        for (unsigned int i = 0; i <= 1000; ++i) bar.set_value(static_cast<float>(i) / 1000.0f);
+    }
+    std::rewind(file);
+    std::vector<std::string> lines;
+    char buffer[256];
+    while (std::fgets(buffer, sizeof buffer, file) != nullptr) lines.emplace_back(buffer);
+    std::fclose(file);
+    EXPECT_GE(lines.size(), 4u);
+    EXPECT_LE(lines.size(), 6u);
+    for (const std::string& line : lines) {
+        EXPECT_TRUE(line.starts_with("build: ")) << line;
+        EXPECT_EQ(line.find('\r'), std::string::npos);
+    }
+    EXPECT_TRUE(lines.back().starts_with("build: 100%")) << lines.back();
+}
+
+}  // namespace

@@ -1,0 +1,177 @@
+#include "qn_geometry/geometry_point_cloud.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <thread>
+#include <vector>
+
+#include "qn_geometry/geometry_position_array.h"
+#include "qn_poly/poly_mesh.h"
+
+namespace {
+
+using Vec3f = GMathVec3<float>;
+
+// Point i of sample s stands at (s, i, loads so far).
+struct CountingLoader : GeometryPointCloud::SampleLoader {
+    std::atomic<unsigned int> loads{0};
+    std::atomic<unsigned int> inside{0};
+    std::atomic<bool> overlapped{false};
+    unsigned int count;
+    bool fails = false;
+    bool* destroyed = nullptr;
+
+    explicit CountingLoader(unsigned int n) : count(n) {}
+    ~CountingLoader() override {
+        if (destroyed != nullptr) *destroyed = true;
+    }
+    void load(const GMathTimeSampling&, const unsigned int& sample, Vec3f* out) override {
+        if (fails) throw std::bad_alloc();
+        if (inside.fetch_add(1) != 0) overlapped = true;
+        ++loads;
+        for (unsigned int i = 0; i < count; ++i)
+            out[i] = {static_cast<float>(sample), static_cast<float>(i), static_cast<float>(loads.load())};
+        std::this_thread::yield();
+        inside.fetch_sub(1);
+    }
+};
+using LoaderPointer = CoreSharedPointer<GeometryPointCloud::SampleLoader, CoreSharedCounter>;
+
+GMathTimeSampling three_times() {
+    CoreArray<double> times;
+    for (const double t : {0.0, 0.5, 1.0}) times.add(t);
+    return GMathTimeSampling(times);
+}
+
+TEST(GeometryPointCloud, InitCopiesWhatIsThere) {
+    const Vec3f points[2] = {{1, 2, 3}, {4, 5, 6}};
+    const Vec3f velocities[2] = {{1, 0, 0}, {0, 1, 0}};
+    const float radii[2] = {0.5f, 0.25f};
+    GeometryPointCloud cloud;
+    cloud.init(2, points, radii, velocities);
+    EXPECT_EQ(cloud.get_positions()[1], points[1]);
+    EXPECT_EQ(cloud.get_radii()[1], 0.25f);
+    EXPECT_EQ(cloud.get_velocities()[1], velocities[1]);
+    cloud.init(1, points, nullptr, nullptr);
+    EXPECT_EQ(cloud.get_count(), 1u);
+    EXPECT_FALSE(cloud.has_velocities());
+    EXPECT_TRUE(cloud.get_radii().is_empty());
+    cloud.init(3, false, true, true);
+    for (unsigned int i = 0; i < 3; ++i) {
+        EXPECT_EQ(cloud.get_positions()[i], Vec3f(0, 0, 0));
+        EXPECT_EQ(cloud.get_velocities()[i], Vec3f(0, 0, 0));
+    }
+    cloud.init(0, nullptr, nullptr, nullptr);
+    EXPECT_TRUE(cloud.is_empty());
+}
+
+TEST(GeometryPointCloud, SamplesAreLoadedOnFirstUseAndOnce) {
+    GeometryPointCloud cloud;
+    cloud.init(4, false, false, true);
+    auto* loader = new CountingLoader(4);
+    bool destroyed = false;
+    loader->destroyed = &destroyed;
+    cloud.init_sampling(three_times(), LoaderPointer(loader));
+    const size_t before = cloud.get_memory_size();
+    EXPECT_EQ(loader->loads, 0u);
+    const Vec3f* sample = cloud.get_sample_positions(2);
+    EXPECT_EQ(sample[3], Vec3f(2, 3, 1));
+    EXPECT_EQ(cloud.get_sample_positions(2), sample);
+    EXPECT_EQ(loader->loads, 1u);
+    EXPECT_EQ(cloud.get_memory_size(), before + 4 * sizeof(Vec3f));
+
+    // A copy shares the loader and loads for itself.
+    const GeometryPointCloud copy(cloud);
+    EXPECT_EQ(copy.get_sample_positions(2)[3], Vec3f(2, 3, 2));
+    EXPECT_NE(copy.get_sample_positions(2), sample);
+
+    cloud.init(4, false, false, true);
+    EXPECT_FALSE(cloud.has_sampling());
+    EXPECT_FALSE(destroyed);
+    {
+        GeometryPointCloud last(copy);
+        cloud = last;
+        cloud = cloud;
+    }
+    EXPECT_TRUE(cloud.has_sampling());
+}
+
+TEST(GeometryPointCloud, LoaderGoesWithItsLastCloud) {
+    bool destroyed = false;
+    {
+        GeometryPointCloud cloud;
+        auto* loader = new CountingLoader(0);
+        loader->destroyed = &destroyed;
+        cloud.init_sampling(three_times(), LoaderPointer(loader));
+        EXPECT_NE(cloud.get_sample_positions(0), nullptr);
+        EXPECT_EQ(cloud.get_sample_positions(0), cloud.get_sample_positions(0));
+        EXPECT_EQ(loader->loads, 1u);
+        const GeometryPointCloud copy(cloud);
+        cloud.init_sampling(GMathTimeSampling(), LoaderPointer());
+        EXPECT_FALSE(destroyed);
+    }
+    EXPECT_TRUE(destroyed);
+}
+
+TEST(GeometryPointCloud, FailedLoadLeavesTheSlotForAnotherTry) {
+    GeometryPointCloud cloud;
+    cloud.init(2, false, false, true);
+    auto* loader = new CountingLoader(2);
+    cloud.init_sampling(three_times(), LoaderPointer(loader));
+    loader->fails = true;
+    EXPECT_THROW(cloud.get_sample_positions(1), std::bad_alloc);
+    loader->fails = false;
+    EXPECT_EQ(cloud.get_sample_positions(1)[1], Vec3f(1, 1, 1));
+}
+
+TEST(GeometryPointCloud, ConcurrentReadersShareOneLoad) {
+    GeometryPointCloud cloud;
+    cloud.init(100, false, false, true);
+    auto* loader = new CountingLoader(100);
+    cloud.init_sampling(three_times(), LoaderPointer(loader));
+    std::vector<const Vec3f*> seen(8);
+    std::latch start(8);
+    {
+        std::vector<std::jthread> threads;
+        for (unsigned int t = 0; t < 8; ++t)
+            threads.emplace_back([&, t] {
+                start.arrive_and_wait();
+                for (unsigned int s = 0; s < 3; ++s) {
+                    seen[t] = cloud.get_sample_positions((s + t) % 3);
+                    EXPECT_EQ(seen[t][99][1], 99.0f);
+                }
+                seen[t] = cloud.get_sample_positions(1);
+            });
+    }
+    for (const Vec3f* sample : seen) EXPECT_EQ(sample, seen[0]);
+    EXPECT_EQ(loader->loads, 3u);
+    EXPECT_FALSE(loader->overlapped);
+}
+
+TEST(GeometryPositionArray, BlendsItsSources) {
+    const Vec3f a[2] = {{1, 0, 0}, {0, 2, 0}}, b[2] = {{3, 0, 0}, {0, 0, 4}};
+    const Vec3f* arrays[4] = {a, b, nullptr, nullptr};
+    const float weights[4] = {0.25f, 0.5f, 0, 0};
+    const GeometryPositionArray both(2, 2, arrays, weights);
+    EXPECT_EQ(both[0], Vec3f(1.75f, 0, 0));
+    EXPECT_EQ(both[1], Vec3f(0, 0.5f, 2));
+    EXPECT_EQ(GeometryPositionArray(2, 0, arrays, weights).get_count(), 0u);
+}
+
+TEST(PolyMesh, SamplesFallBackToTheRestPoints) {
+    PolyMesh mesh;
+    const Vec3f points[3] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
+    mesh.get_point_cloud().init(3, points, nullptr, nullptr);
+    CoreArray<unsigned int> counts, indices;
+    for (const unsigned int c : {3u, 0u, 2u}) counts.add(c);
+    for (const unsigned int v : {0u, 1u, 2u, 1u, 0u}) indices.add(v);
+    mesh.set_polygons(counts, indices, {});
+    EXPECT_EQ(mesh.get_polygon_offsets()[2], 3u);
+    EXPECT_EQ(mesh.get_sample_positions(5)[1], points[1]);
+    mesh.get_point_cloud().init_sampling(three_times(), LoaderPointer(new CountingLoader(3)));
+    EXPECT_EQ(mesh.get_sample_positions(2)[1], Vec3f(2, 1, 1));
+}
+
+}  // namespace

@@ -1,0 +1,52 @@
+// UV modes against those of OpenSubdiv's face-varying rules that are the same rule.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "support/uv_errors.h"
+
+using namespace sds_test;
+
+namespace {
+
+constexpr double bound = 2e-6;  // of the UV range
+
+void expect_rule(UvMode mode, FaceVarying rule) {
+    size_t regular = 0;
+    for (const ZooMesh* cage : cages_in(uvs, nonmanifold_edge | nonmanifold_vertex | opposite_winding | corner_tags)) {
+        // Two n-gons around an inner vertex follow a curve's rule.
+        const std::vector<unsigned char> exceptions = find_exceptions(*cage);
+        if (std::find(exceptions.begin(), exceptions.end(), 1) != exceptions.end()) continue;
+        SCOPED_TRACE(cage->name + ", " + name_of(mode));
+        BuiltSurface::Options options;
+        options.uv_mode = mode;
+        const BuiltSurface surface(*cage, options);
+        const UvErrors errors =
+            measure_uvs(surface, OpenSubdivOracle(*cage, OpenSubdivOracle::Boundary::edge_and_corner, rule));
+        EXPECT_LE(errors.regular.worst, bound);
+        EXPECT_LE(errors.corners.worst, bound);
+        regular += errors.regular.count;
+    }
+    EXPECT_GT(regular, 0u);
+}
+
+TEST(UvLimit, CornersFixedIsCornersOnly) { expect_rule(UvMode::corners_fixed, FaceVarying::corners_only); }
+TEST(UvLimit, BordersFixedIsBoundaries) { expect_rule(UvMode::borders_fixed, FaceVarying::boundaries); }
+TEST(UvLimit, AllFixedIsLinear) { expect_rule(UvMode::all_fixed, FaceVarying::linear_all); }
+
+// Where a map has no seam its interior is that of the mesh's own rule in every smooth mode.
+TEST(UvLimit, MapThatFollowsTheMeshIsItsSurface) {
+    ZooMesh cage = zoo_mesh("sheet");
+    cage.uv_points = cage.positions;
+    cage.uv_indices = cage.indices;
+    cage.groups = find_groups(cage);
+    const BuiltSurface surface(cage);
+    for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+        Vec3f positions[16], map[16];
+        surface.geometry.get_bezier_controls(q, positions);
+        surface.maps.get_bezier_controls(0, q, map);
+        for (unsigned int i = 0; i < 16; ++i) ASSERT_EQ(positions[i], map[i]) << "quad " << q << ", control " << i;
+    }
+}
+
+}  // namespace

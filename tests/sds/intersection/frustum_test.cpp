@@ -1,0 +1,238 @@
+#include <gmock/gmock.h>
+
+#include <limits>
+#include <random>
+
+#include "qn_ctx/ctx_eval.h"
+#include "qn_geometry/geometry_frustum_ctx.h"
+#include "sds/common/control_grid.h"
+#include "sds/common/cubic_basis.h"
+#include "sds/intersection/bezier_intersection.h"
+#include "support/recorders.h"
+
+namespace {
+
+using Vec3f = GMathVec3<float>;
+using Vec3d = GMathVec3<double>;
+
+constexpr int touch = 0;
+constexpr int inside = 1;
+
+class FrustumTest : public testing::Test {
+protected:
+    // Controls of the flat patch over [0, 1] x [0, 1] in the plane z.
+    static std::vector<Vec3f> flat(float z) {
+        std::vector<Vec3f> c(16);
+        for (unsigned int place = 0; place < 16; ++place)
+            c[sds::grid_order[place]] = {static_cast<float>(place % 4) / 3, static_cast<float>(place / 4) / 3, z};
+        return c;
+    }
+    static std::vector<Vec3f> random_patch(unsigned int seed) {
+        std::mt19937 random(seed);
+        std::uniform_real_distribution<float> uniform(-0.4f, 0.4f);
+        std::vector<Vec3f> c = flat(0);
+        for (Vec3f& p : c) p += Vec3f(uniform(random), uniform(random), uniform(random));
+        return c;
+    }
+    void add_side(Vec3d normal, double offset) { m_frustum.sides[m_frustum.side_count++] = {normal, offset}; }
+
+    // Runs one selection from a counter of 10 and the given flag; leaves the outcome in m_count and m_flag.
+    void select(const int& mode, const std::vector<Vec3f>& controls, unsigned int levels, unsigned char flag = 0,
+                unsigned char marker = 1) {
+        GeometryFrustumCtx ctx(&mode, &m_frustum);
+        ctx.selected_count = 10;
+        ctx.partial_flag = flag;
+        ctx.cull_marker = marker;
+        frustum_bezier_intersection(m_ctx, 0, controls.data(), ctx, levels);
+        m_count = ctx.selected_count - 10;
+        m_flag = ctx.partial_flag;
+        EXPECT_EQ(ctx.cull_marker, marker);
+    }
+
+    GeometryFrustum m_frustum;
+    CtxShader m_shader;
+    CtxThread m_thread;
+    CtxEval m_ctx{m_shader, &m_thread};
+    unsigned int m_count = 0;
+    unsigned char m_flag = 0;
+};
+
+TEST_F(FrustumTest, NoPlanesHoldEverything) {
+    for (const unsigned int levels : {0u, 1u, 3u, 5u})
+        for (const int mode : {touch, inside}) {
+            select(mode, flat(0), levels, 4);
+            EXPECT_EQ(m_count, 1u) << levels;
+            EXPECT_EQ(m_flag, 4) << levels;
+        }
+}
+
+TEST_F(FrustumTest, CountZeroTestsTheFourCorners) {
+    add_side({1, 0, 0}, 0.0);  // x >= 0: the corners are on it
+    select(inside, flat(0), 0);
+    EXPECT_EQ(m_count, 1u);
+    std::vector<Vec3f> bulging = flat(0);
+    bulging[2] = {-5, 0, 0};  // outside, but no corner
+    select(inside, bulging, 0);
+    EXPECT_EQ(m_count, 1u);
+    select(inside, bulging, 3);
+    EXPECT_EQ(m_count, 0u);
+    EXPECT_EQ(m_flag, 1);
+}
+
+// Against the definition, cell by cell, for patches and planes at random.
+TEST_F(FrustumTest, InsideMeansEveryCornerOfEveryCell) {
+    unsigned int selected = 0;
+    for (unsigned int seed = 0; seed < 400; ++seed) {
+        std::mt19937 random(seed);
+        std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+        const std::vector<Vec3f> controls = random_patch(seed);
+        m_frustum = GeometryFrustum();
+        for (unsigned int i = 0; i < seed % 5; ++i)
+            add_side({uniform(random), uniform(random), uniform(random)}, 1.0 + 0.4 * uniform(random));
+        m_frustum.near_plane = {{0, 0, 1}, 0.5 + 0.4 * uniform(random)};
+        m_frustum.far_plane = {{0, 0, -1}, 0.5 + 0.4 * uniform(random)};
+        Vec3d wide[16];
+        for (unsigned int i = 0; i < 16; ++i) wide[i] = Vec3d(controls[i]);
+        double least = std::numeric_limits<double>::infinity(), most = -least;
+        for (unsigned int i = 0; i <= 8; ++i)
+            for (unsigned int j = 0; j <= 8; ++j) {
+                const Vec3d p =
+                    sds::evaluate_patch(wide, sds::CubicBasis<double>(i / 8.0), sds::CubicBasis<double>(j / 8.0));
+                double worst = std::min(m_frustum.near_plane.get_distance(p), m_frustum.far_plane.get_distance(p));
+                for (unsigned int s = 0; s < m_frustum.side_count; ++s)
+                    worst = std::min(worst, m_frustum.sides[s].get_distance(p));
+                least = std::min(least, worst);
+                most = std::max(most, worst);
+            }
+        if (std::abs(least) < 1e-5 || std::abs(most) < 1e-5) continue;  // single precision decides
+        select(inside, controls, 3);
+        EXPECT_EQ(m_count, least > 0 ? 1u : 0u) << seed;
+        EXPECT_EQ(m_flag, least > 0 ? 0 : 1) << seed;
+        selected += m_count;
+        select(touch, controls, 3, 2);
+        if (most > 0) {
+            EXPECT_EQ(m_count, 1u) << seed;
+        }
+        EXPECT_EQ(m_flag, 2) << seed;
+    }
+    EXPECT_GT(selected, 20u);
+    EXPECT_LT(selected, 380u);
+}
+
+TEST_F(FrustumTest, BehindOnePlaneIsNeverTouched) {
+    add_side({0, 0, 1}, -0.5);
+    for (const unsigned int levels : {0u, 3u}) {
+        select(touch, flat(0), levels, 16, 32);
+        EXPECT_EQ(m_count, 0u);
+        EXPECT_EQ(m_flag, 16);  // touching keeps the caller's flag
+        select(inside, flat(0), levels, 16, 32);
+        EXPECT_EQ(m_count, 0u);
+        // Culled parts leave the marker, a corner outside leaves 1.
+        EXPECT_EQ(m_flag, levels == 0 ? 17 : 48);
+    }
+}
+
+TEST_F(FrustumTest, CrossingTheBoundarySelectsOnlyTheTouchMode) {
+    add_side({1, 0, 0}, -0.3);
+    select(touch, flat(0), 3, 64);
+    EXPECT_EQ(m_count, 1u);
+    EXPECT_EQ(m_flag, 64);
+    select(inside, flat(0), 3, 64, 2);
+    EXPECT_EQ(m_count, 0u);
+    EXPECT_NE(m_flag & 3, 0);
+    EXPECT_EQ(m_flag & 64, 64);
+}
+
+// A cell larger than the frustum touches it though none of its corners is in it.
+TEST_F(FrustumTest, CellAroundTheFrustumTouches) {
+    add_side({1, 0, 0}, -0.45);
+    add_side({-1, 0, 0}, 0.55);
+    add_side({0, 1, 0}, -0.45);
+    add_side({0, -1, 0}, 0.55);
+    select(touch, flat(0), 0);
+    EXPECT_EQ(m_count, 1u);
+    m_frustum.near_plane = {{0, 0, 1}, -1.0};
+    select(touch, flat(0), 0);
+    EXPECT_EQ(m_count, 0u);
+}
+
+// The box test forgives a distance below the rounding of single precision, the corner test does not.
+TEST_F(FrustumTest, BoxTestForgivesOneEpsilon) {
+    const double epsilon = static_cast<double>(std::numeric_limits<float>::epsilon());
+    add_side({0, 0, 1}, -0.5 * epsilon);
+    select(inside, flat(0), 3, 0, 2);
+    EXPECT_EQ(m_flag, 1);  // not culled: the corner of a leaf fails
+    m_frustum.sides[0].offset = -2.0 * epsilon;
+    select(inside, flat(0), 3, 0, 2);
+    EXPECT_EQ(m_flag, 2);  // culled
+    m_frustum.sides[0].offset = -epsilon;
+    select(inside, flat(0), 3, 0, 2);
+    EXPECT_EQ(m_flag, 2);  // on the limit counts as outside
+    m_frustum.near_plane = m_frustum.sides[0];
+    m_frustum.near_plane.offset = -0.5 * epsilon;
+    m_frustum.side_count = 0;
+    select(inside, flat(0), 3, 0, 2);
+    EXPECT_EQ(m_flag, 1);
+}
+
+TEST_F(FrustumTest, UnusedSidesAreNotRead) {
+    for (GeometryPlane& side : m_frustum.sides) side = {{0, 0, 1}, -100.0};
+    for (const int mode : {touch, inside}) {
+        select(mode, flat(0), 2);
+        EXPECT_EQ(m_count, 1u);
+    }
+}
+
+// Each level keeps one more pending node, so the pool of 128 gives out beyond 126 halvings.
+TEST_F(FrustumTest, ExhaustedPoolMakesCoarserLeavesAndSaysSo) {
+    const sds_test::LogCapture::Line line{
+        2, "sds.ray_bezier_intersection_estimate: 1 intersections skipped because of stack overflows\n"};
+    {
+        sds_test::LogCapture log(2);
+        select(touch, flat(0), 62);
+        EXPECT_EQ(m_count, 1u);
+        EXPECT_TRUE(log.lines.empty());
+        select(touch, flat(0), 70);
+        EXPECT_EQ(m_count, 1u);
+        EXPECT_THAT(log.lines, testing::ElementsAre(line));
+    }
+    {
+        sds_test::LogCapture log(1);
+        select(touch, flat(0), 70);
+        EXPECT_TRUE(log.lines.empty());
+    }
+    // The first of the coarse leaves fails a plane that its box passed.
+    sds_test::LogCapture log(2);
+    add_side({0, 0, 1}, -0.5 * static_cast<double>(std::numeric_limits<float>::epsilon()));
+    select(inside, flat(0), 70, 0, 2);
+    EXPECT_EQ(m_count, 0u);
+    EXPECT_EQ(m_flag, 1);
+    EXPECT_THAT(log.lines, testing::ElementsAre(line));
+}
+
+TEST_F(FrustumTest, WithoutScratchOrFrustumNothingHappens) {
+    const std::vector<Vec3f> controls = flat(0);
+    const CtxEval no_scratch(m_shader);
+    for (const int mode : {touch, inside}) {
+        GeometryFrustumCtx a(&mode, &m_frustum), b(&mode, nullptr);
+        a.selected_count = b.selected_count = 5;
+        a.partial_flag = b.partial_flag = 3;
+        frustum_bezier_intersection(no_scratch, 0, controls.data(), a, 3);
+        frustum_bezier_intersection(m_ctx, 0, controls.data(), b, 3);
+        for (const GeometryFrustumCtx* ctx : {&a, &b}) {
+            EXPECT_EQ(ctx->selected_count, 5u);
+            EXPECT_EQ(ctx->partial_flag, 3);
+        }
+    }
+}
+
+TEST_F(FrustumTest, NanPointsDoNotSelectInside) {
+    std::vector<Vec3f> controls = flat(0);
+    controls[0][0] = std::numeric_limits<float>::quiet_NaN();
+    add_side({1, 0, 0}, 10.0);
+    select(inside, controls, 2);
+    EXPECT_EQ(m_count, 0u);
+    EXPECT_EQ(m_flag, 1);
+}
+
+}  // namespace

@@ -1,0 +1,198 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+
+#include "../build_options.h"
+#include "qn_ctx/ctx_eval.h"
+#include "sds/intersection/bezier_intersection.h"
+
+namespace {
+
+using sds_test::BuiltSurface;
+using sds_test::Vec3d;
+using sds_test::Vec3f;
+using sds_test::ZooMesh;
+
+const CtxShader shader;
+
+TEST(SdsMesh, LevelsAndScales) {
+    const ZooMesh &quads = sds_test::zoo_mesh("cube"), &step = sds_test::zoo_mesh("tetrahedron");
+    const struct {
+        const ZooMesh& cage;
+        unsigned int level;
+        float scale;
+    } cases[] = {{quads, 0, 1.0f}, {quads, 1, 2.0f},  {quads, 2, 4.0f},         {step, 1, 1.0f},
+                 {step, 3, 4.0f},  {quads, 5, 32.0f}, {step, 0, -2147483648.0f}};
+    for (const auto& c : cases) {
+        const BuiltSurface surface(c.cage, sds_test::with_level(c.level));
+        EXPECT_EQ(surface.mesh.get_level_scale(), c.scale);
+        EXPECT_EQ(surface.mesh.get_level_scale_inv(), 1.0f / c.scale);
+    }
+    const SdsMesh empty;
+    EXPECT_EQ(empty.get_level_scale(), 0.0f);
+    EXPECT_EQ(empty.get_base(), nullptr);
+}
+
+TEST(SdsMesh, AnswersThroughItsParts) {
+    const ZooMesh& cage = sds_test::zoo_mesh("prism5_crease_loop");
+    const BuiltSurface surface(cage, sds_test::with_motion(cage.positions));
+    const SdsMesh& mesh = surface.mesh;
+    EXPECT_EQ(mesh.get_primitive_count(), surface.base.get_quad_indices().get_count() / 4);
+    EXPECT_EQ(mesh.get_primitive_edge_count(12345), 4u);
+    EXPECT_EQ(mesh.get_vertex_count(), surface.geometry.get_vertices().get_count());
+    EXPECT_TRUE(mesh.is_animated());
+    EXPECT_EQ(mesh.get_memory_size(), sizeof(SdsMesh));
+    CoreArray<unsigned int> indices(3, 9u);
+    mesh.get_primitive_indices(indices);
+    ASSERT_EQ(indices.get_count(), surface.base.get_quad_indices().get_count());
+    EXPECT_NE(indices.get_data(), surface.base.get_quad_indices().get_data());
+    EXPECT_EQ(mesh.get_bbox().get_max(), Vec3d(surface.geometry.get_bbox().get_max()));
+    for (unsigned int q = 0; q < mesh.get_primitive_count(); ++q)
+        for (unsigned int k = 0; k < 4; ++k) {
+            EXPECT_EQ(mesh.is_primitive_edge_visible(q, k), k == 0 || k == 3);
+            EXPECT_EQ(mesh.is_primitive_edge_crease(q, k), surface.base.is_edge_crease(4 * q + k));
+        }
+}
+
+TEST(SdsMesh, CopiesShareTheSurfaceAndAreFreshResources) {
+    BuiltSurface surface(sds_test::zoo_mesh("cube"), sds_test::with_level(2));
+    surface.mesh.set_name("original");
+    surface.mesh.set_hash_key(42);
+    std::unique_ptr<GeometryObject> copy(surface.mesh.get_copy());
+    ASSERT_NE(copy, nullptr);
+    const auto& other = dynamic_cast<const SdsMesh&>(*copy);
+    EXPECT_EQ(other.get_geometry(), surface.mesh.get_geometry());
+    EXPECT_EQ(other.get_level_scale(), 4.0f);
+    EXPECT_EQ(copy->get_name(), CoreString());
+    EXPECT_EQ(copy->get_hash_key(), 0u);
+    copy.reset();
+    EXPECT_EQ(surface.mesh.get_primitive_count(), 6u);
+    SdsMesh assigned;
+    assigned = surface.mesh;
+    EXPECT_EQ(assigned.get_name(), CoreString("original"));
+    EXPECT_EQ(assigned.get_hash_key(), 42u);
+    EXPECT_EQ(assigned.get_base(), &surface.base);
+}
+
+TEST(SdsMesh, ClassDestructorTakesNullObjectsAndArrays) {
+    EXPECT_TRUE(SdsMesh::___class_destructor__(nullptr, false));
+    EXPECT_TRUE(SdsMesh::___class_destructor__(nullptr, true));
+    EXPECT_TRUE(SdsMesh::___class_destructor__(new SdsMesh, false));
+    EXPECT_TRUE(SdsMesh::___class_destructor__(new SdsMesh[3], true));
+    EXPECT_TRUE(SdsMesh::___class_destructor__(new SdsMesh[0], true));
+    EXPECT_EQ(SdsMesh::class_info().create(), nullptr);
+}
+
+TEST(SdsMeshFrustum, ModesTwoAndThreeMarkTheFourVertices) {
+    const BuiltSurface surface(sds_test::zoo_mesh("tetrahedron"));
+    CtxThread thread;
+    const CtxEval ctx(shader, &thread);
+    const GeometryFrustum everything;
+    for (const int mode : {2, 3, 4, -1}) {
+        std::vector<unsigned char> marks(surface.geometry.get_vertices().get_count(), 0);
+        GeometryFrustumCtx frustum(&mode, &everything);
+        frustum.vertex_marks = marks.data();
+        frustum.partial_flag = 8;
+        surface.mesh.intersect_primitive(ctx, 5, frustum);
+        std::vector<unsigned char> expected(marks.size(), 0);
+        if (mode == 2 || mode == 3)
+            for (unsigned int k = 0; k < 4; ++k) expected[surface.base.get_quad_indices(5)[k]] = 1;
+        EXPECT_EQ(marks, expected) << mode;
+        EXPECT_EQ(frustum.selected_count, 0u);
+        EXPECT_EQ(frustum.partial_flag, 8);
+    }
+}
+
+// The level that the frustum sees: one plane that cuts off a bump which only enough cells notice.
+TEST(SdsMeshFrustum, LevelsCountTheStepThatTheBaseTook) {
+    for (const char* name : {"cube", "tetrahedron"})
+        for (const unsigned int level : {0u, 1u, 2u, 4u}) {
+            SCOPED_TRACE(testing::Message() << name << " level " << level);
+            const BuiltSurface surface(sds_test::zoo_mesh(name), sds_test::with_level(level));
+            const unsigned int taken = surface.base.get_base_tessellation_level() ? 1 : 0;
+            CtxThread thread;
+            const CtxEval ctx(shader, &thread);
+            const int inside = 1;
+            for (unsigned int i = 0; i < 60; ++i) {
+                GeometryFrustum frustum;
+                frustum.side_count = 1;
+                frustum.sides[0] = {{0.3, -0.4, -1}, 0.6 + 0.01 * i};
+                GeometryFrustumCtx found(&inside, &frustum), expected(&inside, &frustum);
+                for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+                    Vec3f controls[16];
+                    surface.geometry.get_bezier_controls(q, controls);
+                    surface.mesh.intersect_primitive(ctx, q, found);
+                    frustum_bezier_intersection(ctx, q, controls, expected, (level == 0 ? 3 : level) - taken);
+                    EXPECT_EQ(found.selected_count, expected.selected_count);
+                }
+            }
+        }
+}
+
+TEST(SdsMeshSample, LevelZeroAndForeignPrimitivesGoToTheLimit) {
+    const BuiltSurface adaptive(sds_test::zoo_mesh("cube")), cells(sds_test::zoo_mesh("cube"), sds_test::with_level(2));
+    const CtxEval ctx(shader);
+    GeometrySample a, b;
+    adaptive.mesh.compute_fragment_sample(ctx, {2, 0.3, 0.8, 0, 0}, a);
+    adaptive.geometry.compute_fragment_sample(ctx, {2, 0.3, 0.8, 0, 0}, b);
+    EXPECT_EQ(a.get_geometric_position(), b.get_geometric_position());
+    GeometrySample untouched;
+    untouched.init_surface({9, 9, 9}, {1, 0, 0}, {0, 1, 0}, {0, 0, 0}, {0, 0, 0}, {0, 0, 0});
+    cells.mesh.compute_fragment_sample(ctx, {6, 0.3, 0.8, 0, 0}, untouched);
+    EXPECT_EQ(untouched.get_geometric_position(), Vec3d(9, 9, 9));
+}
+
+// At a fixed level the sample lies on the flat triangle between three limit points of the cell.
+TEST(SdsMeshSample, CellSamplesAreFlatBetweenLimitPoints) {
+    for (const char* name : {"cube", "tetrahedron", "torus"}) {
+        const BuiltSurface surface(sds_test::zoo_mesh(name), sds_test::with_level(2));
+        const CtxEval ctx(shader);
+        const double s = static_cast<double>(surface.mesh.get_level_scale());
+        const auto limit = [&](unsigned int q, double u, double v) {
+            GeometrySample sample;
+            surface.geometry.compute_fragment_sample(ctx, {q, u, v, 0, 0}, sample);
+            return sample;
+        };
+        for (unsigned int q = 0; q < surface.quad_count(); q += 3)
+            for (const double u : {0.0, 0.1, 0.25, 0.6, 0.99, 1.0})
+                for (const double v : {0.0, 0.2, 0.5, 0.74, 1.0}) {
+                    SCOPED_TRACE(testing::Message() << name << " quad " << q << " at " << u << ", " << v);
+                    GeometrySample sample;
+                    surface.mesh.compute_fragment_sample(ctx, {q, u, v, 0, 0}, sample);
+                    const double u0 = std::min(std::floor(u * s), s - 1) / s,
+                                 v0 = std::min(std::floor(v * s), s - 1) / s;
+                    const double x = (u - u0) * s, y = (v - v0) * s, h = 1 / s;
+                    const Vec3d c0 = limit(q, u0, v0).get_geometric_position(),
+                                c2 = limit(q, u0 + h, v0 + h).get_geometric_position();
+                    const Vec3d side = x >= y ? limit(q, u0 + h, v0).get_geometric_position()
+                                              : limit(q, u0, v0 + h).get_geometric_position();
+                    const Vec3d du = x >= y ? side - c0 : c2 - side, dv = x >= y ? c2 - side : side - c0;
+                    const Vec3d n = du.cross(dv) * (1.0 / du.cross(dv).length());
+                    const Vec3d p = c0 + du * x + dv * y;
+                    for (unsigned int i = 0; i < 3; ++i) {
+                        EXPECT_NEAR(sample.get_geometric_position()[i], p[i], 2e-6);
+                        EXPECT_NEAR(sample.get_geometric_dpdu()[i], du[i] * s, 2e-5);
+                        EXPECT_NEAR(sample.get_geometric_dpdv()[i], dv[i] * s, 2e-5);
+                        EXPECT_NEAR(sample.get_geometric_normal()[i], n[i], 1e-4);
+                        EXPECT_NEAR(sample.get_smoothing_normal()[i], limit(q, u, v).get_smoothing_normal()[i], 1e-9);
+                    }
+                }
+    }
+}
+
+// Texture stays with the flat cell that a fragment lies on.
+TEST(SdsMeshSample, TextureIsThatOfTheCellsCorner) {
+    const BuiltSurface surface(sds_test::zoo_mesh("sheet_uv_islands"), sds_test::with_level(2));
+    const CtxEval ctx(shader);
+    const auto uvw_at = [&](const auto& source, double u, double v) {
+        Vec3d uvw, du, dv;
+        source.compute_fragment_uvw(ctx, {0, u, v, 0, 0}, 0, uvw, du, dv);
+        return uvw;
+    };
+    for (const double u : {0.0, 0.2, 0.25, 0.6, 0.999})
+        for (const double v : {0.0, 0.3, 0.7})
+            EXPECT_EQ(uvw_at(surface.mesh, u, v), uvw_at(surface.maps, std::floor(u * 4) / 4, std::floor(v * 4) / 4));
+}
+
+}  // namespace

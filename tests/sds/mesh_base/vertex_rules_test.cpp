@@ -1,0 +1,105 @@
+#include <gmock/gmock.h>
+
+#include "../build_options.h"
+
+namespace {
+
+using sds_test::BuiltSurface;
+using sds_test::to_core_array;
+using sds_test::ZooMesh;
+using testing::ElementsAre;
+
+using Rule = void (*)(const CoreBasicArray<unsigned int>&, const SdsMeshBase::EdgesTopology&,
+                      CoreArray<SdsMeshBase::VertexInfo>&);
+
+struct Quads {
+    CoreArray<unsigned int> indices;
+    CoreArray<SdsMeshBase::VertexInfo> infos;
+    SdsMeshBase::EdgesTopology edges;
+
+    Quads(const std::vector<unsigned int>& corners, unsigned int vertex_count) {
+        const CoreArray<unsigned int> counts(static_cast<unsigned int>(corners.size()) / 4, 4u);
+        CoreArray<unsigned int> offsets;
+        for (unsigned int q = 0; q < counts.get_count(); ++q) offsets.add(4 * q);
+        SdsMeshBase::import_quads(to_core_array(corners), counts, offsets, vertex_count, indices, infos, edges,
+                                  nullptr);
+    }
+    std::vector<bool> fixed_by(Rule rule, bool before = false) {
+        for (SdsMeshBase::VertexInfo& info : infos) info.set_fixed(before);
+        rule(indices, edges, infos);
+        std::vector<bool> fixed;
+        for (const SdsMeshBase::VertexInfo& info : infos) fixed.push_back(info.is_fixed());
+        return fixed;
+    }
+};
+
+TEST(VertexRules, TouchOnlyTheFixedBitOfUsedVertices) {
+    for (const Rule rule : {&SdsMeshBase::set_all_vertices_as_fixed, &SdsMeshBase::set_all_vertices_as_smoothed,
+                            &SdsMeshBase::set_border_vertices_as_fixed, &SdsMeshBase::set_corner_vertices_as_fixed}) {
+        Quads quads({0, 1, 2, 3, 1, 4, 5, 2, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}, 8);
+        std::vector<unsigned int> before;
+        for (SdsMeshBase::VertexInfo& info : quads.infos) {
+            info.bits |= 4 | 0xF0;
+            before.push_back(info.bits);
+        }
+        rule(quads.indices, quads.edges, quads.infos);
+        for (unsigned int v = 0; v < 8; ++v) EXPECT_EQ(quads.infos[v].bits & ~8u, before[v] & ~8u);
+        for (const unsigned int unused : {6u, 7u}) EXPECT_EQ(quads.infos[unused].bits, before[unused]);
+    }
+}
+
+TEST(VertexRules, AllFixedAndAllSmoothed) {
+    Quads quads({0, 1, 2, 3}, 5);
+    EXPECT_THAT(quads.fixed_by(&SdsMeshBase::set_all_vertices_as_fixed), ElementsAre(true, true, true, true, false));
+    EXPECT_THAT(quads.fixed_by(&SdsMeshBase::set_all_vertices_as_smoothed, true),
+                ElementsAre(false, false, false, false, true));
+}
+
+TEST(VertexRules, CornersOfAQuadAndOfAStrip) {
+    Quads quad({0, 1, 2, 3}, 4);
+    EXPECT_THAT(quad.fixed_by(&SdsMeshBase::set_corner_vertices_as_fixed), ElementsAre(true, true, true, true));
+    Quads strip({0, 1, 2, 3, 1, 4, 5, 2}, 6);
+    for (const bool before : {false, true})
+        EXPECT_THAT(strip.fixed_by(&SdsMeshBase::set_corner_vertices_as_fixed, before),
+                    ElementsAre(true, false, false, true, true, true));
+    EXPECT_THAT(strip.fixed_by(&SdsMeshBase::set_border_vertices_as_fixed), testing::Each(true));
+}
+
+// Vertex 0 is a lone corner of one quad and lies between two quads of another sheet: the last visit decides.
+TEST(VertexRules, LastCornerDecidesWhereTwoSheetsTouch) {
+    const std::vector<unsigned int> lone{0, 1, 2, 3};
+    const std::vector<unsigned int> pair{4, 5, 6, 0, 0, 6, 7, 8};
+    std::vector<unsigned int> lone_last = pair, lone_first = lone;
+    lone_last.insert(lone_last.end(), lone.begin(), lone.end());
+    lone_first.insert(lone_first.end(), pair.begin(), pair.end());
+    EXPECT_TRUE(Quads(lone_last, 9).fixed_by(&SdsMeshBase::set_corner_vertices_as_fixed)[0]);
+    EXPECT_FALSE(Quads(lone_first, 9).fixed_by(&SdsMeshBase::set_corner_vertices_as_fixed)[0]);
+    EXPECT_TRUE(Quads(lone_first, 9).fixed_by(&SdsMeshBase::set_border_vertices_as_fixed)[0]);
+}
+
+TEST(VertexRules, BorderRuleFixesExactlyTheVerticesOfBorders) {
+    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
+        SCOPED_TRACE(cage.name);
+        const BuiltSurface surface(cage, sds_test::with_mode(SdsMeshGeometry::InterpolationMode::borders_fixed));
+        const SdsMeshBase& base = surface.base;
+        std::vector<bool> expected(base.get_vertex_infos().get_count(), false);
+        for (unsigned int e = 0; e < base.get_quad_indices().get_count(); ++e)
+            if (base.is_edge_border(e))
+                for (const unsigned int h : {e, sds::next_in_quad(e)}) expected[base.get_quad_indices()[h]] = true;
+        for (unsigned int v = 0; v < expected.size(); ++v)
+            EXPECT_EQ(surface.geometry.get_vertex_infos()[v].is_fixed(), expected[v]) << v;
+    }
+}
+
+TEST(VertexInfo, SharpEdgesSaturateAtThree) {
+    SdsMeshBase::VertexInfo info;
+    info.set_fixed(true);
+    for (const unsigned int expected : {1u, 2u, 3u, 3u, 3u}) {
+        info.raise_sharp_edge_count();
+        EXPECT_EQ(info.get_sharp_edge_count(), expected);
+        EXPECT_TRUE(info.is_fixed());
+        EXPECT_EQ(info.bits & 4u, 0u);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,216 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <limits>
+
+#include "../build_options.h"
+#include "qn_ctx/ctx_eval.h"
+#include "qn_sys/sys_thread.h"
+#include "support/recorders.h"
+
+namespace {
+
+using sds_test::BuiltSurface;
+using sds_test::to_core_array;
+using sds_test::Vec3d;
+using sds_test::Vec3f;
+using sds_test::ZooMesh;
+using Mode = SdsMeshGeometry::InterpolationMode;
+using Matrix = GMathMatrix4x4<double>;
+
+const CtxShader shader;
+const CtxEval ctx(shader);
+
+// One group per polygon unless told otherwise.
+struct Grouped {
+    SdsMeshBase base;
+    SdsMeshGeometry geometry;
+
+    Grouped(const ZooMesh& cage, const std::vector<unsigned int>& groups, unsigned int group_count, Mode mode,
+            AppProgressBar* progress = nullptr) {
+        CoreArray<CoreString> names;
+        for (unsigned int g = 0; g < group_count; ++g) names.add(CoreString(std::to_string(g)));
+        base.set(static_cast<unsigned int>(cage.positions.size()), to_core_array(cage.indices),
+                 to_core_array(cage.counts), to_core_array(groups), names, nullptr);
+        geometry.set(base, to_core_array(cage.positions), {}, mode, progress);
+    }
+};
+
+ZooMesh flat_quad() {
+    ZooMesh cage;
+    cage.positions = {{0, 0, 0}, {2, 0, 0}, {2, 3, 0}, {0, 3, 0}};
+    cage.counts = {4};
+    cage.indices = {0, 1, 2, 3};
+    return cage;
+}
+
+TEST(Area, FlatQuadUnderAScale) {
+    const Grouped flat(flat_quad(), {0}, 1, Mode::all_fixed);
+    const auto& record = flat.geometry.get_area_record();
+    EXPECT_EQ(record.x, 0.0f);
+    EXPECT_EQ(record.y, 0.0f);
+    EXPECT_NEAR(record.z, 6.0f, 1e-5f);
+    EXPECT_EQ(record.blend, 0.0f);
+    EXPECT_NEAR(flat.geometry.estimate_area(ctx, Matrix()), 6.0, 1e-5);
+    EXPECT_NEAR(flat.geometry.estimate_area(ctx, Matrix::scale(2, 3, 4)), 36.0, 1e-4);
+    EXPECT_NEAR(flat.geometry.estimate_area(ctx, Matrix::scale(-2, 3, 4)), 36.0, 1e-4);
+    Matrix moved = Matrix::scale(2, 3, 4);
+    moved[3][0] = 1e6;
+    EXPECT_EQ(flat.geometry.estimate_area(ctx, moved), flat.geometry.estimate_area(ctx, Matrix::scale(2, 3, 4)));
+    EXPECT_NEAR(flat.geometry.estimate_primitive_area(ctx, 0, moved), 36.0, 1e-4);
+}
+
+TEST(Area, IdentityGivesTheSummedAreaOfTheZoo) {
+    for (const ZooMesh& cage : sds_test::mesh_zoo())
+        for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {
+            SCOPED_TRACE(cage.name);
+            const BuiltSurface surface(cage, sds_test::with_mode(mode));
+            double sum = 0.0;
+            for (unsigned int q = 0; q < surface.quad_count(); ++q)
+                sum += surface.geometry.estimate_primitive_area(ctx, q, Matrix());
+            EXPECT_NEAR(surface.geometry.estimate_area(ctx, Matrix()), sum, 2e-5 * sum);
+            EXPECT_NEAR(surface.geometry.estimate_shading_group_area(ctx, 0, Matrix()), sum, 2e-5 * sum);
+            const auto& record = surface.geometry.get_area_record();
+            EXPECT_GE(record.blend, -1e-4f);
+            EXPECT_LE(record.blend, 1.0f + 1e-4f);
+            // Any scale stays between the bounds that the projections give.
+            const Matrix m = Matrix::scale(0.5, 2.0, 3.0);
+            const double x = 6.0 * record.x, y = 1.5 * record.y, z = 1.0 * record.z;
+            EXPECT_GE(surface.geometry.estimate_area(ctx, m), std::sqrt(x * x + y * y + z * z) * (1 - 1e-4));
+            EXPECT_LE(surface.geometry.estimate_area(ctx, m), (x + y + z) * (1 + 1e-4));
+        }
+}
+
+// The nine cells of a patch against a fine triangulation of its limit points.
+TEST(Area, IsNearThatOfAFineTriangulation) {
+    for (const ZooMesh& cage : {sds_test::make_torus(24, 12), sds_test::zoo_mesh("cube_crease_corner")}) {
+        SCOPED_TRACE(cage.name);
+        const BuiltSurface surface(cage);
+        constexpr unsigned int n = 24;
+        double area = 0.0;
+        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            const auto at = [&](unsigned int i, unsigned int j) {
+                GeometrySample sample;
+                surface.geometry.compute_fragment_sample(
+                    ctx, {q, static_cast<double>(i) / n, static_cast<double>(j) / n, 0.0, 0.0}, sample);
+                return sample.get_geometric_position();
+            };
+            for (unsigned int i = 0; i < n; ++i)
+                for (unsigned int j = 0; j < n; ++j) {
+                    const Vec3d a = at(i, j), c = at(i + 1, j + 1);
+                    area += 0.5 * ((at(i + 1, j) - a).cross(c - a).length() + (c - a).cross(at(i, j + 1) - a).length());
+                }
+        }
+        EXPECT_NEAR(surface.geometry.estimate_area(ctx, Matrix()), area, 0.03 * area);
+    }
+}
+
+TEST(Bounds, GroupsHoldTheControlPointsOfTheirPatches) {
+    for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed})
+        for (const char* name : {"cube", "tetrahedron", "sheet"}) {
+            const ZooMesh& cage = sds_test::zoo_mesh(name);
+            std::vector<unsigned int> groups;
+            for (unsigned int p = 0; p < cage.counts.size(); ++p) groups.push_back(p % 3);
+            const Grouped surface(cage, groups, 4, mode);
+            std::vector<GMathBbox3<float>> boxes(4, GMathBbox3<float>::empty());
+            std::vector<double> areas(4, 0.0);
+            for (unsigned int q = 0; q < surface.base.get_primitive_count(); ++q) {
+                const unsigned int group = surface.base.get_primitive_shading_group_index(q);
+                Vec3f controls[16];
+                surface.geometry.get_bezier_controls(q, controls);
+                for (const Vec3f& p : controls) boxes[group].grow(p);
+                areas[group] += surface.geometry.estimate_primitive_area(ctx, q, Matrix());
+                GMathBbox3<double> box;
+                surface.geometry.compute_primitive_bbox(ctx, q, box);
+                for (const Vec3f& p : controls) EXPECT_TRUE(box.contains(Vec3d(p)));
+            }
+            GMathBbox3<float> all = GMathBbox3<float>::empty();
+            for (unsigned int g = 0; g < 4; ++g) {
+                EXPECT_EQ(surface.geometry.get_shading_group_bbox(g).get_min(), boxes[g].get_min()) << name << g;
+                EXPECT_EQ(surface.geometry.get_shading_group_bbox(g).get_max(), boxes[g].get_max()) << name << g;
+                EXPECT_NEAR(surface.geometry.estimate_shading_group_area(ctx, g, Matrix()), areas[g],
+                            2e-5 * areas[g] + 1e-12);
+                all.grow(boxes[g]);
+            }
+            EXPECT_TRUE(surface.geometry.get_shading_group_bbox(3).is_empty());
+            EXPECT_EQ(surface.geometry.get_bbox().get_min(), all.get_min());
+            EXPECT_EQ(surface.geometry.get_bbox().get_max(), all.get_max());
+        }
+}
+
+TEST(Bounds, NanPointsAreLeftOut) {
+    ZooMesh cage = sds_test::make_sheet(3);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    cage.positions[0] = {nan, 5e5f, -5e5f};
+    const std::vector<unsigned int> groups(cage.counts.size(), 0);
+    for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {
+        const Grouped broken(cage, groups, 1, mode);
+        const GMathBbox3<float>& box = broken.geometry.get_bbox();
+        EXPECT_TRUE(box.get_min().is_finite() && box.get_max().is_finite());
+        EXPECT_FALSE(box.is_empty());
+        EXPECT_LT(box.get_max()[1], 1e3f);
+        const double area = broken.geometry.estimate_area(ctx, Matrix());
+        EXPECT_TRUE(std::isfinite(area));
+        EXPECT_GT(area, 0.0);
+    }
+}
+
+TEST(Bounds, NoPointsGiveZeroBoxesAndRecords) {
+    for (const unsigned int group_count : {0u, 2u}) {
+        sds_test::RecordingProgress bar;
+        Grouped empty(ZooMesh{}, {}, group_count, Mode::corners_fixed, &bar);
+        for (unsigned int g = 0; g < group_count; ++g) {
+            EXPECT_EQ(empty.geometry.get_shading_group_bbox(g).get_min(), Vec3f(0, 0, 0));
+            EXPECT_EQ(empty.geometry.get_shading_group_bbox(g).get_max(), Vec3f(0, 0, 0));
+            EXPECT_EQ(empty.geometry.estimate_shading_group_area(ctx, g, Matrix()), 0.0);
+        }
+        EXPECT_EQ(empty.geometry.get_bbox().get_max(), Vec3f(0, 0, 0));
+        EXPECT_EQ(empty.geometry.estimate_area(ctx, Matrix()), 0.0);
+        EXPECT_EQ(bar.get_position(), 1.0f);
+    }
+}
+
+// Many groups on few patches: the workers' private rows must not mix.
+TEST(Bounds, ThreadedRowsMergePerGroup) {
+    const ZooMesh cage = sds_test::make_torus(30, 20);
+    std::vector<unsigned int> groups;
+    for (unsigned int p = 0; p < cage.counts.size(); ++p) groups.push_back(p * 7 % 37);
+    const auto build = [&](unsigned int threads) {
+        std::unique_ptr<Grouped> surface;
+        SysThreadArena(threads).execute(
+            [&] { surface = std::make_unique<Grouped>(cage, groups, 37, Mode::corners_fixed); });
+        return surface;
+    };
+    const auto one = build(1), four = build(4);
+    for (unsigned int g = 0; g < 37; ++g) {
+        EXPECT_EQ(one->geometry.get_shading_group_bbox(g).get_min(),
+                  four->geometry.get_shading_group_bbox(g).get_min());
+        EXPECT_EQ(one->geometry.get_shading_group_bbox(g).get_max(),
+                  four->geometry.get_shading_group_bbox(g).get_max());
+        double area = 0.0;
+        for (unsigned int q = 0; q < cage.counts.size(); ++q)
+            if (groups[q] == g) area += four->geometry.estimate_primitive_area(ctx, q, Matrix());
+        EXPECT_NEAR(four->geometry.estimate_shading_group_area(ctx, g, Matrix()), area, 1e-5 * area);
+    }
+}
+
+TEST(Bounds, BoxAtATimeFollowsTheVertices) {
+    const ZooMesh cage = sds_test::make_sheet(4);
+    const BuiltSurface still(cage), moving(cage, sds_test::with_motion(std::vector<Vec3f>(25, {1, 0, 2})));
+    const auto same = [](const GMathBbox3<float>& a, const GMathBbox3<float>& b) {
+        return a.get_min() == b.get_min() && a.get_max() == b.get_max();
+    };
+    EXPECT_TRUE(same(still.geometry.get_bbox_at(ctx, 5.0), still.geometry.get_bbox()));
+    EXPECT_TRUE(same(moving.geometry.get_bbox_at(ctx, 1e-8), moving.geometry.get_bbox()));
+    GMathBbox3<float> vertices = GMathBbox3<float>::empty();
+    for (const Vec3f& p : moving.geometry.get_vertices()) vertices.grow(p + Vec3f(1, 0, 2) * 0.5f);
+    EXPECT_TRUE(same(moving.geometry.get_bbox_at(ctx, 0.5), vertices));
+
+    GMathBbox3<double> rest, later;
+    moving.geometry.compute_primitive_bbox(ctx, 3, rest);
+    moving.geometry.compute_primitive_bbox_at(ctx, 3, 2.0, later);
+    EXPECT_NEAR(later.get_min()[0], rest.get_min()[0] + 2.0, 1e-5);
+    EXPECT_NEAR(later.get_max()[2], rest.get_max()[2] + 4.0, 1e-5);
+}
+
+}  // namespace

@@ -1,0 +1,262 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "../build_options.h"
+#include "qn_ctx/ctx_eval.h"
+#include "sds/common/control_grid.h"
+#include "sds/common/cubic_basis.h"
+
+namespace {
+
+using sds_test::BuiltSurface;
+using sds_test::Vec3d;
+using sds_test::Vec3f;
+using sds_test::ZooMesh;
+using Mode = SdsMeshGeometry::InterpolationMode;
+
+const CtxShader shader;
+const CtxEval ctx(shader);
+
+GeometrySample sample_at(const SdsMeshGeometry& geometry, unsigned int q, double u, double v) {
+    GeometrySample sample;
+    geometry.compute_fragment_sample(ctx, {q, u, v, 0.0, 0.0}, sample);
+    return sample;
+}
+
+void expect_near(const Vec3d& a, const Vec3d& b, double tolerance) {
+    for (unsigned int i = 0; i < 3; ++i) EXPECT_NEAR(a[i], b[i], tolerance) << "axis " << i;
+}
+
+void expect_unit_normals(const GeometrySample& sample) {
+    EXPECT_NEAR(sample.get_geometric_normal().length(), 1.0, 1e-9);
+    EXPECT_NEAR(sample.get_smoothing_normal().length(), 1.0, 1e-9);
+    for (const Vec3d& v : {sample.get_geometric_position(), sample.get_geometric_dpdu(), sample.get_geometric_dpdv(),
+                           sample.get_geometric_dndu(), sample.get_geometric_dndv(), sample.get_smoothing_dndu(),
+                           sample.get_smoothing_dndv(), sample.get_d2pduu(), sample.get_d2pduv(), sample.get_d2pdvv()})
+        EXPECT_TRUE(v.is_finite());
+}
+
+constexpr double places[] = {0.0, 0.13, 0.5, 0.77, 1.0};
+
+TEST(FragmentSample, PositionIsThePatchPoint) {
+    for (const ZooMesh& cage : sds_test::mesh_zoo())
+        for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {
+            SCOPED_TRACE(cage.name);
+            const BuiltSurface surface(cage, sds_test::with_mode(mode));
+            for (unsigned int q = 0; q < std::min(surface.quad_count(), 40u); ++q) {
+                Vec3f controls[16];
+                surface.geometry.get_bezier_controls(q, controls);
+                Vec3d wide[16];
+                for (unsigned int i = 0; i < 16; ++i) wide[i] = Vec3d(controls[i]);
+                for (const double u : places)
+                    for (const double v : places) {
+                        const GeometrySample sample = sample_at(surface.geometry, q, u, v);
+                        expect_near(sample.get_geometric_position(),
+                                    sds::evaluate_patch(wide, sds::CubicBasis<double>(u), sds::CubicBasis<double>(v)),
+                                    1e-6 * surface.diagonal());
+                        expect_unit_normals(sample);
+                    }
+            }
+        }
+}
+
+// Where the nets are the differences of the controls, derivatives are those of the position; the second ones too.
+TEST(FragmentSample, RegularDerivativesMatchDifferences) {
+    const BuiltSurface surface(sds_test::zoo_mesh("torus"));
+    for (unsigned int q = 0; q < surface.quad_count(); q += 5) {
+        Vec3f controls[16];
+        surface.geometry.get_bezier_controls(q, controls);
+        Vec3d wide[16];
+        for (unsigned int i = 0; i < 16; ++i) wide[i] = Vec3d(controls[i]);
+        const auto point = [&](double u, double v) {
+            return sds::evaluate_patch(wide, sds::CubicBasis<double>(u), sds::CubicBasis<double>(v));
+        };
+        for (const double u : {0.2, 0.5, 0.9})
+            for (const double v : {0.1, 0.6}) {
+                const GeometrySample s = sample_at(surface.geometry, q, u, v);
+                const double h = 1e-4;
+                expect_near(s.get_geometric_dpdu(), (point(u + h, v) - point(u - h, v)) * (0.5 / h), 1e-5);
+                expect_near(s.get_geometric_dpdv(), (point(u, v + h) - point(u, v - h)) * (0.5 / h), 1e-5);
+                expect_near(s.get_d2pduu(), (point(u + h, v) + point(u - h, v) - point(u, v) * 2.0) * (1 / h / h),
+                            1e-5);
+                expect_near(s.get_d2pdvv(), (point(u, v + h) + point(u, v - h) - point(u, v) * 2.0) * (1 / h / h),
+                            1e-5);
+                expect_near(s.get_d2pduv(),
+                            (point(u + h, v + h) - point(u + h, v - h) - point(u - h, v + h) + point(u - h, v - h)) *
+                                (0.25 / h / h),
+                            1e-5);
+            }
+        expect_near(sample_at(surface.geometry, q, 0, 0).get_geometric_dpdu(), (wide[1] - wide[0]) * 3.0, 1e-6);
+        expect_near(sample_at(surface.geometry, q, 0, 0).get_geometric_dpdv(), (wide[3] - wide[0]) * 3.0, 1e-6);
+    }
+}
+
+TEST(FragmentSample, IrregularEntriesOfTheNetsAreTheStoredTangents) {
+    // u-net place or v-net place + 12 of the two vectors of each bit.
+    constexpr unsigned int slots[8][2] = {{0, 12}, {2, 15}, {11, 23}, {9, 20}, {13, 14}, {5, 8}, {21, 22}, {3, 6}};
+    for (const char* name : {"cube", "lone_quad", "prism5_crease_loop", "sheet_dart", "torus"}) {
+        SCOPED_TRACE(name);
+        const BuiltSurface surface(sds_test::zoo_mesh(name));
+        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            Vec3f c[16], nets[24], expected[24];
+            surface.geometry.get_bezier_controls(q, c);
+            surface.geometry.get_bezier_tangents(q, nets);
+            const auto grid = [&](unsigned int r, unsigned int i) { return c[sds::grid_order[4 * r + i]]; };
+            for (unsigned int r = 0; r < 4; ++r)
+                for (unsigned int i = 0; i < 3; ++i) {
+                    expected[3 * r + i] = grid(r, i + 1) - grid(r, i);
+                    expected[12 + 4 * i + r] = grid(i + 1, r) - grid(i, r);
+                }
+            const SdsMeshBase::PatchTangentInfo& info = surface.geometry.get_tangent_infos()[q];
+            const Vec3f* stored = surface.geometry.get_bezier_tangents_array().get_data() + info.tangent_offset;
+            for (unsigned int bit = 0; bit < 8; ++bit)
+                if (((info.irregular >> bit) & 1u) != 0)
+                    for (const unsigned int slot : slots[bit]) expected[slot] = *stored++;
+            for (unsigned int i = 0; i < 24; ++i) EXPECT_EQ(nets[i], expected[i]) << i;
+        }
+    }
+}
+
+TEST(FragmentSample, PrimitiveBeyondTheLastIsUntouched) {
+    const BuiltSurface surface(sds_test::zoo_mesh("cube"));
+    GeometrySample sample;
+    sample.init_surface({1, 2, 3}, {1, 0, 0}, {0, 0, 1}, {0, 0, 0}, {0, 0, 0}, {0, 0, 0});
+    for (const unsigned int q : {surface.quad_count(), 0xFFFFFFFFu}) {
+        surface.geometry.compute_fragment_sample(ctx, {q, 0.5, 0.5, 0.0, 1.0}, sample);
+        EXPECT_EQ(sample.get_geometric_position(), Vec3d(1, 2, 3));
+        EXPECT_EQ(sample.get_geometric_normal(), Vec3d(0, -1, 0));
+    }
+}
+
+TEST(FragmentSample, TimeAndMotion) {
+    const ZooMesh& cage = sds_test::zoo_mesh("sheet");
+    const BuiltSurface still(cage);
+    const BuiltSurface moving(cage, sds_test::with_motion(std::vector<Vec3f>(cage.positions.size(), {4, 0, -8})));
+    const Vec3d rest = sample_at(still.geometry, 3, 0.3, 0.6).get_geometric_position();
+    GeometrySample sample;
+    still.geometry.compute_fragment_sample(ctx, {3, 0.3, 0.6, 0.5, 0.25}, sample);
+    EXPECT_FALSE(sample.has_position_dt());
+    EXPECT_EQ(sample.get_geometric_position(), rest);
+    for (const double interval : {0.0, 1e-8, -1e-8}) {
+        moving.geometry.compute_fragment_sample(ctx, {3, 0.3, 0.6, 0.5, interval}, sample);
+        EXPECT_FALSE(sample.has_position_dt());
+    }
+    for (const double interval : {0.25, -0.5}) {
+        moving.geometry.compute_fragment_sample(ctx, {3, 0.3, 0.6, 0.5, interval}, sample);
+        expect_near(sample.get_geometric_position(), rest + Vec3d(2, 0, -4), 1e-5);
+        ASSERT_TRUE(sample.has_position_dt());
+        expect_near(sample.get_geometric_position_dt(), {4, 0, -8}, 1e-4);
+    }
+    moving.geometry.compute_fragment_sample(ctx, {3, 0.3, 0.6, 1e-8, 0.0}, sample);
+    EXPECT_EQ(sample.get_geometric_position(), rest);
+}
+
+TEST(EdgeSample, LiesOnTheEdgeInBothDirections) {
+    const BuiltSurface surface(sds_test::zoo_mesh("prism5_crease_loop"));
+    constexpr double ends[4][4] = {{0, 0, 1, 0}, {1, 0, 1, 1}, {1, 1, 0, 1}, {0, 1, 0, 0}};
+    for (unsigned int q = 0; q < surface.quad_count(); q += 3)
+        for (unsigned int k = 0; k < 4; ++k)
+            for (const double t : places) {
+                const double* e = ends[k];
+                const GeometrySample expected =
+                    sample_at(surface.geometry, q, e[0] + (e[2] - e[0]) * t, e[1] + (e[3] - e[1]) * t);
+                GeometrySample along, back;
+                surface.geometry.compute_edge_sample(q, k, t, false, along);
+                surface.geometry.compute_edge_sample(q, k, 1.0 - t, true, back);
+                expect_near(along.get_geometric_position(), expected.get_geometric_position(), 1e-6);
+                expect_near(back.get_geometric_position(), expected.get_geometric_position(), 1e-6);
+                expect_near(along.get_smoothing_normal(), expected.get_smoothing_normal(), 1e-5);
+            }
+}
+
+ZooMesh lone(const std::vector<Vec3f>& corners) {
+    ZooMesh cage;
+    cage.positions = corners;
+    cage.counts = {4};
+    cage.indices = {0, 1, 2, 3};
+    cage.corner_creases.assign(4, 0);
+    return cage;
+}
+
+Vec3f turned(double x, double y) {
+    // A plane that no axis lies in, so that nothing cancels to zero by luck.
+    const Vec3d a(0.6123, 0.2871, -0.7366), b(-0.4459, 0.8950, -0.0218);
+    return Vec3f(a * x + b * y + Vec3d(0.331, -0.127, 0.943));
+}
+
+TEST(DegenerateNormals, AreNeverNan) {
+    const std::vector<std::pair<const char*, std::vector<Vec3f>>> quads{
+        {"one point", {{1, 2, 3}, {1, 2, 3}, {1, 2, 3}, {1, 2, 3}}},
+        {"segment", {{0, 0, 0}, {1, 0, 0}, {1, 0, 0}, {0, 0, 0}}},
+        {"collinear", {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {3, 3, 3}}},
+        {"collapsed edge", {turned(0, 0), turned(1, 0), turned(1, 1), turned(0, 0)}},
+        {"bow tie", {turned(0, 0), turned(1, 0), turned(0, 1), turned(1, 1)}},
+        {"tiny", {{0, 0, 0}, {1e-30f, 0, 0}, {1e-30f, 1e-30f, 0}, {0, 1e-30f, 0}}},
+        {"thin", {turned(0, 0), turned(1, 0), turned(1, 1e-6), turned(0, 1e-6)}},
+        {"far away", {{1e6f, 1e6f, 0}, {1e6f + 1, 1e6f, 0}, {1e6f + 1, 1e6f + 1, 0}, {1e6f, 1e6f + 1, 0}}},
+        {"huge", {{0, 0, 0}, {1e18f, 0, 0}, {1e18f, 1e18f, 0}, {0, 1e18f, 0}}},
+    };
+    for (const auto& [name, corners] : quads)
+        for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
+            SCOPED_TRACE(name);
+            const BuiltSurface surface(lone(corners), sds_test::with_mode(mode));
+            for (const double u : places)
+                for (const double v : places) expect_unit_normals(sample_at(surface.geometry, 0, u, v));
+        }
+}
+
+// A flat quad has one normal, however its corners degenerate.
+TEST(DegenerateNormals, FlatQuadsKeepTheNormalOfTheirPlane) {
+    const Vec3d plane = (Vec3d(turned(1, 0)) - Vec3d(turned(0, 0))).cross(Vec3d(turned(0, 1)) - Vec3d(turned(0, 0)));
+    const Vec3d normal = plane * (1.0 / plane.length());
+    const std::vector<std::pair<const char*, std::vector<Vec3f>>> quads{
+        {"plain", {turned(0, 0), turned(1, 0), turned(1, 1), turned(0, 1)}},
+        {"collapsed edge", {turned(0, 0), turned(1, 0), turned(1, 1), turned(0, 0)}},
+        {"straight corner", {turned(0, 0), turned(0.7, -0.7), turned(1.3, 1.1), turned(-0.9, 0.9)}},
+        {"another straight corner", {turned(0, 0), turned(1.7, -0.3), turned(1.3, 1.1), turned(-1.7, 0.3)}},
+    };
+    for (const auto& [name, corners] : quads)
+        for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
+            SCOPED_TRACE(testing::Message() << name << " mode " << static_cast<unsigned int>(mode));
+            const BuiltSurface surface(lone(corners), sds_test::with_mode(mode));
+            for (const double u : places)
+                for (const double v : places) {
+                    const GeometrySample sample = sample_at(surface.geometry, 0, u, v);
+                    EXPECT_GT(sample.get_geometric_normal().dot(normal), 0.999) << "at " << u << ", " << v;
+                    EXPECT_GT(sample.get_smoothing_normal().dot(normal), 0.999) << "at " << u << ", " << v;
+                }
+        }
+}
+
+// Quads that end in one vertex: the pole of a dome.
+TEST(DegenerateNormals, PoleOfCollapsedQuads) {
+    ZooMesh cage;
+    const unsigned int n = 9;
+    cage.positions.emplace_back(0.0f, 0.0f, 1.0f);
+    for (const double z : {0.7, 0.0})
+        for (unsigned int i = 0; i < n; ++i) {
+            const double a = 6.283185307179586 * i / n;
+            cage.positions.push_back(Vec3f(Vec3d(std::cos(a) * (1.2 - z), std::sin(a) * (1.2 - z), z)));
+        }
+    for (unsigned int i = 0; i < n; ++i) {
+        const unsigned int j = (i + 1) % n;
+        for (const unsigned int v : {0u, 0u, 1 + i, 1 + j}) cage.indices.push_back(v);
+        for (const unsigned int v : {1 + j, 1 + i, 1 + n + i, 1 + n + j}) cage.indices.push_back(v);
+    }
+    cage.counts.assign(2 * n, 4);
+    cage.corner_creases.assign(cage.indices.size(), 0);
+    for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
+        const BuiltSurface surface(cage, sds_test::with_mode(mode));
+        for (unsigned int q = 0; q < surface.quad_count(); q += 2)
+            for (const double u : places)
+                for (const double v : places) {
+                    const GeometrySample sample = sample_at(surface.geometry, q, u, v);
+                    expect_unit_normals(sample);
+                    EXPECT_GT(std::fabs(sample.get_smoothing_normal()[2]), 0.2) << q << " at " << u << ", " << v;
+                }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,291 @@
+// UV maps through the build: classification at seams, patches, copies, look-up on edges.
+#include <gmock/gmock.h>
+
+#include <map>
+#include <memory>
+#include <set>
+
+#include "../build_options.h"
+#include "qn_ctx/ctx_eval.h"
+#include "support/recorders.h"
+
+namespace {
+
+using sds_test::BuiltSurface;
+using sds_test::RecordingProgress;
+using sds_test::to_core_array;
+using sds_test::Vec3d;
+using sds_test::Vec3f;
+using sds_test::ZooMesh;
+using Mode = SdsMeshMaps::InterpolationMode;
+
+constexpr unsigned int none = 0xFFFFFFFF;
+const CtxShader shader;
+const CtxEval ctx(shader);
+
+// Two quads side by side: 0 1 2 3 and 1 4 5 2. The map parts them along the shared edge.
+ZooMesh strip(bool seam) {
+    ZooMesh cage;
+    cage.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}, {2, 1, 0}};
+    cage.counts = {4, 4};
+    cage.indices = {0, 1, 2, 3, 1, 4, 5, 2};
+    cage.corner_creases.assign(8, 0);
+    cage.groups = sds_test::uvs;
+    if (seam) {
+        for (unsigned int c = 0; c < 8; ++c) {
+            const Vec3f& p = cage.positions[cage.indices[c]];
+            cage.uv_points.emplace_back(p[0] + (c < 4 ? 0.0f : 10.0f), p[1], 0.0f);
+            cage.uv_indices.push_back(c);
+        }
+    } else {
+        cage.uv_points = cage.positions;
+        cage.uv_indices = cage.indices;
+    }
+    return cage;
+}
+
+std::set<unsigned int> fixed_vertices(const SdsMeshMaps::SdsUvMap& map) {
+    std::set<unsigned int> fixed;
+    for (unsigned int v = 0; v < map.vertex_infos.get_count(); ++v)
+        if (map.vertex_infos[v].is_fixed()) fixed.insert(v);
+    return fixed;
+}
+
+TEST(UvVertexRules, SeamBetweenTwoQuads) {
+    const ZooMesh cage = strip(true);
+    const std::set<unsigned int> all{0, 1, 2, 3, 4, 5, 6, 7}, seam{1, 2, 4, 7};
+    const std::pair<Mode, std::set<unsigned int>> expected[] = {
+        {Mode::all_fixed, all},
+        {Mode::corners_fixed, all},  // every UV vertex is a corner of its island
+        {Mode::all_smoothed, {}},
+        {Mode::borders_fixed, all},
+        {Mode::smoothed_seam_corners_fixed, seam},  // the outer ones are corners of the mesh too
+        {Mode::smoothed_seams_fixed, seam},
+        {Mode::corners_and_seams_fixed, all},
+        {Mode(7), {}},
+    };
+    for (const auto& [mode, fixed] : expected)
+        EXPECT_EQ(fixed_vertices(BuiltSurface(cage, sds_test::with_uv_mode(mode)).maps.get_uv_map(0)), fixed)
+            << static_cast<unsigned int>(mode);
+    const ZooMesh whole = strip(false);
+    EXPECT_TRUE(
+        fixed_vertices(BuiltSurface(whole, sds_test::with_uv_mode(Mode::smoothed_seams_fixed)).maps.get_uv_map(0))
+            .empty());
+    EXPECT_TRUE(fixed_vertices(
+                    BuiltSurface(whole, sds_test::with_uv_mode(Mode::smoothed_seam_corners_fixed)).maps.get_uv_map(0))
+                    .empty());
+}
+
+// A seam that runs straight through a sheet: its inner vertices lie on it, only its ends are corners.
+TEST(UvVertexRules, OnlyTurnsOfASeamAreSeamCorners) {
+    ZooMesh cage = sds_test::make_sheet(4);
+    cage.groups |= sds_test::uvs;
+    cage.uv_points = cage.positions;
+    cage.uv_indices = cage.indices;
+    // The right half uses copies of the middle column's vertices.
+    const unsigned int stride = 5, middle = 2;
+    std::map<unsigned int, unsigned int> copies;
+    for (unsigned int q = 0; q < cage.counts.size(); ++q) {
+        bool right = false;
+        for (unsigned int k = 0; k < 4; ++k) right |= cage.indices[4 * q + k] % stride > middle;
+        if (!right) continue;
+        for (unsigned int k = 0; k < 4; ++k) {
+            const unsigned int v = cage.indices[4 * q + k];
+            if (v % stride != middle) continue;
+            if (!copies.contains(v)) {
+                copies[v] = static_cast<unsigned int>(cage.uv_points.size());
+                cage.uv_points.push_back(cage.uv_points[v]);
+            }
+            cage.uv_indices[4 * q + k] = copies[v];
+        }
+    }
+    ASSERT_EQ(copies.size(), 5u);
+    std::set<unsigned int> on_seam, ends;
+    for (const auto& [v, copy] : copies) {
+        on_seam.insert({v, copy});
+        if (v == copies.begin()->first || v == copies.rbegin()->first) ends.insert({v, copy});
+    }
+    EXPECT_EQ(fixed_vertices(BuiltSurface(cage, sds_test::with_uv_mode(Mode::smoothed_seams_fixed)).maps.get_uv_map(0)),
+              on_seam);
+    EXPECT_EQ(fixed_vertices(
+                  BuiltSurface(cage, sds_test::with_uv_mode(Mode::smoothed_seam_corners_fixed)).maps.get_uv_map(0)),
+              ends);
+}
+
+TEST(UvMaps, ModeZeroIsLinear) {
+    for (const char* name : {"cube_uv_islands", "prism7_uvs", "sheet_uv_islands"}) {
+        SCOPED_TRACE(name);
+        const ZooMesh& cage = sds_test::zoo_mesh(name);
+        const BuiltSurface surface(cage, sds_test::with_uv_mode(Mode::all_fixed));
+        const SdsMeshMaps::SdsUvMap& map = surface.maps.get_uv_map(0);
+        EXPECT_TRUE(map.patches.is_empty());
+        EXPECT_TRUE(map.corners.is_empty());
+        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            Vec3f c[16];
+            surface.maps.get_bezier_controls(0, q, c);
+            const unsigned int* quad = map.quad_indices.get_data() + 4 * size_t{q};
+            for (unsigned int k = 0; k < 4; ++k) EXPECT_EQ(c[4 * k], map.vertices[quad[k]]);
+            Vec3d uvw, du, dv;
+            surface.maps.compute_fragment_uvw(ctx, {q, 0.5, 0.5, 0, 0}, 0, uvw, du, dv);
+            for (unsigned int i = 0; i < 3; ++i) {
+                const double mean = 0.25 * (double{map.vertices[quad[0]][i]} + double{map.vertices[quad[1]][i]} +
+                                            double{map.vertices[quad[2]][i]} + double{map.vertices[quad[3]][i]});
+                EXPECT_NEAR(uvw[i], mean, 1e-6);
+            }
+        }
+    }
+}
+
+TEST(UvMaps, LookUpAgreesWithCornersEdgesAndDifferences) {
+    for (const char* name : {"cube_uv_islands", "prism7_uvs", "sheet_uv_islands"})
+        for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
+            SCOPED_TRACE(name);
+            const BuiltSurface surface(sds_test::zoo_mesh(name), sds_test::with_uv_mode(mode));
+            const auto at = [&](unsigned int q, double u, double v) {
+                Vec3d uvw, du, dv;
+                surface.maps.compute_fragment_uvw(ctx, {q, u, v, 0, 0}, 0, uvw, du, dv);
+                return uvw;
+            };
+            const auto expect_near = [](const Vec3d& a, const Vec3d& b, double tolerance) {
+                for (unsigned int i = 0; i < 3; ++i) EXPECT_NEAR(a[i], b[i], tolerance);
+            };
+            constexpr double places[5][2] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}, {0, 0}};
+            for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+                Vec3f c[16];
+                surface.maps.get_bezier_controls(0, q, c);
+                for (unsigned int k = 0; k < 4; ++k) {
+                    EXPECT_EQ(at(q, places[k][0], places[k][1]), Vec3d(c[4 * k]));
+                    for (const double t : {0.0, 0.3, 1.0}) {
+                        Vec3d on_edge(0, 0, 0);
+                        surface.maps.compute_edge_uvw(ctx, q, k, 0, t, on_edge);
+                        expect_near(on_edge,
+                                    at(q, places[k][0] + (places[k + 1][0] - places[k][0]) * t,
+                                       places[k][1] + (places[k + 1][1] - places[k][1]) * t),
+                                    2e-6);
+                    }
+                }
+                Vec3d untouched(7, 7, 7), uvw, du, dv;
+                surface.maps.compute_edge_uvw(ctx, q, 4, 0, 0.5, untouched);
+                EXPECT_EQ(untouched, Vec3d(7, 7, 7));
+                surface.maps.compute_fragment_uvw(ctx, {q, 0.4, 0.7, 0, 0}, 0, uvw, du, dv);
+                const double h = 0.01;
+                expect_near(du, (at(q, 0.4 + h, 0.7) - at(q, 0.4 - h, 0.7)) * (0.5 / h), 2e-3);
+                expect_near(dv, (at(q, 0.4, 0.7 + h) - at(q, 0.4, 0.7 - h)) * (0.5 / h), 2e-3);
+            }
+        }
+}
+
+// The map of the cage's own points is the surface itself, whatever road it takes.
+TEST(UvMaps, MapOfThePositionsIsTheSurface) {
+    for (ZooMesh cage : sds_test::mesh_zoo()) {
+        SCOPED_TRACE(cage.name);
+        cage.groups |= sds_test::uvs;
+        cage.uv_points = cage.positions;
+        cage.uv_indices = cage.indices;
+        const BuiltSurface surface(cage);
+        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            EXPECT_TRUE(surface.maps.is_primitive_uv_mapped(q, 0));
+            Vec3f a[16], b[16];
+            surface.geometry.get_bezier_controls(q, a);
+            surface.maps.get_bezier_controls(0, q, b);
+            for (unsigned int i = 0; i < 16; ++i) EXPECT_EQ(a[i], b[i]) << "quad " << q << " control " << i;
+        }
+    }
+}
+
+TEST(UvMaps, UnmappedQuadsShiftThePatchesAfterThem) {
+    for (const bool subdivided : {false, true}) {
+        ZooMesh cage = sds_test::make_sheet(3);
+        if (subdivided) {
+            cage.counts.push_back(3);
+            for (const unsigned int v : {0u, 1u, 4u}) cage.indices.push_back(v + 16);
+            for (const float x : {0.0f, 1.0f, 2.0f, 3.0f, 4.0f}) cage.positions.emplace_back(x, x * x, 9.0f);
+            cage.corner_creases.assign(cage.indices.size(), 0);
+        }
+        cage.groups |= sds_test::uvs;
+        cage.uv_points = cage.positions;
+        cage.uv_indices = cage.indices;
+        cage.uv_indices[4 * 1 + 2] = none;
+        cage.uv_indices[4 * 4 + 0] = none;
+        const BuiltSurface surface(cage);
+        const SdsMeshMaps::SdsUvMap& map = surface.maps.get_uv_map(0);
+        unsigned int mapped = 0;
+        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            const unsigned int polygon = surface.base.get_primitive_polygon_id(q);
+            EXPECT_EQ(map.patch_indices[q], mapped);
+            EXPECT_EQ(surface.maps.is_primitive_uv_mapped(q, 0), polygon != 1 && polygon != 4) << q;
+            if (polygon != 1 && polygon != 4) ++mapped;
+        }
+        EXPECT_EQ(map.patches.get_count(), mapped);
+        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            if (!surface.maps.is_primitive_uv_mapped(q, 0)) continue;
+            Vec3f c[16];
+            surface.maps.get_bezier_controls(0, q, c);
+            for (const Vec3f& p : c) EXPECT_TRUE(p.is_finite());
+            EXPECT_EQ(c[0], map.corners[map.quad_indices[4 * q]]);
+        }
+        EXPECT_FALSE(surface.maps.is_primitive_uv_mapped(surface.quad_count(), 0));
+    }
+}
+
+TEST(UvMaps, WithoutMapsNothingIsMapped) {
+    RecordingProgress bar;
+    SdsMeshMaps maps;
+    const BuiltSurface surface(sds_test::zoo_mesh("cube"));
+    maps.set(surface.base, to_core_array(sds_test::zoo_mesh("cube").counts), {}, {}, Mode::all_smoothed, &bar);
+    EXPECT_EQ(maps.get_base_mesh(), &surface.base);
+    EXPECT_EQ(maps.get_interpolation_mode(), Mode::all_smoothed);
+    EXPECT_THAT(bar.at_depth(0), testing::ElementsAre(std::pair("UV maps", 0.5f), std::pair("color maps", 0.5f)));
+    EXPECT_EQ(bar.tasks.size(), 3u);
+    EXPECT_FALSE(maps.is_primitive_uv_mapped(0, 0));
+    EXPECT_EQ(maps.get_uv_map_count(), 0u);
+}
+
+TEST(UvMaps, TasksOfBothRoads) {
+    const auto tasks = [](const ZooMesh& cage, unsigned int map_count) {
+        const BuiltSurface surface(cage);
+        CoreArray<GeometryUvMap> maps;
+        for (unsigned int i = 0; i < map_count; ++i)
+            maps.add({CoreString("uv"), to_core_array(cage.uv_points), to_core_array(cage.uv_indices)});
+        RecordingProgress bar;
+        SdsMeshMaps built;
+        built.set(surface.base, to_core_array(cage.counts), maps, {}, Mode::corners_fixed, &bar);
+        EXPECT_EQ(bar.open, 0u);
+        return bar.at_depth(1);
+    };
+    EXPECT_THAT(tasks(sds_test::zoo_mesh("cube_uv_islands"), 1),
+                testing::ElementsAre(std::pair("import quads", 0.34f), std::pair("analyse vertices topology", 0.33f),
+                                     std::pair("compute UV map controls", 0.33f)));
+    const auto two = tasks(sds_test::zoo_mesh("prism7_uvs"), 2);
+    ASSERT_EQ(two.size(), 8u);
+    EXPECT_EQ(std::vector(two.begin(), two.begin() + 4), std::vector(two.begin() + 4, two.end()));
+    EXPECT_THAT(std::vector(two.begin(), two.begin() + 4),
+                testing::ElementsAre(std::pair("subdivide", 0.125f), std::pair("analyse vertices topology", 0.25f),
+                                     std::pair("compute subdivision positions", 0.125f),
+                                     std::pair("compute UV map controls", 0.125f)));
+}
+
+TEST(UvMaps, CopiesStandAlone) {
+    const ZooMesh& cage = sds_test::zoo_mesh("prism7_uvs");
+    const BuiltSurface surface(cage);
+    auto source = std::make_unique<SdsMeshMaps>(surface.maps);
+    SdsMeshMaps copy(*source), assigned;
+    assigned = *source;
+    assigned = *&assigned;
+    source.reset();
+    EXPECT_EQ(copy.get_memory_size(), surface.maps.get_memory_size());
+    for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+        Vec3f a[16], b[16], c[16];
+        surface.maps.get_bezier_controls(0, q, a);
+        copy.get_bezier_controls(0, q, b);
+        assigned.get_bezier_controls(0, q, c);
+        for (unsigned int i = 0; i < 16; ++i) {
+            EXPECT_EQ(a[i], b[i]);
+            EXPECT_EQ(a[i], c[i]);
+        }
+    }
+    EXPECT_EQ(copy.get_uv_map_name(0), CoreString("uv"));
+    EXPECT_EQ(copy.get_uv_maps()[0].get_count(), surface.maps.get_uv_map_vertices(0).get_count());
+}
+
+}  // namespace

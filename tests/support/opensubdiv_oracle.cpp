@@ -1,0 +1,241 @@
+#include "support/opensubdiv_oracle.h"
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion"
+#pragma GCC diagnostic ignored "-Wshadow"
+#pragma GCC diagnostic ignored "-Wextra"
+#include <opensubdiv/far/patchMap.h>
+#include <opensubdiv/far/patchTableFactory.h>
+#include <opensubdiv/far/primvarRefiner.h>
+#include <opensubdiv/far/ptexIndices.h>
+#include <opensubdiv/far/stencilTable.h>
+#include <opensubdiv/far/topologyDescriptor.h>
+#pragma GCC diagnostic pop
+
+#include <stdexcept>
+
+namespace sds_test {
+
+namespace {
+
+namespace Far = OpenSubdiv::Far;
+namespace Sdc = OpenSubdiv::Sdc;
+
+constexpr unsigned int isolation_level = 8;
+constexpr float infinitely_sharp = 10.0f;
+
+// What the library's refiner asks of a value.
+struct Value {
+    Vec3d v{0, 0, 0};
+    void Clear() { v = {0, 0, 0}; }
+    void AddWithWeight(const Value& other, double weight) { v += other.v * weight; }
+};
+
+// Place of a quad on a parametric face: the face and the affine map from the quad's (u, v).
+struct Place {
+    int face;
+    int quadrant;  // -1: the whole face
+};
+
+}  // namespace
+
+struct OpenSubdivOracle::Impl {
+    std::unique_ptr<Far::TopologyRefiner> refiner;
+    std::unique_ptr<Far::PatchTable> table;
+    std::unique_ptr<Far::PatchMap> map;
+    std::vector<Place> places;
+    std::vector<Value> points;
+    std::vector<Value> uv_points;
+
+    void create_refiner(const ZooMesh& cage, const Sdc::Options& options);
+    void locate_quads(const ZooMesh& cage);
+    void refine_positions(const ZooMesh& cage);
+    void refine_uvs(const ZooMesh& cage);
+    SurfacePoint evaluate(unsigned int quad, double u, double v, bool face_varying) const;
+};
+
+void OpenSubdivOracle::Impl::create_refiner(const ZooMesh& cage, const Sdc::Options& options) {
+    const std::vector<int> counts(cage.counts.begin(), cage.counts.end());
+    const std::vector<int> indices(cage.indices.begin(), cage.indices.end());
+    const std::vector<int> uv_indices(cage.uv_indices.begin(), cage.uv_indices.end());
+    std::vector<int> crease_pairs;
+    const CageAdjacency adjacency(cage);
+    for (unsigned int c = 0; c < indices.size(); ++c)
+        if (adjacency.is_crease[c] != 0 && adjacency.sides[c][0] == c) {
+            crease_pairs.push_back(static_cast<int>(adjacency.start[c]));
+            crease_pairs.push_back(static_cast<int>(adjacency.end[c]));
+        }
+    const std::vector<float> sharpness(crease_pairs.size() / 2, infinitely_sharp);
+
+    Far::TopologyDescriptor descriptor;
+    descriptor.numVertices = static_cast<int>(cage.positions.size());
+    descriptor.numFaces = static_cast<int>(counts.size());
+    descriptor.numVertsPerFace = counts.data();
+    descriptor.vertIndicesPerFace = indices.data();
+    descriptor.numCreases = static_cast<int>(sharpness.size());
+    descriptor.creaseVertexIndexPairs = crease_pairs.data();
+    descriptor.creaseWeights = sharpness.data();
+    Far::TopologyDescriptor::FVarChannel channel;
+    channel.numValues = static_cast<int>(cage.uv_points.size());
+    channel.valueIndices = uv_indices.data();
+    if (!uv_indices.empty()) {
+        descriptor.numFVarChannels = 1;
+        descriptor.fvarChannels = &channel;
+    }
+    using Factory = Far::TopologyRefinerFactory<Far::TopologyDescriptor>;
+    refiner.reset(Factory::Create(descriptor, Factory::Options(Sdc::SCHEME_CATMARK, options)));
+    if (!refiner) throw std::runtime_error("OpenSubdiv refuses the cage " + cage.name);
+}
+
+void OpenSubdivOracle::Impl::locate_quads(const ZooMesh& cage) {
+    const Far::PtexIndices faces(*refiner);
+    for (unsigned int p = 0; p < cage.counts.size(); ++p) {
+        const int face = faces.GetFaceId(static_cast<int>(p));
+        if (cage.is_all_quads()) {
+            places.push_back({face, -1});
+            continue;
+        }
+        for (int c = 0; c < static_cast<int>(cage.counts[p]); ++c)
+            places.push_back(cage.counts[p] == 4 ? Place{face, c} : Place{face + c, -1});
+    }
+}
+
+void OpenSubdivOracle::Impl::refine_positions(const ZooMesh& cage) {
+    const Far::PrimvarRefinerReal<double> primvars(*refiner);
+    const int refined = refiner->GetNumVerticesTotal();
+    points.resize(static_cast<size_t>(refined + table->GetNumLocalPoints()));
+    for (size_t i = 0; i < cage.positions.size(); ++i) points[i].v = Vec3d(cage.positions[i]);
+    Value* source = points.data();
+    for (int level = 1; level <= refiner->GetMaxLevel(); ++level) {
+        Value* target = source + refiner->GetLevel(level - 1).GetNumVertices();
+        primvars.Interpolate(level, source, target);
+        source = target;
+    }
+    if (table->GetNumLocalPoints() > 0)
+        table->GetLocalPointStencilTable<double>()->UpdateValues(points.data(), points.data() + refined);
+}
+
+void OpenSubdivOracle::Impl::refine_uvs(const ZooMesh& cage) {
+    const Far::PrimvarRefinerReal<double> primvars(*refiner);
+    const int refined = refiner->GetNumFVarValuesTotal(0);
+    uv_points.resize(static_cast<size_t>(refined + table->GetNumLocalPointsFaceVarying(0)));
+    for (size_t i = 0; i < cage.uv_points.size(); ++i) uv_points[i].v = Vec3d(cage.uv_points[i]);
+    Value* source = uv_points.data();
+    for (int level = 1; level <= refiner->GetMaxLevel(); ++level) {
+        Value* target = source + refiner->GetLevel(level - 1).GetNumFVarValues(0);
+        primvars.InterpolateFaceVarying(level, source, target, 0);
+        source = target;
+    }
+    if (table->GetNumLocalPointsFaceVarying(0) > 0)
+        table->GetLocalPointFaceVaryingStencilTable<double>(0)->UpdateValues(uv_points.data(),
+                                                                             uv_points.data() + refined);
+}
+
+OpenSubdivOracle::OpenSubdivOracle(const ZooMesh& cage, Boundary boundary, FaceVarying rule)
+    : m_impl(std::make_unique<Impl>()) {
+    Sdc::Options options;
+    options.SetVtxBoundaryInterpolation(boundary == Boundary::edge_only ? Sdc::Options::VTX_BOUNDARY_EDGE_ONLY
+                                                                        : Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
+    options.SetFVarLinearInterpolation(static_cast<Sdc::Options::FVarLinearInterpolation>(rule));
+    m_impl->create_refiner(cage, options);
+    m_impl->locate_quads(cage);
+
+    Far::PatchTableFactory::Options patches(isolation_level);
+    patches.SetPatchPrecision<double>();
+    patches.SetFVarPatchPrecision<double>();
+    patches.useInfSharpPatch = true;
+    patches.generateLegacySharpCornerPatches = false;
+    patches.generateFVarTables = cage.is_in(uvs);
+    patches.generateFVarLegacyLinearPatches = false;
+    m_impl->refiner->RefineAdaptive(patches.GetRefineAdaptiveOptions());
+    m_impl->table.reset(Far::PatchTableFactory::Create(*m_impl->refiner, patches));
+    m_impl->map = std::make_unique<Far::PatchMap>(*m_impl->table);
+    m_impl->refine_positions(cage);
+    if (cage.is_in(uvs)) m_impl->refine_uvs(cage);
+}
+
+OpenSubdivOracle::OpenSubdivOracle(OpenSubdivOracle&&) noexcept = default;
+OpenSubdivOracle::~OpenSubdivOracle() = default;
+
+// The four quarters of a quad polygon that took a step: each has its origin at its corner and runs around the polygon.
+//
+//        3 ---------- 2        quarter c: u towards corner c + 1, v towards corner c - 1
+//        |  u^ | v^   |
+//        |   v<+ u<.  |        (sketch of the origins only)
+//        0 ---------- 1
+SurfacePoint OpenSubdivOracle::Impl::evaluate(unsigned int quad, double u, double v, bool face_varying) const {
+    const Place& place = places[quad];
+    double s = u, t = v;
+    switch (place.quadrant) {
+        case 0:
+            s = u / 2, t = v / 2;
+            break;
+        case 1:
+            s = 1 - v / 2, t = u / 2;
+            break;
+        case 2:
+            s = 1 - u / 2, t = 1 - v / 2;
+            break;
+        case 3:
+            s = v / 2, t = 1 - u / 2;
+            break;
+        default:
+            break;
+    }
+
+    const Far::PatchTable::PatchHandle* handle = map->FindPatch(place.face, s, t);
+    if (handle == nullptr) throw std::logic_error("OpenSubdiv has no patch there");
+    double weights[20], s_weights[20], t_weights[20];
+    Far::ConstIndexArray cvs;
+    if (face_varying) {
+        table->EvaluateBasisFaceVarying(*handle, s, t, weights, s_weights, t_weights);
+        cvs = table->GetPatchFVarValues(*handle);
+    } else {
+        table->EvaluateBasis(*handle, s, t, weights, s_weights, t_weights);
+        cvs = table->GetPatchVertices(*handle);
+    }
+    const std::vector<Value>& values = face_varying ? uv_points : points;
+    SurfacePoint out{{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
+    Vec3d ds(0, 0, 0), dt(0, 0, 0);
+    for (int i = 0; i < cvs.size(); ++i) {
+        const Vec3d& value = values[static_cast<size_t>(cvs[i])].v;
+        out.position += value * weights[i];
+        ds += value * s_weights[i];
+        dt += value * t_weights[i];
+    }
+    switch (place.quadrant) {
+        case 0:
+            out.du = ds * 0.5, out.dv = dt * 0.5;
+            break;
+        case 1:
+            out.du = dt * 0.5, out.dv = ds * -0.5;
+            break;
+        case 2:
+            out.du = ds * -0.5, out.dv = dt * -0.5;
+            break;
+        case 3:
+            out.du = dt * -0.5, out.dv = ds * 0.5;
+            break;
+        default:
+            out.du = ds, out.dv = dt;
+            break;
+    }
+    return out;
+}
+
+SurfacePoint OpenSubdivOracle::evaluate(unsigned int quad, double u, double v) const {
+    return m_impl->evaluate(quad, u, v, false);
+}
+
+SurfacePoint OpenSubdivOracle::evaluate_uv(unsigned int quad, double u, double v) const {
+    return m_impl->evaluate(quad, u, v, true);
+}
+
+const char* OpenSubdivOracle::name_of(FaceVarying rule) {
+    static constexpr const char* names[] = {"FVAR_LINEAR_NONE",          "FVAR_LINEAR_CORNERS_ONLY",
+                                            "FVAR_LINEAR_CORNERS_PLUS1", "FVAR_LINEAR_CORNERS_PLUS2",
+                                            "FVAR_LINEAR_BOUNDARIES",    "FVAR_LINEAR_ALL"};
+    return names[static_cast<unsigned int>(rule)];
+}
+
+}  // namespace sds_test

@@ -1,0 +1,40 @@
+// The limit surface as OpenSubdiv's patch tables give it, in double precision, addressed by our quads.
+//
+// Creases are infinitely sharp. Features are isolated to level 8, so that what lies outside the end-cap patches, all
+// but the 1/256 next to an irregular corner, is the limit surface itself; at the corner the position is exact, and the
+// tangent plane too but for valence 3, which it meets to 0.01 degrees. Cages with opposite winding are of no use here:
+// the library takes such edges for non-manifold ones.
+#pragma once
+
+#include <memory>
+
+#include "support/double_surface.h"
+
+namespace sds_test {
+
+class OpenSubdivOracle {
+public:
+    enum class Boundary { edge_only, edge_and_corner };
+    enum class FaceVarying { linear_none, corners_only, corners_plus1, corners_plus2, boundaries, linear_all };
+
+    // Names of FaceVarying in the library's own words, in order.
+    static const char* name_of(FaceVarying rule);
+
+    explicit OpenSubdivOracle(const ZooMesh& cage, Boundary boundary = Boundary::edge_and_corner)
+        : OpenSubdivOracle(cage, boundary, FaceVarying::corners_only) {}
+    // `rule` is for the cage's UVs. The cage may go away afterwards.
+    OpenSubdivOracle(const ZooMesh& cage, Boundary boundary, FaceVarying rule);
+    OpenSubdivOracle(OpenSubdivOracle&&) noexcept;
+    ~OpenSubdivOracle();
+
+    // The limit surface at (u, v) of one of the quads that SdsMeshBase makes of the cage.
+    SurfacePoint evaluate(unsigned int quad, double u, double v) const;
+    // The UV map at the same place. The cage has UVs at every corner.
+    SurfacePoint evaluate_uv(unsigned int quad, double u, double v) const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace sds_test
