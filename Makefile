@@ -45,9 +45,11 @@ accuracy: build/CMakeCache.txt
 	build/bin/accuracy $(ARGS) > build/accuracy.md
 	@mkdir -p docs && cp build/accuracy.md docs/accuracy.md && cat docs/accuracy.md
 
+# ARGS="--full" for all levels and sizes.
 bench: build/CMakeCache.txt
 	$(call build_preset,bench)
-	@set -e; for b in build/bin/bench_*; do echo "== $$b"; $$b $(ARGS); done
+	@mkdir -p docs
+	build/bin/bench_all --markdown docs/performance.md --json build/bench.json $(ARGS)
 
 format: dependencies
 	$(if $(sources),clang-format -i $(sources))

@@ -23,11 +23,13 @@ void check_device(RTCDevice device) {
 }
 
 void bounds_callback(const RTCBoundsFunctionArguments* arguments) {
-    const auto& object = *static_cast<const SceneObject*>(arguments->geometryUserPtr);
+    auto& object = *static_cast<SceneObject*>(arguments->geometryUserPtr);
+    object.build_started.observe();
     float lower[3], upper[3];
     object.space->narrow(object.bounds.get(arguments->timeStep, arguments->primID), lower, upper);
     RTCBounds& out = *arguments->bounds_o;
     out = RTCBounds{lower[0], lower[1], lower[2], 0.0f, upper[0], upper[1], upper[2], 0.0f};
+    object.build_finished.publish();
 }
 
 }  // namespace
@@ -96,7 +98,9 @@ void Scene::Impl::build() {
     check_device(device.get());
     rtcSetSceneFlags(hierarchy.get(), RTC_SCENE_FLAG_ROBUST);
     for (const auto& object : objects) attach(*object);
+    for (const auto& object : objects) object->build_started.publish();
     rtcCommitScene(hierarchy.get());
+    for (const auto& object : objects) object->build_finished.observe();
     try {
         check_device(device.get());
     } catch (...) {

@@ -156,10 +156,12 @@ UnitSpace::UnitSpace(const Bbox3& box) {
     m_radius = std::max(0.5 * box.get_diagonal(), smallest);
 }
 
-// Narrowing a ray (SceneRay) moves its points by at most 2^-24 for the origin, whose coordinates are below 2, and 2^-25
-// times a way of at most 3 for the direction: below 3 * 2^-24 an axis. 2^-21 holds that, the blend of two boxes in
-// single precision, and the rounding of a ray's time. Kernels accept hits that lie a few 1e-6 of a primitive's size
-// outside it: its box grows by 2^-17 of that size.
+// Where a narrowed ray (SceneRay) is taken to be, in units of e = 2^-24 an axis:
+//   its origin, whose coordinates are below 2, is rounded by 1, and its direction by 1/2 over a way of at most 3;
+//   the slab test forms bound * r - origin * r with r = 1 / direction to 2 or 3 ulp (user primitives get the fast test
+//   even in a robust scene): 4 for the products and their difference, 9 for r over the way.
+// 32 e hold that, the blend of two moving boxes, and the rounding of a ray's time. Kernels accept hits that lie a few
+// 1e-6 of a primitive's size outside it: its box grows by 2^-17 of that size too.
 void UnitSpace::narrow(const Bbox3& box, float lower[3], float upper[3]) const {
     if (!is_valid_box(box)) {
         std::fill_n(lower, 3, infinity);
@@ -168,7 +170,7 @@ void UnitSpace::narrow(const Bbox3& box, float lower[3], float upper[3]) const {
     }
     const Vec3 extent = box.get_max() - box.get_min();
     const double size = std::max({extent[0], extent[1], extent[2]}) / m_radius;
-    const double pad = 0x1p-21 + 0x1p-17 * size;
+    const double pad = 0x1p-19 + 0x1p-17 * size;
     for (unsigned int a = 0; a < 3; ++a) {
         lower[a] = round_down((box.get_min()[a] - m_center[a]) / m_radius - pad);
         upper[a] = round_up((box.get_max()[a] - m_center[a]) / m_radius + pad);

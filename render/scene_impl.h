@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "render/hand_over.h"
 #include "render/scene.h"
 #include "render/scene_bounds.h"
 
@@ -30,6 +31,7 @@ struct SceneObject {
     // Only while the hierarchy is built.
     const UnitSpace* space = nullptr;
     PrimitiveBounds bounds;
+    HandOver build_started, build_finished;
 };
 
 struct Scene::Impl {

@@ -1,10 +1,11 @@
 // Prints how rays meet the surface, mesh by mesh, as Markdown tables: flat cells and limit patches against
 // double-precision oracles, and rays that slip through closed surfaces.
 //
-//     rays [--rays N] [--checks cells,limit,holes,far] [--kernels fast,reference,scene] [--verbose] [CAGE...]
+//     rays [--rays N] [--checks cells,limit,holes,far] [--kernels fast,reference,scene] [--levels 0123456] [--verbose]
+//          [CAGE...]
 //
-// N rays a line of a table (100,000 by default). CAGE is the last part of a cage's name. Exit status 1 when a ray is
-// wrong or lost.
+// N rays a line of a table (100,000 by default). CAGE is the last part of a cage's name; levels are digits. --verbose
+// lists the rays at fault on the standard error stream. Exit status 1 when there are any.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -24,9 +25,13 @@ struct Options {
     std::uint64_t rays = 100000;
     std::string checks = "cells,limit,holes,far";
     std::string kernels = "fast,reference,scene";
+    std::string levels = "0123456";
     bool verbose = false;
     std::vector<std::string> cages;
 
+    bool wants_level(unsigned int level) const {
+        return levels.find(static_cast<char>('0' + level)) != std::string::npos;
+    }
     bool wants_check(const char* name) const { return checks.find(name) != std::string::npos; }
 };
 
@@ -44,6 +49,8 @@ Options read_options(int argc, char** argv) {
             options.checks = value(i);
         else if (argument == "--kernels")
             options.kernels = value(i);
+        else if (argument == "--levels")
+            options.levels = value(i);
         else if (argument == "--verbose")
             options.verbose = true;
         else if (argument.starts_with("-"))
@@ -136,6 +143,7 @@ public:
         for (const ZooMesh* cage : m_cages)
             for (unsigned int level = is_limit ? 0 : 1; level <= (is_limit ? 0u : 5u); ++level)
                 for (const std::string& kernels : m_kernels) {
+                    if (!m_options.wants_level(level)) continue;
                     const Subject subject(*cage, level, kernels);
                     const HitAgreement a =
                         compare_hits(subject.oracle(), subject.tracer(), m_options.rays, is_limit ? 2e-6 : 1e-5,
@@ -158,7 +166,8 @@ public:
             if (!cage->is_in(closed) || cage->is_in(nonmanifold_edge | nonmanifold_vertex)) continue;
             const ZooMesh placed = is_far ? moved(*cage, {148376, 1234, -223423}, 2.0) : *cage;
             for (unsigned int level = 0; level <= 6; ++level)
-                for (const std::string& kernels : m_kernels) print_hole_line(placed, level, kernels);
+                for (const std::string& kernels : m_kernels)
+                    if (m_options.wants_level(level)) print_hole_line(placed, level, kernels);
         }
         std::printf("\n");
     }

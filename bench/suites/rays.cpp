@@ -1,5 +1,6 @@
 // Rays on one thread: fixed levels against Embree's tessellation of the same density, the limit surface against its
 // finest.
+#include <cmath>
 #include <memory>
 
 #include "bench/support/embree_surface.h"
@@ -32,13 +33,14 @@ public:
         m_thread = std::make_unique<sds_render::RenderThread>(m_fast_scene.get_shader_ctx());
     }
 
-    const GMathBbox3<double>& get_bbox() const { return m_fast_scene.get_bbox(); }
+    const sds_render::Scene& get_scene() const { return m_fast_scene; }
 
     void bench_single(const std::string& what, const RaySet& rays, std::optional<Floor> floor) {
         check(what, rays);
         time(what + ", single", rays, &trace_single, &EmbreeSurface::trace_single, floor);
     }
     void bench_packets(const std::string& what, const RaySet& rays, std::optional<Floor> floor) {
+        check_packets(what, rays);
         time(what + ", packets of 8", rays, &trace_packets, &EmbreeSurface::trace_packets, floor);
     }
     void bench_occlusion(const std::string& what, const RaySet& rays) {
@@ -60,9 +62,22 @@ private:
         const AnswerDifference theirs = compare_distances(fast, m_theirs.find_distances(rays), 0.01 * diagonal);
         add_check(what + " against Embree", theirs,
                   theirs.hit_share < 0.005 && theirs.median_depth < 1e-3 * diagonal && theirs.outliers < 0.02);
+        // The reference family ends at a small box and takes its centre, which grazing rays see far along themselves.
         const AnswerDifference reference =
-            compare_distances(fast, find_distances(m_reference_scene, *m_thread, rays), 1e-5 * diagonal);
+            compare_distances(fast, find_distances(m_reference_scene, *m_thread, rays), 1e-4 * diagonal);
         add_check(what + ", kernel families", reference, reference.hit_share < 1e-4 && reference.outliers < 1e-3);
+    }
+
+    // Rays in packets find what they find alone.
+    void check_packets(const std::string& what, const RaySet& rays) {
+        const TraceResult alone = trace_single(m_fast_scene, *m_thread, rays, 0, rays.size());
+        const TraceResult together = trace_packets(m_fast_scene, *m_thread, rays, 0, rays.size());
+        const double hits = static_cast<double>(together.hits) - static_cast<double>(alone.hits);
+        const double distance = together.distance / alone.distance - 1.0;
+        m_session.report.add(
+            Check{get_name() + " on " + m_cage.name + ", " + what + ", packets against single rays",
+                  std::fabs(hits) <= 1e-4 * static_cast<double>(rays.size()) && std::fabs(distance) < 1e-4,
+                  to_text(hits) + " more hits, distances differ by " + to_text(1e6 * distance) + " ppm"});
     }
 
     void add_check(const std::string& what, const AnswerDifference& difference, bool is_good) {
@@ -116,8 +131,8 @@ Floors get_floors(const std::string& cage, unsigned int level) {
 void bench_pairing(Session& session, const HostCage& cage, const OurSurface& surface, const Pairing& pairing) {
     Match match(session, cage, surface, pairing);
     const unsigned int side = session.is_full ? 512 : 256;
-    const RaySet primary = make_primary_rays(match.get_bbox(), side);
-    const RaySet random = make_random_rays(match.get_bbox(), side * side);
+    const RaySet primary = make_primary_rays(match.get_scene(), side);
+    const RaySet random = make_random_rays(match.get_scene().get_bbox(), side * side);
     const Floors floors = get_floors(cage.name, pairing.level);
     match.bench_single("primary", primary, floors.primary);
     match.bench_single("random", random, floors.random);
@@ -172,7 +187,7 @@ void bench_moving_rays(Session& session) {
                 scene.commit();
                 sds_render::RenderThread thread(scene.get_shader_ctx());
                 const unsigned int side = session.is_full ? 384 : 192;
-                const RaySet rays = make_moving_rays(make_primary_rays(scene.get_bbox(), side));
+                const RaySet rays = make_moving_rays(make_primary_rays(scene, side));
                 const auto times =
                     run_interleaved({{[&] { keep(trace_single(scene, thread, rays, 0, rays.size()).hits); }},
                                      {[&] { keep(theirs.trace_single(rays, 0, rays.size()).hits); }}},

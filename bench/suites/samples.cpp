@@ -108,7 +108,7 @@ void bench_lookups_of(Session& session, Subject& subject) {
                          }},
                          {[&] {
                              for_each([&](const GeometryFragment& fragment) {
-                                 double p[3], du[3], dv[3], dw[3];
+                                 double p[3] = {}, du[3] = {}, dv[3] = {}, dw[3] = {};
                                  property.evaluate(subject.ctx, fragment, 0, p, du, dv, dw, 3);
                                  return p[0] + du[0] + dv[0];
                              });

@@ -108,7 +108,7 @@ sds_cli::ControlCage cut_quads(const HostCage& cage, unsigned int n) {
                 const float step = 1.0f / static_cast<float>(n);
                 const Vec3f point = sds::evaluate_patch(controls, sds::CubicBasis<float>(static_cast<float>(i) * step),
                                                         sds::CubicBasis<float>(static_cast<float>(j) * step));
-                for (size_t c = 0; c < 3; ++c) cut.positions[3 * size_t{vertices.get(q, i, j)} + c] = point[c];
+                for (unsigned int c = 0; c < 3; ++c) cut.positions[3 * size_t{vertices.get(q, i, j)} + c] = point[c];
                 if (i == n || j == n) continue;
                 for (const unsigned int vertex : {vertices.get(q, i, j), vertices.get(q, i + 1, j),
                                                   vertices.get(q, i + 1, j + 1), vertices.get(q, i, j + 1)})

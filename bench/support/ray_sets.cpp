@@ -4,7 +4,7 @@
 #include <random>
 
 #include "bench/support/timing.h"
-#include "render/camera.h"
+#include "render/framing.h"
 
 namespace sds_bench {
 
@@ -24,8 +24,8 @@ GeometryRay make_ray(const Ray& source) {
 
 }  // namespace
 
-RaySet make_primary_rays(const GMathBbox3<double>& box, unsigned int side) {
-    const sds_render::Camera camera(box, {}, side, side);
+RaySet make_primary_rays(const Scene& scene, unsigned int side) {
+    const sds_render::Camera camera = sds_render::frame_scene(scene, {}, side, side);
     RaySet rays;
     for (unsigned int y = 0; y + 2 <= side; y += 2)
         for (unsigned int x = 0; x + 4 <= side; x += 4)

@@ -14,8 +14,8 @@ struct Ray {
 };
 using RaySet = std::vector<Ray>;
 
-// Rays of a camera that frames the box, pixels in blocks of 4 x 2, so that eight in a row make a packet.
-RaySet make_primary_rays(const GMathBbox3<double>& box, unsigned int side);
+// Rays of a camera that frames the scene, pixels in blocks of 4 x 2, so that eight in a row make a packet.
+RaySet make_primary_rays(const sds_render::Scene& scene, unsigned int side);
 // Rays from the sphere around the box towards places inside it, in no order.
 RaySet make_random_rays(const GMathBbox3<double>& box, unsigned int count);
 // The same rays, each at a time of its own in [0, 1).

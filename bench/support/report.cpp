@@ -11,7 +11,7 @@ namespace sds_bench {
 
 namespace {
 
-std::string to_text(const std::optional<Floor>& floor) {
+std::string get_floor_text(const std::optional<Floor>& floor) {
     return floor ? (floor->at_most ? "at most " : "") + to_text(floor->value) : "";
 }
 
@@ -76,7 +76,8 @@ void Report::add(const Row& row) {
               << std::right << std::setw(9) << to_text(row.ours) << ' ' << std::left << std::setw(12) << row.unit;
     if (!std::isnan(row.opponent)) std::cout << row.opponent_name << ' ' << to_text(row.opponent) << "  ";
     if (!std::isnan(row.ratio)) std::cout << "ratio " << to_text(row.ratio);
-    if (row.floor) std::cout << "  floor " << to_text(row.floor) << (row.floor->is_met(row.ratio) ? "" : "  MISSED");
+    if (row.floor)
+        std::cout << "  floor " << get_floor_text(row.floor) << (row.floor->is_met(row.ratio) ? "" : "  MISSED");
     std::cout << std::endl;
 }
 
@@ -99,7 +100,7 @@ Table Report::make_floors_table() const {
     for (const Row& row : m_rows)
         if (row.floor)
             table.rows.push_back({row.suite + ": " + row.work, row.cage, to_text(row.ours), to_text(row.opponent),
-                                  row.unit, to_text(row.ratio), to_text(row.floor), get_verdict(row)});
+                                  row.unit, to_text(row.ratio), get_floor_text(row.floor), get_verdict(row)});
     return table;
 }
 

@@ -26,7 +26,7 @@ struct Row {
     std::string unit;
     double ours = none;
     double spread = none;  // of ours, a share
-    std::string opponent_name;
+    std::string opponent_name = {};
     double opponent = none;
     double ratio = none;  // above 1: ours is the better one, unless the work's text says what is divided by what
     std::optional<Floor> floor = std::nullopt;

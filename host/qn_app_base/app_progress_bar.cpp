@@ -17,7 +17,7 @@ void AppProgressBar::move_to(double position) {
 void AppProgressBar::begin_task(const CoreString& label, const float& weight, const bool& hidden) {
     const double span = current().span * static_cast<double>(weight);
     if (!hidden) m_label = label;
-    m_tasks.add(Task{m_position.load(std::memory_order_relaxed), span, 0, label});
+    m_tasks.add(Task{m_position.load(std::memory_order_relaxed), span, 0, m_label});
     changed();
 }
 

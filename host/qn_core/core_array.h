@@ -102,14 +102,17 @@ public:
     // Sets the count and every element.
     void assign(const unsigned int& count, const T& value) {
         if (count > m_capacity || !std::is_trivially_copyable_v<T>) {
-            const T kept = value;
-            clear();
-            reserve(count);
-            std::uninitialized_fill(m_data, m_data + count, kept);
+            CoreArray filled;  // `count` and `value` may be this array's own
+            filled.reserve(count);
+            std::uninitialized_fill(filled.m_data, filled.m_data + count, value);
+            filled.m_count = count;
+            swap(filled);
         } else {
-            for (unsigned int i = 0; i < count; ++i) m_data[i] = value;
+            const T kept = value;
+            const unsigned int kept_count = count;
+            for (unsigned int i = 0; i < kept_count; ++i) m_data[i] = kept;
+            m_count = kept_count;
         }
-        m_count = count;
     }
 
     void reserve(const unsigned int& capacity) {

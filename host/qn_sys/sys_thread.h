@@ -83,7 +83,7 @@ public:
     // Runs `work` inside the arena on the calling thread and returns when it is done; exceptions pass through.
     template <class Work>
     void execute(Work&& work) {
-        run(&call<std::remove_reference_t<Work>>, &work);
+        run(&call<std::remove_reference_t<Work>>, const_cast<void*>(static_cast<const void*>(&work)));
     }
 
 private:

@@ -5,6 +5,16 @@
 using Vec3f = GMathVec3<float>;
 using BezierPatch = SdsMeshBase::BezierPatch;
 
+namespace {
+
+// An emptied array may keep its storage.
+template <class T>
+const T* data_or_null(const CoreBasicArray<T>& array) {
+    return array.is_empty() ? nullptr : array.get_data();
+}
+
+}  // namespace
+
 SdsBezierMesh::SdsBezierMesh(const unsigned int& patches_in, const unsigned int& vertices, const unsigned int* indices,
                              const BezierPatch* records, const unsigned int* record_indices)
     : patch_count(patches_in),
@@ -16,8 +26,8 @@ SdsBezierMesh::SdsBezierMesh(const unsigned int& patches_in, const unsigned int&
 SdsBezierMesh::SdsBezierMesh(const unsigned int& vertices, const CoreBasicArray<unsigned int>& quad_indices,
                              const CoreBasicArray<BezierPatch>& records,
                              const CoreBasicArray<unsigned int>& record_indices)
-    : SdsBezierMesh(quad_indices.get_count() / 4, vertices, quad_indices.get_data(), records.get_data(),
-                    record_indices.get_data()) {}
+    : SdsBezierMesh(quad_indices.get_count() / 4, vertices, quad_indices.get_data(), data_or_null(records),
+                    data_or_null(record_indices)) {}
 
 SdsBezierMesh::SdsBezierMesh(const unsigned int& patches_in, const unsigned int& vertices, const unsigned int* indices,
                              const BezierPatch* records, const Vec3f* quad_points, const Vec3f* patch_points,
@@ -48,7 +58,7 @@ void SdsBezierMesh::set_vertices(const Vec3f* quad_points, const Vec3f* patch_po
 }
 
 void SdsBezierMesh::set_vertices(const CoreBasicArray<Vec3f>& quad_points, const CoreBasicArray<Vec3f>& patch_points) {
-    set_vertices(quad_points.get_data(), patch_points.get_data());
+    set_vertices(quad_points.get_data(), data_or_null(patch_points));
 }
 
 void SdsBezierMesh::add_vertices(const Vec3f* quad_points, const Vec3f* patch_points, const float& weight) {
@@ -61,7 +71,7 @@ void SdsBezierMesh::add_vertices(const Vec3f* quad_points, const Vec3f* patch_po
 
 void SdsBezierMesh::add_vertices(const CoreBasicArray<Vec3f>& quad_points, const CoreBasicArray<Vec3f>& patch_points,
                                  const float& weight) {
-    add_vertices(quad_points.get_data(), patch_points.get_data(), weight);
+    add_vertices(quad_points.get_data(), data_or_null(patch_points), weight);
 }
 
 void SdsBezierMesh::get_local_patch_controls(const unsigned int& patch, Vec3f* out) const {

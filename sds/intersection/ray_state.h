@@ -30,7 +30,7 @@ struct RayState {
     GMathVec3<float> direction;
     GMathVec3<float> inverse_direction;
     double shift;
-    float entry_bound;  // where the ray begins, a little before tnear
+    float entry_bound;  // where the ray begins, a little before tnear; NaN keeps it out of every box
     unsigned int index;
 
     void set(const GeometryRaytraceCtx& rays, unsigned int i) {
@@ -46,7 +46,11 @@ struct RayState {
             const float d = direction[axis];
             inverse_direction[axis] = std::fabs(d) < tiny ? std::copysign(1.0f / tiny, d) : 1.0f / d;
         }
-        entry_bound = narrow_down(ray.tnear * static_cast<double>(GMath<float>::s_one_minus_epsilon) - shift);
+        // Outwards for a negative tnear too.
+        constexpr double begin_slack = 1.0 - static_cast<double>(GMath<float>::s_one_minus_epsilon);
+        entry_bound = narrow_down(ray.tnear - std::fabs(ray.tnear) * begin_slack - shift);
+        // The box test drops a NaN distance of a single axis: a ray that is not finite would pass for meeting every box.
+        if (!(origin.is_finite() && direction.is_finite())) entry_bound = std::numeric_limits<float>::quiet_NaN();
     }
 
     // A distance on the original ray as one from the moved origin, rounded up.
@@ -64,7 +68,7 @@ struct RayState {
 //     <= 6u |exit|
 // and with different signs rounding, which keeps signs, cannot exchange them. Widening exit by 8u |exit| therefore
 // loses no ray. (A factor on exit alone would narrow a negative one.) The near side of an axis is chosen by the sign of
-// the direction; NaN gives false.
+// the direction; NaN as `entry` gives false.
 inline bool slab_test(const RayState& ray, const PatchBox& box, float far, float& entry) {
     float exit = far;
     for (unsigned int axis = 0; axis < 3; ++axis) {

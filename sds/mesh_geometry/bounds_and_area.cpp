@@ -1,4 +1,5 @@
 // Boxes and area records of shading groups and of the whole surface.
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -115,6 +116,11 @@ GMathBbox3<double> controls_bbox(const Vec3f* controls) {
     return GMathBbox3<double>(box);
 }
 
+// Groups to account for: a mesh without group names is one unnamed group.
+unsigned int get_group_count(const SdsMeshBase& base) {
+    return std::max(1u, base.get_shading_group_names().get_count());
+}
+
 // Grows a box by the controls whose coordinates are all finite.
 void grow_by_finite(const Vec3f* controls, GMathBbox3<float>& box) {
     // The sixteen points are forty-eight floats: xyzx yzxy zxyz, four times.
@@ -197,7 +203,7 @@ private:
 };
 
 void SdsMeshGeometry::store_bboxes_and_areas(const GMathBbox3<float>* boxes, const double* areas) {
-    const unsigned int group_count = base->get_shading_group_names().get_count();
+    const unsigned int group_count = get_group_count(*base);
     group_bboxes.resize(group_count);
     group_area_records.resize(group_count);
     float sum[area_entries] = {};
@@ -213,13 +219,12 @@ void SdsMeshGeometry::store_bboxes_and_areas(const GMathBbox3<float>* boxes, con
                                  blend_ratio(record[0], record[1], record[2], record[3])};
         all.grow(GMathBbox3<double>(boxes[g]));
     }
-    // A mesh without shading groups has no box to unite: it gets the point at the origin instead of an infinite one.
-    bbox = group_count != 0 ? GMathBbox3<float>(all) : GMathBbox3<float>({0, 0, 0}, {0, 0, 0});
+    bbox = GMathBbox3<float>(all);
     area_record = {sum[0], sum[1], sum[2], blend_ratio(sum[0], sum[1], sum[2], sum[3])};
 }
 
 void SdsMeshGeometry::update_bbox_and_area(AppProgressBar* progress) {
-    const unsigned int group_count = base->get_shading_group_names().get_count();
+    const unsigned int group_count = get_group_count(*base);
     const bool has_points = !point_cloud.is_empty();
     const GMathBbox3<float> zero({0, 0, 0}, {0, 0, 0});
     CoreArray<GMathBbox3<float>> boxes(group_count, has_points ? GMathBbox3<float>::empty() : zero);
@@ -241,7 +246,7 @@ void SdsMeshGeometry::update_bbox_and_area(SysThreadTaskManager& manager, AppPro
         update_bbox_and_area(progress);
         return;
     }
-    const unsigned int group_count = base->get_shading_group_names().get_count();
+    const unsigned int group_count = get_group_count(*base);
     const unsigned int quad_count = base->get_primitive_count();
     const unsigned int workers = manager.get_max_thread_count();
     CoreArray<GMathBbox3<float>> boxes(workers * group_count, GMathBbox3<float>::empty());

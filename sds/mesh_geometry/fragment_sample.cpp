@@ -167,10 +167,13 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
     const Vec3d position(sds::evaluate_patch(controls, cu, cv));
     const SecondDerivatives dd = second_derivatives(controls, fragment.u, fragment.v);
     const auto init = [&](const Nets& nets, GeometrySample& out) {
-        const Derivatives d = significant_derivatives(nets, controls, u, v);
+        Derivatives d = significant_derivatives(nets, controls, u, v);
         out.set_fallback_normal({0, 0, 0});
-        if (normal_direction(d).length_squared() == 0.0)
+        if (normal_direction(d).length_squared() == 0.0) {
             out.set_fallback_normal(fallback_normal(nets, controls, fragment.u, fragment.v));
+            // Parallel but for rounding, whose cross product must not pass for a direction.
+            if (d.du.length_squared() > 0.0) d.dv = d.du * (d.du.dot(d.dv) / d.du.length_squared());
+        }
         out.init_surface(position, d.du, d.dv, dd.uu, dd.uv, dd.vv);
     };
 

@@ -129,7 +129,9 @@ HitAgreement compare_hits(const RayOracle& oracle, const TraceFunction& trace, s
             const Vec3d target = random_in(oracle.bbox(), random);
             GeometryRay ray;
             ray.direction = random_direction(random);
-            ray.origin = i % 2 == 0 ? target : target - ray.direction * (2.0 * diagonal * (1.0 + unit(random)));
+            // Not from the target itself, which lies on the surface where that fills its box's plane.
+            const double distance = i % 2 == 0 ? 0.02 + 0.2 * unit(random) : 2.0 + 2.0 * unit(random);
+            ray.origin = target - ray.direction * (distance * diagonal);
             const Crossing expected = oracle.find_nearest(ray.origin, ray.direction, 0.0, infinity);
             trace(ray, worker);
             ++result.rays;

@@ -49,7 +49,7 @@ struct HitAgreement {
 // Receives the rays at fault and what the oracle expects of them, one call at a time.
 using FaultReport = std::function<void(const GeometryRay& ray, const Crossing& expected)>;
 
-// Random rays, half of them from inside the bounding box. Hits agree when their distances differ by at most
+// Random rays through the bounding box, half of them from within or near it. Hits agree when their distances differ by at most
 // `tolerance` times (diagonal + distance).
 HitAgreement compare_hits(const RayOracle& oracle, const TraceFunction& trace, std::uint64_t ray_count,
                           double tolerance, const FaultReport& report = {});

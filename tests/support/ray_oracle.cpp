@@ -119,16 +119,19 @@ struct RayOracle::RayPlane {
     double distance(const Vec3d& point) const { return (point - origin).dot(direction) / (length * length); }
 };
 
-RayOracle::RayOracle(const SdsMeshGeometry& geometry, unsigned int splits)
-    : m_patches(geometry.get_base()->get_primitive_count()),
-      m_cells(splits == static_cast<unsigned int>(limit_surface) ? 0 : 1u << splits) {
+std::vector<RayOracle::Controls> RayOracle::get_controls(const SdsMeshGeometry& geometry) {
+    std::vector<Controls> patches(geometry.get_base()->get_primitive_count());
+    for (unsigned int i = 0; i < patches.size(); ++i) geometry.get_bezier_controls(i, patches[i].data());
+    return patches;
+}
+
+RayOracle::RayOracle(const std::vector<Controls>& patches, unsigned int splits)
+    : m_patches(patches.size()), m_cells(splits == limit_surface ? 0 : 1u << splits) {
     std::vector<BoxTree::Box> boxes;
     for (unsigned int primitive = 0; primitive < m_patches.size(); ++primitive) {
-        Vec3f controls[16];
-        geometry.get_bezier_controls(primitive, controls);
         BoxTree::Box box = BoxTree::Box::empty();
         for (unsigned int place = 0; place < 16; ++place) {
-            m_patches[primitive][place] = Vec3d(controls[sds::grid_order[place]]);
+            m_patches[primitive][place] = Vec3d(patches[primitive][sds::grid_order[place]]);
             box.grow(m_patches[primitive][place]);
         }
         m_bbox.grow(box);

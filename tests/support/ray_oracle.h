@@ -27,8 +27,11 @@ struct Crossing {
 class RayOracle {
 public:
     // `splits` as the kernels count them: 2^splits cells along a patch side. Without, the limit patches.
-    enum { limit_surface = 0xFFFFFFFF };
-    RayOracle(const SdsMeshGeometry& geometry, unsigned int splits);
+    static constexpr unsigned int limit_surface = 0xFFFFFFFF;
+    // Sixteen controls a patch, in corner order.
+    using Controls = std::array<Vec3f, 16>;
+    RayOracle(const std::vector<Controls>& patches, unsigned int splits);
+    RayOracle(const SdsMeshGeometry& geometry, unsigned int splits) : RayOracle(get_controls(geometry), splits) {}
 
     bool is_limit() const { return m_cells == 0; }
     unsigned int patch_count() const { return static_cast<unsigned int>(m_patches.size()); }
@@ -55,6 +58,7 @@ private:
     };
     struct RayPlane;
 
+    static std::vector<Controls> get_controls(const SdsMeshGeometry& geometry);
     Vec3d grid_point(unsigned int primitive, unsigned int i, unsigned int j) const;
     template <class Report>
     void meet_patch(const RayPlane& ray, unsigned int primitive, Report&& report) const;

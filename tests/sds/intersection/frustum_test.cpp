@@ -143,6 +143,18 @@ TEST_F(FrustumTest, CrossingTheBoundarySelectsOnlyTheTouchMode) {
     EXPECT_EQ(m_flag & 64, 64);
 }
 
+// The first cull ends the search as soon as a leaf has been seen, so it alone marks the flag.
+TEST_F(FrustumTest, EitherCulledHalfLeavesTheMarker) {
+    add_side({-1, 0, 0}, 0.4375);  // the far half of the first split is out
+    select(inside, flat(0), 3, 0, 2);
+    EXPECT_EQ(m_count, 0u);
+    EXPECT_EQ(m_flag, 2);
+    m_frustum.sides[0] = {{1, 0, 0}, -0.5625};  // the near half
+    select(inside, flat(0), 3, 0, 2);
+    EXPECT_EQ(m_count, 0u);
+    EXPECT_NE(m_flag, 0);
+}
+
 // A cell larger than the frustum touches it though none of its corners is in it.
 TEST_F(FrustumTest, CellAroundTheFrustumTouches) {
     add_side({1, 0, 0}, -0.45);

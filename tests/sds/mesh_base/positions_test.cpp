@@ -54,6 +54,32 @@ TEST(SubdivisionPositions, AffineInvariantOnTheZoo) {
         }
 }
 
+// A vertex on two sharp edges follows them alone: (6 P + A + B) / 8 with their far ends A and B.
+TEST(SubdivisionPositions, CreaseVerticesFollowTheirTwoSharpEdges) {
+    unsigned int seen = 0;
+    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
+        if (cage.is_all_quads() || cage.is_in(sds_test::opposite_winding)) continue;
+        SCOPED_TRACE(cage.name);
+        const BuiltSurface surface(cage, sds_test::with_mode(Mode::all_smoothed));
+        const sds_test::CageAdjacency adjacency(cage);
+        std::vector<std::vector<unsigned int>> ends(cage.positions.size());
+        for (unsigned int c = 0; c < cage.indices.size(); ++c) {
+            if (!adjacency.is_sharp(c) || (adjacency.opposite(c) < c)) continue;
+            ends[adjacency.start[c]].push_back(adjacency.end[c]);
+            ends[adjacency.end[c]].push_back(adjacency.start[c]);
+        }
+        for (unsigned int v = 0; v < ends.size(); ++v) {
+            if (ends[v].size() != 2) continue;
+            ++seen;
+            SCOPED_TRACE(v);
+            expect_near(surface.geometry.get_vertices()[v],
+                        (cage.positions[v] * 6.0f + cage.positions[ends[v][0]] + cage.positions[ends[v][1]]) * 0.125f,
+                        1e-6f);
+        }
+    }
+    EXPECT_GT(seen, 5u);
+}
+
 TEST(SubdivisionPositions, LinearStepIsBilinear) {
     for (const ZooMesh& cage : sds_test::mesh_zoo()) {
         if (cage.is_all_quads()) continue;

@@ -77,6 +77,19 @@ TEST(VertexRules, LastCornerDecidesWhereTwoSheetsTouch) {
     EXPECT_TRUE(Quads(lone_first, 9).fixed_by(&SdsMeshBase::set_border_vertices_as_fixed)[0]);
 }
 
+// Creases are no borders: a vertex between two of them stays free, though the last quad, which decides, has nothing
+// but creases.
+TEST(VertexRules, CreasesFixNothing) {
+    ZooMesh cage = sds_test::zoo_mesh("cube");
+    for (unsigned int k = 0; k < 4; ++k) cage.corner_creases[cage.corner_creases.size() - 1 - k] = 1;
+    for (const auto mode :
+         {SdsMeshGeometry::InterpolationMode::corners_fixed, SdsMeshGeometry::InterpolationMode::borders_fixed}) {
+        const BuiltSurface surface(cage, sds_test::with_mode(mode));
+        EXPECT_TRUE(surface.base.is_edge_crease(4 * 5));
+        for (const SdsMeshBase::VertexInfo& info : surface.geometry.get_vertex_infos()) EXPECT_FALSE(info.is_fixed());
+    }
+}
+
 TEST(VertexRules, BorderRuleFixesExactlyTheVerticesOfBorders) {
     for (const ZooMesh& cage : sds_test::mesh_zoo()) {
         SCOPED_TRACE(cage.name);

@@ -228,6 +228,26 @@ TEST_P(TimeSampling, ConcurrentReadersLoadEachSampleOnce) {
     EXPECT_EQ(geometry.get_memory_change_count(), changes + per_sample * sample_count);
 }
 
+// Large enough for threads to meet inside the computation of the corners.
+TEST(TimeSamplingCorners, ConcurrentReadersComputeThemOnce) {
+    const ZooMesh cage = sds_test::make_torus(120, 80);
+    BuiltSurface surface(cage);
+    for (unsigned int round = 0; round < 5; ++round) {
+        surface.geometry.set_positions_sampling(times({0.0}), LoaderPointer(new Loader(cage, 1)));
+        const unsigned int changes = surface.geometry.get_memory_change_count();
+        std::latch start(8);
+        {
+            std::vector<std::jthread> threads;
+            for (unsigned int t = 0; t < 8; ++t)
+                threads.emplace_back([&] {
+                    start.arrive_and_wait();
+                    (void)surface.geometry.get_bezier_mesh_sample(0);
+                });
+        }
+        EXPECT_EQ(surface.geometry.get_memory_change_count(), changes + 2);  // the positions and the corners
+    }
+}
+
 TEST(MotionVectors, AddTheirTimeToTheRestPatch) {
     for (const char* name : {"cube", "tetrahedron", "sheet_dart"})
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {

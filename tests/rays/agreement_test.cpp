@@ -1,0 +1,71 @@
+// Hits on whole surfaces against double-precision oracles: the figures that `rays` prints, as floors.
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "support/ray_checks.h"
+
+namespace sds_test {
+namespace {
+
+constexpr unsigned int rays_per_level = 1500;
+
+struct Case {
+    const ZooMesh* cage;
+    KernelFamily family;
+
+    friend void PrintTo(const Case& c, std::ostream* out) {
+        *out << c.cage->name << (c.family == fast_kernels ? ", fast" : ", reference");
+    }
+};
+
+std::vector<Case> all_cases() {
+    std::vector<Case> cases;
+    for (const ZooMesh* cage : cages_in(0, huge_valence))
+        for (const KernelFamily family : {fast_kernels, reference_kernels}) cases.push_back({cage, family});
+    return cases;
+}
+
+std::string name_of_case(const ::testing::TestParamInfo<Case>& info) {
+    return case_name(info.param.cage->name) + (info.param.family == fast_kernels ? "_fast" : "_reference");
+}
+
+class Agreement : public ::testing::TestWithParam<Case> {
+protected:
+    // Hits of the built cage at a level against the oracle's.
+    HitAgreement compare(unsigned int level, double tolerance) const {
+        BuiltSurface::Options options;
+        options.level = level;
+        const BuiltSurface surface(*GetParam().cage, options);
+        const unsigned int splits = level - (surface.base.get_base_tessellation_level() ? 1u : 0u);
+        const RayOracle oracle(surface.geometry, level == 0 ? RayOracle::limit_surface : splits);
+        const PatchTracer tracer(surface.mesh, oracle, GetParam().family);
+        return compare_hits(
+            oracle, [&](GeometryRay& ray, unsigned int worker) { tracer.trace(ray, worker); }, rays_per_level,
+            tolerance);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Cages, Agreement, ::testing::ValuesIn(all_cases()), name_of_case);
+
+TEST_P(Agreement, FlatCellsAreHitWhereTheOracleHitsThem) {
+    for (const unsigned int level : {1u, 2u, 3u, 5u}) {
+        const HitAgreement agreement = compare(level, 1e-5);
+        EXPECT_EQ(agreement.wrong, 0u) << "level " << level << ", worst t " << agreement.worst_t;
+        EXPECT_LE(agreement.silhouettes, rays_per_level / 100) << "level " << level;
+    }
+}
+
+TEST_P(Agreement, LimitPatchesAreHitWhereTheOracleHitsThem) {
+    // The reference kernel's leaves are points in boxes of 1e-6 times max(3, |centre|), seen at low angles too.
+    const bool is_fast = GetParam().family == fast_kernels;
+    const HitAgreement agreement = compare(0, is_fast ? 2e-6 : 1e-4);
+    EXPECT_EQ(agreement.wrong, 0u) << "worst t " << agreement.worst_t;
+    EXPECT_LE(agreement.silhouettes, rays_per_level / 100);
+    if (is_fast) {
+        EXPECT_LT(agreement.worst_uv, 1e-3);
+    }
+}
+
+}  // namespace
+}  // namespace sds_test

@@ -1,0 +1,213 @@
+#include "sds/intersection/patch_node.h"
+
+#include <set>
+
+#include "one_patch.h"
+
+namespace sds_test {
+namespace {
+
+using sds::PatchBox;
+using sds::PatchNode;
+
+PatchNode make_root(const PatchControls& controls) {
+    PatchNode node;
+    sds::set_root(node, controls.data());
+    return node;
+}
+
+bool is_within(const PatchBox& inner, const PatchBox& outer) {
+    for (unsigned int axis = 0; axis < 3; ++axis)
+        if (inner.min[axis] < outer.min[axis] || inner.max[axis] > outer.max[axis]) return false;
+    return true;
+}
+
+// The places of a node's grid in patch coordinates are told apart from its own (a, b) by its direction.
+Vec3d expected_point(const RayOracle& oracle, const PatchNode& node, double a, double b) {
+    const double x = node.range[0] + a * (node.range[2] - node.range[0]);
+    const double y = node.range[1] + b * (node.range[3] - node.range[1]);
+    return node.direction == 0 ? oracle.limit_point(0, x, y) : oracle.limit_point(0, y, x);
+}
+
+Vec3d evaluate(const PatchNode& node, double a, double b) {
+    const auto weights = [](double t, double* w) {
+        const double s = 1.0 - t;
+        w[0] = s * s * s, w[1] = 3 * t * s * s, w[2] = 3 * t * t * s, w[3] = t * t * t;
+    };
+    double wa[4], wb[4];
+    weights(a, wa);
+    weights(b, wb);
+    Vec3d sum{0, 0, 0};
+    for (unsigned int r = 0; r < 4; ++r)
+        for (unsigned int c = 0; c < 4; ++c) sum += Vec3d(node.get_point(4 * r + c)) * (wb[r] * wa[c]);
+    return sum;
+}
+
+// Descends at random by both kinds of split, checking every node on the way.
+TEST(PatchNode, ChildrenAreThePatchOnTheirRange) {
+    for (unsigned int seed = 0; seed < 50; ++seed) {
+        const PatchControls controls = make_random_patch(seed);
+        const RayOracle oracle({controls}, RayOracle::limit_surface);
+        std::mt19937 random(seed);
+        PatchNode node = make_root(controls);
+        for (unsigned int depth = 0; depth < 16; ++depth) {
+            PatchNode first, second;
+            if (random() % 2 == 0)
+                sds::halve_rows(node, first, second);
+            else
+                sds::halve_columns(node, first, second);
+            for (const PatchNode* child : {&first, &second}) {
+                EXPECT_TRUE(is_within(sds::compute_box(*child), sds::compute_box(node)));
+                for (const double a : {0.0, 0.3, 1.0})
+                    for (const double b : {0.0, 0.6, 1.0})
+                        EXPECT_LT((evaluate(*child, a, b) - expected_point(oracle, *child, a, b)).length(), 1e-6);
+            }
+            node = random() % 2 == 0 ? first : second;
+        }
+    }
+}
+
+TEST(PatchNode, BoxesOfChildrenNeverLeaveTheParentAtAnyMagnitude) {
+    std::mt19937 random(1);
+    std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
+    std::uniform_int_distribution<int> exponent(-60, 60);
+    for (unsigned int i = 0; i < 20000; ++i) {
+        const PatchControls controls = make_patch([&](unsigned int, unsigned int) {
+            const auto value = [&] { return std::ldexp(unit(random), exponent(random)); };
+            return Vec3f(value(), value(), value());
+        });
+        const PatchNode node = make_root(controls);
+        PatchNode children[4];
+        sds::halve_rows(node, children[0], children[1]);
+        sds::halve_columns(node, children[2], children[3]);
+        for (const PatchNode& child : children)
+            ASSERT_TRUE(is_within(sds::compute_box(child), sds::compute_box(node)));
+    }
+}
+
+// Neighbours see their common edge from opposite ends and, after a transposing split, as another side of the grid.
+TEST(PatchNode, ReversedEdgesHalveToTheSameBits) {
+    std::mt19937 random(2);
+    std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
+    for (unsigned int i = 0; i < 1000; ++i) {
+        Vec3f edge[4];
+        for (Vec3f& p : edge) p = {unit(random), unit(random) * 1e3f, unit(random) * 1e-3f};
+        // The edge is the bottom row of one patch and, reversed, a side column of the other.
+        const PatchControls along = make_patch([&](unsigned int column, unsigned int row) {
+            return row == 0 ? edge[column] : Vec3f(unit(random), unit(random), unit(random));
+        });
+        const PatchControls across = make_patch([&](unsigned int column, unsigned int row) {
+            return column == 3 ? edge[3 - row] : Vec3f(unit(random), unit(random), unit(random));
+        });
+        const auto collect = [](const PatchControls& controls, bool is_row) {
+            std::set<std::array<float, 3>> points;
+            std::vector<PatchNode> nodes{make_root(controls)};
+            for (unsigned int depth = 0; depth < 6; ++depth) {
+                std::vector<PatchNode> children;
+                for (const PatchNode& node : nodes) {
+                    PatchNode pair[2];
+                    sds::halve_rows(node, pair[0], pair[1]);
+                    for (const PatchNode& child : pair) {
+                        const float* r = child.range;
+                        const float v_min = child.direction == 0 ? r[1] : r[0];
+                        const float u_max = child.direction == 0 ? r[2] : r[3];
+                        if (is_row ? v_min == 0.0f : u_max == 1.0f) children.push_back(child);
+                    }
+                }
+                nodes = children;
+            }
+            for (const PatchNode& node : nodes)
+                for (const unsigned int place : {0u, 3u, 12u, 15u}) {
+                    const bool is_far = place == 3 || place == 15;
+                    const bool is_top = place >= 12;
+                    const float a = node.range[is_far ? 2 : 0], b = node.range[is_top ? 3 : 1];
+                    const float u = node.direction == 0 ? a : b, v = node.direction == 0 ? b : a;
+                    if (is_row ? v != 0.0f : u != 1.0f) continue;
+                    const Vec3f p = node.get_point(place);
+                    points.insert({p[0], p[1], p[2]});
+                }
+            return points;
+        };
+        const auto points = collect(along, true);
+        EXPECT_EQ(points.size(), 9u);
+        EXPECT_EQ(points, collect(across, false));
+    }
+}
+
+TEST(PatchNode, FixedDepthTilesThePatch) {
+    auto pool = std::make_unique<sds::NodePool>();
+    const PatchControls controls = make_random_patch(1);
+    for (unsigned int count = 0; count <= 4; ++count) {
+        sds::set_root((*pool)[pool->begin()], controls.data());
+        const sds::FixedDepthSplit split{2 * count};
+        std::set<std::pair<float, float>> corners;
+        unsigned int index = 0;
+        float entry = 0.0f;
+        do {
+            PatchNode& node = (*pool)[index];
+            if (split(*pool, node)) {
+                pool->push(node.children[0], 0.0f);
+                pool->push(node.children[1], 0.0f);
+            } else {
+                EXPECT_EQ(node.range[2] - node.range[0], 1.0f / static_cast<float>(1u << count));
+                EXPECT_EQ(node.range[3] - node.range[1], 1.0f / static_cast<float>(1u << count));
+                EXPECT_EQ(node.direction, 0);
+                EXPECT_TRUE(corners.emplace(node.range[0], node.range[1]).second);
+            }
+            pool->release(index);
+        } while (pool->pop(index, entry));
+        EXPECT_EQ(corners.size(), size_t{1} << (2 * count));
+        EXPECT_EQ(pool->get_overflow_count(), 0u);
+    }
+}
+
+TEST(NodePool, GivesOutEveryNodeOnceAndRefusesTheRest) {
+    auto pool = std::make_unique<sds::NodePool>();
+    PatchNode parent;
+    std::set<unsigned int> taken{pool->begin()};
+    for (unsigned int i = 0; i < 63; ++i) {
+        ASSERT_TRUE(pool->take_children(parent));
+        EXPECT_TRUE(taken.insert(parent.children[0]).second);
+        EXPECT_TRUE(taken.insert(parent.children[1]).second);
+    }
+    EXPECT_EQ(taken.size(), 127u);
+    EXPECT_FALSE(pool->take_children(parent)) << "one node left is not enough";
+    EXPECT_FALSE(pool->take_children(parent)) << "and it went back";
+    EXPECT_EQ(pool->get_overflow_count(), 2u);
+    pool->release(5);
+    ASSERT_TRUE(pool->take_children(parent));
+    EXPECT_EQ(std::set<unsigned int>({parent.children[0], parent.children[1]}), std::set<unsigned int>({5, 127}));
+    pool->begin();
+    EXPECT_EQ(pool->get_overflow_count(), 0u);
+}
+
+TEST(AdaptiveSplit, HalvesTheLongerSideAndColumnsOnATie) {
+    auto pool = std::make_unique<sds::NodePool>();
+    const auto split_direction = [&](float width, float height) {
+        const PatchControls patch = make_patch([&](unsigned int column, unsigned int row) {
+            return Vec3f(static_cast<float>(column) * width, static_cast<float>(row) * height, 0.0f);
+        });
+        PatchNode& root = (*pool)[pool->begin()];
+        sds::set_root(root, patch.data());
+        EXPECT_TRUE(sds::AdaptiveSplit{3e-6f}(*pool, root));
+        // A transposing split halves u and turns the grid.
+        return (*pool)[root.children[0]].direction == 1 ? 'u' : 'v';
+    };
+    EXPECT_EQ(split_direction(2, 1), 'u');
+    EXPECT_EQ(split_direction(1, 2), 'v');
+    EXPECT_EQ(split_direction(1, 1), 'v');
+}
+
+TEST(AdaptiveSplit, EndsWhereASplitNoLongerShrinks) {
+    auto pool = std::make_unique<sds::NodePool>();
+    PatchNode& root = (*pool)[pool->begin()];
+    sds::set_root(root, make_flat_patch().data());
+    EXPECT_TRUE(sds::AdaptiveSplit{3e-6f}(*pool, root)) << "the root has no parent to have shrunk from";
+    PatchNode& child = (*pool)[root.children[0]];
+    EXPECT_EQ(child.parent_size, 2.0f);
+    EXPECT_FALSE(sds::AdaptiveSplit{0.5f}(*pool, child)) << "shrunk by the tolerance exactly";
+    EXPECT_TRUE(sds::AdaptiveSplit{0.4999f}(*pool, child));
+}
+
+}  // namespace
+}  // namespace sds_test

@@ -1,0 +1,161 @@
+#include "sds/intersection/ray_state.h"
+
+#include "one_patch.h"
+
+namespace sds_test {
+namespace {
+
+using Wide = __int128;
+
+// A distance along a ray as an exact fraction with a positive denominator.
+struct Fraction {
+    Wide numerator;
+    Wide denominator;
+    bool operator<=(const Fraction& other) const {
+        return numerator * other.denominator <= other.numerator * denominator;
+    }
+};
+
+sds::RayState make_state(const Vec3d& origin, const Vec3d& direction, double near = -1e30,
+                         const Vec3d& reference = {0, 0, 0}) {
+    GeometryRay ray = make_ray(origin, direction);
+    ray.tnear = near;
+    const GeometryRaytraceData data;
+    GeometryRaytraceCtx context(&ray, 1, data);
+    context.set_reference_point(reference);
+    sds::RayState state;
+    state.set(context, 0);
+    return state;
+}
+
+// Coordinates are whole numbers over 4096, below 2^24: floats hold them, 128-bit integers compare exactly. The box's
+// sides are rounded from one point of the ray, so that the ray touches the box or passes it by a hair.
+TEST(SlabTest, NeverLosesARayThatTouchesTheBox) {
+    std::mt19937_64 random(3);
+    constexpr int largest = (1 << 24) - 1;
+    std::uniform_int_distribution<int> whole(-largest, largest);
+    std::uniform_int_distribution<int> shrink(0, 20);
+    unsigned int touching = 0;
+    unsigned int missing = 0;
+    for (unsigned int i = 0; i < 2000000; ++i) {
+        int o[3], d[3], low[3], high[3];
+        const double t = std::ldexp(static_cast<double>(whole(random)), -24 - shrink(random) / 4);
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            o[axis] = whole(random) >> shrink(random);
+            d[axis] = whole(random) >> shrink(random) / 2;
+            if (d[axis] == 0) d[axis] = 1;
+            const double at = std::clamp(o[axis] + t * d[axis], -1.0 * largest, 1.0 * largest);
+            const int near = static_cast<int>(std::floor(at)) + static_cast<int>(random() % 2);
+            const int far = std::clamp(near + (random() % 2 == 0 ? 1 : -1) * (whole(random) >> shrink(random)), -largest,
+                                       largest);
+            low[axis] = std::min(near, far);
+            high[axis] = std::max(near, far);
+        }
+        Fraction entry{-1, 0}, exit{1, 0};
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            const int sign = d[axis] < 0 ? -1 : 1;
+            const Fraction in{Wide((d[axis] < 0 ? high : low)[axis] - o[axis]) * sign, Wide(d[axis]) * sign};
+            const Fraction out{Wide((d[axis] < 0 ? low : high)[axis] - o[axis]) * sign, Wide(d[axis]) * sign};
+            if (axis == 0 || entry <= in) entry = in;
+            if (axis == 0 || out <= exit) exit = out;
+        }
+        const double scale = 1.0 / 4096.0;
+        const sds::RayState state = [&] {
+            sds::RayState s;
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                s.origin[axis] = static_cast<float>(o[axis] * scale);
+                s.direction[axis] = static_cast<float>(d[axis] * scale);
+                s.inverse_direction[axis] = 1.0f / s.direction[axis];
+            }
+            return s;
+        }();
+        sds::PatchBox box;
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            box.min[axis] = static_cast<float>(low[axis] * scale);
+            box.max[axis] = static_cast<float>(high[axis] * scale);
+        }
+        float computed = -std::numeric_limits<float>::max();
+        const bool hit = sds::slab_test(state, box, std::numeric_limits<float>::max(), computed);
+        if (entry <= exit) {
+            ++touching;
+            ASSERT_TRUE(hit) << "case " << i;
+        } else {
+            missing += hit ? 0 : 1;
+        }
+    }
+    EXPECT_GT(touching, 200000u);
+    EXPECT_GT(missing, 200000u) << "the test does not let everything pass";
+}
+
+TEST(SlabTest, KeepsToTheRaysRange) {
+    const sds::PatchBox box{{-1, -1, 4}, {1, 1, 6}};
+    const sds::RayState state = make_state({0, 0, 0}, {0, 0, 1});
+    const auto test = [&](float near, float far) {
+        float entry = near;
+        return sds::slab_test(state, box, far, entry);
+    };
+    EXPECT_TRUE(test(0.0f, 10.0f));
+    EXPECT_TRUE(test(5.0f, 5.5f));
+    EXPECT_TRUE(test(0.0f, 4.0f)) << "touching";
+    EXPECT_FALSE(test(0.0f, 3.99f));
+    EXPECT_FALSE(test(6.01f, 10.0f));
+    EXPECT_FALSE(test(std::numeric_limits<float>::quiet_NaN(), 10.0f) && test(0.0f, -1.0f));
+    float entry = 0.0f;
+    EXPECT_TRUE(sds::slab_test(state, box, 10.0f, entry));
+    EXPECT_FLOAT_EQ(entry, 4.0f);
+}
+
+TEST(SlabTest, RaysInThePlaneOfASideMeetTheBox) {
+    const sds::PatchBox box{{0, 0, 0}, {1, 1, 1}};
+    for (const double side : {0.0, 1.0})
+        for (unsigned int axis = 0; axis < 3; ++axis)
+            for (const double sign : {-1.0, 1.0}) {
+                Vec3d origin{0.5, 0.5, 0.5}, direction{0, 0, 0};
+                origin[(axis + 1) % 3] = side;
+                direction[axis] = sign;
+                origin[axis] -= 3.0 * sign;
+                direction[(axis + 1) % 3] = -0.0;
+                float entry = -10.0f;
+                EXPECT_TRUE(sds::slab_test(make_state(origin, direction), box, 10.0f, entry));
+            }
+}
+
+TEST(RayState, MovesTheOriginToTheReferencePoint) {
+    const Vec3d reference{100.25, -7.5, 3.0};
+    const Vec3d direction{0.6, 0.0, 0.8};
+    const Vec3d offset{0.8, 0.5, -0.6};
+    for (const double distance : {-1e9, -1e3, 0.0, 1e6, 1e12}) {
+        const sds::RayState state = make_state(reference + offset - direction * distance, direction, -1e30, reference);
+        EXPECT_NEAR(state.shift, distance, 1e-15 * std::fabs(distance) + 1e-12);
+        const double lost = 4e-16 * std::fabs(distance) + 1e-5;
+        for (unsigned int axis = 0; axis < 3; ++axis)
+            EXPECT_NEAR(state.origin[axis], reference[axis] + offset[axis], lost);
+    }
+}
+
+TEST(RayState, BeginsAtOrBeforeTnear) {
+    for (const double near : {0.0, 1e-9, 1.0, 3.7, 1e6, -1e-9, -1.0, -3.7, -1e6})
+        for (const double shift : {0.0, 0.1, 1e4, -33.3}) {
+            const sds::RayState state = make_state({0, 0, -shift}, {0, 0, 1}, near);
+            EXPECT_LE(static_cast<double>(state.entry_bound), near - state.shift) << near << " " << shift;
+        }
+}
+
+TEST(RayState, NarrowingBoundsTheDouble) {
+    std::mt19937_64 random(5);
+    std::uniform_real_distribution<double> unit(-1.0, 1.0);
+    for (unsigned int i = 0; i < 100000; ++i) {
+        const double x = std::ldexp(unit(random), static_cast<int>(random() % 80) - 40);
+        const float low = sds::narrow_down(x), high = sds::narrow_up(x);
+        ASSERT_LE(static_cast<double>(low), x);
+        ASSERT_GE(static_cast<double>(high), x);
+        ASSERT_LE(high, std::nextafter(low, std::numeric_limits<float>::infinity()));
+    }
+    EXPECT_EQ(sds::narrow_down(0.5), 0.5f);
+    EXPECT_EQ(sds::narrow_up(0.5), 0.5f);
+    EXPECT_EQ(sds::narrow_up(std::numeric_limits<double>::infinity()), std::numeric_limits<float>::infinity());
+    EXPECT_TRUE(std::isnan(sds::narrow_up(std::numeric_limits<double>::quiet_NaN())));
+}
+
+}  // namespace
+}  // namespace sds_test
