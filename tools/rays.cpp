@@ -59,7 +59,7 @@ Options read_options(int argc, char** argv) {
             options.cages.push_back(argument);
     }
     if (options.cages.empty())
-        options.cages = {"bishop", "car",  "pawn", "cube",  "torus", "toroidal_tet",
+        options.cages = {"bishop", "car",    "pawn", "cube",  "torus", "toroidal_tet",
                          "body",   "turned", "knot", "seams", "sheet"};
     return options;
 }
@@ -138,8 +138,9 @@ public:
                                "2e-6 of (diagonal + distance).\n\n"
                              : "## Flat cells\n\nAgainst brute force over the cells in double precision; distances "
                                "within 1e-5 of (diagonal + distance).\n\n");
-        std::printf("| cage | level | kernels | rays | hits | by a shared edge | silhouettes | wrong | worst t | worst "
-                    "(u, v) | (u, v) > 1e-4 |\n|---|--:|---|--:|--:|--:|--:|--:|--:|--:|--:|\n");
+        std::printf(
+            "| cage | level | kernels | rays | hits | by a shared edge | silhouettes | wrong | worst t | worst "
+            "(u, v) | (u, v) > 1e-4 |\n|---|--:|---|--:|--:|--:|--:|--:|--:|--:|--:|\n");
         for (const ZooMesh* cage : m_cages)
             for (unsigned int level = is_limit ? 0 : 1; level <= (is_limit ? 0u : 5u); ++level)
                 for (const std::string& kernels : m_kernels) {
@@ -159,9 +160,10 @@ public:
 
     void print_holes(bool is_far) {
         std::printf(is_far ? "## Holes at (148376, 1234, -223423), radius 2\n\n" : "## Holes\n\n");
-        std::printf("Closed cages, rays lost / late / grazing. From inside and from 1, 10 and 1000 diagonals away, aimed at "
-                    "random points and exactly at corners, edge middles and lines.\n\n"
-                    "| cage | level | kernels | rays | inside | 1 | 10 | 1000 |\n|---|--:|---|--:|--:|--:|--:|--:|\n");
+        std::printf(
+            "Closed cages, rays lost / late / grazing. From inside and from 1, 10 and 1000 diagonals away, aimed at "
+            "random points and exactly at corners, edge middles and lines.\n\n"
+            "| cage | level | kernels | rays | inside | 1 | 10 | 1000 |\n|---|--:|---|--:|--:|--:|--:|--:|\n");
         for (const ZooMesh* cage : m_cages) {
             if (!cage->is_in(closed) || cage->is_in(nonmanifold_edge | nonmanifold_vertex)) continue;
             const ZooMesh placed = is_far ? moved(*cage, {148376, 1234, -223423}, 2.0) : *cage;

@@ -49,7 +49,8 @@ struct RayState {
         // Outwards for a negative tnear too.
         constexpr double begin_slack = 1.0 - static_cast<double>(GMath<float>::s_one_minus_epsilon);
         entry_bound = narrow_down(ray.tnear - std::fabs(ray.tnear) * begin_slack - shift);
-        // The box test drops a NaN distance of a single axis: a ray that is not finite would pass for meeting every box.
+        // The box test drops a NaN distance of a single axis: a ray that is not finite would pass for meeting every
+        // box.
         if (!(origin.is_finite() && direction.is_finite())) entry_bound = std::numeric_limits<float>::quiet_NaN();
     }
 

@@ -74,8 +74,7 @@ Result run_chunks(std::uint64_t ray_count, Body&& body) {
     sys_parallel_for(static_cast<unsigned int>((ray_count + chunk_size - 1) / chunk_size),
                      [&](unsigned int chunk, unsigned int worker) {
                          Random random(chunk);
-                         const Result part =
-                             body(random, std::min(chunk_size, ray_count - chunk * chunk_size), worker);
+                         const Result part = body(random, std::min(chunk_size, ray_count - chunk * chunk_size), worker);
                          const std::lock_guard lock(mutex);
                          total += part;
                      });
@@ -183,9 +182,8 @@ std::vector<double> crossing_distances(const RayOracle& oracle, const Vec3d& ori
     for (const Crossing& c : crossings) distances.push_back(c.t);
     std::sort(distances.begin(), distances.end());
     const double same = 1e-8 * oracle.diagonal();
-    distances.erase(
-        std::unique(distances.begin(), distances.end(), [&](double a, double b) { return b - a < same; }),
-        distances.end());
+    distances.erase(std::unique(distances.begin(), distances.end(), [&](double a, double b) { return b - a < same; }),
+                    distances.end());
     return distances;
 }
 
@@ -276,15 +274,13 @@ Vec3d pick_target(const RayOracle& oracle, Aim aim, Random& random) {
 }  // namespace
 
 HoleCounts count_holes(const RayOracle& oracle, const TraceFunction& trace, const std::vector<Vec3d>& inside_points,
-                       Aim aim, double diagonals, std::uint64_t ray_count,
-                       const FaultReport& report) {
+                       Aim aim, double diagonals, std::uint64_t ray_count, const FaultReport& report) {
     const double slack = 1e-5 * oracle.diagonal() + 4.0 * get_nudge(oracle);
     std::mutex mutex;
     return run_chunks<HoleCounts>(ray_count, [&](Random& random, std::uint64_t count, unsigned int worker) {
         HoleCounts result;
         for (std::uint64_t i = 0; i < count; ++i) {
-            const Vec3d inside =
-                inside_points[below(random, static_cast<unsigned int>(inside_points.size()))];
+            const Vec3d inside = inside_points[below(random, static_cast<unsigned int>(inside_points.size()))];
             const Vec3d target = pick_target(oracle, aim, random);
             // The surface is met at t = 1 at the latest.
             GeometryRay ray;

@@ -39,8 +39,8 @@ struct HitAgreement {
     std::uint64_t other_primitive = 0;  // the same place by way of a shared edge
     std::uint64_t silhouettes = 0;      // right for a ray a rounding error beside this one
     std::uint64_t wrong = 0;
-    double worst_t = 0.0;   // of the hits that are not silhouettes, by (diagonal + distance)
-    double worst_uv = 0.0;  // of those on the oracle's primitive whose ray meets the surface at 6 degrees or more
+    double worst_t = 0.0;         // of the hits that are not silhouettes, by (diagonal + distance)
+    double worst_uv = 0.0;        // of those on the oracle's primitive whose ray meets the surface at 6 degrees or more
     std::uint64_t uv_beyond = 0;  // of those, more than 1e-4 off
 
     HitAgreement& operator+=(const HitAgreement& other);
@@ -49,8 +49,8 @@ struct HitAgreement {
 // Receives the rays at fault and what the oracle expects of them, one call at a time.
 using FaultReport = std::function<void(const GeometryRay& ray, const Crossing& expected)>;
 
-// Random rays through the bounding box, half of them from within or near it. Hits agree when their distances differ by at most
-// `tolerance` times (diagonal + distance).
+// Random rays through the bounding box, half of them from within or near it. Hits agree when their distances differ by
+// at most `tolerance` times (diagonal + distance).
 HitAgreement compare_hits(const RayOracle& oracle, const TraceFunction& trace, std::uint64_t ray_count,
                           double tolerance, const FaultReport& report = {});
 
@@ -80,8 +80,7 @@ struct HoleCounts {
 // Rays from the inside points to exact points of the surface (`diagonals` 0), or from that many diagonals away through
 // such a point of the surface to the inside point behind it.
 HoleCounts count_holes(const RayOracle& oracle, const TraceFunction& trace, const std::vector<Vec3d>& inside_points,
-                       Aim aim, double diagonals, std::uint64_t ray_count,
-                       const FaultReport& report = {});
+                       Aim aim, double diagonals, std::uint64_t ray_count, const FaultReport& report = {});
 
 // The cage at another place and size: radius of its box `radius`, centre at `centre`.
 ZooMesh moved(const ZooMesh& cage, const Vec3d& centre, double radius);

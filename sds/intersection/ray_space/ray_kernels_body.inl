@@ -16,8 +16,9 @@ struct PlaneNode {
 
 constexpr unsigned int stack_capacity = 64;
 
-// An unlucky patch, seen exactly edge-on, meets the ray along a curve and would be split without end.
-constexpr unsigned int max_splits = 1024;
+// A patch seen exactly edge-on meets the ray along a curve and would be split without end. A ray that grazes a fold
+// needs some thousand splits: within rounding of the fold every sub-patch holds the origin.
+constexpr unsigned int max_splits = 8192;
 // Sub-patches of this size are taken as points on the limit surface.
 constexpr float point_size = 1.0f / 262144.0f;
 constexpr unsigned int max_newton_steps = 8;

@@ -21,8 +21,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(All, Kernels,
                          ::testing::Values(KernelChoice{fast_kernels, 3}, KernelChoice{fast_kernels, 5},
                                            KernelChoice{fast_kernels, limit}, KernelChoice{reference_kernels, 3},
-                                           KernelChoice{reference_kernels, 5},
-                                           KernelChoice{reference_kernels, limit}),
+                                           KernelChoice{reference_kernels, 5}, KernelChoice{reference_kernels, limit}),
                          name_of_choice);
 
 TEST_P(Kernels, AgreeWithTheOracleOnRandomPatches) {
@@ -133,8 +132,8 @@ TEST_P(Kernels, NanControlsGiveNoHit) {
 
 TEST_P(Kernels, APatchWithoutExtentIsNoTrap) {
     const PatchControls point = make_patch([](unsigned int, unsigned int) { return Vec3f(0.25f, 0.5f, 1.0f); });
-    const PatchControls line = make_patch(
-        [](unsigned int column, unsigned int) { return Vec3f(static_cast<float>(column), 0.5f, 0.5f); });
+    const PatchControls line =
+        make_patch([](unsigned int column, unsigned int) { return Vec3f(static_cast<float>(column), 0.5f, 0.5f); });
     m_bench.trace(point, make_ray({0.25, 0.5, 5.0}, {0, 0, -1}));
     m_bench.trace(line, make_ray({1.3, 0.5, 5.0}, {0, 0, -1}));
     m_bench.trace(line, make_ray({-1.0, 0.5, 0.5}, {1, 0, 0}));

@@ -11,9 +11,9 @@
 
 #include "qn_ctx/ctx_eval.h"
 #include "qn_geometry/geometry_raytrace_ctx.h"
+#include "qn_sys/sys_thread.h"
 #include "sds/common/control_grid.h"
 #include "sds/intersection/bezier_intersection.h"
-#include "qn_sys/sys_thread.h"
 #include "support/ray_checks.h"
 
 namespace sds_test {
@@ -44,8 +44,8 @@ inline PatchControls make_random_patch(unsigned int seed, float size = 0.3f) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<float> offset(-size, size);
     return make_patch([&](unsigned int column, unsigned int row) {
-        return Vec3f(static_cast<float>(column) / 3.0f + offset(random), static_cast<float>(row) / 3.0f + offset(random),
-                     offset(random));
+        return Vec3f(static_cast<float>(column) / 3.0f + offset(random),
+                     static_cast<float>(row) / 3.0f + offset(random), offset(random));
     });
 }
 
@@ -148,8 +148,7 @@ inline HitAgreement compare_patch(const PatchControls& controls, KernelFamily fa
     for (unsigned int i = 0; i < sys_max_worker_count(); ++i)
         benches.push_back(std::make_unique<KernelBench>(family, count));
     return compare_hits(
-        oracle,
-        [&](GeometryRay& ray, unsigned int worker) { ray = benches[worker]->trace(controls, ray); }, ray_count,
+        oracle, [&](GeometryRay& ray, unsigned int worker) { ray = benches[worker]->trace(controls, ray); }, ray_count,
         tolerance);
 }
 

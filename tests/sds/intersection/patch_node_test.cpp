@@ -80,8 +80,7 @@ TEST(PatchNode, BoxesOfChildrenNeverLeaveTheParentAtAnyMagnitude) {
         PatchNode children[4];
         sds::halve_rows(node, children[0], children[1]);
         sds::halve_columns(node, children[2], children[3]);
-        for (const PatchNode& child : children)
-            ASSERT_TRUE(is_within(sds::compute_box(child), sds::compute_box(node)));
+        for (const PatchNode& child : children) ASSERT_TRUE(is_within(sds::compute_box(child), sds::compute_box(node)));
     }
 }
 

@@ -46,8 +46,8 @@ TEST(SlabTest, NeverLosesARayThatTouchesTheBox) {
             if (d[axis] == 0) d[axis] = 1;
             const double at = std::clamp(o[axis] + t * d[axis], -1.0 * largest, 1.0 * largest);
             const int near = static_cast<int>(std::floor(at)) + static_cast<int>(random() % 2);
-            const int far = std::clamp(near + (random() % 2 == 0 ? 1 : -1) * (whole(random) >> shrink(random)), -largest,
-                                       largest);
+            const int far =
+                std::clamp(near + (random() % 2 == 0 ? 1 : -1) * (whole(random) >> shrink(random)), -largest, largest);
             low[axis] = std::min(near, far);
             high[axis] = std::max(near, far);
         }
