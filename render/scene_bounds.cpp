@@ -170,7 +170,13 @@ void UnitSpace::narrow(const Bbox3& box, float lower[3], float upper[3]) const {
     }
     const Vec3 extent = box.get_max() - box.get_min();
     const double size = std::max({extent[0], extent[1], extent[2]}) / m_radius;
-    const double pad = 0x1p-19 + 0x1p-17 * size;
+    // Objects narrow a ray to single precision where they stand: far from the origin that moves it by a good part of
+    // the coordinates' own rounding.
+    double magnitude = 0.0;
+    for (unsigned int a = 0; a < 3; ++a)
+        magnitude = std::max({magnitude, std::fabs(box.get_min()[a]), std::fabs(box.get_max()[a])});
+    const double narrowing = 2.0 * std::numeric_limits<float>::epsilon() * magnitude / m_radius;
+    const double pad = 0x1p-19 + 0x1p-17 * size + narrowing;
     for (unsigned int a = 0; a < 3; ++a) {
         lower[a] = round_down((box.get_min()[a] - m_center[a]) / m_radius - pad);
         upper[a] = round_up((box.get_max()[a] - m_center[a]) / m_radius + pad);
