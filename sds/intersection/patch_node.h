@@ -235,7 +235,8 @@ struct AdaptiveSplit {
 
     bool operator()(NodePool& pool, PatchNode& node) const {
         get_box(node);
-        if (tolerance >= node.parent_size - node.size || !pool.take_children(node)) return false;
+        // A NaN in the sizes makes a leaf.
+        if (!(node.parent_size - node.size > tolerance) || !pool.take_children(node)) return false;
         PatchNode& first = pool[node.children[0]];
         PatchNode& second = pool[node.children[1]];
         const GMathVec3<float> corner = node.get_point(0);

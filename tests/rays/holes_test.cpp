@@ -71,12 +71,14 @@ TEST_P(Holes, NoneThroughTheRenderer) {
 TEST_P(Holes, NoneFarFromTheOrigin) {
     const ZooMesh cage = moved(*GetParam(), {148376, 1234, -223423}, 2.0);
     std::uint64_t rays = 0;
-    for (const unsigned int level : {0u, 3u})
-        for (const Route route : {Route::fast, Route::reference, Route::renderer}) {
-            const HoleCounts counts = count(cage, level, route);
-            EXPECT_EQ(counts.lost, 0u) << "level " << level << ", route " << static_cast<int>(route);
-            rays += counts.rays;
-        }
+    for (const unsigned int level : {0u, 3u}) {
+        const HoleCounts fast = count(cage, level, Route::fast);
+        const HoleCounts reference = count(cage, level, Route::reference);
+        const HoleCounts renderer = count(cage, level, Route::renderer);
+        EXPECT_EQ(fast.lost + reference.lost + renderer.lost, 0u) << "level " << level;
+        EXPECT_LE(renderer.late, fast.late) << "the hierarchy keeps a primitive from a ray, level " << level;
+        rays += fast.rays;
+    }
     if (rays == 0) GTEST_SKIP() << "too thin there to tell inside from outside";
 }
 

@@ -18,7 +18,7 @@ constexpr unsigned int stack_capacity = 64;
 
 // A patch seen exactly edge-on meets the ray along a curve and would be split without end. A ray that grazes a fold
 // needs some thousand splits: within rounding of the fold every sub-patch holds the origin.
-constexpr unsigned int max_splits = 8192;
+constexpr unsigned int max_splits = 16384;
 // Sub-patches of this size are taken as points on the limit surface.
 constexpr float point_size = 1.0f / 262144.0f;
 constexpr unsigned int max_newton_steps = 8;
@@ -118,11 +118,18 @@ private:
 };
 
 inline void add_hit(RayHits& hits, float t, float u, float v, float cell, bool facing) {
-    if (hits.count == RayHits::capacity) {
+    unsigned int place = hits.count;
+    if (place == RayHits::capacity) {
+        // Where a ray runs along the surface the list fills up: the nearest stay.
         ++hits.overflow_count;
-        return;
+        place = 0;
+        for (unsigned int i = 1; i < RayHits::capacity; ++i)
+            if (hits.hits[i].t > hits.hits[place].t) place = i;
+        if (!(t < hits.hits[place].t)) return;
+    } else {
+        ++hits.count;
     }
-    RayHit& hit = hits.hits[hits.count++];
+    RayHit& hit = hits.hits[place];
     hit.t = t;
     hit.u = u;
     hit.v = v;
@@ -326,10 +333,12 @@ void adaptive(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
         float s = 0.5f, t = 0.5f, det = 0.0f;
         const bool is_point = node.a_max - node.a_min <= point_size && node.b_max - node.b_min <= point_size;
         if (!is_point) {
-            if (!is_injective(node) || !find_root(node, s, t, det)) {
-                if (room) return false;
+            if (room) {
+                if (!is_injective(node) || !find_root(node, s, t, det)) return false;
+            } else {
+                // Out of splits: a root that is found anyway, unproven to be the only one, or none.
                 ++hits.overflow_count;
-                s = t = 0.5f;
+                if (!find_root(node, s, t, det)) return true;
             }
         }
         if (det == 0.0f) {

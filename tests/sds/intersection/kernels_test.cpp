@@ -121,7 +121,6 @@ TEST_P(Kernels, MeaninglessRaysHitNothing) {
 }
 
 TEST_P(Kernels, NanControlsGiveNoHit) {
-    if (GetParam().count == limit && GetParam().family == reference_kernels) GTEST_SKIP();
     for (unsigned int k = 0; k < 16; ++k) {
         PatchControls patch = make_random_patch(1);
         patch[k][k % 3] = std::numeric_limits<float>::quiet_NaN();
