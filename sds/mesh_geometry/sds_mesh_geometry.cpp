@@ -3,18 +3,16 @@
 #include <cstring>
 #include <new>
 
+#include "sds/common/array_bytes.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_geometry/corner_cache.h"
+
+using sds::bytes_of;
 
 namespace {
 
 // Below this many quad indices every step runs on the calling thread: starting threads would cost more than it saves.
 constexpr unsigned int min_threaded_indices = 512;
-
-template <class T>
-size_t bytes_of(const CoreArray<T>& array) {
-    return sizeof(T) * array.get_count();
-}
 
 }  // namespace
 

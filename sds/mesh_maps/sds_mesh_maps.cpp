@@ -2,19 +2,12 @@
 
 #include <new>
 
+#include "sds/common/array_bytes.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_maps/control_polygons.h"
 
+using sds::bytes_of;
 using sds::none;
-
-namespace {
-
-template <class T>
-size_t bytes_of(const CoreArray<T>& array) {
-    return sizeof(T) * array.get_count();
-}
-
-}  // namespace
 
 SdsMeshMaps::~SdsMeshMaps() = default;
 
