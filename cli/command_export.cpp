@@ -2,6 +2,7 @@
 
 #include "cli/common_options.h"
 #include "cli/load_cage.h"
+#include "cli/mesh_properties.h"
 #include "cli/npy.h"
 #include "cli/sample_grid.h"
 #include "cli/tessellate.h"
@@ -27,6 +28,8 @@ struct ExportOptions : CommonOptions {
     unsigned int level = 3;
     GridOutput samples, uvs;
     unsigned int uv_map = 0;
+    std::vector<std::pair<std::string, std::string>> properties;  // name, path
+    unsigned int property_cells = 4;
     double time = 0.0;
 };
 
@@ -44,13 +47,12 @@ void add_grid_option(CLI::App& command, const std::string& flag, GridOutput& out
 
 void check_options(const ExportOptions& options) {
     if (!std::isfinite(options.time)) throw UsageError("--time: not finite");
-    bool any = false;
-    for (const std::string& path : {options.patches, options.tessellation, options.samples.path, options.uvs.path}) {
-        if (path.empty()) continue;
-        check_output(path);
-        any = true;
-    }
-    if (!any) throw UsageError("nothing to export: give --patches, --tessellation, --samples or --uv");
+    std::vector<std::string> paths{options.patches, options.tessellation, options.samples.path, options.uvs.path};
+    for (const auto& [name, path] : options.properties) paths.push_back(path);
+    std::erase(paths, "");
+    if (paths.empty())
+        throw UsageError("nothing to export: give --patches, --tessellation, --samples, --uv or --property");
+    for (const std::string& path : paths) check_output(path);
 }
 
 void check_uv_map(const ExportOptions& options, const Surface& surface) {
@@ -70,6 +72,19 @@ void report_unmapped(const ExportOptions& options, const Surface& surface) {
                    " quads are not mapped, their UVs are NaN");
 }
 
+void export_properties(const ExportOptions& options, const LoadedSurface& loaded) {
+    const SdsMesh mesh = loaded.surface->mesh(0);
+    const MeshProperties properties(loaded.properties, loaded.cage(), mesh);
+    for (const auto& [name, path] : options.properties) properties.find(name);
+    const std::size_t side = std::size_t{options.property_cells} + 1;
+    for (const auto& [name, path] : options.properties) {
+        const SurfaceProperty& property = properties.find(name);
+        const std::size_t shape[] = {mesh.get_primitive_count(), side, side, 3 * std::size_t{property.extent()}};
+        write_npy<double>(path, shape,
+                          sample_property(*loaded.surface, property, options.property_cells, options.time));
+    }
+}
+
 void run_export(const ExportOptions& options) {
     check_options(options);
     const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
@@ -77,6 +92,7 @@ void run_export(const ExportOptions& options) {
     check_uv_map(options, surface);
     const std::size_t quads = surface.base().get_primitive_count();
 
+    if (!options.properties.empty()) export_properties(options, loaded);
     if (!options.patches.empty()) {
         const std::size_t shape[] = {quads, 16, 3};
         write_npy<float>(options.patches, shape, patch_controls(surface, options.time));
@@ -105,6 +121,7 @@ void add_export_command(CLI::App& program, Action& action) {
     CLI::App& command = *program.add_subcommand("export", "Write patches, samples or flat cells of the surface");
     const auto options = std::make_shared<ExportOptions>();
     add_common_options(command, *options, "--uv-map");
+    add_property_option(command, *options);
     add_motion_options(command, options->motion);
     command.add_option("--patches", options->patches, "Control points, .npy: float32 [quad][16][3], four per corner")
         ->type_name("FILE");
@@ -121,6 +138,14 @@ void add_export_command(CLI::App& program, Action& action) {
         command, "--uv", options->uvs,
         "UVs on N x N cells per quad, .npy: float64 [quad][v][u][9], uvw, d/du, d/dv; NaN where not mapped");
     command.add_option("--map", options->uv_map, "UV map of --uv and --tessellation, 0 the mesh's own")
+        ->capture_default_str();
+    command
+        .add_option("--property", options->properties,
+                    "A property by name on --cells x --cells per quad, .npy: float64 [quad][v][u][3 x extent], value, "
+                    "d/du, d/dv")
+        ->type_name("NAME FILE");
+    command.add_option("--cells", options->property_cells, "Cells of --property along an edge of a quad")
+        ->check(CLI::Range(1u, max_grid_cells))
         ->capture_default_str();
     command.add_option("--time", options->time, "Time of the motion to export")->capture_default_str();
     set_action(command, action, options, run_export);

@@ -2,6 +2,7 @@
 
 #include "cli/common_options.h"
 #include "cli/load_cage.h"
+#include "cli/mesh_properties.h"
 #include "cli/surface_statistics.h"
 #include "qn_ctx/ctx_eval.h"
 
@@ -20,6 +21,13 @@ struct InfoOptions : CommonOptions {
     bool json = false;
 };
 
+struct PropertyFacts {
+    std::string name, kind, type;
+    unsigned int extent, items, times;
+    bool is_indexed;
+    std::size_t bytes;
+};
+
 /// Everything that is printed, gathered once.
 struct Info {
     std::uint32_t quads;
@@ -31,11 +39,26 @@ struct Info {
     double area;
     std::vector<MapStatistics> uv_maps;
     std::vector<std::string> color_maps;
+    std::vector<PropertyFacts> properties;
     std::vector<ArraySize> arrays;
     std::size_t bytes;
 };
 
-Info gather(const Surface& surface) {
+std::vector<PropertyFacts> describe_properties(const LoadedSurface& loaded, const SdsMesh& mesh) {
+    std::vector<PropertyFacts> list;
+    const MeshProperties properties(loaded.properties, loaded.cage(), mesh);
+    for (const SurfaceProperty& each : properties.all()) {
+        const SdsMeshProperty& property = each.property();
+        list.push_back({each.name(), to_name(property.get_type()),
+                        ResourceProperty::get_type_name(property.get_value_type()), each.extent(),
+                        property.get_value_count(), property.get_time_sampling().get_sample_count(),
+                        property.has_indices(), property.get_memory_size()});
+    }
+    return list;
+}
+
+Info gather(const LoadedSurface& loaded) {
+    const Surface& surface = *loaded.surface;
     const SdsMesh mesh = surface.mesh(0);
     const CtxShader shader;
     Info info{};
@@ -49,6 +72,7 @@ Info gather(const Surface& surface) {
     info.uv_maps = uv_map_statistics(surface);
     for (unsigned int m = 0; m < mesh.get_color_map_count(); ++m)
         info.color_maps.push_back(mesh.get_color_map_name(m).to_std());
+    info.properties = describe_properties(loaded, mesh);
     info.arrays = array_sizes(surface);
     info.bytes = surface.base().get_memory_size() + surface.geometry().get_memory_size() +
                  surface.maps().get_memory_size() + mesh.get_memory_size();
@@ -90,6 +114,16 @@ std::string to_json_text(const InfoOptions& options, const LoadedSurface& loaded
                                    {"seam_edges", map.seam_edges},
                                    {"unmapped_quads", map.unmapped_quads}});
     json["color_maps"] = info.color_maps;
+    json["properties"] = Json::array();
+    for (const PropertyFacts& property : info.properties)
+        json["properties"].push_back({{"name", property.name},
+                                      {"kind", property.kind},
+                                      {"type", property.type},
+                                      {"extent", property.extent},
+                                      {"items", property.items},
+                                      {"times", property.times},
+                                      {"indexed", property.is_indexed},
+                                      {"bytes", property.bytes}});
     json["bytes"] = {{"total", info.bytes}};
     for (const auto& [name, bytes] : info.arrays) json["bytes"][name] = bytes;
     json["build_seconds"] = loaded.surface->build_seconds();
@@ -145,6 +179,10 @@ std::string to_plain_text(const LoadedSurface& loaded, const Info& info) {
         report.line("uv map " + map.name, "%u points, %u seam edges, %u quads not mapped", map.points, map.seam_edges,
                     map.unmapped_quads);
     for (const std::string& name : info.color_maps) report.line("color map " + name, "per vertex");
+    for (const PropertyFacts& property : info.properties)
+        report.line("property " + property.name, "%s, %u %sitems of %s x %u, %u times, %zu bytes",
+                    property.kind.c_str(), property.items, property.is_indexed ? "indexed " : "", property.type.c_str(),
+                    property.extent, property.times, property.bytes);
     report.line("bytes", "%zu", info.bytes);
     for (const auto& [name, bytes] : info.arrays) report.line("  " + name, "%zu", bytes);
     report.line("build seconds", "%.6f", loaded.surface->build_seconds());
@@ -155,7 +193,7 @@ std::string to_plain_text(const LoadedSurface& loaded, const Info& info) {
 
 void run_info(const InfoOptions& options) {
     const LoadedSurface loaded = load_surface(options, {}, nullptr);
-    const Info info = gather(*loaded.surface);
+    const Info info = gather(loaded);
     print_text(options.json ? to_json_text(options, loaded, info) : to_plain_text(loaded, info));
 }
 
@@ -165,6 +203,7 @@ void add_info_command(CLI::App& program, Action& action) {
     CLI::App& command = *program.add_subcommand("info", "Describe a cage and its surface");
     const auto options = std::make_shared<InfoOptions>();
     add_common_options(command, *options);
+    add_property_option(command, *options);
     command.add_flag("--json", options->json, "Print JSON");
     set_action(command, action, options, run_info);
 }

@@ -3,6 +3,7 @@
 #include "cli/atomic_file.h"
 #include "cli/common_options.h"
 #include "cli/load_cage.h"
+#include "cli/mesh_properties.h"
 #include "cli/texture.h"
 #include "cli/usage_error.h"
 #include "render/framing.h"
@@ -76,12 +77,33 @@ std::vector<std::string> layer_names(const RenderCommandOptions& options) {
     return names;
 }
 
-std::vector<sds_render::Layer> make_layers(const std::vector<std::string>& names) {
-    std::vector<sds_render::Layer> layers;
+constexpr std::string_view property_prefix = "prop:";
+
+bool is_property_layer(const std::string& name) { return name.starts_with(property_prefix); }
+
+/// Asked before anything is read.
+void check_layers(const std::vector<std::string>& names) {
     try {
-        for (const std::string& name : names) layers.push_back(sds_render::make_layer(name));
+        for (const std::string& name : names)
+            if (!is_property_layer(name)) sds_render::make_layer(name);
     } catch (const std::invalid_argument& error) {
-        throw UsageError(std::string("--aov: ") + error.what());
+        throw UsageError(std::string("--aov: ") + error.what() + ", prop:NAME");
+    }
+}
+
+std::vector<sds_render::Layer> make_layers(const std::vector<std::string>& names, const MeshProperties& properties) {
+    std::vector<sds_render::Layer> layers;
+    std::vector<std::string> channels{"R", "G", "B", "A"};
+    for (const std::string& name : names) {
+        layers.push_back(is_property_layer(name)
+                             ? make_property_layer(properties.find(name.substr(property_prefix.size())))
+                             : sds_render::make_layer(name));
+        for (unsigned int c = 0; c < layers.back().components.size(); ++c) {
+            const std::string channel = layers.back().get_channel_name(c);
+            if (std::find(channels.begin(), channels.end(), channel) != channels.end())
+                throw UsageError("--aov: " + name + " gives channel " + channel + " a second time");
+            channels.push_back(channel);
+        }
     }
     return layers;
 }
@@ -114,13 +136,14 @@ void check_options(const RenderCommandOptions& options) {
 }
 
 void write_picture(const RenderCommandOptions& options, const sds_render::Image& image,
-                   const std::vector<std::string>& layers) {
+                   const std::vector<sds_render::Layer>& layers) {
     if (is_exr(options.output)) {
         sds_render::write_exr(options.output, image);
         return;
     }
     sds_render::write_png(options.output, image);
-    for (const std::string& layer : layers) sds_render::write_png(layer_path(options.output, layer), image, layer);
+    for (const sds_render::Layer& layer : layers)
+        sds_render::write_png(layer_path(options.output, layer.name), image, layer.name);
 }
 
 void print_statistics(const Surface& surface, double hierarchy_seconds, const sds_render::RenderStatistics& trace) {
@@ -137,8 +160,8 @@ void run_render(const RenderCommandOptions& options) {
     check_options(options);
     const sds_render::CameraView view = parse_view(options.view);
     const std::vector<std::string> names = layer_names(options);
+    check_layers(names);
     sds_render::RenderOptions render_options;
-    render_options.layers = make_layers(names);
     render_options.samples = options.samples;
     render_options.shading.wire = options.wire;
 
@@ -150,6 +173,8 @@ void run_render(const RenderCommandOptions& options) {
     }
     render_options.shading.colour = make_colour(options, *loaded.surface);
     const SdsMesh mesh = loaded.surface->mesh(options.level);
+    const MeshProperties properties(loaded.properties, loaded.cage(), mesh);
+    render_options.layers = make_layers(names, properties);
     sds_render::Scene scene(make_shutter(options, loaded.motion));
     const auto begin = std::chrono::steady_clock::now();
     {
@@ -163,7 +188,7 @@ void run_render(const RenderCommandOptions& options) {
     {
         const TaskScope task(progress.get(), "trace", 0.85f);
         const sds_render::Rendering rendering = sds_render::render(scene, camera, render_options, progress.get());
-        write_picture(options, rendering.image, names);
+        write_picture(options, rendering.image, render_options.layers);
         statistics = rendering.statistics;
     }
     progress.reset();  // ends its line
@@ -193,11 +218,13 @@ void add_render_command(CLI::App& program, Action& action) {
     add_common_options(command, *options);
     add_level_option(command, options->level);
     add_picture_options(command, *options);
+    add_property_option(command, *options);
     command.add_flag("--wire", options->wire, "Draw the edges of the cage on the surface");
     command
         .add_option("--aov", options->aovs,
-                    "Layers, separated by commas: N Ng P Z st uv id object group color checker. In an .exr they are "
-                    "channels (P, N, uv, id, Z by default), beside a .png pictures FILE.LAYER.png")
+                    "Layers, separated by commas: N Ng P Z st uv id object group color checker, and prop:NAME for a "
+                    "property. In an .exr they are channels (P, N, uv, id, Z by default), beside a .png pictures "
+                    "FILE.LAYER.png")
         ->type_name("NAMES")
         ->allow_extra_args(false);
     CLI::Option* texture =

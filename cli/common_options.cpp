@@ -85,6 +85,14 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
     command.add_flag("--quiet", options.quiet, "Print errors only");
 }
 
+void add_property_option(CLI::App& command, CommonOptions& options) {
+    command
+        .add_option("--properties", options.property_file,
+                    "Values on the cage, a .json list of {name, kind (vertex, uniform, constant), type (float32, ...), "
+                    "extent, values, indices, times}")
+        ->type_name("FILE");
+}
+
 void add_level_option(CLI::App& command, unsigned int& level) {
     command
         .add_option("--level", level,

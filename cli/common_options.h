@@ -17,6 +17,7 @@ struct CommonOptions {
     std::string mesh;
     SurfaceModes modes;
     std::vector<std::string> uv_files;
+    std::string property_file;  ///< empty: none
     FractionalSharpness fractional = FractionalSharpness::harden;
     unsigned int threads = 0;  ///< 0: one per core
     unsigned int log_level = 1;
@@ -33,6 +34,9 @@ inline constexpr unsigned int max_level = 12;
 
 /// Adds the positional MESH and the common options. `uv_flag` names the option that adds UV maps.
 void add_common_options(CLI::App& command, CommonOptions& options, const std::string& uv_flag = "--uv,--uv-map");
+
+/// Adds --properties FILE.
+void add_property_option(CLI::App& command, CommonOptions& options);
 
 /// Adds --level N with 0 (the limit surface) as default.
 void add_level_option(CLI::App& command, unsigned int& level);

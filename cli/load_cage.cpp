@@ -66,6 +66,7 @@ LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& mot
     loaded.mesh = load_cage(common.mesh, common, CageReport::everything);
     const std::vector<UvSource> uvs = load_uvs(common, loaded.cage());
     loaded.motion = load_motion(motion, common, loaded.cage());
+    if (!common.property_file.empty()) loaded.properties = read_properties(common.property_file, loaded.cage());
     loaded.surface = std::make_unique<Surface>(loaded.cage(), uvs, loaded.motion.vectors, common.modes, progress);
     install_time_samples(*loaded.surface, loaded.motion, common, loaded.cage().vertex_count());
     return loaded;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/motion_options.h"
+#include "cli/property_file.h"
 #include "cli/read_obj.h"
 #include "cli/surface.h"
 
@@ -25,13 +26,14 @@ void check_same_topology(const ControlCage& cage, const std::string& cage_path, 
 struct LoadedSurface {
     ReadObjResult mesh;
     Motion motion;
+    std::vector<PropertySource> properties;
     std::unique_ptr<Surface> surface;
 
     const ControlCage& cage() const { return *mesh.cage; }
 };
 
-/// Reads the mesh, its further UV maps and its motion, checks everything, then builds. Throws InputError and
-/// UsageError. `progress` may be null.
+/// Reads the mesh, its further UV maps, its motion and its properties, checks everything, then builds. Throws
+/// InputError and UsageError. `progress` may be null.
 LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& motion, AppProgressBar* progress);
 
 }  // namespace sds_cli

@@ -29,11 +29,21 @@ constexpr std::string_view type_code<float> = "<f4";
 template <>
 constexpr std::string_view type_code<double> = "<f8";
 template <>
+constexpr std::string_view type_code<std::int8_t> = "|i1";
+template <>
+constexpr std::string_view type_code<std::uint8_t> = "|u1";
+template <>
+constexpr std::string_view type_code<std::int16_t> = "<i2";
+template <>
+constexpr std::string_view type_code<std::uint16_t> = "<u2";
+template <>
+constexpr std::string_view type_code<std::int32_t> = "<i4";
+template <>
 constexpr std::string_view type_code<std::uint32_t> = "<u4";
 template <>
 constexpr std::string_view type_code<std::int64_t> = "<i8";
 template <>
-constexpr std::string_view type_code<std::uint8_t> = "|u1";
+constexpr std::string_view type_code<std::uint64_t> = "<u8";
 
 class NpyReader {
 public:
@@ -49,9 +59,8 @@ public:
         const bool c_order = order.starts_with("False");
         if (!c_order && !order.starts_with("True")) fail("malformed header: no memory order");
         if (!c_order && array.shape.size() > 1) fail("Fortran order; save it with numpy.ascontiguousarray");
-        if (!read_values<float>(array) && !read_values<double>(array) && !read_values<std::uint32_t>(array) &&
-            !read_values<std::int64_t>(array) && !read_values<std::uint8_t>(array))
-            fail("element type " + std::string(type_) + " is none of <f4 <f8 <u4 <i8 |u1");
+        if (!read_any(array, &array.values))
+            fail("element type " + std::string(type_) + " is none of <f4 <f8 |i1 |u1 <i2 <u2 <i4 <u4 <i8 <u8");
         return array;
     }
 
@@ -124,6 +133,11 @@ private:
         return shape;
     }
 
+    template <class... T>
+    bool read_any(NpyArray& array, const std::variant<std::vector<T>...>*) {
+        return (read_values<T>(array) || ...);
+    }
+
     /// False when the file's elements are not of type T.
     template <class T>
     bool read_values(NpyArray& array) {
@@ -157,6 +171,12 @@ private:
 
 }  // namespace
 
+std::string to_text(const std::vector<std::size_t>& shape) {
+    std::string text = "(";
+    for (const std::size_t extent : shape) text += (text.size() > 1 ? ", " : "") + std::to_string(extent);
+    return text + ")";
+}
+
 NpyArray read_npy(const std::string& path) { return NpyReader(path).read(); }
 
 template <class T>
@@ -186,9 +206,16 @@ void write_npy(const std::string& path, std::span<const std::size_t> shape, std:
 
 template void write_npy<float>(const std::string&, std::span<const std::size_t>, std::span<const float>);
 template void write_npy<double>(const std::string&, std::span<const std::size_t>, std::span<const double>);
+template void write_npy<std::int8_t>(const std::string&, std::span<const std::size_t>, std::span<const std::int8_t>);
+template void write_npy<std::uint8_t>(const std::string&, std::span<const std::size_t>, std::span<const std::uint8_t>);
+template void write_npy<std::int16_t>(const std::string&, std::span<const std::size_t>, std::span<const std::int16_t>);
+template void write_npy<std::uint16_t>(const std::string&, std::span<const std::size_t>,
+                                       std::span<const std::uint16_t>);
+template void write_npy<std::int32_t>(const std::string&, std::span<const std::size_t>, std::span<const std::int32_t>);
 template void write_npy<std::uint32_t>(const std::string&, std::span<const std::size_t>,
                                        std::span<const std::uint32_t>);
 template void write_npy<std::int64_t>(const std::string&, std::span<const std::size_t>, std::span<const std::int64_t>);
-template void write_npy<std::uint8_t>(const std::string&, std::span<const std::size_t>, std::span<const std::uint8_t>);
+template void write_npy<std::uint64_t>(const std::string&, std::span<const std::size_t>,
+                                       std::span<const std::uint64_t>);
 
 }  // namespace sds_cli

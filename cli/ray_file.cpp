@@ -11,12 +11,6 @@ namespace {
 
 constexpr std::size_t still_row = 8, moving_row = 9;
 
-std::string to_text(const std::vector<std::size_t>& shape) {
-    std::string text = "(";
-    for (const std::size_t extent : shape) text += (text.size() > 1 ? ", " : "") + std::to_string(extent);
-    return text + ")";
-}
-
 }  // namespace
 
 bool is_traceable(const GeometryRay& ray) {

@@ -66,6 +66,17 @@ std::vector<double> sample_uvs(const Surface& surface, unsigned int n, unsigned 
                        });
 }
 
+std::vector<double> sample_property(const Surface& surface, const SurfaceProperty& property, unsigned int n,
+                                    double time) {
+    const CtxShader shader;
+    const CtxEval ctx(shader);
+    const std::size_t extent = property.extent();
+    return sample_grid(surface.base().get_primitive_count(), n, 3 * extent, time,
+                       [&](const GeometryFragment& fragment, double* row) {
+                           property.evaluate(ctx, fragment, row, row + extent, row + 2 * extent);
+                       });
+}
+
 std::vector<float> patch_controls(const Surface& surface, double time) {
     const std::uint32_t quads = surface.base().get_primitive_count();
     const SdsBezierMesh patches = surface.geometry().get_bezier_mesh_at(time);

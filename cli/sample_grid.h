@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cli/mesh_properties.h"
 #include "cli/surface.h"
 
 #include <vector>
@@ -19,6 +20,10 @@ std::vector<double> sample_surface(const Surface& surface, unsigned int n, doubl
 
 /// u v w, d/du and d/dv of a UV map on the same points: [quad][v][u][uv_row_size]; NaN on quads that are not mapped.
 std::vector<double> sample_uvs(const Surface& surface, unsigned int n, unsigned int uv_map);
+
+/// Value, d/du and d/dv of a property at a time on the same points: [quad][v][u][3 x extent].
+std::vector<double> sample_property(const Surface& surface, const SurfaceProperty& property, unsigned int n,
+                                    double time);
 
 /// The sixteen controls of every patch at a time: [quad][control][3].
 std::vector<float> patch_controls(const Surface& surface, double time);

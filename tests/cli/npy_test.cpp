@@ -33,7 +33,8 @@ void expect_refusal(const std::string& bytes, const std::string& reason) {
 
 template <class T>
 class NpyTyped : public testing::Test {};
-using ElementTypes = testing::Types<float, double, std::uint32_t, std::int64_t, std::uint8_t>;
+using ElementTypes = testing::Types<float, double, std::int8_t, std::uint8_t, std::int16_t, std::uint16_t, std::int32_t,
+                                    std::uint32_t, std::int64_t, std::uint64_t>;
 TYPED_TEST_SUITE(NpyTyped, ElementTypes);
 
 TYPED_TEST(NpyTyped, ReadsBackWhatItWrote) {

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "cli/control_cage.h"
+#include "qn_poly/poly_mesh_property.h"
+
+#include <string>
+#include <vector>
+
+namespace sds_cli {
+
+/// Values carried by a cage, every count, index and number checked.
+struct PropertySource {
+    std::string name;  ///< no blanks, commas, dots or slashes: it names layers and files
+    PolyMeshProperty::Type kind{};
+    ResourceProperty::Type type{};
+    unsigned int extent = 1;                ///< numbers of an item
+    std::vector<std::uint32_t> indices;     ///< item of every face-corner; empty when the items are the cage's vertices
+    std::vector<double> times;              ///< strictly increasing; empty: one set of values
+    std::vector<ResourceProperty> samples;  ///< one per time, or one
+
+    unsigned int item_count() const { return samples.front().get_item_count(); }
+};
+
+/// The kinds in the field's words: vertex, uniform, constant.
+const char* to_name(PolyMeshProperty::Type kind);
+
+/// Reads the properties of a cage from a JSON file, a list of objects
+///
+///     {"name": "heat", "kind": "vertex", "type": "float32", "extent": 3, "values": VALUES,
+///      "indices": [0, 1, ...], "times": [0, 0.5, 1]}
+///
+/// `kind` is vertex (one item per vertex, smooth over the surface), uniform (one item per polygon) or constant (one
+/// item). `type` is int8 to int64, uint8 to uint64, float16, float32 or float64. `extent` (1 when left out) counts the
+/// numbers of an item. VALUES is a list of numbers, a list of items, or the path of an .npy file of shape (items,
+/// extent), seen from the JSON file's folder. `indices`, for vertex properties only, has the item of every face-corner,
+/// as a list or an .npy file; there are then as many items as values. With `times` the values get a leading axis of
+/// time, or are a list of one VALUES per time.
+///
+/// Throws InputError: wrong counts, types, indices or keys, numbers that are not finite or beyond the type, times that
+/// do not increase. It names the property, what was expected and what was found.
+std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage);
+
+}  // namespace sds_cli

@@ -1,0 +1,232 @@
+// Property sidecars: the surface read through them, and what is refused.
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "cli/property_file.h"
+#include "cli/read_obj.h"
+#include "sds_process.h"
+
+namespace sds_cli {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using Json = nlohmann::json;
+
+// Positions of a cage by vertex, and the same numbers by face-corner in `indices`.
+struct Positions {
+    ControlCage cage;
+    Json by_vertex = Json::array(), indices = Json::array();
+
+    explicit Positions(const std::string& mesh) : cage(read_obj(mesh).cage.value()) {
+        for (std::size_t v = 0; v < cage.vertex_count(); ++v)
+            by_vertex.push_back({cage.positions[3 * v], cage.positions[3 * v + 1], cage.positions[3 * v + 2]});
+        for (const std::uint32_t v : cage.polygon_indices) indices.push_back(v);
+    }
+};
+
+std::string write_sidecar(const ScratchFolder& folder, const Json& list) {
+    return folder.write("properties.json", list.dump());
+}
+
+// Exports a property on a grid of `cells`; rows of 3 x extent.
+std::vector<double> export_property(const ScratchFolder& folder, const std::string& mesh, const std::string& sidecar,
+                                    const std::string& name, unsigned int cells, std::vector<std::string> more = {}) {
+    more.insert(more.begin(), {"export", mesh, "--quiet", "--properties", sidecar, "--property", name,
+                               folder.path("p.npy"), "--cells", std::to_string(cells)});
+    EXPECT_SUCCESS(run_sds(folder, more));
+    return std::get<std::vector<double>>(read_npy(folder.path("p.npy")).values);
+}
+
+TEST(Properties, PositionsComeBackAsTheSurface) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("sheet.obj", sheet_obj);
+    const Positions positions(mesh);
+    std::vector<float> flat;
+    for (const float x : positions.cage.positions) flat.push_back(x);
+    const std::size_t shape[] = {positions.cage.vertex_count(), 3};
+    write_npy<float>(folder.path("p.npy"), shape, flat);
+    const Json common = {{"kind", "vertex"}, {"type", "float64"}, {"extent", 3}};
+    Json plain = common, indexed = common, file = common, half = common;
+    plain.update({{"name", "plain"}, {"values", positions.by_vertex}});
+    indexed.update({{"name", "indexed"}, {"values", positions.by_vertex}, {"indices", positions.indices}});
+    file.update({{"name", "file"}, {"values", "values.npy"}});
+    half.update({{"name", "half"}, {"values", positions.by_vertex}, {"type", "float16"}});
+    std::filesystem::rename(folder.path("p.npy"), folder.path("values.npy"));
+    const std::string sidecar = write_sidecar(folder, {plain, indexed, file, half});
+    for (const char* mode : {"corners", "linear"}) {
+        const std::vector<std::string> more{"--interpolation", mode};
+        EXPECT_SUCCESS(run_sds(
+            folder, {"export", mesh, "--samples", "3", folder.path("s.npy"), "--quiet", "--interpolation", mode}));
+        const std::vector<double> samples = read_doubles(folder.path("s.npy"), {15, 4, 4, 15});
+        for (const char* name : {"plain", "indexed", "file", "half"}) {
+            const std::vector<double> values = export_property(folder, mesh, sidecar, name, 3, more);
+            ASSERT_EQ(values.size(), 15u * 16 * 9);
+            const double tolerance = name == std::string("half") ? 1e-2 : 2e-6;
+            for (std::size_t i = 0; i < 15u * 16; ++i)
+                for (std::size_t c = 0; c < 3; ++c)
+                    ASSERT_NEAR(values[9 * i + c], samples[15 * i + c], tolerance) << mode << ' ' << name << ' ' << i;
+        }
+    }
+}
+
+TEST(Properties, UniformAndConstantValuesKeepTheirExtremes) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("sheet.obj", sheet_obj);  // 4 polygons: 5, 3, 3 and 4 quads
+    using Limits = std::numeric_limits<std::int64_t>;
+    const std::string sidecar = write_sidecar(
+        folder,
+        {{{"name", "face"}, {"kind", "uniform"}, {"type", "int64"}, {"values", {Limits::min(), 7, -1, 1 << 30}}},
+         {{"name", "one"}, {"kind", "constant"}, {"type", "uint64"}, {"extent", 2}, {"values", {~0ull, 5}}}});
+    const std::vector<double> faces = export_property(folder, mesh, sidecar, "face", 1);
+    const auto value_of_quad = [&](std::size_t q) { return faces[q * 4 * 3]; };
+    const double expected[] = {-std::ldexp(1.0, 63), 7, -1, 1 << 30};
+    for (std::size_t q = 0; q < 15; ++q) EXPECT_EQ(value_of_quad(q), expected[q < 5 ? 0 : q < 8 ? 1 : q < 11 ? 2 : 3]);
+    const std::vector<double> one = export_property(folder, mesh, sidecar, "one", 1);
+    for (std::size_t i = 0; i < one.size(); i += 6)
+        EXPECT_THAT(std::vector<double>(&one[i], &one[i] + 6),
+                    testing::ElementsAre(std::ldexp(1.0, 64), 5, 0, 0, 0, 0));
+}
+
+TEST(Properties, BlendBetweenTimes) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj);
+    Json first = Json::array(), second = Json::array();
+    for (int v = 0; v < 8; ++v) {
+        first.push_back(v);
+        second.push_back(10 * v * v);
+    }
+    const auto entry = [](const char* name, const Json& values) {
+        return Json{{"name", name}, {"kind", "vertex"}, {"type", "float32"}, {"values", values}};
+    };
+    Json moving = entry("moving", {first, second});
+    moving["times"] = {-1, 1};
+    const std::string sidecar = write_sidecar(folder, {entry("a", first), entry("b", second), moving});
+    const std::vector<double> a = export_property(folder, mesh, sidecar, "a", 2),
+                              b = export_property(folder, mesh, sidecar, "b", 2);
+    EXPECT_EQ(export_property(folder, mesh, sidecar, "moving", 2, {"--time", "-5"}), a);
+    EXPECT_EQ(export_property(folder, mesh, sidecar, "moving", 2, {"--time", "1"}), b);
+    const std::vector<double> between = export_property(folder, mesh, sidecar, "moving", 2, {"--time", "-0.5"});
+    for (std::size_t i = 0; i < a.size(); ++i) EXPECT_NEAR(between[i], 0.75 * a[i] + 0.25 * b[i], 1e-9);
+}
+
+TEST(Properties, BecomeLayersOfThePicture) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj);
+    const Positions positions(mesh);
+    const Json heat = {
+        {"name", "heat"}, {"kind", "uniform"}, {"type", "uint8"}, {"values", {0, 50, 100, 150, 200, 250}}};
+    const Json rest = {
+        {"name", "rest"}, {"kind", "vertex"}, {"type", "float32"}, {"extent", 3}, {"values", positions.by_vertex}};
+    const Json long_one = {
+        {"name", "long"}, {"kind", "constant"}, {"type", "int8"}, {"extent", 5}, {"values", {1, 2, 3, 4, 5}}};
+    const Json clash = {{"name", "Z"}, {"kind", "constant"}, {"type", "int8"}, {"values", {1}}};
+    const std::string sidecar = write_sidecar(folder, {heat, rest, long_one, clash});
+    const auto render = [&](const std::string& picture, const std::string& layers) {
+        return run_sds(folder, {"render", mesh, "-o", folder.path(picture), "--properties", sidecar, "--aov", layers,
+                                "--width", "24", "--height", "24", "--samples", "1", "--quiet"});
+    };
+    EXPECT_SUCCESS(render("a.png", "prop:heat,prop:rest"));
+    EXPECT_TRUE(std::filesystem::exists(folder.path("a.heat.png")));
+    EXPECT_TRUE(std::filesystem::exists(folder.path("a.rest.png")));
+    EXPECT_SUCCESS(render("a.exr", "Z,prop:heat,prop:rest"));
+    const std::string exr = ScratchFolder::read(folder.path("a.exr"));
+    for (const char* channel : {"heat", "rest.X", "rest.Z"})
+        EXPECT_NE(exr.find(std::string(channel) + '\0'), std::string::npos) << channel;
+
+    const std::size_t files = folder.file_count();
+    const std::pair<const char*, const char*> wrong[] = {{"prop:cold", "known are heat, rest, long, Z"},
+                                                         {"prop:long", "found an extent of 5"},
+                                                         {"Z,prop:Z", "channel Z a second time"}};
+    for (const auto& [layers, reason] : wrong) {
+        const SdsRun run = render("b.exr", layers);
+        EXPECT_EQ(run.code, 2) << layers;
+        EXPECT_THAT(run.err, HasSubstr(reason));
+    }
+    EXPECT_EQ(folder.file_count(), files);
+
+    const SdsRun info = run_sds(folder, {"info", mesh, "--json", "--properties", sidecar});
+    EXPECT_SUCCESS(info);
+    const Json list = Json::parse(info.out)["properties"];
+    ASSERT_EQ(list.size(), 4u);
+    EXPECT_EQ(list[0]["type"], "uint8");
+    EXPECT_EQ(list[1]["items"], 8);
+    EXPECT_EQ(list[1]["kind"], "vertex");
+}
+
+TEST(Properties, RefusesWithNameExpectedAndFound) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj), out = folder.path("out.npy");
+    const std::size_t shape[] = {3, 8};
+    std::vector<double> numbers(24, 1.0);
+    write_npy<double>(folder.path("turned.npy"), shape, numbers);
+    const std::size_t right[] = {8, 3};
+    numbers[10] = std::numeric_limits<double>::quiet_NaN();
+    write_npy<double>(folder.path("nan.npy"), right, numbers);
+    const Json eight = {1, 2, 3, 4, 5, 6, 7, 8}, seven = {1, 2, 3, 4, 5, 6, 7}, six = {1, 2, 3, 4, 5, 6};
+    const Json good = {{"name", "heat"}, {"kind", "vertex"}, {"type", "float32"}, {"values", eight}};
+    const auto with = [&](const Json& change) {
+        Json entry = good;
+        entry.update(change);
+        return Json{entry};
+    };
+    Json corners = Json::array();
+    for (int i = 0; i < 24; ++i) corners.push_back(i % 8);
+    Json beyond = corners, negative = corners;
+    beyond[5] = 8;
+    negative[0] = -1;
+    struct Case {
+        Json list;
+        std::vector<const char*> reasons;
+    };
+    const Case wrong[] = {
+        {with({{"values", seven}}), {"'heat': values:", "expected 8 vertices", "found shape (7)"}},
+        {with({{"values", six}, {"kind", "uniform"}, {"extent", 2}}), {"6 polygons of 2 numbers", "shape (6)"}},
+        {with({{"kind", "constant"}}), {"expected 1 item", "(8)"}},
+        {with({{"values", "turned.npy"}, {"extent", 3}}), {"8 vertices of 3 numbers", "(3, 8)"}},
+        {with({{"values", "nan.npy"}, {"extent", 3}}), {"float32", "nan in item 3, number 1"}},
+        {with({{"values", "none.npy"}}), {"'heat'", "none.npy"}},
+        {with({{"values", {{1, 2}, {1}}}}), {"entry 1 has shape (1)"}},
+        {with({{"values", {1, 2, 3, 4, 5, 6, 7, nullptr}}}), {"entry 7 is no number"}},
+        {with({{"values", {1, 2, 3, 4, 5, 6, 7, 256}}, {"type", "uint8"}}), {"uint8", "256 in item 7"}},
+        {with({{"values", {1, 2, 3, 4, 5, 6, 7, 0.5}}, {"type", "int32"}}), {"int32", "0.5 in item 7"}},
+        {with({{"values", {1, 2, 3, 4, 5, 6, 7, 1e39}}}), {"float32", "1e+39 in item 7"}},
+        {with({{"values", {1, 2, 3, 4, 5, 6, 7, 65520}}, {"type", "float16"}}), {"float16", "65520 in item 7"}},
+        {with({{"type", "float"}}), {"'heat': type:", "float16, float32", "found 'float'"}},
+        {with({{"kind", "varying"}}), {"vertex, uniform or constant", "varying"}},
+        {with({{"extent", 0}}), {"extent: expected a whole number", "found 0"}},
+        {with({{"colour", 1}}), {"found 'colour'"}},
+        {with({{"name", "a b"}}), {"name: expected", "a b"}},
+        {with({{"indices", eight}}), {"expected 24 (one per face-corner)", "(8)"}},
+        {with({{"indices", beyond}}), {"indices from 0 to 7", "found 8 at face-corner 5"}},
+        {with({{"indices", negative}}), {"indices from 0 to 7", "found -1 at face-corner 0"}},
+        {with({{"indices", corners}, {"values", six}, {"kind", "uniform"}}), {"none for kind uniform"}},
+        {with({{"times", {0, 1}}}), {"2 times of 8 vertices", "(8)"}},
+        {with({{"times", {0, 1, 1}}, {"values", {eight, eight, eight}}}), {"later", "1 as time 3"}},
+        {with({{"times", Json::array()}}), {"one time or more"}},
+        {{good, good}, {"'heat'", "twice"}},
+        {{{{"kind", "vertex"}}}, {"property 1: name: expected a value"}},
+        {Json::object(), {"expected a list of properties, found object"}},
+    };
+    for (const auto& [list, reasons] : wrong) {
+        const std::string sidecar = write_sidecar(folder, list);
+        const SdsRun run =
+            run_sds(folder, {"export", mesh, "--properties", sidecar, "--property", "heat", out, "--patches", out});
+        EXPECT_EQ(run.code, 2) << list << run.err;
+        EXPECT_THAT(run.err, HasSubstr(sidecar + ": "));
+        for (const char* reason : reasons) EXPECT_THAT(run.err, HasSubstr(reason)) << list;
+        EXPECT_FALSE(std::filesystem::exists(out)) << list;
+    }
+    for (const char* text : {"", "[{\"name\": ", "[{\"name\": NaN}]", "[1e999]", "[3]"})
+        EXPECT_EQ(run_sds(folder, {"info", mesh, "--properties", folder.write("bad.json", text)}).code, 2) << text;
+    const std::string sidecar = write_sidecar(folder, {good});
+    EXPECT_EQ(run_sds(folder, {"export", mesh, "--properties", sidecar, "--property", "cold", out}).code, 2);
+    EXPECT_EQ(run_sds(folder, {"export", mesh, "--property", "heat", out}).code, 2);
+    EXPECT_FALSE(std::filesystem::exists(out));
+}
+
+}  // namespace
+}  // namespace sds_cli
