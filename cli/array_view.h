@@ -2,14 +2,19 @@
 
 #include "qn_core/core_array.h"
 
+#include <span>
 #include <vector>
 
 namespace sds_cli {
 
-/// The vector's elements as the host's array type, for readers only; the vector must outlive the view.
+/// The elements as the host's array type, for readers only; they must outlive the view.
+template <class T>
+CoreBasicArray<T> view_of(std::span<const T> values) {
+    return {static_cast<unsigned int>(values.size()), const_cast<T*>(values.data())};
+}
 template <class T>
 CoreBasicArray<T> view_of(const std::vector<T>& values) {
-    return {static_cast<unsigned int>(values.size()), const_cast<T*>(values.data())};
+    return view_of(std::span<const T>(values));
 }
 
 }  // namespace sds_cli

@@ -5,8 +5,7 @@
 #include "cli/npy.h"
 #include "cli/ray_file.h"
 #include "cli/sample_grid.h"
-#include "qn_sys/sys_thread.h"
-#include "render/scene.h"
+#include "render/batch.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -28,24 +27,9 @@ struct IntersectOptions : CommonOptions {
 };
 
 constexpr std::size_t hit_size = 4;
-constexpr unsigned int rays_per_task = 1024;
-
-sds_render::Shutter shutter_of(const std::vector<GeometryRay>& rays) {
-    sds_render::Shutter shutter;
-    bool any = false;
-    for (const GeometryRay& ray : rays) {
-        if (!is_traceable(ray)) continue;
-        shutter.open = any ? std::min(shutter.open, ray.time) : ray.time;
-        shutter.close = any ? std::max(shutter.close, ray.time) : ray.time;
-        any = true;
-    }
-    return shutter;
-}
-
-/// Traces the ray and writes its row.
-void trace_ray(const sds_render::Scene& scene, const SdsMesh& mesh, GeometryRay& ray, bool samples,
-               sds_render::RenderThread& thread, double* row) {
-    const bool is_hit = is_traceable(ray) && scene.intersect(ray, thread);
+/// Writes the row of a traced ray.
+void write_row(const SdsMesh& mesh, const GeometryRay& ray, bool samples, const CtxEval& ctx, double* row) {
+    const bool is_hit = ray.hit.primitive != sds_render::no_index;
     row[0] = is_hit ? ray.hit.primitive : -1.0;
     row[1] = is_hit ? ray.hit.u : 0.0;
     row[2] = is_hit ? ray.hit.v : 0.0;
@@ -56,7 +40,7 @@ void trace_ray(const sds_render::Scene& scene, const SdsMesh& mesh, GeometryRay&
         return;
     }
     GeometrySample sample;
-    mesh.compute_fragment_sample(thread.get_eval(), {ray.hit.primitive, ray.hit.u, ray.hit.v, ray.time, 0.0}, sample);
+    mesh.compute_fragment_sample(ctx, {ray.hit.primitive, ray.hit.u, ray.hit.v, ray.time, 0.0}, sample);
     sample_row(sample, row + hit_size);
 }
 
@@ -64,14 +48,8 @@ std::vector<double> trace_rays(const sds_render::Scene& scene, const SdsMesh& me
                                bool samples) {
     const std::size_t row_size = hit_size + (samples ? sample_row_size : 0);
     std::vector<double> rows(rays.size() * row_size);
-    std::vector<std::unique_ptr<sds_render::RenderThread>> threads(sys_max_worker_count());
-    for (auto& thread : threads) thread = std::make_unique<sds_render::RenderThread>(scene.get_shader_ctx());
-    const auto tasks = static_cast<unsigned int>((rays.size() + rays_per_task - 1) / rays_per_task);
-    sys_parallel_for(tasks, [&](unsigned int task, unsigned int worker) {
-        const std::size_t first = std::size_t{task} * rays_per_task;
-        const std::size_t last = std::min(first + rays_per_task, rays.size());
-        for (std::size_t i = first; i < last; ++i)
-            trace_ray(scene, mesh, rays[i], samples, *threads[worker], &rows[i * row_size]);
+    sds_render::intersect_batch(scene, rays.data(), rays.size(), [&](std::size_t i, sds_render::RenderThread& thread) {
+        write_row(mesh, rays[i], samples, thread.get_eval(), &rows[i * row_size]);
     });
     return rows;
 }
@@ -86,7 +64,7 @@ void run_intersect(const IntersectOptions& options) {
                    " cases, first here");
 
     const SdsMesh mesh = loaded.surface->mesh(options.level);
-    sds_render::Scene scene(shutter_of(file.rays));
+    sds_render::Scene scene(sds_render::get_shutter_of(file.rays.data(), file.rays.size()));
     scene.add(mesh);
     scene.commit();
     const auto begin = std::chrono::steady_clock::now();

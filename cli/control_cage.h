@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,20 @@ namespace sds_cli {
 
 /// Value of a `uv_indices` entry whose corner has no UV point.
 inline constexpr std::uint32_t unmapped_corner = 0xFFFFFFFFu;
+
+/// The arrays of a cage without their owner: see ControlCage for shapes and promises. The arrays must outlive the view.
+struct CageView {
+    std::span<const float> positions;
+    std::span<const std::uint32_t> polygon_counts, polygon_indices;
+    std::span<const std::uint8_t> corner_creases;
+    std::span<const std::uint32_t> polygon_groups;
+    std::span<const std::string> group_names;
+    std::span<const float> uv_points;
+    std::span<const std::uint32_t> uv_indices;
+    std::span<const std::uint8_t> vertex_colours;
+
+    std::size_t vertex_count() const { return positions.size() / 3; }
+};
 
 /// A polygon control mesh as the readers hand it over: flat arrays, every index already checked.
 ///
@@ -42,6 +57,11 @@ struct ControlCage {
 
     /// First face-corner of every polygon, and corner_count() as last entry: polygon_count() + 1 values.
     std::vector<std::uint32_t> polygon_offsets() const;
+
+    CageView view() const {
+        return {positions,   polygon_counts, polygon_indices, corner_creases, polygon_groups,
+                group_names, uv_points,      uv_indices,      vertex_colours};
+    }
 };
 
 }  // namespace sds_cli

@@ -2,8 +2,7 @@
 
 #include "cli/input_error.h"
 #include "cli/npy.h"
-
-#include <cmath>
+#include "render/batch.h"
 
 namespace sds_cli {
 
@@ -12,11 +11,6 @@ namespace {
 constexpr std::size_t still_row = 8, moving_row = 9;
 
 }  // namespace
-
-bool is_traceable(const GeometryRay& ray) {
-    return ray.origin.is_finite() && ray.direction.is_finite() && ray.direction.length_squared() > 0.0 &&
-           std::isfinite(ray.tnear) && !std::isnan(ray.tfar) && std::isfinite(ray.time);
-}
 
 RayFile read_rays(const std::string& path) {
     const NpyArray array = read_npy(path);
@@ -35,7 +29,7 @@ RayFile read_rays(const std::string& path) {
         ray.tnear = row[6];
         ray.tfar = row[7];
         if (row_size == moving_row) ray.time = row[8];
-        if (!is_traceable(ray) && file.idle_count++ == 0) file.first_idle = i;
+        if (!sds_render::is_traceable(ray) && file.idle_count++ == 0) file.first_idle = i;
     }
     return file;
 }

@@ -13,9 +13,6 @@ struct RayFile {
     std::size_t first_idle = 0;  ///< row of the first of them
 };
 
-/// True when a ray can hit anything: finite but for tfar, with a direction.
-bool is_traceable(const GeometryRay& ray);
-
 /// Reads rays from an .npy file of float64 rows (ox oy oz dx dy dz tnear tfar [time]). Throws InputError for another
 /// element type or shape.
 RayFile read_rays(const std::string& path);

@@ -5,6 +5,8 @@
 #include "qn_poly/poly_crease_scope.h"
 #include "sds/mesh/sds_mesh.h"
 
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -31,13 +33,20 @@ public:
     /// The cage's own UVs become map "uv" when there are any, `further_uvs` follow; its colours become colour map
     /// "color". `motion` holds x y z per vertex, or nothing. `progress` may be null; its innermost task goes to its
     /// end. Inputs are trusted.
-    Surface(const ControlCage& cage, const std::vector<UvSource>& further_uvs, const std::vector<float>& motion,
+    Surface(const CageView& cage, const std::vector<UvSource>& further_uvs, std::span<const float> motion,
             const SurfaceModes& modes, AppProgressBar* progress);
+    Surface(const ControlCage& cage, const std::vector<UvSource>& further_uvs, const std::vector<float>& motion,
+            const SurfaceModes& modes, AppProgressBar* progress)
+        : Surface(cage.view(), further_uvs, motion, modes, progress) {}
     Surface(const Surface&) = delete;
     Surface& operator=(const Surface&) = delete;
 
-    const SdsMeshBase& base() const { return base_; }
-    const SdsMeshMaps& maps() const { return maps_; }
+    /// The same topology and maps, shared, at other positions: x y z per control vertex, and per vertex or nothing for
+    /// the motion. Time samples are not carried over. This surface stays as it is and may go first.
+    std::unique_ptr<Surface> moved(std::span<const float> positions, std::span<const float> motion) const;
+
+    const SdsMeshBase& base() const { return *base_; }
+    const SdsMeshMaps& maps() const { return *maps_; }
     const SdsMeshGeometry& geometry() const { return geometry_; }
     SdsMeshGeometry& geometry() { return geometry_; }
 
@@ -48,13 +57,14 @@ public:
     double build_seconds() const;  ///< the outermost stages together
 
 private:
-    void build_base(const ControlCage& cage, AppProgressBar& progress);
-    void build_maps(const ControlCage& cage, const std::vector<UvSource>& further_uvs,
-                    SdsMeshMaps::InterpolationMode mode, AppProgressBar& progress);
+    Surface() = default;
+    void build_base(const CageView& cage, AppProgressBar& progress);
+    void build_maps(const CageView& cage, const std::vector<UvSource>& further_uvs, SdsMeshMaps::InterpolationMode mode,
+                    AppProgressBar& progress);
 
-    SdsMeshBase base_;
+    std::shared_ptr<SdsMeshBase> base_;
+    std::shared_ptr<SdsMeshMaps> maps_;
     SdsMeshGeometry geometry_;
-    SdsMeshMaps maps_;
     std::vector<Stage> stages_;
 };
 

@@ -1,0 +1,50 @@
+#include "render/batch.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <vector>
+
+#include "qn_sys/sys_thread.h"
+
+namespace sds_render {
+
+namespace {
+
+constexpr std::size_t rays_per_task = 1024;
+
+}  // namespace
+
+bool is_traceable(const GeometryRay& ray) {
+    return ray.origin.is_finite() && ray.direction.is_finite() && ray.direction.length_squared() > 0.0 &&
+           std::isfinite(ray.tnear) && !std::isnan(ray.tfar) && std::isfinite(ray.time);
+}
+
+Shutter get_shutter_of(const GeometryRay* rays, std::size_t count) {
+    Shutter shutter;
+    bool any = false;
+    for (const GeometryRay* ray = rays; ray != rays + count; ++ray) {
+        if (!is_traceable(*ray)) continue;
+        shutter.open = any ? std::min(shutter.open, ray->time) : ray->time;
+        shutter.close = any ? std::max(shutter.close, ray->time) : ray->time;
+        any = true;
+    }
+    return shutter;
+}
+
+void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count,
+                     const std::function<void(std::size_t, RenderThread&)>& visit) {
+    std::vector<std::unique_ptr<RenderThread>> threads(sys_max_worker_count());
+    for (auto& thread : threads) thread = std::make_unique<RenderThread>(scene.get_shader_ctx());
+    const auto tasks = static_cast<unsigned int>((count + rays_per_task - 1) / rays_per_task);
+    sys_parallel_for(tasks, [&](unsigned int task, unsigned int worker) {
+        RenderThread& thread = *threads[worker];
+        const std::size_t first = task * rays_per_task;
+        for (std::size_t i = first; i < std::min(first + rays_per_task, count); ++i) {
+            if (is_traceable(rays[i])) scene.intersect(rays[i], thread);
+            if (visit) visit(i, thread);
+        }
+    });
+}
+
+}  // namespace sds_render
