@@ -9,6 +9,7 @@ packages=(
     nlohmann-json3-dev libopenexr-dev libpng-dev
     libgtest-dev libgmock-dev libosd-dev libbenchmark-dev           # tests and benchmarks
     clang-format clang-tidy                                         # checks
+    abigail-tools bash-completion man-db                            # checks of what is installed
 )
 
 if ! command -v dpkg-query >/dev/null; then
