@@ -1,4 +1,7 @@
 // The tangent operations of SdsMeshBase. They stand here because they read positions and controls through the view.
+#include <algorithm>
+#include <utility>
+
 #include "qn_sys/sys_thread.h"
 #include "sds/bezier_mesh/sds_bezier_mesh.h"
 #include "sds/common/progress.h"
@@ -9,36 +12,117 @@ using Vec3f = GMathVec3<float>;
 
 namespace {
 
+using EdgesTopology = SdsMeshBase::EdgesTopology;
+using VertexLocalTopology = SdsMeshBase::VertexLocalTopology;
+using TangentPair = sds::TangentPair<float>;
+
+// The tangents of all corners in fans of more than max_summed_valence quads, each fan walked once.
+class GreatFanTangents {
+public:
+    GreatFanTangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
+                     const CoreBasicArray<VertexLocalTopology>& fans) {
+        const GeometryPositionArray positions = mesh.get_quad_vertices();
+        unsigned int count = 0;
+        for (const VertexLocalTopology& fan : fans) count += is_great(fan) ? 1u : 0u;
+        m_corners.reserve(count);
+        for (unsigned int e = 0; e < fans.get_count(); ++e)
+            if (is_great(fans[e])) m_corners.add({e, false, {}});
+
+        struct Member {
+            Corner* corner;
+            unsigned int number;
+        };
+        CoreArray<Member> members;
+        for (const Corner& first : m_corners) {
+            if (first.is_known) continue;
+            // Corners come in increasing order: this is the fan's least half-edge, where single corners start as well.
+            const VertexLocalTopology& fan = fans[first.edge];
+            members.resize(0);
+            const sds::FanFrame<double> frame = sds::great_fan_frame(
+                mesh.get_vertex_indices(), edges, first.edge, fan,
+                [&positions](unsigned int w) { return positions[w]; },
+                [&](unsigned int h, unsigned int i) {
+                    members.add({find(h), i});
+                });
+            for (const Member& member : members) {
+                member.corner->is_known = true;
+                member.corner->tangents = sds::great_fan_tangents<float>(frame, fan, member.number);
+            }
+        }
+    }
+
+    static bool is_great(const VertexLocalTopology& fan) { return fan.valence > sds::max_summed_valence; }
+    const TangentPair& get(unsigned int e) const { return find(e)->tangents; }
+
+private:
+    struct Corner {
+        unsigned int edge;
+        bool is_known;
+        TangentPair tangents;
+    };
+
+    const Corner* find(unsigned int e) const {
+        return std::lower_bound(m_corners.begin(), m_corners.end(), e,
+                                [](const Corner& corner, unsigned int edge) { return corner.edge < edge; });
+    }
+    Corner* find(unsigned int e) { return const_cast<Corner*>(std::as_const(*this).find(e)); }
+
+    CoreArray<Corner> m_corners;  // by half-edge, ascending
+};
+
+// One quad's tangents; tangents_at(e, fan) returns the limit tangents of a corner.
+template <class TangentsAt>
+void compute_quad_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges, unsigned int q,
+                           unsigned int irregular, const VertexLocalTopology* fans, const TangentsAt& tangents_at,
+                           Vec3f* tangents) {
+    if ((irregular & 0xFFu) == 0) return;
+    Vec3f controls[16];
+    mesh.get_local_patch_controls(q, controls);
+    sds::DerivativeNets<Vec3f> nets(controls);
+    sds::replace_irregular_entries<sds::TableTrig>(edges, q, irregular, fans, tangents_at, nets);
+    unsigned int slot = 0;
+    for (unsigned int bit = 0; bit < 8; ++bit) {
+        if (((irregular >> bit) & 1u) == 0) continue;
+        for (unsigned int i = 0; i < 2; ++i)
+            tangents[slot++] = bit < 4 ? nets.corner_entry(bit, i) : nets.edge_entry(bit - 4, i);
+    }
+}
+
+// What the tangents of all quads are computed from and written to.
+struct TangentWork {
+    const SdsBezierMesh& mesh;
+    const EdgesTopology& edges;
+    const CoreBasicArray<SdsMeshBase::PatchTangentInfo>& infos;
+    const CoreBasicArray<VertexLocalTopology>& fans;
+    Vec3f* tangents;
+    GeometryPositionArray positions = mesh.get_quad_vertices();
+    GreatFanTangents great_fans{mesh, edges, fans};
+
+    void compute(unsigned int q) const {
+        const auto position = [this](unsigned int w) { return positions[w]; };
+        const auto tangents_at = [&](unsigned int e, const VertexLocalTopology& fan) {
+            if (GreatFanTangents::is_great(fan)) return great_fans.get(e);
+            return sds::limit_tangents<sds::TableTrig>(mesh.get_vertex_indices(), edges, e, fan, position);
+        };
+        compute_quad_tangents(mesh, edges, q, infos[q].irregular, fans.get_data() + 4 * size_t{q}, tangents_at,
+                              tangents + infos[q].tangent_offset);
+    }
+};
+
 class ComputeBezierTangentsTask : public SysThreadTask {
 public:
     ComputeBezierTangentsTask() = default;
-    ComputeBezierTangentsTask(const SdsBezierMesh& mesh, const SdsMeshBase::EdgesTopology& edges,
-                              const SdsMeshBase::PatchTangentInfo* infos,
-                              const SdsMeshBase::VertexLocalTopology* topologies, Vec3f* tangents, unsigned int begin,
-                              unsigned int end, AppProgressBar* progress, float share)
-        : m_mesh(&mesh),
-          m_edges(&edges),
-          m_infos(infos),
-          m_topologies(topologies),
-          m_tangents(tangents),
-          m_begin(begin),
-          m_end(end),
-          m_progress(progress),
-          m_share(share) {}
+    ComputeBezierTangentsTask(const TangentWork& work, unsigned int begin, unsigned int end, AppProgressBar* progress,
+                              float share)
+        : m_work(&work), m_begin(begin), m_end(end), m_progress(progress), m_share(share) {}
 
     void run(const unsigned int&) override {
-        for (unsigned int q = m_begin; q < m_end; ++q)
-            SdsMeshBase::compute_bezier_tangents(*m_mesh, *m_edges, q, m_infos[q], m_topologies + 4 * size_t{q},
-                                                 m_tangents + m_infos[q].tangent_offset);
+        for (unsigned int q = m_begin; q < m_end; ++q) m_work->compute(q);
         sds::progress_increment(m_progress, static_cast<float>(m_end - m_begin) * m_share);
     }
 
 private:
-    const SdsBezierMesh* m_mesh = nullptr;
-    const SdsMeshBase::EdgesTopology* m_edges = nullptr;
-    const SdsMeshBase::PatchTangentInfo* m_infos = nullptr;
-    const SdsMeshBase::VertexLocalTopology* m_topologies = nullptr;
-    Vec3f* m_tangents = nullptr;
+    const TangentWork* m_work = nullptr;
     unsigned int m_begin = 0;
     unsigned int m_end = 0;
     AppProgressBar* m_progress = nullptr;
@@ -49,7 +133,7 @@ private:
 
 void SdsMeshBase::compute_vertex_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges, const unsigned int& e,
                                           const VertexLocalTopology& topology, Vec3f& t1, Vec3f& t2) {
-    const auto t = sds::vertex_tangents<sds::TableTrig>(mesh.get_vertex_indices(), edges, e, topology.valence,
+    const auto t = sds::vertex_tangents<sds::TableTrig>(mesh.get_vertex_indices(), edges, e, topology,
                                                         [&mesh](unsigned int w) { return mesh.get_quad_vertex(w); });
     t1 = t.t1;
     t2 = t.t2;
@@ -66,29 +150,21 @@ void SdsMeshBase::compute_corner_tangents(const SdsBezierMesh& mesh, const Edges
 void SdsMeshBase::compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges, const unsigned int& q,
                                           const PatchTangentInfo& info, const VertexLocalTopology* corners,
                                           Vec3f* tangents) {
-    if ((info.irregular & 0xFFu) == 0) return;
-    Vec3f controls[16];
-    mesh.get_local_patch_controls(q, controls);
-    sds::DerivativeNets<Vec3f> nets(controls);
-    sds::replace_irregular_entries<sds::TableTrig>(
-        mesh.get_vertex_indices(), edges, q, info.irregular, corners,
-        [&mesh](unsigned int w) { return mesh.get_quad_vertex(w); }, nets);
-    unsigned int slot = 0;
-    for (unsigned int bit = 0; bit < 8; ++bit) {
-        if (((info.irregular >> bit) & 1u) == 0) continue;
-        for (unsigned int i = 0; i < 2; ++i)
-            tangents[slot++] = bit < 4 ? nets.corner_entry(bit, i) : nets.edge_entry(bit - 4, i);
-    }
+    const auto tangents_at = [&](unsigned int e, const VertexLocalTopology& fan) {
+        return sds::limit_tangents<sds::TableTrig>(mesh.get_vertex_indices(), edges, e, fan,
+                                                   [&mesh](unsigned int w) { return mesh.get_quad_vertex(w); });
+    };
+    compute_quad_tangents(mesh, edges, q, info.irregular, corners, tangents_at, tangents);
 }
 
 void SdsMeshBase::compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
                                           const CoreBasicArray<PatchTangentInfo>& infos,
                                           const CoreBasicArray<VertexLocalTopology>& topologies, Vec3f* tangents,
                                           SysThreadTaskManager& tasks, AppProgressBar* progress) {
+    const TangentWork work{mesh, edges, infos, topologies, tangents};
     const float share = 1.0f / static_cast<float>(infos.get_count());
     sds::run_chunked<ComputeBezierTangentsTask>(tasks, infos.get_count(), 8, [&](unsigned int begin, unsigned int end) {
-        return ComputeBezierTangentsTask(mesh, edges, infos.get_data(), topologies.get_data(), tangents, begin, end,
-                                         progress, share);
+        return ComputeBezierTangentsTask(work, begin, end, progress, share);
     });
 }
 
@@ -96,10 +172,10 @@ void SdsMeshBase::compute_bezier_tangents(const SdsBezierMesh& mesh, const Edges
                                           const CoreBasicArray<PatchTangentInfo>& infos,
                                           const CoreBasicArray<VertexLocalTopology>& topologies, Vec3f* tangents,
                                           AppProgressBar* progress) {
+    const TangentWork work{mesh, edges, infos, topologies, tangents};
     sds::progress_steps(progress, infos.get_count());
     for (unsigned int q = 0; q < infos.get_count(); ++q) {
-        compute_bezier_tangents(mesh, edges, q, infos[q], topologies.get_data() + 4 * size_t{q},
-                                tangents + infos[q].tangent_offset);
+        work.compute(q);
         sds::progress_step(progress, q + 1);
     }
 }

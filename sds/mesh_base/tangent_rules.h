@@ -4,8 +4,8 @@
 // ExactTrig the library's, for double-precision checks.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
-#include <vector>
 
 #include "sds/common/control_grid.h"
 #include "sds/mesh_base/cosine_table.h"
@@ -35,48 +35,76 @@ struct TangentPair {
     GMathVec3<Real> t2;  // along the half-edge that arrives before it, pointing away from the vertex
 };
 
-// Weights of the edge (E) and diagonal (F) neighbours of a closed fan.
+// Fans of more quads have one frame for all their corners: a sum per corner would cost the square of the valence.
+inline constexpr unsigned int max_summed_valence = 32;
+
+// The tangents along all edges of a fan, which are numbered as the walk h -> opposite(prev(h)) meets them:
+//     edge i has the tangent x cos(i step) + y sin(i step)
 template <class Real>
-struct FanWeights {
-    static constexpr unsigned int small_valence = 32;
+struct FanFrame {
+    GMathVec3<Real> x, y;
+    Real step;
 
-    explicit FanWeights(unsigned int n) {
-        if (n > small_valence) {
-            m_heap.resize(2 * size_t{n});
-            edge = m_heap.data();
-        } else {
-            edge = m_stack;
-        }
-        diagonal = edge + n;
+    template <class Trig>
+    GMathVec3<Real> tangent(unsigned int i) const {
+        const Real angle = static_cast<Real>(i) * step;
+        return x * Trig::cosine(angle) + y * Trig::sine(angle);
     }
-    FanWeights(const FanWeights&) = delete;
-    FanWeights& operator=(const FanWeights&) = delete;
-
-    Real* edge;
-    Real* diagonal;
-
-private:
-    Real m_stack[2 * small_valence];
-    std::vector<Real> m_heap;
 };
 
-// Tangents of the limit surface in a closed fan of `valence` quads (Halstead, Kass, DeRose 1993, appendix A): the
-// eigenvectors of the subdivision matrix to the subdominant eigenvalue, scaled so that valence 4 gives the derivatives
-// of the B-spline.
-template <class Trig, class Position>
-TangentPair<typename Trig::Real> vertex_tangents(const unsigned int* quad_indices,
-                                                 const SdsMeshBase::EdgesTopology& edges, unsigned int e,
-                                                 unsigned int valence, const Position& position) {
+// Tangents of the limit surface in a closed fan of n quads (Halstead, Kass, DeRose 1993, appendix A): the eigenvectors
+// of the subdivision matrix to the subdominant eigenvalue, scaled so that valence 4 gives the derivatives of the
+// B-spline. At angle x an edge neighbour weighs edge * cos(x) and a diagonal neighbour diagonal * cos(x).
+template <class Trig>
+struct ClosedFanScale {
     using Real = typename Trig::Real;
-    const Real inverse = Real(1) / static_cast<Real>(valence);
-    const Real a = inverse * Trig::pi;
-    const Real c = Trig::cosine(a);
-    const Real k = Real(1) / (std::sqrt(c * c + Real(4)) * static_cast<Real>(valence));
-    FanWeights<Real> weights(valence);
+    Real half_step, edge, diagonal;
+
+    explicit ClosedFanScale(unsigned int n) {
+        const Real inverse = Real(1) / static_cast<Real>(n);
+        half_step = inverse * Trig::pi;
+        const Real c = Trig::cosine(half_step);
+        diagonal = Real(1) / (std::sqrt(c * c + Real(4)) * static_cast<Real>(n));
+        edge = diagonal * c + inverse;
+    }
+};
+
+// The frame of a closed fan whose edge 0 is e; visit(h, i) tells the number of each corner's own half-edge.
+template <class Trig, class Position, class Visit>
+FanFrame<typename Trig::Real> closed_fan_frame(const unsigned int* quad_indices,
+                                               const SdsMeshBase::EdgesTopology& edges, unsigned int e,
+                                               unsigned int valence, const Position& position, Visit&& visit) {
+    using Real = typename Trig::Real;
+    using Vec = GMathVec3<Real>;
+    const ClosedFanScale<Trig> scale(valence);
+    FanFrame<Real> frame{{0, 0, 0}, {0, 0, 0}, Real(2) * scale.half_step};
+    const Vec vertex = position(quad_indices[e]);
+    unsigned int h = e;
+    for (unsigned int i = 0; i < valence; ++i) {
+        visit(h, i);
+        const Real angle = static_cast<Real>(i) * frame.step;
+        const Vec ahead = (position(quad_indices[next_in_quad(h)]) - vertex) * scale.edge;
+        const Vec diagonal = (position(quad_indices[turn_in_quad(h, 2)]) - vertex) * scale.diagonal;
+        frame.x += ahead * Trig::cosine(angle) + diagonal * Trig::cosine(angle + scale.half_step);
+        frame.y += ahead * Trig::sine(angle) + diagonal * Trig::sine(angle + scale.half_step);
+        h = edges.opposite_edges[previous_in_quad(h)];
+    }
+    return frame;
+}
+
+// Tangents at the corner of half-edge e of a closed fan, summed in the order that starts there.
+template <class Trig, class Position>
+TangentPair<typename Trig::Real> summed_vertex_tangents(const unsigned int* quad_indices,
+                                                        const SdsMeshBase::EdgesTopology& edges, unsigned int e,
+                                                        unsigned int valence, const Position& position) {
+    using Real = typename Trig::Real;
+    const ClosedFanScale<Trig> scale(valence);
+    Real edge_weights[max_summed_valence];
+    Real diagonal_weights[max_summed_valence];
     Real angle = 0;
-    for (unsigned int i = 0; i < valence; ++i, angle += Real(2) * a) {
-        weights.edge[i] = Trig::cosine(angle) * (k * c + inverse);
-        weights.diagonal[i] = Trig::cosine(angle + a) * k;
+    for (unsigned int i = 0; i < valence; ++i, angle += Real(2) * scale.half_step) {
+        edge_weights[i] = Trig::cosine(angle) * scale.edge;
+        diagonal_weights[i] = Trig::cosine(angle + scale.half_step) * scale.diagonal;
     }
     TangentPair<Real> t{{0, 0, 0}, {0, 0, 0}};
     const GMathVec3<Real> vertex = position(quad_indices[e]);
@@ -87,30 +115,24 @@ TangentPair<typename Trig::Real> vertex_tangents(const unsigned int* quad_indice
         const GMathVec3<Real> ahead = position(quad_indices[next_in_quad(h)]) - vertex;
         const GMathVec3<Real> diagonal = position(quad_indices[turn_in_quad(h, 2)]) - vertex;
         const GMathVec3<Real> behind = position(quad_indices[previous_in_quad(h)]) - vertex;
-        t.t1 += ahead * weights.edge[i] + diagonal * weights.diagonal[i];
-        t.t2 += behind * weights.edge[j] + diagonal * weights.diagonal[j];
+        t.t1 += ahead * edge_weights[i] + diagonal * diagonal_weights[i];
+        t.t2 += behind * edge_weights[j] + diagonal * diagonal_weights[j];
         h = edges.opposite_edges[previous_in_quad(h)];
         ++i;
     } while (h != e && i < valence);
     return t;
 }
 
-// Tangents in an open fan of m quads between two sharp edges (Biermann, Levin, Zorin 2000): one along the sharp edges,
-// one across them, turned to the directions of the corner's own two edges, which stand at K pi / m and (K + 1) pi / m.
-template <class Trig, class Position>
-TangentPair<typename Trig::Real> corner_tangents(const unsigned int* quad_indices,
-                                                 const SdsMeshBase::EdgesTopology& edges, unsigned int e,
-                                                 const SdsMeshBase::VertexLocalTopology& fan,
-                                                 const Position& position) {
+// The frame of an open fan of m > 1 quads between two sharp edges (Biermann, Levin, Zorin 2000): x along the sharp
+// edges, y across them; the leaving sharp edge is number 0, the arriving one number m. visit(h, i) as above.
+template <class Trig, class Position, class Visit>
+FanFrame<typename Trig::Real> open_fan_frame(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
+                                             const SdsMeshBase::VertexLocalTopology& fan, const Position& position,
+                                             Visit&& visit) {
     using Real = typename Trig::Real;
     using Vec = GMathVec3<Real>;
-    const Vec vertex = position(quad_indices[e]);
+    const Vec vertex = position(quad_indices[fan.first_edge]);
     const unsigned int m = fan.valence;
-    if (m == 1) {
-        const Vec diagonal = position(quad_indices[turn_in_quad(e, 2)]);
-        return {(position(quad_indices[next_in_quad(e)]) + diagonal) * Real(0.5) - vertex,
-                (position(quad_indices[previous_in_quad(e)]) + diagonal) * Real(0.5) - vertex};
-    }
 
     // Weights of the cross tangent.
     const Real step = Real(1) / static_cast<Real>(m) * Trig::pi;
@@ -134,24 +156,102 @@ TangentPair<typename Trig::Real> corner_tangents(const unsigned int* quad_indice
     // Sum over the fan, from the arriving sharp edge (angle pi) to the leaving one (angle 0).
     const Vec along = (end_a - end_b) * Real(0.5);
     Vec across = (end_a + end_b) * end_weight;
-    unsigned int place = 0;  // K of the corner's own half-edge
     unsigned int k = m;
     Real s_previous = Trig::sine(static_cast<Real>(m) * step);
     for (unsigned int h = fan.first_edge; h != fan.last_edge && k > 0; h = next_in_quad(edges.opposite_edges[h])) {
         --k;
+        visit(h, k);
         const Real s_k = Trig::sine(static_cast<Real>(k) * step);
         across += (position(quad_indices[next_in_quad(h)]) - vertex) * (Real(4) * s_k / r) +
                   (position(quad_indices[turn_in_quad(h, 2)]) - vertex) * ((s_k + s_previous) / r);
-        if (h == e) place = k;
         s_previous = s_k;
     }
+    visit(fan.last_edge, 0u);
     const Real s_last = Trig::sine((static_cast<Real>(k) - Real(1)) * step);
     across += last_diagonal * ((s_last + s_previous) / r);
+    return {along, across, step};
+}
 
-    const Real angle1 = static_cast<Real>(place) * step;
-    const Real angle2 = static_cast<Real>(place + 1) * step;
-    return {along * Trig::cosine(angle1) + across * Trig::sine(angle1),
-            along * Trig::cosine(angle2) + across * Trig::sine(angle2)};
+// The frame of a fan of more than max_summed_valence quads in double precision: a sum of so many terms needs it. `e` is
+// any corner of an open fan; a closed one must always be given the same for the same bits.
+template <class Position, class Visit>
+FanFrame<double> great_fan_frame(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
+                                 unsigned int e, const SdsMeshBase::VertexLocalTopology& fan, const Position& position,
+                                 Visit&& visit) {
+    const auto exact_position = [&position](unsigned int w) { return GMathVec3<double>(position(w)); };
+    if (fan.closed) return closed_fan_frame<ExactTrig>(quad_indices, edges, e, fan.valence, exact_position, visit);
+    return open_fan_frame<ExactTrig>(quad_indices, edges, fan, exact_position, visit);
+}
+
+// The tangents at the corner whose own half-edge is number i of a great fan. Two corners that share the edge i + 1 get
+// the same bits for it.
+template <class Real>
+TangentPair<Real> great_fan_tangents(const FanFrame<double>& frame, const SdsMeshBase::VertexLocalTopology& fan,
+                                     unsigned int i) {
+    const unsigned int next = fan.closed && i + 1 == fan.valence ? 0 : i + 1;
+    return {GMathVec3<Real>(frame.tangent<ExactTrig>(i)), GMathVec3<Real>(frame.tangent<ExactTrig>(next))};
+}
+
+// The tangents at one corner of a great fan, by a walk around all of it.
+template <class Real, class Position>
+TangentPair<Real> great_fan_tangents(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
+                                     unsigned int e, const SdsMeshBase::VertexLocalTopology& fan,
+                                     const Position& position) {
+    unsigned int start = e;
+    if (fan.closed)
+        for (unsigned int i = 0, h = e; i < fan.valence; ++i) {
+            start = std::min(start, h);
+            h = edges.opposite_edges[previous_in_quad(h)];
+        }
+    unsigned int number = 0;
+    const FanFrame<double> frame =
+        great_fan_frame(quad_indices, edges, start, fan, position, [&number, e](unsigned int h, unsigned int i) {
+            if (h == e) number = i;
+        });
+    return great_fan_tangents<Real>(frame, fan, number);
+}
+
+// The limit tangents at the corner of half-edge e in its closed fan.
+template <class Trig, class Position>
+TangentPair<typename Trig::Real> vertex_tangents(const unsigned int* quad_indices,
+                                                 const SdsMeshBase::EdgesTopology& edges, unsigned int e,
+                                                 const SdsMeshBase::VertexLocalTopology& fan,
+                                                 const Position& position) {
+    if (fan.valence > max_summed_valence)
+        return great_fan_tangents<typename Trig::Real>(quad_indices, edges, e, fan, position);
+    return summed_vertex_tangents<Trig>(quad_indices, edges, e, fan.valence, position);
+}
+
+// The limit tangents at the corner of half-edge e in its open fan. A lone corner's point to the middles of the edges
+// across.
+template <class Trig, class Position>
+TangentPair<typename Trig::Real> corner_tangents(const unsigned int* quad_indices,
+                                                 const SdsMeshBase::EdgesTopology& edges, unsigned int e,
+                                                 const SdsMeshBase::VertexLocalTopology& fan,
+                                                 const Position& position) {
+    using Real = typename Trig::Real;
+    if (fan.valence > max_summed_valence) return great_fan_tangents<Real>(quad_indices, edges, e, fan, position);
+    if (fan.valence == 1) {
+        const GMathVec3<Real> vertex = position(quad_indices[e]);
+        const GMathVec3<Real> diagonal = position(quad_indices[turn_in_quad(e, 2)]);
+        return {(position(quad_indices[next_in_quad(e)]) + diagonal) * Real(0.5) - vertex,
+                (position(quad_indices[previous_in_quad(e)]) + diagonal) * Real(0.5) - vertex};
+    }
+    unsigned int number = 0;
+    const FanFrame<Real> frame =
+        open_fan_frame<Trig>(quad_indices, edges, fan, position, [&number, e](unsigned int h, unsigned int i) {
+            if (h == e) number = i;
+        });
+    return {frame.template tangent<Trig>(number), frame.template tangent<Trig>(number + 1)};
+}
+
+// The limit tangents at the corner of half-edge e.
+template <class Trig, class Position>
+TangentPair<typename Trig::Real> limit_tangents(const unsigned int* quad_indices,
+                                                const SdsMeshBase::EdgesTopology& edges, unsigned int e,
+                                                const SdsMeshBase::VertexLocalTopology& fan, const Position& position) {
+    return fan.closed ? vertex_tangents<Trig>(quad_indices, edges, e, fan, position)
+                      : corner_tangents<Trig>(quad_indices, edges, e, fan, position);
 }
 
 // The derivative nets of a patch: differences of its control grid P[row][column] (before the factor 3), u along the
@@ -187,7 +287,7 @@ struct DerivativeNets {
     }
 };
 
-// Replaces the entries of irregular corners and edges.
+// Replaces the entries of irregular corners and edges. tangents_at(e, fan) returns the limit tangents of a corner.
 //
 // Two patches share an edge with one along-edge tangent u(t), quadratic, and have cross tangents v(t) and v'(t), cubic.
 // Their tangent planes agree along the whole edge when v + v' = 2 c(t) u(t) with c linear from c0 = cos(2 pi / n0) to
@@ -197,10 +297,10 @@ struct DerivativeNets {
 //     v1 = d1 + (2 c0 u1 - c1 u0) / 3        v2 = d2 + (c0 u2 - 2 c1 u1) / 3
 // Sharp edges join nothing and keep their differences. Quad k's edges by rotation: along runs from corner k to k + 1,
 // across points in.
-template <class Trig, class Position>
-void replace_irregular_entries(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
-                               unsigned int q, unsigned int irregular, const SdsMeshBase::VertexLocalTopology* fans,
-                               const Position& position, DerivativeNets<GMathVec3<typename Trig::Real>>& nets) {
+template <class Trig, class TangentsAt>
+void replace_irregular_entries(const SdsMeshBase::EdgesTopology& edges, unsigned int q, unsigned int irregular,
+                               const SdsMeshBase::VertexLocalTopology* fans, const TangentsAt& tangents_at,
+                               DerivativeNets<GMathVec3<typename Trig::Real>>& nets) {
     using Real = typename Trig::Real;
     using Vec = GMathVec3<Real>;
     // Which of t1, t2 lies along u and along v at each corner, and its sign.
@@ -216,9 +316,7 @@ void replace_irregular_entries(const unsigned int* quad_indices, const SdsMeshBa
         const unsigned int turns = fan.closed ? fan.valence : 2 * fan.valence;
         cosines[k] = Trig::cosine(Real(2) * Trig::pi / static_cast<Real>(turns));
         if (((irregular >> k) & 1u) == 0) continue;
-        const unsigned int e = 4 * q + k;
-        const TangentPair<Real> t = fan.closed ? vertex_tangents<Trig>(quad_indices, edges, e, fan.valence, position)
-                                               : corner_tangents<Trig>(quad_indices, edges, e, fan, position);
+        const TangentPair<Real> t = tangents_at(4 * q + k, fan);
         const auto& frame = corner_frames[k];
         const Vec& tu = frame.u_tangent == 1 ? t.t1 : t.t2;
         const Vec& tv = frame.u_tangent == 1 ? t.t2 : t.t1;

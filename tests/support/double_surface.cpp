@@ -59,11 +59,15 @@ NetsD DoubleSurface::get_nets(unsigned int quad) const {
     Vec3d controls[16];
     get_controls(quad, controls);
     NetsD nets(controls);
+    const SdsMeshBase::EdgesTopology& edges = m_surface.base.get_edges();
     sds::replace_irregular_entries<sds::ExactTrig>(
-        m_surface.base.get_quad_indices().get_data(), m_surface.base.get_edges(), quad,
-        m_surface.geometry.get_tangent_infos()[quad].irregular,
+        edges, quad, m_surface.geometry.get_tangent_infos()[quad].irregular,
         m_surface.geometry.get_local_topologies().get_data() + 4 * size_t{quad},
-        [this](unsigned int w) { return m_vertices[w]; }, nets);
+        [&](unsigned int e, const SdsMeshBase::VertexLocalTopology& fan) {
+            return sds::limit_tangents<sds::ExactTrig>(m_surface.base.get_quad_indices().get_data(), edges, e, fan,
+                                                       [this](unsigned int w) { return m_vertices[w]; });
+        },
+        nets);
     return nets;
 }
 

@@ -121,7 +121,7 @@ TEST(CornerTangents, LoneCornerPointsToTheMiddles) {
 }
 
 TEST(CornerTangents, OpenFanMatchesTheClosedForm) {
-    for (const unsigned int m : {2u, 3u, 4u, 7u}) {
+    for (const unsigned int m : {2u, 3u, 4u, 7u, 40u}) {
         const Fan fan(m, true);
         const BuiltSurface surface(fan.cage, sds_test::with_mode(Mode::all_smoothed));
         const double step = pi / m, c = std::cos(step), r = 3 * m + c;
@@ -160,6 +160,46 @@ TEST(CornerTangents, FoldedSharpEdgesStillSpan) {
                                          surface.geometry.get_local_topologies()[0], t1, t2);
     // Ends 0.9 (1,0,0) + 0.1 of each diagonal, half their difference.
     expect_near(Vec3d(t1), Vec3d(0, 0.1, 0), 1e-5);
+}
+
+// Great fans are walked once for all their corners; one quad alone gives the same bits.
+TEST(PatchTangents, OneQuadGivesTheBitsOfAllQuads) {
+    for (const ZooMesh& cage : {Fan(40, false).cage, Fan(40, true).cage, sds_test::zoo_mesh("pole64"),
+                                sds_test::zoo_mesh("quad_fan6_crease")}) {
+        SCOPED_TRACE(cage.name + " " + std::to_string(cage.counts.size()));
+        const BuiltSurface surface(cage, sds_test::with_mode(Mode::all_smoothed));
+        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            const SdsMeshBase::PatchTangentInfo& info = surface.geometry.get_tangent_infos()[q];
+            Vec3f tangents[16];
+            SdsMeshBase::compute_bezier_tangents(surface.geometry.get_bezier_mesh(), surface.base.get_edges(), q, info,
+                                                 surface.geometry.get_local_topologies().get_data() + 4 * size_t{q},
+                                                 tangents);
+            const int count = 2 * __builtin_popcount(info.irregular & 0xFFu);
+            for (int i = 0; i < count; ++i)
+                ASSERT_EQ(tangents[i], surface.geometry.get_bezier_tangents_array()[info.tangent_offset + i])
+                    << "quad " << q << " vector " << i;
+        }
+    }
+}
+
+// Two corners of a great fan that share an edge have the same tangent along it, bit for bit.
+TEST(VertexTangents, GreatFansShareTheBitsOfAnEdge) {
+    for (const bool is_open : {false, true}) {
+        const unsigned int n = 40;
+        const Fan fan(n, is_open);
+        const BuiltSurface surface(fan.cage, sds_test::with_mode(Mode::all_smoothed));
+        const auto& fans = surface.geometry.get_local_topologies();
+        const auto tangents = [&](unsigned int q) {
+            Vec3f t1, t2;
+            (is_open ? SdsMeshBase::compute_corner_tangents : SdsMeshBase::compute_vertex_tangents)(
+                surface.geometry.get_bezier_mesh(), surface.base.get_edges(), 4 * q, fans[4 * q], t1, t2);
+            return std::make_pair(t1, t2);
+        };
+        for (unsigned int q = 0; q + 1 < n; ++q) EXPECT_EQ(tangents(q).second, tangents(q + 1).first) << q;
+        if (!is_open) {
+            EXPECT_EQ(tangents(n - 1).second, tangents(0).first);
+        }
+    }
 }
 
 TEST(PatchTangents, RegularCornersAndEdgesStoreNothing) {
