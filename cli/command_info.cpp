@@ -1,6 +1,7 @@
 #include "cli/command_info.h"
 
 #include "cli/common_options.h"
+#include "cli/input_error.h"
 #include "cli/load_cage.h"
 #include "cli/mesh_properties.h"
 #include "cli/surface_statistics.h"
@@ -18,6 +19,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 struct InfoOptions : CommonOptions {
+    MotionOptions motion;
     bool json = false;
 };
 
@@ -35,8 +37,8 @@ struct Info {
     VertexClasses vertices;
     PatchClasses patches;
     std::map<std::uint32_t, std::uint32_t> valences;
-    GMathBbox3<double> box;
-    double area;
+    GMathBbox3<double> box;  ///< of the surface at rest, or over its whole motion
+    double area;             ///< at rest
     std::vector<MapStatistics> uv_maps;
     std::vector<std::string> color_maps;
     std::vector<PropertyFacts> properties;
@@ -57,6 +59,22 @@ std::vector<PropertyFacts> describe_properties(const LoadedSurface& loaded, cons
     return list;
 }
 
+std::vector<double> sample_times(const Motion& motion) {
+    return motion.files.empty() ? std::vector<double>{motion.first_time(), motion.last_time()} : motion.times;
+}
+
+/// Of every patch's controls. They move straight between samples, so that the boxes at the samples hold all.
+GMathBbox3<double> motion_box(const SdsMesh& mesh, const std::vector<double>& times) {
+    const CtxShader shader;
+    GMathBbox3<double> box = GMathBbox3<double>::empty(), patch;
+    for (const double time : times)
+        for (unsigned int q = 0; q < mesh.get_primitive_count(); ++q) {
+            mesh.compute_primitive_bbox_at(CtxEval(shader), q, time, patch);
+            box.grow(patch);
+        }
+    return box;
+}
+
 Info gather(const LoadedSurface& loaded) {
     const Surface& surface = *loaded.surface;
     const SdsMesh mesh = surface.mesh(0);
@@ -67,7 +85,7 @@ Info gather(const LoadedSurface& loaded) {
     info.vertices = classify_vertices(surface);
     info.patches = classify_patches(surface);
     info.valences = valence_histogram(surface.base());
-    info.box = mesh.get_bbox();
+    info.box = loaded.motion.has_motion() ? motion_box(mesh, sample_times(loaded.motion)) : mesh.get_bbox();
     info.area = mesh.estimate_area(CtxEval(shader), {});
     info.uv_maps = uv_map_statistics(surface);
     for (unsigned int m = 0; m < mesh.get_color_map_count(); ++m)
@@ -88,6 +106,13 @@ Json to_json(const std::vector<Stage>& stages) {
     return list;
 }
 
+Json to_json(const Motion& motion) {
+    if (!motion.has_motion()) return nullptr;
+    return {
+        {"kind", motion.files.empty() ? "vectors" : "samples"},
+        {"times", motion.files.empty() ? std::vector<double>{motion.first_time(), motion.last_time()} : motion.times}};
+}
+
 std::string to_json_text(const InfoOptions& options, const LoadedSurface& loaded, const Info& info) {
     Json json;
     json["mesh"] = options.mesh;
@@ -106,6 +131,7 @@ std::string to_json_text(const InfoOptions& options, const LoadedSurface& loaded
     for (const auto& [valence, count] : info.valences) json["valences"][std::to_string(valence)] = count;
     json["bbox"] = {{"min", to_json(info.box.get_min())}, {"max", to_json(info.box.get_max())}};
     json["area"] = info.area;
+    json["motion"] = to_json(loaded.motion);
     json["shading_groups"] = loaded.cage().group_names;
     json["uv_maps"] = Json::array();
     for (const MapStatistics& map : info.uv_maps)
@@ -130,6 +156,16 @@ std::string to_json_text(const InfoOptions& options, const LoadedSurface& loaded
     json["stages"] = to_json(loaded.surface->stages());
     json["findings"] = sds_cli::to_json(loaded.mesh.findings);
     return json.dump(2) + "\n";
+}
+
+/// What a machine reads about input that is refused.
+std::string refusal_text(const InfoOptions& options, const InputError& error) {
+    Json json;
+    json["mesh"] = options.mesh;
+    json["error"] = error.what();
+    const auto* cage = dynamic_cast<const CageError*>(&error);
+    json["findings"] = cage == nullptr ? Json::array() : Json(sds_cli::to_json(cage->findings()));
+    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 /// Text of aligned "label  value" lines.
@@ -169,6 +205,11 @@ void report_shape(const LoadedSurface& loaded, const Info& info, Report& report)
     const auto &low = info.box.get_min(), &high = info.box.get_max();
     report.line("box", "(%.9g, %.9g, %.9g) to (%.9g, %.9g, %.9g)", low[0], low[1], low[2], high[0], high[1], high[2]);
     report.line("area", "%.9g", info.area);
+    const Motion& motion = loaded.motion;
+    if (motion.has_motion())
+        report.line("motion", "%s, times %.9g to %.9g",
+                    motion.files.empty() ? "vectors" : (std::to_string(motion.files.size()) + " samples").c_str(),
+                    motion.first_time(), motion.last_time());
     report.line("shading groups", "%zu", loaded.cage().group_names.size());
 }
 
@@ -192,9 +233,14 @@ std::string to_plain_text(const LoadedSurface& loaded, const Info& info) {
 }
 
 void run_info(const InfoOptions& options) {
-    const LoadedSurface loaded = load_surface(options, {}, nullptr);
-    const Info info = gather(loaded);
-    print_text(options.json ? to_json_text(options, loaded, info) : to_plain_text(loaded, info));
+    try {
+        const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
+        const Info info = gather(loaded);
+        print_text(options.json ? to_json_text(options, loaded, info) : to_plain_text(loaded, info));
+    } catch (const InputError& error) {
+        if (options.json) print_text(refusal_text(options, error));
+        throw;
+    }
 }
 
 }  // namespace
@@ -203,6 +249,7 @@ void add_info_command(CLI::App& program, Action& action) {
     CLI::App& command = *program.add_subcommand("info", "Describe a cage and its surface");
     const auto options = std::make_shared<InfoOptions>();
     add_common_options(command, *options);
+    add_motion_options(command, options->motion);
     add_property_option(command, *options);
     command.add_flag("--json", options->json, "Print JSON");
     set_action(command, action, options, run_info);

@@ -29,6 +29,7 @@ struct RenderCommandOptions : CommonOptions {
     unsigned int width = 960, height = 720;
     unsigned int samples = 16;
     std::string view;
+    std::string up = "y";
     bool wire = false;
     std::vector<std::string> aovs;
     std::string texture;
@@ -51,8 +52,11 @@ std::string layer_path(const std::string& output, const std::string& layer) {
     return path.replace_extension(layer + ".png").string();
 }
 
-sds_render::CameraView parse_view(const std::string& text) {
+sds_render::CameraView parse_view(const RenderCommandOptions& options) {
+    using Up = sds_render::UpAxis;
     sds_render::CameraView view;
+    view.up = options.up == "x" ? Up::x : options.up == "z" ? Up::z : Up::y;
+    const std::string& text = options.view;
     if (text.empty()) return view;
     std::string numbers = text;
     std::replace(numbers.begin(), numbers.end(), ',', ' ');
@@ -158,7 +162,7 @@ void print_statistics(const Surface& surface, double hierarchy_seconds, const sd
 
 void run_render(const RenderCommandOptions& options) {
     check_options(options);
-    const sds_render::CameraView view = parse_view(options.view);
+    const sds_render::CameraView view = parse_view(options);
     const std::vector<std::string> names = layer_names(options);
     check_layers(names);
     sds_render::RenderOptions render_options;
@@ -208,6 +212,11 @@ void add_picture_options(CLI::App& command, RenderCommandOptions& options) {
         ->capture_default_str();
     command.add_option("--view", options.view, "\"azimuth elevation\" of the camera in degrees, \"35 22\" by default")
         ->type_name("TEXT");
+    command
+        .add_option("--up", options.up, "The axis that points up; azimuth 0 is the side of +z, of -y when z points up")
+        ->check(CLI::IsMember({"x", "y", "z"}))
+        ->capture_default_str()
+        ->type_name("AXIS");
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "cli/finding.h"
+
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace sds_cli {
 
@@ -9,6 +12,18 @@ namespace sds_cli {
 class InputError : public std::runtime_error {
 public:
     InputError(const std::string& file, const std::string& reason) : std::runtime_error(file + ": " + reason) {}
+};
+
+/// A cage file that gives no cage, with everything found in it.
+class CageError : public InputError {
+public:
+    CageError(const std::string& file, Findings findings)
+        : InputError(file, "not usable, nothing was written"), findings_(std::move(findings)) {}
+
+    const Findings& findings() const { return findings_; }
+
+private:
+    Findings findings_;
 };
 
 }  // namespace sds_cli

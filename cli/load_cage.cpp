@@ -35,7 +35,7 @@ ReadObjResult load_cage(const std::string& path, const CommonOptions& common, Ca
     const bool errors_only = common.quiet || report == CageReport::errors;
     for (const Finding& finding : read.findings.entries())
         if (!errors_only || severity_of(finding.code) == Severity::error) print_line(to_text(finding));
-    if (!read.cage) throw InputError(path, "not usable, nothing was written");
+    if (!read.cage) throw CageError(path, std::move(read.findings));
     return read;
 }
 

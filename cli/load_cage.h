@@ -15,7 +15,7 @@ struct CommonOptions;
 enum class CageReport { everything, errors };
 
 /// Reads a cage and prints its findings, one line each: errors always, warnings and notes when `report` and the options
-/// let them. Throws InputError when the file gives no cage.
+/// let them. Throws CageError when the file gives no cage.
 ReadObjResult load_cage(const std::string& path, const CommonOptions& common, CageReport report);
 
 /// Throws InputError when the polygons of `other`, which is the file `path`, are not those of `cage`.

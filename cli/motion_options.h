@@ -28,6 +28,8 @@ struct Motion {
     std::vector<std::string> files;  ///< one per time sample
     std::vector<double> times;       ///< strictly increasing
 
+    bool has_motion() const { return !vectors.empty() || !files.empty(); }
+
     /// The interval of time that the motion covers; [0, 0] without motion.
     double first_time() const { return times.empty() ? 0.0 : times.front(); }
     double last_time() const { return times.empty() ? (vectors.empty() ? 0.0 : 1.0) : times.back(); }

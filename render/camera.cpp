@@ -42,6 +42,23 @@ struct Stand {
     }
 };
 
+// Where azimuths 0 and 90 and elevation 90 are: the axes of y up, turned.
+struct SceneAxes {
+    Vec3 front, side, up;
+};
+
+SceneAxes get_axes(UpAxis up) {
+    switch (up) {
+        case UpAxis::x:
+            return {{0, 0, 1}, {0, -1, 0}, {1, 0, 0}};
+        case UpAxis::z:
+            return {{0, -1, 0}, {1, 0, 0}, {0, 0, 1}};
+        case UpAxis::y:
+            break;
+    }
+    return {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}};
+}
+
 }  // namespace
 
 Camera::Camera(const Bbox3& box, const CameraView& view, unsigned int width, unsigned int height)
@@ -51,10 +68,12 @@ Camera::Camera(const std::vector<Vec3>& points, const CameraView& view, unsigned
     : m_width(width), m_height(height) {
     constexpr double degree = std::numbers::pi / 180.0;
     const double azimuth = view.azimuth * degree, elevation = view.elevation * degree;
-    const Vec3 toward{std::cos(elevation) * std::sin(azimuth), std::sin(elevation),
-                      std::cos(elevation) * std::cos(azimuth)};
+    const SceneAxes axes = get_axes(view.up);
+    const double level = std::cos(elevation);
+    const Vec3 toward = axes.side * (level * std::sin(azimuth)) + axes.up * std::sin(elevation) +
+                        axes.front * (level * std::cos(azimuth));
     // From the azimuth alone, so that it stands even straight above.
-    m_right = {std::cos(azimuth), 0.0, -std::sin(azimuth)};
+    m_right = axes.side * std::cos(azimuth) - axes.front * std::sin(azimuth);
     m_up = toward.cross(m_right);
     m_forward = -toward;
 

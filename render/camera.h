@@ -8,10 +8,14 @@
 
 namespace sds_render {
 
-// Where the camera stands as seen from the framed box, y up. Degrees.
+// The axis that points up in the scene.
+enum class UpAxis { x, y, z };
+
+// Where the camera stands as seen from the framed box. Degrees.
 struct CameraView {
-    double azimuth = 35.0;         // 0 on +z, growing towards +x
-    double elevation = 22.0;       // growing towards +y
+    double azimuth = 35.0;    // y up: 0 on +z, growing towards +x; z up: 0 on -y, towards +x; x up: 0 on +z, towards -y
+    double elevation = 22.0;  // growing upwards
+    UpAxis up = UpAxis::y;
     double field_of_view = 35.0;   // of the smaller side of the picture, in (0, 180)
     double distance_factor = 1.0;  // of the distance at which the box just fits
 };

@@ -1,10 +1,13 @@
 #include "qn_sys/sys_thread.h"
 
 #include <tbb/blocked_range.h>
+#include <tbb/global_control.h>
+#include <tbb/info.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
 #include <mutex>
+#include <optional>
 
 #ifdef QN_THREAD_SANITIZER
 #include <sanitizer/tsan_interface.h>
@@ -71,7 +74,12 @@ void SysThreadTaskManager::drop_tasks() {
 }
 
 struct SysThreadArena::Impl {
-    explicit Impl(int threads) : arena(threads) {}
+    // More threads than cores are to be had only while the process allows them.
+    explicit Impl(int threads) : arena(threads) {
+        if (threads > tbb::info::default_concurrency())
+            allowance.emplace(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
+    }
+    std::optional<tbb::global_control> allowance;
     tbb::task_arena arena;
 };
 

@@ -82,6 +82,37 @@ TEST(Info, DescribesTheStepAndTheMap) {
     EXPECT_DOUBLE_EQ(total, info["build_seconds"].get<double>());
 }
 
+TEST(Info, CoversTheWholeMotion) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj);
+    std::string text = cube_obj;
+    for (std::size_t at = 0; (at = text.find("v 1 ", at)) != std::string::npos;) text.replace(at, 4, "v 5 ");
+    const std::string next = folder.write("next.obj", text);
+    EXPECT_EQ(info_of(folder, mesh)["motion"], nullptr);
+    const Json vectors = info_of(folder, mesh, {"--motion", next, "--interpolation", "linear"});
+    EXPECT_EQ(vectors["bbox"]["max"], Json::parse("[5.0, 1.0, 1.0]"));
+    EXPECT_EQ(vectors["motion"]["kind"], "vectors");
+    const Json samples = info_of(folder, mesh, {"--time-samples", mesh, next, mesh, "--interpolation", "linear"});
+    EXPECT_EQ(samples["bbox"]["max"], Json::parse("[5.0, 1.0, 1.0]"));
+    EXPECT_EQ(samples["motion"]["times"], Json::parse("[0.0, 0.5, 1.0]"));
+}
+
+TEST(Info, PrintsTheFindingsOfARefusedMesh) {
+    const ScratchFolder folder;
+    const std::string good = folder.write("cube.obj", cube_obj);
+    const std::string bad = folder.write("bad.obj", "v 0 0 0\nv 1 0 0\nf 1 1 2\nf 1 2 9\n");
+    const SdsRun refused = run_sds(folder, {"info", bad, "--json"});
+    EXPECT_EQ(refused.code, 2);
+    const Json findings = Json::parse(refused.out)["findings"];
+    ASSERT_EQ(findings.size(), 2u);
+    EXPECT_EQ(findings[0]["code"], "repeated_vertex");
+    EXPECT_EQ(findings[1]["first"], bad + ":4");
+    // Whatever else is refused is named too.
+    const SdsRun other = run_sds(folder, {"info", good, "--json", "--properties", bad});
+    EXPECT_EQ(other.code, 2);
+    EXPECT_THAT(Json::parse(other.out)["error"].get<std::string>(), testing::HasSubstr(bad));
+}
+
 TEST(StageTimer, TimesNestedTasksAndPassesThemOn) {
     AppProgressBar front;
     StageTimer timer(&front);

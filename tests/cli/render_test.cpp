@@ -72,6 +72,9 @@ TEST(Render, WritesPicturesAndTheirLayers) {
     EXPECT_THAT(render({"-o", folder.path("b.png"), "--threads", "1", "--stats"}).err,
                 testing::AllOf(testing::HasSubstr("quads/s"), testing::HasSubstr("rays/s")));
     EXPECT_TRUE(ScratchFolder::read(folder.path("b.png")) == first);
+    // More threads than the machine has cores.
+    EXPECT_EQ(render({"-o", folder.path("b.png"), "--threads", "64"}).err, "");
+    EXPECT_TRUE(ScratchFolder::read(folder.path("b.png")) == first);
     render({"-o", folder.path("b.png"), "--wire"});
     EXPECT_FALSE(ScratchFolder::read(folder.path("b.png")) == first);
 }
@@ -89,6 +92,7 @@ TEST(Render, ViewAndTextureShowTheRightSide) {
     const png_byte *upper = picture.pixel(16, 8), *lower = picture.pixel(16, 24);
     EXPECT_GT(upper[1], upper[0] + 40);
     EXPECT_GT(lower[0], lower[1] + 40);
+    EXPECT_EQ(run_sds(folder, {"render", mesh, "-o", folder.path("b.png"), "--up", "w"}).code, 2);
 }
 
 TEST(Render, BlursMotionOnlyWhileTheShutterIsOpen) {

@@ -280,6 +280,30 @@ TEST(Camera, FramesTheBoxFromEverySide) {
             }
 }
 
+TEST(Camera, StandsUprightOnEveryAxis) {
+    const Bbox3 box({-1, -1, -1}, {1, 1, 1});
+    const struct {
+        UpAxis axis;
+        Vec3 up, front;
+    } cases[] = {
+        {UpAxis::x, {1, 0, 0}, {0, 0, 1}}, {UpAxis::y, {0, 1, 0}, {0, 0, 1}}, {UpAxis::z, {0, 0, 1}, {0, -1, 0}}};
+    for (const auto& c : cases) {
+        CameraView view;
+        view.up = c.axis;
+        view.azimuth = 0.0;
+        view.elevation = 60.0;
+        const Camera camera(box, view, 100, 100);
+        EXPECT_NEAR(camera.get_up().dot(c.up), 0.5, 1e-12);
+        EXPECT_NEAR(camera.get_right().dot(c.up), 0.0, 1e-12);
+        EXPECT_NEAR(-camera.get_forward().dot(c.up), std::sqrt(0.75), 1e-12);
+        EXPECT_NEAR(-camera.get_forward().dot(c.front), 0.5, 1e-12);
+        // Not a mirror.
+        EXPECT_NEAR(camera.get_right().cross(camera.get_up()).dot(camera.get_forward()), -1.0, 1e-12);
+        view.azimuth = 90.0;
+        EXPECT_NEAR(-Camera(box, view, 100, 100).get_forward().dot(c.up.cross(c.front)), 0.5, 1e-12);
+    }
+}
+
 TEST(Camera, FramesTheOutlineOfAScene) {
     // A row of balls on a diagonal of its box: the box's other corners are empty.
     std::vector<render_test::Sphere> row;
