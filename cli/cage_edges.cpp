@@ -19,18 +19,19 @@ std::vector<std::uint32_t> counting_sort(std::vector<std::uint32_t>& items, std:
 
 }  // namespace
 
-CageEdges::CageEdges(const ControlCage& cage)
-    : starts_(cage.polygon_indices), ends_(cage.corner_count()), corners_(cage.corner_count()) {
+CageEdges::CageEdges(std::size_t vertex_count, std::span<const std::uint32_t> polygon_counts,
+                     std::span<const std::uint32_t> polygon_indices)
+    : starts_(polygon_indices), ends_(polygon_indices.size()), corners_(polygon_indices.size()) {
     std::uint32_t first = 0;
-    for (const std::uint32_t count : cage.polygon_counts) {
+    for (const std::uint32_t count : polygon_counts) {
         for (std::uint32_t k = 0; k < count; ++k) {
             ends_[first + k] = starts_[first + (k + 1 == count ? 0 : k + 1)];
             corners_[first + k] = first + k;
         }
         first += count;
     }
-    counting_sort(corners_, cage.vertex_count(), [this](std::uint32_t c) { return high(c); });
-    low_offsets_ = counting_sort(corners_, cage.vertex_count(), [this](std::uint32_t c) { return low(c); });
+    counting_sort(corners_, vertex_count, [this](std::uint32_t c) { return high(c); });
+    low_offsets_ = counting_sort(corners_, vertex_count, [this](std::uint32_t c) { return low(c); });
 }
 
 std::span<const std::uint32_t> CageEdges::sides(std::uint32_t a, std::uint32_t b) const {

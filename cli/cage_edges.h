@@ -13,11 +13,14 @@ namespace sds_cli {
 /// neighbours.
 ///
 /// Built in time linear in corners + vertices for any input, by two counting sorts. Holds 8 bytes a corner and 4 a
-/// vertex, and refers to the cage's indices: the cage must outlive it and keep its polygons. Indices must be <
-/// vertex_count(). Reads are thread-safe.
+/// vertex, and refers to the cage's indices: they must outlive it unchanged. Indices must be < the vertex count. Reads
+/// are thread-safe.
 class CageEdges {
 public:
-    explicit CageEdges(const ControlCage& cage);
+    CageEdges(std::size_t vertex_count, std::span<const std::uint32_t> polygon_counts,
+              std::span<const std::uint32_t> polygon_indices);
+    explicit CageEdges(const ControlCage& cage)
+        : CageEdges(cage.vertex_count(), cage.polygon_counts, cage.polygon_indices) {}
 
     std::uint32_t start(std::uint32_t corner) const {
         return starts_[corner];

@@ -3,8 +3,7 @@
 #include "cli/common_options.h"
 #include "cli/frustum_file.h"
 #include "cli/load_cage.h"
-#include "qn_ctx/ctx_eval.h"
-#include "qn_sys/sys_thread.h"
+#include "render/batch.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -13,8 +12,6 @@ namespace sds_cli {
 
 namespace {
 
-enum class SelectMode : int { touch = 0, inside = 1 };
-
 struct SelectOptions : CommonOptions {
     std::string frustum;
     std::string mode;
@@ -22,31 +19,17 @@ struct SelectOptions : CommonOptions {
     bool json = false;
 };
 
-std::vector<unsigned char> select(const SdsMesh& mesh, const GeometryFrustum& frustum, SelectMode mode) {
-    const unsigned int count = mesh.get_primitive_count();
-    std::vector<unsigned char> selected(count, 0);
-    const CtxShader shader;
-    std::vector<CtxThread> threads(sys_max_worker_count());
-    const int number = static_cast<int>(mode);
-    sys_parallel_for(count, [&](unsigned int primitive, unsigned int worker) {
-        GeometryFrustumCtx ctx(&number, &frustum);
-        mesh.intersect_primitive(CtxEval(shader, &threads[worker]), primitive, ctx);
-        selected[primitive] = ctx.selected_count > 0 ? 1 : 0;
-    });
-    return selected;
-}
-
 void run_select(const SelectOptions& options) {
     const GeometryFrustum frustum = read_frustum(options.frustum);
     const LoadedSurface loaded = load_surface(options, {}, nullptr);
     const SdsMesh mesh = loaded.surface->mesh(options.level);
-    const auto selected = select(mesh, frustum, options.mode == "touch" ? SelectMode::touch : SelectMode::inside);
-    std::vector<unsigned int> primitives;
-    for (unsigned int q = 0; q < selected.size(); ++q)
-        if (selected[q] != 0) primitives.push_back(q);
+    const auto mode = options.mode == "touch" ? sds_render::SelectMode::touch : sds_render::SelectMode::inside;
+    const std::vector<unsigned int> primitives = sds_render::select_batch(mesh, frustum, mode);
     if (options.json) {
-        print_text(nlohmann::json{{"mode", options.mode}, {"quads", selected.size()}, {"selected", primitives}}.dump() +
-                   "\n");
+        print_text(
+            nlohmann::json{{"mode", options.mode}, {"quads", mesh.get_primitive_count()}, {"selected", primitives}}
+                .dump() +
+            "\n");
         return;
     }
     std::string text;

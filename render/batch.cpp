@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <vector>
 
 #include "qn_sys/sys_thread.h"
 
@@ -45,6 +44,23 @@ void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count,
             if (visit) visit(i, thread);
         }
     });
+}
+
+std::vector<unsigned int> select_batch(const GeometryObject& object, const GeometryFrustum& frustum, SelectMode mode) {
+    const unsigned int count = object.get_primitive_count();
+    std::vector<unsigned char> is_selected(count, 0);
+    const CtxShader shader;
+    std::vector<CtxThread> threads(sys_max_worker_count());
+    const int number = static_cast<int>(mode);
+    sys_parallel_for(count, [&](unsigned int primitive, unsigned int worker) {
+        GeometryFrustumCtx ctx(&number, &frustum);
+        object.intersect_primitive(CtxEval(shader, &threads[worker]), primitive, ctx);
+        is_selected[primitive] = ctx.selected_count > 0 ? 1 : 0;
+    });
+    std::vector<unsigned int> primitives;
+    for (unsigned int p = 0; p < count; ++p)
+        if (is_selected[p] != 0) primitives.push_back(p);
+    return primitives;
 }
 
 }  // namespace sds_render

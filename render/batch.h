@@ -1,8 +1,10 @@
-// Many rays against a scene, on all threads of the calling arena: what the program and the bindings trace with.
+// Many rays against a scene and all primitives against a frustum, on all threads of the calling arena: what the program
+// and the bindings work with.
 #pragma once
 
 #include <cstddef>
 #include <functional>
+#include <vector>
 
 #include "render/scene.h"
 
@@ -19,5 +21,13 @@ Shutter get_shutter_of(const GeometryRay* rays, std::size_t count);
 // at the same time; what one of them throws is thrown here.
 void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count,
                      const std::function<void(std::size_t ray, RenderThread& thread)>& visit);
+
+enum class SelectMode : int {
+    touch = 0,   // some part of the primitive
+    inside = 1,  // all of it
+};
+
+// The primitives that a frustum selects, ascending.
+std::vector<unsigned int> select_batch(const GeometryObject& object, const GeometryFrustum& frustum, SelectMode mode);
 
 }  // namespace sds_render

@@ -10,6 +10,9 @@ packages=(
     libgtest-dev libgmock-dev libosd-dev libbenchmark-dev           # tests and benchmarks
     clang-format clang-tidy                                         # checks
     abigail-tools bash-completion man-db                            # checks of what is installed
+    python3-dev python3-numpy pybind11-dev python3-pytest           # Python package
+    python3-setuptools python3-wheel python3-pip
+    doxygen python3-sphinx python3-breathe furo python3-matplotlib  # documentation
 )
 
 if ! command -v dpkg-query >/dev/null; then

@@ -1,0 +1,15 @@
+"""Catmull-Clark limit surfaces of polygon meshes.
+
+    surface = qn_sds.load_obj("cage.obj")
+    hits = surface.intersect(origins, directions)
+    points = surface.sample(hits.primitive, hits.uv)
+
+A `Surface` is made from numpy arrays (or read from an OBJ file), holds one bicubic patch per quad of its control mesh,
+and answers rays, samples, maps and frusta in batches, on every core, with the GIL released.
+"""
+
+from ._errors import Finding, MeshError, MeshWarning
+from ._results import Hits, Samples, UvSamples
+from ._surface import Surface, load_obj
+
+__all__ = ["Finding", "Hits", "MeshError", "MeshWarning", "Samples", "Surface", "UvSamples", "load_obj"]

@@ -1,0 +1,128 @@
+from os import PathLike
+from typing import Any, Mapping, NamedTuple, Sequence, Union
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+_Map = Union[ArrayLike, tuple[ArrayLike, ArrayLike]]
+
+class Finding(NamedTuple):
+    code: str
+    severity: str
+    count: int
+    place: str
+    message: str
+    detail: str
+    action: str
+
+class MeshError(ValueError):
+    findings: tuple[Finding, ...]
+
+class MeshWarning(UserWarning): ...
+
+class Hits(NamedTuple):
+    primitive: NDArray[np.int32]
+    u: NDArray[np.float64]
+    v: NDArray[np.float64]
+    t: NDArray[np.float64]
+    @property
+    def hit(self) -> NDArray[np.bool_]: ...
+    @property
+    def uv(self) -> NDArray[np.float64]: ...
+
+class Samples(NamedTuple):
+    position: NDArray[np.float64]
+    dpdu: NDArray[np.float64]
+    dpdv: NDArray[np.float64]
+    normal: NDArray[np.float64]
+    smoothing_normal: NDArray[np.float64]
+
+class UvSamples(NamedTuple):
+    uvw: NDArray[np.float64]
+    du: NDArray[np.float64]
+    dv: NDArray[np.float64]
+
+class Surface:
+    def __init__(
+        self,
+        points: ArrayLike,
+        face_counts: ArrayLike | None = None,
+        face_indices: ArrayLike | None = None,
+        *,
+        creases: _Map | None = None,
+        uvs: _Map | Mapping[str, _Map] | None = None,
+        colors: ArrayLike | None = None,
+        groups: ArrayLike | None = None,
+        group_names: Sequence[str] | None = None,
+        interpolation: str | None = None,
+        uv_interpolation: str | None = None,
+        motion: _Map | None = None,
+        fractional: str = "harden",
+        faceVertexCounts: ArrayLike | None = ...,
+        faceVertexIndices: ArrayLike | None = ...,
+        creaseIndices: ArrayLike | None = ...,
+        creaseLengths: ArrayLike | None = ...,
+        creaseSharpnesses: ArrayLike | None = ...,
+        interpolateBoundary: str | None = ...,
+        faceVaryingLinearInterpolation: str | None = ...,
+        subdivisionScheme: str | None = ...,
+        orientation: str | None = ...,
+        cornerIndices: ArrayLike | None = ...,
+        cornerSharpnesses: ArrayLike | None = ...,
+        holeIndices: ArrayLike | None = ...,
+        velocities: ArrayLike | None = ...,
+        displayColor: ArrayLike | None = ...,
+    ) -> None: ...
+    def intersect(
+        self,
+        origins: ArrayLike,
+        directions: ArrayLike,
+        level: int = 0,
+        *,
+        tnear: ArrayLike = 0.0,
+        tfar: ArrayLike = ...,
+        time: ArrayLike = 0.0,
+    ) -> Hits: ...
+    def sample(self, primitives: ArrayLike, uv: ArrayLike, *, time: ArrayLike = 0.0, level: int = 0) -> Samples: ...
+    def limit_grid(self, n: int, *, time: float = 0.0) -> Samples: ...
+    def patches(self, *, time: float = 0.0) -> NDArray[np.float32]: ...
+    def uv(self, primitives: ArrayLike, uv: ArrayLike, map: int | str = 0) -> UvSamples: ...
+    def color(self, primitives: ArrayLike, uv: ArrayLike) -> NDArray[np.float32]: ...
+    def select(
+        self,
+        sides: ArrayLike = (),
+        *,
+        near: ArrayLike = (),
+        far: ArrayLike = (),
+        inside: bool = False,
+        level: int = 0,
+    ) -> NDArray[np.uint32]: ...
+    def update(self, points: ArrayLike, motion: _Map | None = None) -> None: ...
+    @property
+    def bbox(self) -> NDArray[np.float64]: ...
+    @property
+    def area(self) -> float: ...
+    @property
+    def info(self) -> dict[str, Any]: ...
+    @property
+    def findings(self) -> tuple[Finding, ...]: ...
+    @property
+    def quad_count(self) -> int: ...
+    @property
+    def quads(self) -> NDArray[np.uint32]: ...
+    @property
+    def vertices(self) -> NDArray[np.float32]: ...
+    @property
+    def neighbours(self) -> NDArray[np.uint32]: ...
+    @property
+    def quad_faces(self) -> NDArray[np.uint32]: ...
+    @property
+    def quad_groups(self) -> NDArray[np.uint32]: ...
+
+def load_obj(
+    path: str | PathLike[str],
+    *,
+    interpolation: str = "edgeAndCorner",
+    uv_interpolation: str = "corners_fixed",
+    fractional: str = "harden",
+) -> Surface: ...

@@ -1,0 +1,142 @@
+"""Arrays of the exact types that the extension takes. An array that has the type already is passed on as it is."""
+
+import numpy as np
+
+
+def points(value, name, width=3):
+    """float32 [n, width]."""
+    array = np.asarray(value)
+    if array.dtype.kind not in "fiu":
+        raise TypeError(f"{name}: numbers expected, not {array.dtype}")
+    if array.ndim != 2 or array.shape[1] != width:
+        raise ValueError(f"{name}: shape {array.shape}, expected [n, {width}]")
+    with np.errstate(over="ignore"):  # becomes infinite, which is reported with its place
+        return np.ascontiguousarray(array, dtype=np.float32)
+
+
+def doubles(value, name, width=None):
+    """float64 [n] or [n, width]."""
+    array = np.ascontiguousarray(value, dtype=np.float64)
+    if width is None and array.ndim == 0:
+        array = array.reshape(1)
+    if array.ndim != (1 if width is None else 2) or (width is not None and array.shape[1] != width):
+        raise ValueError(f"{name}: shape {array.shape}, expected {'[n]' if width is None else f'[n, {width}]'}")
+    return array
+
+
+def per_item(value, name, count):
+    """float64 with one value for all or one for each."""
+    array = doubles(value, name)
+    if array.size not in (1, count):
+        raise ValueError(f"{name}: {array.size} values, expected one or {count}")
+    return array
+
+
+def _integers(value, name):
+    array = np.asarray(value)
+    if array.size == 0:
+        array = array.astype(np.uint32)
+    if array.dtype.kind not in "iu":
+        raise TypeError(f"{name}: integers expected, not {array.dtype}")
+    return array
+
+
+def indices(value, name):
+    """uint32 [n]. Negative values wrap around, so that -1 is "none"; the extension says where an index is out of range.
+    Signed and unsigned 32-bit arrays are not copied."""
+    array = _integers(value, name)
+    if array.dtype.itemsize > 4:
+        array = np.clip(array, -(2**31), 2**32 - 2).astype(np.int64).astype(np.uint32)
+    elif array.dtype.itemsize == 4:
+        array = array.view(np.uint32)
+    else:
+        array = array.astype(np.int32).view(np.uint32)
+    return np.ascontiguousarray(array).reshape(-1)
+
+
+def primitives(value, name="primitives"):
+    """int32 [n]; -1 is "none"."""
+    array = _integers(value, name)
+    if array.dtype.itemsize >= 4 and array.dtype != np.int32:
+        array = np.clip(array, -(2**31), 2**31 - 1)  # out of range stays out of range
+    return np.ascontiguousarray(array, dtype=np.int32).reshape(-1)
+
+
+def fragments(primitive_values, uv):
+    prims = primitives(primitive_values)
+    pairs = doubles(uv, "uv", 2)
+    if len(pairs) != len(prims):
+        raise ValueError(f"uv: {len(pairs)} rows for {len(prims)} primitives")
+    return prims, pairs
+
+
+def colors(value, count):
+    """uint8 rgba [n, 4] from floats in [0, 1] or bytes, with or without alpha."""
+    array = np.asarray(value)
+    if array.ndim != 2 or array.shape[0] != count or array.shape[1] not in (3, 4):
+        raise ValueError(f"colors: shape {array.shape}, expected [{count}, 3] or [{count}, 4]")
+    if array.dtype.kind == "f":
+        if not np.all(np.isfinite(array)):
+            raise ValueError("colors: not finite")
+        array = np.round(np.clip(array, 0.0, 1.0) * 255.0).astype(np.uint8)
+    elif array.dtype != np.uint8:
+        raise TypeError(f"colors: floats or uint8 expected, not {array.dtype}")
+    if array.shape[1] == 3:
+        array = np.concatenate([array, np.full((count, 1), 255, np.uint8)], axis=1)
+    return np.ascontiguousarray(array)
+
+
+def uv_map(value, name, face_indices, point_count):
+    """Points [m, 3] and an index per face-corner, from one of
+    (values, indices); values per point; values per face-corner, of which equal ones at one point become one."""
+    place = f"uvs: map '{name}'"
+    is_pair = isinstance(value, tuple) and len(value) == 2
+    array = np.asarray(value[0] if is_pair else value)
+    if array.ndim != 2 or array.shape[1] not in (2, 3):
+        raise ValueError(f"{place}: shape {array.shape}, expected [n, 2] or [n, 3]")
+    values = points(array, place, array.shape[1])
+    if values.shape[1] == 2:
+        values = np.concatenate([values, np.zeros((len(values), 1), np.float32)], axis=1)
+    if is_pair:
+        corner_indices = indices(value[1], place)
+    elif len(values) == point_count:
+        corner_indices = face_indices
+    elif len(values) == len(face_indices):
+        keyed = np.concatenate([face_indices[:, None].astype(np.float64), values], axis=1)
+        rows, inverse = np.unique(keyed, axis=0, return_inverse=True)
+        values = np.ascontiguousarray(rows[:, 1:], dtype=np.float32)
+        corner_indices = inverse.reshape(-1).astype(np.uint32)
+    else:
+        raise ValueError(f"{place}: {len(values)} values for {point_count} points and {len(face_indices)} face-corners")
+    if len(corner_indices) != len(face_indices):
+        raise ValueError(f"{place}: {len(corner_indices)} indices for {len(face_indices)} face-corners")
+    return values, corner_indices
+
+
+def motion(value, point_count):
+    """Vectors [n, 3], times [k] and samples [k, n, 3]; two of the three are empty."""
+    none = np.zeros((0, 3), np.float32), np.zeros(0), np.zeros((0, 0, 3), np.float32)
+    if value is None:
+        return none
+    if isinstance(value, tuple) and len(value) == 2:
+        times = doubles(value[0], "motion: times")
+        samples = np.ascontiguousarray(value[1], dtype=np.float32)
+        if samples.shape != (len(times), point_count, 3):
+            raise ValueError(f"motion: samples of shape {samples.shape}, expected [{len(times)}, {point_count}, 3]")
+        if len(times) == 0 or not np.all(np.isfinite(times)) or not np.all(np.diff(times) > 0):
+            raise ValueError("motion: times are finite and strictly increasing")
+        return none[0], times, samples
+    vectors = points(value, "motion")
+    if len(vectors) != point_count:
+        raise ValueError(f"motion: {len(vectors)} vectors for {point_count} points")
+    return vectors, none[1], none[2]
+
+
+def planes(value, name):
+    array = np.asarray(value, dtype=np.float64)
+    array = np.ascontiguousarray(array.reshape(-1, 4) if array.ndim == 1 and array.size % 4 == 0 else array)
+    if array.ndim != 2 or array.shape[1] != 4:
+        raise ValueError(f"{name}: shape {array.shape}, expected rows nx ny nz d")
+    if not np.all(np.isfinite(array)):
+        raise ValueError(f"{name}: not finite")
+    return array

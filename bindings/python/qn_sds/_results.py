@@ -1,0 +1,48 @@
+"""Records of arrays. All arrays of a record have the same leading shape."""
+
+from typing import NamedTuple
+
+import numpy as np
+
+
+class Hits(NamedTuple):
+    """Nearest hits, one per ray."""
+
+    primitive: np.ndarray  # int32, -1 where nothing is hit
+    u: np.ndarray
+    v: np.ndarray
+    t: np.ndarray  # in lengths of the direction, inf where nothing is hit
+
+    @property
+    def hit(self):
+        """True where something is hit."""
+        return self.primitive >= 0
+
+    @property
+    def uv(self):
+        """Patch coordinates, [n, 2]."""
+        return np.stack([self.u, self.v], axis=-1)
+
+
+class Samples(NamedTuple):
+    """The surface at points; derivatives are per patch parameter, normals have unit length. NaN where the primitive
+    is -1."""
+
+    position: np.ndarray
+    dpdu: np.ndarray
+    dpdv: np.ndarray
+    normal: np.ndarray  # dP/du x dP/dv
+    smoothing_normal: np.ndarray  # to shade with
+
+
+class UvSamples(NamedTuple):
+    """A UV map at points. NaN where the face is not mapped and where the primitive is -1."""
+
+    uvw: np.ndarray
+    du: np.ndarray
+    dv: np.ndarray
+
+
+def split(record, rows):
+    """The record whose fields are consecutive threes of the last axis."""
+    return record(*(rows[..., 3 * i : 3 * i + 3] for i in range(len(record._fields))))

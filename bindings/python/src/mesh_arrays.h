@@ -1,0 +1,58 @@
+// A control mesh as plain arrays, and what is wrong with it.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "cli/finding.h"
+#include "cli/surface.h"
+
+namespace sds_python {
+
+/// The mesh cannot be built; carries every cause.
+class MeshError : public std::runtime_error {
+public:
+    MeshError(const std::string& what, sds_cli::Findings findings)
+        : std::runtime_error(what), findings_(std::move(findings)) {}
+    const sds_cli::Findings& findings() const { return findings_; }
+
+private:
+    sds_cli::Findings findings_;
+};
+
+/// Throws MeshError with one line per error of the findings when there is any.
+void throw_errors(const sds_cli::Findings& findings);
+
+struct CreaseArrays {
+    std::span<const std::uint32_t> vertices;  ///< two per edge
+    std::span<const float> sharpness;         ///< one per edge
+    bool harden_fractional = true;            ///< else edges with a sharpness below 10 stay smooth
+};
+
+/// What the caller hands over, shapes already right: 3 floats per point, as many indices as the counts add up to, one
+/// group per face, three floats per UV point and one UV index per face-corner. Contents are not trusted.
+struct MeshArrays {
+    std::span<const float> points;
+    std::span<const std::uint32_t> face_counts, face_indices;
+    CreaseArrays creases;
+    std::span<const std::uint32_t> groups;
+    std::vector<std::string> group_names;
+    std::vector<sds_cli::UvSource> uvs;
+    std::span<const std::uint8_t> colors;  ///< rgba per point or empty
+    std::span<const float> motion;         ///< like points or empty
+};
+
+/// Checks the contents; records errors, warnings and notes in `findings`. Places read "face 3, corner 1", "point 7".
+/// UV maps are settled: a face that is mapped at some corners only becomes unmapped. Linear in the sizes.
+void check_arrays(MeshArrays& mesh, sds_cli::Findings& findings);
+
+/// Checks that every number is finite; `what` names an item of three.
+void check_finite(std::span<const float> values, const std::string& what, sds_cli::Findings& findings);
+
+/// One byte per face-corner, 1 on creases. Only for meshes without errors.
+std::vector<std::uint8_t> settle_creases(const MeshArrays& mesh, sds_cli::Findings& findings);
+
+}  // namespace sds_python

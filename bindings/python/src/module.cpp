@@ -1,0 +1,76 @@
+// The extension module qn_sds._native. Its signatures take exact types; qn_sds/_surface.py makes them out of what users
+// hand over.
+#include <pybind11/stl.h>
+
+#include "surface_object.h"
+
+namespace py = pybind11;
+
+namespace {
+
+using sds_python::SurfaceObject;
+using sds_python::UvArrays;
+
+void translate(std::exception_ptr pointer) {
+    try {
+        if (pointer) std::rethrow_exception(pointer);
+    } catch (const sds_python::MeshError& error) {
+        const py::object type = py::module_::import("qn_sds._errors").attr("MeshError");
+        const py::object value = type(error.what(), sds_python::to_list(error.findings()));
+        PyErr_SetObject(type.ptr(), value.ptr());
+    }
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_native, module) {
+    py::register_exception_translator(&translate);
+
+    py::class_<UvArrays>(module, "UvArrays")
+        .def(py::init([](std::string name, const sds_python::Array<float>& points,
+                         const sds_python::Array<std::uint32_t>& indices) {
+                 return UvArrays{std::move(name), points, indices};
+             }),
+             py::arg("name"), py::arg("points").noconvert(), py::arg("indices").noconvert());
+
+    py::class_<SurfaceObject>(module, "Surface")
+        .def(py::init<const sds_python::Array<float>&, const sds_python::Array<std::uint32_t>&,
+                      const sds_python::Array<std::uint32_t>&, const sds_python::Array<std::uint32_t>&,
+                      const sds_python::Array<float>&, bool, const sds_python::Array<std::uint32_t>&,
+                      std::vector<std::string>, const std::vector<UvArrays>&, const sds_python::Array<std::uint8_t>&,
+                      unsigned int, unsigned int, const sds_python::Array<float>&, const sds_python::Array<double>&,
+                      const sds_python::Array<float>&>(),
+             py::arg("points").noconvert(), py::arg("face_counts").noconvert(), py::arg("face_indices").noconvert(),
+             py::arg("crease_vertices").noconvert(), py::arg("crease_sharpness").noconvert(),
+             py::arg("harden_fractional"), py::arg("groups").noconvert(), py::arg("group_names"), py::arg("uvs"),
+             py::arg("colors").noconvert(), py::arg("interpolation"), py::arg("uv_interpolation"),
+             py::arg("motion").noconvert(), py::arg("times").noconvert(), py::arg("samples").noconvert())
+        .def_static("load_obj", &SurfaceObject::load_obj)
+        .def("update", &SurfaceObject::update, py::arg("points").noconvert(), py::arg("motion").noconvert(),
+             py::arg("times").noconvert(), py::arg("samples").noconvert())
+        .def("intersect", &SurfaceObject::intersect, py::arg("origins").noconvert(), py::arg("directions").noconvert(),
+             py::arg("tnear").noconvert(), py::arg("tfar").noconvert(), py::arg("times").noconvert(), py::arg("level"))
+        .def("sample", &SurfaceObject::sample, py::arg("primitives").noconvert(), py::arg("uv").noconvert(),
+             py::arg("times").noconvert(), py::arg("level"))
+        .def("limit_grid", &SurfaceObject::limit_grid)
+        .def("patches", &SurfaceObject::patches)
+        .def("look_up_uvs", &SurfaceObject::look_up_uvs, py::arg("primitives").noconvert(), py::arg("uv").noconvert(),
+             py::arg("map"))
+        .def("look_up_colors", &SurfaceObject::look_up_colors, py::arg("primitives").noconvert(),
+             py::arg("uv").noconvert(), py::arg("map"))
+        .def("select", &SurfaceObject::select, py::arg("sides").noconvert(), py::arg("near").noconvert(),
+             py::arg("far").noconvert(), py::arg("inside"), py::arg("level"))
+        .def("bbox", &SurfaceObject::bbox)
+        .def("area", &SurfaceObject::area)
+        .def("info", &SurfaceObject::info)
+        .def("findings", &SurfaceObject::findings)
+        .def("point_count", &SurfaceObject::point_count)
+        .def("quad_count", &SurfaceObject::quad_count)
+        .def("uv_names", &SurfaceObject::uv_names)
+        .def("color_map_count", &SurfaceObject::color_map_count)
+        .def("quads", &SurfaceObject::quads)
+        .def("quad_groups", &SurfaceObject::quad_groups)
+        .def("quad_faces", &SurfaceObject::quad_faces)
+        .def("neighbours", &SurfaceObject::neighbours)
+        .def("vertices", &SurfaceObject::vertices);
+}

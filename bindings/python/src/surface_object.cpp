@@ -1,0 +1,338 @@
+#include "surface_object.h"
+
+#include <pybind11/stl.h>
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "cli/read_obj.h"
+#include "cli/sample_grid.h"
+#include "cli/surface_statistics.h"
+#include "qn_ctx/ctx_eval.h"
+#include "render/batch.h"
+
+namespace py = pybind11;
+
+namespace sds_python {
+
+namespace {
+
+constexpr std::size_t rays_per_chunk = 1u << 17;  // between two looks at signals
+constexpr unsigned int max_level = 12;
+
+sds_cli::SurfaceModes make_modes(unsigned int interpolation, unsigned int uv_interpolation) {
+    return {static_cast<SdsMeshGeometry::InterpolationMode>(interpolation),
+            static_cast<SdsMeshMaps::InterpolationMode>(uv_interpolation)};
+}
+
+TimeSamples make_time_samples(const Array<double>& times, const Array<float>& samples) {
+    const auto t = span_of(times);
+    const auto s = span_of(samples);
+    return {{t.begin(), t.end()}, {s.begin(), s.end()}};
+}
+
+void check_level(unsigned int level) {
+    if (level > max_level) throw std::invalid_argument("level " + std::to_string(level) + ", at most 12");
+}
+
+void check_time(double time) {
+    if (!std::isfinite(time)) throw std::invalid_argument("time is not finite");
+}
+
+Fragments make_fragments(const Array<std::int32_t>& primitives, const Array<double>& uv,
+                         std::span<const double> times) {
+    return {span_of(primitives), span_of(uv), times};
+}
+
+sds_render::Shutter get_shutter_of(const RayArrays& rays) {
+    sds_render::Shutter shutter;
+    bool any = false;
+    for (const double time : rays.times) {
+        if (!std::isfinite(time)) continue;
+        shutter.open = any ? std::min(shutter.open, time) : time;
+        shutter.close = any ? std::max(shutter.close, time) : time;
+        any = true;
+    }
+    return shutter;
+}
+
+GeometryPlane to_plane(const double* row) { return {{row[0], row[1], row[2]}, row[3]}; }
+
+template <class Counts>
+py::dict to_counts(const Counts& items) {
+    py::dict counts;
+    for (const auto& [key, value] : items) counts[py::cast(key)] = value;
+    return counts;
+}
+
+}  // namespace
+
+py::list to_list(const sds_cli::Findings& findings) {
+    py::list list;
+    for (const nlohmann::json& finding : sds_cli::to_json(findings)) {
+        py::dict entry;
+        for (const char* key : {"code", "severity", "message", "detail", "action"})
+            entry[key] = finding[key].get<std::string>();
+        entry["place"] = finding["first"].get<std::string>();
+        entry["count"] = finding["count"].get<std::uint64_t>();
+        list.append(entry);
+    }
+    return list;
+}
+
+SurfaceObject::SurfaceObject(const Array<float>& points, const Array<std::uint32_t>& face_counts,
+                             const Array<std::uint32_t>& face_indices, const Array<std::uint32_t>& crease_vertices,
+                             const Array<float>& crease_sharpness, bool harden_fractional,
+                             const Array<std::uint32_t>& groups, std::vector<std::string> group_names,
+                             const std::vector<UvArrays>& uvs, const Array<std::uint8_t>& colors,
+                             unsigned int interpolation, unsigned int uv_interpolation, const Array<float>& motion,
+                             const Array<double>& times, const Array<float>& samples) {
+    MeshArrays mesh{span_of(points),
+                    span_of(face_counts),
+                    span_of(face_indices),
+                    {span_of(crease_vertices), span_of(crease_sharpness), harden_fractional},
+                    span_of(groups),
+                    std::move(group_names),
+                    {},
+                    span_of(colors),
+                    span_of(motion)};
+    for (const UvArrays& uv : uvs) {
+        const auto uv_points = span_of(uv.points);
+        const auto uv_indices = span_of(uv.indices);
+        mesh.uvs.push_back({uv.name, {uv_points.begin(), uv_points.end()}, {uv_indices.begin(), uv_indices.end()}});
+    }
+    TimeSamples time_samples = make_time_samples(times, samples);
+    facts_.point_count = mesh.points.size() / 3;
+    facts_.face_count = mesh.face_counts.size();
+
+    const py::gil_scoped_release release;
+    check_arrays(mesh, facts_.findings);
+    check_finite(time_samples.positions, "time samples, point", facts_.findings);
+    throw_errors(facts_.findings);
+    const std::vector<std::uint8_t> corner_creases = settle_creases(mesh, facts_.findings);
+    throw_errors(facts_.findings);
+    const sds_cli::CageView cage{
+        mesh.points, mesh.face_counts, mesh.face_indices, corner_creases, mesh.groups, mesh.group_names, {},
+        {},          mesh.colors};
+    state_ = std::make_shared<const SurfaceState>(
+        std::make_unique<sds_cli::Surface>(cage, mesh.uvs, mesh.motion, make_modes(interpolation, uv_interpolation),
+                                           nullptr),
+        std::move(time_samples));
+}
+
+std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, bool harden_fractional,
+                                                       unsigned int interpolation, unsigned int uv_interpolation) {
+    const py::gil_scoped_release release;
+    using sds_cli::FractionalSharpness;
+    const sds_cli::ReadObjResult read = sds_cli::read_obj(
+        path, {.fractional = harden_fractional ? FractionalSharpness::harden : FractionalSharpness::drop});
+    throw_errors(read.findings);
+    std::unique_ptr<SurfaceObject> object(new SurfaceObject);
+    object->facts_ = {read.cage->vertex_count(), read.cage->polygon_count(), read.findings};
+    object->state_ = std::make_shared<const SurfaceState>(
+        std::make_unique<sds_cli::Surface>(read.cage->view(), std::vector<sds_cli::UvSource>{},
+                                           std::span<const float>{}, make_modes(interpolation, uv_interpolation),
+                                           nullptr),
+        TimeSamples{});
+    return object;
+}
+
+void SurfaceObject::update(const Array<float>& points, const Array<float>& motion, const Array<double>& times,
+                           const Array<float>& samples) {
+    const std::shared_ptr<const SurfaceState> state = state_;
+    TimeSamples time_samples = make_time_samples(times, samples);
+    std::shared_ptr<const SurfaceState> next;
+    {
+        const py::gil_scoped_release release;
+        sds_cli::Findings findings;
+        check_finite(span_of(points), "point", findings);
+        check_finite(span_of(motion), "motion of point", findings);
+        check_finite(time_samples.positions, "time samples, point", findings);
+        throw_errors(findings);
+        next = std::make_shared<const SurfaceState>(state->surface().moved(span_of(points), span_of(motion)),
+                                                    std::move(time_samples));
+    }
+    state_ = std::move(next);
+}
+
+py::tuple SurfaceObject::intersect(const Array<double>& origins, const Array<double>& directions,
+                                   const Array<double>& tnear, const Array<double>& tfar, const Array<double>& times,
+                                   unsigned int level) const {
+    check_level(level);
+    const std::shared_ptr<const SurfaceState> state = state_;
+    const RayArrays rays{span_of(origins), span_of(directions), span_of(tnear), span_of(tfar), span_of(times)};
+    const Shape shape{extent(rays.size())};
+    py::array_t<std::int32_t> primitives(shape);
+    py::array_t<double> u(shape), v(shape), t(shape);
+    const HitArrays hits{primitives.mutable_data(), u.mutable_data(), v.mutable_data(), t.mutable_data()};
+    const sds_render::Shutter shutter = get_shutter_of(rays);
+    for (std::size_t first = 0; first < rays.size(); first += rays_per_chunk) {
+        {
+            const py::gil_scoped_release release;
+            state->intersect(rays, first, std::min(first + rays_per_chunk, rays.size()), level, shutter, hits);
+        }
+        if (PyErr_CheckSignals() != 0) throw py::error_already_set();
+    }
+    return py::make_tuple(primitives, u, v, t);
+}
+
+py::array SurfaceObject::sample(const Array<std::int32_t>& primitives, const Array<double>& uv,
+                                const Array<double>& times, unsigned int level) const {
+    check_level(level);
+    const std::shared_ptr<const SurfaceState> state = state_;
+    const Fragments fragments = make_fragments(primitives, uv, span_of(times));
+    py::array_t<double> out(Shape{extent(fragments.size()), sds_cli::sample_row_size});
+    double* data = out.mutable_data();
+    {
+        const py::gil_scoped_release release;
+        state->sample(fragments, level, data);
+    }
+    return out;
+}
+
+py::array SurfaceObject::limit_grid(unsigned int cells, double time) const {
+    if (cells == 0) throw std::invalid_argument("a grid has at least one cell");
+    check_time(time);
+    const std::shared_ptr<const SurfaceState> state = state_;
+    std::vector<double> rows;
+    {
+        const py::gil_scoped_release release;
+        rows = sds_cli::sample_surface(state->surface(), cells, time);
+    }
+    const auto side = extent(cells) + 1;
+    return to_numpy(std::move(rows), {extent(quad_count()), side, side, sds_cli::sample_row_size});
+}
+
+py::array SurfaceObject::patches(double time) const {
+    check_time(time);
+    const std::shared_ptr<const SurfaceState> state = state_;
+    std::vector<float> controls;
+    {
+        const py::gil_scoped_release release;
+        controls = sds_cli::patch_controls(state->surface(), time);
+    }
+    return to_numpy(std::move(controls), {extent(quad_count()), 16, 3});
+}
+
+py::array SurfaceObject::look_up_uvs(const Array<std::int32_t>& primitives, const Array<double>& uv,
+                                     unsigned int map) const {
+    constexpr double rest = 0.0;
+    const std::shared_ptr<const SurfaceState> state = state_;
+    const Fragments fragments = make_fragments(primitives, uv, {&rest, 1});
+    py::array_t<double> out(Shape{extent(fragments.size()), sds_cli::uv_row_size});
+    double* data = out.mutable_data();
+    {
+        const py::gil_scoped_release release;
+        state->look_up_uvs(fragments, map, data);
+    }
+    return out;
+}
+
+py::array SurfaceObject::look_up_colors(const Array<std::int32_t>& primitives, const Array<double>& uv,
+                                        unsigned int map) const {
+    constexpr double rest = 0.0;
+    const std::shared_ptr<const SurfaceState> state = state_;
+    const Fragments fragments = make_fragments(primitives, uv, {&rest, 1});
+    py::array_t<float> out(Shape{extent(fragments.size()), 4});
+    float* data = out.mutable_data();
+    {
+        const py::gil_scoped_release release;
+        state->look_up_colors(fragments, map, data);
+    }
+    return out;
+}
+
+py::array SurfaceObject::select(const Array<double>& sides, const Array<double>& near_plane,
+                                const Array<double>& far_plane, bool inside, unsigned int level) const {
+    check_level(level);
+    const auto side_rows = span_of(sides);
+    if (side_rows.size() > 4 * GeometryFrustum::max_side_count)
+        throw std::invalid_argument("a frustum has up to four sides");
+    GeometryFrustum frustum;
+    for (std::size_t i = 0; i < side_rows.size(); i += 4) frustum.sides[frustum.side_count++] = to_plane(&side_rows[i]);
+    if (near_plane.size() == 4) frustum.near_plane = to_plane(near_plane.data());
+    if (far_plane.size() == 4) frustum.far_plane = to_plane(far_plane.data());
+
+    const std::shared_ptr<const SurfaceState> state = state_;
+    std::vector<unsigned int> selected;
+    {
+        const py::gil_scoped_release release;
+        selected =
+            state->select(frustum, inside ? sds_render::SelectMode::inside : sds_render::SelectMode::touch, level);
+    }
+    const auto count = extent(selected.size());
+    return to_numpy(std::move(selected), {count});
+}
+
+py::array SurfaceObject::bbox() const {
+    const GMathBbox3<double> box = state_->surface().mesh(0).get_bbox();
+    py::array_t<double> out({2, 3});
+    std::copy_n(box.get_max().get_data(), 3, std::copy_n(box.get_min().get_data(), 3, out.mutable_data()));
+    return out;
+}
+
+double SurfaceObject::area() const {
+    const CtxShader shader;
+    return state_->surface().mesh(0).estimate_area(CtxEval(shader), {});
+}
+
+py::dict SurfaceObject::info() const {
+    const sds_cli::Surface& surface = state_->surface();
+    const sds_cli::VertexClasses vertices = sds_cli::classify_vertices(surface);
+    const sds_cli::PatchClasses patches = sds_cli::classify_patches(surface);
+    py::dict info;
+    info["points"] = facts_.point_count;
+    info["faces"] = facts_.face_count;
+    info["quads"] = surface.base().get_primitive_count();
+    info["subdivision_step"] = surface.base().get_base_tessellation_level();
+    info["vertices"] = py::dict(py::arg("smooth") = vertices.smooth, py::arg("dart") = vertices.dart,
+                                py::arg("crease") = vertices.crease, py::arg("corner") = vertices.corner,
+                                py::arg("border") = vertices.border);
+    info["patches"] = py::dict(py::arg("regular") = patches.regular, py::arg("boundary") = patches.boundary,
+                               py::arg("irregular") = patches.irregular);
+    info["valences"] = to_counts(sds_cli::valence_histogram(surface.base()));
+    info["shading_groups"] = py::cast(group_names());
+    info["uv_maps"] = py::cast(uv_names());
+    info["bytes"] = to_counts(sds_cli::array_sizes(surface));
+    return info;
+}
+
+py::list SurfaceObject::findings() const { return to_list(facts_.findings); }
+
+std::vector<std::string> SurfaceObject::uv_names() const {
+    const SdsMeshMaps& maps = state_->surface().maps();
+    std::vector<std::string> names;
+    for (unsigned int m = 0; m < maps.get_uv_map_count(); ++m) names.push_back(maps.get_uv_map_name(m).to_std());
+    return names;
+}
+
+std::vector<std::string> SurfaceObject::group_names() const {
+    std::vector<std::string> names;
+    for (const CoreString& name : state_->surface().base().get_shading_group_names()) names.push_back(name.to_std());
+    return names;
+}
+
+py::array SurfaceObject::quads() const { return to_view(state_->surface().base().get_quad_indices(), 4, state_); }
+
+py::array SurfaceObject::neighbours() const {
+    return to_view(state_->surface().base().get_edges().opposite_edges, 4, state_);
+}
+
+py::array SurfaceObject::vertices() const { return to_view(state_->surface().geometry().get_vertices(), 3, state_); }
+
+py::array SurfaceObject::quad_groups() const {
+    const SdsMeshBase& base = state_->surface().base();
+    std::vector<std::uint32_t> groups(quad_count());
+    for (unsigned int q = 0; q < groups.size(); ++q) groups[q] = base.get_primitive_shading_group_index(q);
+    return to_numpy(std::move(groups), {extent(quad_count())});
+}
+
+py::array SurfaceObject::quad_faces() const {
+    const SdsMeshBase& base = state_->surface().base();
+    std::vector<std::uint32_t> faces(quad_count());
+    for (unsigned int q = 0; q < faces.size(); ++q) faces[q] = base.get_primitive_polygon_id(q);
+    return to_numpy(std::move(faces), {extent(quad_count())});
+}
+
+}  // namespace sds_python

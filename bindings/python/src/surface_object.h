@@ -1,0 +1,82 @@
+// The Python object behind `Surface`: arrays in, arrays out, the GIL released in between.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "numpy_arrays.h"
+#include "surface_state.h"
+
+namespace sds_python {
+
+/// What the Python layer calls a UV map: name, points [n, 3], point of every face-corner.
+struct UvArrays {
+    std::string name;
+    Array<float> points;
+    Array<std::uint32_t> indices;
+};
+
+/// Numbers of a surface that do not change with its positions, and everything that was said about its mesh.
+struct SurfaceFacts {
+    std::size_t point_count = 0, face_count = 0;
+    sds_cli::Findings findings;
+};
+
+/// Members are used with the GIL held; those that take long give it back and work on a snapshot, so that an update
+/// from another thread is seen by the next call and disturbs none.
+class SurfaceObject {
+public:
+    SurfaceObject(const Array<float>& points, const Array<std::uint32_t>& face_counts,
+                  const Array<std::uint32_t>& face_indices, const Array<std::uint32_t>& crease_vertices,
+                  const Array<float>& crease_sharpness, bool harden_fractional, const Array<std::uint32_t>& groups,
+                  std::vector<std::string> group_names, const std::vector<UvArrays>& uvs,
+                  const Array<std::uint8_t>& colors, unsigned int interpolation, unsigned int uv_interpolation,
+                  const Array<float>& motion, const Array<double>& times, const Array<float>& samples);
+
+    static std::unique_ptr<SurfaceObject> load_obj(const std::string& path, bool harden_fractional,
+                                                   unsigned int interpolation, unsigned int uv_interpolation);
+
+    void update(const Array<float>& points, const Array<float>& motion, const Array<double>& times,
+                const Array<float>& samples);
+
+    pybind11::tuple intersect(const Array<double>& origins, const Array<double>& directions, const Array<double>& tnear,
+                              const Array<double>& tfar, const Array<double>& times, unsigned int level) const;
+    pybind11::array sample(const Array<std::int32_t>& primitives, const Array<double>& uv, const Array<double>& times,
+                           unsigned int level) const;
+    pybind11::array limit_grid(unsigned int cells, double time) const;
+    pybind11::array patches(double time) const;
+    pybind11::array look_up_uvs(const Array<std::int32_t>& primitives, const Array<double>& uv, unsigned int map) const;
+    pybind11::array look_up_colors(const Array<std::int32_t>& primitives, const Array<double>& uv,
+                                   unsigned int map) const;
+    /// Rows nx ny nz d; near and far may have no row.
+    pybind11::array select(const Array<double>& sides, const Array<double>& near_plane, const Array<double>& far_plane,
+                           bool inside, unsigned int level) const;
+
+    pybind11::array bbox() const;
+    double area() const;
+    pybind11::dict info() const;
+    pybind11::list findings() const;
+    std::size_t point_count() const { return facts_.point_count; }
+    unsigned int quad_count() const { return state_->surface().base().get_primitive_count(); }
+    std::vector<std::string> uv_names() const;
+    unsigned int color_map_count() const { return state_->surface().maps().get_color_map_count(); }
+    std::vector<std::string> group_names() const;
+
+    pybind11::array quads() const;
+    pybind11::array quad_groups() const;
+    pybind11::array quad_faces() const;
+    pybind11::array neighbours() const;
+    pybind11::array vertices() const;
+
+private:
+    SurfaceObject() = default;
+
+    std::shared_ptr<const SurfaceState> state_;
+    SurfaceFacts facts_;
+};
+
+/// The findings as dictionaries with the keys code, severity, count, place, message, detail and action.
+pybind11::list to_list(const sds_cli::Findings& findings);
+
+}  // namespace sds_python

@@ -1,0 +1,161 @@
+#include "surface_state.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "cli/array_view.h"
+#include "cli/sample_grid.h"
+#include "qn_ctx/ctx_eval.h"
+#include "qn_sys/sys_thread.h"
+#include "render/batch.h"
+
+namespace sds_python {
+
+namespace {
+
+constexpr std::size_t fragments_per_task = 1024;
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+double item(std::span<const double> values, std::size_t i) { return values[values.size() == 1 ? 0 : i]; }
+
+GMathVec3<double> vector(std::span<const double> values, std::size_t i) {
+    return {values[3 * i], values[3 * i + 1], values[3 * i + 2]};
+}
+
+class ArraySampleLoader : public SdsMeshGeometry::SampleLoader {
+public:
+    ArraySampleLoader(std::vector<float> positions, std::size_t times)
+        : positions_(std::move(positions)), size_(positions_.size() / times) {}
+
+    void get_positions(const GMathTimeSampling&, const unsigned int& sample, GMathVec3<float>* out) override {
+        const float* xyz = &positions_[sample * size_];
+        for (std::size_t i = 0; i < size_ / 3; ++i) out[i] = {xyz[3 * i], xyz[3 * i + 1], xyz[3 * i + 2]};
+    }
+
+private:
+    std::vector<float> positions_;
+    std::size_t size_;
+};
+
+}  // namespace
+
+GeometryFragment Fragments::at(std::size_t i) const {
+    return {static_cast<unsigned int>(primitives[i]), uv[2 * i], uv[2 * i + 1], item(times, i), 0.0};
+}
+
+GeometryRay RayArrays::at(std::size_t i) const {
+    GeometryRay ray;
+    ray.origin = vector(origins, i);
+    ray.direction = vector(directions, i);
+    ray.tnear = item(tnear, i);
+    ray.tfar = item(tfar, i);
+    ray.time = item(times, i);
+    return ray;
+}
+
+SurfaceState::SurfaceState(std::unique_ptr<sds_cli::Surface> surface, TimeSamples samples)
+    : surface_(std::move(surface)), traced_(*surface_) {
+    if (samples.times.empty()) return;
+    using Loader = CoreSharedPointer<SdsMeshGeometry::SampleLoader, CoreSharedCounter>;
+    surface_->geometry().set_positions_sampling(
+        GMathTimeSampling(sds_cli::view_of(samples.times)),
+        Loader(new ArraySampleLoader(std::move(samples.positions), samples.times.size())));
+}
+
+void SurfaceState::check(const Fragments& fragments) const {
+    const std::int64_t count = surface_->base().get_primitive_count();
+    const auto is_unit = [](double x) { return x >= 0.0 && x <= 1.0; };
+    for (std::size_t i = 0; i < fragments.size(); ++i) {
+        const std::int64_t primitive = fragments.primitives[i];
+        if (primitive < -1 || primitive >= count)
+            throw std::out_of_range("fragment " + std::to_string(i) + ": primitive " + std::to_string(primitive) +
+                                    " of " + std::to_string(count));
+        if (primitive == -1) continue;
+        if (!is_unit(fragments.uv[2 * i]) || !is_unit(fragments.uv[2 * i + 1]))
+            throw std::invalid_argument("fragment " + std::to_string(i) + ": u and v are between 0 and 1");
+    }
+    for (std::size_t i = 0; i < fragments.times.size(); ++i)
+        if (!std::isfinite(fragments.times[i]))
+            throw std::invalid_argument("time " + std::to_string(i) + " is not finite");
+}
+
+template <class Visit>
+void SurfaceState::for_each_fragment(const Fragments& fragments, const Visit& visit) const {
+    check(fragments);
+    const CtxShader shader;
+    const CtxEval ctx(shader);
+    const std::size_t count = fragments.size();
+    const auto tasks = static_cast<unsigned int>((count + fragments_per_task - 1) / fragments_per_task);
+    sys_parallel_for(tasks, [&](unsigned int task, unsigned int) {
+        const std::size_t first = task * fragments_per_task;
+        for (std::size_t i = first; i < std::min(first + fragments_per_task, count); ++i) visit(ctx, i);
+    });
+}
+
+void SurfaceState::sample(const Fragments& fragments, unsigned int level, double* out) const {
+    const SdsMesh mesh = surface_->mesh(level);
+    for_each_fragment(fragments, [&](const CtxEval& ctx, std::size_t i) {
+        double* row = out + i * sds_cli::sample_row_size;
+        if (fragments.primitives[i] == -1) {
+            std::fill_n(row, sds_cli::sample_row_size, nan);
+            return;
+        }
+        GeometrySample sample;
+        mesh.compute_fragment_sample(ctx, fragments.at(i), sample);
+        sds_cli::sample_row(sample, row);
+    });
+}
+
+void SurfaceState::look_up_uvs(const Fragments& fragments, unsigned int map, double* out) const {
+    const SdsMeshMaps& maps = surface_->maps();
+    for_each_fragment(fragments, [&](const CtxEval& ctx, std::size_t i) {
+        double* row = out + i * sds_cli::uv_row_size;
+        const GeometryFragment fragment = fragments.at(i);
+        if (fragments.primitives[i] == -1 || !maps.is_primitive_uv_mapped(fragment.primitive, map)) {
+            std::fill_n(row, sds_cli::uv_row_size, nan);
+            return;
+        }
+        GMathVec3<double> uvw[3];
+        maps.compute_fragment_uvw(ctx, fragment, map, uvw[0], uvw[1], uvw[2]);
+        for (const GMathVec3<double>& v : uvw) row = std::copy_n(v.get_data(), 3, row);
+    });
+}
+
+void SurfaceState::look_up_colors(const Fragments& fragments, unsigned int map, float* out) const {
+    const SdsMeshMaps& maps = surface_->maps();
+    for_each_fragment(fragments, [&](const CtxEval& ctx, std::size_t i) {
+        GMathVec4<float> color(0, 0, 0, 0);
+        if (fragments.primitives[i] == -1)
+            color = {static_cast<float>(nan), static_cast<float>(nan), static_cast<float>(nan),
+                     static_cast<float>(nan)};
+        else
+            maps.compute_fragment_color(ctx, fragments.at(i), map, color);
+        for (unsigned int c = 0; c < 4; ++c) out[4 * i + c] = color[c];
+    });
+}
+
+void SurfaceState::intersect(const RayArrays& rays, std::size_t first, std::size_t last, unsigned int level,
+                             const sds_render::Shutter& shutter, const HitArrays& hits) const {
+    const std::shared_ptr<const TracedMesh> traced = traced_.get(level, shutter);
+    std::vector<GeometryRay> records;
+    records.reserve(last - first);
+    for (std::size_t i = first; i < last; ++i) records.push_back(rays.at(i));
+    sds_render::intersect_batch(traced->scene, records.data(), records.size(), {});
+    for (std::size_t i = first; i < last; ++i) {
+        const GeometryHit& hit = records[i - first].hit;
+        const bool is_hit = hit.primitive != sds_render::no_index;
+        hits.primitives[i] = is_hit ? static_cast<std::int32_t>(hit.primitive) : -1;
+        hits.u[i] = is_hit ? hit.u : 0.0;
+        hits.v[i] = is_hit ? hit.v : 0.0;
+        hits.t[i] = is_hit ? hit.t : std::numeric_limits<double>::infinity();
+    }
+}
+
+std::vector<unsigned int> SurfaceState::select(const GeometryFrustum& frustum, sds_render::SelectMode mode,
+                                               unsigned int level) const {
+    return sds_render::select_batch(surface_->mesh(level), frustum, mode);
+}
+
+}  // namespace sds_python

@@ -1,0 +1,77 @@
+// A built surface and the operations on many fragments and rays, on plain memory: nothing here knows Python.
+#pragma once
+
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "mesh_arrays.h"
+#include "traced_meshes.h"
+
+namespace sds_python {
+
+/// Positions of the control points at several times.
+struct TimeSamples {
+    std::vector<double> times;     ///< strictly increasing; empty: none
+    std::vector<float> positions;  ///< [time][point][3]
+};
+
+/// Points on the surface; n of each, or a single time for all.
+struct Fragments {
+    std::span<const std::int32_t> primitives;  ///< -1: none, the answer is NaN
+    std::span<const double> uv;                ///< u v per fragment, both in [0, 1]
+    std::span<const double> times;
+
+    std::size_t size() const { return primitives.size(); }
+    GeometryFragment at(std::size_t i) const;
+};
+
+struct RayArrays {
+    std::span<const double> origins, directions;  ///< three per ray
+    std::span<const double> tnear, tfar, times;   ///< one per ray or one for all
+
+    std::size_t size() const { return origins.size() / 3; }
+    GeometryRay at(std::size_t i) const;
+};
+
+/// One row per ray; a miss is primitive -1, u = v = 0 and t infinite.
+struct HitArrays {
+    std::int32_t* primitives;
+    double *u, *v, *t;
+};
+
+/// Immutable once made, so any number of threads may use it at once; new positions make another one that shares the
+/// topology and the maps. All operations check what they are given and run on every core.
+class SurfaceState {
+public:
+    SurfaceState(std::unique_ptr<sds_cli::Surface> surface, TimeSamples samples);
+
+    const sds_cli::Surface& surface() const { return *surface_; }
+
+    /// Throws std::out_of_range for a primitive the surface does not have, std::invalid_argument for u or v outside
+    /// [0, 1] and times that are not finite.
+    void check(const Fragments& fragments) const;
+
+    /// Writes sds_cli::sample_row_size values per fragment, of the cells of a level or of the limit.
+    void sample(const Fragments& fragments, unsigned int level, double* out) const;
+    /// Writes sds_cli::uv_row_size values per fragment; NaN where the face is not mapped. The map exists.
+    void look_up_uvs(const Fragments& fragments, unsigned int map, double* out) const;
+    /// Writes r g b a per fragment. The colour map exists.
+    void look_up_colors(const Fragments& fragments, unsigned int map, float* out) const;
+
+    /// Rays first to last. `shutter` holds their times.
+    void intersect(const RayArrays& rays, std::size_t first, std::size_t last, unsigned int level,
+                   const sds_render::Shutter& shutter, const HitArrays& hits) const;
+
+    std::vector<unsigned int> select(const GeometryFrustum& frustum, sds_render::SelectMode mode,
+                                     unsigned int level) const;
+
+private:
+    template <class Visit>
+    void for_each_fragment(const Fragments& fragments, const Visit& visit) const;
+
+    std::unique_ptr<sds_cli::Surface> surface_;
+    mutable TracedMeshes traced_;
+};
+
+}  // namespace sds_python

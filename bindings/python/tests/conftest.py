@@ -1,0 +1,45 @@
+import numpy as np
+import pytest
+
+import qn_sds
+
+CUBE_POINTS = np.array([[x, y, z] for z in (-1, 1) for y in (-1, 1) for x in (-1, 1)], np.float32)
+CUBE_COUNTS = np.full(6, 4, np.int32)
+CUBE_INDICES = np.array(
+    [0, 2, 3, 1, 4, 5, 7, 6, 0, 1, 5, 4, 2, 6, 7, 3, 0, 4, 6, 2, 1, 3, 7, 5], np.int32
+)
+CUBE_EDGES = np.array([[0, 1], [1, 3], [3, 2], [2, 0], [4, 5], [5, 7], [7, 6], [6, 4], [0, 4], [1, 5], [2, 6], [3, 7]])
+
+
+def grid(n, height=lambda x, y: 0.0 * x):
+    """A sheet of n x n quads over [0, 1]^2: points, counts, indices."""
+    x, y = (axis.ravel() for axis in np.meshgrid(np.linspace(0, 1, n + 1), np.linspace(0, 1, n + 1)))
+    points = np.stack([x, y, height(x, y)], axis=1).astype(np.float32)
+    first = np.array([[j * (n + 1) + i for i in range(n)] for j in range(n)]).ravel()
+    indices = np.stack([first, first + 1, first + n + 2, first + n + 1], axis=1).astype(np.uint32)
+    return points, np.full(n * n, 4, np.uint32), indices.ravel()
+
+
+@pytest.fixture
+def cube():
+    return qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES)
+
+
+@pytest.fixture
+def knot():
+    return qn_sds.load_obj("assets/knot.obj")
+
+
+def random_rays(surface, count, seed):
+    """Rays from outside the box towards points within it."""
+    random = np.random.default_rng(seed)
+    low, high = surface.bbox
+    target = random.uniform(low, high, (count, 3))
+    direction = random.normal(size=(count, 3))
+    direction /= np.linalg.norm(direction, axis=1)[:, None]
+    return target - 2.0 * np.linalg.norm(high - low) * direction, direction
+
+
+def random_fragments(surface, count, seed):
+    random = np.random.default_rng(seed)
+    return random.integers(0, surface.quad_count, count), random.random((count, 2))

@@ -1,0 +1,223 @@
+"""What a surface answers, against closed forms and the program."""
+
+import os
+import subprocess
+import threading
+
+import numpy as np
+import pytest
+from conftest import CUBE_COUNTS, CUBE_EDGES, CUBE_INDICES, CUBE_POINTS, grid, random_fragments, random_rays
+
+import qn_sds
+
+
+def test_limit_of_a_cube_corner_is_the_stencil_of_valence_three(cube):
+    # (n^2 V + 4 sum of edge neighbours + sum of face neighbours) / (n (n + 5))
+    corner = (9 * 1 + 4 * 1 - 1) / 24
+    grid_positions = cube.limit_grid(1).position
+    assert np.allclose(np.abs(grid_positions), corner, atol=1e-6)
+    assert sorted(map(tuple, np.sign(grid_positions.reshape(-1, 3)).astype(int))) == sorted(
+        map(tuple, np.repeat(CUBE_POINTS.astype(int), 3, axis=0))
+    )
+
+
+def test_regular_sheet_keeps_its_plane_and_its_parameters():
+    surface = qn_sds.Surface(*grid(6, lambda x, y: 2.0 * x - 3.0 * y + 1.0))
+    inner = np.array([7, 10, 14, 28])
+    uv = np.random.default_rng(3).random((4, 2))
+    got = surface.sample(inner, uv)
+    xy = (np.stack([inner % 6, inner // 6], axis=1) + uv) / 6.0
+    assert np.allclose(got.position[:, :2], xy, atol=2e-7)
+    assert np.allclose(got.position[:, 2], 2.0 * xy[:, 0] - 3.0 * xy[:, 1] + 1.0, atol=2e-6)
+    normal = np.array([-2.0, 3.0, 1.0]) / np.sqrt(14.0)
+    assert np.allclose(got.normal, normal, atol=1e-5) and np.allclose(got.smoothing_normal, normal, atol=1e-5)
+    assert np.allclose(got.dpdu, [1 / 6, 0, 2 / 6], atol=2e-6)
+
+
+def test_patches_are_the_samples_in_bernstein_form(knot):
+    primitives, uv = random_fragments(knot, 500, 5)
+    controls = knot.patches()[primitives].astype(np.float64)
+    rows = controls[:, [0, 1, 7, 4, 3, 2, 6, 5, 13, 14, 10, 11, 12, 15, 9, 8]].reshape(-1, 4, 4, 3)
+
+    def bernstein(t):
+        return np.stack([(1 - t) ** 3, 3 * t * (1 - t) ** 2, 3 * t**2 * (1 - t), t**3], axis=1)
+
+    expected = np.einsum("ni,nj,njic->nc", bernstein(uv[:, 0]), bernstein(uv[:, 1]), rows)
+    assert np.allclose(knot.sample(primitives, uv).position, expected, atol=2e-6)
+
+
+def test_hits_lie_on_the_ray_and_on_the_surface(knot):
+    origins, directions = random_rays(knot, 3000, 11)
+    hits = knot.intersect(origins, directions)
+    assert 500 < np.count_nonzero(hits.hit) < 3000
+    at = knot.sample(hits.primitive, hits.uv).position
+    along = origins + np.where(hits.hit, hits.t, 0.0)[:, None] * directions
+    assert np.max(np.abs(at - along)[hits.hit]) < 1e-5
+    assert np.all(np.isnan(at[~hits.hit])) and np.all(np.isinf(hits.t[~hits.hit]))
+    # the same rays as segments that end before the hit, and begin behind it
+    assert not knot.intersect(origins, directions, tfar=np.where(hits.hit, hits.t * 0.999, 0.1)).hit.any()
+    again = knot.intersect(origins, directions, tnear=np.where(hits.hit, hits.t * 1.001, 0.0))
+    assert np.all(again.t[hits.hit] > hits.t[hits.hit])
+
+
+@pytest.mark.parametrize("level", [0, 3])
+def test_hits_are_those_of_the_program(tmp_path, knot, level):
+    origins, directions = random_rays(knot, 2000, 17)
+    rays = np.concatenate([origins, directions, np.zeros((2000, 1)), np.full((2000, 1), np.inf)], axis=1)
+    np.save(tmp_path / "rays.npy", rays)
+    program = os.environ.get("SDS", "build/bin/sds")
+    subprocess.run(
+        [program, "intersect", "assets/knot.obj", "--rays", tmp_path / "rays.npy", "--hits", tmp_path / "hits.npy",
+         "--level", str(level), "--quiet"],
+        check=True,
+    )
+    hits = knot.intersect(origins, directions, level)
+    assert np.array_equal(np.load(tmp_path / "hits.npy"), np.stack(hits, axis=1))
+
+
+def test_creased_cube_stays_a_cube_in_both_dialects():
+    surface = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, creases=CUBE_EDGES)
+    assert surface.area == pytest.approx(24.0, rel=1e-5)
+    assert np.allclose(surface.bbox, [[-1, -1, -1], [1, 1, 1]])
+    usd = qn_sds.Surface(
+        points=CUBE_POINTS,
+        faceVertexCounts=CUBE_COUNTS,
+        faceVertexIndices=CUBE_INDICES,
+        creaseIndices=[0, 1, 3, 2, 0, 4, 5, 7, 6, 4, 0, 4, 1, 5, 2, 6, 3, 7],
+        creaseLengths=[5, 5, 2, 2, 2, 2],
+        creaseSharpnesses=[10.0] * 6,
+        interpolateBoundary="edgeAndCorner",
+        subdivisionScheme="catmullClark",
+    )
+    assert np.array_equal(usd.patches(), surface.patches())
+
+
+def test_fractional_sharpness_is_hardened_with_a_warning_or_dropped(cube):
+    creases = (CUBE_EDGES, np.full(12, 2.5))
+    with pytest.warns(qn_sds.MeshWarning, match="fractional sharpness.*12 cases"):
+        hard = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, creases=creases)
+    assert hard.area == pytest.approx(24.0, rel=1e-5)
+    with pytest.warns(qn_sds.MeshWarning):
+        soft = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, creases=creases, fractional="drop")
+    assert np.array_equal(soft.patches(), cube.patches())
+    assert [f.code for f in soft.findings] == ["fractional_sharpness"]
+
+
+def test_interpolation_words_choose_what_stays():
+    sheet = grid(4)
+    corner = np.array([0.0, 0.0])
+    for word, stays in (("edgeAndCorner", True), ("bilinear", True), ("bordersFixed", True), ("edgeOnly", False)):
+        at = qn_sds.Surface(*sheet, interpolation=word).sample([0], [[0.0, 0.0]]).position[0, :2]
+        assert np.allclose(at, corner, atol=1e-7) == stays, word
+
+
+def test_uv_maps_from_pairs_points_and_corners_agree():
+    points, counts, indices = grid(5)
+    st = points[:, :2] * 3.0
+    maps = {"pair": (st, indices), "points": st, "corners": st[indices]}
+    surface = qn_sds.Surface(points, counts, indices, uvs=maps, uv_interpolation="all_fixed")
+    primitives, uv = random_fragments(surface, 200, 23)
+    expected = 3.0 * (np.stack([primitives % 5, primitives // 5], axis=1) + uv) / 5.0
+    for name in maps:
+        got = surface.uv(primitives, uv, name)
+        assert np.allclose(got.uvw[:, :2], expected, atol=1e-6), name
+        assert np.allclose(got.du, [0.6, 0.0, 0.0], atol=1e-6) and np.allclose(got.dv, [0.0, 0.6, 0.0], atol=1e-6)
+
+
+def test_faces_mapped_at_some_corners_only_become_unmapped():
+    points, counts, indices = grid(2)
+    uv_indices = indices.astype(np.int64)
+    uv_indices[5] = -1
+    with pytest.warns(qn_sds.MeshWarning, match="face 1"):
+        surface = qn_sds.Surface(points, counts, indices, uvs=(points[:, :2], uv_indices))
+    got = surface.uv([0, 1, -1], np.full((3, 2), 0.5)).uvw
+    assert list(np.isnan(got).all(axis=1)) == [False, True, True]
+
+
+def test_colors_follow_their_points():
+    points, counts, indices = grid(1)
+    surface = qn_sds.Surface(points, counts, indices, colors=[[1.0, 0, 0], [0, 1, 0], [0, 0, 1], [1, 1, 1]],
+                             interpolation="bilinear")
+    got = surface.color([0, 0], [[0, 0], [0, 1]])
+    assert np.allclose(got, [[1, 0, 0, 1], [0, 0, 1, 1]])
+
+
+def test_polygons_become_quads_with_their_faces_and_groups():
+    points = np.array([[0, 0, 0], [1, 0, 0], [1, 1, 0], [0, 1, 0], [2, 0.5, 0]])
+    surface = qn_sds.Surface(points, [4, 3], [0, 1, 2, 3, 1, 4, 2], groups=[1, 0], group_names=["wing", "body"])
+    assert surface.quads.shape == (7, 4)
+    assert list(surface.quad_faces) == [0] * 4 + [1] * 3
+    assert list(surface.quad_groups) == [1] * 4 + [0] * 3
+    info = surface.info
+    assert (info["points"], info["faces"], info["quads"], info["subdivision_step"]) == (5, 2, 7, True)
+    assert info["shading_groups"] == ["wing", "body"]
+
+
+def test_selection_is_that_of_the_samples(knot):
+    planes = [[0.6, 0.8, 0.0, -0.5], [-1.0, 0.0, 0.0, 2.0]]
+    touched, inside = knot.select(planes), knot.select(planes, inside=True)
+    points = knot.limit_grid(8).position.reshape(knot.quad_count, -1, 3)
+    within = np.all(np.einsum("pc,qnc->qnp", np.array(planes)[:, :3], points) + np.array(planes)[:, 3] >= 0.0, axis=2)
+    assert set(np.flatnonzero(within.any(axis=1))) <= set(touched)  # a sample inside selects
+    assert set(inside) <= set(np.flatnonzero(within.all(axis=1)))  # no sample of a whole quad is outside
+    assert 0 < len(inside) < len(touched) < knot.quad_count
+    assert len(knot.select(near=[0, 0, 1, -100])) == 0
+
+
+def test_motion_vectors_and_time_samples_move_the_limit():
+    points, counts, indices = grid(4, lambda x, y: np.sin(3 * x) * y)
+    shift = np.array([0.0, 0.0, 2.0], np.float32)
+    rest = qn_sds.Surface(points, counts, indices)
+    vectors = qn_sds.Surface(points, counts, indices, motion=np.broadcast_to(shift, points.shape))
+    times = np.array([0.0, 0.5, 1.0])
+    samples = qn_sds.Surface(points, counts, indices, motion=(times, points + times[:, None, None] * shift))
+    still = rest.limit_grid(3).position
+    for surface in (vectors, samples):
+        assert np.allclose(surface.limit_grid(3, time=0.25).position, still + 0.25 * shift, atol=1e-6)
+    origins = np.array([[0.3, 0.6, 9.0]] * 3)
+    hits = vectors.intersect(origins, [[0, 0, -1]] * 3, time=[0.0, 0.5, 1.0])
+    assert np.allclose(np.diff(hits.t), -1.0, atol=1e-5)
+
+
+def test_update_equals_a_new_surface_and_leaves_views_alone(cube):
+    before = cube.vertices
+    kept = before.copy()
+    moved = CUBE_POINTS * 2.0 + 1.0
+    cube.update(moved)
+    fresh = qn_sds.Surface(moved, CUBE_COUNTS, CUBE_INDICES)
+    assert np.array_equal(cube.patches(), fresh.patches())
+    assert np.array_equal(cube.bbox, fresh.bbox)
+    rays = random_rays(fresh, 200, 29)
+    assert np.array_equal(cube.intersect(*rays).t, fresh.intersect(*rays).t)
+    assert np.array_equal(before, kept) and np.array_equal(cube.vertices, moved)
+
+
+def test_views_are_read_only_and_outlive_the_surface():
+    surface = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES)
+    vertices, quads = surface.vertices, surface.quads
+    for view in (vertices, quads, surface.neighbours):
+        with pytest.raises(ValueError):
+            view[0] = 0
+    del surface
+    assert np.array_equal(vertices, CUBE_POINTS) and np.array_equal(quads.ravel(), CUBE_INDICES)
+
+
+def test_threads_see_one_surface_or_the_other_while_it_is_updated(cube):
+    rays = random_rays(cube, 4000, 31)
+    answers = [qn_sds.Surface(CUBE_POINTS * s, CUBE_COUNTS, CUBE_INDICES).intersect(*rays).t for s in (1.0, 1.5)]
+    wrong = []
+
+    def trace():
+        for _ in range(20):
+            t = cube.intersect(*rays).t
+            if not any(np.array_equal(t, answer) for answer in answers):
+                wrong.append(t)
+
+    threads = [threading.Thread(target=trace) for _ in range(2)]
+    for thread in threads:
+        thread.start()
+    for i in range(40):
+        cube.update(CUBE_POINTS * (1.5 if i % 2 == 0 else 1.0))
+    for thread in threads:
+        thread.join()
+    assert not wrong
