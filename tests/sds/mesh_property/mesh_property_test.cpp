@@ -110,18 +110,17 @@ std::vector<Type> all_types() {
 }
 
 TEST(MeshProperty, PositionsAsAPropertyGiveTheSurfaceItself) {
-    for (const char* name : {"cube", "creased_cube", "dart", "ngon_caps", "strip", "lone_triangle"}) {
-        const std::vector<ZooMesh>& zoo = mesh_zoo();
-        const auto found = std::find_if(zoo.begin(), zoo.end(), [&](const ZooMesh& m) { return m.name == name; });
-        if (found == zoo.end()) continue;
+    for (const char* name :
+         {"cube", "cube_crease_loop", "torus_dart", "prism5_crease_loop", "bow_tie", "strip", "lone_triangle"}) {
+        const ZooMesh& cage = zoo_mesh(name);
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed, Mode::borders_fixed}) {
             for (const bool indexed : {false, true}) {
                 BuiltSurface::Options options;
                 options.mode = mode;
-                const BuiltSurface surface(*found, options);
-                BoundProperty bound(surface, *found, Kind::per_vertex, positions_as_items(*found),
-                                    indexed ? found->indices : std::vector<unsigned int>{});
-                const CoreArray<unsigned char> creases = to_core_array(found->corner_creases);
+                const BuiltSurface surface(cage, options);
+                BoundProperty bound(surface, cage, Kind::per_vertex, positions_as_items(cage),
+                                    indexed ? cage.indices : std::vector<unsigned int>{});
+                const CoreArray<unsigned char> creases = to_core_array(cage.corner_creases);
                 const PolyCreaseScope scope(creases);
                 ASSERT_TRUE(bound.property.init(0, &bound.values)) << name;
                 const double tolerance = 1e-6 * std::max(1.0, surface.diagonal());
