@@ -36,7 +36,9 @@ void add_choice(CLI::App& command, const std::string& flag, Value& value, const 
         }
         throw CLI::ValidationError(flag, "unknown name '" + text + "'; known are " + known);
     };
-    command.add_option_function<std::string>(flag, parse, help)->type_name("NAME");
+    std::string names;
+    for (const Choice<Value>& choice : choices) names += (names.empty() ? "{" : ",") + std::string(choice.name);
+    command.add_option_function<std::string>(flag, parse, help)->type_name(names + "}");
 }
 
 using PositionMode = SdsMeshGeometry::InterpolationMode;
@@ -72,8 +74,7 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
                "Which vertices stay: linear (0, bilinear), corners (1, edgeAndCorner, the default), smooth (2, "
                "edgeOnly), borders (3)");
     add_choice(command, "--uv-interpolation", options.modes.uvs, uv_modes,
-               "Which UVs stay: all_fixed (linear), corners_fixed (the default), all_smoothed, borders_fixed, "
-               "smoothed_seam_corners_fixed, smoothed_seams_fixed, corners_and_seams_fixed");
+               "Which UVs stay: all_fixed (linear), corners_fixed (the default) or one of the others");
     command.add_option(uv_flag, options.uv_files, "A further UV map: the vt records of a file with the same polygons")
         ->type_name("FILE")
         ->allow_extra_args(false);

@@ -47,7 +47,8 @@ constexpr std::string_view type_code<std::uint64_t> = "<u8";
 
 class NpyReader {
 public:
-    explicit NpyReader(const std::string& path) : path_(path), file_(path, std::ios::binary) {
+    explicit NpyReader(const std::string& path)
+        : path_(path), file_(path == "-" ? "/dev/stdin" : path, std::ios::binary) {
         if (!file_) fail(std::strerror(errno));
     }
 

@@ -5,7 +5,9 @@
 #include "cli/command_intersect.h"
 #include "cli/command_render.h"
 #include "cli/command_select.h"
+#include "cli/command_texts.h"
 #include "cli/common_options.h"
+#include "cli/help_format.h"
 #include "cli/input_error.h"
 #include "cli/usage_error.h"
 #include "qn_core/core_log.h"
@@ -54,6 +56,8 @@ int run_program(int argc, const char* const* argv) {
     add_export_command(program, action);
     add_intersect_command(program, action);
     add_select_command(program, action);
+    add_text_commands(program, action);
+    add_help(program);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -9,7 +9,9 @@
 namespace sds_cli {
 
 std::string read_file(const std::string& path, std::string& bytes) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+        path == "-" ? stdin : std::fopen(path.c_str(), "rb"),
+        path == "-" ? [](std::FILE*) { return 0; } : &std::fclose);
     if (!file) return std::strerror(errno);
     constexpr std::size_t block = std::size_t{1} << 20;
     std::error_code unknown_size;

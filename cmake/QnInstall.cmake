@@ -11,6 +11,7 @@ install(
     LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 if(TARGET sds)
     install(TARGETS sds RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+    install(DIRECTORY "${PROJECT_BINARY_DIR}/share/" DESTINATION "${CMAKE_INSTALL_DATADIR}")
 endif()
 
 # The classes, the three functions and the records that their headers name; rules and kernels stay at home.

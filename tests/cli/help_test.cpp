@@ -1,0 +1,166 @@
+// What the program says of itself: help, examples, completion, manual page; and "-" for its files.
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <set>
+#include <sstream>
+
+#include "sds_process.h"
+
+namespace sds_cli {
+namespace {
+
+using testing::HasSubstr;
+using Words = std::set<std::string>;
+
+// Runs shell commands in the folder, with the built program found as `sds`.
+SdsRun run_shell(const ScratchFolder& folder, const std::string& script) {
+    const std::string bin = std::filesystem::path(QN_SDS_PROGRAM_PATH).parent_path();
+    const std::string file =
+        folder.write(".script", "cd '" + folder.path("") + "'\nPATH='" + bin + "':$PATH\n" + script);
+    const std::string command = "bash '" + file + "' > '" + folder.path(".o") + "' 2> '" + folder.path(".e") + "'";
+    SdsRun run;
+    run.code = WEXITSTATUS(std::system(command.c_str()));
+    run.out = ScratchFolder::read(folder.path(".o"));
+    run.err = ScratchFolder::read(folder.path(".e"));
+    return run;
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    return lines;
+}
+
+Words words_of(const std::string& text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+// First words of the indented lines below a heading.
+std::vector<std::string> listed_below(const std::string& help, const std::string& heading) {
+    std::vector<std::string> names;
+    bool is_below = false;
+    for (const std::string& line : lines_of(help)) {
+        if (!line.starts_with(' ')) is_below = line == heading;
+        const bool is_entry = is_below && line.starts_with("  ") && !line.starts_with("   ");
+        if (is_entry) names.push_back(line.substr(2, line.find(' ', 2) - 2));
+    }
+    return names;
+}
+
+// "-o" and "--output" of every option in a command's help.
+Words options_in_help(const ScratchFolder& folder, const std::string& command) {
+    Words options;
+    for (std::string names : listed_below(run_sds(folder, {command, "--help"}).out, "Options:")) {
+        std::replace(names.begin(), names.end(), ',', ' ');
+        options.merge(words_of(names));
+    }
+    return options;
+}
+
+std::vector<std::string> commands(const ScratchFolder& folder) {
+    return listed_below(run_sds(folder, {"--help"}).out, "Subcommands:");
+}
+
+TEST(Help, EveryExampleRuns) {
+    const ScratchFolder folder;
+    folder.write("cage.obj", cube_obj);
+    write_doubles(folder.path("rays.npy"), {0.1, 0.2, 9, 0, 0, -1, 0, INFINITY}, 8);
+    std::vector<std::string> all = commands(folder);
+    ASSERT_GE(all.size(), 7u);
+    all.push_back("");
+    for (const std::string& command : all) {
+        std::vector<std::string> arguments{"--help"};
+        if (!command.empty()) arguments.insert(arguments.begin(), command);
+        const std::string help = run_sds(folder, arguments).out;
+        const std::size_t begin = help.find("Examples:\n");
+        ASSERT_NE(begin, std::string::npos) << command;
+        unsigned int count = 0;
+        for (const std::string& line : lines_of(help.substr(begin))) {
+            if (!line.starts_with("  ") || line.starts_with("  python3")) continue;
+            // A stamp is enough of a picture.
+            const bool is_large = line.starts_with("  sds render") && line.find("--width") == std::string::npos;
+            const SdsRun run = run_shell(folder, line + (is_large ? " --width 24 --height 16" : ""));
+            EXPECT_EQ(run.code, 0) << line << "\n" << run.err;
+            ++count;
+        }
+        EXPECT_GE(count, 1u) << command;
+    }
+}
+
+TEST(Help, BashCompletesEveryOptionAndItsWords) {
+    const ScratchFolder folder;
+    folder.write("sds.bash", run_sds(folder, {"completion", "bash"}).out);
+    folder.write("cage.obj", cube_obj);
+    const auto complete = [&](const std::string& line) {
+        const SdsRun run = run_shell(folder, ". ./sds.bash; COMP_WORDS=(" + line +
+                                                 "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _sds; "
+                                                 "echo \"${COMPREPLY[*]}\"");
+        EXPECT_EQ(run.err, "") << line;
+        return words_of(run.out);
+    };
+    const std::vector<std::string> all = commands(folder);
+    for (const std::string& command : all) {
+        EXPECT_EQ(complete("sds " + command + " -"), options_in_help(folder, command)) << command;
+        EXPECT_EQ(complete("sds " + command.substr(0, command.size() - 1)), Words{command});
+    }
+    EXPECT_EQ(complete("sds render cage.obj --up ''"), (Words{"x", "y", "z"}));
+    EXPECT_EQ(complete("sds select --mode t"), Words{"touch"});
+    EXPECT_EQ(complete("sds info --interpolation edge"), (Words{"edgeAndCorner", "edgeOnly"}));
+    EXPECT_EQ(complete("sds completion ''"), (Words{"bash", "zsh"}));
+    EXPECT_EQ(complete("sds info ca"), Words{"cage.obj"});
+    EXPECT_EQ(complete("sds render --width ''"), Words{});
+}
+
+TEST(Help, ZshTextIsSound) {
+    const ScratchFolder folder;
+    if (run_shell(folder, "command -v zsh").code != 0) GTEST_SKIP() << "zsh is not installed";
+    folder.write("_sds", run_sds(folder, {"completion", "zsh"}).out);
+    EXPECT_EQ(run_shell(folder, "zsh -n _sds").err, "");
+}
+
+TEST(Help, ManualPageNamesEveryOptionAndFormatsCleanly) {
+    const ScratchFolder folder;
+    const std::string page = run_sds(folder, {"manual"}).out;
+    folder.write("sds.1", page);
+    for (const std::string& command : commands(folder)) {
+        EXPECT_THAT(page, HasSubstr(".SS sds " + command + "\n"));
+        for (const std::string& option : options_in_help(folder, command)) {
+            std::string escaped;
+            for (const char c : option) escaped += c == '-' ? std::string("\\-") : std::string(1, c);
+            EXPECT_THAT(page, HasSubstr(escaped)) << command;
+        }
+    }
+    if (run_shell(folder, "command -v groff").code != 0) GTEST_SKIP() << "groff is not installed";
+    const SdsRun run = run_shell(folder, "groff -man -ww -Tutf8 sds.1");
+    EXPECT_EQ(run.err, "");
+    EXPECT_GT(run.out.size(), 2000u);
+}
+
+TEST(Help, VersionIsThreeNumbers) {
+    const ScratchFolder folder;
+    const SdsRun run = run_sds(folder, {"--version"});
+    EXPECT_SUCCESS(run);
+    EXPECT_THAT(run.out, testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST(StandardStreams, DashReadsAndWritesThem) {
+    const ScratchFolder folder;
+    folder.write("cage.obj", cube_obj);
+    write_doubles(folder.path("rays.npy"), {0.1, 0.2, 9, 0, 0, -1, 0, INFINITY}, 8);
+    const SdsRun run = run_shell(folder,
+                                 "set -eo pipefail\n"
+                                 "sds export cage.obj --patches a.npy\n"
+                                 "cat cage.obj | sds export - --patches - > b.npy\n"
+                                 "cmp a.npy b.npy\n"
+                                 "sds intersect cage.obj --rays rays.npy --hits a.npy\n"
+                                 "sds intersect cage.obj --rays - --hits - < rays.npy > b.npy\n"
+                                 "cmp a.npy b.npy\n");
+    EXPECT_SUCCESS(run);
+    EXPECT_EQ(run_shell(folder, "echo 'f 1 2 3' | sds info -").code, 2);
+}
+
+}  // namespace
+}  // namespace sds_cli
