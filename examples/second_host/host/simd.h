@@ -1,0 +1,99 @@
+// Groups of four lanes as plain arrays, which the compiler may turn into vectors.
+#pragma once
+
+#include <algorithm>
+
+#define QN_SIMD_NAMESPACE lanes
+
+namespace lanes {
+
+template <int N>
+struct Lanes {
+    float v[N];
+
+    Lanes() = default;
+    explicit Lanes(float s) { std::fill_n(v, N, s); }
+    Lanes(float a, float b, float c, float d) requires(N == 4) : v{a, b, c, d} {}
+    Lanes(const float* low, const float* high) requires(N == 8) {
+        std::copy_n(low, 4, v);
+        std::copy_n(high, 4, v + 4);
+    }
+    Lanes(float low, float high) requires(N == 8) : v{low, low, low, low, high, high, high, high} {}
+    static Lanes load(const float* p) {
+        Lanes r;
+        std::copy_n(p, N, r.v);
+        return r;
+    }
+    static Lanes load_unaligned(const float* p) { return load(p); }
+    void store(float* p) const { std::copy_n(v, N, p); }
+    void store_unaligned(float* p) const { store(p); }
+
+    template <class Lane>
+    static Lanes make(Lane&& lane) {
+        Lanes r;
+        for (int i = 0; i < N; ++i) r.v[i] = lane(i);
+        return r;
+    }
+    friend Lanes operator+(const Lanes& a, const Lanes& b) {
+        return make([&](int i) { return a.v[i] + b.v[i]; });
+    }
+    friend Lanes operator-(const Lanes& a, const Lanes& b) {
+        return make([&](int i) { return a.v[i] - b.v[i]; });
+    }
+    friend Lanes operator*(const Lanes& a, const Lanes& b) {
+        return make([&](int i) { return a.v[i] * b.v[i]; });
+    }
+    // The second operand where the comparison fails.
+    friend Lanes min(const Lanes& a, const Lanes& b) {
+        return make([&](int i) { return a.v[i] < b.v[i] ? a.v[i] : b.v[i]; });
+    }
+    friend Lanes max(const Lanes& a, const Lanes& b) {
+        return make([&](int i) { return a.v[i] > b.v[i] ? a.v[i] : b.v[i]; });
+    }
+    friend Lanes select_positive(const Lanes& a, const Lanes& b, const Lanes& c) {
+        return make([&](int i) { return a.v[i] > 0.0f ? b.v[i] : c.v[i]; });
+    }
+    friend int less_equal_mask(const Lanes& a, const Lanes& b) {
+        int mask = 0;
+        for (int i = 0; i < N; ++i) mask |= int(a.v[i] <= b.v[i]) << i;
+        return mask;
+    }
+    // Of each group.
+    friend void transpose(Lanes& a, Lanes& b, Lanes& c, Lanes& d) {
+        Lanes* rows[4] = {&a, &b, &c, &d};
+        for (int g = 0; g < N; g += 4)
+            for (int r = 0; r < 4; ++r)
+                for (int k = r + 1; k < 4; ++k) std::swap(rows[r]->v[g + k], rows[k]->v[g + r]);
+    }
+};
+
+using SimdFloat8 = Lanes<8>;
+
+// Lane i of a group takes its lane order[i].
+inline SimdFloat8 shuffle(const SimdFloat8& a, const int (&order)[4]) {
+    return SimdFloat8::make([&](int i) { return a.v[(i & 4) + order[i & 3]]; });
+}
+inline SimdFloat8 next_lanes(const SimdFloat8& a) { return shuffle(a, {1, 2, 3, 3}); }
+inline SimdFloat8 first_lanes(const SimdFloat8& a) { return shuffle(a, {0, 1, 2, 2}); }
+inline SimdFloat8 swap_pairs(const SimdFloat8& a) { return shuffle(a, {2, 3, 0, 1}); }
+inline SimdFloat8 swap_neighbours(const SimdFloat8& a) { return shuffle(a, {1, 0, 3, 2}); }
+// Every lane becomes the least, the greatest, the sum of its group.
+inline SimdFloat8 group_min(const SimdFloat8& a) {
+    const SimdFloat8 pairs = min(a, swap_pairs(a));
+    return min(pairs, swap_neighbours(pairs));
+}
+inline SimdFloat8 group_max(const SimdFloat8& a) {
+    const SimdFloat8 pairs = max(a, swap_pairs(a));
+    return max(pairs, swap_neighbours(pairs));
+}
+inline SimdFloat8 group_sum(const SimdFloat8& a) {
+    const SimdFloat8 pairs = a + swap_pairs(a);
+    return pairs + swap_neighbours(pairs);
+}
+
+}  // namespace lanes
+
+using SimdFloat4 = lanes::Lanes<4>;
+
+inline float horizontal_min(const SimdFloat4& a) { return *std::min_element(a.v, a.v + 4); }
+inline float horizontal_max(const SimdFloat4& a) { return *std::max_element(a.v, a.v + 4); }

@@ -1,0 +1,13 @@
+# cmake -DA=program -DB=program -P same_output.cmake: both succeed and print the same.
+foreach(side IN ITEMS A B)
+    execute_process(COMMAND "${${side}}" OUTPUT_VARIABLE out_${side} COMMAND_ERROR_IS_FATAL ANY)
+    string(REPLACE "\n" ";" lines_${side} "${out_${side}}")
+endforeach()
+if(out_A STREQUAL "")
+    message(FATAL_ERROR "nothing printed")
+endif()
+foreach(line_A line_B IN ZIP_LISTS lines_A lines_B)
+    if(NOT line_A STREQUAL line_B)
+        message(FATAL_ERROR "${line_A}\n${line_B}")
+    endif()
+endforeach()
