@@ -32,10 +32,9 @@ struct CageView {
 ///
 /// Owns all its memory; concurrent reads are safe.
 struct ControlCage {
-    std::vector<float> positions;               ///< x y z of every vertex: 3 x vertex_count(), finite
-    std::vector<std::uint32_t> polygon_counts;  ///< corners of every polygon, each >= 3
-    std::vector<std::uint32_t>
-        polygon_indices;  ///< vertex of every face-corner, < vertex_count(), no vertex twice in a polygon
+    std::vector<float> positions;                ///< x y z of every vertex: 3 x vertex_count(), finite
+    std::vector<std::uint32_t> polygon_counts;   ///< corners of every polygon, each >= 3
+    std::vector<std::uint32_t> polygon_indices;  ///< vertex of every face-corner, < vertex_count()
     std::vector<std::uint8_t> corner_creases;  ///< per face-corner: 1 when its edge is an infinitely sharp crease, else
                                                ///< 0; all face-corners of one edge agree
     std::vector<std::uint32_t> polygon_groups;  ///< shading group of every polygon, an index into group_names

@@ -1,5 +1,7 @@
 #include "cli/finding.h"
 
+#include "qn_poly/poly_findings.h"
+
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
@@ -13,6 +15,13 @@ struct CodeText {
     const char* message;
     const char* action;
 };
+
+/// In the host checker's words.
+CodeText words_of(PolyFindingCode code) {
+    const PolyFindingText& text = poly_finding_text(code);
+    return {text.name, static_cast<Severity>(text.severity), text.message,
+            text.severity == PolySeverity::error ? "" : text.action};
+}
 
 CodeText text_of(FindingCode code) {
     using enum FindingCode;
@@ -46,8 +55,6 @@ CodeText text_of(FindingCode code) {
             return {"vertex_index_out_of_range", error, "vertex index out of range", ""};
         case uv_index_out_of_range:
             return {"uv_index_out_of_range", error, "UV index out of range", ""};
-        case repeated_vertex:
-            return {"repeated_vertex", error, "vertex repeated in one polygon", ""};
         case one_corner_polygon:
             return {"one_corner_polygon", error, "polygon with a single corner", ""};
         case too_many_corners:
@@ -60,14 +67,8 @@ CodeText text_of(FindingCode code) {
             return {"tag_without_edge", error, "crease tag on an edge that no polygon has", ""};
         case two_corner_polygon:
             return {"two_corner_polygon", warning, "polygon with two corners", "dropped"};
-        case nonmanifold_edge:
-            return {"nonmanifold_edge", warning, "edge of three or more polygons", "each of them gets a border there"};
-        case opposite_winding:
-            return {"opposite_winding", warning, "neighbours of opposite winding", "kept as they are"};
         case fractional_sharpness:
             return {"fractional_sharpness", warning, "edge of fractional sharpness", "made infinitely sharp"};
-        case half_mapped_polygon:
-            return {"half_mapped_polygon", warning, "polygon with UVs at some corners only", "left unmapped"};
         case partly_coloured:
             return {"partly_coloured", warning, "vertex without a colour beside coloured ones", "made white"};
         case colour_out_of_range:
@@ -76,8 +77,28 @@ CodeText text_of(FindingCode code) {
             return {"ignored_weight", warning, "rational vertex weight other than 1", "ignored"};
         case unknown_record:
             return {"unknown_record", warning, "unknown record", "skipped"};
+        case small_polygon:
+            return words_of(PolyFindingCode::small_polygon);
+        case wrong_count:
+            return words_of(PolyFindingCode::wrong_count);
+        case index_out_of_range:
+            return words_of(PolyFindingCode::index_out_of_range);
+        case value_too_large:
+            return words_of(PolyFindingCode::value_too_large);
+        case times_not_increasing:
+            return words_of(PolyFindingCode::times_not_increasing);
+        case repeated_vertex:
+            return words_of(PolyFindingCode::repeated_vertex);
+        case nonmanifold_edge:
+            return words_of(PolyFindingCode::nonmanifold_edge);
+        case opposite_winding:
+            return words_of(PolyFindingCode::opposite_winding);
+        case half_mapped_polygon:
+            return words_of(PolyFindingCode::half_mapped_polygon);
+        case void_polygon:
+            return words_of(PolyFindingCode::void_polygon);
         case unused_vertex:
-            return {"unused_vertex", note, "vertex that no polygon uses", "kept"};
+            return words_of(PolyFindingCode::unused_vertex);
         case ignored_tag:
             return {"ignored_tag", note, "tag other than crease", "ignored"};
         case ignored_record:

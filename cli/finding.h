@@ -7,8 +7,8 @@
 
 namespace sds_cli {
 
-/// What a reader can find in a file. The message and severity of each are in finding.cpp; to_name() is its stable name
-/// for machines.
+/// What can be wrong with a file, and what the host's checker finds in its mesh. The message and severity of each are
+/// in finding.cpp, or come from the checker; to_name() is its stable name for machines.
 enum class FindingCode : std::uint8_t {
     // errors: the mesh would be meaningless, there is no cage
     unreadable_file,
@@ -25,14 +25,20 @@ enum class FindingCode : std::uint8_t {
     index_before_start,
     vertex_index_out_of_range,
     uv_index_out_of_range,
-    repeated_vertex,
     one_corner_polygon,
+    small_polygon,
+    wrong_count,
+    index_out_of_range,
+    value_too_large,
+    times_not_increasing,
+    void_polygon,
     too_many_corners,
     malformed_tag,
     tag_index_out_of_range,
     tag_without_edge,
     // warnings: something was changed, dropped or looks wrong
     two_corner_polygon,
+    repeated_vertex,
     nonmanifold_edge,
     opposite_winding,
     fractional_sharpness,

@@ -5,10 +5,10 @@
 #include "cli/input_error.h"
 #include "cli/load_cage.h"
 #include "cli/usage_error.h"
+#include "qn_poly/poly_check.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cmath>
 
 namespace sds_cli {
 
@@ -43,22 +43,24 @@ std::vector<double> settle_times(const MotionOptions& options) {
     if (options.times.size() != count)
         throw UsageError("--times: " + std::to_string(options.times.size()) + " times for " + std::to_string(count) +
                          " time samples");
-    for (std::size_t i = 0; i < count; ++i) {
-        if (!std::isfinite(options.times[i]))
-            throw UsageError("--times: time " + std::to_string(i + 1) + " is not finite");
-        if (i > 0 && !(options.times[i] > options.times[i - 1]))
-            throw UsageError("--times: time " + std::to_string(i + 1) + " is not later than the one before it");
-    }
+    PolyFindings found;
+    poly_check_times(view_of(options.times), found);
+    found.for_each([&found](PolyFindingCode code) {
+        throw UsageError("--times: time " + std::to_string(found.first(code).item + 1) + ": " +
+                         poly_finding_text(code).message);
+    });
     return options.times;
 }
 
 std::vector<float> difference(const ControlCage& cage, const ControlCage& next, const std::string& path) {
     std::vector<float> vectors(cage.positions.size());
-    for (std::size_t i = 0; i < vectors.size(); ++i) {
-        vectors[i] = next.positions[i] - cage.positions[i];
-        if (!std::isfinite(vectors[i]))
-            throw InputError(path, "vertex " + std::to_string(i / 3 + 1) + " moves beyond single precision");
-    }
+    for (std::size_t i = 0; i < vectors.size(); ++i) vectors[i] = next.positions[i] - cage.positions[i];
+    PolyFindings found;
+    poly_check_vectors(points_view(vectors), static_cast<unsigned int>(cage.vertex_count()), PolyArray::motion, found);
+    found.for_each([&](PolyFindingCode code) {
+        throw InputError(path, "motion of vertex " + std::to_string(found.first(code).item + 1) + ": " +
+                                   poly_finding_text(code).message);
+    });
     return vectors;
 }
 

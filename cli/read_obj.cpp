@@ -1,15 +1,23 @@
 #include "cli/read_obj.h"
 
+#include "cli/array_view.h"
 #include "cli/cage_edges.h"
+#include "cli/mesh_findings.h"
 #include "cli/obj_records.h"
 #include "cli/read_file.h"
+#include "qn_poly/poly_check.h"
 
 #include <algorithm>
+#include <numeric>
 #include <span>
 
 namespace sds_cli {
 
 namespace {
+
+std::string out_of_range(std::uint32_t index, std::size_t count) {
+    return "index " + std::to_string(std::uint64_t{index} + 1) + " of " + std::to_string(count);
+}
 
 /// Checks the records of a file as one mesh and finishes its cage.
 class MeshChecker {
@@ -26,13 +34,11 @@ public:
     void settle_uvs();
     void settle_groups();
     void set_creases(const CageEdges& edges);
-    void report_edges(const CageEdges& edges);
-    void report_unused_vertices();
 
 private:
-    void check_corner(std::uint32_t line, std::uint32_t vertex, std::uint32_t uv);
+    FirstCase describe(PolyFindingCode code, const PolyPlace& place) const;
     void settle_fractional_creases(const CageEdges& edges, const CreaseTag& first);
-    std::uint32_t line_of_corner(std::uint32_t corner) const;
+    std::uint32_t first_corner(std::uint32_t polygon) const;
 
     template <class Detail>
     void record(FindingCode code, std::uint32_t line, Detail&& detail) {
@@ -64,30 +70,48 @@ void MeshChecker::check_presence() {
         record_file(FindingCode::no_polygons, hint);
 }
 
-void MeshChecker::check_corner(std::uint32_t line, std::uint32_t vertex, std::uint32_t uv) {
-    const auto index_of = [](std::uint32_t index, std::size_t count) {
-        return "index " + std::to_string(std::uint64_t{index} + 1) + " of " + std::to_string(count);
-    };
-    if (vertex >= cage_.vertex_count())
-        record(FindingCode::vertex_index_out_of_range, line, [&] { return index_of(vertex, cage_.vertex_count()); });
-    if (uv != unmapped_corner && uv >= cage_.uv_count())
-        record(FindingCode::uv_index_out_of_range, line, [&] { return index_of(uv, cage_.uv_count()); });
+/// Where the host's checker found something, in terms of the file.
+FirstCase MeshChecker::describe(PolyFindingCode code, const PolyPlace& place) const {
+    constexpr std::uint32_t none = 0xFFFFFFFF;
+    const std::string line = place.polygon == none ? "" : ":" + std::to_string(records_.polygon_lines[place.polygon]);
+    std::string detail;
+    if (code == PolyFindingCode::index_out_of_range) {
+        const std::size_t count = place.array == PolyArray::uvs ? cage_.uv_count() : cage_.vertex_count();
+        detail = out_of_range(place.item, count);
+    } else if (code == PolyFindingCode::nonmanifold_edge || code == PolyFindingCode::opposite_winding) {
+        const std::uint32_t first = first_corner(place.polygon), count = cage_.polygon_counts[place.polygon];
+        const std::uint32_t next = first + (place.corner - first + 1) % count;
+        detail = "edge of vertices " + std::to_string(cage_.polygon_indices[place.corner] + 1) + " and " +
+                 std::to_string(cage_.polygon_indices[next] + 1);
+    } else if (place.item != none) {
+        detail = place.array == PolyArray::uvs ? "UV " : "vertex ";
+        detail += std::to_string(place.item + 1);
+    }
+    return {name_ + line, detail, {}};
 }
 
 void MeshChecker::check_polygons() {
-    for (const DroppedCorner& corner : records_.dropped_corners) check_corner(corner.line, corner.vertex, corner.uv);
-    std::vector<std::uint32_t> last_polygon(cage_.vertex_count(), 0);  // 1 + the polygon that met the vertex last
-    std::uint32_t corner = 0;
-    for (std::uint32_t p = 0; p < cage_.polygon_count(); ++p) {
-        const std::uint32_t line = records_.polygon_lines[p];
-        for (const std::uint32_t end = corner + cage_.polygon_counts[p]; corner < end; ++corner) {
-            const std::uint32_t vertex = cage_.polygon_indices[corner];
-            check_corner(line, vertex, cage_.uv_indices[corner]);
-            if (vertex >= cage_.vertex_count()) continue;
-            if (last_polygon[vertex] == p + 1)
-                record(FindingCode::repeated_vertex, line, [&] { return "index " + std::to_string(vertex + 1); });
-            last_polygon[vertex] = p + 1;
-        }
+    const auto record_found = [this](const PolyFindings& found) {
+        add_mesh_findings(found, findings_,
+                          [this](PolyFindingCode code, const PolyPlace& place) { return describe(code, place); });
+    };
+    if (cage_.polygon_counts.empty()) return;
+    PolyFindings mesh, uvs;
+    const auto counts = view_of(cage_.polygon_counts), indices = view_of(cage_.polygon_indices);
+    const auto vertex_count = static_cast<std::uint32_t>(cage_.vertex_count());
+    poly_check_vectors(points_view(cage_.positions), vertex_count, PolyArray::positions, mesh);
+    if (poly_check_polygons(vertex_count, counts, indices, mesh)) poly_check_edges(vertex_count, counts, indices, mesh);
+    poly_check_uvs(points_view(cage_.uv_points), view_of(cage_.uv_indices), counts, uvs);
+    record_found(mesh);
+    record_found(uvs);
+
+    for (const DroppedCorner& corner : records_.dropped_corners) {
+        if (corner.vertex >= vertex_count)
+            record(FindingCode::vertex_index_out_of_range, corner.line,
+                   [&] { return out_of_range(corner.vertex, vertex_count); });
+        if (corner.uv != unmapped_corner && corner.uv >= cage_.uv_count())
+            record(FindingCode::uv_index_out_of_range, corner.line,
+                   [&] { return out_of_range(corner.uv, cage_.uv_count()); });
     }
 }
 
@@ -121,8 +145,6 @@ void MeshChecker::settle_uvs() {
         const std::span corners(cage_.uv_indices.data() + first, cage_.polygon_counts[p]);
         const auto unmapped = static_cast<std::size_t>(std::count(corners.begin(), corners.end(), unmapped_corner));
         if (unmapped == 0 || unmapped == corners.size()) continue;
-        record(FindingCode::half_mapped_polygon, records_.polygon_lines[p],
-               [&] { return std::to_string(unmapped) + " of " + std::to_string(corners.size()) + " corners without"; });
         std::fill(corners.begin(), corners.end(), unmapped_corner);
     }
 }
@@ -169,39 +191,9 @@ void MeshChecker::settle_fractional_creases(const CageEdges& edges, const Crease
     findings_.record(FindingCode::fractional_sharpness, describe, edge_count);
 }
 
-void MeshChecker::report_edges(const CageEdges& edges) {
-    edges.for_each_edge([&](std::span<const std::uint32_t> sides) {
-        const auto report = [&](FindingCode code) {
-            const std::uint32_t corner = sides.back();
-            const auto describe = [&] {
-                return FirstCase{name_ + ":" + std::to_string(line_of_corner(corner)),
-                                 "edge of vertices " + std::to_string(edges.start(corner) + 1) + " and " +
-                                     std::to_string(edges.end(corner) + 1),
-                                 {}};
-            };
-            findings_.record(code, describe);
-        };
-        if (sides.size() > 2)
-            report(FindingCode::nonmanifold_edge);
-        else if (sides.size() == 2 && edges.start(sides[0]) == edges.start(sides[1]))
-            report(FindingCode::opposite_winding);
-    });
-}
-
-void MeshChecker::report_unused_vertices() {
-    std::vector<bool> used(cage_.vertex_count(), false);
-    for (const std::uint32_t vertex : cage_.polygon_indices) used[vertex] = true;
-    for (std::size_t v = 0; v < used.size(); ++v)
-        if (!used[v])
-            findings_.record(FindingCode::unused_vertex, [&] {
-                return FirstCase{name_, "vertex " + std::to_string(v + 1), {}};
-            });
-}
-
-std::uint32_t MeshChecker::line_of_corner(std::uint32_t corner) const {
-    const std::vector<std::uint32_t> offsets = cage_.polygon_offsets();
-    const auto after = std::upper_bound(offsets.begin(), offsets.end(), corner);
-    return records_.polygon_lines[static_cast<std::size_t>(after - offsets.begin()) - 1];
+std::uint32_t MeshChecker::first_corner(std::uint32_t polygon) const {
+    const auto end = cage_.polygon_counts.begin() + polygon;
+    return std::accumulate(cage_.polygon_counts.begin(), end, std::uint32_t{0});
 }
 
 }  // namespace
@@ -230,8 +222,6 @@ ReadObjResult read_obj_text(std::string_view text, const std::string& name, cons
     checker.settle_groups();
     const CageEdges edges(records.cage);
     checker.set_creases(edges);
-    checker.report_edges(edges);
-    checker.report_unused_vertices();
     if (findings.has_errors()) return result;
     result.cage = std::move(records.cage);
     result.polygon_lines = std::move(records.polygon_lines);

@@ -2,6 +2,7 @@
 
 #include "cli/control_cage.h"
 #include "cli/finding.h"
+#include "qn_poly/poly_check.h"
 
 #include <cstdint>
 #include <optional>
@@ -16,9 +17,8 @@ enum class FractionalSharpness : std::uint8_t { harden, drop };
 
 struct ReadObjOptions {
     FractionalSharpness fractional = FractionalSharpness::harden;
-    /// Most face-corners, vertices and UV points accepted: a subdivided mesh has four half-edges a face-corner, in 32
-    /// bits.
-    std::uint32_t max_corners = 1u << 30;
+    /// Most face-corners, vertices and UV points accepted.
+    std::uint32_t max_corners = poly_max_elements;
 };
 
 struct ReadObjResult {

@@ -16,11 +16,7 @@ void for_each_edge(const SdsMeshBase& base, const Visit& visit) {
 
 enum class CornerClass { regular, boundary, irregular };
 
-CornerClass classify_corner(const Surface& surface, unsigned int e) {
-    const SdsMeshBase& base = surface.base();
-    const auto& info = surface.geometry().get_vertex_infos()[base.get_quad_indices()[e]];
-    SdsMeshBase::VertexLocalTopology fan;
-    SdsMeshBase::analyse_vertex_local_topology(base.get_edges(), e, fan);
+CornerClass classify_corner(const SdsMeshBase::VertexLocalTopology& fan, SdsMeshBase::VertexInfo info) {
     const unsigned int sharp = info.get_sharp_edge_count();
     if (fan.closed) return sharp == 0 && fan.valence == 4 ? CornerClass::regular : CornerClass::irregular;
     const bool is_straight = fan.valence == 2 && sharp == 2 && !info.is_kept();
@@ -72,10 +68,16 @@ VertexClasses classify_vertices(const Surface& surface) {
 }
 
 PatchClasses classify_patches(const Surface& surface) {
+    const SdsMeshBase& base = surface.base();
+    // Not the geometry's own fans: a bilinear one has trivial records.
+    CoreArray<SdsMeshBase::VertexLocalTopology> fans(base.get_quad_indices().get_count());
+    SdsMeshBase::analyse_vertices_local_topology(base.get_edges(), fans, false, nullptr);
+    const auto& infos = surface.geometry().get_vertex_infos();
     PatchClasses classes;
-    for (unsigned int q = 0; q < surface.base().get_primitive_count(); ++q) {
+    for (unsigned int q = 0; q < base.get_primitive_count(); ++q) {
         CornerClass worst = CornerClass::regular;
-        for (unsigned int k = 0; k < 4; ++k) worst = std::max(worst, classify_corner(surface, 4 * q + k));
+        for (unsigned int e = 4 * q; e < 4 * q + 4; ++e)
+            worst = std::max(worst, classify_corner(fans[e], infos[base.get_quad_indices()[e]]));
         ++(worst == CornerClass::regular    ? classes.regular
            : worst == CornerClass::boundary ? classes.boundary
                                             : classes.irregular);

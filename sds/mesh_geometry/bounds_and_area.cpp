@@ -92,8 +92,16 @@ void add_patch_area(const Vec3f* controls, double* area) {
     }
 }
 
+// The length of (x, y, z), the least area with these projections. Its squares leave single precision long before the
+// areas do.
+float lower_bound_of_area(float x, float y, float z) {
+    const float square = x * x + y * y + z * z;
+    if (square > 1e-30f && square <= std::numeric_limits<float>::max()) return std::sqrt(square);
+    return static_cast<float>(Vec3d(Vec3f(x, y, z)).length());
+}
+
 float blend_ratio(float x, float y, float z, float area) {
-    const float lower = std::sqrt(x * x + y * y + z * z);
+    const float lower = lower_bound_of_area(x, y, z);
     const float range = x + y + z - lower;
     return range > GMath<float>::s_epsilon ? (area - lower) / range : 0.0f;
 }
@@ -106,7 +114,7 @@ double scaled_area(const AreaRecord& record, const GMathMatrix4x4<double>& matri
     const auto x = static_cast<float>(sz * sy * static_cast<double>(record.x));
     const auto y = static_cast<float>(sz * sx * static_cast<double>(record.y));
     const auto z = static_cast<float>(sy * sx * static_cast<double>(record.z));
-    const float lower = std::sqrt(x * x + y * y + z * z);
+    const float lower = lower_bound_of_area(x, y, z);
     return static_cast<double>(((x + y + z) - lower) * record.blend + lower);
 }
 

@@ -64,7 +64,7 @@ TEST(Program, RefusesUnusableMeshesWithPlaceAndReason) {
         {points + "f 1 2 3 5\n", ":5: error: vertex index out of range (index 5 of 4)"},
         {points + "f 1 2 nan\n", ":5: error:"},
         {"v 0 0 nan\n" + points + "f 1 2 3\n", ":1: error: NaN or infinite number"},
-        {points + "f 1 2 2\n", ":5: error: vertex repeated"},
+        {points + "f 1 2 3\nv 1e19 0 0\n", "error: coordinate beyond 1e18 (vertex 5)"},
         {points + "f 1 2 3\nt crease 2/1/0 0 3 inf\n", ":6: error: crease tag on an edge that no polygon has"},
         {points + "f 1 2\n", "no polygon"},
         {points, "no polygon"},

@@ -75,7 +75,7 @@ TEST(ReadObj, RefusesBadIndicesAtTheirLine) {
     expect_finding(square + "f 1 2 3\nf 1 2 5\nf 1 2 6\n", vertex_index_out_of_range, 6, 2);
     expect_finding(square + "f 1 2 4294967297\n", vertex_index_out_of_range, 5);
     expect_finding(square + "f 1 2 99999999999999999999999\n", vertex_index_out_of_range, 5);
-    expect_finding(square + "f 1 2 9\nf 1 9\n", vertex_index_out_of_range, 6, 2);  // the dropped two-corner polygon too
+    expect_finding(square + "f 1 2 9\nf 1 9\n", vertex_index_out_of_range, 5, 2);  // the dropped two-corner polygon too
     expect_finding(square + "f 0 1 2\n", zero_index, 5);
     expect_finding(square + "f -5 -2 -1\n", index_before_start, 5);
     expect_finding(square + "f -99999999999999999999999 -2 -1\n", index_before_start, 5);
@@ -87,8 +87,6 @@ TEST(ReadObj, RefusesBadIndicesAtTheirLine) {
     expect_finding(square + "f 1.0 2 3\n", not_a_number, 5);
     expect_finding(square + "f 1/1/1/1 2 3\nvt 0 0\n", not_a_number, 5);
     expect_finding(square + "vt 0 0\nf 1/1 2/1 3/2\n", uv_index_out_of_range, 6);
-    expect_finding(square + "f 1 2 3 2\n", repeated_vertex, 5);
-    expect_finding(square + "f 1 2 -3\n", repeated_vertex, 5);
     expect_finding(square + "f 1 2 3\nf 4\n", one_corner_polygon, 6);
 }
 
@@ -181,6 +179,8 @@ TEST(ReadObj, ReportsWhatDoesNotStop) {
     expect_finding(strip + "f 1 2 3 4\nf 2 5 6 3\nf 1 2 8 7\nf 2 3 8\n", nonmanifold_edge, 12);
     expect_finding(strip + "f 1 2 3 4\nf 2 3 6 5\nf 1 7 8\n", opposite_winding, 10);
     expect_finding(strip + "f 1 2 3 4\n", unused_vertex, 0, 4);
+    expect_finding(square + "f 1 2 3 2\n", repeated_vertex, 5);
+    expect_finding(square + "f 1 2 -3\n", repeated_vertex, 5);
     expect_finding(square + "vt 0 0\nf 1/1 2/1 3 4\n", half_mapped_polygon, 6);
     expect_finding(square + "f 1 2 3 4\nl 1 2 3\np 1\n", ignored_record, 6, 2);
     expect_finding(square + "f 1 2 3 4\nfoo 1 2 3\n", unknown_record, 6);

