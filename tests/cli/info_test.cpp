@@ -105,8 +105,8 @@ TEST(Info, PrintsTheFindingsOfARefusedMesh) {
     EXPECT_EQ(refused.code, 2);
     const Json findings = Json::parse(refused.out)["findings"];
     ASSERT_EQ(findings.size(), 2u);
-    EXPECT_EQ(findings[0]["code"], "repeated_vertex");
-    EXPECT_EQ(findings[1]["first"], bad + ":4");
+    EXPECT_EQ(findings[0]["first"], bad + ":4");
+    EXPECT_EQ(findings[1]["code"], "repeated_vertex");
     // Whatever else is refused is named too.
     const SdsRun other = run_sds(folder, {"info", good, "--json", "--properties", bad});
     EXPECT_EQ(other.code, 2);

@@ -2,8 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
+#include "cli/array_view.h"
 #include "cli/cage_edges.h"
+#include "cli/mesh_findings.h"
+#include "qn_poly/poly_check.h"
 
 namespace sds_python {
 
@@ -26,61 +30,84 @@ std::string corner_place(std::size_t face, std::size_t corner) {
     return "face " + std::to_string(face) + ", corner " + std::to_string(corner);
 }
 
-void check_faces(const MeshArrays& mesh, Findings& findings) {
-    const std::size_t point_count = mesh.points.size() / 3;
-    std::vector<std::uint32_t> last_face(point_count, 0);  // 1 + the face that met the point last
-    std::size_t first = 0;
-    for (std::uint32_t f = 0; f < mesh.face_counts.size(); ++f) {
-        const std::uint32_t count = mesh.face_counts[f];
-        if (count < 3)
-            findings.record(FindingCode::one_corner_polygon, [&] {
-                return FirstCase{"face " + std::to_string(f), std::to_string(count) + " corners, at least 3", {}};
-            });
-        for (std::uint32_t k = 0; k < count; ++k) {
-            const std::uint32_t point = mesh.face_indices[first + k];
-            const auto place = [&](const std::string& detail) {
-                return [&, detail] { return FirstCase{corner_place(f, k), detail, {}}; };
-            };
-            if (point >= point_count) {
-                findings.record(FindingCode::vertex_index_out_of_range, place(index_of(point, point_count)));
-                continue;
-            }
-            if (last_face[point] == f + 1)
-                findings.record(FindingCode::repeated_vertex, place("point " + std::to_string(point)));
-            last_face[point] = f + 1;
+std::uint32_t first_corner(std::span<const std::uint32_t> face_counts, std::uint32_t face) {
+    return std::accumulate(face_counts.begin(), face_counts.begin() + face, std::uint32_t{0});
+}
+
+/// Adds what the host's checker found in an array of vectors; `what` names one of them.
+void add_vector_findings(const PolyFindings& found, std::span<const float> values, const std::string& what,
+                         Findings& findings) {
+    sds_cli::add_mesh_findings(found, findings, [&](PolyFindingCode, const PolyPlace& place) {
+        std::uint32_t axis = 0;
+        while (axis < 2 && std::fabs(values[3 * place.item + axis]) <= poly_max_coordinate) ++axis;
+        return FirstCase{what + " " + std::to_string(place.item), std::string(1, "xyz"[axis]), {}};
+    });
+}
+
+/// Where the host's checker found something in the faces.
+FirstCase describe_face(const MeshArrays& mesh, PolyFindingCode code, const PolyPlace& place) {
+    const std::string face = "face " + std::to_string(place.polygon);
+    const auto count = [&] { return mesh.face_counts[place.polygon]; };
+    const auto corner = [&] { return place.corner - first_corner(mesh.face_counts, place.polygon); };
+    switch (code) {
+        case PolyFindingCode::no_polygons:
+            return {"face_counts", {}, {}};
+        case PolyFindingCode::too_many_elements:
+            return {poly_array_name(place.array), std::to_string(place.item), {}};
+        case PolyFindingCode::small_polygon:
+            return {face, std::to_string(count()) + " corners, at least 3", {}};
+        case PolyFindingCode::index_out_of_range:
+            return {corner_place(place.polygon, corner()), index_of(place.item, mesh.points.size() / 3), {}};
+        case PolyFindingCode::void_polygon:
+            return {corner_place(place.polygon, corner()), "index -1", {}};
+        case PolyFindingCode::repeated_vertex:
+            return {corner_place(place.polygon, corner()), "point " + std::to_string(place.item), {}};
+        case PolyFindingCode::nonmanifold_edge:
+        case PolyFindingCode::opposite_winding: {
+            const std::uint32_t next = place.corner - corner() + (corner() + 1) % count();
+            return {"edge of points " + std::to_string(mesh.face_indices[place.corner]) + " and " +
+                        std::to_string(mesh.face_indices[next]),
+                    face,
+                    {}};
         }
-        first += count;
+        default:
+            return {"point " + std::to_string(place.item), {}, {}};
     }
-    const auto unused = static_cast<std::uint64_t>(std::count(last_face.begin(), last_face.end(), 0u));
-    const auto describe = [&] {
-        const auto where = std::find(last_face.begin(), last_face.end(), 0u) - last_face.begin();
-        return FirstCase{"point " + std::to_string(where), {}, {}};
-    };
-    findings.record(FindingCode::unused_vertex, describe, unused);
+}
+
+void check_faces(const MeshArrays& mesh, Findings& findings) {
+    const auto counts = sds_cli::view_of(mesh.face_counts), indices = sds_cli::view_of(mesh.face_indices);
+    const auto point_count = static_cast<std::uint32_t>(mesh.points.size() / 3);
+    PolyFindings found;
+    if (poly_check_polygons(point_count, counts, indices, found)) poly_check_edges(point_count, counts, indices, found);
+    sds_cli::add_mesh_findings(found, findings, [&](PolyFindingCode code, const PolyPlace& place) {
+        return describe_face(mesh, code, place);
+    });
 }
 
 void settle_uvs(std::span<const std::uint32_t> face_counts, sds_cli::UvSource& uvs, Findings& findings) {
-    check_finite(uvs.points, "UV map '" + uvs.name + "', point", findings);
-    const std::size_t uv_count = uvs.points.size() / 3;
+    const std::string name = "UV map '" + uvs.name + "', ";
+    check_finite(uvs.points, name + "point", findings);
+    PolyFindings found;
+    poly_check_uvs(sds_cli::points_view(uvs.points), sds_cli::view_of(uvs.indices), sds_cli::view_of(face_counts),
+                   found);
+    for (const PolyFindingCode code : {PolyFindingCode::index_out_of_range, PolyFindingCode::half_mapped_polygon}) {
+        const auto describe = [&] {
+            const PolyPlace& place = found.first(code);
+            if (code == PolyFindingCode::half_mapped_polygon)
+                return FirstCase{name + "face " + std::to_string(place.polygon), {}, {}};
+            const std::uint32_t corner = place.corner - first_corner(face_counts, place.polygon);
+            return FirstCase{
+                name + corner_place(place.polygon, corner), index_of(place.item, uvs.points.size() / 3), {}};
+        };
+        findings.record(sds_cli::to_finding_code(code, PolyArray::uvs), describe, found.count(code));
+    }
+    if (found.count(PolyFindingCode::half_mapped_polygon) == 0) return;
     std::size_t first = 0;
     for (std::size_t f = 0; f < face_counts.size(); first += face_counts[f++]) {
         const std::span corners(uvs.indices.data() + first, face_counts[f]);
-        std::size_t unmapped = 0;
-        for (std::size_t k = 0; k < corners.size(); ++k) {
-            unmapped += corners[k] == sds_cli::unmapped_corner ? 1 : 0;
-            if (corners[k] == sds_cli::unmapped_corner || corners[k] < uv_count) continue;
-            findings.record(FindingCode::uv_index_out_of_range, [&] {
-                return FirstCase{
-                    "UV map '" + uvs.name + "', " + corner_place(f, k), index_of(corners[k], uv_count), {}};
-            });
-        }
-        if (unmapped == 0 || unmapped == corners.size()) continue;
-        findings.record(FindingCode::half_mapped_polygon, [&] {
-            return FirstCase{"UV map '" + uvs.name + "', face " + std::to_string(f),
-                             std::to_string(unmapped) + " of " + std::to_string(corners.size()) + " corners without",
-                             {}};
-        });
-        std::fill(corners.begin(), corners.end(), sds_cli::unmapped_corner);
+        if (std::find(corners.begin(), corners.end(), sds_cli::unmapped_corner) != corners.end())
+            std::fill(corners.begin(), corners.end(), sds_cli::unmapped_corner);
     }
 }
 
@@ -98,22 +125,6 @@ void check_creases(const MeshArrays& mesh, Findings& findings) {
     }
 }
 
-void report_edges(const sds_cli::CageEdges& edges, Findings& findings) {
-    edges.for_each_edge([&](std::span<const std::uint32_t> sides) {
-        const auto describe = [&] {
-            const std::uint32_t corner = sides.back();
-            return FirstCase{
-                "edge of points " + std::to_string(edges.start(corner)) + " and " + std::to_string(edges.end(corner)),
-                std::to_string(sides.size()) + " faces",
-                {}};
-        };
-        if (sides.size() > 2)
-            findings.record(FindingCode::nonmanifold_edge, describe);
-        else if (sides.size() == 2 && edges.start(sides[0]) == edges.start(sides[1]))
-            findings.record(FindingCode::opposite_winding, describe);
-    });
-}
-
 }  // namespace
 
 void throw_errors(const Findings& findings) {
@@ -126,17 +137,15 @@ void throw_errors(const Findings& findings) {
 }
 
 void check_finite(std::span<const float> values, const std::string& what, Findings& findings) {
-    for (std::size_t i = 0; i < values.size(); ++i)
-        if (!std::isfinite(values[i]))
-            findings.record(FindingCode::non_finite_number, [&] {
-                return FirstCase{what + " " + std::to_string(i / 3), std::string(1, "xyz"[i % 3]), {}};
-            });
+    const auto vectors = sds_cli::points_view(values);
+    PolyFindings found;
+    poly_check_vectors(vectors, vectors.get_count(), PolyArray::positions, found);
+    add_vector_findings(found, values, what, findings);
 }
 
 void check_arrays(MeshArrays& mesh, Findings& findings) {
     const auto name_all = [](std::string what) { return [what] { return FirstCase{what, {}, {}}; }; };
     if (mesh.points.empty()) findings.record(FindingCode::no_vertices, name_all("points"));
-    if (mesh.face_counts.empty()) findings.record(FindingCode::no_polygons, name_all("face_counts"));
     check_finite(mesh.points, "point", findings);
     check_finite(mesh.motion, "motion of point", findings);
     check_faces(mesh, findings);
@@ -146,7 +155,6 @@ void check_arrays(MeshArrays& mesh, Findings& findings) {
 
 std::vector<std::uint8_t> settle_creases(const MeshArrays& mesh, Findings& findings) {
     const sds_cli::CageEdges edges(mesh.points.size() / 3, mesh.face_counts, mesh.face_indices);
-    report_edges(edges, findings);
     std::vector<std::uint8_t> flags(mesh.face_indices.size(), 0);
     for (std::size_t i = 0; i < mesh.creases.sharpness.size(); ++i) {
         const std::uint32_t a = mesh.creases.vertices[2 * i], b = mesh.creases.vertices[2 * i + 1];

@@ -49,7 +49,7 @@ struct MeshArrays {
 /// UV maps are settled: a face that is mapped at some corners only becomes unmapped. Linear in the sizes.
 void check_arrays(MeshArrays& mesh, sds_cli::Findings& findings);
 
-/// Checks that every number is finite; `what` names an item of three.
+/// Checks that every number is finite and within the range of coordinates; `what` names an item of three.
 void check_finite(std::span<const float> values, const std::string& what, sds_cli::Findings& findings);
 
 /// One byte per face-corner, 1 on creases. Only for meshes without errors.
