@@ -8,7 +8,9 @@
 #include "cli/usage_error.h"
 #include "render/framing.h"
 #include "render/renderer.h"
+#include "render/turntable.h"
 
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
@@ -23,6 +25,7 @@ namespace sds_cli {
 namespace {
 
 struct RenderCommandOptions : CommonOptions {
+    std::vector<std::string> further_meshes;
     MotionOptions motion;
     std::string output;
     unsigned int level = 0;
@@ -30,6 +33,7 @@ struct RenderCommandOptions : CommonOptions {
     unsigned int samples = 16;
     std::string view;
     std::string up = "y";
+    unsigned int turntable = 0;  ///< views of a contact sheet, 0 for one picture
     bool wire = false;
     std::vector<std::string> aovs;
     std::string texture;
@@ -41,6 +45,7 @@ struct RenderCommandOptions : CommonOptions {
 
 constexpr unsigned int max_picture_side = 16384;
 constexpr unsigned int max_samples = 1u << 16;
+constexpr unsigned int max_views = 256;
 constexpr double checks_per_unit = 16.0;
 
 bool is_exr(const std::string& path) { return path.ends_with(".exr"); }
@@ -112,16 +117,33 @@ std::vector<sds_render::Layer> make_layers(const std::vector<std::string>& names
     return layers;
 }
 
-sds_render::SurfaceColour make_colour(const RenderCommandOptions& options, const Surface& surface) {
-    const unsigned int maps = surface.maps().get_uv_map_count();
+/// The meshes of the scene, in the order of the command line.
+std::vector<LoadedSurface> load_surfaces(const RenderCommandOptions& options, AppProgressBar* progress) {
+    std::vector<LoadedSurface> loaded;
+    loaded.push_back(load_surface(options, options.motion, progress));
+    for (const std::string& path : options.further_meshes) {
+        CommonOptions further = options;
+        further.mesh = path;
+        loaded.push_back(load_surface(further, {}, nullptr));
+    }
+    return loaded;
+}
+
+sds_render::SurfaceColour make_colour(const RenderCommandOptions& options, const std::vector<LoadedSurface>& loaded) {
     const bool needs_map = !options.texture.empty() || options.uv_map > 0;
-    if (needs_map && options.uv_map >= maps)
-        throw UsageError("UV map " + std::to_string(options.uv_map) + " of " + options.mesh + ", which has " +
-                         std::to_string(maps));
+    bool has_colours = false;
+    for (std::size_t i = 0; i < loaded.size(); ++i) {
+        const unsigned int maps = loaded[i].surface->maps().get_uv_map_count();
+        has_colours |= loaded[i].surface->maps().get_color_map_count() > 0;
+        if (needs_map && options.uv_map >= maps)
+            throw UsageError("UV map " + std::to_string(options.uv_map) + " of " +
+                             (i == 0 ? options.mesh : options.further_meshes[i - 1]) + ", which has " +
+                             std::to_string(maps));
+    }
     if (!options.texture.empty())
         return make_texture_colour(std::make_shared<const Texture>(Texture::read_png(options.texture)), options.uv_map);
     if (options.checker) return sds_render::make_checker(options.uv_map, checks_per_unit);
-    if (surface.maps().get_color_map_count() > 0) return sds_render::make_map_colour(0, sds_render::clay);
+    if (has_colours) return sds_render::make_map_colour(0, sds_render::clay);
     return sds_render::make_group_colour();
 }
 
@@ -134,9 +156,20 @@ sds_render::Shutter make_shutter(const RenderCommandOptions& options, const Moti
 }
 
 void check_options(const RenderCommandOptions& options) {
-    if (!is_png(options.output) && !is_exr(options.output))
+    const bool is_stream = options.output == "-";
+    if (!is_stream && !is_png(options.output) && !is_exr(options.output))
         throw UsageError("--output: '" + options.output + "' ends neither with .png nor with .exr");
+    if (is_stream && !options.aovs.empty()) throw UsageError("--aov: layers need a file, not standard output");
+    if (is_stream && isatty(STDOUT_FILENO) != 0) throw UsageError("--output: standard output is a terminal");
     check_output(options.output);
+    if (!options.further_meshes.empty() &&
+        (options.motion.has_motion() || !options.uv_files.empty() || !options.property_file.empty()))
+        throw UsageError("--motion, --time-samples, --uv and --properties belong to one mesh, and there are " +
+                         std::to_string(1 + options.further_meshes.size()));
+    const sds_render::SheetGrid grid(std::max(options.turntable, 1u), options.width, options.height);
+    if (std::min(grid.cell_width, grid.cell_height) == 0)
+        throw UsageError("--turntable: " + std::to_string(options.turntable) + " views have no room in " +
+                         std::to_string(options.width) + " x " + std::to_string(options.height) + " pixels");
 }
 
 void write_picture(const RenderCommandOptions& options, const sds_render::Image& image,
@@ -145,14 +178,23 @@ void write_picture(const RenderCommandOptions& options, const sds_render::Image&
         sds_render::write_exr(options.output, image);
         return;
     }
+    if (options.output == "-") {
+        sds_render::write_png(stdout, "standard output", image);
+        return;
+    }
     sds_render::write_png(options.output, image);
     for (const sds_render::Layer& layer : layers)
         sds_render::write_png(layer_path(options.output, layer.name), image, layer.name);
 }
 
-void print_statistics(const Surface& surface, double hierarchy_seconds, const sds_render::RenderStatistics& trace) {
-    const double build = surface.build_seconds();
-    const unsigned int quads = surface.base().get_primitive_count();
+void print_statistics(const std::vector<LoadedSurface>& loaded, double hierarchy_seconds,
+                      const sds_render::RenderStatistics& trace) {
+    double build = 0.0;
+    unsigned int quads = 0;
+    for (const LoadedSurface& mesh : loaded) {
+        build += mesh.surface->build_seconds();
+        quads += mesh.surface->base().get_primitive_count();
+    }
     std::fprintf(stderr, "build      %u quads, %.3f s, %.3g quads/s\n", quads, build, quads / std::max(build, 1e-9));
     std::fprintf(stderr, "hierarchy  %.3f s\n", hierarchy_seconds);
     std::fprintf(stderr, "trace      %llu rays, %llu hits, %.3f s, %.3g rays/s\n",
@@ -170,37 +212,44 @@ void run_render(const RenderCommandOptions& options) {
     render_options.shading.wire = options.wire;
 
     std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds render");
-    LoadedSurface loaded;
+    std::vector<LoadedSurface> loaded;
     {
         const TaskScope task(progress.get(), "build", 0.1f);
-        loaded = load_surface(options, options.motion, progress.get());
+        loaded = load_surfaces(options, progress.get());
     }
-    render_options.shading.colour = make_colour(options, *loaded.surface);
-    const SdsMesh mesh = loaded.surface->mesh(options.level);
-    const MeshProperties properties(loaded.properties, loaded.cage(), mesh);
+    render_options.shading.colour = make_colour(options, loaded);
+    std::vector<SdsMesh> meshes;
+    for (const LoadedSurface& mesh : loaded) meshes.push_back(mesh.surface->mesh(options.level));
+    const MeshProperties properties(loaded[0].properties, loaded[0].cage(), meshes[0]);
     render_options.layers = make_layers(names, properties);
-    sds_render::Scene scene(make_shutter(options, loaded.motion));
+    sds_render::Scene scene(make_shutter(options, loaded[0].motion));
     const auto begin = std::chrono::steady_clock::now();
     {
         const TaskScope task(progress.get(), "hierarchy", 0.05f);
-        scene.add(mesh);
+        for (const SdsMesh& mesh : meshes) scene.add(mesh);
         scene.commit();
     }
     const std::chrono::duration<double> hierarchy = std::chrono::steady_clock::now() - begin;
-    const sds_render::Camera camera = sds_render::frame_scene(scene, view, options.width, options.height);
     sds_render::RenderStatistics statistics;
     {
         const TaskScope task(progress.get(), "trace", 0.85f);
-        const sds_render::Rendering rendering = sds_render::render(scene, camera, render_options, progress.get());
+        const sds_render::Rendering rendering =
+            options.turntable > 0
+                ? sds_render::render_turntable(scene, view, options.turntable, options.width, options.height,
+                                               render_options, progress.get())
+                : sds_render::render(scene, sds_render::frame_scene(scene, view, options.width, options.height),
+                                     render_options, progress.get());
         write_picture(options, rendering.image, render_options.layers);
         statistics = rendering.statistics;
     }
     progress.reset();  // ends its line
-    if (options.statistics) print_statistics(*loaded.surface, hierarchy.count(), statistics);
+    if (options.statistics) print_statistics(loaded, hierarchy.count(), statistics);
 }
 
 void add_picture_options(CLI::App& command, RenderCommandOptions& options) {
-    command.add_option("-o,--output", options.output, "Picture, .png or .exr")->type_name("FILE")->required();
+    command.add_option("-o,--output", options.output, "Picture, .png or .exr; - writes a PNG to standard output")
+        ->type_name("FILE")
+        ->required();
     command.add_option("--width", options.width, "Pixels")
         ->check(CLI::Range(1u, max_picture_side))
         ->capture_default_str();
@@ -212,6 +261,11 @@ void add_picture_options(CLI::App& command, RenderCommandOptions& options) {
         ->capture_default_str();
     command.add_option("--view", options.view, "\"azimuth elevation\" of the camera in degrees, \"35 22\" by default")
         ->type_name("TEXT");
+    command
+        .add_option("--turntable", options.turntable,
+                    "A contact sheet: N views from all sides, the first as --view says, in one picture")
+        ->type_name("N")
+        ->check(CLI::Range(1u, max_views));
     command
         .add_option("--up", options.up, "The axis that points up; azimuth 0 is the side of +z, of -y when z points up")
         ->check(CLI::IsMember({"x", "y", "z"}))
@@ -225,6 +279,7 @@ void add_render_command(CLI::App& program, Action& action) {
     CLI::App& command = *program.add_subcommand("render", "Make a picture of the surface");
     const auto options = std::make_shared<RenderCommandOptions>();
     add_common_options(command, *options);
+    command.add_option("MORE", options->further_meshes, "Further cages of the same scene")->type_name("MESH");
     add_level_option(command, options->level);
     add_picture_options(command, *options);
     add_property_option(command, *options);

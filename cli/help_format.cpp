@@ -57,9 +57,12 @@ constexpr CommandExamples all_examples[] = {
     {"render",
      "sds render cage.obj -o picture.png\n"
      "sds render cage.obj -o close.png --view \"-30 10\" --samples 4 --wire\n"
-     "sds render cage.obj -o layers.exr --aov N,Z,id --width 320 --height 240\n"
+     "sds render cage.obj -o layers.exr --aov N,Z,id\n"
      "sds render cage.obj -o checks.png --checker --samples 4\n"
-     "sds render cage.obj -o flat.png --level 2 --samples 4\n"},
+     "sds render cage.obj -o flat.png --level 2 --samples 4\n"
+     "sds render cage.obj -o sheet.png --turntable 8 --samples 4\n"
+     "sds export cage.obj --tessellation other.obj && sds render cage.obj other.obj -o both.png\n"
+     "sds render cage.obj -o - > picture.png\n"},
     {"export",
      "sds export cage.obj --patches patches.npy\n"
      "sds export cage.obj --tessellation surface.obj --level 3\n"

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -71,5 +72,7 @@ Pixels8 make_preview(const Image& image, const std::string& layer);
 // picture. Throw ImageError.
 void write_png(const std::string& path, const Image& image, const std::string& layer = "");
 void write_exr(const std::string& path, const Image& image);
+// Writes a PNG to an open stream, which errors call `name`.
+void write_png(std::FILE* stream, const std::string& name, const Image& image, const std::string& layer = "");
 
 }  // namespace sds_render

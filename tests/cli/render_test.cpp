@@ -95,6 +95,56 @@ TEST(Render, ViewAndTextureShowTheRightSide) {
     EXPECT_EQ(run_sds(folder, {"render", mesh, "-o", folder.path("b.png"), "--up", "w"}).code, 2);
 }
 
+TEST(Render, SeveralMeshesAreOneScene) {
+    const ScratchFolder folder;
+    const std::string cube = folder.write("cube.obj", cube_obj), sheet = folder.write("sheet.obj", sheet_obj);
+    const std::vector<std::string> small{"--width", "40", "--height", "40", "--samples", "1", "--quiet"};
+    const auto render = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "render");
+        arguments.insert(arguments.end(), small.begin(), small.end());
+        return run_sds(folder, arguments);
+    };
+    const std::string out = folder.path("out.png");
+    const SdsRun run = render({cube, sheet, cube, "-o", out, "--aov", "object", "--stats"});
+    EXPECT_SUCCESS(run);
+    // 6 quads each, and of the sheet 5 + 3 + 3 + 4.
+    EXPECT_THAT(run.err, testing::HasSubstr("27 quads"));
+    EXPECT_NE(read_picture(out).rgb, read_picture(folder.path("out.object.png")).rgb);
+    for (const std::vector<std::string>& one_mesh_only :
+         {std::vector<std::string>{"--motion", cube}, {"--uv", cube}, {"--properties", cube}, {"--map", "1"}}) {
+        std::vector<std::string> arguments{cube, cube, "-o", folder.path("no.png")};
+        arguments.insert(arguments.end(), one_mesh_only.begin(), one_mesh_only.end());
+        EXPECT_EQ(render(arguments).code, 2) << one_mesh_only[0];
+    }
+    EXPECT_EQ(render({cube, folder.path("missing.obj"), "-o", folder.path("no.png")}).code, 2);
+    EXPECT_FALSE(std::filesystem::exists(folder.path("no.png")));
+}
+
+TEST(Render, SheetAndStandardOutput) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj), out = folder.path("out.png");
+    const std::vector<std::string> small{"--width", "64", "--height", "32", "--samples", "1", "--quiet"};
+    const auto render = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"render", mesh});
+        arguments.insert(arguments.end(), small.begin(), small.end());
+        return run_sds(folder, arguments);
+    };
+    EXPECT_SUCCESS(render({"-o", out, "--turntable", "2", "--view", "0 0"}));
+    const Picture sheet = read_picture(out);
+    ASSERT_EQ(sheet.width, 64u);
+    // Half a turn shows the same cube again.
+    for (unsigned int y = 4; y < 28; y += 4)
+        for (unsigned int c = 0; c < 3; ++c)
+            EXPECT_NEAR(sheet.pixel(16, y)[c], sheet.pixel(48, y)[c], 24) << y << " " << c;
+
+    const SdsRun stream = render({"-o", "-", "--turntable", "2", "--view", "0 0"});
+    EXPECT_SUCCESS(stream);
+    EXPECT_EQ(read_picture(folder.write("stream.png", stream.out)).rgb, sheet.rgb);
+    EXPECT_EQ(render({"-o", "-", "--aov", "N"}).code, 2);
+    EXPECT_EQ(render({"-o", out, "--turntable", "200", "--width", "10"}).code, 2);
+    EXPECT_EQ(render({"-o", out, "--turntable", "0"}).code, 2);
+}
+
 TEST(Render, BlursMotionOnlyWhileTheShutterIsOpen) {
     const ScratchFolder folder;
     const std::string mesh = folder.write("cube.obj", cube_obj);
