@@ -11,7 +11,7 @@ export CMAKE_GENERATOR = $(if $(shell command -v ninja),Ninja,Unix Makefiles)
 sources = $(shell find $(SOURCE_DIRS) \( -name '*.h' -o -name '*.cpp' -o -name '*.inl' \) 2>/dev/null)
 build_preset = cmake --build --preset $(1) -j $(JOBS)
 
-.PHONY: all build render test accuracy bench format check check-format check-layering check-length \
+.PHONY: all build render test accuracy bench docs gallery format check check-format check-layering check-length \
         tidy asan tsan scalar dependencies clean
 .DELETE_ON_ERROR:
 
@@ -50,6 +50,20 @@ bench: build/CMakeCache.txt
 	$(call build_preset,bench)
 	@mkdir -p docs
 	build/bin/bench_all --markdown docs/performance.md --json build/bench.json $(ARGS)
+
+# Pages in build/docs/html; a warning or a broken link fails. The help texts and the Python reference need both programs.
+docs: build/CMakeCache.txt
+	$(call build_preset,release) --target sds qn_python
+	@mkdir -p build/docs
+	doxygen docs/Doxyfile
+	/usr/bin/python3 -m sphinx -E -W --keep-going -q -d build/docs/doctrees -b html docs build/docs/html
+	/usr/bin/python3 -m sphinx -W -q -d build/docs/doctrees -b linkcheck docs build/docs/linkcheck
+	docs/_tools/check_links build/docs/html
+
+# The pictures of docs/gallery; ARGS="knot sheet" for some of them.
+gallery: build/CMakeCache.txt
+	$(call build_preset,release) --target sds
+	scripts/make_gallery $(ARGS)
 
 format: dependencies
 	$(if $(sources),clang-format -i $(sources))

@@ -12,7 +12,8 @@ packages=(
     abigail-tools bash-completion man-db                            # checks of what is installed
     python3-dev python3-numpy pybind11-dev python3-pytest           # Python package
     python3-setuptools python3-wheel python3-pip
-    doxygen python3-sphinx python3-breathe furo python3-matplotlib  # documentation
+    doxygen python3-sphinx python3-breathe python3-myst-parser furo   # documentation
+    python3-matplotlib
 )
 
 if ! command -v dpkg-query >/dev/null; then

@@ -1,4 +1,4 @@
-"""Catmull-Clark limit surfaces of polygon meshes.
+"""Catmull-Clark limit surfaces of polygon meshes::
 
     surface = qn_sds.load_obj("cage.obj")
     hits = surface.intersect(origins, directions)

@@ -15,24 +15,26 @@ _FRACTIONAL = {"harden": True, "drop": False}
 class Surface:
     """The limit surface of a polygon mesh, one bicubic patch per quad of its control mesh.
 
-    points            [n, 3], float32 is taken as it is
-    face_counts       [faces], corners of every face, each at least 3
-    face_indices      [corners], point of every face-corner; (u)int32 is taken as it is
-    creases           edges [k, 2] as pairs of points, infinitely sharp, or (edges, sharpness): 10 and above is
-                      infinite, below see `fractional`
-    uvs               one map or a dictionary of maps by name. A map is (values, indices) with one index per
-                      face-corner, -1 where there is none; or values per point; or values per face-corner
-    colors            [n, 3] or [n, 4], floats in [0, 1] or uint8
-    groups            [faces], shading group of every face, an index into group_names
-    group_names       one name per group; "group 0", "group 1", ... by default
-    interpolation     "edgeAndCorner", "edgeOnly", "bilinear" or "bordersFixed"
-    uv_interpolation  the same for UVs: "corners_fixed" and others, see the page on modes
-    motion            vectors [n, 3] per unit of time, or (times, samples) with samples [k, n, 3]
-    fractional        what becomes of a sharpness between 0 and 10: "harden" or "drop"
+    Arguments::
+
+        points            [n, 3], float32 is taken as it is
+        face_counts       [faces], corners of every face, each at least 3
+        face_indices      [corners], point of every face-corner; (u)int32 is taken as it is
+        creases           edges [k, 2] as pairs of points, infinitely sharp, or (edges, sharpness): 10 and above is
+                          infinite, below see `fractional`
+        uvs               one map or a dictionary of maps by name. A map is (values, indices) with one index per
+                          face-corner, -1 where there is none; or values per point; or values per face-corner
+        colors            [n, 3] or [n, 4], floats in [0, 1] or uint8
+        groups            [faces], shading group of every face, an index into group_names
+        group_names       one name per group; "group 0", "group 1", ... by default
+        interpolation     "edgeAndCorner", "edgeOnly", "bilinear" or "bordersFixed"
+        uv_interpolation  the same for UVs: "corners_fixed" and others, see the page on modes
+        motion            vectors [n, 3] per unit of time, or (times, samples) with samples [k, n, 3]
+        fractional        what becomes of a sharpness between 0 and 10: "harden" or "drop"
 
     Attribute names of USD meshes are accepted as keywords: faceVertexCounts, faceVertexIndices, creaseIndices,
-    creaseLengths, creaseSharpnesses, interpolateBoundary, faceVaryingLinearInterpolation, subdivisionScheme, velocities,
-    displayColor.
+    creaseLengths, creaseSharpnesses, interpolateBoundary, faceVaryingLinearInterpolation, subdivisionScheme,
+    velocities, displayColor.
 
     Raises MeshError, with every cause, for a mesh without a surface. What was changed or looks wrong is in `findings`,
     and warnings among it are issued as MeshWarning.
@@ -108,9 +110,11 @@ class Surface:
     def intersect(self, origins, directions, level=0, *, tnear=0.0, tfar=np.inf, time=0.0):
         """Nearest hits of rays: `Hits`, one row per ray.
 
-        origins, directions  [n, 3]; directions of any length, t counts in lengths of it
-        level                0 for the limit surface, up to 12 for flat cells, 2^level along an edge of a face
-        tnear, tfar, time    one value or one per ray
+        Arguments::
+
+            origins, directions  [n, 3]; directions of any length, t counts in lengths of it
+            level                0 for the limit surface, up to 12 for flat cells, 2^level along an edge of a face
+            tnear, tfar, time    one value or one per ray
 
         A ray that is not finite or has no direction hits nothing. The first call at a level builds a hierarchy.
         """
@@ -126,8 +130,10 @@ class Surface:
     def sample(self, primitives, uv, *, time=0.0, level=0):
         """Position, first derivatives and normals at points: `Samples` of [n, 3].
 
-        primitives  [n] quads; -1 gives NaN, so that hits can be passed on as they are
-        uv          [n, 2] in [0, 1]
+        Arguments::
+
+            primitives  [n] quads; -1 gives NaN, so that hits can be passed on as they are
+            uv          [n, 2] in [0, 1]
         """
         prims, pairs = _arrays.fragments(primitives, uv)
         return split(Samples, self._native.sample(prims, pairs, _arrays.per_item(time, "time", len(prims)), level))
