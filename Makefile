@@ -11,7 +11,8 @@ export CMAKE_GENERATOR = $(if $(shell command -v ninja),Ninja,Unix Makefiles)
 sources = $(shell find $(SOURCE_DIRS) \( -name '*.h' -o -name '*.cpp' -o -name '*.inl' \) 2>/dev/null)
 build_preset = cmake --build --preset $(1) -j $(JOBS)
 
-.PHONY: all build render test accuracy bench docs gallery format check check-format check-layering check-length \
+.PHONY: all build render test install package abi accuracy bench docs gallery format check check-format \
+        check-layering check-length \
         tidy asan tsan scalar dependencies clean
 .DELETE_ON_ERROR:
 
@@ -38,6 +39,18 @@ render: build/CMakeCache.txt
 
 test: check-layering build
 	ctest --preset release
+
+# PREFIX=… for another place than /usr/local.
+install: build
+	cmake --install build $(if $(PREFIX),--prefix "$(PREFIX)")
+
+# A .deb in build/.
+package: build
+	cpack --config build/CPackConfig.cmake -B build
+
+# Layouts and signatures against another commit, the last tag by default; takes two builds.
+abi: dependencies
+	scripts/check_abi --against $(BASE)
 
 # The page is replaced only by a complete run.
 accuracy: build/CMakeCache.txt
