@@ -9,7 +9,7 @@ _Map = Union[ArrayLike, tuple[ArrayLike, ArrayLike]]
 class Finding(NamedTuple):
     code: str
     severity: str
-    count: int
+    cases: int
     place: str
     message: str
     detail: str
@@ -17,6 +17,7 @@ class Finding(NamedTuple):
 
 class MeshError(ValueError):
     findings: tuple[Finding, ...]
+    def __init__(self, message: str, findings: Sequence[Mapping[str, Any]] = ()) -> None: ...
 
 class MeshWarning(UserWarning): ...
 

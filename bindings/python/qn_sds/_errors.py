@@ -8,7 +8,7 @@ class Finding(NamedTuple):
 
     code: str
     severity: str  # "error", "warning" or "note"
-    count: int
+    cases: int
     place: str
     message: str
     detail: str
@@ -20,8 +20,8 @@ class Finding(NamedTuple):
             text += f" ({self.detail})"
         if self.action:
             text += f", {self.action}"
-        if self.count > 1:
-            text += f"; {self.count} cases, first here"
+        if self.cases > 1:
+            text += f"; {self.cases} cases, first here"
         return text
 
 

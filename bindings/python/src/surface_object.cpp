@@ -75,7 +75,7 @@ py::list to_list(const sds_cli::Findings& findings) {
         for (const char* key : {"code", "severity", "message", "detail", "action"})
             entry[key] = finding[key].get<std::string>();
         entry["place"] = finding["first"].get<std::string>();
-        entry["count"] = finding["count"].get<std::uint64_t>();
+        entry["cases"] = finding["count"].get<std::uint64_t>();
         list.append(entry);
     }
     return list;

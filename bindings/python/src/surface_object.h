@@ -76,7 +76,7 @@ private:
     SurfaceFacts facts_;
 };
 
-/// The findings as dictionaries with the keys code, severity, count, place, message, detail and action.
+/// The findings as dictionaries with the keys code, severity, cases, place, message, detail and action.
 pybind11::list to_list(const sds_cli::Findings& findings);
 
 }  // namespace sds_python
