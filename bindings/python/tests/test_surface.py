@@ -221,3 +221,21 @@ def test_threads_see_one_surface_or_the_other_while_it_is_updated(cube):
     for thread in threads:
         thread.join()
     assert not wrong
+
+
+def test_other_python_threads_run_during_a_call(knot):
+    rays = random_rays(knot, 120_000, 37)  # one chunk, between which signals are looked at
+    knot.intersect(*rays)  # builds the hierarchy
+
+    def count_turns():
+        """How often this thread had its turn while another one was in the call."""
+        ended, turns = threading.Event(), 0
+        thread = threading.Thread(target=lambda: (knot.intersect(*rays), ended.set()))
+        thread.start()
+        while not ended.wait(0.0005):
+            turns += 1
+        thread.join()
+        return turns
+
+    # A call that kept the GIL would leave a turn or two, before it begins.
+    assert max(count_turns() for _ in range(5)) > 10
