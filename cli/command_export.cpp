@@ -90,6 +90,7 @@ void run_export(const ExportOptions& options) {
     const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
     const Surface& surface = *loaded.surface;
     check_uv_map(options, surface);
+    if (options.statistics) print_build_rate({&loaded, 1});
     const std::size_t quads = surface.base().get_primitive_count();
 
     if (!options.properties.empty()) export_properties(options, loaded);

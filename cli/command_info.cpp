@@ -235,6 +235,7 @@ std::string to_plain_text(const LoadedSurface& loaded, const Info& info) {
 void run_info(const InfoOptions& options) {
     try {
         const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
+        if (options.statistics) print_build_rate({&loaded, 1});
         const Info info = gather(loaded);
         print_text(options.json ? to_json_text(options, loaded, info) : to_plain_text(loaded, info));
     } catch (const InputError& error) {

@@ -23,7 +23,6 @@ struct IntersectOptions : CommonOptions {
     std::string rays, hits;
     unsigned int level = 0;
     bool samples = false;
-    bool statistics = false;
 };
 
 constexpr std::size_t hit_size = 4;
@@ -75,7 +74,8 @@ void run_intersect(const IntersectOptions& options) {
     write_npy<double>(options.hits, shape, rows);
     if (options.statistics) {
         const auto is_hit = [](const GeometryRay& ray) { return ray.hit.primitive != sds_render::no_index; };
-        std::fprintf(stderr, "%zu rays, %td hits, %.3f s, %.3g rays/s\n", file.rays.size(),
+        print_build_rate({&loaded, 1});
+        std::fprintf(stderr, "trace      %zu rays, %td hits, %.3f s, %.3g rays/s\n", file.rays.size(),
                      std::count_if(file.rays.begin(), file.rays.end(), is_hit), elapsed.count(),
                      static_cast<double>(file.rays.size()) / std::max(elapsed.count(), 1e-9));
     }
@@ -99,7 +99,6 @@ void add_intersect_command(CLI::App& program, Action& action) {
         ->required();
     command.add_flag("--samples", options->samples,
                      "15 more columns: position, dP/du, dP/dv, normal, smoothing normal; NaN where nothing is hit");
-    command.add_flag("--stats", options->statistics, "Print the trace rate");
     set_action(command, action, options, run_intersect);
 }
 

@@ -40,7 +40,6 @@ struct RenderCommandOptions : CommonOptions {
     bool checker = false;
     unsigned int uv_map = 0;
     std::vector<double> shutter;
-    bool statistics = false;
 };
 
 constexpr unsigned int max_picture_side = 16384;
@@ -189,13 +188,7 @@ void write_picture(const RenderCommandOptions& options, const sds_render::Image&
 
 void print_statistics(const std::vector<LoadedSurface>& loaded, double hierarchy_seconds,
                       const sds_render::RenderStatistics& trace) {
-    double build = 0.0;
-    unsigned int quads = 0;
-    for (const LoadedSurface& mesh : loaded) {
-        build += mesh.surface->build_seconds();
-        quads += mesh.surface->base().get_primitive_count();
-    }
-    std::fprintf(stderr, "build      %u quads, %.3f s, %.3g quads/s\n", quads, build, quads / std::max(build, 1e-9));
+    print_build_rate(loaded);
     std::fprintf(stderr, "hierarchy  %.3f s\n", hierarchy_seconds);
     std::fprintf(stderr, "trace      %llu rays, %llu hits, %.3f s, %.3g rays/s\n",
                  static_cast<unsigned long long>(trace.rays), static_cast<unsigned long long>(trace.hits),
@@ -302,7 +295,6 @@ void add_render_command(CLI::App& program, Action& action) {
                     "Times at which the shutter opens and closes; by default the whole motion is blurred")
         ->expected(2)
         ->type_name("OPEN CLOSE");
-    command.add_flag("--stats", options->statistics, "Print build and trace rates");
     set_action(command, action, options, run_render);
 }
 

@@ -84,6 +84,7 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
     command.add_option("--log-level", options.log_level, "0 errors, 1 warnings, 2 statistics, 3 details")
         ->check(CLI::Range(0u, 3u));
     command.add_flag("--quiet", options.quiet, "Print errors only");
+    command.add_flag("--stats", options.statistics, "Print how long building and tracing took, and their rates");
 }
 
 void add_property_option(CLI::App& command, CommonOptions& options) {

@@ -22,6 +22,7 @@ struct CommonOptions {
     unsigned int threads = 0;  ///< 0: one per core
     unsigned int log_level = 1;
     bool quiet = false;
+    bool statistics = false;
 };
 
 /// The work that the command line asks for, carried out once it is parsed.

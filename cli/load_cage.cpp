@@ -4,6 +4,7 @@
 #include "cli/input_error.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 
 namespace sds_cli {
@@ -70,6 +71,17 @@ LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& mot
     loaded.surface = std::make_unique<Surface>(loaded.cage(), uvs, loaded.motion.vectors, common.modes, progress);
     install_time_samples(*loaded.surface, loaded.motion, common, loaded.cage().vertex_count());
     return loaded;
+}
+
+void print_build_rate(std::span<const LoadedSurface> surfaces) {
+    double seconds = 0.0;
+    unsigned int quads = 0;
+    for (const LoadedSurface& loaded : surfaces) {
+        seconds += loaded.surface->build_seconds();
+        quads += loaded.surface->base().get_primitive_count();
+    }
+    std::fprintf(stderr, "build      %u quads, %.3f s, %.3g quads/s\n", quads, seconds,
+                 quads / std::max(seconds, 1e-9));
 }
 
 }  // namespace sds_cli

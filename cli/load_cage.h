@@ -6,6 +6,7 @@
 #include "cli/surface.h"
 
 #include <memory>
+#include <span>
 #include <string>
 
 namespace sds_cli {
@@ -35,5 +36,8 @@ struct LoadedSurface {
 /// Reads the mesh, its further UV maps, its motion and its properties, checks everything, then builds. Throws
 /// InputError and UsageError. `progress` may be null.
 LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& motion, AppProgressBar* progress);
+
+/// Prints quads, seconds and rate of the surfaces together to the standard error stream.
+void print_build_rate(std::span<const LoadedSurface> surfaces);
 
 }  // namespace sds_cli

@@ -9,7 +9,7 @@ packages=(
     nlohmann-json3-dev libopenexr-dev libpng-dev
     libgtest-dev libgmock-dev libosd-dev libbenchmark-dev           # tests and benchmarks
     clang-format clang-tidy                                         # checks
-    abigail-tools bash-completion man-db                            # checks of what is installed
+    abigail-tools groff-base                                        # checks of what is installed
     python3-dev python3-numpy pybind11-dev python3-pytest           # Python package
     python3-setuptools python3-wheel python3-pip
     doxygen python3-sphinx python3-breathe python3-myst-parser furo   # documentation

@@ -146,6 +146,20 @@ TEST(Help, VersionIsThreeNumbers) {
     EXPECT_THAT(run.out, testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
 
+TEST(Help, EveryCommandOnAMeshTellsItsRates) {
+    const ScratchFolder folder;
+    folder.write("cage.obj", cube_obj);
+    folder.write("frustum.json", "{}");
+    write_doubles(folder.path("rays.npy"), {0.1, 0.2, 9, 0, 0, -1, 0, INFINITY}, 8);
+    for (const char* command : {"info cage.obj", "render cage.obj -o a.png --width 8 --height 8 --samples 1",
+                                "export cage.obj --patches a.npy", "intersect cage.obj --rays rays.npy --hits a.npy",
+                                "select cage.obj --frustum frustum.json --mode touch"}) {
+        const std::string line = std::string("sds ") + command + " --quiet";
+        EXPECT_EQ(run_shell(folder, line).err, "") << line;
+        EXPECT_THAT(run_shell(folder, line + " --stats").err, HasSubstr("6 quads, ")) << line;
+    }
+}
+
 TEST(StandardStreams, DashReadsAndWritesThem) {
     const ScratchFolder folder;
     folder.write("cage.obj", cube_obj);
