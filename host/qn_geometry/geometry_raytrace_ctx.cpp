@@ -20,7 +20,9 @@ const GeometryRaySpace& GeometryRaytraceCtx::get_ray_space(const unsigned int& i
     space.shift = get_reference_shift(i);
 
     // Two vectors across (Duff et al., Building an Orthonormal Basis, Revisited, 2017).
-    const double length_squared = ray.direction.length_squared();
+    // A direction too long or too short for single precision makes everything NaN, as a zero one does: no hit.
+    const double square = ray.direction.length_squared();
+    const double length_squared = square >= 1e-60 && square <= 1e60 ? square : std::numeric_limits<double>::quiet_NaN();
     const GMathVec3<double> n = ray.direction * (1.0 / std::sqrt(length_squared));
     const double sign = std::copysign(1.0, n[2]);
     const double a = -1.0 / (sign + n[2]);

@@ -50,7 +50,7 @@ struct GeometryRaySpace {
 
 struct GeometryRay {
     GMathVec3<double> origin{0, 0, 0};
-    GMathVec3<double> direction{0, 0, 1};  // any length; t counts in lengths of it
+    GMathVec3<double> direction{0, 0, 1};  // of length 1e-30 to 1e30, others hit nothing; t counts in lengths of it
     double tnear = 0.0;
     double tfar = std::numeric_limits<double>::infinity();
     double time = 0.0;

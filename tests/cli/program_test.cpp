@@ -138,6 +138,17 @@ TEST(Program, FailsWhereItCannotWrite) {
     std::filesystem::create_directory(folder.path("folder.png"));
     EXPECT_EQ(run_sds(folder, {"render", mesh, "-o", folder.path("folder.png")}).code, 1);
     EXPECT_EQ(run_sds(folder, {"export", mesh, "--patches", "/dev/full"}).code, 1);
+
+    // A disk that fills up in the middle: no half file, and what was there before stays.
+    const std::string before = folder.write("old.npy", "old");
+    const std::size_t files = folder.file_count();
+    for (const std::string& out : {folder.path("new.npy"), before}) {
+        const std::string command = "trap '' XFSZ; ulimit -f 8; " QN_SDS_PROGRAM_PATH " export " + mesh +
+                                    " --quiet --samples 32 " + out + " 2>/dev/null";
+        EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
+        EXPECT_EQ(folder.file_count(), files);
+        EXPECT_EQ(ScratchFolder::read(before), "old");
+    }
 }
 
 TEST(Program, SaysWhatItFoundUnlessQuiet) {

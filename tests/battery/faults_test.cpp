@@ -1,0 +1,82 @@
+// Every allocation of a build refused in turn.
+#include <gtest/gtest.h>
+
+#include "battery/examine.h"
+#include "battery/failing_allocator.h"
+#include "qn_ctx/ctx_eval.h"
+#include "qn_poly/poly_mesh_property.h"
+#include "qn_sys/sys_thread.h"
+#include "sds/mesh_property/sds_mesh_property.h"
+
+namespace sds_test {
+namespace {
+
+// Checks, builds and samples a mesh with motion, a UV map and a property.
+void build_everything(const ZooMesh& cage) {
+    if (check_cage(cage).has_errors()) throw std::logic_error("a good mesh");
+    BuiltSurface::Options options;
+    options.motion_vectors.assign(cage.positions.size(), {0.1f, 0, 0});
+    const BuiltSurface surface(cage, options);
+
+    PolyMesh polygons;
+    polygons.set_polygons(to_core_array(cage.counts), to_core_array(cage.indices), to_core_array(cage.corner_creases));
+    PolyMeshProperty source(polygons, CoreString("heat"), PolyMeshProperty::Type::per_vertex,
+                            ResourceProperty::Type::float32, 1);
+    ResourceProperty values{CoreString("heat")};
+    values.init(ResourceProperty::Type::float32, 1, static_cast<unsigned int>(cage.positions.size()));
+    source.set_values({}, CoreBasicArray<ResourceProperty>(1, &values));
+    SdsMeshProperty property(surface.mesh, source);
+    property.init(0, &values);
+
+    const CtxShader shader;
+    GeometrySample sample;
+    surface.mesh.compute_fragment_sample(CtxEval(shader), {0, 0.5, 0.5, 0.5, 0}, sample);
+}
+
+// Injects a failure at every allocation of one run; returns how many there were.
+std::size_t refuse_each_allocation(const ZooMesh& cage) {
+    build_everything(cage);  // what lives as long as the process
+    std::size_t k = 1;
+    for (;; ++k) {
+        const std::size_t before = live_bytes();
+        bool threw = false;
+        fail_allocation(k);
+        try {
+            build_everything(cage);
+        } catch (const std::bad_alloc&) {
+            threw = true;
+        }
+        const bool was_refused = has_failed();
+        fail_allocation(0);
+        if (!was_refused) return k - 1;
+        EXPECT_TRUE(threw) << "allocation " << k;
+        EXPECT_EQ(live_bytes(), before) << "left by the failure of allocation " << k;
+        if (::testing::Test::HasFailure()) return k;
+    }
+}
+
+ZooMesh mapped(ZooMesh cage) {
+    cage.groups |= uvs;
+    cage.uv_points = cage.positions;
+    cage.uv_indices = cage.indices;
+    return cage;
+}
+
+TEST(BatteryFaults, EveryAllocationOfASmallBuild) {
+    std::size_t faults = 0;
+    SysThreadArena arena(1);
+    for (const char* name : {"prism7_uvs", "cube_uv_islands", "pole64"}) {
+        SCOPED_TRACE(name);
+        arena.execute([&] { faults += refuse_each_allocation(mapped(zoo_mesh(name))); });
+    }
+    EXPECT_GT(faults, 100u);
+    RecordProperty("faults", static_cast<int>(faults));
+}
+
+TEST(BatteryFaults, EveryAllocationOfAThreadedBuild) {
+    SysThreadArena arena(4);
+    arena.execute([] { EXPECT_GT(refuse_each_allocation(mapped(make_torus(16, 12))), 100u); });
+}
+
+}  // namespace
+}  // namespace sds_test
