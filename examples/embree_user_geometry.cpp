@@ -47,6 +47,7 @@ int main() {
     CubeSurface cube;
     RTCDevice device = rtcNewDevice(nullptr);
     RTCScene scene = rtcNewScene(device);
+    rtcSetSceneFlags(scene, RTC_SCENE_FLAG_ROBUST);  // no ray slips between two boxes
     RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_USER);
     rtcSetGeometryUserPrimitiveCount(geometry, cube.mesh.get_primitive_count());
     rtcSetGeometryUserData(geometry, &cube.mesh);
