@@ -221,9 +221,10 @@ std::string to_plain_text(const LoadedSurface& loaded, const Info& info) {
                     map.unmapped_quads);
     for (const std::string& name : info.color_maps) report.line("color map " + name, "per vertex");
     for (const PropertyFacts& property : info.properties)
-        report.line("property " + property.name, "%s, %u %sitems of %s x %u, %u times, %zu bytes",
-                    property.kind.c_str(), property.items, property.is_indexed ? "indexed " : "", property.type.c_str(),
-                    property.extent, property.times, property.bytes);
+        report.line("property " + property.name, "%s, %u %sitems of %s x %u, %s, %zu bytes", property.kind.c_str(),
+                    property.items, property.is_indexed ? "indexed " : "", property.type.c_str(), property.extent,
+                    property.times == 0 ? "still" : (std::to_string(property.times) + " times").c_str(),
+                    property.bytes);
     report.line("bytes", "%zu", info.bytes);
     for (const auto& [name, bytes] : info.arrays) report.line("  " + name, "%zu", bytes);
     report.line("build seconds", "%.6f", loaded.surface->build_seconds());
