@@ -1,10 +1,16 @@
-// Prints docs/accuracy.md: how far the surface is from the limit surface, mesh by mesh. Arguments are names of cages to
-// measure (as printed in the first column); without any, all cages on disk.
+// Prints docs/accuracy.md: how far the surface is from the limit surface, mesh by mesh, and how pictures agree.
+//
+//     accuracy [--pictures FOLDER] [CAGE...]
+//
+// CAGE is a name as printed in the first column; without any, all cages on disk are measured. FOLDER gets the pictures
+// that are compared and their differences.
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <stdexcept>
 
+#include "support/motion_checks.h"
+#include "support/picture_checks.h"
 #include "support/surface_errors.h"
 #include "support/uv_errors.h"
 
@@ -138,18 +144,134 @@ void print_uv_table(const std::vector<const ZooMesh*>& cages) {
         print_row("**all**", uv_modes[m], worst.data() + m * std::size(face_varying_rules));
 }
 
+bool is_one_of(const ZooMesh& cage, std::initializer_list<const char*> names) {
+    return std::any_of(names.begin(), names.end(), [&](const char* name) { return cage.name == name; });
+}
+
+// Writes `<folder>/<cage>_<what>.png` when there is a folder.
+void save_picture(const std::string& folder, const ZooMesh& cage, const std::string& what,
+                  const sds_render::Image& image, const std::string& layer = "") {
+    if (folder.empty()) return;
+    const std::string name = cage.name.substr(cage.name.rfind('/') + 1);
+    sds_render::write_png(folder + "/" + name + "_" + what + ".png", image, layer);
+}
+
+void save_difference(const std::string& folder, const ZooMesh& cage, const std::string& what,
+                     const sds_render::Image& a, const sds_render::Image& b) {
+    save_picture(folder, cage, what, make_difference_picture(a, b), "difference");
+}
+
+void print_difference(const PictureDifference& d) {
+    std::printf(" %.0f | %.3f | %.3f | %.2f | %zu of %zu |\n", d.max, d.mean, d.root_mean_square, d.worst_block,
+                d.beyond, d.pixels);
+    std::fflush(stdout);
+}
+
+void print_level_table(const std::vector<const ZooMesh*>& cages, const std::string& folder) {
+    constexpr PictureSize size{320, 240, 16};
+    std::printf(
+        "\n## Pictures at a level beside level 0\n\n"
+        "%u x %u pixels, %u samples, the program's camera and light. Steps of the 8 bits shown. Block: mean with sign "
+        "over\n16 x 16 pixels. Beyond: pixels off by more than 8 steps. `sds render CAGE --level 0` and `--level N`\n"
+        "make the two pictures (`--up z` for bishop and car), `build/bin/accuracy --pictures FOLDER CAGE` those and "
+        "their difference.\n\n"
+        "| cage | level | max | mean | root mean square | worst block | beyond |\n|---|--:|--:|--:|--:|--:|--:|\n",
+        size.width, size.height, size.samples);
+    for (const ZooMesh* cage : cages) {
+        if (!is_one_of(*cage, {"meshes/bishop", "meshes/car", "assets/knot"})) continue;
+        const auto up = cage->name.starts_with("meshes") ? sds_render::UpAxis::z : sds_render::UpAxis::y;
+        const sds_render::Image smooth = render_level(*cage, 0, up, size);
+        save_picture(folder, *cage, "level0", smooth);
+        for (const unsigned int level : {3u, 5u}) {
+            const sds_render::Image flat = render_level(*cage, level, up, size);
+            const std::string name = "level" + std::to_string(level);
+            save_picture(folder, *cage, name, flat);
+            save_difference(folder, *cage, name + "_difference", smooth, flat);
+            std::printf("| %s | %u |", cage->name.c_str(), level);
+            print_difference(compare_pictures(smooth, flat));
+        }
+    }
+}
+
+void print_bounds_table(const std::vector<const ZooMesh*>& cages) {
+    constexpr std::uint64_t point_count = 1000000;
+    std::printf(
+        "\n## Motion bounds\n\n"
+        "%llu random points of random patches at random times of the open shutter [0.1, 0.9], a cage that turns by 63\n"
+        "degrees and bends. Outside: of the blend of the two boxes that the hierarchy holds beside the time, in "
+        "double\n"
+        "precision and as the hierarchy stores them. Growth: mean diagonal of that box against the patch's own at the\n"
+        "time.\n\n"
+        "| cage | motion | level | points | outside | outside, hierarchy | growth |\n|---|---|--:|--:|--:|--:|--:|\n",
+        static_cast<unsigned long long>(point_count));
+    for (const ZooMesh* cage : cages) {
+        if (!is_one_of(*cage, {"meshes/car", "assets/body", "assets/seams"})) continue;
+        for (const CageMotion motion : all_cage_motions)
+            for (const unsigned int level : {0u, 3u}) {
+                const MovingSurface surface(*cage, motion, level);
+                const MotionBoundsCheck check = check_motion_bounds(surface, {0.1, 0.9}, point_count);
+                std::printf("| %s | %s | %u | %zu | %zu | %zu | %.2f |\n", cage->name.c_str(), name_of(motion), level,
+                            check.points, check.outside, check.outside_hierarchy, check.growth);
+                std::fflush(stdout);
+            }
+    }
+}
+
+void print_blur_table(const std::vector<const ZooMesh*>& cages, const std::string& folder) {
+    constexpr PictureSize blurred_size{160, 120, 64}, still_size{160, 120, 16}, converged_size{160, 120, 512};
+    std::printf(
+        "\n## Blur beside the mean of stills\n\n"
+        "The same motion, shutter [0, 1], %u x %u pixels: one blurred picture of 64 samples a pixel against the mean "
+        "of 64\nstills of 16 samples in linear light. Noise: the blurred picture against one of 512 samples. Columns "
+        "as above.\n\n"
+        "| cage | motion | compared | max | mean | root mean square | worst block | beyond |\n"
+        "|---|---|---|--:|--:|--:|--:|--:|\n",
+        blurred_size.width, blurred_size.height);
+    for (const ZooMesh* cage : cages) {
+        if (!is_one_of(*cage, {"meshes/car", "assets/seams"})) continue;
+        const MovingSurface surface(*cage, CageMotion::even_samples, 0);
+        const BlurredFrame frame(surface);
+        const sds_render::Image blurred = frame.render(blurred_size),
+                                stills = frame.render_mean_of_stills(64, still_size),
+                                converged = frame.render(converged_size);
+        save_picture(folder, *cage, "blurred", blurred);
+        save_picture(folder, *cage, "stills", stills);
+        save_difference(folder, *cage, "blur_difference", blurred, stills);
+        const struct {
+            const char* name;
+            const sds_render::Image &a, &b;
+        } pairs[] = {{"blurred, stills", blurred, stills},
+                     {"noise", blurred, converged},
+                     {"512 samples, stills", converged, stills}};
+        for (const auto& pair : pairs) {
+            std::printf("| %s | %s | %s |", cage->name.c_str(), name_of(CageMotion::even_samples), pair.name);
+            print_difference(compare_pictures(pair.a, pair.b));
+        }
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
+        std::string folder;
+        std::vector<std::string> names(argv + 1, argv + argc);
+        if (names.size() > 1 && names[0] == "--pictures") {
+            folder = names[1];
+            names.erase(names.begin(), names.begin() + 2);
+        }
         std::vector<const ZooMesh*> cages;
         for (const ZooMesh& mesh : cages_on_disk())
-            if (argc < 2 || std::find(argv + 1, argv + argc, mesh.name) != argv + argc) cages.push_back(&mesh);
+            if (names.empty() || std::find(names.begin(), names.end(), mesh.name) != names.end())
+                cages.push_back(&mesh);
         if (cages.empty()) throw std::runtime_error("no cage to measure");
         std::printf("# Accuracy\n\nPrinted by `make accuracy`.\n\n");
         print_position_table(cages);
         print_normal_table(cages);
         print_uv_table(cages);
+        print_level_table(cages, folder);
+        print_bounds_table(cages);
+        print_blur_table(cages, folder);
         return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "accuracy: %s\n", error.what());
