@@ -1,6 +1,7 @@
 #include "cli/frustum_file.h"
 
 #include "cli/input_error.h"
+#include "cli/parse_json.h"
 #include "cli/read_file.h"
 
 #include <cmath>
@@ -35,14 +36,7 @@ void set_sides(const Json& value, const std::string& name, GeometryFrustum& frus
 }  // namespace
 
 GeometryFrustum read_frustum_text(std::string_view text, const std::string& name) {
-    Json json;
-    try {
-        json = Json::parse(text);
-    } catch (const Json::parse_error& error) {
-        throw InputError(name, error.what());
-    } catch (const Json::out_of_range& error) {
-        throw InputError(name, error.what());
-    }
+    const Json json = parse_json(text, name);
     if (!json.is_object()) throw InputError(name, "not an object with sides, near and far");
     GeometryFrustum frustum;
     for (const auto& [key, value] : json.items()) {

@@ -3,6 +3,7 @@
 #include "cli/input_error.h"
 #include "cli/npy.h"
 #include "cli/number_array.h"
+#include "cli/parse_json.h"
 #include "cli/read_file.h"
 #include "sds/mesh_property/element_types.h"
 
@@ -261,14 +262,10 @@ private:
     PropertySource source_;
 };
 
-Json parse(const std::string& path) {
+Json read_json(const std::string& path) {
     std::string text;
     if (const std::string reason = read_file(path, text); !reason.empty()) throw InputError(path, reason);
-    try {
-        return Json::parse(text);
-    } catch (const Json::exception& error) {
-        throw InputError(path, error.what());
-    }
+    return parse_json(text, path);
 }
 
 }  // namespace
@@ -286,7 +283,7 @@ const char* to_name(PolyMeshProperty::Type kind) {
 }
 
 std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage) {
-    const Json json = parse(path);
+    const Json json = read_json(path);
     if (!json.is_array())
         throw InputError(path, std::string("expected a list of properties, found ") + json.type_name());
     const std::string folder = std::filesystem::path(path).parent_path().string();
