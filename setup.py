@@ -1,4 +1,7 @@
-"""Builds the Python package with CMake: pip install . from a checkout, with Debian's packages only."""
+"""Builds the Python package with CMake: pip install . from a checkout, with Debian's packages only.
+
+What `make` has built for the same kind of interpreter is packed as it is; without it a tree is built for the purpose.
+"""
 
 import os
 import re
@@ -16,7 +19,14 @@ class BuildWithCMake(build_ext):
     def build_extension(self, ext):
         # The folder that holds, or will hold, the package: the build's, or the sources' for an editable install.
         prefix = Path(self.get_ext_fullpath(ext.name)).resolve().parent.parent
-        tree = Path(self.build_temp).resolve()
+        tree = ROOT / "build"
+        if not (tree / "python" / "qn_sds" / Path(self.get_ext_filename(ext.name)).name).exists():
+            tree = Path(self.build_temp).resolve()
+            self._configure(tree)
+        self.spawn(["cmake", "--build", str(tree), "--target", "qn_python", "--parallel", self._jobs()])
+        self.spawn(["cmake", "--install", str(tree), "--component", "python", "--prefix", str(prefix)])
+
+    def _configure(self, tree):
         options = {
             "CMAKE_BUILD_TYPE": "Release",
             "Python_EXECUTABLE": sys.executable,
@@ -29,8 +39,6 @@ class BuildWithCMake(build_ext):
             "QN_WARNINGS_AS_ERRORS": "OFF",
         }
         self.spawn(["cmake", "-S", str(ROOT), "-B", str(tree), *(f"-D{k}={v}" for k, v in options.items())])
-        self.spawn(["cmake", "--build", str(tree), "--target", "qn_python", "--parallel", self._jobs()])
-        self.spawn(["cmake", "--install", str(tree), "--component", "python", "--prefix", str(prefix)])
 
     def _jobs(self):
         return str(self.parallel or os.cpu_count())

@@ -1,7 +1,11 @@
+import pathlib
+
 import numpy as np
 import pytest
 
 import qn_sds
+
+KNOT = pathlib.Path(__file__).resolve().parents[3] / "assets" / "knot.obj"
 
 CUBE_POINTS = np.array([[x, y, z] for z in (-1, 1) for y in (-1, 1) for x in (-1, 1)], np.float32)
 CUBE_COUNTS = np.full(6, 4, np.int32)
@@ -27,7 +31,7 @@ def cube():
 
 @pytest.fixture
 def knot():
-    return qn_sds.load_obj("assets/knot.obj")
+    return qn_sds.load_obj(KNOT)
 
 
 def random_rays(surface, count, seed):

@@ -6,7 +6,7 @@ import threading
 
 import numpy as np
 import pytest
-from conftest import CUBE_COUNTS, CUBE_EDGES, CUBE_INDICES, CUBE_POINTS, grid, random_fragments, random_rays
+from conftest import CUBE_COUNTS, CUBE_EDGES, CUBE_INDICES, CUBE_POINTS, KNOT, grid, random_fragments, random_rays
 
 import qn_sds
 
@@ -67,7 +67,7 @@ def test_hits_are_those_of_the_program(tmp_path, knot, level):
     np.save(tmp_path / "rays.npy", rays)
     program = os.environ.get("SDS", "build/bin/sds")
     subprocess.run(
-        [program, "intersect", "assets/knot.obj", "--rays", tmp_path / "rays.npy", "--hits", tmp_path / "hits.npy",
+        [program, "intersect", KNOT, "--rays", tmp_path / "rays.npy", "--hits", tmp_path / "hits.npy",
          "--level", str(level), "--quiet"],
         check=True,
     )
