@@ -13,7 +13,7 @@ build_preset = cmake --build --preset $(1) -j $(JOBS)
 
 .PHONY: all build render test install package abi accuracy bench docs gallery format check check-format \
         check-layering check-length \
-        tidy asan tsan scalar dependencies clean
+        tidy asan tsan scalar fuzz dependencies clean
 .DELETE_ON_ERROR:
 
 all: build
@@ -94,6 +94,12 @@ check-length: dependencies
 
 tidy: build/tidy/CMakeCache.txt
 	run-clang-tidy -quiet -p build/tidy -j $(JOBS) -extra-arg=-Wno-unknown-warning-option '$(CURDIR)/(host|sds|render|cli)/'
+
+# Seconds per fuzzer.
+T ?= 60
+fuzz: build/fuzz/CMakeCache.txt
+	$(call build_preset,fuzz)
+	scripts/fuzz $(T)
 
 asan tsan scalar: %: build/%/CMakeCache.txt
 	$(call build_preset,$@)

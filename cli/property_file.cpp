@@ -262,12 +262,6 @@ private:
     PropertySource source_;
 };
 
-Json read_json(const std::string& path) {
-    std::string text;
-    if (const std::string reason = read_file(path, text); !reason.empty()) throw InputError(path, reason);
-    return parse_json(text, path);
-}
-
 }  // namespace
 
 const char* to_name(PolyMeshProperty::Type kind) {
@@ -283,7 +277,14 @@ const char* to_name(PolyMeshProperty::Type kind) {
 }
 
 std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage) {
-    const Json json = read_json(path);
+    std::string text;
+    if (const std::string reason = read_file(path, text); !reason.empty()) throw InputError(path, reason);
+    return read_properties_text(text, path, cage);
+}
+
+std::vector<PropertySource> read_properties_text(std::string_view text, const std::string& path,
+                                                 const ControlCage& cage) {
+    const Json json = parse_json(text, path);
     if (!json.is_array())
         throw InputError(path, std::string("expected a list of properties, found ") + json.type_name());
     const std::string folder = std::filesystem::path(path).parent_path().string();

@@ -4,6 +4,7 @@
 #include "qn_poly/poly_mesh_property.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sds_cli {
@@ -39,5 +40,10 @@ const char* to_name(PolyMeshProperty::Type kind);
 /// Throws InputError: wrong counts, types, indices or keys, numbers that are not finite or beyond the type, times that
 /// do not increase. It names the property, what was expected and what was found.
 std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage);
+
+/// The same for text in memory; `path` stands for the file in messages, and its folder is where .npy files are seen
+/// from.
+std::vector<PropertySource> read_properties_text(std::string_view text, const std::string& path,
+                                                 const ControlCage& cage);
 
 }  // namespace sds_cli

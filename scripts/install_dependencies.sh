@@ -9,6 +9,7 @@ packages=(
     nlohmann-json3-dev libopenexr-dev libpng-dev
     libgtest-dev libgmock-dev libosd-dev libbenchmark-dev           # tests and benchmarks
     clang-format clang-tidy                                         # checks
+    clang libclang-rt-14-dev                                        # fuzzers
     abigail-tools groff-base                                        # checks of what is installed
     python3-dev python3-numpy pybind11-dev python3-pytest           # Python package
     python3-setuptools python3-wheel python3-pip
