@@ -1,5 +1,6 @@
 #include "cli/command_info.h"
 
+#include "cli/build_estimate.h"
 #include "cli/common_options.h"
 #include "cli/input_error.h"
 #include "cli/load_cage.h"
@@ -21,6 +22,7 @@ using Json = nlohmann::ordered_json;
 struct InfoOptions : CommonOptions {
     MotionOptions motion;
     bool json = false;
+    bool estimate = false;
 };
 
 struct PropertyFacts {
@@ -233,8 +235,43 @@ std::string to_plain_text(const LoadedSurface& loaded, const Info& info) {
     return report.text();
 }
 
+Json to_json(const BuildEstimate& estimate, const std::vector<Stage>& stages) {
+    Json json;
+    json["bytes"] = {{"total", estimate.bytes}, {"scratch", estimate.scratch}, {"peak", estimate.peak()}};
+    for (const auto& [name, bytes] : estimate.arrays) json["bytes"][name] = bytes;
+    json["stages"] = to_json(stages);
+    return json;
+}
+
+void print_estimate(const InfoOptions& options) {
+    const ReadObjResult mesh = load_cage(options.mesh, options, CageReport::everything);
+    const std::vector<UvSource> uvs = load_uvs(options, *mesh.cage);
+    const bool has_motion = !options.motion.next.empty();
+    const BuildEstimate estimate = estimate_build(*mesh.cage, uvs, has_motion, options.modes);
+    check_memory_limit(estimate, options.memory_limit);
+    const std::vector<Stage> stages = estimate_stages(*mesh.cage, options.modes);
+    if (options.json) {
+        print_text(to_json(estimate, stages).dump(2) + "\n");
+        return;
+    }
+    Report report;
+    report.line("peak bytes, about", "%zu (%s)", estimate.peak(), to_size_text(estimate.peak()).c_str());
+    report.line("bytes, about", "%zu", estimate.bytes);
+    for (const auto& [name, bytes] : estimate.arrays) report.line("  " + name, "%zu", bytes);
+    double seconds = 0.0;
+    for (const Stage& stage : stages) seconds += stage.depth == 0 ? stage.seconds : 0.0;
+    report.line("build seconds, about", "%.6f", seconds);
+    for (const Stage& stage : stages)
+        report.line(std::string(2 * stage.depth + 2, ' ') + stage.label, "%.6f", stage.seconds);
+    print_text(report.text());
+}
+
 void run_info(const InfoOptions& options) {
     try {
+        if (options.estimate) {
+            print_estimate(options);
+            return;
+        }
         const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
         if (options.statistics) print_build_rate({&loaded, 1});
         const Info info = gather(loaded);
@@ -253,6 +290,8 @@ void add_info_command(CLI::App& program, Action& action) {
     add_common_options(command, *options);
     add_motion_options(command, options->motion);
     add_property_option(command, *options);
+    command.add_flag("--estimate", options->estimate,
+                     "Build nothing: print what the build would need, seconds from a sample of the mesh");
     command.add_flag("--json", options->json, "Print JSON");
     set_action(command, action, options, run_info);
 }

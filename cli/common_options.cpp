@@ -81,6 +81,11 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
     add_choice(command, "--fractional", options.fractional, fractional_choices,
                "What becomes of creases with a sharpness below 10: sharp (the default) or drop");
     command.add_option("--threads", options.threads, "Threads to use, 0 for every core")->check(CLI::Range(0u, 1024u));
+    command
+        .add_option("--memory-limit", options.memory_limit,
+                    "Build nothing that needs more memory than this, such as 500M or 2G")
+        ->type_name("SIZE")
+        ->transform(CLI::AsSizeValue(false));
     command.add_option("--log-level", options.log_level, "0 errors, 1 warnings, 2 statistics, 3 details")
         ->check(CLI::Range(0u, 3u));
     command.add_flag("--quiet", options.quiet, "Print errors only");

@@ -21,6 +21,7 @@ struct CommonOptions {
     FractionalSharpness fractional = FractionalSharpness::harden;
     unsigned int threads = 0;  ///< 0: one per core
     unsigned int log_level = 1;
+    std::size_t memory_limit = 0;  ///< bytes that a build may need; 0: no limit
     bool quiet = false;
     bool statistics = false;
 };

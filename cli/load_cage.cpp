@@ -1,5 +1,6 @@
 #include "cli/load_cage.h"
 
+#include "cli/build_estimate.h"
 #include "cli/common_options.h"
 #include "cli/input_error.h"
 
@@ -10,6 +11,14 @@
 namespace sds_cli {
 
 namespace {
+
+[[noreturn]] void fail_counts(const std::string& path, std::size_t count, const char* what,
+                              const std::string& cage_path, std::size_t cage_count) {
+    throw InputError(path,
+                     std::to_string(count) + " " + what + " where " + cage_path + " has " + std::to_string(cage_count));
+}
+
+}  // namespace
 
 std::vector<UvSource> load_uvs(const CommonOptions& common, const ControlCage& cage) {
     std::vector<UvSource> maps;
@@ -22,14 +31,6 @@ std::vector<UvSource> load_uvs(const CommonOptions& common, const ControlCage& c
     }
     return maps;
 }
-
-[[noreturn]] void fail_counts(const std::string& path, std::size_t count, const char* what,
-                              const std::string& cage_path, std::size_t cage_count) {
-    throw InputError(path,
-                     std::to_string(count) + " " + what + " where " + cage_path + " has " + std::to_string(cage_count));
-}
-
-}  // namespace
 
 ReadObjResult load_cage(const std::string& path, const CommonOptions& common, CageReport report) {
     ReadObjResult read = read_obj(path, {.fractional = common.fractional});
@@ -68,6 +69,10 @@ LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& mot
     const std::vector<UvSource> uvs = load_uvs(common, loaded.cage());
     loaded.motion = load_motion(motion, common, loaded.cage());
     if (!common.property_file.empty()) loaded.properties = read_properties(common.property_file, loaded.cage());
+    if (common.memory_limit != 0) {
+        const bool has_motion = !loaded.motion.vectors.empty();
+        check_memory_limit(estimate_build(loaded.cage(), uvs, has_motion, common.modes), common.memory_limit);
+    }
     loaded.surface = std::make_unique<Surface>(loaded.cage(), uvs, loaded.motion.vectors, common.modes, progress);
     install_time_samples(*loaded.surface, loaded.motion, common, loaded.cage().vertex_count());
     return loaded;

@@ -23,6 +23,9 @@ ReadObjResult load_cage(const std::string& path, const CommonOptions& common, Ca
 void check_same_topology(const ControlCage& cage, const std::string& cage_path, const ReadObjResult& other,
                          const std::string& path);
 
+/// The further UV maps that the options name, on the polygons of `cage`. Throws InputError.
+std::vector<UvSource> load_uvs(const CommonOptions& common, const ControlCage& cage);
+
 /// A surface with what was read for it.
 struct LoadedSurface {
     ReadObjResult mesh;
@@ -34,7 +37,8 @@ struct LoadedSurface {
 };
 
 /// Reads the mesh, its further UV maps, its motion and its properties, checks everything, then builds. Throws
-/// InputError and UsageError. `progress` may be null.
+/// InputError and UsageError, and std::runtime_error when the build would pass the memory limit. `progress` may be
+/// null.
 LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& motion, AppProgressBar* progress);
 
 /// Prints quads, seconds and rate of the surfaces together to the standard error stream.

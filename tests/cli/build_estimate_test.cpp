@@ -1,0 +1,87 @@
+#include "cli/build_estimate.h"
+
+#include <gmock/gmock.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "cli/read_obj.h"
+#include "sds_process.h"
+
+namespace sds_cli {
+namespace {
+
+using Json = nlohmann::json;
+
+// n x n vertices of a sheet; every `step`th quad is cut into two triangles.
+std::string sheet(unsigned int n, unsigned int step) {
+    std::string text;
+    for (unsigned int i = 0; i < n * n; ++i)
+        text += "v " + std::to_string(i % n) + " " + std::to_string(i / n) + " " + std::to_string(i % 3) + "\n";
+    for (unsigned int i = 0; i + n < n * n; ++i) {
+        if (i % n == n - 1) continue;
+        const auto at = [&](unsigned int v) { return " " + std::to_string(v + 1); };
+        if (step != 0 && i % step == 0)
+            text += "f" + at(i) + at(i + 1) + at(i + n + 1) + "\nf" + at(i) + at(i + n + 1) + at(i + n) + "\n";
+        else
+            text += "f" + at(i) + at(i + 1) + at(i + n + 1) + at(i + n) + "\n";
+    }
+    return text;
+}
+
+// What is predicted against what the built surface then holds: sizes that follow from counts to the byte, tangents
+// nearly so.
+TEST(BuildEstimate, PredictsTheArraysOfTheSurface) {
+    for (const std::string& text : {std::string(cube_obj), std::string(sheet_obj), sheet(40, 0), sheet(40, 7)})
+        for (const auto mode :
+             {SdsMeshGeometry::InterpolationMode::corners_fixed, SdsMeshGeometry::InterpolationMode::all_fixed}) {
+            const ControlCage cage = read_obj_text(text, "cage.obj").cage.value();
+            const SurfaceModes modes{.positions = mode};
+            const BuildEstimate estimate = estimate_build(cage, {}, false, modes);
+            const Surface surface(cage, {}, {}, modes, nullptr);
+            std::map<std::string, std::size_t> predicted(estimate.arrays.begin(), estimate.arrays.end());
+            std::size_t total = 0;
+            for (const auto& [name, bytes] : array_sizes(surface)) {
+                total += bytes;
+                const double found = static_cast<double>(bytes), expected = static_cast<double>(predicted[name]);
+                if (name == "tangents")
+                    EXPECT_NEAR(expected, found, 0.05 * found) << name;
+                else if (name.starts_with("uv map"))
+                    EXPECT_LE(found, expected) << name;
+                else
+                    EXPECT_EQ(found, expected) << name;
+            }
+            EXPECT_NEAR(static_cast<double>(estimate.bytes), static_cast<double>(total),
+                        0.2 * static_cast<double>(total));
+        }
+}
+
+TEST(BuildEstimate, StagesAreThoseOfABuild) {
+    const ControlCage cage = read_obj_text(sheet(60, 0), "cage.obj").cage.value();
+    const Surface surface(cage, {}, {}, {}, nullptr);
+    const std::vector<Stage> stages = estimate_stages(cage, {});
+    ASSERT_EQ(stages.size(), surface.stages().size());
+    for (std::size_t i = 0; i < stages.size(); ++i) EXPECT_EQ(stages[i].label, surface.stages()[i].label);
+}
+
+TEST(BuildEstimate, LimitStopsEveryBuildingCommand) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("sheet.obj", sheet(40, 7)), out = folder.path("out.npy");
+    const SdsRun estimated = run_sds(folder, {"info", mesh, "--estimate", "--json"});
+    EXPECT_SUCCESS(estimated);
+    const auto peak = Json::parse(estimated.out)["bytes"]["peak"].get<std::size_t>();
+    const auto exported = [&](const std::string& limit) {
+        return run_sds(folder, {"export", mesh, "--patches", out, "--quiet", "--memory-limit", limit});
+    };
+    const SdsRun refused = exported(std::to_string(peak - 1));
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_THAT(refused.err, testing::HasSubstr("nothing was built"));
+    EXPECT_FALSE(std::filesystem::exists(out));
+    EXPECT_EQ(run_sds(folder, {"info", mesh, "--memory-limit", "1K"}).code, 1);
+    EXPECT_EQ(run_sds(folder, {"info", mesh, "--memory-limit", "much"}).code, 2);
+    EXPECT_SUCCESS(exported(std::to_string(peak)));
+    EXPECT_SUCCESS(exported("1G"));
+}
+
+}  // namespace
+}  // namespace sds_cli
