@@ -11,6 +11,10 @@ namespace sds {
 // Rays that the multi-ray loop carries at once; longer ranges go through in batches.
 inline constexpr unsigned int max_ray_batch = 16;
 
+// Splits after which the nodes that are left are taken as leaves. Rays at a surface need some hundreds; one within a
+// patch that has collapsed to a line or point would visit every node of the finest level.
+inline constexpr unsigned int max_splits = 1u << 17;
+
 // What a call keeps in the thread's scratch.
 struct IntersectionScratch {
     NodePool pool;
@@ -22,6 +26,7 @@ struct IntersectionScratch {
 template <bool PruneByFar, class Split, class Far, class Leaf>
 void traverse_ray(NodePool& pool, const RayState& ray, const Split& split, Far&& far, Leaf&& leaf) {
     unsigned int index = 0;
+    unsigned int splits_left = max_splits;
     float entry = ray.entry_bound;
     do {
         for (;;) {
@@ -30,12 +35,13 @@ void traverse_ray(NodePool& pool, const RayState& ray, const Split& split, Far&&
                 pool.release(index);
                 break;
             }
-            if (!split(pool, node)) {
+            if (splits_left == 0 || !split(pool, node)) {
                 const bool stop = leaf(node);
                 pool.release(index);
                 if (stop) return;
                 break;
             }
+            --splits_left;
             unsigned int first = node.children[0];
             unsigned int second = node.children[1];
             pool.release(index);
@@ -91,6 +97,7 @@ void traverse_rays(NodePool& pool, const RayState* rays, unsigned int count, con
         return true;
     };
     unsigned int index = 0;
+    unsigned int splits_left = max_splits;
     float entry = -std::numeric_limits<float>::max();
     do {
         for (;;) {
@@ -99,12 +106,13 @@ void traverse_rays(NodePool& pool, const RayState* rays, unsigned int count, con
                 pool.release(index);
                 break;
             }
-            if (!split(pool, node)) {
+            if (splits_left == 0 || !split(pool, node)) {
                 const bool stop = leaf(node);
                 pool.release(index);
                 if (stop) return;
                 break;
             }
+            --splits_left;
             unsigned int first = node.children[0];
             unsigned int second = node.children[1];
             pool.release(index);

@@ -1,0 +1,98 @@
+// Prints what rays without a sensible answer cost, in plain rays: Markdown, the least of several interleaved runs.
+//
+//     degenerate_rays [RAYS]
+//
+// RAYS per run, 20,000 by default. Exit status 1 when any kind costs more than 2.5 plain rays.
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "render/scene.h"
+#include "support/ray_oracle.h"
+
+using namespace sds_test;
+
+namespace {
+
+constexpr double most_allowed = 2.5;
+constexpr unsigned int run_count = 9;
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+struct Kind {
+    const char* name;
+    void (*spoil)(GeometryRay& ray);
+};
+
+const Kind kinds[] = {
+    {"plain", [](GeometryRay&) {}},
+    {"NaN origin", [](GeometryRay& r) { r.origin[1] = nan; }},
+    {"NaN direction", [](GeometryRay& r) { r.direction[2] = nan; }},
+    {"infinite origin", [](GeometryRay& r) { r.origin[0] = std::numeric_limits<double>::infinity(); }},
+    {"zero direction",
+     [](GeometryRay& r) {
+         r.direction = {0, 0, 0};
+     }},
+    {"denormal direction", [](GeometryRay& r) { r.direction = r.direction * 1e-310; }},
+    {"NaN tnear", [](GeometryRay& r) { r.tnear = nan; }},
+    {"tnear above tfar", [](GeometryRay& r) { r.tnear = 10, r.tfar = 0.1; }},
+    {"negative tnear", [](GeometryRay& r) { r.tnear = -10; }},
+};
+
+std::vector<GeometryRay> make_rays(const RayOracle& oracle, unsigned int count) {
+    std::mt19937 random(1);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    std::vector<GeometryRay> rays(count);
+    for (GeometryRay& ray : rays) {
+        const auto patch =
+            std::min(oracle.patch_count() - 1, static_cast<unsigned int>(unit(random) * oracle.patch_count()));
+        const Vec3d target = oracle.limit_point(patch, unit(random), unit(random));
+        ray.direction = Vec3d(unit(random) - 0.5, unit(random) - 0.5, unit(random) - 0.5);
+        ray.origin = target - ray.direction * (oracle.diagonal() / ray.direction.length());
+    }
+    return rays;
+}
+
+double seconds_of(const sds_render::Scene& scene, std::vector<GeometryRay> rays) {
+    sds_render::RenderThread thread(scene.get_shader_ctx());
+    const auto begin = std::chrono::steady_clock::now();
+    for (GeometryRay& ray : rays) scene.intersect(ray, thread);
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const auto count = static_cast<unsigned int>(argc > 1 ? std::max(1, std::atoi(argv[1])) : 20000);
+    bool is_within = true;
+    std::printf("| rays | level 0 | level 3 |\n|---|--:|--:|\n");
+    double ratios[2][std::size(kinds)];
+    for (const unsigned int column : {0u, 1u}) {
+        BuiltSurface::Options options;
+        options.level = 3 * column;
+        const BuiltSurface surface(zoo_mesh("torus"), options);
+        const RayOracle oracle(surface.geometry, column == 0 ? RayOracle::limit_surface : options.level);
+        sds_render::Scene scene;
+        scene.add(surface.mesh);
+        scene.commit();
+        const std::vector<GeometryRay> plain = make_rays(oracle, count);
+        double least[std::size(kinds)];
+        std::fill(std::begin(least), std::end(least), HUGE_VAL);
+        for (unsigned int run = 0; run < run_count; ++run)
+            for (size_t k = 0; k < std::size(kinds); ++k) {
+                std::vector<GeometryRay> rays = plain;
+                for (GeometryRay& ray : rays) kinds[k].spoil(ray);
+                least[k] = std::min(least[k], seconds_of(scene, std::move(rays)));
+            }
+        for (size_t k = 0; k < std::size(kinds); ++k) ratios[column][k] = least[k] / least[0];
+    }
+    for (size_t k = 0; k < std::size(kinds); ++k) {
+        std::printf("| %s | %.3f | %.3f |\n", kinds[k].name, ratios[0][k], ratios[1][k]);
+        is_within &= ratios[0][k] <= most_allowed && ratios[1][k] <= most_allowed;
+    }
+    return is_within ? 0 : 1;
+}
