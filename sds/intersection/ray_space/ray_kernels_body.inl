@@ -5,22 +5,28 @@ namespace {
 
 using QN_SIMD_NAMESPACE::SimdFloat8;
 
-// A sub-patch: rows of (p | q) lanes. Lanes run along a, rows along b; each split halves a and stores the halves
-// transposed.
-struct PlaneNode {
-    SimdFloat8 rows[4];
+// Where a sub-patch lies in its patch. Its rows of lanes run along a, the rows follow each other along b; each split
+// halves a and stores the halves transposed, so that a and b change places. `a` and `b` count cells of their own size:
+// depth / 2 halvings along a, (depth + 1) / 2 along b.
+struct Path {
+    unsigned int a, b, depth;
+};
+
+// A path's place in patch coordinates.
+struct Range {
     float a_min, b_min, a_max, b_max;
-    unsigned int depth;
     bool swapped;  // a is v
 };
 
 constexpr unsigned int stack_capacity = 64;
+// Cells of 2^-24 are the finest that single-precision patch coordinates tell apart.
+constexpr unsigned int max_cell_depth = 48;
 
 // A patch seen exactly edge-on meets the ray along a curve and would be split without end. A ray that grazes a fold
 // needs some thousand splits: within rounding of the fold every sub-patch holds the origin.
 constexpr unsigned int max_splits = 16384;
-// Sub-patches of this size are taken as points on the limit surface.
-constexpr float point_size = 1.0f / 262144.0f;
+// Sub-patches halved this often, to 2^-18 either way, are taken as points on the limit surface.
+constexpr unsigned int point_depth = 36;
 constexpr unsigned int max_newton_steps = 8;
 // A root this far outside its sub-patch, in the sub-patch's own coordinates, still counts as inside.
 constexpr float root_slack = 1e-6f;
@@ -44,12 +50,20 @@ inline void transform_to_plane(const float (*controls)[16], const RaySpace& ray,
     }
 }
 
-// Both groups of lanes have one at or below zero and one at or above it. NaN fails.
-inline bool holds_origin(const SimdFloat8* r) {
+// Which of two sub-patches hold the origin, in bits 0 and 1: both groups of lanes have one at or below zero and one at
+// or above it. NaN fails.
+inline unsigned int find_origin(const SimdFloat8* r, const SimdFloat8* s) {
     const SimdFloat8 zero(0.0f);
-    const int below = less_equal_mask(min(min(r[0], r[1]), min(r[2], r[3])), zero);
-    const int above = less_equal_mask(zero, max(max(r[0], r[1]), max(r[2], r[3])));
-    return (below & 15) != 0 && (below & 240) != 0 && (above & 15) != 0 && (above & 240) != 0;
+    unsigned int lanes =
+        static_cast<unsigned int>(less_equal_mask(min(min(r[0], r[1]), min(r[2], r[3])), zero)) |
+        static_cast<unsigned int>(less_equal_mask(zero, max(max(r[0], r[1]), max(r[2], r[3])))) << 8 |
+        static_cast<unsigned int>(less_equal_mask(min(min(s[0], s[1]), min(s[2], s[3])), zero)) << 16 |
+        static_cast<unsigned int>(less_equal_mask(zero, max(max(s[0], s[1]), max(s[2], s[3])))) << 24;
+    // Any lane of each group of four.
+    lanes |= lanes >> 1;
+    lanes |= lanes >> 2;
+    lanes &= 0x11111111u;
+    return ((lanes & 0xffffu) == 0x1111u ? 1u : 0u) | (lanes >> 16 == 0x1111u ? 2u : 0u);
 }
 
 // De Casteljau at one half along the lanes, halves stored transposed. Symmetric: a reversed edge halves to the same
@@ -67,54 +81,52 @@ inline void halve(SimdFloat8 p0, SimdFloat8 p1, SimdFloat8 p2, SimdFloat8 p3, Si
     second[0] = mid, second[1] = b, second[2] = m23, second[3] = p3;
 }
 
-template <class Node>
-inline void halve_range(const Node& node, Node& first, Node& second) {
-    const float half = (node.a_min + node.a_max) * 0.5f;
-    const float a_min = node.a_min, b_min = node.b_min, a_max = node.a_max, b_max = node.b_max;
-    const unsigned int depth = node.depth + 1;
-    const bool swapped = !node.swapped;
-    first.a_min = second.a_min = b_min;
-    first.a_max = second.a_max = b_max;
-    first.b_min = a_min;
-    first.b_max = second.b_min = half;
-    second.b_max = a_max;
-    first.depth = second.depth = depth;
-    first.swapped = second.swapped = swapped;
+// The path of a node's first half; the second's has b one greater.
+inline Path get_first_half(const Path& path) { return {path.b, 2 * path.a, path.depth + 1}; }
+
+inline Range get_range(const Path& path) {
+    const float a_size = 1.0f / static_cast<float>(1u << path.depth / 2);
+    const float b_size = 1.0f / static_cast<float>(1u << (path.depth + 1) / 2);
+    const auto a = static_cast<float>(path.a), b = static_cast<float>(path.b);
+    return {a * a_size, b * b_size, (a + 1.0f) * a_size, (b + 1.0f) * b_size, (path.depth & 1) != 0};
 }
 
-// Distances along the ray of the patch at a place.
+inline void set_weights(float t, float* w) {
+    const float s = 1.0f - t;
+    w[0] = s * s * s;
+    w[1] = 3.0f * t * s * s;
+    w[2] = 3.0f * t * t * s;
+    w[3] = t * t * t;
+}
+
+// Distances along the ray of the whole patch; made where a hit is found.
 class DepthPatch {
 public:
-    DepthPatch(const float (*controls)[16], const RaySpace& ray) : m_controls(controls), m_ray(ray) {}
+    DepthPatch(const float (*controls)[16], const RaySpace& ray) {
+        for (unsigned int h = 0; h < 16; h += 8) {
+            SimdFloat8 t(0.0f);
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                const float* c = controls[axis] + h;
+                t = t + (SimdFloat8(c, c + 4) - SimdFloat8(ray.origin[axis])) * SimdFloat8(ray.along[axis]);
+            }
+            t.store(m_depths + h);
+        }
+    }
 
     float evaluate(float u, float v) const {
         float wu[4], wv[4];
         set_weights(u, wu);
         set_weights(v, wv);
         float t = 0.0f;
-        for (unsigned int axis = 0; axis < 3; ++axis) {
-            const float* c = m_controls[axis];
-            float sum = 0.0f;
-            for (unsigned int r = 0; r < 4; ++r)
-                sum +=
-                    wv[r] * (wu[0] * (c[4 * r] - m_ray.origin[axis]) + wu[1] * (c[4 * r + 1] - m_ray.origin[axis]) +
-                             wu[2] * (c[4 * r + 2] - m_ray.origin[axis]) + wu[3] * (c[4 * r + 3] - m_ray.origin[axis]));
-            t += sum * m_ray.along[axis];
+        for (unsigned int r = 0; r < 4; ++r) {
+            const float* d = m_depths + 4 * r;
+            t += wv[r] * (wu[0] * d[0] + wu[1] * d[1] + wu[2] * d[2] + wu[3] * d[3]);
         }
         return t;
     }
 
-    static void set_weights(float t, float* w) {
-        const float s = 1.0f - t;
-        w[0] = s * s * s;
-        w[1] = 3.0f * t * s * s;
-        w[2] = 3.0f * t * t * s;
-        w[3] = t * t * t;
-    }
-
 private:
-    const float (*m_controls)[16];
-    const RaySpace& m_ray;
+    float m_depths[16];
 };
 
 inline void add_hit(RayHits& hits, float t, float u, float v, float cell, bool facing) {
@@ -181,81 +193,93 @@ inline float blend_range(double w, float low, float high) {
 }
 
 // Reports the hits of one ray with a flat cell whose corners are (p, q) and whose distances come from the patch.
-template <class Node>
-inline void intersect_cell(const FlatCell& cell, const Node& node, const DepthPatch& depths, RayHits& hits) {
+inline void intersect_cell(const FlatCell& cell, const Path& path, const float (*controls)[16], const RaySpace& ray,
+                           RayHits& hits) {
     cell.intersect([&](double b1, double b2, bool upper, double det) {
+        const Range range = get_range(path);
+        const DepthPatch depths(controls, ray);
         double a = 0.0, b = 0.0;
         cell_place(b1, b2, upper, a, b);
-        const float fa = blend_range(a, node.a_min, node.a_max);
-        const float fb = blend_range(b, node.b_min, node.b_max);
+        const float fa = blend_range(a, range.a_min, range.a_max);
+        const float fb = blend_range(b, range.b_min, range.b_max);
         // Distances of the triangle's corners: c0, then second and third.
         const auto depth_at = [&](bool high_a, bool high_b) {
-            const float ca = high_a ? node.a_max : node.a_min;
-            const float cb = high_b ? node.b_max : node.b_min;
-            return static_cast<double>(node.swapped ? depths.evaluate(cb, ca) : depths.evaluate(ca, cb));
+            const float ca = high_a ? range.a_max : range.a_min;
+            const float cb = high_b ? range.b_max : range.b_min;
+            return static_cast<double>(range.swapped ? depths.evaluate(cb, ca) : depths.evaluate(ca, cb));
         };
         const double t0 = depth_at(false, false);
         const double t1 = upper ? depth_at(true, true) : depth_at(true, false);
         const double t2 = upper ? depth_at(false, true) : depth_at(true, true);
         const double t = (1.0 - b1 - b2) * t0 + b1 * t1 + b2 * t2;
-        const bool facing = (det <= 0.0) != node.swapped;
-        add_hit(hits, static_cast<float>(t), node.swapped ? fb : fa, node.swapped ? fa : fb, node.a_max - node.a_min,
-                facing);
+        const bool facing = (det <= 0.0) != range.swapped;
+        add_hit(hits, static_cast<float>(t), range.swapped ? fb : fa, range.swapped ? fa : fb,
+                range.a_max - range.a_min, facing);
     });
 }
 
-// Goes through the nodes that hold the origin. leaf(node) returns true when the node is done with.
+// A sub-patch that waits for its turn.
+struct StackedPlane {
+    SimdFloat8 rows[4];
+    Path path;
+};
+
+// Goes through the sub-patches that hold the origin. leaf(rows, path, room) returns true when the sub-patch is done
+// with. Rows and path live in registers from split to split: only the second of two halves goes through memory.
 template <class Leaf>
 inline void traverse_plane(const float (*controls)[16], const RaySpace& ray, Leaf&& leaf) {
-    PlaneNode stack[stack_capacity];
+    StackedPlane stack[stack_capacity];
     unsigned int stack_count = 0;
-    PlaneNode node;
-    transform_to_plane(controls, ray, node.rows);
-    if (!holds_origin(node.rows)) return;
-    node.a_min = node.b_min = 0.0f;
-    node.a_max = node.b_max = 1.0f;
-    node.depth = 0;
-    node.swapped = false;
+    SimdFloat8 rows[4];
+    transform_to_plane(controls, ray, rows);
+    if (find_origin(rows, rows) == 0) return;
+    Path path{0, 0, 0};
     unsigned int splits_left = max_splits;
     for (;;) {
         const bool room = stack_count < stack_capacity && splits_left != 0;
-        if (!leaf(node, room)) {
+        if (!leaf(rows, path, room)) {
             --splits_left;
-            PlaneNode first, second;
-            halve(node.rows[0], node.rows[1], node.rows[2], node.rows[3], first.rows, second.rows);
-            halve_range(node, first, second);
-            const bool in_first = holds_origin(first.rows);
-            const bool in_second = holds_origin(second.rows);
-            if (in_first) {
-                if (in_second) stack[stack_count++] = second;
-                node = first;
+            SimdFloat8 first[4], second[4];
+            halve(rows[0], rows[1], rows[2], rows[3], first, second);
+            const unsigned int found = find_origin(first, second);
+            path = get_first_half(path);
+            if ((found & 1) != 0) {
+                if ((found & 2) != 0) {
+                    StackedPlane& top = stack[stack_count++];
+                    for (unsigned int r = 0; r < 4; ++r) top.rows[r] = second[r];
+                    top.path = {path.a, path.b + 1, path.depth};
+                }
+                for (unsigned int r = 0; r < 4; ++r) rows[r] = first[r];
                 continue;
             }
-            if (in_second) {
-                node = second;
+            if (found != 0) {
+                for (unsigned int r = 0; r < 4; ++r) rows[r] = second[r];
+                ++path.b;
                 continue;
             }
         }
         if (stack_count == 0) return;
-        node = stack[--stack_count];
+        const StackedPlane& top = stack[--stack_count];
+        for (unsigned int r = 0; r < 4; ++r) rows[r] = top.rows[r];
+        path = top.path;
     }
 }
 
 void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int max_depth, RayHits& hits) {
-    const DepthPatch depths(controls, ray);
-    traverse_plane(controls, ray, [&](const PlaneNode& node, bool room) {
-        if (node.depth < max_depth) {
+    max_depth = max_depth < max_cell_depth ? max_depth : max_cell_depth;
+    traverse_plane(controls, ray, [&](const SimdFloat8* rows, const Path& path, bool room) {
+        if (path.depth < max_depth) {
             if (room) return false;
             ++hits.overflow_count;
         }
         float top[8], bottom[8];
-        node.rows[0].store(top);
-        node.rows[3].store(bottom);
+        rows[0].store(top);
+        rows[3].store(bottom);
         const FlatCell cell{{static_cast<double>(top[0]), static_cast<double>(top[3]), static_cast<double>(bottom[3]),
                              static_cast<double>(bottom[0])},
                             {static_cast<double>(top[4]), static_cast<double>(top[7]), static_cast<double>(bottom[7]),
                              static_cast<double>(bottom[4])}};
-        intersect_cell(cell, node, depths, hits);
+        intersect_cell(cell, path, controls, ray, hits);
         return true;
     });
 }
@@ -266,14 +290,13 @@ struct PlaneJet {
     float p, q, p_s, q_s, p_t, q_t;
 };
 
-inline PlaneJet evaluate_plane(const PlaneNode& node, float s, float t) {
+inline PlaneJet evaluate_plane(const SimdFloat8* r, float s, float t) {
     float ws[4], wt[4];
-    DepthPatch::set_weights(s, ws);
-    DepthPatch::set_weights(t, wt);
+    set_weights(s, ws);
+    set_weights(t, wt);
     const float s1 = 1.0f - s, t1 = 1.0f - t;
     const float slope_s[4] = {3.0f * s1 * s1, 6.0f * s * s1, 3.0f * s * s, 0.0f};
     const float slope_t[3] = {3.0f * t1 * t1, 6.0f * t * t1, 3.0f * t * t};
-    const SimdFloat8* r = node.rows;
     const SimdFloat8 curve =
         (r[0] * SimdFloat8(wt[0]) + r[1] * SimdFloat8(wt[1])) + (r[2] * SimdFloat8(wt[2]) + r[3] * SimdFloat8(wt[3]));
     const SimdFloat8 slope = (r[1] - r[0]) * SimdFloat8(slope_t[0]) + (r[2] - r[1]) * SimdFloat8(slope_t[1]) +
@@ -289,8 +312,7 @@ inline PlaneJet evaluate_plane(const PlaneNode& node, float s, float t) {
 // True when the map of the node's square to the plane is one to one: every Jacobian whose columns lie in the hulls of
 // the two difference nets is regular, since the interval of its determinant leaves 0 out (the mean value theorem takes
 // the difference of two images through such a matrix). At most one root is in the node then.
-inline bool is_injective(const PlaneNode& node) {
-    const SimdFloat8* r = node.rows;
+inline bool is_injective(const SimdFloat8* r) {
     const SimdFloat8 d0 = r[1] - r[0], d1 = r[2] - r[1], d2 = r[3] - r[2];
     const SimdFloat8 e0 = next_lanes(r[0]) - first_lanes(r[0]), e1 = next_lanes(r[1]) - first_lanes(r[1]);
     const SimdFloat8 e2 = next_lanes(r[2]) - first_lanes(r[2]), e3 = next_lanes(r[3]) - first_lanes(r[3]);
@@ -308,10 +330,10 @@ inline bool is_injective(const PlaneNode& node) {
 }
 
 // The place of the node's root by Newton's iteration from its centre; false when it does not converge inside the node.
-inline bool find_root(const PlaneNode& node, float& s, float& t, float& det) {
+inline bool find_root(const SimdFloat8* rows, float& s, float& t, float& det) {
     s = t = 0.5f;
     for (unsigned int i = 0; i < max_newton_steps; ++i) {
-        const PlaneJet jet = evaluate_plane(node, s, t);
+        const PlaneJet jet = evaluate_plane(rows, s, t);
         det = jet.p_s * jet.q_t - jet.p_t * jet.q_s;
         if (det == 0.0f) return false;
         const float inverse = 1.0f / det;
@@ -328,28 +350,27 @@ inline bool find_root(const PlaneNode& node, float& s, float& t, float& det) {
 }
 
 void adaptive(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
-    const DepthPatch depths(controls, ray);
-    traverse_plane(controls, ray, [&](const PlaneNode& node, bool room) {
+    traverse_plane(controls, ray, [&](const SimdFloat8* rows, const Path& path, bool room) {
         float s = 0.5f, t = 0.5f, det = 0.0f;
-        const bool is_point = node.a_max - node.a_min <= point_size && node.b_max - node.b_min <= point_size;
-        if (!is_point) {
+        if (path.depth < point_depth) {
             if (room) {
-                if (!is_injective(node) || !find_root(node, s, t, det)) return false;
+                if (!is_injective(rows) || !find_root(rows, s, t, det)) return false;
             } else {
                 // Out of splits: a root that is found anyway, unproven to be the only one, or none.
                 ++hits.overflow_count;
-                if (!find_root(node, s, t, det)) return true;
+                if (!find_root(rows, s, t, det)) return true;
             }
         }
         if (det == 0.0f) {
-            const PlaneJet jet = evaluate_plane(node, s, t);
+            const PlaneJet jet = evaluate_plane(rows, s, t);
             det = jet.p_s * jet.q_t - jet.p_t * jet.q_s;
         }
-        const float a = clamp_unit(node.a_min + (node.a_max - node.a_min) * s);
-        const float b = clamp_unit(node.b_min + (node.b_max - node.b_min) * t);
-        const float u = node.swapped ? b : a;
-        const float v = node.swapped ? a : b;
-        add_hit(hits, depths.evaluate(u, v), u, v, 0.0f, (det <= 0.0f) != node.swapped);
+        const Range range = get_range(path);
+        const float a = clamp_unit(range.a_min + (range.a_max - range.a_min) * s);
+        const float b = clamp_unit(range.b_min + (range.b_max - range.b_min) * t);
+        const float u = range.swapped ? b : a;
+        const float v = range.swapped ? a : b;
+        add_hit(hits, DepthPatch(controls, ray).evaluate(u, v), u, v, 0.0f, (det <= 0.0f) != range.swapped);
         return true;
     });
 }
@@ -358,9 +379,7 @@ void adaptive(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
 struct SpaceNode {
     SimdFloat8 xy[4];
     SimdFloat8 zz[4];
-    float a_min, b_min, a_max, b_max;
-    unsigned int depth;
-    bool swapped;
+    Path path;
     int mask;  // rays that enter its box
 };
 
@@ -428,6 +447,7 @@ inline void project_corner(const float* point, const RaySpace& ray, double& p, d
 }
 
 void estimate_packet(const float (*controls)[16], const RayPacket& rays, unsigned int max_depth, RayHits* hits) {
+    max_depth = max_depth < max_cell_depth ? max_depth : max_cell_depth;
     SpaceNode stack[stack_capacity];
     unsigned int stack_count = 0;
     SpaceNode node;
@@ -435,20 +455,18 @@ void estimate_packet(const float (*controls)[16], const RayPacket& rays, unsigne
         node.xy[r] = SimdFloat8(controls[0] + 4 * r, controls[1] + 4 * r);
         node.zz[r] = SimdFloat8(controls[2] + 4 * r, controls[2] + 4 * r);
     }
-    node.a_min = node.b_min = 0.0f;
-    node.a_max = node.b_max = 1.0f;
-    node.depth = 0;
-    node.swapped = false;
+    node.path = {0, 0, 0};
     const NodeBox root_box(node);
     const SlabRays slabs(rays, root_box);
     node.mask = slabs.enter(root_box, (1 << RayPacket::size) - 1);
     if (node.mask == 0) return;
     for (;;) {
-        if (node.depth < max_depth && stack_count < stack_capacity) {
+        if (node.path.depth < max_depth && stack_count < stack_capacity) {
             SpaceNode first, second;
             halve(node.xy[0], node.xy[1], node.xy[2], node.xy[3], first.xy, second.xy);
             halve(node.zz[0], node.zz[1], node.zz[2], node.zz[3], first.zz, second.zz);
-            halve_range(node, first, second);
+            first.path = get_first_half(node.path);
+            second.path = {first.path.a, first.path.b + 1, first.path.depth};
             first.mask = slabs.enter(NodeBox(first), node.mask);
             second.mask = slabs.enter(NodeBox(second), node.mask);
             if (first.mask != 0) {
@@ -472,10 +490,10 @@ void estimate_packet(const float (*controls)[16], const RayPacket& rays, unsigne
                                          {bottom[0], bottom[4], bottom_z[0]}};
             for (unsigned int i = 0; i < RayPacket::size; ++i) {
                 if (((node.mask >> i) & 1) == 0) continue;
-                if (node.depth < max_depth) ++hits[i].overflow_count;
+                if (node.path.depth < max_depth) ++hits[i].overflow_count;
                 FlatCell cell;
                 for (unsigned int k = 0; k < 4; ++k) project_corner(corners[k], *rays.spaces[i], cell.p[k], cell.q[k]);
-                intersect_cell(cell, node, DepthPatch(controls, *rays.spaces[i]), hits[i]);
+                intersect_cell(cell, node.path, controls, *rays.spaces[i], hits[i]);
             }
         }
         if (stack_count == 0) return;
