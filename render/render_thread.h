@@ -9,6 +9,12 @@
 
 namespace sds_render {
 
+// A hit that a ray had before it was offered a primitive, and how far it went then.
+struct KeptHit {
+    GeometryHit hit;
+    double tfar = 0.0;
+};
+
 // Used by one thread at a time. Nothing is allocated after construction but the traversal scratch, which grows once.
 class alignas(64) RenderThread {
 public:
@@ -25,8 +31,8 @@ public:
     const CtxEval& get_eval() const { return m_eval; }
     // One path per ray of a packet.
     GeometryIntersectionMap& get_map() { return m_map; }
-    // Room for packet_size rays: the active ones of a packet, moved together.
-    GeometryRay* get_rays() { return m_rays; }
+    // Room for the hits of a packet's rays while they are offered a primitive.
+    KeptHit* get_kept_hits() { return m_kept_hits; }
 
     // Rays traced, and those that hit something.
     std::uint64_t ray_count = 0;
@@ -36,7 +42,7 @@ private:
     CtxThread m_thread;
     CtxEval m_eval;
     GeometryIntersectionMap m_map;
-    GeometryRay m_rays[packet_size];
+    KeptHit m_kept_hits[packet_size];
 };
 
 }  // namespace sds_render

@@ -25,8 +25,13 @@ void for_each_primitive(unsigned int count, Body&& body) {
     });
 }
 
-float round_up(double x) { return std::nextafter(static_cast<float>(x), infinity); }
-float round_down(double x) { return std::nextafter(static_cast<float>(x), -infinity); }
+// A float above x, by two ulp at most. x is not -infinity.
+float round_up(double x) {
+    const auto nearest = static_cast<float>(x);
+    constexpr float smallest = std::numeric_limits<float>::min();
+    return nearest + (std::fabs(nearest) * std::numeric_limits<float>::epsilon() + smallest);
+}
+float round_down(double x) { return -round_up(-x); }
 
 // Even steps that meet every time when the times are evenly spaced, and about two steps a time otherwise.
 unsigned int choose_step_count(const std::vector<double>& times) {
@@ -154,6 +159,7 @@ UnitSpace::UnitSpace(const Bbox3& box) {
     // A scene that is one point still gets a sphere that double precision can tell from the point.
     const double smallest = std::max(1e-12 * m_center.length(), 1e-60);
     m_radius = std::max(0.5 * box.get_diagonal(), smallest);
+    m_inverse_radius = 1.0 / m_radius;
 }
 
 // Where a narrowed ray (SceneRay) is taken to be, in units of e = 2^-24 an axis:
@@ -189,18 +195,19 @@ bool SceneRay::init(const UnitSpace& space, const Vec3& ray_origin, const Vec3& 
     if (!(speed > 0.0) || !std::isfinite(speed) || !ray_origin.is_finite()) return false;
     // A little more than the sphere, so that no rounding below can cut off a hit.
     constexpr double reach = 1.01;
-    const Vec3 axis = ray_direction * (1.0 / speed);
+    const double inverse_speed = 1.0 / speed;
+    const Vec3 axis = ray_direction * inverse_speed;
     const Vec3 to_center = space.get_center() - ray_origin;
     const double nearest = to_center.dot(axis);
     const Vec3 miss = to_center - axis * nearest;
     const double radius = reach * space.get_radius();
-    if (!(miss.length() <= radius)) return false;
+    if (!(miss.length_squared() <= radius * radius)) return false;
 
-    begin = std::max(tnear, (nearest - radius) / speed);
-    const double last = (nearest + radius) / speed;
+    begin = std::max(tnear, (nearest - radius) * inverse_speed);
+    const double last = (nearest + radius) * inverse_speed;
     if (!(begin <= last && begin <= tfar)) return false;
-    scale = speed / space.get_radius();
-    const Vec3 start = (axis * (begin * speed) - to_center) * (1.0 / space.get_radius());
+    scale = speed * space.get_inverse_radius();
+    const Vec3 start = (axis * (begin * speed) - to_center) * space.get_inverse_radius();
     for (unsigned int a = 0; a < 3; ++a) {
         origin[a] = static_cast<float>(start[a]);
         direction[a] = static_cast<float>(axis[a]);

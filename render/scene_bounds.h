@@ -41,6 +41,7 @@ public:
 
     const Vec3& get_center() const { return m_center; }
     double get_radius() const { return m_radius; }
+    double get_inverse_radius() const { return m_inverse_radius; }
 
     // Single-precision box, rounded outwards and padded so that a ray narrowed by SceneRay never misses what the exact
     // ray meets. A box that is not valid becomes an inverted one.
@@ -49,6 +50,7 @@ public:
 private:
     Vec3 m_center{0, 0, 0};
     double m_radius = 1.0;
+    double m_inverse_radius = 1.0;
 };
 
 // The part of a ray that may meet the scene, in unit space: it begins at t = `begin` of the original ray and has unit

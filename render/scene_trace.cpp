@@ -1,7 +1,9 @@
 // Rays through the hierarchy. The hierarchy sees narrowed rays in unit space and only proposes primitives; whether and
 // where they are hit is between the primitive and the exact ray.
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 #include "render/scene_impl.h"
@@ -35,17 +37,19 @@ struct Lanes {
     }
 };
 
-// A hit that a ray had before it was offered a primitive.
-struct KeptHit {
-    GeometryHit hit;
-    double tfar;
-};
+// The next double above a finite one.
+double next_above(double x) {
+    if (x == 0.0) return std::numeric_limits<double>::denorm_min();
+    const auto bits = std::bit_cast<std::uint64_t>(x);
+    return std::bit_cast<double>(x > 0.0 ? bits + 1 : bits - 1);
+}
 
 // Lets the ray accept hits at its present distance too, so that ties can be settled by index.
 KeptHit open_ray(GeometryRay& ray) {
     const KeptHit kept{ray.hit, ray.tfar};
-    if (kept.hit.primitive != no_index) ray.tfar = std::nextafter(kept.tfar, std::numeric_limits<double>::infinity());
-    ray.hit = GeometryHit{};
+    if (kept.hit.primitive != no_index) ray.tfar = next_above(kept.tfar);
+    ray.hit.primitive = no_index;
+    ray.hit.t = std::numeric_limits<double>::infinity();
     return kept;
 }
 
@@ -71,7 +75,8 @@ void offer_range(const SceneObject& object, unsigned int primitive, RenderThread
     data.has_motion_blur = object.is_animated;
     if (last > first) {
         data.map = &thread.get_map();
-        for (unsigned int i = first; i <= last; ++i) data.map->get_path(i).reset(1, rays[i].tfar);
+        for (unsigned int i = first; i <= last; ++i)
+            if (!rays[i].is_finished) data.map->get_path(i).reset(1, rays[i].tfar);
     }
     GeometryRaytraceCtx ctx(rays, last + 1, data);
     ctx.set_ray_range(first, last);
@@ -79,23 +84,37 @@ void offer_range(const SceneObject& object, unsigned int primitive, RenderThread
     object.object->intersect_primitive(thread.get_eval(), primitive, ctx);
 }
 
-// Offers the primitive to lanes [begin, end).
+bool offer_single(const SceneObject& object, unsigned int primitive, TraceContext& trace, unsigned int ray) {
+    const KeptHit kept = open_ray(trace.rays[ray]);
+    offer_range(object, primitive, *trace.thread, trace.rays, ray, ray);
+    return close_ray(trace.rays[ray], kept, object.index, trace.objects[ray]);
+}
+
+// Offers the primitive to lanes [begin, end). The rays between them that the hierarchy did not ask about count as
+// finished meanwhile, so that the range is one piece of the caller's array.
 void offer_lanes(const SceneObject& object, unsigned int primitive, TraceContext& trace, const Lanes& lanes,
                  unsigned int begin, unsigned int end, bool* changed) {
-    KeptHit kept[RenderThread::packet_size];
-    for (unsigned int i = begin; i < end; ++i) kept[i] = open_ray(trace.rays[lanes.ray[i]]);
-    if (lanes.ray[end - 1] - lanes.ray[begin] == end - 1 - begin) {
-        offer_range(object, primitive, *trace.thread, trace.rays, lanes.ray[begin], lanes.ray[end - 1]);
-    } else {
-        GeometryRay* together = trace.thread->get_rays();
-        for (unsigned int i = begin; i < end; ++i) together[i - begin] = trace.rays[lanes.ray[i]];
-        offer_range(object, primitive, *trace.thread, together, 0, end - 1 - begin);
-        for (unsigned int i = begin; i < end; ++i) trace.rays[lanes.ray[i]] = together[i - begin];
+    const unsigned int first = lanes.ray[begin], last = lanes.ray[end - 1];
+    bool was_finished[RenderThread::packet_size];
+    const bool has_gaps = last - first != end - 1 - begin;
+    if (has_gaps) {
+        for (unsigned int ray = first; ray <= last; ++ray) {
+            was_finished[ray - first] = trace.rays[ray].is_finished;
+            trace.rays[ray].is_finished = true;
+        }
+        for (unsigned int i = begin; i < end; ++i)
+            trace.rays[lanes.ray[i]].is_finished = was_finished[lanes.ray[i] - first];
     }
+    KeptHit* kept = trace.thread->get_kept_hits();
+    for (unsigned int i = begin; i < end; ++i) kept[i] = open_ray(trace.rays[lanes.ray[i]]);
+    offer_range(object, primitive, *trace.thread, trace.rays, first, last);
     for (unsigned int i = begin; i < end; ++i) {
         const unsigned int ray = lanes.ray[i];
         changed[i] = close_ray(trace.rays[ray], kept[i], object.index, trace.objects[ray]);
+        if (has_gaps) was_finished[ray - first] = trace.rays[ray].is_finished;
     }
+    if (has_gaps)
+        for (unsigned int ray = first; ray <= last; ++ray) trace.rays[ray].is_finished = was_finished[ray - first];
 }
 
 // A range is traced at one time: rays of a moving object go together while their times agree.
@@ -106,7 +125,10 @@ void offer(const SceneObject& object, unsigned int primitive, TraceContext& trac
             return !object.is_animated || trace.rays[lanes.ray[i]].time == trace.rays[lanes.ray[begin]].time;
         };
         while (end < lanes.count && may_join(end)) ++end;
-        offer_lanes(object, primitive, trace, lanes, begin, end, changed);
+        if (end - begin == 1)
+            changed[begin] = offer_single(object, primitive, trace, lanes.ray[begin]);
+        else
+            offer_lanes(object, primitive, trace, lanes, begin, end, changed);
         begin = end;
     }
 }
@@ -124,7 +146,7 @@ TraceContext make_trace(GeometryRay* rays, const SceneRay* narrowed, unsigned in
 }
 
 RTCRay make_hierarchy_ray(const SceneRay& ray, float time) {
-    RTCRay out{};
+    RTCRay out;
     out.org_x = ray.origin[0];
     out.org_y = ray.origin[1];
     out.org_z = ray.origin[2];
@@ -135,6 +157,8 @@ RTCRay make_hierarchy_ray(const SceneRay& ray, float time) {
     out.tfar = ray.length;
     out.time = time;
     out.mask = ~0u;
+    out.id = 0;
+    out.flags = 0;
     return out;
 }
 
@@ -206,9 +230,10 @@ bool Scene::intersect(GeometryRay& ray, RenderThread& thread, unsigned int* obje
         return false;
     unsigned int unused = no_index;
     TraceContext trace = make_trace(&ray, &narrowed, object != nullptr ? object : &unused, thread, false);
-    RTCRayHit hierarchy_ray{};
+    RTCRayHit hierarchy_ray;
     hierarchy_ray.ray = make_hierarchy_ray(narrowed, m_impl->get_hierarchy_time(ray.time));
     hierarchy_ray.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+    hierarchy_ray.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
     rtcIntersect1(m_impl->hierarchy.get(), &trace.base, &hierarchy_ray);
     const bool is_hit = ray.hit.primitive != no_index;
     thread.hit_count += is_hit ? 1 : 0;

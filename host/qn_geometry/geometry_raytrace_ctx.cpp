@@ -22,8 +22,9 @@ const GeometryRaySpace& GeometryRaytraceCtx::get_ray_space(const unsigned int& i
     // Two vectors across (Duff et al., Building an Orthonormal Basis, Revisited, 2017).
     // A direction too long or too short for single precision makes everything NaN, as a zero one does: no hit.
     const double square = ray.direction.length_squared();
-    const double length_squared = square >= 1e-60 && square <= 1e60 ? square : std::numeric_limits<double>::quiet_NaN();
-    const GMathVec3<double> n = ray.direction * (1.0 / std::sqrt(length_squared));
+    const double inverse_length_squared =
+        square >= 1e-60 && square <= 1e60 ? 1.0 / square : std::numeric_limits<double>::quiet_NaN();
+    const GMathVec3<double> n = ray.direction * std::sqrt(inverse_length_squared);
     const double sign = std::copysign(1.0, n[2]);
     const double a = -1.0 / (sign + n[2]);
     const double b = n[0] * n[1] * a;
@@ -34,10 +35,7 @@ const GeometryRaySpace& GeometryRaytraceCtx::get_ray_space(const unsigned int& i
         space.origin[axis] = static_cast<float>(origin[axis]);
         space.across[0][axis] = static_cast<float>(across0[axis]);
         space.across[1][axis] = static_cast<float>(across1[axis]);
-        space.along[axis] = static_cast<float>(ray.direction[axis] / length_squared);
-        constexpr float tiny = 1e-30f;
-        const auto d = static_cast<float>(ray.direction[axis]);
-        space.inverse_direction[axis] = std::fabs(d) < tiny ? std::copysign(1.0f / tiny, d) : 1.0f / d;
+        space.along[axis] = static_cast<float>(ray.direction[axis] * inverse_length_squared);
     }
     return space;
 }

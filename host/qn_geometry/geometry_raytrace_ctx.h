@@ -45,7 +45,6 @@ struct GeometryRaySpace {
     float origin[3] = {};
     float across[2][3] = {};  // two unit vectors across the direction: (across 0, across 1, direction) is right-handed
     float along[3] = {};      // direction / |direction|^2: dot products with it are distances along the ray
-    float inverse_direction[3] = {};  // finite: 1e30 with the sign of the direction where it is nearly zero
 };
 
 struct GeometryRay {

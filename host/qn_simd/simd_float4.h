@@ -23,6 +23,14 @@ public:
     // `p` must be aligned to 16 bytes; the `_unaligned` forms take any address.
     static SimdFloat4 load(const float* p) { return _mm_load_ps(p); }
     static SimdFloat4 load_unaligned(const float* p) { return _mm_loadu_ps(p); }
+    // Three floats at any address; the last lane is 0. Nothing beyond them is read or written.
+    static SimdFloat4 load3(const float* p) {
+        return _mm_movelh_ps(_mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(p))), _mm_load_ss(p + 2));
+    }
+    void store3(float* p) const {
+        _mm_storel_pi(reinterpret_cast<__m64*>(p), m_v);
+        _mm_store_ss(p + 2, _mm_movehl_ps(m_v, m_v));
+    }
     void store(float* p) const { _mm_store_ps(p, m_v); }
     void store_unaligned(float* p) const { _mm_storeu_ps(p, m_v); }
 
@@ -65,6 +73,10 @@ public:
 
     static SimdFloat4 load(const float* p) { return {p[0], p[1], p[2], p[3]}; }
     static SimdFloat4 load_unaligned(const float* p) { return load(p); }
+    static SimdFloat4 load3(const float* p) { return {p[0], p[1], p[2], 0.0f}; }
+    void store3(float* p) const {
+        for (int i = 0; i < 3; ++i) p[i] = m_v[i];
+    }
     void store(float* p) const {
         for (int i = 0; i < 4; ++i) p[i] = m_v[i];
     }

@@ -59,6 +59,17 @@ QN_SIMD_INLINE void transpose(SimdFloat8& a, SimdFloat8& b, SimdFloat8& c, SimdF
     d.v = _mm256_shuffle_ps(ab_high, cd_high, _MM_SHUFFLE(3, 2, 3, 2));
 }
 
+// Lanes 0 1 (2 3) of each group of a, then those of b.
+QN_SIMD_INLINE SimdFloat8 low_pairs(SimdFloat8 a, SimdFloat8 b) {
+    return _mm256_shuffle_ps(a.v, b.v, _MM_SHUFFLE(1, 0, 1, 0));
+}
+QN_SIMD_INLINE SimdFloat8 high_pairs(SimdFloat8 a, SimdFloat8 b) {
+    return _mm256_shuffle_ps(a.v, b.v, _MM_SHUFFLE(3, 2, 3, 2));
+}
+// Lanes 0 1 (2 3) of each group of a and b, one of a and one of b in turn.
+QN_SIMD_INLINE SimdFloat8 zip_low(SimdFloat8 a, SimdFloat8 b) { return _mm256_unpacklo_ps(a.v, b.v); }
+QN_SIMD_INLINE SimdFloat8 zip_high(SimdFloat8 a, SimdFloat8 b) { return _mm256_unpackhi_ps(a.v, b.v); }
+
 #elif defined(__SSE2__) && !defined(QN_SIMD_SCALAR)
 
 struct SimdFloat8 {
@@ -112,6 +123,18 @@ QN_SIMD_INLINE SimdFloat8 swap_neighbours(SimdFloat8 a) {
 QN_SIMD_INLINE void transpose(SimdFloat8& a, SimdFloat8& b, SimdFloat8& c, SimdFloat8& d) {
     _MM_TRANSPOSE4_PS(a.low, b.low, c.low, d.low);
     _MM_TRANSPOSE4_PS(a.high, b.high, c.high, d.high);
+}
+QN_SIMD_INLINE SimdFloat8 low_pairs(SimdFloat8 a, SimdFloat8 b) {
+    return {_mm_movelh_ps(a.low, b.low), _mm_movelh_ps(a.high, b.high)};
+}
+QN_SIMD_INLINE SimdFloat8 high_pairs(SimdFloat8 a, SimdFloat8 b) {
+    return {_mm_movehl_ps(b.low, a.low), _mm_movehl_ps(b.high, a.high)};
+}
+QN_SIMD_INLINE SimdFloat8 zip_low(SimdFloat8 a, SimdFloat8 b) {
+    return {_mm_unpacklo_ps(a.low, b.low), _mm_unpacklo_ps(a.high, b.high)};
+}
+QN_SIMD_INLINE SimdFloat8 zip_high(SimdFloat8 a, SimdFloat8 b) {
+    return {_mm_unpackhi_ps(a.low, b.low), _mm_unpackhi_ps(a.high, b.high)};
 }
 
 #else
@@ -173,6 +196,24 @@ QN_SIMD_INLINE void transpose(SimdFloat8& a, SimdFloat8& b, SimdFloat8& c, SimdF
                 rows[k]->v[g + r] = t;
             }
 }
+// Lane i of each group: lane[i] of that group of source[which[i]].
+QN_SIMD_INLINE SimdFloat8 pick_lanes(const SimdFloat8 (&source)[2], const int (&which)[4], const int (&lane)[4]) {
+    SimdFloat8 r;
+    for (int i = 0; i < 8; ++i) r.v[i] = source[which[i & 3]].v[(i & 4) + lane[i & 3]];
+    return r;
+}
+QN_SIMD_INLINE SimdFloat8 low_pairs(SimdFloat8 a, SimdFloat8 b) {
+    return pick_lanes({a, b}, {0, 0, 1, 1}, {0, 1, 0, 1});
+}
+QN_SIMD_INLINE SimdFloat8 high_pairs(SimdFloat8 a, SimdFloat8 b) {
+    return pick_lanes({a, b}, {0, 0, 1, 1}, {2, 3, 2, 3});
+}
+QN_SIMD_INLINE SimdFloat8 zip_low(SimdFloat8 a, SimdFloat8 b) {
+    return pick_lanes({a, b}, {0, 1, 0, 1}, {0, 0, 1, 1});
+}
+QN_SIMD_INLINE SimdFloat8 zip_high(SimdFloat8 a, SimdFloat8 b) {
+    return pick_lanes({a, b}, {0, 1, 0, 1}, {2, 2, 3, 3});
+}
 
 #endif
 
@@ -184,6 +225,17 @@ QN_SIMD_INLINE SimdFloat8 group_min(SimdFloat8 a) {
 QN_SIMD_INLINE SimdFloat8 group_max(SimdFloat8 a) {
     const SimdFloat8 pairs = max(a, swap_pairs(a));
     return max(pairs, swap_neighbours(pairs));
+}
+// Lane i of each group becomes the least (greatest) of that group of the i-th vector.
+QN_SIMD_INLINE SimdFloat8 min_of_four(const SimdFloat8& a, const SimdFloat8& b, const SimdFloat8& c,
+                                      const SimdFloat8& d) {
+    const SimdFloat8 ab = min(zip_low(a, b), zip_high(a, b)), cd = min(zip_low(c, d), zip_high(c, d));
+    return min(low_pairs(ab, cd), high_pairs(ab, cd));
+}
+QN_SIMD_INLINE SimdFloat8 max_of_four(const SimdFloat8& a, const SimdFloat8& b, const SimdFloat8& c,
+                                      const SimdFloat8& d) {
+    const SimdFloat8 ab = max(zip_low(a, b), zip_high(a, b)), cd = max(zip_low(c, d), zip_high(c, d));
+    return max(low_pairs(ab, cd), high_pairs(ab, cd));
 }
 // Every lane becomes the sum of its group.
 QN_SIMD_INLINE SimdFloat8 group_sum(SimdFloat8 a) {

@@ -16,15 +16,17 @@ inline void smooth_controls(const unsigned int* quad, const SdsMeshBase::BezierP
     using Scalar = typename ValueOps<Value>::Scalar;
     const Value q[4] = {vertex(quad[0]), vertex(quad[1]), vertex(quad[2]), vertex(quad[3])};
 
-    Scalar edge_reciprocals[4];
+    Scalar edge_reciprocals[4], corner_reciprocals[4];
     for (unsigned int k = 0; k < 4; ++k) edge_reciprocals[k] = Scalar(1) / (Scalar(patch.edge_weights[k]) + Scalar(10));
+    for (unsigned int k = 0; k < 4; ++k)
+        corner_reciprocals[k] = Scalar(1) / (Scalar(patch.corner_weights[k]) + Scalar(5));
 
     const Value across13 = (q[1] + q[3]) * Scalar(2);
     const Value across02 = (q[0] + q[2]) * Scalar(2);
     for (unsigned int k = 0; k < 4; ++k) {
         const Scalar weight = Scalar(patch.corner_weights[k]);
         const Value& across = (k & 1u) == 0 ? across13 : across02;
-        out[interior_control(k)] = (across + q[k] * weight + q[(k + 2) & 3u]) * (Scalar(1) / (weight + Scalar(5)));
+        out[interior_control(k)] = (across + q[k] * weight + q[(k + 2) & 3u]) * corner_reciprocals[k];
     }
 
     for (unsigned int k = 0; k < 4; ++k) {
@@ -34,7 +36,7 @@ inline void smooth_controls(const unsigned int* quad, const SdsMeshBase::BezierP
         Value& next_to_a = out[leaving_edge_control(k)];
         Value& next_to_b = out[arriving_edge_control(next)];
         if (((patch.sharp_edges >> k) & 1u) != 0) {
-            const Scalar third = Scalar(1) / Scalar(3);
+            constexpr Scalar third = Scalar(1) / Scalar(3);
             next_to_a = (a * Scalar(2) + b) * third;
             next_to_b = (b * Scalar(2) + a) * third;
         } else {

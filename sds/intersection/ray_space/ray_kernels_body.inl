@@ -68,6 +68,20 @@ inline unsigned int find_origin(const SimdFloat8* r, const SimdFloat8* s) {
     return ((lanes & 0xffffu) == 0x1111u ? 1u : 0u) | (lanes >> 16 == 0x1111u ? 2u : 0u);
 }
 
+// The same of four, in bits 0 to 3.
+inline unsigned int find_origin(const SimdFloat8 (*nodes)[4]) {
+    SimdFloat8 least[4], greatest[4];
+    for (unsigned int i = 0; i < 4; ++i) {
+        const SimdFloat8* r = nodes[i];
+        least[i] = min(min(r[0], r[1]), min(r[2], r[3]));
+        greatest[i] = max(max(r[0], r[1]), max(r[2], r[3]));
+    }
+    const SimdFloat8 zero(0.0f);
+    const int found = less_equal_mask(min_of_four(least[0], least[1], least[2], least[3]), zero) &
+                      less_equal_mask(zero, max_of_four(greatest[0], greatest[1], greatest[2], greatest[3]));
+    return static_cast<unsigned int>(found & (found >> 4)) & 15u;
+}
+
 // De Casteljau at one half along the rows. Symmetric: a reversed edge halves to the same bits. Sums wait for their
 // factor, a power of two, until the end: the same bits sooner.
 inline void halve_rows(SimdFloat8 p0, SimdFloat8 p1, SimdFloat8 p2, SimdFloat8 p3, SimdFloat8* first,
@@ -315,8 +329,7 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int max
     for (;;) {
         Level* level = levels + depth;
         quarter(node, level->quarters);
-        level->pending = find_origin(level->quarters[0], level->quarters[1]) |
-                         find_origin(level->quarters[2], level->quarters[3]) << 2;
+        level->pending = find_origin(level->quarters);
         level->a = 2 * a;
         level->b = 2 * b;
         ++depth;

@@ -5,6 +5,8 @@
 #include <limits>
 
 #include "qn_ctx/ctx_eval.h"
+#include "qn_simd/simd_float4.h"
+#include "sds/common/control_grid.h"
 #include "sds/intersection/hit_slots.h"
 #include "sds/intersection/ray_space/ray_kernels.h"
 #include "sds/intersection/ray_targets.h"
@@ -21,9 +23,15 @@ struct ControlGrid {
     float coords[3][16];
 
     explicit ControlGrid(const GMathVec3<float>* controls) {
-        for (unsigned int place = 0; place < 16; ++place) {
-            const GMathVec3<float>& p = controls[sds::grid_order[place]];
-            for (unsigned int axis = 0; axis < 3; ++axis) coords[axis][place] = p[axis];
+        const auto load = [controls](unsigned int place) {
+            return SimdFloat4::load3(controls[sds::grid_order[place]].get_data());
+        };
+        for (unsigned int row = 0; row < 16; row += 4) {
+            SimdFloat4 x = load(row), y = load(row + 1), z = load(row + 2), w = load(row + 3);
+            transpose(x, y, z, w);
+            x.store_unaligned(coords[0] + row);
+            y.store_unaligned(coords[1] + row);
+            z.store_unaligned(coords[2] + row);
         }
     }
 };
@@ -35,6 +43,15 @@ RaySpace make_space(const GeometryRaySpace& space) {
     std::copy(space.across[1], space.across[1] + 3, ray.across[1]);
     std::copy(space.along, space.along + 3, ray.along);
     return ray;
+}
+
+// A direction of zero would give 0 * infinity on a box side: its reciprocal keeps the sign and stays finite.
+constexpr float tiny = 1e-30f;
+
+// A float at or below x, or x where it is infinite.
+float widen_down(double x) {
+    const auto nearest = static_cast<float>(x);
+    return std::isfinite(nearest) ? nearest - std::fabs(nearest) * std::numeric_limits<float>::epsilon() : nearest;
 }
 
 bool push_hit(const CtxEval& ctx, unsigned int primitive, GeometryRaytraceCtx& rays, unsigned int i, double t, float u,
@@ -59,6 +76,7 @@ unsigned int trace_cell_packet(const CtxEval& ctx, unsigned int primitive, const
     RaySpace spaces[RayPacket::size];
     RayHits hits[RayPacket::size];
     RayPacket packet;
+    float direction[3][RayPacket::size];
     for (unsigned int i = 0; i < RayPacket::size; ++i) {
         const unsigned int ray = first + std::min(i, ray_count - 1);
         const GeometryRaySpace& space = rays.get_ray_space(ray);
@@ -66,16 +84,21 @@ unsigned int trace_cell_packet(const CtxEval& ctx, unsigned int primitive, const
         packet.spaces[i] = &spaces[i];
         for (unsigned int axis = 0; axis < 3; ++axis) {
             packet.origin[axis][i] = space.origin[axis];
-            packet.inverse_direction[axis][i] = space.inverse_direction[axis];
+            direction[axis][i] = static_cast<float>(space.ray_direction[axis]);
         }
         const bool active = i < ray_count && !rays.is_ray_finished(ray);
         packet.near[i] =
-            active ? sds::narrow_down(rays.get_tnear(ray) - space.shift) : std::numeric_limits<float>::max();
-        packet.far[i] = active ? sds::narrow_up(rays.get_intersection_path(ray).get_distance() - space.shift)
+            active ? widen_down(rays.get_tnear(ray) - space.shift) : std::numeric_limits<float>::max();
+        packet.far[i] = active ? -widen_down(space.shift - rays.get_intersection_path(ray).get_distance())
                                : -std::numeric_limits<float>::max();
         hits[i].count = 0;
         hits[i].overflow_count = 0;
     }
+    for (unsigned int axis = 0; axis < 3; ++axis)
+        for (unsigned int i = 0; i < RayPacket::size; ++i) {
+            const float d = direction[axis][i];
+            packet.inverse_direction[axis][i] = std::fabs(d) < tiny ? std::copysign(1.0f / tiny, d) : 1.0f / d;
+        }
     sds::get_ray_kernels().estimate_packet(grid.coords, packet, max_depth, hits);
     unsigned int overflow_count = 0;
     for (unsigned int i = 0; i < ray_count; ++i) {
