@@ -49,6 +49,10 @@ QN_SIMD_INLINE SimdFloat8 next_lanes(SimdFloat8 a) { return _mm256_permute_ps(a.
 QN_SIMD_INLINE SimdFloat8 first_lanes(SimdFloat8 a) { return _mm256_permute_ps(a.v, _MM_SHUFFLE(2, 2, 1, 0)); }
 QN_SIMD_INLINE SimdFloat8 swap_pairs(SimdFloat8 a) { return _mm256_permute_ps(a.v, _MM_SHUFFLE(1, 0, 3, 2)); }
 QN_SIMD_INLINE SimdFloat8 swap_neighbours(SimdFloat8 a) { return _mm256_permute_ps(a.v, _MM_SHUFFLE(2, 3, 0, 1)); }
+// 0 1 3 2.
+QN_SIMD_INLINE SimdFloat8 swap_last(SimdFloat8 a) { return _mm256_permute_ps(a.v, _MM_SHUFFLE(2, 3, 1, 0)); }
+// The two groups change places.
+QN_SIMD_INLINE SimdFloat8 swap_groups(SimdFloat8 a) { return _mm256_permute2f128_ps(a.v, a.v, 1); }
 // Transposes the 4 x 4 blocks of both groups.
 QN_SIMD_INLINE void transpose(SimdFloat8& a, SimdFloat8& b, SimdFloat8& c, SimdFloat8& d) {
     const __m256 ab_low = _mm256_unpacklo_ps(a.v, b.v), ab_high = _mm256_unpackhi_ps(a.v, b.v);
@@ -120,6 +124,11 @@ QN_SIMD_INLINE SimdFloat8 swap_neighbours(SimdFloat8 a) {
     return {_mm_shuffle_ps(a.low, a.low, _MM_SHUFFLE(2, 3, 0, 1)),
             _mm_shuffle_ps(a.high, a.high, _MM_SHUFFLE(2, 3, 0, 1))};
 }
+QN_SIMD_INLINE SimdFloat8 swap_last(SimdFloat8 a) {
+    return {_mm_shuffle_ps(a.low, a.low, _MM_SHUFFLE(2, 3, 1, 0)),
+            _mm_shuffle_ps(a.high, a.high, _MM_SHUFFLE(2, 3, 1, 0))};
+}
+QN_SIMD_INLINE SimdFloat8 swap_groups(SimdFloat8 a) { return {a.high, a.low}; }
 QN_SIMD_INLINE void transpose(SimdFloat8& a, SimdFloat8& b, SimdFloat8& c, SimdFloat8& d) {
     _MM_TRANSPOSE4_PS(a.low, b.low, c.low, d.low);
     _MM_TRANSPOSE4_PS(a.high, b.high, c.high, d.high);
@@ -186,6 +195,12 @@ QN_SIMD_INLINE SimdFloat8 next_lanes(SimdFloat8 a) { return a.shuffle({1, 2, 3, 
 QN_SIMD_INLINE SimdFloat8 first_lanes(SimdFloat8 a) { return a.shuffle({0, 1, 2, 2}); }
 QN_SIMD_INLINE SimdFloat8 swap_pairs(SimdFloat8 a) { return a.shuffle({2, 3, 0, 1}); }
 QN_SIMD_INLINE SimdFloat8 swap_neighbours(SimdFloat8 a) { return a.shuffle({1, 0, 3, 2}); }
+QN_SIMD_INLINE SimdFloat8 swap_last(SimdFloat8 a) { return a.shuffle({0, 1, 3, 2}); }
+QN_SIMD_INLINE SimdFloat8 swap_groups(SimdFloat8 a) {
+    SimdFloat8 r;
+    for (int i = 0; i < 8; ++i) r.v[i] = a.v[i ^ 4];
+    return r;
+}
 QN_SIMD_INLINE void transpose(SimdFloat8& a, SimdFloat8& b, SimdFloat8& c, SimdFloat8& d) {
     SimdFloat8* rows[4] = {&a, &b, &c, &d};
     for (int g = 0; g < 8; g += 4)

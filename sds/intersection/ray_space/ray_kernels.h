@@ -19,17 +19,6 @@ struct RaySpace {
     float along[3];
 };
 
-// Several rays, for box tests: lane i of each array is ray i. Lanes without a ray have near > far.
-struct RayPacket {
-    static constexpr unsigned int size = 8;
-
-    float origin[3][size];
-    float inverse_direction[3][size];
-    float near[size];
-    float far[size];
-    const RaySpace* spaces[size];
-};
-
 struct RayHit {
     float t;  // along the ray, from the origin
     float u;
@@ -48,13 +37,11 @@ struct RayHits {
 
 struct RayKernels {
     const char* name;
-    // Flat cells at `max_depth` splits. `controls` are the sixteen points in grid order, x y z each:
+    // Flat cells, 2^level_count each way. `controls` are the sixteen points in grid order, x y z each:
     // controls[axis][place].
-    void (*estimate)(const float (*controls)[16], const RaySpace& ray, unsigned int max_depth, RayHits& hits);
+    void (*estimate)(const float (*controls)[16], const RaySpace& ray, unsigned int level_count, RayHits& hits);
     // The limit surface.
     void (*adaptive)(const float (*controls)[16], const RaySpace& ray, RayHits& hits);
-    // Flat cells for several rays that share the splits; hits has one entry per lane.
-    void (*estimate_packet)(const float (*controls)[16], const RayPacket& rays, unsigned int max_depth, RayHits* hits);
 };
 
 // The table of the best instruction set that the processor has.

@@ -9,7 +9,7 @@ namespace sds {
 
 #include "sds/intersection/ray_space/ray_kernels_body.inl"
 
-static constexpr RayKernels avx2_kernels = {"AVX2", &estimate, &adaptive, &estimate_packet};
+static constexpr RayKernels avx2_kernels = {"AVX2", &estimate, &adaptive};
 extern const RayKernels* const avx2_ray_kernels = &avx2_kernels;
 
 }  // namespace sds

@@ -6,6 +6,6 @@ namespace sds {
 
 #include "sds/intersection/ray_space/ray_kernels_body.inl"
 
-extern const RayKernels baseline_ray_kernels = {"baseline", &estimate, &adaptive, &estimate_packet};
+extern const RayKernels baseline_ray_kernels = {"baseline", &estimate, &adaptive};
 
 }  // namespace sds

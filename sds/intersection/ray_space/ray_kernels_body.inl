@@ -20,7 +20,7 @@ struct Range {
 
 constexpr unsigned int stack_capacity = 64;
 // Cells of 2^-24 are the finest that single-precision patch coordinates tell apart.
-constexpr unsigned int max_cell_depth = 48;
+constexpr unsigned int max_cell_level = 24;
 
 // A patch seen exactly edge-on meets the ray along a curve and would be split without end. A ray that grazes a fold
 // needs some thousand splits: within rounding of the fold every sub-patch holds the origin.
@@ -35,8 +35,12 @@ constexpr double barycentric_epsilon = 1e-6;
 
 inline float least(float a, float b) { return a < b ? a : b; }
 inline float greatest(float a, float b) { return a > b ? a : b; }
-inline unsigned int least_index(unsigned int a, unsigned int b) { return a < b ? a : b; }
-inline unsigned int lowest_bit(unsigned int bits) { return static_cast<unsigned int>(__builtin_ctz(bits)); }
+// `bits` is not 0.
+inline unsigned int take_lowest_bit(unsigned int& bits) {
+    const auto place = static_cast<unsigned int>(__builtin_ctz(bits));
+    bits &= bits - 1;
+    return place;
+}
 inline float clamp_unit(float x) { return x < 0.0f ? 0.0f : (x > 1.0f ? 1.0f : x); }
 
 inline void transform_to_plane(const float (*controls)[16], const RaySpace& ray, SimdFloat8* rows) {
@@ -68,17 +72,16 @@ inline unsigned int find_origin(const SimdFloat8* r, const SimdFloat8* s) {
     return ((lanes & 0xffffu) == 0x1111u ? 1u : 0u) | (lanes >> 16 == 0x1111u ? 2u : 0u);
 }
 
-// The same of four, in bits 0 to 3.
-inline unsigned int find_origin(const SimdFloat8 (*nodes)[4]) {
-    SimdFloat8 least[4], greatest[4];
+// Which of four sub-patches come within `slack` of the origin, in bits 0 to 3.
+inline unsigned int find_origin(const SimdFloat8 (*nodes)[4], SimdFloat8 slack) {
+    SimdFloat8 low[4], high[4];
     for (unsigned int i = 0; i < 4; ++i) {
         const SimdFloat8* r = nodes[i];
-        least[i] = min(min(r[0], r[1]), min(r[2], r[3]));
-        greatest[i] = max(max(r[0], r[1]), max(r[2], r[3]));
+        low[i] = min(min(r[0], r[1]), min(r[2], r[3]));
+        high[i] = max(max(r[0], r[1]), max(r[2], r[3]));
     }
-    const SimdFloat8 zero(0.0f);
-    const int found = less_equal_mask(min_of_four(least[0], least[1], least[2], least[3]), zero) &
-                      less_equal_mask(zero, max_of_four(greatest[0], greatest[1], greatest[2], greatest[3]));
+    const int found = less_equal_mask(min_of_four(low[0], low[1], low[2], low[3]), slack) &
+                      less_equal_mask(SimdFloat8(0.0f) - slack, max_of_four(high[0], high[1], high[2], high[3]));
     return static_cast<unsigned int>(found & (found >> 4)) & 15u;
 }
 
@@ -223,30 +226,153 @@ inline float blend_range(double w, float low, float high) {
     return static_cast<float>(x < 0.0 ? 0.0 : (x > 1.0 ? 1.0 : x));
 }
 
-// Reports the hits of one ray with a flat cell whose corners are (p, q) and whose distances come from the patch.
-inline void intersect_cell(const FlatCell& cell, const Path& path, const float (*controls)[16], const RaySpace& ray,
+// Bernstein weights at i / 2^level, in order 0 1 3 2. Reversing the direction exchanges 0 with 3 and 1 with 2, to the
+// same bits.
+struct CellWeights {
+    float w[4];
+
+    constexpr CellWeights() : w{} {}
+    constexpr CellWeights(unsigned int i, unsigned int level) : w{} {
+        const float t = static_cast<float>(i) / static_cast<float>(1u << level);
+        const float s = 1.0f - t;
+        w[0] = s * s * s;
+        w[1] = 3.0f * (t * (s * s));
+        w[2] = t * t * t;
+        w[3] = 3.0f * ((t * t) * s);
+    }
+};
+
+constexpr unsigned int table_level = 6;
+
+struct WeightTable {
+    CellWeights at[(1u << table_level) + 1];
+
+    constexpr WeightTable() {
+        for (unsigned int i = 0; i <= 1u << table_level; ++i) at[i] = CellWeights(i, table_level);
+    }
+};
+
+constexpr WeightTable weight_table;
+
+inline CellWeights get_cell_weights(unsigned int i, unsigned int level) {
+    return level <= table_level ? weight_table.at[i << (table_level - level)] : CellWeights(i, level);
+}
+
+// One of the 2^level x 2^level flat cells of a patch.
+struct Cell {
+    unsigned int i, j, level;
+
+    // Its corners in the plane. Weights and sums are symmetric, and at the patch's edges all but the edge's own points
+    // have weight 0: patches that share an edge get its corners to the same bits.
+    FlatCell get_corners(const SimdFloat8* rows) const {
+        const CellWeights u0 = get_cell_weights(i, level), u1 = get_cell_weights(i + 1, level);
+        const SimdFloat8 curve0 = get_curve(rows, get_cell_weights(j, level));
+        const SimdFloat8 curve1 = get_curve(rows, get_cell_weights(j + 1, level));
+        const SimdFloat8 weights0(u0.w, u0.w), weights1(u1.w, u1.w);
+        float c[8];
+        sum_of_four(curve0 * weights0, curve0 * weights1, curve1 * weights1, curve1 * weights0).store(c);
+        const auto corner = [&c](unsigned int k) { return static_cast<double>(c[k]); };
+        return {{corner(0), corner(1), corner(2), corner(3)}, {corner(4), corner(5), corner(6), corner(7)}};
+    }
+
+private:
+    static SimdFloat8 get_curve(const SimdFloat8* rows, const CellWeights& v) {
+        return swap_last((rows[0] * SimdFloat8(v.w[0]) + rows[3] * SimdFloat8(v.w[2])) +
+                         (rows[1] * SimdFloat8(v.w[1]) + rows[2] * SimdFloat8(v.w[3])));
+    }
+};
+
+// Reports the hits of one ray with a flat cell; distances come from the patch.
+inline void intersect_cell(const Cell& cell, const SimdFloat8* rows, const float (*controls)[16], const RaySpace& ray,
                            RayHits& hits) {
-    cell.intersect([&](double b1, double b2, bool upper, double det) {
-        const Range range = get_range(path);
+    cell.get_corners(rows).intersect([&](double b1, double b2, bool upper, double det) {
         const DepthPatch depths(controls, ray);
+        const float size = 1.0f / static_cast<float>(1u << cell.level);
+        const float u[2] = {static_cast<float>(cell.i) * size, static_cast<float>(cell.i + 1) * size};
+        const float v[2] = {static_cast<float>(cell.j) * size, static_cast<float>(cell.j + 1) * size};
         double a = 0.0, b = 0.0;
         cell_place(b1, b2, upper, a, b);
-        const float fa = blend_range(a, range.a_min, range.a_max);
-        const float fb = blend_range(b, range.b_min, range.b_max);
         // Distances of the triangle's corners: c0, then second and third.
-        const auto depth_at = [&](bool high_a, bool high_b) {
-            const float ca = high_a ? range.a_max : range.a_min;
-            const float cb = high_b ? range.b_max : range.b_min;
-            return static_cast<double>(range.swapped ? depths.evaluate(cb, ca) : depths.evaluate(ca, cb));
-        };
-        const double t0 = depth_at(false, false);
-        const double t1 = upper ? depth_at(true, true) : depth_at(true, false);
-        const double t2 = upper ? depth_at(false, true) : depth_at(true, true);
+        const double t0 = static_cast<double>(depths.evaluate(u[0], v[0]));
+        const double t1 = static_cast<double>(depths.evaluate(u[1], v[upper ? 1 : 0]));
+        const double t2 = static_cast<double>(depths.evaluate(u[upper ? 0 : 1], v[1]));
         const double t = (1.0 - b1 - b2) * t0 + b1 * t1 + b2 * t2;
-        const bool facing = (det <= 0.0) != range.swapped;
-        add_hit(hits, static_cast<float>(t), range.swapped ? fb : fa, range.swapped ? fa : fb,
-                range.a_max - range.a_min, facing);
+        add_hit(hits, static_cast<float>(t), blend_range(a, u[0], u[1]), blend_range(b, v[0], v[1]), size, det <= 0.0);
     });
+}
+
+// The patch in a frame of the plane in which its own directions stand across each other, up to scale: the boxes of its
+// sub-patches then hold little but the sub-patches. `slack` is what a coordinate of theirs may be off: products of
+// the frame and the points, and four dozen roundings of halves, each below 2^-24 of the largest product. Seen nearly
+// edge-on, or not finite, the patch stays as it is.
+struct SkewedPatch {
+    SimdFloat8 rows[4];
+    SimdFloat8 slack;
+
+    explicit SkewedPatch(const SimdFloat8* r) {
+        float first[8], last[8];
+        r[0].store(first);
+        r[3].store(last);
+        const float ep = (first[3] - first[0]) + (last[3] - last[0]), eq = (first[7] - first[4]) + (last[7] - last[4]);
+        const float dp = (last[0] - first[0]) + (last[3] - first[3]), dq = (last[4] - first[4]) + (last[7] - first[7]);
+        const float det = ep * dq - dp * eq;
+        constexpr float edge_on = 0.01f;  // squared sine of the angle
+        const bool usable = det * det > edge_on * ((ep * ep + eq * eq) * (dp * dp + dq * dq));
+        const SimdFloat8 own = usable ? SimdFloat8(dq, ep) : SimdFloat8(1.0f);
+        const SimdFloat8 other = usable ? SimdFloat8(-dp, -eq) : SimdFloat8(0.0f);
+        const SimdFloat8 zero(0.0f);
+        SimdFloat8 largest(0.0f);
+        for (unsigned int i = 0; i < 4; ++i) {
+            rows[i] = r[i] * own + swap_groups(r[i]) * other;
+            largest = max(largest, max(r[i], zero - r[i]));
+        }
+        largest = group_max(largest);
+        const SimdFloat8 products =
+            largest * max(own, zero - own) + swap_groups(largest) * max(other, zero - other);
+        slack = products * SimdFloat8(0x1p-18f);
+    }
+};
+
+// Two splits at a time: which of two halves a ray enters is as good as random to the processor's branch predictor, so
+// the four tests of a quartering share one branch. The quarters of each level wait in their own place; nothing is
+// moved.
+void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int level_count, RayHits& hits) {
+    struct Level {
+        SimdFloat8 quarters[4][4];
+        unsigned int pending;  // quarters still to be visited, as bits
+        unsigned int i, j;     // of the first quarter
+    };
+    Level levels[max_cell_level];
+    SimdFloat8 rows[4];
+    transform_to_plane(controls, ray, rows);
+    if (find_origin(rows, rows) == 0) return;
+    const unsigned int last = level_count < max_cell_level ? level_count : max_cell_level;
+    if (last == 0) return intersect_cell({0, 0, 0}, rows, controls, ray, hits);
+    const SkewedPatch skewed(rows);
+    const SimdFloat8* node = skewed.rows;
+    unsigned int depth = 0, i = 0, j = 0;
+    for (;;) {
+        Level* level = levels + depth;
+        quarter(node, level->quarters);
+        level->pending = find_origin(level->quarters, skewed.slack);
+        level->i = 2 * i;
+        level->j = 2 * j;
+        ++depth;
+        if (depth == last) {
+            while (level->pending != 0) {
+                const unsigned int k = take_lowest_bit(level->pending);
+                intersect_cell({level->i + k / 2, level->j + k % 2, depth}, rows, controls, ray, hits);
+            }
+        }
+        while (level->pending == 0) {
+            if (--depth == 0) return;
+            level = levels + depth - 1;
+        }
+        const unsigned int k = take_lowest_bit(level->pending);
+        node = level->quarters[k];
+        i = level->i + k / 2;
+        j = level->j + k % 2;
+    }
 }
 
 // A sub-patch that waits for its turn.
@@ -293,63 +419,6 @@ inline void traverse_plane(const float (*controls)[16], const RaySpace& ray, Lea
         const StackedPlane& top = stack[--stack_count];
         for (unsigned int r = 0; r < 4; ++r) rows[r] = top.rows[r];
         path = top.path;
-    }
-}
-
-// Reports the flat cell of a sub-patch.
-inline void intersect_leaf(const SimdFloat8* rows, const Path& path, const float (*controls)[16], const RaySpace& ray,
-                           RayHits& hits) {
-    float top[8], bottom[8];
-    rows[0].store(top);
-    rows[3].store(bottom);
-    const FlatCell cell{{static_cast<double>(top[0]), static_cast<double>(top[3]), static_cast<double>(bottom[3]),
-                         static_cast<double>(bottom[0])},
-                        {static_cast<double>(top[4]), static_cast<double>(top[7]), static_cast<double>(bottom[7]),
-                         static_cast<double>(bottom[4])}};
-    intersect_cell(cell, path, controls, ray, hits);
-}
-
-// Two splits at a time: which of two halves a ray enters is as good as random to the processor's branch predictor, so
-// the four tests of a quartering share one branch. The quarters of each level wait in their own place; nothing is
-// moved.
-void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int max_depth, RayHits& hits) {
-    struct Level {
-        SimdFloat8 quarters[4][4];
-        unsigned int pending;  // quarters still to be visited, as bits
-        unsigned int a, b;     // of the first quarter
-    };
-    Level levels[max_cell_depth / 2];
-    SimdFloat8 rows[4];
-    transform_to_plane(controls, ray, rows);
-    if (find_origin(rows, rows) == 0) return;
-    const unsigned int last = least_index(max_depth, max_cell_depth) / 2;
-    if (last == 0) return intersect_leaf(rows, {0, 0, 0}, controls, ray, hits);
-    unsigned int depth = 0, a = 0, b = 0;
-    const SimdFloat8* node = rows;
-    for (;;) {
-        Level* level = levels + depth;
-        quarter(node, level->quarters);
-        level->pending = find_origin(level->quarters);
-        level->a = 2 * a;
-        level->b = 2 * b;
-        ++depth;
-        if (depth == last) {
-            while (level->pending != 0) {
-                const unsigned int i = lowest_bit(level->pending);
-                level->pending &= level->pending - 1;
-                intersect_leaf(level->quarters[i], {level->a + i / 2, level->b + i % 2, 2 * depth}, controls, ray,
-                               hits);
-            }
-        }
-        while (level->pending == 0) {
-            if (--depth == 0) return;
-            level = levels + depth - 1;
-        }
-        const unsigned int i = lowest_bit(level->pending);
-        level->pending &= level->pending - 1;
-        node = level->quarters[i];
-        a = level->a + i / 2;
-        b = level->b + i % 2;
     }
 }
 
@@ -472,132 +541,6 @@ void adaptive(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
         add_hit(hits, DepthPatch(controls, ray).evaluate(u, v), u, v, 0.0f, (det <= 0.0f) != range.swapped);
         return true;
     });
-}
-
-// A sub-patch in space, for rays that share its splits: rows of (x | y) and (z | z) lanes.
-struct SpaceNode {
-    SimdFloat8 xy[4];
-    SimdFloat8 zz[4];
-    Path path;
-    int mask;  // rays that enter its box
-};
-
-struct NodeBox {
-    float low[3], high[3];
-
-    explicit NodeBox(const SpaceNode& node) {
-        float xy_min[8], xy_max[8], z_min[8], z_max[8];
-        group_min(min(min(node.xy[0], node.xy[1]), min(node.xy[2], node.xy[3]))).store(xy_min);
-        group_max(max(max(node.xy[0], node.xy[1]), max(node.xy[2], node.xy[3]))).store(xy_max);
-        group_min(min(min(node.zz[0], node.zz[1]), min(node.zz[2], node.zz[3]))).store(z_min);
-        group_max(max(max(node.zz[0], node.zz[1]), max(node.zz[2], node.zz[3]))).store(z_max);
-        low[0] = xy_min[0], low[1] = xy_min[4], low[2] = z_min[0];
-        high[0] = xy_max[0], high[1] = xy_max[4], high[2] = z_max[0];
-    }
-};
-
-// The rays as the box tests see them. Cells are tested in each ray's plane, whose rounding the slabs know nothing of:
-// boxes are taken wider by a millionth of the farthest distance between the ray's origin and the patch, many times what
-// three rounded products can come to.
-class SlabRays {
-public:
-    SlabRays(const RayPacket& rays, const NodeBox& root)
-        : m_near(rays.near, rays.near + 4), m_far(rays.far, rays.far + 4) {
-        SimdFloat8 reach(0.0f);
-        for (unsigned int axis = 0; axis < 3; ++axis) {
-            const SimdFloat8 origin(rays.origin[axis], rays.origin[axis] + 4);
-            m_inverse[axis] = SimdFloat8(rays.inverse_direction[axis], rays.inverse_direction[axis] + 4);
-            reach = max(reach, max(SimdFloat8(root.high[axis]) - origin, origin - SimdFloat8(root.low[axis])));
-        }
-        const SimdFloat8 slack = reach * SimdFloat8(1e-6f);
-        for (unsigned int axis = 0; axis < 3; ++axis) {
-            const SimdFloat8 origin(rays.origin[axis], rays.origin[axis] + 4);
-            m_origin_for_low[axis] = origin + slack;
-            m_origin_for_high[axis] = origin - slack;
-        }
-    }
-
-    // Rays of `candidates` that meet the box.
-    int enter(const NodeBox& box, int candidates) const {
-        SimdFloat8 entry = m_near;
-        SimdFloat8 exit = m_far;
-        for (unsigned int axis = 0; axis < 3; ++axis) {
-            const SimdFloat8 t0 = (SimdFloat8(box.low[axis]) - m_origin_for_low[axis]) * m_inverse[axis];
-            const SimdFloat8 t1 = (SimdFloat8(box.high[axis]) - m_origin_for_high[axis]) * m_inverse[axis];
-            entry = max(entry, min(t0, t1));
-            exit = min(exit, max(t0, t1));
-        }
-        return candidates & less_equal_mask(entry, exit);
-    }
-
-private:
-    SimdFloat8 m_origin_for_low[3];
-    SimdFloat8 m_origin_for_high[3];
-    SimdFloat8 m_inverse[3];
-    SimdFloat8 m_near;
-    SimdFloat8 m_far;
-};
-
-// Plane coordinates of a point for one ray.
-inline void project_corner(const float* point, const RaySpace& ray, double& p, double& q) {
-    const float x = point[0] - ray.origin[0], y = point[1] - ray.origin[1], z = point[2] - ray.origin[2];
-    p = static_cast<double>(x * ray.across[0][0] + y * ray.across[0][1] + z * ray.across[0][2]);
-    q = static_cast<double>(x * ray.across[1][0] + y * ray.across[1][1] + z * ray.across[1][2]);
-}
-
-void estimate_packet(const float (*controls)[16], const RayPacket& rays, unsigned int max_depth, RayHits* hits) {
-    max_depth = max_depth < max_cell_depth ? max_depth : max_cell_depth;
-    SpaceNode stack[stack_capacity];
-    unsigned int stack_count = 0;
-    SpaceNode node;
-    for (unsigned int r = 0; r < 4; ++r) {
-        node.xy[r] = SimdFloat8(controls[0] + 4 * r, controls[1] + 4 * r);
-        node.zz[r] = SimdFloat8(controls[2] + 4 * r, controls[2] + 4 * r);
-    }
-    node.path = {0, 0, 0};
-    const NodeBox root_box(node);
-    const SlabRays slabs(rays, root_box);
-    node.mask = slabs.enter(root_box, (1 << RayPacket::size) - 1);
-    if (node.mask == 0) return;
-    for (;;) {
-        if (node.path.depth < max_depth && stack_count < stack_capacity) {
-            SpaceNode first, second;
-            halve(node.xy[0], node.xy[1], node.xy[2], node.xy[3], first.xy, second.xy);
-            halve(node.zz[0], node.zz[1], node.zz[2], node.zz[3], first.zz, second.zz);
-            first.path = get_first_half(node.path);
-            second.path = {first.path.a, first.path.b + 1, first.path.depth};
-            first.mask = slabs.enter(NodeBox(first), node.mask);
-            second.mask = slabs.enter(NodeBox(second), node.mask);
-            if (first.mask != 0) {
-                if (second.mask != 0) stack[stack_count++] = second;
-                node = first;
-                continue;
-            }
-            if (second.mask != 0) {
-                node = second;
-                continue;
-            }
-        } else {
-            float top[8], bottom[8], top_z[8], bottom_z[8];
-            node.xy[0].store(top);
-            node.xy[3].store(bottom);
-            node.zz[0].store(top_z);
-            node.zz[3].store(bottom_z);
-            const float corners[4][3] = {{top[0], top[4], top_z[0]},
-                                         {top[3], top[7], top_z[3]},
-                                         {bottom[3], bottom[7], bottom_z[3]},
-                                         {bottom[0], bottom[4], bottom_z[0]}};
-            for (unsigned int i = 0; i < RayPacket::size; ++i) {
-                if (((node.mask >> i) & 1) == 0) continue;
-                if (node.path.depth < max_depth) ++hits[i].overflow_count;
-                FlatCell cell;
-                for (unsigned int k = 0; k < 4; ++k) project_corner(corners[k], *rays.spaces[i], cell.p[k], cell.q[k]);
-                intersect_cell(cell, node.path, controls, *rays.spaces[i], hits[i]);
-            }
-        }
-        if (stack_count == 0) return;
-        node = stack[--stack_count];
-    }
 }
 
 }  // namespace

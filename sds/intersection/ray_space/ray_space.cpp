@@ -15,7 +15,6 @@ namespace {
 
 using sds::RayHit;
 using sds::RayHits;
-using sds::RayPacket;
 using sds::RaySpace;
 
 // The sixteen points per coordinate, in grid order.
@@ -45,15 +44,6 @@ RaySpace make_space(const GeometryRaySpace& space) {
     return ray;
 }
 
-// A direction of zero would give 0 * infinity on a box side: its reciprocal keeps the sign and stays finite.
-constexpr float tiny = 1e-30f;
-
-// A float at or below x, or x where it is infinite.
-float widen_down(double x) {
-    const auto nearest = static_cast<float>(x);
-    return std::isfinite(nearest) ? nearest - std::fabs(nearest) * std::numeric_limits<float>::epsilon() : nearest;
-}
-
 bool push_hit(const CtxEval& ctx, unsigned int primitive, GeometryRaytraceCtx& rays, unsigned int i, double t, float u,
               float v, float cell) {
     const double size = rays.get_data().hit_detail == 1 ? static_cast<double>(cell) : 0.0;
@@ -68,44 +58,6 @@ void push_cell_hits(const CtxEval& ctx, unsigned int primitive, GeometryRaytrace
         const RayHit& hit = hits.hits[h];
         push_hit(ctx, primitive, rays, i, shift + static_cast<double>(hit.t), hit.u, hit.v, hit.cell);
     }
-}
-
-unsigned int trace_cell_packet(const CtxEval& ctx, unsigned int primitive, const ControlGrid& grid,
-                               GeometryRaytraceCtx& rays, unsigned int first, unsigned int ray_count,
-                               unsigned int max_depth) {
-    RaySpace spaces[RayPacket::size];
-    RayHits hits[RayPacket::size];
-    RayPacket packet;
-    float direction[3][RayPacket::size];
-    for (unsigned int i = 0; i < RayPacket::size; ++i) {
-        const unsigned int ray = first + std::min(i, ray_count - 1);
-        const GeometryRaySpace& space = rays.get_ray_space(ray);
-        spaces[i] = make_space(space);
-        packet.spaces[i] = &spaces[i];
-        for (unsigned int axis = 0; axis < 3; ++axis) {
-            packet.origin[axis][i] = space.origin[axis];
-            direction[axis][i] = static_cast<float>(space.ray_direction[axis]);
-        }
-        const bool active = i < ray_count && !rays.is_ray_finished(ray);
-        packet.near[i] =
-            active ? widen_down(rays.get_tnear(ray) - space.shift) : std::numeric_limits<float>::max();
-        packet.far[i] = active ? -widen_down(space.shift - rays.get_intersection_path(ray).get_distance())
-                               : -std::numeric_limits<float>::max();
-        hits[i].count = 0;
-        hits[i].overflow_count = 0;
-    }
-    for (unsigned int axis = 0; axis < 3; ++axis)
-        for (unsigned int i = 0; i < RayPacket::size; ++i) {
-            const float d = direction[axis][i];
-            packet.inverse_direction[axis][i] = std::fabs(d) < tiny ? std::copysign(1.0f / tiny, d) : 1.0f / d;
-        }
-    sds::get_ray_kernels().estimate_packet(grid.coords, packet, max_depth, hits);
-    unsigned int overflow_count = 0;
-    for (unsigned int i = 0; i < ray_count; ++i) {
-        push_cell_hits(ctx, primitive, rays, first + i, rays.get_ray_space(first + i).shift, hits[i]);
-        overflow_count += hits[i].overflow_count;
-    }
-    return overflow_count;
 }
 
 }  // namespace
@@ -144,22 +96,14 @@ unsigned int sds::trace_flat_cells(const CtxEval& ctx, unsigned int primitive, c
                                    GeometryRaytraceCtx& rays, unsigned int count) {
     const ControlGrid grid(controls);
     const RayKernels& kernels = get_ray_kernels();
-    const unsigned int first = rays.get_first_ray();
-    const unsigned int ray_count = rays.get_last_ray() - first + 1;
     unsigned int overflow_count = 0;
-    if (rays.get_data().map != nullptr && ray_count > 1) {
-        for (unsigned int i = 0; i < ray_count; i += RayPacket::size)
-            overflow_count += trace_cell_packet(ctx, primitive, grid, rays, first + i,
-                                                std::min(RayPacket::size, ray_count - i), 2 * count);
-        return overflow_count;
-    }
-    for (unsigned int i = first; i <= rays.get_last_ray(); ++i) {
+    for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
         if (rays.is_ray_finished(i)) continue;
         const GeometryRaySpace& space = rays.get_ray_space(i);
         RayHits hits;
         hits.count = 0;
         hits.overflow_count = 0;
-        kernels.estimate(grid.coords, make_space(space), 2 * count, hits);
+        kernels.estimate(grid.coords, make_space(space), count, hits);
         overflow_count += hits.overflow_count;
         push_cell_hits(ctx, primitive, rays, i, space.shift, hits);
     }
