@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <limits>
 
 #include "qn_ctx/ctx_eval.h"
 #include "qn_geometry/geometry_raytrace_ctx.h"
@@ -21,16 +20,11 @@ public:
     static constexpr unsigned int packet_size = 16;
 
     // `shader` outlives the thread's state.
-    explicit RenderThread(const CtxShader& shader) : m_eval(shader, &m_thread), m_map(packet_size) {
-        for (unsigned int i = 0; i < packet_size; ++i)
-            m_map.get_path(i).reset(1, std::numeric_limits<double>::infinity());
-    }
+    explicit RenderThread(const CtxShader& shader) : m_eval(shader, &m_thread) {}
     RenderThread(const RenderThread&) = delete;
     RenderThread& operator=(const RenderThread&) = delete;
 
     const CtxEval& get_eval() const { return m_eval; }
-    // One path per ray of a packet.
-    GeometryIntersectionMap& get_map() { return m_map; }
     // Room for the hits of a packet's rays while they are offered a primitive.
     KeptHit* get_kept_hits() { return m_kept_hits; }
 
@@ -41,7 +35,6 @@ public:
 private:
     CtxThread m_thread;
     CtxEval m_eval;
-    GeometryIntersectionMap m_map;
     KeptHit m_kept_hits[packet_size];
 };
 

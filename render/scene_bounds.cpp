@@ -189,13 +189,30 @@ void UnitSpace::narrow(const Bbox3& box, float lower[3], float upper[3]) const {
     }
 }
 
+namespace {
+
+// Length of a direction and its reciprocal; false when it has none.
+bool measure_direction(const Vec3& direction, double& length, double& inverse) {
+    const double excess = direction.length_squared() - 1.0;
+    // Most rays come with unit directions up to rounding: the series' next term is below 1e-16 there.
+    if (std::fabs(excess) < 1e-8) {
+        length = 1.0 + 0.5 * excess;
+        inverse = 1.0 - 0.5 * excess;
+        return true;
+    }
+    length = direction.length();
+    inverse = 1.0 / length;
+    return length > 0.0 && std::isfinite(length);
+}
+
+}  // namespace
+
 bool SceneRay::init(const UnitSpace& space, const Vec3& ray_origin, const Vec3& ray_direction, double tnear,
                     double tfar) {
-    const double speed = ray_direction.length();
-    if (!(speed > 0.0) || !std::isfinite(speed) || !ray_origin.is_finite()) return false;
+    double speed = 0.0, inverse_speed = 0.0;
+    if (!measure_direction(ray_direction, speed, inverse_speed) || !ray_origin.is_finite()) return false;
     // A little more than the sphere, so that no rounding below can cut off a hit.
     constexpr double reach = 1.01;
-    const double inverse_speed = 1.0 / speed;
     const Vec3 axis = ray_direction * inverse_speed;
     const Vec3 to_center = space.get_center() - ray_origin;
     const double nearest = to_center.dot(axis);

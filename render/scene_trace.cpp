@@ -73,11 +73,6 @@ void offer_range(const SceneObject& object, unsigned int primitive, RenderThread
                  unsigned int first, unsigned int last) {
     GeometryRaytraceData data;
     data.has_motion_blur = object.is_animated;
-    if (last > first) {
-        data.map = &thread.get_map();
-        for (unsigned int i = first; i <= last; ++i)
-            if (!rays[i].is_finished) data.map->get_path(i).reset(1, rays[i].tfar);
-    }
     GeometryRaytraceCtx ctx(rays, last + 1, data);
     ctx.set_ray_range(first, last);
     ctx.set_reference_point(object.reference);

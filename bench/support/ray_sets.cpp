@@ -14,13 +14,6 @@ using Vec3d = GMathVec3<double>;
 using sds_render::RenderThread;
 using sds_render::Scene;
 
-GeometryRay make_ray(const Ray& source) {
-    GeometryRay ray;
-    ray.origin = source.origin;
-    ray.direction = source.direction;
-    ray.time = source.time;
-    return ray;
-}
 
 }  // namespace
 
@@ -63,8 +56,9 @@ RaySet make_moving_rays(const RaySet& rays) {
 
 TraceResult trace_single(const Scene& scene, RenderThread& thread, const RaySet& rays, size_t begin, size_t end) {
     TraceResult result;
+    GeometryRay ray;
     for (size_t i = begin; i < end; ++i) {
-        GeometryRay ray = make_ray(rays[i]);
+        ray.start(rays[i].origin, rays[i].direction, rays[i].time);
         if (scene.intersect(ray, thread)) result.add(ray.hit.t);
     }
     return result;
@@ -75,7 +69,7 @@ TraceResult trace_packets(const Scene& scene, RenderThread& thread, const RaySet
     GeometryRay packet[8];
     unsigned int objects[8];
     for (size_t first = begin; first + 8 <= end; first += 8) {
-        for (size_t i = 0; i < 8; ++i) packet[i] = make_ray(rays[first + i]);
+        for (size_t i = 0; i < 8; ++i) packet[i].start(rays[first + i].origin, rays[first + i].direction, rays[first + i].time);
         scene.intersect_packet(packet, 8, thread, objects);
         for (size_t i = 0; i < 8; ++i)
             if (objects[i] != sds_render::no_index) result.add(packet[i].hit.t);
@@ -85,8 +79,9 @@ TraceResult trace_packets(const Scene& scene, RenderThread& thread, const RaySet
 
 TraceResult trace_occlusion(const Scene& scene, RenderThread& thread, const RaySet& rays, size_t begin, size_t end) {
     TraceResult result;
+    GeometryRay ray;
     for (size_t i = begin; i < end; ++i) {
-        GeometryRay ray = make_ray(rays[i]);
+        ray.start(rays[i].origin, rays[i].direction, rays[i].time);
         if (scene.occluded(ray, thread)) result.add(0.0);
     }
     return result;
@@ -94,8 +89,9 @@ TraceResult trace_occlusion(const Scene& scene, RenderThread& thread, const RayS
 
 std::vector<double> find_distances(const Scene& scene, RenderThread& thread, const RaySet& rays) {
     std::vector<double> distances;
+    GeometryRay ray;
     for (const Ray& source : rays) {
-        GeometryRay ray = make_ray(source);
+        ray.start(source.origin, source.direction, source.time);
         distances.push_back(scene.intersect(ray, thread) ? ray.hit.t : std::numeric_limits<double>::infinity());
     }
     return distances;

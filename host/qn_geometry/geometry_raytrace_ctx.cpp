@@ -11,8 +11,8 @@ double GeometryRaytraceCtx::get_reference_shift(const unsigned int& i) const {
 const GeometryRaySpace& GeometryRaytraceCtx::get_ray_space(const unsigned int& i) {
     GeometryRay& ray = m_rays[i];
     GeometryRaySpace& space = ray.space;
-    if (space.ray_origin == ray.origin && space.ray_direction == ray.direction &&
-        space.reference_point == m_reference_point)
+    if (space.reference_point == m_reference_point && space.ray_origin == ray.origin &&
+        space.ray_direction == ray.direction)
         return space;
     space.ray_origin = ray.origin;
     space.ray_direction = ray.direction;

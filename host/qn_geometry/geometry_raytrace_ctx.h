@@ -36,15 +36,15 @@ enum class GeometryRayMode : unsigned char {
 // A ray as narrow kernels see it: moved along itself to the place nearest to a reference point, in double precision,
 // then narrowed.
 struct GeometryRaySpace {
-    // What it was made from.
-    GMathVec3<double> ray_origin{0, 0, 0};
-    GMathVec3<double> ray_direction{0, 0, 0};
-    GMathVec3<double> reference_point{0, 0, 0};
+    // What it was made from; NaN until it is. Rays are made by the million: nothing else is set before that.
+    GMathVec3<double> reference_point{std::numeric_limits<double>::quiet_NaN(), 0, 0};
+    GMathVec3<double> ray_origin;
+    GMathVec3<double> ray_direction;
 
-    double shift = 0.0;  // distance along the ray of `origin`
-    float origin[3] = {};
-    float across[2][3] = {};  // two unit vectors across the direction: (across 0, across 1, direction) is right-handed
-    float along[3] = {};      // direction / |direction|^2: dot products with it are distances along the ray
+    double shift;  // distance along the ray of `origin`
+    float origin[3];
+    float across[2][3];  // two unit vectors across the direction: (across 0, across 1, direction) is right-handed
+    float along[3];      // direction / |direction|^2: dot products with it are distances along the ray
 };
 
 struct GeometryRay {
@@ -60,6 +60,20 @@ struct GeometryRay {
     GeometryOccluder occluder;
     // Kept by GeometryRaytraceCtx::get_ray_space from one primitive to the next.
     GeometryRaySpace space;
+
+    // The record anew for another ray, as a fresh one but for what stays unread.
+    void start(const GMathVec3<double>& from, const GMathVec3<double>& towards, const double& at = 0.0) {
+        origin = from;
+        direction = towards;
+        tnear = 0.0;
+        tfar = std::numeric_limits<double>::infinity();
+        time = at;
+        mode = GeometryRayMode::closest;
+        is_finished = false;
+        hit = GeometryHit();
+        occluder = GeometryOccluder();
+        space.reference_point[0] = std::numeric_limits<double>::quiet_NaN();
+    }
 };
 
 // What all rays of a context share.
