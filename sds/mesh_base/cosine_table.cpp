@@ -31,13 +31,17 @@ const float* cosine_table() { return table.load(std::memory_order_acquire); }
 
 float lookup_cosine(float x) {
     const float* entries = table.load(std::memory_order_relaxed);
-    float r = std::fmod(x, two_pi);
-    if (r < 0.0f) r += two_pi;
+    // Angles of fans are within the turn already, where the remainder is the angle itself.
+    float r = x;
+    if (!(x >= 0.0f && x < two_pi)) {
+        r = std::fmod(x, two_pi);
+        if (r < 0.0f) r += two_pi;
+    }
     if (r >= pi) r = two_pi - r;
     const float t = r * entries_per_radian;
     const auto i0 = static_cast<unsigned int>(t);
-    const auto i1 = static_cast<unsigned int>(std::ceil(t));
     const float f = t - static_cast<float>(i0);
+    const unsigned int i1 = f > 0.0f ? i0 + 1 : i0;
     return (1.0f - f) * entries[i0] + f * entries[i1];
 }
 

@@ -82,7 +82,7 @@ void SphereCloud::compute_fragment_sample(const CtxEval&, const GeometryFragment
 void SphereCloud::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                                       GeometryRaytraceCtx& rays) const {
     const unsigned int first = rays.get_first_ray(), last = rays.get_last_ray();
-    if (last > first && rays.get_data().map != nullptr) {
+    if (last > first) {
         ++m_range_count;
         const unsigned int length = last - first + 1;
         unsigned int longest = m_longest_range;

@@ -69,7 +69,7 @@ struct GeometryOccluder {
 
 struct GeometryRaySpace {
     double shift;
-    float origin[3], across[2][3], along[3], inverse_direction[3];
+    float origin[3], across[2][3], along[3];
 };
 
 struct GeometryRay {

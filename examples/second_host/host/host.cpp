@@ -112,8 +112,6 @@ const GeometryRaySpace& GeometryRaytraceCtx::get_ray_space(unsigned int) {
         space.origin[i] = origin[i];
         space.along[i] = along[i];
         for (unsigned int k = 0; k < 2; ++k) space.across[k][i] = sideways[k][i];
-        const auto component = static_cast<float>(d[i]);
-        space.inverse_direction[i] = std::fabs(component) < 1e-30f ? std::copysign(1e30f, component) : 1.0f / component;
     }
     return space;
 }

@@ -25,6 +25,9 @@ struct Lanes {
         return r;
     }
     static Lanes load_unaligned(const float* p) { return load(p); }
+    // Three floats, the last lane 0.
+    static Lanes load3(const float* p) requires(N == 4) { return {p[0], p[1], p[2], 0.0f}; }
+    void store3(float* p) const { std::copy_n(v, 3, p); }
     void store(float* p) const { std::copy_n(v, N, p); }
     void store_unaligned(float* p) const { store(p); }
 
@@ -77,6 +80,10 @@ inline SimdFloat8 next_lanes(const SimdFloat8& a) { return shuffle(a, {1, 2, 3, 
 inline SimdFloat8 first_lanes(const SimdFloat8& a) { return shuffle(a, {0, 1, 2, 2}); }
 inline SimdFloat8 swap_pairs(const SimdFloat8& a) { return shuffle(a, {2, 3, 0, 1}); }
 inline SimdFloat8 swap_neighbours(const SimdFloat8& a) { return shuffle(a, {1, 0, 3, 2}); }
+inline SimdFloat8 swap_last(const SimdFloat8& a) { return shuffle(a, {0, 1, 3, 2}); }
+inline SimdFloat8 swap_groups(const SimdFloat8& a) {
+    return SimdFloat8::make([&](int i) { return a.v[i ^ 4]; });
+}
 // Every lane becomes the least, the greatest, the sum of its group.
 inline SimdFloat8 group_min(const SimdFloat8& a) {
     const SimdFloat8 pairs = min(a, swap_pairs(a));
@@ -89,6 +96,26 @@ inline SimdFloat8 group_max(const SimdFloat8& a) {
 inline SimdFloat8 group_sum(const SimdFloat8& a) {
     const SimdFloat8 pairs = a + swap_pairs(a);
     return pairs + swap_neighbours(pairs);
+}
+
+// Lane k of a group: fold(the four lanes of that group of the k-th vector), halves 0 2 and 1 3 first.
+template <class Fold>
+inline SimdFloat8 fold_four(const SimdFloat8& a, const SimdFloat8& b, const SimdFloat8& c, const SimdFloat8& d,
+                            Fold&& fold) {
+    const SimdFloat8* const vectors[4] = {&a, &b, &c, &d};
+    return SimdFloat8::make([&](int i) {
+        const float* g = vectors[i & 3]->v + (i & 4);
+        return fold(fold(g[0], g[2]), fold(g[1], g[3]));
+    });
+}
+inline SimdFloat8 min_of_four(const SimdFloat8& a, const SimdFloat8& b, const SimdFloat8& c, const SimdFloat8& d) {
+    return fold_four(a, b, c, d, [](float x, float y) { return x < y ? x : y; });
+}
+inline SimdFloat8 max_of_four(const SimdFloat8& a, const SimdFloat8& b, const SimdFloat8& c, const SimdFloat8& d) {
+    return fold_four(a, b, c, d, [](float x, float y) { return x > y ? x : y; });
+}
+inline SimdFloat8 sum_of_four(const SimdFloat8& a, const SimdFloat8& b, const SimdFloat8& c, const SimdFloat8& d) {
+    return fold_four(a, b, c, d, [](float x, float y) { return x + y; });
 }
 
 }  // namespace lanes

@@ -12,8 +12,7 @@ namespace sds {
 unsigned int trace_limit_surface(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
                                  GeometryRaytraceCtx& rays);
 
-// The rays of the range against the flat cells of `count` levels. With a map, ranges of several rays share their
-// splits.
+// The same against the flat cells of `count` levels.
 unsigned int trace_flat_cells(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
                               GeometryRaytraceCtx& rays, unsigned int count);
 
