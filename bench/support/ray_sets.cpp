@@ -14,7 +14,6 @@ using Vec3d = GMathVec3<double>;
 using sds_render::RenderThread;
 using sds_render::Scene;
 
-
 }  // namespace
 
 RaySet make_primary_rays(const Scene& scene, unsigned int side) {
@@ -69,7 +68,8 @@ TraceResult trace_packets(const Scene& scene, RenderThread& thread, const RaySet
     GeometryRay packet[8];
     unsigned int objects[8];
     for (size_t first = begin; first + 8 <= end; first += 8) {
-        for (size_t i = 0; i < 8; ++i) packet[i].start(rays[first + i].origin, rays[first + i].direction, rays[first + i].time);
+        for (size_t i = 0; i < 8; ++i)
+            packet[i].start(rays[first + i].origin, rays[first + i].direction, rays[first + i].time);
         scene.intersect_packet(packet, 8, thread, objects);
         for (size_t i = 0; i < 8; ++i)
             if (objects[i] != sds_render::no_index) result.add(packet[i].hit.t);

@@ -223,9 +223,7 @@ QN_SIMD_INLINE SimdFloat8 low_pairs(SimdFloat8 a, SimdFloat8 b) {
 QN_SIMD_INLINE SimdFloat8 high_pairs(SimdFloat8 a, SimdFloat8 b) {
     return pick_lanes({a, b}, {0, 0, 1, 1}, {2, 3, 2, 3});
 }
-QN_SIMD_INLINE SimdFloat8 zip_low(SimdFloat8 a, SimdFloat8 b) {
-    return pick_lanes({a, b}, {0, 1, 0, 1}, {0, 0, 1, 1});
-}
+QN_SIMD_INLINE SimdFloat8 zip_low(SimdFloat8 a, SimdFloat8 b) { return pick_lanes({a, b}, {0, 1, 0, 1}, {0, 0, 1, 1}); }
 QN_SIMD_INLINE SimdFloat8 zip_high(SimdFloat8 a, SimdFloat8 b) {
     return pick_lanes({a, b}, {0, 1, 0, 1}, {2, 2, 3, 3});
 }

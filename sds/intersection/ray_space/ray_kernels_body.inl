@@ -60,11 +60,10 @@ inline void transform_to_plane(const float (*controls)[16], const RaySpace& ray,
 // or above it. NaN fails.
 inline unsigned int find_origin(const SimdFloat8* r, const SimdFloat8* s) {
     const SimdFloat8 zero(0.0f);
-    unsigned int lanes =
-        static_cast<unsigned int>(less_equal_mask(min(min(r[0], r[1]), min(r[2], r[3])), zero)) |
-        static_cast<unsigned int>(less_equal_mask(zero, max(max(r[0], r[1]), max(r[2], r[3])))) << 8 |
-        static_cast<unsigned int>(less_equal_mask(min(min(s[0], s[1]), min(s[2], s[3])), zero)) << 16 |
-        static_cast<unsigned int>(less_equal_mask(zero, max(max(s[0], s[1]), max(s[2], s[3])))) << 24;
+    unsigned int lanes = static_cast<unsigned int>(less_equal_mask(min(min(r[0], r[1]), min(r[2], r[3])), zero)) |
+                         static_cast<unsigned int>(less_equal_mask(zero, max(max(r[0], r[1]), max(r[2], r[3])))) << 8 |
+                         static_cast<unsigned int>(less_equal_mask(min(min(s[0], s[1]), min(s[2], s[3])), zero)) << 16 |
+                         static_cast<unsigned int>(less_equal_mask(zero, max(max(s[0], s[1]), max(s[2], s[3])))) << 24;
     // Any lane of each group of four.
     lanes |= lanes >> 1;
     lanes |= lanes >> 2;
@@ -327,8 +326,7 @@ struct SkewedPatch {
             largest = max(largest, max(r[i], zero - r[i]));
         }
         largest = group_max(largest);
-        const SimdFloat8 products =
-            largest * max(own, zero - own) + swap_groups(largest) * max(other, zero - other);
+        const SimdFloat8 products = largest * max(own, zero - own) + swap_groups(largest) * max(other, zero - other);
         slack = products * SimdFloat8(0x1p-18f);
     }
 };
@@ -493,7 +491,8 @@ private:
     }
 };
 
-// The place of the node's root by Newton's iteration from its centre, where the jet is `jet`; false when it does not converge inside the node.
+// The place of the node's root by Newton's iteration from its centre, where the jet is `jet`; false when it does not
+// converge inside the node.
 inline bool find_root(const SimdFloat8* rows, PlaneJet jet, float& s, float& t, float& det) {
     s = t = 0.5f;
     for (unsigned int i = 0; i < max_newton_steps; ++i) {
