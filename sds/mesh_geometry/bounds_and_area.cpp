@@ -6,7 +6,7 @@
 #include "qn_ctx/ctx_eval.h"
 #include "qn_gmath/gmath.h"
 #include "qn_simd/simd_float4.h"
-#include "sds/common/control_grid.h"
+#include "sds/common/control_lanes.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_base/task_chunks.h"
 #include "sds/mesh_geometry/sds_mesh_geometry.h"
@@ -26,23 +26,22 @@ constexpr float third_weights[4][4] = {{1.0f, 0.0f, 0.0f, 0.0f},
 
 constexpr unsigned int area_entries = 4;  // |x|, |y|, |z| and the area
 
-// The surface at the 4 x 4 grid of thirds, per coordinate: points[axis][4 * v + u].
+// The surface at the 4 x 4 grid of thirds, per coordinate: rows[axis][j] at v = j / 3, lanes at u = i / 3.
 struct ThirdsGrid {
-    alignas(16) float points[3][16];
+    SimdFloat4 rows[3][4];
 
     explicit ThirdsGrid(const Vec3f* controls) {
-        for (unsigned int place = 0; place < 16; ++place)
-            for (unsigned int axis = 0; axis < 3; ++axis) points[axis][place] = controls[sds::grid_order[place]][axis];
+        const sds::ControlLanes grid(controls);
         for (unsigned int axis = 0; axis < 3; ++axis) {
-            const float* c = points[axis];
-            SimdFloat4 p0 = SimdFloat4::load(c), p1 = SimdFloat4::load(c + 4), p2 = SimdFloat4::load(c + 8),
-                       p3 = SimdFloat4::load(c + 12);
+            const float* c = grid.coords[axis];
+            SimdFloat4 p0 = SimdFloat4::load_unaligned(c), p1 = SimdFloat4::load_unaligned(c + 4),
+                       p2 = SimdFloat4::load_unaligned(c + 8), p3 = SimdFloat4::load_unaligned(c + 12);
             // Rows first: lanes are then rows, one vector per parameter.
             transpose(p0, p1, p2, p3);
             SimdFloat4 u0 = blend(0, p0, p1, p2, p3), u1 = blend(1, p0, p1, p2, p3), u2 = blend(2, p0, p1, p2, p3),
                        u3 = blend(3, p0, p1, p2, p3);
             transpose(u0, u1, u2, u3);
-            for (unsigned int j = 0; j < 4; ++j) blend(j, u0, u1, u2, u3).store(points[axis] + 4 * j);
+            for (unsigned int j = 0; j < 4; ++j) rows[axis][j] = blend(j, u0, u1, u2, u3);
         }
     }
 
@@ -53,7 +52,8 @@ private:
     }
 };
 
-constexpr unsigned int cell_count = 9;
+// Three rows of four, of which the first has no cell: its edges are 0, and so are its areas.
+constexpr unsigned int cell_count = 12;
 
 // The two edges that meet at the highest corner of each of the 9 cells, per coordinate.
 struct CellEdges {
@@ -61,15 +61,14 @@ struct CellEdges {
     float along_v[3][cell_count];
 
     explicit CellEdges(const ThirdsGrid& grid) {
-        for (unsigned int axis = 0; axis < 3; ++axis) {
-            const float* p = grid.points[axis];
-            for (unsigned int j = 1; j < 4; ++j)
-                for (unsigned int i = 1; i < 4; ++i) {
-                    const unsigned int cell = 3 * (j - 1) + i - 1;
-                    along_u[axis][cell] = p[4 * j + i] - p[4 * j + i - 1];
-                    along_v[axis][cell] = p[4 * j + i] - p[4 * (j - 1) + i];
-                }
-        }
+        const SimdFloat4 zero(0.0f), has_cell(0.0f, 1.0f, 1.0f, 1.0f);
+        for (unsigned int axis = 0; axis < 3; ++axis)
+            for (unsigned int j = 1; j < 4; ++j) {
+                const SimdFloat4 row = grid.rows[axis][j];
+                const unsigned int cell = 4 * (j - 1);
+                select_positive(has_cell, row - previous_lanes(row), zero).store_unaligned(along_u[axis] + cell);
+                select_positive(has_cell, row - grid.rows[axis][j - 1], zero).store_unaligned(along_v[axis] + cell);
+            }
     }
 };
 
@@ -84,6 +83,17 @@ void add_patch_area(const Vec3f* controls, double* area) {
         c[1][cell] = u(2) * v(0) - u(0) * v(2);
         c[2][cell] = u(0) * v(1) - u(1) * v(0);
         length[cell] = std::sqrt(c[0][cell] * c[0][cell] + c[1][cell] * c[1][cell] + c[2][cell] * c[2][cell]);
+    }
+    // Pairs of cells side by side, so that sums take two at a time.
+    double sums[4][2] = {};
+    for (unsigned int cell = 0; cell < cell_count; cell += 2)
+        for (unsigned int i = 0; i < 2; ++i) {
+            for (unsigned int axis = 0; axis < 3; ++axis) sums[axis][i] += std::fabs(c[axis][cell + i]);
+            sums[3][i] += length[cell + i];
+        }
+    if (gmath_isfinited(sums[3][0] + sums[3][1])) {
+        for (unsigned int i = 0; i < area_entries; ++i) area[i] += sums[i][0] + sums[i][1];
+        return;
     }
     for (unsigned int cell = 0; cell < cell_count; ++cell) {
         if (!gmath_isfinited(length[cell])) continue;
@@ -131,31 +141,25 @@ unsigned int get_group_count(const SdsMeshBase& base) {
 
 // Grows a box by the controls whose coordinates are all finite.
 void grow_by_finite(const Vec3f* controls, GMathBbox3<float>& box) {
-    // The sixteen points are forty-eight floats: xyzx yzxy zxyz, four times.
-    const float* c = controls[0].get_data();
-    SimdFloat4 low[3], high[3], difference(0.0f);
-    for (unsigned int i = 0; i < 3; ++i) {
-        const SimdFloat4 v0 = SimdFloat4::load_unaligned(c + 4 * i), v1 = SimdFloat4::load_unaligned(c + 12 + 4 * i);
-        const SimdFloat4 v2 = SimdFloat4::load_unaligned(c + 24 + 4 * i),
-                         v3 = SimdFloat4::load_unaligned(c + 36 + 4 * i);
-        low[i] = min(min(v0, v1), min(v2, v3));
-        high[i] = max(max(v0, v1), max(v2, v3));
+    SimdFloat4 low = SimdFloat4::load3(box.get_min().get_data()), high = SimdFloat4::load3(box.get_max().get_data());
+    SimdFloat4 difference(0.0f);
+    for (unsigned int k = 0; k < 16; ++k) {
+        const SimdFloat4 point = SimdFloat4::load3(controls[k].get_data());
+        low = min(low, point);
+        high = max(high, point);
         // Zero for finite numbers, NaN otherwise.
-        difference = difference + ((v0 - v0) + (v1 - v1)) + ((v2 - v2) + (v3 - v3));
+        difference = difference + (point - point);
     }
-    if (less_equal_mask(difference, SimdFloat4(0.0f)) != 15) {
-        for (unsigned int k = 0; k < 16; ++k)
-            if (gmath_isfinitef(controls[k][0]) && gmath_isfinitef(controls[k][1]) && gmath_isfinitef(controls[k][2]))
-                box.grow(controls[k]);
+    if (less_equal_mask(difference, SimdFloat4(0.0f)) == 15) {
+        Vec3f lowest, highest;
+        low.store3(lowest.get_data());
+        high.store3(highest.get_data());
+        box = {lowest, highest};
         return;
     }
-    alignas(16) float ends[2][12];
-    for (unsigned int i = 0; i < 3; ++i) {
-        low[i].store(ends[0] + 4 * i);
-        high[i].store(ends[1] + 4 * i);
-    }
-    for (const auto& row : ends)
-        for (unsigned int k = 0; k < 12; k += 3) box.grow({row[k], row[k + 1], row[k + 2]});
+    for (unsigned int k = 0; k < 16; ++k)
+        if (gmath_isfinitef(controls[k][0]) && gmath_isfinitef(controls[k][1]) && gmath_isfinitef(controls[k][2]))
+            box.grow(controls[k]);
 }
 
 // Grows the boxes and areas of the patches' groups.

@@ -122,5 +122,6 @@ inline SimdFloat8 sum_of_four(const SimdFloat8& a, const SimdFloat8& b, const Si
 
 using SimdFloat4 = lanes::Lanes<4>;
 
+inline SimdFloat4 previous_lanes(const SimdFloat4& a) { return {a.v[0], a.v[0], a.v[1], a.v[2]}; }
 inline float horizontal_min(const SimdFloat4& a) { return *std::min_element(a.v, a.v + 4); }
 inline float horizontal_max(const SimdFloat4& a) { return *std::max_element(a.v, a.v + 4); }

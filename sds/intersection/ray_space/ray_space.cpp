@@ -5,8 +5,7 @@
 #include <limits>
 
 #include "qn_ctx/ctx_eval.h"
-#include "qn_simd/simd_float4.h"
-#include "sds/common/control_grid.h"
+#include "sds/common/control_lanes.h"
 #include "sds/intersection/hit_slots.h"
 #include "sds/intersection/ray_space/ray_kernels.h"
 #include "sds/intersection/ray_targets.h"
@@ -16,24 +15,6 @@ namespace {
 using sds::RayHit;
 using sds::RayHits;
 using sds::RaySpace;
-
-// The sixteen points per coordinate, in grid order.
-struct ControlGrid {
-    float coords[3][16];
-
-    explicit ControlGrid(const GMathVec3<float>* controls) {
-        const auto load = [controls](unsigned int place) {
-            return SimdFloat4::load3(controls[sds::grid_order[place]].get_data());
-        };
-        for (unsigned int row = 0; row < 16; row += 4) {
-            SimdFloat4 x = load(row), y = load(row + 1), z = load(row + 2), w = load(row + 3);
-            transpose(x, y, z, w);
-            x.store_unaligned(coords[0] + row);
-            y.store_unaligned(coords[1] + row);
-            z.store_unaligned(coords[2] + row);
-        }
-    }
-};
 
 RaySpace make_space(const GeometryRaySpace& space) {
     RaySpace ray;
@@ -64,7 +45,7 @@ void push_cell_hits(const CtxEval& ctx, unsigned int primitive, GeometryRaytrace
 
 unsigned int sds::trace_limit_surface(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
                                       GeometryRaytraceCtx& rays) {
-    const ControlGrid grid(controls);
+    const ControlLanes grid(controls);
     const RayKernels& kernels = get_ray_kernels();
     unsigned int overflow_count = 0;
     for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
@@ -94,7 +75,7 @@ unsigned int sds::trace_limit_surface(const CtxEval& ctx, unsigned int primitive
 
 unsigned int sds::trace_flat_cells(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
                                    GeometryRaytraceCtx& rays, unsigned int count) {
-    const ControlGrid grid(controls);
+    const ControlLanes grid(controls);
     const RayKernels& kernels = get_ray_kernels();
     unsigned int overflow_count = 0;
     for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
