@@ -20,6 +20,7 @@ void check_positions(Session& session, const HostCage& cage, const OurSurface& o
     std::mt19937 random(7);
     std::uniform_real_distribution<float> unit(0.0f, 1.0f);
     std::vector<double> errors;
+    const double diagonal = cage.get_diagonal();
     for (unsigned int i = 0; i < 20000; ++i) {
         const unsigned int quad = static_cast<unsigned int>(random()) % ours.base.get_primitive_count();
         const float u = unit(random), v = unit(random);
@@ -27,7 +28,7 @@ void check_positions(Session& session, const HostCage& cage, const OurSurface& o
         const CtxShader shader;
         ours.geometry.compute_fragment_sample(CtxEval(shader), {quad, u, v, 0.0, 0.0}, sample);
         const Vec3d difference = sample.get_geometric_position() - Vec3d(theirs.evaluate(quad, u, v).position);
-        errors.push_back(difference.length() / cage.get_diagonal());
+        errors.push_back(difference.length() / diagonal);
     }
     const double worst = *std::max_element(errors.begin(), errors.end());
     const double median = median_of(errors);

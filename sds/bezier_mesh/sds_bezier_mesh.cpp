@@ -1,24 +1,13 @@
 #include "sds/bezier_mesh/sds_bezier_mesh.h"
 
-#include "qn_simd/simd_float4.h"
 #include "sds/bezier_mesh/control_rules.h"
+#include "sds/common/point_lanes.h"
 
 using Vec3f = GMathVec3<float>;
 using BezierPatch = SdsMeshBase::BezierPatch;
+using sds::PointLanes;
 
 namespace {
-
-// A point in three of four lanes: the same bits as three scalars, in a third of the instructions.
-struct PointLanes {
-    SimdFloat4 lanes;
-
-    PointLanes() = default;
-    explicit PointLanes(SimdFloat4 l) : lanes(l) {}
-    explicit PointLanes(const Vec3f& p) : lanes(SimdFloat4::load3(p.get_data())) {}
-
-    friend PointLanes operator+(PointLanes a, PointLanes b) { return PointLanes(a.lanes + b.lanes); }
-    friend PointLanes operator*(PointLanes a, float s) { return PointLanes(a.lanes * SimdFloat4(s)); }
-};
 
 // An emptied array may keep its storage.
 template <class T>
@@ -27,11 +16,6 @@ const T* data_or_null(const CoreBasicArray<T>& array) {
 }
 
 }  // namespace
-
-template <>
-struct sds::ValueOps<PointLanes> {
-    using Scalar = float;
-};
 
 SdsBezierMesh::SdsBezierMesh(const unsigned int& patches_in, const unsigned int& vertices, const unsigned int* indices,
                              const BezierPatch* records, const unsigned int* record_indices)
@@ -96,17 +80,19 @@ void SdsBezierMesh::get_local_patch_controls(const unsigned int& patch, Vec3f* o
     const unsigned int* quad = vertex_indices + 4 * size_t{patch};
     const SdsMeshBase::BezierPatch* record = get_patch(patch);
     const auto compute = [&](const auto& vertex, const auto& corner) {
-        const Vec3f origin = vertex(quad[0]);
-        const auto local_vertex = [&](unsigned int w) { return vertex(w) - origin; };
+        const PointLanes origin(vertex(quad[0]));
+        const auto local_vertex = [&](unsigned int w) { return PointLanes(vertex(w)) - origin; };
+        const auto local_corner = [&](unsigned int w) { return PointLanes(corner(w)) - origin; };
+        PointLanes controls[16];
         if (record != nullptr)
-            sds::smooth_controls(
-                quad, *record, local_vertex, [&](unsigned int w) { return corner(w) - origin; }, out);
+            sds::smooth_controls(quad, *record, local_vertex, local_corner, controls);
         else
-            sds::linear_controls(quad, local_vertex, out);
+            sds::linear_controls(quad, local_vertex, controls);
+        for (unsigned int i = 0; i < 16; ++i) controls[i].store(out[i]);
     };
     if (source_count == 1)
-        compute([this](unsigned int w) { return quad_vertices[0][w]; },
-                [this](unsigned int w) { return patch_vertices[0][w]; });
+        compute([this](unsigned int w) -> const Vec3f& { return quad_vertices[0][w]; },
+                [this](unsigned int w) -> const Vec3f& { return patch_vertices[0][w]; });
     else
         compute([this](unsigned int w) { return get_quad_vertex(w); },
                 [this](unsigned int w) { return get_patch_vertex(w); });
@@ -127,7 +113,7 @@ void SdsBezierMesh::compute_bezier_controls(const SdsBezierMesh& mesh, const uns
     sds::smooth_controls(
         quad, *patch, [vertices](unsigned int w) { return PointLanes(vertices[w]); },
         [corners](unsigned int w) { return PointLanes(corners[w]); }, controls);
-    for (unsigned int i = 0; i < 16; ++i) controls[i].lanes.store3(out[i].get_data());
+    for (unsigned int i = 0; i < 16; ++i) controls[i].store(out[i]);
 }
 
 void SdsBezierMesh::compute_bezier_controls_w(const SdsBezierMesh& mesh, const unsigned int* quad,

@@ -3,13 +3,16 @@
 #include <cmath>
 
 #include "qn_ctx/ctx_eval.h"
+#include "sds/common/control_lanes.h"
 #include "sds/common/cubic_basis.h"
+#include "sds/common/point_lanes.h"
 #include "sds/mesh_base/tangent_rules.h"
 #include "sds/mesh_geometry/sds_mesh_geometry.h"
 
 using Vec3f = GMathVec3<float>;
 using Vec3d = GMathVec3<double>;
 using Nets = sds::DerivativeNets<Vec3f>;
+using sds::PointLanes;
 
 namespace {
 
@@ -26,18 +29,27 @@ struct Derivatives {
     Vec3d dv;
 };
 
+Vec3d widen(PointLanes p) {
+    Vec3f out;
+    p.store(out);
+    return Vec3d(out);
+}
+
 Derivatives evaluate_nets(const Nets& nets, float u, float v) {
     const sds::CubicBasis<float> cu(u);
     const sds::CubicBasis<float> cv(v);
     const sds::QuadraticBasis<float> qu(u);
     const sds::QuadraticBasis<float> qv(v);
-    Vec3f rows[4];
-    for (unsigned int r = 0; r < 4; ++r) rows[r] = sds::quadratic_sum(qu, nets.u[r][0], nets.u[r][1], nets.u[r][2]);
-    const Vec3f du = sds::cubic_sum(cv, rows[0], rows[1], rows[2], rows[3]);
+    const auto lanes = [](const Vec3f& p) { return PointLanes(p); };
+    PointLanes rows[4];
+    for (unsigned int r = 0; r < 4; ++r)
+        rows[r] = sds::quadratic_sum(qu, lanes(nets.u[r][0]), lanes(nets.u[r][1]), lanes(nets.u[r][2]));
+    const PointLanes du = sds::cubic_sum(cv, rows[0], rows[1], rows[2], rows[3]);
     for (unsigned int r = 0; r < 3; ++r)
-        rows[r] = sds::cubic_sum(cu, nets.v[r][0], nets.v[r][1], nets.v[r][2], nets.v[r][3]);
-    const Vec3f dv = sds::quadratic_sum(qv, rows[0], rows[1], rows[2]);
-    return {Vec3d(du) * degree, Vec3d(dv) * degree};
+        rows[r] = sds::cubic_sum(cu, lanes(nets.v[r][0]), lanes(nets.v[r][1]), lanes(nets.v[r][2]),
+                                 lanes(nets.v[r][3]));
+    const PointLanes dv = sds::quadratic_sum(qv, rows[0], rows[1], rows[2]);
+    return {widen(du) * degree, widen(dv) * degree};
 }
 
 // The cross product, or zero when the derivatives are parallel.
@@ -58,37 +70,54 @@ Derivatives significant_derivatives(const Nets& nets, const Vec3f* controls, flo
     return d;
 }
 
-struct SecondDerivatives {
-    Vec3d uu, uv, vv;
+// What the control net itself says: the place and the second derivatives.
+struct NetPoint {
+    Vec3d position, uu, uv, vv;
 };
 
-// Of the control net, with the weights 6 (1 - t) and 6 t of its second differences.
-SecondDerivatives second_derivatives(const Vec3f* controls, double u, double v) {
-    const sds::CubicBasis<double> cu(u);
-    const sds::CubicBasis<double> cv(v);
-    const sds::QuadraticBasis<double> qu(u);
-    const sds::QuadraticBasis<double> qv(v);
-    const auto grid = [controls](unsigned int r, unsigned int c) {
-        return Vec3d(controls[sds::grid_order[4 * r + c]]);
+// One coordinate of the sixteen points at a time: columns blended along v with the weights of the value, the first and
+// the second derivative, then along u.
+NetPoint evaluate_net(const Vec3f* controls, double u, double v) {
+    struct Weights {
+        double value[4], first[4], second[4];
+
+        explicit Weights(double t) {
+            const sds::CubicBasis<double> cubic(t);
+            const sds::QuadraticBasis<double> quadratic(t);
+            const double s = 1.0 - t;
+            for (unsigned int i = 0; i < 4; ++i) {
+                value[i] = cubic.b[i];
+                first[i] = degree * ((i > 0 ? quadratic.b[i - 1] : 0.0) - (i < 3 ? quadratic.b[i] : 0.0));
+            }
+            second[0] = 6.0 * s;
+            second[1] = 6.0 * (t - 2.0 * s);
+            second[2] = 6.0 * (s - 2.0 * t);
+            second[3] = 6.0 * t;
+        }
     };
-    Vec3d along_u[4];  // second difference of row r
-    Vec3d along_v[4];  // second difference of column c
-    Vec3d mixed[3];
-    for (unsigned int i = 0; i < 4; ++i) {
-        along_u[i] = (grid(i, 2) - grid(i, 1) * 2.0 + grid(i, 0)) * (6.0 * (1.0 - u)) +
-                     (grid(i, 3) - grid(i, 2) * 2.0 + grid(i, 1)) * (6.0 * u);
-        along_v[i] = (grid(2, i) - grid(1, i) * 2.0 + grid(0, i)) * (6.0 * (1.0 - v)) +
-                     (grid(3, i) - grid(2, i) * 2.0 + grid(1, i)) * (6.0 * v);
-    }
-    for (unsigned int r = 0; r < 3; ++r) {
-        const auto twist = [&](unsigned int i) {
-            return (grid(r + 1, i + 1) - grid(r + 1, i)) - (grid(r, i + 1) - grid(r, i));
+    const Weights wu(u), wv(v);
+    const sds::ControlLanes grid(controls);
+    NetPoint point;
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        const float* c = grid.coords[axis];
+        double value[4], first[4], second[4];
+        for (unsigned int i = 0; i < 4; ++i) value[i] = first[i] = second[i] = 0.0;
+        for (unsigned int r = 0; r < 4; ++r)
+            for (unsigned int i = 0; i < 4; ++i) {
+                const auto p = static_cast<double>(c[4 * r + i]);
+                value[i] += p * wv.value[r];
+                first[i] += p * wv.first[r];
+                second[i] += p * wv.second[r];
+            }
+        const auto sum = [](const double* w, const double* p) {
+            return (w[0] * p[0] + w[1] * p[1]) + (w[2] * p[2] + w[3] * p[3]);
         };
-        mixed[r] = sds::quadratic_sum(qu, twist(0), twist(1), twist(2));
+        point.position[axis] = sum(wu.value, value);
+        point.uu[axis] = sum(wu.second, value);
+        point.uv[axis] = sum(wu.first, first);
+        point.vv[axis] = sum(wu.value, second);
     }
-    return {sds::cubic_sum(cv, along_u[0], along_u[1], along_u[2], along_u[3]),
-            sds::quadratic_sum(qv, mixed[0], mixed[1], mixed[2]) * (degree * degree),
-            sds::cubic_sum(cu, along_v[0], along_v[1], along_v[2], along_v[3])};
+    return point;
 }
 
 // Puts stored tangents, two per set bit, in the place of the differences.
@@ -106,27 +135,39 @@ void replace_with_stored(const SdsMeshGeometry& geometry, unsigned int primitive
     replace_entries(info.irregular, geometry.get_bezier_tangents_array().get_data() + info.tangent_offset, nets);
 }
 
-// The nets at rest, from local controls: what get_bezier_tangents gives, with more digits.
-Nets load_nets(const SdsMeshGeometry& geometry, unsigned int primitive) {
+// One patch relative to its first vertex, which keeps digits that coordinates far from the origin lose: the controls,
+// and the derivative nets that get_bezier_tangents gives.
+struct LocalPatch {
     Vec3f controls[16];
-    geometry.get_bezier_mesh().get_local_patch_controls(primitive, controls);
-    Nets nets(controls);
-    replace_with_stored(geometry, primitive, nets);
-    return nets;
-}
+    Vec3d origin;
+    Nets nets;
 
-// The nets of the surface as it stands in `mesh`.
-Nets compute_nets(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive) {
-    Vec3f controls[16];
-    mesh.get_local_patch_controls(primitive, controls);
-    Nets nets(controls);
+    LocalPatch(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive)
+        : origin(load(geometry, mesh, primitive, controls)), nets(controls) {}
+
+    NetPoint evaluate(double u, double v) const {
+        NetPoint point = evaluate_net(controls, u, v);
+        point.position += origin;
+        return point;
+    }
+
+private:
+    static Vec3d load(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive, Vec3f* out) {
+        mesh.get_local_patch_controls(primitive, out);
+        return Vec3d(mesh.get_quad_vertices()[geometry.get_base()->get_quad_indices(primitive)[0]]);
+    }
+};
+
+// The patch of the surface as it stands in `mesh`, which moves.
+LocalPatch compute_moved(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive) {
+    LocalPatch patch(geometry, mesh, primitive);
     const SdsMeshBase::PatchTangentInfo& info = geometry.get_tangent_infos()[primitive];
-    if (info.irregular == 0) return nets;
+    if (info.irregular == 0) return patch;
     Vec3f tangents[16];
     SdsMeshBase::compute_bezier_tangents(mesh, geometry.get_base()->get_edges(), primitive, info,
                                          geometry.get_local_topologies().get_data() + 4 * size_t{primitive}, tangents);
-    replace_entries(info.irregular, tangents, nets);
-    return nets;
+    replace_entries(info.irregular, tangents, patch.nets);
+    return patch;
 }
 
 // A direction for the normal where the derivatives at (u, v) give none.
@@ -157,42 +198,44 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
     if (fragment.primitive >= base->get_primitive_count()) return;
     const auto u = static_cast<float>(fragment.u);
     const auto v = static_cast<float>(fragment.v);
-    const sds::CubicBasis<float> cu(u);
-    const sds::CubicBasis<float> cv(v);
 
     SdsBezierMesh storage;
-    Vec3f controls[16];
     const SdsBezierMesh& mesh = get_mesh_for(ctx, fragment.time, storage);
-    mesh.get_patch_controls(fragment.primitive, controls);
-    const Vec3d position(sds::evaluate_patch(controls, cu, cv));
-    const SecondDerivatives dd = second_derivatives(controls, fragment.u, fragment.v);
-    const auto init = [&](const Nets& nets, GeometrySample& out) {
-        Derivatives d = significant_derivatives(nets, controls, u, v);
+    const auto init = [&](const LocalPatch& patch, const NetPoint& at, GeometrySample& out) {
+        Derivatives d = significant_derivatives(patch.nets, patch.controls, u, v);
         out.set_fallback_normal({0, 0, 0});
         if (normal_direction(d).length_squared() == 0.0) {
-            out.set_fallback_normal(fallback_normal(nets, controls, fragment.u, fragment.v));
+            out.set_fallback_normal(fallback_normal(patch.nets, patch.controls, fragment.u, fragment.v));
             // Parallel but for rounding, whose cross product must not pass for a direction.
             if (d.du.length_squared() > 0.0) d.dv = d.du * (d.du.dot(d.dv) / d.du.length_squared());
         }
-        out.init_surface(position, d.du, d.dv, dd.uu, dd.uv, dd.vv);
+        out.init_surface(at.position, d.du, d.dv, at.uu, at.uv, at.vv);
     };
 
-    init(load_nets(*this, fragment.primitive), sample);
+    LocalPatch patch(*this, bezier_mesh, fragment.primitive);
+    replace_with_stored(*this, fragment.primitive, patch.nets);
     if (&mesh == &storage) {
+        const LocalPatch moved_patch = compute_moved(*this, mesh, fragment.primitive);
+        const NetPoint at = moved_patch.evaluate(fragment.u, fragment.v);
         GeometrySample moved;
-        init(compute_nets(*this, mesh, fragment.primitive), moved);
-        sample.set_smoothing(position, moved.get_geometric_normal(), moved.get_geometric_dndu(),
+        init(moved_patch, at, moved);
+        init(patch, at, sample);
+        sample.set_smoothing(at.position, moved.get_geometric_normal(), moved.get_geometric_dndu(),
                              moved.get_geometric_dndv());
     } else {
-        sample.set_smoothing(position, sample.get_geometric_normal(), sample.get_geometric_dndu(),
-                             sample.get_geometric_dndv());
+        init(patch, patch.evaluate(fragment.u, fragment.v), sample);
+        sample.set_smoothing(sample.get_geometric_position(), sample.get_geometric_normal(),
+                             sample.get_geometric_dndu(), sample.get_geometric_dndv());
     }
 
     if (!is_animated() || !(std::fabs(fragment.time_interval) > 1e-8)) return;
+    Vec3f now[16], later[16];
+    mesh.get_patch_controls(fragment.primitive, now);
     get_bezier_controls_at(fragment.primitive, fragment.time + fragment.time_interval,
-                           ctx.get_shader_ctx()->get_motion_blur().get_time_sampling(), controls);
-    const Vec3d later(sds::evaluate_patch(controls, cu, cv));
-    sample.set_geometric_position_dt((later - position) * (1.0 / fragment.time_interval));
+                           ctx.get_shader_ctx()->get_motion_blur().get_time_sampling(), later);
+    const Vec3d way =
+        evaluate_net(later, fragment.u, fragment.v).position - evaluate_net(now, fragment.u, fragment.v).position;
+    sample.set_geometric_position_dt(way * (1.0 / fragment.time_interval));
 }
 
 void SdsMeshGeometry::compute_edge_sample(const unsigned int& primitive, const unsigned int& edge, const double& t,
