@@ -11,11 +11,11 @@ void GeometrySample::init_surface(const Vec& position, const Vec& dpdu, const Ve
     m_has_dpdt = false;
 
     const Vec n = dpdu.cross(dpdv);
-    const double length = n.length();
+    const double square = n.length_squared();
     // Relative to the derivatives' own size: below it the cross product is rounding, not a direction.
-    const double noise = 1e-12 * dpdu.length() * dpdv.length();
-    if (length > noise && length > 0.0 && std::isfinite(length)) {
-        const double inverse = 1.0 / length;
+    const double noise = 1e-24 * dpdu.length_squared() * dpdv.length_squared();
+    if (square > noise && square > 0.0 && std::isfinite(square)) {
+        const double inverse = 1.0 / std::sqrt(square);
         m_normal = n * inverse;
         const Vec nu = d2pduu.cross(dpdv) + dpdu.cross(d2pduv);
         const Vec nv = d2pduv.cross(dpdv) + dpdu.cross(d2pdvv);

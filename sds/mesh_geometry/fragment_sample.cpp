@@ -55,18 +55,19 @@ Derivatives evaluate_nets(const Nets& nets, float u, float v) {
 // The cross product, or zero when the derivatives are parallel.
 Vec3d normal_direction(const Derivatives& d) {
     const Vec3d n = d.du.cross(d.dv);
-    return n.length() > cross_noise * d.du.length() * d.dv.length() ? n : Vec3d(0, 0, 0);
+    const double noise = cross_noise * cross_noise * d.du.length_squared() * d.dv.length_squared();
+    return n.length_squared() > noise ? n : Vec3d(0, 0, 0);
 }
 
 // First derivatives; one that is below the patch's rounding is no direction and counts as zero.
 Derivatives significant_derivatives(const Nets& nets, const Vec3f* controls, float u, float v) {
     Derivatives d = evaluate_nets(nets, u, v);
     const auto diagonal = [controls](unsigned int a, unsigned int b) {
-        return (Vec3d(controls[sds::corner_control(a)]) - Vec3d(controls[sds::corner_control(b)])).length();
+        return (Vec3d(controls[sds::corner_control(a)]) - Vec3d(controls[sds::corner_control(b)])).length_squared();
     };
-    const double noise = derivative_noise * std::max(diagonal(0, 2), diagonal(1, 3));
-    if (!(d.du.length() > noise)) d.du = {0, 0, 0};
-    if (!(d.dv.length() > noise)) d.dv = {0, 0, 0};
+    const double noise = derivative_noise * derivative_noise * std::max(diagonal(0, 2), diagonal(1, 3));
+    if (!(d.du.length_squared() > noise)) d.du = {0, 0, 0};
+    if (!(d.dv.length_squared() > noise)) d.dv = {0, 0, 0};
     return d;
 }
 
@@ -122,6 +123,7 @@ NetPoint evaluate_net(const Vec3f* controls, double u, double v) {
 
 // Puts stored tangents, two per set bit, in the place of the differences.
 void replace_entries(unsigned int irregular, const Vec3f* stored, Nets& nets) {
+    if ((irregular & 0xFFu) == 0) return;
     for (unsigned int bit = 0; bit < 8; ++bit) {
         if (((irregular >> bit) & 1u) == 0) continue;
         for (unsigned int i = 0; i < 2; ++i)
