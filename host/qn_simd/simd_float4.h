@@ -51,9 +51,7 @@ public:
         _MM_TRANSPOSE4_PS(a.m_v, b.m_v, c.m_v, d.m_v);
     }
     // 0 0 1 2.
-    friend SimdFloat4 previous_lanes(SimdFloat4 a) {
-        return _mm_shuffle_ps(a.m_v, a.m_v, _MM_SHUFFLE(2, 1, 0, 0));
-    }
+    friend SimdFloat4 previous_lanes(SimdFloat4 a) { return _mm_shuffle_ps(a.m_v, a.m_v, _MM_SHUFFLE(2, 1, 0, 0)); }
     friend float horizontal_min(SimdFloat4 a) {
         const __m128 t = _mm_min_ps(a.m_v, _mm_movehl_ps(a.m_v, a.m_v));
         return _mm_cvtss_f32(_mm_min_ss(t, _mm_shuffle_ps(t, t, 1)));

@@ -46,8 +46,8 @@ Derivatives evaluate_nets(const Nets& nets, float u, float v) {
         rows[r] = sds::quadratic_sum(qu, lanes(nets.u[r][0]), lanes(nets.u[r][1]), lanes(nets.u[r][2]));
     const PointLanes du = sds::cubic_sum(cv, rows[0], rows[1], rows[2], rows[3]);
     for (unsigned int r = 0; r < 3; ++r)
-        rows[r] = sds::cubic_sum(cu, lanes(nets.v[r][0]), lanes(nets.v[r][1]), lanes(nets.v[r][2]),
-                                 lanes(nets.v[r][3]));
+        rows[r] =
+            sds::cubic_sum(cu, lanes(nets.v[r][0]), lanes(nets.v[r][1]), lanes(nets.v[r][2]), lanes(nets.v[r][3]));
     const PointLanes dv = sds::quadratic_sum(qv, rows[0], rows[1], rows[2]);
     return {widen(du) * degree, widen(dv) * degree};
 }
