@@ -1,6 +1,7 @@
 #include "sds/mesh_base/sds_mesh_base.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 
 #include "sds/common/polygon_offsets.h"
@@ -16,16 +17,19 @@ SdsMeshBase::SdsMeshBase(const SdsMeshBase& other)
       shading_group_names(other.shading_group_names),
       vertex_infos(other.vertex_infos),
       edges(other.edges),
-      subdivision(other.subdivision ? std::make_shared<SubdivisionTopology>(*other.subdivision) : nullptr) {}
+      subdivision(other.subdivision ? std::make_shared<SubdivisionTopology>(*other.subdivision) : nullptr),
+      topology_stamp(other.topology_stamp) {}
 
 SdsMeshBase& SdsMeshBase::operator=(const SdsMeshBase& other) {
     ResourceData::operator=(other);
+    if (this != &other) topology_stamp = 0;  // until all arrays are there
     quad_indices = other.quad_indices;
     quad_shading_groups = other.quad_shading_groups;
     shading_group_names = other.shading_group_names;
     vertex_infos = other.vertex_infos;
     edges = other.edges;
     subdivision = other.subdivision;
+    topology_stamp = other.topology_stamp;
     return *this;
 }
 
@@ -57,6 +61,8 @@ void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<uns
                       const CoreBasicArray<unsigned int>& polygon_shading_groups,
                       const CoreBasicArray<CoreString>& group_names, AppProgressBar* progress) {
     sds::progress_value(progress, 0.0f);
+    static std::atomic<std::uint64_t> build_count{0};
+    topology_stamp = 0;  // should memory run out on the way
 
     const CoreArray<unsigned int> polygon_offsets = sds::polygon_offsets(polygon_counts);
     const bool all_quads =
@@ -78,6 +84,7 @@ void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<uns
             for (unsigned int j = 0; j < polygon_counts[i]; ++j)
                 quad_shading_groups[polygon_offsets[i] + j] = polygon_shading_groups[i];
     }
+    topology_stamp = ++build_count;
     sds::progress_value(progress, 1.0f);
 }
 

@@ -9,6 +9,7 @@
 // process must be constructed before others are made concurrently.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "qn_app_base/app_progress_bar.h"
@@ -179,6 +180,8 @@ public:
     const EdgesTopology& get_edges() const { return edges; }
     // Null when the mesh had quads only.
     const SubdivisionTopology* get_subdivision() const { return subdivision.get(); }
+    // Equal for bases of one build and its copies, and for no others; 0 before the first build.
+    std::uint64_t get_topology_stamp() const { return topology_stamp; }
 
     // Takes polygons that are all quads as they are.
     static void import_quads(const CoreBasicArray<unsigned int>& polygon_indices,
@@ -281,4 +284,5 @@ private:
     CoreArray<VertexInfo> vertex_infos;
     EdgesTopology edges;
     std::shared_ptr<SubdivisionTopology> subdivision;
+    std::uint64_t topology_stamp = 0;
 };

@@ -26,6 +26,7 @@ SdsMeshGeometry::SdsMeshGeometry(const SdsMeshGeometry& other)
       local_topologies(other.local_topologies),
       tangent_infos(other.tangent_infos),
       bezier_patches(other.bezier_patches),
+      topology_stamp(other.topology_stamp),
       bezier_corners(other.bezier_corners),
       bezier_corner_motion_vectors(other.bezier_corner_motion_vectors),
       bezier_tangents(other.bezier_tangents),
@@ -44,6 +45,7 @@ SdsMeshGeometry::SdsMeshGeometry(const SdsMeshGeometry& other)
 SdsMeshGeometry& SdsMeshGeometry::operator=(const SdsMeshGeometry& other) {
     if (this == &other) return *this;
     ResourceData::operator=(other);
+    topology_stamp = 0;  // until all arrays are there
     point_cloud = other.point_cloud;
     base = other.base;
     mode = other.mode;
@@ -51,6 +53,7 @@ SdsMeshGeometry& SdsMeshGeometry::operator=(const SdsMeshGeometry& other) {
     local_topologies = other.local_topologies;
     tangent_infos = other.tangent_infos;
     bezier_patches = other.bezier_patches;
+    topology_stamp = other.topology_stamp;
     bezier_corners = other.bezier_corners;
     bezier_corner_motion_vectors = other.bezier_corner_motion_vectors;
     bezier_tangents = other.bezier_tangents;
@@ -125,6 +128,10 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
                           const CoreArray<Vec3f>& motion_vectors, const InterpolationMode& interpolation_mode,
                           AppProgressBar* progress) {
     sds::progress_value(progress, 0.0f);
+    // New positions on the topology of the last build: everything that positions do not enter stays.
+    const bool is_update =
+        topology_stamp != 0 && topology_stamp == mesh_base.get_topology_stamp() && mode == interpolation_mode;
+    topology_stamp = 0;  // should memory run out on the way
     base = &mesh_base;
     mode = interpolation_mode;
     corner_cache.reset();
@@ -133,11 +140,13 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     const bool linear = mode == InterpolationMode::all_fixed;
     const unsigned int quad_count = mesh_base.get_primitive_count();
 
-    vertex_infos = mesh_base.get_vertex_infos();
-    local_topologies.resize(4 * quad_count);
-    tangent_infos.assign(quad_count, {});
-    set_vertices_interpolation(CoreArray<unsigned int>(mesh_base.get_quad_indices()), mesh_base.get_edges(), mode,
-                               vertex_infos);
+    if (!is_update) {
+        vertex_infos = mesh_base.get_vertex_infos();
+        local_topologies.resize(4 * quad_count);
+        tangent_infos.assign(quad_count, {});
+        set_vertices_interpolation(CoreArray<unsigned int>(mesh_base.get_quad_indices()), mesh_base.get_edges(), mode,
+                                   vertex_infos);
+    }
 
     {
         const sds::ProgressTask task(progress, "compute subdivision positions", 0.1f);
@@ -160,23 +169,25 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     if (4 * quad_count >= min_threaded_indices) tasks = std::make_unique<SysThreadTaskManager>();
     {
         const sds::ProgressTask task(progress, "analyse vertices topology", 0.2f);
-        if (tasks)
+        if (!is_update && tasks)
             SdsMeshBase::analyse_vertices_local_topology(mesh_base.get_edges(), local_topologies, linear, *tasks,
                                                          progress);
-        else
+        else if (!is_update)
             SdsMeshBase::analyse_vertices_local_topology(mesh_base.get_edges(), local_topologies, linear, progress);
     }
     {
         const sds::ProgressTask task(progress, "prepare tangent computation", 0.1f);
-        bezier_tangents.clear();
-        bezier_tangents.resize(SdsMeshBase::compute_tangent_infos(quad_count, local_topologies.get_data(),
-                                                                  tangent_infos.get_data(), linear, progress));
+        if (!is_update) {
+            bezier_tangents.clear();
+            bezier_tangents.resize(SdsMeshBase::compute_tangent_infos(quad_count, local_topologies.get_data(),
+                                                                      tangent_infos.get_data(), linear, progress));
+        }
     }
-    bezier_patches.clear();
+    if (!is_update) bezier_patches.clear();
     bezier_corners.clear();
     bezier_corner_motion_vectors.clear();
     if (!linear)
-        build_patches(tasks.get(), progress);
+        build_patches(is_update, tasks.get(), progress);
     else
         bind_view();
     {
@@ -188,15 +199,18 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
             update_bbox_and_area(progress);
     }
     tasks.reset();
+    topology_stamp = mesh_base.get_topology_stamp();
     sds::progress_value(progress, 1.0f);
 }
 
-void SdsMeshGeometry::build_patches(SysThreadTaskManager* tasks, AppProgressBar* progress) {
+void SdsMeshGeometry::build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress) {
     const SdsMeshBase::TopologyContext context = get_topology_context();
     {
         const sds::ProgressTask task(progress, "compute bezier topology", 0.1f);
-        bezier_patches.resize(base->get_primitive_count());
-        SdsMeshBase::compute_bezier_topology(context, bezier_patches, progress);
+        if (!is_update) {
+            bezier_patches.resize(base->get_primitive_count());
+            SdsMeshBase::compute_bezier_topology(context, bezier_patches, progress);
+        }
     }
     const bool has_motion = point_cloud.has_velocities();
     {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
 #include "qn_core/core_shared_pointer.h"
@@ -78,7 +79,8 @@ public:
 
     // Builds everything. `motion_vectors` are used when there are as many as `positions`: a vertex at time t stands at
     // position + t * motion vector. `progress` may be null. Meshes of 128 quads or more use the calling arena's
-    // threads.
+    // threads. Again on the same base (or a copy of it) with the same mode, fans, patches' neighbours and tangent places
+    // stay, and only what positions enter is computed; the progress tasks come all the same.
     void set(const SdsMeshBase& base, const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
              const InterpolationMode& mode, AppProgressBar* progress);
 
@@ -181,7 +183,7 @@ private:
     class PointCloudSampleLoader;
     friend class ComputeSdsBboxesTask;
 
-    void build_patches(SysThreadTaskManager* tasks, AppProgressBar* progress);
+    void build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress);
     void bind_view();
     SdsMeshBase::TopologyContext get_topology_context() const;
     void update_bbox_and_area(AppProgressBar* progress);
@@ -199,6 +201,7 @@ private:
     CoreArray<SdsMeshBase::VertexLocalTopology> local_topologies;
     CoreArray<SdsMeshBase::PatchTangentInfo> tangent_infos;
     CoreArray<SdsMeshBase::BezierPatch> bezier_patches;
+    std::uint64_t topology_stamp = 0;  // of the base that the four arrays above were made for
     CoreArray<Vec3f> bezier_corners;
     CoreArray<Vec3f> bezier_corner_motion_vectors;
     CoreArray<Vec3f> bezier_tangents;

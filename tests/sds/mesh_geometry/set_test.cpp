@@ -69,6 +69,71 @@ TEST(GeometrySet, LinearTasksAddUpToSevenTenths) {
     }
 }
 
+// Everything that positions enter, as bytes.
+std::vector<unsigned char> bytes_of(const SdsMeshGeometry& geometry) {
+    std::vector<unsigned char> bytes;
+    const auto add = [&bytes](const void* data, size_t size) {
+        const auto* first = static_cast<const unsigned char*>(data);
+        bytes.insert(bytes.end(), first, first + size);
+    };
+    Vec3f points[24];
+    for (unsigned int q = 0; q < geometry.get_base()->get_primitive_count(); ++q) {
+        geometry.get_bezier_controls(q, points);
+        add(points, 16 * sizeof(Vec3f));
+        geometry.get_bezier_tangents(q, points);
+        add(points, sizeof(points));
+    }
+    const GMathBbox3<float> box = geometry.get_bbox();
+    add(&box, sizeof(box));
+    const double area = geometry.estimate_area(CtxEval(CtxShader()), GMathMatrix4x4<double>());
+    add(&area, sizeof(area));
+    return bytes;
+}
+
+TEST(GeometrySet, NewPositionsAreWhatAFreshGeometryHas) {
+    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
+        const BuiltSurface surface(cage);
+        std::vector<Vec3f> moved = cage.positions;
+        for (size_t i = 0; i < moved.size(); ++i)
+            moved[i] = moved[i] * 1.5f + Vec3f(0.1f * static_cast<float>(i % 7), 0, 0.3f);
+        const auto set = [&](SdsMeshGeometry& geometry, const SdsMeshBase& base, Mode mode) {
+            geometry.set(base, to_core_array(moved), {}, mode, nullptr);
+        };
+        for (const Mode mode : {Mode::corners_fixed, Mode::borders_fixed, Mode::all_fixed}) {
+            SdsMeshGeometry fresh, again, copy;
+            set(fresh, surface.base, mode);
+            const std::vector<unsigned char> expected = bytes_of(fresh);
+            again.set(surface.base, to_core_array(cage.positions), to_core_array(cage.positions), mode, nullptr);
+            copy = again;
+            set(again, surface.base, mode);
+            EXPECT_EQ(bytes_of(again), expected) << cage.name;
+            const SdsMeshBase other_base(surface.base);
+            set(copy, other_base, mode);
+            EXPECT_EQ(bytes_of(copy), expected) << cage.name << ", copies of both";
+            set(again, surface.base, Mode::all_smoothed);
+            set(again, surface.base, mode);
+            EXPECT_EQ(bytes_of(again), expected) << cage.name << ", after another mode";
+        }
+    }
+}
+
+TEST(GeometrySet, ABaseBuiltAnewIsAnotherTopology) {
+    const ZooMesh& cube = sds_test::zoo_mesh("cube");
+    BuiltSurface surface(cube);
+    SdsMeshGeometry geometry;
+    geometry.set(surface.base, to_core_array(cube.positions), {}, Mode::corners_fixed, nullptr);
+    // The same object, now of one quad less.
+    std::vector<unsigned int> counts = cube.counts, indices = cube.indices, groups(counts.size() - 1, 0);
+    counts.pop_back();
+    indices.resize(indices.size() - 4);
+    surface.base.set(static_cast<unsigned int>(cube.positions.size()), to_core_array(indices), to_core_array(counts),
+                     to_core_array(groups), {}, nullptr);
+    geometry.set(surface.base, to_core_array(cube.positions), {}, Mode::corners_fixed, nullptr);
+    SdsMeshGeometry fresh;
+    fresh.set(surface.base, to_core_array(cube.positions), {}, Mode::corners_fixed, nullptr);
+    EXPECT_EQ(bytes_of(geometry), bytes_of(fresh));
+}
+
 TEST(GeometrySet, ThreadsStartAtOneHundredTwentyEightQuads) {
     ZooMesh cage;
     for (const unsigned int quads : {127u, 128u}) {
