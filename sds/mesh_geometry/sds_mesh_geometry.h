@@ -79,8 +79,8 @@ public:
 
     // Builds everything. `motion_vectors` are used when there are as many as `positions`: a vertex at time t stands at
     // position + t * motion vector. `progress` may be null. Meshes of 128 quads or more use the calling arena's
-    // threads. Again on the same base (or a copy of it) with the same mode, fans, patches' neighbours and tangent places
-    // stay, and only what positions enter is computed; the progress tasks come all the same.
+    // threads. Again on the same base (or a copy of it) with the same mode, fans, patches' neighbours and tangent
+    // places stay, and only what positions enter is computed; the progress tasks come all the same.
     void set(const SdsMeshBase& base, const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
              const InterpolationMode& mode, AppProgressBar* progress);
 
