@@ -2,6 +2,7 @@
 
 #include "sds/common/progress.h"
 #include "sds/mesh_base/sds_mesh_base.h"
+#include "sds/mesh_base/task_chunks.h"
 
 using sds::none;
 
@@ -31,26 +32,55 @@ void SdsMeshBase::compute_bezier_topology(const TopologyContext& context, CoreAr
     }
 }
 
+void SdsMeshBase::compute_bezier_topology(const TopologyContext& context, CoreArray<BezierPatch>& patches,
+                                          SysThreadTaskManager& tasks, AppProgressBar* progress) {
+    sds::run_ranges(tasks, patches.get_count(), progress, [&](unsigned int begin, unsigned int end) {
+        for (unsigned int q = begin; q < end; ++q) compute_bezier_topology(context, q, patches[q]);
+    });
+}
+
+namespace {
+
+// A quad's irregular corners (bits 0-3) and edges (bits 4-7).
+unsigned int find_irregular(const SdsMeshBase::VertexLocalTopology* fans) {
+    unsigned int bits = 0;
+    for (unsigned int k = 0; k < 4; ++k)
+        // A dart is irregular at any valence: the sharp edge that ends there bends its patches. An irregular corner
+        // makes the edges on both of its sides irregular.
+        if (!fans[k].closed || fans[k].valence != 4 || fans[k].first_edge != fans[k].last_edge)
+            bits |= 1u << k | 16u << k | 16u << ((k + 3) & 3u);
+    return bits;
+}
+
+// Reserves the tangents of quad after quad; returns their number.
+unsigned int assign_tangent_offsets(unsigned int quad_count, SdsMeshBase::PatchTangentInfo* infos) {
+    unsigned int total = 0;
+    for (unsigned int q = 0; q < quad_count; ++q) {
+        infos[q].tangent_offset = total;
+        total += 2u * static_cast<unsigned int>(__builtin_popcount(infos[q].irregular & 0xFFu));
+    }
+    return total;
+}
+
+}  // namespace
+
+unsigned int SdsMeshBase::compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
+                                                PatchTangentInfo* infos, const bool& linear,
+                                                SysThreadTaskManager& tasks, AppProgressBar* progress) {
+    sds::run_ranges(tasks, quad_count, progress, [&](unsigned int begin, unsigned int end) {
+        for (unsigned int q = begin; q < end; ++q)
+            infos[q].irregular =
+                (infos[q].irregular & ~0xFFu) | (linear ? 0u : find_irregular(topologies + 4 * size_t{q}));
+    });
+    return assign_tangent_offsets(quad_count, infos);
+}
+
 unsigned int SdsMeshBase::compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
                                                 PatchTangentInfo* infos, const bool& linear, AppProgressBar* progress) {
     sds::progress_steps(progress, quad_count);
-    unsigned int total = 0;
     for (unsigned int q = 0; q < quad_count; ++q) {
-        PatchTangentInfo& info = infos[q];
-        unsigned int bits = 0;
-        if (!linear) {
-            for (unsigned int k = 0; k < 4; ++k) {
-                const VertexLocalTopology& fan = topologies[4 * size_t{q} + k];
-                // A dart is irregular at any valence: the sharp edge that ends there bends its patches. An irregular
-                // corner makes the edges on both of its sides irregular.
-                if (!fan.closed || fan.valence != 4 || fan.first_edge != fan.last_edge)
-                    bits |= 1u << k | 16u << k | 16u << ((k + 3) & 3u);
-            }
-        }
-        info.tangent_offset = total;
-        info.irregular = (info.irregular & ~0xFFu) | bits;
-        total += 2u * static_cast<unsigned int>(__builtin_popcount(bits));
+        infos[q].irregular = (infos[q].irregular & ~0xFFu) | (linear ? 0u : find_irregular(topologies + 4 * size_t{q}));
         sds::progress_step(progress, q + 1);
     }
-    return total;
+    return assign_tangent_offsets(quad_count, infos);
 }

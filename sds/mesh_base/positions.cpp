@@ -1,5 +1,6 @@
 #include "sds/common/progress.h"
 #include "sds/mesh_base/position_rules.h"
+#include "sds/mesh_base/task_chunks.h"
 
 using sds::none;
 using Vec3f = GMathVec3<float>;
@@ -72,4 +73,20 @@ void SdsMeshBase::compute_bezier_corners(const TopologyContext& context, const C
         visited[v] = 1;
         sds::progress_step(progress, v);
     }
+}
+
+void SdsMeshBase::compute_bezier_corners(const TopologyContext& context, const CoreBasicArray<Vec3f>& positions,
+                                         Vec3f* corners, SysThreadTaskManager& tasks, AppProgressBar* progress) {
+    // The half-edge that each vertex is computed from: the least, as when they are taken one after the other.
+    CoreArray<unsigned int> first_edges(positions.get_count(), none);
+    const CoreBasicArray<unsigned int>& quad_indices = *context.quad_indices;
+    for (unsigned int e = 0; e < quad_indices.get_count(); ++e) {
+        const unsigned int v = quad_indices[e];
+        if (v != none && first_edges[v] == none) first_edges[v] = e;
+    }
+    sds::run_ranges(tasks, positions.get_count(), progress, [&](unsigned int begin, unsigned int end) {
+        for (unsigned int v = begin; v < end; ++v)
+            if (first_edges[v] != none)
+                compute_bezier_corner(context, first_edges[v], positions.get_data(), corners[v]);
+    });
 }

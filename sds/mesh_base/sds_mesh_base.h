@@ -224,12 +224,17 @@ public:
     // All quads; `patches` has one entry per quad.
     static void compute_bezier_topology(const TopologyContext& context, CoreArray<BezierPatch>& patches,
                                         AppProgressBar* progress);
+    static void compute_bezier_topology(const TopologyContext& context, CoreArray<BezierPatch>& patches,
+                                        SysThreadTaskManager& tasks, AppProgressBar* progress);
 
     // Marks irregular corners (not a smooth closed fan of four: darts count as irregular) and the edges that touch
     // them, and reserves their tangents. `topologies` has four records per quad. Returns the number of vectors to
     // allocate: 0 when `linear`.
     static unsigned int compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
                                               PatchTangentInfo* infos, const bool& linear, AppProgressBar* progress);
+    static unsigned int compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
+                                              PatchTangentInfo* infos, const bool& linear, SysThreadTaskManager& tasks,
+                                              AppProgressBar* progress);
 
     // Positions of the vertices of the quad mesh after the subdivision step (Catmull and Clark 1978; sharp edges after
     // Hoppe et al. 1994). `positions` holds the control vertices, `out` one entry per vertex of the step; entries that
@@ -248,6 +253,9 @@ public:
     static void compute_bezier_corners(const TopologyContext& context,
                                        const CoreBasicArray<GMathVec3<float>>& positions, GMathVec3<float>* corners,
                                        AppProgressBar* progress);
+    static void compute_bezier_corners(const TopologyContext& context,
+                                       const CoreBasicArray<GMathVec3<float>>& positions, GMathVec3<float>* corners,
+                                       SysThreadTaskManager& tasks, AppProgressBar* progress);
     // The limit point of the vertex at the start of half-edge e (Halstead, Kass, DeRose 1993).
     static void compute_bezier_corner(const TopologyContext& context, const unsigned int& e,
                                       const GMathVec3<float>* positions, GMathVec3<float>& corner);

@@ -5,6 +5,7 @@
 
 #include "qn_core/core_array.h"
 #include "qn_sys/sys_thread.h"
+#include "sds/common/progress.h"
 
 namespace sds {
 
@@ -27,6 +28,36 @@ void run_chunked(SysThreadTaskManager& manager, unsigned int count, unsigned int
     for (unsigned int i = 0; i < task_count; ++i) tasks.add(make_task(i * size, std::min((i + 1) * size, count)));
     for (Task& task : tasks) manager.add_task(task, false, true);
     manager.wait_until_completed();
+}
+
+// body(begin, end) over a part of a range.
+template <class Body>
+class RangeTask : public SysThreadTask {
+public:
+    RangeTask() = default;
+    RangeTask(const Body& body, unsigned int begin, unsigned int end, AppProgressBar* progress, float share)
+        : m_body(&body), m_begin(begin), m_end(end), m_progress(progress), m_share(share) {}
+
+    void run(const unsigned int&) override {
+        (*m_body)(m_begin, m_end);
+        progress_increment(m_progress, static_cast<float>(m_end - m_begin) * m_share);
+    }
+
+private:
+    const Body* m_body = nullptr;
+    unsigned int m_begin = 0;
+    unsigned int m_end = 0;
+    AppProgressBar* m_progress = nullptr;
+    float m_share = 0.0f;
+};
+
+// body(begin, end) over the chunks of [0, count), on the manager's threads.
+template <class Body>
+void run_ranges(SysThreadTaskManager& manager, unsigned int count, AppProgressBar* progress, const Body& body) {
+    const float share = 1.0f / static_cast<float>(count);
+    run_chunked<RangeTask<Body>>(manager, count, 4, [&](unsigned int begin, unsigned int end) {
+        return RangeTask<Body>(body, begin, end, progress, share);
+    });
 }
 
 }  // namespace sds

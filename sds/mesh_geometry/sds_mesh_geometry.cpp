@@ -178,9 +178,12 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     {
         const sds::ProgressTask task(progress, "prepare tangent computation", 0.1f);
         if (!is_update) {
+            const SdsMeshBase::VertexLocalTopology* fans = local_topologies.get_data();
+            SdsMeshBase::PatchTangentInfo* infos = tangent_infos.get_data();
             bezier_tangents.clear();
-            bezier_tangents.resize(SdsMeshBase::compute_tangent_infos(quad_count, local_topologies.get_data(),
-                                                                      tangent_infos.get_data(), linear, progress));
+            bezier_tangents.resize(
+                tasks ? SdsMeshBase::compute_tangent_infos(quad_count, fans, infos, linear, *tasks, progress)
+                      : SdsMeshBase::compute_tangent_infos(quad_count, fans, infos, linear, progress));
         }
     }
     if (!is_update) bezier_patches.clear();
@@ -209,20 +212,28 @@ void SdsMeshGeometry::build_patches(const bool& is_update, SysThreadTaskManager*
         const sds::ProgressTask task(progress, "compute bezier topology", 0.1f);
         if (!is_update) {
             bezier_patches.resize(base->get_primitive_count());
-            SdsMeshBase::compute_bezier_topology(context, bezier_patches, progress);
+            if (tasks != nullptr)
+                SdsMeshBase::compute_bezier_topology(context, bezier_patches, *tasks, progress);
+            else
+                SdsMeshBase::compute_bezier_topology(context, bezier_patches, progress);
         }
     }
+    // Vertices that no quad uses stay where they are.
+    const auto compute_corners = [&](const CoreBasicArray<Vec3f>& points, CoreArray<Vec3f>& corners) {
+        corners = points;
+        if (tasks != nullptr)
+            SdsMeshBase::compute_bezier_corners(context, points, corners.get_data(), *tasks, progress);
+        else
+            SdsMeshBase::compute_bezier_corners(context, points, corners.get_data(), progress);
+    };
     const bool has_motion = point_cloud.has_velocities();
     {
         const sds::ProgressTask task(progress, "compute bezier corners", has_motion ? 0.1f : 0.2f);
-        bezier_corners = point_cloud.get_positions();  // vertices that no quad uses stay where they are
-        SdsMeshBase::compute_bezier_corners(context, point_cloud.get_positions(), bezier_corners.get_data(), progress);
+        compute_corners(point_cloud.get_positions(), bezier_corners);
     }
     if (has_motion) {
         const sds::ProgressTask task(progress, "compute bezier corners motion vectors", 0.1f);
-        bezier_corner_motion_vectors = point_cloud.get_velocities();
-        SdsMeshBase::compute_bezier_corners(context, point_cloud.get_velocities(),
-                                            bezier_corner_motion_vectors.get_data(), progress);
+        compute_corners(point_cloud.get_velocities(), bezier_corner_motion_vectors);
     }
     bind_view();
     const sds::ProgressTask task(progress, "compute bezier tangents", 0.2f);
