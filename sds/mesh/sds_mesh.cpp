@@ -5,6 +5,7 @@
 
 using Vec3d = GMathVec3<double>;
 
+// NOLINTNEXTLINE(bugprone-copy-constructor-init): a copy is a fresh resource.
 SdsMesh::SdsMesh(const SdsMesh& other)
     : GeometryObject(),
       base(other.base),

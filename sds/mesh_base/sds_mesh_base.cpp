@@ -21,6 +21,7 @@ SdsMeshBase::SdsMeshBase(const SdsMeshBase& other)
       topology_stamp(other.topology_stamp) {}
 
 SdsMeshBase& SdsMeshBase::operator=(const SdsMeshBase& other) {
+    if (this == &other) return *this;
     ResourceData::operator=(other);
     if (this != &other) topology_stamp = 0;  // until all arrays are there
     quad_indices = other.quad_indices;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 
 #include "sds/common/control_grid.h"
@@ -98,6 +99,7 @@ TangentPair<typename Trig::Real> summed_vertex_tangents(const unsigned int* quad
                                                         const SdsMeshBase::EdgesTopology& edges, unsigned int e,
                                                         unsigned int valence, const Position& position) {
     using Real = typename Trig::Real;
+    assert(valence > 0 && valence <= max_summed_valence);
     const ClosedFanScale<Trig> scale(valence);
     Real edge_weights[max_summed_valence];
     Real diagonal_weights[max_summed_valence];
