@@ -78,9 +78,9 @@ private:
         std::array<char, 12> start{};
         if (read_some(start.data(), 8) != 8 || std::string_view(start.data(), magic.size()) != magic)
             fail("not an .npy file");
-        const int version = start[6];
-        if ((version != 1 && version != 2) || start[7] != 0)
-            fail("version " + std::to_string(version) + "." + std::to_string(start[7]) +
+        const int version = static_cast<unsigned char>(start[6]), minor = static_cast<unsigned char>(start[7]);
+        if ((version != 1 && version != 2) || minor != 0)
+            fail("version " + std::to_string(version) + "." + std::to_string(minor) +
                  " of the format is not supported");
         const std::size_t length_size = version == 1 ? 2 : 4;
         std::uint32_t length = 0;

@@ -58,9 +58,9 @@ std::string make_zsh_argument(const CLI::Option& option) {
     std::string value;
     const int most = option.get_items_expected_max();
     const int count = most > max_listed_values ? 1 : most;  // lists of any length are given one by one
-    for (int i = 0; i < count; ++i)
-        value +=
-            ":" + escape_for_zsh(option.get_positional() ? option.get_name() : "value") + ":" + make_zsh_action(option);
+    const std::string one =
+        ":" + escape_for_zsh(option.get_positional() ? option.get_name() : "value") + ":" + make_zsh_action(option);
+    for (int i = 0; i < count; ++i) value += one;
     if (option.get_positional()) return "'*" + value + "' ";
     const std::vector<std::string> flags = get_flags(option);
     std::string out;
@@ -79,7 +79,7 @@ std::vector<std::string> get_choices(const CLI::Option& option) {
 }
 
 std::string make_bash_completion(const CLI::App& program) {
-    const std::string name = program.get_name();
+    const std::string& name = program.get_name();
     std::vector<std::string> commands;
     std::string options, values;
     std::map<std::string, std::vector<std::string>> places_of_reply;  // "command:word before"
@@ -130,7 +130,7 @@ std::string make_bash_completion(const CLI::App& program) {
 }
 
 std::string make_zsh_completion(const CLI::App& program) {
-    const std::string name = program.get_name();
+    const std::string& name = program.get_name();
     std::string commands, arguments;
     for (const CLI::App* command : program.get_subcommands([](const CLI::App*) { return true; })) {
         commands += " '" + command->get_name() + ":" + escape_for_zsh(command->get_description()) + "'";

@@ -86,6 +86,7 @@ Camera::Camera(const std::vector<Vec3>& points, const CameraView& view, unsigned
     for (const Vec3& point : points) box.grow(point);
     const Vec3 center = box.get_center();
     std::vector<Vec3> arms;
+    arms.reserve(points.size());
     for (const Vec3& point : points) arms.push_back(point - center);
     const Stand x(arms, m_right, toward, slope_x / room), y(arms, m_up, toward, slope_y / room);
     const double distance = std::max(x.distance, y.distance) * view.distance_factor;

@@ -36,7 +36,8 @@ public:
         for (unsigned int s = 0; s < slice_count; ++s) {
             if (m_radius[s] < 0.0) continue;
             for (unsigned int k = 0; k < 2 * steps; ++k) {
-                const double angle = 2.0 * std::numbers::pi * (k / 2) / steps;
+                const unsigned int step = k / 2;  // the two ends of a slice at each
+                const double angle = 2.0 * std::numbers::pi * step / steps;
                 Vec3 point = m_centre;
                 point[m_up] = m_low + m_height * (s + k % 2) / slice_count;
                 point[(m_up + 1) % 3] += m_radius[s] * std::cos(angle);

@@ -25,7 +25,8 @@ public:
     static SimdFloat4 load_unaligned(const float* p) { return _mm_loadu_ps(p); }
     // Three floats at any address; the last lane is 0. Nothing beyond them is read or written.
     static SimdFloat4 load3(const float* p) {
-        return _mm_movelh_ps(_mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(p))), _mm_load_ss(p + 2));
+        return _mm_movelh_ps(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))),
+                             _mm_load_ss(p + 2));
     }
     void store3(float* p) const {
         _mm_storel_pi(reinterpret_cast<__m64*>(p), m_v);
