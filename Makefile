@@ -9,6 +9,7 @@ SOURCE_DIRS := host sds render cli tests bench examples tools bindings
 export CMAKE_GENERATOR = $(if $(shell command -v ninja),Ninja,Unix Makefiles)
 
 sources = $(shell find $(SOURCE_DIRS) \( -name '*.h' -o -name '*.cpp' -o -name '*.inl' \) 2>/dev/null)
+any_of = $(subst $(subst ,, ),|,$(strip $(1)))
 build_preset = cmake --build --preset $(1) -j $(JOBS)
 
 .PHONY: all build render test install package abi accuracy bench docs gallery format check check-format \
@@ -92,8 +93,11 @@ check-layering: dependencies
 check-length: dependencies
 	scripts/check_length
 
+# DIRS="sds" for some of them.
+DIRS ?= host sds render cli
 tidy: build/tidy/CMakeCache.txt
-	run-clang-tidy -quiet -p build/tidy -j $(JOBS) -extra-arg=-Wno-unknown-warning-option '$(CURDIR)/(host|sds|render|cli)/'
+	run-clang-tidy -quiet -p build/tidy -j $(JOBS) -extra-arg=-Wno-unknown-warning-option \
+	    '$(CURDIR)/($(call any_of,$(DIRS)))/'
 
 # Seconds per fuzzer.
 T ?= 60
@@ -101,9 +105,11 @@ fuzz: build/fuzz/CMakeCache.txt
 	$(call build_preset,fuzz)
 	scripts/fuzz $(T)
 
+# TESTS="sds host" builds and runs only these of tests/.
 asan tsan scalar: %: build/%/CMakeCache.txt
-	$(call build_preset,$@)
-	ctest --preset $@
+	$(call build_preset,$@) $(if $(TESTS),--target $(addprefix test_,$(TESTS)))
+	ctest --preset $@ $(if $(TESTS),-R '^($(call any_of,$(TESTS)))\..*$(NAMES)')
+tsan: NAMES = (Thread|Concurrent|Parallel)
 
 clean:
 	rm -rf build
