@@ -12,7 +12,7 @@ sources = $(shell find $(SOURCE_DIRS) \( -name '*.h' -o -name '*.cpp' -o -name '
 any_of = $(subst $(subst ,, ),|,$(strip $(1)))
 build_preset = cmake --build --preset $(1) -j $(JOBS)
 
-.PHONY: all build render test install package abi accuracy bench docs gallery format check check-format \
+.PHONY: all build render test install package abi accuracy rays bench docs gallery format check check-format \
         check-layering check-length \
         tidy asan tsan scalar fuzz dependencies clean
 .DELETE_ON_ERROR:
@@ -58,6 +58,14 @@ accuracy: build/CMakeCache.txt
 	$(call build_preset,release) --target accuracy
 	build/bin/accuracy $(ARGS) > build/accuracy.md
 	@mkdir -p docs && cp build/accuracy.md docs/accuracy.md && cat docs/accuracy.md
+
+# Agreement with double precision, and holes: some twenty million rays.
+rays: build/CMakeCache.txt
+	$(call build_preset,release) --target rays
+	build/bin/rays --rays 100000 --checks cells,limit --kernels fast > build/agreement.md
+	build/bin/rays --rays 70000 --checks holes,far --kernels fast,scene > build/holes.md
+	@printf '# Rays\n\nPrinted by `make rays`.\n' > docs/rays.md
+	@for part in agreement holes; do echo; sed -n '/^## /,$$p' build/$$part.md; done >> docs/rays.md
 
 # ARGS="--full" for all levels and sizes.
 bench: build/CMakeCache.txt

@@ -32,7 +32,7 @@ autodoc_member_order = "bysource"
 linkcheck_ignore = [r"https?://"]
 
 COMMANDS = ("render", "info", "export", "intersect", "select")
-MEASURED = ("accuracy", "performance", "reliability")  # written by commands, so any may be missing
+MEASURED = ("accuracy", "rays", "performance", "reliability")  # written by commands, so any may be missing
 LINK = re.compile(r"(?<!!)\[([^\]]+)\]\(([^)#:]+)[^):]*\)")
 
 
