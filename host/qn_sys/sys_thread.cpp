@@ -28,6 +28,16 @@ public:
 #endif
 };
 
+// At the end of a scope, by an exception too.
+struct PublishAtEnd {
+    HandOver& hand_over;
+    ~PublishAtEnd() { hand_over.publish(); }
+};
+struct ObserveAtEnd {
+    HandOver& hand_over;
+    ~ObserveAtEnd() { hand_over.observe(); }
+};
+
 }  // namespace
 
 struct SysThreadLock::Impl {
@@ -91,32 +101,32 @@ unsigned int SysThreadArena::get_thread_count() const {
 }
 void SysThreadArena::run(void (*function)(void*), void* argument) {
     HandOver started, finished;
+    const ObserveAtEnd observe{finished};
     started.publish();
     m_impl->arena.execute([&] {
+        const PublishAtEnd publish{finished};
         started.observe();
         function(argument);
-        finished.publish();
     });
-    finished.observe();
 }
 
 void sys_parallel_for(const unsigned int& count, void (*function)(void*, unsigned int, unsigned int), void* argument) {
     if (count == 0) return;
     HandOver started, finished;
+    const ObserveAtEnd observe{finished};
     started.publish();
     // Isolated: a thread that waits here takes no foreign task, which could come back with the same worker index.
     tbb::this_task_arena::isolate([&] {
         tbb::parallel_for(
             tbb::blocked_range<unsigned int>(0, count, 1),
             [&](const tbb::blocked_range<unsigned int>& range) {
+                const PublishAtEnd publish{finished};
                 started.observe();
                 const auto worker = static_cast<unsigned int>(tbb::this_task_arena::current_thread_index());
                 for (unsigned int i = range.begin(); i != range.end(); ++i) function(argument, i, worker);
-                finished.publish();
             },
             tbb::simple_partitioner());
     });
-    finished.observe();
 }
 
 unsigned int sys_max_worker_count() {
