@@ -1,8 +1,8 @@
 // Prints how rays meet the surface, mesh by mesh, as Markdown tables: flat cells and limit patches against
 // double-precision oracles, and rays that slip through closed surfaces.
 //
-//     rays [--rays N] [--checks cells,limit,holes,far] [--kernels fast,reference,scene] [--levels 0123456] [--verbose]
-//          [CAGE...]
+//     rays [--rays N] [--checks cells,limit,holes,far,moving] [--kernels fast,reference,scene] [--levels 0123456]
+//          [--verbose] [CAGE...]
 //
 // N rays a line of a table (100,000 by default). CAGE is the last part of a cage's name; levels are digits. --verbose
 // lists the rays at fault on the standard error stream. Exit status 1 when there are any.
@@ -15,7 +15,7 @@
 
 #include "qn_sys/sys_thread.h"
 #include "render/scene.h"
-#include "support/ray_checks.h"
+#include "support/moving_holes.h"
 
 using namespace sds_test;
 
@@ -23,7 +23,7 @@ namespace {
 
 struct Options {
     std::uint64_t rays = 100000;
-    std::string checks = "cells,limit,holes,far";
+    std::string checks = "cells,limit,holes,far,moving";
     std::string kernels = "fast,reference,scene";
     std::string levels = "0123456";
     bool verbose = false;
@@ -165,7 +165,7 @@ public:
             "random points and exactly at corners, edge middles and lines.\n\n"
             "| cage | level | kernels | rays | inside | 1 | 10 | 1000 |\n|---|--:|---|--:|--:|--:|--:|--:|\n");
         for (const ZooMesh* cage : m_cages) {
-            if (!cage->is_in(closed) || cage->is_in(nonmanifold_edge | nonmanifold_vertex)) continue;
+            if (!is_solid(*cage)) continue;
             const ZooMesh placed = is_far ? moved(*cage, {148376, 1234, -223423}, 2.0) : *cage;
             for (unsigned int level = 0; level <= 6; ++level)
                 for (const std::string& kernels : m_kernels)
@@ -174,7 +174,40 @@ public:
         std::printf("\n");
     }
 
+    void print_moving_holes() {
+        constexpr unsigned int time_count = 4;
+        std::printf(
+            "## Holes in moving surfaces\n\n"
+            "The same aims and distances at %u times a line; rays lost / late / grazing.\n\n"
+            "| cage | motion | level | rays | fast | scene |\n|---|---|--:|--:|--:|--:|\n",
+            time_count);
+        HoleCounts all;
+        for (const ZooMesh* cage : m_cages) {
+            if (!is_solid(*cage)) continue;
+            for (const CageMotion motion : all_cage_motions)
+                for (unsigned int level = 0; level <= 6; ++level) {
+                    if (!m_options.wants_level(level)) continue;
+                    const std::uint64_t per_aim = m_options.rays / (time_count * 4 * 2 * std::size(all_aims));
+                    const MovingHoles holes =
+                        count_moving_holes(*cage, motion, level, time_count, std::max<std::uint64_t>(1, per_aim),
+                                           get_fault_report(*cage, level, name_of(motion)));
+                    const HoleCounts &fast = holes.fast, &scene = holes.scene;
+                    std::printf("| %s | %s | %u | %zu | %zu / %zu / %zu | %zu / %zu / %zu |\n", cage->name.c_str(),
+                                name_of(motion), level, holes.total().rays, fast.lost, fast.late, fast.grazing,
+                                scene.lost, scene.late, scene.grazing);
+                    std::fflush(stdout);
+                    all += holes.total();
+                }
+        }
+        std::printf("| all | | | %zu | %zu / %zu / %zu | |\n\n", all.rays, all.lost, all.late, all.grazing);
+        m_faults += all.lost + all.late;
+    }
+
 private:
+    static bool is_solid(const ZooMesh& cage) {
+        return cage.is_in(closed) && !cage.is_in(nonmanifold_edge | nonmanifold_vertex);
+    }
+
     FaultReport get_fault_report(const ZooMesh& cage, unsigned int level, const std::string& what) const {
         if (!m_options.verbose) return {};
         return [&cage, level, what](const GeometryRay& ray, const Crossing& expected) {
@@ -227,6 +260,7 @@ int main(int argc, char** argv) {
         if (options.wants_check("limit")) report.print_agreement(true);
         if (options.wants_check("holes")) report.print_holes(false);
         if (options.wants_check("far")) report.print_holes(true);
+        if (options.wants_check("moving")) report.print_moving_holes();
         return report.fault_count() == 0 ? 0 : 1;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "rays: %s\n", error.what());

@@ -3,7 +3,7 @@
 
 #include "qn_sys/sys_thread.h"
 #include "render/scene.h"
-#include "support/ray_checks.h"
+#include "support/moving_holes.h"
 
 namespace sds_test {
 namespace {
@@ -80,6 +80,19 @@ TEST_P(Holes, NoneFarFromTheOrigin) {
         rays += fast.rays;
     }
     if (rays == 0) GTEST_SKIP() << "too thin there to tell inside from outside";
+}
+
+TEST(MovingHoles, NoneAtAnyTime) {
+    for (const char* name : {"cube", "torus", "prism5_crease_loop"})
+        for (const CageMotion motion : all_cage_motions)
+            for (const unsigned int level : {0u, 1u, 3u, 6u}) {
+                SCOPED_TRACE(testing::Message() << name << ", " << name_of(motion) << ", level " << level);
+                const MovingHoles holes = count_moving_holes(zoo_mesh(name), motion, level, 2, 40);
+                EXPECT_EQ(holes.times, 2u) << "no point is well inside";
+                EXPECT_EQ(holes.fast.lost + holes.fast.late, 0u);
+                EXPECT_EQ(holes.scene.lost + holes.scene.late, 0u);
+                EXPECT_LE(holes.total().grazing, holes.total().rays / 200);
+            }
 }
 
 }  // namespace

@@ -81,19 +81,24 @@ Result run_chunks(std::uint64_t ray_count, Body&& body) {
     return total;
 }
 
-std::vector<BoxTree::Box> patch_boxes(const SdsMesh& mesh) {
-    CtxShader shader;
+std::vector<BoxTree::Box> patch_boxes(const SdsMesh& mesh, const CtxShader& shader, double time) {
     const CtxEval eval(shader);
     std::vector<BoxTree::Box> boxes(mesh.get_primitive_count());
-    for (unsigned int i = 0; i < boxes.size(); ++i) mesh.compute_primitive_bbox(eval, i, boxes[i]);
+    for (unsigned int i = 0; i < boxes.size(); ++i) mesh.compute_primitive_bbox_at(eval, i, time, boxes[i]);
     return boxes;
 }
 
 }  // namespace
 
 PatchTracer::PatchTracer(const SdsMesh& mesh, const RayOracle& oracle, KernelFamily family)
-    : m_mesh(mesh), m_tree(patch_boxes(mesh), get_nudge(oracle)) {
+    : PatchTracer(mesh, oracle, CtxShader(), 0.0) {
     m_data.kernel_family = family;
+    m_data.has_motion_blur = false;
+}
+
+PatchTracer::PatchTracer(const SdsMesh& mesh, const RayOracle& oracle, const CtxShader& frame, double time)
+    : m_mesh(mesh), m_tree(patch_boxes(mesh, frame, time), get_nudge(oracle)), m_shader(frame) {
+    m_data.has_motion_blur = true;
     for (unsigned int i = 0; i < sys_max_worker_count(); ++i) m_threads.push_back(std::make_unique<CtxThread>());
 }
 

@@ -22,6 +22,8 @@ class PatchTracer {
 public:
     // `mesh` outlives this.
     PatchTracer(const SdsMesh& mesh, const RayOracle& oracle, KernelFamily family);
+    // The fast kernels on the patches as the frame sees them at `time`, which the rays carry too.
+    PatchTracer(const SdsMesh& mesh, const RayOracle& oracle, const CtxShader& frame, double time);
 
     void trace(GeometryRay& ray, unsigned int worker) const;
 
