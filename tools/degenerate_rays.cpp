@@ -64,13 +64,31 @@ double seconds_of(const sds_render::Scene& scene, std::vector<GeometryRay> rays)
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
+// The first of the same rays, each handed to every patch: nothing stands before the kernels. Most patches are missed,
+// so plain rays are at their cheapest here.
+double seconds_on_patches(const BuiltSurface& surface, std::vector<GeometryRay> rays) {
+    rays.resize((rays.size() + surface.quad_count() - 1) / surface.quad_count());
+    const CtxShader shader;
+    CtxThread thread;
+    const CtxEval ctx(shader, &thread);
+    const GeometryRaytraceData data;
+    const auto begin = std::chrono::steady_clock::now();
+    for (GeometryRay& ray : rays) {
+        GeometryRaytraceCtx range(&ray, 1, data);
+        for (unsigned int i = 0; i < surface.quad_count(); ++i) surface.mesh.intersect_primitive(ctx, i, range);
+    }
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const auto count = static_cast<unsigned int>(argc > 1 ? std::max(1, std::atoi(argv[1])) : 20000);
     bool is_within = true;
-    std::printf("| rays | level 0 | level 3 |\n|---|--:|--:|\n");
-    double ratios[2][std::size(kinds)];
+    std::printf(
+        "| rays | scene, level 0 | scene, level 3 | every patch, level 0 | every patch, level 3 |\n"
+        "|---|--:|--:|--:|--:|\n");
+    double ratios[4][std::size(kinds)];
     for (const unsigned int column : {0u, 1u}) {
         BuiltSurface::Options options;
         options.level = 3 * column;
@@ -80,19 +98,28 @@ int main(int argc, char** argv) {
         scene.add(surface.mesh);
         scene.commit();
         const std::vector<GeometryRay> plain = make_rays(oracle, count);
-        double least[std::size(kinds)];
-        std::fill(std::begin(least), std::end(least), HUGE_VAL);
+        double least[2][std::size(kinds)];
+        std::fill(std::begin(least[0]), std::end(least[0]), HUGE_VAL);
+        std::fill(std::begin(least[1]), std::end(least[1]), HUGE_VAL);
         for (unsigned int run = 0; run < run_count; ++run)
             for (size_t k = 0; k < std::size(kinds); ++k) {
                 std::vector<GeometryRay> rays = plain;
                 for (GeometryRay& ray : rays) kinds[k].spoil(ray);
-                least[k] = std::min(least[k], seconds_of(scene, std::move(rays)));
+                least[0][k] = std::min(least[0][k], seconds_of(scene, rays));
+                least[1][k] = std::min(least[1][k], seconds_on_patches(surface, std::move(rays)));
             }
-        for (size_t k = 0; k < std::size(kinds); ++k) ratios[column][k] = least[k] / least[0];
+        for (const unsigned int way : {0u, 1u})
+            for (size_t k = 0; k < std::size(kinds); ++k) ratios[2 * way + column][k] = least[way][k] / least[way][0];
+        std::fprintf(stderr, "level %u: a plain ray takes %.0f ns in the scene, %.0f ns a patch without one\n",
+                     options.level, 1e9 * least[0][0] / count, 1e9 * least[1][0] / count);
     }
     for (size_t k = 0; k < std::size(kinds); ++k) {
-        std::printf("| %s | %.3f | %.3f |\n", kinds[k].name, ratios[0][k], ratios[1][k]);
-        is_within &= ratios[0][k] <= most_allowed && ratios[1][k] <= most_allowed;
+        std::printf("| %s |", kinds[k].name);
+        for (const double* ratio : {ratios[0], ratios[1], ratios[2], ratios[3]}) {
+            std::printf(" %.3f |", ratio[k]);
+            is_within &= ratio[k] <= most_allowed;
+        }
+        std::printf("\n");
     }
     return is_within ? 0 : 1;
 }

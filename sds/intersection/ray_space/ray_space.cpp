@@ -16,6 +16,12 @@ using sds::RayHit;
 using sds::RayHits;
 using sds::RaySpace;
 
+// False for a ray without a finite origin or a usable direction, which would cost a patch its whole depth in NaN.
+bool can_meet(const GeometryRaySpace& space) {
+    const float sum = (space.origin[0] + space.origin[1] + space.origin[2]) + space.along[0];
+    return std::fabs(sum) <= std::numeric_limits<float>::max();
+}
+
 RaySpace make_space(const GeometryRaySpace& space) {
     RaySpace ray;
     std::copy(space.origin, space.origin + 3, ray.origin);
@@ -51,6 +57,7 @@ unsigned int sds::trace_limit_surface(const CtxEval& ctx, unsigned int primitive
     for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
         if (rays.is_ray_finished(i)) continue;
         const GeometryRaySpace& space = rays.get_ray_space(i);
+        if (!can_meet(space)) continue;
         RayHits hits;
         hits.count = 0;
         hits.overflow_count = 0;
@@ -81,6 +88,7 @@ unsigned int sds::trace_flat_cells(const CtxEval& ctx, unsigned int primitive, c
     for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
         if (rays.is_ray_finished(i)) continue;
         const GeometryRaySpace& space = rays.get_ray_space(i);
+        if (!can_meet(space)) continue;
         RayHits hits;
         hits.count = 0;
         hits.overflow_count = 0;
