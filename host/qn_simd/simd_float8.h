@@ -256,10 +256,5 @@ QN_SIMD_INLINE SimdFloat8 sum_of_four(const SimdFloat8& a, const SimdFloat8& b, 
     const SimdFloat8 ab = zip_low(a, b) + zip_high(a, b), cd = zip_low(c, d) + zip_high(c, d);
     return low_pairs(ab, cd) + high_pairs(ab, cd);
 }
-// Every lane becomes the sum of its group.
-QN_SIMD_INLINE SimdFloat8 group_sum(SimdFloat8 a) {
-    const SimdFloat8 pairs = a + swap_pairs(a);
-    return pairs + swap_neighbours(pairs);
-}
 
 }  // namespace QN_SIMD_NAMESPACE

@@ -84,7 +84,7 @@ inline SimdFloat8 swap_last(const SimdFloat8& a) { return shuffle(a, {0, 1, 3, 2
 inline SimdFloat8 swap_groups(const SimdFloat8& a) {
     return SimdFloat8::make([&](int i) { return a.v[i ^ 4]; });
 }
-// Every lane becomes the least, the greatest, the sum of its group.
+// Every lane becomes the least, the greatest of its group.
 inline SimdFloat8 group_min(const SimdFloat8& a) {
     const SimdFloat8 pairs = min(a, swap_pairs(a));
     return min(pairs, swap_neighbours(pairs));
@@ -92,10 +92,6 @@ inline SimdFloat8 group_min(const SimdFloat8& a) {
 inline SimdFloat8 group_max(const SimdFloat8& a) {
     const SimdFloat8 pairs = max(a, swap_pairs(a));
     return max(pairs, swap_neighbours(pairs));
-}
-inline SimdFloat8 group_sum(const SimdFloat8& a) {
-    const SimdFloat8 pairs = a + swap_pairs(a);
-    return pairs + swap_neighbours(pairs);
 }
 
 // Lane k of a group: fold(the four lanes of that group of the k-th vector), halves 0 2 and 1 3 first.
