@@ -91,6 +91,8 @@ CodeText text_of(FindingCode code) {
             return words_of(PolyFindingCode::repeated_vertex);
         case nonmanifold_edge:
             return words_of(PolyFindingCode::nonmanifold_edge);
+        case nonmanifold_vertex:
+            return words_of(PolyFindingCode::nonmanifold_vertex);
         case opposite_winding:
             return words_of(PolyFindingCode::opposite_winding);
         case half_mapped_polygon:

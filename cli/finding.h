@@ -40,6 +40,7 @@ enum class FindingCode : std::uint8_t {
     two_corner_polygon,
     repeated_vertex,
     nonmanifold_edge,
+    nonmanifold_vertex,
     opposite_winding,
     fractional_sharpness,
     half_mapped_polygon,

@@ -26,6 +26,8 @@ FindingCode to_finding_code(PolyFindingCode code, PolyArray array) {
             return FindingCode::repeated_vertex;
         case PolyFindingCode::nonmanifold_edge:
             return FindingCode::nonmanifold_edge;
+        case PolyFindingCode::nonmanifold_vertex:
+            return FindingCode::nonmanifold_vertex;
         case PolyFindingCode::opposite_winding:
             return FindingCode::opposite_winding;
         case PolyFindingCode::half_mapped_polygon:

@@ -55,6 +55,83 @@ void check_numbers(const CoreBasicArray<GMathVec3<float>>& vectors, float larges
     }
 }
 
+// Steps between the face-corners of one vertex, across the edges of two polygons.
+class CornerWalk {
+public:
+    CornerWalk(const CoreBasicArray<unsigned int>& counts, const CoreBasicArray<unsigned int>& indices)
+        : m_indices(indices),
+          m_polygons(indices.get_count()),
+          m_offsets(counts.get_count() + 1),
+          m_others(indices.get_count(), none) {
+        m_offsets[0] = 0;
+        for_each_polygon(counts, [this](unsigned int p, unsigned int first, unsigned int count) {
+            std::fill_n(m_polygons.get_data() + first, count, p);
+            m_offsets[p + 1] = first + count;
+        });
+    }
+
+    unsigned int polygon(unsigned int corner) const { return m_polygons[corner]; }
+    // The edges that leave both corners are one.
+    void pair(unsigned int corner, unsigned int other) {
+        m_others[corner] = other;
+        m_others[other] = corner;
+    }
+
+    // Calls visit(corner) for the corners of the fan after `corner`, on one side (through the edge that leaves it) or
+    // the other. Returns true when the fan closes.
+    template <class Visit>
+    bool walk(unsigned int corner, bool by_leaving, Visit&& visit) const {
+        const unsigned int vertex = m_indices[corner];
+        for (unsigned int c = corner;;) {
+            const unsigned int edge = by_leaving ? c : previous(c);
+            const unsigned int other = m_others[edge];
+            if (m_indices[edge] == m_indices[next(edge)]) {
+                c = by_leaving ? next(c) : edge;  // a polygon with the vertex twice in a row
+            } else if (other == none) {
+                return false;
+            } else {
+                by_leaving = m_indices[other] != vertex;
+                c = by_leaving ? next(other) : other;
+            }
+            if (c == corner) return true;
+            visit(c);
+        }
+    }
+
+private:
+    unsigned int next(unsigned int c) const {
+        const unsigned int p = m_polygons[c];
+        return c + 1 == m_offsets[p + 1] ? m_offsets[p] : c + 1;
+    }
+    unsigned int previous(unsigned int c) const {
+        const unsigned int p = m_polygons[c];
+        return (c == m_offsets[p] ? m_offsets[p + 1] : c) - 1;
+    }
+
+    const CoreBasicArray<unsigned int>& m_indices;
+    CoreArray<unsigned int> m_polygons;  // of each face-corner
+    CoreArray<unsigned int> m_offsets;   // first face-corner of each polygon, and their number
+    CoreArray<unsigned int> m_others;    // the other face-corner of the edge that leaves it, none without
+};
+
+// Vertices of several fans, but for those in `is_reported`, which is overwritten.
+void check_fans(unsigned int vertex_count, const CoreBasicArray<unsigned int>& indices, const CornerWalk& walk,
+                CoreArray<unsigned char>& is_reported, PolyFindings& findings) {
+    CoreArray<unsigned char> has_fan(vertex_count, 0), is_visited(indices.get_count(), 0);
+    const auto visit = [&is_visited](unsigned int c) { is_visited[c] = 1; };
+    for (unsigned int c = 0; c < indices.get_count(); ++c) {
+        const unsigned int v = indices[c];
+        if (is_visited[c] != 0 || is_reported[v] != 0) continue;
+        if (has_fan[v] != 0) {
+            findings.record(nonmanifold_vertex, {PolyArray::polygons, walk.polygon(c), c, v});
+            is_reported[v] = 1;
+            continue;
+        }
+        has_fan[v] = 1;
+        if (!walk.walk(c, true, visit)) walk.walk(c, false, visit);
+    }
+}
+
 }  // namespace
 
 bool poly_check_polygons(unsigned int vertex_count, const CoreBasicArray<unsigned int>& polygon_counts,
@@ -63,6 +140,7 @@ bool poly_check_polygons(unsigned int vertex_count, const CoreBasicArray<unsigne
     bool is_right = true;
     CoreArray<unsigned int> last_polygon(vertex_count, 0u);  // 1 + the polygon that met the vertex last
     for_each_polygon(polygon_counts, [&](unsigned int p, unsigned int first, unsigned int count) {
+        is_right &= count >= 3;
         for (unsigned int c = first; c < first + count; ++c) {
             if (polygon_indices[c] != none) continue;
             findings.record(void_polygon, {PolyArray::polygons, p, c, none});
@@ -93,10 +171,9 @@ bool poly_check_polygons(unsigned int vertex_count, const CoreBasicArray<unsigne
 
 void poly_check_edges(unsigned int vertex_count, const CoreBasicArray<unsigned int>& polygon_counts,
                       const CoreBasicArray<unsigned int>& polygon_indices, PolyFindings& findings) {
-    CoreArray<unsigned int> corner_polygons(polygon_indices.get_count());
+    CornerWalk walk(polygon_counts, polygon_indices);
     const PolyEdgeBuckets buckets(
-        polygon_indices.get_data(), polygon_counts, vertex_count,
-        [&corner_polygons](unsigned int p, unsigned int c) { corner_polygons[c] = p; }, [] {});
+        polygon_indices.get_data(), polygon_counts, vertex_count, [](unsigned int, unsigned int) {}, [] {});
     // The edge from the bucket's vertex to each higher one.
     struct Edge {
         unsigned int low = none;  // the bucket that wrote the entry
@@ -104,6 +181,7 @@ void poly_check_edges(unsigned int vertex_count, const CoreBasicArray<unsigned i
         unsigned int first = 0, last = 0;  // face-corners
     };
     CoreArray<Edge> edges(vertex_count, Edge{});
+    CoreArray<unsigned char> is_reported(vertex_count, 0);
     buckets.for_each_bucket([&](unsigned int low, const PolyHalfEdge* begin, const PolyHalfEdge* end) {
         for (const PolyHalfEdge* half = begin; half != end; ++half) {
             Edge& edge = edges[half->high];
@@ -114,13 +192,17 @@ void poly_check_edges(unsigned int vertex_count, const CoreBasicArray<unsigned i
         for (const PolyHalfEdge* half = begin; half != end; ++half) {
             const Edge& edge = edges[half->high];
             if (edge.first != half->corner || edge.sides < 2) continue;
-            const PolyPlace place{PolyArray::polygons, corner_polygons[edge.last], edge.last, none};
-            if (edge.sides > 2)
+            const PolyPlace place{PolyArray::polygons, walk.polygon(edge.last), edge.last, none};
+            if (edge.sides > 2) {
                 findings.record(nonmanifold_edge, place);
-            else if (polygon_indices[edge.first] == polygon_indices[edge.last])
-                findings.record(opposite_winding, place);
+                is_reported[low] = is_reported[half->high] = 1;
+                continue;
+            }
+            walk.pair(edge.first, edge.last);
+            if (polygon_indices[edge.first] == polygon_indices[edge.last]) findings.record(opposite_winding, place);
         }
     });
+    check_fans(vertex_count, polygon_indices, walk, is_reported, findings);
 }
 
 void poly_check_vectors(const CoreBasicArray<GMathVec3<float>>& vectors, unsigned int vertex_count, PolyArray array,

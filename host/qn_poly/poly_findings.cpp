@@ -19,6 +19,8 @@ constexpr PolyFindingText texts[] = {
     {"void_polygon", error, "polygon that holds the index 0xFFFFFFFF", "refused"},
     {"repeated_vertex", warning, "vertex repeated in one polygon", "kept, the polygon may border on itself"},
     {"nonmanifold_edge", warning, "edge of three or more polygons", "each of them gets a border there"},
+    {"nonmanifold_vertex", warning, "polygons that meet at a vertex alone",
+     "kept, all take the limit point of one fan"},
     {"opposite_winding", warning, "neighbours of opposite winding", "kept as they are"},
     {"half_mapped_polygon", warning, "polygon with UVs at some corners only", "left unmapped"},
     {"unused_vertex", note, "vertex that no polygon uses", "kept"},

@@ -22,12 +22,13 @@ enum class PolyFindingCode : unsigned char {
     // warnings: built, but perhaps not what was meant
     repeated_vertex,
     nonmanifold_edge,
+    nonmanifold_vertex,
     opposite_winding,
     half_mapped_polygon,
     // notes
     unused_vertex,
 };
-inline constexpr unsigned int poly_finding_code_count = 14;
+inline constexpr unsigned int poly_finding_code_count = 15;
 
 enum class PolySeverity : unsigned char { error, warning, note };
 

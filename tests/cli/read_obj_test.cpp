@@ -178,6 +178,7 @@ TEST(ReadObj, ReportsWhatDoesNotStop) {
     const std::string strip = square + "v 2 0 0\nv 2 1 0\nv 0 0 1\nv 1 0 1\n";
     expect_finding(strip + "f 1 2 3 4\nf 2 5 6 3\nf 1 2 8 7\nf 2 3 8\n", nonmanifold_edge, 12);
     expect_finding(strip + "f 1 2 3 4\nf 2 3 6 5\nf 1 7 8\n", opposite_winding, 10);
+    expect_finding(strip + "f 1 2 3 4\nf 3 6 5\nf 3 7 8\n", nonmanifold_vertex, 10);
     expect_finding(strip + "f 1 2 3 4\n", unused_vertex, 0, 4);
     expect_finding(square + "f 1 2 3 2\n", repeated_vertex, 5);
     expect_finding(square + "f 1 2 -3\n", repeated_vertex, 5);

@@ -84,11 +84,15 @@ TEST(PolyCheck, ErrorsHaveCodeAndPlace) {
 TEST(PolyCheck, WarningsAndNotesHaveCodeAndPlace) {
     using enum PolyArray;
     expect_only(check_changed([](Mesh& m) {
-                    m.indices = {0, 1, 4, 3, 1, 2, 5, 5}, m.counts = {4, 4};
+                    m.indices = {0, 1, 4, 3, 1, 2, 5, 4, 4}, m.counts = {4, 5};
                 }),
-                repeated_vertex, {polygons, 1, 7, 5});
+                repeated_vertex, {polygons, 1, 8, 4});
     expect_only(check_changed([](Mesh& m) { m.indices = {0, 1, 4, 3, 1, 4, 5, 2}; }), opposite_winding,
                 {polygons, 1, 4, none});
+    expect_only(check_changed([](Mesh& m) {
+                    m.indices = {0, 1, 4, 3, 4, 1, 5, 2, 4}, m.counts = {3, 3, 3}, m.groups = {0, 0, 0};
+                }),
+                nonmanifold_vertex, {polygons, 2, 8, 4});
     expect_only(check_changed([](Mesh& m) { m.positions.emplace_back(3, 3, 3), m.positions.emplace_back(4, 4, 4); }),
                 unused_vertex, {positions, none, none, 6}, 2);
     Mesh pages;

@@ -61,6 +61,7 @@ FirstCase describe_face(const MeshArrays& mesh, PolyFindingCode code, const Poly
         case PolyFindingCode::void_polygon:
             return {corner_place(place.polygon, corner()), "index -1", {}};
         case PolyFindingCode::repeated_vertex:
+        case PolyFindingCode::nonmanifold_vertex:
             return {corner_place(place.polygon, corner()), "point " + std::to_string(place.item), {}};
         case PolyFindingCode::nonmanifold_edge:
         case PolyFindingCode::opposite_winding: {

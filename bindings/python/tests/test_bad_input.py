@@ -102,12 +102,14 @@ def test_a_refused_update_changes_nothing(cube):
     assert np.array_equal(cube.patches(), patches)
 
 
-def test_nonmanifold_edges_are_warned_of():
+def test_nonmanifold_edges_and_vertices_are_warned_of():
     points, counts, indices = grid(1)
     fan = np.concatenate([points, [[0, 0, 1], [1, 0, 1], [0, 0, -1], [1, 0, -1]]]).astype(np.float32)
     with pytest.warns(qn_sds.MeshWarning, match="points 0 and 1"):
         surface = qn_sds.Surface(fan, [4, 4, 4], np.concatenate([indices, [0, 1, 5, 4, 0, 1, 7, 6]]))
     assert surface.quad_count == 3
+    with pytest.warns(qn_sds.MeshWarning, match="face 1, corner 0: .* meet at a vertex alone.*point 2"):
+        qn_sds.Surface(np.eye(5, 3), [3, 3], [0, 1, 2, 2, 3, 4])
 
 
 def test_files_name_their_lines(tmp_path):
