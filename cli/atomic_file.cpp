@@ -40,6 +40,7 @@ AtomicFile::AtomicFile(const std::string& path) : path_(path), target_(path) {
         return;
     }
     if (exists && access(target_.c_str(), W_OK) != 0) fail();
+    interrupts_.emplace();
     temporary_ = target_ + ".XXXXXX";
     descriptor_ = mkostemp(temporary_.data(), O_CLOEXEC);
     if (descriptor_ < 0) {
@@ -87,6 +88,7 @@ void AtomicFile::flush() {
 
 void AtomicFile::write_through(std::string_view bytes) {
     while (!bytes.empty()) {
+        throw_if_interrupted();
         const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
         if (written < 0 && errno == EINTR) continue;
         if (written <= 0) fail();

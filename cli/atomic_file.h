@@ -1,6 +1,9 @@
 #pragma once
 
+#include "cli/interrupt.h"
+
 #include <cstddef>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -19,7 +22,8 @@ public:
 /// Bytes go to a temporary file beside the target, which commit() puts in the target's place; without commit() the
 /// temporary file is removed and the target stays as it was. A symbolic link is followed, an existing target keeps its
 /// permissions. Two kinds of target have no "before" to return to and are written directly: "-", which is standard
-/// output, and what is no regular file (a pipe, /dev/null). Not thread-safe.
+/// output, and what is no regular file (a pipe, /dev/null). A signal that asks to stop ends a write with AppCancelled.
+/// Not thread-safe.
 class AtomicFile {
 public:
     /// Opens the output. Throws OutputError.
@@ -41,8 +45,9 @@ private:
     [[noreturn]] void fail() const;
 
     std::string path_;
-    std::string target_;     // path with symbolic links resolved
-    std::string temporary_;  // empty when the target is written directly
+    std::string target_;                        // path with symbolic links resolved
+    std::optional<InterruptScope> interrupts_;  // as long as there is a temporary file
+    std::string temporary_;                     // empty when the target is written directly
     std::string buffer_;
     int descriptor_ = -1;
 };

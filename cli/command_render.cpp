@@ -2,6 +2,7 @@
 
 #include "cli/atomic_file.h"
 #include "cli/common_options.h"
+#include "cli/interrupt.h"
 #include "cli/load_cage.h"
 #include "cli/mesh_properties.h"
 #include "cli/texture.h"
@@ -204,6 +205,7 @@ void run_render(const RenderCommandOptions& options) {
     render_options.samples = options.samples;
     render_options.shading.wire = options.wire;
 
+    const InterruptScope interrupts;
     std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds render");
     std::vector<LoadedSurface> loaded;
     {
@@ -232,6 +234,7 @@ void run_render(const RenderCommandOptions& options) {
                                                render_options, progress.get())
                 : sds_render::render(scene, sds_render::frame_scene(scene, view, options.width, options.height),
                                      render_options, progress.get());
+        throw_if_interrupted();
         write_picture(options, rendering.image, render_options.layers);
         statistics = rendering.statistics;
     }

@@ -1,6 +1,7 @@
 #include "cli/common_options.h"
 
 #include "cli/atomic_file.h"
+#include "cli/interrupt.h"
 #include "qn_app_base/app_terminal_progress.h"
 
 #include <unistd.h>
@@ -107,9 +108,22 @@ void add_level_option(CLI::App& command, unsigned int& level) {
         ->check(CLI::Range(0u, max_level));
 }
 
+namespace {
+
+template <class Bar>
+class InterruptibleBar : public Bar {
+public:
+    using Bar::Bar;
+
+protected:
+    bool is_cancelled() override { return get_interrupt() != 0; }
+};
+
+}  // namespace
+
 std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title) {
-    if (options.quiet) return nullptr;
-    return std::make_unique<AppTerminalProgress>(stderr, CoreString(title));
+    if (options.quiet) return std::make_unique<InterruptibleBar<AppProgressBar>>();
+    return std::make_unique<InterruptibleBar<AppTerminalProgress>>(stderr, CoreString(title));
 }
 
 void print_line(const std::string& line) { std::fputs((line + "\n").c_str(), stderr); }

@@ -43,7 +43,8 @@ void add_property_option(CLI::App& command, CommonOptions& options);
 /// Adds --level N with 0 (the limit surface) as default.
 void add_level_option(CLI::App& command, unsigned int& level);
 
-/// A progress bar on the standard error stream; null when the options ask for quiet.
+/// A progress bar that a signal cancels within an InterruptScope. It shows itself on the standard error stream unless
+/// the options ask for quiet.
 std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title);
 
 /// Prints a line to the standard error stream.

@@ -89,7 +89,8 @@ std::string make_footer(const std::string& command) {
     if (command.empty())
         footer +=
             "\n\nsds COMMAND --help tells more, with examples. MESH and the files may be - for standard input and "
-            "output.\nExit codes: 0 done, 1 failed, 2 wrong usage or unusable input.";
+            "output.\nExit codes: 0 done, 1 failed, 2 wrong usage or unusable input, "
+            "130 interrupted.";
     return footer;
 }
 

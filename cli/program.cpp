@@ -9,7 +9,9 @@
 #include "cli/common_options.h"
 #include "cli/help_format.h"
 #include "cli/input_error.h"
+#include "cli/interrupt.h"
 #include "cli/usage_error.h"
+#include "qn_app_base/app_progress_bar.h"
 #include "qn_core/core_log.h"
 #include "qn_sys/sys_thread.h"
 
@@ -37,6 +39,8 @@ int run_action(const Action& action) {
         return report(error.what(), exit_refused);
     } catch (const UsageError& error) {
         return report(error.what(), exit_refused);
+    } catch (const AppCancelled&) {
+        return report("interrupted", exit_signal + get_interrupt());
     } catch (const std::bad_alloc&) {
         return report("out of memory", exit_failure);
     } catch (const std::exception& error) {

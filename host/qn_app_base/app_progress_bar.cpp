@@ -2,7 +2,14 @@
 
 #include <algorithm>
 
+AppCancelled::~AppCancelled() = default;
+const char* AppCancelled::what() const noexcept { return "cancelled"; }
+
 AppProgressBar::~AppProgressBar() = default;
+
+void AppProgressBar::check_cancelled() {
+    if (is_cancelled()) throw AppCancelled();
+}
 
 AppProgressBar::Task& AppProgressBar::current() {
     if (m_tasks.is_empty()) m_tasks.add(Task{});
@@ -15,6 +22,7 @@ void AppProgressBar::move_to(double position) {
 }
 
 void AppProgressBar::begin_task(const CoreString& label, const float& weight, const bool& hidden) {
+    check_cancelled();
     const double span = current().span * static_cast<double>(weight);
     if (!hidden) m_label = label;
     m_tasks.add(Task{m_position.load(std::memory_order_relaxed), span, 0, m_label});
@@ -30,6 +38,7 @@ void AppProgressBar::end_task() {
 }
 
 void AppProgressBar::set_value(const float& value) {
+    check_cancelled();
     const Task& task = current();
     move_to(task.begin + task.span * static_cast<double>(value));
 }
@@ -37,6 +46,7 @@ void AppProgressBar::set_value(const float& value) {
 void AppProgressBar::set_step_count(const unsigned int& count) { current().step_count = count; }
 
 void AppProgressBar::step(const unsigned int& done) {
+    check_cancelled();
     const Task& task = current();
     if (task.step_count == 0) return;
     const double fraction = static_cast<double>(done) / static_cast<double>(task.step_count);
@@ -44,6 +54,7 @@ void AppProgressBar::step(const unsigned int& done) {
 }
 
 void AppProgressBar::increment(const float& share) {
+    check_cancelled();
     const double amount = current().span * static_cast<double>(share);
     double position = m_position.load(std::memory_order_relaxed);
     while (!m_position.compare_exchange_weak(position, position + amount, std::memory_order_relaxed)) {

@@ -3,13 +3,25 @@
 // The bar runs from 0 to 1. A task covers `weight` of its parent's span, beginning where the parent stands; its own
 // value also runs from 0 to 1 inside that span. begin_task, end_task, set_step_count, step and set_value belong to the
 // thread that drives the operation; increment may be called from many threads at once.
+//
+// A bar can cancel the operation: where is_cancelled says so, begin_task, set_value, step and increment throw
+// AppCancelled, which goes through the operation, its worker threads included, to whoever started it. What was being
+// built then holds nothing of use until it is built anew. A task whose begin_task throws was not opened. end_task and
+// set_step_count never throw it.
 #pragma once
 
 #include <atomic>
+#include <exception>
 
 #include "qn_core/core_array.h"
 #include "qn_core/core_export.h"
 #include "qn_core/core_string.h"
+
+class QN_EXPORT AppCancelled : public std::exception {
+public:
+    ~AppCancelled() override;
+    const char* what() const noexcept override;
+};
 
 class QN_EXPORT AppProgressBar {
 public:
@@ -38,6 +50,8 @@ public:
 protected:
     // Called after every change of the position, from whichever thread made it.
     virtual void changed() {}
+    // Whether the operation shall end here; asked by any of its threads.
+    virtual bool is_cancelled() { return false; }
 
 private:
     struct Task {
@@ -46,6 +60,7 @@ private:
         unsigned int step_count = 0;
         CoreString label;
     };
+    void check_cancelled();
     Task& current();
     void move_to(double position);
 

@@ -33,17 +33,6 @@ private:
     std::uint64_t m_value = 14695981039346656037ull;
 };
 
-std::uint64_t hash_of(const BuiltSurface& surface) {
-    Hash hash;
-    hash << surface.base.get_quad_indices() << surface.base.get_edges().opposite_edges
-         << surface.base.get_edges().quad_edge_flags << surface.geometry.get_vertices()
-         << surface.geometry.get_bezier_patches() << surface.geometry.get_bezier_corners()
-         << surface.geometry.get_bezier_tangents_array();
-    for (unsigned int m = 0; m < surface.maps.get_uv_map_count(); ++m)
-        hash << surface.maps.get_uv_map(m).vertices << surface.maps.get_uv_map(m).corners;
-    return hash.value();
-}
-
 void expect_finite(const CoreBasicArray<Vec3f>& vectors, const char* what) {
     for (unsigned int i = 0; i < vectors.get_count(); ++i) ASSERT_TRUE(vectors[i].is_finite()) << what << " " << i;
 }
@@ -89,6 +78,17 @@ void expect_sane_hits(const SdsMesh& mesh, unsigned int primitive, const Vec3d& 
 }
 
 }  // namespace
+
+std::uint64_t hash_of(const BuiltSurface& surface) {
+    Hash hash;
+    hash << surface.base.get_quad_indices() << surface.base.get_edges().opposite_edges
+         << surface.base.get_edges().quad_edge_flags << surface.geometry.get_vertices()
+         << surface.geometry.get_bezier_patches() << surface.geometry.get_bezier_corners()
+         << surface.geometry.get_bezier_tangents_array();
+    for (unsigned int m = 0; m < surface.maps.get_uv_map_count(); ++m)
+        hash << surface.maps.get_uv_map(m).vertices << surface.maps.get_uv_map(m).corners;
+    return hash.value();
+}
 
 PolyFindings check_cage(const ZooMesh& mesh) {
     PolyFindings findings;

@@ -2,6 +2,7 @@
 // the same on one thread and on several.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "qn_poly/poly_check.h"
@@ -15,6 +16,9 @@ PolyFindings check_cage(const ZooMesh& mesh);
 // Expects exactly the codes `expected` from the checker. A mesh without errors is then built on one thread and on four,
 // in smooth and bilinear mode; arrays, boxes, samples and the hits of rays at them are expected finite and equal.
 void examine(const ZooMesh& mesh, const std::vector<PolyFindingCode>& expected);
+
+// Of all arrays that a build makes.
+std::uint64_t hash_of(const BuiltSurface& surface);
 
 // The same for a built surface with motion, maps or levels of its own.
 void expect_finite(const BuiltSurface& surface);

@@ -1,4 +1,4 @@
-// Every allocation of a build refused in turn.
+// Every allocation of a build refused in turn, and builds cancelled at every point of progress.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -110,6 +110,80 @@ TEST(BatteryFaults, EveryAllocationOfAThreadedBuild) {
     });
     EXPECT_GT(faults, 100u);
     RecordProperty("faults", static_cast<int>(faults));
+}
+
+// Cancels for good when it is asked for the k-th time.
+class CancellingBar : public AppProgressBar {
+public:
+    explicit CancellingBar(unsigned int k) : m_k(k) {}
+    unsigned int get_point_count() const { return m_points; }
+
+protected:
+    bool is_cancelled() override { return ++m_points >= m_k; }
+
+private:
+    unsigned int m_k;
+    std::atomic<unsigned int> m_points{0};
+};
+
+// Cancels a new build, a second build of a surface and one of its positions alone at the k-th point; what is built
+// afterwards is `expected`. Returns whether there are as many points.
+bool cancel_at(unsigned int k, const ZooMesh& cage, BuiltSurface& surface, std::uint64_t expected) {
+    BuiltSurface::Options options;
+    const auto is_cancelled = [&](BuiltSurface& target) {
+        CancellingBar bar(k);
+        options.progress = &bar;
+        bool threw = false;
+        try {
+            target.build(cage, options);
+        } catch (const AppCancelled&) {
+            threw = true;
+        }
+        options.progress = nullptr;
+        EXPECT_EQ(threw, bar.get_point_count() >= k);
+        return threw;
+    };
+    const std::size_t before = live_bytes();
+    {
+        BuiltSurface fresh;
+        if (!is_cancelled(fresh)) return false;
+    }
+    EXPECT_TRUE(settles_at(before)) << "point " << k << ": " << live_bytes() - before << " bytes left";
+    for (const bool keeps_base : {false, true}) {
+        options.keeps_base = keeps_base;
+        const bool is_within = is_cancelled(surface);
+        EXPECT_TRUE(is_within || keeps_base);
+        surface.build(cage, options);
+        EXPECT_EQ(hash_of(surface), expected) << "point " << k;
+    }
+    return true;
+}
+
+unsigned int cancel_everywhere(const ZooMesh& cage) {
+    BuiltSurface surface(cage);
+    const std::uint64_t expected = hash_of(surface);
+    for (unsigned int k = 1;; ++k)
+        if (!cancel_at(k, cage, surface, expected) || ::testing::Test::HasFailure()) return k - 1;
+}
+
+TEST(BatteryFaults, CancelledAtEveryPoint) {
+    SysThreadArena arena(1);
+    unsigned int points = 0;
+    for (const char* name : {"prism7_uvs", "cube_uv_islands"})
+        arena.execute([&] { points += cancel_everywhere(mapped(zoo_mesh(name))); });
+    EXPECT_GT(points, 100u);
+    RecordProperty("points", static_cast<int>(points));
+}
+
+TEST(BatteryFaults, ThreadedBuildCancelledAtEveryPoint) {
+    SysThreadArena arena(4);
+    unsigned int points = 0;
+    arena.execute([&points] {
+        wake_threads(4);
+        points = cancel_everywhere(mapped(make_torus(16, 12)));
+    });
+    EXPECT_GT(points, 100u);
+    RecordProperty("points", static_cast<int>(points));
 }
 
 }  // namespace

@@ -1,7 +1,11 @@
 // What the program refuses, and how it says so.
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <csignal>
+#include <fstream>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "sds_process.h"
 
@@ -165,6 +169,38 @@ TEST(Program, SaysWhatItFoundUnlessQuiet) {
     };
     EXPECT_EQ(creases("sharp"), 2);
     EXPECT_EQ(creases("drop"), 0);
+}
+
+// Sends SIGINT once the process has a handler for it.
+void interrupt(pid_t pid) {
+    for (unsigned int i = 0; i < 100000; ++i) {
+        std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+        std::uint64_t caught = 0;
+        for (std::string line; std::getline(status, line);)
+            if (line.starts_with("SigCgt:")) caught = std::stoull(line.substr(7), nullptr, 16);
+        if ((caught >> (SIGINT - 1) & 1) != 0) break;
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    kill(pid, SIGINT);
+}
+
+TEST(Program, InterruptedLeavesNothingBehind) {
+    const ScratchFolder folder;
+    const std::string mesh = folder.write("cube.obj", cube_obj);
+    const std::string picture = folder.write("out.exr", "old"), array = folder.write("out.obj", "old");
+    const std::vector<std::vector<std::string>> commands = {
+        {"render", mesh, "-o", picture, "--width", "4000", "--height", "4000", "--samples", "256"},
+        {"render", mesh, "-o", picture, "--width", "4000", "--height", "4000", "--samples", "256", "--quiet"},
+        {"export", mesh, "--tessellation", array, "--level", "9"},
+    };
+    for (const auto& command : commands) {
+        const SdsRun run = run_sds_and(folder, command, interrupt);
+        EXPECT_EQ(run.code, 128 + SIGINT) << testing::PrintToString(command) << run.err;
+        EXPECT_THAT(run.err, HasSubstr("sds: interrupted\n"));
+    }
+    EXPECT_EQ(folder.file_count(), 3u) << "no temporary file is left";
+    EXPECT_EQ(ScratchFolder::read(picture), "old");
+    EXPECT_EQ(ScratchFolder::read(array), "old");
 }
 
 }  // namespace

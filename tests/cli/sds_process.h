@@ -20,8 +20,9 @@ struct SdsRun {
     std::string out, err;
 };
 
-// Runs the built program.
-inline SdsRun run_sds(const ScratchFolder& folder, std::vector<std::string> arguments) {
+// Runs the built program; `meanwhile` is called with its id as soon as it is there.
+template <class Meanwhile>
+SdsRun run_sds_and(const ScratchFolder& folder, std::vector<std::string> arguments, Meanwhile&& meanwhile) {
     arguments.insert(arguments.begin(), QN_SDS_PROGRAM_PATH);
     std::vector<char*> argv;
     for (std::string& argument : arguments) argv.push_back(argument.data());
@@ -36,6 +37,7 @@ inline SdsRun run_sds(const ScratchFolder& folder, std::vector<std::string> argu
     posix_spawn_file_actions_destroy(&actions);
     SdsRun run;
     if (failure != 0) return run;
+    meanwhile(pid);
     int status = 0;
     waitpid(pid, &status, 0);
     run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
@@ -44,6 +46,10 @@ inline SdsRun run_sds(const ScratchFolder& folder, std::vector<std::string> argu
     std::filesystem::remove(out);
     std::filesystem::remove(err);
     return run;
+}
+
+inline SdsRun run_sds(const ScratchFolder& folder, std::vector<std::string> arguments) {
+    return run_sds_and(folder, std::move(arguments), [](pid_t) {});
 }
 
 #define EXPECT_SUCCESS(run) EXPECT_EQ((run).code, 0) << (run).err

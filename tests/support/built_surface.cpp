@@ -4,7 +4,10 @@
 
 namespace sds_test {
 
-BuiltSurface::BuiltSurface(const ZooMesh& cage, const Options& options) : m_diagonal(cage.diagonal()) {
+BuiltSurface::BuiltSurface(const ZooMesh& cage, const Options& options) { build(cage, options); }
+
+void BuiltSurface::build(const ZooMesh& cage, const Options& options) {
+    m_diagonal = cage.diagonal();
     const CoreArray<unsigned int> counts = to_core_array(cage.counts);
     const CoreArray<unsigned int> indices = to_core_array(cage.indices);
     const CoreArray<unsigned char> creases = to_core_array(cage.corner_creases);
@@ -13,7 +16,9 @@ BuiltSurface::BuiltSurface(const ZooMesh& cage, const Options& options) : m_diag
     group_names.add(CoreString("default"));
 
     const PolyCreaseScope scope(creases);
-    base.set(static_cast<unsigned int>(cage.positions.size()), indices, counts, groups, group_names, options.progress);
+    if (!options.keeps_base)
+        base.set(static_cast<unsigned int>(cage.positions.size()), indices, counts, groups, group_names,
+                 options.progress);
     geometry.set(base, to_core_array(cage.positions), to_core_array(options.motion_vectors), options.mode,
                  options.progress);
     CoreArray<GeometryUvMap> uv_maps;

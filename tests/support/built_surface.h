@@ -29,12 +29,18 @@ public:
         unsigned int level = 0;
         std::vector<Vec3f> motion_vectors;  // one per control vertex, or none
         AppProgressBar* progress = nullptr;
+        bool keeps_base = false;  // of the build before, of the same cage
     };
 
     explicit BuiltSurface(const ZooMesh& cage) : BuiltSurface(cage, Options{}) {}
     BuiltSurface(const ZooMesh& cage, const Options& options);
+    // An empty one.
+    BuiltSurface() = default;
     BuiltSurface(const BuiltSurface&) = delete;
     BuiltSurface& operator=(const BuiltSurface&) = delete;
+
+    // Builds all of it, whatever it held before.
+    void build(const ZooMesh& cage, const Options& options);
 
     unsigned int quad_count() const { return base.get_primitive_count(); }
     // Length of the diagonal of the control cage's box.
@@ -48,7 +54,7 @@ public:
     SdsMesh mesh;
 
 private:
-    double m_diagonal;
+    double m_diagonal = 0.0;
 };
 
 }  // namespace sds_test
