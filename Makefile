@@ -102,7 +102,7 @@ check-length: dependencies
 	scripts/check_length
 
 # DIRS="sds" for some of them.
-DIRS ?= host sds render cli
+DIRS ?= host sds render cli bindings
 tidy: build/tidy/CMakeCache.txt
 	run-clang-tidy -quiet -p build/tidy -j $(JOBS) -extra-arg=-Wno-unknown-warning-option \
 	    '$(CURDIR)/($(call any_of,$(DIRS)))/'

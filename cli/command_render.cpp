@@ -110,7 +110,8 @@ std::vector<sds_render::Layer> make_layers(const std::vector<std::string>& names
         for (unsigned int c = 0; c < layers.back().components.size(); ++c) {
             const std::string channel = layers.back().get_channel_name(c);
             if (std::find(channels.begin(), channels.end(), channel) != channels.end())
-                throw UsageError("--aov: " + name + " gives channel " + channel + " a second time");
+                throw UsageError(std::string("--aov: ").append(name).append(" gives channel ").append(channel) +
+                                 " a second time");
             channels.push_back(channel);
         }
     }
@@ -214,6 +215,7 @@ void run_render(const RenderCommandOptions& options) {
     }
     render_options.shading.colour = make_colour(options, loaded);
     std::vector<SdsMesh> meshes;
+    meshes.reserve(loaded.size());
     for (const LoadedSurface& mesh : loaded) meshes.push_back(mesh.surface->mesh(options.level));
     const MeshProperties properties(loaded[0].properties, loaded[0].cage(), meshes[0]);
     render_options.layers = make_layers(names, properties);

@@ -61,7 +61,7 @@ std::string example_lines(const std::string& command) {
 }  // namespace
 
 std::string make_manual_page(const CLI::App& program) {
-    const std::string name = program.get_name();
+    const std::string& name = program.get_name();
     const Commands commands = program.get_subcommands([](const CLI::App*) { return true; });
     // Those that take a mesh share options, told once.
     Commands on_meshes;

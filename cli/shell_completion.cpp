@@ -64,7 +64,8 @@ std::string make_zsh_argument(const CLI::Option& option) {
     if (option.get_positional()) return "'*" + value + "' ";
     const std::vector<std::string> flags = get_flags(option);
     std::string out;
-    for (const std::string& flag : flags) out += "'*" + flag + "[" + text + "]" + value + "' ";
+    for (const std::string& flag : flags)
+        out.append("'*").append(flag).append("[").append(text).append("]").append(value) += "' ";
     return out;
 }
 

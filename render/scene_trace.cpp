@@ -90,7 +90,7 @@ bool offer_single(const SceneObject& object, unsigned int primitive, TraceContex
 void offer_lanes(const SceneObject& object, unsigned int primitive, TraceContext& trace, const Lanes& lanes,
                  unsigned int begin, unsigned int end, bool* changed) {
     const unsigned int first = lanes.ray[begin], last = lanes.ray[end - 1];
-    bool was_finished[RenderThread::packet_size];
+    bool was_finished[RenderThread::packet_size] = {};
     const bool has_gaps = last - first != end - 1 - begin;
     if (has_gaps) {
         for (unsigned int ray = first; ray <= last; ++ray) {

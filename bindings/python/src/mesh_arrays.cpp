@@ -145,7 +145,7 @@ void check_finite(std::span<const float> values, const std::string& what, Findin
 }
 
 void check_arrays(MeshArrays& mesh, Findings& findings) {
-    const auto name_all = [](std::string what) { return [what] { return FirstCase{what, {}, {}}; }; };
+    const auto name_all = [](const std::string& what) { return [what] { return FirstCase{what, {}, {}}; }; };
     if (mesh.points.empty()) findings.record(FindingCode::no_vertices, name_all("points"));
     check_finite(mesh.points, "point", findings);
     check_finite(mesh.motion, "motion of point", findings);
