@@ -6,17 +6,6 @@
 
 namespace sds_cli {
 
-namespace {
-
-PolyMeshProperty make_host_property(const PolyMesh& polygons, const PropertySource& source) {
-    PolyMeshProperty property(polygons, CoreString(source.name), source.kind, source.type, source.extent);
-    property.set_indices(view_of(source.indices));
-    property.set_values(GMathTimeSampling(view_of(source.times)), view_of(source.samples));
-    return property;
-}
-
-}  // namespace
-
 SurfaceProperty::SurfaceProperty(const PolyMesh& polygons, const SdsMesh& mesh, const PropertySource& source)
     : name_(source.name), source_(make_host_property(polygons, source)), property_(mesh, source_) {
     for (unsigned int i = 0; i < source_.get_sample_count(); ++i) property_.init(i, &source_.get_sample_values(i));
@@ -64,7 +53,7 @@ sds_render::Layer make_property_layer(const SurfaceProperty& property) {
     layer.name = property.name();
     for (unsigned int i = 0; i < extent; ++i) layer.components.push_back(extent == 1 ? "" : std::string(1, "XYZW"[i]));
     layer.evaluate = [&property, extent](const sds_render::SurfacePoint& point) {
-        double values[most];
+        double values[most] = {};
         property.evaluate(*point.ctx, point.fragment, values, nullptr, nullptr);
         sds_render::Layer::Value out;
         for (unsigned int i = 0; i < extent; ++i) out.components[i] = static_cast<float>(values[i]);

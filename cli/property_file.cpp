@@ -1,10 +1,12 @@
 #include "cli/property_file.h"
 
+#include "cli/array_view.h"
 #include "cli/input_error.h"
 #include "cli/npy.h"
 #include "cli/number_array.h"
 #include "cli/parse_json.h"
 #include "cli/read_file.h"
+#include "qn_poly/poly_check.h"
 #include "sds/mesh_property/element_types.h"
 
 #include <algorithm>
@@ -87,8 +89,8 @@ bool is_layer_name(const std::string& name) {
 /// Reads one object of the list.
 class EntryReader {
 public:
-    EntryReader(const Json& entry, const std::string& folder, const ControlCage& cage)
-        : entry_(entry), folder_(folder), cage_(cage) {}
+    EntryReader(const Json& entry, const std::string& folder, const ControlCage& cage, const PolyMesh& polygons)
+        : entry_(entry), folder_(folder), cage_(cage), polygons_(polygons) {}
 
     PropertySource read() {
         check_keys();
@@ -99,6 +101,7 @@ public:
         read_key("times", &EntryReader::read_times, false);
         read_key("values", &EntryReader::read_values);
         read_key("indices", &EntryReader::read_indices, false);
+        check_lengths_and_indices();
         return std::move(source_);
     }
 
@@ -166,40 +169,39 @@ private:
         const NumberArray array = read_numbers(value, folder_);
         if (array.shape.size() != 1 || array.values.empty())
             throw ValueError("a list of one time or more", "shape " + to_text(array.shape));
-        for (const Number& number : array.values) {
-            const std::optional<double> time = to_element<double>(number);
-            if (!time || (!source_.times.empty() && !(*time > source_.times.back())))
-                throw ValueError("finite times, each later than the one before it",
-                                 to_text(number) + " as time " + std::to_string(source_.times.size() + 1));
-            source_.times.push_back(*time);
-        }
+        for (const Number& number : array.values)
+            source_.times.push_back(std::visit([](const auto time) { return static_cast<double>(time); }, number));
+        PolyFindings found;
+        poly_check_times(view_of(source_.times), found);
+        found.for_each([&](PolyFindingCode code) {
+            const unsigned int time = found.first(code).item;
+            throw std::runtime_error(std::string(poly_finding_text(code).message) + ": " + to_text(array.values[time]) +
+                                     " as time " + std::to_string(time + 1));
+        });
     }
 
-    /// Items of a property without indices.
-    std::pair<std::size_t, const char*> expected_items() const {
+    /// The items of a property without indices.
+    std::string expected_items() const {
         switch (source_.kind) {
             case Kind::per_vertex:
-                return {cage_.vertex_count(), "vertices"};
+                return std::to_string(cage_.vertex_count()) + " vertices";
             case Kind::per_polygon:
-                return {cage_.polygon_count(), "polygons"};
+                return std::to_string(cage_.polygon_count()) + " polygons";
             case Kind::constant:
                 break;
         }
-        return {1, "item"};
+        return "1 item";
     }
 
     void read_values(const Json& value) {
         const NumberArray array = read_numbers(value, folder_);
         const std::size_t samples = std::max<std::size_t>(source_.times.size(), 1), extent = source_.extent;
-        auto [items, what] = expected_items();
-        if (entry_.contains("indices") && source_.kind == Kind::per_vertex) {
-            items = std::max<std::size_t>(array.values.size() / (samples * extent), 1);
-            what = "items";
-        }
+        const std::size_t items = array.values.size() / (samples * extent);
         const Shape found = squeezed(array.shape), rows = squeezed({samples, items, extent}),
                     flat = squeezed({samples, items * extent});
         if (array.values.empty() || (found != rows && found != flat)) {
-            std::string expected = std::to_string(items) + " " + what;
+            const bool has_own_items = entry_.contains("indices") && source_.kind == Kind::per_vertex;
+            std::string expected = has_own_items ? "items" : expected_items();
             if (samples > 1) expected = std::to_string(samples) + " times of " + expected;
             if (extent > 1) expected += " of " + std::to_string(extent) + " numbers";
             throw ValueError(expected, "shape " + to_text(array.shape));
@@ -242,23 +244,41 @@ private:
         if (source_.kind != Kind::per_vertex)
             throw ValueError("none for kind " + std::string(to_name(source_.kind)), "indices of its own");
         const NumberArray array = read_numbers(value, folder_);
-        if (array.shape != Shape{cage_.corner_count()})
-            throw ValueError(std::to_string(cage_.corner_count()) + " (one per face-corner)",
-                             "shape " + to_text(array.shape));
-        const std::uint32_t items = source_.item_count();
+        if (array.shape.size() != 1) throw ValueError("a list of indices", "shape " + to_text(array.shape));
         source_.indices.reserve(array.values.size());
         for (const Number& number : array.values) {
             const auto index = to_element<std::uint32_t>(number);
-            if (!index || *index >= items)
-                throw ValueError("indices from 0 to " + std::to_string(items - 1),
+            if (!index)
+                throw ValueError("whole numbers from 0",
                                  to_text(number) + " at face-corner " + std::to_string(source_.indices.size()));
             source_.indices.push_back(*index);
         }
     }
 
+    void check_lengths_and_indices() const {
+        PolyFindings found;
+        poly_check_property(make_host_property(polygons_, source_), static_cast<unsigned int>(cage_.vertex_count()),
+                            found);
+        found.for_each([&](PolyFindingCode code) {
+            const PolyPlace& place = found.first(code);
+            const bool is_of_indices = place.array == PolyArray::property_indices;
+            std::string detail = std::to_string(place.item);
+            if (code == PolyFindingCode::index_out_of_range)
+                detail += " at face-corner " + std::to_string(place.corner) + ", items 0 to " +
+                          std::to_string(source_.item_count() - 1);
+            else
+                detail +=
+                    ", expected " +
+                    (is_of_indices ? std::to_string(cage_.corner_count()) + ", one per face-corner" : expected_items());
+            throw std::runtime_error(std::string(is_of_indices ? "indices: " : "values: ") +
+                                     poly_finding_text(code).message + ": " + detail);
+        });
+    }
+
     const Json& entry_;
     const std::string& folder_;
     const ControlCage& cage_;
+    const PolyMesh& polygons_;
     PropertySource source_;
 };
 
@@ -276,6 +296,13 @@ const char* to_name(PolyMeshProperty::Type kind) {
     return "unknown";
 }
 
+PolyMeshProperty make_host_property(const PolyMesh& polygons, const PropertySource& source) {
+    PolyMeshProperty property(polygons, CoreString(source.name), source.kind, source.type, source.extent);
+    property.set_indices(view_of(source.indices));
+    property.set_values(GMathTimeSampling(view_of(source.times)), view_of(source.samples));
+    return property;
+}
+
 std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage) {
     std::string text;
     if (const std::string reason = read_file(path, text); !reason.empty()) throw InputError(path, reason);
@@ -288,9 +315,11 @@ std::vector<PropertySource> read_properties_text(std::string_view text, const st
     if (!json.is_array())
         throw InputError(path, std::string("expected a list of properties, found ") + json.type_name());
     const std::string folder = std::filesystem::path(path).parent_path().string();
+    PolyMesh polygons;
+    polygons.set_polygons(view_of(cage.polygon_counts), view_of(cage.polygon_indices), {});
     std::vector<PropertySource> sources;
     for (const Json& entry : json) {
-        EntryReader reader(entry, folder, cage);
+        EntryReader reader(entry, folder, cage, polygons);
         const auto place = [&] {
             return "property " +
                    (reader.name().empty() ? std::to_string(sources.size() + 1) : "'" + reader.name() + "'");

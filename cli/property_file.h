@@ -25,6 +25,9 @@ struct PropertySource {
 /// The kinds in the field's words: vertex, uniform, constant.
 const char* to_name(PolyMeshProperty::Type kind);
 
+/// The property as the host holds it, on the polygons of its cage, which outlive it.
+PolyMeshProperty make_host_property(const PolyMesh& polygons, const PropertySource& source);
+
 /// Reads the properties of a cage from a JSON file, a list of objects
 ///
 ///     {"name": "heat", "kind": "vertex", "type": "float32", "extent": 3, "values": VALUES,
@@ -37,8 +40,8 @@ const char* to_name(PolyMeshProperty::Type kind);
 /// as a list or an .npy file; there are then as many items as values. With `times` the values get a leading axis of
 /// time, or are a list of one VALUES per time.
 ///
-/// Throws InputError: wrong counts, types, indices or keys, numbers that are not finite or beyond the type, times that
-/// do not increase. It names the property, what was expected and what was found.
+/// Throws InputError: wrong types, shapes or keys, numbers that are not finite or beyond the type, and what the host's
+/// checker finds in lengths, indices and times. It names the property, what was expected and what was found.
 std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage);
 
 /// The same for text in memory; `path` stands for the file in messages, and its folder is where .npy files are seen

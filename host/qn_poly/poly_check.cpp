@@ -283,9 +283,9 @@ void poly_check_property(const PolyMeshProperty& property, unsigned int vertex_c
             findings.record(wrong_count, {PolyArray::property, none, none, values.get_extent()});
     }
     if (!is_indexed) return;
-    expect_count(property.get_indices().get_count(), mesh.get_polygon_indices().get_count(), PolyArray::property,
-                 findings);
+    expect_count(property.get_indices().get_count(), mesh.get_polygon_indices().get_count(),
+                 PolyArray::property_indices, findings);
     for (unsigned int c = 0; c < property.get_indices().get_count(); ++c)
         if (property.get_indices()[c] >= property.get_value_count())
-            findings.record(index_out_of_range, {PolyArray::property, none, c, property.get_indices()[c]});
+            findings.record(index_out_of_range, {PolyArray::property_indices, none, c, property.get_indices()[c]});
 }

@@ -27,8 +27,8 @@ constexpr PolyFindingText texts[] = {
 };
 static_assert(std::size(texts) == poly_finding_code_count);
 
-constexpr const char* array_names[] = {"polygons", "positions", "creases",      "groups",  "uvs",
-                                       "colors",   "motion",    "sample times", "property"};
+constexpr const char* array_names[] = {"polygons", "positions", "creases",      "groups",   "uvs",
+                                       "colors",   "motion",    "sample times", "property", "property indices"};
 
 void append(std::string& text, const char* what, unsigned int index) {
     if (index != 0xFFFFFFFF) text += ", " + std::string(what) + std::to_string(index);

@@ -43,6 +43,7 @@ enum class PolyArray : unsigned char {
     motion,
     sample_times,
     property,
+    property_indices,
 };
 
 struct PolyFindingText {

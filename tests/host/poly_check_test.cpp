@@ -193,7 +193,7 @@ TEST(PolyCheck, Properties) {
         EXPECT_TRUE(findings.has_errors());
     }
     expect_only(check(Kind::per_vertex, {2}, {}, {0, 0, 0, 0, 0, 0, 0, 2}), index_out_of_range,
-                {PolyArray::property, none, 7, 2});
+                {PolyArray::property_indices, none, 7, 2});
 }
 
 TEST(PolyCheck, TextNamesCauseAndPlace) {
