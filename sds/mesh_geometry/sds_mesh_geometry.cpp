@@ -131,7 +131,7 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     // New positions on the topology of the last build: everything that positions do not enter stays.
     const bool is_update =
         topology_stamp != 0 && topology_stamp == mesh_base.get_topology_stamp() && mode == interpolation_mode;
-    topology_stamp = 0;  // should memory run out on the way
+    topology_stamp = 0;  // should memory run out, or the bar cancel, on the way
     base = &mesh_base;
     mode = interpolation_mode;
     corner_cache.reset();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 
 #include "qn_ctx/ctx_eval.h"
@@ -12,6 +13,16 @@
 namespace sds_test {
 
 namespace {
+
+// Meshes examined; printed at the end.
+struct Totals : ::testing::Environment {
+    unsigned int meshes = 0, refused = 0;
+    void TearDown() override { std::printf("[  COUNTED ] %u meshes, %u of them refused\n", meshes, refused); }
+};
+Totals& totals() {
+    static auto* const all = static_cast<Totals*>(::testing::AddGlobalTestEnvironment(new Totals));
+    return *all;
+}
 
 template <class T>
 CoreBasicArray<T> view(const std::vector<T>& items) {
@@ -139,6 +150,8 @@ void examine(const ZooMesh& mesh, const std::vector<PolyFindingCode>& expected) 
         const bool is_expected = std::find(expected.begin(), expected.end(), code) != expected.end();
         EXPECT_EQ(findings.count(code) != 0, is_expected) << poly_finding_text(code).name;
     }
+    ++totals().meshes;
+    totals().refused += findings.has_errors() ? 1 : 0;
     if (findings.has_errors()) return;
     using Mode = SdsMeshGeometry::InterpolationMode;
     for (const Mode mode : {Mode::corners_fixed, Mode::all_smoothed, Mode::all_fixed}) {

@@ -29,7 +29,7 @@ public:
         unsigned int level = 0;
         std::vector<Vec3f> motion_vectors;  // one per control vertex, or none
         AppProgressBar* progress = nullptr;
-        bool keeps_base = false;  // of the build before, of the same cage
+        bool keeps_base = false;  // where the surface has a whole one of the same cage
     };
 
     explicit BuiltSurface(const ZooMesh& cage) : BuiltSurface(cage, Options{}) {}
