@@ -11,6 +11,7 @@ packages=(
     clang-format clang-tidy                                         # checks
     clang libclang-rt-14-dev                                        # fuzzers
     abigail-tools groff-base                                        # checks of what is installed
+    valgrind                                                        # scripts/check_valgrind
     python3-dev python3-numpy pybind11-dev python3-pytest           # Python package
     python3-setuptools python3-wheel python3-pip
     doxygen python3-sphinx python3-breathe python3-myst-parser furo   # documentation

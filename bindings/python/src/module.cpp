@@ -11,7 +11,8 @@ namespace {
 using sds_python::SurfaceObject;
 using sds_python::UvArrays;
 
-void translate(std::exception_ptr pointer) {
+// pybind11 gives the signature.
+void translate(std::exception_ptr pointer) {  // NOLINT(performance-unnecessary-value-param)
     try {
         if (pointer) std::rethrow_exception(pointer);
     } catch (const sds_python::MeshError& error) {
