@@ -163,10 +163,10 @@ UnitSpace::UnitSpace(const Bbox3& box) {
 }
 
 // Where a narrowed ray (SceneRay) is taken to be, in units of e = 2^-24 an axis:
-//   its origin, whose coordinates are below 2, is rounded by 1, and its direction by 1/2 over a way of at most 3;
+//   its origin, whose coordinates are at most 4, is rounded by 2, and its direction by 1/2 over a way of at most 5;
 //   the slab test forms bound * r - origin * r with r = 1 / direction to 2 or 3 ulp (user primitives get the fast test
-//   even in a robust scene): 4 for the products and their difference, 9 for r over the way.
-// 32 e hold that, the blend of two moving boxes, and the rounding of a ray's time. Kernels accept hits that lie a few
+//   even in a robust scene): 10 for the products and their difference, 15 for r over the way.
+// 64 e hold that, the blend of two moving boxes, and the rounding of a ray's time. Kernels accept hits that lie a few
 // 1e-6 of a primitive's size outside it: its box grows by 2^-17 of that size too.
 void UnitSpace::narrow(const Bbox3& box, float lower[3], float upper[3]) const {
     if (!is_valid_box(box)) {
@@ -182,7 +182,7 @@ void UnitSpace::narrow(const Bbox3& box, float lower[3], float upper[3]) const {
     for (unsigned int a = 0; a < 3; ++a)
         magnitude = std::max({magnitude, std::fabs(box.get_min()[a]), std::fabs(box.get_max()[a])});
     const double narrowing = 2.0 * std::numeric_limits<float>::epsilon() * magnitude / m_radius;
-    const double pad = 0x1p-19 + 0x1p-17 * size + narrowing;
+    const double pad = 0x1p-18 + 0x1p-17 * size + narrowing;
     for (unsigned int a = 0; a < 3; ++a) {
         lower[a] = round_down((box.get_min()[a] - m_center[a]) / m_radius - pad);
         upper[a] = round_up((box.get_max()[a] - m_center[a]) / m_radius + pad);
@@ -211,6 +211,19 @@ bool SceneRay::init(const UnitSpace& space, const Vec3& ray_origin, const Vec3& 
                     double tfar) {
     double speed = 0.0, inverse_speed = 0.0;
     if (!measure_direction(ray_direction, speed, inverse_speed) || !ray_origin.is_finite()) return false;
+    const Vec3 from_center = (ray_origin - space.get_center()) * space.get_inverse_radius();
+    // From nearby a ray begins where it does: the hierarchy finds out by itself whether it passes.
+    constexpr double near = 4.0;
+    if (tnear == 0.0 && from_center.length_squared() <= near * near) {
+        begin = 0.0;
+        scale = speed * space.get_inverse_radius();
+        for (unsigned int a = 0; a < 3; ++a) {
+            origin[a] = static_cast<float>(from_center[a]);
+            direction[a] = static_cast<float>(ray_direction[a] * inverse_speed);
+        }
+        length = get_distance(std::min(tfar, (near + 2.0) / scale));
+        return tfar >= 0.0;
+    }
     // A little more than the sphere, so that no rounding below can cut off a hit.
     constexpr double reach = 1.01;
     const Vec3 axis = ray_direction * inverse_speed;

@@ -2,10 +2,35 @@
 
 #include <cmath>
 
+namespace {
+
+// 1 / square and its root, the square being that of a direction. Most directions have length 1 up to rounding: the
+// series' next terms are below 1e-16 there.
+struct DirectionScale {
+    double inverse_square, inverse_length;
+
+    explicit DirectionScale(double square) {
+        const double excess = square - 1.0;
+        if (std::fabs(excess) < 1e-8) {
+            inverse_square = 1.0 - excess;
+            inverse_length = 1.0 - 0.5 * excess;
+        } else {
+            inverse_square = 1.0 / square;
+            inverse_length = std::sqrt(inverse_square);
+        }
+    }
+};
+
+double get_shift(const GMathVec3<double>& point, const GeometryRay& ray, double inverse_square) {
+    const double shift = (point - ray.origin).dot(ray.direction) * inverse_square;
+    return std::isfinite(shift) ? shift : 0.0;
+}
+
+}  // namespace
+
 double GeometryRaytraceCtx::get_reference_shift(const unsigned int& i) const {
     const GeometryRay& ray = m_rays[i];
-    const double shift = (m_reference_point - ray.origin).dot(ray.direction) / ray.direction.length_squared();
-    return std::isfinite(shift) ? shift : 0.0;
+    return get_shift(m_reference_point, ray, DirectionScale(ray.direction.length_squared()).inverse_square);
 }
 
 const GeometryRaySpace& GeometryRaytraceCtx::get_ray_space(const unsigned int& i) {
@@ -17,14 +42,15 @@ const GeometryRaySpace& GeometryRaytraceCtx::get_ray_space(const unsigned int& i
     space.ray_origin = ray.origin;
     space.ray_direction = ray.direction;
     space.reference_point = m_reference_point;
-    space.shift = get_reference_shift(i);
+    const double square = ray.direction.length_squared();
+    DirectionScale scale(square);
+    space.shift = get_shift(m_reference_point, ray, scale.inverse_square);
 
     // Two vectors across (Duff et al., Building an Orthonormal Basis, Revisited, 2017).
     // A direction too long or too short for single precision makes everything NaN, as a zero one does: no hit.
-    const double square = ray.direction.length_squared();
-    const double inverse_length_squared =
-        square >= 1e-60 && square <= 1e60 ? 1.0 / square : std::numeric_limits<double>::quiet_NaN();
-    const GMathVec3<double> n = ray.direction * std::sqrt(inverse_length_squared);
+    if (!(square >= 1e-60 && square <= 1e60))
+        scale.inverse_square = scale.inverse_length = std::numeric_limits<double>::quiet_NaN();
+    const GMathVec3<double> n = ray.direction * scale.inverse_length;
     const double sign = std::copysign(1.0, n[2]);
     const double a = -1.0 / (sign + n[2]);
     const double b = n[0] * n[1] * a;
@@ -35,7 +61,7 @@ const GeometryRaySpace& GeometryRaytraceCtx::get_ray_space(const unsigned int& i
         space.origin[axis] = static_cast<float>(origin[axis]);
         space.across[0][axis] = static_cast<float>(across0[axis]);
         space.across[1][axis] = static_cast<float>(across1[axis]);
-        space.along[axis] = static_cast<float>(ray.direction[axis] * inverse_length_squared);
+        space.along[axis] = static_cast<float>(ray.direction[axis] * scale.inverse_square);
     }
     return space;
 }

@@ -51,6 +51,11 @@ QN_SIMD_INLINE SimdFloat8 swap_pairs(SimdFloat8 a) { return _mm256_permute_ps(a.
 QN_SIMD_INLINE SimdFloat8 swap_neighbours(SimdFloat8 a) { return _mm256_permute_ps(a.v, _MM_SHUFFLE(2, 3, 0, 1)); }
 // 0 1 3 2.
 QN_SIMD_INLINE SimdFloat8 swap_last(SimdFloat8 a) { return _mm256_permute_ps(a.v, _MM_SHUFFLE(2, 3, 1, 0)); }
+// Every lane of a group becomes its lane k.
+template <int k>
+QN_SIMD_INLINE SimdFloat8 broadcast_lane(SimdFloat8 a) {
+    return _mm256_permute_ps(a.v, _MM_SHUFFLE(k, k, k, k));
+}
 // The two groups change places.
 QN_SIMD_INLINE SimdFloat8 swap_groups(SimdFloat8 a) { return _mm256_permute2f128_ps(a.v, a.v, 1); }
 // Transposes the 4 x 4 blocks of both groups.
@@ -128,6 +133,11 @@ QN_SIMD_INLINE SimdFloat8 swap_last(SimdFloat8 a) {
     return {_mm_shuffle_ps(a.low, a.low, _MM_SHUFFLE(2, 3, 1, 0)),
             _mm_shuffle_ps(a.high, a.high, _MM_SHUFFLE(2, 3, 1, 0))};
 }
+template <int k>
+QN_SIMD_INLINE SimdFloat8 broadcast_lane(SimdFloat8 a) {
+    return {_mm_shuffle_ps(a.low, a.low, _MM_SHUFFLE(k, k, k, k)),
+            _mm_shuffle_ps(a.high, a.high, _MM_SHUFFLE(k, k, k, k))};
+}
 QN_SIMD_INLINE SimdFloat8 swap_groups(SimdFloat8 a) { return {a.high, a.low}; }
 QN_SIMD_INLINE void transpose(SimdFloat8& a, SimdFloat8& b, SimdFloat8& c, SimdFloat8& d) {
     _MM_TRANSPOSE4_PS(a.low, b.low, c.low, d.low);
@@ -196,6 +206,10 @@ QN_SIMD_INLINE SimdFloat8 first_lanes(SimdFloat8 a) { return a.shuffle({0, 1, 2,
 QN_SIMD_INLINE SimdFloat8 swap_pairs(SimdFloat8 a) { return a.shuffle({2, 3, 0, 1}); }
 QN_SIMD_INLINE SimdFloat8 swap_neighbours(SimdFloat8 a) { return a.shuffle({1, 0, 3, 2}); }
 QN_SIMD_INLINE SimdFloat8 swap_last(SimdFloat8 a) { return a.shuffle({0, 1, 3, 2}); }
+template <int k>
+QN_SIMD_INLINE SimdFloat8 broadcast_lane(SimdFloat8 a) {
+    return a.shuffle({k, k, k, k});
+}
 QN_SIMD_INLINE SimdFloat8 swap_groups(SimdFloat8 a) {
     SimdFloat8 r;
     for (int i = 0; i < 8; ++i) r.v[i] = a.v[i ^ 4];

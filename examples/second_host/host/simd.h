@@ -81,6 +81,11 @@ inline SimdFloat8 first_lanes(const SimdFloat8& a) { return shuffle(a, {0, 1, 2,
 inline SimdFloat8 swap_pairs(const SimdFloat8& a) { return shuffle(a, {2, 3, 0, 1}); }
 inline SimdFloat8 swap_neighbours(const SimdFloat8& a) { return shuffle(a, {1, 0, 3, 2}); }
 inline SimdFloat8 swap_last(const SimdFloat8& a) { return shuffle(a, {0, 1, 3, 2}); }
+// Every lane of a group becomes its lane k.
+template <int k>
+SimdFloat8 broadcast_lane(const SimdFloat8& a) {
+    return shuffle(a, {k, k, k, k});
+}
 inline SimdFloat8 swap_groups(const SimdFloat8& a) {
     return SimdFloat8::make([&](int i) { return a.v[i ^ 4]; });
 }

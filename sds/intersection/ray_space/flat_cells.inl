@@ -62,7 +62,11 @@ struct CellWeights {
     }
 };
 
+// Finer levels have their weights made as they are needed.
 constexpr unsigned int table_level = 6;
+// Cells are looked at in windows of 4 x 4.
+constexpr unsigned int window_level = 2;
+constexpr unsigned int window_size = 1u << window_level;
 
 struct WeightTable {
     CellWeights at[(1u << table_level) + 1];
@@ -74,51 +78,195 @@ struct WeightTable {
 
 constexpr WeightTable weight_table;
 
-inline CellWeights get_cell_weights(unsigned int i, unsigned int level) {
+constexpr CellWeights get_cell_weights(unsigned int i, unsigned int level) {
     return level <= table_level ? weight_table.at[i << (table_level - level)] : CellWeights(i, level);
 }
 
-// One of the 2^level x 2^level flat cells of a patch.
-struct Cell {
-    unsigned int i, j, level;
+// Weights of the points along one side of a window of cells, one array per weight: of points 0 to 3, the same again for
+// the other group of lanes, and of point 4.
+struct SideWeights {
+    float w[4][8];
+    float last[4];
 
-    // Its corners in the plane. Weights and sums are symmetric, and at the patch's edges all but the edge's own points
-    // have weight 0: patches that share an edge get its corners to the same bits.
-    FlatCell get_corners(const SimdFloat8* rows) const {
-        const CellWeights u0 = get_cell_weights(i, level), u1 = get_cell_weights(i + 1, level);
-        const SimdFloat8 curve0 = get_curve(rows, get_cell_weights(j, level));
-        const SimdFloat8 curve1 = get_curve(rows, get_cell_weights(j + 1, level));
-        const SimdFloat8 weights0(u0.w, u0.w), weights1(u1.w, u1.w);
-        float c[8];
-        sum_of_four(curve0 * weights0, curve0 * weights1, curve1 * weights1, curve1 * weights0).store(c);
-        const auto corner = [&c](unsigned int k) { return static_cast<double>(c[k]); };
-        return {{corner(0), corner(1), corner(2), corner(3)}, {corner(4), corner(5), corner(6), corner(7)}};
+    SideWeights() = default;
+    // Points `first` to `first` + 4 of 2^level + 1; those beyond the end are the end again.
+    constexpr SideWeights(unsigned int first, unsigned int level) : w{}, last{} {
+        const unsigned int end = 1u << level;
+        for (unsigned int i = 0; i < 8; ++i) set(w, i, first + i % 4, end, level);
+        float extra[4][8] = {};
+        set(extra, 0, first + 4, end, level);
+        for (unsigned int k = 0; k < 4; ++k) last[k] = extra[k][0];
     }
 
 private:
-    static SimdFloat8 get_curve(const SimdFloat8* rows, const CellWeights& v) {
-        return swap_last((rows[0] * SimdFloat8(v.w[0]) + rows[3] * SimdFloat8(v.w[2])) +
-                         (rows[1] * SimdFloat8(v.w[1]) + rows[2] * SimdFloat8(v.w[3])));
+    static constexpr void set(float (&out)[4][8], unsigned int lane, unsigned int i, unsigned int end,
+                              unsigned int level) {
+        const CellWeights at = get_cell_weights(i < end ? i : end, level);
+        for (unsigned int k = 0; k < 4; ++k) out[k][lane] = at.w[k];
     }
 };
 
-// Reports the hits of one ray with a flat cell; distances come from the patch.
-inline void intersect_cell(const Cell& cell, const SimdFloat8* rows, const float (*controls)[16], const RaySpace& ray,
-                           RayHits& hits) {
-    cell.get_corners(rows).intersect([&](double b1, double b2, bool upper, double det) {
-        const DepthPatch depths(controls, ray);
-        const float size = 1.0f / static_cast<float>(1u << cell.level);
-        const float u[2] = {static_cast<float>(cell.i) * size, static_cast<float>(cell.i + 1) * size};
-        const float v[2] = {static_cast<float>(cell.j) * size, static_cast<float>(cell.j + 1) * size};
+// The sides of all windows of levels 0 to `table_level`.
+struct SideTable {
+    static constexpr unsigned int count = window_level + (1u << (table_level - window_level + 1)) - 1;
+    SideWeights at[count];
+
+    constexpr SideTable() : at{} {
+        for (unsigned int level = 0; level <= table_level; ++level)
+            for (unsigned int first = 0; first < 1u << level; first += window_size)
+                at[find(first, level)] = SideWeights(first, level);
+    }
+    static constexpr unsigned int find(unsigned int first, unsigned int level) {
+        if (level < window_level) return level;
+        return window_level + (1u << (level - window_level)) - 1 + first / window_size;
+    }
+};
+
+constexpr SideTable side_table;
+
+inline const SideWeights& get_side(unsigned int first, unsigned int level, SideWeights& room) {
+    if (level <= table_level) return side_table.at[SideTable::find(first, level)];
+    room = SideWeights(first, level);
+    return room;
+}
+
+// Up to 4 x 4 of the 2^level x 2^level flat cells of a patch: those from (i, j) on.
+struct CellWindow {
+    unsigned int i, j, level;
+};
+
+// Weights in order 0 1 3 2. The sum of a reversed curve has the same bits.
+inline SimdFloat8 blend(SimdFloat8 c0, SimdFloat8 c1, SimdFloat8 c2, SimdFloat8 c3, const SimdFloat8* w) {
+    return (c0 * w[0] + c3 * w[2]) + (c1 * w[1] + c2 * w[3]);
+}
+
+inline void spread(SimdFloat8 a, SimdFloat8* lanes) {
+    lanes[0] = broadcast_lane<0>(a);
+    lanes[1] = broadcast_lane<1>(a);
+    lanes[2] = broadcast_lane<2>(a);
+    lanes[3] = broadcast_lane<3>(a);
+}
+
+// Nibbles from low to high: p <= 0, q <= 0, p >= 0, q >= 0. NaN has none.
+inline unsigned int get_signs(SimdFloat8 a) {
+    const SimdFloat8 zero(0.0f);
+    return static_cast<unsigned int>(less_equal_mask(a, zero)) | static_cast<unsigned int>(less_equal_mask(zero, a))
+                                                                     << 8;
+}
+
+// The corners of a window's cells in the plane: corner (x, y) belongs to (u, v) = (i + x, j + y) / 2^level. At the
+// patch's edges all but the edge's own points have weight 0: patches that share an edge get its corners to the same
+// bits.
+class CellCorners {
+public:
+    CellCorners(const CellWindow& window, const SimdFloat8* rows) {
+        SideWeights u_room, v_room;
+        const SideWeights& u = get_side(window.i, window.level, u_room);
+        const SideWeights& v = get_side(window.j, window.level, v_room);
+        SimdFloat8 wu[4], wv[4], wu_last[4], wv_last[4];
+        for (unsigned int k = 0; k < 4; ++k) {
+            wu[k] = SimdFloat8(u.w[k], u.w[k] + 4);
+            wv[k] = SimdFloat8(v.w[k], v.w[k] + 4);
+            wu_last[k] = SimdFloat8(u.last[k]);
+            wv_last[k] = SimdFloat8(v.last[k]);
+        }
+        // Points 0 to 3 of the four curves along v, and the fourth of all.
+        SimdFloat8 net[4][4], curves[4], last_curve[4];
+        for (unsigned int r = 0; r < 4; ++r) spread(rows[r], net[r]);
+        for (unsigned int k = 0; k < 4; ++k) curves[k] = blend(net[0][k], net[1][k], net[2][k], net[3][k], wv);
+        spread(blend(rows[0], rows[1], rows[2], rows[3], wv_last), last_curve);
+        SimdFloat8 points[4][4];
+        for (unsigned int k = 0; k < 4; ++k) spread(curves[k], points[k]);
+        for (unsigned int y = 0; y < 4; ++y)
+            m_rows[y] = blend(points[0][y], points[1][y], points[2][y], points[3][y], wu);
+        m_rows[4] = blend(last_curve[0], last_curve[1], last_curve[2], last_curve[3], wu);
+        m_column = blend(curves[0], curves[1], curves[2], curves[3], wu_last);
+        m_corner = blend(last_curve[0], last_curve[1], last_curve[2], last_curve[3], wu_last);
+    }
+
+    // The cells whose four corners have the origin in their box, cell (x, y) in bit 4 y + x.
+    unsigned int find_origin() const {
+        const unsigned int column = get_signs(m_column);
+        unsigned int found = 0, above = 0;
+        for (unsigned int y = 0; y <= window_size; ++y) {
+            // Signs that either end of a cell's side has, bit x of each nibble for the side from x to x + 1.
+            const unsigned int signs = get_signs(m_rows[y]);
+            const unsigned int end = (y < 4 ? column >> y : get_signs(m_corner)) & 0x1111u;
+            const unsigned int sides = signs | ((signs >> 1) & 0x7777u) | (end << 3);
+            const unsigned int both = sides | above;
+            const unsigned int p_and_q = both & (both >> 8);
+            if (y != 0) found |= (p_and_q & (p_and_q >> 4) & 0xfu) << (4 * (y - 1));
+            above = sides;
+        }
+        return found;
+    }
+
+    // Cell (x, y) from corners stored by `store`.
+    struct Stored {
+        float p[5][5], q[5][5];
+
+        FlatCell get_cell(unsigned int x, unsigned int y) const {
+            const auto wide = [](float c) { return static_cast<double>(c); };
+            return {{wide(p[y][x]), wide(p[y][x + 1]), wide(p[y + 1][x + 1]), wide(p[y + 1][x])},
+                    {wide(q[y][x]), wide(q[y][x + 1]), wide(q[y + 1][x + 1]), wide(q[y + 1][x])}};
+        }
+    };
+    void store(Stored& out) const {
+        float column[8], corner[8];
+        m_column.store(column);
+        m_corner.store(corner);
+        for (unsigned int y = 0; y < 5; ++y) {
+            float row[8];
+            m_rows[y].store(row);
+            for (unsigned int x = 0; x < 4; ++x) {
+                out.p[y][x] = row[x];
+                out.q[y][x] = row[4 + x];
+            }
+            out.p[y][4] = y < 4 ? column[y] : corner[0];
+            out.q[y][4] = y < 4 ? column[4 + y] : corner[4];
+        }
+    }
+
+private:
+    SimdFloat8 m_rows[5];  // points 0 to 3 of each
+    SimdFloat8 m_column;   // point 4 of rows 0 to 3
+    SimdFloat8 m_corner;   // point 4 of row 4, in every lane
+};
+
+// Reports the hits of one ray with a flat cell, number i, j of 2^level each way; distances come from the patch.
+inline void intersect_cell(const FlatCell& cell, unsigned int i, unsigned int j, unsigned int level,
+                           const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
+    cell.intersect([&](double b1, double b2, bool upper, double det) {
+        const float size = 1.0f / static_cast<float>(1u << level);
+        const float u[2] = {static_cast<float>(i) * size, static_cast<float>(i + 1) * size};
+        const float v[2] = {static_cast<float>(j) * size, static_cast<float>(j + 1) * size};
         double a = 0.0, b = 0.0;
         cell_place(b1, b2, upper, a, b);
+        float t_at[4];
+        DepthPatch(controls, ray)
+            .evaluate_cell(get_cell_weights(i, level).w, get_cell_weights(i + 1, level).w, get_cell_weights(j, level).w,
+                           get_cell_weights(j + 1, level).w, t_at);
         // Distances of the triangle's corners: c0, then second and third.
-        const double t0 = static_cast<double>(depths.evaluate(u[0], v[0]));
-        const double t1 = static_cast<double>(depths.evaluate(u[1], v[upper ? 1 : 0]));
-        const double t2 = static_cast<double>(depths.evaluate(u[upper ? 0 : 1], v[1]));
+        const double t0 = static_cast<double>(t_at[0]), t1 = static_cast<double>(t_at[upper ? 2 : 1]);
+        const double t2 = static_cast<double>(t_at[upper ? 3 : 2]);
         const double t = (1.0 - b1 - b2) * t0 + b1 * t1 + b2 * t2;
         add_hit(hits, static_cast<float>(t), blend_range(a, u[0], u[1]), blend_range(b, v[0], v[1]), size, det <= 0.0);
     });
+}
+
+inline void intersect_window(const CellWindow& window, const SimdFloat8* rows, const float (*controls)[16],
+                             const RaySpace& ray, RayHits& hits) {
+    const CellCorners corners(window, rows);
+    // Windows of coarse patches are smaller.
+    constexpr unsigned int inside[] = {0x1, 0x33};
+    unsigned int found = corners.find_origin() & (window.level < window_level ? inside[window.level] : 0xffffu);
+    if (found == 0) return;
+    CellCorners::Stored stored;
+    corners.store(stored);
+    do {
+        const unsigned int place = take_lowest_bit(found), x = place % 4, y = place / 4;
+        intersect_cell(stored.get_cell(x, y), window.i + x, window.j + y, window.level, controls, ray, hits);
+    } while (found != 0);
 }
 
 // The patch in a frame of the plane in which its own directions stand across each other, up to scale: the boxes of its

@@ -21,6 +21,19 @@ public:
         }
     }
 
+    // At the corners c0 to c3 of a cell; weights of its two u and two v in order 0 1 3 2.
+    void evaluate_cell(const float* u0, const float* u1, const float* v0, const float* v1, float* t) const {
+        // Rows 0 and 1, 2 and 3 in the two groups; the sum of the groups is the curve at one v.
+        const SimdFloat8 low(m_depths, m_depths + 4), high(m_depths + 8, m_depths + 12);
+        const SimdFloat8 half0 = low * SimdFloat8(v0[0], v0[1]) + high * SimdFloat8(v0[3], v0[2]);
+        const SimdFloat8 half1 = low * SimdFloat8(v1[0], v1[1]) + high * SimdFloat8(v1[3], v1[2]);
+        const SimdFloat8 curve0 = swap_last(half0 + swap_groups(half0)), curve1 = swap_last(half1 + swap_groups(half1));
+        const SimdFloat8 weights0(u0, u0), weights1(u1, u1);
+        float sums[8];
+        sum_of_four(curve0 * weights0, curve0 * weights1, curve1 * weights1, curve1 * weights0).store(sums);
+        for (unsigned int k = 0; k < 4; ++k) t[k] = sums[k];
+    }
+
     float evaluate(float u, float v) const {
         float wu[4], wv[4];
         set_weights(u, wu);
@@ -57,6 +70,13 @@ inline void add_hit(RayHits& hits, float t, float u, float v, float cell, bool f
     hit.side = facing ? 1 : 0;
 }
 
+// `bits` is not 0.
+inline unsigned int take_lowest_bit(unsigned int& bits) {
+    const auto place = static_cast<unsigned int>(__builtin_ctz(bits));
+    bits &= bits - 1;
+    return place;
+}
+
 #include "sds/intersection/ray_space/flat_cells.inl"
 #include "sds/intersection/ray_space/limit_roots.inl"
 
@@ -70,29 +90,24 @@ constexpr unsigned int max_splits = 16384;
 // Sub-patches halved this often, to 2^-18 either way, are taken as points on the limit surface.
 constexpr unsigned int point_depth = 36;
 
-// `bits` is not 0.
-inline unsigned int take_lowest_bit(unsigned int& bits) {
-    const auto place = static_cast<unsigned int>(__builtin_ctz(bits));
-    bits &= bits - 1;
-    return place;
-}
 inline float clamp_unit(float x) { return x < 0.0f ? 0.0f : (x > 1.0f ? 1.0f : x); }
 
-// Two splits at a time: which of two halves a ray enters is as good as random to the processor's branch predictor, so
-// the four tests of a quartering share one branch. The quarters of each level wait in their own place; nothing is
-// moved.
+// Windows of 4 x 4 cells are looked at as a whole, without a branch: which of two halves a ray enters is as good as
+// random to the processor's branch predictor. Above them two splits at a time: the four tests of a quartering share one
+// branch. The quarters of each level wait in their own place; nothing is moved.
 void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int level_count, RayHits& hits) {
     struct Level {
         SimdFloat8 quarters[4][4];
         unsigned int pending;  // quarters still to be visited, as bits
         unsigned int i, j;     // of the first quarter
     };
-    Level levels[max_cell_level];
     SimdFloat8 rows[4];
     transform_to_plane(controls, ray, rows);
     if (find_origin(rows, rows) == 0) return;
-    const unsigned int last = level_count < max_cell_level ? level_count : max_cell_level;
-    if (last == 0) return intersect_cell({0, 0, 0}, rows, controls, ray, hits);
+    const unsigned int level_last = level_count < max_cell_level ? level_count : max_cell_level;
+    if (level_last <= window_level) return intersect_window({0, 0, level_last}, rows, controls, ray, hits);
+    Level levels[max_cell_level - window_level];
+    const unsigned int last = level_last - window_level;
     const SkewedPatch skewed(rows);
     const SimdFloat8* node = skewed.rows;
     unsigned int depth = 0, i = 0, j = 0;
@@ -106,7 +121,9 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
         if (depth == last) {
             while (level->pending != 0) {
                 const unsigned int k = take_lowest_bit(level->pending);
-                intersect_cell({level->i + k / 2, level->j + k % 2, depth}, rows, controls, ray, hits);
+                const unsigned int first_i = (level->i + k / 2) * window_size,
+                                   first_j = (level->j + k % 2) * window_size;
+                intersect_window({first_i, first_j, level_last}, rows, controls, ray, hits);
             }
         }
         while (level->pending == 0) {
