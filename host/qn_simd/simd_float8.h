@@ -31,16 +31,36 @@ struct SimdFloat8 {
     // The first four lanes from `low`, the others from `high`; any address.
     QN_SIMD_INLINE SimdFloat8(const float* low, const float* high)
         : v(_mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(low)), _mm_loadu_ps(high), 1)) {}
+    // Three floats each at any address, the fourth lanes 0. Nothing beyond them is read.
+    QN_SIMD_INLINE static SimdFloat8 load3(const float* low, const float* high) {
+        const __m128i lanes = _mm_setr_epi32(-1, -1, -1, 0);
+        return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_maskload_ps(low, lanes)), _mm_maskload_ps(high, lanes),
+                                    1);
+    }
     // `low` in the first four lanes, `high` in the others.
     QN_SIMD_INLINE SimdFloat8(float low, float high) : v(_mm256_setr_ps(low, low, low, low, high, high, high, high)) {}
     QN_SIMD_INLINE void store(float* p) const { _mm256_storeu_ps(p, v); }
+    // Three lanes of each group.
+    QN_SIMD_INLINE void store3(float* low, float* high) const {
+        store3(_mm256_castps256_ps128(v), low);
+        store3(_mm256_extractf128_ps(v, 1), high);
+    }
+    QN_SIMD_INLINE static void store3(__m128 lanes, float* p) {
+        _mm_storel_pi(reinterpret_cast<__m64*>(p), lanes);
+        _mm_store_ss(p + 2, _mm_movehl_ps(lanes, lanes));
+    }
 };
 
 QN_SIMD_INLINE SimdFloat8 operator+(SimdFloat8 a, SimdFloat8 b) { return _mm256_add_ps(a.v, b.v); }
 QN_SIMD_INLINE SimdFloat8 operator-(SimdFloat8 a, SimdFloat8 b) { return _mm256_sub_ps(a.v, b.v); }
 QN_SIMD_INLINE SimdFloat8 operator*(SimdFloat8 a, SimdFloat8 b) { return _mm256_mul_ps(a.v, b.v); }
+QN_SIMD_INLINE SimdFloat8 operator/(SimdFloat8 a, SimdFloat8 b) { return _mm256_div_ps(a.v, b.v); }
 QN_SIMD_INLINE SimdFloat8 min(SimdFloat8 a, SimdFloat8 b) { return _mm256_min_ps(a.v, b.v); }
 QN_SIMD_INLINE SimdFloat8 max(SimdFloat8 a, SimdFloat8 b) { return _mm256_max_ps(a.v, b.v); }
+// Lane-wise: where a > 0 take b, else c.
+QN_SIMD_INLINE SimdFloat8 select_positive(SimdFloat8 a, SimdFloat8 b, SimdFloat8 c) {
+    return _mm256_blendv_ps(c.v, b.v, _mm256_cmp_ps(a.v, _mm256_setzero_ps(), _CMP_GT_OQ));
+}
 QN_SIMD_INLINE int less_equal_mask(SimdFloat8 a, SimdFloat8 b) {
     return _mm256_movemask_ps(_mm256_cmp_ps(a.v, b.v, _CMP_LE_OQ));
 }
@@ -51,6 +71,8 @@ QN_SIMD_INLINE SimdFloat8 swap_pairs(SimdFloat8 a) { return _mm256_permute_ps(a.
 QN_SIMD_INLINE SimdFloat8 swap_neighbours(SimdFloat8 a) { return _mm256_permute_ps(a.v, _MM_SHUFFLE(2, 3, 0, 1)); }
 // 0 1 3 2.
 QN_SIMD_INLINE SimdFloat8 swap_last(SimdFloat8 a) { return _mm256_permute_ps(a.v, _MM_SHUFFLE(2, 3, 1, 0)); }
+// 1 2 0 3: the next axis of a vector in three lanes.
+QN_SIMD_INLINE SimdFloat8 rotate_axes(SimdFloat8 a) { return _mm256_permute_ps(a.v, _MM_SHUFFLE(3, 0, 2, 1)); }
 // Every lane of a group becomes its lane k.
 template <int k>
 QN_SIMD_INLINE SimdFloat8 broadcast_lane(SimdFloat8 a) {
@@ -89,9 +111,22 @@ struct SimdFloat8 {
     QN_SIMD_INLINE explicit SimdFloat8(float s) : low(_mm_set1_ps(s)), high(_mm_set1_ps(s)) {}
     QN_SIMD_INLINE SimdFloat8(const float* l, const float* h) : low(_mm_loadu_ps(l)), high(_mm_loadu_ps(h)) {}
     QN_SIMD_INLINE SimdFloat8(float l, float h) : low(_mm_set1_ps(l)), high(_mm_set1_ps(h)) {}
+    QN_SIMD_INLINE static SimdFloat8 load3(const float* l, const float* h) { return {load3(l), load3(h)}; }
+    QN_SIMD_INLINE static __m128 load3(const float* p) {
+        return _mm_movelh_ps(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))),
+                             _mm_load_ss(p + 2));
+    }
     QN_SIMD_INLINE void store(float* p) const {
         _mm_storeu_ps(p, low);
         _mm_storeu_ps(p + 4, high);
+    }
+    QN_SIMD_INLINE void store3(float* l, float* h) const {
+        store3(low, l);
+        store3(high, h);
+    }
+    QN_SIMD_INLINE static void store3(__m128 lanes, float* p) {
+        _mm_storel_pi(reinterpret_cast<__m64*>(p), lanes);
+        _mm_store_ss(p + 2, _mm_movehl_ps(lanes, lanes));
     }
 };
 
@@ -104,11 +139,19 @@ QN_SIMD_INLINE SimdFloat8 operator-(SimdFloat8 a, SimdFloat8 b) {
 QN_SIMD_INLINE SimdFloat8 operator*(SimdFloat8 a, SimdFloat8 b) {
     return {_mm_mul_ps(a.low, b.low), _mm_mul_ps(a.high, b.high)};
 }
+QN_SIMD_INLINE SimdFloat8 operator/(SimdFloat8 a, SimdFloat8 b) {
+    return {_mm_div_ps(a.low, b.low), _mm_div_ps(a.high, b.high)};
+}
 QN_SIMD_INLINE SimdFloat8 min(SimdFloat8 a, SimdFloat8 b) {
     return {_mm_min_ps(a.low, b.low), _mm_min_ps(a.high, b.high)};
 }
 QN_SIMD_INLINE SimdFloat8 max(SimdFloat8 a, SimdFloat8 b) {
     return {_mm_max_ps(a.low, b.low), _mm_max_ps(a.high, b.high)};
+}
+QN_SIMD_INLINE SimdFloat8 select_positive(SimdFloat8 a, SimdFloat8 b, SimdFloat8 c) {
+    const __m128 low = _mm_cmpgt_ps(a.low, _mm_setzero_ps()), high = _mm_cmpgt_ps(a.high, _mm_setzero_ps());
+    return {_mm_or_ps(_mm_and_ps(low, b.low), _mm_andnot_ps(low, c.low)),
+            _mm_or_ps(_mm_and_ps(high, b.high), _mm_andnot_ps(high, c.high))};
 }
 QN_SIMD_INLINE int less_equal_mask(SimdFloat8 a, SimdFloat8 b) {
     return _mm_movemask_ps(_mm_cmple_ps(a.low, b.low)) | _mm_movemask_ps(_mm_cmple_ps(a.high, b.high)) << 4;
@@ -132,6 +175,10 @@ QN_SIMD_INLINE SimdFloat8 swap_neighbours(SimdFloat8 a) {
 QN_SIMD_INLINE SimdFloat8 swap_last(SimdFloat8 a) {
     return {_mm_shuffle_ps(a.low, a.low, _MM_SHUFFLE(2, 3, 1, 0)),
             _mm_shuffle_ps(a.high, a.high, _MM_SHUFFLE(2, 3, 1, 0))};
+}
+QN_SIMD_INLINE SimdFloat8 rotate_axes(SimdFloat8 a) {
+    return {_mm_shuffle_ps(a.low, a.low, _MM_SHUFFLE(3, 0, 2, 1)),
+            _mm_shuffle_ps(a.high, a.high, _MM_SHUFFLE(3, 0, 2, 1))};
 }
 template <int k>
 QN_SIMD_INLINE SimdFloat8 broadcast_lane(SimdFloat8 a) {
@@ -165,8 +212,16 @@ struct SimdFloat8 {
     explicit SimdFloat8(float s) : v{s, s, s, s, s, s, s, s} {}
     SimdFloat8(const float* l, const float* h) : v{l[0], l[1], l[2], l[3], h[0], h[1], h[2], h[3]} {}
     SimdFloat8(float l, float h) : v{l, l, l, l, h, h, h, h} {}
+    static SimdFloat8 load3(const float* l, const float* h) {
+        SimdFloat8 r(0.0f);
+        for (int i = 0; i < 3; ++i) r.v[i] = l[i], r.v[i + 4] = h[i];
+        return r;
+    }
     void store(float* p) const {
         for (int i = 0; i < 8; ++i) p[i] = v[i];
+    }
+    void store3(float* l, float* h) const {
+        for (int i = 0; i < 3; ++i) l[i] = v[i], h[i] = v[i + 4];
     }
     // Lane i takes lane order[i & 3] of its group.
     SimdFloat8 shuffle(const int (&order)[4]) const {
@@ -188,6 +243,14 @@ QN_SIMD_INLINE SimdFloat8 operator*(SimdFloat8 a, SimdFloat8 b) {
     for (int i = 0; i < 8; ++i) a.v[i] *= b.v[i];
     return a;
 }
+QN_SIMD_INLINE SimdFloat8 operator/(SimdFloat8 a, SimdFloat8 b) {
+    for (int i = 0; i < 8; ++i) a.v[i] /= b.v[i];
+    return a;
+}
+QN_SIMD_INLINE SimdFloat8 select_positive(SimdFloat8 a, SimdFloat8 b, SimdFloat8 c) {
+    for (int i = 0; i < 8; ++i) c.v[i] = a.v[i] > 0.0f ? b.v[i] : c.v[i];
+    return c;
+}
 QN_SIMD_INLINE SimdFloat8 min(SimdFloat8 a, SimdFloat8 b) {
     for (int i = 0; i < 8; ++i) a.v[i] = a.v[i] < b.v[i] ? a.v[i] : b.v[i];
     return a;
@@ -206,6 +269,7 @@ QN_SIMD_INLINE SimdFloat8 first_lanes(SimdFloat8 a) { return a.shuffle({0, 1, 2,
 QN_SIMD_INLINE SimdFloat8 swap_pairs(SimdFloat8 a) { return a.shuffle({2, 3, 0, 1}); }
 QN_SIMD_INLINE SimdFloat8 swap_neighbours(SimdFloat8 a) { return a.shuffle({1, 0, 3, 2}); }
 QN_SIMD_INLINE SimdFloat8 swap_last(SimdFloat8 a) { return a.shuffle({0, 1, 3, 2}); }
+QN_SIMD_INLINE SimdFloat8 rotate_axes(SimdFloat8 a) { return a.shuffle({1, 2, 0, 3}); }
 template <int k>
 QN_SIMD_INLINE SimdFloat8 broadcast_lane(SimdFloat8 a) {
     return a.shuffle({k, k, k, k});

@@ -240,6 +240,18 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
     sample.set_geometric_position_dt(way * (1.0 / fragment.time_interval));
 }
 
+SdsMeshGeometry::LimitPoint SdsMeshGeometry::compute_limit_point(const LimitPlace& place) const {
+    LocalPatch patch(*this, bezier_mesh, place.primitive);
+    replace_with_stored(*this, place.primitive, patch.nets);
+    const auto u = static_cast<double>(place.u), v = static_cast<double>(place.v);
+    const Derivatives d = significant_derivatives(patch.nets, patch.controls, place.u, place.v);
+    Vec3d normal = normal_direction(d);
+    if (normal.length_squared() == 0.0) normal = fallback_normal(patch.nets, patch.controls, u, v);
+    const double length = normal.length();
+    if (length > 0.0) normal = normal * (1.0 / length);
+    return {Vec3f(patch.evaluate(u, v).position), Vec3f(d.du), Vec3f(d.dv), Vec3f(normal)};
+}
+
 void SdsMeshGeometry::compute_edge_sample(const unsigned int& primitive, const unsigned int& edge, const double& t,
                                           const bool& reversed, GeometrySample& sample) const {
     const double along = reversed ? 1.0 - t : t;

@@ -9,7 +9,7 @@ and answers rays, samples, maps and frusta in batches, on every core, with the G
 """
 
 from ._errors import Finding, MeshError, MeshWarning
-from ._results import Hits, Samples, UvSamples
+from ._results import Hits, LimitPoints, Samples, UvSamples
 from ._surface import Surface, load_obj
 
-__all__ = ["Finding", "Hits", "MeshError", "MeshWarning", "Samples", "Surface", "UvSamples", "load_obj"]
+__all__ = ["Finding", "Hits", "LimitPoints", "MeshError", "MeshWarning", "Samples", "Surface", "UvSamples", "load_obj"]

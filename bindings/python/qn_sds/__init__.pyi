@@ -38,6 +38,12 @@ class Samples(NamedTuple):
     normal: NDArray[np.float64]
     smoothing_normal: NDArray[np.float64]
 
+class LimitPoints(NamedTuple):
+    position: NDArray[np.float32]
+    dpdu: NDArray[np.float32]
+    dpdv: NDArray[np.float32]
+    normal: NDArray[np.float32]
+
 class UvSamples(NamedTuple):
     uvw: NDArray[np.float64]
     du: NDArray[np.float64]
@@ -85,6 +91,7 @@ class Surface:
         time: ArrayLike = 0.0,
     ) -> Hits: ...
     def sample(self, primitives: ArrayLike, uv: ArrayLike, *, time: ArrayLike = 0.0, level: int = 0) -> Samples: ...
+    def limit_points(self, primitives: ArrayLike, uv: ArrayLike) -> LimitPoints: ...
     def limit_grid(self, n: int, *, time: float = 0.0) -> Samples: ...
     def patches(self, *, time: float = 0.0) -> NDArray[np.float32]: ...
     def uv(self, primitives: ArrayLike, uv: ArrayLike, map: int | str = 0) -> UvSamples: ...

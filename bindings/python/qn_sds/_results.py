@@ -35,6 +35,16 @@ class Samples(NamedTuple):
     smoothing_normal: np.ndarray  # to shade with
 
 
+class LimitPoints(NamedTuple):
+    """The limit surface at points, float32; derivatives are per patch parameter, normals have unit length. NaN where
+    the primitive is -1."""
+
+    position: np.ndarray
+    dpdu: np.ndarray
+    dpdv: np.ndarray
+    normal: np.ndarray
+
+
 class UvSamples(NamedTuple):
     """A UV map at points. NaN where the face is not mapped and where the primitive is -1."""
 

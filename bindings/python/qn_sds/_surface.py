@@ -7,7 +7,7 @@ import numpy as np
 
 from . import _arrays, _native, _words
 from ._errors import MeshWarning, to_findings
-from ._results import Hits, Samples, UvSamples, split
+from ._results import Hits, LimitPoints, Samples, UvSamples, split
 
 _FRACTIONAL = {"harden": True, "drop": False}
 
@@ -137,6 +137,13 @@ class Surface:
         """
         prims, pairs = _arrays.fragments(primitives, uv)
         return split(Samples, self._native.sample(prims, pairs, _arrays.per_item(time, "time", len(prims)), level))
+
+    def limit_points(self, primitives, uv):
+        """Position, first derivatives and normal of the surface at rest: `LimitPoints`, float32 [n, 3].
+
+        What `sample` gives, in single precision and several times as fast. Arguments as there.
+        """
+        return split(LimitPoints, self._native.limit_points(*_arrays.fragments(primitives, uv)))
 
     def limit_grid(self, n, *, time=0.0):
         """`Samples` at (n + 1) x (n + 1) points of every quad: arrays [quad, v, u, 3]."""

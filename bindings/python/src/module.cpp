@@ -53,6 +53,7 @@ PYBIND11_MODULE(_native, module) {
              py::arg("tnear").noconvert(), py::arg("tfar").noconvert(), py::arg("times").noconvert(), py::arg("level"))
         .def("sample", &SurfaceObject::sample, py::arg("primitives").noconvert(), py::arg("uv").noconvert(),
              py::arg("times").noconvert(), py::arg("level"))
+        .def("limit_points", &SurfaceObject::limit_points, py::arg("primitives").noconvert(), py::arg("uv").noconvert())
         .def("limit_grid", &SurfaceObject::limit_grid)
         .def("patches", &SurfaceObject::patches)
         .def("look_up_uvs", &SurfaceObject::look_up_uvs, py::arg("primitives").noconvert(), py::arg("uv").noconvert(),

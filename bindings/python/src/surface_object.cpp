@@ -191,6 +191,19 @@ py::array SurfaceObject::sample(const Array<std::int32_t>& primitives, const Arr
     return out;
 }
 
+py::array SurfaceObject::limit_points(const Array<std::int32_t>& primitives, const Array<double>& uv) const {
+    const std::shared_ptr<const SurfaceState> state = state_;
+    const double at_rest = 0.0;
+    const Fragments fragments = make_fragments(primitives, uv, {&at_rest, 1});
+    py::array_t<float> out(Shape{extent(fragments.size()), extent(limit_row_size)});
+    float* data = out.mutable_data();
+    {
+        const py::gil_scoped_release release;
+        state->compute_limit_points(fragments, data);
+    }
+    return out;
+}
+
 py::array SurfaceObject::limit_grid(unsigned int cells, double time) const {
     if (cells == 0) throw std::invalid_argument("a grid has at least one cell");
     check_time(time);

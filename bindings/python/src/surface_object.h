@@ -44,6 +44,7 @@ public:
                               const Array<double>& tfar, const Array<double>& times, unsigned int level) const;
     pybind11::array sample(const Array<std::int32_t>& primitives, const Array<double>& uv, const Array<double>& times,
                            unsigned int level) const;
+    pybind11::array limit_points(const Array<std::int32_t>& primitives, const Array<double>& uv) const;
     pybind11::array limit_grid(unsigned int cells, double time) const;
     pybind11::array patches(double time) const;
     pybind11::array look_up_uvs(const Array<std::int32_t>& primitives, const Array<double>& uv, unsigned int map) const;

@@ -82,15 +82,47 @@ void SurfaceState::check(const Fragments& fragments) const {
 }
 
 template <class Visit>
-void SurfaceState::for_each_fragment(const Fragments& fragments, const Visit& visit) const {
+void SurfaceState::for_each_range(const Fragments& fragments, const Visit& visit) const {
     check(fragments);
-    const CtxShader shader;
-    const CtxEval ctx(shader);
     const std::size_t count = fragments.size();
     const auto tasks = static_cast<unsigned int>((count + fragments_per_task - 1) / fragments_per_task);
     sys_parallel_for(tasks, [&](unsigned int task, unsigned int) {
         const std::size_t first = task * fragments_per_task;
-        for (std::size_t i = first; i < std::min(first + fragments_per_task, count); ++i) visit(ctx, i);
+        visit(first, std::min(first + fragments_per_task, count));
+    });
+}
+
+template <class Visit>
+void SurfaceState::for_each_fragment(const Fragments& fragments, const Visit& visit) const {
+    const CtxShader shader;
+    const CtxEval ctx(shader);
+    for_each_range(fragments, [&](std::size_t first, std::size_t last) {
+        for (std::size_t i = first; i < last; ++i) visit(ctx, i);
+    });
+}
+
+void SurfaceState::compute_limit_points(const Fragments& fragments, float* out) const {
+    for_each_range(fragments, [&](std::size_t first, std::size_t last) {
+        SdsMeshGeometry::LimitPlace places[fragments_per_task] = {};
+        SdsMeshGeometry::LimitPoint points[fragments_per_task];
+        unsigned int count = 0;
+        for (std::size_t i = first; i < last; ++i)
+            if (fragments.primitives[i] != -1)
+                places[count++] = {static_cast<unsigned int>(fragments.primitives[i]),
+                                   static_cast<float>(fragments.uv[2 * i]),
+                                   static_cast<float>(fragments.uv[2 * i + 1])};
+        surface_->geometry().compute_limit_points(places, count, points);
+        const SdsMeshGeometry::LimitPoint* point = points;
+        for (std::size_t i = first; i < last; ++i) {
+            float* row = out + i * limit_row_size;
+            if (fragments.primitives[i] == -1) {
+                std::fill_n(row, limit_row_size, static_cast<float>(nan));
+                continue;
+            }
+            for (const GMathVec3<float>& v : {point->position, point->du, point->dv, point->normal})
+                row = std::copy_n(v.get_data(), 3, row);
+            ++point;
+        }
     });
 }
 

@@ -26,6 +26,8 @@ struct Fragments {
     GeometryFragment at(std::size_t i) const;
 };
 
+inline constexpr std::size_t limit_row_size = 12;
+
 struct RayArrays {
     std::span<const double> origins, directions;  ///< three per ray
     std::span<const double> tnear, tfar, times;   ///< one per ray or one for all
@@ -54,6 +56,8 @@ public:
 
     /// Writes sds_cli::sample_row_size values per fragment, of the cells of a level or of the limit.
     void sample(const Fragments& fragments, unsigned int level, double* out) const;
+    /// Writes limit_row_size values per fragment: position, derivatives and normal of the limit at rest.
+    void compute_limit_points(const Fragments& fragments, float* out) const;
     /// Writes sds_cli::uv_row_size values per fragment; NaN where the face is not mapped. The map exists.
     void look_up_uvs(const Fragments& fragments, unsigned int map, double* out) const;
     /// Writes r g b a per fragment. The colour map exists.
@@ -67,6 +71,9 @@ public:
                                      unsigned int level) const;
 
 private:
+    /// visit(first, last) for ranges of up to fragments_per_task fragments.
+    template <class Visit>
+    void for_each_range(const Fragments& fragments, const Visit& visit) const;
     template <class Visit>
     void for_each_fragment(const Fragments& fragments, const Visit& visit) const;
 

@@ -34,6 +34,14 @@ def test_regular_sheet_keeps_its_plane_and_its_parameters():
     assert np.allclose(got.dpdu, [1 / 6, 0, 2 / 6], atol=2e-6)
 
 
+def test_limit_points_are_the_samples_in_single_precision(knot):
+    primitives, uv = random_fragments(knot, 3001, 6)
+    primitives[[0, 1500, 3000]] = -1
+    points, samples = knot.limit_points(primitives, uv), knot.sample(primitives, uv)
+    for got, expected in zip(points, samples):
+        assert got.dtype == np.float32 and np.allclose(got, expected, atol=1e-5, equal_nan=True)
+
+
 def test_patches_are_the_samples_in_bernstein_form(knot):
     primitives, uv = random_fragments(knot, 500, 5)
     controls = knot.patches()[primitives].astype(np.float64)

@@ -27,6 +27,13 @@ struct Lanes {
     static Lanes load_unaligned(const float* p) { return load(p); }
     // Three floats, the last lane 0.
     static Lanes load3(const float* p) requires(N == 4) { return {p[0], p[1], p[2], 0.0f}; }
+    static Lanes load3(const float* low, const float* high) requires(N == 8) {
+        return make([&](int i) { return i % 4 == 3 ? 0.0f : (i < 4 ? low[i] : high[i - 4]); });
+    }
+    void store3(float* low, float* high) const requires(N == 8) {
+        std::copy_n(v, 3, low);
+        std::copy_n(v + 4, 3, high);
+    }
     void store3(float* p) const { std::copy_n(v, 3, p); }
     void store(float* p) const { std::copy_n(v, N, p); }
     void store_unaligned(float* p) const { store(p); }
@@ -45,6 +52,9 @@ struct Lanes {
     }
     friend Lanes operator*(const Lanes& a, const Lanes& b) {
         return make([&](int i) { return a.v[i] * b.v[i]; });
+    }
+    friend Lanes operator/(const Lanes& a, const Lanes& b) {
+        return make([&](int i) { return a.v[i] / b.v[i]; });
     }
     // The second operand where the comparison fails.
     friend Lanes min(const Lanes& a, const Lanes& b) {
@@ -81,6 +91,7 @@ inline SimdFloat8 first_lanes(const SimdFloat8& a) { return shuffle(a, {0, 1, 2,
 inline SimdFloat8 swap_pairs(const SimdFloat8& a) { return shuffle(a, {2, 3, 0, 1}); }
 inline SimdFloat8 swap_neighbours(const SimdFloat8& a) { return shuffle(a, {1, 0, 3, 2}); }
 inline SimdFloat8 swap_last(const SimdFloat8& a) { return shuffle(a, {0, 1, 3, 2}); }
+inline SimdFloat8 rotate_axes(const SimdFloat8& a) { return shuffle(a, {1, 2, 0, 3}); }
 // Every lane of a group becomes its lane k.
 template <int k>
 SimdFloat8 broadcast_lane(const SimdFloat8& a) {

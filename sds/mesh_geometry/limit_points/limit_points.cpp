@@ -1,0 +1,83 @@
+// Many points of the limit surface at once.
+#include "sds/common/instruction_set.h"
+#include "sds/mesh_geometry/limit_points/limit_kernels.h"
+#include "sds/mesh_geometry/sds_mesh_geometry.h"
+
+namespace sds {
+
+namespace {
+
+const KernelTables<LimitKernels>& tables() {
+    static const KernelTables<LimitKernels> instance(baseline_limit_kernels, avx2_limit_kernels);
+    return instance;
+}
+
+}  // namespace
+
+const LimitKernels& get_limit_kernels() { return *tables().best; }
+const LimitKernels* const* get_all_limit_kernels() { return tables().list; }
+
+}  // namespace sds
+
+using LimitPlace = SdsMeshGeometry::LimitPlace;
+using LimitPoint = SdsMeshGeometry::LimitPoint;
+
+namespace {
+
+using sds::LimitSurface;
+
+static_assert(sizeof(LimitPoint) == 12 * sizeof(float));
+
+// How many places ahead a patch's record, and how many its points, are asked for. Places come in no order, and every
+// one reads a dozen lines of memory.
+constexpr unsigned int records_ahead = 12;
+constexpr unsigned int points_ahead = 6;
+
+void prefetch_record(const LimitSurface& surface, unsigned int primitive) {
+    __builtin_prefetch(surface.quads + 4 * size_t{primitive});
+    __builtin_prefetch(surface.infos + primitive);
+    const auto* patch = reinterpret_cast<const char*>(surface.patches + primitive);
+    __builtin_prefetch(patch);
+    __builtin_prefetch(patch + sizeof(SdsMeshBase::BezierPatch) - 1);
+}
+
+void prefetch_points(const LimitSurface& surface, unsigned int primitive) {
+    const unsigned int* quad = surface.quads + 4 * size_t{primitive};
+    for (unsigned int k = 0; k < 4; ++k) {
+        __builtin_prefetch(surface.vertices + 3 * size_t{quad[k]});
+        __builtin_prefetch(surface.corners + 3 * size_t{quad[k]});
+    }
+    __builtin_prefetch(surface.tangents + 3 * size_t{surface.infos[primitive].tangent_offset});
+}
+
+}  // namespace
+
+void SdsMeshGeometry::compute_limit_points(const LimitPlace* places, const unsigned int& count, LimitPoint* out) const {
+    if (bezier_patches.is_empty()) {
+        for (unsigned int i = 0; i < count; ++i) out[i] = compute_limit_point(places[i]);
+        return;
+    }
+    const LimitSurface surface{bezier_mesh.get_vertex_indices(),
+                               bezier_mesh.get_patch(0),
+                               tangent_infos.get_data(),
+                               bezier_mesh.get_quad_vertices(0)->get_data(),
+                               bezier_mesh.get_patch_vertices(0)->get_data(),
+                               bezier_tangents.is_empty() ? nullptr : bezier_tangents[0].get_data()};
+    const sds::LimitKernels& kernels = sds::get_limit_kernels();
+    for (unsigned int i = 0; i < count; i += 2) {
+        // The last of an odd number takes both groups of lanes.
+        const unsigned int second = i + 1 < count ? i + 1 : i;
+        for (unsigned int ahead = 0; ahead < 2; ++ahead) {
+            if (i + records_ahead + ahead < count)
+                prefetch_record(surface, places[i + records_ahead + ahead].primitive);
+            if (i + points_ahead + ahead < count) prefetch_points(surface, places[i + points_ahead + ahead].primitive);
+        }
+        const LimitPlace& a = places[i];
+        const LimitPlace& b = places[second];
+        float* const points[2] = {out[i].position.get_data(), out[second].position.get_data()};
+        const unsigned int degenerate =
+            kernels.compute_pair(surface, {{a.primitive, b.primitive}, {a.u, b.u}, {a.v, b.v}}, points);
+        if ((degenerate & 1u) != 0) out[i] = compute_limit_point(a);
+        if ((degenerate & 2u) != 0) out[second] = compute_limit_point(b);
+    }
+}
