@@ -5,11 +5,12 @@
 
 #include "qn_ctx/ctx_eval.h"
 #include "qn_gmath/gmath.h"
-#include "qn_simd/simd_float4.h"
-#include "sds/common/control_lanes.h"
+#include "sds/common/control_grid.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_base/task_chunks.h"
+#include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
 #include "sds/mesh_geometry/sds_mesh_geometry.h"
+#include "sds/mesh_geometry/third_weights.h"
 
 using Vec3f = GMathVec3<float>;
 using Vec3d = GMathVec3<double>;
@@ -17,89 +18,13 @@ using AreaRecord = SdsMeshGeometry::AreaRecord;
 
 namespace {
 
-// Cubic Bernstein weights at 0, 1/3, 2/3 and 1, to within two units in the last place of n/27. These exact bits are
-// part of the area records that hosts store and compare, so they are neither rounded afresh nor mirrored.
-constexpr float third_weights[4][4] = {{1.0f, 0.0f, 0.0f, 0.0f},
-                                       {0.29629624f, 0.4444444f, 0.22222224f, 0.03703704f},
-                                       {0.03703703f, 0.2222222f, 0.44444448f, 0.29629633f},
-                                       {0.0f, 0.0f, 0.0f, 1.0f}};
+using sds::PatchSums;
 
 constexpr unsigned int area_entries = 4;  // |x|, |y|, |z| and the area
 
-// The surface at the 4 x 4 grid of thirds, per coordinate: rows[axis][j] at v = j / 3, lanes at u = i / 3.
-struct ThirdsGrid {
-    SimdFloat4 rows[3][4];
-
-    explicit ThirdsGrid(const Vec3f* controls) {
-        const sds::ControlLanes grid(controls);
-        for (unsigned int axis = 0; axis < 3; ++axis) {
-            const float* c = grid.coords[axis];
-            SimdFloat4 p0 = SimdFloat4::load_unaligned(c), p1 = SimdFloat4::load_unaligned(c + 4),
-                       p2 = SimdFloat4::load_unaligned(c + 8), p3 = SimdFloat4::load_unaligned(c + 12);
-            // Rows first: lanes are then rows, one vector per parameter.
-            transpose(p0, p1, p2, p3);
-            SimdFloat4 u0 = blend(0, p0, p1, p2, p3), u1 = blend(1, p0, p1, p2, p3), u2 = blend(2, p0, p1, p2, p3),
-                       u3 = blend(3, p0, p1, p2, p3);
-            transpose(u0, u1, u2, u3);
-            for (unsigned int j = 0; j < 4; ++j) rows[axis][j] = blend(j, u0, u1, u2, u3);
-        }
-    }
-
-private:
-    static SimdFloat4 blend(unsigned int i, SimdFloat4 a, SimdFloat4 b, SimdFloat4 c, SimdFloat4 d) {
-        const float* w = third_weights[i];
-        return a * SimdFloat4(w[0]) + b * SimdFloat4(w[1]) + c * SimdFloat4(w[2]) + d * SimdFloat4(w[3]);
-    }
-};
-
-// Three rows of four, of which the first has no cell: its edges are 0, and so are its areas.
-constexpr unsigned int cell_count = 12;
-
-// The two edges that meet at the highest corner of each of the 9 cells, per coordinate.
-struct CellEdges {
-    float along_u[3][cell_count];
-    float along_v[3][cell_count];
-
-    explicit CellEdges(const ThirdsGrid& grid) {
-        const SimdFloat4 zero(0.0f), has_cell(0.0f, 1.0f, 1.0f, 1.0f);
-        for (unsigned int axis = 0; axis < 3; ++axis)
-            for (unsigned int j = 1; j < 4; ++j) {
-                const SimdFloat4 row = grid.rows[axis][j];
-                const unsigned int cell = 4 * (j - 1);
-                select_positive(has_cell, row - previous_lanes(row), zero).store_unaligned(along_u[axis] + cell);
-                select_positive(has_cell, row - grid.rows[axis][j - 1], zero).store_unaligned(along_v[axis] + cell);
-            }
-    }
-};
-
-void add_patch_area(const Vec3f* controls, double* area) {
-    const CellEdges edges{ThirdsGrid(controls)};
-    double c[3][cell_count];
-    double length[cell_count];
-    for (unsigned int cell = 0; cell < cell_count; ++cell) {
-        const auto u = [&](unsigned int axis) { return static_cast<double>(edges.along_u[axis][cell]); };
-        const auto v = [&](unsigned int axis) { return static_cast<double>(edges.along_v[axis][cell]); };
-        c[0][cell] = u(1) * v(2) - u(2) * v(1);
-        c[1][cell] = u(2) * v(0) - u(0) * v(2);
-        c[2][cell] = u(0) * v(1) - u(1) * v(0);
-        length[cell] = std::sqrt(c[0][cell] * c[0][cell] + c[1][cell] * c[1][cell] + c[2][cell] * c[2][cell]);
-    }
-    // Pairs of cells side by side, so that sums take two at a time.
-    double sums[4][2] = {};
-    for (unsigned int cell = 0; cell < cell_count; cell += 2)
-        for (unsigned int i = 0; i < 2; ++i) {
-            for (unsigned int axis = 0; axis < 3; ++axis) sums[axis][i] += std::fabs(c[axis][cell + i]);
-            sums[3][i] += length[cell + i];
-        }
-    if (gmath_isfinited(sums[3][0] + sums[3][1])) {
-        for (unsigned int i = 0; i < area_entries; ++i) area[i] += sums[i][0] + sums[i][1];
-        return;
-    }
-    for (unsigned int cell = 0; cell < cell_count; ++cell) {
-        if (!gmath_isfinited(length[cell])) continue;
-        for (unsigned int axis = 0; axis < 3; ++axis) area[axis] += std::fabs(c[axis][cell]);
-        area[3] += length[cell];
-    }
+Vec3f blend_third(unsigned int i, const Vec3f& a, const Vec3f& b, const Vec3f& c, const Vec3f& d) {
+    const float* w = sds::third_weights[i];
+    return a * w[0] + b * w[1] + c * w[2] + d * w[3];
 }
 
 // The length of (x, y, z), the least area with these projections. Its squares leave single precision long before the
@@ -139,37 +64,9 @@ unsigned int get_group_count(const SdsMeshBase& base) {
     return std::max(1u, base.get_shading_group_names().get_count());
 }
 
-// Grows a box by the controls whose coordinates are all finite.
-void grow_by_finite(const Vec3f* controls, GMathBbox3<float>& box) {
-    SimdFloat4 low = SimdFloat4::load3(box.get_min().get_data()), high = SimdFloat4::load3(box.get_max().get_data());
-    SimdFloat4 difference(0.0f);
-    for (unsigned int k = 0; k < 16; ++k) {
-        const SimdFloat4 point = SimdFloat4::load3(controls[k].get_data());
-        low = min(low, point);
-        high = max(high, point);
-        // Zero for finite numbers, NaN otherwise.
-        difference = difference + (point - point);
-    }
-    if (less_equal_mask(difference, SimdFloat4(0.0f)) == 15) {
-        Vec3f lowest, highest;
-        low.store3(lowest.get_data());
-        high.store3(highest.get_data());
-        box = {lowest, highest};
-        return;
-    }
-    for (unsigned int k = 0; k < 16; ++k)
-        if (gmath_isfinitef(controls[k][0]) && gmath_isfinitef(controls[k][1]) && gmath_isfinitef(controls[k][2]))
-            box.grow(controls[k]);
-}
-
-// Grows the boxes and areas of the patches' groups.
-void accumulate_patch(const SdsBezierMesh& mesh, const SdsMeshBase& base, unsigned int q, GMathBbox3<float>* boxes,
-                      double* areas) {
-    Vec3f controls[16];
-    mesh.get_patch_controls(q, controls);
-    const unsigned int group = base.get_primitive_shading_group_index(q);
-    grow_by_finite(controls, boxes[group]);
-    add_patch_area(controls, areas + area_entries * size_t{group});
+PatchSums make_empty_sums() {
+    constexpr float largest = std::numeric_limits<float>::max();
+    return {{largest, largest, largest}, {-largest, -largest, -largest}, {0, 0, 0, 0}};
 }
 
 }  // namespace
@@ -178,28 +75,21 @@ class ComputeSdsBboxesTask : public SysThreadTask {
 public:
     ComputeSdsBboxesTask() = default;
     ComputeSdsBboxesTask(const SdsMeshGeometry& geometry, unsigned int begin, unsigned int end,
-                         unsigned int group_count, GMathBbox3<float>* boxes, double* areas, AppProgressBar* progress,
-                         float share)
+                         unsigned int group_count, PatchSums* sums, AppProgressBar* progress, float share)
         : m_geometry(&geometry),
           m_begin(begin),
           m_end(end),
           m_group_count(group_count),
-          m_boxes(boxes),
-          m_areas(areas),
+          m_sums(sums),
           m_progress(progress),
           m_share(share) {}
 
     void run(const unsigned int& worker) override {
-        GMathBbox3<float>* row_boxes = m_boxes + size_t{worker} * m_group_count;
-        double* row_areas = m_areas + area_entries * size_t{worker} * m_group_count;
-        // Local buffers: neighbouring rows share cache lines.
-        CoreArray<GMathBbox3<float>> boxes(CoreBasicArray<GMathBbox3<float>>(m_group_count, row_boxes));
-        CoreArray<double> areas(CoreBasicArray<double>(area_entries * m_group_count, row_areas));
-        for (unsigned int q = m_begin; q < m_end; ++q)
-            accumulate_patch(m_geometry->get_bezier_mesh(), *m_geometry->get_base(), q, boxes.get_data(),
-                             areas.get_data());
-        for (unsigned int g = 0; g < m_group_count; ++g) row_boxes[g] = boxes[g];
-        for (unsigned int i = 0; i < area_entries * m_group_count; ++i) row_areas[i] = areas[i];
+        PatchSums* row = m_sums + size_t{worker} * m_group_count;
+        // A local buffer: neighbouring rows share cache lines.
+        CoreArray<PatchSums> sums(CoreBasicArray<PatchSums>(m_group_count, row));
+        m_geometry->add_patches(m_begin, m_end, sums.get_data());
+        std::copy(sums.begin(), sums.end(), row);
         sds::progress_increment(m_progress, static_cast<float>(m_end - m_begin) * m_share);
     }
 
@@ -208,48 +98,51 @@ private:
     unsigned int m_begin = 0;
     unsigned int m_end = 0;
     unsigned int m_group_count = 0;
-    GMathBbox3<float>* m_boxes = nullptr;
-    double* m_areas = nullptr;
+    PatchSums* m_sums = nullptr;
     AppProgressBar* m_progress = nullptr;
     float m_share = 0.0f;
 };
 
-void SdsMeshGeometry::store_bboxes_and_areas(const GMathBbox3<float>* boxes, const double* areas) {
+void SdsMeshGeometry::add_patches(const unsigned int& begin, const unsigned int& end, PatchSums* sums) const {
+    sds::get_pair_kernels().add_patches(get_patch_arrays(), &base->get_primitive_shading_group_index(0), begin, end,
+                                        sums);
+}
+
+void SdsMeshGeometry::store_bboxes_and_areas(const PatchSums* sums) {
     const unsigned int group_count = get_group_count(*base);
     group_bboxes.resize(group_count);
     group_area_records.resize(group_count);
-    float sum[area_entries] = {};
+    float total[area_entries] = {};
     GMathBbox3<double> all = GMathBbox3<double>::empty(1e308);
     for (unsigned int g = 0; g < group_count; ++g) {
-        group_bboxes[g] = boxes[g];
+        const PatchSums& group = sums[g];
+        group_bboxes[g] = {{group.low[0], group.low[1], group.low[2]}, {group.high[0], group.high[1], group.high[2]}};
         float record[area_entries];
         for (unsigned int i = 0; i < area_entries; ++i) {
-            record[i] = static_cast<float>(areas[area_entries * size_t{g} + i]);
-            sum[i] += record[i];
+            record[i] = static_cast<float>(group.areas[i]);
+            total[i] += record[i];
         }
         group_area_records[g] = {record[0], record[1], record[2],
                                  blend_ratio(record[0], record[1], record[2], record[3])};
-        all.grow(GMathBbox3<double>(boxes[g]));
+        all.grow(GMathBbox3<double>(group_bboxes[g]));
     }
     bbox = GMathBbox3<float>(all);
-    area_record = {sum[0], sum[1], sum[2], blend_ratio(sum[0], sum[1], sum[2], sum[3])};
+    area_record = {total[0], total[1], total[2], blend_ratio(total[0], total[1], total[2], total[3])};
 }
 
 void SdsMeshGeometry::update_bbox_and_area(AppProgressBar* progress) {
-    const unsigned int group_count = get_group_count(*base);
     const bool has_points = !point_cloud.is_empty();
-    const GMathBbox3<float> zero({0, 0, 0}, {0, 0, 0});
-    CoreArray<GMathBbox3<float>> boxes(group_count, has_points ? GMathBbox3<float>::empty() : zero);
-    CoreArray<double> areas(area_entries * group_count, 0.0);
+    CoreArray<PatchSums> sums(get_group_count(*base), has_points ? make_empty_sums() : PatchSums{});
     if (has_points) {
         const unsigned int quad_count = base->get_primitive_count();
         sds::progress_steps(progress, quad_count);
-        for (unsigned int q = 0; q < quad_count; ++q) {
-            accumulate_patch(bezier_mesh, *base, q, boxes.get_data(), areas.get_data());
+        const unsigned int size = progress != nullptr ? 1 : quad_count;
+        for (unsigned int q = 0; q < quad_count; q += size) {
+            add_patches(q, q + size, sums.get_data());
             sds::progress_step(progress, q + 1);
         }
     }
-    store_bboxes_and_areas(boxes.get_data(), areas.get_data());
+    store_bboxes_and_areas(sums.get_data());
     sds::progress_value(progress, 1.0f);
 }
 
@@ -261,20 +154,22 @@ void SdsMeshGeometry::update_bbox_and_area(SysThreadTaskManager& manager, AppPro
     const unsigned int group_count = get_group_count(*base);
     const unsigned int quad_count = base->get_primitive_count();
     const unsigned int workers = manager.get_max_thread_count();
-    CoreArray<GMathBbox3<float>> boxes(workers * group_count, GMathBbox3<float>::empty());
-    CoreArray<double> areas(area_entries * workers * group_count, 0.0);
+    CoreArray<PatchSums> sums(workers * group_count, make_empty_sums());
     const float share = 1.0f / static_cast<float>(quad_count);
     sds::run_chunked<ComputeSdsBboxesTask>(manager, quad_count, 4, [&](unsigned int begin, unsigned int end) {
-        return ComputeSdsBboxesTask(*this, begin, end, group_count, boxes.get_data(), areas.get_data(), progress,
-                                    share);
+        return ComputeSdsBboxesTask(*this, begin, end, group_count, sums.get_data(), progress, share);
     });
     for (unsigned int w = 1; w < workers; ++w)
         for (unsigned int g = 0; g < group_count; ++g) {
-            boxes[g].grow(boxes[w * group_count + g]);
-            for (unsigned int i = 0; i < area_entries; ++i)
-                areas[area_entries * g + i] += areas[area_entries * (w * group_count + g) + i];
+            PatchSums& group = sums[g];
+            const PatchSums& part = sums[w * group_count + g];
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                group.low[axis] = std::min(group.low[axis], part.low[axis]);
+                group.high[axis] = std::max(group.high[axis], part.high[axis]);
+            }
+            for (unsigned int i = 0; i < area_entries; ++i) group.areas[i] += part.areas[i];
         }
-    store_bboxes_and_areas(boxes.get_data(), areas.get_data());
+    store_bboxes_and_areas(sums.get_data());
     sds::progress_value(progress, 1.0f);
 }
 
@@ -291,14 +186,24 @@ double SdsMeshGeometry::estimate_primitive_area(const CtxEval&, const unsigned i
                                                 const GMathMatrix4x4<double>& matrix) const {
     Vec3f controls[16];
     bezier_mesh.get_patch_controls(patch, controls);
-    const CellEdges edges{ThirdsGrid(controls)};
+    // The 4 x 4 grid of thirds, row by row.
+    Vec3f grid[4][4];
+    for (unsigned int j = 0; j < 4; ++j)
+        for (unsigned int i = 0; i < 4; ++i) {
+            Vec3f rows[4];
+            for (unsigned int r = 0; r < 4; ++r) {
+                const unsigned char* row = sds::grid_order + 4 * r;
+                rows[r] = blend_third(i, controls[row[0]], controls[row[1]], controls[row[2]], controls[row[3]]);
+            }
+            grid[j][i] = blend_third(j, rows[0], rows[1], rows[2], rows[3]);
+        }
     float area = 0.0f;
-    for (unsigned int cell = 0; cell < cell_count; ++cell) {
-        const auto edge = [&](const float(*e)[cell_count]) { return Vec3d(Vec3f(e[0][cell], e[1][cell], e[2][cell])); };
-        const Vec3f u(matrix.transform_vector(edge(edges.along_u)));
-        const Vec3f v(matrix.transform_vector(edge(edges.along_v)));
-        area += std::sqrt(u.cross(v).length_squared());
-    }
+    for (unsigned int j = 1; j < 4; ++j)
+        for (unsigned int i = 1; i < 4; ++i) {
+            const Vec3f u(matrix.transform_vector(Vec3d(grid[j][i] - grid[j][i - 1])));
+            const Vec3f v(matrix.transform_vector(Vec3d(grid[j][i] - grid[j - 1][i])));
+            area += std::sqrt(u.cross(v).length_squared());
+        }
     return static_cast<double>(area);
 }
 

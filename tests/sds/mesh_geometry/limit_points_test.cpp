@@ -7,7 +7,7 @@
 
 #include "../build_options.h"
 #include "qn_ctx/ctx_eval.h"
-#include "sds/mesh_geometry/limit_points/limit_kernels.h"
+#include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
 
 namespace {
 
@@ -100,20 +100,21 @@ TEST(LimitPoints, InstructionSetsAgreeToTheBit) {
     const BuiltSurface surface(sds_test::zoo_mesh("cube_crease_corner"));
     const SdsMeshGeometry& geometry = surface.geometry;
     const auto& tangents = geometry.get_bezier_tangents_array();
-    const sds::LimitSurface source{
+    const sds::PatchArrays source{
         geometry.get_bezier_mesh().get_vertex_indices(), geometry.get_bezier_patches().get_data(),
         geometry.get_tangent_infos().get_data(),         geometry.get_vertices()[0].get_data(),
         geometry.get_bezier_corners()[0].get_data(),     tangents.is_empty() ? nullptr : tangents[0].get_data()};
     const std::vector<Place> places = make_places(surface.quad_count(), 200);
-    const sds::LimitKernels* const* tables = sds::get_all_limit_kernels();
-    for (const sds::LimitKernels* const* other = tables + 1; *other != nullptr; ++other)
+    const sds::PairKernels* const* tables = sds::get_all_pair_kernels();
+    for (const sds::PairKernels* const* other = tables + 1; *other != nullptr; ++other)
         for (size_t i = 0; i < places.size(); i += 2) {
             const Place &a = places[i], &b = places[i + 1];
-            const sds::LimitPlaces pair{{a.primitive, b.primitive}, {a.u, b.u}, {a.v, b.v}};
+            const sds::PlacePair pair{{a.primitive, b.primitive}, {a.u, b.u}, {a.v, b.v}};
             float points[2][2][12];
             float* const first[2] = {points[0][0], points[0][1]};
             float* const second[2] = {points[1][0], points[1][1]};
-            EXPECT_EQ((*tables)->compute_pair(source, pair, first), (*other)->compute_pair(source, pair, second));
+            EXPECT_EQ((*tables)->compute_limit_points(source, pair, first),
+                      (*other)->compute_limit_points(source, pair, second));
             EXPECT_EQ(std::memcmp(points[0], points[1], sizeof(points[0])), 0) << (*other)->name << ", pair " << i;
         }
 }

@@ -1,30 +1,13 @@
 // Many points of the limit surface at once.
-#include "sds/common/instruction_set.h"
-#include "sds/mesh_geometry/limit_points/limit_kernels.h"
+#include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
 #include "sds/mesh_geometry/sds_mesh_geometry.h"
-
-namespace sds {
-
-namespace {
-
-const KernelTables<LimitKernels>& tables() {
-    static const KernelTables<LimitKernels> instance(baseline_limit_kernels, avx2_limit_kernels);
-    return instance;
-}
-
-}  // namespace
-
-const LimitKernels& get_limit_kernels() { return *tables().best; }
-const LimitKernels* const* get_all_limit_kernels() { return tables().list; }
-
-}  // namespace sds
 
 using LimitPlace = SdsMeshGeometry::LimitPlace;
 using LimitPoint = SdsMeshGeometry::LimitPoint;
 
 namespace {
 
-using sds::LimitSurface;
+using sds::PatchArrays;
 
 static_assert(sizeof(LimitPoint) == 12 * sizeof(float));
 
@@ -33,7 +16,7 @@ static_assert(sizeof(LimitPoint) == 12 * sizeof(float));
 constexpr unsigned int records_ahead = 12;
 constexpr unsigned int points_ahead = 6;
 
-void prefetch_record(const LimitSurface& surface, unsigned int primitive) {
+void prefetch_record(const PatchArrays& surface, unsigned int primitive) {
     __builtin_prefetch(surface.quads + 4 * size_t{primitive});
     __builtin_prefetch(surface.infos + primitive);
     const auto* patch = reinterpret_cast<const char*>(surface.patches + primitive);
@@ -41,7 +24,7 @@ void prefetch_record(const LimitSurface& surface, unsigned int primitive) {
     __builtin_prefetch(patch + sizeof(SdsMeshBase::BezierPatch) - 1);
 }
 
-void prefetch_points(const LimitSurface& surface, unsigned int primitive) {
+void prefetch_points(const PatchArrays& surface, unsigned int primitive) {
     const unsigned int* quad = surface.quads + 4 * size_t{primitive};
     for (unsigned int k = 0; k < 4; ++k) {
         __builtin_prefetch(surface.vertices + 3 * size_t{quad[k]});
@@ -57,13 +40,8 @@ void SdsMeshGeometry::compute_limit_points(const LimitPlace* places, const unsig
         for (unsigned int i = 0; i < count; ++i) out[i] = compute_limit_point(places[i]);
         return;
     }
-    const LimitSurface surface{bezier_mesh.get_vertex_indices(),
-                               bezier_mesh.get_patch(0),
-                               tangent_infos.get_data(),
-                               bezier_mesh.get_quad_vertices(0)->get_data(),
-                               bezier_mesh.get_patch_vertices(0)->get_data(),
-                               bezier_tangents.is_empty() ? nullptr : bezier_tangents[0].get_data()};
-    const sds::LimitKernels& kernels = sds::get_limit_kernels();
+    const PatchArrays surface = get_patch_arrays();
+    const sds::PairKernels& kernels = sds::get_pair_kernels();
     for (unsigned int i = 0; i < count; i += 2) {
         // The last of an odd number takes both groups of lanes.
         const unsigned int second = i + 1 < count ? i + 1 : i;
@@ -76,7 +54,7 @@ void SdsMeshGeometry::compute_limit_points(const LimitPlace* places, const unsig
         const LimitPlace& b = places[second];
         float* const points[2] = {out[i].position.get_data(), out[second].position.get_data()};
         const unsigned int degenerate =
-            kernels.compute_pair(surface, {{a.primitive, b.primitive}, {a.u, b.u}, {a.v, b.v}}, points);
+            kernels.compute_limit_points(surface, {{a.primitive, b.primitive}, {a.u, b.u}, {a.v, b.v}}, points);
         if ((degenerate & 1u) != 0) out[i] = compute_limit_point(a);
         if ((degenerate & 2u) != 0) out[second] = compute_limit_point(b);
     }

@@ -1,0 +1,56 @@
+// Patches by the pair: the same work on two patches, in the two groups of lanes.
+//
+// The kernels are plain functions on plain records, compiled once per instruction set from the .inl files and chosen at
+// run time. All sets give the same bits.
+#pragma once
+
+#include "sds/mesh_base/sds_mesh_base.h"
+
+namespace sds {
+
+// Patches at rest: four vertices and one record a patch, three floats a vertex, corner or tangent.
+struct PatchArrays {
+    const unsigned int* quads;
+    const SdsMeshBase::BezierPatch* patches;  // null: bilinear, without corners
+    const SdsMeshBase::PatchTangentInfo* infos;
+    const float* vertices;
+    const float* corners;
+    const float* tangents;  // null when no patch has any
+};
+
+struct PlacePair {
+    unsigned int primitives[2];
+    float u[2];
+    float v[2];
+};
+
+// What the control points of patches add up to.
+struct PatchSums {
+    float low[3], high[3];  // their box
+    double areas[4];        // projected on the planes x, y and z, and true
+};
+
+struct PairKernels {
+    const char* name;
+
+    // Smooth patches only. Writes twelve floats to points[i] for sample i: position, derivatives per patch parameter,
+    // unit normal. Returns in bit i whether sample i has derivatives that single precision does not tell from rounding
+    // or from parallel ones: its normal means nothing then.
+    unsigned int (*compute_limit_points)(const PatchArrays& surface, const PlacePair& places, float* const* points);
+
+    // Adds the patches begin to end to the sums of their groups, in order. Coordinates that are not finite are left out
+    // of the boxes with their points, and cells without a finite area of the areas.
+    void (*add_patches)(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
+                        PatchSums* sums);
+};
+
+// The table of the best instruction set that the processor has.
+const PairKernels& get_pair_kernels();
+// The tables that this build and processor have, baseline first; null ends the list.
+const PairKernels* const* get_all_pair_kernels();
+
+extern const PairKernels baseline_pair_kernels;
+// Null when the build has none.
+extern const PairKernels* const avx2_pair_kernels;
+
+}  // namespace sds
