@@ -49,8 +49,13 @@ public:
     // Calls visit(lower vertex, first half, end) for every vertex; halves come in the order of their face-corners.
     template <class Visit>
     void for_each_bucket(Visit&& visit) const {
-        unsigned int begin = 0;
-        for (unsigned int low = 0; low + 1 < m_ends.get_count(); ++low) {
+        for_each_bucket(0, m_ends.get_count() - 1, visit);
+    }
+    // The same for the vertices first_vertex to end_vertex.
+    template <class Visit>
+    void for_each_bucket(unsigned int first_vertex, unsigned int end_vertex, Visit&& visit) const {
+        unsigned int begin = first_vertex == 0 ? 0 : m_ends[first_vertex - 1];
+        for (unsigned int low = first_vertex; low < end_vertex; ++low) {
             visit(low, m_halves.get_data() + begin, m_halves.get_data() + m_ends[low]);
             begin = m_ends[low];
         }

@@ -1,7 +1,10 @@
 #include "qn_poly/poly_neighbourhood.h"
 
+#include <algorithm>
+
 #include "qn_poly/poly_crease_scope.h"
 #include "qn_poly/poly_edge_buckets.h"
+#include "qn_sys/sys_thread.h"
 
 namespace {
 
@@ -9,12 +12,69 @@ constexpr unsigned int none = 0xFFFFFFFF;
 
 thread_local const CoreBasicArray<unsigned char>* current_creases = nullptr;
 
+// Buckets of more halves pair through slots: comparing all pairs costs the square.
+constexpr unsigned int max_compared_halves = 16;
+constexpr unsigned int vertices_per_task = 16384;
+
 // What the bucket under work has seen of the edge to one higher vertex.
 struct EdgeSlot {
     unsigned int low = none;  // the bucket that wrote the slot
     unsigned int first = 0;
     unsigned int second = 0;  // none until the edge has two corners, first again once it has more
 };
+
+// link(a, b) for the two halves of every edge that has just two.
+template <class Link>
+void pair_by_comparing(const PolyHalfEdge* begin, const PolyHalfEdge* end, const Link& link) {
+    for (const PolyHalfEdge* half = begin; half != end; ++half) {
+        const PolyHalfEdge* partner = nullptr;
+        bool is_first = true, has_more = false;
+        for (const PolyHalfEdge* other = begin; other != end; ++other) {
+            if (other->high != half->high || other == half) continue;
+            is_first = is_first && other > half;
+            has_more = has_more || partner != nullptr;
+            partner = other;
+        }
+        if (partner != nullptr && is_first && !has_more) link(half->corner, partner->corner);
+    }
+}
+
+// Links the halves of every edge that has just two. Buckets are apart, so that many may be paired at once.
+template <class Link>
+void pair_halves(const PolyEdgeBuckets& buckets, unsigned int vertex_count, const Link& link) {
+    const unsigned int tasks = vertex_count / vertices_per_task + 1;
+    const auto pair_range = [&](unsigned int task, unsigned int) {
+        const unsigned int first = task * vertices_per_task;
+        const unsigned int last = vertex_count - first < vertices_per_task ? vertex_count : first + vertices_per_task;
+        buckets.for_each_bucket(first, last, [&](unsigned int, const PolyHalfEdge* begin, const PolyHalfEdge* end) {
+            if (end - begin <= max_compared_halves) pair_by_comparing(begin, end, link);
+        });
+    };
+    if (tasks == 1)
+        pair_range(0, 0);
+    else
+        sys_parallel_for(tasks, pair_range);
+
+    // One slot per higher vertex, for whichever bucket is at work.
+    CoreArray<EdgeSlot> slots;
+    buckets.for_each_bucket([&](unsigned int low, const PolyHalfEdge* half, const PolyHalfEdge* end) {
+        if (end - half <= max_compared_halves) return;
+        if (slots.is_empty()) slots.resize(vertex_count);
+        const PolyHalfEdge* const begin = half;
+        for (; half != end; ++half) {
+            EdgeSlot& slot = slots[half->high];
+            if (slot.low != low)
+                slot = {low, half->corner, none};
+            else
+                slot.second = slot.second == none ? half->corner : slot.first;
+        }
+        for (half = begin; half != end; ++half) {
+            const EdgeSlot& slot = slots[half->high];
+            if (slot.first == half->corner && slot.second != none && slot.second != slot.first)
+                link(slot.first, slot.second);
+        }
+    });
+}
 
 }  // namespace
 
@@ -36,38 +96,32 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
     neighbour_polygons.assign(corner_count, none);
     neighbour_edges.assign(corner_count, none);
 
-    CoreArray<unsigned int> corner_polygons(corner_count);
+    const bool is_all_quads =
+        std::all_of(polygon_counts.begin(), polygon_counts.end(), [](unsigned int count) { return count == 4; });
+    CoreArray<unsigned int> corner_polygons(is_all_quads ? 0 : corner_count);
     const PolyEdgeBuckets buckets(
         polygon_indices.get_data(), polygon_counts, vertex_count,
-        [&corner_polygons](unsigned int p, unsigned int c) { corner_polygons[c] = p; },
+        [&](unsigned int p, unsigned int c) {
+            if (!is_all_quads) corner_polygons[c] = p;
+        },
         [progress] {
             if (progress != nullptr) progress->set_value(0.3f);
         });
     if (progress != nullptr) progress->set_value(0.6f);
 
-    // Pair within each bucket through one slot per higher vertex.
-    CoreArray<EdgeSlot> slots(vertex_count, EdgeSlot{});
-    const auto link = [&](unsigned int c, unsigned int other) {
-        neighbour_polygons[c] = corner_polygons[other];
-        neighbour_edges[c] = other - polygon_offsets[corner_polygons[other]];
+    const auto link_by = [&](const auto& polygon_of) {
+        pair_halves(buckets, vertex_count, [&](unsigned int a, unsigned int b) {
+            const unsigned int polygon_a = polygon_of(a), polygon_b = polygon_of(b);
+            neighbour_polygons[a] = polygon_b;
+            neighbour_edges[a] = b - polygon_offsets[polygon_b];
+            neighbour_polygons[b] = polygon_a;
+            neighbour_edges[b] = a - polygon_offsets[polygon_a];
+        });
     };
-    buckets.for_each_bucket([&](unsigned int low, const PolyHalfEdge* half, const PolyHalfEdge* end) {
-        for (; half != end; ++half) {
-            const unsigned int c = half->corner;
-            EdgeSlot& slot = slots[half->high];
-            if (slot.low != low) {
-                slot = {low, c, none};
-            } else if (slot.second == none) {
-                slot.second = c;
-                link(slot.first, c);
-                link(c, slot.first);
-            } else if (slot.second != slot.first) {
-                neighbour_polygons[slot.first] = neighbour_edges[slot.first] = none;
-                neighbour_polygons[slot.second] = neighbour_edges[slot.second] = none;
-                slot.second = slot.first;
-            }
-        }
-    });
+    if (is_all_quads)
+        link_by([](unsigned int corner) { return corner / 4; });
+    else
+        link_by([&](unsigned int corner) { return corner_polygons[corner]; });
 
     edge_smooth_flags.assign(corner_count, 1);
     if (current_creases != nullptr && current_creases->get_count() == corner_count) {

@@ -4,6 +4,34 @@
 
 using sds::none;
 
+namespace {
+
+// Counts the quad's sharp edges at their vertices; returns its creases as bits.
+unsigned int count_sharp_edges(const SdsMeshBase::EdgesTopology& edges, const CoreArray<unsigned int>& quad_indices,
+                               unsigned int q, const unsigned char* smooth,
+                               CoreArray<SdsMeshBase::VertexInfo>& vertex_infos) {
+    unsigned int creases = 0;
+    for (unsigned int k = 0; k < 4; ++k) {
+        const unsigned int e = 4 * q + k;
+        const bool crease = smooth[k] == 0;
+        if (crease) creases |= 1u << k;
+        const unsigned int v = quad_indices[e];
+        if (v == none) continue;
+        // A border has one half-edge, which counts for both ends; a crease counts for each end through its own
+        // half-edge.
+        if (edges.is_border(e)) {
+            vertex_infos[v].raise_sharp_edge_count();
+            const unsigned int end = quad_indices[sds::next_in_quad(e)];
+            if (end != none) vertex_infos[end].raise_sharp_edge_count();
+        } else if (crease) {
+            vertex_infos[v].raise_sharp_edge_count();
+        }
+    }
+    return creases;
+}
+
+}  // namespace
+
 void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indices,
                                const CoreBasicArray<unsigned int>& polygon_counts,
                                const CoreBasicArray<unsigned int>& polygon_offsets, const unsigned int& vertex_count,
@@ -30,24 +58,12 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
     const sds::ProgressTask task(progress, "compute creases", 0.5f);
     sds::progress_steps(progress, quad_count);
     for (unsigned int q = 0; q < quad_count; ++q) {
-        unsigned int flags = 0xF0;
-        for (unsigned int k = 0; k < 4; ++k) {
-            const unsigned int e = 4 * q + k;
-            const bool crease = edge_smooth_flags[e] == 0;
-            if (crease) flags |= 1u << k;
-            const unsigned int v = quad_indices[e];
-            if (v == none) continue;
-            // A border has one half-edge, which counts for both ends; a crease counts for each end through its own
-            // half-edge.
-            if (edges.is_border(e)) {
-                vertex_infos[v].raise_sharp_edge_count();
-                const unsigned int end = quad_indices[sds::next_in_quad(e)];
-                if (end != none) vertex_infos[end].raise_sharp_edge_count();
-            } else if (crease) {
-                vertex_infos[v].raise_sharp_edge_count();
-            }
-        }
-        edges.quad_edge_flags[q] = static_cast<unsigned char>(flags);
+        const unsigned int* opposite = edges.opposite_edges.get_data() + 4 * size_t{q};
+        const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
+        const bool is_plain = opposite[0] != none && opposite[1] != none && opposite[2] != none &&
+                              opposite[3] != none && (smooth[0] & smooth[1] & smooth[2] & smooth[3]) != 0;
+        const unsigned int creases = is_plain ? 0 : count_sharp_edges(edges, quad_indices, q, smooth, vertex_infos);
+        edges.quad_edge_flags[q] = static_cast<unsigned char>(0xF0 | creases);
         sds::progress_step(progress, q + 1);
     }
 }

@@ -52,12 +52,15 @@ unsigned int find_irregular(const SdsMeshBase::VertexLocalTopology* fans) {
     return bits;
 }
 
+constexpr unsigned char bit_counts[16] = {0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};
+
 // Reserves the tangents of quad after quad; returns their number.
 unsigned int assign_tangent_offsets(unsigned int quad_count, SdsMeshBase::PatchTangentInfo* infos) {
     unsigned int total = 0;
     for (unsigned int q = 0; q < quad_count; ++q) {
         infos[q].tangent_offset = total;
-        total += 2u * static_cast<unsigned int>(__builtin_popcount(infos[q].irregular & 0xFFu));
+        const unsigned int bits = infos[q].irregular;
+        total += 2u * (bit_counts[bits & 15u] + bit_counts[(bits >> 4) & 15u]);
     }
     return total;
 }

@@ -93,9 +93,11 @@ size_t SdsMeshGeometry::get_memory_size() const {
     return size;
 }
 
-void SdsMeshGeometry::set_vertices_interpolation(const CoreArray<unsigned int>& quad_indices,
-                                                 const SdsMeshBase::EdgesTopology& edges, const InterpolationMode& mode,
-                                                 CoreArray<SdsMeshBase::VertexInfo>& infos) {
+namespace {
+
+void apply_vertex_rule(const CoreBasicArray<unsigned int>& quad_indices, const SdsMeshBase::EdgesTopology& edges,
+                       SdsMeshGeometry::InterpolationMode mode, CoreArray<SdsMeshBase::VertexInfo>& infos) {
+    using InterpolationMode = SdsMeshGeometry::InterpolationMode;
     switch (mode) {
         case InterpolationMode::all_fixed:
             SdsMeshBase::set_all_vertices_as_fixed(quad_indices, edges, infos);
@@ -112,6 +114,14 @@ void SdsMeshGeometry::set_vertices_interpolation(const CoreArray<unsigned int>& 
         default:
             break;
     }
+}
+
+}  // namespace
+
+void SdsMeshGeometry::set_vertices_interpolation(const CoreArray<unsigned int>& quad_indices,
+                                                 const SdsMeshBase::EdgesTopology& edges, const InterpolationMode& mode,
+                                                 CoreArray<SdsMeshBase::VertexInfo>& infos) {
+    apply_vertex_rule(quad_indices, edges, mode, infos);
 }
 
 SdsMeshBase::TopologyContext SdsMeshGeometry::get_topology_context() const {
@@ -154,8 +164,7 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
         vertex_infos = mesh_base.get_vertex_infos();
         local_topologies.resize(4 * quad_count);
         tangent_infos.assign(quad_count, {});
-        set_vertices_interpolation(CoreArray<unsigned int>(mesh_base.get_quad_indices()), mesh_base.get_edges(), mode,
-                                   vertex_infos);
+        apply_vertex_rule(mesh_base.get_quad_indices(), mesh_base.get_edges(), mode, vertex_infos);
     }
 
     {
