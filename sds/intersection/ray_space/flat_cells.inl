@@ -298,4 +298,10 @@ struct SkewedPatch {
         const SimdFloat8 products = largest * max(own, zero - own) + swap_groups(largest) * max(other, zero - other);
         slack = products * SimdFloat8(0x1p-18f);
     }
+
+    bool comes_near_origin() const {
+        const SimdFloat8 low = group_min(min(min(rows[0], rows[1]), min(rows[2], rows[3])));
+        const SimdFloat8 high = group_max(max(max(rows[0], rows[1]), max(rows[2], rows[3])));
+        return (less_equal_mask(low, slack) & less_equal_mask(SimdFloat8(0.0f) - slack, high)) == 255;
+    }
 };

@@ -109,6 +109,7 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
     Level levels[max_cell_level - window_level];
     const unsigned int last = level_last - window_level;
     const SkewedPatch skewed(rows);
+    if (!skewed.comes_near_origin()) return;
     const SimdFloat8* node = skewed.rows;
     unsigned int depth = 0, i = 0, j = 0;
     for (;;) {
