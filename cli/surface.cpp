@@ -63,9 +63,8 @@ void Surface::build_maps(const CageView& cage, const std::vector<UvSource>& furt
 }
 
 std::unique_ptr<Surface> Surface::moved(std::span<const float> positions, std::span<const float> motion) const {
-    std::unique_ptr<Surface> result(new Surface);
-    result->base_ = base_;
-    result->maps_ = maps_;
+    // A copy of the geometry keeps what positions do not enter.
+    std::unique_ptr<Surface> result(new Surface(base_, maps_, geometry_));
     result->geometry_.set(*base_, to_points(positions), to_points(motion), geometry_.get_interpolation_mode(), nullptr);
     return result;
 }

@@ -57,7 +57,8 @@ public:
     double build_seconds() const;  ///< the outermost stages together
 
 private:
-    Surface() = default;
+    Surface(std::shared_ptr<SdsMeshBase> base, std::shared_ptr<SdsMeshMaps> maps, const SdsMeshGeometry& geometry)
+        : base_(std::move(base)), maps_(std::move(maps)), geometry_(geometry) {}
     void build_base(const CageView& cage, AppProgressBar& progress);
     void build_maps(const CageView& cage, const std::vector<UvSource>& further_uvs, SdsMeshMaps::InterpolationMode mode,
                     AppProgressBar& progress);
