@@ -8,8 +8,7 @@
 #include "sds/common/control_grid.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_base/task_chunks.h"
-#include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
-#include "sds/mesh_geometry/sds_mesh_geometry.h"
+#include "sds/mesh_geometry/patch_arrays.h"
 #include "sds/mesh_geometry/third_weights.h"
 
 using Vec3f = GMathVec3<float>;
@@ -69,6 +68,25 @@ PatchSums make_empty_sums() {
     return {{largest, largest, largest}, {-largest, -largest, -largest}, {0, 0, 0, 0}};
 }
 
+void add_patches(const SdsMeshGeometry& geometry, unsigned int begin, unsigned int end, PatchSums* sums) {
+    sds::get_pair_kernels().add_patches(sds::get_patch_arrays(geometry),
+                                        &geometry.get_base()->get_primitive_shading_group_index(0), begin, end, sums);
+}
+
+// Boxes and areas apart.
+struct GroupTotals {
+    CoreArray<GMathBbox3<float>> boxes;
+    CoreArray<double> areas;
+
+    GroupTotals(const PatchSums* sums, unsigned int group_count) {
+        for (const PatchSums* group = sums; group != sums + group_count; ++group) {
+            const float *low = group->low, *high = group->high;
+            boxes.add({{low[0], low[1], low[2]}, {high[0], high[1], high[2]}});
+            for (const double area : group->areas) areas.add(area);
+        }
+    }
+};
+
 }  // namespace
 
 class ComputeSdsBboxesTask : public SysThreadTask {
@@ -88,7 +106,7 @@ public:
         PatchSums* row = m_sums + size_t{worker} * m_group_count;
         // A local buffer: neighbouring rows share cache lines.
         CoreArray<PatchSums> sums(CoreBasicArray<PatchSums>(m_group_count, row));
-        m_geometry->add_patches(m_begin, m_end, sums.get_data());
+        add_patches(*m_geometry, m_begin, m_end, sums.get_data());
         std::copy(sums.begin(), sums.end(), row);
         sds::progress_increment(m_progress, static_cast<float>(m_end - m_begin) * m_share);
     }
@@ -103,28 +121,22 @@ private:
     float m_share = 0.0f;
 };
 
-void SdsMeshGeometry::add_patches(const unsigned int& begin, const unsigned int& end, PatchSums* sums) const {
-    sds::get_pair_kernels().add_patches(get_patch_arrays(), &base->get_primitive_shading_group_index(0), begin, end,
-                                        sums);
-}
-
-void SdsMeshGeometry::store_bboxes_and_areas(const PatchSums* sums) {
+void SdsMeshGeometry::store_bboxes_and_areas(const GMathBbox3<float>* boxes, const double* areas) {
     const unsigned int group_count = get_group_count(*base);
     group_bboxes.resize(group_count);
     group_area_records.resize(group_count);
     float total[area_entries] = {};
     GMathBbox3<double> all = GMathBbox3<double>::empty(1e308);
     for (unsigned int g = 0; g < group_count; ++g) {
-        const PatchSums& group = sums[g];
-        group_bboxes[g] = {{group.low[0], group.low[1], group.low[2]}, {group.high[0], group.high[1], group.high[2]}};
+        group_bboxes[g] = boxes[g];
         float record[area_entries];
         for (unsigned int i = 0; i < area_entries; ++i) {
-            record[i] = static_cast<float>(group.areas[i]);
+            record[i] = static_cast<float>(areas[area_entries * size_t{g} + i]);
             total[i] += record[i];
         }
         group_area_records[g] = {record[0], record[1], record[2],
                                  blend_ratio(record[0], record[1], record[2], record[3])};
-        all.grow(GMathBbox3<double>(group_bboxes[g]));
+        all.grow(GMathBbox3<double>(boxes[g]));
     }
     bbox = GMathBbox3<float>(all);
     area_record = {total[0], total[1], total[2], blend_ratio(total[0], total[1], total[2], total[3])};
@@ -138,11 +150,12 @@ void SdsMeshGeometry::update_bbox_and_area(AppProgressBar* progress) {
         sds::progress_steps(progress, quad_count);
         const unsigned int size = progress != nullptr ? 1 : quad_count;
         for (unsigned int q = 0; q < quad_count; q += size) {
-            add_patches(q, q + size, sums.get_data());
+            add_patches(*this, q, q + size, sums.get_data());
             sds::progress_step(progress, q + 1);
         }
     }
-    store_bboxes_and_areas(sums.get_data());
+    const GroupTotals totals(sums.get_data(), sums.get_count());
+    store_bboxes_and_areas(totals.boxes.get_data(), totals.areas.get_data());
     sds::progress_value(progress, 1.0f);
 }
 
@@ -169,7 +182,8 @@ void SdsMeshGeometry::update_bbox_and_area(SysThreadTaskManager& manager, AppPro
             }
             for (unsigned int i = 0; i < area_entries; ++i) group.areas[i] += part.areas[i];
         }
-    store_bboxes_and_areas(sums.get_data());
+    const GroupTotals totals(sums.get_data(), group_count);
+    store_bboxes_and_areas(totals.boxes.get_data(), totals.areas.get_data());
     sds::progress_value(progress, 1.0f);
 }
 

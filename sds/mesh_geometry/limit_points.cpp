@@ -1,6 +1,5 @@
 // Many points of the limit surface at once.
-#include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
-#include "sds/mesh_geometry/sds_mesh_geometry.h"
+#include "sds/mesh_geometry/patch_arrays.h"
 
 using LimitPlace = SdsMeshGeometry::LimitPlace;
 using LimitPoint = SdsMeshGeometry::LimitPoint;
@@ -40,7 +39,7 @@ void SdsMeshGeometry::compute_limit_points(const LimitPlace* places, const unsig
         for (unsigned int i = 0; i < count; ++i) out[i] = compute_limit_point(places[i]);
         return;
     }
-    const PatchArrays surface = get_patch_arrays();
+    const PatchArrays surface = sds::get_patch_arrays(*this);
     const sds::PairKernels& kernels = sds::get_pair_kernels();
     for (unsigned int i = 0; i < count; i += 2) {
         // The last of an odd number takes both groups of lanes.
@@ -52,7 +51,7 @@ void SdsMeshGeometry::compute_limit_points(const LimitPlace* places, const unsig
         }
         const LimitPlace& a = places[i];
         const LimitPlace& b = places[second];
-        float* const points[2] = {out[i].position.get_data(), out[second].position.get_data()};
+        float* const points[2] = {reinterpret_cast<float*>(out + i), reinterpret_cast<float*>(out + second)};
         const unsigned int degenerate =
             kernels.compute_limit_points(surface, {{a.primitive, b.primitive}, {a.u, b.u}, {a.v, b.v}}, points);
         if ((degenerate & 1u) != 0) out[i] = compute_limit_point(a);

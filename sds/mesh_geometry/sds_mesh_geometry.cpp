@@ -6,7 +6,6 @@
 #include "sds/common/array_bytes.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_geometry/corner_cache.h"
-#include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
 
 using sds::bytes_of;
 
@@ -133,15 +132,6 @@ void SdsMeshGeometry::bind_view() {
     bezier_mesh = SdsBezierMesh(base->get_primitive_count(), vertex_infos.get_count(),
                                 base->get_quad_indices().get_data(), bezier_patches.get_data(),
                                 point_cloud.get_positions().get_data(), bezier_corners.get_data(), nullptr);
-}
-
-sds::PatchArrays SdsMeshGeometry::get_patch_arrays() const {
-    return {base->get_quad_indices().get_data(),
-            bezier_patches.is_empty() ? nullptr : bezier_patches.get_data(),
-            tangent_infos.get_data(),
-            get_vertices()[0].get_data(),
-            bezier_corners.is_empty() ? nullptr : bezier_corners[0].get_data(),
-            bezier_tangents.is_empty() ? nullptr : bezier_tangents[0].get_data()};
 }
 
 void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& positions,

@@ -26,11 +26,6 @@
 class CtxEval;
 class PolyMesh;
 
-namespace sds {
-struct PatchSums;
-struct PatchArrays;
-}  // namespace sds
-
 class SDS_EXPORT SdsMeshGeometry : public ResourceData {
 public:
     using Vec3f = GMathVec3<float>;
@@ -208,10 +203,7 @@ private:
     SdsMeshBase::TopologyContext get_topology_context() const;
     void update_bbox_and_area(AppProgressBar* progress);
     void update_bbox_and_area(SysThreadTaskManager& manager, AppProgressBar* progress);
-    void add_patches(const unsigned int& begin, const unsigned int& end, sds::PatchSums* sums) const;
-    void store_bboxes_and_areas(const sds::PatchSums* sums);
-    // Of a geometry with points.
-    sds::PatchArrays get_patch_arrays() const;
+    void store_bboxes_and_areas(const GMathBbox3<float>* boxes, const double* areas);
     // As compute_fragment_sample finds it.
     LimitPoint compute_limit_point(const LimitPlace& place) const;
     // The limit corners of a sample, computed once; null in mode 0.
