@@ -99,7 +99,16 @@ struct TangentWork {
     GreatFanTangents great_fans{mesh, edges, fans};
 
     void compute(unsigned int q) const {
-        const auto position = [this](unsigned int w) { return positions[w]; };
+        // A single source is read without its weight.
+        if (const Vec3f* points = mesh.get_source_count() == 1 ? mesh.get_quad_vertices(0) : nullptr; points != nullptr)
+            compute(q, [points](unsigned int w) -> const Vec3f& { return points[w]; });
+        else
+            compute(q, [this](unsigned int w) { return positions[w]; });
+    }
+
+private:
+    template <class Position>
+    void compute(unsigned int q, const Position& position) const {
         const auto tangents_at = [&](unsigned int e, const VertexLocalTopology& fan) {
             if (GreatFanTangents::is_great(fan)) return great_fans.get(e);
             return sds::limit_tangents<sds::TableTrig>(mesh.get_vertex_indices(), edges, e, fan, position);

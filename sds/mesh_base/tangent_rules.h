@@ -93,6 +93,53 @@ FanFrame<typename Trig::Real> closed_fan_frame(const unsigned int* quad_indices,
     return frame;
 }
 
+// The weights of neighbour i of a closed fan in its first tangent.
+template <class Trig>
+struct ClosedFanWeights {
+    using Real = typename Trig::Real;
+    Real edge[max_summed_valence], diagonal[max_summed_valence];
+
+    ClosedFanWeights() = default;
+    explicit ClosedFanWeights(unsigned int valence) {
+        const ClosedFanScale<Trig> scale(valence);
+        Real angle = 0;
+        for (unsigned int i = 0; i < valence; ++i, angle += Real(2) * scale.half_step) {
+            edge[i] = Trig::cosine(angle) * scale.edge;
+            diagonal[i] = Trig::cosine(angle + scale.half_step) * scale.diagonal;
+        }
+    }
+};
+
+// Of all summed valences, made once: cosines took half of the time of a tangent.
+template <class Trig>
+const ClosedFanWeights<Trig>& closed_fan_weights(unsigned int valence) {
+    struct Table {
+        ClosedFanWeights<Trig> at[max_summed_valence + 1];
+        Table() {
+            for (unsigned int n = 1; n <= max_summed_valence; ++n) at[n] = ClosedFanWeights<Trig>(n);
+        }
+    };
+    static const Table table;
+    return table.at[valence];
+}
+
+// Cosine of the angle of one of `turns` quads around a vertex.
+template <class Trig>
+typename Trig::Real turn_cosine(unsigned int turns) {
+    using Real = typename Trig::Real;
+    constexpr unsigned int table_size = 2 * max_summed_valence + 1;
+    struct Table {
+        Real at[table_size];
+        Table() {
+            at[0] = Real(1);  // no fan has none
+            for (unsigned int n = 1; n < table_size; ++n) at[n] = compute(n);
+        }
+        static Real compute(unsigned int n) { return Trig::cosine(Real(2) * Trig::pi / static_cast<Real>(n)); }
+    };
+    static const Table table;
+    return turns < table_size ? table.at[turns] : Table::compute(turns);
+}
+
 // Tangents at the corner of half-edge e of a closed fan, summed in the order that starts there.
 template <class Trig, class Position>
 TangentPair<typename Trig::Real> summed_vertex_tangents(const unsigned int* quad_indices,
@@ -100,14 +147,7 @@ TangentPair<typename Trig::Real> summed_vertex_tangents(const unsigned int* quad
                                                         unsigned int valence, const Position& position) {
     using Real = typename Trig::Real;
     assert(valence > 0 && valence <= max_summed_valence);
-    const ClosedFanScale<Trig> scale(valence);
-    Real edge_weights[max_summed_valence];
-    Real diagonal_weights[max_summed_valence];
-    Real angle = 0;
-    for (unsigned int i = 0; i < valence; ++i, angle += Real(2) * scale.half_step) {
-        edge_weights[i] = Trig::cosine(angle) * scale.edge;
-        diagonal_weights[i] = Trig::cosine(angle + scale.half_step) * scale.diagonal;
-    }
+    const ClosedFanWeights<Trig>& weights = closed_fan_weights<Trig>(valence);
     TangentPair<Real> t{{0, 0, 0}, {0, 0, 0}};
     const GMathVec3<Real> vertex = position(quad_indices[e]);
     unsigned int h = e;
@@ -117,8 +157,8 @@ TangentPair<typename Trig::Real> summed_vertex_tangents(const unsigned int* quad
         const GMathVec3<Real> ahead = position(quad_indices[next_in_quad(h)]) - vertex;
         const GMathVec3<Real> diagonal = position(quad_indices[turn_in_quad(h, 2)]) - vertex;
         const GMathVec3<Real> behind = position(quad_indices[previous_in_quad(h)]) - vertex;
-        t.t1 += ahead * edge_weights[i] + diagonal * diagonal_weights[i];
-        t.t2 += behind * edge_weights[j] + diagonal * diagonal_weights[j];
+        t.t1 += ahead * weights.edge[i] + diagonal * weights.diagonal[i];
+        t.t2 += behind * weights.edge[j] + diagonal * weights.diagonal[j];
         h = edges.opposite_edges[previous_in_quad(h)];
         ++i;
     } while (h != e && i < valence);
@@ -316,7 +356,7 @@ void replace_irregular_entries(const SdsMeshBase::EdgesTopology& edges, unsigned
     for (unsigned int k = 0; k < 4; ++k) {
         const SdsMeshBase::VertexLocalTopology& fan = fans[k];
         const unsigned int turns = fan.closed ? fan.valence : 2 * fan.valence;
-        cosines[k] = Trig::cosine(Real(2) * Trig::pi / static_cast<Real>(turns));
+        cosines[k] = turn_cosine<Trig>(turns);
         if (((irregular >> k) & 1u) == 0) continue;
         const TangentPair<Real> t = tangents_at(4 * q + k, fan);
         const auto& frame = corner_frames[k];
