@@ -43,9 +43,7 @@ TEST(SharedEdges, BoundaryControlsAreTheSameBits) {
     for (const ZooMesh* cage : all_cages())
         for (unsigned int mode = 0; mode < 4; ++mode) {
             SCOPED_TRACE(cage->name + ", mode " + std::to_string(mode));
-            BuiltSurface::Options options;
-            options.mode = static_cast<SdsMeshGeometry::InterpolationMode>(mode);
-            const BuiltSurface surface(*cage, options);
+            const BuiltSurface surface(*cage, {.mode = static_cast<SdsMeshGeometry::InterpolationMode>(mode)});
             expect_same_edges(surface.base.get_edges(), surface.base.get_quad_indices(),
                               [&](unsigned int q, Vec3f* out) {
                                   surface.geometry.get_bezier_controls(q, out);
@@ -80,21 +78,6 @@ TEST(SharedEdges, UvControlsAreTheSameBitsInsideIslands) {
             surface.maps.get_bezier_controls(0, q, out);
             return true;
         });
-    }
-}
-
-// A corner's limit point is one per vertex, whichever quad asks for it.
-TEST(SharedEdges, EveryQuadCornerIsItsVertexLimitPoint) {
-    for (const ZooMesh& cage : mesh_zoo()) {
-        SCOPED_TRACE(cage.name);
-        const BuiltSurface surface(cage);
-        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-            Vec3f controls[16];
-            surface.geometry.get_bezier_controls(q, controls);
-            for (unsigned int k = 0; k < 4; ++k)
-                ASSERT_TRUE(same_bits(controls[corner_control(k)],
-                                      surface.geometry.get_bezier_corners()[surface.base.get_quad_indices(q)[k]]));
-        }
     }
 }
 

@@ -113,23 +113,4 @@ TEST(Derivatives, AgreeWithFiniteDifferencesWhereNetsAreNotReplaced) {
     EXPECT_GT(count, 0u);
 }
 
-TEST(Derivatives, AtTheOriginAreThreeTimesTheFirstDifferences) {
-    for (const char* name : {"torus", "sheet"}) {
-        SCOPED_TRACE(name);
-        const BuiltSurface surface(zoo_mesh(name));
-        unsigned int count = 0;
-        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-            if ((surface.geometry.get_tangent_infos()[q].irregular & 1u) != 0) continue;
-            ++count;
-            Vec3f controls[16];
-            surface.geometry.get_bezier_controls(q, controls);
-            const GeometrySample sample = sample_at(surface.geometry, q, 0.0, 0.0);
-            const double bound = 1e-6 * surface.diagonal();
-            EXPECT_LE((sample.get_geometric_dpdu() - Vec3d(controls[1] - controls[0]) * 3.0).length(), bound);
-            EXPECT_LE((sample.get_geometric_dpdv() - Vec3d(controls[3] - controls[0]) * 3.0).length(), bound);
-        }
-        EXPECT_GT(count, 0u);
-    }
-}
-
 }  // namespace

@@ -31,9 +31,7 @@ void expect_rule(UvMode mode, FaceVarying rule,
         // A point that nobody keeps is smoothed by all its charts there, by one with us.
         if (rule == FaceVarying::linear_none && has_shared_points(*cage)) continue;
         SCOPED_TRACE(cage->name + ", " + name_of(mode));
-        BuiltSurface::Options options;
-        options.uv_mode = mode;
-        const BuiltSurface surface(*cage, options);
+        const BuiltSurface surface(*cage, {.uv_mode = mode});
         const UvErrors errors = measure_uvs(surface, OpenSubdivOracle(*cage, boundary, rule));
         EXPECT_LE(errors.regular.worst, bound);
         EXPECT_LE(errors.corners.worst, bound);
@@ -48,21 +46,6 @@ TEST(UvLimit, AllFixedIsLinear) { expect_rule(UvMode::all_fixed, FaceVarying::li
 // The corners of the mesh are then smooth too.
 TEST(UvLimit, AllSmoothedIsNoneOnSmoothBorders) {
     expect_rule(UvMode::all_smoothed, FaceVarying::linear_none, OpenSubdivOracle::Boundary::edge_only);
-}
-
-// Where a map has no seam its interior is that of the mesh's own rule in every smooth mode.
-TEST(UvLimit, MapThatFollowsTheMeshIsItsSurface) {
-    ZooMesh cage = zoo_mesh("sheet");
-    cage.uv_points = cage.positions;
-    cage.uv_indices = cage.indices;
-    cage.groups = find_groups(cage);
-    const BuiltSurface surface(cage);
-    for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-        Vec3f positions[16], map[16];
-        surface.geometry.get_bezier_controls(q, positions);
-        surface.maps.get_bezier_controls(0, q, map);
-        for (unsigned int i = 0; i < 16; ++i) ASSERT_EQ(positions[i], map[i]) << "quad " << q << ", control " << i;
-    }
 }
 
 }  // namespace

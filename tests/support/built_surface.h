@@ -27,7 +27,7 @@ public:
         SdsMeshGeometry::InterpolationMode mode = SdsMeshGeometry::InterpolationMode::corners_fixed;
         SdsMeshMaps::InterpolationMode uv_mode = SdsMeshMaps::InterpolationMode::corners_fixed;
         unsigned int level = 0;
-        std::vector<Vec3f> motion_vectors;  // one per control vertex, or none
+        std::vector<Vec3f> motion_vectors = {};  // one per control vertex, or none
         AppProgressBar* progress = nullptr;
         bool keeps_base = false;  // where the surface has a whole one of the same cage
     };

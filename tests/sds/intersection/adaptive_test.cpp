@@ -25,21 +25,14 @@ TEST(Adaptive, ReferenceLeavesAreAsSmallAsTheirTolerance) {
     }
 }
 
-TEST(Adaptive, FastKernelSolvesToSinglePrecision) {
-    for (unsigned int seed = 200; seed < 230; ++seed) {
-        const HitAgreement agreement = compare_patch(make_random_patch(seed), fast_kernels, limit, 1000, 2e-6);
-        EXPECT_EQ(agreement.wrong, 0u) << "seed " << seed;
-        EXPECT_LT(agreement.worst_uv, 1e-4) << "seed " << seed;
-    }
-}
-
-TEST(Adaptive, CornersEdgesAndQuarterLinesHit) {
+// Lines inside the patch: a border is a silhouette, where rounding decides. One crossing is one hit, whichever parts
+// of the patch find it.
+TEST(Adaptive, EdgesAndCornersOfPartsAreHitOnce) {
     for (const KernelFamily family : {fast_kernels, reference_kernels})
         for (unsigned int seed = 0; seed < 10; ++seed) {
             const PatchControls patch = make_random_patch(seed, 0.1f);
             const RayOracle oracle({patch}, limit);
             KernelBench bench(family);
-            // Lines inside the patch: a border is a silhouette, where rounding decides.
             for (int k = 1; k < 16; ++k)
                 for (int j = 1; j < 16; ++j) {
                     const Vec3d target = oracle.point(0, k / 16.0, j / 16.0);
@@ -48,32 +41,13 @@ TEST(Adaptive, CornersEdgesAndQuarterLinesHit) {
                     EXPECT_EQ(ray.hit.primitive, 0u);
                     EXPECT_LE(ray.hit.t, 1.0 + 1e-4);
                 }
-        }
-}
-
-// One crossing per side and quadrant: the sheet is crossed twice within a quadrant only from the two sides.
-TEST(Adaptive, ACrossingIsReportedOnce) {
-    for (const KernelFamily family : {fast_kernels, reference_kernels}) {
-        KernelBench bench(family);
-        for (unsigned int seed = 0; seed < 50; ++seed) {
-            const PatchControls patch = make_random_patch(seed, 0.1f);
             std::mt19937_64 random(seed);
             std::uniform_real_distribution<double> unit(0.2, 0.8);
-            const Vec3d target = RayOracle({patch}, limit).point(0, unit(random), unit(random));
-            EXPECT_EQ(bench.collect(patch, make_ray(target + Vec3d{0, 0, 2}, {0, 0, -1}), 8).size(), 1u)
-                << "seed " << seed;
+            for (unsigned int i = 0; i < 5; ++i) {
+                const Vec3d origin = oracle.point(0, unit(random), unit(random)) + Vec3d{0, 0, 2};
+                EXPECT_EQ(bench.collect(patch, make_ray(origin, {0, 0, -1}), 8).size(), 1u) << "seed " << seed;
+            }
         }
-    }
-}
-
-TEST(Adaptive, RemembersTheOccluder) {
-    for (const KernelFamily family : {fast_kernels, reference_kernels}) {
-        KernelBench bench(family);
-        GeometryRay ray = make_ray({0.3, 0.4, 1.0}, {0, 0, -1});
-        EXPECT_EQ(bench.trace(make_flat_patch(), ray).occluder.primitive, no_primitive);
-        ray.mode = GeometryRayMode::any;
-        EXPECT_EQ(bench.trace(make_flat_patch(), ray).occluder.primitive, 0u);
-    }
 }
 
 // The tolerance follows the distance from the coordinates' origin: a patch far out is still hit, and where it is.

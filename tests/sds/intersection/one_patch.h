@@ -43,10 +43,9 @@ inline PatchControls make_flat_patch() {
 inline PatchControls make_random_patch(unsigned int seed, float size = 0.3f) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<float> offset(-size, size);
-    return make_patch([&](unsigned int column, unsigned int row) {
-        return Vec3f(static_cast<float>(column) / 3.0f + offset(random),
-                     static_cast<float>(row) / 3.0f + offset(random), offset(random));
-    });
+    PatchControls patch = make_flat_patch();
+    for (Vec3f& p : patch) p += {offset(random), offset(random), offset(random)};
+    return patch;
 }
 
 // Extruded along y from a curve that turns back twice: x = u-cubic 0, 3, -2, 1, z = u, y = v. A line along z at
@@ -56,27 +55,6 @@ inline PatchControls make_folded_patch() {
         constexpr float x[4] = {0.0f, 3.0f, -2.0f, 1.0f};
         return Vec3f(x[column], static_cast<float>(row) / 3.0f, static_cast<float>(column) / 3.0f);
     });
-}
-
-// The places u where that line crosses, by bisection.
-inline std::vector<double> find_fold_places(double x) {
-    const auto curve = [](double u) {
-        const double s = 1.0 - u;
-        return 9.0 * u * s * s - 6.0 * u * u * s + u * u * u;
-    };
-    std::vector<double> places;
-    for (int i = 0; i < 1000; ++i) {
-        double low = i / 1000.0;
-        double high = (i + 1) / 1000.0;
-        if ((curve(low) < x) == (curve(high) < x)) continue;
-        const bool rises = curve(low) < x;
-        for (int k = 0; k < 60; ++k) {
-            const double middle = 0.5 * (low + high);
-            ((curve(middle) < x) == rises ? low : high) = middle;
-        }
-        places.push_back(low);
-    }
-    return places;
 }
 
 inline GeometryRay make_ray(const Vec3d& origin, const Vec3d& direction) {
@@ -103,10 +81,8 @@ public:
         }
         data.map = capacity != 0 ? map.get() : nullptr;
         GeometryRaytraceCtx context(rays.data(), ray_count, data);
-        context.set_start_node(7);
         context.set_reference_point(reference_point);
         run(eval, controls, context);
-        start_node = context.get_start_node();
     }
     GeometryRay trace(const PatchControls& controls, const GeometryRay& ray) {
         std::vector<GeometryRay> rays{ray};
@@ -130,7 +106,6 @@ public:
 
     GeometryRaytraceData data;
     Vec3d reference_point{0.5, 0.5, 0.0};
-    unsigned int start_node = 0;
     std::unique_ptr<GeometryIntersectionMap> map;
     CtxShader shader;
     CtxThread thread;
@@ -150,25 +125,6 @@ inline HitAgreement compare_patch(const PatchControls& controls, KernelFamily fa
     return compare_hits(
         oracle, [&](GeometryRay& ray, unsigned int worker) { ray = benches[worker]->trace(controls, ray); }, ray_count,
         tolerance);
-}
-
-// What the kernels promise alike, at one level or on the limit surface.
-struct KernelChoice {
-    KernelFamily family;
-    unsigned int count;
-
-    friend void PrintTo(const KernelChoice& choice, std::ostream* out) {
-        *out << (choice.family == fast_kernels ? "fast" : "reference") << " kernels, ";
-        if (choice.count == RayOracle::limit_surface)
-            *out << "limit surface";
-        else
-            *out << choice.count << " levels";
-    }
-};
-
-inline std::string name_of_choice(const ::testing::TestParamInfo<KernelChoice>& info) {
-    return std::string(info.param.family == fast_kernels ? "Fast" : "Reference") +
-           (info.param.count == RayOracle::limit_surface ? "Limit" : "Level" + std::to_string(info.param.count));
 }
 
 }  // namespace sds_test

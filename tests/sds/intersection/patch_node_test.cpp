@@ -30,17 +30,9 @@ Vec3d expected_point(const RayOracle& oracle, const PatchNode& node, double a, d
 }
 
 Vec3d evaluate(const PatchNode& node, double a, double b) {
-    const auto weights = [](double t, double* w) {
-        const double s = 1.0 - t;
-        w[0] = s * s * s, w[1] = 3 * t * s * s, w[2] = 3 * t * t * s, w[3] = t * t * t;
-    };
-    double wa[4], wb[4];
-    weights(a, wa);
-    weights(b, wb);
-    Vec3d sum{0, 0, 0};
-    for (unsigned int r = 0; r < 4; ++r)
-        for (unsigned int c = 0; c < 4; ++c) sum += Vec3d(node.get_point(4 * r + c)) * (wb[r] * wa[c]);
-    return sum;
+    PatchControls controls;
+    for (unsigned int place = 0; place < 16; ++place) controls[sds::grid_order[place]] = node.get_point(place);
+    return RayOracle({controls}, RayOracle::limit_surface).limit_point(0, a, b);
 }
 
 // Descends at random by both kinds of split, checking every node on the way.
@@ -180,32 +172,21 @@ TEST(NodePool, GivesOutEveryNodeOnceAndRefusesTheRest) {
     EXPECT_EQ(pool->get_overflow_count(), 0u);
 }
 
-TEST(AdaptiveSplit, HalvesTheLongerSideAndColumnsOnATie) {
+TEST(AdaptiveSplit, HalvesTheLongerSideAndEndsWhereASplitNoLongerShrinks) {
     auto pool = std::make_unique<sds::NodePool>();
-    const auto split_direction = [&](float width, float height) {
-        const PatchControls patch = make_patch([&](unsigned int column, unsigned int row) {
-            return Vec3f(static_cast<float>(column) * width, static_cast<float>(row) * height, 0.0f);
-        });
+    // Columns on a tie; a transposing split halves u and turns the grid.
+    for (const auto& [width, height, direction] : {std::tuple(2.0f, 1.0f, 1), {1.0f, 2.0f, 0}, {1.0f, 1.0f, 0}}) {
+        PatchControls patch = make_flat_patch();
+        for (Vec3f& p : patch) p = {p[0] * width, p[1] * height, 0.0f};
         PatchNode& root = (*pool)[pool->begin()];
         sds::set_root(root, patch.data());
-        EXPECT_TRUE(sds::AdaptiveSplit{3e-6f}(*pool, root));
-        // A transposing split halves u and turns the grid.
-        return (*pool)[root.children[0]].direction == 1 ? 'u' : 'v';
-    };
-    EXPECT_EQ(split_direction(2, 1), 'u');
-    EXPECT_EQ(split_direction(1, 2), 'v');
-    EXPECT_EQ(split_direction(1, 1), 'v');
-}
-
-TEST(AdaptiveSplit, EndsWhereASplitNoLongerShrinks) {
-    auto pool = std::make_unique<sds::NodePool>();
-    PatchNode& root = (*pool)[pool->begin()];
-    sds::set_root(root, make_flat_patch().data());
-    EXPECT_TRUE(sds::AdaptiveSplit{3e-6f}(*pool, root)) << "the root has no parent to have shrunk from";
-    PatchNode& child = (*pool)[root.children[0]];
-    EXPECT_EQ(child.parent_size, 2.0f);
-    EXPECT_FALSE(sds::AdaptiveSplit{0.5f}(*pool, child)) << "shrunk by the tolerance exactly";
-    EXPECT_TRUE(sds::AdaptiveSplit{0.4999f}(*pool, child));
+        EXPECT_TRUE(sds::AdaptiveSplit{3e-6f}(*pool, root)) << "the root has no parent to have shrunk from";
+        EXPECT_EQ((*pool)[root.children[0]].direction, direction);
+        if (width != height) continue;
+        PatchNode& child = (*pool)[root.children[0]];
+        EXPECT_FALSE(sds::AdaptiveSplit{0.5f}(*pool, child)) << "shrunk by the tolerance exactly";
+        EXPECT_TRUE(sds::AdaptiveSplit{0.4999f}(*pool, child));
+    }
 }
 
 }  // namespace

@@ -60,17 +60,12 @@ TEST(SlabTest, NeverLosesARayThatTouchesTheBox) {
             if (axis == 0 || out <= exit) exit = out;
         }
         const double scale = 1.0 / 4096.0;
-        const sds::RayState state = [&] {
-            sds::RayState s;
-            for (unsigned int axis = 0; axis < 3; ++axis) {
-                s.origin[axis] = static_cast<float>(o[axis] * scale);
-                s.direction[axis] = static_cast<float>(d[axis] * scale);
-                s.inverse_direction[axis] = 1.0f / s.direction[axis];
-            }
-            return s;
-        }();
+        sds::RayState state;
         sds::PatchBox box;
         for (unsigned int axis = 0; axis < 3; ++axis) {
+            state.origin[axis] = static_cast<float>(o[axis] * scale);
+            state.direction[axis] = static_cast<float>(d[axis] * scale);
+            state.inverse_direction[axis] = 1.0f / state.direction[axis];
             box.min[axis] = static_cast<float>(low[axis] * scale);
             box.max[axis] = static_cast<float>(high[axis] * scale);
         }
@@ -90,16 +85,11 @@ TEST(SlabTest, NeverLosesARayThatTouchesTheBox) {
 TEST(SlabTest, KeepsToTheRaysRange) {
     const sds::PatchBox box{{-1, -1, 4}, {1, 1, 6}};
     const sds::RayState state = make_state({0, 0, 0}, {0, 0, 1});
-    const auto test = [&](float near, float far) {
-        float entry = near;
-        return sds::slab_test(state, box, far, entry);
-    };
-    EXPECT_TRUE(test(0.0f, 10.0f));
+    const auto test = [&](float near, float far) { return sds::slab_test(state, box, far, near); };
     EXPECT_TRUE(test(5.0f, 5.5f));
     EXPECT_TRUE(test(0.0f, 4.0f)) << "touching";
     EXPECT_FALSE(test(0.0f, 3.99f));
     EXPECT_FALSE(test(6.01f, 10.0f));
-    EXPECT_FALSE(test(std::numeric_limits<float>::quiet_NaN(), 10.0f) && test(0.0f, -1.0f));
     float entry = 0.0f;
     EXPECT_TRUE(sds::slab_test(state, box, 10.0f, entry));
     EXPECT_FLOAT_EQ(entry, 4.0f);

@@ -3,67 +3,59 @@
 #include <cmath>
 #include <memory>
 
-#include "../build_options.h"
+#include "../surface_checks.h"
 #include "qn_ctx/ctx_eval.h"
 #include "sds/intersection/bezier_intersection.h"
+#include "support/surface_errors.h"
 
 namespace {
 
-using sds_test::BuiltSurface;
-using sds_test::Vec3d;
-using sds_test::Vec3f;
-using sds_test::ZooMesh;
+using namespace sds_test;
 
 const CtxShader shader;
 
 TEST(SdsMesh, LevelsAndScales) {
-    const ZooMesh &quads = sds_test::zoo_mesh("cube"), &step = sds_test::zoo_mesh("tetrahedron");
+    const ZooMesh &quads = zoo_mesh("cube"), &step = zoo_mesh("tetrahedron");
     const struct {
         const ZooMesh& cage;
         unsigned int level;
         float scale;
-    } cases[] = {{quads, 0, 1.0f}, {quads, 1, 2.0f},  {quads, 2, 4.0f},         {step, 1, 1.0f},
-                 {step, 3, 4.0f},  {quads, 5, 32.0f}, {step, 0, -2147483648.0f}};
+    } cases[] = {{quads, 0, 1.0f}, {quads, 1, 2.0f}, {quads, 5, 32.0f},
+                 {step, 1, 1.0f},  {step, 3, 4.0f},  {step, 0, -2147483648.0f}};
     for (const auto& c : cases) {
-        const BuiltSurface surface(c.cage, sds_test::with_level(c.level));
+        const BuiltSurface surface(c.cage, {.level = c.level});
         EXPECT_EQ(surface.mesh.get_level_scale(), c.scale);
         EXPECT_EQ(surface.mesh.get_level_scale_inv(), 1.0f / c.scale);
     }
-    const SdsMesh empty;
-    EXPECT_EQ(empty.get_level_scale(), 0.0f);
-    EXPECT_EQ(empty.get_base(), nullptr);
+    EXPECT_EQ(SdsMesh().get_level_scale(), 0.0f);
 }
 
 TEST(SdsMesh, AnswersThroughItsParts) {
-    const ZooMesh& cage = sds_test::zoo_mesh("prism5_crease_loop");
-    const BuiltSurface surface(cage, sds_test::with_motion(cage.positions));
+    const ZooMesh& cage = zoo_mesh("prism5_crease_loop");
+    const BuiltSurface surface(cage, {.motion_vectors = cage.positions});
     const SdsMesh& mesh = surface.mesh;
-    EXPECT_EQ(mesh.get_primitive_count(), surface.base.get_quad_indices().get_count() / 4);
+    EXPECT_EQ(mesh.get_primitive_count(), surface.quad_count());
     EXPECT_EQ(mesh.get_primitive_edge_count(12345), 4u);
     EXPECT_EQ(mesh.get_vertex_count(), surface.geometry.get_vertices().get_count());
     EXPECT_TRUE(mesh.is_animated());
-    EXPECT_EQ(mesh.get_memory_size(), sizeof(SdsMesh));
     CoreArray<unsigned int> indices(3, 9u);
     mesh.get_primitive_indices(indices);
-    ASSERT_EQ(indices.get_count(), surface.base.get_quad_indices().get_count());
+    ASSERT_EQ(indices.get_count(), 4 * surface.quad_count());
     EXPECT_NE(indices.get_data(), surface.base.get_quad_indices().get_data());
     EXPECT_EQ(mesh.get_bbox().get_max(), Vec3d(surface.geometry.get_bbox().get_max()));
-    for (unsigned int q = 0; q < mesh.get_primitive_count(); ++q)
-        for (unsigned int k = 0; k < 4; ++k) {
-            EXPECT_EQ(mesh.is_primitive_edge_visible(q, k), k == 0 || k == 3);
-            EXPECT_EQ(mesh.is_primitive_edge_crease(q, k), surface.base.is_edge_crease(4 * q + k));
-        }
+    for (unsigned int e = 0; e < indices.get_count(); ++e) {
+        EXPECT_EQ(mesh.is_primitive_edge_visible(e / 4, e % 4), e % 4 == 0 || e % 4 == 3);
+        EXPECT_EQ(mesh.is_primitive_edge_crease(e / 4, e % 4), surface.base.is_edge_crease(e));
+    }
 }
 
 TEST(SdsMesh, CopiesShareTheSurfaceAndAreFreshResources) {
-    BuiltSurface surface(sds_test::zoo_mesh("cube"), sds_test::with_level(2));
+    BuiltSurface surface(zoo_mesh("cube"), {.level = 2});
     surface.mesh.set_name("original");
     surface.mesh.set_hash_key(42);
     std::unique_ptr<GeometryObject> copy(surface.mesh.get_copy());
-    ASSERT_NE(copy, nullptr);
-    const auto& other = dynamic_cast<const SdsMesh&>(*copy);
-    EXPECT_EQ(other.get_geometry(), surface.mesh.get_geometry());
-    EXPECT_EQ(other.get_level_scale(), 4.0f);
+    EXPECT_EQ(dynamic_cast<const SdsMesh&>(*copy).get_geometry(), surface.mesh.get_geometry());
+    EXPECT_EQ(dynamic_cast<const SdsMesh&>(*copy).get_level_scale(), 4.0f);
     EXPECT_EQ(copy->get_name(), CoreString());
     EXPECT_EQ(copy->get_hash_key(), 0u);
     copy.reset();
@@ -76,16 +68,15 @@ TEST(SdsMesh, CopiesShareTheSurfaceAndAreFreshResources) {
 }
 
 TEST(SdsMesh, ClassDestructorTakesNullObjectsAndArrays) {
-    EXPECT_TRUE(SdsMesh::___class_destructor__(nullptr, false));
-    EXPECT_TRUE(SdsMesh::___class_destructor__(nullptr, true));
-    EXPECT_TRUE(SdsMesh::___class_destructor__(new SdsMesh, false));
-    EXPECT_TRUE(SdsMesh::___class_destructor__(new SdsMesh[3], true));
-    EXPECT_TRUE(SdsMesh::___class_destructor__(new SdsMesh[0], true));
+    for (SdsMesh* objects : {static_cast<SdsMesh*>(nullptr), new SdsMesh[3], new SdsMesh[0]})
+        EXPECT_TRUE(SdsMesh::___class_destructor__(objects, true));
+    for (SdsMesh* object : {static_cast<SdsMesh*>(nullptr), new SdsMesh})
+        EXPECT_TRUE(SdsMesh::___class_destructor__(object, false));
     EXPECT_EQ(SdsMesh::class_info().create(), nullptr);
 }
 
 TEST(SdsMeshFrustum, ModesTwoAndThreeMarkTheFourVertices) {
-    const BuiltSurface surface(sds_test::zoo_mesh("tetrahedron"));
+    const BuiltSurface surface(zoo_mesh("tetrahedron"));
     CtxThread thread;
     const CtxEval ctx(shader, &thread);
     const GeometryFrustum everything;
@@ -109,7 +100,7 @@ TEST(SdsMeshFrustum, LevelsCountTheStepThatTheBaseTook) {
     for (const char* name : {"cube", "tetrahedron"})
         for (const unsigned int level : {0u, 1u, 2u, 4u}) {
             SCOPED_TRACE(testing::Message() << name << " level " << level);
-            const BuiltSurface surface(sds_test::zoo_mesh(name), sds_test::with_level(level));
+            const BuiltSurface surface(zoo_mesh(name), {.level = level});
             const unsigned int taken = surface.base.get_base_tessellation_level() ? 1 : 0;
             CtxThread thread;
             const CtxEval ctx(shader, &thread);
@@ -131,12 +122,11 @@ TEST(SdsMeshFrustum, LevelsCountTheStepThatTheBaseTook) {
 }
 
 TEST(SdsMeshSample, LevelZeroAndForeignPrimitivesGoToTheLimit) {
-    const BuiltSurface adaptive(sds_test::zoo_mesh("cube")), cells(sds_test::zoo_mesh("cube"), sds_test::with_level(2));
+    const BuiltSurface adaptive(zoo_mesh("cube")), cells(zoo_mesh("cube"), {.level = 2});
     const CtxEval ctx(shader);
-    GeometrySample a, b;
-    adaptive.mesh.compute_fragment_sample(ctx, {2, 0.3, 0.8, 0, 0}, a);
-    adaptive.geometry.compute_fragment_sample(ctx, {2, 0.3, 0.8, 0, 0}, b);
-    EXPECT_EQ(a.get_geometric_position(), b.get_geometric_position());
+    GeometrySample sample;
+    adaptive.mesh.compute_fragment_sample(ctx, {2, 0.3, 0.8, 0, 0}, sample);
+    EXPECT_EQ(sample.get_geometric_position(), sample_at(adaptive.geometry, 2, 0.3, 0.8).get_geometric_position());
     GeometrySample untouched;
     untouched.init_surface({9, 9, 9}, {1, 0, 0}, {0, 1, 0}, {0, 0, 0}, {0, 0, 0}, {0, 0, 0});
     cells.mesh.compute_fragment_sample(ctx, {6, 0.3, 0.8, 0, 0}, untouched);
@@ -146,13 +136,11 @@ TEST(SdsMeshSample, LevelZeroAndForeignPrimitivesGoToTheLimit) {
 // At a fixed level the sample lies on the flat triangle between three limit points of the cell.
 TEST(SdsMeshSample, CellSamplesAreFlatBetweenLimitPoints) {
     for (const char* name : {"cube", "tetrahedron", "torus"}) {
-        const BuiltSurface surface(sds_test::zoo_mesh(name), sds_test::with_level(2));
+        const BuiltSurface surface(zoo_mesh(name), {.level = 2});
         const CtxEval ctx(shader);
         const double s = static_cast<double>(surface.mesh.get_level_scale());
         const auto limit = [&](unsigned int q, double u, double v) {
-            GeometrySample sample;
-            surface.geometry.compute_fragment_sample(ctx, {q, u, v, 0, 0}, sample);
-            return sample;
+            return sample_at(surface.geometry, q, u, v).get_geometric_position();
         };
         for (unsigned int q = 0; q < surface.quad_count(); q += 3)
             for (const double u : {0.0, 0.1, 0.25, 0.6, 0.99, 1.0})
@@ -163,27 +151,24 @@ TEST(SdsMeshSample, CellSamplesAreFlatBetweenLimitPoints) {
                     const double u0 = std::min(std::floor(u * s), s - 1) / s,
                                  v0 = std::min(std::floor(v * s), s - 1) / s;
                     const double x = (u - u0) * s, y = (v - v0) * s, h = 1 / s;
-                    const Vec3d c0 = limit(q, u0, v0).get_geometric_position(),
-                                c2 = limit(q, u0 + h, v0 + h).get_geometric_position();
-                    const Vec3d side = x >= y ? limit(q, u0 + h, v0).get_geometric_position()
-                                              : limit(q, u0, v0 + h).get_geometric_position();
+                    const Vec3d c0 = limit(q, u0, v0), c2 = limit(q, u0 + h, v0 + h);
+                    const Vec3d side = x >= y ? limit(q, u0 + h, v0) : limit(q, u0, v0 + h);
                     const Vec3d du = x >= y ? side - c0 : c2 - side, dv = x >= y ? c2 - side : side - c0;
                     const Vec3d n = du.cross(dv) * (1.0 / du.cross(dv).length());
                     const Vec3d p = c0 + du * x + dv * y;
-                    for (unsigned int i = 0; i < 3; ++i) {
-                        EXPECT_NEAR(sample.get_geometric_position()[i], p[i], 2e-6);
-                        EXPECT_NEAR(sample.get_geometric_dpdu()[i], du[i] * s, 2e-5);
-                        EXPECT_NEAR(sample.get_geometric_dpdv()[i], dv[i] * s, 2e-5);
-                        EXPECT_NEAR(sample.get_geometric_normal()[i], n[i], 1e-4);
-                        EXPECT_NEAR(sample.get_smoothing_normal()[i], limit(q, u, v).get_smoothing_normal()[i], 1e-9);
-                    }
+                    expect_near(sample.get_geometric_position(), p, 2e-6);
+                    expect_near(sample.get_geometric_dpdu(), du * s, 2e-5);
+                    expect_near(sample.get_geometric_dpdv(), dv * s, 2e-5);
+                    expect_near(sample.get_geometric_normal(), n, 1e-4);
+                    expect_near(sample.get_smoothing_normal(),
+                                sample_at(surface.geometry, q, u, v).get_smoothing_normal(), 1e-9);
                 }
     }
 }
 
 // Texture stays with the flat cell that a fragment lies on.
 TEST(SdsMeshSample, TextureIsThatOfTheCellsCorner) {
-    const BuiltSurface surface(sds_test::zoo_mesh("sheet_uv_islands"), sds_test::with_level(2));
+    const BuiltSurface surface(zoo_mesh("sheet_uv_islands"), {.level = 2});
     const CtxEval ctx(shader);
     const auto uvw_at = [&](const auto& source, double u, double v) {
         Vec3d uvw, du, dv;

@@ -5,14 +5,12 @@
 
 namespace {
 
-using sds_test::BuiltSurface;
-using sds_test::ZooMesh;
-using testing::Each;
+using namespace sds_test;
 
 constexpr unsigned int none = 0xFFFFFFFF;
 
 TEST(PatchTopology, NeighboursWeightsAndSharpEdgesOnTheZoo) {
-    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
+    for (const ZooMesh& cage : mesh_zoo()) {
         SCOPED_TRACE(cage.name);
         const BuiltSurface surface(cage);
         const SdsMeshBase& base = surface.base;
@@ -44,28 +42,6 @@ TEST(PatchTopology, NeighboursWeightsAndSharpEdgesOnTheZoo) {
     }
 }
 
-TEST(PatchTopology, WeightsOfCornersByTheirFans) {
-    const BuiltSurface torus(sds_test::zoo_mesh("torus"));
-    const SdsMeshBase::BezierPatch& regular = torus.geometry.get_bezier_patches()[7];
-    EXPECT_THAT(regular.edge_weights, Each(8.0f));
-    EXPECT_THAT(regular.corner_weights, Each(4.0f));
-    EXPECT_EQ(torus.geometry.get_tangent_infos()[7].irregular, 0u);
-    EXPECT_TRUE(torus.geometry.get_bezier_tangents_array().is_empty());
-
-    const BuiltSurface lone(sds_test::zoo_mesh("lone_quad"));
-    const SdsMeshBase::BezierPatch& open = lone.geometry.get_bezier_patches()[0];
-    EXPECT_THAT(open.edge_weights, Each(4.0f));
-    EXPECT_THAT(open.corner_weights, Each(4.0f));
-    EXPECT_THAT(open.neighbour_vertices, Each(none));
-    EXPECT_EQ(open.sharp_edges, 0xFu);
-    EXPECT_EQ(lone.geometry.get_tangent_infos()[0].irregular & 0xFFu, 0xFFu);
-    EXPECT_EQ(lone.geometry.get_bezier_tangents_array().get_count(), 16u);
-
-    const BuiltSurface cube(sds_test::zoo_mesh("cube"));
-    EXPECT_THAT(cube.geometry.get_bezier_patches()[0].edge_weights, Each(6.0f));
-    EXPECT_THAT(cube.geometry.get_bezier_patches()[0].corner_weights, Each(3.0f));
-}
-
 TEST(PatchTopology, OpenFansOfThreeAndMoreWeighTheirDoubleValence) {
     SdsMeshBase::VertexLocalTopology fans[4] = {{false, 0, 0, 1}, {false, 0, 0, 3}, {true, 2, 2, 7}, {false, 0, 0, 2}};
     SdsMeshBase::EdgesTopology edges;
@@ -79,41 +55,30 @@ TEST(PatchTopology, OpenFansOfThreeAndMoreWeighTheirDoubleValence) {
     EXPECT_THAT(patch.corner_weights, testing::ElementsAre(4.0f, 6.0f, 7.0f, 4.0f));
 }
 
-class TangentInfos : public testing::Test {
-protected:
-    static constexpr SdsMeshBase::VertexLocalTopology regular{true, 0, 0, 4};
-    SdsMeshBase::PatchTangentInfo m_infos[2] = {{77, 0xABCDEF42u}, {88, 0x100u}};
-};
-
-TEST_F(TangentInfos, IrregularCornerMarksItsTwoEdges) {
+TEST(TangentInfos, IrregularCornerMarksItsTwoEdgesAndLinearHasNone) {
+    SdsMeshBase::PatchTangentInfo infos[2] = {{77, 0xABCDEF42u}, {88, 0x100u}};
+    SdsMeshBase::VertexLocalTopology fans[8];
     for (unsigned int k = 0; k < 4; ++k) {
-        SdsMeshBase::VertexLocalTopology fans[8];
-        std::fill(fans, fans + 8, regular);
+        std::fill(fans, fans + 8, SdsMeshBase::VertexLocalTopology{true, 0, 0, 4});
         fans[k] = {true, k, k, 3};
         fans[4 + k] = {false, 0, 0, 4};
-        EXPECT_EQ(SdsMeshBase::compute_tangent_infos(2, fans, m_infos, false, nullptr), 12u);
+        EXPECT_EQ(SdsMeshBase::compute_tangent_infos(2, fans, infos, false, nullptr), 12u);
         const unsigned int bits = 1u << k | 1u << (4 + k) | 1u << (4 + (k + 3) % 4);
-        EXPECT_EQ(m_infos[0].irregular, 0xABCDEF00u | bits);
-        EXPECT_EQ(m_infos[1].irregular, 0x100u | bits);
-        EXPECT_EQ(m_infos[0].tangent_offset, 0u);
-        EXPECT_EQ(m_infos[1].tangent_offset, 6u);
+        EXPECT_EQ(infos[0].irregular, 0xABCDEF00u | bits);
+        EXPECT_EQ(infos[1].irregular, 0x100u | bits);
+        EXPECT_EQ(infos[0].tangent_offset, 0u);
+        EXPECT_EQ(infos[1].tangent_offset, 6u);
     }
-}
-
-TEST_F(TangentInfos, LinearHasNone) {
-    SdsMeshBase::VertexLocalTopology fans[8];
-    std::fill(fans, fans + 8, SdsMeshBase::VertexLocalTopology{false, 0, 0, 1});
-    sds_test::RecordingProgress progress;
-    EXPECT_EQ(SdsMeshBase::compute_tangent_infos(2, fans, m_infos, true, &progress), 0u);
-    EXPECT_EQ(m_infos[0].irregular, 0xABCDEF00u);
-    EXPECT_EQ(m_infos[0].tangent_offset, 0u);
-    EXPECT_EQ(m_infos[1].tangent_offset, 0u);
+    RecordingProgress progress;
+    EXPECT_EQ(SdsMeshBase::compute_tangent_infos(2, fans, infos, true, &progress), 0u);
+    EXPECT_EQ(infos[0].irregular, 0xABCDEF00u);
+    EXPECT_EQ(infos[1].tangent_offset, 0u);
     EXPECT_EQ(progress.tasks[0].step_count, 2u);
     EXPECT_EQ(progress.tasks[0].steps, 2u);
 }
 
-TEST_F(TangentInfos, OffsetsFollowOneAnotherOnTheZoo) {
-    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
+TEST(TangentInfos, OffsetsFollowOneAnotherOnTheZoo) {
+    for (const ZooMesh& cage : mesh_zoo()) {
         SCOPED_TRACE(cage.name);
         const BuiltSurface surface(cage);
         unsigned int offset = 0;

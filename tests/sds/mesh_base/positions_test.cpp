@@ -1,39 +1,20 @@
 #include <gmock/gmock.h>
 
-#include <cmath>
 #include <random>
 
-#include "../build_options.h"
+#include "../surface_checks.h"
 #include "support/recorders.h"
 
 namespace {
 
-using sds_test::BuiltSurface;
-using sds_test::to_core_array;
-using sds_test::Vec3f;
-using sds_test::ZooMesh;
+using namespace sds_test;
 using Mode = SdsMeshGeometry::InterpolationMode;
 
 constexpr Mode all_modes[] = {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed, Mode::borders_fixed};
 
-void expect_near(const Vec3f& a, const Vec3f& b, float tolerance) {
-    for (unsigned int i = 0; i < 3; ++i) EXPECT_NEAR(a[i], b[i], tolerance) << "axis " << i;
-}
-
-TEST(SubdivisionPositions, LoneTriangle) {
-    const BuiltSurface surface(sds_test::zoo_mesh("lone_triangle"), sds_test::with_mode(Mode::all_smoothed));
-    const CoreArray<Vec3f>& p = surface.geometry.get_vertices();
-    const float third = 1.0f / 3.0f;
-    EXPECT_EQ(p[6], Vec3f(third, third, 0));
-    EXPECT_EQ(p[3], Vec3f(0.5f, 0, 0));
-    EXPECT_EQ(p[4], Vec3f(0.5f, 0.5f, 0));
-    EXPECT_EQ(p[0], Vec3f(0.125f, 0.125f, 0));  // (2 (0,0) + (.5,0) + (0,.5)) / 4
-    EXPECT_EQ(p[1], Vec3f(0.75f, 0.125f, 0));
-}
-
 // Affine maps and constants pass through every rule, since the weights of each add up to 1.
 TEST(SubdivisionPositions, AffineInvariantOnTheZoo) {
-    for (const ZooMesh& cage : sds_test::mesh_zoo())
+    for (const ZooMesh& cage : mesh_zoo())
         for (const Mode mode : all_modes) {
             SCOPED_TRACE(cage.name + " mode " + std::to_string(static_cast<unsigned int>(mode)));
             const auto map = [](const Vec3f& p) {
@@ -41,7 +22,7 @@ TEST(SubdivisionPositions, AffineInvariantOnTheZoo) {
             };
             ZooMesh moved = cage;
             for (Vec3f& p : moved.positions) p = map(p);
-            const BuiltSurface a(cage, sds_test::with_mode(mode)), b(moved, sds_test::with_mode(mode));
+            const BuiltSurface a(cage, {.mode = mode}), b(moved, {.mode = mode});
             std::vector<bool> used(a.geometry.get_vertices().get_count(), false);
             for (const unsigned int v : a.base.get_quad_indices()) used[v] = true;
             for (unsigned int v = 0; v < used.size(); ++v) {
@@ -54,57 +35,8 @@ TEST(SubdivisionPositions, AffineInvariantOnTheZoo) {
         }
 }
 
-// A vertex on two sharp edges follows them alone: (6 P + A + B) / 8 with their far ends A and B.
-TEST(SubdivisionPositions, CreaseVerticesFollowTheirTwoSharpEdges) {
-    unsigned int seen = 0;
-    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
-        if (cage.is_all_quads() || cage.is_in(sds_test::opposite_winding)) continue;
-        SCOPED_TRACE(cage.name);
-        const BuiltSurface surface(cage, sds_test::with_mode(Mode::all_smoothed));
-        const sds_test::CageAdjacency adjacency(cage);
-        std::vector<std::vector<unsigned int>> ends(cage.positions.size());
-        for (unsigned int c = 0; c < cage.indices.size(); ++c) {
-            if (!adjacency.is_sharp(c) || (adjacency.opposite(c) < c)) continue;
-            ends[adjacency.start[c]].push_back(adjacency.end[c]);
-            ends[adjacency.end[c]].push_back(adjacency.start[c]);
-        }
-        for (unsigned int v = 0; v < ends.size(); ++v) {
-            if (ends[v].size() != 2) continue;
-            ++seen;
-            SCOPED_TRACE(v);
-            expect_near(surface.geometry.get_vertices()[v],
-                        (cage.positions[v] * 6.0f + cage.positions[ends[v][0]] + cage.positions[ends[v][1]]) * 0.125f,
-                        1e-6f);
-        }
-    }
-    EXPECT_GT(seen, 5u);
-}
-
-TEST(SubdivisionPositions, LinearStepIsBilinear) {
-    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
-        if (cage.is_all_quads()) continue;
-        SCOPED_TRACE(cage.name);
-        const BuiltSurface surface(cage, sds_test::with_mode(Mode::all_fixed));
-        const CoreArray<Vec3f>& p = surface.geometry.get_vertices();
-        const std::vector<unsigned int> offsets = cage.polygon_offsets();
-        for (unsigned int i = 0; i < cage.counts.size(); ++i) {
-            Vec3f mean(0, 0, 0);
-            for (unsigned int c = offsets[i]; c < offsets[i + 1]; ++c) {
-                const Vec3f& a = cage.positions[cage.indices[c]];
-                const Vec3f& b = cage.positions[cage.indices[c + 1 == offsets[i + 1] ? offsets[i] : c + 1]];
-                const unsigned int* quad = surface.base.get_quad_indices(c);
-                EXPECT_EQ(p[quad[0]], a);
-                EXPECT_EQ(p[quad[1]], (a + b) * 0.5f);
-                mean += a;
-            }
-            expect_near(p[surface.base.get_subdivision()->first_face_point + i],
-                        mean * (1.0f / static_cast<float>(cage.counts[i])), 1e-6f);
-        }
-    }
-}
-
 TEST(SubdivisionPositions, SecondArrayFollowsTheSameWeightsToTheBit) {
-    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
+    for (const ZooMesh& cage : mesh_zoo()) {
         if (cage.is_all_quads()) continue;
         SCOPED_TRACE(cage.name);
         const BuiltSurface surface(cage);
@@ -132,12 +64,8 @@ TEST(SubdivisionPositions, SecondArrayFollowsTheSameWeightsToTheBit) {
 
 TEST(SubdivisionPositions, VoidPolygonsLeaveTheirFacePointsAlone) {
     constexpr unsigned int none = 0xFFFFFFFF;
-    const CoreArray<unsigned int> indices = to_core_array(std::vector<unsigned int>{0, 1, 2, none, none, none});
-    const CoreArray<unsigned int> counts(2, 3u);
     SdsMeshBase base;
-    CoreArray<CoreString> names;
-    names.add("body");
-    base.set(3, indices, counts, CoreArray<unsigned int>(2, 0u), names, nullptr);
+    set_base(base, make_cage({3, 3}, {0, 1, 2, none, none, none}, 3));
     CoreArray<SdsMeshBase::VertexInfo> infos = base.get_vertex_infos();
     const SdsMeshBase::TopologyContext context{&base.get_quad_indices(), &infos, nullptr, nullptr, &base.get_edges(),
                                                base.get_subdivision()};
@@ -156,28 +84,20 @@ TEST(SubdivisionPositions, ReportsFacesThenEdgesThenVertices) {
         void set_step_count(const unsigned int& n) override { count = n; }
         void step(const unsigned int& n) override { done.push_back(n); }
     } steps;
-    const BuiltSurface surface(sds_test::zoo_mesh("lone_triangle"));
+    const BuiltSurface surface(zoo_mesh("lone_triangle"));
     CoreArray<Vec3f> out(7, {0, 0, 0});
-    SdsMeshBase::compute_subdivision_positions(to_core_array(sds_test::zoo_mesh("lone_triangle").positions),
-                                               surface.context(), out.get_data(), false, &steps);
+    SdsMeshBase::compute_subdivision_positions(to_core_array(zoo_mesh("lone_triangle").positions), surface.context(),
+                                               out.get_data(), false, &steps);
     EXPECT_EQ(steps.count, 7u);
     EXPECT_THAT(steps.done, testing::ElementsAre(7, 4, 5, 6, 1, 2, 3));
-}
-
-TEST(LimitCorners, LoneQuadCornerIsACubicBSplineEnd) {
-    const BuiltSurface surface(sds_test::zoo_mesh("lone_quad"), sds_test::with_mode(Mode::all_smoothed));
-    const CoreArray<Vec3f>& p = surface.geometry.get_vertices();
-    for (unsigned int k = 0; k < 4; ++k)
-        expect_near(surface.geometry.get_bezier_corners()[k],
-                    (p[k] * 4.0f + p[(k + 1) % 4] + p[(k + 3) % 4]) * (1.0f / 6.0f), 1e-7f);
 }
 
 TEST(LimitCorners, KeptAndThreeSharpEdgedVerticesStay) {
     for (const Mode mode : all_modes) {
         if (mode == Mode::all_fixed) continue;
-        for (const ZooMesh& cage : sds_test::mesh_zoo()) {
+        for (const ZooMesh& cage : mesh_zoo()) {
             SCOPED_TRACE(cage.name);
-            const BuiltSurface surface(cage, sds_test::with_mode(mode));
+            const BuiltSurface surface(cage, {.mode = mode});
             const auto& infos = surface.geometry.get_vertex_infos();
             std::vector<bool> used(infos.get_count(), false);
             for (const unsigned int v : surface.base.get_quad_indices()) used[v] = true;
@@ -193,7 +113,7 @@ TEST(LimitCorners, KeptAndThreeSharpEdgedVerticesStay) {
 }
 
 TEST(LimitCorners, SecondKeepBitIsHonoured) {
-    const BuiltSurface surface(sds_test::zoo_mesh("cube"));
+    const BuiltSurface surface(zoo_mesh("cube"));
     CoreArray<SdsMeshBase::VertexInfo> infos = surface.geometry.get_vertex_infos();
     SdsMeshBase::TopologyContext context = surface.context();
     context.vertex_infos = &infos;
@@ -208,10 +128,10 @@ TEST(LimitCorners, SecondKeepBitIsHonoured) {
 
 // Whichever corner a limit point is computed from, it is the same point.
 TEST(LimitCorners, DoNotDependOnTheCorner) {
-    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
-        if (cage.is_in(sds_test::nonmanifold_vertex) || cage.is_in(sds_test::opposite_winding)) continue;
+    for (const ZooMesh& cage : mesh_zoo()) {
+        if (cage.is_in(nonmanifold_vertex) || cage.is_in(opposite_winding)) continue;
         SCOPED_TRACE(cage.name);
-        const BuiltSurface surface(cage, sds_test::with_mode(Mode::all_smoothed));
+        const BuiltSurface surface(cage, {.mode = Mode::all_smoothed});
         const SdsMeshBase& base = surface.base;
         for (unsigned int e = 0; e < base.get_quad_indices().get_count(); ++e) {
             const unsigned int v = base.get_quad_indices()[e];

@@ -9,10 +9,7 @@
 
 namespace {
 
-using sds_test::BuiltSurface;
-using sds_test::CageAdjacency;
-using sds_test::to_core_array;
-using sds_test::ZooMesh;
+using namespace sds_test;
 using testing::ElementsAre;
 
 constexpr unsigned int none = 0xFFFFFFFF;
@@ -37,26 +34,9 @@ struct Step {
     }
 };
 
-TEST(Subdivide, LoneTriangle) {
-    const Step step({3}, {0, 1, 2}, 3);
-    EXPECT_EQ(step.record.first_edge_point, 3u);
-    EXPECT_EQ(step.record.first_face_point, 6u);
-    EXPECT_EQ(step.record.vertex_rings.get_count(), 7u);
-    EXPECT_THAT(step.quad(0), ElementsAre(0, 3, 6, 5));
-    EXPECT_THAT(step.quad(1), ElementsAre(1, 4, 6, 3));
-    EXPECT_THAT(step.quad(2), ElementsAre(2, 5, 6, 4));
-    for (unsigned int q = 0; q < 3; ++q) {
-        EXPECT_EQ(step.edges.quad_edge_flags[q], 0x90);
-        EXPECT_TRUE(step.edges.is_border(4 * q));
-        EXPECT_TRUE(step.edges.is_border(4 * q + 3));
-        EXPECT_EQ(step.edges.opposite_edges[4 * q + 1], 4 * ((q + 1) % 3) + 2);
-    }
-    for (unsigned int v = 0; v < 7; ++v) EXPECT_EQ(step.infos[v].bits, v == 6 ? 0 : 2);
-}
-
 // Everything that the record says about the quads, for every cage that needs the step.
 TEST(Subdivide, RecordHoldsTogetherOnTheZoo) {
-    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
+    for (const ZooMesh& cage : mesh_zoo()) {
         SCOPED_TRACE(cage.name);
         const Step step(cage.counts, cage.indices, static_cast<unsigned int>(cage.positions.size()));
         const CageAdjacency adjacency(cage);
@@ -107,8 +87,8 @@ TEST(Subdivide, RecordHoldsTogetherOnTheZoo) {
     }
 }
 
-TEST(Subdivide, HalvesOfCreasesStayCreasesAndInnerEdgesAreSmooth) {
-    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
+TEST(Subdivide, HalvesOfCreasesStayCreasesAndInnerEdgesAreHidden) {
+    for (const ZooMesh& cage : mesh_zoo()) {
         if (cage.is_all_quads()) continue;
         SCOPED_TRACE(cage.name);
         const BuiltSurface surface(cage);
@@ -117,12 +97,17 @@ TEST(Subdivide, HalvesOfCreasesStayCreasesAndInnerEdgesAreSmooth) {
             const unsigned int expected = 0x90u | (adjacency.is_crease[c] != 0 ? 1u : 0u) |
                                           (adjacency.is_crease[adjacency.previous[c]] != 0 ? 8u : 0u);
             EXPECT_EQ(surface.base.get_edges().quad_edge_flags[c], expected) << c;
+            for (unsigned int k = 0; k < 4; ++k) {
+                EXPECT_EQ(surface.base.is_primitive_edge_crease(c, k), ((expected >> k) & 1u) != 0);
+                EXPECT_EQ(surface.base.is_primitive_edge_visible(c, k), ((expected >> (4 + k)) & 1u) != 0);
+            }
+            for (const unsigned int k : {4u, 5u, 7u, 31u}) EXPECT_FALSE(surface.base.is_primitive_edge_crease(c, k));
         }
     }
 }
 
 TEST(Subdivide, NeighbourOfOppositeWindingIsLinkedSilently) {
-    sds_test::LogCapture log(3);
+    LogCapture log(3);
     const Step step({3, 3}, {0, 1, 2, 0, 1, 3}, 4);
     EXPECT_TRUE(log.lines.empty());
     EXPECT_EQ(step.edges.opposite_edges[0], 12u);
@@ -155,7 +140,7 @@ TEST(Subdivide, PolygonsThatUseAnEdgeTwiceStayInBounds) {
             for (unsigned int j = 0; j < counts.back(); ++j)
                 indices.push_back(random() % 9 == 0 ? none : static_cast<unsigned int>(random() % vertex_count));
         }
-        sds_test::LogCapture log(1);
+        LogCapture log(1);
         const Step step(counts, indices, vertex_count);
         for (unsigned int h = 0; h < step.quads.get_count(); ++h) {
             const unsigned int o = step.edges.opposite_edges[h];

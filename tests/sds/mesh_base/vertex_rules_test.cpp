@@ -1,12 +1,10 @@
 #include <gmock/gmock.h>
 
-#include "../build_options.h"
+#include "../surface_checks.h"
 
 namespace {
 
-using sds_test::BuiltSurface;
-using sds_test::to_core_array;
-using sds_test::ZooMesh;
+using namespace sds_test;
 using testing::ElementsAre;
 
 using Rule = void (*)(const CoreBasicArray<unsigned int>&, const SdsMeshBase::EdgesTopology&,
@@ -48,21 +46,13 @@ TEST(VertexRules, TouchOnlyTheFixedBitOfUsedVertices) {
     }
 }
 
-TEST(VertexRules, AllFixedAndAllSmoothed) {
-    Quads quads({0, 1, 2, 3}, 5);
-    EXPECT_THAT(quads.fixed_by(&SdsMeshBase::set_all_vertices_as_fixed), ElementsAre(true, true, true, true, false));
-    EXPECT_THAT(quads.fixed_by(&SdsMeshBase::set_all_vertices_as_smoothed, true),
-                ElementsAre(false, false, false, false, true));
-}
-
-TEST(VertexRules, CornersOfAQuadAndOfAStrip) {
-    Quads quad({0, 1, 2, 3}, 4);
-    EXPECT_THAT(quad.fixed_by(&SdsMeshBase::set_corner_vertices_as_fixed), ElementsAre(true, true, true, true));
+TEST(VertexRules, CornersOfAStrip) {
     Quads strip({0, 1, 2, 3, 1, 4, 5, 2}, 6);
     for (const bool before : {false, true})
         EXPECT_THAT(strip.fixed_by(&SdsMeshBase::set_corner_vertices_as_fixed, before),
                     ElementsAre(true, false, false, true, true, true));
-    EXPECT_THAT(strip.fixed_by(&SdsMeshBase::set_border_vertices_as_fixed), testing::Each(true));
+    EXPECT_THAT(strip.fixed_by(&SdsMeshBase::set_all_vertices_as_fixed), testing::Each(true));
+    EXPECT_THAT(strip.fixed_by(&SdsMeshBase::set_all_vertices_as_smoothed, true), testing::Each(false));
 }
 
 // Vertex 0 is a lone corner of one quad and lies between two quads of another sheet: the last visit decides.
@@ -80,20 +70,20 @@ TEST(VertexRules, LastCornerDecidesWhereTwoSheetsTouch) {
 // Creases are no borders: a vertex between two of them stays free, though the last quad, which decides, has nothing
 // but creases.
 TEST(VertexRules, CreasesFixNothing) {
-    ZooMesh cage = sds_test::zoo_mesh("cube");
+    ZooMesh cage = zoo_mesh("cube");
     for (unsigned int k = 0; k < 4; ++k) cage.corner_creases[cage.corner_creases.size() - 1 - k] = 1;
     for (const auto mode :
          {SdsMeshGeometry::InterpolationMode::corners_fixed, SdsMeshGeometry::InterpolationMode::borders_fixed}) {
-        const BuiltSurface surface(cage, sds_test::with_mode(mode));
+        const BuiltSurface surface(cage, {.mode = mode});
         EXPECT_TRUE(surface.base.is_edge_crease(4 * 5));
         for (const SdsMeshBase::VertexInfo& info : surface.geometry.get_vertex_infos()) EXPECT_FALSE(info.is_fixed());
     }
 }
 
 TEST(VertexRules, BorderRuleFixesExactlyTheVerticesOfBorders) {
-    for (const ZooMesh& cage : sds_test::mesh_zoo()) {
+    for (const ZooMesh& cage : mesh_zoo()) {
         SCOPED_TRACE(cage.name);
-        const BuiltSurface surface(cage, sds_test::with_mode(SdsMeshGeometry::InterpolationMode::borders_fixed));
+        const BuiltSurface surface(cage, {.mode = SdsMeshGeometry::InterpolationMode::borders_fixed});
         const SdsMeshBase& base = surface.base;
         std::vector<bool> expected(base.get_vertex_infos().get_count(), false);
         for (unsigned int e = 0; e < base.get_quad_indices().get_count(); ++e)
@@ -101,17 +91,6 @@ TEST(VertexRules, BorderRuleFixesExactlyTheVerticesOfBorders) {
                 for (const unsigned int h : {e, sds::next_in_quad(e)}) expected[base.get_quad_indices()[h]] = true;
         for (unsigned int v = 0; v < expected.size(); ++v)
             EXPECT_EQ(surface.geometry.get_vertex_infos()[v].is_fixed(), expected[v]) << v;
-    }
-}
-
-TEST(VertexInfo, SharpEdgesSaturateAtThree) {
-    SdsMeshBase::VertexInfo info;
-    info.set_fixed(true);
-    for (const unsigned int expected : {1u, 2u, 3u, 3u, 3u}) {
-        info.raise_sharp_edge_count();
-        EXPECT_EQ(info.get_sharp_edge_count(), expected);
-        EXPECT_TRUE(info.is_fixed());
-        EXPECT_EQ(info.bits & 4u, 0u);
     }
 }
 

@@ -1,33 +1,20 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <random>
 
-#include "../build_options.h"
+#include "../surface_checks.h"
 #include "qn_ctx/ctx_eval.h"
 #include "sds/common/control_grid.h"
 #include "sds/common/cubic_basis.h"
+#include "support/surface_errors.h"
 
 namespace {
 
-using sds_test::BuiltSurface;
-using sds_test::Vec3d;
-using sds_test::Vec3f;
-using sds_test::ZooMesh;
+using namespace sds_test;
 using Mode = SdsMeshGeometry::InterpolationMode;
 
 const CtxShader shader;
 const CtxEval ctx(shader);
-
-GeometrySample sample_at(const SdsMeshGeometry& geometry, unsigned int q, double u, double v) {
-    GeometrySample sample;
-    geometry.compute_fragment_sample(ctx, {q, u, v, 0.0, 0.0}, sample);
-    return sample;
-}
-
-void expect_near(const Vec3d& a, const Vec3d& b, double tolerance) {
-    for (unsigned int i = 0; i < 3; ++i) EXPECT_NEAR(a[i], b[i], tolerance) << "axis " << i;
-}
 
 void expect_unit_normals(const GeometrySample& sample) {
     EXPECT_NEAR(sample.get_geometric_normal().length(), 1.0, 1e-9);
@@ -40,57 +27,44 @@ void expect_unit_normals(const GeometrySample& sample) {
 
 constexpr double places[] = {0.0, 0.13, 0.5, 0.77, 1.0};
 
+// The patch point in double precision.
+Vec3d point_at(const SdsMeshGeometry& geometry, unsigned int q, double u, double v) {
+    Vec3f controls[16];
+    geometry.get_bezier_controls(q, controls);
+    Vec3d wide[16];
+    for (unsigned int i = 0; i < 16; ++i) wide[i] = Vec3d(controls[i]);
+    return sds::evaluate_patch(wide, sds::CubicBasis<double>(u), sds::CubicBasis<double>(v));
+}
+
 TEST(FragmentSample, PositionIsThePatchPoint) {
-    for (const ZooMesh& cage : sds_test::mesh_zoo())
+    for (const ZooMesh& cage : mesh_zoo())
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {
             SCOPED_TRACE(cage.name);
-            const BuiltSurface surface(cage, sds_test::with_mode(mode));
-            for (unsigned int q = 0; q < std::min(surface.quad_count(), 40u); ++q) {
-                Vec3f controls[16];
-                surface.geometry.get_bezier_controls(q, controls);
-                Vec3d wide[16];
-                for (unsigned int i = 0; i < 16; ++i) wide[i] = Vec3d(controls[i]);
+            const BuiltSurface surface(cage, {.mode = mode});
+            for (unsigned int q = 0; q < std::min(surface.quad_count(), 40u); ++q)
                 for (const double u : places)
                     for (const double v : places) {
                         const GeometrySample sample = sample_at(surface.geometry, q, u, v);
-                        expect_near(sample.get_geometric_position(),
-                                    sds::evaluate_patch(wide, sds::CubicBasis<double>(u), sds::CubicBasis<double>(v)),
+                        expect_near(sample.get_geometric_position(), point_at(surface.geometry, q, u, v),
                                     1e-6 * surface.diagonal());
                         expect_unit_normals(sample);
                     }
-            }
         }
 }
 
-// Where the nets are the differences of the controls, derivatives are those of the position; the second ones too.
-TEST(FragmentSample, RegularDerivativesMatchDifferences) {
-    const BuiltSurface surface(sds_test::zoo_mesh("torus"));
-    for (unsigned int q = 0; q < surface.quad_count(); q += 5) {
-        Vec3f controls[16];
-        surface.geometry.get_bezier_controls(q, controls);
-        Vec3d wide[16];
-        for (unsigned int i = 0; i < 16; ++i) wide[i] = Vec3d(controls[i]);
-        const auto point = [&](double u, double v) {
-            return sds::evaluate_patch(wide, sds::CubicBasis<double>(u), sds::CubicBasis<double>(v));
-        };
+// Where the nets are the differences of the controls, second derivatives are those of the position.
+TEST(FragmentSample, RegularSecondDerivativesMatchDifferences) {
+    const BuiltSurface surface(zoo_mesh("torus"));
+    constexpr double h = 1e-4, scale = 1 / h / h;
+    for (unsigned int q = 0; q < surface.quad_count(); q += 5)
         for (const double u : {0.2, 0.5, 0.9})
             for (const double v : {0.1, 0.6}) {
                 const GeometrySample s = sample_at(surface.geometry, q, u, v);
-                const double h = 1e-4;
-                expect_near(s.get_geometric_dpdu(), (point(u + h, v) - point(u - h, v)) * (0.5 / h), 1e-5);
-                expect_near(s.get_geometric_dpdv(), (point(u, v + h) - point(u, v - h)) * (0.5 / h), 1e-5);
-                expect_near(s.get_d2pduu(), (point(u + h, v) + point(u - h, v) - point(u, v) * 2.0) * (1 / h / h),
-                            1e-5);
-                expect_near(s.get_d2pdvv(), (point(u, v + h) + point(u, v - h) - point(u, v) * 2.0) * (1 / h / h),
-                            1e-5);
-                expect_near(s.get_d2pduv(),
-                            (point(u + h, v + h) - point(u + h, v - h) - point(u - h, v + h) + point(u - h, v - h)) *
-                                (0.25 / h / h),
-                            1e-5);
+                const auto p = [&](double i, double j) { return point_at(surface.geometry, q, u + i * h, v + j * h); };
+                expect_near(s.get_d2pduu(), (p(1, 0) + p(-1, 0) - p(0, 0) * 2.0) * scale, 1e-5);
+                expect_near(s.get_d2pdvv(), (p(0, 1) + p(0, -1) - p(0, 0) * 2.0) * scale, 1e-5);
+                expect_near(s.get_d2pduv(), (p(1, 1) - p(1, -1) - p(-1, 1) + p(-1, -1)) * (0.25 * scale), 1e-5);
             }
-        expect_near(sample_at(surface.geometry, q, 0, 0).get_geometric_dpdu(), (wide[1] - wide[0]) * 3.0, 1e-6);
-        expect_near(sample_at(surface.geometry, q, 0, 0).get_geometric_dpdv(), (wide[3] - wide[0]) * 3.0, 1e-6);
-    }
 }
 
 TEST(FragmentSample, IrregularEntriesOfTheNetsAreTheStoredTangents) {
@@ -98,7 +72,7 @@ TEST(FragmentSample, IrregularEntriesOfTheNetsAreTheStoredTangents) {
     constexpr unsigned int slots[8][2] = {{0, 12}, {2, 15}, {11, 23}, {9, 20}, {13, 14}, {5, 8}, {21, 22}, {3, 6}};
     for (const char* name : {"cube", "lone_quad", "prism5_crease_loop", "sheet_dart", "torus"}) {
         SCOPED_TRACE(name);
-        const BuiltSurface surface(sds_test::zoo_mesh(name));
+        const BuiltSurface surface(zoo_mesh(name));
         for (unsigned int q = 0; q < surface.quad_count(); ++q) {
             Vec3f c[16], nets[24], expected[24];
             surface.geometry.get_bezier_controls(q, c);
@@ -120,7 +94,7 @@ TEST(FragmentSample, IrregularEntriesOfTheNetsAreTheStoredTangents) {
 }
 
 TEST(FragmentSample, PrimitiveBeyondTheLastIsUntouched) {
-    const BuiltSurface surface(sds_test::zoo_mesh("cube"));
+    const BuiltSurface surface(zoo_mesh("cube"));
     GeometrySample sample;
     sample.init_surface({1, 2, 3}, {1, 0, 0}, {0, 0, 1}, {0, 0, 0}, {0, 0, 0}, {0, 0, 0});
     for (const unsigned int q : {surface.quad_count(), 0xFFFFFFFFu}) {
@@ -131,9 +105,9 @@ TEST(FragmentSample, PrimitiveBeyondTheLastIsUntouched) {
 }
 
 TEST(FragmentSample, TimeAndMotion) {
-    const ZooMesh& cage = sds_test::zoo_mesh("sheet");
+    const ZooMesh& cage = zoo_mesh("sheet");
     const BuiltSurface still(cage);
-    const BuiltSurface moving(cage, sds_test::with_motion(std::vector<Vec3f>(cage.positions.size(), {4, 0, -8})));
+    const BuiltSurface moving(cage, {.motion_vectors = std::vector<Vec3f>(cage.positions.size(), {4, 0, -8})});
     const Vec3d rest = sample_at(still.geometry, 3, 0.3, 0.6).get_geometric_position();
     GeometrySample sample;
     still.geometry.compute_fragment_sample(ctx, {3, 0.3, 0.6, 0.5, 0.25}, sample);
@@ -154,7 +128,7 @@ TEST(FragmentSample, TimeAndMotion) {
 }
 
 TEST(EdgeSample, LiesOnTheEdgeInBothDirections) {
-    const BuiltSurface surface(sds_test::zoo_mesh("prism5_crease_loop"));
+    const BuiltSurface surface(zoo_mesh("prism5_crease_loop"));
     constexpr double ends[4][4] = {{0, 0, 1, 0}, {1, 0, 1, 1}, {1, 1, 0, 1}, {0, 1, 0, 0}};
     for (unsigned int q = 0; q < surface.quad_count(); q += 3)
         for (unsigned int k = 0; k < 4; ++k)
@@ -171,14 +145,7 @@ TEST(EdgeSample, LiesOnTheEdgeInBothDirections) {
             }
 }
 
-ZooMesh lone(const std::vector<Vec3f>& corners) {
-    ZooMesh cage;
-    cage.positions = corners;
-    cage.counts = {4};
-    cage.indices = {0, 1, 2, 3};
-    cage.corner_creases.assign(4, 0);
-    return cage;
-}
+ZooMesh lone(const std::vector<Vec3f>& corners) { return make_cage({4}, {0, 1, 2, 3}, corners); }
 
 Vec3f turned(double x, double y) {
     // A plane that no axis lies in, so that nothing cancels to zero by luck.
@@ -201,7 +168,7 @@ TEST(DegenerateNormals, AreNeverNan) {
     for (const auto& [name, corners] : quads)
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
             SCOPED_TRACE(name);
-            const BuiltSurface surface(lone(corners), sds_test::with_mode(mode));
+            const BuiltSurface surface(lone(corners), {.mode = mode});
             for (const double u : places)
                 for (const double v : places) expect_unit_normals(sample_at(surface.geometry, 0, u, v));
         }
@@ -220,7 +187,7 @@ TEST(DegenerateNormals, FlatQuadsKeepTheNormalOfTheirPlane) {
     for (const auto& [name, corners] : quads)
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
             SCOPED_TRACE(testing::Message() << name << " mode " << static_cast<unsigned int>(mode));
-            const BuiltSurface surface(lone(corners), sds_test::with_mode(mode));
+            const BuiltSurface surface(lone(corners), {.mode = mode});
             for (const double u : places)
                 for (const double v : places) {
                     const GeometrySample sample = sample_at(surface.geometry, 0, u, v);
@@ -248,7 +215,7 @@ TEST(DegenerateNormals, PoleOfCollapsedQuads) {
     cage.counts.assign(2 * n, 4);
     cage.corner_creases.assign(cage.indices.size(), 0);
     for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
-        const BuiltSurface surface(cage, sds_test::with_mode(mode));
+        const BuiltSurface surface(cage, {.mode = mode});
         for (unsigned int q = 0; q < surface.quad_count(); q += 2)
             for (const double u : places)
                 for (const double v : places) {

@@ -5,16 +5,13 @@
 #include <cstring>
 #include <random>
 
-#include "../build_options.h"
-#include "qn_ctx/ctx_eval.h"
+#include "../surface_checks.h"
 #include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
+#include "support/surface_errors.h"
 
 namespace {
 
-using sds_test::BuiltSurface;
-using sds_test::Vec3d;
-using sds_test::Vec3f;
-using sds_test::ZooMesh;
+using namespace sds_test;
 using Mode = SdsMeshGeometry::InterpolationMode;
 using Place = SdsMeshGeometry::LimitPlace;
 using Point = SdsMeshGeometry::LimitPoint;
@@ -35,14 +32,11 @@ std::vector<Place> make_places(unsigned int quad_count, unsigned int count) {
 void expect_samples(const BuiltSurface& surface, const std::vector<Place>& places, double offset) {
     std::vector<Point> points(places.size());
     surface.geometry.compute_limit_points(places.data(), static_cast<unsigned int>(places.size()), points.data());
-    const CtxShader shader;
-    const CtxEval ctx(shader);
     const double size = surface.diagonal();
     for (size_t i = 0; i < places.size(); ++i) {
         const Place& place = places[i];
         SCOPED_TRACE(testing::Message() << "quad " << place.primitive << " at " << place.u << " " << place.v);
-        GeometrySample sample;
-        surface.geometry.compute_fragment_sample(ctx, {place.primitive, place.u, place.v, 0.0, 0.0}, sample);
+        const GeometrySample sample = sample_at(surface.geometry, place.primitive, place.u, place.v);
         const auto distance = [](const Vec3d& a, const Vec3f& b) { return (a - Vec3d(b)).length(); };
         EXPECT_LE(distance(sample.get_geometric_position(), points[i].position), 1e-6 * size + 1e-7 * offset);
         EXPECT_LE(distance(sample.get_geometric_dpdu(), points[i].du), 2e-6 * size);
@@ -58,23 +52,23 @@ void expect_samples(const BuiltSurface& surface, const std::vector<Place>& place
 }
 
 TEST(LimitPoints, AreTheSamplesAtRest) {
-    for (const ZooMesh& cage : sds_test::mesh_zoo())
+    for (const ZooMesh& cage : mesh_zoo())
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {
             SCOPED_TRACE(cage.name);
-            const BuiltSurface surface(cage, sds_test::with_mode(mode));
+            const BuiltSurface surface(cage, {.mode = mode});
             expect_samples(surface, make_places(surface.quad_count(), 201), 0.0);
         }
 }
 
 TEST(LimitPoints, KeepTheirDigitsFarFromTheOrigin) {
-    ZooMesh cage = sds_test::zoo_mesh("torus");
+    ZooMesh cage = zoo_mesh("torus");
     for (Vec3f& position : cage.positions) position += Vec3f(1024, -2048, 512);
     const BuiltSurface surface(cage);
     expect_samples(surface, make_places(surface.quad_count(), 100), 3000.0);
 }
 
 TEST(LimitPoints, CollapsedPatchesHaveTheSamplesNormals) {
-    ZooMesh cage = sds_test::zoo_mesh("torus");
+    ZooMesh cage = zoo_mesh("torus");
     // All of one polygon in a point, so that patches around it lose one derivative or both.
     for (unsigned int c = 1; c < 4; ++c) cage.positions[cage.indices[c]] = cage.positions[cage.indices[0]];
     const BuiltSurface surface(cage);
@@ -85,7 +79,7 @@ TEST(LimitPoints, CollapsedPatchesHaveTheSamplesNormals) {
 }
 
 TEST(LimitPoints, AnyCountAndNone) {
-    const BuiltSurface surface(sds_test::zoo_mesh("torus"));
+    const BuiltSurface surface(zoo_mesh("torus"));
     const std::vector<Place> places = make_places(surface.quad_count(), 40);
     std::vector<Point> all(places.size());
     surface.geometry.compute_limit_points(places.data(), 40, all.data());
@@ -97,7 +91,7 @@ TEST(LimitPoints, AnyCountAndNone) {
 }
 
 TEST(LimitPoints, InstructionSetsAgreeToTheBit) {
-    const BuiltSurface surface(sds_test::zoo_mesh("cube_crease_corner"));
+    const BuiltSurface surface(zoo_mesh("cube_crease_corner"));
     const SdsMeshGeometry& geometry = surface.geometry;
     const auto& tangents = geometry.get_bezier_tangents_array();
     const sds::PatchArrays source{

@@ -5,54 +5,48 @@
 #include <memory>
 #include <set>
 
-#include "../build_options.h"
+#include "../surface_checks.h"
 #include "qn_ctx/ctx_eval.h"
 #include "support/recorders.h"
 
 namespace {
 
-using sds_test::BuiltSurface;
-using sds_test::RecordingProgress;
-using sds_test::to_core_array;
-using sds_test::Vec3d;
-using sds_test::Vec3f;
-using sds_test::ZooMesh;
+using namespace sds_test;
+using testing::ElementsAre;
 using Mode = SdsMeshMaps::InterpolationMode;
 
 constexpr unsigned int none = 0xFFFFFFFF;
 const CtxShader shader;
 const CtxEval ctx(shader);
 
-// Two quads side by side: 0 1 2 3 and 1 4 5 2. The map parts them along the shared edge.
-ZooMesh strip(bool seam) {
-    ZooMesh cage;
-    cage.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}, {2, 1, 0}};
-    cage.counts = {4, 4};
-    cage.indices = {0, 1, 2, 3, 1, 4, 5, 2};
-    cage.corner_creases.assign(8, 0);
-    cage.groups = sds_test::uvs;
-    if (seam) {
-        for (unsigned int c = 0; c < 8; ++c) {
-            const Vec3f& p = cage.positions[cage.indices[c]];
-            cage.uv_points.emplace_back(p[0] + (c < 4 ? 0.0f : 10.0f), p[1], 0.0f);
-            cage.uv_indices.push_back(c);
-        }
-    } else {
-        cage.uv_points = cage.positions;
-        cage.uv_indices = cage.indices;
-    }
+// The cage with its own points as its map.
+ZooMesh map_positions(ZooMesh cage) {
+    cage.groups |= uvs;
+    cage.uv_points = cage.positions;
+    cage.uv_indices = cage.indices;
     return cage;
 }
 
-std::set<unsigned int> fixed_vertices(const SdsMeshMaps::SdsUvMap& map) {
+// The UV vertices that a mode keeps.
+std::set<unsigned int> fixed_by(const ZooMesh& cage, Mode mode) {
+    const BuiltSurface surface(cage, {.uv_mode = mode});
+    const auto& infos = surface.maps.get_uv_map(0).vertex_infos;
     std::set<unsigned int> fixed;
-    for (unsigned int v = 0; v < map.vertex_infos.get_count(); ++v)
-        if (map.vertex_infos[v].is_fixed()) fixed.insert(v);
+    for (unsigned int v = 0; v < infos.get_count(); ++v)
+        if (infos[v].is_fixed()) fixed.insert(v);
     return fixed;
 }
 
+// Two quads side by side, 0 1 2 3 and 1 4 5 2, whose map parts them along the shared edge.
 TEST(UvVertexRules, SeamBetweenTwoQuads) {
-    const ZooMesh cage = strip(true);
+    ZooMesh cage =
+        make_cage({4, 4}, {0, 1, 2, 3, 1, 4, 5, 2}, {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}, {2, 1, 0}});
+    ZooMesh whole = map_positions(cage);
+    cage.groups = uvs;
+    for (unsigned int c = 0; c < 8; ++c) {
+        cage.uv_points.push_back(cage.positions[cage.indices[c]] + Vec3f(c < 4 ? 0.0f : 10.0f, 0, 0));
+        cage.uv_indices.push_back(c);
+    }
     const std::set<unsigned int> all{0, 1, 2, 3, 4, 5, 6, 7}, seam{1, 2, 4, 7};
     const std::pair<Mode, std::set<unsigned int>> expected[] = {
         {Mode::all_fixed, all},
@@ -65,23 +59,14 @@ TEST(UvVertexRules, SeamBetweenTwoQuads) {
         {Mode(7), {}},
     };
     for (const auto& [mode, fixed] : expected)
-        EXPECT_EQ(fixed_vertices(BuiltSurface(cage, sds_test::with_uv_mode(mode)).maps.get_uv_map(0)), fixed)
-            << static_cast<unsigned int>(mode);
-    const ZooMesh whole = strip(false);
-    EXPECT_TRUE(
-        fixed_vertices(BuiltSurface(whole, sds_test::with_uv_mode(Mode::smoothed_seams_fixed)).maps.get_uv_map(0))
-            .empty());
-    EXPECT_TRUE(fixed_vertices(
-                    BuiltSurface(whole, sds_test::with_uv_mode(Mode::smoothed_seam_corners_fixed)).maps.get_uv_map(0))
-                    .empty());
+        EXPECT_EQ(fixed_by(cage, mode), fixed) << static_cast<unsigned int>(mode);
+    for (const Mode mode : {Mode::smoothed_seams_fixed, Mode::smoothed_seam_corners_fixed})
+        EXPECT_TRUE(fixed_by(whole, mode).empty());
 }
 
 // A seam that runs straight through a sheet: its inner vertices lie on it, only its ends are corners.
 TEST(UvVertexRules, OnlyTurnsOfASeamAreSeamCorners) {
-    ZooMesh cage = sds_test::make_sheet(4);
-    cage.groups |= sds_test::uvs;
-    cage.uv_points = cage.positions;
-    cage.uv_indices = cage.indices;
+    ZooMesh cage = map_positions(make_sheet(4));
     // The right half uses copies of the middle column's vertices.
     const unsigned int stride = 5, middle = 2;
     std::map<unsigned int, unsigned int> copies;
@@ -92,11 +77,9 @@ TEST(UvVertexRules, OnlyTurnsOfASeamAreSeamCorners) {
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int v = cage.indices[4 * q + k];
             if (v % stride != middle) continue;
-            if (!copies.contains(v)) {
-                copies[v] = static_cast<unsigned int>(cage.uv_points.size());
-                cage.uv_points.push_back(cage.uv_points[v]);
-            }
-            cage.uv_indices[4 * q + k] = copies[v];
+            const auto [copy, is_new] = copies.try_emplace(v, static_cast<unsigned int>(cage.uv_points.size()));
+            if (is_new) cage.uv_points.push_back(Vec3f(cage.uv_points[v]));
+            cage.uv_indices[4 * q + k] = copy->second;
         }
     }
     ASSERT_EQ(copies.size(), 5u);
@@ -105,49 +88,19 @@ TEST(UvVertexRules, OnlyTurnsOfASeamAreSeamCorners) {
         on_seam.insert({v, copy});
         if (v == copies.begin()->first || v == copies.rbegin()->first) ends.insert({v, copy});
     }
-    EXPECT_EQ(fixed_vertices(BuiltSurface(cage, sds_test::with_uv_mode(Mode::smoothed_seams_fixed)).maps.get_uv_map(0)),
-              on_seam);
-    EXPECT_EQ(fixed_vertices(
-                  BuiltSurface(cage, sds_test::with_uv_mode(Mode::smoothed_seam_corners_fixed)).maps.get_uv_map(0)),
-              ends);
-}
-
-TEST(UvMaps, ModeZeroIsLinear) {
-    for (const char* name : {"cube_uv_islands", "prism7_uvs", "sheet_uv_islands"}) {
-        SCOPED_TRACE(name);
-        const ZooMesh& cage = sds_test::zoo_mesh(name);
-        const BuiltSurface surface(cage, sds_test::with_uv_mode(Mode::all_fixed));
-        const SdsMeshMaps::SdsUvMap& map = surface.maps.get_uv_map(0);
-        EXPECT_TRUE(map.patches.is_empty());
-        EXPECT_TRUE(map.corners.is_empty());
-        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-            Vec3f c[16];
-            surface.maps.get_bezier_controls(0, q, c);
-            const unsigned int* quad = map.quad_indices.get_data() + 4 * size_t{q};
-            for (unsigned int k = 0; k < 4; ++k) EXPECT_EQ(c[4 * k], map.vertices[quad[k]]);
-            Vec3d uvw, du, dv;
-            surface.maps.compute_fragment_uvw(ctx, {q, 0.5, 0.5, 0, 0}, 0, uvw, du, dv);
-            for (unsigned int i = 0; i < 3; ++i) {
-                const double mean = 0.25 * (double{map.vertices[quad[0]][i]} + double{map.vertices[quad[1]][i]} +
-                                            double{map.vertices[quad[2]][i]} + double{map.vertices[quad[3]][i]});
-                EXPECT_NEAR(uvw[i], mean, 1e-6);
-            }
-        }
-    }
+    EXPECT_EQ(fixed_by(cage, Mode::smoothed_seams_fixed), on_seam);
+    EXPECT_EQ(fixed_by(cage, Mode::smoothed_seam_corners_fixed), ends);
 }
 
 TEST(UvMaps, LookUpAgreesWithCornersEdgesAndDifferences) {
     for (const char* name : {"cube_uv_islands", "prism7_uvs", "sheet_uv_islands"})
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
             SCOPED_TRACE(name);
-            const BuiltSurface surface(sds_test::zoo_mesh(name), sds_test::with_uv_mode(mode));
+            const BuiltSurface surface(zoo_mesh(name), {.uv_mode = mode});
             const auto at = [&](unsigned int q, double u, double v) {
                 Vec3d uvw, du, dv;
                 surface.maps.compute_fragment_uvw(ctx, {q, u, v, 0, 0}, 0, uvw, du, dv);
                 return uvw;
-            };
-            const auto expect_near = [](const Vec3d& a, const Vec3d& b, double tolerance) {
-                for (unsigned int i = 0; i < 3; ++i) EXPECT_NEAR(a[i], b[i], tolerance);
             };
             constexpr double places[5][2] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}, {0, 0}};
             for (unsigned int q = 0; q < surface.quad_count(); ++q) {
@@ -177,12 +130,9 @@ TEST(UvMaps, LookUpAgreesWithCornersEdgesAndDifferences) {
 
 // The map of the cage's own points is the surface itself, whatever road it takes.
 TEST(UvMaps, MapOfThePositionsIsTheSurface) {
-    for (ZooMesh cage : sds_test::mesh_zoo()) {
+    for (const ZooMesh& cage : mesh_zoo()) {
         SCOPED_TRACE(cage.name);
-        cage.groups |= sds_test::uvs;
-        cage.uv_points = cage.positions;
-        cage.uv_indices = cage.indices;
-        const BuiltSurface surface(cage);
+        const BuiltSurface surface(map_positions(cage));
         for (unsigned int q = 0; q < surface.quad_count(); ++q) {
             EXPECT_TRUE(surface.maps.is_primitive_uv_mapped(q, 0));
             Vec3f a[16], b[16];
@@ -195,16 +145,14 @@ TEST(UvMaps, MapOfThePositionsIsTheSurface) {
 
 TEST(UvMaps, UnmappedQuadsShiftThePatchesAfterThem) {
     for (const bool subdivided : {false, true}) {
-        ZooMesh cage = sds_test::make_sheet(3);
+        ZooMesh cage = make_sheet(3);
         if (subdivided) {
             cage.counts.push_back(3);
             for (const unsigned int v : {0u, 1u, 4u}) cage.indices.push_back(v + 16);
             for (const float x : {0.0f, 1.0f, 2.0f, 3.0f, 4.0f}) cage.positions.emplace_back(x, x * x, 9.0f);
             cage.corner_creases.assign(cage.indices.size(), 0);
         }
-        cage.groups |= sds_test::uvs;
-        cage.uv_points = cage.positions;
-        cage.uv_indices = cage.indices;
+        cage = map_positions(cage);
         cage.uv_indices[4 * 1 + 2] = none;
         cage.uv_indices[4 * 4 + 0] = none;
         const BuiltSurface surface(cage);
@@ -228,45 +176,36 @@ TEST(UvMaps, UnmappedQuadsShiftThePatchesAfterThem) {
     }
 }
 
-TEST(UvMaps, WithoutMapsNothingIsMapped) {
-    RecordingProgress bar;
-    SdsMeshMaps maps;
-    const BuiltSurface surface(sds_test::zoo_mesh("cube"));
-    maps.set(surface.base, to_core_array(sds_test::zoo_mesh("cube").counts), {}, {}, Mode::all_smoothed, &bar);
-    EXPECT_EQ(maps.get_base_mesh(), &surface.base);
-    EXPECT_EQ(maps.get_interpolation_mode(), Mode::all_smoothed);
-    EXPECT_THAT(bar.at_depth(0), testing::ElementsAre(std::pair("UV maps", 0.5f), std::pair("color maps", 0.5f)));
-    EXPECT_EQ(bar.tasks.size(), 3u);
-    EXPECT_FALSE(maps.is_primitive_uv_mapped(0, 0));
-    EXPECT_EQ(maps.get_uv_map_count(), 0u);
-}
-
 TEST(UvMaps, TasksOfBothRoads) {
-    const auto tasks = [](const ZooMesh& cage, unsigned int map_count) {
+    const auto build = [](const ZooMesh& cage, unsigned int map_count, RecordingProgress& bar) {
         const BuiltSurface surface(cage);
         CoreArray<GeometryUvMap> maps;
         for (unsigned int i = 0; i < map_count; ++i)
             maps.add({CoreString("uv"), to_core_array(cage.uv_points), to_core_array(cage.uv_indices)});
-        RecordingProgress bar;
         SdsMeshMaps built;
         built.set(surface.base, to_core_array(cage.counts), maps, {}, Mode::corners_fixed, &bar);
+        EXPECT_EQ(built.get_uv_map_count(), map_count);
+        EXPECT_EQ(built.is_primitive_uv_mapped(0, 0), map_count != 0);
         EXPECT_EQ(bar.open, 0u);
+        EXPECT_THAT(bar.at_depth(0), ElementsAre(std::pair("UV maps", 0.5f), std::pair("color maps", 0.5f)));
         return bar.at_depth(1);
     };
-    EXPECT_THAT(tasks(sds_test::zoo_mesh("cube_uv_islands"), 1),
-                testing::ElementsAre(std::pair("import quads", 0.34f), std::pair("analyse vertices topology", 0.33f),
-                                     std::pair("compute UV map controls", 0.33f)));
-    const auto two = tasks(sds_test::zoo_mesh("prism7_uvs"), 2);
+    RecordingProgress without, quads, polygons;
+    EXPECT_TRUE(build(zoo_mesh("cube"), 0, without).empty());
+    EXPECT_THAT(build(zoo_mesh("cube_uv_islands"), 1, quads),
+                ElementsAre(std::pair("import quads", 0.34f), std::pair("analyse vertices topology", 0.33f),
+                            std::pair("compute UV map controls", 0.33f)));
+    const auto two = build(zoo_mesh("prism7_uvs"), 2, polygons);
     ASSERT_EQ(two.size(), 8u);
     EXPECT_EQ(std::vector(two.begin(), two.begin() + 4), std::vector(two.begin() + 4, two.end()));
-    EXPECT_THAT(std::vector(two.begin(), two.begin() + 4),
-                testing::ElementsAre(std::pair("subdivide", 0.125f), std::pair("analyse vertices topology", 0.25f),
-                                     std::pair("compute subdivision positions", 0.125f),
-                                     std::pair("compute UV map controls", 0.125f)));
+    EXPECT_THAT(
+        std::vector(two.begin(), two.begin() + 4),
+        ElementsAre(std::pair("subdivide", 0.125f), std::pair("analyse vertices topology", 0.25f),
+                    std::pair("compute subdivision positions", 0.125f), std::pair("compute UV map controls", 0.125f)));
 }
 
 TEST(UvMaps, CopiesStandAlone) {
-    const ZooMesh& cage = sds_test::zoo_mesh("prism7_uvs");
+    const ZooMesh& cage = zoo_mesh("prism7_uvs");
     const BuiltSurface surface(cage);
     auto source = std::make_unique<SdsMeshMaps>(surface.maps);
     SdsMeshMaps copy(*source), assigned;

@@ -16,7 +16,8 @@
 #include "sds/allocation_counter.h"
 #include "sds/common/cubic_basis.h"
 #include "sds/mesh_property/element_types.h"
-#include "support/built_surface.h"
+#include "sds/surface_checks.h"
+#include "support/surface_errors.h"
 
 namespace {
 
@@ -25,11 +26,9 @@ using Kind = PolyMeshProperty::Type;
 using Type = ResourceProperty::Type;
 using Mode = SdsMeshGeometry::InterpolationMode;
 
-CoreArray<unsigned int> cage_counts(const ZooMesh& cage) { return to_core_array(cage.counts); }
-
 PolyMesh make_poly_mesh(const ZooMesh& cage) {
     PolyMesh mesh;
-    mesh.set_polygons(cage_counts(cage), to_core_array(cage.indices), to_core_array(cage.corner_creases));
+    mesh.set_polygons(to_core_array(cage.counts), to_core_array(cage.indices), to_core_array(cage.corner_creases));
     return mesh;
 }
 
@@ -103,10 +102,14 @@ std::vector<T> extremes_of() {
         return {std::numeric_limits<T>::max(), std::numeric_limits<T>::lowest(), T(1)};
 }
 
-std::vector<Type> all_types() {
-    std::vector<Type> types;
-    for (unsigned int i = 0; i < ResourceProperty::type_count; ++i) types.push_back(static_cast<Type>(i));
-    return types;
+// Calls the test with every type and a value of its element.
+template <class Test>
+void for_all_types(Test&& test) {
+    for (unsigned int i = 0; i < ResourceProperty::type_count; ++i) {
+        const auto type = static_cast<Type>(i);
+        SCOPED_TRACE(ResourceProperty::get_type_name(type));
+        sds::with_element(type, [&](auto element) { test(type, element); });
+    }
 }
 
 TEST(MeshProperty, PositionsAsAPropertyGiveTheSurfaceItself) {
@@ -115,31 +118,26 @@ TEST(MeshProperty, PositionsAsAPropertyGiveTheSurfaceItself) {
         const ZooMesh& cage = zoo_mesh(name);
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed, Mode::borders_fixed}) {
             for (const bool indexed : {false, true}) {
-                BuiltSurface::Options options;
-                options.mode = mode;
-                const BuiltSurface surface(cage, options);
+                const BuiltSurface surface(cage, {.mode = mode});
                 BoundProperty bound(surface, cage, Kind::per_vertex, positions_as_items(cage),
                                     indexed ? cage.indices : std::vector<unsigned int>{});
                 const CoreArray<unsigned char> creases = to_core_array(cage.corner_creases);
                 const PolyCreaseScope scope(creases);
                 ASSERT_TRUE(bound.property.init(0, &bound.values)) << name;
                 const double tolerance = 1e-6 * std::max(1.0, surface.diagonal());
+                const std::vector<Vec3f> controls = controls_of(surface.geometry);
                 for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-                    Vec3f controls[16];
-                    surface.geometry.get_bezier_controls(q, controls);
+                    const std::vector<Vec3d> wide(&controls[16 * size_t{q}], &controls[16 * size_t{q}] + 16);
                     for (const double u : {0.0, 0.3, 1.0})
                         for (const double v : {0.0, 0.6, 1.0}) {
                             std::vector<double> du, dv;
                             const std::vector<double> p = bound.read(q, u, v, &du, &dv);
                             ASSERT_EQ(p.size(), 3u);
-                            Vec3d wide[16];
-                            for (int i = 0; i < 16; ++i) wide[i] = Vec3d(controls[i]);
-                            const auto jet = sds::evaluate_jet(wide, u, v);
-                            for (unsigned int i = 0; i < 3; ++i) {
-                                EXPECT_NEAR(p[i], jet.value[i], tolerance) << name << " quad " << q;
-                                EXPECT_NEAR(du[i], jet.du[i], 8 * tolerance) << name << " quad " << q;
-                                EXPECT_NEAR(dv[i], jet.dv[i], 8 * tolerance) << name << " quad " << q;
-                            }
+                            const auto jet = sds::evaluate_jet(wide.data(), u, v);
+                            SCOPED_TRACE(testing::Message() << name << " quad " << q);
+                            expect_near(Vec3d(p[0], p[1], p[2]), jet.value, tolerance);
+                            expect_near(Vec3d(du[0], du[1], du[2]), jet.du, 8 * tolerance);
+                            expect_near(Vec3d(dv[0], dv[1], dv[2]), jet.dv, 8 * tolerance);
                         }
                 }
             }
@@ -148,62 +146,45 @@ TEST(MeshProperty, PositionsAsAPropertyGiveTheSurfaceItself) {
 }
 
 TEST(MeshProperty, ConstantsAndExtremesOfEveryTypeSurviveOnTheSurface) {
-    const ZooMesh cage = make_pole(5);  // an n-gon: with the subdivision step
-    const ZooMesh quads = make_sheet(3);
-    for (const ZooMesh* mesh : {&cage, &quads}) {
-        const BuiltSurface surface(*mesh);
-        for (const Type type : all_types()) {
-            sds::with_element(type, [&](auto element) {
-                using T = decltype(element);
-                for (const T value : extremes_of<T>()) {
-                    const std::vector<T> flat(mesh->positions.size() * 5, value);  // more components than go at once
-                    BoundProperty bound(surface, *mesh, Kind::per_vertex, make_items(type, 5, flat));
-                    ASSERT_TRUE(bound.property.init(0, &bound.values));
-                    for (const double u : {0.0, 0.37, 1.0}) {
-                        const std::vector<double> real = bound.read(0, u, 0.71);
-                        const std::vector<long long> integers = bound.read_integers(0, u, 0.71);
-                        ASSERT_EQ(real.size(), 5u);
-                        ASSERT_EQ(integers.size(), 5u);
-                        for (unsigned int i = 0; i < 5; ++i) {
-                            EXPECT_EQ(real[i], sds::to_real(value)) << ResourceProperty::get_type_name(type);
-                            EXPECT_EQ(integers[i], sds::to_integer(value)) << ResourceProperty::get_type_name(type);
-                        }
-                    }
+    // With the subdivision step and without.
+    for (const ZooMesh& cage : {make_pole(5), make_sheet(3)}) {
+        const BuiltSurface surface(cage);
+        for_all_types([&](Type type, auto element) {
+            using T = decltype(element);
+            for (const T value : extremes_of<T>()) {
+                const std::vector<T> flat(cage.positions.size() * 5, value);  // more components than go at once
+                BoundProperty bound(surface, cage, Kind::per_vertex, make_items(type, 5, flat));
+                ASSERT_TRUE(bound.property.init(0, &bound.values));
+                for (const double u : {0.0, 0.37, 1.0}) {
+                    EXPECT_EQ(bound.read(0, u, 0.71), std::vector<double>(5, sds::to_real(value)));
+                    EXPECT_EQ(bound.read_integers(0, u, 0.71), std::vector<long long>(5, sds::to_integer(value)));
                 }
-            });
-        }
+            }
+        });
     }
 }
 
 TEST(MeshProperty, LinearRampsOnAFlatGridReproduceToTheTypesResolution) {
-    ZooMesh grid = make_sheet(6);
-    for (Vec3f& p : grid.positions) p[2] = 0.0f;
-    BuiltSurface::Options options;
-    options.mode = Mode::all_fixed;  // ramps are exact where the borders do not bend inwards
-    const BuiltSurface surface(grid, options);
-    float low = 1e30f, high = -1e30f;
-    for (const Vec3f& p : grid.positions) low = std::min(low, p[0]), high = std::max(high, p[0]);
-    for (const Type type : all_types()) {
-        sds::with_element(type, [&](auto element) {
-            using T = decltype(element);
-            std::vector<T> flat;
-            for (const Vec3f& p : grid.positions)
-                flat.push_back(sds::from_real<T>(static_cast<double>((p[0] - low) / (high - low)) * 100.0));
-            BoundProperty bound(surface, grid, Kind::per_vertex, make_items(type, 1, flat));
-            ASSERT_TRUE(bound.property.init(0, &bound.values));
-            constexpr bool is_real = std::is_same_v<T, sds::Half> || std::is_floating_point_v<T>;
-            const double resolution = std::is_same_v<T, sds::Half> ? 0.1 : (is_real ? 1e-4 : 0.51);
-            for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-                Vec3f controls[16];
-                surface.geometry.get_bezier_controls(q, controls);
-                const Vec3f p =
-                    sds::evaluate_patch(controls, sds::CubicBasis<float>(0.4f), sds::CubicBasis<float>(0.9f));
-                const double expected = static_cast<double>((p[0] - low) / (high - low)) * 100.0;
-                EXPECT_NEAR(bound.read(q, 0.4, 0.9)[0], expected, resolution) << ResourceProperty::get_type_name(type);
-                EXPECT_EQ(bound.read_integers(q, 0.4, 0.9)[0], std::llrint(bound.read(q, 0.4, 0.9)[0]));
-            }
-        });
-    }
+    const ZooMesh grid = make_sheet(6);
+    const BuiltSurface surface(grid, {.mode = Mode::all_fixed});  // exact where the borders do not bend inwards
+    const GMathBbox3<float> box = surface.geometry.get_bbox();
+    const auto ramp = [&](const Vec3f& p) {
+        return 100.0 * static_cast<double>((p[0] - box.get_min()[0]) / (box.get_max()[0] - box.get_min()[0]));
+    };
+    for_all_types([&](Type type, auto element) {
+        using T = decltype(element);
+        std::vector<T> flat;
+        for (const Vec3f& p : grid.positions) flat.push_back(sds::from_real<T>(ramp(p)));
+        BoundProperty bound(surface, grid, Kind::per_vertex, make_items(type, 1, flat));
+        ASSERT_TRUE(bound.property.init(0, &bound.values));
+        constexpr bool is_real = std::is_same_v<T, sds::Half> || std::is_floating_point_v<T>;
+        const double resolution = std::is_same_v<T, sds::Half> ? 0.1 : (is_real ? 1e-4 : 0.51);
+        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            const Vec3f p(sample_at(surface.geometry, q, 0.4, 0.9).get_geometric_position());
+            EXPECT_NEAR(bound.read(q, 0.4, 0.9)[0], ramp(p), resolution);
+            EXPECT_EQ(bound.read_integers(q, 0.4, 0.9)[0], std::llrint(bound.read(q, 0.4, 0.9)[0]));
+        }
+    });
 }
 
 TEST(MeshProperty, IntegerResultsRoundToEvenSaturateAndTakeNanAsZero) {
@@ -229,21 +210,15 @@ TEST(MeshProperty, PerPolygonValuesFollowTheControlPolygonAndConstantsAreEverywh
     BoundProperty uniform(surface, cage, Kind::per_polygon, make_items(Type::int32, 1, ids));
     EXPECT_EQ(uniform.read_integers(0, 0.5, 0.5).size(), 0u) << "an empty sample yields nothing";
     ASSERT_TRUE(uniform.property.init(0, &uniform.values));
-    unsigned int quad = 0;
-    for (unsigned int polygon = 0; polygon < cage.counts.size(); ++polygon)
-        for (unsigned int k = 0; k < cage.counts[polygon]; ++k, ++quad) {
-            EXPECT_EQ(uniform.read_integers(quad, 0.2, 0.8), std::vector<long long>{ids[polygon]});
-            EXPECT_EQ(uniform.read(quad, 0.2, 0.8), std::vector<double>{static_cast<double>(ids[polygon])});
-        }
+    for (unsigned int quad = 0; quad < surface.quad_count(); ++quad) {
+        const int id = ids[surface.base.get_primitive_polygon_id(quad)];
+        EXPECT_EQ(uniform.read_integers(quad, 0.2, 0.8), std::vector<long long>{id});
+        EXPECT_EQ(uniform.read(quad, 0.2, 0.8), std::vector<double>{static_cast<double>(id)});
+    }
     EXPECT_TRUE(uniform.read(surface.quad_count(), 0.5, 0.5).empty());
     long long none = 5;
     EXPECT_EQ(uniform.property.evaluate(uniform.ctx, GeometryFragment(), 0, &none, nullptr, nullptr, nullptr, 0), 0u);
     EXPECT_EQ(none, 5);
-
-    // A copy reads polygon ids from a base that lost its parents.
-    const SdsMeshBase copy(surface.base);
-    for (unsigned int q = 0; q < surface.quad_count(); ++q)
-        EXPECT_EQ(copy.get_primitive_polygon_id(q), surface.base.get_primitive_polygon_id(q));
 
     BoundProperty constant(surface, cage, Kind::constant, make_items<double>(Type::float64, 2, {1.5, -2.5}));
     ASSERT_TRUE(constant.property.init(0, &constant.values));
@@ -275,17 +250,14 @@ TEST(MeshProperty, BindingRefusesWhatItCannotEvaluate) {
     EXPECT_FALSE(other.property.has_callbacks());
     EXPECT_FALSE(other.property.init(0, &other.values));
 
-    BuiltSurface::Options linear;
-    linear.mode = Mode::all_fixed;
-    const BuiltSurface flat(cage, linear);
+    const BuiltSurface flat(cage, {.mode = Mode::all_fixed});
     BoundProperty on_flat(flat, cage, Kind::per_vertex, items);
     ASSERT_TRUE(on_flat.property.init(0, &on_flat.values));
     EXPECT_EQ(on_flat.property.get_bezier_corners(0), nullptr);
 }
 
 TEST(MeshProperty, ItemsOfVaryingLengthAreCutToTheShortest) {
-    for (const bool with_step : {false, true}) {
-        const ZooMesh cage = with_step ? make_pole(5) : make_sheet(2);
+    for (const ZooMesh& cage : {make_pole(5), make_sheet(2)}) {
         const BuiltSurface surface(cage);
         std::vector<unsigned int> lengths(cage.positions.size(), 3);
         lengths.back() = 2;
@@ -304,10 +276,7 @@ TEST(MeshProperty, ItemsOfVaryingLengthAreCutToTheShortest) {
 
 TEST(MeshProperty, FixedLevelsReadTheCornerOfTheCell) {
     const ZooMesh cage = make_sheet(3);
-    BuiltSurface::Options options;
-    options.level = 2;
-    const BuiltSurface coarse(cage, options);
-    const BuiltSurface limit(cage);
+    const BuiltSurface coarse(cage, {.level = 2}), limit(cage);
     BoundProperty at_level(coarse, cage, Kind::per_vertex, positions_as_items(cage));
     BoundProperty at_limit(limit, cage, Kind::per_vertex, positions_as_items(cage));
     ASSERT_TRUE(at_level.property.init(0, &at_level.values));
@@ -318,17 +287,12 @@ TEST(MeshProperty, FixedLevelsReadTheCornerOfTheCell) {
 TEST(MeshProperty, TimeSamplesAreSeparateAndCopiesIndependent) {
     const ZooMesh cage = make_pole(5);
     const BuiltSurface surface(cage);
-    PolyMesh polygons = make_poly_mesh(cage);
-    CoreArray<double> times(2);
-    times[0] = 0.0;
-    times[1] = 1.0;
-    const GMathTimeSampling sampling(times);
-    const std::vector<float> first(cage.positions.size(), 1.0f), second(cage.positions.size(), 2.0f);
+    const PolyMesh polygons = make_poly_mesh(cage);
     CoreArray<ResourceProperty> samples;
-    samples.add(make_items(Type::float32, 1, first));
-    samples.add(make_items(Type::float32, 1, second));
+    for (const float value : {1.0f, 2.0f})
+        samples.add(make_items(Type::float32, 1, std::vector<float>(cage.positions.size(), value)));
     PolyMeshProperty source(polygons, "test", Kind::per_vertex, Type::float32, 1);
-    source.set_values(sampling, samples);
+    source.set_values(GMathTimeSampling(to_core_array(std::vector<double>{0.0, 1.0})), samples);
     SdsMeshProperty property(surface.mesh, source);
     ASSERT_TRUE(property.init(0, &source.get_sample_values(0)));
     ASSERT_TRUE(property.init(1, &source.get_sample_values(1)));
