@@ -56,10 +56,9 @@ TEST(SharedEdges, BlendedControlsAreTheSameBits) {
     for (const char* name : {"cube", "prism7_uvs", "sheet_crease_across", "pole64"}) {
         SCOPED_TRACE(name);
         const ZooMesh& cage = zoo_mesh(name);
-        BuiltSurface::Options options;
-        for (const Vec3f& p : cage.positions)
-            options.motion_vectors.emplace_back(0.3f * p[1], -0.7f * p[2], p[0] * p[1]);
-        const BuiltSurface surface(cage, options);
+        std::vector<Vec3f> motion;
+        for (const Vec3f& p : cage.positions) motion.emplace_back(0.3f * p[1], -0.7f * p[2], p[0] * p[1]);
+        const BuiltSurface surface(cage, {.motion_vectors = motion});
         const SdsBezierMesh moved = surface.geometry.get_bezier_mesh_at(0.37);
         expect_same_edges(surface.base.get_edges(), surface.base.get_quad_indices(), [&](unsigned int q, Vec3f* out) {
             moved.get_patch_controls(q, out);

@@ -34,9 +34,7 @@ class Agreement : public ::testing::TestWithParam<Case> {
 protected:
     // Hits of the built cage at a level against the oracle's.
     HitAgreement compare(unsigned int level, double tolerance) const {
-        BuiltSurface::Options options;
-        options.level = level;
-        const BuiltSurface surface(*GetParam().cage, options);
+        const BuiltSurface surface(*GetParam().cage, {.level = level});
         const unsigned int splits = level - (surface.base.get_base_tessellation_level() ? 1u : 0u);
         const RayOracle oracle(surface.geometry, level == 0 ? RayOracle::limit_surface : splits);
         const PatchTracer tracer(surface.mesh, oracle, GetParam().family);

@@ -18,9 +18,7 @@ class Holes : public ::testing::TestWithParam<const ZooMesh*> {
 protected:
     // Adds up all aims and distances; no rays where the surface is too thin to tell inside from outside.
     static HoleCounts count(const ZooMesh& cage, unsigned int level, Route route) {
-        BuiltSurface::Options options;
-        options.level = level;
-        const BuiltSurface surface(cage, options);
+        const BuiltSurface surface(cage, {.level = level});
         const unsigned int splits = level - (surface.base.get_base_tessellation_level() ? 1u : 0u);
         const RayOracle oracle(surface.geometry, level == 0 ? RayOracle::limit_surface : splits);
         const std::vector<Vec3d> inside = find_inside_points(oracle, 8);

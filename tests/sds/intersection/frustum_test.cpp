@@ -1,43 +1,24 @@
 #include <gmock/gmock.h>
 
 #include <limits>
-#include <random>
 
-#include "qn_ctx/ctx_eval.h"
+#include "one_patch.h"
 #include "qn_geometry/geometry_frustum_ctx.h"
-#include "sds/common/control_grid.h"
-#include "sds/common/cubic_basis.h"
-#include "sds/intersection/bezier_intersection.h"
 #include "support/recorders.h"
 
 namespace {
 
-using Vec3f = GMathVec3<float>;
-using Vec3d = GMathVec3<double>;
+using namespace sds_test;
 
 constexpr int touch = 0;
 constexpr int inside = 1;
 
 class FrustumTest : public testing::Test {
 protected:
-    // Controls of the flat patch over [0, 1] x [0, 1] in the plane z.
-    static std::vector<Vec3f> flat(float z) {
-        std::vector<Vec3f> c(16);
-        for (unsigned int place = 0; place < 16; ++place)
-            c[sds::grid_order[place]] = {static_cast<float>(place % 4) / 3, static_cast<float>(place / 4) / 3, z};
-        return c;
-    }
-    static std::vector<Vec3f> random_patch(unsigned int seed) {
-        std::mt19937 random(seed);
-        std::uniform_real_distribution<float> uniform(-0.4f, 0.4f);
-        std::vector<Vec3f> c = flat(0);
-        for (Vec3f& p : c) p += Vec3f(uniform(random), uniform(random), uniform(random));
-        return c;
-    }
     void add_side(Vec3d normal, double offset) { m_frustum.sides[m_frustum.side_count++] = {normal, offset}; }
 
     // Runs one selection from a counter of 10 and the given flag; leaves the outcome in m_count and m_flag.
-    void select(const int& mode, const std::vector<Vec3f>& controls, unsigned int levels, unsigned char flag = 0,
+    void select(const int& mode, const PatchControls& controls, unsigned int levels, unsigned char flag = 0,
                 unsigned char marker = 1) {
         GeometryFrustumCtx ctx(&mode, &m_frustum);
         ctx.selected_count = 10;
@@ -59,9 +40,9 @@ protected:
 
 TEST_F(FrustumTest, CountZeroTestsTheFourCorners) {
     add_side({1, 0, 0}, 0.0);  // x >= 0: the corners are on it
-    select(inside, flat(0), 0);
+    select(inside, make_flat_patch(), 0);
     EXPECT_EQ(m_count, 1u);
-    std::vector<Vec3f> bulging = flat(0);
+    PatchControls bulging = make_flat_patch();
     bulging[2] = {-5, 0, 0};  // outside, but no corner
     select(inside, bulging, 0);
     EXPECT_EQ(m_count, 1u);
@@ -76,19 +57,17 @@ TEST_F(FrustumTest, InsideMeansEveryCornerOfEveryCell) {
     for (unsigned int seed = 0; seed < 400; ++seed) {
         std::mt19937 random(seed);
         std::uniform_real_distribution<double> uniform(-1.0, 1.0);
-        const std::vector<Vec3f> controls = random_patch(seed);
+        const PatchControls controls = make_random_patch(seed, 0.4f);
         m_frustum = GeometryFrustum();
         for (unsigned int i = 0; i < seed % 5; ++i)
             add_side({uniform(random), uniform(random), uniform(random)}, 1.0 + 0.4 * uniform(random));
         m_frustum.near_plane = {{0, 0, 1}, 0.5 + 0.4 * uniform(random)};
         m_frustum.far_plane = {{0, 0, -1}, 0.5 + 0.4 * uniform(random)};
-        Vec3d wide[16];
-        for (unsigned int i = 0; i < 16; ++i) wide[i] = Vec3d(controls[i]);
+        const RayOracle oracle({controls}, RayOracle::limit_surface);
         double least = std::numeric_limits<double>::infinity(), most = -least;
         for (unsigned int i = 0; i <= 8; ++i)
             for (unsigned int j = 0; j <= 8; ++j) {
-                const Vec3d p =
-                    sds::evaluate_patch(wide, sds::CubicBasis<double>(i / 8.0), sds::CubicBasis<double>(j / 8.0));
+                const Vec3d p = oracle.limit_point(0, i / 8.0, j / 8.0);
                 double worst = std::min(m_frustum.near_plane.get_distance(p), m_frustum.far_plane.get_distance(p));
                 for (unsigned int s = 0; s < m_frustum.side_count; ++s)
                     worst = std::min(worst, m_frustum.sides[s].get_distance(p));
@@ -113,10 +92,10 @@ TEST_F(FrustumTest, InsideMeansEveryCornerOfEveryCell) {
 TEST_F(FrustumTest, BehindOnePlaneIsNeverTouched) {
     add_side({0, 0, 1}, -0.5);
     for (const unsigned int levels : {0u, 3u}) {
-        select(touch, flat(0), levels, 16, 32);
+        select(touch, make_flat_patch(), levels, 16, 32);
         EXPECT_EQ(m_count, 0u);
         EXPECT_EQ(m_flag, 16);  // touching keeps the caller's flag
-        select(inside, flat(0), levels, 16, 32);
+        select(inside, make_flat_patch(), levels, 16, 32);
         EXPECT_EQ(m_count, 0u);
         // Culled parts leave the marker, a corner outside leaves 1.
         EXPECT_EQ(m_flag, levels == 0 ? 17 : 48);
@@ -126,11 +105,11 @@ TEST_F(FrustumTest, BehindOnePlaneIsNeverTouched) {
 // The first cull ends the search as soon as a leaf has been seen, so it alone marks the flag.
 TEST_F(FrustumTest, EitherCulledHalfLeavesTheMarker) {
     add_side({-1, 0, 0}, 0.4375);  // the far half of the first split is out
-    select(inside, flat(0), 3, 0, 2);
+    select(inside, make_flat_patch(), 3, 0, 2);
     EXPECT_EQ(m_count, 0u);
     EXPECT_EQ(m_flag, 2);
     m_frustum.sides[0] = {{1, 0, 0}, -0.5625};  // the near half
-    select(inside, flat(0), 3, 0, 2);
+    select(inside, make_flat_patch(), 3, 0, 2);
     EXPECT_EQ(m_count, 0u);
     EXPECT_NE(m_flag, 0);
 }
@@ -141,10 +120,10 @@ TEST_F(FrustumTest, CellAroundTheFrustumTouches) {
     add_side({-1, 0, 0}, 0.55);
     add_side({0, 1, 0}, -0.45);
     add_side({0, -1, 0}, 0.55);
-    select(touch, flat(0), 0);
+    select(touch, make_flat_patch(), 0);
     EXPECT_EQ(m_count, 1u);
     m_frustum.near_plane = {{0, 0, 1}, -1.0};
-    select(touch, flat(0), 0);
+    select(touch, make_flat_patch(), 0);
     EXPECT_EQ(m_count, 0u);
 }
 
@@ -155,13 +134,13 @@ TEST_F(FrustumTest, BoxTestForgivesOneEpsilon) {
     // Not culled, the corner of a leaf fails and leaves 1; on the limit counts as outside.
     for (const auto& [epsilons, flag] : {std::pair(0.5, 1), {1.0, 2}, {2.0, 2}}) {
         m_frustum.sides[0].offset = -epsilons * epsilon;
-        select(inside, flat(0), 3, 0, 2);
+        select(inside, make_flat_patch(), 3, 0, 2);
         EXPECT_EQ(m_flag, flag) << epsilons;
     }
     m_frustum.near_plane = m_frustum.sides[0];
     m_frustum.near_plane.offset = -0.5 * epsilon;
     m_frustum.side_count = 0;
-    select(inside, flat(0), 3, 0, 2);
+    select(inside, make_flat_patch(), 3, 0, 2);
     EXPECT_EQ(m_flag, 1);
 }
 
@@ -169,7 +148,7 @@ TEST_F(FrustumTest, WithoutPlanesEverythingIsInside) {
     for (GeometryPlane& side : m_frustum.sides) side = {{0, 0, 1}, -100.0};  // none of them in use
     for (const unsigned int levels : {0u, 1u, 3u, 5u})
         for (const int mode : {touch, inside}) {
-            select(mode, flat(0), levels, 4);
+            select(mode, make_flat_patch(), levels, 4);
             EXPECT_EQ(m_count, 1u) << levels;
             EXPECT_EQ(m_flag, 4) << levels;
         }
@@ -177,27 +156,27 @@ TEST_F(FrustumTest, WithoutPlanesEverythingIsInside) {
 
 // Each level keeps one more pending node, so the pool of 128 gives out beyond 126 halvings.
 TEST_F(FrustumTest, ExhaustedPoolMakesCoarserLeavesAndSaysSo) {
-    const sds_test::LogCapture::Line line{
+    const LogCapture::Line line{
         2, "sds.ray_bezier_intersection_estimate: 1 intersections skipped because of stack overflows\n"};
-    sds_test::LogCapture log(2);
-    select(touch, flat(0), 62);
+    LogCapture log(2);
+    select(touch, make_flat_patch(), 62);
     EXPECT_TRUE(log.lines.empty());
     {
-        sds_test::LogCapture silent(1);
-        select(touch, flat(0), 70);
+        LogCapture silent(1);
+        select(touch, make_flat_patch(), 70);
         EXPECT_EQ(m_count, 1u);
         EXPECT_TRUE(silent.lines.empty());
     }
     // The first of the coarse leaves fails a plane that its box passed.
     add_side({0, 0, 1}, -0.5 * static_cast<double>(std::numeric_limits<float>::epsilon()));
-    select(inside, flat(0), 70, 0, 2);
+    select(inside, make_flat_patch(), 70, 0, 2);
     EXPECT_EQ(m_count, 0u);
     EXPECT_EQ(m_flag, 1);
     EXPECT_THAT(log.lines, testing::ElementsAre(line));
 }
 
 TEST_F(FrustumTest, WithoutScratchOrFrustumNothingHappens) {
-    const std::vector<Vec3f> controls = flat(0);
+    const PatchControls controls = make_flat_patch();
     for (const int mode : {touch, inside})
         for (const bool has_scratch : {false, true}) {
             GeometryFrustumCtx ctx(&mode, has_scratch ? nullptr : &m_frustum);
@@ -210,7 +189,7 @@ TEST_F(FrustumTest, WithoutScratchOrFrustumNothingHappens) {
 }
 
 TEST_F(FrustumTest, NanPointsDoNotSelectInside) {
-    std::vector<Vec3f> controls = flat(0);
+    PatchControls controls = make_flat_patch();
     controls[0][0] = std::numeric_limits<float>::quiet_NaN();
     add_side({1, 0, 0}, 10.0);
     select(inside, controls, 2);

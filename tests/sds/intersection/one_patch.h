@@ -127,4 +127,18 @@ inline HitAgreement compare_patch(const PatchControls& controls, KernelFamily fa
         tolerance);
 }
 
+// One family at one level or on the limit surface.
+struct KernelChoice {
+    KernelFamily family;
+    unsigned int count;
+
+    friend void PrintTo(const KernelChoice& choice, std::ostream* out) {
+        *out << (choice.family == fast_kernels ? "Fast" : "Reference");
+        if (choice.count == RayOracle::limit_surface)
+            *out << "Limit";
+        else
+            *out << "Level" << choice.count;
+    }
+};
+
 }  // namespace sds_test

@@ -125,33 +125,6 @@ TEST(PatchNode, ReversedEdgesHalveToTheSameBits) {
     }
 }
 
-TEST(PatchNode, FixedDepthTilesThePatch) {
-    auto pool = std::make_unique<sds::NodePool>();
-    const PatchControls controls = make_random_patch(1);
-    for (unsigned int count = 0; count <= 4; ++count) {
-        sds::set_root((*pool)[pool->begin()], controls.data());
-        const sds::FixedDepthSplit split{2 * count};
-        std::set<std::pair<float, float>> corners;
-        unsigned int index = 0;
-        float entry = 0.0f;
-        do {
-            PatchNode& node = (*pool)[index];
-            if (split(*pool, node)) {
-                pool->push(node.children[0], 0.0f);
-                pool->push(node.children[1], 0.0f);
-            } else {
-                EXPECT_EQ(node.range[2] - node.range[0], 1.0f / static_cast<float>(1u << count));
-                EXPECT_EQ(node.range[3] - node.range[1], 1.0f / static_cast<float>(1u << count));
-                EXPECT_EQ(node.direction, 0);
-                EXPECT_TRUE(corners.emplace(node.range[0], node.range[1]).second);
-            }
-            pool->release(index);
-        } while (pool->pop(index, entry));
-        EXPECT_EQ(corners.size(), size_t{1} << (2 * count));
-        EXPECT_EQ(pool->get_overflow_count(), 0u);
-    }
-}
-
 TEST(NodePool, GivesOutEveryNodeOnceAndRefusesTheRest) {
     auto pool = std::make_unique<sds::NodePool>();
     PatchNode parent;

@@ -110,27 +110,6 @@ TEST(SlabTest, RaysInThePlaneOfASideMeetTheBox) {
             }
 }
 
-TEST(RayState, MovesTheOriginToTheReferencePoint) {
-    const Vec3d reference{100.25, -7.5, 3.0};
-    const Vec3d direction{0.6, 0.0, 0.8};
-    const Vec3d offset{0.8, 0.5, -0.6};
-    for (const double distance : {-1e9, -1e3, 0.0, 1e6, 1e12}) {
-        const sds::RayState state = make_state(reference + offset - direction * distance, direction, -1e30, reference);
-        EXPECT_NEAR(state.shift, distance, 1e-15 * std::fabs(distance) + 1e-12);
-        const double lost = 4e-16 * std::fabs(distance) + 1e-5;
-        for (unsigned int axis = 0; axis < 3; ++axis)
-            EXPECT_NEAR(state.origin[axis], reference[axis] + offset[axis], lost);
-    }
-}
-
-TEST(RayState, BeginsAtOrBeforeTnear) {
-    for (const double near : {0.0, 1e-9, 1.0, 3.7, 1e6, -1e-9, -1.0, -3.7, -1e6})
-        for (const double shift : {0.0, 0.1, 1e4, -33.3}) {
-            const sds::RayState state = make_state({0, 0, -shift}, {0, 0, 1}, near);
-            EXPECT_LE(static_cast<double>(state.entry_bound), near - state.shift) << near << " " << shift;
-        }
-}
-
 TEST(RayState, NarrowingBoundsTheDouble) {
     std::mt19937_64 random(5);
     std::uniform_real_distribution<double> unit(-1.0, 1.0);

@@ -75,7 +75,6 @@ TEST(Area, IdentityGivesTheSummedAreaOfTheZoo) {
             for (unsigned int q = 0; q < surface.quad_count(); ++q)
                 sum += surface.geometry.estimate_primitive_area(ctx, q, Matrix());
             EXPECT_NEAR(surface.geometry.estimate_area(ctx, Matrix()), sum, 2e-5 * sum);
-            EXPECT_NEAR(surface.geometry.estimate_shading_group_area(ctx, 0, Matrix()), sum, 2e-5 * sum);
             const auto& record = surface.geometry.get_area_record();
             EXPECT_GE(record.blend, -1e-4f);
             EXPECT_LE(record.blend, 1.0f + 1e-4f);

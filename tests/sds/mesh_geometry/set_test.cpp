@@ -115,44 +115,6 @@ TEST(GeometrySet, ABaseBuiltAnewIsAnotherTopology) {
     EXPECT_EQ(bytes_of(geometry), bytes_of(fresh));
 }
 
-TEST(GeometrySet, ThreadsStartAtOneHundredTwentyEightQuads) {
-    for (const unsigned int quads : {127u, 128u}) {
-        ZooMesh cage = make_torus(16, 8);
-        cage.counts.resize(quads);
-        cage.indices.resize(4 * size_t{quads});
-        cage.corner_creases.resize(4 * size_t{quads});
-        const BuiltSurface surface(cage);
-        RecordingProgress bar;
-        geometry_tasks(surface, cage, Mode::corners_fixed, {}, bar);
-        for (const char* label : {"analyse vertices topology", "compute bezier tangents", "update bbox and area"}) {
-            const RecordingProgress::Task& task = *bar.find(label);
-            EXPECT_EQ(task.increments > 0, quads == 128) << label;
-            EXPECT_EQ(task.steps > 0, quads == 127) << label;
-            if (quads == 128) {
-                EXPECT_NEAR(task.shares, 1.0, 1e-5) << label;
-            }
-        }
-    }
-}
-
-TEST(GeometrySet, MotionVectorsOfAnotherCountAreIgnored) {
-    const ZooMesh& cage = zoo_mesh("tetrahedron");
-    for (const size_t count :
-         {size_t{0}, cage.positions.size() - 1, cage.positions.size(), cage.positions.size() + 1}) {
-        const BuiltSurface surface(cage, {.motion_vectors = std::vector<Vec3f>(count, {1, 0, 0})});
-        EXPECT_EQ(surface.geometry.has_motion_vectors(), count == cage.positions.size());
-        EXPECT_EQ(surface.geometry.is_animated(), count == cage.positions.size());
-    }
-}
-
-TEST(GeometrySet, ModeZeroHasNoSmoothParts) {
-    const BuiltSurface surface(zoo_mesh("tetrahedron"), {.mode = Mode::all_fixed});
-    EXPECT_TRUE(surface.geometry.get_bezier_patches().is_empty());
-    EXPECT_TRUE(surface.geometry.get_bezier_corners().is_empty());
-    EXPECT_TRUE(surface.geometry.get_bezier_tangents_array().is_empty());
-    EXPECT_EQ(surface.geometry.get_bezier_mesh().get_patch_vertices(0), surface.geometry.get_vertices().get_data());
-}
-
 TEST(GeometrySet, UnknownModeKeepsTheInfosOfTheBase) {
     const BuiltSurface surface(zoo_mesh("sheet_dart"), {.mode = Mode(4)});
     ASSERT_EQ(surface.geometry.get_vertex_infos().get_count(), surface.base.get_vertex_infos().get_count());

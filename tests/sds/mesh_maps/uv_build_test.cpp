@@ -1,7 +1,7 @@
 // UV maps through the build: classification at seams, patches, copies, look-up on edges.
 #include <gmock/gmock.h>
 
-#include <map>
+#include <algorithm>
 #include <memory>
 #include <set>
 
@@ -68,31 +68,23 @@ TEST(UvVertexRules, SeamBetweenTwoQuads) {
 TEST(UvVertexRules, OnlyTurnsOfASeamAreSeamCorners) {
     ZooMesh cage = map_positions(make_sheet(4));
     // The right half uses copies of the middle column's vertices.
-    const unsigned int stride = 5, middle = 2;
-    std::map<unsigned int, unsigned int> copies;
-    for (unsigned int q = 0; q < cage.counts.size(); ++q) {
-        bool right = false;
-        for (unsigned int k = 0; k < 4; ++k) right |= cage.indices[4 * q + k] % stride > middle;
-        if (!right) continue;
-        for (unsigned int k = 0; k < 4; ++k) {
-            const unsigned int v = cage.indices[4 * q + k];
-            if (v % stride != middle) continue;
-            const auto [copy, is_new] = copies.try_emplace(v, static_cast<unsigned int>(cage.uv_points.size()));
-            if (is_new) cage.uv_points.push_back(Vec3f(cage.uv_points[v]));
-            cage.uv_indices[4 * q + k] = copy->second;
-        }
-    }
-    ASSERT_EQ(copies.size(), 5u);
     std::set<unsigned int> on_seam, ends;
-    for (const auto& [v, copy] : copies) {
+    for (unsigned int row = 0; row < 5; ++row) {
+        const unsigned int v = 5 * row + 2, copy = 25 + row;
+        cage.uv_points.push_back(cage.positions[v]);
+        for (unsigned int c = 0; c < cage.indices.size(); ++c) {
+            const auto quad = cage.indices.begin() + c / 4 * 4;
+            const bool is_right = std::any_of(quad, quad + 4, [](unsigned int w) { return w % 5 > 2; });
+            if (is_right && cage.indices[c] == v) cage.uv_indices[c] = copy;
+        }
         on_seam.insert({v, copy});
-        if (v == copies.begin()->first || v == copies.rbegin()->first) ends.insert({v, copy});
+        if (row % 4 == 0) ends.insert({v, copy});
     }
     EXPECT_EQ(fixed_by(cage, Mode::smoothed_seams_fixed), on_seam);
     EXPECT_EQ(fixed_by(cage, Mode::smoothed_seam_corners_fixed), ends);
 }
 
-TEST(UvMaps, LookUpAgreesWithCornersEdgesAndDifferences) {
+TEST(UvMaps, LookUpAgreesWithEdgesAndDifferences) {
     for (const char* name : {"cube_uv_islands", "prism7_uvs", "sheet_uv_islands"})
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
             SCOPED_TRACE(name);
@@ -102,19 +94,13 @@ TEST(UvMaps, LookUpAgreesWithCornersEdgesAndDifferences) {
                 surface.maps.compute_fragment_uvw(ctx, {q, u, v, 0, 0}, 0, uvw, du, dv);
                 return uvw;
             };
-            constexpr double places[5][2] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}, {0, 0}};
             for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-                Vec3f c[16];
-                surface.maps.get_bezier_controls(0, q, c);
-                for (unsigned int k = 0; k < 4; ++k) {
-                    EXPECT_EQ(at(q, places[k][0], places[k][1]), Vec3d(c[4 * k]));
-                    for (const double t : {0.0, 0.3, 1.0}) {
+                for (const double t : {0.0, 0.3, 1.0}) {
+                    const Vec3d expected[] = {at(q, t, 0), at(q, 1, t), at(q, 1 - t, 1), at(q, 0, 1 - t)};
+                    for (unsigned int k = 0; k < 4; ++k) {
                         Vec3d on_edge(0, 0, 0);
                         surface.maps.compute_edge_uvw(ctx, q, k, 0, t, on_edge);
-                        expect_near(on_edge,
-                                    at(q, places[k][0] + (places[k + 1][0] - places[k][0]) * t,
-                                       places[k][1] + (places[k + 1][1] - places[k][1]) * t),
-                                    2e-6);
+                        expect_near(on_edge, expected[k], 2e-6);
                     }
                 }
                 Vec3d untouched(7, 7, 7), uvw, du, dv;
@@ -160,18 +146,16 @@ TEST(UvMaps, UnmappedQuadsShiftThePatchesAfterThem) {
         unsigned int mapped = 0;
         for (unsigned int q = 0; q < surface.quad_count(); ++q) {
             const unsigned int polygon = surface.base.get_primitive_polygon_id(q);
+            const bool is_mapped = polygon != 1 && polygon != 4;
             EXPECT_EQ(map.patch_indices[q], mapped);
-            EXPECT_EQ(surface.maps.is_primitive_uv_mapped(q, 0), polygon != 1 && polygon != 4) << q;
-            if (polygon != 1 && polygon != 4) ++mapped;
-        }
-        EXPECT_EQ(map.patches.get_count(), mapped);
-        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-            if (!surface.maps.is_primitive_uv_mapped(q, 0)) continue;
+            EXPECT_EQ(surface.maps.is_primitive_uv_mapped(q, 0), is_mapped) << q;
+            if (!is_mapped) continue;
+            ++mapped;
             Vec3f c[16];
             surface.maps.get_bezier_controls(0, q, c);
-            for (const Vec3f& p : c) EXPECT_TRUE(p.is_finite());
             EXPECT_EQ(c[0], map.corners[map.quad_indices[4 * q]]);
         }
+        EXPECT_EQ(map.patches.get_count(), mapped);
         EXPECT_FALSE(surface.maps.is_primitive_uv_mapped(surface.quad_count(), 0));
     }
 }
@@ -205,26 +189,23 @@ TEST(UvMaps, TasksOfBothRoads) {
 }
 
 TEST(UvMaps, CopiesStandAlone) {
-    const ZooMesh& cage = zoo_mesh("prism7_uvs");
-    const BuiltSurface surface(cage);
+    const BuiltSurface surface(zoo_mesh("prism7_uvs"));
     auto source = std::make_unique<SdsMeshMaps>(surface.maps);
-    SdsMeshMaps copy(*source), assigned;
+    const SdsMeshMaps copy(*source);
+    SdsMeshMaps assigned;
     assigned = *source;
     assigned = *&assigned;
     source.reset();
-    EXPECT_EQ(copy.get_memory_size(), surface.maps.get_memory_size());
-    for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-        Vec3f a[16], b[16], c[16];
-        surface.maps.get_bezier_controls(0, q, a);
-        copy.get_bezier_controls(0, q, b);
-        assigned.get_bezier_controls(0, q, c);
-        for (unsigned int i = 0; i < 16; ++i) {
-            EXPECT_EQ(a[i], b[i]);
-            EXPECT_EQ(a[i], c[i]);
+    for (const SdsMeshMaps* maps : {&copy, &std::as_const(assigned)}) {
+        EXPECT_EQ(maps->get_memory_size(), surface.maps.get_memory_size());
+        EXPECT_EQ(maps->get_uv_map_name(0), CoreString("uv"));
+        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            Vec3f a[16], b[16];
+            surface.maps.get_bezier_controls(0, q, a);
+            maps->get_bezier_controls(0, q, b);
+            for (unsigned int i = 0; i < 16; ++i) EXPECT_EQ(a[i], b[i]);
         }
     }
-    EXPECT_EQ(copy.get_uv_map_name(0), CoreString("uv"));
-    EXPECT_EQ(copy.get_uv_maps()[0].get_count(), surface.maps.get_uv_map_vertices(0).get_count());
 }
 
 }  // namespace

@@ -1,0 +1,124 @@
+// Where the kernels hit one patch.
+#include "one_patch.h"
+#include "support/recorders.h"
+
+namespace sds_test {
+namespace {
+
+constexpr unsigned int limit = RayOracle::limit_surface;
+
+TEST(KernelFamilies, AgreeWithTheOracleOnRandomPatches) {
+    for (const KernelFamily family : {fast_kernels, reference_kernels})
+        for (const unsigned int count : {0u, 1u, 2u, 3u, 4u, 5u, 6u, limit}) {
+            SCOPED_TRACE(testing::PrintToString(KernelChoice{family, count}));
+            // On the limit surface the reference kernel's leaves are points of a box that a grazing ray leaves late.
+            const bool is_coarse = count == limit && family == reference_kernels;
+            for (unsigned int seed = 0; seed < 15; ++seed) {
+                const HitAgreement agreement =
+                    compare_patch(make_random_patch(seed), family, count, 1000, is_coarse ? 3e-5 : 2e-6);
+                EXPECT_EQ(agreement.wrong, 0u) << "seed " << seed << ", worst t " << agreement.worst_t;
+                EXPECT_GT(agreement.hits, 100u);
+                EXPECT_LT(agreement.silhouettes, 10u);
+                if (!is_coarse) {
+                    EXPECT_LT(agreement.worst_uv, 1e-4) << "seed " << seed;
+                }
+            }
+        }
+}
+
+// Lines inside the patch, between its parts or its cells and along their diagonals: a border is a silhouette, where
+// rounding decides. One crossing is one hit, whichever parts find it.
+TEST(KernelFamilies, LinesBetweenPartsAreHitOnce) {
+    for (const KernelFamily family : {fast_kernels, reference_kernels})
+        for (const unsigned int count : {0u, 1u, 2u, 3u, 4u, 5u, limit}) {
+            SCOPED_TRACE(testing::PrintToString(KernelChoice{family, count}));
+            const unsigned int n = count == limit ? 16 : 1u << count;
+            std::mt19937_64 random(count);
+            std::uniform_real_distribution<double> unit(0.0, 1.0);
+            for (unsigned int seed = 0; seed < 5; ++seed) {
+                const PatchControls patch = make_random_patch(seed, 0.1f);
+                const RayOracle oracle({patch}, count);
+                KernelBench bench(family, count);
+                for (unsigned int i = 0; i < 200; ++i) {
+                    const double along = 0.1 + 0.8 * unit(random);
+                    const double line = std::floor(1 + unit(random) * (n - 1)) / n;
+                    const double u = i % 2 == 0 || count == 0 ? along : line;
+                    const double v = i % 2 == 0 ? along : (i % 4 == 1 ? along : std::floor(1 + along * (n - 1)) / n);
+                    const Vec3d target = oracle.point(0, u, v);
+                    const Vec3d origin = target + Vec3d{0.3 * unit(random), 0.3 * unit(random), 1.0 + unit(random)};
+                    const GeometryRay ray = make_ray(origin, target - origin);
+                    EXPECT_EQ(bench.trace(patch, ray).hit.primitive, 0u) << "ray " << i;
+                    EXPECT_EQ(bench.collect(patch, ray, 8).size(), 1u) << "ray " << i;
+                }
+            }
+        }
+}
+
+// Every leaf of the reference kernel is a point within its box; across the ray the box is of the order of the
+// tolerance, 1e-6 of max(3, |centre|), and a ray at a low angle stays in it for tolerance / cosine.
+TEST(KernelFamilies, ReferenceLeavesAreAsSmallAsTheirTolerance) {
+    for (unsigned int seed = 100; seed < 110; ++seed) {
+        const PatchControls patch = make_random_patch(seed, 0.15f);
+        const RayOracle oracle({patch}, limit);
+        KernelBench bench(reference_kernels);
+        std::mt19937_64 random(seed);
+        std::uniform_real_distribution<double> unit(0.0, 1.0);
+        for (unsigned int i = 0; i < 300; ++i) {
+            const Vec3d target = oracle.point(0, unit(random), unit(random));
+            const Vec3d origin = target + Vec3d{unit(random) - 0.5, unit(random) - 0.5, 1.0};
+            const GeometryRay ray = bench.trace(patch, make_ray(origin, target - origin));
+            const Crossing expected = oracle.find_nearest(origin, target - origin, 0.0, 1e9);
+            ASSERT_EQ(ray.hit.primitive, 0u);
+            EXPECT_NEAR(ray.hit.t, expected.t, 1e-5 / expected.cosine) << "seed " << seed << ", ray " << i;
+        }
+    }
+}
+
+// The tolerance follows the distance from the coordinates' origin: a patch far out is still hit, and where it is.
+TEST(KernelFamilies, PatchesFarFromTheOriginAreHit) {
+    const Vec3f offset(148376.0f, 1234.0f, -223423.0f);
+    for (const KernelFamily family : {fast_kernels, reference_kernels}) {
+        PatchControls patch = make_random_patch(8, 0.1f);
+        for (Vec3f& control : patch) control = control * 4.0f + offset;
+        const RayOracle oracle({patch}, limit);
+        KernelBench bench(family);
+        bench.reference_point = Vec3d(offset) + Vec3d{2, 2, 0};
+        for (int k = 1; k < 8; ++k) {
+            const Vec3d target = oracle.point(0, k / 8.0, 0.3 + 0.05 * k);
+            const GeometryRay ray = bench.trace(patch, make_ray(target + Vec3d{0.3, 0.2, 500}, {-0.3, -0.2, -500}));
+            ASSERT_EQ(ray.hit.primitive, 0u);
+            EXPECT_NEAR(ray.hit.t * 500, 500.0, 0.5);
+        }
+    }
+}
+
+// A patch far smaller than the rounding of the boxes' distances: the ray passes for meeting every box, so one sibling
+// waits per split and the pool runs out. The corner that the ray hits is visited first and ends the search.
+TEST(PoolExhaustion, ACoarserCellIsHitAndLoggedAndThePoolServesTheNextCall) {
+    const PatchControls patch = make_patch([](unsigned int column, unsigned int row) {
+        return Vec3f((static_cast<float>(column) - 3.0f) * 1e-9f, (static_cast<float>(row) - 3.0f) * 1e-9f, 0.0f);
+    });
+    GeometryRay start = make_ray({-1.0, -0.5, 1.0}, {1, 0.5, -1});
+    start.mode = GeometryRayMode::any;
+    KernelBench bench(reference_kernels, 70);
+    bench.reference_point = start.origin;
+    const GeometryRay flat = make_ray({0.3, 0.4, 1.0}, {0, 0, -1});
+    for (const unsigned int level : {1u, 2u}) {
+        LogCapture log(level);
+        const GeometryRay ray = bench.trace(patch, start);
+        EXPECT_EQ(ray.hit.primitive, 0u);
+        EXPECT_NEAR(ray.hit.u, 1.0, 1e-6);
+        EXPECT_NEAR(ray.hit.v, 1.0, 1e-6);
+        std::vector<LogCapture::Line> expected{
+            {2, "sds.ray_bezier_intersection_estimate: 1 intersections skipped because of stack overflows\n"}};
+        if (level < 2) expected.clear();
+        EXPECT_EQ(log.lines, expected);
+        log.lines.clear();
+        EXPECT_EQ(KernelBench(reference_kernels, 5).trace(make_flat_patch(), flat).hit.primitive, 0u);
+        EXPECT_EQ(bench.trace(make_flat_patch(), make_ray({3.0, 0.4, 1.0}, {0, 0, -1})).hit.primitive, no_primitive);
+        EXPECT_TRUE(log.lines.empty());
+    }
+}
+
+}  // namespace
+}  // namespace sds_test
