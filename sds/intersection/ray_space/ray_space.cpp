@@ -39,62 +39,59 @@ bool push_hit(const CtxEval& ctx, unsigned int primitive, GeometryRaytraceCtx& r
                                   GeometryMediumDescriptor(), nullptr);
 }
 
-void push_cell_hits(const CtxEval& ctx, unsigned int primitive, GeometryRaytraceCtx& rays, unsigned int i, double shift,
-                    const RayHits& hits) {
-    for (unsigned int h = 0; h < hits.count && !rays.is_ray_finished(i); ++h) {
-        const RayHit& hit = hits.hits[h];
-        push_hit(ctx, primitive, rays, i, shift + static_cast<double>(hit.t), hit.u, hit.v, hit.cell);
+// Hands the rays of the range to kernel(controls, ray, hits) one by one and what they hit to push(i, shift, hits);
+// returns how many splits and hits found no room.
+template <class Kernel, class Push>
+unsigned int trace_rays(const GMathVec3<float>* controls, GeometryRaytraceCtx& rays, const Kernel& kernel,
+                        const Push& push) {
+    const sds::ControlLanes grid(controls);
+    unsigned int overflow_count = 0;
+    for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
+        if (rays.is_ray_finished(i)) continue;
+        const GeometryRaySpace& space = rays.get_ray_space(i);
+        if (!can_meet(space)) continue;
+        RayHits hits;
+        hits.count = 0;
+        hits.overflow_count = 0;
+        kernel(grid.coords, make_space(space), hits);
+        overflow_count += hits.overflow_count;
+        if (hits.count != 0) push(i, space.shift, hits);
     }
+    return overflow_count;
 }
 
 }  // namespace
 
 unsigned int sds::trace_limit_surface(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
                                       GeometryRaytraceCtx& rays) {
-    const ControlLanes grid(controls);
-    const RayKernels& kernels = get_ray_kernels();
-    unsigned int overflow_count = 0;
-    for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
-        if (rays.is_ray_finished(i)) continue;
-        const GeometryRaySpace& space = rays.get_ray_space(i);
-        if (!can_meet(space)) continue;
-        RayHits hits;
-        hits.count = 0;
-        hits.overflow_count = 0;
-        kernels.adaptive(grid.coords, make_space(space), hits);
-        overflow_count += hits.overflow_count;
-        if (hits.count == 0) continue;
+    const auto push = [&](unsigned int i, double shift, const RayHits& hits) {
         HitSlots slots;
         slots.clear();
         for (unsigned int h = 0; h < hits.count; ++h) {
             const RayHit& hit = hits.hits[h];
-            const double t = space.shift + static_cast<double>(hit.t);
+            const double t = shift + static_cast<double>(hit.t);
             if (t >= rays.get_tnear(i) && t < rays.get_tfar(i)) slots.add(hit.side, hit.t, hit.u, hit.v, 0);
         }
         slots.flush(static_cast<float>(duplicate_separation), [&](const HitSlots::Entry& entry) {
             const bool accepted =
-                push_hit(ctx, primitive, rays, i, space.shift + static_cast<double>(entry.t), entry.u, entry.v, 0.0f);
+                push_hit(ctx, primitive, rays, i, shift + static_cast<double>(entry.t), entry.u, entry.v, 0.0f);
             if (accepted && rays.is_ray_finished(i)) rays.set_occluder(i, {primitive, 0, nullptr});
         });
-    }
-    return overflow_count;
+    };
+    return trace_rays(controls, rays, get_ray_kernels().adaptive, push);
 }
 
 unsigned int sds::trace_flat_cells(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
                                    GeometryRaytraceCtx& rays, unsigned int count) {
-    const ControlLanes grid(controls);
-    const RayKernels& kernels = get_ray_kernels();
-    unsigned int overflow_count = 0;
-    for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
-        if (rays.is_ray_finished(i)) continue;
-        const GeometryRaySpace& space = rays.get_ray_space(i);
-        if (!can_meet(space)) continue;
-        RayHits hits;
-        hits.count = 0;
-        hits.overflow_count = 0;
-        kernels.estimate(grid.coords, make_space(space), count, hits);
-        overflow_count += hits.overflow_count;
-        push_cell_hits(ctx, primitive, rays, i, space.shift, hits);
-    }
-    return overflow_count;
+    const auto kernel = [count, estimate = get_ray_kernels().estimate](const float(*grid)[16], const RaySpace& ray,
+                                                                       RayHits& hits) {
+        estimate(grid, ray, count, hits);
+    };
+    const auto push = [&](unsigned int i, double shift, const RayHits& hits) {
+        for (unsigned int h = 0; h < hits.count && !rays.is_ray_finished(i); ++h) {
+            const RayHit& hit = hits.hits[h];
+            push_hit(ctx, primitive, rays, i, shift + static_cast<double>(hit.t), hit.u, hit.v, hit.cell);
+        }
+    };
+    return trace_rays(controls, rays, kernel, push);
 }
