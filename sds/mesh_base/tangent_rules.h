@@ -97,7 +97,7 @@ FanFrame<typename Trig::Real> closed_fan_frame(const unsigned int* quad_indices,
 template <class Trig>
 struct ClosedFanWeights {
     using Real = typename Trig::Real;
-    Real edge[max_summed_valence], diagonal[max_summed_valence];
+    Real edge[max_summed_valence]{}, diagonal[max_summed_valence]{};
 
     ClosedFanWeights() = default;
     explicit ClosedFanWeights(unsigned int valence) {
