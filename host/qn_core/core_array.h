@@ -16,6 +16,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "qn_core/core_memory.h"
+
 template <class T>
 class CoreBasicArray {
 public:
@@ -117,7 +119,7 @@ public:
 
     void reserve(const unsigned int& capacity) {
         if (capacity <= m_capacity) return;
-        T* data = static_cast<T*>(::operator new (sizeof(T) * size_t{capacity}, std::align_val_t{alignment}));
+        T* data = static_cast<T*>(CoreMemory::allocate(sizeof(T) * size_t{capacity}, alignment));
         if constexpr (std::is_trivially_copyable_v<T>) {
             if (m_count != 0) std::memcpy(static_cast<void*>(data), m_data, sizeof(T) * m_count);
         } else {
@@ -160,7 +162,7 @@ private:
     static constexpr size_t alignment = alignof(T) > 64 ? alignof(T) : 64;
 
     void release() {
-        if (m_data != nullptr) ::operator delete (m_data, std::align_val_t{alignment});
+        if (m_data != nullptr) CoreMemory::free(m_data, sizeof(T) * size_t{m_capacity}, alignment);
     }
 
     unsigned int m_capacity = 0;

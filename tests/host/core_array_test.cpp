@@ -86,9 +86,17 @@ TEST(CoreArray, EmptyIsHarmless) {
     EXPECT_EQ(a.begin(), a.end());
 }
 
-TEST(CoreArray, StorageIsOneCacheLineAligned) {
+TEST(CoreArray, StorageOfEverySizeIsAlignedWholeAndFreed) {
+    constexpr unsigned int large_page = 1u << 21;
     for (unsigned int n = 1; n < 40; ++n)
         EXPECT_EQ(reinterpret_cast<size_t>(CoreArray<unsigned char>(n).get_data()) % 64, 0u);
+    for (const unsigned int n : {large_page / 4 * 3 - 1, large_page / 4 * 3, large_page, large_page + 1,
+                                 3 * large_page - 1, 3 * large_page + large_page / 2}) {
+        CoreArray<unsigned char> array(n, static_cast<unsigned char>(7));
+        EXPECT_EQ(reinterpret_cast<size_t>(array.get_data()) % 64, 0u);
+        array.reserve(n + large_page);
+        EXPECT_EQ(std::count(array.begin(), array.end(), 7), n);
+    }
 }
 
 }  // namespace
