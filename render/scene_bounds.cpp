@@ -221,7 +221,7 @@ bool SceneRay::init(const UnitSpace& space, const Vec3& ray_origin, const Vec3& 
             origin[a] = static_cast<float>(from_center[a]);
             direction[a] = static_cast<float>(ray_direction[a] * inverse_speed);
         }
-        length = get_distance(std::min(tfar, (near + 2.0) / scale));
+        length = std::min(get_distance(tfar), static_cast<float>(near + 2.0));
         return tfar >= 0.0;
     }
     // A little more than the sphere, so that no rounding below can cut off a hit.

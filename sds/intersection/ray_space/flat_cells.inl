@@ -10,6 +10,7 @@ constexpr double barycentric_epsilon = 1e-6;
 struct FlatCell {
     double p[4], q[4];  // corners in cyclic order
 
+    // The lower triangle, then the upper.
     template <class Report>
     void intersect(Report&& report) const {
         // Edge function of corners i, j: twice the area of the triangle that they span with the origin.
@@ -18,21 +19,30 @@ struct FlatCell {
         const double e20 = p[2] * q[0] - p[0] * q[2];
         const double e23 = p[2] * q[3] - p[3] * q[2];
         const double e30 = p[3] * q[0] - p[0] * q[3];
-        test(e12, e20, e01, false, report);
-        test(e23, e30, -e20, true, report);
+        const Weights lower{e12, e20, e01}, upper{e23, e30, -e20};
+        const bool in_lower = lower.are_inside(), in_upper = upper.are_inside();
+        if (in_lower) lower.report_to(report, false);
+        if (in_upper) upper.report_to(report, true);
     }
 
 private:
-    // Weights of c0, the second and the third corner, before the division by their sum.
-    template <class Report>
-    static void test(double w0, double w1, double w2, bool upper, Report&& report) {
-        const double det = w0 + w1 + w2;
-        if (det == 0.0) return;
-        const double slack = barycentric_epsilon * (det < 0.0 ? -det : det);
-        const bool inside =
-            det > 0.0 ? w0 >= -slack && w1 >= -slack && w2 >= -slack : w0 <= slack && w1 <= slack && w2 <= slack;
-        if (inside) report(w1 / det, w2 / det, upper, det);
-    }
+    // Of c0, the second and the third corner, before the division by their sum.
+    struct Weights {
+        double w0, w1, w2;
+
+        // Without a branch: which triangle holds the ray is as good as random.
+        bool are_inside() const {
+            const double det = w0 + w1 + w2, sign = det < 0.0 ? -1.0 : 1.0;
+            const double slack = barycentric_epsilon * (det * sign);
+            return (static_cast<int>(w0 * sign >= -slack) & static_cast<int>(w1 * sign >= -slack) &
+                    static_cast<int>(w2 * sign >= -slack) & static_cast<int>(det != 0.0)) != 0;
+        }
+        template <class Report>
+        void report_to(Report&& report, bool upper) const {
+            const double det = w0 + w1 + w2;
+            report(w1 / det, w2 / det, upper, det);
+        }
+    };
 };
 
 // Cell coordinates from the barycentric ones of the second and third corner.

@@ -12,11 +12,12 @@
 namespace sds {
 
 // A ray as the kernels see it: origin near the object, two vectors across the direction, and the direction divided by
-// its squared length.
+// its squared length. They stay where the ray's owner keeps them: a processor hands on what was written one by one a
+// moment ago when it is read one by one, and waits when it is read as a piece.
 struct RaySpace {
-    float origin[3];
-    float across[2][3];
-    float along[3];
+    const float* origin;
+    const float (*across)[3];
+    const float* along;
 };
 
 struct RayHit {

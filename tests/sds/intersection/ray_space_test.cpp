@@ -33,13 +33,7 @@ TEST(RaySpace, InstructionSetsGiveTheSameBits) {
         const GeometryRaytraceData data;
         GeometryRaytraceCtx rays(&record, 1, data);
         const GeometryRaySpace& space = rays.get_ray_space(0);
-        sds::RaySpace ray;
-        for (unsigned int axis = 0; axis < 3; ++axis) {
-            ray.origin[axis] = space.origin[axis];
-            ray.across[0][axis] = space.across[0][axis];
-            ray.across[1][axis] = space.across[1][axis];
-            ray.along[axis] = space.along[axis];
-        }
+        const sds::RaySpace ray{space.origin, space.across, space.along};
         Vec3f controls[16];
         surface.geometry.get_bezier_controls(i % surface.quad_count(), controls);
         float grid[3][16];
