@@ -29,9 +29,12 @@ private:
 class CtxThread {
 public:
     GasScratch& get_scratch() { return m_scratch; }
+    // For what is worth keeping from one call to the next.
+    GasScratch& get_kept_scratch() { return m_kept_scratch; }
 
 private:
     GasScratch m_scratch;
+    GasScratch m_kept_scratch;
 };
 
 // A light view of the thread's entry and the frame's shader context; both outlive it. Used by one thread.

@@ -10,8 +10,10 @@ namespace sds {
 struct ControlLanes {
     float coords[3][16];
 
+    ControlLanes() = default;
     // `controls` in corner order.
-    explicit ControlLanes(const GMathVec3<float>* controls) {
+    explicit ControlLanes(const GMathVec3<float>* controls) { set(controls); }
+    void set(const GMathVec3<float>* controls) {
         const auto load = [controls](unsigned int place) {
             return SimdFloat4::load3(controls[grid_order[place]].get_data());
         };

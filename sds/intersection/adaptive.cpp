@@ -3,9 +3,10 @@
 #include <cmath>
 
 #include "qn_ctx/ctx_eval.h"
-#include "sds/common/log_line.h"
+#include "sds/common/control_lanes.h"
 #include "sds/intersection/bezier_intersection.h"
 #include "sds/intersection/hit_slots.h"
+#include "sds/intersection/overflow_log.h"
 #include "sds/intersection/ray_space/ray_space.h"
 #include "sds/intersection/ray_targets.h"
 #include "sds/intersection/traversal.h"
@@ -157,10 +158,8 @@ unsigned int trace_reference(const CtxEval& ctx, unsigned int primitive, const V
 void ray_bezier_intersection_adaptive(const CtxEval& ctx, const unsigned int& primitive, const Vec3f* controls,
                                       GeometryRaytraceCtx& rays) {
     if (ctx.get_thread() == nullptr) return;
-    const unsigned int overflow_count = rays.get_data().kernel_family == 0
-                                            ? sds::trace_limit_surface(ctx, primitive, controls, rays)
-                                            : trace_reference(ctx, primitive, controls, rays);
-    if (overflow_count != 0)
-        sds::log_line(sds::log_level_statistics, "sds.ray_bezier_intersection_adaptive: ", overflow_count,
-                      " intersections skipped because of stack overflows\n");
+    if (rays.get_data().kernel_family == 0)
+        sds::trace_limit_surface(ctx, primitive, sds::ControlLanes(controls), rays);
+    else
+        sds::log_overflows("adaptive", trace_reference(ctx, primitive, controls, rays));
 }

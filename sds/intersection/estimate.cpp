@@ -2,8 +2,9 @@
 #include <algorithm>
 
 #include "qn_ctx/ctx_eval.h"
-#include "sds/common/log_line.h"
+#include "sds/common/control_lanes.h"
 #include "sds/intersection/bezier_intersection.h"
+#include "sds/intersection/overflow_log.h"
 #include "sds/intersection/ray_space/ray_space.h"
 #include "sds/intersection/ray_targets.h"
 #include "sds/intersection/traversal.h"
@@ -147,11 +148,9 @@ void ray_bezier_intersection_estimate(const CtxEval& ctx, const unsigned int& pr
     if (ctx.get_thread() == nullptr) return;
     const unsigned int former_start_node = rays.get_start_node();
     rays.set_start_node(0);
-    const unsigned int overflow_count = rays.get_data().kernel_family == 0
-                                            ? sds::trace_flat_cells(ctx, primitive, controls, rays, count)
-                                            : trace_reference(ctx, primitive, controls, rays, count);
+    if (rays.get_data().kernel_family == 0)
+        sds::trace_flat_cells(ctx, primitive, sds::ControlLanes(controls), rays, count);
+    else
+        sds::log_overflows("estimate", trace_reference(ctx, primitive, controls, rays, count));
     rays.set_start_node(former_start_node);
-    if (overflow_count != 0)
-        sds::log_line(sds::log_level_statistics, "sds.ray_bezier_intersection_estimate: ", overflow_count,
-                      " intersections skipped because of stack overflows\n");
 }

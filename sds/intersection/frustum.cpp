@@ -4,8 +4,8 @@
 
 #include "qn_ctx/ctx_eval.h"
 #include "qn_geometry/geometry_frustum_ctx.h"
-#include "sds/common/log_line.h"
 #include "sds/intersection/bezier_intersection.h"
+#include "sds/intersection/overflow_log.h"
 #include "sds/intersection/patch_node.h"
 
 namespace {
@@ -159,7 +159,5 @@ void frustum_bezier_intersection(const CtxEval& ctx, const unsigned int&, const 
         frustum.partial_flag = saved_flag;
     }
     // The fixed-level routines report under one name: whoever reads the statistics adds their lines up.
-    if (pool.get_overflow_count() != 0)
-        sds::log_line(sds::log_level_statistics, "sds.ray_bezier_intersection_estimate: ", pool.get_overflow_count(),
-                      " intersections skipped because of stack overflows\n");
+    sds::log_overflows("estimate", pool.get_overflow_count());
 }

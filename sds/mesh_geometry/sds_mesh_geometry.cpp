@@ -1,5 +1,6 @@
 #include "sds/mesh_geometry/sds_mesh_geometry.h"
 
+#include <atomic>
 #include <cstring>
 #include <new>
 
@@ -27,6 +28,7 @@ SdsMeshGeometry::SdsMeshGeometry(const SdsMeshGeometry& other)
       tangent_infos(other.tangent_infos),
       bezier_patches(other.bezier_patches),
       topology_stamp(other.topology_stamp),
+      positions_stamp(other.positions_stamp),
       bezier_corners(other.bezier_corners),
       bezier_corner_motion_vectors(other.bezier_corner_motion_vectors),
       bezier_tangents(other.bezier_tangents),
@@ -45,7 +47,7 @@ SdsMeshGeometry::SdsMeshGeometry(const SdsMeshGeometry& other)
 SdsMeshGeometry& SdsMeshGeometry::operator=(const SdsMeshGeometry& other) {
     if (this == &other) return *this;
     ResourceData::operator=(other);
-    topology_stamp = 0;  // until all arrays are there
+    topology_stamp = positions_stamp = 0;  // until all arrays are there
     point_cloud = other.point_cloud;
     base = other.base;
     mode = other.mode;
@@ -65,6 +67,7 @@ SdsMeshGeometry& SdsMeshGeometry::operator=(const SdsMeshGeometry& other) {
     sample_lock = other.sample_lock;
     corner_cache = other.corner_cache;
     sample_loader = other.sample_loader;
+    positions_stamp = other.positions_stamp;
     return *this;
 }
 
@@ -141,7 +144,7 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     // New positions on the topology of the last build: everything that positions do not enter stays.
     const bool is_update =
         topology_stamp != 0 && topology_stamp == mesh_base.get_topology_stamp() && mode == interpolation_mode;
-    topology_stamp = 0;  // should memory run out, or the bar cancel, on the way
+    topology_stamp = positions_stamp = 0;  // should memory run out, or the bar cancel, on the way
     base = &mesh_base;
     mode = interpolation_mode;
     corner_cache.reset();
@@ -211,7 +214,9 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
             update_bbox_and_area(progress);
     }
     tasks.reset();
+    static std::atomic<std::uint64_t> build_count{0};
     topology_stamp = mesh_base.get_topology_stamp();
+    positions_stamp = ++build_count;
     sds::progress_value(progress, 1.0f);
 }
 

@@ -99,6 +99,8 @@ public:
                                            const SdsMeshBase::EdgesTopology& edges, const InterpolationMode& mode,
                                            CoreArray<SdsMeshBase::VertexInfo>& infos);
 
+    // Equal for geometries of one build and its copies, and for no others; 0 before the first build.
+    std::uint64_t get_positions_stamp() const { return positions_stamp; }
     // Null before `set`.
     const SdsMeshBase* get_base() const { return base; }
     const SdsBezierMesh& get_bezier_mesh() const { return bezier_mesh; }
@@ -219,6 +221,7 @@ private:
     CoreArray<SdsMeshBase::PatchTangentInfo> tangent_infos;
     CoreArray<SdsMeshBase::BezierPatch> bezier_patches;
     std::uint64_t topology_stamp = 0;  // of the base that the four arrays above were made for
+    std::uint64_t positions_stamp = 0;
     CoreArray<Vec3f> bezier_corners;
     CoreArray<Vec3f> bezier_corner_motion_vectors;
     CoreArray<Vec3f> bezier_tangents;

@@ -73,6 +73,12 @@ public:
             m_blocks.resize((sizeof(T) + sizeof(Block) - 1) / sizeof(Block));
         return *reinterpret_cast<T*>(m_blocks.data());
     }
+    // Used for one type only.
+    template <class T>
+    T& keep() {
+        if (m_blocks.empty()) new (&acquire<T>()) T;
+        return *reinterpret_cast<T*>(m_blocks.data());
+    }
 
 private:
     struct alignas(64) Block {
@@ -83,7 +89,8 @@ private:
 
 struct CtxThread {
     GasScratch& get_scratch() { return scratch; }
-    GasScratch scratch;
+    GasScratch& get_kept_scratch() { return kept_scratch; }
+    GasScratch scratch, kept_scratch;
 };
 
 class CtxEval {

@@ -7,6 +7,7 @@
 #include "qn_ctx/ctx_eval.h"
 #include "sds/common/control_lanes.h"
 #include "sds/intersection/hit_slots.h"
+#include "sds/intersection/overflow_log.h"
 #include "sds/intersection/ray_space/ray_kernels.h"
 #include "sds/intersection/ray_targets.h"
 
@@ -22,15 +23,6 @@ bool can_meet(const GeometryRaySpace& space) {
     return std::fabs(sum) <= std::numeric_limits<float>::max();
 }
 
-RaySpace make_space(const GeometryRaySpace& space) {
-    RaySpace ray;
-    std::copy(space.origin, space.origin + 3, ray.origin);
-    std::copy(space.across[0], space.across[0] + 3, ray.across[0]);
-    std::copy(space.across[1], space.across[1] + 3, ray.across[1]);
-    std::copy(space.along, space.along + 3, ray.along);
-    return ray;
-}
-
 bool push_hit(const CtxEval& ctx, unsigned int primitive, GeometryRaytraceCtx& rays, unsigned int i, double t, float u,
               float v, float cell) {
     const double size = rays.get_data().hit_detail == 1 ? static_cast<double>(cell) : 0.0;
@@ -42,9 +34,8 @@ bool push_hit(const CtxEval& ctx, unsigned int primitive, GeometryRaytraceCtx& r
 // Hands the rays of the range to kernel(controls, ray, hits) one by one and what they hit to push(i, shift, hits);
 // returns how many splits and hits found no room.
 template <class Kernel, class Push>
-unsigned int trace_rays(const GMathVec3<float>* controls, GeometryRaytraceCtx& rays, const Kernel& kernel,
+unsigned int trace_rays(const sds::ControlLanes& grid, GeometryRaytraceCtx& rays, const Kernel& kernel,
                         const Push& push) {
-    const sds::ControlLanes grid(controls);
     unsigned int overflow_count = 0;
     for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
         if (rays.is_ray_finished(i)) continue;
@@ -53,7 +44,7 @@ unsigned int trace_rays(const GMathVec3<float>* controls, GeometryRaytraceCtx& r
         RayHits hits;
         hits.count = 0;
         hits.overflow_count = 0;
-        kernel(grid.coords, make_space(space), hits);
+        kernel(grid.coords, {space.origin, space.across, space.along}, hits);
         overflow_count += hits.overflow_count;
         if (hits.count != 0) push(i, space.shift, hits);
     }
@@ -62,8 +53,8 @@ unsigned int trace_rays(const GMathVec3<float>* controls, GeometryRaytraceCtx& r
 
 }  // namespace
 
-unsigned int sds::trace_limit_surface(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
-                                      GeometryRaytraceCtx& rays) {
+void sds::trace_limit_surface(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
+                              GeometryRaytraceCtx& rays) {
     const auto push = [&](unsigned int i, double shift, const RayHits& hits) {
         HitSlots slots;
         slots.clear();
@@ -78,11 +69,11 @@ unsigned int sds::trace_limit_surface(const CtxEval& ctx, unsigned int primitive
             if (accepted && rays.is_ray_finished(i)) rays.set_occluder(i, {primitive, 0, nullptr});
         });
     };
-    return trace_rays(controls, rays, get_ray_kernels().adaptive, push);
+    log_overflows("adaptive", trace_rays(controls, rays, get_ray_kernels().adaptive, push));
 }
 
-unsigned int sds::trace_flat_cells(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
-                                   GeometryRaytraceCtx& rays, unsigned int count) {
+void sds::trace_flat_cells(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
+                           GeometryRaytraceCtx& rays, unsigned int count) {
     const auto kernel = [count, estimate = get_ray_kernels().estimate](const float(*grid)[16], const RaySpace& ray,
                                                                        RayHits& hits) {
         estimate(grid, ray, count, hits);
@@ -93,5 +84,5 @@ unsigned int sds::trace_flat_cells(const CtxEval& ctx, unsigned int primitive, c
             push_hit(ctx, primitive, rays, i, shift + static_cast<double>(hit.t), hit.u, hit.v, hit.cell);
         }
     };
-    return trace_rays(controls, rays, kernel, push);
+    log_overflows("estimate", trace_rays(controls, rays, kernel, push));
 }

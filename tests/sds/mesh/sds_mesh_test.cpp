@@ -6,6 +6,7 @@
 #include "../surface_checks.h"
 #include "qn_ctx/ctx_eval.h"
 #include "sds/intersection/bezier_intersection.h"
+#include "support/ray_checks.h"
 #include "support/surface_errors.h"
 
 namespace {
@@ -66,6 +67,45 @@ TEST(SdsMesh, ClassDestructorTakesNullObjectsAndArrays) {
     for (SdsMesh* object : {static_cast<SdsMesh*>(nullptr), new SdsMesh})
         EXPECT_TRUE(SdsMesh::___class_destructor__(object, false));
     EXPECT_EQ(SdsMesh::class_info().create(), nullptr);
+}
+
+// A thread keeps control points from ray to ray: never those of another mesh, or of former positions.
+TEST(SdsMeshRays, MeetTheSurfaceAsItIsNow) {
+    CtxThread kept;
+    const auto nearest = [](const SdsMesh& mesh, CtxThread& thread, unsigned int family) {
+        GeometryRay ray;
+        ray.origin = {0.1, -0.2, 9.0};
+        ray.direction = {0.01, 0.02, -1.0};
+        GeometryRaytraceData data;
+        data.kernel_family = family;
+        GeometryRaytraceCtx rays(&ray, 1, data);
+        for (unsigned int i = 0; i < mesh.get_primitive_count(); ++i)
+            mesh.intersect_primitive(CtxEval(shader, &thread), i, rays);
+        return ray.tfar;
+    };
+    const auto check = [&](const SdsMesh& mesh) {
+        CtxThread fresh;
+        const double t = nearest(mesh, kept, fast_kernels);
+        EXPECT_LT(t, 9.0);
+        EXPECT_EQ(t, nearest(mesh, fresh, fast_kernels));
+        EXPECT_NEAR(t, nearest(mesh, fresh, reference_kernels), 1e-4);
+        return t;
+    };
+    const ZooMesh& cage = zoo_mesh("cube");
+    for (const unsigned int level : {0u, 3u}) {
+        const BuiltSurface other(zoo_mesh("tetrahedron"), {.level = level});
+        BuiltSurface surface(cage, {.level = level});
+        const double t = check(surface.mesh);
+        EXPECT_NE(check(other.mesh), t);
+        EXPECT_EQ(check(surface.mesh), t);
+        CoreArray<Vec3f> larger(surface.geometry.get_vertices());
+        for (Vec3f& point : larger) point = point * 1.5f;
+        const SdsMeshGeometry former(surface.geometry);
+        surface.geometry.set(surface.base, larger, {}, surface.geometry.get_interpolation_mode(), nullptr);
+        EXPECT_LT(check(surface.mesh), t);
+        surface.mesh.set(former, surface.maps, level, nullptr);
+        EXPECT_EQ(check(surface.mesh), t);
+    }
 }
 
 TEST(SdsMeshFrustum, ModesTwoAndThreeMarkTheFourVertices) {
