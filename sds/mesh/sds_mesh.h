@@ -102,8 +102,8 @@ public:
     // others nothing.
     void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                              GeometryFrustumCtx& frustum) const override;
-    // The rays of the range, with motion blur at the time of the first: one time per range. Without it the thread's kept
-    // scratch holds the control points of patches met lately, 400 KB once per thread.
+    // The rays of the range, with motion blur at the time of the first: one time per range. Without it the thread's
+    // kept scratch holds the control points of patches met lately, 400 KB once per thread.
     void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                              GeometryRaytraceCtx& rays) const override;
 
