@@ -41,7 +41,7 @@ unsigned int Scene::add(const GeometryObject& object) {
     auto entry = std::make_unique<SceneObject>();
     entry->object = &object;
     entry->index = get_object_count();
-    entry->is_animated = object.is_animated();
+    entry->is_animated = entry->ray_data.has_motion_blur = object.is_animated();
     m_impl->objects.push_back(std::move(entry));
     return get_object_count() - 1;
 }

@@ -246,6 +246,9 @@ bool SceneRay::init(const UnitSpace& space, const Vec3& ray_origin, const Vec3& 
     return true;
 }
 
-float SceneRay::get_distance(double t) const { return std::max(round_up((t - begin) * scale), 0.0f); }
+float SceneRay::get_distance(double t) const {
+    const float distance = round_up((t - begin) * scale);
+    return distance > 0.0f ? distance : 0.0f;
+}
 
 }  // namespace sds_render

@@ -26,6 +26,7 @@ struct SceneObject {
     const GeometryObject* object = nullptr;
     unsigned int index = 0;
     bool is_animated = false;
+    GeometryRaytraceData ray_data;
     // One point per object, so that its kernels narrow a ray the same way for all primitives.
     Vec3 reference{0, 0, 0};
     // Only while the hierarchy is built.

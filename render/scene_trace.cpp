@@ -71,9 +71,7 @@ bool close_ray(GeometryRay& ray, const KeptHit& kept, unsigned int object, unsig
 
 void offer_range(const SceneObject& object, unsigned int primitive, RenderThread& thread, GeometryRay* rays,
                  unsigned int first, unsigned int last) {
-    GeometryRaytraceData data;
-    data.has_motion_blur = object.is_animated;
-    GeometryRaytraceCtx ctx(rays, last + 1, data);
+    GeometryRaytraceCtx ctx(rays, last + 1, object.ray_data);
     ctx.set_ray_range(first, last);
     ctx.set_reference_point(object.reference);
     object.object->intersect_primitive(thread.get_eval(), primitive, ctx);
@@ -191,6 +189,15 @@ void intersect_primitive_callback(const RTCIntersectFunctionNArguments* argument
     auto& trace = *reinterpret_cast<TraceContext*>(arguments->context);
     const auto& object = *static_cast<const SceneObject*>(arguments->geometryUserPtr);
     const unsigned int n = arguments->N;
+    if (n == 1) {
+        auto& hierarchy_ray = *reinterpret_cast<RTCRayHit*>(arguments->rayhit);
+        const unsigned int ray = hierarchy_ray.ray.id;
+        if (!offer_single(object, arguments->primID, trace, ray)) return;
+        hierarchy_ray.ray.tfar = trace.narrowed[ray].get_distance(trace.rays[ray].hit.t);
+        hierarchy_ray.hit.geomID = arguments->geomID;
+        hierarchy_ray.hit.primID = arguments->primID;
+        return;
+    }
     const Lanes lanes(arguments->valid, RTCRayHitN_RayN(arguments->rayhit, n), n);
     RTCHitN* hits = RTCRayHitN_HitN(arguments->rayhit, n);
     bool changed[RenderThread::packet_size];

@@ -11,13 +11,12 @@ namespace {
 
 constexpr unsigned int adaptive_frustum_level = 3;
 
-// Sets the rays' reference point to the object's centre for the duration of a call.
+// Sets the rays' reference point to the object's centre for the duration of a call. Boxes hold finite points only.
 class ReferencePointScope {
 public:
     ReferencePointScope(GeometryRaytraceCtx& rays, const GMathBbox3<float>& bbox)
         : m_rays(rays), m_former(rays.get_reference_point()) {
-        const GMathVec3<double> centre = GMathBbox3<double>(bbox).get_center();
-        if (centre.is_finite()) rays.set_reference_point(centre);
+        rays.set_reference_point(GMathBbox3<double>(bbox).get_center());
     }
     ~ReferencePointScope() { m_rays.set_reference_point(m_former); }
     ReferencePointScope(const ReferencePointScope&) = delete;
