@@ -172,8 +172,7 @@ bool poly_check_polygons(unsigned int vertex_count, const CoreBasicArray<unsigne
 void poly_check_edges(unsigned int vertex_count, const CoreBasicArray<unsigned int>& polygon_counts,
                       const CoreBasicArray<unsigned int>& polygon_indices, PolyFindings& findings) {
     CornerWalk walk(polygon_counts, polygon_indices);
-    const PolyEdgeBuckets buckets(
-        polygon_indices.get_data(), polygon_counts, vertex_count, [](unsigned int, unsigned int) {}, [] {});
+    const PolyEdgeBuckets buckets(polygon_indices.get_data(), polygon_counts, vertex_count);
     // The edge from the bucket's vertex to each higher one.
     struct Edge {
         unsigned int low = none;  // the bucket that wrote the entry

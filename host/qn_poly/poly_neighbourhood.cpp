@@ -1,6 +1,7 @@
 #include "qn_poly/poly_neighbourhood.h"
 
 #include <algorithm>
+#include <cstdint>
 
 #include "qn_poly/poly_crease_scope.h"
 #include "qn_poly/poly_edge_buckets.h"
@@ -26,16 +27,18 @@ struct EdgeSlot {
 // link(a, b) for the two halves of every edge that has just two.
 template <class Link>
 void pair_by_comparing(const PolyHalfEdge* begin, const PolyHalfEdge* end, const Link& link) {
-    for (const PolyHalfEdge* half = begin; half != end; ++half) {
-        const PolyHalfEdge* partner = nullptr;
-        bool is_first = true, has_more = false;
-        for (const PolyHalfEdge* other = begin; other != end; ++other) {
-            if (other->high != half->high || other == half) continue;
-            is_first = is_first && other > half;
-            has_more = has_more || partner != nullptr;
-            partner = other;
+    unsigned int seen = 0;  // bits of the halves whose edge has come up
+    const auto count = static_cast<unsigned int>(end - begin);
+    for (unsigned int i = 0; i < count; ++i) {
+        if (((seen >> i) & 1u) != 0) continue;
+        unsigned int partners = 0, partner = 0;
+        for (unsigned int j = i + 1; j < count; ++j) {
+            const bool is_same = begin[j].high == begin[i].high;
+            partners += is_same ? 1u : 0u;
+            partner = is_same ? j : partner;
+            seen |= (is_same ? 1u : 0u) << j;
         }
-        if (partner != nullptr && is_first && !has_more) link(half->corner, partner->corner);
+        if (partners == 1) link(begin[i].corner, begin[partner].corner);
     }
 }
 
@@ -76,6 +79,22 @@ void pair_halves(const PolyEdgeBuckets& buckets, unsigned int vertex_count, cons
     });
 }
 
+// One slice on a small mesh, a few of them, as even as can be, on large ones and many threads.
+CoreArray<PolySlice> make_slices(unsigned int polygon_count, const CoreBasicArray<unsigned int>& polygon_offsets,
+                                 unsigned int corner_count) {
+    constexpr unsigned int max_slice_count = 8, min_slice_size = 65536;
+    const unsigned int most = std::min(max_slice_count, corner_count / min_slice_size);
+    const unsigned int count = most < 2 ? 1 : std::min(most, SysThreadTaskManager().get_thread_count());
+    CoreArray<PolySlice> slices;
+    const auto corner_of = [&](unsigned int p) { return p < polygon_count ? polygon_offsets[p] : corner_count; };
+    for (unsigned int s = 0, first = 0; s < count; ++s) {
+        const auto end = static_cast<unsigned int>(std::uint64_t{polygon_count} * (s + 1) / count);
+        slices.add({first, end, corner_of(first), corner_of(end)});
+        first = end;
+    }
+    return slices;
+}
+
 }  // namespace
 
 PolyCreaseScope::PolyCreaseScope(const CoreBasicArray<unsigned char>& face_corner_creases)
@@ -93,16 +112,24 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
                                     const CoreBasicArray<unsigned int>& polygon_offsets,
                                     const unsigned int& vertex_count, AppProgressBar* progress) {
     const unsigned int corner_count = polygon_indices.get_count();
-    neighbour_polygons.assign(corner_count, none);
-    neighbour_edges.assign(corner_count, none);
+    neighbour_polygons.resize(corner_count);
+    neighbour_edges.resize(corner_count);
+    edge_smooth_flags.resize(corner_count);
 
     const bool is_all_quads =
         std::all_of(polygon_counts.begin(), polygon_counts.end(), [](unsigned int count) { return count == 4; });
     CoreArray<unsigned int> corner_polygons(is_all_quads ? 0 : corner_count);
     const PolyEdgeBuckets buckets(
         polygon_indices.get_data(), polygon_counts, vertex_count,
-        [&](unsigned int p, unsigned int c) {
-            if (!is_all_quads) corner_polygons[c] = p;
+        make_slices(polygon_counts.get_count(), polygon_offsets, corner_count),
+        [&](const PolySlice& slice) {
+            const unsigned int first = slice.first_corner, count = slice.end_corner - first;
+            std::fill_n(neighbour_polygons.get_data() + first, count, none);
+            std::fill_n(neighbour_edges.get_data() + first, count, none);
+            std::fill_n(edge_smooth_flags.get_data() + first, count, static_cast<unsigned char>(1));
+            if (is_all_quads) return;
+            for (unsigned int p = slice.first_polygon; p < slice.end_polygon; ++p)
+                std::fill_n(corner_polygons.get_data() + polygon_offsets[p], polygon_counts[p], p);
         },
         [progress] {
             if (progress != nullptr) progress->set_value(0.3f);
@@ -123,7 +150,6 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
     else
         link_by([&](unsigned int corner) { return corner_polygons[corner]; });
 
-    edge_smooth_flags.assign(corner_count, 1);
     if (current_creases != nullptr && current_creases->get_count() == corner_count) {
         for (unsigned int c = 0; c < corner_count; ++c) {
             if ((*current_creases)[c] == 0) continue;

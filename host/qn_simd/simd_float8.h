@@ -40,6 +40,11 @@ struct SimdFloat8 {
     // `low` in the first four lanes, `high` in the others.
     QN_SIMD_INLINE SimdFloat8(float low, float high) : v(_mm256_setr_ps(low, low, low, low, high, high, high, high)) {}
     QN_SIMD_INLINE void store(float* p) const { _mm256_storeu_ps(p, v); }
+    // The first four lanes to `low`, the others to `high`.
+    QN_SIMD_INLINE void store(float* low, float* high) const {
+        _mm_storeu_ps(low, _mm256_castps256_ps128(v));
+        _mm_storeu_ps(high, _mm256_extractf128_ps(v, 1));
+    }
     // Three lanes of each group.
     QN_SIMD_INLINE void store3(float* low, float* high) const {
         store3(_mm256_castps256_ps128(v), low);
@@ -116,9 +121,10 @@ struct SimdFloat8 {
         return _mm_movelh_ps(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))),
                              _mm_load_ss(p + 2));
     }
-    QN_SIMD_INLINE void store(float* p) const {
-        _mm_storeu_ps(p, low);
-        _mm_storeu_ps(p + 4, high);
+    QN_SIMD_INLINE void store(float* p) const { store(p, p + 4); }
+    QN_SIMD_INLINE void store(float* l, float* h) const {
+        _mm_storeu_ps(l, low);
+        _mm_storeu_ps(h, high);
     }
     QN_SIMD_INLINE void store3(float* l, float* h) const {
         store3(low, l);
@@ -217,8 +223,9 @@ struct SimdFloat8 {
         for (int i = 0; i < 3; ++i) r.v[i] = l[i], r.v[i + 4] = h[i];
         return r;
     }
-    void store(float* p) const {
-        for (int i = 0; i < 8; ++i) p[i] = v[i];
+    void store(float* p) const { store(p, p + 4); }
+    void store(float* l, float* h) const {
+        for (int i = 0; i < 4; ++i) l[i] = v[i], h[i] = v[i + 4];
     }
     void store3(float* l, float* h) const {
         for (int i = 0; i < 3; ++i) l[i] = v[i], h[i] = v[i + 4];

@@ -20,13 +20,15 @@ using TangentPair = sds::TangentPair<float>;
 class GreatFanTangents {
 public:
     GreatFanTangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
+                     const CoreBasicArray<SdsMeshBase::PatchTangentInfo>& infos,
                      const CoreBasicArray<VertexLocalTopology>& fans) {
         const GeometryPositionArray positions = mesh.get_quad_vertices();
-        unsigned int count = 0;
-        for (const VertexLocalTopology& fan : fans) count += is_great(fan) ? 1u : 0u;
-        m_corners.reserve(count);
-        for (unsigned int e = 0; e < fans.get_count(); ++e)
-            if (is_great(fans[e])) m_corners.add({e, false, {}});
+        for (unsigned int q = 0; q < infos.get_count(); ++q) {
+            // The corners of great fans are irregular.
+            if ((infos[q].irregular & 0xFFu) == 0) continue;
+            for (unsigned int e = 4 * q; e < 4 * q + 4; ++e)
+                if (is_great(fans[e])) m_corners.add({e, false, {}});
+        }
 
         struct Member {
             Corner* corner;
@@ -96,7 +98,7 @@ struct TangentWork {
     const CoreBasicArray<VertexLocalTopology>& fans;
     Vec3f* tangents;
     GeometryPositionArray positions = mesh.get_quad_vertices();
-    GreatFanTangents great_fans{mesh, edges, fans};
+    GreatFanTangents great_fans{mesh, edges, infos, fans};
 
     void compute(unsigned int q) const {
         // A single source is read without its weight.

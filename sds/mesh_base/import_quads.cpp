@@ -1,6 +1,7 @@
 #include "qn_poly/poly_neighbourhood.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_base/sds_mesh_base.h"
+#include "sds/mesh_base/task_chunks.h"
 
 using sds::none;
 
@@ -30,6 +31,30 @@ unsigned int count_sharp_edges(const SdsMeshBase::EdgesTopology& edges, const Co
     return creases;
 }
 
+// Flags of a quad without borders and creases.
+constexpr unsigned char plain_quad = 0xF0;
+constexpr unsigned int min_threaded_quads = 16384;
+
+// Turns neighbour polygons, which stand in opposite_edges, into half-edges, and flags the plain quads; others get 0.
+void join_neighbours(const CoreArray<unsigned int>& neighbour_edges, const CoreArray<unsigned char>& edge_smooth_flags,
+                     SdsMeshBase::EdgesTopology& edges) {
+    const auto join_range = [&](unsigned int begin, unsigned int end) {
+        for (unsigned int q = begin; q < end; ++q) {
+            unsigned int* opposite = edges.opposite_edges.get_data() + 4 * size_t{q};
+            const unsigned int* slot = neighbour_edges.get_data() + 4 * size_t{q};
+            const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
+            const bool is_plain = opposite[0] != none && opposite[1] != none && opposite[2] != none &&
+                                  opposite[3] != none && (smooth[0] & smooth[1] & smooth[2] & smooth[3]) != 0;
+            for (unsigned int k = 0; k < 4; ++k) opposite[k] = opposite[k] != none ? 4 * opposite[k] + slot[k] : none;
+            edges.quad_edge_flags[q] = is_plain ? plain_quad : static_cast<unsigned char>(0);
+        }
+    };
+    const unsigned int quad_count = edges.quad_edge_flags.get_count();
+    if (quad_count < min_threaded_quads) return join_range(0, quad_count);
+    SysThreadTaskManager manager;
+    sds::run_ranges(manager, quad_count, nullptr, join_range);
+}
+
 }  // namespace
 
 void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indices,
@@ -39,31 +64,26 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
                                EdgesTopology& edges, AppProgressBar* progress) {
     quad_indices = polygon_indices;
 
+    const unsigned int quad_count = polygon_counts.get_count();
     CoreArray<unsigned char> edge_smooth_flags;
     {
         const sds::ProgressTask task(progress, "compute polygons neighbourhood", 0.5f);
         CoreArray<unsigned int> neighbour_edges;
         compute_polygons_neighbourhood(edges.opposite_edges, neighbour_edges, edge_smooth_flags, polygon_indices,
                                        polygon_counts, polygon_offsets, vertex_count, progress);
-        for (unsigned int e = 0; e < edges.opposite_edges.get_count(); ++e) {
-            unsigned int& opposite = edges.opposite_edges[e];
-            if (opposite != none) opposite = 4 * opposite + neighbour_edges[e];
-        }
+        edges.quad_edge_flags.resize(quad_count);
+        join_neighbours(neighbour_edges, edge_smooth_flags, edges);
     }
 
-    const unsigned int quad_count = polygon_counts.get_count();
-    edges.quad_edge_flags.resize(quad_count);
     vertex_infos.assign(vertex_count, VertexInfo{});
-
     const sds::ProgressTask task(progress, "compute creases", 0.5f);
     sds::progress_steps(progress, quad_count);
     for (unsigned int q = 0; q < quad_count; ++q) {
-        const unsigned int* opposite = edges.opposite_edges.get_data() + 4 * size_t{q};
-        const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
-        const bool is_plain = opposite[0] != none && opposite[1] != none && opposite[2] != none &&
-                              opposite[3] != none && (smooth[0] & smooth[1] & smooth[2] & smooth[3]) != 0;
-        const unsigned int creases = is_plain ? 0 : count_sharp_edges(edges, quad_indices, q, smooth, vertex_infos);
-        edges.quad_edge_flags[q] = static_cast<unsigned char>(0xF0 | creases);
+        if (edges.quad_edge_flags[q] != plain_quad) {
+            const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
+            edges.quad_edge_flags[q] = static_cast<unsigned char>(
+                plain_quad | count_sharp_edges(edges, quad_indices, q, smooth, vertex_infos));
+        }
         sds::progress_step(progress, q + 1);
     }
 }

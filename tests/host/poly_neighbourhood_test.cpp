@@ -3,11 +3,13 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <map>
 #include <numeric>
 #include <random>
 #include <vector>
 
 #include "qn_poly/poly_crease_scope.h"
+#include "qn_sys/sys_thread.h"
 #include "support/mesh_zoo.h"
 
 namespace {
@@ -151,6 +153,39 @@ TEST(PolyNeighbourhood, PoleOfHundredThousandTriangles) {
         ASSERT_EQ(found.opposite(3 * i + 2), 3 * ((i + 1) % n));
         ASSERT_EQ(found.opposite(3 * i + 1), none);
     }
+}
+
+// Large meshes are sorted in slices, on many threads.
+TEST(PolyNeighbourhood, SlicesOfALargeMeshAreOneMesh) {
+    constexpr unsigned int n = 300;
+    std::vector<unsigned int> counts, indices;
+    for (unsigned int i = 0; i < n * n; ++i) {
+        const unsigned int a = i / n * (n + 1) + i % n, b = a + 1, c = b + n + 1, d = a + n + 1;
+        if (i % 7 == 3) {
+            counts.insert(counts.end(), {3, 3});
+            indices.insert(indices.end(), {a, b, c, a, c, d});
+        } else {
+            counts.push_back(4);
+            indices.insert(indices.end(), {a, b, i % 11 == 5 ? none : c, d});
+        }
+    }
+    // Corners of each edge, in order; void polygons have none.
+    std::map<std::pair<unsigned int, unsigned int>, std::vector<unsigned int>> edges;
+    for (unsigned int p = 0, offset = 0; p < counts.size(); offset += counts[p++]) {
+        const auto begin = indices.begin() + offset;
+        if (std::count(begin, begin + counts[p], none) != 0) continue;
+        for (unsigned int j = 0; j < counts[p]; ++j)
+            edges[std::minmax(begin[j], begin[(j + 1) % counts[p]])].push_back(offset + j);
+    }
+    std::vector<unsigned int> expected(indices.size(), none);
+    for (const auto& [edge, corners] : edges) {
+        if (corners.size() != 2) continue;
+        expected[corners[0]] = corners[1];
+        expected[corners[1]] = corners[0];
+    }
+    for (const unsigned int threads : {1u, 2u, 5u})
+        SysThreadArena(threads).execute(
+            [&] { EXPECT_EQ(Neighbourhood(counts, indices, (n + 1) * (n + 1)).opposites(), expected) << threads; });
 }
 
 TEST(PolyNeighbourhood, ReportsProgressToTheEnd) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 
 #define QN_SIMD_NAMESPACE lanes
 
@@ -36,6 +37,10 @@ struct Lanes {
     }
     void store3(float* p) const { std::copy_n(v, 3, p); }
     void store(float* p) const { std::copy_n(v, N, p); }
+    void store(float* low, float* high) const requires(N == 8) {
+        std::copy_n(v, 4, low);
+        std::copy_n(v + 4, 4, high);
+    }
     void store_unaligned(float* p) const { store(p); }
 
     template <class Lane>
@@ -129,6 +134,36 @@ inline SimdFloat8 max_of_four(const SimdFloat8& a, const SimdFloat8& b, const Si
 inline SimdFloat8 sum_of_four(const SimdFloat8& a, const SimdFloat8& b, const SimdFloat8& c, const SimdFloat8& d) {
     return fold_four(a, b, c, d, [](float x, float y) { return x + y; });
 }
+
+struct SimdDouble4 {
+    double v[4];
+
+    SimdDouble4() = default;
+    // Four floats.
+    explicit SimdDouble4(const float* p) { std::copy_n(p, 4, v); }
+    template <class Lane>
+    static SimdDouble4 make(Lane&& lane) {
+        SimdDouble4 r;
+        for (int i = 0; i < 4; ++i) r.v[i] = lane(i);
+        return r;
+    }
+    double sum() const { return (v[0] + v[1]) + (v[2] + v[3]); }
+    friend SimdDouble4 operator+(const SimdDouble4& a, const SimdDouble4& b) {
+        return make([&](int i) { return a.v[i] + b.v[i]; });
+    }
+    friend SimdDouble4 operator-(const SimdDouble4& a, const SimdDouble4& b) {
+        return make([&](int i) { return a.v[i] - b.v[i]; });
+    }
+    friend SimdDouble4 operator*(const SimdDouble4& a, const SimdDouble4& b) {
+        return make([&](int i) { return a.v[i] * b.v[i]; });
+    }
+    friend SimdDouble4 sqrt(const SimdDouble4& a) {
+        return make([&](int i) { return std::sqrt(a.v[i]); });
+    }
+    friend SimdDouble4 abs(const SimdDouble4& a) {
+        return make([&](int i) { return std::fabs(a.v[i]); });
+    }
+};
 
 }  // namespace lanes
 

@@ -2,6 +2,7 @@
 
 #if defined(__AVX2__) && !defined(QN_SIMD_SCALAR)
 
+#include "qn_simd/simd_double4.h"
 #include "qn_simd/simd_float8.h"
 #include "sds/mesh_geometry/third_weights.h"
 
@@ -9,6 +10,7 @@ namespace sds {
 
 namespace {
 
+using QN_SIMD_NAMESPACE::SimdDouble4;
 using QN_SIMD_NAMESPACE::SimdFloat8;
 
 #include "sds/mesh_geometry/pair_kernels/pair_controls.inl"

@@ -1,3 +1,4 @@
+#include "qn_simd/simd_double4.h"
 #include "qn_simd/simd_float8.h"
 #include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
 #include "sds/mesh_geometry/third_weights.h"
@@ -6,6 +7,7 @@ namespace sds {
 
 namespace {
 
+using QN_SIMD_NAMESPACE::SimdDouble4;
 using QN_SIMD_NAMESPACE::SimdFloat8;
 
 #include "sds/mesh_geometry/pair_kernels/pair_controls.inl"

@@ -41,13 +41,8 @@ private:
         transpose(x, y, z, none);
         const SimdFloat8 coords[3] = {x, y, z};
         for (unsigned int axis = 0; axis < 3; ++axis) {
-            float lanes[8];
-            coords[axis].store(lanes);
             float* first = out[axis] + cell_row * (j - 1);
-            for (unsigned int i = 0; i < cell_row; ++i) {
-                first[i] = lanes[i];
-                first[cell_count + i] = lanes[cell_row + i];
-            }
+            coords[axis].store(first, first + cell_count);
         }
     }
 };
@@ -55,81 +50,88 @@ private:
 // NaN is not.
 inline bool is_finite(double x) { return __builtin_fabs(x) <= 1.7976931348623157e308; }
 
-struct CellAreas {
-    double normals[3][2 * cell_count], lengths[2 * cell_count];
+// The areas of two patches: those of their cells, projected on the three planes and true.
+class CellAreas {
+public:
+    explicit CellAreas(const CellEdges& edges) : m_edges(edges) {}
 
-    explicit CellAreas(const CellEdges& edges) {
-        for (unsigned int cell = 0; cell < 2 * cell_count; ++cell) {
-            const double ux = edges.along_u[0][cell], uy = edges.along_u[1][cell], uz = edges.along_u[2][cell];
-            const double vx = edges.along_v[0][cell], vy = edges.along_v[1][cell], vz = edges.along_v[2][cell];
-            const double x = uy * vz - uz * vy, y = uz * vx - ux * vz, z = ux * vy - uy * vx;
-            normals[0][cell] = x;
-            normals[1][cell] = y;
-            normals[2][cell] = z;
-            lengths[cell] = __builtin_sqrt(x * x + y * y + z * z);
-        }
-    }
-
-    // Adds the areas of patch 0 or 1.
+    // Adds those of patch 0 or 1.
     void add(unsigned int patch, double* areas) const {
         const unsigned int first = patch * cell_count;
-        double totals[4];
-        for (unsigned int axis = 0; axis < 3; ++axis) totals[axis] = sum(normals[axis] + first);
-        totals[3] = sum(lengths + first);
-        if (is_finite(totals[3])) {
-            for (unsigned int i = 0; i < 4; ++i) areas[i] += totals[i];
-            return;
-        }
-        for (unsigned int cell = first; cell < first + cell_count; ++cell) {
-            if (!is_finite(lengths[cell])) continue;
-            for (unsigned int axis = 0; axis < 3; ++axis) areas[axis] += __builtin_fabs(normals[axis][cell]);
-            areas[3] += lengths[cell];
-        }
+        const Row a(m_edges, first), b(m_edges, first + cell_row), c(m_edges, first + 2 * cell_row);
+        const double x = ((a.x + b.x) + c.x).sum(), y = ((a.y + b.y) + c.y).sum(), z = ((a.z + b.z) + c.z).sum();
+        const double length = ((a.length + b.length) + c.length).sum();
+        if (!is_finite(length)) return add_finite(first, areas);
+        areas[0] += x;
+        areas[1] += y;
+        areas[2] += z;
+        areas[3] += length;
     }
 
 private:
-    // Of absolute values, a row of cells at a time.
-    static double sum(const double* values) {
-        double sums[cell_row];
-        for (unsigned int i = 0; i < cell_row; ++i)
-            sums[i] = (__builtin_fabs(values[i]) + __builtin_fabs(values[cell_row + i])) +
-                      __builtin_fabs(values[2 * cell_row + i]);
-        return (sums[0] + sums[1]) + (sums[2] + sums[3]);
+    // Absolute normals of a row of cells, and their lengths.
+    struct Row {
+        SimdDouble4 x, y, z, length;
+
+        Row(const CellEdges& edges, unsigned int cell)
+            : Row(SimdDouble4(edges.along_u[0] + cell), SimdDouble4(edges.along_u[1] + cell),
+                  SimdDouble4(edges.along_u[2] + cell), SimdDouble4(edges.along_v[0] + cell),
+                  SimdDouble4(edges.along_v[1] + cell), SimdDouble4(edges.along_v[2] + cell)) {}
+
+    private:
+        Row(SimdDouble4 ux, SimdDouble4 uy, SimdDouble4 uz, SimdDouble4 vx, SimdDouble4 vy, SimdDouble4 vz)
+            : x(abs(uy * vz - uz * vy)),
+              y(abs(uz * vx - ux * vz)),
+              z(abs(ux * vy - uy * vx)),
+              length(sqrt(x * x + y * y + z * z)) {}
+    };
+
+    // Of the cells with a finite area.
+    void add_finite(unsigned int first, double* areas) const {
+        for (unsigned int cell = first; cell < first + cell_count; ++cell) {
+            double u[3], v[3], normal[3];
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                u[axis] = static_cast<double>(m_edges.along_u[axis][cell]);
+                v[axis] = static_cast<double>(m_edges.along_v[axis][cell]);
+            }
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                const unsigned int j = (axis + 1) % 3, k = (axis + 2) % 3;
+                normal[axis] = __builtin_fabs(u[j] * v[k] - u[k] * v[j]);
+            }
+            const double length = __builtin_sqrt(normal[0] * normal[0] + normal[1] * normal[1] + normal[2] * normal[2]);
+            if (!is_finite(length)) continue;
+            for (unsigned int axis = 0; axis < 3; ++axis) areas[axis] += normal[axis];
+            areas[3] += length;
+        }
     }
+
+    const CellEdges& m_edges;
 };
 
 // The boxes of two patches' control points.
 struct BoxPair {
-    float low[8], high[8];
+    SimdFloat8 low, high;
 
     explicit BoxPair(const ControlPair& grid) {
         const SimdFloat8* controls = &grid[0][0];
-        SimdFloat8 least = controls[0], greatest = controls[0], sum = controls[0];
+        low = high = controls[0];
+        SimdFloat8 sum = controls[0];
         for (unsigned int i = 1; i < 16; ++i) {
-            least = min(least, controls[i]);
-            greatest = max(greatest, controls[i]);
+            low = min(low, controls[i]);
+            high = max(high, controls[i]);
             sum = sum + controls[i];
         }
-        least.store(low);
-        greatest.store(high);
         // What is finite differs from itself by 0. Sums of large numbers may overflow: that is slow, not wrong.
         if (less_equal_mask(sum - sum, SimdFloat8(0.0f)) != 255) find_finite(controls);
-    }
-
-    void grow(unsigned int patch, PatchSums& sums) const {
-        for (unsigned int axis = 0; axis < 3; ++axis) {
-            const float least = low[4 * patch + axis], greatest = high[4 * patch + axis];
-            sums.low[axis] = least < sums.low[axis] ? least : sums.low[axis];
-            sums.high[axis] = greatest > sums.high[axis] ? greatest : sums.high[axis];
-        }
     }
 
 private:
     // Of the points whose three coordinates are finite; a box without any is empty.
     void find_finite(const SimdFloat8* controls) {
+        float least[8], greatest[8];
         for (unsigned int i = 0; i < 8; ++i) {
-            low[i] = 3.4028235e38f;
-            high[i] = -3.4028235e38f;
+            least[i] = 3.4028235e38f;
+            greatest[i] = -3.4028235e38f;
         }
         for (unsigned int i = 0; i < 16; ++i) {
             float point[8];
@@ -140,16 +142,76 @@ private:
                     is_good = is_good && is_finite(static_cast<double>(point[axis]));
                 if (!is_good) continue;
                 for (unsigned int axis = patch; axis < patch + 3; ++axis) {
-                    low[axis] = point[axis] < low[axis] ? point[axis] : low[axis];
-                    high[axis] = point[axis] > high[axis] ? point[axis] : high[axis];
+                    least[axis] = point[axis] < least[axis] ? point[axis] : least[axis];
+                    greatest[axis] = point[axis] > greatest[axis] ? point[axis] : greatest[axis];
                 }
             }
         }
+        low = SimdFloat8(least, least + 4);
+        high = SimdFloat8(greatest, greatest + 4);
     }
+};
+
+// The sums of one group while patches of no other come: neighbours mostly share their group.
+class GroupRun {
+public:
+    GroupRun(PatchSums* sums, unsigned int group) : m_sums(sums) { begin(group); }
+
+    void add(unsigned int group, const BoxPair& boxes, const CellAreas& areas) {
+        set_group(group);
+        m_low = min(boxes.low, m_low);
+        m_high = max(boxes.high, m_high);
+        areas.add(0, m_areas);
+        areas.add(1, m_areas);
+    }
+    // One of the two patches.
+    void add(unsigned int group, unsigned int patch, const BoxPair& boxes, const CellAreas& areas) {
+        set_group(group);
+        float low[8], high[8];
+        boxes.low.store(low);
+        boxes.high.store(high);
+        m_low = min(SimdFloat8(low + 4 * patch, low + 4 * patch), m_low);
+        m_high = max(SimdFloat8(high + 4 * patch, high + 4 * patch), m_high);
+        areas.add(patch, m_areas);
+    }
+    void end() {
+        PatchSums& sums = m_sums[m_group];
+        float low[8], high[8];
+        m_low.store(low);
+        m_high.store(high);
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            sums.low[axis] = low[axis] < low[axis + 4] ? low[axis] : low[axis + 4];
+            sums.high[axis] = high[axis] > high[axis + 4] ? high[axis] : high[axis + 4];
+        }
+        for (unsigned int i = 0; i < 4; ++i) sums.areas[i] = m_areas[i];
+    }
+
+private:
+    void set_group(unsigned int group) {
+        if (group == m_group) return;
+        end();
+        begin(group);
+    }
+    void begin(unsigned int group) {
+        m_group = group;
+        const PatchSums& sums = m_sums[group];
+        const float low[4] = {sums.low[0], sums.low[1], sums.low[2], 0.0f};
+        const float high[4] = {sums.high[0], sums.high[1], sums.high[2], 0.0f};
+        m_low = SimdFloat8(low, low);
+        m_high = SimdFloat8(high, high);
+        for (unsigned int i = 0; i < 4; ++i) m_areas[i] = sums.areas[i];
+    }
+
+    PatchSums* m_sums;
+    unsigned int m_group;
+    SimdFloat8 m_low, m_high;
+    double m_areas[4];
 };
 
 void add_patches(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
                  PatchSums* sums) {
+    if (begin == end) return;
+    GroupRun run(sums, groups[begin]);
     for (unsigned int q = begin; q < end; q += 2) {
         // The last of an odd number takes both groups of lanes.
         const unsigned int count = end - q < 2 ? 1 : 2;
@@ -160,11 +222,13 @@ void add_patches(const PatchArrays& surface, const unsigned int* groups, unsigne
         else
             compute_linear_controls(surface, primitives, grid);
         const BoxPair boxes(grid);
-        const CellAreas areas{CellEdges(grid)};
-        for (unsigned int i = 0; i < count; ++i) {
-            PatchSums& group = sums[groups[q + i]];
-            boxes.grow(i, group);
-            areas.add(i, group.areas);
+        const CellEdges edges(grid);
+        const CellAreas areas(edges);
+        if (count == 2 && groups[q] == groups[q + 1]) {
+            run.add(groups[q], boxes, areas);
+            continue;
         }
+        for (unsigned int i = 0; i < count; ++i) run.add(groups[q + i], i, boxes, areas);
     }
+    run.end();
 }
