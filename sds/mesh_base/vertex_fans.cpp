@@ -29,6 +29,22 @@ unsigned int next_around_vertex(const EdgesTopology& edges, unsigned int h) {
 
 void set_trivial(unsigned int e, VertexLocalTopology& out) { out = {false, e, e, 1}; }
 
+// Fills what [begin, end) holds of the fan of half-edge e, and returns true, when nothing is sharp around its vertex and
+// the fan is not large: nearly always.
+bool fill_smooth_fan(const EdgesTopology& edges, VertexLocalTopology* out, unsigned int begin, unsigned int end,
+                     unsigned int e) {
+    constexpr unsigned int max_valence = 8;
+    unsigned int fan[max_valence];
+    unsigned int count = 0;
+    for (unsigned int h = e; count == 0 || h != e; h = next_around_vertex(edges, h)) {
+        if (count == max_valence || edges.is_sharp(h)) return false;
+        fan[count++] = h;
+    }
+    for (unsigned int i = 0; i < count; ++i)
+        if (fan[i] >= begin && fan[i] < end) out[fan[i]] = {true, fan[i], fan[i], count};
+    return true;
+}
+
 // Fills the entries [begin, end), each as analyse_vertex_local_topology does. A fan is walked once and written to all
 // of its corners in the range, which keeps huge valences linear.
 template <class AfterEntry>
@@ -36,7 +52,7 @@ void analyse_range(const EdgesTopology& edges, VertexLocalTopology* out, unsigne
                    AfterEntry&& after_entry) {
     for (unsigned int e = begin; e < end; ++e) out[e].valence = 0;
     for (unsigned int e = begin; e < end; ++e) {
-        if (out[e].valence == 0) {
+        if (out[e].valence == 0 && !fill_smooth_fan(edges, out, begin, end, e)) {
             VertexLocalTopology fan;
             SdsMeshBase::analyse_vertex_local_topology(edges, e, fan);
             const bool all_smooth = fan.closed && !edges.is_sharp(fan.last_edge);
