@@ -126,11 +126,11 @@ void offer(const SceneObject& object, unsigned int primitive, TraceContext& trac
     }
 }
 
-TraceContext make_trace(GeometryRay* rays, const SceneRay* narrowed, unsigned int* objects, RenderThread& thread,
-                        bool is_coherent) {
+TraceContext make_trace(GeometryRay* rays, const SceneRay* narrowed, unsigned int* objects, RenderThread& thread) {
     TraceContext trace;
     rtcInitIntersectContext(&trace.base);
-    trace.base.flags = is_coherent ? RTC_INTERSECT_CONTEXT_FLAG_COHERENT : RTC_INTERSECT_CONTEXT_FLAG_INCOHERENT;
+    // Packets too: told that they are coherent, the hierarchy offers a leaf to all of a packet's rays.
+    trace.base.flags = RTC_INTERSECT_CONTEXT_FLAG_INCOHERENT;
     trace.rays = rays;
     trace.narrowed = narrowed;
     trace.objects = objects;
@@ -231,7 +231,7 @@ bool Scene::intersect(GeometryRay& ray, RenderThread& thread, unsigned int* obje
     if (!m_impl->hierarchy || !narrowed.init(m_impl->space, ray.origin, ray.direction, ray.tnear, ray.tfar))
         return false;
     unsigned int unused = no_index;
-    TraceContext trace = make_trace(&ray, &narrowed, object != nullptr ? object : &unused, thread, false);
+    TraceContext trace = make_trace(&ray, &narrowed, object != nullptr ? object : &unused, thread);
     RTCRayHit hierarchy_ray;
     hierarchy_ray.ray = make_hierarchy_ray(narrowed, m_impl->get_hierarchy_time(ray.time));
     hierarchy_ray.hit.geomID = RTC_INVALID_GEOMETRY_ID;
@@ -249,7 +249,7 @@ bool Scene::occluded(GeometryRay& ray, RenderThread& thread) const {
     if (!m_impl->hierarchy || !narrowed.init(m_impl->space, ray.origin, ray.direction, ray.tnear, ray.tfar))
         return false;
     unsigned int unused = no_index;
-    TraceContext trace = make_trace(&ray, &narrowed, &unused, thread, false);
+    TraceContext trace = make_trace(&ray, &narrowed, &unused, thread);
     RTCRay hierarchy_ray = make_hierarchy_ray(narrowed, m_impl->get_hierarchy_time(ray.time));
     rtcOccluded1(m_impl->hierarchy.get(), &trace.base, &hierarchy_ray);
     const bool is_hit = ray.hit.primitive != no_index;
@@ -262,7 +262,7 @@ void Scene::intersect_packet(GeometryRay* rays, unsigned int count, RenderThread
     thread.ray_count += count;
     if (!m_impl->hierarchy) return;
     SceneRay narrowed[RenderThread::packet_size];
-    TraceContext trace = make_trace(rays, narrowed, objects, thread, true);
+    TraceContext trace = make_trace(rays, narrowed, objects, thread);
     const auto run = [&](auto packet) {
         using Packet = decltype(packet);
         alignas(64) int valid[Packet::width] = {};

@@ -222,19 +222,16 @@ public:
         }
     };
     void store(Stored& out) const {
+        for (unsigned int y = 0; y < 5; ++y) m_rows[y].store(out.p[y], out.q[y]);
         float column[8], corner[8];
         m_column.store(column);
         m_corner.store(corner);
-        for (unsigned int y = 0; y < 5; ++y) {
-            float row[8];
-            m_rows[y].store(row);
-            for (unsigned int x = 0; x < 4; ++x) {
-                out.p[y][x] = row[x];
-                out.q[y][x] = row[4 + x];
-            }
-            out.p[y][4] = y < 4 ? column[y] : corner[0];
-            out.q[y][4] = y < 4 ? column[4 + y] : corner[4];
+        for (unsigned int y = 0; y < 4; ++y) {
+            out.p[y][4] = column[y];
+            out.q[y][4] = column[4 + y];
         }
+        out.p[4][4] = corner[0];
+        out.q[4][4] = corner[4];
     }
 
 private:
