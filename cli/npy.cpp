@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <string_view>
+#include <type_traits>
 
 namespace sds_cli {
 
@@ -22,28 +23,15 @@ static_assert(std::endian::native == std::endian::little, "arrays are read and w
 constexpr std::string_view magic = "\x93NUMPY";
 constexpr std::size_t alignment = 64;  // of the first value in the file
 
+/// Byte order ('|' for none), kind and size, as in "<f4".
 template <class T>
-constexpr std::string_view type_code = "";
-template <>
-constexpr std::string_view type_code<float> = "<f4";
-template <>
-constexpr std::string_view type_code<double> = "<f8";
-template <>
-constexpr std::string_view type_code<std::int8_t> = "|i1";
-template <>
-constexpr std::string_view type_code<std::uint8_t> = "|u1";
-template <>
-constexpr std::string_view type_code<std::int16_t> = "<i2";
-template <>
-constexpr std::string_view type_code<std::uint16_t> = "<u2";
-template <>
-constexpr std::string_view type_code<std::int32_t> = "<i4";
-template <>
-constexpr std::string_view type_code<std::uint32_t> = "<u4";
-template <>
-constexpr std::string_view type_code<std::int64_t> = "<i8";
-template <>
-constexpr std::string_view type_code<std::uint64_t> = "<u8";
+constexpr std::array<char, 3> type_letters{sizeof(T) == 1 ? '|' : '<',
+                                           std::is_floating_point_v<T> ? 'f'
+                                           : std::is_signed_v<T>       ? 'i'
+                                                                       : 'u',
+                                           '0' + sizeof(T)};
+template <class T>
+constexpr std::string_view type_code(type_letters<T>.data(), type_letters<T>.size());
 
 class NpyReader {
 public:

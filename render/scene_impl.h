@@ -7,7 +7,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "render/hand_over.h"
+#include "qn_sys/sys_hand_over.h"
 #include "render/scene.h"
 #include "render/scene_bounds.h"
 
@@ -32,7 +32,7 @@ struct SceneObject {
     // Only while the hierarchy is built.
     const UnitSpace* space = nullptr;
     PrimitiveBounds bounds;
-    HandOver build_started, build_finished;
+    SysHandOver build_started, build_finished;
 };
 
 struct Scene::Impl {

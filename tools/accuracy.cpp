@@ -10,9 +10,9 @@
 #include <stdexcept>
 
 #include "support/motion_checks.h"
-#include "support/picture_checks.h"
 #include "support/surface_errors.h"
 #include "support/uv_errors.h"
+#include "tools/accuracy/picture_checks.h"
 
 using namespace sds_test;
 

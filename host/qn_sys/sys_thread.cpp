@@ -9,32 +9,17 @@
 #include <mutex>
 #include <optional>
 
-#ifdef QN_THREAD_SANITIZER
-#include <sanitizer/tsan_interface.h>
-#endif
+#include "qn_sys/sys_hand_over.h"
 
 namespace {
 
-// What happens before publish() happens before the code after observe(). oneTBB guarantees it already; ThreadSanitizer
-// cannot see that, and is told.
-class HandOver {
-public:
-#ifdef QN_THREAD_SANITIZER
-    void publish() { __tsan_release(this); }
-    void observe() { __tsan_acquire(this); }
-#else
-    void publish() {}
-    void observe() {}
-#endif
-};
-
 // At the end of a scope, by an exception too.
 struct PublishAtEnd {
-    HandOver& hand_over;
+    SysHandOver& hand_over;
     ~PublishAtEnd() { hand_over.publish(); }
 };
 struct ObserveAtEnd {
-    HandOver& hand_over;
+    SysHandOver& hand_over;
     ~ObserveAtEnd() { hand_over.observe(); }
 };
 
@@ -100,7 +85,7 @@ unsigned int SysThreadArena::get_thread_count() const {
     return static_cast<unsigned int>(m_impl->arena.max_concurrency());
 }
 void SysThreadArena::run(void (*function)(void*), void* argument) {
-    HandOver started, finished;
+    SysHandOver started, finished;
     const ObserveAtEnd observe{finished};
     started.publish();
     m_impl->arena.execute([&] {
@@ -112,7 +97,7 @@ void SysThreadArena::run(void (*function)(void*), void* argument) {
 
 void sys_parallel_for(const unsigned int& count, void (*function)(void*, unsigned int, unsigned int), void* argument) {
     if (count == 0) return;
-    HandOver started, finished;
+    SysHandOver started, finished;
     const ObserveAtEnd observe{finished};
     started.publish();
     // Isolated: a thread that waits here takes no foreign task, which could come back with the same worker index.

@@ -17,17 +17,6 @@ using Codes = std::vector<PolyFindingCode>;
 
 constexpr unsigned int none = 0xFFFFFFFF;
 
-ZooMesh make(std::vector<Vec3f> positions, const std::vector<Polygon>& polygons) {
-    ZooMesh mesh;
-    mesh.positions = std::move(positions);
-    for (const Polygon& polygon : polygons) {
-        mesh.counts.push_back(static_cast<unsigned int>(polygon.size()));
-        mesh.indices.insert(mesh.indices.end(), polygon.begin(), polygon.end());
-    }
-    mesh.corner_creases.assign(mesh.indices.size(), 0);
-    return mesh;
-}
-
 const std::vector<Vec3f> square{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
 
 ZooMesh with(const char* zoo_name, void (*change)(ZooMesh&)) {
@@ -46,7 +35,7 @@ ZooMesh lone_ngon(unsigned int n, Point&& point) {
         positions.push_back(point(i));
         polygon.push_back(i);
     }
-    return make(std::move(positions), {polygon});
+    return make_mesh(std::move(positions), {polygon});
 }
 
 Vec3f on_circle(unsigned int i, unsigned int n) {
@@ -66,7 +55,7 @@ ZooMesh klein_bottle(unsigned int n, unsigned int m) {
             const auto next = [&](unsigned int row) { return last ? (m - row) % m : (i + 1) * m + row % m; };
             polygons.push_back({i * m + j, next(j), next(j + 1), i * m + (j + 1) % m});
         }
-    return make(std::move(positions), polygons);
+    return make_mesh(std::move(positions), polygons);
 }
 
 // Every quad apart from the others.
@@ -95,7 +84,7 @@ ZooMesh book(unsigned int pages) {
         positions.push_back(outer + Vec3f(0, 0, 1));
         polygons.push_back({0, v, v + 1, 1});
     }
-    return make(std::move(positions), polygons);
+    return make_mesh(std::move(positions), polygons);
 }
 
 struct Case {
@@ -114,13 +103,13 @@ void examine_all(const std::vector<Case>& cases) {
 TEST(Battery, Sizes) {
     examine_all({
         {"empty", {}, {no_polygons}},
-        {"one vertex", make({{0, 0, 0}}, {}), {no_polygons, unused_vertex}},
-        {"polygon without vertices", make({}, {{0, 1, 2}}), {index_out_of_range}},
+        {"one vertex", make_mesh({{0, 0, 0}}, {}), {no_polygons, unused_vertex}},
+        {"polygon without vertices", make_mesh({}, {{0, 1, 2}}), {index_out_of_range}},
         {"one triangle", zoo_mesh("lone_triangle"), {}},
         {"one quad", zoo_mesh("lone_quad"), {}},
-        {"no corners", make(square, {{}, {0, 1, 2}}), {small_polygon}},
-        {"one corner", make(square, {{0}, {1, 2, 3}}), {small_polygon}},
-        {"two corners", make(square, {{0, 1}, {1, 2, 3}}), {small_polygon}},
+        {"no corners", make_mesh(square, {{}, {0, 1, 2}}), {small_polygon}},
+        {"one corner", make_mesh(square, {{0}, {1, 2, 3}}), {small_polygon}},
+        {"two corners", make_mesh(square, {{0, 1}, {1, 2, 3}}), {small_polygon}},
         {"counts too small", with("cube", [](ZooMesh& m) { m.counts.pop_back(); }), {wrong_count}},
         {"counts too large", with("cube", [](ZooMesh& m) { m.counts[0] = 5; }), {wrong_count}},
         {"sum beyond 32 bits", with("cube", [](ZooMesh& m) { m.counts[0] = m.counts[1] = 0x80000002; }), {wrong_count}},
@@ -165,7 +154,7 @@ TEST(Battery, Topology) {
               }),
          {nonmanifold_vertex}},
         {"bow-tie",
-         make({{-1, -1, 0}, {0, 0, 0}, {-1, 1, 0}, {1, 1, 0}, {1, -1, 0}}, {{0, 1, 2}, {1, 4, 3}}),
+         make_mesh({{-1, -1, 0}, {0, 0, 0}, {-1, 1, 0}, {1, 1, 0}, {1, -1, 0}}, {{0, 1, 2}, {1, 4, 3}}),
          {nonmanifold_vertex}},
         {"face twice", with("cube", twice), {nonmanifold_edge}},
         {"face twice, flipped", with("cube", twice_flipped), {nonmanifold_edge}},
@@ -173,11 +162,11 @@ TEST(Battery, Topology) {
         {"only a face, twice, flipped", with("lone_quad", twice_flipped), {}},
         {"edge with 5 faces", book(5), {nonmanifold_edge}},
         {"edge with 1000 faces", book(1000), {nonmanifold_edge}},
-        {"corner twice in a row", make(square, {{0, 1, 1, 2}, {0, 2, 3}}), {repeated_vertex}},
-        {"one vertex thrice", make(square, {{0, 0, 0}, {0, 1, 2, 3}}), {repeated_vertex, nonmanifold_vertex}},
-        {"spike", make(square, {{0, 1, 2, 3, 2}}), {repeated_vertex}},
-        {"there and back", make(square, {{0, 1, 0, 1}}), {repeated_vertex, unused_vertex, nonmanifold_edge}},
-        {"valence 1 and 2", make(square, {{0, 1, 2}, {0, 2, 3}}), {}},
+        {"corner twice in a row", make_mesh(square, {{0, 1, 1, 2}, {0, 2, 3}}), {repeated_vertex}},
+        {"one vertex thrice", make_mesh(square, {{0, 0, 0}, {0, 1, 2, 3}}), {repeated_vertex, nonmanifold_vertex}},
+        {"spike", make_mesh(square, {{0, 1, 2, 3, 2}}), {repeated_vertex}},
+        {"there and back", make_mesh(square, {{0, 1, 0, 1}}), {repeated_vertex, unused_vertex, nonmanifold_edge}},
+        {"valence 1 and 2", make_mesh(square, {{0, 1, 2}, {0, 2, 3}}), {}},
         {"loose quads", loose_quads(100000), {}},
     });
 }

@@ -12,20 +12,9 @@ namespace {
 constexpr double pi = 3.14159265358979323846;
 using Polygon = std::vector<unsigned int>;
 
-ZooMesh make(const std::string& name, std::vector<GMathVec3<float>> positions, const std::vector<Polygon>& polygons) {
-    ZooMesh mesh;
+ZooMesh named(const std::string& name, ZooMesh mesh) {
     mesh.name = name;
-    mesh.positions = std::move(positions);
-    for (const Polygon& polygon : polygons) {
-        mesh.counts.push_back(static_cast<unsigned int>(polygon.size()));
-        mesh.indices.insert(mesh.indices.end(), polygon.begin(), polygon.end());
-    }
-    mesh.corner_creases.assign(mesh.indices.size(), 0);
-    return mesh;
-}
-
-ZooMesh renamed(ZooMesh mesh, const std::string& name) {
-    mesh.name = name;
+    mesh.groups = find_groups(mesh);
     return mesh;
 }
 
@@ -69,14 +58,13 @@ GMathVec3<float> point(double x, double y, double z) {
 }
 
 ZooMesh cube() {
-    return make("cube",
-                {{-1, -1, -1}, {1, -1, -1}, {1, 1, -1}, {-1, 1, -1}, {-1, -1, 1}, {1, -1, 1}, {1, 1, 1}, {-1, 1, 1}},
-                {{0, 3, 2, 1}, {4, 5, 6, 7}, {0, 1, 5, 4}, {1, 2, 6, 5}, {2, 3, 7, 6}, {3, 0, 4, 7}});
+    return make_mesh(
+        {{-1, -1, -1}, {1, -1, -1}, {1, 1, -1}, {-1, 1, -1}, {-1, -1, 1}, {1, -1, 1}, {1, 1, 1}, {-1, 1, 1}},
+        {{0, 3, 2, 1}, {4, 5, 6, 7}, {0, 1, 5, 4}, {1, 2, 6, 5}, {2, 3, 7, 6}, {3, 0, 4, 7}});
 }
 
 ZooMesh tetrahedron() {
-    return make("tetrahedron", {{1, 1, 1}, {-1, -1, 1}, {-1, 1, -1}, {1, -1, -1}},
-                {{0, 2, 1}, {0, 1, 3}, {0, 3, 2}, {1, 2, 3}});
+    return make_mesh({{1, 1, 1}, {-1, -1, 1}, {-1, 1, -1}, {1, -1, -1}}, {{0, 2, 1}, {0, 1, 3}, {0, 3, 2}, {1, 2, 3}});
 }
 
 // n sides, capped by two n-gons.
@@ -97,7 +85,7 @@ ZooMesh prism(unsigned int n) {
     }
     polygons.push_back(top);
     polygons.push_back(bottom);
-    return make("prism" + std::to_string(n), std::move(positions), polygons);
+    return make_mesh(std::move(positions), polygons);
 }
 
 ZooMesh moebius_strip(unsigned int n) {
@@ -115,7 +103,7 @@ ZooMesh moebius_strip(unsigned int n) {
             const auto far = [&](unsigned int row) { return last ? 2 - row : 3 * (i + 1) + row; };
             polygons.push_back({3 * i + s, far(s), far(s + 1), 3 * i + s + 1});
         }
-    return make("moebius_strip", std::move(positions), polygons);
+    return make_mesh(std::move(positions), polygons);
 }
 
 // k quads around one vertex in the middle: an open disc.
@@ -128,7 +116,7 @@ ZooMesh quad_fan(unsigned int k) {
         positions.push_back(point(r * std::cos(a), r * std::sin(a), 0.1 * std::cos(2 * a)));
     }
     for (unsigned int i = 0; i < k; ++i) polygons.push_back({0, 2 * i + 1, 2 * i + 2, i + 1 == k ? 1 : 2 * i + 3});
-    return make("quad_fan" + std::to_string(k), std::move(positions), polygons);
+    return make_mesh(std::move(positions), polygons);
 }
 
 ZooMesh two_cubes_on_an_edge() {
@@ -141,70 +129,79 @@ ZooMesh two_cubes_on_an_edge() {
     for (size_t c = 0; c < corner_count; ++c) mesh.indices.push_back(second(mesh.indices[c]));
     mesh.counts.insert(mesh.counts.end(), 6, 4);
     mesh.corner_creases.assign(mesh.indices.size(), 0);
-    return renamed(mesh, "two_cubes_on_an_edge");
+    return mesh;
 }
 
 std::vector<ZooMesh> make_zoo() {
     std::vector<ZooMesh> zoo;
-    const auto add = [&zoo](ZooMesh mesh) { zoo.push_back(std::move(mesh)); };
+    const auto add = [&zoo](const char* name, ZooMesh mesh) { zoo.push_back(named(name, std::move(mesh))); };
 
-    add(cube());
-    add(renamed(with_uvs(cube(), true), "cube_uv_islands"));
-    add(renamed(with_crease(cube(), {0, 1}), "cube_two_darts"));
-    add(renamed(with_crease(cube(), {4, 5, 6, 7, 4}), "cube_crease_loop"));
-    add(renamed(with_crease(with_crease(cube(), {4, 5, 6, 7, 4}), {6, 2}), "cube_crease_corner"));
-    add(renamed(with_crease(cube(), {0, 1, 2, 3, 0, 4, 5, 6, 7, 4}), "cube_ten_creases"));
-    add(renamed(with_flipped_polygon(cube(), 1), "cube_flipped_face"));
-    add(tetrahedron());
-    add(renamed(with_crease(tetrahedron(), {0, 1}), "tetrahedron_dart"));
-    add(renamed(make_torus(8, 6), "torus"));
-    add(renamed(with_crease(make_torus(8, 6), {0, 6, 12, 18}), "torus_dart"));
-    add(renamed(with_crease(make_torus(8, 6), {0, 6, 12, 18, 24, 30, 36, 42, 0}), "torus_crease_loop"));
-    add(prism(3));
-    add(renamed(with_crease(prism(5), {5, 6, 7, 8, 9, 5}), "prism5_crease_loop"));
-    add(renamed(with_uvs(prism(7), false), "prism7_uvs"));
+    add("cube", cube());
+    add("cube_uv_islands", with_uvs(cube(), true));
+    add("cube_two_darts", with_crease(cube(), {0, 1}));
+    add("cube_crease_loop", with_crease(cube(), {4, 5, 6, 7, 4}));
+    add("cube_crease_corner", with_crease(with_crease(cube(), {4, 5, 6, 7, 4}), {6, 2}));
+    add("cube_ten_creases", with_crease(cube(), {0, 1, 2, 3, 0, 4, 5, 6, 7, 4}));
+    add("cube_flipped_face", with_flipped_polygon(cube(), 1));
+    add("tetrahedron", tetrahedron());
+    add("tetrahedron_dart", with_crease(tetrahedron(), {0, 1}));
+    add("torus", make_torus(8, 6));
+    add("torus_dart", with_crease(make_torus(8, 6), {0, 6, 12, 18}));
+    add("torus_crease_loop", with_crease(make_torus(8, 6), {0, 6, 12, 18, 24, 30, 36, 42, 0}));
+    add("prism3", prism(3));
+    add("prism5_crease_loop", with_crease(prism(5), {5, 6, 7, 8, 9, 5}));
+    add("prism7_uvs", with_uvs(prism(7), false));
 
     const std::vector<GMathVec3<float>> square{{0, 0, 0}, {1, 0, 0}, {1, 1, 0.3f}, {0, 1, 0}};
-    add(make("lone_quad", square, {{0, 1, 2, 3}}));
-    add(make("lone_triangle", {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}}));
-    add(make("lone_pentagon", {{0, 0, 0}, {1, 0, 0}, {1.4f, 1, 0.2f}, {0.5f, 1.6f, 0}, {-0.3f, 1, 0.1f}},
-             {{0, 1, 2, 3, 4}}));
-    add(make("strip",
-             {{0, 0, 0}, {0, 1, 0}, {1, 0, 0.3f}, {1, 1, 0.2f}, {2, 0, 0}, {2, 1, 0.1f}, {3, 0, -0.4f}, {3, 1, 0}},
-             {{0, 2, 3, 1}, {2, 4, 5, 3}, {4, 6, 7, 5}}));
-    add(renamed(make_sheet(5), "sheet"));
-    add(renamed(with_crease(make_sheet(5), {13, 14, 15}), "sheet_dart"));
-    add(renamed(with_crease(make_sheet(5), {2, 8, 14, 20, 26, 32}), "sheet_crease_across"));
-    add(renamed(with_flipped_polygon(make_sheet(5), 12), "sheet_flipped_face"));
-    add(renamed(with_uvs(make_sheet(4), true), "sheet_uv_islands"));
-    add(quad_fan(3));
-    add(quad_fan(5));
-    add(renamed(with_crease(quad_fan(6), {5, 0, 9}), "quad_fan6_crease"));
-    add(moebius_strip(9));
+    add("lone_quad", make_mesh(square, {{0, 1, 2, 3}}));
+    add("lone_triangle", make_mesh({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}}));
+    add("lone_pentagon",
+        make_mesh({{0, 0, 0}, {1, 0, 0}, {1.4f, 1, 0.2f}, {0.5f, 1.6f, 0}, {-0.3f, 1, 0.1f}}, {{0, 1, 2, 3, 4}}));
+    add("strip",
+        make_mesh({{0, 0, 0}, {0, 1, 0}, {1, 0, 0.3f}, {1, 1, 0.2f}, {2, 0, 0}, {2, 1, 0.1f}, {3, 0, -0.4f}, {3, 1, 0}},
+                  {{0, 2, 3, 1}, {2, 4, 5, 3}, {4, 6, 7, 5}}));
+    add("sheet", make_sheet(5));
+    add("sheet_dart", with_crease(make_sheet(5), {13, 14, 15}));
+    add("sheet_crease_across", with_crease(make_sheet(5), {2, 8, 14, 20, 26, 32}));
+    add("sheet_flipped_face", with_flipped_polygon(make_sheet(5), 12));
+    add("sheet_uv_islands", with_uvs(make_sheet(4), true));
+    add("quad_fan3", quad_fan(3));
+    add("quad_fan5", quad_fan(5));
+    add("quad_fan6_crease", with_crease(quad_fan(6), {5, 0, 9}));
+    add("moebius_strip", moebius_strip(9));
 
-    for (const unsigned int n : {8u, 64u, 1000u}) add(make_pole(n));
-    add(make("bow_tie", {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0.2f}, {-1, 0, 0}, {-1, -1, 0}, {0, -1, 0.2f}},
-             {{0, 1, 2, 3}, {0, 4, 5, 6}}));
-    add(two_cubes_on_an_edge());
-    add(make("three_pages",
-             {{0, 0, 0},
-              {0, 1, 0},
-              {1, 0, 0},
-              {1, 1, 0},
-              {-0.5f, 0, 0.8f},
-              {-0.5f, 1, 0.8f},
-              {-0.5f, 0, -0.8f},
-              {-0.5f, 1, -0.8f}},
-             {{0, 2, 3, 1}, {0, 4, 5, 1}, {1, 7, 6, 0}}));
+    for (const unsigned int n : {8u, 64u, 1000u}) zoo.push_back(make_pole(n));
+    add("bow_tie", make_mesh({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0.2f}, {-1, 0, 0}, {-1, -1, 0}, {0, -1, 0.2f}},
+                             {{0, 1, 2, 3}, {0, 4, 5, 6}}));
+    add("two_cubes_on_an_edge", two_cubes_on_an_edge());
+    add("three_pages", make_mesh({{0, 0, 0},
+                                  {0, 1, 0},
+                                  {1, 0, 0},
+                                  {1, 1, 0},
+                                  {-0.5f, 0, 0.8f},
+                                  {-0.5f, 1, 0.8f},
+                                  {-0.5f, 0, -0.8f},
+                                  {-0.5f, 1, -0.8f}},
+                                 {{0, 2, 3, 1}, {0, 4, 5, 1}, {1, 7, 6, 0}}));
     // Two quads that share two neighbouring edges: vertex 1 has valence two inside the surface.
-    add(make("valence_two", {{0, 0, 0}, {1, 0, 0.2f}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}, {0.5f, -1, 0}},
-             {{0, 1, 2, 3}, {1, 0, 4, 2}}));
+    add("valence_two", make_mesh({{0, 0, 0}, {1, 0, 0.2f}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}, {0.5f, -1, 0}},
+                                 {{0, 1, 2, 3}, {1, 0, 4, 2}}));
 
-    for (ZooMesh& mesh : zoo) mesh.groups = find_groups(mesh);
     return zoo;
 }
 
 }  // namespace
+
+ZooMesh make_mesh(std::vector<GMathVec3<float>> positions, const std::vector<Polygon>& polygons) {
+    ZooMesh mesh;
+    mesh.positions = std::move(positions);
+    for (const Polygon& polygon : polygons) {
+        mesh.counts.push_back(static_cast<unsigned int>(polygon.size()));
+        mesh.indices.insert(mesh.indices.end(), polygon.begin(), polygon.end());
+    }
+    mesh.corner_creases.assign(mesh.indices.size(), 0);
+    return mesh;
+}
 
 ZooMesh make_torus(unsigned int n, unsigned int m) {
     std::vector<GMathVec3<float>> positions;
@@ -219,9 +216,7 @@ ZooMesh make_torus(unsigned int n, unsigned int m) {
             const unsigned int j1 = (j + 1) % m;
             polygons.push_back({m * i + j, m * i1 + j, m * i1 + j1, m * i + j1});
         }
-    ZooMesh mesh = make("torus" + std::to_string(n) + "x" + std::to_string(m), std::move(positions), polygons);
-    mesh.groups = find_groups(mesh);
-    return mesh;
+    return named("torus" + std::to_string(n) + "x" + std::to_string(m), make_mesh(std::move(positions), polygons));
 }
 
 ZooMesh make_sheet(unsigned int n) {
@@ -236,9 +231,7 @@ ZooMesh make_sheet(unsigned int n) {
             const unsigned int v = (n + 1) * i + j;
             polygons.push_back({v, v + 1, v + n + 2, v + n + 1});
         }
-    ZooMesh mesh = make("sheet" + std::to_string(n), std::move(positions), polygons);
-    mesh.groups = find_groups(mesh);
-    return mesh;
+    return named("sheet" + std::to_string(n), make_mesh(std::move(positions), polygons));
 }
 
 ZooMesh make_pole(unsigned int n) {
@@ -252,9 +245,7 @@ ZooMesh make_pole(unsigned int n) {
         base.push_back(n - i);
     }
     polygons.push_back(base);
-    ZooMesh mesh = make("pole" + std::to_string(n), std::move(positions), polygons);
-    mesh.groups = find_groups(mesh);
-    return mesh;
+    return named("pole" + std::to_string(n), make_mesh(std::move(positions), polygons));
 }
 
 const std::vector<ZooMesh>& mesh_zoo() {

@@ -88,6 +88,8 @@ std::vector<const ZooMesh*> all_cages();
 // Those of all_cages() that are in every group of `with` and in none of `without`.
 std::vector<const ZooMesh*> cages_in(unsigned int with, unsigned int without = 0);
 
+// Vertices per polygon; no name, no creases and no groups yet.
+ZooMesh make_mesh(std::vector<GMathVec3<float>> positions, const std::vector<std::vector<unsigned int>>& polygons);
 // n x m quads around a torus, u around the axis. Not in the zoo, for tests that need a size.
 ZooMesh make_torus(unsigned int n, unsigned int m);
 // n x n quads with borders, bulging.

@@ -13,6 +13,7 @@
 #pragma GCC diagnostic pop
 
 #include <stdexcept>
+#include <utility>
 
 namespace sds_test {
 
@@ -49,8 +50,7 @@ struct OpenSubdivOracle::Impl {
 
     void create_refiner(const ZooMesh& cage, const Sdc::Options& options);
     void locate_quads(const ZooMesh& cage);
-    void refine_positions(const ZooMesh& cage);
-    void refine_uvs(const ZooMesh& cage);
+    std::vector<Value> refine(const std::vector<Vec3f>& controls, bool face_varying) const;
     SurfacePoint evaluate(unsigned int quad, double u, double v, bool face_varying) const;
 };
 
@@ -100,35 +100,27 @@ void OpenSubdivOracle::Impl::locate_quads(const ZooMesh& cage) {
     }
 }
 
-void OpenSubdivOracle::Impl::refine_positions(const ZooMesh& cage) {
+// The controls, the values of every level after them, and the local points of the patches.
+std::vector<Value> OpenSubdivOracle::Impl::refine(const std::vector<Vec3f>& controls, bool face_varying) const {
     const Far::PrimvarRefinerReal<double> primvars(*refiner);
-    const int refined = refiner->GetNumVerticesTotal();
-    points.resize(static_cast<size_t>(refined + table->GetNumLocalPoints()));
-    for (size_t i = 0; i < cage.positions.size(); ++i) points[i].v = Vec3d(cage.positions[i]);
-    Value* source = points.data();
+    const int refined = face_varying ? refiner->GetNumFVarValuesTotal(0) : refiner->GetNumVerticesTotal();
+    const int local = face_varying ? table->GetNumLocalPointsFaceVarying(0) : table->GetNumLocalPoints();
+    std::vector<Value> values(static_cast<size_t>(refined + local));
+    for (size_t i = 0; i < controls.size(); ++i) values[i].v = Vec3d(controls[i]);
+    Value* source = values.data();
     for (int level = 1; level <= refiner->GetMaxLevel(); ++level) {
-        Value* target = source + refiner->GetLevel(level - 1).GetNumVertices();
-        primvars.Interpolate(level, source, target);
+        const Far::TopologyLevel& coarse = refiner->GetLevel(level - 1);
+        Value* target = source + (face_varying ? coarse.GetNumFVarValues(0) : coarse.GetNumVertices());
+        if (face_varying)
+            primvars.InterpolateFaceVarying(level, source, target, 0);
+        else
+            primvars.Interpolate(level, source, target);
         source = target;
     }
-    if (table->GetNumLocalPoints() > 0)
-        table->GetLocalPointStencilTable<double>()->UpdateValues(points.data(), points.data() + refined);
-}
-
-void OpenSubdivOracle::Impl::refine_uvs(const ZooMesh& cage) {
-    const Far::PrimvarRefinerReal<double> primvars(*refiner);
-    const int refined = refiner->GetNumFVarValuesTotal(0);
-    uv_points.resize(static_cast<size_t>(refined + table->GetNumLocalPointsFaceVarying(0)));
-    for (size_t i = 0; i < cage.uv_points.size(); ++i) uv_points[i].v = Vec3d(cage.uv_points[i]);
-    Value* source = uv_points.data();
-    for (int level = 1; level <= refiner->GetMaxLevel(); ++level) {
-        Value* target = source + refiner->GetLevel(level - 1).GetNumFVarValues(0);
-        primvars.InterpolateFaceVarying(level, source, target, 0);
-        source = target;
-    }
-    if (table->GetNumLocalPointsFaceVarying(0) > 0)
-        table->GetLocalPointFaceVaryingStencilTable<double>(0)->UpdateValues(uv_points.data(),
-                                                                             uv_points.data() + refined);
+    const auto* stencils = face_varying ? table->GetLocalPointFaceVaryingStencilTable<double>(0)
+                                        : table->GetLocalPointStencilTable<double>();
+    if (local > 0) stencils->UpdateValues(values.data(), values.data() + refined);
+    return values;
 }
 
 OpenSubdivOracle::OpenSubdivOracle(const ZooMesh& cage, Boundary boundary, FaceVarying rule)
@@ -150,8 +142,8 @@ OpenSubdivOracle::OpenSubdivOracle(const ZooMesh& cage, Boundary boundary, FaceV
     m_impl->refiner->RefineAdaptive(patches.GetRefineAdaptiveOptions());
     m_impl->table.reset(Far::PatchTableFactory::Create(*m_impl->refiner, patches));
     m_impl->map = std::make_unique<Far::PatchMap>(*m_impl->table);
-    m_impl->refine_positions(cage);
-    if (cage.is_in(uvs)) m_impl->refine_uvs(cage);
+    m_impl->points = m_impl->refine(cage.positions, false);
+    if (cage.is_in(uvs)) m_impl->uv_points = m_impl->refine(cage.uv_points, true);
 }
 
 OpenSubdivOracle::OpenSubdivOracle(OpenSubdivOracle&&) noexcept = default;
@@ -165,23 +157,9 @@ OpenSubdivOracle::~OpenSubdivOracle() = default;
 //        0 ---------- 1
 SurfacePoint OpenSubdivOracle::Impl::evaluate(unsigned int quad, double u, double v, bool face_varying) const {
     const Place& place = places[quad];
-    double s = u, t = v;
-    switch (place.quadrant) {
-        case 0:
-            s = u / 2, t = v / 2;
-            break;
-        case 1:
-            s = 1 - v / 2, t = u / 2;
-            break;
-        case 2:
-            s = 1 - u / 2, t = 1 - v / 2;
-            break;
-        case 3:
-            s = v / 2, t = 1 - u / 2;
-            break;
-        default:
-            break;
-    }
+    const bool is_quarter = place.quadrant >= 0;
+    double s = is_quarter ? u / 2 : u, t = is_quarter ? v / 2 : v;
+    for (int turn = 0; turn < place.quadrant; ++turn) s = 1 - std::exchange(t, s);
 
     const Far::PatchTable::PatchHandle* handle = map->FindPatch(place.face, s, t);
     if (handle == nullptr) throw std::logic_error("OpenSubdiv has no patch there");
@@ -203,23 +181,9 @@ SurfacePoint OpenSubdivOracle::Impl::evaluate(unsigned int quad, double u, doubl
         ds += value * s_weights[i];
         dt += value * t_weights[i];
     }
-    switch (place.quadrant) {
-        case 0:
-            out.du = ds * 0.5, out.dv = dt * 0.5;
-            break;
-        case 1:
-            out.du = dt * 0.5, out.dv = ds * -0.5;
-            break;
-        case 2:
-            out.du = ds * -0.5, out.dv = dt * -0.5;
-            break;
-        case 3:
-            out.du = dt * -0.5, out.dv = ds * 0.5;
-            break;
-        default:
-            out.du = ds, out.dv = dt;
-            break;
-    }
+    out.du = is_quarter ? ds * 0.5 : ds;
+    out.dv = is_quarter ? dt * 0.5 : dt;
+    for (int turn = 0; turn < place.quadrant; ++turn) out.dv = std::exchange(out.du, out.dv) * -1.0;
     return out;
 }
 

@@ -236,8 +236,7 @@ void RayOracle::meet_patch(const RayPlane& ray, unsigned int primitive, Report&&
         const Vec3d normal = du.cross(dv);
         const double t = ray.distance(limit_point(primitive, u, v));
         if (t > ray.near && t < ray.far)
-            report(Crossing{t, primitive, u, v, std::fabs(normal.dot(ray.direction)) / (normal.length() * ray.length),
-                            1.0});
+            report(Crossing{t, primitive, u, v, std::fabs(normal.dot(ray.direction)) / (normal.length() * ray.length)});
     }
 }
 
@@ -271,8 +270,7 @@ void RayOracle::meet_block(const RayPlane& ray, const Block& block, Report&& rep
                 const double b = j + block.v0 + (upper == 0 ? w2 : w1 + w2);
                 const Vec3d normal = (space[k1] - space[k0]).cross(space[k2] - space[k0]);
                 report(Crossing{t, block.primitive, a / m_cells, b / m_cells,
-                                std::fabs(normal.dot(ray.direction)) / (normal.length() * ray.length),
-                                std::min({w0, w1, w2})});
+                                std::fabs(normal.dot(ray.direction)) / (normal.length() * ray.length)});
             }
 }
 
@@ -291,7 +289,7 @@ void RayOracle::find_all(const Vec3d& origin, const Vec3d& direction, double nea
 }
 
 Crossing RayOracle::find_nearest(const Vec3d& origin, const Vec3d& direction, double near, double far) const {
-    Crossing nearest{far, none, 0.0, 0.0, 0.0, 0.0};
+    Crossing nearest{far, none, 0.0, 0.0, 0.0};
     const RayPlane ray(origin, direction, near, far);
     const auto keep = [&](const Crossing& crossing) {
         if (crossing.t < nearest.t) nearest = crossing;

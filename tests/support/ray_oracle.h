@@ -21,7 +21,6 @@ struct Crossing {
     double u;
     double v;
     double cosine;  // |normal . direction|, both of unit length
-    double margin;  // flat cells: least distance to an edge of the triangle in barycentric units
 };
 
 class RayOracle {

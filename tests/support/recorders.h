@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -48,19 +49,10 @@ public:
         std::atomic<double> shares{0.0};
 
         Task(std::string name, float w, size_t d) : label(std::move(name)), weight(w), depth(d) {}
-        Task(Task&& other) noexcept
-            : label(std::move(other.label)),
-              weight(other.weight),
-              depth(other.depth),
-              step_count(other.step_count),
-              steps(other.steps),
-              last_step(other.last_step),
-              increments(other.increments.load()),
-              shares(other.shares.load()) {}
     };
 
     // In the order in which they were opened; tasks[0] stands for calls outside any task.
-    std::vector<Task> tasks;
+    std::deque<Task> tasks;
     std::vector<float> values;  // given outside any task
     size_t open = 0;
 

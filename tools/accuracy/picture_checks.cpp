@@ -1,4 +1,4 @@
-#include "support/picture_checks.h"
+#include "tools/accuracy/picture_checks.h"
 
 #include <algorithm>
 #include <cmath>
