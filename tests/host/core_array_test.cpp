@@ -75,17 +75,6 @@ TEST(CoreArray, CopiesFromPartOfItself) {
     EXPECT_EQ(a.get_data(), storage);
 }
 
-TEST(CoreArray, EmptyIsHarmless) {
-    CoreArray<CoreString> a;
-    const CoreArray<CoreString> b(a);
-    a = b;
-    a.clear();
-    a.resize(0);
-    a.assign(0, CoreString());
-    EXPECT_TRUE(a.is_empty());
-    EXPECT_EQ(a.begin(), a.end());
-}
-
 TEST(CoreArray, StorageOfEverySizeIsAlignedWholeAndFreed) {
     constexpr unsigned int large_page = 1u << 21;
     for (unsigned int n = 1; n < 40; ++n)

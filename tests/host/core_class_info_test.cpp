@@ -2,12 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <thread>
 #include <vector>
 
-#include "qn_geometry/geometry_object.h"
-#include "qn_poly/poly_mesh.h"
+#include "qn_resource/resource_data.h"
 
 namespace {
 
@@ -21,26 +19,6 @@ TEST(CoreClassInfo, FirstRegistrationOfANameStays) {
     EXPECT_EQ(CoreClassInfo::find("ClassInfoTestOnce"), &first);
     EXPECT_EQ(CoreClassInfo::find("ClassInfoTestNever"), nullptr);
     EXPECT_EQ(first.create(), nullptr);
-}
-
-TEST(CoreClassInfo, ChainLeadsToTheRoot) {
-    std::vector<std::string> names;
-    for (const CoreClassInfo* info = &GeometryObject::class_info(); info != nullptr; info = info->get_base())
-        names.push_back(info->get_name().to_std());
-    EXPECT_EQ(names, (std::vector<std::string>{"GeometryObject", "ResourceData", "EventObject", "CoreCustomData",
-                                               "CoreBaseObject", "CoreBaseType"}));
-    EXPECT_TRUE(GeometryObject::class_info().is_kind_of(EventObject::class_info()));
-    EXPECT_FALSE(EventObject::class_info().is_kind_of(GeometryObject::class_info()));
-}
-
-TEST(CoreClassInfo, ObjectsAreMadeAndDestroyedByName) {
-    const CoreClassInfo& info = PolyMesh::class_info();
-    CoreBaseType* object = info.create();
-    ASSERT_NE(object, nullptr);
-    EXPECT_EQ(&object->get_class_info(), &info);
-    EXPECT_TRUE(info.get_destructor()(static_cast<PolyMesh*>(object), false));
-    EXPECT_TRUE(info.get_destructor()(nullptr, false));
-    EXPECT_TRUE(info.get_destructor()(new PolyMesh[3], true));
 }
 
 TEST(CoreClassInfo, ConcurrentRegistrationGivesOneRecord) {

@@ -37,11 +37,4 @@ TEST(GMathMatrix4x4, ScalesAreTheLengthsOfTheBasisVectors) {
     EXPECT_EQ(GMathMatrix4x4<double>::scale(0, 0, 0).get_scales(), GMathVec3<double>(0, 0, 0));
 }
 
-TEST(GMathMatrix4x4, VectorsIgnoreTheTranslation) {
-    GMathMatrix4x4<double> m = GMathMatrix4x4<double>::scale(2, 3, 4);
-    m[3][1] = 100;
-    m[0][2] = 7;
-    EXPECT_EQ(m.transform_vector({1, 1, 1}), GMathVec3<double>(2, 3, 11));
-}
-
 }  // namespace

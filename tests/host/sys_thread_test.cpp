@@ -146,20 +146,4 @@ TEST(SysParallelFor, EveryIndexOnceOnSeveralThreads) {
     sys_parallel_for(0, [](unsigned int, unsigned int) { FAIL(); });
 }
 
-TEST(SysThreadLock, GuardsConcurrentWriters) {
-    SysThreadLock lock;
-    unsigned int count = 0;
-    {
-        std::vector<std::jthread> threads;
-        for (unsigned int t = 0; t < 8; ++t)
-            threads.emplace_back([&] {
-                for (unsigned int i = 0; i < 1000; ++i) {
-                    const SysThreadLockGuard guard(lock);
-                    ++count;
-                }
-            });
-    }
-    EXPECT_EQ(count, 8000u);
-}
-
 }  // namespace
