@@ -139,13 +139,6 @@ TEST(Help, ManualPageNamesEveryOptionAndFormatsCleanly) {
     EXPECT_GT(run.out.size(), 2000u);
 }
 
-TEST(Help, VersionIsThreeNumbers) {
-    const ScratchFolder folder;
-    const SdsRun run = run_sds(folder, {"--version"});
-    EXPECT_SUCCESS(run);
-    EXPECT_THAT(run.out, testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+\n"));
-}
-
 TEST(Help, EveryCommandOnAMeshTellsItsRates) {
     const ScratchFolder folder;
     folder.write("cage.obj", cube_obj);

@@ -10,9 +10,8 @@ namespace {
 
 using Json = nlohmann::json;
 
-Json info_of(const ScratchFolder& folder, const std::string& mesh, std::vector<std::string> more = {}) {
-    more.insert(more.begin(), {"info", mesh, "--json"});
-    const SdsRun run = run_sds(folder, more);
+Json info_of(const ScratchFolder& folder, const std::string& mesh, const std::vector<std::string>& more = {}) {
+    const SdsRun run = run_sds(folder, {"info", mesh, "--json"}, more);
     EXPECT_SUCCESS(run);
     return Json::parse(run.out);
 }
@@ -85,9 +84,7 @@ TEST(Info, DescribesTheStepAndTheMap) {
 TEST(Info, CoversTheWholeMotion) {
     const ScratchFolder folder;
     const std::string mesh = folder.write("cube.obj", cube_obj);
-    std::string text = cube_obj;
-    for (std::size_t at = 0; (at = text.find("v 1 ", at)) != std::string::npos;) text.replace(at, 4, "v 5 ");
-    const std::string next = folder.write("next.obj", text);
+    const std::string next = folder.write("next.obj", moved(cube_obj, 4.0));
     EXPECT_EQ(info_of(folder, mesh)["motion"], nullptr);
     const Json vectors = info_of(folder, mesh, {"--motion", next, "--interpolation", "linear"});
     EXPECT_EQ(vectors["bbox"]["max"], Json::parse("[5.0, 1.0, 1.0]"));

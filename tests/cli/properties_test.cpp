@@ -34,10 +34,12 @@ std::string write_sidecar(const ScratchFolder& folder, const Json& list) {
 
 // Exports a property on a grid of `cells`; rows of 3 x extent.
 std::vector<double> export_property(const ScratchFolder& folder, const std::string& mesh, const std::string& sidecar,
-                                    const std::string& name, unsigned int cells, std::vector<std::string> more = {}) {
-    more.insert(more.begin(), {"export", mesh, "--quiet", "--properties", sidecar, "--property", name,
-                               folder.path("p.npy"), "--cells", std::to_string(cells)});
-    EXPECT_SUCCESS(run_sds(folder, more));
+                                    const std::string& name, unsigned int cells,
+                                    const std::vector<std::string>& more = {}) {
+    EXPECT_SUCCESS(run_sds(folder,
+                           {"export", mesh, "--quiet", "--properties", sidecar, "--property", name,
+                            folder.path("p.npy"), "--cells", std::to_string(cells)},
+                           more));
     return std::get<std::vector<double>>(read_npy(folder.path("p.npy")).values);
 }
 

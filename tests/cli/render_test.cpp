@@ -45,126 +45,104 @@ void write_picture(const std::string& path, unsigned int width, unsigned int hei
     ASSERT_NE(png_image_write_to_file(&image, path.c_str(), 0, rgb.data(), 0, nullptr), 0);
 }
 
+// A small picture, without a word of progress.
+SdsRun render(const ScratchFolder& folder, const std::vector<std::string>& arguments) {
+    return run_sds(folder, {"render", "--quiet", "--width", "48", "--height", "32", "--samples", "2"}, arguments);
+}
+
 TEST(Render, WritesPicturesAndTheirLayers) {
     const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj);
-    const std::vector<std::string> common{"--width", "48", "--height", "32", "--samples", "2", "--quiet"};
-    const auto render = [&](std::vector<std::string> more) {
-        more.insert(more.begin(), {"render", mesh});
-        more.insert(more.end(), common.begin(), common.end());
-        const SdsRun run = run_sds(folder, more);
-        EXPECT_SUCCESS(run);
-        return run;
-    };
-    EXPECT_EQ(render({"-o", folder.path("a.png"), "--aov", "N,id", "--aov", "Z"}).err, "");
-    const Picture picture = read_picture(folder.path("a.png"));
-    EXPECT_EQ(picture.width, 48u);
-    EXPECT_EQ(picture.height, 32u);
-    for (const char* name : {"a.N.png", "a.id.png", "a.Z.png"}) EXPECT_EQ(read_picture(folder.path(name)).width, 48u);
-
-    render({"-o", folder.path("a.exr")});
+    const std::string mesh = folder.write("cube.obj", cube_obj), a = folder.path("a.png"), b = folder.path("b.png");
+    EXPECT_EQ(render(folder, {mesh, "-o", a, "--aov", "N,id", "--aov", "Z"}).err, "");
+    for (const char* name : {"a.png", "a.N.png", "a.id.png", "a.Z.png"}) {
+        EXPECT_EQ(read_picture(folder.path(name)).width, 48u);
+        EXPECT_EQ(read_picture(folder.path(name)).height, 32u);
+    }
+    EXPECT_SUCCESS(render(folder, {mesh, "-o", folder.path("a.exr")}));
     const std::string exr = ScratchFolder::read(folder.path("a.exr"));
     for (const char* channel : {"P.X", "N.Z", "uv.Y", "id", "Z"})
         EXPECT_NE(exr.find(std::string(channel) + '\0'), std::string::npos) << channel;
 
-    // Whatever the number of threads; and the statistics do not change the picture.
-    const std::string first = ScratchFolder::read(folder.path("a.png"));
-    EXPECT_THAT(render({"-o", folder.path("b.png"), "--threads", "1", "--stats"}).err,
+    // Whatever the number of threads, more than there are cores too; and the statistics do not change the picture.
+    const std::string first = ScratchFolder::read(a);
+    EXPECT_THAT(render(folder, {mesh, "-o", b, "--threads", "1", "--stats"}).err,
                 testing::AllOf(testing::HasSubstr("quads/s"), testing::HasSubstr("rays/s")));
-    EXPECT_TRUE(ScratchFolder::read(folder.path("b.png")) == first);
-    // More threads than the machine has cores.
-    EXPECT_EQ(render({"-o", folder.path("b.png"), "--threads", "64"}).err, "");
-    EXPECT_TRUE(ScratchFolder::read(folder.path("b.png")) == first);
-    render({"-o", folder.path("b.png"), "--wire"});
-    EXPECT_FALSE(ScratchFolder::read(folder.path("b.png")) == first);
+    EXPECT_TRUE(ScratchFolder::read(b) == first);
+    EXPECT_EQ(render(folder, {mesh, "-o", b, "--threads", "64"}).err, "");
+    EXPECT_TRUE(ScratchFolder::read(b) == first);
+    EXPECT_SUCCESS(render(folder, {mesh, "-o", b, "--wire"}));
+    EXPECT_FALSE(ScratchFolder::read(b) == first);
 }
 
 TEST(Render, ViewAndTextureShowTheRightSide) {
     const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj);
+    const std::string mesh = folder.write("cube.obj", cube_obj), texture = folder.path("t.png");
     // Red in the lower half of v, green in the upper: the face towards +z has v along y.
-    const std::string texture = folder.path("t.png");
     write_picture(texture, 1, 2, {0, 255, 0, 255, 0, 0});
-    EXPECT_SUCCESS(
-        run_sds(folder, {"render", mesh, "-o", folder.path("a.png"), "--texture", texture, "--view", "0 0", "--width",
-                         "33", "--height", "33", "--samples", "4", "--quiet", "--uv-interpolation", "all_fixed"}));
+    EXPECT_SUCCESS(render(folder, {mesh, "-o", folder.path("a.png"), "--texture", texture, "--view", "0 0",
+                                   "--uv-interpolation", "all_fixed"}));
     const Picture picture = read_picture(folder.path("a.png"));
-    const png_byte *upper = picture.pixel(16, 8), *lower = picture.pixel(16, 24);
+    const png_byte *upper = picture.pixel(24, 8), *lower = picture.pixel(24, 24);
     EXPECT_GT(upper[1], upper[0] + 40);
     EXPECT_GT(lower[0], lower[1] + 40);
-    EXPECT_EQ(run_sds(folder, {"render", mesh, "-o", folder.path("b.png"), "--up", "w"}).code, 2);
+    EXPECT_EQ(render(folder, {mesh, "-o", folder.path("b.png"), "--up", "w"}).code, 2);
 }
 
 TEST(Render, SeveralMeshesAreOneScene) {
     const ScratchFolder folder;
     const std::string cube = folder.write("cube.obj", cube_obj), sheet = folder.write("sheet.obj", sheet_obj);
-    const std::vector<std::string> small{"--width", "40", "--height", "40", "--samples", "1", "--quiet"};
-    const auto render = [&](std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), "render");
-        arguments.insert(arguments.end(), small.begin(), small.end());
-        return run_sds(folder, arguments);
-    };
-    const std::string out = folder.path("out.png");
-    const SdsRun run = render({cube, sheet, cube, "-o", out, "--aov", "object", "--stats"});
+    const std::string out = folder.path("out.png"), none = folder.path("no.png");
+    const SdsRun run = render(folder, {cube, sheet, cube, "-o", out, "--aov", "object", "--stats"});
     EXPECT_SUCCESS(run);
     // 6 quads each, and of the sheet 5 + 3 + 3 + 4.
     EXPECT_THAT(run.err, testing::HasSubstr("27 quads"));
     EXPECT_NE(read_picture(out).rgb, read_picture(folder.path("out.object.png")).rgb);
-    for (const std::vector<std::string>& one_mesh_only :
-         {std::vector<std::string>{"--motion", cube}, {"--uv", cube}, {"--properties", cube}, {"--map", "1"}}) {
-        std::vector<std::string> arguments{cube, cube, "-o", folder.path("no.png")};
-        arguments.insert(arguments.end(), one_mesh_only.begin(), one_mesh_only.end());
-        EXPECT_EQ(render(arguments).code, 2) << one_mesh_only[0];
-    }
-    EXPECT_EQ(render({cube, folder.path("missing.obj"), "-o", folder.path("no.png")}).code, 2);
-    EXPECT_FALSE(std::filesystem::exists(folder.path("no.png")));
+    for (const char* one_mesh_only : {"--motion", "--uv", "--properties"})
+        EXPECT_EQ(render(folder, {cube, cube, "-o", none, one_mesh_only, cube}).code, 2) << one_mesh_only;
+    EXPECT_EQ(render(folder, {cube, cube, "-o", none, "--map", "1"}).code, 2);
+    EXPECT_EQ(render(folder, {cube, folder.path("missing.obj"), "-o", none}).code, 2);
+    EXPECT_FALSE(std::filesystem::exists(none));
 }
 
 TEST(Render, SheetAndStandardOutput) {
     const ScratchFolder folder;
     const std::string mesh = folder.write("cube.obj", cube_obj), out = folder.path("out.png");
-    const std::vector<std::string> small{"--width", "64", "--height", "32", "--samples", "1", "--quiet"};
-    const auto render = [&](std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"render", mesh});
-        arguments.insert(arguments.end(), small.begin(), small.end());
-        return run_sds(folder, arguments);
-    };
-    EXPECT_SUCCESS(render({"-o", out, "--turntable", "2", "--view", "0 0"}));
+    EXPECT_SUCCESS(render(folder, {mesh, "-o", out, "--turntable", "2", "--view", "0 0"}));
     const Picture sheet = read_picture(out);
-    ASSERT_EQ(sheet.width, 64u);
+    ASSERT_EQ(sheet.width, 48u);
     // Half a turn shows the same cube again.
     for (unsigned int y = 4; y < 28; y += 4)
         for (unsigned int c = 0; c < 3; ++c)
-            EXPECT_NEAR(sheet.pixel(16, y)[c], sheet.pixel(48, y)[c], 24) << y << " " << c;
+            EXPECT_NEAR(sheet.pixel(12, y)[c], sheet.pixel(36, y)[c], 24) << y << " " << c;
 
-    const SdsRun stream = render({"-o", "-", "--turntable", "2", "--view", "0 0"});
+    const SdsRun stream = render(folder, {mesh, "-o", "-", "--turntable", "2", "--view", "0 0"});
     EXPECT_SUCCESS(stream);
     EXPECT_EQ(read_picture(folder.write("stream.png", stream.out)).rgb, sheet.rgb);
-    EXPECT_EQ(render({"-o", "-", "--aov", "N"}).code, 2);
-    EXPECT_EQ(render({"-o", out, "--turntable", "200", "--width", "10"}).code, 2);
-    EXPECT_EQ(render({"-o", out, "--turntable", "0"}).code, 2);
+    EXPECT_EQ(render(folder, {mesh, "-o", "-", "--aov", "N"}).code, 2);
+    EXPECT_EQ(render(folder, {mesh, "-o", out, "--turntable", "0"}).code, 2);
+    const SdsRun crowded =
+        run_sds(folder, {"render", mesh, "-o", out, "--turntable", "200", "--width", "10", "--height", "10"});
+    EXPECT_EQ(crowded.code, 2);
+    EXPECT_THAT(crowded.err, testing::HasSubstr("--turntable"));
 }
 
 TEST(Render, BlursMotionOnlyWhileTheShutterIsOpen) {
     const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj);
-    std::string text = cube_obj;
-    for (std::size_t at = 0; (at = text.find("v 1 ", at)) != std::string::npos;) text.replace(at, 4, "v 2 ");
-    const std::string next = folder.write("next.obj", text);
-    const auto render = [&](std::vector<std::string> more) {
-        more.insert(more.begin(), {"render", mesh, "-o", folder.path("a.png"), "--width", "32", "--height", "24",
-                                   "--samples", "16", "--quiet"});
-        EXPECT_SUCCESS(run_sds(folder, more));
+    const std::string mesh = folder.write("cube.obj", cube_obj), next = folder.write("next.obj", moved(cube_obj, 1.0));
+    const auto picture_of = [&](const std::vector<std::string>& more) {
+        std::vector<std::string> arguments{mesh, "-o", folder.path("a.png"), "--view", "20 10"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        EXPECT_SUCCESS(render(folder, arguments));
         return read_picture(folder.path("a.png"));
     };
     // Blending the sources of a motion may round otherwise than a still surface.
-    const Picture still = render({}), blurred = render({"--motion", next});
-    EXPECT_LT(mean_difference(render({"--motion", next, "--shutter", "0", "0"}), still), 0.2);
-    EXPECT_LT(mean_difference(render({"--time-samples", next, mesh, "--times", "-1", "0.5", "--shutter", "0.5", "0.5"}),
-                              still),
-              0.2);
+    const Picture still = picture_of({}), blurred = picture_of({"--motion", next});
+    EXPECT_LT(mean_difference(picture_of({"--motion", next, "--shutter", "0", "0"}), still), 0.2);
+    const Picture within =
+        picture_of({"--time-samples", next, mesh, "--times", "-1", "0.5", "--shutter", "0.5", "0.5"});
+    EXPECT_LT(mean_difference(within, still), 0.2);
     EXPECT_GT(mean_difference(blurred, still), 2.0);
-    EXPECT_TRUE(blurred.rgb == render({"--motion", next, "--shutter", "0", "1"}).rgb);
+    EXPECT_TRUE(blurred.rgb == picture_of({"--motion", next, "--shutter", "0", "1"}).rgb);
 }
 
 TEST(Texture, LooksUpBetweenTexelsAndRepeats) {

@@ -5,6 +5,8 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <cstdio>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -48,7 +50,9 @@ SdsRun run_sds_and(const ScratchFolder& folder, std::vector<std::string> argumen
     return run;
 }
 
-inline SdsRun run_sds(const ScratchFolder& folder, std::vector<std::string> arguments) {
+inline SdsRun run_sds(const ScratchFolder& folder, std::vector<std::string> arguments,
+                      const std::vector<std::string>& more = {}) {
+    arguments.insert(arguments.end(), more.begin(), more.end());
     return run_sds_and(folder, std::move(arguments), [](pid_t) {});
 }
 
@@ -77,5 +81,18 @@ inline const char* const sheet_obj =
     "v 0 0 0\nv 1 0 0.3\nv 2 0 0\nv 2 1 0.2\nv 1.2 1.7 0\nv 0 1 0.4\nv 3 0.5 0.1\nv -1 0 0\nv -1 1 0\n"
     "f 1 2 4 5 6\nf 2 3 4\nf 3 7 4\nf 8 1 6 9\n"
     "t crease 2/1/0 1 3 inf\n";
+
+// The mesh with its points shifted along x and stretched along y.
+inline std::string moved(const std::string& obj, double x_shift, double y_scale = 1.0) {
+    std::string out;
+    std::istringstream lines(obj);
+    for (std::string line; std::getline(lines, line);) {
+        double x, y, z;
+        if (std::sscanf(line.c_str(), "v %lf %lf %lf", &x, &y, &z) == 3)
+            line = "v " + std::to_string(x + x_shift) + " " + std::to_string(y * y_scale) + " " + std::to_string(z);
+        out += line + "\n";
+    }
+    return out;
+}
 
 }  // namespace sds_cli
