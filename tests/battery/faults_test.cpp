@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdio>
 #include <thread>
 
 #include "battery/examine.h"
@@ -14,8 +13,6 @@
 
 namespace sds_test {
 namespace {
-
-void print_count(std::size_t count, const char* what) { std::printf("[  COUNTED ] %zu %s\n", count, what); }
 
 // Checks, builds and samples a mesh with motion, a UV map and a property.
 void build_everything(const ZooMesh& cage) {
@@ -83,17 +80,6 @@ ZooMesh mapped(ZooMesh cage) {
     return cage;
 }
 
-TEST(BatteryFaults, EveryAllocationOfASmallBuild) {
-    std::size_t faults = 0;
-    SysThreadArena arena(1);
-    for (const char* name : {"prism7_uvs", "cube_uv_islands", "pole64"}) {
-        SCOPED_TRACE(name);
-        arena.execute([&] { faults += refuse_each_allocation(mapped(zoo_mesh(name))); });
-    }
-    EXPECT_GT(faults, 100u);
-    print_count(faults, "faults");
-}
-
 // Brings the arena's threads to work, so that what they allocate to begin with is none of the build's: a refusal there
 // ends the process.
 void wake_threads(unsigned int count) {
@@ -104,16 +90,22 @@ void wake_threads(unsigned int count) {
     });
 }
 
-TEST(BatteryFaults, EveryAllocationOfAThreadedBuild) {
-    SysThreadArena arena(4);
-    std::size_t faults = 0;
-    arena.execute([&faults] {
+// Runs `count` on small cages with one thread and on one of several chunks with four, which must count enough.
+void count_everywhere(std::size_t (*count)(const ZooMesh&)) {
+    std::size_t small = 0, threaded = 0;
+    for (const char* name : {"prism7_uvs", "cube_uv_islands", "pole64"}) {
+        SCOPED_TRACE(name);
+        SysThreadArena(1).execute([&] { small += count(mapped(zoo_mesh(name))); });
+    }
+    SysThreadArena(4).execute([&] {
         wake_threads(4);
-        faults = refuse_each_allocation(mapped(make_torus(16, 12)));
+        threaded = count(mapped(make_torus(16, 12)));
     });
-    EXPECT_GT(faults, 100u);
-    print_count(faults, "faults");
+    EXPECT_GT(small, 100u);
+    EXPECT_GT(threaded, 100u);
 }
+
+TEST(BatteryFaults, EveryAllocationOfABuild) { count_everywhere(refuse_each_allocation); }
 
 // Cancels for good when it is asked for the k-th time.
 class CancellingBar : public AppProgressBar {
@@ -165,31 +157,13 @@ bool cancel_at(unsigned int k, const ZooMesh& cage, BuiltSurface& surface) {
     return true;
 }
 
-unsigned int cancel_everywhere(const ZooMesh& cage) {
+std::size_t cancel_at_each_point(const ZooMesh& cage) {
     BuiltSurface surface(cage);
     for (unsigned int k = 1;; ++k)
         if (!cancel_at(k, cage, surface) || ::testing::Test::HasFailure()) return k - 1;
 }
 
-TEST(BatteryFaults, CancelledAtEveryPoint) {
-    SysThreadArena arena(1);
-    unsigned int points = 0;
-    for (const char* name : {"prism7_uvs", "cube_uv_islands"})
-        arena.execute([&] { points += cancel_everywhere(mapped(zoo_mesh(name))); });
-    EXPECT_GT(points, 100u);
-    print_count(points, "points");
-}
-
-TEST(BatteryFaults, ThreadedBuildCancelledAtEveryPoint) {
-    SysThreadArena arena(4);
-    unsigned int points = 0;
-    arena.execute([&points] {
-        wake_threads(4);
-        points = cancel_everywhere(mapped(make_torus(16, 12)));
-    });
-    EXPECT_GT(points, 100u);
-    print_count(points, "points");
-}
+TEST(BatteryFaults, CancelledAtEveryPoint) { count_everywhere(cancel_at_each_point); }
 
 }  // namespace
 }  // namespace sds_test

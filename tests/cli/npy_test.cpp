@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "cli/input_error.h"
-#include "scratch_folder.h"
+#include "support/scratch_folder.h"
 
 namespace sds_cli {
 namespace {

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <numeric>
 
-#include "scratch_folder.h"
+#include "support/scratch_folder.h"
 
 namespace sds_cli {
 namespace {

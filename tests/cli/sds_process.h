@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "cli/npy.h"
-#include "scratch_folder.h"
+#include "support/scratch_folder.h"
 
 extern char** environ;
 

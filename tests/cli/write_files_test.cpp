@@ -9,7 +9,7 @@
 #include "cli/atomic_file.h"
 #include "cli/read_obj.h"
 #include "cli/write_obj.h"
-#include "scratch_folder.h"
+#include "support/scratch_folder.h"
 
 namespace sds_cli {
 namespace {

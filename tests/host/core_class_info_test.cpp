@@ -19,6 +19,8 @@ TEST(CoreClassInfo, FirstRegistrationOfANameStays) {
     EXPECT_EQ(CoreClassInfo::find("ClassInfoTestOnce"), &first);
     EXPECT_EQ(CoreClassInfo::find("ClassInfoTestNever"), nullptr);
     EXPECT_EQ(first.create(), nullptr);
+    EXPECT_TRUE(first.is_kind_of(CoreBaseType::class_info()));
+    EXPECT_FALSE(CoreBaseType::class_info().is_kind_of(first));
 }
 
 TEST(CoreClassInfo, ConcurrentRegistrationGivesOneRecord) {

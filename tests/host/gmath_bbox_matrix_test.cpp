@@ -30,6 +30,7 @@ TEST(GMathMatrix4x4, ScalesAreTheLengthsOfTheBasisVectors) {
     EXPECT_DOUBLE_EQ(m.get_scales()[0], 5.0);
     EXPECT_DOUBLE_EQ(m.get_scales()[1], 2.0);
     EXPECT_DOUBLE_EQ(m.get_scales()[2], std::sqrt(2.0));
+    EXPECT_EQ(m.transform_vector({1, 1, 1}), GMathVec3<double>(4, 3, -2)) << "without the translation";
     // Entries whose squares leave the range of a double.
     const GMathMatrix4x4<double> huge = GMathMatrix4x4<double>::scale(1e200, 1e-200, 3e200);
     EXPECT_DOUBLE_EQ(huge.get_scales()[0], 1e200);

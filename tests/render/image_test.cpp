@@ -10,34 +10,15 @@
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <limits>
 
 #include "render/tone.h"
+#include "support/scratch_folder.h"
 
 namespace sds_render {
 namespace {
 
 namespace fs = std::filesystem;
-
-// A folder of its own for each test.
-class ImageFile : public testing::Test {
-protected:
-    void SetUp() override {
-        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-        m_folder = fs::path(testing::TempDir()) / (std::string("qn_image_") + info->name());
-        fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
-    }
-    void TearDown() override { fs::remove_all(m_folder); }
-
-    std::string get_path(const char* name) const { return (m_folder / name).string(); }
-    size_t count_files() const {
-        return static_cast<size_t>(std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()));
-    }
-
-    fs::path m_folder;
-};
 
 Image make_image() {
     Image image(37, 21);
@@ -59,12 +40,13 @@ Image make_image() {
     return image;
 }
 
-TEST_F(ImageFile, ExrKeepsEveryChannel) {
+TEST(ImageFile, ExrKeepsEveryChannel) {
+    const ScratchFolder folder;
     const Image image = make_image();
-    write_exr(get_path("a.exr"), image);
-    EXPECT_EQ(count_files(), 1u);
+    write_exr(folder.path("a.exr"), image);
+    EXPECT_EQ(folder.file_count(), 1u);
 
-    Imf::InputFile file(get_path("a.exr").c_str());
+    Imf::InputFile file(folder.path("a.exr").c_str());
     const Imath::Box2i window = file.header().dataWindow();
     ASSERT_EQ(window.max.x - window.min.x + 1, 37);
     ASSERT_EQ(window.max.y - window.min.y + 1, 21);
@@ -89,14 +71,15 @@ TEST_F(ImageFile, ExrKeepsEveryChannel) {
     EXPECT_EQ(read("id", Imf::UINT, 0u), image.find_channel("id")->ids);
 }
 
-TEST_F(ImageFile, PngHoldsThePreview) {
+TEST(ImageFile, PngHoldsThePreview) {
+    const ScratchFolder folder;
     const Image image = make_image();
     for (const char* layer : {"", "id", "Z"}) {
         SCOPED_TRACE(layer);
-        write_png(get_path("a.png"), image, layer);
+        write_png(folder.path("a.png"), image, layer);
         png_image header{};
         header.version = PNG_IMAGE_VERSION;
-        ASSERT_NE(png_image_begin_read_from_file(&header, get_path("a.png").c_str()), 0);
+        ASSERT_NE(png_image_begin_read_from_file(&header, folder.path("a.png").c_str()), 0);
         EXPECT_EQ(header.width, 37u);
         EXPECT_EQ(header.height, 21u);
         header.format = PNG_FORMAT_RGBA;
@@ -104,30 +87,31 @@ TEST_F(ImageFile, PngHoldsThePreview) {
         ASSERT_NE(png_image_finish_read(&header, nullptr, pixels.data(), 0, nullptr), 0);
         EXPECT_EQ(pixels, make_preview(image, layer));
     }
-    EXPECT_EQ(count_files(), 1u);
+    EXPECT_EQ(folder.file_count(), 1u);
 }
 
-TEST_F(ImageFile, AFailureLeavesWhatWasThere) {
+TEST(ImageFile, AFailureLeavesWhatWasThere) {
+    const ScratchFolder folder;
     const Image image = make_image();
-    const std::string folder = get_path("taken");
-    fs::create_directories(folder + "/inside");
-    EXPECT_THROW(write_png(folder, image), ImageError);
-    EXPECT_THROW(write_exr(folder, image), ImageError);
-    EXPECT_TRUE(fs::is_directory(folder + "/inside"));
-    EXPECT_EQ(count_files(), 1u) << "a temporary file stayed behind";
+    const std::string taken = folder.path("taken");
+    fs::create_directories(taken + "/inside");
+    EXPECT_THROW(write_png(taken, image), ImageError);
+    EXPECT_THROW(write_exr(taken, image), ImageError);
+    EXPECT_TRUE(fs::is_directory(taken + "/inside"));
+    EXPECT_EQ(folder.file_count(), 1u) << "a temporary file stayed behind";
 
-    std::ofstream(get_path("old.png")) << "old";
-    EXPECT_THROW(write_png(get_path("old.png"), image, "no such layer"), std::invalid_argument);
-    EXPECT_EQ(fs::file_size(get_path("old.png")), 3u);
+    folder.write("old.png", "old");
+    EXPECT_THROW(write_png(folder.path("old.png"), image, "no such layer"), std::invalid_argument);
+    EXPECT_EQ(fs::file_size(folder.path("old.png")), 3u);
 
     try {
-        write_exr(get_path("absent/a.exr"), image);
+        write_exr(folder.path("absent/a.exr"), image);
         FAIL() << "wrote into a folder that is not there";
     } catch (const ImageError& error) {
-        EXPECT_EQ(error.get_path(), get_path("absent/a.exr"));
+        EXPECT_EQ(error.get_path(), folder.path("absent/a.exr"));
         EXPECT_NE(error.get_reason().find("No such file"), std::string::npos) << error.get_reason();
     }
-    EXPECT_THROW(write_png(get_path("absent/a.png"), image), ImageError);
+    EXPECT_THROW(write_png(folder.path("absent/a.png"), image), ImageError);
 }
 
 TEST(ImagePreview, BeautyIsNotPremultipliedAndNeverOutOfRange) {

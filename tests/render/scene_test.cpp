@@ -6,13 +6,13 @@
 #include <limits>
 #include <random>
 
-#include "qn_sys/sys_thread.h"
 #include "test_objects.h"
 
 namespace sds_render {
 namespace {
 
 using render_test::FlatGrid;
+using render_test::SceneOf;
 using render_test::Sphere;
 using render_test::SphereCloud;
 
@@ -80,9 +80,7 @@ std::vector<GeometryRay> make_rays(unsigned int count, const Vec3& center, doubl
 // `tolerance` is a distance.
 void expect_nearest_hits(const SphereCloud& cloud, const Shutter& shutter, const std::vector<GeometryRay>& rays,
                          double tolerance) {
-    Scene scene(shutter);
-    scene.add(cloud);
-    scene.commit();
+    const SceneOf scene(cloud, shutter);
     RenderThread thread(scene.get_shader_ctx());
     unsigned int hit_count = 0;
     const auto expect_hit = [&](const GeometryRay& ray, unsigned int object, const Expected& expected, size_t i) {
@@ -140,11 +138,23 @@ TEST(Scene, FindsTheNearestHitAtAnySizeAndDistance) {
     }
 }
 
+// Counts the ranges of several rays.
+struct RangeCounter : SphereCloud {
+    using SphereCloud::SphereCloud;
+    mutable unsigned int ranges = 0, longest = 0;
+
+    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
+                             GeometryRaytraceCtx& rays) const override {
+        const unsigned int length = rays.get_last_ray() - rays.get_first_ray() + 1;
+        ranges += length > 1 ? 1 : 0;
+        longest = std::max(longest, length);
+        SphereCloud::intersect_primitive(ctx, primitive, rays);
+    }
+};
+
 TEST(Scene, PacketsReachPrimitivesAsOneRange) {
-    const SphereCloud cloud({{{0, 0, 0}, 1.0}});
-    Scene scene;
-    scene.add(cloud);
-    scene.commit();
+    const RangeCounter cloud({{{0, 0, 0}, 1.0}});
+    const SceneOf scene(cloud);
     RenderThread thread(scene.get_shader_ctx());
     GeometryRay rays[16];
     unsigned int objects[16];
@@ -152,8 +162,8 @@ TEST(Scene, PacketsReachPrimitivesAsOneRange) {
     for (unsigned int i = 0; i < 16; ++i) rays[i].origin = {i % 3 == 2 ? 0.9 : 0.01 * i, i % 3 == 2 ? 0.9 : 0.0, -3.0};
     scene.intersect_packet(rays, 16, thread, objects);
     for (unsigned int i = 0; i < 16; ++i) EXPECT_EQ(objects[i], i % 3 == 2 ? no_index : 0u) << i;
-    EXPECT_EQ(cloud.get_range_count(), 1u);
-    EXPECT_GE(cloud.get_longest_range(), 11u);
+    EXPECT_EQ(cloud.ranges, 1u);
+    EXPECT_GE(cloud.longest, 11u);
 }
 
 TEST(Scene, TiesGoToTheSmallerObjectThenPrimitive) {
@@ -188,9 +198,7 @@ TEST(Scene, TiesGoToTheSmallerObjectThenPrimitive) {
 
 TEST(Scene, RaysWithoutSenseHitNothing) {
     const SphereCloud cloud({{{0, 0, 0}, 1.0}});
-    Scene scene;
-    scene.add(cloud);
-    scene.commit();
+    const SceneOf scene(cloud);
     RenderThread thread(scene.get_shader_ctx());
     const double nan = std::numeric_limits<double>::quiet_NaN();
     std::vector<GeometryRay> rays(10);
@@ -201,8 +209,7 @@ TEST(Scene, RaysWithoutSenseHitNothing) {
     rays[4].origin = {0, -infinity, 0};
     rays[5].tnear = nan;
     rays[6].tfar = nan;
-    rays[7].tnear = 0.9;
-    rays[7].tfar = 0.5;
+    rays[7].tnear = 0.9, rays[7].tfar = 0.5;
     rays[8].tnear = 5.0;
     rays[9].tfar = -2.0;
     unsigned int objects[10];
@@ -238,9 +245,7 @@ TEST(Scene, LeavesOutPrimitivesWithoutABox) {
     EXPECT_EQ(ray.hit.primitive, 1u);
     EXPECT_EQ(scene.get_bbox().get_max()[0], 1.0);
 
-    Scene bare;
-    bare.add(nothing);
-    bare.commit();
+    const SceneOf bare(nothing);
     EXPECT_TRUE(bare.get_bbox().is_empty());
     GeometryRay lost;
     EXPECT_FALSE(bare.intersect(lost, thread));
@@ -249,9 +254,7 @@ TEST(Scene, LeavesOutPrimitivesWithoutABox) {
 // From a thousandth of the square's size away to a hundred thousand times it.
 TEST(Scene, FlatBoxesAndSharedEdgesLoseNoRay) {
     const FlatGrid grid(16);
-    Scene scene;
-    scene.add(grid);
-    scene.commit();
+    const SceneOf scene(grid);
     RenderThread thread(scene.get_shader_ctx());
     std::mt19937 random(7);
     std::uniform_int_distribution<int> line(1, 15);
@@ -299,41 +302,13 @@ INSTANTIATE_TEST_SUITE_P(Paths, MovingScene,
 TEST(Scene, GivesTheFrameItsMotionTimes) {
     SphereCloud cloud({{{0, 0, 0}, 1.0}});
     cloud.set_path({0.0, 0.5, 1.0}, {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}});
-    Scene blurred({0.25, 1.0}), still({0.25, 0.25});
-    for (Scene* scene : {&blurred, &still}) {
-        scene->add(cloud);
-        scene->commit();
-    }
+    const SceneOf blurred(cloud, {0.25, 1.0}), still(cloud, {0.25, 0.25});
     const GMathTimeSampling& times = blurred.get_shader_ctx().get_motion_blur().get_time_sampling();
     ASSERT_EQ(times.get_sample_count(), 3u);
     EXPECT_EQ(times.get_sample_time(0), 0.25);
     EXPECT_EQ(times.get_sample_time(1), 0.5);
     EXPECT_EQ(times.get_sample_time(2), 1.0);
     EXPECT_EQ(still.get_shader_ctx().get_motion_blur().get_time_sampling().get_sample_count(), 0u);
-}
-
-TEST(Scene, ConcurrentRaysAnswerLikeOneThread) {
-    const SphereCloud cloud(make_spheres(300, {0, 0, 0}, 1.0));
-    Scene scene;
-    scene.add(cloud);
-    SysThreadArena arena(4);
-    arena.execute([&] { scene.commit(); });
-    const std::vector<GeometryRay> rays = make_rays(4096, {0, 0, 0}, 1.0, 3.0);
-    std::vector<GeometryRay> alone = rays, together = rays;
-    RenderThread thread(scene.get_shader_ctx());
-    for (GeometryRay& ray : alone) scene.intersect(ray, thread);
-    arena.execute([&] {
-        sys_parallel_for(64u, [&](unsigned int chunk, unsigned int) {
-            RenderThread own(scene.get_shader_ctx());
-            unsigned int objects[16];
-            for (unsigned int i = 0; i < 4; ++i)
-                scene.intersect_packet(&together[64 * chunk + 16 * i], 16, own, objects);
-        });
-    });
-    for (size_t i = 0; i < rays.size(); ++i) {
-        ASSERT_EQ(alone[i].hit.primitive, together[i].hit.primitive) << i;
-        ASSERT_EQ(alone[i].hit.t, together[i].hit.t) << i;
-    }
 }
 
 }  // namespace

@@ -82,13 +82,6 @@ void SphereCloud::compute_fragment_sample(const CtxEval&, const GeometryFragment
 void SphereCloud::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                                       GeometryRaytraceCtx& rays) const {
     const unsigned int first = rays.get_first_ray(), last = rays.get_last_ray();
-    if (last > first) {
-        ++m_range_count;
-        const unsigned int length = last - first + 1;
-        unsigned int longest = m_longest_range;
-        while (length > longest && !m_longest_range.compare_exchange_weak(longest, length)) {
-        }
-    }
     const Vec3 center = m_spheres[primitive].center + get_offset(rays.has_motion_blur() ? rays.get_time() : 0.0);
     const double radius = m_spheres[primitive].radius;
     for (unsigned int i = first; i <= last; ++i) {

@@ -1,10 +1,10 @@
 // Geometry objects whose hits have closed forms.
 #pragma once
 
-#include <atomic>
 #include <vector>
 
 #include "qn_geometry/geometry_object.h"
+#include "render/scene.h"
 
 namespace render_test {
 
@@ -49,9 +49,6 @@ public:
 
     const std::vector<Sphere>& get_spheres() const { return m_spheres; }
     Vec3 get_offset(double time) const;
-    // Calls with several rays and a map, and the largest number of rays in one.
-    unsigned int get_range_count() const { return m_range_count; }
-    unsigned int get_longest_range() const { return m_longest_range; }
 
     GMathBbox3<double> get_bbox() const override;
     bool is_animated() const override { return !m_offsets.empty(); }
@@ -70,8 +67,6 @@ private:
     GeometryPointCloud m_cloud;
     GMathTimeSampling m_sampling;
     std::vector<Vec3> m_offsets;
-    mutable std::atomic<unsigned int> m_range_count{0};
-    mutable std::atomic<unsigned int> m_longest_range{0};
 };
 
 // n x n flat squares of the unit square in the plane z = 0, facing +z, row by row. Edge k of every square is visible
@@ -94,6 +89,15 @@ public:
 private:
     unsigned int m_n;
     unsigned int m_visible_edges;
+};
+
+// A committed scene of one object.
+class SceneOf : public sds_render::Scene {
+public:
+    explicit SceneOf(const GeometryObject& object, const sds_render::Shutter& shutter = {}) : Scene(shutter) {
+        add(object);
+        commit();
+    }
 };
 
 }  // namespace render_test

@@ -10,6 +10,7 @@
 namespace sds_render {
 namespace {
 
+using render_test::SceneOf;
 using render_test::Sphere;
 using render_test::SphereCloud;
 
@@ -22,9 +23,7 @@ Vec3 random_direction(std::mt19937& random) {
 
 TEST(Turntable, EveryViewHoldsTheSceneFromOneDistance) {
     const SphereCloud balls(odd_balls);
-    Scene scene;
-    scene.add(balls);
-    scene.commit();
+    const SceneOf scene(balls);
     constexpr unsigned int width = 90, height = 60, count = 6;
     std::mt19937 random(1);
     for (const UpAxis up : {UpAxis::x, UpAxis::y, UpAxis::z}) {
@@ -60,9 +59,7 @@ TEST(Turntable, EveryViewHoldsTheSceneFromOneDistance) {
 
 TEST(Turntable, SheetHoldsTheViewsInOrder) {
     const SphereCloud balls(odd_balls);
-    Scene scene;
-    scene.add(balls);
-    scene.commit();
+    const SceneOf scene(balls);
     constexpr unsigned int width = 80, height = 50, count = 5;
     RenderOptions options;
     options.samples = 2;
