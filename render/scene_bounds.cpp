@@ -189,41 +189,26 @@ void UnitSpace::narrow(const Bbox3& box, float lower[3], float upper[3]) const {
     }
 }
 
-namespace {
-
-// Length of a direction and its reciprocal; false when it has none.
-bool measure_direction(const Vec3& direction, double& length, double& inverse) {
-    const double excess = direction.length_squared() - 1.0;
-    // Most rays come with unit directions up to rounding: the series' next term is below 1e-16 there.
-    if (std::fabs(excess) < 1e-8) {
-        length = 1.0 + 0.5 * excess;
-        inverse = 1.0 - 0.5 * excess;
-        return true;
-    }
-    length = direction.length();
-    inverse = 1.0 / length;
-    return length > 0.0 && std::isfinite(length);
-}
-
-}  // namespace
-
 bool SceneRay::init(const UnitSpace& space, const Vec3& ray_origin, const Vec3& ray_direction, double tnear,
                     double tfar) {
-    double speed = 0.0, inverse_speed = 0.0;
-    if (!measure_direction(ray_direction, speed, inverse_speed) || !ray_origin.is_finite()) return false;
+    // Nearly all rays: from nearby, where they begin, with unit directions up to rounding, of which the series' next
+    // term is below 1e-16. The hierarchy finds out by itself whether they pass. NaN fails.
+    constexpr double near = 4.0, unit_noise = 1e-8;
     const Vec3 from_center = (ray_origin - space.get_center()) * space.get_inverse_radius();
-    // From nearby a ray begins where it does: the hierarchy finds out by itself whether it passes.
-    constexpr double near = 4.0;
-    if (tnear == 0.0 && from_center.length_squared() <= near * near) {
+    const double excess = ray_direction.length_squared() - 1.0;
+    if (std::fabs(excess) < unit_noise && tnear == 0.0 && from_center.length_squared() <= near * near) {
         begin = 0.0;
-        scale = speed * space.get_inverse_radius();
+        scale = (1.0 + 0.5 * excess) * space.get_inverse_radius();
         for (unsigned int a = 0; a < 3; ++a) {
             origin[a] = static_cast<float>(from_center[a]);
-            direction[a] = static_cast<float>(ray_direction[a] * inverse_speed);
+            direction[a] = static_cast<float>(ray_direction[a] * (1.0 - 0.5 * excess));
         }
-        length = std::min(get_distance(tfar), static_cast<float>(near + 2.0));
+        constexpr double reach = near + 2.0;
+        length = tfar * scale >= reach ? static_cast<float>(reach) : get_distance(tfar);
         return tfar >= 0.0;
     }
+    const double speed = ray_direction.length(), inverse_speed = 1.0 / speed;
+    if (!(speed > 0.0) || !std::isfinite(speed) || !ray_origin.is_finite()) return false;
     // A little more than the sphere, so that no rounding below can cut off a hit.
     constexpr double reach = 1.01;
     const Vec3 axis = ray_direction * inverse_speed;

@@ -156,20 +156,21 @@ RTCRay make_hierarchy_ray(const SceneRay& ray, float time) {
 }
 
 template <class Packet>
-void set_packet_ray(Packet& packet, unsigned int lane, const RTCRay& ray, unsigned int id) {
-    packet.ray.org_x[lane] = ray.org_x;
-    packet.ray.org_y[lane] = ray.org_y;
-    packet.ray.org_z[lane] = ray.org_z;
-    packet.ray.dir_x[lane] = ray.dir_x;
-    packet.ray.dir_y[lane] = ray.dir_y;
-    packet.ray.dir_z[lane] = ray.dir_z;
-    packet.ray.tnear[lane] = ray.tnear;
-    packet.ray.tfar[lane] = ray.tfar;
-    packet.ray.time[lane] = ray.time;
-    packet.ray.mask[lane] = ray.mask;
-    packet.ray.id[lane] = id;
+void set_packet_ray(Packet& packet, unsigned int lane, const SceneRay& ray, float time) {
+    packet.ray.org_x[lane] = ray.origin[0];
+    packet.ray.org_y[lane] = ray.origin[1];
+    packet.ray.org_z[lane] = ray.origin[2];
+    packet.ray.dir_x[lane] = ray.direction[0];
+    packet.ray.dir_y[lane] = ray.direction[1];
+    packet.ray.dir_z[lane] = ray.direction[2];
+    packet.ray.tnear[lane] = 0.0f;
+    packet.ray.tfar[lane] = ray.length;
+    packet.ray.time[lane] = time;
+    packet.ray.mask[lane] = ~0u;
+    packet.ray.id[lane] = lane;
     packet.ray.flags[lane] = 0;
     packet.hit.geomID[lane] = RTC_INVALID_GEOMETRY_ID;
+    packet.hit.instID[0][lane] = RTC_INVALID_GEOMETRY_ID;
 }
 
 struct Packet8 {
@@ -265,14 +266,17 @@ void Scene::intersect_packet(GeometryRay* rays, unsigned int count, RenderThread
     TraceContext trace = make_trace(rays, narrowed, objects, thread);
     const auto run = [&](auto packet) {
         using Packet = decltype(packet);
-        alignas(64) int valid[Packet::width] = {};
-        typename Packet::RayHit hierarchy_rays{};
-        for (unsigned int i = 0; i < count; ++i) {
-            const GeometryRay& ray = rays[i];
-            if (!narrowed[i].init(m_impl->space, ray.origin, ray.direction, ray.tnear, ray.tfar)) continue;
-            valid[i] = -1;
-            const float time = m_impl->get_hierarchy_time(ray.time);
-            set_packet_ray(hierarchy_rays, i, make_hierarchy_ray(narrowed[i], time), i);
+        alignas(64) int valid[Packet::width];
+        typename Packet::RayHit hierarchy_rays;
+        for (unsigned int i = 0; i < Packet::width; ++i) {
+            const GeometryRay* ray = i < count ? rays + i : nullptr;
+            const bool is_valid =
+                ray != nullptr && narrowed[i].init(m_impl->space, ray->origin, ray->direction, ray->tnear, ray->tfar);
+            valid[i] = is_valid ? -1 : 0;
+            if (is_valid)
+                set_packet_ray(hierarchy_rays, i, narrowed[i], m_impl->get_hierarchy_time(ray->time));
+            else
+                set_packet_ray(hierarchy_rays, i, SceneRay{}, 0.0f);
         }
         Packet::intersect(valid, m_impl->hierarchy.get(), &trace.base, &hierarchy_rays);
     };
