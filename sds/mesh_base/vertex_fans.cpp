@@ -29,8 +29,8 @@ unsigned int next_around_vertex(const EdgesTopology& edges, unsigned int h) {
 
 void set_trivial(unsigned int e, VertexLocalTopology& out) { out = {false, e, e, 1}; }
 
-// Fills what [begin, end) holds of the fan of half-edge e, and returns true, when nothing is sharp around its vertex and
-// the fan is not large: nearly always.
+// Fills what [begin, end) holds of the fan of half-edge e, and returns true, when nothing is sharp around its vertex
+// and the fan is not large: nearly always.
 bool fill_smooth_fan(const EdgesTopology& edges, VertexLocalTopology* out, unsigned int begin, unsigned int end,
                      unsigned int e) {
     constexpr unsigned int max_valence = 8;
