@@ -13,26 +13,10 @@ namespace {
 
 using Json = nlohmann::json;
 
-// n x n vertices of a sheet; every `step`th quad is cut into two triangles.
-std::string sheet(unsigned int n, unsigned int step) {
-    std::string text;
-    for (unsigned int i = 0; i < n * n; ++i)
-        text += "v " + std::to_string(i % n) + " " + std::to_string(i / n) + " " + std::to_string(i % 3) + "\n";
-    for (unsigned int i = 0; i + n < n * n; ++i) {
-        if (i % n == n - 1) continue;
-        const auto at = [&](unsigned int v) { return " " + std::to_string(v + 1); };
-        if (step != 0 && i % step == 0)
-            text += "f" + at(i) + at(i + 1) + at(i + n + 1) + "\nf" + at(i) + at(i + n + 1) + at(i + n) + "\n";
-        else
-            text += "f" + at(i) + at(i + 1) + at(i + n + 1) + at(i + n) + "\n";
-    }
-    return text;
-}
-
 // What is predicted against what the built surface then holds: sizes that follow from counts to the byte, tangents
 // nearly so.
 TEST(BuildEstimate, PredictsTheArraysOfTheSurface) {
-    for (const std::string& text : {std::string(cube_obj), std::string(sheet_obj), sheet(40, 0), sheet(40, 7)})
+    for (const std::string& text : {std::string(cube_obj), std::string(sheet_obj), grid_obj(40), grid_obj(40, 7)})
         for (const auto mode :
              {SdsMeshGeometry::InterpolationMode::corners_fixed, SdsMeshGeometry::InterpolationMode::all_fixed}) {
             const ControlCage cage = read_obj_text(text, "cage.obj").cage.value();
@@ -57,7 +41,7 @@ TEST(BuildEstimate, PredictsTheArraysOfTheSurface) {
 }
 
 TEST(BuildEstimate, StagesAreThoseOfABuild) {
-    const ControlCage cage = read_obj_text(sheet(60, 0), "cage.obj").cage.value();
+    const ControlCage cage = read_obj_text(grid_obj(60), "cage.obj").cage.value();
     const Surface surface(cage, {}, {}, {}, nullptr);
     const std::vector<Stage> stages = estimate_stages(cage, {});
     ASSERT_EQ(stages.size(), surface.stages().size());
@@ -66,7 +50,7 @@ TEST(BuildEstimate, StagesAreThoseOfABuild) {
 
 TEST(BuildEstimate, LimitStopsEveryBuildingCommand) {
     const ScratchFolder folder;
-    const std::string mesh = folder.write("sheet.obj", sheet(40, 7)), out = folder.path("out.npy");
+    const std::string mesh = folder.write("sheet.obj", grid_obj(40, 7)), out = folder.path("out.npy");
     const SdsRun estimated = run_sds(folder, {"info", mesh, "--estimate", "--json"});
     EXPECT_SUCCESS(estimated);
     const auto peak = Json::parse(estimated.out)["bytes"]["peak"].get<std::size_t>();

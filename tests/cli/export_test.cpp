@@ -90,9 +90,9 @@ std::size_t edge_count(const ControlCage& cage) {
     return edges.size();
 }
 
-TEST(Export, PatchesSamplesAndCellsAgree) {
-    const ScratchFolder folder;
-    const std::string cube = folder.write("cube.obj", cube_obj), sheet = folder.write("sheet.obj", sheet_obj);
+using Export = InFolder;
+
+TEST_F(Export, PatchesSamplesAndCellsAgree) {
     const Exported closed = export_all(folder, cube, 3, 8);
     ASSERT_EQ(closed.quads, 6u);
     expect_consistent(closed, 8, 1e-6);
@@ -110,8 +110,7 @@ TEST(Export, PatchesSamplesAndCellsAgree) {
 }
 
 // Two quads that run along their edge the same way have patches that part there: they share its ends only.
-TEST(Export, LeavesNeighboursOfOppositeWindingApart) {
-    const ScratchFolder folder;
+TEST_F(Export, LeavesNeighboursOfOppositeWindingApart) {
     const std::string mesh =
         folder.write("a.obj", "v 0 0 0\nv 1 0 0\nv 2 0 0.5\nv 0 1 0\nv 1 1.5 0\nv 2 1 0.2\nf 1 2 5 4\nf 2 5 6 3\n");
     const Exported out = export_all(folder, mesh, 2, 4, {"--quiet"});
@@ -119,8 +118,7 @@ TEST(Export, LeavesNeighboursOfOppositeWindingApart) {
     EXPECT_EQ(out.tessellation.vertex_count(), 2u * 25 - 2);
 }
 
-TEST(Export, UvsFollowTheMapAndUnmappedQuadsAreNaN) {
-    const ScratchFolder folder;
+TEST_F(Export, UvsFollowTheMapAndUnmappedQuadsAreNaN) {
     const std::string mesh = folder.write(
         "a.obj", std::string(sheet_obj) + "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\nv 4 0 0\nv 4 1 0\nf 3/1 10/2 11/3 7/4\n");
     const SdsRun run = run_sds(folder, {"export", mesh, "--uv", "2", folder.path("uv.npy"), "--uv-interpolation",
@@ -148,14 +146,12 @@ TEST(Export, UvsFollowTheMapAndUnmappedQuadsAreNaN) {
         EXPECT_EQ(cage.uv_indices[corner] == unmapped_corner, corner < 15u * 16) << corner;
 }
 
-TEST(Export, SecondMapIsTheOtherFile) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj);
+TEST_F(Export, SecondMapIsTheOtherFile) {
     std::string text = cube_obj;
     text.replace(text.find("vt 1 0"), 6, "vt 3 0");
     const std::string other = folder.write("wide.obj", text);
     const auto largest_u = [&](const char* map) {
-        EXPECT_SUCCESS(run_sds(folder, {"export", mesh, "--uv-map", other, "--uv", "1", folder.path("uv.npy"), "--map",
+        EXPECT_SUCCESS(run_sds(folder, {"export", cube, "--uv-map", other, "--uv", "1", folder.path("uv.npy"), "--map",
                                         map, "--uv-interpolation", "all_fixed"}));
         double largest = 0.0;
         const auto uvs = read_doubles(folder.path("uv.npy"), {6, 2, 2, 9});
@@ -166,8 +162,7 @@ TEST(Export, SecondMapIsTheOtherFile) {
     EXPECT_EQ(largest_u("1"), 3.0);
 }
 
-TEST(Export, TimesGiveTheMeshOfThatTime) {
-    const ScratchFolder folder;
+TEST_F(Export, TimesGiveTheMeshOfThatTime) {
     const std::string rest = folder.write("a.obj", sheet_obj);
     const std::string b = folder.write("b.obj", moved(sheet_obj, 0.5, 1.5)),
                       c = folder.write("c.obj", moved(sheet_obj, 2.0, 3.0));

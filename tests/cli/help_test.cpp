@@ -64,8 +64,9 @@ std::vector<std::string> commands(const ScratchFolder& folder) {
     return listed_below(run_sds(folder, {"--help"}).out, "Subcommands:");
 }
 
-TEST(Help, EveryExampleRuns) {
-    const ScratchFolder folder;
+using Help = InFolder;
+
+TEST_F(Help, EveryExampleRuns) {
     folder.write("cage.obj", cube_obj);
     write_doubles(folder.path("rays.npy"), {0.1, 0.2, 9, 0, 0, -1, 0, INFINITY}, 8);
     std::vector<std::string> all = commands(folder);
@@ -90,8 +91,7 @@ TEST(Help, EveryExampleRuns) {
     }
 }
 
-TEST(Help, BashCompletesEveryOptionAndItsWords) {
-    const ScratchFolder folder;
+TEST_F(Help, BashCompletesEveryOptionAndItsWords) {
     folder.write("sds.bash", run_sds(folder, {"completion", "bash"}).out);
     folder.write("cage.obj", cube_obj);
     const auto complete = [&](const std::string& line) {
@@ -114,15 +114,13 @@ TEST(Help, BashCompletesEveryOptionAndItsWords) {
     EXPECT_EQ(complete("sds render --width ''"), Words{});
 }
 
-TEST(Help, ZshTextIsSound) {
-    const ScratchFolder folder;
+TEST_F(Help, ZshTextIsSound) {
     if (run_shell(folder, "command -v zsh").code != 0) GTEST_SKIP() << "zsh is not installed";
     folder.write("_sds", run_sds(folder, {"completion", "zsh"}).out);
     EXPECT_EQ(run_shell(folder, "zsh -n _sds").err, "");
 }
 
-TEST(Help, ManualPageNamesEveryOptionAndFormatsCleanly) {
-    const ScratchFolder folder;
+TEST_F(Help, ManualPageNamesEveryOptionAndFormatsCleanly) {
     const std::string page = run_sds(folder, {"manual"}).out;
     folder.write("sds.1", page);
     for (const std::string& command : commands(folder)) {
@@ -139,8 +137,7 @@ TEST(Help, ManualPageNamesEveryOptionAndFormatsCleanly) {
     EXPECT_GT(run.out.size(), 2000u);
 }
 
-TEST(Help, EveryCommandOnAMeshTellsItsRates) {
-    const ScratchFolder folder;
+TEST_F(Help, EveryCommandOnAMeshTellsItsRates) {
     folder.write("cage.obj", cube_obj);
     folder.write("frustum.json", "{}");
     write_doubles(folder.path("rays.npy"), {0.1, 0.2, 9, 0, 0, -1, 0, INFINITY}, 8);
@@ -153,8 +150,9 @@ TEST(Help, EveryCommandOnAMeshTellsItsRates) {
     }
 }
 
-TEST(StandardStreams, DashReadsAndWritesThem) {
-    const ScratchFolder folder;
+using StandardStreams = InFolder;
+
+TEST_F(StandardStreams, DashReadsAndWritesThem) {
     folder.write("cage.obj", cube_obj);
     write_doubles(folder.path("rays.npy"), {0.1, 0.2, 9, 0, 0, -1, 0, INFINITY}, 8);
     const SdsRun run = run_shell(folder,

@@ -16,10 +16,10 @@ Json info_of(const ScratchFolder& folder, const std::string& mesh, const std::ve
     return Json::parse(run.out);
 }
 
-TEST(Info, CountsWhatACubeIs) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj);
-    const Json info = info_of(folder, mesh, {"--uv", mesh});
+using Info = InFolder;
+
+TEST_F(Info, CountsWhatACubeIs) {
+    const Json info = info_of(folder, cube, {"--uv", cube});
     EXPECT_EQ(info["polygons"], 6);
     EXPECT_EQ(info["control_vertices"], 8);
     EXPECT_EQ(info["quads"], 6);
@@ -35,26 +35,16 @@ TEST(Info, CountsWhatACubeIs) {
     // All twelve edges of the map have two polygons on different points, but for those that agree by chance.
     EXPECT_GT(info["uv_maps"][0]["seam_edges"], 0);
     // Bilinear patches are the cage itself.
-    const Json flat = info_of(folder, mesh, {"--interpolation", "linear"});
+    const Json flat = info_of(folder, cube, {"--interpolation", "linear"});
     EXPECT_EQ(flat["bbox"], Json::parse(R"({"min":[-1.0,-1.0,-1.0],"max":[1.0,1.0,1.0]})"));
     EXPECT_NEAR(flat["area"].get<double>(), 24.0, 1e-4);
-    EXPECT_EQ(info_of(folder, mesh, {"--interpolation", "bilinear"})["area"], flat["area"]);
-    EXPECT_EQ(info_of(folder, mesh, {"--interpolation", "0"})["area"], flat["area"]);
+    EXPECT_EQ(info_of(folder, cube, {"--interpolation", "bilinear"})["area"], flat["area"]);
+    EXPECT_EQ(info_of(folder, cube, {"--interpolation", "0"})["area"], flat["area"]);
 }
 
 // A 4 x 4 grid: 9 inner vertices, 4 corners, 12 others on the border; 4 inner patches.
-TEST(Info, TellsBordersCornersAndRegularPatches) {
-    const ScratchFolder folder;
-    std::string text;
-    for (int j = 0; j < 5; ++j)
-        for (int i = 0; i < 5; ++i) text += "v " + std::to_string(i) + " " + std::to_string(j) + " 0\n";
-    for (int j = 0; j < 4; ++j)
-        for (int i = 0; i < 4; ++i) {
-            const int v = 5 * j + i + 1;
-            text += "f " + std::to_string(v) + " " + std::to_string(v + 1) + " " + std::to_string(v + 6) + " " +
-                    std::to_string(v + 5) + "\n";
-        }
-    const std::string mesh = folder.write("grid.obj", text + "t crease 2/1/0 11 12 inf\n");
+TEST_F(Info, TellsBordersCornersAndRegularPatches) {
+    const std::string mesh = folder.write("grid.obj", grid_obj(5) + "t crease 2/1/0 11 12 inf\n");
     const Json info = info_of(folder, mesh);
     // The crease runs from a dart on the left inside to the centre.
     EXPECT_EQ(info["vertices"], Json::parse(R"({"smooth":7,"dart":2,"crease":0,"corner":4,"border":12})"));
@@ -66,8 +56,7 @@ TEST(Info, TellsBordersCornersAndRegularPatches) {
     EXPECT_EQ(smooth["vertices"]["border"], 16);
 }
 
-TEST(Info, DescribesTheStepAndTheMap) {
-    const ScratchFolder folder;
+TEST_F(Info, DescribesTheStepAndTheMap) {
     const std::string mesh =
         folder.write("sheet.obj", std::string(sheet_obj) + "vt 0 0\nvt 1 0\nvt 0 1\nf 1/1 8/2 9/3\n");
     const Json info = info_of(folder, mesh);
@@ -81,22 +70,18 @@ TEST(Info, DescribesTheStepAndTheMap) {
     EXPECT_DOUBLE_EQ(total, info["build_seconds"].get<double>());
 }
 
-TEST(Info, CoversTheWholeMotion) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj);
+TEST_F(Info, CoversTheWholeMotion) {
     const std::string next = folder.write("next.obj", moved(cube_obj, 4.0));
-    EXPECT_EQ(info_of(folder, mesh)["motion"], nullptr);
-    const Json vectors = info_of(folder, mesh, {"--motion", next, "--interpolation", "linear"});
+    EXPECT_EQ(info_of(folder, cube)["motion"], nullptr);
+    const Json vectors = info_of(folder, cube, {"--motion", next, "--interpolation", "linear"});
     EXPECT_EQ(vectors["bbox"]["max"], Json::parse("[5.0, 1.0, 1.0]"));
     EXPECT_EQ(vectors["motion"]["kind"], "vectors");
-    const Json samples = info_of(folder, mesh, {"--time-samples", mesh, next, mesh, "--interpolation", "linear"});
+    const Json samples = info_of(folder, cube, {"--time-samples", cube, next, cube, "--interpolation", "linear"});
     EXPECT_EQ(samples["bbox"]["max"], Json::parse("[5.0, 1.0, 1.0]"));
     EXPECT_EQ(samples["motion"]["times"], Json::parse("[0.0, 0.5, 1.0]"));
 }
 
-TEST(Info, PrintsTheFindingsOfARefusedMesh) {
-    const ScratchFolder folder;
-    const std::string good = folder.write("cube.obj", cube_obj);
+TEST_F(Info, PrintsTheFindingsOfARefusedMesh) {
     const std::string bad = folder.write("bad.obj", "v 0 0 0\nv 1 0 0\nf 1 1 2\nf 1 2 9\n");
     const SdsRun refused = run_sds(folder, {"info", bad, "--json"});
     EXPECT_EQ(refused.code, 2);
@@ -105,7 +90,7 @@ TEST(Info, PrintsTheFindingsOfARefusedMesh) {
     EXPECT_EQ(findings[0]["first"], bad + ":4");
     EXPECT_EQ(findings[1]["code"], "repeated_vertex");
     // Whatever else is refused is named too.
-    const SdsRun other = run_sds(folder, {"info", good, "--json", "--properties", bad});
+    const SdsRun other = run_sds(folder, {"info", cube, "--json", "--properties", bad});
     EXPECT_EQ(other.code, 2);
     EXPECT_THAT(Json::parse(other.out)["error"].get<std::string>(), testing::HasSubstr(bad));
 }

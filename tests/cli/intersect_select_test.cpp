@@ -37,10 +37,10 @@ Cells cells_of(const ScratchFolder& folder, const std::string& mesh, unsigned in
     return cells;
 }
 
-TEST(Intersect, FlatCellsAreThoseOfTheExport) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("sheet.obj", sheet_obj);
-    const Cells cells = cells_of(folder, mesh, 3, 15);
+using Intersect = InFolder;
+
+TEST_F(Intersect, FlatCellsAreThoseOfTheExport) {
+    const Cells cells = cells_of(folder, sheet, 3, 15);
     std::vector<double> rays;
     std::vector<Vec3> targets;
     // From a little above two places of each face, one on each side of its first diagonal.
@@ -55,7 +55,7 @@ TEST(Intersect, FlatCellsAreThoseOfTheExport) {
         }
     rays.insert(rays.end(), {5, 5, 5, 1, 0, 0, 0, INFINITY});
     write_doubles(folder.path("rays.npy"), rays, 8);
-    EXPECT_SUCCESS(run_sds(folder, {"intersect", mesh, "--level", "3", "--rays", folder.path("rays.npy"), "--hits",
+    EXPECT_SUCCESS(run_sds(folder, {"intersect", sheet, "--level", "3", "--rays", folder.path("rays.npy"), "--hits",
                                     folder.path("hits.npy"), "--samples", "--threads", "2"}));
     const std::size_t count = targets.size();
     const std::vector<double> hits = read_doubles(folder.path("hits.npy"), {count + 1, 19});
@@ -70,11 +70,9 @@ TEST(Intersect, FlatCellsAreThoseOfTheExport) {
 }
 
 // Rays at known points of the limit surface, from a little above it.
-TEST(Intersect, LimitSurfaceIsHitWhereItIs) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj);
+TEST_F(Intersect, LimitSurfaceIsHitWhereItIs) {
     const std::size_t cells = 5, points = 6 * 36;
-    EXPECT_SUCCESS(run_sds(folder, {"export", mesh, "--samples", "5", folder.path("s.npy")}));
+    EXPECT_SUCCESS(run_sds(folder, {"export", cube, "--samples", "5", folder.path("s.npy")}));
     const std::vector<double> samples = read_doubles(folder.path("s.npy"), {6, cells + 1, cells + 1, 15});
     std::vector<double> rays;
     for (std::size_t i = 0; i < points; ++i) {
@@ -89,7 +87,7 @@ TEST(Intersect, LimitSurfaceIsHitWhereItIs) {
     rays.insert(rays.end(), {0, 0, 5, 0, 0, -1, 0, 1});          // too short
     write_doubles(folder.path("rays.npy"), rays, 8);
     const SdsRun run =
-        run_sds(folder, {"intersect", mesh, "--rays", folder.path("rays.npy"), "--hits", folder.path("h.npy")});
+        run_sds(folder, {"intersect", cube, "--rays", folder.path("rays.npy"), "--hits", folder.path("h.npy")});
     EXPECT_SUCCESS(run);
     EXPECT_THAT(run.err, testing::HasSubstr("ray 217 is not finite or has no direction, hits nothing; 2 cases"));
     const std::vector<double> hits = read_doubles(folder.path("h.npy"), {points + 4, 4});
@@ -105,19 +103,17 @@ TEST(Intersect, LimitSurfaceIsHitWhereItIs) {
 }
 
 // A cube that moves by 4 along x in a unit of time, hit by rays that wait for it.
-TEST(Intersect, RaysMeetTheSurfaceOfTheirTime) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj);
+TEST_F(Intersect, RaysMeetTheSurfaceOfTheirTime) {
     const std::string next = folder.write("next.obj", moved(cube_obj, 4.0));
     std::vector<double> rays;
     for (const double time : {0.0, 0.25, 0.5, 1.0})
         for (const double x : {0.0, 1.0, 2.0, 4.0}) rays.insert(rays.end(), {x, 0.1, 5, 0, 0, -1, 0, 100, time});
     write_doubles(folder.path("rays.npy"), rays, 9);
     for (const std::vector<std::string>& motion :
-         {std::vector<std::string>{"--motion", next}, {"--time-samples", mesh, next}}) {
+         {std::vector<std::string>{"--motion", next}, {"--time-samples", cube, next}}) {
         for (const char* level : {"0", "4"}) {
             EXPECT_SUCCESS(run_sds(folder,
-                                   {"intersect", mesh, "--level", level, "--rays", folder.path("rays.npy"), "--hits",
+                                   {"intersect", cube, "--level", level, "--rays", folder.path("rays.npy"), "--hits",
                                     folder.path("h.npy")},
                                    motion));
             const std::vector<double> hits = read_doubles(folder.path("h.npy"), {16, 4});
@@ -141,11 +137,11 @@ std::vector<unsigned int> selected(const ScratchFolder& folder, const std::strin
     return nlohmann::json::parse(run.out)["selected"].get<std::vector<unsigned int>>();
 }
 
-TEST(Select, HalfSpacesSelectWhatTheirCellsSay) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("sheet.obj", sheet_obj);
+using Select = InFolder;
+
+TEST_F(Select, HalfSpacesSelectWhatTheirCellsSay) {
     const std::size_t quads = 15;
-    const Cells cells = cells_of(folder, mesh, 3, quads);
+    const Cells cells = cells_of(folder, sheet, 3, quads);
     for (const double x : {-0.6, 0.1, 0.8, 1.7, 5.0, -5.0}) {
         const std::string plane = "[1, 0, 0, " + std::to_string(-x) + "]";
         std::vector<unsigned int> touching, inside;
@@ -161,13 +157,13 @@ TEST(Select, HalfSpacesSelectWhatTheirCellsSay) {
         }
         for (const std::string& frustum :
              {"{\"sides\": [" + plane + "]}", "{\"near\": " + plane + "}", "{\"far\": " + plane + "}"}) {
-            EXPECT_EQ(selected(folder, mesh, frustum, "touch", "3"), touching) << x << frustum;
-            EXPECT_EQ(selected(folder, mesh, frustum, "inside", "3"), inside) << x << frustum;
+            EXPECT_EQ(selected(folder, sheet, frustum, "touch", "3"), touching) << x << frustum;
+            EXPECT_EQ(selected(folder, sheet, frustum, "inside", "3"), inside) << x << frustum;
         }
     }
-    EXPECT_EQ(selected(folder, mesh, "{}", "inside", "0").size(), quads);
+    EXPECT_EQ(selected(folder, sheet, "{}", "inside", "0").size(), quads);
     const SdsRun plain =
-        run_sds(folder, {"select", mesh, "--frustum", folder.path("f.json"), "--mode", "touch", "--quiet"});
+        run_sds(folder, {"select", sheet, "--frustum", folder.path("f.json"), "--mode", "touch", "--quiet"});
     EXPECT_EQ(std::count(plain.out.begin(), plain.out.end(), '\n'), 15);
 }
 

@@ -43,10 +43,10 @@ std::vector<double> export_property(const ScratchFolder& folder, const std::stri
     return std::get<std::vector<double>>(read_npy(folder.path("p.npy")).values);
 }
 
-TEST(Properties, PositionsComeBackAsTheSurface) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("sheet.obj", sheet_obj);
-    const Positions positions(mesh);
+using Properties = InFolder;
+
+TEST_F(Properties, PositionsComeBackAsTheSurface) {
+    const Positions positions(sheet);
     std::vector<float> flat;
     for (const float x : positions.cage.positions) flat.push_back(x);
     const std::size_t shape[] = {positions.cage.vertex_count(), 3};
@@ -62,10 +62,10 @@ TEST(Properties, PositionsComeBackAsTheSurface) {
     for (const char* mode : {"corners", "linear"}) {
         const std::vector<std::string> more{"--interpolation", mode};
         EXPECT_SUCCESS(run_sds(
-            folder, {"export", mesh, "--samples", "3", folder.path("s.npy"), "--quiet", "--interpolation", mode}));
+            folder, {"export", sheet, "--samples", "3", folder.path("s.npy"), "--quiet", "--interpolation", mode}));
         const std::vector<double> samples = read_doubles(folder.path("s.npy"), {15, 4, 4, 15});
         for (const char* name : {"plain", "indexed", "file", "half"}) {
-            const std::vector<double> values = export_property(folder, mesh, sidecar, name, 3, more);
+            const std::vector<double> values = export_property(folder, sheet, sidecar, name, 3, more);
             ASSERT_EQ(values.size(), 15u * 16 * 9);
             const double tolerance = name == std::string("half") ? 1e-2 : 2e-6;
             for (std::size_t i = 0; i < 15u * 16; ++i)
@@ -75,27 +75,24 @@ TEST(Properties, PositionsComeBackAsTheSurface) {
     }
 }
 
-TEST(Properties, UniformAndConstantValuesKeepTheirExtremes) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("sheet.obj", sheet_obj);  // 4 polygons: 5, 3, 3 and 4 quads
+TEST_F(Properties, UniformAndConstantValuesKeepTheirExtremes) {
+    // 4 polygons: 5, 3, 3 and 4 quads
     using Limits = std::numeric_limits<std::int64_t>;
     const std::string sidecar = write_sidecar(
         folder,
         {{{"name", "face"}, {"kind", "uniform"}, {"type", "int64"}, {"values", {Limits::min(), 7, -1, 1 << 30}}},
          {{"name", "one"}, {"kind", "constant"}, {"type", "uint64"}, {"extent", 2}, {"values", {~0ull, 5}}}});
-    const std::vector<double> faces = export_property(folder, mesh, sidecar, "face", 1);
+    const std::vector<double> faces = export_property(folder, sheet, sidecar, "face", 1);
     const auto value_of_quad = [&](std::size_t q) { return faces[q * 4 * 3]; };
     const double expected[] = {-std::ldexp(1.0, 63), 7, -1, 1 << 30};
     for (std::size_t q = 0; q < 15; ++q) EXPECT_EQ(value_of_quad(q), expected[q < 5 ? 0 : q < 8 ? 1 : q < 11 ? 2 : 3]);
-    const std::vector<double> one = export_property(folder, mesh, sidecar, "one", 1);
+    const std::vector<double> one = export_property(folder, sheet, sidecar, "one", 1);
     for (std::size_t i = 0; i < one.size(); i += 6)
         EXPECT_THAT(std::vector<double>(&one[i], &one[i] + 6),
                     testing::ElementsAre(std::ldexp(1.0, 64), 5, 0, 0, 0, 0));
 }
 
-TEST(Properties, BlendBetweenTimes) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj);
+TEST_F(Properties, BlendBetweenTimes) {
     Json first = Json::array(), second = Json::array();
     for (int v = 0; v < 8; ++v) {
         first.push_back(v);
@@ -107,18 +104,16 @@ TEST(Properties, BlendBetweenTimes) {
     Json moving = entry("moving", {first, second});
     moving["times"] = {-1, 1};
     const std::string sidecar = write_sidecar(folder, {entry("a", first), entry("b", second), moving});
-    const std::vector<double> a = export_property(folder, mesh, sidecar, "a", 2),
-                              b = export_property(folder, mesh, sidecar, "b", 2);
-    EXPECT_EQ(export_property(folder, mesh, sidecar, "moving", 2, {"--time", "-5"}), a);
-    EXPECT_EQ(export_property(folder, mesh, sidecar, "moving", 2, {"--time", "1"}), b);
-    const std::vector<double> between = export_property(folder, mesh, sidecar, "moving", 2, {"--time", "-0.5"});
+    const std::vector<double> a = export_property(folder, cube, sidecar, "a", 2),
+                              b = export_property(folder, cube, sidecar, "b", 2);
+    EXPECT_EQ(export_property(folder, cube, sidecar, "moving", 2, {"--time", "-5"}), a);
+    EXPECT_EQ(export_property(folder, cube, sidecar, "moving", 2, {"--time", "1"}), b);
+    const std::vector<double> between = export_property(folder, cube, sidecar, "moving", 2, {"--time", "-0.5"});
     for (std::size_t i = 0; i < a.size(); ++i) EXPECT_NEAR(between[i], 0.75 * a[i] + 0.25 * b[i], 1e-9);
 }
 
-TEST(Properties, BecomeLayersOfThePicture) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj);
-    const Positions positions(mesh);
+TEST_F(Properties, BecomeLayersOfThePicture) {
+    const Positions positions(cube);
     const Json heat = {
         {"name", "heat"}, {"kind", "uniform"}, {"type", "uint8"}, {"values", {0, 50, 100, 150, 200, 250}}};
     const Json rest = {
@@ -128,7 +123,7 @@ TEST(Properties, BecomeLayersOfThePicture) {
     const Json clash = {{"name", "Z"}, {"kind", "constant"}, {"type", "int8"}, {"values", {1}}};
     const std::string sidecar = write_sidecar(folder, {heat, rest, long_one, clash});
     const auto render = [&](const std::string& picture, const std::string& layers) {
-        return run_sds(folder, {"render", mesh, "-o", folder.path(picture), "--properties", sidecar, "--aov", layers,
+        return run_sds(folder, {"render", cube, "-o", folder.path(picture), "--properties", sidecar, "--aov", layers,
                                 "--width", "24", "--height", "24", "--samples", "1", "--quiet"});
     };
     EXPECT_SUCCESS(render("a.png", "prop:heat,prop:rest"));
@@ -150,7 +145,7 @@ TEST(Properties, BecomeLayersOfThePicture) {
     }
     EXPECT_EQ(folder.file_count(), files);
 
-    const SdsRun info = run_sds(folder, {"info", mesh, "--json", "--properties", sidecar});
+    const SdsRun info = run_sds(folder, {"info", cube, "--json", "--properties", sidecar});
     EXPECT_SUCCESS(info);
     const Json list = Json::parse(info.out)["properties"];
     ASSERT_EQ(list.size(), 4u);
@@ -159,9 +154,8 @@ TEST(Properties, BecomeLayersOfThePicture) {
     EXPECT_EQ(list[1]["kind"], "vertex");
 }
 
-TEST(Properties, RefusesWithNameExpectedAndFound) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj), out = folder.path("out.npy");
+TEST_F(Properties, RefusesWithNameExpectedAndFound) {
+    const std::string out = folder.path("out.npy");
     const std::size_t shape[] = {3, 8};
     std::vector<double> numbers(24, 1.0);
     write_npy<double>(folder.path("turned.npy"), shape, numbers);
@@ -216,17 +210,17 @@ TEST(Properties, RefusesWithNameExpectedAndFound) {
     for (const auto& [list, reasons] : wrong) {
         const std::string sidecar = write_sidecar(folder, list);
         const SdsRun run =
-            run_sds(folder, {"export", mesh, "--properties", sidecar, "--property", "heat", out, "--patches", out});
+            run_sds(folder, {"export", cube, "--properties", sidecar, "--property", "heat", out, "--patches", out});
         EXPECT_EQ(run.code, 2) << list << run.err;
         EXPECT_THAT(run.err, HasSubstr(sidecar + ": "));
         for (const char* reason : reasons) EXPECT_THAT(run.err, HasSubstr(reason)) << list;
         EXPECT_FALSE(std::filesystem::exists(out)) << list;
     }
     for (const char* text : {"", "[{\"name\": ", "[{\"name\": NaN}]", "[1e999]", "[3]"})
-        EXPECT_EQ(run_sds(folder, {"info", mesh, "--properties", folder.write("bad.json", text)}).code, 2) << text;
+        EXPECT_EQ(run_sds(folder, {"info", cube, "--properties", folder.write("bad.json", text)}).code, 2) << text;
     const std::string sidecar = write_sidecar(folder, {good});
-    EXPECT_EQ(run_sds(folder, {"export", mesh, "--properties", sidecar, "--property", "cold", out}).code, 2);
-    EXPECT_EQ(run_sds(folder, {"export", mesh, "--property", "heat", out}).code, 2);
+    EXPECT_EQ(run_sds(folder, {"export", cube, "--properties", sidecar, "--property", "cold", out}).code, 2);
+    EXPECT_EQ(run_sds(folder, {"export", cube, "--property", "heat", out}).code, 2);
     EXPECT_FALSE(std::filesystem::exists(out));
 }
 

@@ -50,47 +50,45 @@ SdsRun render(const ScratchFolder& folder, const std::vector<std::string>& argum
     return run_sds(folder, {"render", "--quiet", "--width", "48", "--height", "32", "--samples", "2"}, arguments);
 }
 
-TEST(Render, WritesPicturesAndTheirLayers) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj), a = folder.path("a.png"), b = folder.path("b.png");
-    EXPECT_EQ(render(folder, {mesh, "-o", a, "--aov", "N,id", "--aov", "Z"}).err, "");
+using Render = InFolder;
+
+TEST_F(Render, WritesPicturesAndTheirLayers) {
+    const std::string a = folder.path("a.png"), b = folder.path("b.png");
+    EXPECT_EQ(render(folder, {cube, "-o", a, "--aov", "N,id", "--aov", "Z"}).err, "");
     for (const char* name : {"a.png", "a.N.png", "a.id.png", "a.Z.png"}) {
         EXPECT_EQ(read_picture(folder.path(name)).width, 48u);
         EXPECT_EQ(read_picture(folder.path(name)).height, 32u);
     }
-    EXPECT_SUCCESS(render(folder, {mesh, "-o", folder.path("a.exr")}));
+    EXPECT_SUCCESS(render(folder, {cube, "-o", folder.path("a.exr")}));
     const std::string exr = ScratchFolder::read(folder.path("a.exr"));
     for (const char* channel : {"P.X", "N.Z", "uv.Y", "id", "Z"})
         EXPECT_NE(exr.find(std::string(channel) + '\0'), std::string::npos) << channel;
 
     // Whatever the number of threads, more than there are cores too; and the statistics do not change the picture.
     const std::string first = ScratchFolder::read(a);
-    EXPECT_THAT(render(folder, {mesh, "-o", b, "--threads", "1", "--stats"}).err,
+    EXPECT_THAT(render(folder, {cube, "-o", b, "--threads", "1", "--stats"}).err,
                 testing::AllOf(testing::HasSubstr("quads/s"), testing::HasSubstr("rays/s")));
     EXPECT_TRUE(ScratchFolder::read(b) == first);
-    EXPECT_EQ(render(folder, {mesh, "-o", b, "--threads", "64"}).err, "");
+    EXPECT_EQ(render(folder, {cube, "-o", b, "--threads", "64"}).err, "");
     EXPECT_TRUE(ScratchFolder::read(b) == first);
-    EXPECT_SUCCESS(render(folder, {mesh, "-o", b, "--wire"}));
+    EXPECT_SUCCESS(render(folder, {cube, "-o", b, "--wire"}));
     EXPECT_FALSE(ScratchFolder::read(b) == first);
 }
 
-TEST(Render, ViewAndTextureShowTheRightSide) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj), texture = folder.path("t.png");
+TEST_F(Render, ViewAndTextureShowTheRightSide) {
+    const std::string texture = folder.path("t.png");
     // Red in the lower half of v, green in the upper: the face towards +z has v along y.
     write_picture(texture, 1, 2, {0, 255, 0, 255, 0, 0});
-    EXPECT_SUCCESS(render(folder, {mesh, "-o", folder.path("a.png"), "--texture", texture, "--view", "0 0",
+    EXPECT_SUCCESS(render(folder, {cube, "-o", folder.path("a.png"), "--texture", texture, "--view", "0 0",
                                    "--uv-interpolation", "all_fixed"}));
     const Picture picture = read_picture(folder.path("a.png"));
     const png_byte *upper = picture.pixel(24, 8), *lower = picture.pixel(24, 24);
     EXPECT_GT(upper[1], upper[0] + 40);
     EXPECT_GT(lower[0], lower[1] + 40);
-    EXPECT_EQ(render(folder, {mesh, "-o", folder.path("b.png"), "--up", "w"}).code, 2);
+    EXPECT_EQ(render(folder, {cube, "-o", folder.path("b.png"), "--up", "w"}).code, 2);
 }
 
-TEST(Render, SeveralMeshesAreOneScene) {
-    const ScratchFolder folder;
-    const std::string cube = folder.write("cube.obj", cube_obj), sheet = folder.write("sheet.obj", sheet_obj);
+TEST_F(Render, SeveralMeshesAreOneScene) {
     const std::string out = folder.path("out.png"), none = folder.path("no.png");
     const SdsRun run = render(folder, {cube, sheet, cube, "-o", out, "--aov", "object", "--stats"});
     EXPECT_SUCCESS(run);
@@ -104,33 +102,31 @@ TEST(Render, SeveralMeshesAreOneScene) {
     EXPECT_FALSE(std::filesystem::exists(none));
 }
 
-TEST(Render, SheetAndStandardOutput) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj), out = folder.path("out.png");
-    EXPECT_SUCCESS(render(folder, {mesh, "-o", out, "--turntable", "2", "--view", "0 0"}));
-    const Picture sheet = read_picture(out);
-    ASSERT_EQ(sheet.width, 48u);
+TEST_F(Render, SheetAndStandardOutput) {
+    const std::string out = folder.path("out.png");
+    EXPECT_SUCCESS(render(folder, {cube, "-o", out, "--turntable", "2", "--view", "0 0"}));
+    const Picture views = read_picture(out);
+    ASSERT_EQ(views.width, 48u);
     // Half a turn shows the same cube again.
     for (unsigned int y = 4; y < 28; y += 4)
         for (unsigned int c = 0; c < 3; ++c)
-            EXPECT_NEAR(sheet.pixel(12, y)[c], sheet.pixel(36, y)[c], 24) << y << " " << c;
+            EXPECT_NEAR(views.pixel(12, y)[c], views.pixel(36, y)[c], 24) << y << " " << c;
 
-    const SdsRun stream = render(folder, {mesh, "-o", "-", "--turntable", "2", "--view", "0 0"});
+    const SdsRun stream = render(folder, {cube, "-o", "-", "--turntable", "2", "--view", "0 0"});
     EXPECT_SUCCESS(stream);
-    EXPECT_EQ(read_picture(folder.write("stream.png", stream.out)).rgb, sheet.rgb);
-    EXPECT_EQ(render(folder, {mesh, "-o", "-", "--aov", "N"}).code, 2);
-    EXPECT_EQ(render(folder, {mesh, "-o", out, "--turntable", "0"}).code, 2);
+    EXPECT_EQ(read_picture(folder.write("stream.png", stream.out)).rgb, views.rgb);
+    EXPECT_EQ(render(folder, {cube, "-o", "-", "--aov", "N"}).code, 2);
+    EXPECT_EQ(render(folder, {cube, "-o", out, "--turntable", "0"}).code, 2);
     const SdsRun crowded =
-        run_sds(folder, {"render", mesh, "-o", out, "--turntable", "200", "--width", "10", "--height", "10"});
+        run_sds(folder, {"render", cube, "-o", out, "--turntable", "200", "--width", "10", "--height", "10"});
     EXPECT_EQ(crowded.code, 2);
     EXPECT_THAT(crowded.err, testing::HasSubstr("--turntable"));
 }
 
-TEST(Render, BlursMotionOnlyWhileTheShutterIsOpen) {
-    const ScratchFolder folder;
-    const std::string mesh = folder.write("cube.obj", cube_obj), next = folder.write("next.obj", moved(cube_obj, 1.0));
+TEST_F(Render, BlursMotionOnlyWhileTheShutterIsOpen) {
+    const std::string next = folder.write("next.obj", moved(cube_obj, 1.0));
     const auto picture_of = [&](const std::vector<std::string>& more) {
-        std::vector<std::string> arguments{mesh, "-o", folder.path("a.png"), "--view", "20 10"};
+        std::vector<std::string> arguments{cube, "-o", folder.path("a.png"), "--view", "20 10"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         EXPECT_SUCCESS(render(folder, arguments));
         return read_picture(folder.path("a.png"));
@@ -139,7 +135,7 @@ TEST(Render, BlursMotionOnlyWhileTheShutterIsOpen) {
     const Picture still = picture_of({}), blurred = picture_of({"--motion", next});
     EXPECT_LT(mean_difference(picture_of({"--motion", next, "--shutter", "0", "0"}), still), 0.2);
     const Picture within =
-        picture_of({"--time-samples", next, mesh, "--times", "-1", "0.5", "--shutter", "0.5", "0.5"});
+        picture_of({"--time-samples", next, cube, "--times", "-1", "0.5", "--shutter", "0.5", "0.5"});
     EXPECT_LT(mean_difference(within, still), 0.2);
     EXPECT_GT(mean_difference(blurred, still), 2.0);
     EXPECT_TRUE(blurred.rgb == picture_of({"--motion", next, "--shutter", "0", "1"}).rgb);

@@ -82,6 +82,22 @@ inline const char* const sheet_obj =
     "f 1 2 4 5 6\nf 2 3 4\nf 3 7 4\nf 8 1 6 9\n"
     "t crease 2/1/0 1 3 inf\n";
 
+// n x n vertices of a bumpy sheet; every `step`th quad is cut into two triangles.
+inline std::string grid_obj(unsigned int n, unsigned int step = 0) {
+    std::string text;
+    for (unsigned int i = 0; i < n * n; ++i)
+        text += "v " + std::to_string(i % n) + " " + std::to_string(i / n) + " " + std::to_string(i % 3) + "\n";
+    for (unsigned int i = 0; i + n < n * n; ++i) {
+        if (i % n == n - 1) continue;
+        const auto at = [&](unsigned int v) { return " " + std::to_string(v + 1); };
+        if (step != 0 && i % step == 0)
+            text += "f" + at(i) + at(i + 1) + at(i + n + 1) + "\nf" + at(i) + at(i + n + 1) + at(i + n) + "\n";
+        else
+            text += "f" + at(i) + at(i + 1) + at(i + n + 1) + at(i + n) + "\n";
+    }
+    return text;
+}
+
 // The mesh with its points shifted along x and stretched along y.
 inline std::string moved(const std::string& obj, double x_shift, double y_scale = 1.0) {
     std::string out;
@@ -94,5 +110,12 @@ inline std::string moved(const std::string& obj, double x_shift, double y_scale 
     }
     return out;
 }
+
+// A folder with a cube and a sheet to run the program on.
+class InFolder : public testing::Test {
+protected:
+    const ScratchFolder folder;
+    const std::string cube = folder.write("cube.obj", cube_obj), sheet = folder.write("sheet.obj", sheet_obj);
+};
 
 }  // namespace sds_cli

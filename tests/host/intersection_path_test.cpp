@@ -7,7 +7,6 @@
 #include <random>
 #include <vector>
 
-#include "qn_ctx/ctx_eval.h"
 #include "qn_geometry/geometry_raytrace_ctx.h"
 
 namespace {
@@ -68,61 +67,15 @@ TEST(GeometryIntersectionPath, FarDistanceAndNanAreRefused) {
     EXPECT_EQ(path.get_distance(), 3.0);
 }
 
-class RaytraceCtx : public testing::Test {
-protected:
-    bool push(GeometryRaytraceCtx& rays, double t, unsigned int primitive = 0) {
-        return rays.push_intersection(m_ctx, 0, primitive, 0.25, 0.75, 0, 0xFFFFFFFF, 0, 0, 0, t, 0.0001, {}, nullptr);
-    }
-    CtxShader m_shader;
-    CtxEval m_ctx{m_shader};
-    GeometryRay m_ray;
-    GeometryRaytraceData m_data;
-};
-
-TEST_F(RaytraceCtx, RecordHoldsTheNearestHit) {
-    m_ray.tnear = 1.0;
-    m_ray.tfar = 9.0;
-    GeometryRaytraceCtx rays(&m_ray, 1, m_data);
-    EXPECT_FALSE(push(rays, 0.5));
-    EXPECT_FALSE(push(rays, 9.0));
-    EXPECT_FALSE(push(rays, std::numeric_limits<double>::quiet_NaN()));
-    EXPECT_TRUE(push(rays, 5.0, 3));
-    EXPECT_FALSE(push(rays, 6.0, 4));
-    EXPECT_TRUE(push(rays, 1.0, 5));
-    EXPECT_EQ(m_ray.hit.primitive, 5u);
-    EXPECT_EQ(m_ray.tfar, 1.0);
-    EXPECT_FALSE(m_ray.is_finished);
-}
-
-TEST_F(RaytraceCtx, AnyHitFinishesTheRay) {
-    m_ray.mode = GeometryRayMode::any;
-    GeometryRaytraceCtx rays(&m_ray, 1, m_data);
-    EXPECT_TRUE(push(rays, 5.0));
-    EXPECT_TRUE(rays.is_ray_finished(0));
-    EXPECT_FALSE(push(rays, 4.0));
-    EXPECT_EQ(m_ray.hit.t, 5.0);
-}
-
-TEST_F(RaytraceCtx, MapCollectsAndTheRecordKeepsTheNearest) {
-    GeometryIntersectionMap map(1);
-    map.get_path(0).reset(2, 100.0);
-    m_data.map = &map;
-    GeometryRaytraceCtx rays(&m_ray, 1, m_data);
-    EXPECT_TRUE(push(rays, 5.0, 1));
-    EXPECT_TRUE(push(rays, 7.0, 2));
-    EXPECT_FALSE(push(rays, 8.0, 3));
-    EXPECT_TRUE(push(rays, 6.0, 4));
-    EXPECT_EQ(distances(map.get_path(0)), (std::vector<double>{5.0, 6.0}));
-    EXPECT_EQ(m_ray.hit.primitive, 1u);
-}
-
-TEST_F(RaytraceCtx, ReferenceShiftIsThePlaceNearestToThePoint) {
-    m_ray.origin = {1e6, 0, 0};
-    m_ray.direction = {-2, 0, 0};
-    GeometryRaytraceCtx rays(&m_ray, 1, m_data);
+TEST(RaytraceCtx, ReferenceShiftIsThePlaceNearestToThePoint) {
+    GeometryRay ray;
+    ray.origin = {1e6, 0, 0};
+    ray.direction = {-2, 0, 0};
+    const GeometryRaytraceData data;
+    GeometryRaytraceCtx rays(&ray, 1, data);
     rays.set_reference_point({1.0, 5.0, 0.0});
     EXPECT_DOUBLE_EQ(rays.get_reference_shift(0), (1e6 - 1.0) / 2.0);
-    m_ray.direction = {0, 0, 0};
+    ray.direction = {0, 0, 0};
     EXPECT_EQ(rays.get_reference_shift(0), 0.0);
 }
 

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <random>
 #include <set>
 
 #include "qn_sys/sys_thread.h"
@@ -22,7 +23,9 @@ const std::vector<render_test::Sphere> cluster{{{0, 0, 0}, 1.0}, {{1.2, 0.3, 0.4
 Rendering render_with_threads(unsigned int threads, const Scene& scene, const Camera& camera,
                               const RenderOptions& options) {
     Rendering out{Image(1, 1), {}};
-    SysThreadArena(threads).execute([&] { out = render(scene, camera, options, nullptr); });
+    AppProgressBar bar;
+    SysThreadArena(threads).execute([&] { out = render(scene, camera, options, &bar); });
+    EXPECT_NEAR(bar.get_position(), 1.0f, 1e-5f);
     return out;
 }
 
@@ -227,21 +230,14 @@ TEST(Camera, FramesTheBoxFromEverySide) {
                 view.azimuth = azimuth;
                 view.elevation = elevation;
                 const Camera camera(box, view, width, 200);
-                // Where a corner appears: find it by the rays, which know nothing of the framing.
-                const Vec3 c00 = camera.camera_ray(0, 0).direction, forward = camera.get_forward();
-                const double limit_x = std::fabs(c00.dot(camera.get_right()) / c00.dot(forward));
-                const double limit_y = std::fabs(c00.dot(camera.get_up()) / c00.dot(forward));
                 double fill = 0.0;
                 for (unsigned int c = 0; c < 8; ++c) {
                     const Vec3 corner{(c & 1 ? box.get_max() : box.get_min())[0],
                                       (c & 2 ? box.get_max() : box.get_min())[1],
                                       (c & 4 ? box.get_max() : box.get_min())[2]};
-                    const Vec3 arm = corner - camera.get_position();
-                    ASSERT_GT(arm.dot(forward), 0.0);
-                    const double x = std::fabs(arm.dot(camera.get_right()) / arm.dot(forward)) / limit_x;
-                    const double y = std::fabs(arm.dot(camera.get_up()) / arm.dot(forward)) / limit_y;
-                    EXPECT_LT(std::max(x, y), 1.0);
-                    fill = std::max({fill, x, y});
+                    const auto [x, y] = render_test::place_in_view(camera, width, corner);
+                    EXPECT_LT(std::max(std::fabs(x), std::fabs(y)), 1.0);
+                    fill = std::max({fill, std::fabs(x), std::fabs(y)});
                 }
                 EXPECT_GT(fill, 0.9);
             }
@@ -282,20 +278,22 @@ TEST(Camera, FramesTheOutlineOfAScene) {
     view.azimuth = 120.0;
     constexpr unsigned int width = 90, height = 50;
     const Camera camera = frame_scene(scene, view, width, height);
-    const std::vector<float> coverage = values_of(render(scene, camera, unshaded(32), nullptr), "A");
-    unsigned int left = width, right = 0, top = height, bottom = 0;
-    for (unsigned int y = 0; y < height; ++y)
-        for (unsigned int x = 0; x < width; ++x) {
-            if (coverage[width * y + x] == 0.0f) continue;
-            left = std::min(left, x);
-            right = std::max(right, x);
-            top = std::min(top, y);
-            bottom = std::max(bottom, y);
-        }
-    EXPECT_GE(top, 1u);
-    EXPECT_LE(bottom, height - 2);
-    EXPECT_NEAR(bottom - top, height / 1.06, 3.0);
-    EXPECT_NEAR(left + right, width, 6.0);
+    std::mt19937 random(1);
+    double left = 1.0, right = -1.0, top = -1.0, bottom = 1.0;
+    for (unsigned int i = 0; i < 20000; ++i) {
+        const render_test::Sphere& ball = row[i % row.size()];
+        const Vec3 point =
+            ball.center + render_test::random_direction(random) * ball.radius + cloud.get_offset(i % 3 * 0.5);
+        const auto [x, y] = render_test::place_in_view(camera, width, point);
+        left = std::min(left, x);
+        right = std::max(right, x);
+        top = std::max(top, y);
+        bottom = std::min(bottom, y);
+    }
+    EXPECT_LT(top, 1.0);
+    EXPECT_GT(bottom, -1.0);
+    EXPECT_NEAR(top - bottom, 2.0 / 1.06, 0.06);
+    EXPECT_NEAR(left + right, 0.0, 0.15);
 
     Scene nothing;
     nothing.commit();

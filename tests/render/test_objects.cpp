@@ -122,4 +122,20 @@ void FlatGrid::intersect_primitive(const CtxEval& ctx, const unsigned int& primi
     }
 }
 
+ViewPlace place_in_view(const sds_render::Camera& camera, unsigned int width, const Vec3& point) {
+    const auto slopes = [&camera](const Vec3& arm) {
+        const double depth = arm.dot(camera.get_forward());
+        return depth > 0.0 ? ViewPlace{arm.dot(camera.get_right()) / depth, arm.dot(camera.get_up()) / depth}
+                           : ViewPlace{INFINITY, INFINITY};
+    };
+    const ViewPlace border = slopes(camera.camera_ray(width, 0.0).direction);
+    const ViewPlace place = slopes(point - camera.get_position());
+    return {place.x / border.x, place.y / border.y};
+}
+
+Vec3 random_direction(std::mt19937& random) {
+    std::normal_distribution<double> normal;
+    return sds_render::normalised(Vec3{normal(random), normal(random), normal(random)});
+}
+
 }  // namespace render_test

@@ -1,9 +1,11 @@
 // Geometry objects whose hits have closed forms.
 #pragma once
 
+#include <random>
 #include <vector>
 
 #include "qn_geometry/geometry_object.h"
+#include "render/camera.h"
 #include "render/scene.h"
 
 namespace render_test {
@@ -90,6 +92,15 @@ private:
     unsigned int m_n;
     unsigned int m_visible_edges;
 };
+
+// Where a picture of that width shows a point, from -1 to 1 across and up. Found by a ray of its border, which knows
+// nothing of the framing; not finite for what is behind the camera.
+struct ViewPlace {
+    double x, y;
+};
+ViewPlace place_in_view(const sds_render::Camera& camera, unsigned int width, const Vec3& point);
+
+Vec3 random_direction(std::mt19937& random);
 
 // A committed scene of one object.
 class SceneOf : public sds_render::Scene {

@@ -16,11 +16,6 @@ using render_test::SphereCloud;
 
 const std::vector<Sphere> odd_balls{{{3, 0.5, -1}, 1.0}, {{-0.5, 2, 0}, 0.4}, {{0, -1, 2}, 0.7}};
 
-Vec3 random_direction(std::mt19937& random) {
-    std::normal_distribution<double> normal;
-    return normalised(Vec3{normal(random), normal(random), normal(random)});
-}
-
 TEST(Turntable, EveryViewHoldsTheSceneFromOneDistance) {
     const SphereCloud balls(odd_balls);
     const SceneOf scene(balls);
@@ -36,15 +31,10 @@ TEST(Turntable, EveryViewHoldsTheSceneFromOneDistance) {
         double fill = 0.0;
         for (const Camera& camera : cameras) {
             EXPECT_NEAR((camera.get_position() - middle).length(), distance, 1e-9 * distance);
-            const GeometryRay side = camera.camera_ray(width, height / 2.0), top = camera.camera_ray(width / 2.0, 0);
-            const double half_width = side.direction.dot(camera.get_right()) / side.direction.dot(camera.get_forward());
-            const double half_height = top.direction.dot(camera.get_up()) / top.direction.dot(camera.get_forward());
             for (unsigned int i = 0; i < 300; ++i) {
                 const Sphere& ball = odd_balls[i % odd_balls.size()];
-                const Vec3 arm = ball.center + random_direction(random) * ball.radius - camera.get_position();
-                const double depth = arm.dot(camera.get_forward());
-                const double x = arm.dot(camera.get_right()) / depth / half_width;
-                const double y = arm.dot(camera.get_up()) / depth / half_height;
+                const Vec3 point = ball.center + render_test::random_direction(random) * ball.radius;
+                const auto [x, y] = render_test::place_in_view(camera, width, point);
                 EXPECT_LT(std::max(std::fabs(x), std::fabs(y)), 1.0);
                 fill = std::max({fill, std::fabs(x), std::fabs(y)});
             }
