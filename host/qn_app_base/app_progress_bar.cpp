@@ -55,7 +55,9 @@ void AppProgressBar::step(const unsigned int& done) {
 
 void AppProgressBar::increment(const float& share) {
     check_cancelled();
-    const double amount = current().span * static_cast<double>(share);
+    // Not current(), which would make the outermost task on many threads at once.
+    const double span = m_tasks.is_empty() ? 1.0 : m_tasks[m_tasks.get_count() - 1].span;
+    const double amount = span * static_cast<double>(share);
     double position = m_position.load(std::memory_order_relaxed);
     while (!m_position.compare_exchange_weak(position, position + amount, std::memory_order_relaxed)) {
     }

@@ -105,7 +105,7 @@ void count_everywhere(std::size_t (*count)(const ZooMesh&)) {
     EXPECT_GT(threaded, 100u);
 }
 
-TEST(BatteryFaults, EveryAllocationOfABuild) { count_everywhere(refuse_each_allocation); }
+TEST(BatteryFaults, EveryAllocationOnOneThreadAndFour) { count_everywhere(refuse_each_allocation); }
 
 // Cancels for good when it is asked for the k-th time.
 class CancellingBar : public AppProgressBar {
@@ -163,7 +163,7 @@ std::size_t cancel_at_each_point(const ZooMesh& cage) {
         if (!cancel_at(k, cage, surface) || ::testing::Test::HasFailure()) return k - 1;
 }
 
-TEST(BatteryFaults, CancelledAtEveryPoint) { count_everywhere(cancel_at_each_point); }
+TEST(BatteryFaults, CancelledAtEveryPointOnOneThreadAndFour) { count_everywhere(cancel_at_each_point); }
 
 }  // namespace
 }  // namespace sds_test
