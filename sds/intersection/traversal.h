@@ -2,6 +2,8 @@
 // source of the rays' current far distance.
 #pragma once
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "sds/intersection/ray_state.h"
@@ -21,17 +23,17 @@ struct IntersectionScratch {
     RayState rays[max_ray_batch];
 };
 
-// One ray. far() is its current far distance from the moved origin; leaf(node) returns true to stop. With PruneByFar a
-// node is skipped when a hit nearer than its entry is already known.
-template <bool PruneByFar, class Split, class Far, class Leaf>
-void traverse_ray(NodePool& pool, const RayState& ray, const Split& split, Far&& far, Leaf&& leaf) {
+// Goes through the nodes, the nearer child first. is_behind(entry) tells whether a hit nearer than `entry` is known to
+// all rays, which skips a node with PruneByFar; enter(box, entry) whether any ray enters a box, and sets where;
+// leaf(node) returns true to stop.
+template <bool PruneByFar, class Split, class IsBehind, class Enter, class Leaf>
+void traverse_nodes(NodePool& pool, float entry, const Split& split, IsBehind&& is_behind, Enter&& enter, Leaf&& leaf) {
     unsigned int index = 0;
     unsigned int splits_left = max_splits;
-    float entry = ray.entry_bound;
     do {
         for (;;) {
             PatchNode& node = pool[index];
-            if (PruneByFar && !(far() > entry)) {
+            if (PruneByFar && is_behind(entry)) {
                 pool.release(index);
                 break;
             }
@@ -45,13 +47,11 @@ void traverse_ray(NodePool& pool, const RayState& ray, const Split& split, Far&&
             unsigned int first = node.children[0];
             unsigned int second = node.children[1];
             pool.release(index);
-            float first_entry = ray.entry_bound;
-            float second_entry = ray.entry_bound;
-            const float limit = far();
-            const bool hits_first = slab_test(ray, get_box(pool[first]), limit, first_entry);
-            const bool hits_second = slab_test(ray, get_box(pool[second]), limit, second_entry);
+            float first_entry, second_entry;
+            const bool hits_first = enter(get_box(pool[first]), first_entry);
+            const bool hits_second = enter(get_box(pool[second]), second_entry);
             if (hits_first && hits_second) {
-                // The nearer is visited first; on a tie it is the second.
+                // On a tie the second is visited first.
                 if (!(second_entry > first_entry)) {
                     std::swap(first, second);
                     std::swap(first_entry, second_entry);
@@ -74,14 +74,31 @@ void traverse_ray(NodePool& pool, const RayState& ray, const Split& split, Far&&
     } while (pool.pop(index, entry));
 }
 
+// One ray. far() is its current far distance from the moved origin; leaf(node) returns true to stop.
+template <bool PruneByFar, class Split, class Far, class Leaf>
+void traverse_ray(NodePool& pool, const RayState& ray, const Split& split, Far&& far, Leaf&& leaf) {
+    const auto is_behind = [&](float entry) { return !(far() > entry); };
+    const auto enter = [&](const PatchBox& box, float& entry) {
+        entry = ray.entry_bound;
+        return slab_test(ray, box, far(), entry);
+    };
+    traverse_nodes<PruneByFar>(pool, ray.entry_bound, split, is_behind, enter, leaf);
+}
+
 // Several rays together: a child is visited when any of them enters it, ordered by the nearest entry. far(i) is ray i's
 // current far distance, not above its begin for a finished ray; leaf(node) tests all of them.
 template <bool PruneByFar, class Split, class Far, class Leaf>
 void traverse_rays(NodePool& pool, const RayState* rays, unsigned int count, const Split& split, Far&& far,
                    Leaf&& leaf) {
+    constexpr float largest = std::numeric_limits<float>::max();
+    const auto is_behind = [&](float entry) {
+        for (unsigned int i = 0; i < count; ++i)
+            if (far(i) > entry) return false;
+        return true;
+    };
     const auto enter = [&](const PatchBox& box, float& nearest) {
         bool any = false;
-        nearest = std::numeric_limits<float>::max();
+        nearest = largest;
         for (unsigned int i = 0; i < count; ++i) {
             float entry = rays[i].entry_bound;
             if (slab_test(rays[i], box, far(i), entry)) {
@@ -91,55 +108,7 @@ void traverse_rays(NodePool& pool, const RayState* rays, unsigned int count, con
         }
         return any;
     };
-    const auto is_behind_all = [&](float entry) {
-        for (unsigned int i = 0; i < count; ++i)
-            if (far(i) > entry) return false;
-        return true;
-    };
-    unsigned int index = 0;
-    unsigned int splits_left = max_splits;
-    float entry = -std::numeric_limits<float>::max();
-    do {
-        for (;;) {
-            PatchNode& node = pool[index];
-            if (PruneByFar && is_behind_all(entry)) {
-                pool.release(index);
-                break;
-            }
-            if (splits_left == 0 || !split(pool, node)) {
-                const bool stop = leaf(node);
-                pool.release(index);
-                if (stop) return;
-                break;
-            }
-            --splits_left;
-            unsigned int first = node.children[0];
-            unsigned int second = node.children[1];
-            pool.release(index);
-            float first_entry, second_entry;
-            const bool hits_first = enter(get_box(pool[first]), first_entry);
-            const bool hits_second = enter(get_box(pool[second]), second_entry);
-            if (hits_first && hits_second) {
-                if (!(second_entry > first_entry)) {
-                    std::swap(first, second);
-                    std::swap(first_entry, second_entry);
-                }
-                pool.push(second, second_entry);
-            } else if (hits_first) {
-                pool.release(second);
-            } else {
-                pool.release(first);
-                if (!hits_second) {
-                    pool.release(second);
-                    break;
-                }
-                first = second;
-                first_entry = second_entry;
-            }
-            index = first;
-            entry = first_entry;
-        }
-    } while (pool.pop(index, entry));
+    traverse_nodes<PruneByFar>(pool, -largest, split, is_behind, enter, leaf);
 }
 
 }  // namespace sds
