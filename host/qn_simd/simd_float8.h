@@ -1,6 +1,6 @@
 // Eight single-precision lanes: two groups of four. Shuffles stay inside their group, so that the two groups run the
-// same computation on two coordinates. AVX2 where the translation unit is compiled for it, else two SSE2 vectors, else
-// plain arrays with the same bits.
+// same computation on two coordinates. AVX2 where the translation unit is compiled for it (with twice the registers
+// where it is compiled for AVX-512VL), else two SSE2 vectors, else plain arrays with the same bits.
 //
 // Everything is forced inline and lives in a namespace named after the instruction set: code of one never reaches
 // callers of another.
@@ -8,6 +8,9 @@
 
 #if defined(QN_SIMD_SCALAR) || !defined(__SSE2__)
 #define QN_SIMD_NAMESPACE simd_scalar
+#elif defined(__AVX512VL__)
+#define QN_SIMD_NAMESPACE simd_avx512
+#include <immintrin.h>
 #elif defined(__AVX2__)
 #define QN_SIMD_NAMESPACE simd_avx2
 #include <immintrin.h>

@@ -8,7 +8,7 @@ namespace sds {
 namespace {
 
 const KernelTables<RayKernels>& tables() {
-    static const KernelTables<RayKernels> instance(baseline_ray_kernels, avx2_ray_kernels);
+    static const KernelTables<RayKernels> instance(baseline_ray_kernels, avx2_ray_kernels, avx512_ray_kernels);
     return instance;
 }
 

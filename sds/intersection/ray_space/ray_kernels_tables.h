@@ -8,5 +8,6 @@ namespace sds {
 extern const RayKernels baseline_ray_kernels;
 // Null when the build has none.
 extern const RayKernels* const avx2_ray_kernels;
+extern const RayKernels* const avx512_ray_kernels;
 
 }  // namespace sds

@@ -7,7 +7,7 @@ namespace sds {
 namespace {
 
 const KernelTables<PairKernels>& tables() {
-    static const KernelTables<PairKernels> instance(baseline_pair_kernels, avx2_pair_kernels);
+    static const KernelTables<PairKernels> instance(baseline_pair_kernels, avx2_pair_kernels, avx512_pair_kernels);
     return instance;
 }
 

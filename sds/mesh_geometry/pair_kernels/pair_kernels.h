@@ -52,5 +52,6 @@ const PairKernels* const* get_all_pair_kernels();
 extern const PairKernels baseline_pair_kernels;
 // Null when the build has none.
 extern const PairKernels* const avx2_pair_kernels;
+extern const PairKernels* const avx512_pair_kernels;
 
 }  // namespace sds

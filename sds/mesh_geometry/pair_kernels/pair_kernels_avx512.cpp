@@ -1,0 +1,36 @@
+#include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
+
+#if defined(__AVX512VL__) && !defined(QN_SIMD_SCALAR)
+
+#include "qn_simd/simd_double4.h"
+#include "qn_simd/simd_float8.h"
+#include "sds/mesh_geometry/third_weights.h"
+
+namespace sds {
+
+namespace {
+
+using QN_SIMD_NAMESPACE::SimdDouble4;
+using QN_SIMD_NAMESPACE::SimdFloat8;
+
+#include "sds/mesh_geometry/pair_kernels/pair_controls.inl"
+
+#include "sds/mesh_geometry/pair_kernels/limit_points_body.inl"
+#include "sds/mesh_geometry/pair_kernels/patch_sums_body.inl"
+
+}  // namespace
+
+static constexpr PairKernels avx512_kernels = {"AVX-512VL", &compute_limit_points, &add_patches};
+extern const PairKernels* const avx512_pair_kernels = &avx512_kernels;
+
+}  // namespace sds
+
+#else
+
+namespace sds {
+
+extern const PairKernels* const avx512_pair_kernels = nullptr;
+
+}  // namespace sds
+
+#endif
