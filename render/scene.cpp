@@ -41,7 +41,7 @@ unsigned int Scene::add(const GeometryObject& object) {
     auto entry = std::make_unique<SceneObject>();
     entry->object = &object;
     entry->index = get_object_count();
-    entry->is_animated = entry->ray_data.has_motion_blur = object.is_animated();
+    entry->ray_data.has_motion_blur = object.is_animated();
     m_impl->objects.push_back(std::move(entry));
     return get_object_count() - 1;
 }
@@ -76,7 +76,7 @@ void Scene::Impl::compute_bounds() {
     for (unsigned int i = 0; i < sampling.get_sample_count(); ++i) times.push_back(sampling.get_sample_time(i));
 
     for (const auto& entry : objects) {
-        const bool moves = entry->is_animated && is_moving();
+        const bool moves = entry->is_animated() && is_moving();
         entry->bounds = moves ? compute_moving_bounds(shader, *entry->object, times)
                               : compute_still_bounds(shader, *entry->object, shutter.open);
         Bbox3 box = Bbox3::empty();

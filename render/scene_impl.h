@@ -23,9 +23,10 @@ using DeviceHandle = std::unique_ptr<std::remove_pointer_t<RTCDevice>, DeviceRel
 using HierarchyHandle = std::unique_ptr<std::remove_pointer_t<RTCScene>, HierarchyRelease>;
 
 struct SceneObject {
+    bool is_animated() const { return ray_data.has_motion_blur; }
+
     const GeometryObject* object = nullptr;
     unsigned int index = 0;
-    bool is_animated = false;
     GeometryRaytraceData ray_data;
     // One point per object, so that its kernels narrow a ray the same way for all primitives.
     Vec3 reference{0, 0, 0};

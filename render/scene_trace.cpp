@@ -115,7 +115,7 @@ void offer(const SceneObject& object, unsigned int primitive, TraceContext& trac
     for (unsigned int begin = 0; begin < lanes.count;) {
         unsigned int end = begin + 1;
         const auto may_join = [&](unsigned int i) {
-            return !object.is_animated || trace.rays[lanes.ray[i]].time == trace.rays[lanes.ray[begin]].time;
+            return !object.is_animated() || trace.rays[lanes.ray[i]].time == trace.rays[lanes.ray[begin]].time;
         };
         while (end < lanes.count && may_join(end)) ++end;
         if (end - begin == 1)

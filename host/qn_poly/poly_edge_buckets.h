@@ -22,42 +22,17 @@ class PolyEdgeBuckets {
 public:
     // Sorts the edges of all polygons but those with an index 0xFFFFFFFF and edges from a vertex to itself.
     PolyEdgeBuckets(const unsigned int* indices, const CoreBasicArray<unsigned int>& polygon_counts,
-                    unsigned int vertex_count) {
-        PolySlice whole{0, polygon_counts.get_count(), 0, 0};
-        sort(
-            indices, polygon_counts, vertex_count, CoreBasicArray<PolySlice>(1, &whole), [](const PolySlice&) {},
-            [] {});
-    }
+                    unsigned int vertex_count)
+        : PolyEdgeBuckets(
+              indices, polygon_counts, vertex_count, CoreArray<PolySlice>(1, {0, polygon_counts.get_count(), 0, 0}),
+              [](const PolySlice&) {}, [] {}) {}
     // The same by slices that make up the mesh in order, which may all be at work at once; each counts in an array of
     // its own, of one number per vertex. meet(slice) is called before a slice is counted, after_counting() in the
     // middle of the work.
     template <class Meet, class AfterCounting>
     PolyEdgeBuckets(const unsigned int* indices, const CoreBasicArray<unsigned int>& polygon_counts,
-                    unsigned int vertex_count, const CoreBasicArray<PolySlice>& slices, Meet&& meet,
-                    AfterCounting&& after_counting) {
-        sort(indices, polygon_counts, vertex_count, slices, meet, after_counting);
-    }
-
-    // Calls visit(lower vertex, first half, end) for every vertex; halves come in the order of their face-corners.
-    template <class Visit>
-    void for_each_bucket(Visit&& visit) const {
-        for_each_bucket(0, m_ends.get_count(), visit);
-    }
-    // The same for the vertices first_vertex to end_vertex.
-    template <class Visit>
-    void for_each_bucket(unsigned int first_vertex, unsigned int end_vertex, Visit&& visit) const {
-        unsigned int begin = first_vertex == 0 ? 0 : m_ends[first_vertex - 1];
-        for (unsigned int low = first_vertex; low < end_vertex; ++low) {
-            visit(low, m_halves.get_data() + begin, m_halves.get_data() + m_ends[low]);
-            begin = m_ends[low];
-        }
-    }
-
-private:
-    template <class Meet, class AfterCounting>
-    void sort(const unsigned int* indices, const CoreBasicArray<unsigned int>& polygon_counts,
-              unsigned int vertex_count, const CoreBasicArray<PolySlice>& slices, const Meet& meet,
-              const AfterCounting& after_counting) {
+                    unsigned int vertex_count, const CoreBasicArray<PolySlice>& slices, const Meet& meet,
+                    const AfterCounting& after_counting) {
         const unsigned int slice_count = slices.get_count();
         // Of every slice: how many halves each bucket gets from it, then where the next of them goes.
         CoreArray<CoreArray<unsigned int>> places(slice_count);
@@ -81,6 +56,22 @@ private:
         if (slice_count != 0) m_ends.swap(places[slice_count - 1]);
     }
 
+    // Calls visit(lower vertex, first half, end) for every vertex; halves come in the order of their face-corners.
+    template <class Visit>
+    void for_each_bucket(Visit&& visit) const {
+        for_each_bucket(0, m_ends.get_count(), visit);
+    }
+    // The same for the vertices first_vertex to end_vertex.
+    template <class Visit>
+    void for_each_bucket(unsigned int first_vertex, unsigned int end_vertex, Visit&& visit) const {
+        unsigned int begin = first_vertex == 0 ? 0 : m_ends[first_vertex - 1];
+        for (unsigned int low = first_vertex; low < end_vertex; ++low) {
+            visit(low, m_halves.get_data() + begin, m_halves.get_data() + m_ends[low]);
+            begin = m_ends[low];
+        }
+    }
+
+private:
     template <class Body>
     static void for_each(unsigned int count, Body&& body) {
         if (count == 1)
