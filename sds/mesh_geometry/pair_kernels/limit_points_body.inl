@@ -1,4 +1,4 @@
-// Points of the limit surface, two at a time. Included once per instruction set, after pair_controls.inl.
+// Points of the limit surface, two at a time. Included by pair_kernels_body.inl only.
 
 // Below these shares of the patch's size, and of the product of the derivatives, there is only single-precision
 // rounding; squared.

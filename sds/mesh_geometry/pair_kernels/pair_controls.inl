@@ -1,5 +1,4 @@
-// The control points of two patches. Included once per instruction set: no templates or inline functions of other
-// headers are used here, so that the linker cannot hand one set's copy to another's caller.
+// The control points of two patches. Included by pair_kernels_body.inl only.
 
 // By row and column of the control grid.
 using ControlPair = SimdFloat8[4][4];

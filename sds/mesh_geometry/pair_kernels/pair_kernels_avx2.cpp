@@ -8,17 +8,7 @@
 
 namespace sds {
 
-namespace {
-
-using QN_SIMD_NAMESPACE::SimdDouble4;
-using QN_SIMD_NAMESPACE::SimdFloat8;
-
-#include "sds/mesh_geometry/pair_kernels/pair_controls.inl"
-
-#include "sds/mesh_geometry/pair_kernels/limit_points_body.inl"
-#include "sds/mesh_geometry/pair_kernels/patch_sums_body.inl"
-
-}  // namespace
+#include "sds/mesh_geometry/pair_kernels/pair_kernels_body.inl"
 
 static constexpr PairKernels avx2_kernels = {"AVX2", &compute_limit_points, &add_patches};
 extern const PairKernels* const avx2_pair_kernels = &avx2_kernels;

@@ -5,17 +5,7 @@
 
 namespace sds {
 
-namespace {
-
-using QN_SIMD_NAMESPACE::SimdDouble4;
-using QN_SIMD_NAMESPACE::SimdFloat8;
-
-#include "sds/mesh_geometry/pair_kernels/pair_controls.inl"
-
-#include "sds/mesh_geometry/pair_kernels/limit_points_body.inl"
-#include "sds/mesh_geometry/pair_kernels/patch_sums_body.inl"
-
-}  // namespace
+#include "sds/mesh_geometry/pair_kernels/pair_kernels_body.inl"
 
 extern const PairKernels baseline_pair_kernels = {"baseline", &compute_limit_points, &add_patches};
 

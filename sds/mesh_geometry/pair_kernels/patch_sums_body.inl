@@ -1,4 +1,4 @@
-// Boxes and areas of patches, two at a time. Included once per instruction set, after pair_controls.inl.
+// Boxes and areas of patches, two at a time. Included by pair_kernels_body.inl only.
 
 inline SimdFloat8 blend_third(unsigned int i, SimdFloat8 a, SimdFloat8 b, SimdFloat8 c, SimdFloat8 d) {
     const float* w = third_weights[i];
