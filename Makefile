@@ -15,28 +15,36 @@ build_preset = cmake --build --preset $(1) -j $(JOBS)
 .PHONY: all build render test install package abi accuracy rays bench docs gallery format check check-format \
         check-layering check-length \
         tidy asan tsan scalar fuzz dependencies clean
+.PHONY: dependencies-program dependencies-tests dependencies-checks dependencies-docs dependencies-all
 .DELETE_ON_ERROR:
 
 all: build
 
-dependencies:
-	@scripts/install_dependencies.sh
+dependencies: dependencies-all
+$(addprefix dependencies-,program tests checks docs all): dependencies-%:
+	@scripts/install_dependencies.sh $*
 
-# A configured tree re-configures itself when CMake files or folders change; presets are all it cannot see.
-build/CMakeCache.txt: CMakePresets.json | dependencies
-	cmake --preset release
+# A configured tree re-configures itself when CMake files or folders change; presets are all it cannot see. The program
+# alone needs a third of the packages, so a tree that was made for it gets the other parts when they are asked for.
+parts = -DQN_BUILD_TESTS=$(1) -DQN_BUILD_BENCH=$(1) -DQN_BUILD_EXAMPLES=$(1) -DQN_BUILD_PYTHON=$(1)
+build/CMakeCache.txt: CMakePresets.json | dependencies-program
+	cmake --preset release $(if $(wildcard build/all_parts),,$(call parts,OFF))
 	@touch $@
+
+build/all_parts: CMakePresets.json | dependencies-tests
+	cmake --preset release $(call parts,ON)
+	@touch build/CMakeCache.txt $@
 
 build/%/CMakeCache.txt: CMakePresets.json | dependencies
 	cmake --preset $*
 	@touch $@
 
-build: build/CMakeCache.txt
+build: build/all_parts
 	$(call build_preset,release)
 
 render: build/CMakeCache.txt
 	$(call build_preset,release) --target sds
-	build/bin/sds render $(MESH) -o $(OUT) $(ARGS)
+	build/bin/sds render "$(MESH)" -o "$(OUT)" $(ARGS)
 
 test: check-layering build
 	ctest --preset release
@@ -50,17 +58,17 @@ package: build
 	cpack --config build/CPackConfig.cmake -B build
 
 # Layouts and signatures against another commit, the last tag by default; takes two builds.
-abi: dependencies
+abi: dependencies-tests
 	scripts/check_abi --against $(BASE)
 
 # The page is replaced only by a complete run.
-accuracy: build/CMakeCache.txt
+accuracy: build/all_parts
 	$(call build_preset,release) --target accuracy
 	build/bin/accuracy $(ARGS) > build/accuracy.md
 	@mkdir -p docs && cp build/accuracy.md docs/accuracy.md && cat docs/accuracy.md
 
 # Agreement with double precision, and holes: some twenty million rays.
-rays: build/CMakeCache.txt
+rays: build/all_parts
 	$(call build_preset,release) --target rays
 	build/bin/rays --rays 100000 --checks cells,limit --kernels fast > build/agreement.md
 	build/bin/rays --rays 70000 --checks holes,far --kernels fast,scene > build/holes.md
@@ -68,13 +76,13 @@ rays: build/CMakeCache.txt
 	@for part in agreement holes; do echo; sed -n '/^## /,$$p' build/$$part.md; done >> docs/rays.md
 
 # ARGS="--full" for all levels and sizes.
-bench: build/CMakeCache.txt
+bench: build/all_parts
 	$(call build_preset,bench)
 	@mkdir -p docs
 	build/bin/bench_all --markdown docs/performance.md --json build/bench.json $(ARGS)
 
 # Pages in build/docs/html; a warning or a broken link fails. The help texts and the Python reference need both programs.
-docs: build/CMakeCache.txt
+docs: build/all_parts | dependencies-docs
 	$(call build_preset,release) --target sds qn_python
 	@mkdir -p build/docs
 	doxygen docs/Doxyfile
@@ -87,18 +95,18 @@ gallery: build/CMakeCache.txt
 	$(call build_preset,release) --target sds
 	scripts/make_gallery $(ARGS)
 
-format: dependencies
+format: dependencies-checks
 	$(if $(sources),clang-format -i $(sources))
 
 check: check-format check-layering check-length
 
-check-format: dependencies
+check-format: dependencies-checks
 	$(if $(sources),clang-format --dry-run -Werror $(sources))
 
-check-layering: dependencies
+check-layering: dependencies-program
 	scripts/check_layering
 
-check-length: dependencies
+check-length: dependencies-program
 	scripts/check_length
 
 # DIRS="sds" for some of them.

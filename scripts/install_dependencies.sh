@@ -1,22 +1,41 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building, testing and measuring need. Says what it installs; with nothing to do it
-# is silent and quick.
+# Installs the Debian packages that the named groups need, each group with those it stands on. Says what it installs;
+# with nothing to do it is silent and quick.
+#
+#   install_dependencies.sh [program] [tests] [checks] [docs]      no name: all of them
 set -euo pipefail
 
-packages=(
-    build-essential cmake ninja-build pkg-config python3            # build
-    libembree-dev libtbb-dev libcli11-dev                           # host, renderer, program
-    nlohmann-json3-dev libopenexr-dev libpng-dev
-    libgtest-dev libgmock-dev libosd-dev libbenchmark-dev           # tests and benchmarks
-    clang-format clang-tidy                                         # checks
-    clang libclang-rt-14-dev                                        # fuzzers
-    abigail-tools groff-base                                        # checks of what is installed
-    valgrind                                                        # scripts/check_valgrind
-    python3-dev python3-numpy pybind11-dev python3-pytest           # Python package
-    python3-setuptools python3-wheel python3-pip
-    doxygen python3-sphinx python3-breathe python3-myst-parser furo   # documentation
-    python3-matplotlib
+program=(
+    build-essential cmake ninja-build pkg-config python3
+    libembree-dev libtbb-dev libcli11-dev nlohmann-json3-dev libopenexr-dev libpng-dev
 )
+tests=(
+    libgtest-dev libgmock-dev libosd-dev libbenchmark-dev           # oracles and opponents with them
+    python3-dev python3-numpy python3-matplotlib pybind11-dev python3-pytest
+    python3-setuptools python3-wheel python3-pip python3-venv       # installing the Python package
+    file abigail-tools groff-base                                   # packing, and checks of what is installed
+)
+checks=(
+    clang-format clang-tidy
+    clang libclang-rt-14-dev                                        # fuzzers
+    valgrind                                                        # scripts/check_valgrind
+)
+docs=(doxygen python3-sphinx python3-breathe python3-myst-parser furo)
+
+packages=()
+for group in "${@:-all}"; do
+    case $group in
+        program) packages+=("${program[@]}") ;;
+        tests) packages+=("${program[@]}" "${tests[@]}") ;;
+        checks) packages+=("${program[@]}" "${checks[@]}") ;;
+        docs) packages+=("${program[@]}" "${tests[@]}" "${docs[@]}") ;;
+        all) packages+=("${program[@]}" "${tests[@]}" "${checks[@]}" "${docs[@]}") ;;
+        *)
+            echo "install_dependencies: no group '$group'; there are program, tests, checks, docs" >&2
+            exit 2
+            ;;
+    esac
+done
 
 if ! command -v dpkg-query >/dev/null; then
     echo "install_dependencies: not a Debian system; what it would install: ${packages[*]}" >&2
