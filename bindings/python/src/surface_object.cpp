@@ -9,6 +9,7 @@
 #include "cli/read_obj.h"
 #include "cli/sample_grid.h"
 #include "cli/surface_statistics.h"
+#include "cli/uv_join.h"
 #include "qn_ctx/ctx_eval.h"
 #include "render/batch.h"
 
@@ -115,6 +116,7 @@ SurfaceObject::SurfaceObject(const Array<float>& points, const Array<std::uint32
     const sds_cli::CageView cage{
         mesh.points, mesh.face_counts, mesh.face_indices, corner_creases, mesh.groups, mesh.group_names, {},
         {},          mesh.colors};
+    for (sds_cli::UvSource& uvs : mesh.uvs) join_uvs(cage, uvs);
     state_ = std::make_shared<const SurfaceState>(
         std::make_unique<sds_cli::Surface>(cage, mesh.uvs, mesh.motion, make_modes(interpolation, uv_interpolation),
                                            nullptr),
@@ -125,9 +127,10 @@ std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, 
                                                        unsigned int interpolation, unsigned int uv_interpolation) {
     const py::gil_scoped_release release;
     using sds_cli::FractionalSharpness;
-    const sds_cli::ReadObjResult read = sds_cli::read_obj(
+    sds_cli::ReadObjResult read = sds_cli::read_obj(
         path, {.fractional = harden_fractional ? FractionalSharpness::harden : FractionalSharpness::drop});
     throw_errors(read.findings);
+    join_uvs(*read.cage);
     std::unique_ptr<SurfaceObject> object(new SurfaceObject);
     object->facts_ = {read.cage->vertex_count(), read.cage->polygon_count(), read.findings};
     object->state_ = std::make_shared<const SurfaceState>(
