@@ -1,5 +1,8 @@
 #include "qn_poly/poly_uv_join.h"
 
+#include <algorithm>
+#include <tuple>
+
 #include "qn_poly/poly_neighbourhood.h"
 
 namespace {
@@ -102,6 +105,41 @@ private:
     CoreArray<unsigned char> m_is_unindexed;  // per polygon: no point of it has a second use
 };
 
+// A face-corner at a vertex whose polygons form several fans.
+struct FanCorner {
+    unsigned int vertex, point, corner;
+};
+
+// The mapped face-corners at vertices of several fans, by vertex, given point and number.
+CoreArray<FanCorner> find_fan_corners(const VertexSteps& steps, unsigned int vertex_count,
+                                      const CoreBasicArray<unsigned int>& counts,
+                                      const CoreBasicArray<unsigned int>& indices,
+                                      const CoreBasicArray<unsigned int>& uv_indices) {
+    CoreArray<unsigned char> fans(vertex_count, 0), is_visited(indices.get_count(), 0);
+    const auto visit_side = [&](VertexSteps::Corner at) {
+        VertexSteps::Crossing edge;
+        for (; steps.cross(at, edge) && is_visited[edge.to.corner] == 0; at = edge.to) is_visited[edge.to.corner] = 1;
+    };
+    for (unsigned int p = 0; p < counts.get_count(); ++p) {
+        const unsigned int first = steps.first_corner(p);
+        for (unsigned int c = first; c < first + counts[p]; ++c) {
+            if (is_visited[c] != 0 || indices[c] == none) continue;
+            is_visited[c] = 1;
+            if (fans[indices[c]] < 2) ++fans[indices[c]];
+            visit_side({c, p, true});
+            visit_side({c, p, false});
+        }
+    }
+    CoreArray<FanCorner> corners;
+    for (unsigned int c = 0; c < indices.get_count(); ++c)
+        if (indices[c] != none && uv_indices[c] != none && fans[indices[c]] > 1)
+            corners.add({indices[c], uv_indices[c], c});
+    std::sort(corners.begin(), corners.end(), [](const FanCorner& a, const FanCorner& b) {
+        return std::tie(a.vertex, a.point, a.corner) < std::tie(b.vertex, b.point, b.corner);
+    });
+    return corners;
+}
+
 // Takes out the points that lost every use, and numbers the others anew.
 void drop_welded_points(const CoreBasicArray<unsigned int>& given_indices, const CoreBasicArray<unsigned char>& is_kept,
                         PolyUvJoin& join) {
@@ -135,6 +173,27 @@ PolyUvJoin poly_join_uvs(unsigned int vertex_count, const CoreBasicArray<unsigne
     for (unsigned int i = 0; i < uv_points.get_count(); ++i) join.sources[i] = i;
 
     CoreArray<unsigned char> is_kept(uv_points.get_count(), 0);  // some place has the point
+    // The point of a further place that has `given`.
+    const auto take_point = [&](unsigned int given) {
+        const unsigned int point = is_kept[given] == 0 ? given : join.sources.get_count();
+        is_kept[given] = 1;
+        if (point != given) join.sources.add(given);
+        return point;
+    };
+    const CoreArray<FanCorner> fan_corners =
+        find_fan_corners(steps, vertex_count, polygon_counts, polygon_indices, uv_indices);
+    const FanCorner* const end = fan_corners.end();
+    for (const FanCorner* run = fan_corners.begin(); run != end;) {
+        const FanCorner* const run_end = std::find_if(run, end, [run](const FanCorner& other) {
+            return other.vertex != run->vertex || other.point != run->point;
+        });
+        // A lone corner may still be joined by value.
+        if (run_end - run > 1) {
+            const unsigned int point = take_point(run->point);
+            for (const FanCorner* corner = run; corner != run_end; ++corner) join.indices[corner->corner] = point;
+        }
+        run = run_end;
+    }
     // The corners joined to a first one, on one side of it.
     const auto give_to_side = [&](VertexSteps::Corner at, unsigned int point) {
         VertexSteps::Crossing edge;
@@ -146,9 +205,7 @@ PolyUvJoin poly_join_uvs(unsigned int vertex_count, const CoreBasicArray<unsigne
         for (unsigned int c = first; c < first + polygon_counts[p]; ++c) {
             const unsigned int given = uv_indices[c];
             if (given == none || join.indices[c] != none) continue;
-            const unsigned int point = is_kept[given] == 0 ? given : join.sources.get_count();
-            is_kept[given] = 1;
-            if (point != given) join.sources.add(given);
+            const unsigned int point = take_point(given);
             join.indices[c] = point;
             give_to_side({c, p, true}, point);
             give_to_side({c, p, false}, point);

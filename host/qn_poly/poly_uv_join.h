@@ -20,10 +20,13 @@ struct PolyUvJoin {
 //
 // Two face-corners of a mesh vertex are joined when an edge of exactly two polygons lies between them, in either
 // direction, and both have the same UV point; a chain of such pairs around the vertex is joined too. So
-//   - a point that is used at several vertices, or by several fans or sectors of one, is split: the first place, in the
-//     order of the face-corners, keeps it, each further place gets a copy;
-//   - a seam that ends at a vertex, or only touches itself there, keeps its point: one end of an edge is enough;
-//   - an edge of three polygons and more joins nobody, as on the mesh.
+//   - a point that is used at several vertices, or by several sectors of a fan, is split: one place keeps it, each
+//     further place gets a copy;
+//   - where the polygons of a vertex form several fans, at bow-ties and edges of three polygons and more, they share
+//   one
+//     place on the mesh, and so does a point that they share; no chart is sewn to another by that;
+//   - a seam that ends at a vertex, or only touches itself there, keeps its point: one end of an edge is enough.
+//
 // Polygons that share no UV point with any other, nor use one twice, count as written without indices: where two of
 // them have equal points (u, v and w, exactly) at both ends of their edge, the edge is no seam and all but the first of
 // the points go. Points that more corners use are never welded, so seams between equal values stay seams.
@@ -32,8 +35,8 @@ struct PolyUvJoin {
 // that say what is joined comes back as it was. Polygons with a vertex index 0xFFFFFFFF are joined to nobody.
 //
 // Trusts its input: counts add up to the number of indices, vertex indices are below vertex_count, UV indices below the
-// number of points or 0xFFFFFFFF, one per face-corner. Linear in face-corners, vertices and points for any input. May
-// be called by any number of threads at once.
+// number of points or 0xFFFFFFFF, one per face-corner. Linear in face-corners, vertices and points for any input,
+// but for a sort of the corners at vertices of several fans. May be called by any number of threads at once.
 QN_EXPORT PolyUvJoin poly_join_uvs(unsigned int vertex_count, const CoreBasicArray<unsigned int>& polygon_counts,
                                    const CoreBasicArray<unsigned int>& polygon_indices,
                                    const CoreBasicArray<GMathVec3<float>>& uv_points,
