@@ -72,16 +72,13 @@ private:
 // Which face-corners on both sides of an edge have the same UV point: by index, or the whole edge by value.
 class UvAgreement {
 public:
-    UvAgreement(const CoreBasicArray<unsigned int>& counts, const CoreBasicArray<GMathVec3<float>>& points,
-                const CoreBasicArray<unsigned int>& indices)
-        : m_points(points), m_indices(indices), m_is_unindexed(counts.get_count()) {
-        CoreArray<unsigned char> uses(points.get_count(), 0);  // 2 for more than one
-        for (const unsigned int point : indices)
-            if (point != none && uses[point] < 2) ++uses[point];
-        for (unsigned int p = 0, c = 0; p < counts.get_count(); ++p) {
-            m_is_unindexed[p] = 1;
-            for (const unsigned int end = c + counts[p]; c < end; ++c)
-                if (indices[c] != none && uses[indices[c]] > 1) m_is_unindexed[p] = 0;
+    UvAgreement(const CoreBasicArray<GMathVec3<float>>& points, const CoreBasicArray<unsigned int>& indices)
+        : m_points(points), m_indices(indices) {
+        CoreArray<unsigned char> is_used(points.get_count(), 0);
+        for (const unsigned int point : indices) {
+            if (point == none) continue;
+            if (is_used[point] != 0) m_is_unindexed = false;
+            is_used[point] = 1;
         }
     }
 
@@ -89,8 +86,7 @@ public:
         const unsigned int i = m_indices[edge.from.corner], j = m_indices[edge.to.corner];
         if (i == none || j == none) return false;
         if (i == j) return true;
-        return m_is_unindexed[edge.from.polygon] != 0 && m_is_unindexed[edge.to.polygon] != 0 && are_equal(i, j) &&
-               are_equal(m_indices[edge.far_from], m_indices[edge.far_to]);
+        return m_is_unindexed && are_equal(i, j) && are_equal(m_indices[edge.far_from], m_indices[edge.far_to]);
     }
 
 private:
@@ -102,7 +98,7 @@ private:
 
     const CoreBasicArray<GMathVec3<float>>& m_points;
     const CoreBasicArray<unsigned int>& m_indices;
-    CoreArray<unsigned char> m_is_unindexed;  // per polygon: no point of it has a second use
+    bool m_is_unindexed = true;  // no point has a second use
 };
 
 // A face-corner at a vertex whose polygons form several fans.
@@ -166,7 +162,7 @@ PolyUvJoin poly_join_uvs(unsigned int vertex_count, const CoreBasicArray<unsigne
                          const CoreBasicArray<GMathVec3<float>>& uv_points,
                          const CoreBasicArray<unsigned int>& uv_indices) {
     const VertexSteps steps(vertex_count, polygon_counts, polygon_indices);
-    const UvAgreement agree(polygon_counts, uv_points, uv_indices);
+    const UvAgreement agree(uv_points, uv_indices);
     PolyUvJoin join;
     join.indices.assign(uv_indices.get_count(), none);
     join.sources.resize(uv_points.get_count());

@@ -27,9 +27,9 @@ struct PolyUvJoin {
 //     place on the mesh, and so does a point that they share; no chart is sewn to another by that;
 //   - a seam that ends at a vertex, or only touches itself there, keeps its point: one end of an edge is enough.
 //
-// Polygons that share no UV point with any other, nor use one twice, count as written without indices: where two of
-// them have equal points (u, v and w, exactly) at both ends of their edge, the edge is no seam and all but the first of
-// the points go. Points that more corners use are never welded, so seams between equal values stay seams.
+// A map in which no point has a second use counts as written without indices: where two polygons have equal points (u,
+// v and w, exactly) at both ends of their edge, the edge is no seam, and all but the first of the points go. In other
+// maps nothing is welded, so that seams between equal values stay seams.
 //
 // The given points keep their order and come first, copies follow; points that nothing used stay. A map with indices
 // that say what is joined comes back as it was. Polygons with a vertex index 0xFFFFFFFF are joined to nobody.

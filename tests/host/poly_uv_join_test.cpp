@@ -125,9 +125,8 @@ void expect_joined_classes(const ZooMesh& cage) {
     const CageAdjacency mesh(cage);
     std::map<unsigned int, unsigned int> uses;
     for (const unsigned int i : cage.uv_indices) ++uses[i];
-    std::vector<bool> is_unindexed(cage.counts.size(), true);
-    for (unsigned int c = 0; c < cage.indices.size(); ++c)
-        if (cage.uv_indices[c] != none && uses[cage.uv_indices[c]] > 1) is_unindexed[mesh.polygon[c]] = false;
+    uses.erase(none);
+    const bool is_unindexed = std::all_of(uses.begin(), uses.end(), [](const auto& use) { return use.second == 1; });
     Indices classes(cage.indices.size());
     std::iota(classes.begin(), classes.end(), 0u);
     const auto is_equal = [&](unsigned int a, unsigned int b) {
@@ -146,14 +145,12 @@ void expect_joined_classes(const ZooMesh& cage) {
         if (fans[mesh.start[c]] > 1)
             unite(first_at.try_emplace({mesh.start[c], cage.uv_indices[c]}, c).first->second, c, false);
     for (unsigned int c = 0; c < cage.indices.size(); ++c) {
-        if (mesh.start[c] == mesh.end[c])
-            unite(c, mesh.next[c], is_unindexed[mesh.polygon[c]] && is_equal(c, mesh.next[c]));
+        if (mesh.start[c] == mesh.end[c]) unite(c, mesh.next[c], is_unindexed && is_equal(c, mesh.next[c]));
         const unsigned int d = mesh.start[c] == mesh.end[c] ? none : mesh.opposite(c);
         if (d == none) continue;
         const bool is_turned = mesh.start[c] == mesh.start[d];
         const unsigned int at_start = is_turned ? d : mesh.next[d], at_end = is_turned ? mesh.next[d] : d;
-        const bool by_value = is_unindexed[mesh.polygon[c]] && is_unindexed[mesh.polygon[d]] && is_equal(c, at_start) &&
-                              is_equal(mesh.next[c], at_end);
+        const bool by_value = is_unindexed && is_equal(c, at_start) && is_equal(mesh.next[c], at_end);
         unite(c, at_start, by_value);
         unite(mesh.next[c], at_end, by_value);
     }
@@ -172,7 +169,6 @@ void expect_joined_classes(const ZooMesh& cage) {
         ASSERT_EQ(moved.length(), 0.0f);
     }
     ASSERT_EQ(found.sources.get_count() - found.split_points + found.welded_points, cage.uv_points.size());
-    uses.erase(none);
     ASSERT_EQ(found.sources.get_count() - class_of.size(), cage.uv_points.size() - uses.size()) << "points of no use";
 }
 
@@ -282,6 +278,24 @@ TEST(PolyUvJoin, PlacesAreTheFansOfTheMesh) {
                                 : random() % 3 == 0 ? static_cast<unsigned int>(random() % 5)
                                                     : by_vertex[v]);
         expect_joined_classes(with_uvs(*cage, std::vector<Vec3f>(5, Vec3f(1, 2, 3)), by_corner));
+    }
+}
+
+// Polygons that pass an edge or a vertex twice, many at an edge.
+TEST(PolyUvJoin, RandomPolygons) {
+    for (unsigned int seed = 0; seed < 200; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 random(seed);
+        const auto below = [&random](unsigned int n) { return static_cast<unsigned int>(random() % n); };
+        const unsigned int vertex_count = 4 + seed % 40;
+        std::vector<std::vector<unsigned int>> polygons(1 + seed % 32);
+        for (auto& polygon : polygons)
+            for (unsigned int k = 3 + below(3); k > 0; --k) polygon.push_back(below(vertex_count));
+        ZooMesh soup = with_vertex_uvs(make_mesh(std::vector<Vec3f>(vertex_count), polygons));
+        expect_joined_classes(soup);
+        expect_joined_classes(without_indices(soup));
+        for (unsigned int& i : soup.uv_indices) i = below(8) == 0 ? none : i % 4;
+        expect_joined_classes(soup);
     }
 }
 

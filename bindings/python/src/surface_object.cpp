@@ -116,7 +116,7 @@ SurfaceObject::SurfaceObject(const Array<float>& points, const Array<std::uint32
     const sds_cli::CageView cage{
         mesh.points, mesh.face_counts, mesh.face_indices, corner_creases, mesh.groups, mesh.group_names, {},
         {},          mesh.colors};
-    for (sds_cli::UvSource& uvs : mesh.uvs) join_uvs(cage, uvs);
+    for (sds_cli::UvSource& map : mesh.uvs) join_uvs(cage, map);
     state_ = std::make_shared<const SurfaceState>(
         std::make_unique<sds_cli::Surface>(cage, mesh.uvs, mesh.motion, make_modes(interpolation, uv_interpolation),
                                            nullptr),
