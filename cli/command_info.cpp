@@ -6,6 +6,7 @@
 #include "cli/load_cage.h"
 #include "cli/mesh_properties.h"
 #include "cli/surface_statistics.h"
+#include "cli/uv_join.h"
 #include "qn_ctx/ctx_eval.h"
 
 #include <CLI/CLI.hpp>
@@ -90,6 +91,7 @@ Info gather(const LoadedSurface& loaded) {
     info.box = loaded.motion.has_motion() ? motion_box(mesh, sample_times(loaded.motion)) : mesh.get_bbox();
     info.area = mesh.estimate_area(CtxEval(shader), {});
     info.uv_maps = uv_map_statistics(surface);
+    for (std::size_t m = 0; m < info.uv_maps.size(); ++m) info.uv_maps[m].join = loaded.uv_joins[m];
     for (unsigned int m = 0; m < mesh.get_color_map_count(); ++m)
         info.color_maps.push_back(mesh.get_color_map_name(m).to_std());
     info.properties = describe_properties(loaded, mesh);
@@ -106,6 +108,16 @@ Json to_json(const std::vector<Stage>& stages) {
     for (const Stage& stage : stages)
         list.push_back({{"stage", stage.label}, {"depth", stage.depth}, {"seconds", stage.seconds}});
     return list;
+}
+
+Json to_json(const MapStatistics& map) {
+    Json json{{"name", map.name},
+              {"points", map.points},
+              {"seam_edges", map.seam_edges},
+              {"unmapped_quads", map.unmapped_quads}};
+    if (map.join.split_points != 0) json["split_points"] = map.join.split_points;
+    if (map.join.welded_points != 0) json["welded_points"] = map.join.welded_points;
+    return json;
 }
 
 Json to_json(const Motion& motion) {
@@ -136,11 +148,7 @@ std::string to_json_text(const InfoOptions& options, const LoadedSurface& loaded
     json["motion"] = to_json(loaded.motion);
     json["shading_groups"] = loaded.cage().group_names;
     json["uv_maps"] = Json::array();
-    for (const MapStatistics& map : info.uv_maps)
-        json["uv_maps"].push_back({{"name", map.name},
-                                   {"points", map.points},
-                                   {"seam_edges", map.seam_edges},
-                                   {"unmapped_quads", map.unmapped_quads}});
+    for (const MapStatistics& map : info.uv_maps) json["uv_maps"].push_back(to_json(map));
     json["color_maps"] = info.color_maps;
     json["properties"] = Json::array();
     for (const PropertyFacts& property : info.properties)
@@ -215,12 +223,19 @@ void report_shape(const LoadedSurface& loaded, const Info& info, Report& report)
     report.line("shading groups", "%zu", loaded.cage().group_names.size());
 }
 
+std::string join_text(const UvJoinCounts& join) {
+    std::string text;
+    if (join.split_points != 0) text += ", " + std::to_string(join.split_points) + " points split off";
+    if (join.welded_points != 0) text += ", " + std::to_string(join.welded_points) + " points welded";
+    return text;
+}
+
 std::string to_plain_text(const LoadedSurface& loaded, const Info& info) {
     Report report;
     report_shape(loaded, info, report);
     for (const MapStatistics& map : info.uv_maps)
-        report.line("uv map " + map.name, "%u points, %u seam edges, %u quads not mapped", map.points, map.seam_edges,
-                    map.unmapped_quads);
+        report.line("uv map " + map.name, "%u points, %u seam edges, %u quads not mapped%s", map.points, map.seam_edges,
+                    map.unmapped_quads, join_text(map.join).c_str());
     for (const std::string& name : info.color_maps) report.line("color map " + name, "per vertex");
     for (const PropertyFacts& property : info.properties)
         report.line("property " + property.name, "%s, %u %sitems of %s x %u, %s, %zu bytes", property.kind.c_str(),
@@ -244,7 +259,8 @@ Json to_json(const BuildEstimate& estimate, const std::vector<Stage>& stages) {
 }
 
 void print_estimate(const InfoOptions& options) {
-    const ReadObjResult mesh = load_cage(options.mesh, options, CageReport::everything);
+    ReadObjResult mesh = load_cage(options.mesh, options, CageReport::everything);
+    join_uvs(*mesh.cage);
     const std::vector<UvSource> uvs = load_uvs(options, *mesh.cage);
     const bool has_motion = !options.motion.next.empty();
     const BuildEstimate estimate = estimate_build(*mesh.cage, uvs, has_motion, options.modes);

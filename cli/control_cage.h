@@ -11,6 +11,17 @@ namespace sds_cli {
 /// Value of a `uv_indices` entry whose corner has no UV point.
 inline constexpr std::uint32_t unmapped_corner = 0xFFFFFFFFu;
 
+/// UV points that reading a map added and took away, so that its polygons share a point where they are joined.
+struct UvJoinCounts {
+    std::uint32_t split_points = 0, welded_points = 0;
+
+    UvJoinCounts& operator+=(const UvJoinCounts& other) {
+        split_points += other.split_points;
+        welded_points += other.welded_points;
+        return *this;
+    }
+};
+
 /// The arrays of a cage without their owner: see ControlCage for shapes and promises. The arrays must outlive the view.
 struct CageView {
     std::span<const float> positions;
@@ -42,6 +53,7 @@ struct ControlCage {
     std::vector<float> uv_points;  ///< u v w of every UV point (w = 0 where the file has none); empty without UVs
     std::vector<std::uint32_t> uv_indices;  ///< UV point of every face-corner or `unmapped_corner`; empty without UVs.
                                             ///< A polygon is mapped at all its corners or at none
+    UvJoinCounts uv_join;                   ///< what became of the file's UV points
     std::vector<std::uint8_t> vertex_colours;  ///< r g b a of every vertex; empty without colours
 
     std::size_t vertex_count() const { return positions.size() / 3; }

@@ -3,6 +3,7 @@
 #include "cli/build_estimate.h"
 #include "cli/common_options.h"
 #include "cli/input_error.h"
+#include "cli/uv_join.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -28,6 +29,7 @@ std::vector<UvSource> load_uvs(const CommonOptions& common, const ControlCage& c
         if (!read.cage->has_uvs()) throw InputError(path, "no polygon has UVs (vt records)");
         maps.push_back({std::filesystem::path(path).stem().string(), std::move(read.cage->uv_points),
                         std::move(read.cage->uv_indices)});
+        join_uvs(cage.view(), maps.back());
     }
     return maps;
 }
@@ -66,7 +68,10 @@ void check_same_topology(const ControlCage& cage, const std::string& cage_path, 
 LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& motion, AppProgressBar* progress) {
     LoadedSurface loaded;
     loaded.mesh = load_cage(common.mesh, common, CageReport::everything);
+    join_uvs(*loaded.mesh.cage);
     const std::vector<UvSource> uvs = load_uvs(common, loaded.cage());
+    if (loaded.cage().has_uvs()) loaded.uv_joins.push_back(loaded.cage().uv_join);
+    for (const UvSource& map : uvs) loaded.uv_joins.push_back(map.join);
     loaded.motion = load_motion(motion, common, loaded.cage());
     if (!common.property_file.empty()) loaded.properties = read_properties(common.property_file, loaded.cage());
     if (common.memory_limit != 0) {

@@ -23,7 +23,7 @@ ReadObjResult load_cage(const std::string& path, const CommonOptions& common, Ca
 void check_same_topology(const ControlCage& cage, const std::string& cage_path, const ReadObjResult& other,
                          const std::string& path);
 
-/// The further UV maps that the options name, on the polygons of `cage`. Throws InputError.
+/// The further UV maps that the options name, on the polygons of `cage`, joined as they are there. Throws InputError.
 std::vector<UvSource> load_uvs(const CommonOptions& common, const ControlCage& cage);
 
 /// A surface with what was read for it.
@@ -31,6 +31,7 @@ struct LoadedSurface {
     ReadObjResult mesh;
     Motion motion;
     std::vector<PropertySource> properties;
+    std::vector<UvJoinCounts> uv_joins;  ///< per UV map of the surface
     std::unique_ptr<Surface> surface;
 
     const ControlCage& cage() const { return *mesh.cage; }

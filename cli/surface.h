@@ -17,6 +17,7 @@ struct UvSource {
     std::string name;
     std::vector<float> points;           ///< u v w of every point
     std::vector<std::uint32_t> indices;  ///< point of every face-corner or `unmapped_corner`
+    UvJoinCounts join = {};              ///< what became of the points that were given
 };
 
 struct SurfaceModes {

@@ -103,7 +103,7 @@ std::vector<MapStatistics> uv_map_statistics(const Surface& surface) {
     std::vector<MapStatistics> list;
     for (unsigned int m = 0; m < maps.get_uv_map_count(); ++m) {
         const SdsMeshMaps::SdsUvMap& map = maps.get_uv_map(m);
-        MapStatistics statistics{map.name.to_std(), map.vertex_count, 0, 0};
+        MapStatistics statistics{map.name.to_std(), map.vertex_count, 0, 0, {}};
         for_each_edge(surface.base(), [&](unsigned int e) {
             if (!surface.base().is_edge_border(e) && map.edges.is_border(e)) ++statistics.seam_edges;
         });

@@ -31,6 +31,7 @@ struct MapStatistics {
     std::uint32_t points = 0;
     std::uint32_t seam_edges = 0;  ///< borders of the map within the mesh
     std::uint32_t unmapped_quads = 0;
+    UvJoinCounts join = {};  ///< set by who read the map
 };
 
 using ArraySize = std::pair<std::string, std::size_t>;  // name, bytes

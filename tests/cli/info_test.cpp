@@ -70,6 +70,19 @@ TEST_F(Info, DescribesTheStepAndTheMap) {
     EXPECT_DOUBLE_EQ(total, info["build_seconds"].get<double>());
 }
 
+// One point per face-corner becomes one per vertex; the cube's six squares lie on the same four points.
+TEST_F(Info, CountsTheUvPointsThatReadingAddsAndTakesAway) {
+    const std::string loose = folder.write("loose.obj",
+                                           "v 0 0 0\nv 1 0 0\nv 2 0 0\nv 0 1 0\nv 1 1 0\nv 2 1 0\n"
+                                           "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\nvt 1 0\nvt 2 0\nvt 2 1\nvt 1 1\n"
+                                           "f 1/1 2/2 5/3 4/4\nf 2/5 3/6 6/7 5/8\n");
+    const Json map = info_of(folder, loose, {"--uv", loose})["uv_maps"][1];
+    EXPECT_EQ(map, Json::parse(R"({"name":"loose","points":6,"seam_edges":0,"unmapped_quads":0,"welded_points":2})"));
+    EXPECT_THAT(run_sds(folder, {"info", loose}).out, testing::HasSubstr("0 quads not mapped, 2 points welded\n"));
+    EXPECT_GT(info_of(folder, cube)["uv_maps"][0]["split_points"], 0);
+    EXPECT_THAT(run_sds(folder, {"info", cube}).out, testing::HasSubstr(" points split off\n"));
+}
+
 TEST_F(Info, CoversTheWholeMotion) {
     const std::string next = folder.write("next.obj", moved(cube_obj, 4.0));
     EXPECT_EQ(info_of(folder, cube)["motion"], nullptr);

@@ -88,7 +88,8 @@ def colors(value, count):
 
 def uv_map(value, name, face_indices, point_count):
     """Points [m, 3] and an index per face-corner, from one of
-    (values, indices); values per point; values per face-corner, of which equal ones at one point become one."""
+    (values, indices); values per point; values per face-corner, of which the extension makes equal ones of joined
+    faces one."""
     place = f"uvs: map '{name}'"
     is_pair = isinstance(value, tuple) and len(value) == 2
     array = np.asarray(value[0] if is_pair else value)
@@ -102,10 +103,7 @@ def uv_map(value, name, face_indices, point_count):
     elif len(values) == point_count:
         corner_indices = face_indices
     elif len(values) == len(face_indices):
-        keyed = np.concatenate([face_indices[:, None].astype(np.float64), values], axis=1)
-        rows, inverse = np.unique(keyed, axis=0, return_inverse=True)
-        values = np.ascontiguousarray(rows[:, 1:], dtype=np.float32)
-        corner_indices = inverse.reshape(-1).astype(np.uint32)
+        corner_indices = np.arange(len(values), dtype=np.uint32)
     else:
         raise ValueError(f"{place}: {len(values)} values for {point_count} points and {len(face_indices)} face-corners")
     if len(corner_indices) != len(face_indices):

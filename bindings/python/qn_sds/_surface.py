@@ -23,7 +23,9 @@ class Surface:
         creases           edges [k, 2] as pairs of points, infinitely sharp, or (edges, sharpness): 10 and above is
                           infinite, below see `fractional`
         uvs               one map or a dictionary of maps by name. A map is (values, indices) with one index per
-                          face-corner, -1 where there is none; or values per point; or values per face-corner
+                          face-corner, -1 where there is none; or values per point; or values per face-corner. Faces
+                          share a UV where they are joined on the mesh only; equal values per face-corner of joined
+                          faces are one UV
         colors            [n, 3] or [n, 4], floats in [0, 1] or uint8
         groups            [faces], shading group of every face, an index into group_names
         group_names       one name per group; "group 0", "group 1", ... by default

@@ -9,6 +9,7 @@
 #include "cli/read_obj.h"
 #include "cli/sample_grid.h"
 #include "cli/surface_statistics.h"
+#include "cli/uv_join.h"
 #include "qn_ctx/ctx_eval.h"
 #include "render/batch.h"
 
@@ -115,6 +116,10 @@ SurfaceObject::SurfaceObject(const Array<float>& points, const Array<std::uint32
     const sds_cli::CageView cage{
         mesh.points, mesh.face_counts, mesh.face_indices, corner_creases, mesh.groups, mesh.group_names, {},
         {},          mesh.colors};
+    for (sds_cli::UvSource& map : mesh.uvs) {
+        join_uvs(cage, map);
+        facts_.uv_joins.push_back(map.join);
+    }
     state_ = std::make_shared<const SurfaceState>(
         std::make_unique<sds_cli::Surface>(cage, mesh.uvs, mesh.motion, make_modes(interpolation, uv_interpolation),
                                            nullptr),
@@ -125,11 +130,13 @@ std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, 
                                                        unsigned int interpolation, unsigned int uv_interpolation) {
     const py::gil_scoped_release release;
     using sds_cli::FractionalSharpness;
-    const sds_cli::ReadObjResult read = sds_cli::read_obj(
+    sds_cli::ReadObjResult read = sds_cli::read_obj(
         path, {.fractional = harden_fractional ? FractionalSharpness::harden : FractionalSharpness::drop});
     throw_errors(read.findings);
+    join_uvs(*read.cage);
     std::unique_ptr<SurfaceObject> object(new SurfaceObject);
-    object->facts_ = {read.cage->vertex_count(), read.cage->polygon_count(), read.findings};
+    object->facts_ = {read.cage->vertex_count(), read.cage->polygon_count(), read.findings, {}};
+    if (read.cage->has_uvs()) object->facts_.uv_joins.push_back(read.cage->uv_join);
     object->state_ = std::make_shared<const SurfaceState>(
         std::make_unique<sds_cli::Surface>(read.cage->view(), std::vector<sds_cli::UvSource>{},
                                            std::span<const float>{}, make_modes(interpolation, uv_interpolation),
@@ -307,6 +314,12 @@ py::dict SurfaceObject::info() const {
     info["valences"] = to_counts(sds_cli::valence_histogram(surface.base()));
     info["shading_groups"] = py::cast(group_names());
     info["uv_maps"] = py::cast(uv_names());
+    std::uint32_t split = 0, welded = 0;
+    for (const sds_cli::UvJoinCounts& join : facts_.uv_joins) {
+        split += join.split_points;
+        welded += join.welded_points;
+    }
+    info["uv_points"] = py::dict(py::arg("split") = split, py::arg("welded") = welded);
     info["bytes"] = to_counts(sds_cli::array_sizes(surface));
     return info;
 }

@@ -21,6 +21,7 @@ struct UvArrays {
 struct SurfaceFacts {
     std::size_t point_count = 0, face_count = 0;
     sds_cli::Findings findings;
+    std::vector<sds_cli::UvJoinCounts> uv_joins;  ///< per UV map
 };
 
 /// Members are used with the GIL held; those that take long give it back and work on a snapshot, so that an update

@@ -130,6 +130,11 @@ def test_uv_maps_from_pairs_points_and_corners_agree():
         got = surface.uv(primitives, uv, name)
         assert np.allclose(got.uvw[:, :2], expected, atol=1e-6), name
         assert np.allclose(got.du, [0.6, 0.0, 0.0], atol=1e-6) and np.allclose(got.dv, [0.0, 0.6, 0.0], atol=1e-6)
+    # Values per corner are one map in the smoothing modes too, not a chart per face.
+    smooth = qn_sds.Surface(points, counts, indices, uvs=maps, uv_interpolation="all_smoothed")
+    assert smooth.info["uv_points"] == {"split": 0, "welded": 4 * 25 - 36}
+    for name in maps:
+        assert np.array_equal(smooth.uv(primitives, uv, name).uvw, smooth.uv(primitives, uv, "pair").uvw), name
 
 
 def test_faces_mapped_at_some_corners_only_become_unmapped():
