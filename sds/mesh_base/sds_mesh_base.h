@@ -166,13 +166,16 @@ public:
     bool is_edge_border(const unsigned int& e) const { return edges.is_border(e); }
     bool is_edge_crease(const unsigned int& e) const { return edges.is_crease(e); }
     bool is_edge_sharp(const unsigned int& e) const { return edges.is_sharp(e); }
-    // False for k above 3.
+    // Of the quad's edge k; false for k above 3, whatever k is.
     bool is_primitive_edge_crease(const unsigned int& q, const unsigned int& k) const {
-        return (((edges.quad_edge_flags[q] & 15u) >> k) & 1u) != 0;
+        return k < 4 && ((edges.quad_edge_flags[q] >> k) & 1u) != 0;
     }
     bool is_primitive_edge_visible(const unsigned int& q, const unsigned int& k) const {
-        return (((edges.quad_edge_flags[q] >> 4) >> k) & 1u) != 0;
+        return k < 4 && ((edges.quad_edge_flags[q] >> (4 + k)) & 1u) != 0;
     }
+    // True for a quad with a corner that has no vertex. There is no surface on it: no rays meet it, it has no part in
+    // boxes and areas, its control points are NaN.
+    bool is_primitive_void(const unsigned int& q) const { return sds::is_void_quad(get_quad_indices(q)); }
     // The control polygon that quad q came from, 0xFFFFFFFF for a quad of a void polygon whose parent was not kept.
     unsigned int get_primitive_polygon_id(const unsigned int& q) const;
 
