@@ -1,5 +1,8 @@
 #include "sds/bezier_mesh/sds_bezier_mesh.h"
 
+#include <algorithm>
+#include <limits>
+
 #include "sds/bezier_mesh/control_rules.h"
 #include "sds/common/point_lanes.h"
 
@@ -76,8 +79,14 @@ void SdsBezierMesh::add_vertices(const CoreBasicArray<Vec3f>& quad_points, const
     add_vertices(quad_points.get_data(), data_or_null(patch_points), weight);
 }
 
+void SdsBezierMesh::set_void_controls(Vec3f* out) {
+    constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+    std::fill(out, out + 16, Vec3f(nan, nan, nan));
+}
+
 void SdsBezierMesh::get_local_patch_controls(const unsigned int& patch, Vec3f* out) const {
     const unsigned int* quad = vertex_indices + 4 * size_t{patch};
+    if (sds::is_void_quad(quad)) return set_void_controls(out);
     const SdsMeshBase::BezierPatch* record = get_patch(patch);
     const auto compute = [&](const auto& vertex, const auto& corner) {
         const PointLanes origin(vertex(quad[0]));

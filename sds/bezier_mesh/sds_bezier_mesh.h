@@ -73,16 +73,18 @@ public:
     const SdsMeshBase::BezierPatch* get_patch(const unsigned int& patch) const {
         return patches == nullptr ? nullptr : patches + (patch_indices != nullptr ? patch_indices[patch] : patch);
     }
-    // The sixteen controls of a patch.
+    // The sixteen controls of a patch; all NaN when a corner of its quad has no vertex.
     void get_patch_controls(const unsigned int& patch, Vec3f* out) const {
-        compute_controls(*this, vertex_indices + 4 * size_t{patch}, get_patch(patch), out);
+        const unsigned int* quad = vertex_indices + 4 * size_t{patch};
+        if (sds::is_void_quad(quad)) return set_void_controls(out);
+        compute_controls(*this, quad, get_patch(patch), out);
     }
 
     // The sixteen controls relative to the quad's first vertex: the same rules on differences. Their own differences
     // keep the digits that those of get_patch_controls lose on an object far from the origin.
     void get_local_patch_controls(const unsigned int& patch, Vec3f* out) const;
 
-    // The four routines: smooth or bilinear, one source or several (_w).
+    // The four routines: smooth or bilinear, one source or several (_w). The quad's corners all have a vertex.
     static void compute_bezier_controls(const SdsBezierMesh& mesh, const unsigned int* quad,
                                         const SdsMeshBase::BezierPatch* patch, Vec3f* out);
     static void compute_bezier_controls_w(const SdsBezierMesh& mesh, const unsigned int* quad,
@@ -103,6 +105,7 @@ private:
         return sum;
     }
     void choose_controls();
+    static void set_void_controls(Vec3f* out);
 
     unsigned int patch_count = 0;
     unsigned int vertex_count = 0;

@@ -139,19 +139,28 @@ Value limit_point(const SdsMeshBase::TopologyContext& context, unsigned int e, c
     if (info.is_kept() || info.get_sharp_edge_count() == 3) return p;
     const SdsMeshBase::VertexLocalTopology& fan = context.local_topologies[e];
     if (fan.closed) {
-        // (n^2 P + 4 sum of edge neighbours + sum of diagonal neighbours) / (n (n + 5))
+        // (n^2 P + 4 sum of edge neighbours + sum of diagonal neighbours) / (n (n + 5)); a neighbour that a void quad
+        // lacks takes its weight with it.
         const auto n = static_cast<Scalar>(fan.valence);
         Value sum = p * (n * n);
+        Scalar weight = Scalar(5) * n + n * n;
         unsigned int h = fan.first_edge;
         do {
-            sum = sum + source(quad_indices[next_in_quad(h)]) * Scalar(4) + source(quad_indices[turn_in_quad(h, 2)]);
+            const unsigned int edge = quad_indices[next_in_quad(h)], diagonal = quad_indices[turn_in_quad(h, 2)];
+            if (edge != none && diagonal != none) {
+                sum = sum + source(edge) * Scalar(4) + source(diagonal);
+            } else {
+                if (edge != none) sum = sum + source(edge) * Scalar(4);
+                if (diagonal != none) sum = sum + source(diagonal);
+                weight -= (edge == none ? Scalar(4) : Scalar(0)) + (diagonal == none ? Scalar(1) : Scalar(0));
+            }
             h = next_in_quad(context.edges->opposite_edges[h]);
         } while (h != fan.first_edge);
-        return ValueOps<Value>::divide(sum, Scalar(5) * n + n * n);
+        return ValueOps<Value>::divide(sum, weight);
     }
     const unsigned int u = quad_indices[previous_in_quad(fan.first_edge)];
     const unsigned int t = quad_indices[next_in_quad(fan.last_edge)];
-    if (u == none || t == none) return p;  // the side of a partly unmapped quad
+    if (u == none || t == none) return p;  // the side of a void quad
     return (p * Scalar(4) + source(u) + source(t)) * (Scalar(1) / Scalar(6));
 }
 
