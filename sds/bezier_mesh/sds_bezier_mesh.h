@@ -1,10 +1,9 @@
 // SdsBezierMesh: the view that turns one quad of a subdivided mesh into the sixteen control points of a bicubic Bezier
 // patch.
 //
-// It owns nothing: it points at quad indices, patch records and up to four position sources, each an array of quad
-// vertices, an array of patch corners (limit points) and a weight. Copies share the arrays, which must outlive every
-// view. With several sources a control point is the weighted sum of the sources' control points, since the rules are
-// linear.
+// It refers to quad indices, patch records and at most four sources of positions: quad vertices, their limit points,
+// and a weight. The arrays are somebody else's, are shared by copies, and must outlive every view. With several sources
+// a control point is the weighted sum of the sources' control points, since the rules are linear.
 //
 // Control order: 4k + j for corner k; see sds/common/control_grid.h. Nothing is validated: patch and vertex indices are
 // in range, at most four sources are added, and controls are asked for only once there is a source. Set up by one
@@ -73,7 +72,7 @@ public:
     const SdsMeshBase::BezierPatch* get_patch(const unsigned int& patch) const {
         return patches == nullptr ? nullptr : patches + (patch_indices != nullptr ? patch_indices[patch] : patch);
     }
-    // The sixteen controls of a patch; all NaN when a corner of its quad has no vertex.
+    // A patch's sixteen controls; all NaN when a corner of its quad has no vertex.
     void get_patch_controls(const unsigned int& patch, Vec3f* out) const {
         const unsigned int* quad = vertex_indices + 4 * size_t{patch};
         if (sds::is_void_quad(quad)) return set_void_controls(out);

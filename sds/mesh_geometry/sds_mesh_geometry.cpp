@@ -12,7 +12,7 @@ using sds::bytes_of;
 
 namespace {
 
-// Below this many quad indices every step runs on the calling thread: starting threads would cost more than it saves.
+// Meshes of fewer quad indices are built by the caller alone.
 constexpr unsigned int min_threaded_indices = 512;
 
 }  // namespace
