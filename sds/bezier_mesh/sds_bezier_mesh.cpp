@@ -1,8 +1,5 @@
 #include "sds/bezier_mesh/sds_bezier_mesh.h"
 
-#include <algorithm>
-#include <limits>
-
 #include "sds/bezier_mesh/control_rules.h"
 #include "sds/common/point_lanes.h"
 
@@ -77,11 +74,6 @@ void SdsBezierMesh::add_vertices(const Vec3f* quad_points, const Vec3f* patch_po
 void SdsBezierMesh::add_vertices(const CoreBasicArray<Vec3f>& quad_points, const CoreBasicArray<Vec3f>& patch_points,
                                  const float& weight) {
     add_vertices(quad_points.get_data(), data_or_null(patch_points), weight);
-}
-
-void SdsBezierMesh::set_void_controls(Vec3f* out) {
-    constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-    std::fill(out, out + 16, Vec3f(nan, nan, nan));
 }
 
 void SdsBezierMesh::get_local_patch_controls(const unsigned int& patch, Vec3f* out) const {

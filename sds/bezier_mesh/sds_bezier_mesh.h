@@ -10,6 +10,8 @@
 // thread, read by any number.
 #pragma once
 
+#include <limits>
+
 #include "qn_core/core_array.h"
 #include "qn_core/core_base_type.h"
 #include "qn_geometry/geometry_position_array.h"
@@ -104,7 +106,10 @@ private:
         return sum;
     }
     void choose_controls();
-    static void set_void_controls(Vec3f* out);
+    static void set_void_controls(Vec3f* out) {
+        constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+        for (unsigned int i = 0; i < 16; ++i) out[i] = {nan, nan, nan};
+    }
 
     unsigned int patch_count = 0;
     unsigned int vertex_count = 0;
