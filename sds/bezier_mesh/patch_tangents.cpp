@@ -41,7 +41,6 @@ public:
         CoreArray<Member> members;
         for (Corner& first : m_corners) {
             if (first.is_known) continue;
-            // Corners come in increasing order: this is the fan's least half-edge, where single corners start as well.
             const VertexLocalTopology& fan = fans[first.edge];
             const auto is_in_fan = [&](unsigned int h) {
                 const VertexLocalTopology& other = fans[h];
@@ -52,7 +51,8 @@ public:
             members.resize(0);
             members.add({&first, 0});
             const sds::FanFrame<double> frame = sds::great_fan_frame(
-                vertices, edges, first.edge, fan, [&positions](unsigned int w) { return positions[w]; },
+                vertices, edges, sds::great_fan_start(vertices, edges, first.edge, fan), fan,
+                [&positions](unsigned int w) { return positions[w]; },
                 [&](unsigned int h, unsigned int i) {
                     Corner* const corner = is_in_fan(h) ? find(h) : nullptr;
                     if (corner != nullptr && corner != m_corners.end() && corner->edge == h) members.add({corner, i});

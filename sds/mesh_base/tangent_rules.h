@@ -245,17 +245,25 @@ TangentPair<Real> great_fan_tangents(const FanFrame<double>& frame, const SdsMes
     return {GMathVec3<Real>(frame.tangent<ExactTrig>(i)), GMathVec3<Real>(frame.tangent<ExactTrig>(next))};
 }
 
-// The tangents at one corner of a great fan, by a walk around all of it.
-template <class Real, class Position>
-TangentPair<Real> great_fan_tangents(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
-                                     unsigned int e, const SdsMeshBase::VertexLocalTopology& fan,
-                                     const Position& position) {
+// The half-edge that the frame of e's great fan starts at: of a closed one the least of all around that a quad has
+// which is not void.
+inline unsigned int great_fan_start(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
+                                    unsigned int e, const SdsMeshBase::VertexLocalTopology& fan) {
     unsigned int start = e;
     if (fan.closed)
         for (unsigned int i = 0, h = e; i < fan.valence; ++i) {
             if (!is_void_quad(quad_indices + (h & ~3u))) start = std::min(start, h);
             h = edges.opposite_edges[previous_in_quad(h)];
         }
+    return start;
+}
+
+// The tangents at one corner of a great fan, by a walk around all of it.
+template <class Real, class Position>
+TangentPair<Real> great_fan_tangents(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
+                                     unsigned int e, const SdsMeshBase::VertexLocalTopology& fan,
+                                     const Position& position) {
+    const unsigned int start = great_fan_start(quad_indices, edges, e, fan);
     unsigned int number = 0;
     const FanFrame<double> frame =
         great_fan_frame(quad_indices, edges, start, fan, position, [&number, e](unsigned int h, unsigned int i) {
