@@ -5,10 +5,10 @@
 #include "qn_core/core_array.h"
 #include "qn_core/core_export.h"
 
-// For every face-corner c (the edge from corner c to the next corner of the same polygon):
-//   neighbour_polygons[c]  the other polygon that shares the edge, 0xFFFFFFFF when none does
-//   neighbour_edges[c]     corner slot of the shared edge within that polygon, 0xFFFFFFFF when none
-//   edge_smooth_flags[c]   0 when the edge is a crease, 1 when it is smooth
+// Three answers for every face-corner, about the edge that leaves it along its polygon's border:
+//   neighbour_polygons  which polygon lies across, 0xFFFFFFFF for none
+//   neighbour_edges     which of that polygon's edges it is, counted from its first; 0xFFFFFFFF likewise
+//   edge_smooth_flags   1 for smooth edges, 0 for creases
 //
 // Two face-corners that share an edge are paired whatever their direction. An edge with three or more is paired with
 // nobody: each of them is a border. So is an edge from a vertex to itself, and every edge of a polygon that holds an

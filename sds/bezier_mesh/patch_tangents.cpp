@@ -16,7 +16,9 @@ using EdgesTopology = SdsMeshBase::EdgesTopology;
 using VertexLocalTopology = SdsMeshBase::VertexLocalTopology;
 using TangentPair = sds::TangentPair<float>;
 
-// The tangents of all corners in fans of more than max_summed_valence quads, each fan walked once.
+// The tangents of all corners in fans of more than max_summed_valence quads, each fan walked once. Corners that a walk
+// meets but that have another fan, beyond an edge whose two sides differ, or lie at another vertex are left to a walk
+// of their own.
 class GreatFanTangents {
 public:
     GreatFanTangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
@@ -25,7 +27,8 @@ public:
         const GeometryPositionArray positions = mesh.get_quad_vertices();
         for (unsigned int q = 0; q < infos.get_count(); ++q) {
             // The corners of great fans are irregular.
-            if ((infos[q].irregular & 0xFFu) == 0) continue;
+            if ((infos[q].irregular & 0xFFu) == 0 || sds::is_void_quad(mesh.get_vertex_indices() + 4 * size_t{q}))
+                continue;
             for (unsigned int e = 4 * q; e < 4 * q + 4; ++e)
                 if (is_great(fans[e])) m_corners.add({e, false, {}});
         }
@@ -34,17 +37,25 @@ public:
             Corner* corner;
             unsigned int number;
         };
+        const unsigned int* vertices = mesh.get_vertex_indices();
         CoreArray<Member> members;
-        for (const Corner& first : m_corners) {
+        for (Corner& first : m_corners) {
             if (first.is_known) continue;
-            // Corners come in increasing order: this is the fan's least half-edge, where single corners start as well.
             const VertexLocalTopology& fan = fans[first.edge];
+            const auto is_in_fan = [&](unsigned int h) {
+                const VertexLocalTopology& other = fans[h];
+                if (other.closed != fan.closed || other.valence != fan.valence) return false;
+                return fan.closed || (other.first_edge == fan.first_edge && other.last_edge == fan.last_edge &&
+                                      vertices[h] == vertices[first.edge]);
+            };
             members.resize(0);
+            members.add({&first, 0});
             const sds::FanFrame<double> frame = sds::great_fan_frame(
-                mesh.get_vertex_indices(), edges, first.edge, fan,
+                vertices, edges, sds::great_fan_start(vertices, edges, first.edge, fan), fan,
                 [&positions](unsigned int w) { return positions[w]; },
                 [&](unsigned int h, unsigned int i) {
-                    members.add({find(h), i});
+                    Corner* const corner = is_in_fan(h) ? find(h) : nullptr;
+                    if (corner != nullptr && corner != m_corners.end() && corner->edge == h) members.add({corner, i});
                 });
             for (const Member& member : members) {
                 member.corner->is_known = true;
@@ -81,7 +92,8 @@ void compute_quad_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges
     Vec3f controls[16];
     mesh.get_local_patch_controls(q, controls);
     sds::DerivativeNets<Vec3f> nets(controls);
-    sds::replace_irregular_entries<sds::TableTrig>(edges, q, irregular, fans, tangents_at, nets);
+    if (!sds::is_void_quad(mesh.get_vertex_indices() + 4 * size_t{q}))
+        sds::replace_irregular_entries<sds::TableTrig>(edges, q, irregular, fans, tangents_at, nets);
     unsigned int slot = 0;
     for (unsigned int bit = 0; bit < 8; ++bit) {
         if (((irregular >> bit) & 1u) == 0) continue;
@@ -101,8 +113,9 @@ struct TangentWork {
     GreatFanTangents great_fans{mesh, edges, infos, fans};
 
     void compute(unsigned int q) const {
-        // A single source is read without its weight.
-        if (const Vec3f* points = mesh.get_source_count() == 1 ? mesh.get_quad_vertices(0) : nullptr; points != nullptr)
+        // Points that need no weight are read where they are.
+        const bool is_plain = mesh.get_source_count() == 1 && mesh.get_weight(0) == 1.0f;
+        if (const Vec3f* points = is_plain ? mesh.get_quad_vertices(0) : nullptr; points != nullptr)
             compute(q, [points](unsigned int w) -> const Vec3f& { return points[w]; });
         else
             compute(q, [this](unsigned int w) { return positions[w]; });

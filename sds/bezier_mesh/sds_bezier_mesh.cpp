@@ -78,6 +78,7 @@ void SdsBezierMesh::add_vertices(const CoreBasicArray<Vec3f>& quad_points, const
 
 void SdsBezierMesh::get_local_patch_controls(const unsigned int& patch, Vec3f* out) const {
     const unsigned int* quad = vertex_indices + 4 * size_t{patch};
+    if (sds::is_void_quad(quad)) return set_void_controls(out);
     const SdsMeshBase::BezierPatch* record = get_patch(patch);
     const auto compute = [&](const auto& vertex, const auto& corner) {
         const PointLanes origin(vertex(quad[0]));

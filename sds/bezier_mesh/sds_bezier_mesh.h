@@ -1,15 +1,16 @@
 // SdsBezierMesh: the view that turns one quad of a subdivided mesh into the sixteen control points of a bicubic Bezier
 // patch.
 //
-// It owns nothing: it points at quad indices, patch records and up to four position sources, each an array of quad
-// vertices, an array of patch corners (limit points) and a weight. Copies share the arrays, which must outlive every
-// view. With several sources a control point is the weighted sum of the sources' control points, since the rules are
-// linear.
+// It refers to quad indices, patch records and at most four sources of positions: quad vertices, their limit points,
+// and a weight. The arrays are somebody else's, are shared by copies, and must outlive every view. With several sources
+// a control point is the weighted sum of the sources' control points, since the rules are linear.
 //
 // Control order: 4k + j for corner k; see sds/common/control_grid.h. Nothing is validated: patch and vertex indices are
 // in range, at most four sources are added, and controls are asked for only once there is a source. Set up by one
 // thread, read by any number.
 #pragma once
+
+#include <limits>
 
 #include "qn_core/core_array.h"
 #include "qn_core/core_base_type.h"
@@ -73,16 +74,18 @@ public:
     const SdsMeshBase::BezierPatch* get_patch(const unsigned int& patch) const {
         return patches == nullptr ? nullptr : patches + (patch_indices != nullptr ? patch_indices[patch] : patch);
     }
-    // The sixteen controls of a patch.
+    // A patch's sixteen controls; all NaN when a corner of its quad has no vertex.
     void get_patch_controls(const unsigned int& patch, Vec3f* out) const {
-        compute_controls(*this, vertex_indices + 4 * size_t{patch}, get_patch(patch), out);
+        const unsigned int* quad = vertex_indices + 4 * size_t{patch};
+        if (sds::is_void_quad(quad)) return set_void_controls(out);
+        compute_controls(*this, quad, get_patch(patch), out);
     }
 
     // The sixteen controls relative to the quad's first vertex: the same rules on differences. Their own differences
     // keep the digits that those of get_patch_controls lose on an object far from the origin.
     void get_local_patch_controls(const unsigned int& patch, Vec3f* out) const;
 
-    // The four routines: smooth or bilinear, one source or several (_w).
+    // The four routines: smooth or bilinear, one source or several (_w). The quad's corners all have a vertex.
     static void compute_bezier_controls(const SdsBezierMesh& mesh, const unsigned int* quad,
                                         const SdsMeshBase::BezierPatch* patch, Vec3f* out);
     static void compute_bezier_controls_w(const SdsBezierMesh& mesh, const unsigned int* quad,
@@ -103,6 +106,10 @@ private:
         return sum;
     }
     void choose_controls();
+    static void set_void_controls(Vec3f* out) {
+        constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+        for (unsigned int i = 0; i < 16; ++i) out[i] = {nan, nan, nan};
+    }
 
     unsigned int patch_count = 0;
     unsigned int vertex_count = 0;

@@ -1,8 +1,7 @@
 // Numbering of a patch's sixteen control points.
 //
-// Order by corner, 4k + j: corner k's point (j = 0), the edge point on edge k next to it (1), the interior point next
-// to it (2), the edge point on edge k - 1 next to it (3). As a grid with u along the columns (corner 0 to 1) and v
-// along the rows (corner 0 to 3):
+// Four in a row belong to each corner: its own point, then its neighbours in the net, turning from the edge that leaves
+// it over the inside to the edge that arrives. Drawn as a net:
 //
 //        v
 //        ^    q3: 12 --- 15 ---  9 ---  8 :q2      row 3

@@ -1,11 +1,12 @@
-// Half-edge arithmetic of quad meshes.
+// The half-edges of quad meshes and their numbers. Quad q owns four, which turn around it in the order of its corners:
 //
-//      corner 3 <--- edge 2 ---- corner 2        half-edge e = 4q + k of quad q runs from corner k to corner (k + 1)
-//      mod 4;
-//         |                         ^            per-edge and per-corner arrays are indexed by e.
-//       edge 3        q           edge 1
-//         v                         |
-//      corner 0 ---- edge 0 ---> corner 1
+//      corner 3 <-- 4q + 2 --- corner 2
+//         |                       ^
+//       4q + 3        q         4q + 1
+//         v                       |
+//      corner 0 --- 4q + 0 --> corner 1
+//
+// The number of a half-edge is also that of the corner it leaves: arrays over either are read at it.
 #pragma once
 
 #include "qn_core/core_array.h"
@@ -22,5 +23,12 @@ constexpr unsigned int turn_in_quad(unsigned int e, int steps) {
 }
 constexpr unsigned int next_in_quad(unsigned int e) { return turn_in_quad(e, 1); }
 constexpr unsigned int previous_in_quad(unsigned int e) { return turn_in_quad(e, -1); }
+
+// Whether one of a quad's four vertices is none: there is no surface on it. Without such a vertex the first test nearly
+// always decides.
+constexpr bool is_void_quad(const unsigned int* quad) {
+    return (quad[0] | quad[1] | quad[2] | quad[3]) == none &&
+           (quad[0] == none || quad[1] == none || quad[2] == none || quad[3] == none);
+}
 
 }  // namespace sds

@@ -30,6 +30,13 @@ inline void progress_steps(AppProgressBar* progress, unsigned int count) {
 inline void progress_step(AppProgressBar* progress, unsigned int done) {
     if (progress != nullptr) progress->step(done);
 }
+// Work of `count` steps, or of tasks on threads, that was found done.
+inline void progress_done(AppProgressBar* progress, unsigned int count, bool is_threaded) {
+    if (progress == nullptr) return;
+    if (is_threaded) return progress->increment(1.0f);
+    progress->set_step_count(count);
+    for (unsigned int i = 0; i < count; ++i) progress->step(i + 1);
+}
 inline void progress_increment(AppProgressBar* progress, float share) {
     if (progress != nullptr) progress->increment(share);
 }

@@ -33,6 +33,7 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
                                   GeometryFrustumCtx& frustum) const {
     const int selection = frustum.get_mode();
     if (selection == 0 || selection == 1) {
+        if (base->is_primitive_void(primitive)) return;
         Vec3f controls[16];
         geometry->get_bezier_controls(primitive, controls);
         const unsigned int count =

@@ -55,7 +55,7 @@ struct CellPoint {
 
 void SdsMesh::compute_fragment_sample(const CtxEval& ctx, const GeometryFragment& fragment,
                                       GeometrySample& sample) const {
-    if (level == 0 || fragment.primitive >= get_primitive_count()) {
+    if (level == 0 || fragment.primitive >= get_primitive_count() || base->is_primitive_void(fragment.primitive)) {
         geometry->compute_fragment_sample(ctx, fragment, sample);
         return;
     }

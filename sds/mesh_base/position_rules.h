@@ -53,8 +53,8 @@ void set_edge_point(const SdsMeshBase::TopologyContext& context, unsigned int w,
     const unsigned int g = h - 1;
     if (!linear && !edges.is_sharp(g)) {
         // The half-edge before the opposite one starts at the neighbour's face point when both polygons wind the same
-        // way. It is taken just so for a neighbour of opposite winding too; where there is no such vertex the edge
-        // stays straight.
+        // way, and at another vertex of its when they do not, which then takes the part of the face point. Where there
+        // is no such vertex the edge stays straight.
         const unsigned int across = edges.opposite_edges[g] - 1;
         const unsigned int face = across == none ? none : quad_indices[across];
         if (face != none) {
@@ -99,7 +99,7 @@ void set_vertex_point(const SdsMeshBase::TopologyContext& context, unsigned int 
                 sum = sum + target.get(quad_indices[h + 1]);
                 weight += Scalar(1);
             }
-            // Only a border: the other half of an interior crease is met from the quad across it.
+            // Creases have been added by the quad on whose side they leave w.
             if (edges.is_border(h + 3)) {
                 sum = sum + target.get(quad_indices[h + 3]);
                 weight += Scalar(1);
@@ -109,7 +109,7 @@ void set_vertex_point(const SdsMeshBase::TopologyContext& context, unsigned int 
     }
 }
 
-// The three passes in order: later ones read what earlier ones wrote. after_vertex(w) is called after each vertex.
+// The whole step. Edge points need the face points, control vertices need both. after_vertex(w) follows each vertex.
 template <class Value, class Source, class Target, class AfterVertex>
 void subdivide_values(const SdsMeshBase::TopologyContext& context, bool linear, const Source& source, Target& target,
                       AfterVertex&& after_vertex) {
@@ -128,7 +128,7 @@ void subdivide_values(const SdsMeshBase::TopologyContext& context, bool linear, 
     }
 }
 
-// The limit point of the vertex at the start of half-edge e; `source` gives the quad-mesh vertices.
+// Where the vertex that half-edge e leaves comes to lie on the limit; `source` gives the quad-mesh vertices.
 template <class Value, class Source>
 Value limit_point(const SdsMeshBase::TopologyContext& context, unsigned int e, const Source& source) {
     using Scalar = typename ValueOps<Value>::Scalar;
@@ -139,19 +139,28 @@ Value limit_point(const SdsMeshBase::TopologyContext& context, unsigned int e, c
     if (info.is_kept() || info.get_sharp_edge_count() == 3) return p;
     const SdsMeshBase::VertexLocalTopology& fan = context.local_topologies[e];
     if (fan.closed) {
-        // (n^2 P + 4 sum of edge neighbours + sum of diagonal neighbours) / (n (n + 5))
+        // (n^2 P + 4 sum of edge neighbours + sum of diagonal neighbours) / (n (n + 5)); a neighbour that a void quad
+        // lacks takes its weight with it.
         const auto n = static_cast<Scalar>(fan.valence);
         Value sum = p * (n * n);
+        Scalar weight = Scalar(5) * n + n * n;
         unsigned int h = fan.first_edge;
         do {
-            sum = sum + source(quad_indices[next_in_quad(h)]) * Scalar(4) + source(quad_indices[turn_in_quad(h, 2)]);
+            const unsigned int edge = quad_indices[next_in_quad(h)], diagonal = quad_indices[turn_in_quad(h, 2)];
+            if (edge != none && diagonal != none) {
+                sum = sum + source(edge) * Scalar(4) + source(diagonal);
+            } else {
+                if (edge != none) sum = sum + source(edge) * Scalar(4);
+                if (diagonal != none) sum = sum + source(diagonal);
+                weight -= (edge == none ? Scalar(4) : Scalar(0)) + (diagonal == none ? Scalar(1) : Scalar(0));
+            }
             h = next_in_quad(context.edges->opposite_edges[h]);
         } while (h != fan.first_edge);
-        return ValueOps<Value>::divide(sum, Scalar(5) * n + n * n);
+        return ValueOps<Value>::divide(sum, weight);
     }
     const unsigned int u = quad_indices[previous_in_quad(fan.first_edge)];
     const unsigned int t = quad_indices[next_in_quad(fan.last_edge)];
-    if (u == none || t == none) return p;  // the side of a partly unmapped quad
+    if (u == none || t == none) return p;  // the side of a void quad
     return (p * Scalar(4) + source(u) + source(t)) * (Scalar(1) / Scalar(6));
 }
 

@@ -45,7 +45,7 @@ const CoreClassInfo& SdsMeshBase::class_info() {
 }
 
 size_t SdsMeshBase::get_memory_size() const {
-    // The sum wraps at 32 bits: hosts compare it with sizes that were recorded that way.
+    // The sum wraps at 32 bits.
     std::uint32_t size = static_cast<std::uint32_t>(sizeof(SdsMeshBase));
     size += 4u * (quad_indices.get_count() + quad_shading_groups.get_count());
     for (const CoreString& name : shading_group_names) size += name.get_count();

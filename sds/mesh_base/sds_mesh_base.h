@@ -1,12 +1,12 @@
-// SdsMeshBase: the control mesh of a subdivision surface reduced to the topology of quads.
+// SdsMeshBase: what a subdivision surface knows without positions, the quads of its cage and how they hang together.
 //
 // Polygons go in, quads come out. When every polygon has four corners they are the quads; otherwise one subdivision
-// step turns each n-gon into n quads. Positions, patches and maps are built on top (SdsMeshGeometry, SdsMeshMaps) and
-// read a base that stays alive and unchanged. Indices are unsigned 32-bit, 0xFFFFFFFF means none. Inputs are trusted:
-// indices below the vertex count, counts that add up.
+// step turns each n-gon into n quads. SdsMeshGeometry and SdsMeshMaps refer to a base, which stays alive and unchanged
+// as long as they do. 0xFFFFFFFF stands for no vertex, edge or polygon. Inputs are trusted: indices below the vertex
+// count, counts that add up.
 //
-// Building runs on the caller's thread; a built base may be read from any number of threads. The first SdsMeshBase of a
-// process must be constructed before others are made concurrently.
+// Building is called from one thread and takes others of its arena for large meshes; a built base may be read from any
+// number of threads. The first SdsMeshBase of a process must be constructed before others are made concurrently.
 #pragma once
 
 #include <cstdint>
@@ -25,10 +25,10 @@ class SysThreadTaskManager;
 
 class SDS_EXPORT SdsMeshBase : public ResourceData {
 public:
-    // One byte per vertex of the quad mesh.
-    //   bits 0-1  number of border and crease edges at the vertex, at most 3: 0 smooth, 1 dart, 2 crease, 3 corner
+    // How a vertex of the quads behaves, in one byte.
+    //   bits 0-1  its sharp edges, 3 for three and more: none make it smooth, one a dart, two a crease, three a corner
     //   bit 2     kept in place (set by nobody here, honoured by the position rules)
-    //   bit 3     fixed: interpolated, keeps its control position
+    //   bit 3     fixed: kept in place by an interpolation mode
     struct VertexInfo {
         unsigned char bits = 0;
 
@@ -48,9 +48,10 @@ public:
 
     // Adjacency of the quads' half-edges.
     struct EdgesTopology {
-        // Per half-edge: the half-edge of the neighbouring quad along the same edge, or 0xFFFFFFFF on a border.
+        // For each half-edge the one it is paired with, in the quad across; borders have none.
         CoreArray<unsigned int> opposite_edges;
-        // Per quad: bit k set when edge k is a crease, bit 4 + k when it is part of an edge of the control polygons.
+        // For each quad its creases in the low four bits, one an edge, and in the high four which edges the control
+        // polygons have too.
         CoreArray<unsigned char> quad_edge_flags;
 
         bool is_border(unsigned int e) const { return opposite_edges[e] == sds::none; }
@@ -63,17 +64,17 @@ public:
         unsigned int offset = 0;
     };
 
-    // What one subdivision step made. New vertices are the control vertices, then the edge points, then the face
-    // points.
+    // What one subdivision step made. It numbers control vertices as they were, behind them a point per edge, and last
+    // a point per polygon.
     struct SubdivisionTopology {
         unsigned int first_edge_point = 0;  // number of control vertices
-        unsigned int first_face_point = 0;  // the face point of polygon i is vertex first_face_point + i
-        // Per new vertex: its part of ring_edges, which lists the half-edges that leave it in increasing order. A
-        // control vertex has one of kind 4q + 0 per polygon, an edge point one of kind 4q + 1 and one of kind 4q + 3
-        // per polygon, a face point one of kind 4q + 2 per corner of its polygon.
+        unsigned int first_face_point = 0;  // that of the first polygon
+        // Per new vertex: its part of ring_edges, where the half-edges that leave it stand, ascending. A control vertex
+        // has one of kind 4q + 0 per polygon, an edge point one of kind 4q + 1 and one of kind 4q + 3 per polygon, a
+        // face point one of kind 4q + 2 per corner of its polygon.
         CoreArray<RingSpan> vertex_rings;
         CoreArray<unsigned int> ring_edges;
-        // Per new quad, the polygon it came from. A copy of the record leaves it empty.
+        // Per new quad, the polygon it came from; empty in copies.
         CoreArray<unsigned int> quad_parents;
 
         SubdivisionTopology() = default;
@@ -85,27 +86,32 @@ public:
         SubdivisionTopology& operator=(const SubdivisionTopology&) = delete;
     };
 
-    // The fan of quads around the vertex at one quad corner, one record per half-edge.
+    // The fan of a quad corner: the quads around its vertex up to the next sharp edges, one record per half-edge.
+    //
+    // Forward a fan ends at the first half-edge out of the vertex that is sharp, backward behind the first one into it
+    // that is; without an end forward it is the ring around the vertex. The two sides of an edge should agree on being
+    // a crease. A flag on one side ends walks on that side only: forward at the vertex its half-edge leaves, backward
+    // at the one it arrives at. So corners of one vertex may lie in fans that overlap, and a corner that finds an end
+    // forward but none backward has the whole ring from that edge to itself, as at a dart.
     struct VertexLocalTopology {
-        // The fan closes on itself: no sharp edge at the vertex, or a dart whose one sharp edge is both its ends.
+        // All around: nothing is sharp, or one edge alone is, as at a dart, and both ends lie at it.
         bool closed;
-        // The half-edge leaving the vertex where the fan begins: the one arriving just before it in the same quad is
-        // sharp. The corner's own half-edge when nothing is sharp.
+        // The first and the last corner of the fan, by the half-edges that leave them; both the corner's own when
+        // nothing is sharp.
         unsigned int first_edge;
-        // The sharp half-edge leaving the vertex where the fan ends; the corner's own half-edge when nothing is sharp.
         unsigned int last_edge;
         unsigned int valence;  // quads in the fan
     };
 
     // What the control points of one quad's patch depend on besides positions.
     struct BezierPatch {
-        // For edge k: entry 2k is the neighbour's vertex joined to corner k, entry 2k + 1 the one joined to corner k +
-        // 1; none on borders. (For a neighbour of the same winding; one of opposite winding gives them the other way
-        // round.)
+        // Two for each edge, none on borders: the far vertices of the quad across, first the one beside the edge's
+        // start, then the one beside its end. A quad that winds the other way has them in the other order.
         unsigned int neighbour_vertices[8];
-        float edge_weights[4];     // of corner k in its edge points: 2n in a closed fan of n quads, 4n otherwise
-        float corner_weights[4];   // of corner k in its interior point: n in a closed fan, otherwise max(4, 2n)
-        unsigned int sharp_edges;  // bit k: edge k is a crease or a border
+        float edge_weights[4];    // of each corner in its edge points: 2n in a closed fan of n quads, 4n otherwise
+        float corner_weights[4];  // of each corner in its interior point: n in a closed fan, otherwise max(4, 2n)
+        // A bit for each edge that joins nothing: creases, borders, and neighbours without one of the two vertices.
+        unsigned int sharp_edges;
     };
 
     // Where a quad's extra tangents are and which of its corners (bits 0-3) and edges (bits 4-7) have them, two vectors
@@ -122,7 +128,7 @@ public:
         const VertexLocalTopology* local_topologies = nullptr;
         const CoreArray<PatchTangentInfo>* tangent_infos = nullptr;  // not read by the position and patch rules
         const EdgesTopology* edges = nullptr;
-        const SubdivisionTopology* subdivision = nullptr;  // null when the mesh had quads only
+        const SubdivisionTopology* subdivision = nullptr;  // null without a step
     };
 
     SdsMeshBase();
@@ -138,11 +144,12 @@ public:
 
     // Builds everything.
     //   vertex_count            control vertices
-    //   polygon_indices         control vertices of all polygons, one polygon after the other
-    //   polygon_counts          corners per polygon, their sum is the count of polygon_indices
+    //   polygon_indices         the vertex at every corner, polygon by polygon
+    //   polygon_counts          corners per polygon, as many as polygon_indices together
     //   polygon_shading_groups  one group per polygon
     //   progress                may be null
-    // A polygon that holds the index 0xFFFFFFFF is void. Creases are those that compute_polygons_neighbourhood reports.
+    // A polygon with a corner that has no vertex is void: it keeps its primitives, which have no surface. What lies
+    // beside it is built without what it lacks. Creases are those that compute_polygons_neighbourhood reports.
     void set(const unsigned int& vertex_count, const CoreBasicArray<unsigned int>& polygon_indices,
              const CoreBasicArray<unsigned int>& polygon_counts,
              const CoreBasicArray<unsigned int>& polygon_shading_groups,
@@ -159,26 +166,29 @@ public:
         return quad_shading_groups[q];
     }
     const CoreBasicArray<CoreString>& get_shading_group_names() const { return shading_group_names; }
-    // True when the mesh already went through one subdivision step.
+    // Whether the build took its subdivision step.
     bool get_base_tessellation_level() const { return subdivision != nullptr; }
     // Samples along a patch side at a level; level 0 counts as 1, the step that the base took is not counted again.
     unsigned int get_tessellation_sample_count(const unsigned int& level) const;
     bool is_edge_border(const unsigned int& e) const { return edges.is_border(e); }
     bool is_edge_crease(const unsigned int& e) const { return edges.is_crease(e); }
     bool is_edge_sharp(const unsigned int& e) const { return edges.is_sharp(e); }
-    // False for k above 3.
+    // Of the quad's edge k; false for k above 3, whatever k is.
     bool is_primitive_edge_crease(const unsigned int& q, const unsigned int& k) const {
-        return (((edges.quad_edge_flags[q] & 15u) >> k) & 1u) != 0;
+        return k < 4 && ((edges.quad_edge_flags[q] >> k) & 1u) != 0;
     }
     bool is_primitive_edge_visible(const unsigned int& q, const unsigned int& k) const {
-        return (((edges.quad_edge_flags[q] >> 4) >> k) & 1u) != 0;
+        return k < 4 && ((edges.quad_edge_flags[q] >> (4 + k)) & 1u) != 0;
     }
+    // True for a quad with a corner that has no vertex. There is no surface on it: no rays meet it, it has no part in
+    // boxes and areas, its control points are NaN.
+    bool is_primitive_void(const unsigned int& q) const { return sds::is_void_quad(get_quad_indices(q)); }
     // The control polygon that quad q came from, 0xFFFFFFFF for a quad of a void polygon whose parent was not kept.
     unsigned int get_primitive_polygon_id(const unsigned int& q) const;
 
     const CoreArray<VertexInfo>& get_vertex_infos() const { return vertex_infos; }
     const EdgesTopology& get_edges() const { return edges; }
-    // Null when the mesh had quads only.
+    // Null when there was no step.
     const SubdivisionTopology* get_subdivision() const { return subdivision.get(); }
     // Equal for bases of one build and its copies, and for no others; 0 before the first build.
     std::uint64_t get_topology_stamp() const { return topology_stamp; }
@@ -191,7 +201,7 @@ public:
                              EdgesTopology& edges, AppProgressBar* progress);
 
     // One subdivision step: quad c of face-corner c is (control vertex, edge point ahead, face point, edge point
-    // behind). A neighbour whose shared edge has other vertices is logged at level 1 and left as a border.
+    // behind). Neighbours that do not have the two vertices of their edge in common stay apart there, with a warning.
     static void subdivide(const CoreBasicArray<unsigned int>& polygon_indices,
                           const CoreBasicArray<unsigned int>& polygon_counts,
                           const CoreBasicArray<unsigned int>& polygon_offsets, const unsigned int& vertex_count,
@@ -206,7 +216,7 @@ public:
     // Fixes every vertex on a border.
     static void set_border_vertices_as_fixed(const CoreBasicArray<unsigned int>& quad_indices,
                                              const EdgesTopology& edges, CoreArray<VertexInfo>& vertex_infos);
-    // Fixes the vertices whose last corner, in half-edge order, lies between two border edges.
+    // Fixes corners of borders; where several quads have a vertex, the one numbered last decides.
     static void set_corner_vertices_as_fixed(const CoreBasicArray<unsigned int>& quad_indices,
                                              const EdgesTopology& edges, CoreArray<VertexInfo>& vertex_infos);
 
@@ -256,12 +266,12 @@ public:
     static void compute_bezier_corners(const TopologyContext& context,
                                        const CoreBasicArray<GMathVec3<float>>& positions, GMathVec3<float>* corners,
                                        SysThreadTaskManager& tasks, AppProgressBar* progress);
-    // The limit point of the vertex at the start of half-edge e (Halstead, Kass, DeRose 1993).
+    // That of the vertex which half-edge e leaves (Halstead, Kass, DeRose 1993).
     static void compute_bezier_corner(const TopologyContext& context, const unsigned int& e,
                                       const GMathVec3<float>* positions, GMathVec3<float>& corner);
 
     // Extra tangents of one quad: `corners` are its four fans, `tangents` its first slot. Vectors are scaled to
-    // control-net differences.
+    // control-net differences; those of a void quad are NaN.
     static void compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges, const unsigned int& q,
                                         const PatchTangentInfo& info, const VertexLocalTopology* corners,
                                         GMathVec3<float>* tangents);
@@ -274,7 +284,8 @@ public:
                                         const CoreBasicArray<PatchTangentInfo>& infos,
                                         const CoreBasicArray<VertexLocalTopology>& topologies,
                                         GMathVec3<float>* tangents, AppProgressBar* progress);
-    // Limit tangents at half-edge e's start vertex, along the quad's two edges there: closed fan and open fan.
+    // Limit tangents at a corner of a quad that is not void, along its two edges there: in a closed fan and in an open
+    // one.
     static void compute_vertex_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges, const unsigned int& e,
                                         const VertexLocalTopology& topology, GMathVec3<float>& t1,
                                         GMathVec3<float>& t2);

@@ -1,7 +1,8 @@
 // Limit tangents at vertices and the derivative vectors of irregular patch edges, apart from storage and precision.
 //
 // `position(w)` returns the quad-mesh vertex w. Trig gives cosines: TableTrig the process-wide single-precision table,
-// ExactTrig the library's, for double-precision checks.
+// ExactTrig the library's, for double-precision checks. Corners are those of quads that are not void; where a void quad
+// beside them lacks a vertex, it counts as if it stood at the corner.
 #pragma once
 
 #include <algorithm>
@@ -70,6 +71,13 @@ struct ClosedFanScale {
     }
 };
 
+// Where vertex w stands, seen from `vertex`.
+template <class Vec, class Position>
+Vec offset_of(const Position& position, unsigned int w, const Vec& vertex) {
+    if (w == none) return {0, 0, 0};
+    return Vec(position(w)) - vertex;
+}
+
 // The frame of a closed fan whose edge 0 is e; visit(h, i) tells the number of each corner's own half-edge.
 template <class Trig, class Position, class Visit>
 FanFrame<typename Trig::Real> closed_fan_frame(const unsigned int* quad_indices,
@@ -84,8 +92,8 @@ FanFrame<typename Trig::Real> closed_fan_frame(const unsigned int* quad_indices,
     for (unsigned int i = 0; i < valence; ++i) {
         visit(h, i);
         const Real angle = static_cast<Real>(i) * frame.step;
-        const Vec ahead = (position(quad_indices[next_in_quad(h)]) - vertex) * scale.edge;
-        const Vec diagonal = (position(quad_indices[turn_in_quad(h, 2)]) - vertex) * scale.diagonal;
+        const Vec ahead = offset_of(position, quad_indices[next_in_quad(h)], vertex) * scale.edge;
+        const Vec diagonal = offset_of(position, quad_indices[turn_in_quad(h, 2)], vertex) * scale.diagonal;
         frame.x += ahead * Trig::cosine(angle) + diagonal * Trig::cosine(angle + scale.half_step);
         frame.y += ahead * Trig::sine(angle) + diagonal * Trig::sine(angle + scale.half_step);
         h = edges.opposite_edges[previous_in_quad(h)];
@@ -154,9 +162,9 @@ TangentPair<typename Trig::Real> summed_vertex_tangents(const unsigned int* quad
     unsigned int i = 0;
     do {
         const unsigned int j = i == 0 ? 0 : valence - i;
-        const GMathVec3<Real> ahead = position(quad_indices[next_in_quad(h)]) - vertex;
-        const GMathVec3<Real> diagonal = position(quad_indices[turn_in_quad(h, 2)]) - vertex;
-        const GMathVec3<Real> behind = position(quad_indices[previous_in_quad(h)]) - vertex;
+        const GMathVec3<Real> ahead = offset_of(position, quad_indices[next_in_quad(h)], vertex);
+        const GMathVec3<Real> diagonal = offset_of(position, quad_indices[turn_in_quad(h, 2)], vertex);
+        const GMathVec3<Real> behind = offset_of(position, quad_indices[previous_in_quad(h)], vertex);
         t.t1 += ahead * weights.edge[i] + diagonal * weights.diagonal[i];
         t.t2 += behind * weights.edge[j] + diagonal * weights.diagonal[j];
         h = edges.opposite_edges[previous_in_quad(h)];
@@ -166,14 +174,15 @@ TangentPair<typename Trig::Real> summed_vertex_tangents(const unsigned int* quad
 }
 
 // The frame of an open fan of m > 1 quads between two sharp edges (Biermann, Levin, Zorin 2000): x along the sharp
-// edges, y across them; the leaving sharp edge is number 0, the arriving one number m. visit(h, i) as above.
+// edges, y across them; the leaving sharp edge is number 0, the arriving one number m. visit(h, i) as above. All is
+// seen from vertex `v`: over neighbours of opposite winding the corners of one fan lie at different vertices.
 template <class Trig, class Position, class Visit>
 FanFrame<typename Trig::Real> open_fan_frame(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
-                                             const SdsMeshBase::VertexLocalTopology& fan, const Position& position,
-                                             Visit&& visit) {
+                                             unsigned int v, const SdsMeshBase::VertexLocalTopology& fan,
+                                             const Position& position, Visit&& visit) {
     using Real = typename Trig::Real;
     using Vec = GMathVec3<Real>;
-    const Vec vertex = position(quad_indices[fan.first_edge]);
+    const Vec vertex = position(v);
     const unsigned int m = fan.valence;
 
     // Weights of the cross tangent.
@@ -184,10 +193,10 @@ FanFrame<typename Trig::Real> open_fan_frame(const unsigned int* quad_indices, c
 
     // Far ends of the two sharp edges. When both point the same way they span nothing: each gives way a little to its
     // quad's diagonal.
-    const Vec first_diagonal = position(quad_indices[turn_in_quad(fan.first_edge, 2)]) - vertex;
-    const Vec last_diagonal = position(quad_indices[turn_in_quad(fan.last_edge, 2)]) - vertex;
-    Vec end_a = position(quad_indices[next_in_quad(fan.last_edge)]) - vertex;
-    Vec end_b = position(quad_indices[previous_in_quad(fan.first_edge)]) - vertex;
+    const Vec first_diagonal = offset_of(position, quad_indices[turn_in_quad(fan.first_edge, 2)], vertex);
+    const Vec last_diagonal = offset_of(position, quad_indices[turn_in_quad(fan.last_edge, 2)], vertex);
+    Vec end_a = offset_of(position, quad_indices[next_in_quad(fan.last_edge)], vertex);
+    Vec end_b = offset_of(position, quad_indices[previous_in_quad(fan.first_edge)], vertex);
     const Vec& da = end_a;
     const Vec& db = end_b;
     if (db.cross(da).length_squared() < Real(0.0001) && db.dot(da) >= Real(0)) {
@@ -200,12 +209,14 @@ FanFrame<typename Trig::Real> open_fan_frame(const unsigned int* quad_indices, c
     Vec across = (end_a + end_b) * end_weight;
     unsigned int k = m;
     Real s_previous = Trig::sine(static_cast<Real>(m) * step);
-    for (unsigned int h = fan.first_edge; h != fan.last_edge && k > 0; h = next_in_quad(edges.opposite_edges[h])) {
+    // A void quad may end the walk before it comes to the leaving edge.
+    for (unsigned int h = fan.first_edge; h != fan.last_edge && k > 0 && !edges.is_border(h);
+         h = next_in_quad(edges.opposite_edges[h])) {
         --k;
         visit(h, k);
         const Real s_k = Trig::sine(static_cast<Real>(k) * step);
-        across += (position(quad_indices[next_in_quad(h)]) - vertex) * (Real(4) * s_k / r) +
-                  (position(quad_indices[turn_in_quad(h, 2)]) - vertex) * ((s_k + s_previous) / r);
+        across += offset_of(position, quad_indices[next_in_quad(h)], vertex) * (Real(4) * s_k / r) +
+                  offset_of(position, quad_indices[turn_in_quad(h, 2)], vertex) * ((s_k + s_previous) / r);
         s_previous = s_k;
     }
     visit(fan.last_edge, 0u);
@@ -215,14 +226,14 @@ FanFrame<typename Trig::Real> open_fan_frame(const unsigned int* quad_indices, c
 }
 
 // The frame of a fan of more than max_summed_valence quads in double precision: a sum of so many terms needs it. `e` is
-// any corner of an open fan; a closed one must always be given the same for the same bits.
+// any corner of an open fan at the same vertex; a closed one must always be given the same for the same bits.
 template <class Position, class Visit>
 FanFrame<double> great_fan_frame(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
                                  unsigned int e, const SdsMeshBase::VertexLocalTopology& fan, const Position& position,
                                  Visit&& visit) {
     const auto exact_position = [&position](unsigned int w) { return GMathVec3<double>(position(w)); };
     if (fan.closed) return closed_fan_frame<ExactTrig>(quad_indices, edges, e, fan.valence, exact_position, visit);
-    return open_fan_frame<ExactTrig>(quad_indices, edges, fan, exact_position, visit);
+    return open_fan_frame<ExactTrig>(quad_indices, edges, quad_indices[e], fan, exact_position, visit);
 }
 
 // The tangents at the corner whose own half-edge is number i of a great fan. Two corners that share the edge i + 1 get
@@ -234,17 +245,25 @@ TangentPair<Real> great_fan_tangents(const FanFrame<double>& frame, const SdsMes
     return {GMathVec3<Real>(frame.tangent<ExactTrig>(i)), GMathVec3<Real>(frame.tangent<ExactTrig>(next))};
 }
 
+// The half-edge that the frame of e's great fan starts at: of a closed one the least of all around that a quad has
+// which is not void.
+inline unsigned int great_fan_start(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
+                                    unsigned int e, const SdsMeshBase::VertexLocalTopology& fan) {
+    unsigned int start = e;
+    if (fan.closed)
+        for (unsigned int i = 0, h = e; i < fan.valence; ++i) {
+            if (!is_void_quad(quad_indices + (h & ~3u))) start = std::min(start, h);
+            h = edges.opposite_edges[previous_in_quad(h)];
+        }
+    return start;
+}
+
 // The tangents at one corner of a great fan, by a walk around all of it.
 template <class Real, class Position>
 TangentPair<Real> great_fan_tangents(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
                                      unsigned int e, const SdsMeshBase::VertexLocalTopology& fan,
                                      const Position& position) {
-    unsigned int start = e;
-    if (fan.closed)
-        for (unsigned int i = 0, h = e; i < fan.valence; ++i) {
-            start = std::min(start, h);
-            h = edges.opposite_edges[previous_in_quad(h)];
-        }
+    const unsigned int start = great_fan_start(quad_indices, edges, e, fan);
     unsigned int number = 0;
     const FanFrame<double> frame =
         great_fan_frame(quad_indices, edges, start, fan, position, [&number, e](unsigned int h, unsigned int i) {
@@ -280,10 +299,10 @@ TangentPair<typename Trig::Real> corner_tangents(const unsigned int* quad_indice
                 (position(quad_indices[previous_in_quad(e)]) + diagonal) * Real(0.5) - vertex};
     }
     unsigned int number = 0;
-    const FanFrame<Real> frame =
-        open_fan_frame<Trig>(quad_indices, edges, fan, position, [&number, e](unsigned int h, unsigned int i) {
-            if (h == e) number = i;
-        });
+    const FanFrame<Real> frame = open_fan_frame<Trig>(quad_indices, edges, quad_indices[e], fan, position,
+                                                      [&number, e](unsigned int h, unsigned int i) {
+                                                          if (h == e) number = i;
+                                                      });
     return {frame.template tangent<Trig>(number), frame.template tangent<Trig>(number + 1)};
 }
 

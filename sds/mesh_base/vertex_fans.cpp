@@ -10,7 +10,9 @@
 //              .---.-------.
 //
 // next is a permutation of the half-edges as long as nothing is sharp, so a walk either returns to its start or ends at
-// a sharp half-edge, and the walk back from there ends at the other side of the same fan.
+// a sharp half-edge, and the walk back from there ends at the other side of the same fan. The walk forward looks at the
+// half-edges that leave, the walk back at those that arrive: where the two sides of an edge differ in their flag, the
+// corners of what would be one fan have different ones.
 #include <algorithm>
 
 #include "qn_sys/sys_thread.h"
@@ -45,6 +47,25 @@ bool fill_smooth_fan(const EdgesTopology& edges, VertexLocalTopology* out, unsig
     return true;
 }
 
+// Calls use(h) for e and the half-edges on both sides of it whose walks meet the same ends as those of e: all corners
+// of its fan, but for edges whose two sides differ.
+template <class Use>
+void for_each_in_fan(const EdgesTopology& edges, unsigned int e, const VertexLocalTopology& fan, Use&& use) {
+    // From h over its own edge, when no walk of either direction would stop there.
+    const auto is_joined = [&edges](unsigned int h) {
+        const unsigned int o = edges.opposite_edges[h];
+        return !edges.is_sharp(h) && !edges.is_sharp(o) && edges.opposite_edges[o] == h;
+    };
+    unsigned int h = e, count = 1;
+    use(h);
+    for (; h != fan.last_edge && count < fan.valence && is_joined(h); ++count) use(h = next_around_vertex(edges, h));
+    for (h = e; h != fan.first_edge && count < fan.valence; ++count) {
+        const unsigned int before = edges.opposite_edges[sds::previous_in_quad(h)];
+        if (before == sds::none || !is_joined(before) || next_around_vertex(edges, before) != h) break;
+        use(h = before);
+    }
+}
+
 // Fills the entries [begin, end), each as analyse_vertex_local_topology does. A fan is walked once and written to all
 // of its corners in the range, which keeps huge valences linear.
 template <class AfterEntry>
@@ -55,14 +76,16 @@ void analyse_range(const EdgesTopology& edges, VertexLocalTopology* out, unsigne
         if (out[e].valence == 0 && !fill_smooth_fan(edges, out, begin, end, e)) {
             VertexLocalTopology fan;
             SdsMeshBase::analyse_vertex_local_topology(edges, e, fan);
-            const bool all_smooth = fan.closed && !edges.is_sharp(fan.last_edge);
-            unsigned int h = fan.first_edge;
-            for (unsigned int i = 0; i < fan.valence; ++i) {
-                if (h >= begin && h < end) {
-                    out[h] = fan;
-                    if (all_smooth) out[h].first_edge = out[h].last_edge = h;
-                }
-                if (i + 1 < fan.valence) h = next_around_vertex(edges, h);
+            if (fan.closed && !edges.is_sharp(fan.last_edge)) {
+                unsigned int h = e;
+                do {
+                    if (h >= begin && h < end) out[h] = {true, h, h, fan.valence};
+                    h = next_around_vertex(edges, h);
+                } while (h != e);
+            } else {
+                for_each_in_fan(edges, e, fan, [&](unsigned int h) {
+                    if (h >= begin && h < end) out[h] = fan;
+                });
             }
         }
         after_entry(e);
@@ -113,10 +136,17 @@ void SdsMeshBase::analyse_vertex_local_topology(const EdgesTopology& edges, cons
         ++count;
     }
     unsigned int first = e;
+    unsigned int steps = 0;
     while (!edges.is_sharp(sds::previous_in_quad(first))) {
-        ++count;
         first = edges.opposite_edges[sds::previous_in_quad(first)];
+        ++steps;
+        if (first != e) continue;
+        // All the way round: nothing that arrives is sharp. The fan is the whole ring, cut at the edge that leaves.
+        if (!edges.is_border(last)) first = next_around_vertex(edges, last);
+        count = 0;
+        break;
     }
+    count += steps;
     const unsigned int arriving = sds::previous_in_quad(first);
     out = {edges.opposite_edges[last] == arriving && edges.opposite_edges[arriving] == last, first, last, count};
 }

@@ -26,8 +26,7 @@ void SdsMeshBase::set_border_vertices_as_fixed(const CoreBasicArray<unsigned int
 
 void SdsMeshBase::set_corner_vertices_as_fixed(const CoreBasicArray<unsigned int>& quad_indices,
                                                const EdgesTopology& edges, CoreArray<VertexInfo>& vertex_infos) {
-    // The flag is rewritten at every visit, so the last corner that uses a vertex decides. Kept: scenes rely on which
-    // of two quads that touch at a vertex only is numbered last.
+    // One pass, on purpose: where quads touch at a vertex only, that with the highest number decides for all.
     for (unsigned int e = 0; e < quad_indices.get_count(); ++e) {
         const unsigned int v = quad_indices[e];
         if (v != none) vertex_infos[v].set_fixed(edges.is_border(e) && edges.is_border(sds::previous_in_quad(e)));

@@ -69,8 +69,14 @@ PatchSums make_empty_sums() {
 }
 
 void add_patches(const SdsMeshGeometry& geometry, unsigned int begin, unsigned int end, PatchSums* sums) {
-    sds::get_pair_kernels().add_patches(sds::get_patch_arrays(geometry),
-                                        &geometry.get_base()->get_primitive_shading_group_index(0), begin, end, sums);
+    const SdsMeshBase& base = *geometry.get_base();
+    const sds::PatchArrays surface = sds::get_patch_arrays(geometry);
+    // The runs between void quads: nearly always a single one.
+    for (unsigned int q = begin; q < end; ++q) {
+        const unsigned int first = q;
+        while (q < end && !base.is_primitive_void(q)) ++q;
+        sds::get_pair_kernels().add_patches(surface, &base.get_primitive_shading_group_index(0), first, q, sums);
+    }
 }
 
 // Boxes and areas apart.
@@ -198,6 +204,7 @@ double SdsMeshGeometry::estimate_shading_group_area(const CtxEval&, const unsign
 
 double SdsMeshGeometry::estimate_primitive_area(const CtxEval&, const unsigned int& patch,
                                                 const GMathMatrix4x4<double>& matrix) const {
+    if (base->is_primitive_void(patch)) return 0.0;
     Vec3f controls[16];
     bezier_mesh.get_patch_controls(patch, controls);
     // The 4 x 4 grid of thirds, row by row.
@@ -222,6 +229,10 @@ double SdsMeshGeometry::estimate_primitive_area(const CtxEval&, const unsigned i
 }
 
 void SdsMeshGeometry::compute_primitive_bbox(const CtxEval&, const unsigned int& patch, GMathBbox3<double>& box) const {
+    if (base->is_primitive_void(patch)) {
+        box = GMathBbox3<double>::empty();
+        return;
+    }
     Vec3f controls[16];
     bezier_mesh.get_patch_controls(patch, controls);
     box = controls_bbox(controls);
@@ -229,6 +240,10 @@ void SdsMeshGeometry::compute_primitive_bbox(const CtxEval&, const unsigned int&
 
 void SdsMeshGeometry::compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& patch, const double& time,
                                                 GMathBbox3<double>& box) const {
+    if (base->is_primitive_void(patch)) {
+        box = GMathBbox3<double>::empty();
+        return;
+    }
     Vec3f controls[16];
     get_bezier_controls_at(patch, time, ctx.get_shader_ctx()->get_motion_blur().get_time_sampling(), controls);
     box = controls_bbox(controls);

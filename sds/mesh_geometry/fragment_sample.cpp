@@ -1,6 +1,7 @@
 // The differential surface at a fragment of the limit patch.
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "qn_ctx/ctx_eval.h"
 #include "sds/common/control_lanes.h"
@@ -197,7 +198,7 @@ void SdsMeshGeometry::get_bezier_tangents(const unsigned int& primitive, Vec3f* 
 
 void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const GeometryFragment& fragment,
                                               GeometrySample& sample) const {
-    if (fragment.primitive >= base->get_primitive_count()) return;
+    if (fragment.primitive >= base->get_primitive_count() || base->is_primitive_void(fragment.primitive)) return;
     const auto u = static_cast<float>(fragment.u);
     const auto v = static_cast<float>(fragment.v);
 
@@ -241,6 +242,11 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
 }
 
 SdsMeshGeometry::LimitPoint SdsMeshGeometry::compute_limit_point(const LimitPlace& place) const {
+    if (base->is_primitive_void(place.primitive)) {
+        constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+        constexpr Vec3f nowhere(nan, nan, nan);
+        return {nowhere, nowhere, nowhere, nowhere};
+    }
     LocalPatch patch(*this, bezier_mesh, place.primitive);
     replace_with_stored(*this, place.primitive, patch.nets);
     const auto u = static_cast<double>(place.u), v = static_cast<double>(place.v);

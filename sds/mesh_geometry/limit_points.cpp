@@ -51,6 +51,11 @@ void SdsMeshGeometry::compute_limit_points(const LimitPlace* places, const unsig
         }
         const LimitPlace& a = places[i];
         const LimitPlace& b = places[second];
+        if (base->is_primitive_void(a.primitive) || base->is_primitive_void(b.primitive)) {
+            out[i] = compute_limit_point(a);
+            out[second] = compute_limit_point(b);
+            continue;
+        }
         float* const points[2] = {reinterpret_cast<float*>(out + i), reinterpret_cast<float*>(out + second)};
         const unsigned int degenerate =
             kernels.compute_limit_points(surface, {{a.primitive, b.primitive}, {a.u, b.u}, {a.v, b.v}}, points);

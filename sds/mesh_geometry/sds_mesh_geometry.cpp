@@ -12,7 +12,7 @@ using sds::bytes_of;
 
 namespace {
 
-// Below this many quad indices every step runs on the calling thread: starting threads would cost more than it saves.
+// Meshes of fewer quad indices are built by the caller alone.
 constexpr unsigned int min_threaded_indices = 512;
 
 }  // namespace
@@ -181,15 +181,19 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     if (4 * quad_count >= min_threaded_indices) tasks = std::make_unique<SysThreadTaskManager>();
     {
         const sds::ProgressTask task(progress, "analyse vertices topology", 0.2f);
-        if (!is_update && tasks)
+        if (is_update)
+            sds::progress_done(progress, 4 * quad_count, tasks && !linear);
+        else if (tasks)
             SdsMeshBase::analyse_vertices_local_topology(mesh_base.get_edges(), local_topologies, linear, *tasks,
                                                          progress);
-        else if (!is_update)
+        else
             SdsMeshBase::analyse_vertices_local_topology(mesh_base.get_edges(), local_topologies, linear, progress);
     }
     {
         const sds::ProgressTask task(progress, "prepare tangent computation", 0.1f);
-        if (!is_update) {
+        if (is_update) {
+            sds::progress_done(progress, quad_count, tasks != nullptr);
+        } else {
             const SdsMeshBase::VertexLocalTopology* fans = local_topologies.get_data();
             SdsMeshBase::PatchTangentInfo* infos = tangent_infos.get_data();
             bezier_tangents.clear();
@@ -206,7 +210,7 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     else
         bind_view();
     {
-        // The weights of a linear build add up to 0.7: fronts that were tuned to it expect the jump at its end.
+        // The weights of a linear build add up to 0.7: the bar jumps at its end.
         const sds::ProgressTask task(progress, "update bbox and area", linear ? 0.3f : 0.1f);
         if (tasks)
             update_bbox_and_area(*tasks, progress);
@@ -224,7 +228,9 @@ void SdsMeshGeometry::build_patches(const bool& is_update, SysThreadTaskManager*
     const SdsMeshBase::TopologyContext context = get_topology_context();
     {
         const sds::ProgressTask task(progress, "compute bezier topology", 0.1f);
-        if (!is_update) {
+        if (is_update) {
+            sds::progress_done(progress, base->get_primitive_count(), tasks != nullptr);
+        } else {
             bezier_patches.resize(base->get_primitive_count());
             if (tasks != nullptr)
                 SdsMeshBase::compute_bezier_topology(context, bezier_patches, *tasks, progress);

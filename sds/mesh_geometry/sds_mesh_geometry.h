@@ -1,9 +1,10 @@
-// SdsMeshGeometry: everything positional of a subdivision surface: subdivided positions and motion, limit corners,
-// tangents, patches, boxes and areas, and the surface at any time of a motion sample set.
+// SdsMeshGeometry: where a subdivision surface lies: subdivided positions and motion, limit corners, tangents, patches,
+// boxes and areas, at rest and in motion.
 //
-// Built by `set` on an SdsMeshBase that must outlive it. Afterwards read-only and safe from any number of threads;
-// lazily loaded time samples are the exception and synchronise themselves. Inputs are trusted: one position per control
-// vertex, indices in range.
+// Built by `set` on an SdsMeshBase that must outlive it. Then any number of threads may read it; nothing changes but
+// the time samples, which are loaded when first asked for and synchronise themselves. Inputs are trusted: one position
+// per control vertex, indices in range. Primitives that are void (SdsMeshBase::is_primitive_void) have NaN for control
+// points, nets and limit points, an empty box and no area; samples on them are left untouched.
 #pragma once
 
 #include <atomic>
@@ -78,8 +79,7 @@ public:
     // same loader.
     SdsMeshGeometry(const SdsMeshGeometry& other);
     // Copies the arrays, but shares the view, the lock and the cached samples of `other`: the view keeps referring to
-    // the arrays of `other`, which must outlive this geometry or its next `set`. Hosts that swap geometries during
-    // rendering rely on it.
+    // the arrays of `other`, which must outlive this geometry or its next `set`.
     SdsMeshGeometry& operator=(const SdsMeshGeometry& other);
     ~SdsMeshGeometry() override;
 

@@ -98,8 +98,7 @@ void SdsMeshMaps::set_uv_map(const GeometryUvMap& source, const ControlPolygons&
 
     CoreArray<SdsMeshBase::VertexLocalTopology> fans(map.quad_indices.get_count());
     {
-        // One weight whatever the number of maps: with several of them the bar runs ahead here, as fronts have always
-        // shown it.
+        // One weight whatever the number of maps: with several of them the bar runs ahead here.
         const sds::ProgressTask task(progress, "analyse vertices topology", subdivided ? 0.25f : 0.33f);
         SdsMeshBase::analyse_vertices_local_topology(map.edges, fans, linear, progress);
     }

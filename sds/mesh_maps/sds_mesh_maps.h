@@ -1,12 +1,12 @@
-// SdsMeshMaps: the UV and colour maps of a subdivision surface.
+// SdsMeshMaps: UVs and colours on a subdivision surface.
 //
-// The host's maps are face-varying: each has its own vertices and one index per control-polygon corner, so that a mesh
-// vertex may carry several UVs (a seam) or none. `set` carries every map through the same step as the mesh; a UV map is
-// then a second surface with the quads of the mesh, evaluated as bicubic patches. Colours are subdivided and looked up
-// bilinearly.
+// The host's maps are face-varying: points of their own, and for each corner of the polygons the one it has, or none.
+// Corners at one vertex that have different ones make a seam. `set` carries every map through the same step as the
+// mesh; a UV map is then a second surface with the quads of the mesh, evaluated as bicubic patches. Colours are
+// subdivided and looked up bilinearly.
 //
-// The base must outlive the maps. Built by one thread, read by any number. Inputs are trusted: one index per corner
-// (0xFFFFFFFF where a corner is unmapped), indices below the map's count.
+// The base stays alive and unchanged as long as the maps refer to it. Built by one thread, read by any number. Inputs
+// are trusted: one index per corner (0xFFFFFFFF where a corner is unmapped), indices below the map's count.
 #pragma once
 
 #include "qn_geometry/geometry_fragment.h"
@@ -25,13 +25,13 @@ public:
     using Vec3d = GMathVec3<double>;
     using Color8 = GMathVec4<unsigned char>;
 
-    // Which UV vertices keep their place. A seam is an edge that is a border of the map but not of the mesh.
+    // Which UV vertices keep their place. Seams are the borders of the map inside the mesh.
     enum class InterpolationMode : unsigned int {
         all_fixed = 0,                    // linear map
         corners_fixed = 1,                // corners of the map's borders
         all_smoothed = 2,                 // nothing
         borders_fixed = 3,                // every vertex on a border of the map
-        smoothed_seam_corners_fixed = 4,  // only where the map turns along a seam
+        smoothed_seam_corners_fixed = 4,  // only the corners of seams
         smoothed_seams_fixed = 5,         // every vertex on a seam
         corners_and_seams_fixed = 6,      // 1 and 5 together
     };
@@ -60,8 +60,8 @@ public:
 
     struct SdsColorMap {
         CoreString name;
-        CoreArray<Color8> colors;         // per vertex of the map's own subdivided topology
-        CoreArray<unsigned int> indices;  // four per quad; empty when the map follows the mesh's vertices
+        CoreArray<Color8> colors;         // after the subdivision step
+        CoreArray<unsigned int> indices;  // four per quad; empty for colours at the mesh's own vertices
     };
 
     SdsMeshMaps() = default;
@@ -109,13 +109,14 @@ public:
     CoreArray<Color8> get_color_map_colors(const unsigned int& i) const { return color_maps[i].colors; }
     CoreArray<CoreArray<Color8>> get_color_maps() const;
 
-    // False without UV maps, beyond the last quad, and for a quad with an unmapped corner. The map index is not checked
+    // Whether all four corners have a UV; false without maps and beyond the last quad. The map index is not checked
     // when there are maps.
     bool is_primitive_uv_mapped(const unsigned int& quad, const unsigned int& uv_map) const;
-    // The sixteen controls of a mapped quad in a UV map.
+    // A quad's sixteen controls in a UV map, NaN when it is not mapped.
     void get_bezier_controls(const unsigned int& uv_map, const unsigned int& quad, Vec3f* controls) const;
 
-    // u, v, w and their derivatives per patch parameter. Ask is_primitive_uv_mapped first.
+    // u, v, w and their derivatives per patch parameter. Ask is_primitive_uv_mapped first: all is NaN where it is
+    // false.
     void compute_fragment_uvw(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& uv_map,
                               Vec3d& uvw, Vec3d& duvw_du, Vec3d& duvw_dv) const;
     // On edge `edge` at t, from its corner to the next. An edge above 3 writes nothing.

@@ -8,7 +8,7 @@
 //   derivatives along u
 //                and v are per patch parameter, the third derivative is zero. At a fixed tessellation level the value
 //                is that of the cell's corner u' = floor(u s) / s, v' = floor(v s) / s, as for UVs.
-//   per polygon  that of the control polygon of the quad; derivatives zero.
+//   per polygon  the same all over a polygon's quads; derivatives zero.
 //   constant     item 0; derivatives zero.
 //
 // Types: integers are stored back after subdivision as the nearest value of their type, ties to even, saturated at its
@@ -36,16 +36,16 @@ public:
     static const CoreClassInfo& class_info();
     size_t get_memory_size() const override;
 
-    // Prepares time sample `sample` from the host's values. Per-polygon and constant values are used where they are and
-    // must stay alive. False, with the sample emptied, for missing values, values of another type, or a kind of
-    // property that is not evaluated.
+    // Makes one time sample ready to be evaluated. Per-polygon and constant values are used where they are and must
+    // stay alive. False, with the sample emptied, for missing values, values of another type, or a kind of property
+    // that is not evaluated. Void primitives and quads with a corner that has no index give no values.
     bool init(const unsigned int& sample, const ResourceProperty* values);
 
     const SdsMesh& get_mesh() const { return *mesh; }
     const PolyMeshProperty& get_source() const { return *source; }
     const PolyMeshProperty::Type& get_type() const { return source->get_type(); }
     bool has_indices() const { return source->has_indices(); }
-    // The property's own quad indices, four per surface quad; empty when it follows the mesh's vertices.
+    // Which item each corner of the quads has; empty for values at the mesh's own vertices.
     const CoreArray<unsigned int>& get_indices() const { return indices; }
     const unsigned int& get_index_count() const override { return source->get_index_count(); }
     const unsigned int& get_value_count() const override { return source->get_value_count(); }

@@ -143,6 +143,7 @@ PolyMesh::PolyMesh(const CoreArray<unsigned int>& counts, const CoreArray<unsign
 }
 
 std::vector<std::pair<unsigned int, unsigned int>> second_host_creases;
+std::map<unsigned int, unsigned int> second_host_welds;
 
 void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
                                     CoreArray<unsigned int>& neighbour_edges,
@@ -154,11 +155,15 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
     struct Side {
         unsigned int polygon, slot;
     };
+    const auto weld = [](unsigned int v) {
+        const auto found = second_host_welds.find(v);
+        return found == second_host_welds.end() ? v : found->second;
+    };
     std::map<std::pair<unsigned int, unsigned int>, std::vector<Side>> edges;
     for (unsigned int p = 0; p < polygon_counts.get_count(); ++p)
         for (unsigned int k = 0; k < polygon_counts[p]; ++k) {
-            const unsigned int a = polygon_indices[polygon_offsets[p] + k];
-            const unsigned int b = polygon_indices[polygon_offsets[p] + (k + 1) % polygon_counts[p]];
+            const unsigned int a = weld(polygon_indices[polygon_offsets[p] + k]);
+            const unsigned int b = weld(polygon_indices[polygon_offsets[p] + (k + 1) % polygon_counts[p]]);
             edges[std::minmax(a, b)].push_back({p, k});
         }
     neighbour_polygons.assign(polygon_indices.get_count(), none);

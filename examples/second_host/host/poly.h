@@ -1,11 +1,15 @@
 // The polygon mesh that surfaces are made from, its adjacency and its properties.
 #pragma once
 
+#include <map>
+
 #include "host/geometry.h"
 #include "host/system.h"
 
 // Creases of the mesh under construction, as pairs of vertices; one mesh at a time.
 extern std::vector<std::pair<unsigned int, unsigned int>> second_host_creases;
+// Vertices that count as another one where edges are paired.
+extern std::map<unsigned int, unsigned int> second_host_welds;
 
 void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
                                     CoreArray<unsigned int>& neighbour_edges,

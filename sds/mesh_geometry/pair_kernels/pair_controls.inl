@@ -24,10 +24,10 @@ inline void spread(SimdFloat8 a, SimdFloat8* lanes) {
 }
 
 // Weights of the points that an edge point is made of, one per corner in the lanes: the corner itself, the edge's other
-// end, and the vertices beside them, of which those beside the corner count twice. Sharp edges take 2 : 1 of their
-// ends.
+// end, and, on a smooth edge, the vertices beside them, of which those beside the corner count twice. Sharp edges take
+// 2 : 1 of their ends.
 struct EdgeWeights {
-    SimdFloat8 own[4], far[4], beside[4], reciprocal[4];
+    SimdFloat8 own[4], far[4], is_smooth[4], reciprocal[4];
 
     // `sharp` is 1 in the lanes of the corners whose edge is sharp. All weights are small integers: exact.
     EdgeWeights(SimdFloat8 edge_weights, SimdFloat8 sharp) {
@@ -35,7 +35,7 @@ struct EdgeWeights {
         const SimdFloat8 own_weight = edge_weights * smooth + (sharp + sharp);
         spread(own_weight, own);
         spread(one + SimdFloat8(3.0f) * smooth, far);
-        spread(smooth, beside);
+        spread(smooth, is_smooth);
         spread(one / (own_weight + (one + SimdFloat8(9.0f) * smooth)), reciprocal);
     }
 };
@@ -86,9 +86,10 @@ inline SimdFloat8 compute_controls(const PatchArrays& surface, const unsigned in
         const SimdFloat8 beside = neighbour(0) + q[turn(k, 3)], beside_next = neighbour(1) + q[turn(k, 2)];
         const auto edge_point = [&](const EdgeWeights& w, unsigned int corner, SimdFloat8 own, SimdFloat8 far,
                                     SimdFloat8 near_side, SimdFloat8 far_side) {
-            return (((own * w.own[corner] + far * w.far[corner]) + (near_side + near_side) * w.beside[corner]) +
-                    far_side * w.beside[corner]) *
-                   w.reciprocal[corner];
+            // Chosen, not weighted: what lies beside a sharp edge may be NaN or overflow.
+            const SimdFloat8 ends = own * w.own[corner] + far * w.far[corner];
+            const SimdFloat8 all = (ends + (near_side + near_side)) + far_side;
+            return select_positive(w.is_smooth[corner], all, ends) * w.reciprocal[corner];
         };
         controls[leaving_places[k]] = edge_point(leaving, k, q[k], q[next], beside, beside_next);
         controls[arriving_places[next]] = edge_point(arriving, next, q[next], q[k], beside_next, beside);

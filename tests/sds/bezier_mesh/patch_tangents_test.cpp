@@ -1,8 +1,11 @@
 // Limit tangents, against closed forms in double precision.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <random>
+#include <tuple>
 
 #include "../surface_checks.h"
 #include "sds/mesh_base/cosine_table.h"
@@ -11,6 +14,7 @@ namespace {
 
 using namespace sds_test;
 using Mode = SdsMeshGeometry::InterpolationMode;
+using Edges = SdsMeshBase::EdgesTopology;
 
 constexpr double pi = std::numbers::pi;
 
@@ -131,24 +135,65 @@ TEST(CornerTangents, FoldedSharpEdgesStillSpan) {
     expect_near(tangents_at(surface, 0).first, Vec3f(0, 0.1f, 0), 1e-5);
 }
 
-// Great fans are walked once for all their corners; one quad alone gives the same bits.
-TEST(PatchTangents, OneQuadGivesTheBitsOfAllQuads) {
-    for (const ZooMesh& cage :
-         {Fan(40, false).cage, Fan(40, true).cage, zoo_mesh("pole64"), zoo_mesh("quad_fan6_crease")}) {
-        SCOPED_TRACE(cage.name + " " + std::to_string(cage.counts.size()));
-        const BuiltSurface surface(cage, {.mode = Mode::all_smoothed});
-        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-            const SdsMeshBase::PatchTangentInfo& info = surface.geometry.get_tangent_infos()[q];
-            Vec3f tangents[16];
-            SdsMeshBase::compute_bezier_tangents(surface.geometry.get_bezier_mesh(), surface.base.get_edges(), q, info,
-                                                 surface.geometry.get_local_topologies().get_data() + 4 * size_t{q},
-                                                 tangents);
-            const int count = 2 * __builtin_popcount(info.irregular & 0xFFu);
-            for (int i = 0; i < count; ++i)
-                ASSERT_EQ(tangents[i], surface.geometry.get_bezier_tangents_array()[info.tangent_offset + i])
-                    << "quad " << q << " vector " << i;
-        }
+// The last quad of a fan turned over, which keeps its edges: a walk over it goes on at another vertex.
+ZooMesh turn_last_quad(ZooMesh cage) {
+    std::reverse(cage.indices.end() - 4, cage.indices.end());
+    cage.name += " turned";
+    return cage;
+}
+
+// Over a neighbour of opposite winding the corners of one fan lie at different vertices: each has its tangents there.
+TEST(CornerTangents, AreSeenFromTheCornersOwnVertex) {
+    const std::vector<Vec3f> p{{0, 0, 0}, {1, 0, 0.2f}, {1.1f, 1, 0}, {0, 1, 0.3f}, {2.2f, 0, 0}, {2, 1.2f, 0.5f}};
+    const BuiltSurface surface(make_cage({4, 4}, {0, 1, 2, 3, 1, 2, 5, 4}, p), {.mode = Mode::all_smoothed});
+    // Corner 1 of the first quad, at vertex 1, and corner 1 of the second, at vertex 2, have one fan of two quads.
+    for (const auto& [corner, v, half_turns] : {std::tuple(1u, 1u, 1), {5u, 2u, 0}}) {
+        const auto& fan = surface.geometry.get_local_topologies()[corner];
+        ASSERT_EQ(fan.first_edge, 1u);
+        ASSERT_EQ(fan.last_edge, 5u);
+        const Vec3d along = (Vec3d(p[5]) - Vec3d(p[0])) * 0.5;
+        const Vec3d across = (Vec3d(p[5]) + Vec3d(p[0])) * (-1.0 / 6) + Vec3d(p[2]) * (4.0 / 6) +
+                             (Vec3d(p[3]) + Vec3d(p[4])) * (1.0 / 6) - Vec3d(p[v]) * (4.0 / 6);
+        const auto [t1, t2] = tangents_at(surface, corner);
+        expect_near(Vec3d(t1), half_turns != 0 ? across : along, 1e-5);
+        expect_near(Vec3d(t2), half_turns != 0 ? -along : across, 1e-5);
     }
+}
+
+// Great fans are walked once for all their corners; one quad alone gives the same bits, over neighbours of opposite
+// winding, with crease flags on one side only and from weighted positions too.
+TEST(PatchTangents, OneQuadGivesTheBitsOfAllQuads) {
+    for (const ZooMesh& cage : {Fan(40, false).cage, Fan(40, true).cage, turn_last_quad(Fan(40, true).cage),
+                                turn_last_quad(Fan(40, false).cage), zoo_mesh("pole64"), zoo_mesh("quad_fan6_crease")})
+        for (unsigned int seed = 0; seed < 8; ++seed) {
+            SCOPED_TRACE(cage.name + " " + std::to_string(cage.counts.size()) + " " + std::to_string(seed));
+            const BuiltSurface surface(cage, {.mode = Mode::all_smoothed});
+            Edges edges = surface.base.get_edges();
+            std::mt19937 random(seed);
+            for (unsigned char& flags : edges.quad_edge_flags)
+                if (seed != 0 && random() % (4 * seed) == 0)
+                    flags = static_cast<unsigned char>(flags ^ 1u << random() % 4);
+            SdsBezierMesh mesh = surface.geometry.get_bezier_mesh();
+            SdsBezierMesh weighted(surface.quad_count(), mesh.get_vertex_count(), mesh.get_vertex_indices(),
+                                   mesh.get_patch(0), nullptr);
+            weighted.add_vertices(mesh.get_quad_vertices(0), mesh.get_patch_vertices(0), 0.37f);
+            if (seed % 2 != 0) mesh = weighted;
+
+            CoreArray<SdsMeshBase::VertexLocalTopology> fans(4 * surface.quad_count());
+            CoreArray<SdsMeshBase::PatchTangentInfo> infos(surface.quad_count());
+            SdsMeshBase::analyse_vertices_local_topology(edges, fans, false, nullptr);
+            CoreArray<Vec3f> all(SdsMeshBase::compute_tangent_infos(surface.quad_count(), fans.get_data(),
+                                                                    infos.get_data(), false, nullptr));
+            SdsMeshBase::compute_bezier_tangents(mesh, edges, infos, fans, all.get_data(), nullptr);
+            for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+                const SdsMeshBase::PatchTangentInfo& info = infos[q];
+                Vec3f tangents[16];
+                SdsMeshBase::compute_bezier_tangents(mesh, edges, q, info, fans.get_data() + 4 * size_t{q}, tangents);
+                const int count = 2 * __builtin_popcount(info.irregular & 0xFFu);
+                for (int i = 0; i < count; ++i)
+                    ASSERT_EQ(tangents[i], all[info.tangent_offset + i]) << "quad " << q << " vector " << i;
+            }
+        }
 }
 
 // Two corners of a great fan that share an edge have the same tangent along it, bit for bit.

@@ -21,6 +21,26 @@ void expect_equal(const Fan& a, const Fan& b, unsigned int e) {
 
 unsigned int next_leaving(const Edges& edges, unsigned int h) { return sds::next_in_quad(edges.opposite_edges[h]); }
 
+// What the walks of a corner meet, step by step: forward to the first sharp half-edge that leaves, back to the first
+// sharp one that arrives. Where nothing arrives sharp the fan is the ring, cut at the edge that leaves.
+Fan walk(const Edges& edges, unsigned int e) {
+    std::vector<unsigned int> ahead{e}, behind;
+    while (!edges.is_sharp(ahead.back())) {
+        const unsigned int h = next_leaving(edges, ahead.back());
+        if (h == e) return {true, e, e, static_cast<unsigned int>(ahead.size())};
+        ahead.push_back(h);
+    }
+    const unsigned int last = ahead.back();
+    unsigned int first = e;
+    while (!edges.is_sharp(sds::previous_in_quad(first))) {
+        first = edges.opposite_edges[sds::previous_in_quad(first)];
+        behind.push_back(first);
+        if (first == e) return {true, next_leaving(edges, last), last, static_cast<unsigned int>(behind.size())};
+    }
+    return {edges.opposite_edges[last] == sds::previous_in_quad(first), first, last,
+            static_cast<unsigned int>(ahead.size() + behind.size())};
+}
+
 // A fan as the chain of corners it passes, from the arriving sharp edge to the leaving one.
 void expect_fan_holds(const Edges& edges, const Fan& fan, unsigned int e) {
     ASSERT_GE(fan.valence, 1u);
@@ -67,6 +87,48 @@ TEST(VertexFans, HoldOnTheZoo) {
     for (const ZooMesh& cage : mesh_zoo()) {
         SCOPED_TRACE(cage.name);
         expect_fans_hold(BuiltSurface(cage).base.get_edges());
+    }
+}
+
+void expect_walks(const Edges& edges, SysThreadTaskManager& tasks) {
+    const CoreArray<Fan> fans = all_fans(edges);
+    CoreArray<Fan> threaded(fans.get_count());
+    SdsMeshBase::analyse_vertices_local_topology(edges, threaded, false, tasks, nullptr);
+    for (unsigned int e = 0; e < fans.get_count(); ++e) {
+        Fan alone;
+        SdsMeshBase::analyse_vertex_local_topology(edges, e, alone);
+        for (const Fan& fan : {fans[e], threaded[e], alone}) expect_equal(fan, walk(edges, e), e);
+    }
+}
+
+// A crease flag on one side of an edge only ends the walks of one direction: corners that lie in one fan for some do
+// not for others.
+TEST(VertexFans, OneSidedFlags) {
+    SysThreadTaskManager tasks;
+    Edges edges = BuiltSurface(zoo_mesh("cube")).base.get_edges();
+    edges.quad_edge_flags[2] |= 2;
+    expect_walks(edges, tasks);
+    // At the vertex that the flagged half-edge leaves its fan ends as at a dart; at the other it is not seen.
+    const unsigned int flagged = 4 * 2 + 1, beyond = edges.opposite_edges[flagged];
+    Fan fan;
+    SdsMeshBase::analyse_vertex_local_topology(edges, next_leaving(edges, flagged), fan);
+    expect_equal(fan, {true, next_leaving(edges, flagged), flagged, 3}, flagged);
+    SdsMeshBase::analyse_vertex_local_topology(edges, beyond, fan);
+    expect_equal(fan, {true, beyond, beyond, 3}, beyond);
+
+    std::vector<ZooMesh> cages = mesh_zoo();
+    cages.push_back(make_torus(8, 7));
+    for (unsigned int seed = 0; seed < 40 * cages.size(); ++seed) {
+        const ZooMesh& cage = cages[seed % cages.size()];
+        if (cage.counts.size() > 400) continue;
+        SCOPED_TRACE(cage.name + " " + std::to_string(seed));
+        edges = BuiltSurface(cage).base.get_edges();
+        std::mt19937 random(seed);
+        const unsigned int rarity = 2 + seed % 23;
+        for (unsigned char& flags : edges.quad_edge_flags)
+            for (unsigned int k = 0; k < 4; ++k)
+                if (random() % rarity == 0) flags = static_cast<unsigned char>(flags ^ 1u << k);
+        expect_walks(edges, tasks);
     }
 }
 

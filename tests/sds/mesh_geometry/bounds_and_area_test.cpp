@@ -3,10 +3,12 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <random>
 
 #include "../surface_checks.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_sys/sys_thread.h"
+#include "sds/mesh_geometry/patch_arrays.h"
 #include "support/recorders.h"
 #include "support/surface_errors.h"
 
@@ -144,19 +146,39 @@ TEST(Bounds, GroupsHoldTheControlPointsOfTheirPatches) {
         }
 }
 
-TEST(Bounds, NanPointsAreLeftOut) {
-    ZooMesh cage = make_sheet(3);
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    cage.positions[0] = {nan, 5e5f, -5e5f};
-    for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {
-        const BuiltSurface broken(cage, {.mode = mode});
-        const GMathBbox3<float>& box = broken.geometry.get_bbox();
-        EXPECT_TRUE(box.get_min().is_finite() && box.get_max().is_finite());
-        EXPECT_FALSE(box.is_empty());
-        EXPECT_LT(box.get_max()[1], 1e3f);
-        const double area = broken.geometry.estimate_area(ctx, Matrix());
-        EXPECT_TRUE(std::isfinite(area));
-        EXPECT_GT(area, 0.0);
+// NaN, and numbers whose sums overflow: every finite control point is in the box, and nothing else, by every
+// instruction set.
+TEST(Bounds, HoldTheFiniteControlPoints) {
+    const float wild[] = {std::numeric_limits<float>::quiet_NaN(), 3e38f, -3e38f, 1.2e38f};
+    std::vector<ZooMesh> cages = mesh_zoo();
+    cages.push_back(make_sheet(3));
+    for (unsigned int seed = 0; seed < 8 * cages.size(); ++seed) {
+        ZooMesh cage = cages[seed % cages.size()];
+        if (cage.positions.size() > 2000) continue;
+        SCOPED_TRACE(cage.name + " " + std::to_string(seed));
+        std::mt19937 random(seed);
+        for (unsigned int i = 0; i < 1 + seed % 3; ++i)
+            cage.positions[random() % cage.positions.size()][static_cast<unsigned int>(random() % 3)] =
+                wild[random() % 4];
+        for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
+            const BuiltSurface broken(cage, {.mode = mode});
+            GMathBbox3<float> expected = GMathBbox3<float>::empty();
+            for (const Vec3f& p : controls_of(broken.geometry))
+                if (p.is_finite()) expected.grow(p);
+            EXPECT_TRUE(same(broken.geometry.get_bbox(), expected));
+            const CoreArray<unsigned int> groups(broken.quad_count(), 0u);
+            for (const sds::PairKernels* const* kernels = sds::get_all_pair_kernels(); *kernels != nullptr; ++kernels) {
+                constexpr float largest = std::numeric_limits<float>::max();
+                sds::PatchSums sums{{largest, largest, largest}, {-largest, -largest, -largest}, {0, 0, 0, 0}};
+                (*kernels)->add_patches(sds::get_patch_arrays(broken.geometry), groups.get_data(), 0,
+                                        broken.quad_count(), &sums);
+                for (unsigned int axis = 0; axis < 3; ++axis) {
+                    EXPECT_EQ(sums.low[axis], expected.get_min()[axis]) << (*kernels)->name;
+                    EXPECT_EQ(sums.high[axis], expected.get_max()[axis]) << (*kernels)->name;
+                }
+                for (const double area : sums.areas) EXPECT_TRUE(std::isfinite(area));
+            }
+        }
     }
 }
 

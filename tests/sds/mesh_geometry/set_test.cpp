@@ -100,6 +100,27 @@ TEST(GeometrySet, NewPositionsAreWhatAFreshGeometryHas) {
     }
 }
 
+// On one thread and on several: what stays is reported as what is made.
+TEST(GeometrySet, NewPositionsReportWhatAFirstBuildReports) {
+    for (const ZooMesh& cage : {zoo_mesh("cube"), make_torus(20, 10)})
+        for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {
+            const BuiltSurface surface(cage);
+            SdsMeshGeometry geometry;
+            RecordingProgress first, again;
+            for (RecordingProgress* bar : {&first, &again})
+                geometry.set(surface.base, to_core_array(cage.positions), {}, mode, bar);
+            ASSERT_EQ(again.tasks.size(), first.tasks.size());
+            for (size_t i = 0; i < first.tasks.size(); ++i) {
+                const RecordingProgress::Task &a = first.tasks[i], &b = again.tasks[i];
+                EXPECT_EQ(b.label, a.label);
+                EXPECT_EQ(b.step_count, a.step_count) << a.label;
+                EXPECT_EQ(b.steps, a.steps) << a.label;
+                EXPECT_EQ(b.last_step, a.last_step) << a.label;
+                EXPECT_NEAR(b.shares, a.shares, 1e-5) << a.label;
+            }
+        }
+}
+
 TEST(GeometrySet, ABaseBuiltAnewIsAnotherTopology) {
     ZooMesh cage = zoo_mesh("cube");
     SdsMeshBase base;
