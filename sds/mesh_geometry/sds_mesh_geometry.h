@@ -135,8 +135,8 @@ public:
     void compute_primitive_bbox(const CtxEval& ctx, const unsigned int& patch, GMathBbox3<double>& box) const;
     // Box of the controls at a time. Where time samples of the surface lie between the shutter samples before and after
     // `time`, it holds the patch at those too: linear blends of the boxes at the shutter's samples, and at more times
-    // between them, then hold the patch at every time. A shutter that has those samples itself, or
-    // none, gets the box of the one moment. The shutter is that of `ctx`.
+    // between them, then hold the patch at every time. A shutter that has those samples itself, or none, gets the box
+    // of the one moment. The shutter is that of `ctx`.
     void compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& patch, const double& time,
                                    GMathBbox3<double>& box) const;
     // Box of the vertices (not the controls) at a time, of that moment alone; the stored box for a static geometry and
