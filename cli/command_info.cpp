@@ -1,5 +1,6 @@
 #include "cli/command_info.h"
 
+#include "cli/array_view.h"
 #include "cli/build_estimate.h"
 #include "cli/common_options.h"
 #include "cli/input_error.h"
@@ -68,7 +69,8 @@ std::vector<double> sample_times(const Motion& motion) {
 
 /// Of every patch's controls. They move straight between samples, so that the boxes at the samples hold all.
 GMathBbox3<double> motion_box(const SdsMesh& mesh, const std::vector<double>& times) {
-    const CtxShader shader;
+    CtxShader shader;
+    shader.get_motion_blur().set_time_sampling(GMathTimeSampling(view_of(times)));
     GMathBbox3<double> box = GMathBbox3<double>::empty(), patch;
     for (const double time : times)
         for (unsigned int q = 0; q < mesh.get_primitive_count(); ++q) {

@@ -44,8 +44,9 @@ public:
     const Bbox3& get_bbox() const;
     // Half the diagonal of that box, never zero.
     double get_radius() const;
-    // The frame's shader context: its motion sampling holds the shutter's ends and the objects' sample times between
-    // them, and is empty for a still frame. Render threads are made with it; complete after commit.
+    // The frame's shader context: its motion sampling holds the shutter's ends and, for objects with samples in time,
+    // those and time 0 between them, and is empty for a still frame. Render threads are made with it; complete after
+    // commit.
     const CtxShader& get_shader_ctx() const;
 
     // Finds the nearest hit with tnear <= t < tfar (mode `closest`) or any hit (mode `any`). `ray` comes without a hit

@@ -148,10 +148,12 @@ void append_sample_times(const GeometryObject& object, double open, double close
     const GeometryPointCloud* cloud = object.get_point_cloud();
     if (!object.is_animated() || cloud == nullptr || !cloud->has_sampling()) return;
     const GMathTimeSampling& sampling = cloud->get_sampling();
-    for (unsigned int i = 0; i < sampling.get_sample_count(); ++i) {
-        const double time = sampling.get_sample_time(i);
+    const auto append = [&](double time) {
         if (time > open && time < close) times.push_back(time);
-    }
+    };
+    for (unsigned int i = 0; i < sampling.get_sample_count(); ++i) append(sampling.get_sample_time(i));
+    // Where an object stands as it was built, which need not be on the way between its samples.
+    append(0.0);
 }
 
 UnitSpace::UnitSpace(const Bbox3& box) {

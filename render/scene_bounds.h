@@ -28,7 +28,8 @@ PrimitiveBounds compute_still_bounds(const CtxShader& shader, const GeometryObje
 PrimitiveBounds compute_moving_bounds(const CtxShader& shader, const GeometryObject& object,
                                       const std::vector<double>& times);
 
-// Times inside (open, close) at which the object's motion may bend.
+// Times inside (open, close) at which the object's motion may bend: its samples and time 0. For objects with time
+// samples only.
 void append_sample_times(const GeometryObject& object, double open, double close, std::vector<double>& times);
 
 bool is_valid_box(const Bbox3& box);

@@ -59,12 +59,9 @@ void SdsMesh::compute_fragment_sample(const CtxEval& ctx, const GeometryFragment
         geometry->compute_fragment_sample(ctx, fragment, sample);
         return;
     }
-    const GMathTimeSampling& sampling = ctx.get_shader_ctx()->get_motion_blur().get_time_sampling();
     Vec3f controls[16];
-    if (std::fabs(fragment.time) > 1e-8)
-        geometry->get_bezier_controls_at(fragment.primitive, fragment.time, sampling, controls);
-    else
-        geometry->get_bezier_controls(fragment.primitive, controls);
+    geometry->get_bezier_controls_at(fragment.primitive, fragment.time,
+                                     ctx.get_shader_ctx()->get_motion_blur().get_time_sampling(), controls);
     const CellPlace place(fragment.u, fragment.v, level_scale, level_scale_inv);
     const CellPoint cell(controls, place);
 
@@ -79,10 +76,8 @@ void SdsMesh::compute_fragment_sample(const CtxEval& ctx, const GeometryFragment
     sample.set_smoothing(cell.position, limit.get_smoothing_normal(), limit.get_smoothing_dndu(),
                          limit.get_smoothing_dndv());
 
-    if (!geometry->is_animated() || !(std::fabs(fragment.time_interval) > 1e-8)) return;
-    geometry->get_bezier_controls_at(fragment.primitive, fragment.time + fragment.time_interval, sampling, controls);
-    sample.set_geometric_position_dt((CellPoint(controls, place).position - cell.position) *
-                                     (1.0 / fragment.time_interval));
+    if (geometry->get_bezier_velocities(fragment, controls))
+        sample.set_geometric_position_dt(CellPoint(controls, place).position);
 }
 
 void SdsMesh::compute_edge_sample(const CtxEval&, const unsigned int& primitive, const unsigned int& edge,

@@ -1,6 +1,5 @@
 #include "sds/mesh/sds_mesh.h"
 
-#include <cmath>
 #include <new>
 
 using Vec3d = GMathVec3<double>;
@@ -85,14 +84,8 @@ CoreString SdsMesh::get_uv_map_name(const unsigned int& map) const { return maps
 void SdsMesh::compute_fragment_uvw(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& map,
                                    Vec3d& uvw, Vec3d& duvw_du, Vec3d& duvw_dv) const {
     GeometryFragment snapped = fragment;
-    if (level != 0) {
-        const auto snap = [this](double x) {
-            return static_cast<double>(std::floor(static_cast<float>(x * static_cast<double>(level_scale))) *
-                                       level_scale_inv);
-        };
-        snapped.u = snap(fragment.u);
-        snapped.v = snap(fragment.v);
-    }
+    snapped.u = get_cell_corner(fragment.u);
+    snapped.v = get_cell_corner(fragment.v);
     maps->compute_fragment_uvw(ctx, snapped, map, uvw, duvw_du, duvw_dv);
 }
 void SdsMesh::compute_edge_uvw(const CtxEval& ctx, const unsigned int& primitive, const unsigned int& edge,

@@ -10,6 +10,8 @@
 // All const operations run on any number of threads at once. Arguments are not validated.
 #pragma once
 
+#include <cmath>
+
 #include "qn_geometry/geometry_object.h"
 #include "sds/common/sds_export.h"
 #include "sds/mesh_geometry/sds_mesh_geometry.h"
@@ -36,6 +38,13 @@ public:
     const unsigned int& get_level() const { return level; }
     const float& get_level_scale() const { return level_scale; }
     const float& get_level_scale_inv() const { return level_scale_inv; }
+    // The lower end of the cell that a patch coordinate lies in, floor(x s) / s with the product in single precision, s
+    // the cells per patch side; 1 at the far border. At level 0 the coordinate itself.
+    double get_cell_corner(const double& x) const {
+        if (level == 0) return x;
+        return static_cast<double>(std::floor(static_cast<float>(x * static_cast<double>(level_scale))) *
+                                   level_scale_inv);
+    }
     // The control polygon that a primitive came from.
     unsigned int get_primitive_polygon_id(const unsigned int& primitive) const {
         return base->get_primitive_polygon_id(primitive);
@@ -72,9 +81,8 @@ public:
 
     unsigned int get_uv_map_count() const override;
     CoreString get_uv_map_name(const unsigned int& map) const override;
-    // At fixed levels the map is looked up at the corner of the cell, u' = floor(u s) / s and v' likewise, s the cells
-    // per patch side, so that texture stays with the flat cell. The derivatives are then those of the smooth map at
-    // that corner, per patch parameter.
+    // At fixed levels the map is looked up at the corner of the cell (get_cell_corner), so that texture stays with the
+    // flat cell. The derivatives are then those of the smooth map at that corner, per patch parameter.
     void compute_fragment_uvw(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& map,
                               GMathVec3<double>& uvw, GMathVec3<double>& duvw_du,
                               GMathVec3<double>& duvw_dv) const override;

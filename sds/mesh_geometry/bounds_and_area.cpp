@@ -58,6 +58,23 @@ GMathBbox3<double> controls_bbox(const Vec3f* controls) {
     return GMathBbox3<double>(box);
 }
 
+// The time between the shutter samples before and after a time; empty outside the shutter and without one.
+struct TimeSpan {
+    double begin, end;
+
+    TimeSpan(const GMathTimeSampling& shutter, double time) : begin(time), end(time) {
+        const unsigned int count = shutter.get_sample_count();
+        if (count < 2 || !(time >= shutter.get_sample_time(0) && time <= shutter.get_sample_time(count - 1))) return;
+        for (unsigned int i = 0; i < count; ++i) {
+            const double sample = shutter.get_sample_time(i);
+            if (sample < time) begin = sample;
+            if (sample > time && end == time) end = sample;
+        }
+    }
+    bool is_open() const { return begin < end; }
+    bool holds(double time) const { return begin < time && time < end; }
+};
+
 // Groups to account for: a mesh without group names is one unnamed group.
 unsigned int get_group_count(const SdsMeshBase& base) {
     return std::max(1u, base.get_shading_group_names().get_count());
@@ -244,13 +261,30 @@ void SdsMeshGeometry::compute_primitive_bbox_at(const CtxEval& ctx, const unsign
         box = GMathBbox3<double>::empty();
         return;
     }
+    const GMathTimeSampling& shutter = ctx.get_shader_ctx()->get_motion_blur().get_time_sampling();
     Vec3f controls[16];
-    get_bezier_controls_at(patch, time, ctx.get_shader_ctx()->get_motion_blur().get_time_sampling(), controls);
+    get_bezier_controls_at(patch, time, shutter, controls);
     box = controls_bbox(controls);
+    const TimeSpan span(shutter, time);
+    if (!has_positions_sampling() || !span.is_open()) return;
+
+    const auto grow = [&](const SdsBezierMesh& mesh) {
+        mesh.get_patch_controls(patch, controls);
+        box.grow(controls_bbox(controls));
+    };
+    const GMathTimeSampling& samples = get_positions_sampling();
+    for (unsigned int i = 0; i < samples.get_sample_count(); ++i)
+        if (span.holds(samples.get_sample_time(i)) && samples.get_sample_time(i) != time)
+            grow(get_bezier_mesh_sample(i));
+    // At time 0 the surface is the one at rest, and a moment beside it the one of its samples.
+    if (is_rest_time(time))
+        grow(get_bezier_mesh_at(time));
+    else if (span.holds(0.0))
+        grow(bezier_mesh);
 }
 
 GMathBbox3<float> SdsMeshGeometry::get_bbox_at(const CtxEval& ctx, const double& time) const {
-    if (point_cloud.is_empty() || !(std::fabs(time) > 1e-8) || !is_animated()) return bbox;
+    if (point_cloud.is_empty() || is_rest_time(time) || !is_animated()) return bbox;
     const GeometryPositionArray positions =
         get_vertices_at(time, ctx.get_shader_ctx()->get_motion_blur().get_time_sampling());
     GMathBbox3<float> box = GMathBbox3<float>::empty();

@@ -1,6 +1,5 @@
 // The differential surface at a fragment of the limit patch.
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 #include "qn_ctx/ctx_eval.h"
@@ -202,8 +201,6 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
     const auto u = static_cast<float>(fragment.u);
     const auto v = static_cast<float>(fragment.v);
 
-    SdsBezierMesh storage;
-    const SdsBezierMesh& mesh = get_mesh_for(ctx, fragment.time, storage);
     const auto init = [&](const LocalPatch& patch, const NetPoint& at, GeometrySample& out) {
         Derivatives d = significant_derivatives(patch.nets, patch.controls, u, v);
         out.set_fallback_normal({0, 0, 0});
@@ -217,7 +214,9 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
 
     LocalPatch patch(*this, bezier_mesh, fragment.primitive);
     replace_with_stored(*this, fragment.primitive, patch.nets);
-    if (&mesh == &storage) {
+    if (!is_rest_time(fragment.time)) {
+        const SdsBezierMesh mesh =
+            get_bezier_mesh_at(fragment.time, ctx.get_shader_ctx()->get_motion_blur().get_time_sampling());
         const LocalPatch moved_patch = compute_moved(*this, mesh, fragment.primitive);
         const NetPoint at = moved_patch.evaluate(fragment.u, fragment.v);
         GeometrySample moved;
@@ -231,14 +230,9 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
                              sample.get_geometric_dndu(), sample.get_geometric_dndv());
     }
 
-    if (!is_animated() || !(std::fabs(fragment.time_interval) > 1e-8)) return;
-    Vec3f now[16], later[16];
-    mesh.get_patch_controls(fragment.primitive, now);
-    get_bezier_controls_at(fragment.primitive, fragment.time + fragment.time_interval,
-                           ctx.get_shader_ctx()->get_motion_blur().get_time_sampling(), later);
-    const Vec3d way =
-        evaluate_net(later, fragment.u, fragment.v).position - evaluate_net(now, fragment.u, fragment.v).position;
-    sample.set_geometric_position_dt(way * (1.0 / fragment.time_interval));
+    Vec3f velocities[16];
+    if (get_bezier_velocities(fragment, velocities))
+        sample.set_geometric_position_dt(evaluate_net(velocities, fragment.u, fragment.v).position);
 }
 
 SdsMeshGeometry::LimitPoint SdsMeshGeometry::compute_limit_point(const LimitPlace& place) const {

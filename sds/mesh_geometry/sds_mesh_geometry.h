@@ -133,10 +133,14 @@ public:
     double estimate_primitive_area(const CtxEval& ctx, const unsigned int& patch,
                                    const GMathMatrix4x4<double>& matrix) const;
     void compute_primitive_bbox(const CtxEval& ctx, const unsigned int& patch, GMathBbox3<double>& box) const;
+    // Box of the controls at a time. Where time samples of the surface lie between the shutter samples before and after
+    // `time`, it holds the patch at those too: linear blends of the boxes at the shutter's samples, and at more times
+    // between them, then hold the patch at every time. A shutter that has those samples itself, or none, gets the box
+    // of the one moment. The shutter is that of `ctx`.
     void compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& patch, const double& time,
                                    GMathBbox3<double>& box) const;
-    // Box of the vertices (not the controls) at a time; the stored box for a static geometry and for |time| <= 1e-8.
-    // Points with a coordinate that is not finite are left out.
+    // Box of the vertices (not the controls) at a time, of that moment alone; the stored box for a static geometry and
+    // for |time| <= 1e-8. Points with a coordinate that is not finite are left out.
     GMathBbox3<float> get_bbox_at(const CtxEval& ctx, const double& time) const;
 
     // Installs lazily loaded time samples. Drops what an earlier sampling cached; not concurrent with readers. The
@@ -150,9 +154,8 @@ public:
     // The surface at a time: with time samples, linear between the two around it and clamped outside (within 1e-4 of a
     // sample it is that sample); with motion vectors, rest + time * motion; otherwise at rest.
     SdsBezierMesh get_bezier_mesh_at(const double& time) const;
-    // The surface that a renderer with these shutter samples sees: at a shutter sample the surface of that time,
-    // between two of them linear from one to the other, clamped outside. This is what boxes per motion step bound
-    // exactly. Without at least two shutter samples it is get_bezier_mesh_at(time).
+    // The surface that rays, samples and boxes of a frame see, whatever the samples of its shutter: the one at rest for
+    // |time| <= 1e-8, get_bezier_mesh_at(time) otherwise. Give `set` the positions of time 0, so that both agree there.
     SdsBezierMesh get_bezier_mesh_at(const double& time, const GMathTimeSampling& sampling) const;
     // Per vertex: the quad vertices of the matching mesh.
     GeometryPositionArray get_vertices_at(const double& time) const {
@@ -172,6 +175,12 @@ public:
         get_bezier_mesh_at(time, sampling).get_patch_controls(patch, out);
     }
 
+    // Velocities of the sixteen controls at a fragment's time, per unit of time: the motion vectors', or with time
+    // samples the displacement over the fragment's interval divided by it, the interval cut off where the samples end.
+    // At an end that the interval leaves, and at its own bend, it is the slope of the samples there; outside the
+    // samples zero. False, and nothing written, for a static geometry and for |time_interval| <= 1e-8.
+    bool get_bezier_velocities(const GeometryFragment& fragment, Vec3f* out) const;
+
     // The derivative nets of a patch at rest, 24 vectors: U[r][i] at 3r + i (differences along u), V[r][c] at 12 + 4r +
     // c (along v), with the limit tangents in place of the differences at irregular corners and edges. Multiply by 3
     // for derivatives.
@@ -183,8 +192,8 @@ public:
     // those of the rest nets, while the smoothing normal is that of the surface as it stands at the fragment's time:
     // shade with the smoothing normal. Where the two first derivatives are parallel or zero the normal is that of the
     // nets a little nearer to the patch's centre (1/1024, 1/64, 1/4 of the way), then the patch's diagonals' normal.
-    // The time derivative is set for animated geometries and |time_interval| > 1e-8: the displacement over the interval
-    // divided by it. A primitive beyond the last leaves the sample untouched.
+    // The time derivative is set for animated geometries and |time_interval| > 1e-8: the velocity of
+    // get_bezier_velocities. A primitive beyond the last leaves the sample untouched.
     void compute_fragment_sample(const CtxEval& ctx, const GeometryFragment& fragment, GeometrySample& sample) const;
     // Position, first derivatives and normal of the surface at rest at many places, in single precision: what
     // compute_fragment_sample gives to a few millionths of the patch's size, several times as fast. `places` and `out`
@@ -210,8 +219,12 @@ private:
     LimitPoint compute_limit_point(const LimitPlace& place) const;
     // The limit corners of a sample, computed once; null in mode 0.
     const Vec3f* get_bezier_corners_sample(const unsigned int& sample) const;
-    void add_sources_at(const double& time, const float& share, SdsBezierMesh& mesh) const;
-    const SdsBezierMesh& get_mesh_for(const CtxEval& ctx, const double& time, SdsBezierMesh& storage) const;
+    // Quads and patch records, without positions.
+    SdsBezierMesh make_view() const;
+    void add_sample(const unsigned int& sample, const float& weight, SdsBezierMesh& mesh) const;
+    void add_sampled_velocities(const double& time, const double& interval, SdsBezierMesh& velocities) const;
+    // Times at which the surface counts as standing still where it was built.
+    static bool is_rest_time(const double& time) { return !(time > 1e-8 || time < -1e-8); }
 
     const SdsMeshBase* base = nullptr;
     InterpolationMode mode = InterpolationMode::all_fixed;

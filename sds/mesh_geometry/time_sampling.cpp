@@ -89,26 +89,26 @@ SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_sample(const unsigned int& sample
             nullptr};
 }
 
-void SdsMeshGeometry::add_sources_at(const double& time, const float& share, SdsBezierMesh& mesh) const {
-    unsigned int sample = 0;
-    double fraction = 0.0;
-    get_positions_sampling().get_span(time, sample, fraction);
-    const auto f = static_cast<float>(fraction);
-    const bool has_first = 1.0f - f > min_share;
-    const bool has_second = f > min_share;
-    const auto add = [&](unsigned int i, float weight) {
-        mesh.add_vertices(get_vertices_sample(i).get_data(), get_bezier_corners_sample(i), weight * share);
-    };
-    // A sample that stands alone has the whole share.
-    if (has_first) add(sample, has_second ? 1.0f - f : 1.0f);
-    if (has_second) add(sample + 1, has_first ? f : 1.0f);
+SdsBezierMesh SdsMeshGeometry::make_view() const {
+    return {base->get_primitive_count(), point_cloud.get_count(), base->get_quad_indices().get_data(),
+            bezier_patches.get_data(), nullptr};
+}
+
+void SdsMeshGeometry::add_sample(const unsigned int& sample, const float& weight, SdsBezierMesh& mesh) const {
+    mesh.add_vertices(get_vertices_sample(sample).get_data(), get_bezier_corners_sample(sample), weight);
 }
 
 SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_at(const double& time) const {
     if (has_positions_sampling()) {
-        SdsBezierMesh mesh(base->get_primitive_count(), point_cloud.get_count(), base->get_quad_indices().get_data(),
-                           bezier_patches.get_data(), nullptr);
-        add_sources_at(time, 1.0f, mesh);
+        unsigned int sample = 0;
+        double fraction = 0.0;
+        get_positions_sampling().get_span(time, sample, fraction);
+        const auto f = static_cast<float>(fraction);
+        SdsBezierMesh mesh = make_view();
+        const bool has_first = 1.0f - f > min_share, has_second = f > min_share;
+        // A sample that stands alone has the whole share.
+        if (has_first) add_sample(sample, has_second ? 1.0f - f : 1.0f, mesh);
+        if (has_second) add_sample(sample + 1, has_first ? f : 1.0f, mesh);
         return mesh;
     }
     SdsBezierMesh mesh = bezier_mesh;
@@ -119,28 +119,53 @@ SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_at(const double& time) const {
     return mesh;
 }
 
-SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_at(const double& time, const GMathTimeSampling& sampling) const {
-    const unsigned int count = sampling.get_sample_count();
-    if (count < 2) return get_bezier_mesh_at(time);
-    const double shutter_time = std::clamp(time, sampling.get_sample_time(0), sampling.get_sample_time(count - 1));
-    if (!has_positions_sampling())
-        return get_bezier_mesh_at(shutter_time);  // motion vectors are linear in time everywhere
-    unsigned int i = 0;
-    double fraction = 0.0;
-    sampling.get_span(shutter_time, i, fraction);
-    const auto f = static_cast<float>(fraction);
-    if (f <= min_share) return get_bezier_mesh_at(sampling.get_sample_time(i));
-    if (1.0f - f <= min_share) return get_bezier_mesh_at(sampling.get_sample_time(i + 1));
-    SdsBezierMesh mesh(base->get_primitive_count(), point_cloud.get_count(), base->get_quad_indices().get_data(),
-                       bezier_patches.get_data(), nullptr);
-    add_sources_at(sampling.get_sample_time(i), 1.0f - f, mesh);
-    add_sources_at(sampling.get_sample_time(i + 1), f, mesh);
-    return mesh;
+// The shutter has no say in where the surface is: a place that depended on it would be another one for every renderer.
+SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_at(const double& time, const GMathTimeSampling&) const {
+    return is_rest_time(time) ? bezier_mesh : get_bezier_mesh_at(time);
 }
 
-const SdsBezierMesh& SdsMeshGeometry::get_mesh_for(const CtxEval& ctx, const double& time,
-                                                   SdsBezierMesh& storage) const {
-    if (!(std::fabs(time) > 1e-8)) return bezier_mesh;
-    storage = get_bezier_mesh_at(time, ctx.get_shader_ctx()->get_motion_blur().get_time_sampling());
-    return storage;
+bool SdsMeshGeometry::get_bezier_velocities(const GeometryFragment& fragment, Vec3f* out) const {
+    if (!is_animated() || !(std::fabs(fragment.time_interval) > 1e-8)) return false;
+    SdsBezierMesh velocities = make_view();
+    if (!has_positions_sampling())
+        velocities.add_vertices(point_cloud.get_velocities().get_data(), bezier_corner_motion_vectors.get_data(), 1.0f);
+    else
+        add_sampled_velocities(fragment.time, fragment.time_interval, velocities);
+    if (velocities.get_source_count() != 0)
+        velocities.get_patch_controls(fragment.primitive, out);
+    else
+        std::fill_n(out, 16, Vec3f(0, 0, 0));
+    return true;
+}
+
+// The difference of two blends, as one blend whose weights add up to zero: no digits are lost between the two places,
+// however near they are. Within one span it is the span's own slope, which holds at both ends of the samples too.
+void SdsMeshGeometry::add_sampled_velocities(const double& time, const double& interval,
+                                             SdsBezierMesh& velocities) const {
+    const GMathTimeSampling& sampling = get_positions_sampling();
+    const unsigned int count = sampling.get_sample_count();
+    if (count < 2) return;
+    const double first = sampling.get_sample_time(0), last = sampling.get_sample_time(count - 1);
+    // Outside its samples the surface stands still; a time that was rounded out of them is not outside.
+    const double slack = static_cast<double>(min_share) * (last - first);
+    if (!(time >= first - slack && time <= last + slack)) return;
+    const double begin = std::clamp(time, first, last), end = std::clamp(begin + interval, first, last);
+    unsigned int from = 0, to = 0;
+    double from_fraction = 0.0, to_fraction = 0.0;
+    sampling.get_span(begin, from, from_fraction);
+    sampling.get_span(end, to, to_fraction);
+    const auto add = [&](unsigned int sample, double weight) {
+        if (weight != 0.0) add_sample(sample, static_cast<float>(weight), velocities);
+    };
+    if (from == to) {
+        const double slope = 1.0 / (sampling.get_sample_time(from + 1) - sampling.get_sample_time(from));
+        add(from, -slope);
+        add(from + 1, slope);
+        return;
+    }
+    const double rate = 1.0 / (end - begin);
+    add(from, (from_fraction - 1.0) * rate);
+    add(from + 1, -from_fraction * rate);
+    add(to, (1.0 - to_fraction) * rate);
+    add(to + 1, to_fraction * rate);
 }

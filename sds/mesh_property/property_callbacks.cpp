@@ -1,7 +1,6 @@
 #include "sds/mesh_property/property_callbacks.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "sds/bezier_mesh/control_rules.h"
 #include "sds/common/cubic_basis.h"
@@ -69,13 +68,6 @@ Value convert_result(double value) {
         return sds::real_to_integer<T>(value);
 }
 
-// Snaps a patch coordinate to the corner of its cell when the mesh is rendered at a fixed level.
-double snap_to_level(const SdsMesh& mesh, double x) {
-    if (mesh.get_level() == 0) return x;
-    return std::floor(x * static_cast<double>(mesh.get_level_scale())) *
-           static_cast<double>(mesh.get_level_scale_inv());
-}
-
 template <class T, class Value>
 unsigned int evaluate_vertex(const GeometryProperty& base, const CtxEval&, const GeometryFragment& fragment,
                              const unsigned int& sample, Value* values, Value* du, Value* dv, Value* dw,
@@ -88,8 +80,8 @@ unsigned int evaluate_vertex(const GeometryProperty& base, const CtxEval&, const
     if (quad[0] == none || quad[1] == none || quad[2] == none || quad[3] == none) return 0;
 
     const unsigned int count = std::min(max_count, surface->get_extent());
-    const double u = snap_to_level(property.get_mesh(), fragment.u);
-    const double v = snap_to_level(property.get_mesh(), fragment.v);
+    const double u = property.get_mesh().get_cell_corner(fragment.u);
+    const double v = property.get_mesh().get_cell_corner(fragment.v);
     const ResourceProperty* corners = property.get_bezier_corners(sample);
     const SdsMeshBase::BezierPatch* patches = property.get_patches();
     Value* const derivatives[2] = {du, dv};

@@ -5,9 +5,8 @@
 //
 // What the values do between the control mesh's items:
 //   per vertex   smooth: carried through the surface's own subdivision, limit and patch rules, in double precision;
-//   derivatives along u
-//                and v are per patch parameter, the third derivative is zero. At a fixed tessellation level the value
-//                is that of the cell's corner u' = floor(u s) / s, v' = floor(v s) / s, as for UVs.
+//                derivatives along u and v are per patch parameter, the third derivative is zero. At a fixed
+//                tessellation level the value is that of the cell's corner (SdsMesh::get_cell_corner), as for UVs.
 //   per polygon  the same all over a polygon's quads; derivatives zero.
 //   constant     item 0; derivatives zero.
 //

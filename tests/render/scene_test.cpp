@@ -309,6 +309,13 @@ TEST(Scene, GivesTheFrameItsMotionTimes) {
     EXPECT_EQ(times.get_sample_time(1), 0.5);
     EXPECT_EQ(times.get_sample_time(2), 1.0);
     EXPECT_EQ(still.get_shader_ctx().get_motion_blur().get_time_sampling().get_sample_count(), 0u);
+
+    // Time 0, at which an object stands as it was built.
+    cloud.set_path({-0.5, 0.5}, {{0, 0, 0}, {1, 0, 0}});
+    const SceneOf around(cloud, {-0.25, 0.25});
+    const GMathTimeSampling& with_rest = around.get_shader_ctx().get_motion_blur().get_time_sampling();
+    ASSERT_EQ(with_rest.get_sample_count(), 3u);
+    EXPECT_EQ(with_rest.get_sample_time(1), 0.0);
 }
 
 }  // namespace

@@ -202,15 +202,23 @@ TEST(Bounds, BoxAtATimeFollowsTheVertices) {
     const BuiltSurface still(cage), moving(cage, {.motion_vectors = std::vector<Vec3f>(25, {1, 0, 2})});
     EXPECT_TRUE(same(still.geometry.get_bbox_at(ctx, 5.0), still.geometry.get_bbox()));
     EXPECT_TRUE(same(moving.geometry.get_bbox_at(ctx, 1e-8), moving.geometry.get_bbox()));
-    GMathBbox3<float> vertices = GMathBbox3<float>::empty();
-    for (const Vec3f& p : moving.geometry.get_vertices()) vertices.grow(p + Vec3f(1, 0, 2) * 0.5f);
-    EXPECT_TRUE(same(moving.geometry.get_bbox_at(ctx, 0.5), vertices));
-
-    GMathBbox3<double> rest, later;
-    moving.geometry.compute_primitive_bbox(ctx, 3, rest);
-    moving.geometry.compute_primitive_bbox_at(ctx, 3, 2.0, later);
-    EXPECT_NEAR(later.get_min()[0], rest.get_min()[0] + 2.0, 1e-5);
-    EXPECT_NEAR(later.get_max()[2], rest.get_max()[2] + 4.0, 1e-5);
+    // Within the shutter, beyond it, and without one.
+    CtxShader shuttered;
+    shuttered.get_motion_blur().set_time_sampling(GMathTimeSampling(to_core_array(std::vector<double>{0.0, 1.0})));
+    for (const CtxEval& frame : {ctx, CtxEval(shuttered)})
+        for (const float time : {-1.0f, 0.5f, 2.0f}) {
+            const Vec3f way = Vec3f(1, 0, 2) * time;
+            GMathBbox3<float> vertices = GMathBbox3<float>::empty();
+            for (const Vec3f& p : moving.geometry.get_vertices()) vertices.grow(p + way);
+            EXPECT_TRUE(same(moving.geometry.get_bbox_at(frame, time), vertices)) << time;
+            GMathBbox3<double> rest, then;
+            moving.geometry.compute_primitive_bbox(frame, 3, rest);
+            moving.geometry.compute_primitive_bbox_at(frame, 3, time, then);
+            for (unsigned int i = 0; i < 3; ++i) {
+                EXPECT_NEAR(then.get_min()[i], rest.get_min()[i] + static_cast<double>(way[i]), 1e-5);
+                EXPECT_NEAR(then.get_max()[i], rest.get_max()[i] + static_cast<double>(way[i]), 1e-5);
+            }
+        }
 }
 
 }  // namespace

@@ -279,7 +279,13 @@ TEST(MeshProperty, FixedLevelsReadTheCornerOfTheCell) {
     BoundProperty at_limit(limit, cage, Kind::per_vertex, positions_as_items(cage));
     ASSERT_TRUE(at_level.property.init(0, &at_level.values));
     ASSERT_TRUE(at_limit.property.init(0, &at_limit.values));
-    EXPECT_EQ(at_level.read(4, 0.49, 0.8), at_limit.read(4, 0.25, 0.75));
+    // As near to a cell's end as single precision tells apart, and nearer.
+    const struct {
+        double x, corner;
+    } cases[] = {{0.49, 0.25}, {0.4999999, 0.25}, {0.49999999, 0.5}, {0.5, 0.5}, {1.0, 1.0}};
+    for (const auto& u : cases)
+        for (const auto& v : cases)
+            EXPECT_EQ(at_level.read(4, u.x, v.x), at_limit.read(4, u.corner, v.corner)) << u.x << ", " << v.x;
 }
 
 TEST(MeshProperty, TimeSamplesAreSeparateAndCopiesIndependent) {
