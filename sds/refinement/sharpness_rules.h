@@ -2,9 +2,9 @@
 //
 // Sharpness s says for how many steps an edge keeps the rules of a crease (DeRose, Kass, Truong 1998, section 3): 0 is
 // smooth, 10 and above infinitely sharp, a fraction is a blend in its last step. The rules themselves are those of
-// Catmull and Clark 1978, with darts, creases and corners after Hoppe et al. 1994. Everything here is in single
-// precision, as other implementations of the same surface have it: a blend weight that differed in its last bits would
-// be a different surface.
+// Catmull and Clark 1978, with darts, creases and corners after Hoppe et al. 1994. Sharpness and what is averaged of it
+// is in single precision, as other implementations of the same surface have it: a blend weight that differed in its
+// last bits would be a different surface.
 #pragma once
 
 #include <algorithm>
@@ -71,9 +71,9 @@ struct SharpnessStep {
 
 // Shares of the rules in a vertex point. The two creases run along the edges that are sharp before and after the step.
 struct VertexMask {
-    float smooth = 0.0f, crease = 0.0f, child_crease = 0.0f, corner = 0.0f;
+    double smooth = 0.0, crease = 0.0, child_crease = 0.0, corner = 0.0;
 
-    constexpr void add(VertexRule rule, bool is_child, float weight) {
+    constexpr void add(VertexRule rule, bool is_child, double weight) {
         if (rule == VertexRule::corner)
             corner += weight;
         else if (rule == VertexRule::crease)
@@ -90,15 +90,15 @@ constexpr VertexMask vertex_mask(const SharpnessStep& step) {
     const VertexRule child_rule = vertex_rule(step.child_sharpness, step.child_edge_count);
     VertexMask mask;
     if (rule == child_rule || rule == VertexRule::smooth || rule == VertexRule::dart) {
-        mask.add(rule, false, 1.0f);
+        mask.add(rule, false, 1.0);
         return mask;
     }
     float sum = step.decayed_sum;
     unsigned int count = step.decayed_count;
     if (step.sharpness > 0.0f && !(step.child_sharpness > 0.0f)) sum += step.sharpness, ++count;
-    const float weight = count == 0 ? 1.0f : std::min(1.0f, sum / static_cast<float>(count));
+    const auto weight = static_cast<double>(count == 0 ? 1.0f : std::min(1.0f, sum / static_cast<float>(count)));
     mask.add(rule, false, weight);
-    mask.add(child_rule, true, 1.0f - weight);
+    mask.add(child_rule, true, 1.0 - weight);
     return mask;
 }
 

@@ -135,15 +135,15 @@ void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bo
         const unsigned int v = vertex.vertex;
         if (level.vertex_children[v] == none) continue;
         const VertexMask& mask = vertex.mask;
-        if (mask.smooth == 1.0f) continue;
+        if (mask.smooth == 1.0) continue;
         const auto crease_point = [&](const unsigned int* ends) {
             return points[v] * Scalar(0.75) + (points[ends[0]] + points[ends[1]]) * Scalar(0.125);
         };
         Value point = points[v] * static_cast<Scalar>(mask.corner);
-        if (mask.crease != 0.0f) point = point + crease_point(vertex.ends) * static_cast<Scalar>(mask.crease);
-        if (mask.child_crease != 0.0f)
+        if (mask.crease != 0.0) point = point + crease_point(vertex.ends) * static_cast<Scalar>(mask.crease);
+        if (mask.child_crease != 0.0)
             point = point + crease_point(vertex.child_ends) * static_cast<Scalar>(mask.child_crease);
-        if (mask.smooth != 0.0f) point = point + smooth_point(v) * static_cast<Scalar>(mask.smooth);
+        if (mask.smooth != 0.0) point = point + smooth_point(v) * static_cast<Scalar>(mask.smooth);
         out[level.vertex_children[v]] = point;
     }
 }

@@ -4,6 +4,7 @@
 #include <map>
 #include <random>
 
+#include "sds/refinement/value_rules.h"
 #include "support/refined_surface.h"
 
 using namespace sds_test;
@@ -100,6 +101,150 @@ TEST(Refinement, ResolvedSharpnessIsExactEverywhere) {
         const RefinedErrors errors = expect_limit(cage, OpenSubdivOracle(cage, 9), depth);
         EXPECT_EQ(errors.leaf_position, 0.0) << depth;
     }
+}
+
+// Every corner of every refined face's children, for sharpness of all kinds on all edges and vertices.
+TEST(Refinement, PointsOfAllLevelsEqualUniformRefinement) {
+    size_t compared = 0;
+    for (const char* name : {"cube", "torus", "sheet", "prism5_crease_loop", "tetrahedron", "quad_fan5", "bow_tie",
+                             "two_cubes_on_an_edge", "three_pages", "valence_two"})
+        for (unsigned int seed = 0; seed < 4; ++seed) {
+            TaggedCage cage = tag_cage(zoo_mesh(name));
+            SCOPED_TRACE(cage.mesh.name + std::to_string(seed));
+            std::mt19937 random(seed);
+            // Quarters: sums of them are the same in any order.
+            const auto sharpness = [&random] {
+                const auto draw = static_cast<float>(random() % 20) * 0.25f;
+                return draw < 1.0f ? 0.0f : draw > 4.5f ? 10.0f : draw - 0.75f;
+            };
+            for (float& s : cage.edge_sharpness) s = sharpness();
+            for (size_t v = 0; v < cage.mesh.positions.size(); ++v) cage.vertex_sharpness.push_back(sharpness());
+            constexpr int depth = 3;
+            sds::RefinedTopology topology;
+            build_topology(cage, depth, topology);
+            const OpenSubdivLevels oracle(cage, depth + 1);
+
+            sds::LevelValues<Vec3d> values, next;
+            for (const Vec3f& p : cage.mesh.positions) values.points.add(Vec3d(p));
+            std::vector<int> faces;
+            // Where our corner 0 is in the library's face: it keeps quads in the parent's frame in any cage.
+            std::vector<unsigned int> turns(cage.mesh.counts.size(), 0);
+            for (size_t f = 0; f < cage.mesh.counts.size(); ++f) faces.push_back(static_cast<int>(f));
+            double worst = 0.0;
+            for (unsigned int l = 0; l + 1 < topology.get_level_count(); ++l) {
+                const sds::RefinementLevel& level = topology.get_level(l);
+                const sds::RefinementLevel& fine = topology.get_level(l + 1);
+                sds::sum_neighbours(level, values);
+                sds::refine_values(level, fine, false, values, next);
+                const int fine_level = static_cast<int>(l) + 1;
+                std::vector<int> fine_faces(fine.candidate_count);
+                std::vector<unsigned int> fine_turns(fine.candidate_count);
+                for (unsigned int f = 0; f < level.candidate_count; ++f) {
+                    if (level.states[f] != sds::FaceState::refined) continue;
+                    const unsigned int count = level.face_end(f) - level.face_begin(f);
+                    for (unsigned int j = 0; j < count; ++j) {
+                        const unsigned int child = level.first_children[f] + j;
+                        const unsigned int corner = count == 4 ? (j + turns[f]) & 3u : j;
+                        fine_faces[child] = oracle.child_face(fine_level - 1, faces[f], static_cast<int>(corner));
+                        fine_turns[child] = level.is_quads() ? turns[f] : count == 4 ? j : 0;
+                        for (unsigned int k = 0; k < 4; ++k) {
+                            const Vec3d& expected = oracle.position(
+                                fine_level, oracle.vertex(fine_level, fine_faces[child],
+                                                          static_cast<int>((k + fine_turns[child]) & 3u)));
+                            const Vec3d& point = next.points[fine.corner_vertices[4 * child + k]];
+                            worst = std::max(worst, (point - expected).length());
+                            ++compared;
+                        }
+                    }
+                }
+                faces = std::move(fine_faces);
+                turns = std::move(fine_turns);
+                std::swap(values, next);
+            }
+            EXPECT_LE(worst / cage.mesh.diagonal(), 1e-14);
+        }
+    EXPECT_GT(compared, 20000u);
+}
+
+// Edges cut down to the finest level, by halving: in a closed cage each piece is there twice with the same bits.
+TEST(Refinement, SharedEdgesHaveTheSameBitsAcrossLevels) {
+    using Piece = std::array<float, 12>;
+    for (const ZooMesh* mesh : cages_in(0, not_comparable | nonmanifold_edge))
+        for (const unsigned int depth : {1u, 2u, 3u, 5u}) {
+            if (mesh->counts.size() > 2000 && depth != 2) continue;
+            TaggedCage cage = tag_cage(*mesh);
+            SCOPED_TRACE(mesh->name + " at depth " + std::to_string(depth));
+            const RefinedSurface surface(cage, depth);
+            std::map<Piece, unsigned int> pieces;
+            const auto cut = [&](const auto& self, const Piece& p, int steps) -> void {
+                if (steps == 0) {
+                    Piece reversed;
+                    for (unsigned int i = 0; i < 12; ++i) reversed[i] = p[3 * (3 - i / 3) + i % 3];
+                    ++pieces[std::min(p, reversed)];
+                    return;
+                }
+                Piece a, b;
+                for (unsigned int i = 0; i < 3; ++i) {
+                    const float ab = (p[i] + p[3 + i]) * 0.5f, bc = (p[3 + i] + p[6 + i]) * 0.5f,
+                                cd = (p[6 + i] + p[9 + i]) * 0.5f;
+                    const float abc = (ab + bc) * 0.5f, bcd = (bc + cd) * 0.5f, middle = (abc + bcd) * 0.5f;
+                    a[i] = p[i], a[3 + i] = ab, a[6 + i] = abc, a[9 + i] = middle;
+                    b[i] = middle, b[3 + i] = bcd, b[6 + i] = cd, b[9 + i] = p[9 + i];
+                }
+                self(self, a, steps - 1);
+                self(self, b, steps - 1);
+            };
+            for (unsigned int p = 0; p < surface.patch_count(); ++p)
+                for (unsigned int k = 0; k < 4; ++k) {
+                    Piece edge;
+                    const unsigned int places[4] = {4 * k, 4 * k + 1, 4 * ((k + 1) & 3u) + 3, 4 * ((k + 1) & 3u)};
+                    for (unsigned int i = 0; i < 12; ++i)
+                        edge[i] = surface.patches.controls[16 * size_t{p} + places[i / 3]][i % 3];
+                    cut(cut, edge, static_cast<int>(depth) - surface.topology.get_places().get_patch(p).level());
+                }
+            size_t single = 0, many = 0;
+            for (const auto& [piece, count] : pieces) {
+                single += count == 1;
+                many += count > 2;
+            }
+            size_t borders = 0;
+            const CageAdjacency adjacency(*mesh);
+            for (unsigned int c = 0; c < adjacency.start.size(); ++c) borders += adjacency.is_border(c);
+            EXPECT_EQ(single, borders << (mesh->is_all_quads() ? depth : depth + 1));
+            EXPECT_EQ(many, 0u);
+        }
+}
+
+TEST(Refinement, PlacesCoverEveryQuadOnceAndLeadBack) {
+    for (const char* name : {"cube_two_darts", "sheet_dart", "prism7_uvs", "tetrahedron", "quad_fan5"})
+        for (const unsigned int depth : {0u, 1u, 2u, 5u}) {
+            TaggedCage cage = tag_cage(zoo_mesh(name));
+            cage.holes.assign(cage.mesh.counts.size(), 0);
+            cage.holes[1] = 1;
+            SCOPED_TRACE(cage.mesh.name + " at depth " + std::to_string(depth));
+            sds::RefinedTopology topology;
+            build_topology(cage, depth, topology);
+            const sds::PatchPlaces& places = topology.get_places();
+            double area = 0.0;
+            for (unsigned int p = 0; p < places.get_patch_count(); ++p) {
+                const double side = 1.0 / static_cast<double>(places.get_patch(p).derivative_scale());
+                area += side * side;
+                for (const float u : {0.0625f, 0.4375f, 0.8125f})
+                    for (const float v : {0.3125f, 0.5625f}) {
+                        const sds::QuadPoint at = places.find_quad(p, u, v);
+                        const sds::PatchPlace back = places.find_patch(at.quad, at.u, at.v);
+                        EXPECT_EQ(back.patch, p);
+                        EXPECT_EQ(back.u, u);
+                        EXPECT_EQ(back.v, v);
+                        EXPECT_EQ(back.turns, at.turns);
+                    }
+            }
+            const std::vector<unsigned int> offsets = cage.mesh.polygon_offsets();
+            const unsigned int hole_quads = cage.mesh.is_all_quads() ? 1 : cage.mesh.counts[1];
+            const unsigned int hole = cage.mesh.is_all_quads() ? 1 : offsets[1];
+            EXPECT_EQ(area, places.get_quad_count() - hole_quads);
+            EXPECT_EQ(places.find_patch(hole, 0.5f, 0.25f).patch, sds::none);
+        }
 }
 
 }  // namespace

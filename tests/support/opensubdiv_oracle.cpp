@@ -190,6 +190,41 @@ OpenSubdivOracle::OpenSubdivOracle(const TaggedCage& cage, int isolation) : m_im
 OpenSubdivOracle::OpenSubdivOracle(OpenSubdivOracle&&) noexcept = default;
 OpenSubdivOracle::~OpenSubdivOracle() = default;
 
+struct OpenSubdivLevels::Impl {
+    std::unique_ptr<Far::TopologyRefiner> refiner;
+    std::vector<std::vector<Value>> levels;
+};
+
+OpenSubdivLevels::OpenSubdivLevels(const TaggedCage& cage, int depth) : m_impl(std::make_unique<Impl>()) {
+    m_impl->refiner = make_refiner(cage, OpenSubdivOracle::FaceVarying::corners_only);
+    Far::TopologyRefiner::UniformOptions options(depth);
+    options.fullTopologyInLastLevel = true;
+    m_impl->refiner->RefineUniform(options);
+    const Far::PrimvarRefinerReal<double> primvars(*m_impl->refiner);
+    m_impl->levels.resize(static_cast<size_t>(depth) + 1);
+    for (const Vec3f& p : cage.mesh.positions) m_impl->levels[0].push_back({Vec3d(p)});
+    for (size_t level = 1; level < m_impl->levels.size(); ++level) {
+        const auto count = m_impl->refiner->GetLevel(static_cast<int>(level)).GetNumVertices();
+        m_impl->levels[level].resize(static_cast<size_t>(count));
+        primvars.Interpolate(static_cast<int>(level), m_impl->levels[level - 1], m_impl->levels[level]);
+    }
+}
+
+OpenSubdivLevels::OpenSubdivLevels(OpenSubdivLevels&&) noexcept = default;
+OpenSubdivLevels::~OpenSubdivLevels() = default;
+
+int OpenSubdivLevels::vertex(int level, int face, int corner) const {
+    return m_impl->refiner->GetLevel(level).GetFaceVertices(face)[corner];
+}
+
+int OpenSubdivLevels::child_face(int level, int face, int corner) const {
+    return m_impl->refiner->GetLevel(level).GetFaceChildFaces(face)[corner];
+}
+
+const Vec3d& OpenSubdivLevels::position(int level, int vertex) const {
+    return m_impl->levels[static_cast<size_t>(level)][static_cast<size_t>(vertex)].v;
+}
+
 // The four quarters of a quad polygon that took a step: each has its origin at its corner and runs around the polygon.
 //
 //        3 ---------- 2        quarter c: u towards corner c + 1, v towards corner c - 1

@@ -25,6 +25,24 @@ struct TaggedCage {
     bool smooth_triangles = false;
 };
 
+// The vertices of uniform refinement, level by level, with what is needed to find one's way there.
+class OpenSubdivLevels {
+public:
+    OpenSubdivLevels(const TaggedCage& cage, int depth);
+    OpenSubdivLevels(OpenSubdivLevels&&) noexcept;
+    ~OpenSubdivLevels();
+
+    // Vertex of `level` at corner k of a face.
+    int vertex(int level, int face, int corner) const;
+    // Child face at corner k of a face.
+    int child_face(int level, int face, int corner) const;
+    const Vec3d& position(int level, int vertex) const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
 class OpenSubdivOracle {
 public:
     using Boundary = OpenSubdivBoundary;

@@ -24,7 +24,7 @@ void sharpen(TaggedCage& cage, const std::vector<unsigned int>& path, float shar
                 cage.edge_sharpness[c] = sharpness;
 }
 
-RefinedSurface::RefinedSurface(const TaggedCage& cage, unsigned int depth) : diagonal(cage.mesh.diagonal()) {
+void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology) {
     const CoreArray<unsigned int> counts = to_core_array(cage.mesh.counts);
     const CoreArray<unsigned int> indices = to_core_array(cage.mesh.indices);
     const CoreArray<unsigned int> offsets = sds::polygon_offsets(counts);
@@ -45,7 +45,10 @@ RefinedSurface::RefinedSurface(const TaggedCage& cage, unsigned int depth) : dia
                           : cage.boundary == OpenSubdivBoundary::none    ? sds::BorderRule::open
                                                                          : sds::BorderRule::edge_and_corner;
     topology.build({vertex_count, counts, indices, opposites, edge_sharpness, vertex_sharpness, holes}, options);
+}
 
+RefinedSurface::RefinedSurface(const TaggedCage& cage, unsigned int depth) : diagonal(cage.mesh.diagonal()) {
+    build_topology(cage, depth, topology);
     const CoreArray<Vec3f> positions = to_core_array(cage.mesh.positions);
     patches.build(topology, positions, sds::NetStorage::all);
     controls.resize(16 * size_t{patch_count()});
@@ -84,7 +87,9 @@ RefinedErrors measure_refined(const RefinedSurface& surface, const OpenSubdivOra
     RefinedErrors errors;
     std::vector<std::pair<double, double>> normals;
     double area = 0.0;
-    const auto raise = [](double& worst, double value) { worst = value <= worst ? worst : value; };
+    const auto raise = [](double& worst, double value) {
+        if (!(value <= worst) && !std::isnan(worst)) worst = value;
+    };
     for (unsigned int p = 0; p < surface.patch_count(); ++p) {
         const sds::RefinedPatch& place = surface.topology.get_places().get_patch(p);
         for (const double s : grid)

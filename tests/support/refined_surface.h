@@ -13,6 +13,8 @@ TaggedCage tag_cage(const ZooMesh& mesh);
 // Sets the sharpness of the edges along a path of vertices.
 void sharpen(TaggedCage& cage, const std::vector<unsigned int>& path, float sharpness);
 
+void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology);
+
 struct RefinedSurface {
     RefinedSurface(const TaggedCage& cage, unsigned int depth);
 
