@@ -124,21 +124,27 @@ void complete_level(RefinementLevel& level) {
     level.face_patches.assign(level.candidate_count, none);
 }
 
+bool is_regular_corner(const RefinementLevel& level, unsigned int c) {
+    switch (level.vertex_kinds[level.corner_vertices[c]]) {
+        case RefinementLevel::regular_vertex:
+            return true;
+        case RefinementLevel::crease_vertex:
+            return is_half_turn(level, c);
+        case RefinementLevel::corner_vertex:
+            return level.is_infinite_at(c) && level.is_infinite_at(level.previous_corner(c));
+        default:
+            return false;
+    }
+}
+
 bool is_regular(const RefinementLevel& level, unsigned int face) {
     const unsigned int begin = level.face_begin(face);
     if (level.face_end(face) - begin != 4) return false;
     const unsigned int* v = level.corner_vertices.get_data() + begin;
     const unsigned char* kinds = level.vertex_kinds.get_data();
-    const unsigned char k[4] = {kinds[v[0]], kinds[v[1]], kinds[v[2]], kinds[v[3]]};
-    if ((k[0] | k[1] | k[2] | k[3]) == 0) return true;
-    for (unsigned int j = 0; j < 4; ++j) {
-        const unsigned int c = begin + j;
-        if (k[j] == RefinementLevel::irregular_vertex) return false;
-        if (k[j] == RefinementLevel::crease_vertex && !is_half_turn(level, c)) return false;
-        if (k[j] == RefinementLevel::corner_vertex &&
-            !(level.is_infinite_at(c) && level.is_infinite_at(level.previous_corner(c))))
-            return false;
-    }
+    if ((kinds[v[0]] | kinds[v[1]] | kinds[v[2]] | kinds[v[3]]) == RefinementLevel::regular_vertex) return true;
+    for (unsigned int j = 0; j < 4; ++j)
+        if (!is_regular_corner(level, begin + j)) return false;
     return true;
 }
 

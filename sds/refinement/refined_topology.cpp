@@ -1,22 +1,31 @@
 #include "sds/refinement/refined_topology.h"
 
+#include <memory>
+
+#include "sds/refinement/depth_per_vertex.h"
+
 namespace sds {
 
-void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions& options) {
+void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions& options,
+                            const CoreBasicArray<GMathVec3<float>>& positions) {
     clear();
     CoreArray<RefinementLevel> levels(1);
     make_cage_level(cage, options, levels[0]);
     const auto depth = static_cast<int>(std::min(options.depth, RefinementOptions::max_depth));
     levels.reserve(static_cast<unsigned int>(depth) + 2);
+    std::unique_ptr<DepthPerVertex> depths;
+    if (options.error > 0.0) depths = std::make_unique<DepthPerVertex>(positions, levels[0].vertex_count, options);
     for (;;) {
         RefinementLevel& level = levels[levels.get_count() - 1];
         classify(level, level.depth >= depth);
+        if (depths) depths->stop(level);
         bool is_refined = false;
         for (unsigned int f = 0; f < level.candidate_count && !is_refined; ++f)
             is_refined = level.states[f] == FaceState::refined;
         if (!is_refined) break;
         levels.resize(levels.get_count() + 1);
         refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], options);
+        if (depths) depths->refine(levels[levels.get_count() - 2], levels[levels.get_count() - 1]);
     }
     m_levels.swap(levels);
     m_vertex_count = cage.vertex_count;

@@ -13,8 +13,10 @@ namespace sds {
 // Built by one thread, then read by any number. Memory that runs out throws std::bad_alloc and leaves it empty.
 class RefinedTopology {
 public:
-    // The arrays of `cage` are not needed afterwards.
-    void build(const RefinementCage& cage, const RefinementOptions& options);
+    // The arrays of `cage` are not needed afterwards. `positions` holds one per vertex and is only read when
+    // `options.error` is above 0: it then decides how deep every vertex is refined.
+    void build(const RefinementCage& cage, const RefinementOptions& options,
+               const CoreBasicArray<GMathVec3<float>>& positions);
     void clear();
 
     const PatchPlaces& get_places() const { return m_places; }

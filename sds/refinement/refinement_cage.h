@@ -37,6 +37,9 @@ struct RefinementOptions {
     // Steps after the quads that users see: the polygons of a cage of quads, those after one step otherwise. At most
     // max_depth.
     unsigned int depth = 0;
+    // Where above 0, quads around an irregular vertex stop being refined when the control point is this close to its
+    // limit, as a share of the diagonal of the cage's box; the surface is then off by about a tenth of it there.
+    double error = 0.0;
     BorderRule border_rule = BorderRule::edge_and_corner;
     bool chaikin = false;           // how fractional edges decay
     bool smooth_triangles = false;  // triangles weigh more in the edge points of the first step

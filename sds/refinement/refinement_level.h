@@ -156,6 +156,8 @@ void make_cage_level(const RefinementCage& cage, const RefinementOptions& option
 // vertex. `level` has corner_vertices, corner_edges and the edges' own arrays.
 void complete_level(RefinementLevel& level);
 
+// Whether the rules at a face-corner of a quad are those of a bicubic patch there.
+bool is_regular_corner(const RefinementLevel& level, unsigned int c);
 // Whether a candidate is exactly one bicubic patch.
 bool is_regular(const RefinementLevel& level, unsigned int face);
 

@@ -24,7 +24,7 @@ void sharpen(TaggedCage& cage, const std::vector<unsigned int>& path, float shar
                 cage.edge_sharpness[c] = sharpness;
 }
 
-void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology) {
+void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology, double error) {
     const CoreArray<unsigned int> counts = to_core_array(cage.mesh.counts);
     const CoreArray<unsigned int> indices = to_core_array(cage.mesh.indices);
     const CoreArray<unsigned int> offsets = sds::polygon_offsets(counts);
@@ -38,17 +38,20 @@ void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopo
     const CoreArray<unsigned char> holes = to_core_array(cage.holes);
     sds::RefinementOptions options;
     options.depth = depth;
+    options.error = error;
     options.chaikin = cage.chaikin;
     options.smooth_triangles = cage.smooth_triangles;
     options.infinite_from = 10.0f;
     options.border_rule = cage.boundary == OpenSubdivBoundary::edge_only ? sds::BorderRule::edge_only
                           : cage.boundary == OpenSubdivBoundary::none    ? sds::BorderRule::open
                                                                          : sds::BorderRule::edge_and_corner;
-    topology.build({vertex_count, counts, indices, opposites, edge_sharpness, vertex_sharpness, holes}, options);
+    topology.build({vertex_count, counts, indices, opposites, edge_sharpness, vertex_sharpness, holes}, options,
+                   to_core_array(cage.mesh.positions));
 }
 
-RefinedSurface::RefinedSurface(const TaggedCage& cage, unsigned int depth) : diagonal(cage.mesh.diagonal()) {
-    build_topology(cage, depth, topology);
+RefinedSurface::RefinedSurface(const TaggedCage& cage, unsigned int depth, double error)
+    : diagonal(cage.mesh.diagonal()) {
+    build_topology(cage, depth, topology, error);
     const CoreArray<Vec3f> positions = to_core_array(cage.mesh.positions);
     patches.build(topology, positions, sds::NetStorage::all);
     controls.resize(16 * size_t{patch_count()});
@@ -82,8 +85,7 @@ SurfacePoint RefinedSurface::evaluate(unsigned int patch, double s, double t) co
 }
 
 RefinedErrors measure_refined(const RefinedSurface& surface, const OpenSubdivOracle& oracle) {
-    // Inside the quarters of patches that cover four quads, and at places that floats hold exactly.
-    constexpr double grid[] = {0.125, 0.375, 0.625, 0.875};
+    constexpr double grid[] = {0.0, 0.125, 0.25, 0.375, 0.5, 0.625, 0.75, 0.875, 1.0};
     RefinedErrors errors;
     std::vector<std::pair<double, double>> normals;
     double area = 0.0;
@@ -107,14 +109,15 @@ RefinedErrors measure_refined(const RefinedSurface& surface, const OpenSubdivOra
                 const double side = 1.0 / static_cast<double>(place.derivative_scale());
                 area += side * side;
                 errors.mean_position += position * side * side;
-                if (std::isfinite(angle)) normals.emplace_back(angle, side * side);
+                // Where the limit's derivatives are parallel it has no normal to compare with.
+                const bool has_normal = std::isfinite(angle) && length > 1e-6 * limit.du.length() * limit.dv.length();
+                if (has_normal) normals.emplace_back(angle, side * side);
                 if (place.is_leaf()) {
                     raise(errors.leaf_position, position);
-                    if (length > 0.0)
-                        raise(errors.leaf_distance, std::fabs(gap.dot(normal)) / length / surface.diagonal);
+                    if (has_normal) raise(errors.leaf_distance, std::fabs(gap.dot(normal)) / length / surface.diagonal);
                 } else {
                     raise(errors.regular, position);
-                    if (std::isfinite(angle)) raise(errors.regular_normal, angle);
+                    if (has_normal) raise(errors.regular_normal, angle);
                     const Vec3f* rounded = surface.patches.controls.get_data() + 16 * size_t{p};
                     Vec3d wide[16];
                     for (unsigned int i = 0; i < 16; ++i) wide[i] = Vec3d(rounded[i]);

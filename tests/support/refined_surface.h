@@ -13,10 +13,10 @@ TaggedCage tag_cage(const ZooMesh& mesh);
 // Sets the sharpness of the edges along a path of vertices.
 void sharpen(TaggedCage& cage, const std::vector<unsigned int>& path, float sharpness);
 
-void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology);
+void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology, double error = 0.0);
 
 struct RefinedSurface {
-    RefinedSurface(const TaggedCage& cage, unsigned int depth);
+    RefinedSurface(const TaggedCage& cage, unsigned int depth, double error = 0.0);
 
     sds::RefinedTopology topology;
     sds::RefinedPatches patches;  // with all nets
@@ -30,7 +30,7 @@ struct RefinedSurface {
     SurfacePoint evaluate(unsigned int patch, double s, double t) const;
 };
 
-// Errors as shares of the diagonal and degrees, over a grid inside every patch.
+// Errors as shares of the diagonal and degrees, over a 9 x 9 grid on every patch.
 struct RefinedErrors {
     double regular = 0.0;         // position on regular patches
     double regular_normal = 0.0;  // where there is a normal
