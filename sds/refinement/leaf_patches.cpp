@@ -5,8 +5,8 @@
 
 namespace sds {
 
-LeafPatches::LeafPatches(const RefinementLevel& level)
-    : m_level(level), m_soft{false, &level.edges, {}}, m_hard{true, &m_hard_edges, {}} {
+LeafPatches::LeafPatches(const RefinementLevel& level, DartMasks& darts)
+    : m_level(level), m_darts(darts), m_soft{false, &level.edges, {}}, m_hard{true, &m_hard_edges, {}} {
     const Fan unknown{false, none, none, 0};
     m_soft.fans.assign(4 * level.face_count, unknown);
     bool has_fractional = false;
@@ -40,6 +40,39 @@ const SdsMeshBase::VertexLocalTopology* LeafPatches::Reading::corner_fans(unsign
         }
     }
     return fans.get_data() + 4 * size_t{face};
+}
+
+unsigned int LeafPatches::dart_edge(unsigned int e) {
+    const SharpVertex* vertex = m_level.sharp_vertex(m_level.corner_vertices[e]);
+    if (vertex == nullptr || !vertex->is_dart()) return none;
+    const Fan& fan = m_soft.corner_fans(quad_of(e))[corner_of(e)];
+    const bool has_mask = fan.closed && fan.valence > 2 && fan.valence <= DartMasks::max_valence;
+    return has_mask ? fan.last_edge : none;
+}
+
+LeafPatches::Vec3d LeafPatches::limit_at(unsigned int e, const LevelValues<Vec3d>& values) {
+    const unsigned int v = m_level.corner_vertices[e];
+    const unsigned int sharp = dart_edge(e);
+    if (sharp == none) return limit_point(m_level, values, v);
+    const unsigned int n = m_level.valences[v];
+    return sum_dart_ring(m_level, sharp, n, m_darts.get(n).limit, values.points.get_data());
+}
+
+// The tangents of a smooth vertex, turned into the dart's tangent plane.
+TangentPair<double> LeafPatches::tangents_at(unsigned int e, const Fan& fan, const LevelValues<Vec3d>& values) {
+    const auto point = [&](unsigned int w) -> const Vec3d& { return values.points[w]; };
+    TangentPair<double> tangents =
+        limit_tangents<ExactTrig>(m_level.corner_vertices.get_data(), m_level.edges, e, fan, point);
+    const unsigned int sharp = dart_edge(e);
+    if (sharp == none) return tangents;
+    const DartMask& mask = m_darts.get(fan.valence);
+    const Vec3d normal = sum_dart_ring(m_level, sharp, fan.valence, mask.along, values.points.get_data())
+                             .cross(sum_dart_ring(m_level, sharp, fan.valence, mask.across, values.points.get_data()));
+    const double squared = normal.length_squared();
+    if (!(squared > 0.0)) return tangents;
+    tangents.t1 -= normal * (normal.dot(tangents.t1) / squared);
+    tangents.t2 -= normal * (normal.dot(tangents.t2) / squared);
+    return tangents;
 }
 
 bool LeafPatches::has_fractional_corner(unsigned int face) const {
@@ -105,14 +138,9 @@ void LeafPatches::compute_nets(unsigned int face, const LevelValues<Vec3d>& valu
         const SharpVertex* vertex = m_level.sharp_vertex(m_level.corner_vertices[4 * face + k]);
         if (vertex != nullptr && vertex->is_corner()) info.irregular &= ~(1u << k);
     }
-    const unsigned int* vertices = m_level.corner_vertices.get_data();
-    const auto point = [&](unsigned int w) -> const Vec3d& { return values.points[w]; };
     replace_irregular_entries<ExactTrig>(
         m_level.edges, face, info.irregular, fans,
-        [&](unsigned int e, const Fan& fan) {
-            return limit_tangents<ExactTrig>(vertices, m_level.edges, e, fan, point);
-        },
-        nets);
+        [&](unsigned int e, const Fan& fan) { return tangents_at(e, fan, values); }, nets);
 }
 
 }  // namespace sds

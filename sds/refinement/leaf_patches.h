@@ -3,6 +3,7 @@
 #pragma once
 
 #include "sds/mesh_base/tangent_rules.h"
+#include "sds/refinement/dart_masks.h"
 #include "sds/refinement/value_rules.h"
 
 namespace sds {
@@ -12,8 +13,10 @@ public:
     using Vec3d = GMathVec3<double>;
     using Nets = DerivativeNets<Vec3d>;
 
-    explicit LeafPatches(const RefinementLevel& level);
+    LeafPatches(const RefinementLevel& level, DartMasks& darts);
 
+    // The limit point of the vertex at half-edge e.
+    Vec3d limit_at(unsigned int e, const LevelValues<Vec3d>& values);
     // `limits` holds the limit points of the level's vertices.
     void compute(unsigned int face, const LevelValues<Vec3d>& values, const Vec3d* limits, Vec3d* controls);
     // From the controls that compute gave.
@@ -32,10 +35,15 @@ private:
 
     void compute(unsigned int face, Reading& reading, const LevelValues<Vec3d>& values, const Vec3d* limits,
                  Vec3d* controls) const;
+    // The half-edge that leaves a dart along its sharp edge; none when the vertex at half-edge e is no dart with a mask
+    // of its own.
+    unsigned int dart_edge(unsigned int e);
+    TangentPair<double> tangents_at(unsigned int e, const Fan& fan, const LevelValues<Vec3d>& values);
     bool has_fractional_corner(unsigned int face) const;
     void blend(unsigned int face, const Vec3d* hard, Vec3d* controls) const;
 
     const RefinementLevel& m_level;
+    DartMasks& m_darts;
     SdsMeshBase::EdgesTopology m_hard_edges;  // empty when nothing is fractional
     Reading m_soft;
     Reading m_hard;

@@ -28,23 +28,24 @@ void store_nets(const Nets& nets, unsigned int offset, Vec3f* out) {
 // The limit points of the vertices that patches of a level touch, each computed once.
 class PatchLimits {
 public:
-    PatchLimits(const RefinementLevel& level, const LevelValues<Vec3d>& values)
-        : m_level(level), m_values(values), m_limits(level.vertex_count), m_known(level.vertex_count, false) {}
+    explicit PatchLimits(const RefinementLevel& level)
+        : m_level(level), m_limits(level.vertex_count), m_known(level.vertex_count, false) {}
 
-    void compute(unsigned int face) {
-        const unsigned int* corners = m_level.corner_vertices.get_data() + m_level.face_begin(face);
+    // limit_at(face-corner) gives a limit point.
+    template <class LimitAt>
+    void compute(unsigned int face, const LimitAt& limit_at) {
+        const unsigned int begin = m_level.face_begin(face);
         for (unsigned int k = 0; k < 4; ++k) {
-            const unsigned int v = corners[k];
+            const unsigned int v = m_level.corner_vertices[begin + k];
             if (m_known[v]) continue;
             m_known[v] = true;
-            m_limits[v] = limit_point(m_level, m_values, v);
+            m_limits[v] = limit_at(begin + k);
         }
     }
     const Vec3d* get() const { return m_limits.get_data(); }
 
 private:
     const RefinementLevel& m_level;
-    const LevelValues<Vec3d>& m_values;
     CoreArray<Vec3d> m_limits;
     CoreArray<bool> m_known;
 };
@@ -56,6 +57,7 @@ template <class Sink>
 void compute_patches(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink& sink) {
     LevelValues<Vec3d> values;
     LevelValues<Vec3d> next;
+    DartMasks darts;
     values.points.resize(topology.get_level(0).vertex_count);
     for (unsigned int v = 0; v < values.points.get_count(); ++v)
         values.points[v] = v < positions.get_count() ? Vec3d(positions[v]) : Vec3d(0, 0, 0);
@@ -67,21 +69,22 @@ void compute_patches(const RefinedTopology& topology, const CoreBasicArray<Vec3f
         if (fine != nullptr) refine_values(level, *fine, topology.has_smooth_triangles() && i == 0, values, next);
 
         sink.begin_level(level, fine);
-        PatchLimits limits(level, values);
+        PatchLimits limits(level);
         std::unique_ptr<LeafPatches> leaves;
         Vec3d controls[16];
         for (unsigned int f = 0; f < level.candidate_count; ++f) {
             const unsigned int patch = level.face_patches[f];
             if (patch == none) continue;
-            limits.compute(f);
             if (level.states[f] == FaceState::emitted) {
+                limits.compute(f, [&](unsigned int c) { return limit_point(level, values, level.corner_vertices[c]); });
                 smooth_controls(
                     level.corner_vertices.get_data() + level.face_begin(f), regular_patch(level, f),
                     [&](unsigned int w) -> const Vec3d& { return values.points[w]; },
                     [&](unsigned int w) -> const Vec3d& { return limits.get()[w]; }, controls);
                 sink.add_patch(f, patch, controls, [&] { return Nets(controls); });
             } else {
-                if (!leaves) leaves = std::make_unique<LeafPatches>(level);
+                if (!leaves) leaves = std::make_unique<LeafPatches>(level, darts);
+                limits.compute(f, [&](unsigned int c) { return leaves->limit_at(c, values); });
                 leaves->compute(f, values, limits.get(), controls);
                 sink.add_patch(f, patch, controls, [&] {
                     Nets nets(controls);
