@@ -1,7 +1,8 @@
 // Local refinement against OpenSubdiv's limit surface.
 #include <gtest/gtest.h>
 
-#include <map>
+#include <algorithm>
+#include <array>
 #include <random>
 
 #include "sds/refinement/value_rules.h"
@@ -17,9 +18,10 @@ constexpr double single_bound = 2e-6;
 constexpr double double_bound = 1e-13;
 constexpr double normal_bound = 1e-6;
 
-RefinedErrors expect_limit(const TaggedCage& cage, const OpenSubdivOracle& oracle, unsigned int depth) {
+RefinedErrors expect_limit(const TaggedCage& cage, const OpenSubdivOracle& oracle, unsigned int depth,
+                           double error = 0.0) {
     SCOPED_TRACE(cage.mesh.name + " at depth " + std::to_string(depth));
-    const RefinedErrors errors = measure_refined(RefinedSurface(cage, depth), oracle);
+    const RefinedErrors errors = measure_refined(RefinedSurface(cage, depth, error), oracle, 4);
     EXPECT_LE(errors.regular, double_bound);
     EXPECT_LE(errors.regular_normal, normal_bound);
     EXPECT_LE(errors.regular_single, single_bound);
@@ -174,13 +176,18 @@ TEST(Refinement, SharedEdgesHaveTheSameBitsAcrossLevels) {
             if (mesh->counts.size() > 2000 && depth != 2) continue;
             TaggedCage cage = tag_cage(*mesh);
             SCOPED_TRACE(mesh->name + " at depth " + std::to_string(depth));
-            const RefinedSurface surface(cage, depth);
-            std::map<Piece, unsigned int> pieces;
+            // The deepest with a stop per vertex, and with sharpness that is left over.
+            if (depth == 5)
+                for (size_t c = 0; c < cage.edge_sharpness.size(); c += 5) cage.edge_sharpness[c] = 1.5f;
+            if (depth == 3)
+                for (size_t c = 0; c < cage.edge_sharpness.size(); c += 7) cage.edge_sharpness[c] = 4.5f;
+            const RefinedSurface surface(cage, depth, depth == 5 ? 3e-3 : 0.0);
+            std::vector<Piece> pieces;
             const auto cut = [&](const auto& self, const Piece& p, int steps) -> void {
                 if (steps == 0) {
                     Piece reversed;
                     for (unsigned int i = 0; i < 12; ++i) reversed[i] = p[3 * (3 - i / 3) + i % 3];
-                    ++pieces[std::min(p, reversed)];
+                    pieces.push_back(std::min(p, reversed));
                     return;
                 }
                 Piece a, b;
@@ -202,10 +209,12 @@ TEST(Refinement, SharedEdgesHaveTheSameBitsAcrossLevels) {
                         edge[i] = surface.patches.controls[16 * size_t{p} + places[i / 3]][i % 3];
                     cut(cut, edge, static_cast<int>(depth) - surface.topology.get_places().get_patch(p).level());
                 }
+            std::sort(pieces.begin(), pieces.end());
             size_t single = 0, many = 0;
-            for (const auto& [piece, count] : pieces) {
-                single += count == 1;
-                many += count > 2;
+            for (size_t i = 0, end = 0; i < pieces.size(); i = end) {
+                while (end < pieces.size() && pieces[end] == pieces[i]) ++end;
+                single += end - i == 1;
+                many += end - i > 2;
             }
             size_t borders = 0;
             const CageAdjacency adjacency(*mesh);
@@ -245,6 +254,85 @@ TEST(Refinement, PlacesCoverEveryQuadOnceAndLeadBack) {
             EXPECT_EQ(area, places.get_quad_count() - hole_quads);
             EXPECT_EQ(places.find_patch(hole, 0.5f, 0.25f).patch, sds::none);
         }
+}
+
+// The limit point and the tangent plane at a dart do not depend on the level that they are taken from.
+TEST(Refinement, DartsKeepTheirLimitAtEveryDepth) {
+    for (const char* name : {"cube_two_darts", "torus_dart", "sheet_dart", "tetrahedron_dart"}) {
+        const ZooMesh& mesh = zoo_mesh(name);
+        SCOPED_TRACE(name);
+        const CageAdjacency adjacency(mesh);
+        std::vector<unsigned int> sharp(mesh.positions.size(), 0);
+        for (unsigned int c = 0; c < adjacency.start.size(); ++c)
+            if (adjacency.is_sharp(c)) ++sharp[adjacency.start[c]];
+        // First corner of the user quad at a control vertex, in both kinds of cages.
+        const auto at_vertex = [&](const RefinedSurface& surface, unsigned int c) {
+            const unsigned int k = mesh.is_all_quads() ? c % 4 : 0;
+            const float u = k == 1 || k == 2 ? 1.0f : 0.0f, v = k >= 2 ? 1.0f : 0.0f;
+            const sds::PatchPlace place =
+                surface.topology.get_places().find_patch(mesh.is_all_quads() ? c / 4 : c, u, v);
+            return surface.evaluate(place.patch, static_cast<double>(place.u), static_cast<double>(place.v));
+        };
+        const RefinedSurface first(tag_cage(mesh), 1);
+        size_t darts = 0;
+        for (const unsigned int depth : {2u, 4u, 7u}) {
+            const RefinedSurface surface(tag_cage(mesh), depth);
+            for (unsigned int c = 0; c < mesh.indices.size(); ++c) {
+                if (sharp[mesh.indices[c]] != 1) continue;
+                ++darts;
+                const SurfacePoint a = at_vertex(first, c), b = at_vertex(surface, c);
+                EXPECT_LE((a.position - b.position).length(), 1e-13 * surface.diagonal);
+                EXPECT_LE(angle_between(a.normal_direction(), b.normal_direction()), 1e-7);
+            }
+        }
+        EXPECT_GT(darts, 0u);
+    }
+}
+
+// What lies beside irregular vertices, by level: patches and support to a quad, the largest distance from the limit and
+// the 99th percentile of the normals' errors.
+TEST(Refinement, LeavesConvergeAtTheKnownRates) {
+    struct Row {
+        const char* name;
+        unsigned int depth;
+        double patches, support, distance, normal99;
+    };
+    static constexpr Row rows[] = {
+        {"meshes/cube", 2, 16, 0, 6.0e-5, 0.72},        {"meshes/cube", 4, 40, 40, 1.5e-6, 0.006},
+        {"meshes/toroidal_tet", 2, 10, 4, 8.0e-4, 1.6}, {"meshes/toroidal_tet", 6, 34, 44, 1.7e-5, 0.001},
+        {"meshes/car", 1, 2.3, 0.8, 4.6e-4, 1.4},       {"meshes/car", 2, 4.5, 2.8, 1.7e-4, 0.24},
+        {"meshes/car", 3, 6.7, 6.6, 5.9e-5, 0.05},      {"meshes/pole64", 2, 4, 2.9, 6.7e-6, 0.24},
+    };
+    for (const Row& row : rows)
+        for (const ZooMesh& mesh : cages_on_disk()) {
+            if (mesh.name != row.name) continue;
+            SCOPED_TRACE(mesh.name + " at depth " + std::to_string(row.depth));
+            const TaggedCage cage = tag_cage(mesh);
+            const RefinedSurface surface(cage, row.depth);
+            const RefinedErrors errors = measure_refined(surface, OpenSubdivOracle(cage, 10));
+            const double quads = surface.topology.get_places().get_quad_count();
+            EXPECT_NEAR(surface.patch_count() / quads, row.patches, 0.02 * row.patches);
+            EXPECT_NEAR(surface.support_count() / quads, row.support, 0.02 * row.support + 0.05);
+            EXPECT_LE(errors.leaf_distance, 1.2 * row.distance);
+            EXPECT_LE(errors.normals.percentile99, 1.2 * row.normal99);
+        }
+}
+
+// A stop per vertex reaches the distance that a uniform depth does with fewer patches, and a cap below the sharpness
+// leaves less of an error than either way of taking the rest.
+TEST(Refinement, StopsAndCapsStayNearTheLimit) {
+    for (const ZooMesh& mesh : cages_on_disk()) {
+        if (mesh.name != "meshes/car" && mesh.name != "meshes/bishop") continue;
+        const TaggedCage cage = tag_cage(mesh);
+        const RefinedErrors errors = expect_limit(cage, OpenSubdivOracle(cage, 10), 8, 1e-4);
+        EXPECT_LE(errors.leaf_distance, 1e-5);
+        EXPECT_LT(RefinedSurface(cage, 8, 1e-4).patch_count(), 0.8 * RefinedSurface(cage, 5).patch_count());
+    }
+    for (const auto& [s, bound] : {std::pair(1.0f, 5.0e-3), std::pair(2.0f, 4.7e-3), std::pair(5.0f, 6.9e-4)}) {
+        TaggedCage cage = tag_cage(make_torus(8, 6));
+        sharpen(cage, {2, 8, 14, 20, 26, 32, 38, 44, 2}, s);
+        EXPECT_LE(measure_refined(RefinedSurface(cage, 0), OpenSubdivOracle(cage, 10)).leaf_distance, bound) << s;
+    }
 }
 
 }  // namespace

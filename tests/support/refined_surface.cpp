@@ -84,8 +84,9 @@ SurfacePoint RefinedSurface::evaluate(unsigned int patch, double s, double t) co
     return point;
 }
 
-RefinedErrors measure_refined(const RefinedSurface& surface, const OpenSubdivOracle& oracle) {
-    constexpr double grid[] = {0.0, 0.125, 0.25, 0.375, 0.5, 0.625, 0.75, 0.875, 1.0};
+RefinedErrors measure_refined(const RefinedSurface& surface, const OpenSubdivOracle& oracle, unsigned int steps) {
+    std::vector<double> grid;
+    for (unsigned int i = 0; i <= steps; ++i) grid.push_back(i / static_cast<double>(steps));
     RefinedErrors errors;
     std::vector<std::pair<double, double>> normals;
     double area = 0.0;

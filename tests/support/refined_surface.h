@@ -30,7 +30,8 @@ struct RefinedSurface {
     SurfacePoint evaluate(unsigned int patch, double s, double t) const;
 };
 
-// Errors as shares of the diagonal and degrees, over a 9 x 9 grid on every patch.
+// Errors as shares of the diagonal and degrees, over a grid of steps + 1 points a side on every
+// patch; steps is a power of two, so that places are exact.
 struct RefinedErrors {
     double regular = 0.0;         // position on regular patches
     double regular_normal = 0.0;  // where there is a normal
@@ -40,6 +41,6 @@ struct RefinedErrors {
     ErrorSummary normals;        // of all patches, area-weighted by patch side
     double mean_position = 0.0;
 };
-RefinedErrors measure_refined(const RefinedSurface& surface, const OpenSubdivOracle& oracle);
+RefinedErrors measure_refined(const RefinedSurface& surface, const OpenSubdivOracle& oracle, unsigned int steps = 8);
 
 }  // namespace sds_test
