@@ -1,7 +1,7 @@
 #include "sds/bezier_mesh/sds_bezier_mesh.h"
 
-#include "sds/bezier_mesh/control_rules.h"
 #include "sds/common/point_lanes.h"
+#include "sds/mesh_base/control_rules.h"
 
 using Vec3f = GMathVec3<float>;
 using BezierPatch = SdsMeshBase::BezierPatch;

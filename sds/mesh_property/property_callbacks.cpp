@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "sds/bezier_mesh/control_rules.h"
 #include "sds/common/cubic_basis.h"
+#include "sds/mesh_base/control_rules.h"
 #include "sds/mesh_property/property_rules.h"
 #include "sds/mesh_property/sds_mesh_property.h"
 

@@ -1,6 +1,6 @@
 #include "support/double_surface.h"
 
-#include "sds/bezier_mesh/control_rules.h"
+#include "sds/mesh_base/control_rules.h"
 #include "sds/mesh_base/position_rules.h"
 
 namespace sds_test {

@@ -12,6 +12,7 @@
 #include <opensubdiv/far/topologyDescriptor.h>
 #pragma GCC diagnostic pop
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -48,24 +49,49 @@ struct OpenSubdivOracle::Impl {
     std::vector<Value> points;
     std::vector<Value> uv_points;
 
-    void create_refiner(const ZooMesh& cage, const Sdc::Options& options);
+    void create_table(const ZooMesh& cage, int isolation);
     void locate_quads(const ZooMesh& cage);
     std::vector<Value> refine(const std::vector<Vec3f>& controls, bool face_varying) const;
     SurfacePoint evaluate(unsigned int quad, double u, double v, bool face_varying) const;
 };
 
-void OpenSubdivOracle::Impl::create_refiner(const ZooMesh& cage, const Sdc::Options& options) {
+static std::unique_ptr<Far::TopologyRefiner> make_refiner(const TaggedCage& tagged,
+                                                          OpenSubdivOracle::FaceVarying rule) {
+    const ZooMesh& cage = tagged.mesh;
+    Sdc::Options options;
+    static constexpr Sdc::Options::VtxBoundaryInterpolation boundaries[] = {Sdc::Options::VTX_BOUNDARY_NONE,
+                                                                            Sdc::Options::VTX_BOUNDARY_EDGE_ONLY,
+                                                                            Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER};
+    options.SetVtxBoundaryInterpolation(boundaries[static_cast<unsigned int>(tagged.boundary)]);
+    options.SetFVarLinearInterpolation(static_cast<Sdc::Options::FVarLinearInterpolation>(rule));
+    if (tagged.chaikin) options.SetCreasingMethod(Sdc::Options::CREASE_CHAIKIN);
+    if (tagged.smooth_triangles) options.SetTriangleSubdivision(Sdc::Options::TRI_SUB_SMOOTH);
+
     const std::vector<int> counts(cage.counts.begin(), cage.counts.end());
     const std::vector<int> indices(cage.indices.begin(), cage.indices.end());
     const std::vector<int> uv_indices(cage.uv_indices.begin(), cage.uv_indices.end());
     std::vector<int> crease_pairs;
+    std::vector<float> sharpness;
     const CageAdjacency adjacency(cage);
-    for (unsigned int c = 0; c < indices.size(); ++c)
-        if (adjacency.is_crease[c] != 0 && adjacency.sides[c][0] == c) {
-            crease_pairs.push_back(static_cast<int>(adjacency.start[c]));
-            crease_pairs.push_back(static_cast<int>(adjacency.end[c]));
-        }
-    const std::vector<float> sharpness(crease_pairs.size() / 2, infinitely_sharp);
+    for (unsigned int c = 0; c < indices.size(); ++c) {
+        if (adjacency.sides[c].empty() || adjacency.sides[c][0] != c) continue;
+        float largest = 0.0f;
+        for (const unsigned int side : adjacency.sides[c]) largest = std::max(largest, tagged.edge_sharpness[side]);
+        if (largest == 0.0f) continue;
+        crease_pairs.push_back(static_cast<int>(adjacency.start[c]));
+        crease_pairs.push_back(static_cast<int>(adjacency.end[c]));
+        sharpness.push_back(largest);
+    }
+    std::vector<int> corners;
+    std::vector<float> corner_sharpness;
+    for (unsigned int v = 0; v < tagged.vertex_sharpness.size(); ++v) {
+        if (tagged.vertex_sharpness[v] == 0.0f) continue;
+        corners.push_back(static_cast<int>(v));
+        corner_sharpness.push_back(tagged.vertex_sharpness[v]);
+    }
+    std::vector<int> holes;
+    for (unsigned int f = 0; f < tagged.holes.size(); ++f)
+        if (tagged.holes[f] != 0) holes.push_back(static_cast<int>(f));
 
     Far::TopologyDescriptor descriptor;
     descriptor.numVertices = static_cast<int>(cage.positions.size());
@@ -75,6 +101,11 @@ void OpenSubdivOracle::Impl::create_refiner(const ZooMesh& cage, const Sdc::Opti
     descriptor.numCreases = static_cast<int>(sharpness.size());
     descriptor.creaseVertexIndexPairs = crease_pairs.data();
     descriptor.creaseWeights = sharpness.data();
+    descriptor.numCorners = static_cast<int>(corners.size());
+    descriptor.cornerVertexIndices = corners.data();
+    descriptor.cornerWeights = corner_sharpness.data();
+    descriptor.numHoles = static_cast<int>(holes.size());
+    descriptor.holeIndices = holes.data();
     Far::TopologyDescriptor::FVarChannel channel;
     channel.numValues = static_cast<int>(cage.uv_points.size());
     channel.valueIndices = uv_indices.data();
@@ -83,8 +114,10 @@ void OpenSubdivOracle::Impl::create_refiner(const ZooMesh& cage, const Sdc::Opti
         descriptor.fvarChannels = &channel;
     }
     using Factory = Far::TopologyRefinerFactory<Far::TopologyDescriptor>;
-    refiner.reset(Factory::Create(descriptor, Factory::Options(Sdc::SCHEME_CATMARK, options)));
+    std::unique_ptr<Far::TopologyRefiner> refiner(
+        Factory::Create(descriptor, Factory::Options(Sdc::SCHEME_CATMARK, options)));
     if (!refiner) throw std::runtime_error("OpenSubdiv refuses the cage " + cage.name);
+    return refiner;
 }
 
 void OpenSubdivOracle::Impl::locate_quads(const ZooMesh& cage) {
@@ -123,31 +156,74 @@ std::vector<Value> OpenSubdivOracle::Impl::refine(const std::vector<Vec3f>& cont
     return values;
 }
 
-OpenSubdivOracle::OpenSubdivOracle(const ZooMesh& cage, Boundary boundary, FaceVarying rule)
-    : m_impl(std::make_unique<Impl>()) {
-    Sdc::Options options;
-    options.SetVtxBoundaryInterpolation(boundary == Boundary::edge_only ? Sdc::Options::VTX_BOUNDARY_EDGE_ONLY
-                                                                        : Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
-    options.SetFVarLinearInterpolation(static_cast<Sdc::Options::FVarLinearInterpolation>(rule));
-    m_impl->create_refiner(cage, options);
-    m_impl->locate_quads(cage);
-
-    Far::PatchTableFactory::Options patches(isolation_level);
+void OpenSubdivOracle::Impl::create_table(const ZooMesh& cage, int isolation) {
+    locate_quads(cage);
+    Far::PatchTableFactory::Options patches(static_cast<unsigned int>(isolation));
     patches.SetPatchPrecision<double>();
     patches.SetFVarPatchPrecision<double>();
     patches.useInfSharpPatch = true;
     patches.generateLegacySharpCornerPatches = false;
     patches.generateFVarTables = cage.is_in(uvs);
     patches.generateFVarLegacyLinearPatches = false;
-    m_impl->refiner->RefineAdaptive(patches.GetRefineAdaptiveOptions());
-    m_impl->table.reset(Far::PatchTableFactory::Create(*m_impl->refiner, patches));
-    m_impl->map = std::make_unique<Far::PatchMap>(*m_impl->table);
-    m_impl->points = m_impl->refine(cage.positions, false);
-    if (cage.is_in(uvs)) m_impl->uv_points = m_impl->refine(cage.uv_points, true);
+    refiner->RefineAdaptive(patches.GetRefineAdaptiveOptions());
+    table.reset(Far::PatchTableFactory::Create(*refiner, patches));
+    map = std::make_unique<Far::PatchMap>(*table);
+    points = refine(cage.positions, false);
+    if (cage.is_in(uvs)) uv_points = refine(cage.uv_points, true);
+}
+
+OpenSubdivOracle::OpenSubdivOracle(const ZooMesh& cage, Boundary boundary, FaceVarying rule)
+    : m_impl(std::make_unique<Impl>()) {
+    TaggedCage tagged{cage, {}, {}, {}, boundary, false, false};
+    const CageAdjacency adjacency(cage);
+    for (const unsigned char crease : adjacency.is_crease)
+        tagged.edge_sharpness.push_back(crease != 0 ? infinitely_sharp : 0.0f);
+    m_impl->refiner = make_refiner(tagged, rule);
+    m_impl->create_table(cage, isolation_level);
+}
+
+OpenSubdivOracle::OpenSubdivOracle(const TaggedCage& cage, int isolation) : m_impl(std::make_unique<Impl>()) {
+    m_impl->refiner = make_refiner(cage, FaceVarying::corners_only);
+    m_impl->create_table(cage.mesh, isolation);
 }
 
 OpenSubdivOracle::OpenSubdivOracle(OpenSubdivOracle&&) noexcept = default;
 OpenSubdivOracle::~OpenSubdivOracle() = default;
+
+struct OpenSubdivLevels::Impl {
+    std::unique_ptr<Far::TopologyRefiner> refiner;
+    std::vector<std::vector<Value>> levels;
+};
+
+OpenSubdivLevels::OpenSubdivLevels(const TaggedCage& cage, int depth) : m_impl(std::make_unique<Impl>()) {
+    m_impl->refiner = make_refiner(cage, OpenSubdivOracle::FaceVarying::corners_only);
+    Far::TopologyRefiner::UniformOptions options(depth);
+    options.fullTopologyInLastLevel = true;
+    m_impl->refiner->RefineUniform(options);
+    const Far::PrimvarRefinerReal<double> primvars(*m_impl->refiner);
+    m_impl->levels.resize(static_cast<size_t>(depth) + 1);
+    for (const Vec3f& p : cage.mesh.positions) m_impl->levels[0].push_back({Vec3d(p)});
+    for (size_t level = 1; level < m_impl->levels.size(); ++level) {
+        const auto count = m_impl->refiner->GetLevel(static_cast<int>(level)).GetNumVertices();
+        m_impl->levels[level].resize(static_cast<size_t>(count));
+        primvars.Interpolate(static_cast<int>(level), m_impl->levels[level - 1], m_impl->levels[level]);
+    }
+}
+
+OpenSubdivLevels::OpenSubdivLevels(OpenSubdivLevels&&) noexcept = default;
+OpenSubdivLevels::~OpenSubdivLevels() = default;
+
+int OpenSubdivLevels::vertex(int level, int face, int corner) const {
+    return m_impl->refiner->GetLevel(level).GetFaceVertices(face)[corner];
+}
+
+int OpenSubdivLevels::child_face(int level, int face, int corner) const {
+    return m_impl->refiner->GetLevel(level).GetFaceChildFaces(face)[corner];
+}
+
+const Vec3d& OpenSubdivLevels::position(int level, int vertex) const {
+    return m_impl->levels[static_cast<size_t>(level)][static_cast<size_t>(vertex)].v;
+}
 
 // The four quarters of a quad polygon that took a step: each has its origin at its corner and runs around the polygon.
 //

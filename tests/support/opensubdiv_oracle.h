@@ -1,6 +1,6 @@
 // The limit surface as OpenSubdiv's patch tables give it, in double precision, addressed by our quads.
 //
-// Creases are infinitely sharp. Features are isolated to level 8, so that what lies outside the end-cap patches, all
+// Features are isolated to level 8, so that what lies outside the end-cap patches, all
 // but the 1/256 next to an irregular corner, is the limit surface itself; at the corner the position is exact, and the
 // tangent plane too but for valence 3, which it meets to 0.01 degrees. Cages with opposite winding are of no use here:
 // the library takes such edges for non-manifold ones.
@@ -12,9 +12,40 @@
 
 namespace sds_test {
 
+enum class OpenSubdivBoundary { none, edge_only, edge_and_corner };
+
+// A cage with everything that may be said of its edges, vertices and faces.
+struct TaggedCage {
+    ZooMesh mesh;
+    std::vector<float> edge_sharpness;    // per face-corner; an edge has the larger of its two
+    std::vector<float> vertex_sharpness;  // per vertex, or empty
+    std::vector<unsigned char> holes;     // per polygon, or empty
+    OpenSubdivBoundary boundary = OpenSubdivBoundary::edge_and_corner;
+    bool chaikin = false;
+    bool smooth_triangles = false;
+};
+
+// The vertices of uniform refinement, level by level, with what is needed to find one's way there.
+class OpenSubdivLevels {
+public:
+    OpenSubdivLevels(const TaggedCage& cage, int depth);
+    OpenSubdivLevels(OpenSubdivLevels&&) noexcept;
+    ~OpenSubdivLevels();
+
+    // Vertex of `level` at corner k of a face.
+    int vertex(int level, int face, int corner) const;
+    // Child face at corner k of a face.
+    int child_face(int level, int face, int corner) const;
+    const Vec3d& position(int level, int vertex) const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
 class OpenSubdivOracle {
 public:
-    enum class Boundary { edge_only, edge_and_corner };
+    using Boundary = OpenSubdivBoundary;
     enum class FaceVarying { linear_none, corners_only, corners_plus1, corners_plus2, boundaries, linear_all };
 
     // Names of FaceVarying in the library's own words, in order.
@@ -24,6 +55,8 @@ public:
         : OpenSubdivOracle(cage, boundary, FaceVarying::corners_only) {}
     // `rule` is for the cage's UVs. The cage may go away afterwards.
     OpenSubdivOracle(const ZooMesh& cage, Boundary boundary, FaceVarying rule);
+    // Tagged, with features isolated to a level of at most 10.
+    OpenSubdivOracle(const TaggedCage& cage, int isolation);
     OpenSubdivOracle(OpenSubdivOracle&&) noexcept;
     ~OpenSubdivOracle();
 

@@ -1,0 +1,224 @@
+// The first level of a refinement: the cage's polygons with numbered edges, and what their borders, tags and
+// irregularities make sharp.
+#include <algorithm>
+
+#include "sds/refinement/refinement_level.h"
+
+namespace sds {
+
+namespace {
+
+bool is_void(const RefinementCage& cage, unsigned int begin, unsigned int end) {
+    for (unsigned int c = begin; c < end; ++c)
+        if (cage.polygon_indices[c] == none) return true;
+    return false;
+}
+
+// Void polygons become holes around one more vertex that nothing else touches.
+void copy_polygons(const RefinementCage& cage, RefinementLevel& level) {
+    const unsigned int face_count = cage.polygon_counts.get_count();
+    const unsigned int corner_count = cage.polygon_indices.get_count();
+    level.face_count = level.candidate_count = face_count;
+    level.vertex_count = cage.vertex_count;
+    bool is_quads = true;
+    for (const unsigned int count : cage.polygon_counts) is_quads &= count == 4;
+    level.depth = is_quads ? 0 : -1;
+    level.corner_vertices = cage.polygon_indices;
+    level.states.assign(face_count, FaceState::support);
+    if (!is_quads) {
+        level.offsets.resize(face_count + 1);
+        level.corner_faces.resize(corner_count);
+        unsigned int offset = 0;
+        for (unsigned int f = 0; f < face_count; ++f) {
+            level.offsets[f] = offset;
+            for (unsigned int j = 0; j < cage.polygon_counts[f]; ++j) level.corner_faces[offset + j] = f;
+            offset += cage.polygon_counts[f];
+        }
+        level.offsets[face_count] = offset;
+    } else {
+        level.places.resize(face_count);
+        for (unsigned int f = 0; f < face_count; ++f) level.places[f] = {f, 0, 0};
+    }
+    bool has_void = false;
+    for (unsigned int f = 0; f < face_count; ++f) {
+        const unsigned int begin = level.face_begin(f);
+        const unsigned int end = level.face_end(f);
+        if (!cage.holes.is_empty() && cage.holes[f] != 0) level.states[f] = FaceState::hole;
+        if (!is_void(cage, begin, end)) continue;
+        has_void = true;
+        level.states[f] = FaceState::hole;
+        for (unsigned int c = begin; c < end; ++c) level.corner_vertices[c] = cage.vertex_count;
+    }
+    if (has_void) ++level.vertex_count;
+}
+
+// Border face-corners that run along the same two vertices belong to one edge of three polygons or more: per
+// face-corner the first of them, or none; empty when there are none.
+CoreArray<unsigned int> find_nonmanifold_edges(const RefinementCage& cage, const RefinementLevel& level) {
+    CoreArray<unsigned char> border_ends(level.vertex_count, static_cast<unsigned char>(0));
+    const auto count_end = [&](unsigned int v) {
+        if (border_ends[v] < 3) ++border_ends[v];
+    };
+    const unsigned int corner_count = level.corner_vertices.get_count();
+    for (unsigned int c = 0; c < corner_count; ++c) {
+        if (cage.opposite_corners[c] != none) continue;
+        count_end(level.edge_start(c));
+        count_end(level.edge_end(c));
+    }
+    struct Half {
+        unsigned int low, high, corner;
+    };
+    CoreArray<Half> halves;
+    for (unsigned int c = 0; c < corner_count; ++c) {
+        if (cage.opposite_corners[c] != none) continue;
+        const unsigned int a = level.edge_start(c);
+        const unsigned int b = level.edge_end(c);
+        if (a != b && border_ends[a] > 2 && border_ends[b] > 2) halves.add({std::min(a, b), std::max(a, b), c});
+    }
+    CoreArray<unsigned int> first_of_edge;
+    if (halves.is_empty()) return first_of_edge;
+    std::sort(halves.begin(), halves.end(), [](const Half& a, const Half& b) {
+        return a.low != b.low ? a.low < b.low : a.high != b.high ? a.high < b.high : a.corner < b.corner;
+    });
+    first_of_edge.assign(corner_count, none);
+    for (unsigned int i = 1; i < halves.get_count(); ++i) {
+        if (halves[i].low != halves[i - 1].low || halves[i].high != halves[i - 1].high) continue;
+        const unsigned int first = first_of_edge[halves[i - 1].corner];
+        first_of_edge[halves[i].corner] = first == none ? halves[i - 1].corner : first;
+        first_of_edge[halves[i - 1].corner] = first == none ? halves[i - 1].corner : first;
+    }
+    return first_of_edge;
+}
+
+float clean_sharpness(float s, const RefinementOptions& options) {
+    if (!(s > 0.0f)) return 0.0f;
+    return s >= options.infinite_from ? infinite_sharpness : std::min(s, infinite_sharpness);
+}
+
+void number_edges(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
+    const CoreArray<unsigned int> first_of_edge = find_nonmanifold_edges(cage, level);
+    const unsigned int corner_count = level.corner_vertices.get_count();
+    level.corner_edges.resize(corner_count);
+    level.edge_ends.reserve(2 * corner_count);
+    level.edge_sharpness.reserve(corner_count);
+    level.edge_marks.reserve(corner_count);
+    for (unsigned int c = 0; c < corner_count; ++c) {
+        const unsigned int o = cage.opposite_corners[c];
+        const unsigned int first = first_of_edge.is_empty() ? none : first_of_edge[c];
+        const float s = cage.edge_sharpness.is_empty() ? 0.0f : clean_sharpness(cage.edge_sharpness[c], options);
+        const unsigned int twin = o != none ? o : first;
+        if (twin != none && twin < c) {
+            const unsigned int e = level.corner_edges[twin];
+            level.corner_edges[c] = e;
+            level.edge_sharpness[e] = std::max(level.edge_sharpness[e], s);
+            continue;
+        }
+        level.corner_edges[c] = level.edge_sharpness.get_count();
+        level.edge_ends.add(level.edge_start(c));
+        level.edge_ends.add(level.edge_end(c));
+        level.edge_sharpness.add(o == none ? infinite_sharpness : s);
+        level.edge_marks.add(o != none       ? static_cast<unsigned char>(0)
+                             : first != none ? RefinementLevel::nonmanifold_mark
+                                             : RefinementLevel::border_mark);
+    }
+    level.edge_count = level.edge_sharpness.get_count();
+    for (unsigned int e = 0; e < level.edge_count; ++e)
+        if (level.edge_sharpness[e] > 0.0f) level.sharp_edges.add(e);
+}
+
+void tag_vertex(RefinementLevel& level, unsigned int v, float s) {
+    SharpVertex tagged;
+    tagged.vertex = v;
+    tagged.sharpness = s;
+    level.tagged_vertices.add(tagged);
+}
+
+// Number of the faces that can be reached from face-corner c around its vertex.
+unsigned int count_fan(const RefinementLevel& level, unsigned int c, unsigned int limit) {
+    const unsigned int v = level.corner_vertices[c];
+    const unsigned int sides[2] = {c, level.previous_corner(c)};
+    unsigned int count = 1;
+    for (const unsigned int side : sides) {
+        unsigned int edge = side;
+        while (level.edges.opposite_edges[edge] != none && count <= limit) {
+            const RefinementLevel::Turn turn = level.turn_around(v, edge);
+            if (turn.corner == c) return count;
+            ++count;
+            edge = turn.edge;
+        }
+    }
+    return count;
+}
+
+// A vertex where several fans meet stays, and so does one on edges of three polygons or more, unless exactly two such
+// edges run through it as a crease.
+void fix_nonmanifold_vertices(RefinementLevel& level) {
+    CoreArray<unsigned char> nonmanifold_ends;
+    for (const unsigned int e : level.sharp_edges) {
+        if (level.edge_marks[e] != RefinementLevel::nonmanifold_mark) continue;
+        if (nonmanifold_ends.is_empty()) nonmanifold_ends.assign(level.vertex_count, static_cast<unsigned char>(0));
+        for (unsigned int i = 0; i < 2; ++i) {
+            unsigned char& ends = nonmanifold_ends[level.edge_ends[2 * e + i]];
+            if (ends < 3) ++ends;
+        }
+    }
+    // A manifold fan cannot be smaller than all faces of its vertex.
+    CoreArray<unsigned char> is_known(level.vertex_count, static_cast<unsigned char>(0));
+    CoreArray<unsigned int> valences(level.vertex_count, 0u);
+    for (const unsigned int v : level.corner_vertices) ++valences[v];
+    for (unsigned int c = 0; c < level.corner_vertices.get_count(); ++c) {
+        const unsigned int v = level.corner_vertices[c];
+        if (is_known[v] != 0) continue;
+        is_known[v] = 1;
+        const unsigned char ends = nonmanifold_ends.is_empty() ? 0 : nonmanifold_ends[v];
+        if (ends == 2) continue;
+        if (ends != 0 || (valences[v] > 1 && count_fan(level, c, valences[v]) != valences[v]))
+            tag_vertex(level, v, infinite_sharpness);
+    }
+}
+
+void apply_border_rule(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
+    if (options.border_rule == BorderRule::edge_only) return;
+    CoreArray<unsigned char> border_vertices(level.vertex_count, static_cast<unsigned char>(0));
+    CoreArray<unsigned int> valences(level.vertex_count, 0u);
+    for (const unsigned int v : level.corner_vertices) ++valences[v];
+    for (unsigned int c = 0; c < level.corner_edges.get_count(); ++c) {
+        if (level.edge_marks[level.corner_edges[c]] == 0) continue;
+        const bool is_tagged = !cage.edge_sharpness.is_empty() && is_infinitely_sharp(cage.edge_sharpness[c]);
+        if (options.border_rule == BorderRule::open && is_tagged) continue;
+        border_vertices[level.edge_start(c)] = border_vertices[level.edge_end(c)] = 1;
+    }
+    if (options.border_rule == BorderRule::open) {
+        for (unsigned int c = 0; c < level.corner_vertices.get_count(); ++c)
+            if (border_vertices[level.corner_vertices[c]] != 0) level.states[level.face_of(c)] = FaceState::hole;
+        return;
+    }
+    for (unsigned int v = 0; v < level.vertex_count; ++v)
+        if (border_vertices[v] != 0 && (options.border_rule == BorderRule::fixed || valences[v] == 1))
+            tag_vertex(level, v, infinite_sharpness);
+}
+
+}  // namespace
+
+CoreArray<unsigned int> opposite_corners(const CoreBasicArray<unsigned int>& neighbour_polygons,
+                                         const CoreBasicArray<unsigned int>& neighbour_edges,
+                                         const CoreBasicArray<unsigned int>& polygon_offsets) {
+    CoreArray<unsigned int> opposites(neighbour_polygons.get_count());
+    for (unsigned int c = 0; c < opposites.get_count(); ++c)
+        opposites[c] =
+            neighbour_polygons[c] == none ? none : polygon_offsets[neighbour_polygons[c]] + neighbour_edges[c];
+    return opposites;
+}
+
+void make_cage_level(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
+    copy_polygons(cage, level);
+    number_edges(cage, options, level);
+    level.edges.opposite_edges = cage.opposite_corners;
+    for (unsigned int v = 0; v < cage.vertex_sharpness.get_count(); ++v)
+        if (const float s = clean_sharpness(cage.vertex_sharpness[v], options); s > 0.0f) tag_vertex(level, v, s);
+    fix_nonmanifold_vertices(level);
+    apply_border_rule(cage, options, level);
+    complete_level(level);
+}
+
+}  // namespace sds

@@ -1,0 +1,167 @@
+// Which faces of a level are regular.
+#include <cmath>
+
+#include "sds/common/array_bytes.h"
+#include "sds/refinement/refinement_level.h"
+
+namespace sds {
+
+namespace {
+
+// Every edge number's face-corners, two by two. Borders and edges of more than two are joined to nobody.
+void join_corners(RefinementLevel& level) {
+    level.edge_corners.assign(level.edge_count, none);
+    level.edges.opposite_edges.resize(level.corner_edges.get_count());
+    unsigned int* opposite = level.edges.opposite_edges.get_data();
+    for (unsigned int c = 0; c < level.corner_edges.get_count(); ++c) {
+        const unsigned int e = level.corner_edges[c];
+        opposite[c] = none;
+        unsigned int& first = level.edge_corners[e];
+        if (first == none) {
+            first = c;
+        } else if (level.edge_marks[e] == 0) {
+            opposite[c] = first;
+            opposite[first] = c;
+        }
+    }
+}
+
+SharpVertex& sharp_vertex_at(RefinementLevel& level, unsigned int v) {
+    unsigned int& index = level.sharp_indices[v];
+    if (index == none) {
+        index = level.sharp_vertices.get_count();
+        SharpVertex vertex;
+        vertex.vertex = v;
+        level.sharp_vertices.add(vertex);
+    }
+    return level.sharp_vertices[index];
+}
+
+void add_sharp_edge(SharpVertex& vertex, float s, unsigned int far_end) {
+    if (vertex.edge_count < 2) vertex.ends[vertex.edge_count] = far_end;
+    ++vertex.edge_count;
+    if (is_infinitely_sharp(s)) {
+        if (vertex.infinite_count < 2) vertex.infinite_ends[vertex.infinite_count] = far_end;
+        ++vertex.infinite_count;
+    } else {
+        ++vertex.fractional.count;
+        vertex.fractional.sum += s;
+        vertex.fractional_weight += remaining_weight(s);
+    }
+}
+
+void gather_sharp_vertices(RefinementLevel& level) {
+    if (level.sharp_edges.is_empty() && level.tagged_vertices.is_empty()) return;
+    level.sharp_indices.assign(level.vertex_count, none);
+    for (const unsigned int e : level.sharp_edges)
+        for (unsigned int i = 0; i < 2; ++i)
+            add_sharp_edge(sharp_vertex_at(level, level.edge_ends[2 * e + i]), level.edge_sharpness[e],
+                           level.edge_ends[2 * e + 1 - i]);
+    for (const SharpVertex& tagged : level.tagged_vertices) {
+        SharpVertex& vertex = sharp_vertex_at(level, tagged.vertex);
+        vertex.sharpness = std::max(vertex.sharpness, tagged.sharpness);
+    }
+}
+
+void flag_creases(RefinementLevel& level) {
+    if (!level.is_quads()) return;
+    level.edges.quad_edge_flags.assign(level.face_count, static_cast<unsigned char>(0));
+    const auto flag = [&level](unsigned int h) {
+        unsigned char& flags = level.edges.quad_edge_flags[quad_of(h)];
+        flags = static_cast<unsigned char>(flags | 1u << corner_of(h));
+    };
+    for (const unsigned int e : level.sharp_edges) {
+        const unsigned int h = level.edge_corners[e];
+        if (!is_infinitely_sharp(level.edge_sharpness[e]) || h == none) continue;
+        flag(h);
+        if (const unsigned int o = level.edges.opposite_edges[h]; o != none) flag(o);
+    }
+}
+
+void find_vertex_kinds(RefinementLevel& level) {
+    level.vertex_kinds.resize(level.vertex_count);
+    for (unsigned int v = 0; v < level.vertex_count; ++v)
+        level.vertex_kinds[v] =
+            level.valences[v] == 4 ? RefinementLevel::regular_vertex : RefinementLevel::irregular_vertex;
+    for (const SharpVertex& vertex : level.sharp_vertices) {
+        unsigned char& kind = level.vertex_kinds[vertex.vertex];
+        if (vertex.is_fractional())
+            kind = RefinementLevel::irregular_vertex;
+        else if (vertex.is_corner())
+            kind = RefinementLevel::corner_vertex;
+        else
+            kind = vertex.infinite_count == 2 ? RefinementLevel::crease_vertex : RefinementLevel::irregular_vertex;
+    }
+    if (level.is_quads()) return;
+    level.for_each_face([&](unsigned int, unsigned int begin, unsigned int count) {
+        if (count == 4) return;
+        for (unsigned int j = 0; j < count; ++j)
+            level.vertex_kinds[level.corner_vertices[begin + j]] = RefinementLevel::irregular_vertex;
+    });
+}
+
+// Whether exactly two quads lie between the two sharp edges on both sides of corner c.
+bool is_half_turn(const RefinementLevel& level, unsigned int c) {
+    const unsigned int behind = level.previous_corner(c);
+    const bool is_ahead_sharp = level.is_infinite_at(c);
+    if (is_ahead_sharp == level.is_infinite_at(behind)) return false;
+    const unsigned int smooth = is_ahead_sharp ? behind : c;
+    if (level.edges.opposite_edges[smooth] == none) return false;
+    return level.is_infinite_at(level.turn_around(level.corner_vertices[c], smooth).edge);
+}
+
+}  // namespace
+
+float remaining_weight(float s) { return is_infinitely_sharp(s) ? 1.0f : 1.0f - std::exp2(-s); }
+
+void complete_level(RefinementLevel& level) {
+    join_corners(level);
+    level.valences.assign(level.vertex_count, 0u);
+    for (const unsigned int v : level.corner_vertices) ++level.valences[v];
+    gather_sharp_vertices(level);
+    flag_creases(level);
+    find_vertex_kinds(level);
+    level.face_patches.assign(level.candidate_count, none);
+}
+
+bool is_regular_corner(const RefinementLevel& level, unsigned int c) {
+    switch (level.vertex_kinds[level.corner_vertices[c]]) {
+        case RefinementLevel::regular_vertex:
+            return true;
+        case RefinementLevel::crease_vertex:
+            return is_half_turn(level, c);
+        case RefinementLevel::corner_vertex:
+            return level.is_infinite_at(c) && level.is_infinite_at(level.previous_corner(c));
+        default:
+            return false;
+    }
+}
+
+bool is_regular(const RefinementLevel& level, unsigned int face) {
+    const unsigned int begin = level.face_begin(face);
+    if (level.face_end(face) - begin != 4) return false;
+    const unsigned int* v = level.corner_vertices.get_data() + begin;
+    const unsigned char* kinds = level.vertex_kinds.get_data();
+    if ((kinds[v[0]] | kinds[v[1]] | kinds[v[2]] | kinds[v[3]]) == RefinementLevel::regular_vertex) return true;
+    for (unsigned int j = 0; j < 4; ++j)
+        if (!is_regular_corner(level, begin + j)) return false;
+    return true;
+}
+
+void classify(RefinementLevel& level, bool is_last) {
+    for (unsigned int f = 0; f < level.candidate_count; ++f) {
+        if (level.states[f] != FaceState::support) continue;
+        level.states[f] = is_regular(level, f) ? FaceState::emitted : is_last ? FaceState::leaf : FaceState::refined;
+    }
+}
+
+size_t RefinementLevel::get_memory_size() const {
+    return bytes_of(offsets) + bytes_of(corner_faces) + bytes_of(corner_vertices) + bytes_of(corner_edges) +
+           bytes_of(edges.opposite_edges) + bytes_of(edges.quad_edge_flags) + bytes_of(states) + bytes_of(places) +
+           bytes_of(face_patches) + bytes_of(edge_corners) + bytes_of(edge_ends) + bytes_of(edge_sharpness) +
+           bytes_of(edge_marks) + bytes_of(sharp_edges) + bytes_of(valences) + bytes_of(vertex_kinds) +
+           bytes_of(sharp_indices) + bytes_of(sharp_vertices) + bytes_of(tagged_vertices) + bytes_of(vertex_children) +
+           bytes_of(edge_children) + bytes_of(face_children) + bytes_of(first_children) + bytes_of(edge_halves);
+}
+
+}  // namespace sds

@@ -1,0 +1,47 @@
+// What coarse patches hand down to finer ones, so that every shared edge has the same bits on both sides whatever the
+// levels: the halves of an edge's control points, and limit points.
+//
+// In exact arithmetic the finer patches have those very controls; rounded independently they differ by a unit or two in
+// the last place, which a ray would see as a crack. Halving is the same from both ends, hence the sides need not agree
+// on a direction, and kernels that halve a coarse edge meet the same numbers.
+#pragma once
+
+#include "qn_gmath/gmath_vec.h"
+#include "sds/refinement/refinement_level.h"
+
+namespace sds {
+
+class HandedEdges {
+public:
+    using Vec3f = GMathVec3<float>;
+
+    // Levels come in order, `fine` null at the last.
+    void begin_level(const RefinementLevel& level, const RefinementLevel* fine);
+    // Puts what was handed to a patch of the level in place of its own controls, and hands on what finer patches share
+    // with it.
+    void exchange(unsigned int face, Vec3f* controls);
+    void end_level();
+
+private:
+    struct Edge {
+        unsigned int start;  // vertex
+        Vec3f controls[4];
+    };
+    struct Level {
+        CoreArray<unsigned int> edge_indices;  // in edges, or none
+        CoreArray<Edge> edges;
+        CoreArray<unsigned char> has_point;
+        CoreArray<Vec3f> points;
+        void start(const RefinementLevel& level);
+    };
+
+    void hand_point(unsigned int v, const Vec3f& point);
+    void hand_halves(unsigned int edge, unsigned int start, const Vec3f* controls);
+
+    const RefinementLevel* m_level = nullptr;
+    const RefinementLevel* m_fine = nullptr;
+    Level m_here;
+    Level m_below;
+};
+
+}  // namespace sds

@@ -1,0 +1,171 @@
+// The flat list of patches that a refined surface is traced and sampled by, and the way between a place on a patch and
+// a place on the quad that users see.
+//
+//     quad (depth 0)      1 +-------+---+---+       patches of one quad follow each other in the order of a quadtree:
+//                           |       | c | d |       (0,0), (1,0), (0,1), (1,1) of each square.
+//                           |       +---+---+       A patch of level l at (x, y) covers
+//                           |   b   | e | f |           u in [x, x + 1] / 2^l,  v in [y, y + 1] / 2^l,
+//                           +-------+---+---+       its own (u, v) running the same way.
+//                           |       |       |
+//                           |   a   |   g   |
+//                         0 +-------+-------+ 1
+//
+// In a cage with polygons that are not quads, a regular quad polygon stays one patch of level -1, which covers the four
+// user quads at its corners. It is listed under the first of them, in whose frame it begins; the others have no patch
+// of their own.
+#pragma once
+
+#include <algorithm>
+
+#include "qn_core/core_array.h"
+#include "sds/common/half_edge.h"
+
+namespace sds {
+
+class RefinedPatch {
+public:
+    RefinedPatch() = default;
+    RefinedPatch(unsigned int quad, unsigned int x, unsigned int y, int level, bool is_leaf)
+        : m_quad(quad), m_bits(x | y << 10 | static_cast<unsigned int>(level + 1) << 20 | (is_leaf ? 1u : 0u) << 24) {}
+
+    unsigned int quad() const { return m_quad; }
+    unsigned int x() const { return m_bits & 1023u; }
+    unsigned int y() const { return (m_bits >> 10) & 1023u; }
+    int level() const { return static_cast<int>((m_bits >> 20) & 15u) - 1; }
+    // An approximation of an irregular quad; others are the limit surface itself.
+    bool is_leaf() const { return (m_bits >> 24) != 0; }
+    bool covers_four_quads() const { return level() < 0; }
+    // 2^level: what derivatives by the patch's (u, v) are multiplied with to be derivatives by the user quad's.
+    float derivative_scale() const {
+        return covers_four_quads() ? 0.5f : static_cast<float>(1u << static_cast<unsigned int>(level()));
+    }
+
+private:
+    unsigned int m_quad;
+    unsigned int m_bits;
+};
+
+struct PatchPlace {
+    unsigned int patch;  // none where the quad is a hole
+    float u, v;
+    // Quarter turns from the user quad's frame to the patch's, counterclockwise; 0 but on patches that cover four
+    // quads. With t turns the patch's (du, dv) are the quad's turned t times: one turn takes (a, b) to (-b, a).
+    unsigned int turns;
+};
+
+struct QuadPoint {
+    unsigned int quad;
+    float u, v;
+    unsigned int turns;  // as above
+};
+
+// Read-only once built; any thread.
+class PatchPlaces {
+public:
+    unsigned int get_patch_count() const { return m_patches.get_count(); }
+    unsigned int get_quad_count() const { return m_quad_offsets.is_empty() ? 0 : m_quad_offsets.get_count() - 1; }
+    const RefinedPatch& get_patch(unsigned int patch) const { return m_patches[patch]; }
+    // The patches first_patch(quad) to first_patch(quad + 1) - 1 are the quad's own.
+    unsigned int first_patch(unsigned int quad) const { return m_quad_offsets[quad]; }
+
+    // (u, v) in [0, 1]. The result is exact on the quad's own patches, and rounded once on one that it shares with
+    // three others.
+    PatchPlace find_patch(unsigned int quad, float u, float v) const {
+        const unsigned int begin = m_quad_offsets[quad];
+        unsigned int end = m_quad_offsets[quad + 1];
+        if (begin == end) return find_shared(quad, begin, u, v);
+        unsigned int found = begin;
+        if (end - begin > 1) {
+            const unsigned int key = interleave(cell_of(u)) | interleave(cell_of(v)) << 1;
+            while (end - found > 1) {
+                const unsigned int middle = found + (end - found) / 2;
+                if (key_of(m_patches[middle]) <= key)
+                    found = middle;
+                else
+                    end = middle;
+            }
+        }
+        const RefinedPatch& patch = m_patches[found];
+        if (patch.covers_four_quads()) return {found, 0.5f * u, 0.5f * v, 0};
+        const float scale = patch.derivative_scale();
+        return {found, u * scale - static_cast<float>(patch.x()), v * scale - static_cast<float>(patch.y()), 0};
+    }
+
+    // The inverse. On a patch that covers four quads the middle lines belong to the quads with the larger coordinate.
+    QuadPoint find_quad(unsigned int patch, float u, float v) const {
+        const RefinedPatch& place = m_patches[patch];
+        if (place.covers_four_quads()) return find_quarter(place.quad(), u, v);
+        const float side = 1.0f / place.derivative_scale();
+        return {place.quad(), (static_cast<float>(place.x()) + u) * side, (static_cast<float>(place.y()) + v) * side,
+                0};
+    }
+
+    size_t get_memory_size() const {
+        return sizeof(RefinedPatch) * size_t{m_patches.get_count()} +
+               sizeof(unsigned int) * size_t{m_quad_offsets.get_count()};
+    }
+
+    // Building: quads in increasing order, a quad's patches in the order of the quadtree.
+    void start(unsigned int quad_count) {
+        m_patches.clear();
+        m_quad_offsets.resize(0);
+        m_quad_offsets.reserve(quad_count + 1);
+        m_quad_offsets.add(0);
+    }
+    void add_patch(const RefinedPatch& patch) { m_patches.add(patch); }
+    void end_quad() { m_quad_offsets.add(m_patches.get_count()); }
+
+private:
+    static constexpr unsigned int finest = 10;
+
+    static unsigned int cell_of(float t) {
+        constexpr float cells = 1u << finest;
+        return t > 0.0f ? std::min(static_cast<unsigned int>(t * cells), (1u << finest) - 1u) : 0u;
+    }
+    // The bits of a number of ten bits, one apart.
+    static unsigned int interleave(unsigned int x) {
+        x = (x | x << 8) & 0x00FF00FFu;
+        x = (x | x << 4) & 0x0F0F0F0Fu;
+        x = (x | x << 2) & 0x33333333u;
+        return (x | x << 1) & 0x55555555u;
+    }
+    static unsigned int key_of(const RefinedPatch& patch) {
+        const auto up = finest - static_cast<unsigned int>(std::max(0, patch.level()));
+        return interleave(patch.x() << up) | interleave(patch.y() << up) << 1;
+    }
+
+    //     3 ---- 2      quarter t begins at corner t of the patch; its u runs towards corner t + 1.
+    //     | 3  2 |
+    //     | 0  1 |
+    //     0 ---- 1
+    PatchPlace find_shared(unsigned int quad, unsigned int begin, float u, float v) const {
+        if (begin == 0) return {none, 0.0f, 0.0f, 0};
+        const RefinedPatch& patch = m_patches[begin - 1];
+        if (!patch.covers_four_quads() || quad - patch.quad() > 3) return {none, 0.0f, 0.0f, 0};
+        float s = 0.5f * u;
+        float t = 0.5f * v;
+        const unsigned int turns = quad - patch.quad();
+        for (unsigned int i = 0; i < turns; ++i) {
+            const float former = s;
+            s = 1.0f - t;
+            t = former;
+        }
+        return {begin - 1, s, t, turns};
+    }
+    static QuadPoint find_quarter(unsigned int quad, float u, float v) {
+        const bool is_right = u >= 0.5f;
+        const bool is_upper = v >= 0.5f;
+        const unsigned int turns = is_upper ? (is_right ? 2 : 3) : (is_right ? 1 : 0);
+        for (unsigned int i = 0; i < turns; ++i) {
+            const float former = u;
+            u = v;
+            v = 1.0f - former;
+        }
+        return {quad + turns, 2.0f * u, 2.0f * v, turns};
+    }
+
+    CoreArray<RefinedPatch> m_patches;
+    CoreArray<unsigned int> m_quad_offsets;
+};
+
+}  // namespace sds

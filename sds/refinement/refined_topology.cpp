@@ -1,0 +1,83 @@
+#include "sds/refinement/refined_topology.h"
+
+#include <memory>
+
+#include "sds/refinement/depth_per_vertex.h"
+
+namespace sds {
+
+void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions& options,
+                            const CoreBasicArray<GMathVec3<float>>& positions) {
+    clear();
+    CoreArray<RefinementLevel> levels(1);
+    make_cage_level(cage, options, levels[0]);
+    const auto depth = static_cast<int>(std::min(options.depth, RefinementOptions::max_depth));
+    levels.reserve(static_cast<unsigned int>(depth) + 2);
+    std::unique_ptr<DepthPerVertex> depths;
+    if (options.error > 0.0) depths = std::make_unique<DepthPerVertex>(positions, levels[0].vertex_count, options);
+    for (;;) {
+        RefinementLevel& level = levels[levels.get_count() - 1];
+        classify(level, level.depth >= depth);
+        if (depths) depths->stop(level);
+        bool is_refined = false;
+        for (unsigned int f = 0; f < level.candidate_count && !is_refined; ++f)
+            is_refined = level.states[f] == FaceState::refined;
+        if (!is_refined) break;
+        levels.resize(levels.get_count() + 1);
+        refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], options);
+        if (depths) depths->refine(levels[levels.get_count() - 2], levels[levels.get_count() - 1]);
+    }
+    m_levels.swap(levels);
+    m_vertex_count = cage.vertex_count;
+    m_smooth_triangles = options.smooth_triangles;
+    list_patches();
+}
+
+void RefinedTopology::clear() {
+    m_places = PatchPlaces();
+    m_levels.clear();
+    m_vertex_count = 0;
+}
+
+// Depth first, which is the order of the quadtree; children c of a square run around it, hence 0, 1, 3, 2.
+void RefinedTopology::list_quad_patches(unsigned int level_index, unsigned int face) {
+    RefinementLevel& level = m_levels[level_index];
+    const FaceState state = level.states[face];
+    if (state == FaceState::refined) {
+        static constexpr unsigned int order[4] = {0, 1, 3, 2};
+        for (const unsigned int c : order) list_quad_patches(level_index + 1, level.first_children[face] + c);
+    } else if (state == FaceState::emitted || state == FaceState::leaf) {
+        const QuadPlace& place = level.places[face];
+        level.face_patches[face] = m_places.get_patch_count();
+        m_places.add_patch({place.quad, place.x, place.y, level.depth, state == FaceState::leaf});
+    }
+}
+
+void RefinedTopology::list_patches() {
+    RefinementLevel& cage = m_levels[0];
+    m_places.start(cage.is_quads() ? cage.face_count : cage.corner_vertices.get_count());
+    for (unsigned int f = 0; f < cage.face_count; ++f) {
+        if (cage.is_quads()) {
+            list_quad_patches(0, f);
+            m_places.end_quad();
+            continue;
+        }
+        for (unsigned int j = 0; j < cage.offsets[f + 1] - cage.offsets[f]; ++j) {
+            if (cage.states[f] == FaceState::refined) {
+                list_quad_patches(1, cage.first_children[f] + j);
+            } else if (cage.states[f] == FaceState::emitted && j == 0) {
+                cage.face_patches[f] = m_places.get_patch_count();
+                m_places.add_patch({cage.offsets[f], 0, 0, -1, false});
+            }
+            m_places.end_quad();
+        }
+    }
+}
+
+size_t RefinedTopology::get_memory_size() const {
+    size_t size = sizeof(RefinedTopology) + m_places.get_memory_size();
+    for (const RefinementLevel& level : m_levels) size += sizeof(RefinementLevel) + level.get_memory_size();
+    return size;
+}
+
+}  // namespace sds

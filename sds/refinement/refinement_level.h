@@ -1,0 +1,170 @@
+// One level of a local refinement: the quads that are still being refined, the ring that supports them, and which
+// vertices of the next level they make. Topology only; values are carried along by value_rules.h.
+//
+// A level holds its candidates first, the children of all quads refined one level up, and after them the support: the
+// children that those quads' neighbours have at shared vertices. Rings around the candidates' vertices are complete,
+// rings around the outer vertices of the support are not, and nothing ever asks for them.
+//
+// The polygons of a cage that are not all quads are a level too, of depth -1; its children are the quads that users
+// see. Cages of quads begin at depth 0.
+#pragma once
+
+#include "sds/mesh_base/sds_mesh_base.h"
+#include "sds/refinement/refinement_cage.h"
+#include "sds/refinement/sharpness_rules.h"
+
+namespace sds {
+
+enum class FaceState : unsigned char {
+    support,
+    emitted,  // regular: exactly one bicubic patch
+    refined,
+    leaf,  // irregular, and not refined any more
+    hole,  // in its neighbours' rings, but no surface itself
+};
+
+// Where a candidate lies in the quad that users see: the square at (x, y) / 2^depth of side 1 / 2^depth.
+struct QuadPlace {
+    unsigned int quad;
+    unsigned short x, y;
+};
+
+// A vertex that is sharp itself or has a sharp edge.
+struct SharpVertex {
+    unsigned int vertex = none;
+    float sharpness = 0.0f;
+    unsigned int edge_count = 0;
+    unsigned int infinite_count = 0;
+    FractionalEdges fractional;
+    float fractional_weight = 0.0f;  // summed over the fractional edges, see remaining_weight
+    // Far ends of the first two sharp edges, and of the first two infinitely sharp ones.
+    unsigned int ends[2] = {none, none};
+    unsigned int infinite_ends[2] = {none, none};
+    // Of the step to the next level, when it has this vertex: the edges that are still sharp after it.
+    unsigned int child_ends[2] = {none, none};
+    VertexMask mask;
+
+    bool is_fractional() const { return fractional.count != 0 || sds::is_fractional(sharpness); }
+    bool is_corner() const { return is_infinitely_sharp(sharpness) || infinite_count > 2; }
+    bool is_dart() const { return infinite_count == 1 && !is_fractional() && !is_corner(); }
+};
+
+// How much of an infinitely sharp crease is left in one of sharpness s that is not refined any further: it would stay
+// for s levels, and its fold halves with every level.
+float remaining_weight(float s);
+
+struct RefinementLevel {
+    static constexpr unsigned char border_mark = 1;       // an edge of one polygon of the cage, or part of one
+    static constexpr unsigned char nonmanifold_mark = 2;  // an edge of three polygons or more
+
+    // What is around a vertex with respect to the quads at it.
+    enum VertexKind : unsigned char { regular_vertex, crease_vertex, corner_vertex, irregular_vertex };
+
+    int depth = 0;
+    unsigned int face_count = 0;
+    unsigned int candidate_count = 0;
+    unsigned int vertex_count = 0;
+    unsigned int edge_count = 0;
+
+    // Of polygons: where their corners begin, with the number of corners as last entry, and the polygon of each corner.
+    // Empty for quads, whose face-corners are half-edges.
+    CoreArray<unsigned int> offsets;
+    CoreArray<unsigned int> corner_faces;
+
+    // Per face-corner: vertex, number of the edge that leaves it, the face-corner across.
+    CoreArray<unsigned int> corner_vertices;
+    CoreArray<unsigned int> corner_edges;
+    SdsMeshBase::EdgesTopology edges;  // creases are the infinitely sharp edges; no flags for polygons
+    CoreArray<FaceState> states;
+    CoreArray<QuadPlace> places;           // of candidates
+    CoreArray<unsigned int> face_patches;  // of candidates: index in the flat list, or none
+
+    // Per edge.
+    CoreArray<unsigned int> edge_corners;  // one of its face-corners
+    CoreArray<unsigned int> edge_ends;     // two vertices
+    CoreArray<float> edge_sharpness;
+    CoreArray<unsigned char> edge_marks;
+    CoreArray<unsigned int> sharp_edges;  // those with sharpness above 0
+
+    // Per vertex.
+    CoreArray<unsigned int> valences;  // faces
+    CoreArray<unsigned char> vertex_kinds;
+    CoreArray<unsigned int> sharp_indices;  // in sharp_vertices, or none; empty when there are none
+    CoreArray<SharpVertex> sharp_vertices;
+    CoreArray<SharpVertex> tagged_vertices;  // vertex and sharpness of the vertices that are sharp themselves
+
+    // The step to the next level: vertices of it, none where the step makes no such point.
+    CoreArray<unsigned int> vertex_children;
+    CoreArray<unsigned int> edge_children;
+    CoreArray<unsigned int> face_children;
+    CoreArray<unsigned int> first_children;  // of candidates: the first of as many candidates as the face has corners
+    CoreArray<unsigned int> edge_halves;     // per edge: its parts at its two ends, edges of the next level or none
+    bool has_step = false;
+
+    bool is_quads() const { return offsets.is_empty(); }
+    unsigned int face_begin(unsigned int f) const { return is_quads() ? 4 * f : offsets[f]; }
+    unsigned int face_end(unsigned int f) const { return is_quads() ? 4 * f + 4 : offsets[f + 1]; }
+    unsigned int face_of(unsigned int c) const { return is_quads() ? quad_of(c) : corner_faces[c]; }
+    unsigned int next_corner(unsigned int c) const {
+        if (is_quads()) return next_in_quad(c);
+        return c + 1 == face_end(face_of(c)) ? face_begin(face_of(c)) : c + 1;
+    }
+    unsigned int previous_corner(unsigned int c) const {
+        if (is_quads()) return previous_in_quad(c);
+        return c == face_begin(face_of(c)) ? face_end(face_of(c)) - 1 : c - 1;
+    }
+    unsigned int edge_start(unsigned int c) const { return corner_vertices[c]; }
+    unsigned int edge_end(unsigned int c) const { return corner_vertices[next_corner(c)]; }
+    // The face-corner at vertex v of the face across edge c, which touches v, and that face's other edge at v.
+    struct Turn {
+        unsigned int corner;
+        unsigned int edge;
+    };
+    Turn turn_around(unsigned int v, unsigned int c) const {
+        const unsigned int o = edges.opposite_edges[c];
+        if (corner_vertices[o] != v) return {next_corner(o), next_corner(o)};
+        return {o, previous_corner(o)};  // a neighbour that winds the other way
+    }
+    float sharpness_at(unsigned int c) const { return edge_sharpness[corner_edges[c]]; }
+    bool is_infinite_at(unsigned int c) const { return is_infinitely_sharp(sharpness_at(c)); }
+    const SharpVertex* sharp_vertex(unsigned int v) const {
+        if (sharp_indices.is_empty() || sharp_indices[v] == none) return nullptr;
+        return &sharp_vertices[sharp_indices[v]];
+    }
+    // Whether the step has both halves of an edge.
+    bool has_halves(unsigned int edge) const {
+        return edge_halves[2 * edge] != none && edge_halves[2 * edge + 1] != none;
+    }
+
+    // body(face, first corner, number of corners): a constant for quads.
+    template <class Body>
+    void for_each_face(Body&& body) const {
+        if (is_quads()) {
+            for (unsigned int f = 0; f < face_count; ++f) body(f, 4 * f, std::integral_constant<unsigned int, 4>());
+        } else {
+            for (unsigned int f = 0; f < face_count; ++f) body(f, offsets[f], offsets[f + 1] - offsets[f]);
+        }
+    }
+
+    size_t get_memory_size() const;
+};
+
+// The polygons of a cage as the first level, up to its classification.
+void make_cage_level(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level);
+
+// Joins face-corners of the same edge number, counts valences, gathers what is sharp and finds the kind of every
+// vertex. `level` has corner_vertices, corner_edges and the edges' own arrays.
+void complete_level(RefinementLevel& level);
+
+// Whether the rules at a face-corner of a quad are those of a bicubic patch there.
+bool is_regular_corner(const RefinementLevel& level, unsigned int c);
+// Whether a candidate is exactly one bicubic patch.
+bool is_regular(const RefinementLevel& level, unsigned int face);
+
+// Sets the states of candidates that have none yet (`support`): emitted, or refined or leaf.
+void classify(RefinementLevel& level, bool is_last);
+
+// The step from one level, whose states are set, to the next, up to its classification.
+void refine_level(RefinementLevel& coarse, RefinementLevel& fine, const RefinementOptions& options);
+
+}  // namespace sds

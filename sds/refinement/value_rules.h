@@ -1,0 +1,201 @@
+// Values at the points of a local refinement, for any value that has + and * : positions, maps, properties. Nothing
+// here decides anything, so the same levels carry any number of value sets with the same weights.
+#pragma once
+
+#include "sds/common/value_ops.h"
+#include "sds/refinement/refinement_level.h"
+
+namespace sds {
+
+// The values of one level and what its rules need of them.
+template <class Value>
+struct LevelValues {
+    // What is around a vertex: `edges` is summed over the two edges of every face, so that an edge between two faces
+    // counts twice; `faces` over the face points.
+    struct Sums {
+        Value edges, faces;
+    };
+    CoreArray<Value> points;
+    CoreArray<Value> face_points;
+    CoreArray<Sums> sums;
+
+    size_t get_memory_size() const {
+        return sizeof(Value) * size_t{points.get_count()} + sizeof(Value) * size_t{face_points.get_count()} +
+               sizeof(Sums) * size_t{sums.get_count()};
+    }
+};
+
+// Face points and sums from the points.
+template <class Value>
+void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values) {
+    using Scalar = typename ValueOps<Value>::Scalar;
+    using Sums = typename LevelValues<Value>::Sums;
+    values.face_points.resize(level.face_count);
+    values.sums.assign(level.vertex_count, Sums{ValueOps<Value>::zero(), ValueOps<Value>::zero()});
+    const Value* points = values.points.get_data();
+    Sums* sums = values.sums.get_data();
+    level.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
+        const unsigned int* corners = level.corner_vertices.get_data() + begin;
+        if constexpr (!std::is_same_v<decltype(count), unsigned int>) {
+            const Value& a = points[corners[0]];
+            const Value& b = points[corners[1]];
+            const Value& c = points[corners[2]];
+            const Value& d = points[corners[3]];
+            const Value ac = a + c;
+            const Value bd = b + d;
+            const Value centre = (ac + bd) * Scalar(0.25);
+            values.face_points[f] = centre;
+            for (unsigned int k = 0; k < 4; ++k) {
+                Sums& sum = sums[corners[k]];
+                sum.edges = sum.edges + ((k & 1u) == 0 ? bd : ac);
+                sum.faces = sum.faces + centre;
+            }
+        } else {
+            Value centre = ValueOps<Value>::zero();
+            for (unsigned int j = 0; j < count; ++j) centre = centre + points[corners[j]];
+            if (count != 0) centre = ValueOps<Value>::divide(centre, static_cast<Scalar>(count));
+            values.face_points[f] = centre;
+            for (unsigned int j = 0; j < count; ++j) {
+                Sums& sum = sums[corners[j]];
+                sum.edges = sum.edges + points[corners[j + 1 == count ? 0 : j + 1]] +
+                            points[corners[j == 0 ? count - 1 : j - 1]];
+                sum.faces = sum.faces + centre;
+            }
+        }
+    });
+}
+
+// Weights in smooth edge points: of the two ends and of the two face points.
+struct EdgeWeights {
+    double end, face;
+};
+
+// Triangles may weigh more, which keeps surfaces of triangles from undulating (Stam and Loop 2003).
+inline EdgeWeights smooth_edge_weights(unsigned int size0, unsigned int size1, bool smooth_triangles) {
+    constexpr double triangle_weight = 0.470;
+    if (!smooth_triangles || (size0 != 3 && size1 != 3)) return {0.25, 0.25};
+    const double face = 0.5 * ((size0 == 3 ? triangle_weight : 0.25) + (size1 == 3 ? triangle_weight : 0.25));
+    return {0.5 * (1.0 - 2.0 * face), face};
+}
+
+// Points of the next level. `values` is complete; `next` gets its points.
+template <class Value>
+void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bool smooth_triangles,
+                   const LevelValues<Value>& values, LevelValues<Value>& next) {
+    using Scalar = typename ValueOps<Value>::Scalar;
+    next.points.resize(fine.vertex_count);
+    const Value* points = values.points.get_data();
+    Value* out = next.points.get_data();
+
+    for (unsigned int f = 0; f < level.face_count; ++f)
+        if (level.face_children[f] != none) out[level.face_children[f]] = values.face_points[f];
+
+    for (unsigned int e = 0; e < level.edge_count; ++e) {
+        const unsigned int child = level.edge_children[e];
+        if (child == none) continue;
+        const Value ends = points[level.edge_ends[2 * e]] + points[level.edge_ends[2 * e + 1]];
+        const float s = level.edge_sharpness[e];
+        Scalar crease = 1;
+        if (!is_infinitely_sharp(s)) {
+            const auto half = [&](unsigned int i) {
+                const unsigned int h = level.edge_halves[2 * e + i];
+                return h == none ? 0.0f : fine.edge_sharpness[h];
+            };
+            crease = s > 0.0f ? static_cast<Scalar>(edge_crease_weight(s, half(0), half(1))) : Scalar(0);
+        }
+        if (crease == Scalar(1)) {
+            out[child] = ends * Scalar(0.5);
+            continue;
+        }
+        const unsigned int c = level.edge_corners[e];
+        const unsigned int f0 = level.face_of(c);
+        const unsigned int f1 = level.face_of(level.edges.opposite_edges[c]);
+        const Value faces = values.face_points[f0] + values.face_points[f1];
+        Value smooth;
+        if (level.is_quads()) {
+            smooth = (ends + faces) * Scalar(0.25);
+        } else {
+            const EdgeWeights w = smooth_edge_weights(level.face_end(f0) - level.face_begin(f0),
+                                                      level.face_end(f1) - level.face_begin(f1), smooth_triangles);
+            smooth = ends * static_cast<Scalar>(w.end) + faces * static_cast<Scalar>(w.face);
+        }
+        out[child] = crease == Scalar(0) ? smooth : ends * (Scalar(0.5) * crease) + smooth * (Scalar(1) - crease);
+    }
+
+    // (n - 2) / n V + mean of the edges' ends / n + mean of the face points / n (Catmull and Clark 1978).
+    const auto smooth_point = [&](unsigned int v) {
+        const auto n = static_cast<Scalar>(level.valences[v]);
+        const Scalar inverse = Scalar(1) / n;
+        const auto& sum = values.sums[v];
+        return points[v] * ((n - Scalar(2)) * inverse) + (sum.edges * Scalar(0.5) + sum.faces) * (inverse * inverse);
+    };
+    for (unsigned int v = 0; v < level.vertex_count; ++v)
+        if (level.vertex_children[v] != none) out[level.vertex_children[v]] = smooth_point(v);
+    for (const SharpVertex& vertex : level.sharp_vertices) {
+        const unsigned int v = vertex.vertex;
+        if (level.vertex_children[v] == none) continue;
+        const VertexMask& mask = vertex.mask;
+        if (mask.smooth == 1.0) continue;
+        const auto crease_point = [&](const unsigned int* ends) {
+            return points[v] * Scalar(0.75) + (points[ends[0]] + points[ends[1]]) * Scalar(0.125);
+        };
+        Value point = points[v] * static_cast<Scalar>(mask.corner);
+        if (mask.crease != 0.0) point = point + crease_point(vertex.ends) * static_cast<Scalar>(mask.crease);
+        if (mask.child_crease != 0.0)
+            point = point + crease_point(vertex.child_ends) * static_cast<Scalar>(mask.child_crease);
+        if (mask.smooth != 0.0) point = point + smooth_point(v) * static_cast<Scalar>(mask.smooth);
+        out[level.vertex_children[v]] = point;
+    }
+}
+
+// (n^2 V + 4 sum of the edges' ends + sum of the diagonals) / (n (n + 5)), with the diagonals expressed by face points
+// (Halstead, Kass, DeRose 1993). Of quads.
+template <class Value>
+Value smooth_limit(const RefinementLevel& level, const LevelValues<Value>& values, unsigned int v) {
+    using Scalar = typename ValueOps<Value>::Scalar;
+    const auto n = static_cast<Scalar>(level.valences[v]);
+    const auto& sum = values.sums[v];
+    return (values.points[v] * (n * n - n) + sum.edges + sum.faces * Scalar(4)) * (Scalar(1) / (n * (n + Scalar(5))));
+}
+
+template <class Value>
+Value crease_limit(const LevelValues<Value>& values, unsigned int v, const unsigned int* ends) {
+    using Scalar = typename ValueOps<Value>::Scalar;
+    return (values.points[v] * Scalar(4) + values.points[ends[0]] + values.points[ends[1]]) * (Scalar(1) / Scalar(6));
+}
+
+// What is left of the fractional sharpness around a vertex, as a share of infinite sharpness.
+inline float fractional_share(const SharpVertex& vertex) {
+    if (is_fractional(vertex.sharpness)) return remaining_weight(vertex.sharpness);
+    if (vertex.fractional.count == 0) return 1.0f;
+    return vertex.fractional_weight / static_cast<float>(vertex.fractional.count);
+}
+
+// The limit point of a vertex of a level of quads, with its fractional edges taken as infinitely sharp or as smooth.
+template <class Value>
+Value limit_point(const RefinementLevel& level, const LevelValues<Value>& values, unsigned int v, bool is_hard) {
+    const SharpVertex* vertex = level.sharp_vertex(v);
+    if (vertex == nullptr) return smooth_limit(level, values, v);
+    const float sharpness = is_hard || is_infinitely_sharp(vertex->sharpness) ? vertex->sharpness : 0.0f;
+    switch (vertex_rule(sharpness, is_hard ? vertex->edge_count : vertex->infinite_count)) {
+        case VertexRule::corner:
+            return values.points[v];
+        case VertexRule::crease:
+            return crease_limit(values, v, is_hard ? vertex->ends : vertex->infinite_ends);
+        default:
+            return smooth_limit(level, values, v);
+    }
+}
+
+// The limit point with the blend of both that stands for what is left of fractional sharpness.
+template <class Value>
+Value limit_point(const RefinementLevel& level, const LevelValues<Value>& values, unsigned int v) {
+    using Scalar = typename ValueOps<Value>::Scalar;
+    const SharpVertex* vertex = level.sharp_vertex(v);
+    if (vertex == nullptr) return smooth_limit(level, values, v);
+    if (!vertex->is_fractional()) return limit_point(level, values, v, true);
+    const auto w = static_cast<Scalar>(fractional_share(*vertex));
+    return limit_point(level, values, v, true) * w + limit_point(level, values, v, false) * (Scalar(1) - w);
+}
+
+}  // namespace sds
