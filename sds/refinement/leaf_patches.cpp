@@ -16,6 +16,7 @@ LeafPatches::LeafPatches(const RefinementLevel& level, DartMasks& darts)
     m_hard_edges = level.edges;
     for (const unsigned int e : level.sharp_edges) {
         const unsigned int h = level.edge_corners[e];
+        if (h == none) continue;  // half of an edge from a vertex to itself
         for (const unsigned int side : {h, level.edges.opposite_edges[h]}) {
             if (side == none) continue;
             unsigned char& flags = m_hard_edges.quad_edge_flags[quad_of(side)];
