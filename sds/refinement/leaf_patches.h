@@ -29,8 +29,8 @@ private:
     struct Reading {
         bool is_hard;
         const SdsMeshBase::EdgesTopology* edges;
-        CoreArray<Fan> fans;  // per half-edge, valence 0 until it is asked for
-        const Fan* corner_fans(unsigned int face);
+        CoreArray<Fan> great_fans;  // per half-edge, valence 0 until it is asked for; empty until one is met
+        Fan corner_fan(unsigned int e);
     };
 
     void compute(unsigned int face, Reading& reading, const LevelValues<Vec3d>& values, const Vec3d* limits,
@@ -44,6 +44,7 @@ private:
 
     const RefinementLevel& m_level;
     DartMasks& m_darts;
+    bool m_has_fractional = false;
     SdsMeshBase::EdgesTopology m_hard_edges;  // empty when nothing is fractional
     Reading m_soft;
     Reading m_hard;
