@@ -55,11 +55,24 @@ LeafPatches::Vec3d LeafPatches::limit_at(unsigned int e, const LevelValues<Vec3d
     return sum_dart_ring(m_level, sharp, n, m_darts.get(n).limit, values.points.get_data());
 }
 
+TangentPair<double> LeafPatches::smooth_tangents(unsigned int e, const Fan& fan, const LevelValues<Vec3d>& values) {
+    const unsigned int* vertices = m_level.corner_vertices.get_data();
+    const auto point = [&](unsigned int w) -> const Vec3d& { return values.points[w]; };
+    if (fan.valence <= max_summed_valence) return limit_tangents<ExactTrig>(vertices, m_level.edges, e, fan, point);
+    if (m_great_corners.is_empty()) m_great_corners.assign(m_level.corner_vertices.get_count(), GreatCorner());
+    if (m_great_corners[e].frame == none) {
+        const unsigned int index = m_great_frames.get_count();
+        m_great_frames.add(great_fan_frame(vertices, m_level.edges, e, fan, point, [&](unsigned int h, unsigned int i) {
+            m_great_corners[h] = {index, i};
+        }));
+    }
+    const GreatCorner& corner = m_great_corners[e];
+    return great_fan_tangents<double>(m_great_frames[corner.frame], fan, corner.number);
+}
+
 // The tangents of a smooth vertex, turned into the dart's tangent plane.
 TangentPair<double> LeafPatches::tangents_at(unsigned int e, const Fan& fan, const LevelValues<Vec3d>& values) {
-    const auto point = [&](unsigned int w) -> const Vec3d& { return values.points[w]; };
-    TangentPair<double> tangents =
-        limit_tangents<ExactTrig>(m_level.corner_vertices.get_data(), m_level.edges, e, fan, point);
+    TangentPair<double> tangents = smooth_tangents(e, fan, values);
     const unsigned int sharp = dart_edge(e);
     if (sharp == none) return tangents;
     const DartMask& mask = m_darts.get(fan.valence);
