@@ -7,45 +7,42 @@ namespace sds {
 
 LeafPatches::LeafPatches(const RefinementLevel& level, DartMasks& darts)
     : m_level(level), m_darts(darts), m_soft{false, &level.edges, {}}, m_hard{true, &m_hard_edges, {}} {
-    const Fan unknown{false, none, none, 0};
-    m_soft.fans.assign(4 * level.face_count, unknown);
-    bool has_fractional = false;
-    for (const unsigned int e : level.sharp_edges) has_fractional |= is_fractional(level.edge_sharpness[e]);
-    for (const SharpVertex& vertex : level.tagged_vertices) has_fractional |= is_fractional(vertex.sharpness);
-    if (!has_fractional) return;
+    for (const SharpVertex& vertex : level.sharp_vertices) m_has_fractional |= vertex.is_fractional();
+    if (!m_has_fractional) return;
     m_hard_edges = level.edges;
     for (const unsigned int e : level.sharp_edges) {
         const unsigned int h = level.edge_corners[e];
+        if (h == none) continue;  // half of an edge from a vertex to itself
         for (const unsigned int side : {h, level.edges.opposite_edges[h]}) {
             if (side == none) continue;
             unsigned char& flags = m_hard_edges.quad_edge_flags[quad_of(side)];
             flags = static_cast<unsigned char>(flags | 1u << corner_of(side));
         }
     }
-    m_hard.fans.assign(4 * level.face_count, unknown);
 }
 
-// A fan is walked once for all of its corners, which keeps huge valences linear.
-const SdsMeshBase::VertexLocalTopology* LeafPatches::Reading::corner_fans(unsigned int face) {
-    for (unsigned int e = 4 * face; e < 4 * face + 4; ++e) {
-        if (fans[e].valence != 0) continue;
-        Fan fan;
-        SdsMeshBase::analyse_vertex_local_topology(*edges, e, fan);
-        const bool is_smooth = fan.closed && !edges->is_sharp(fan.last_edge);
-        unsigned int h = fan.first_edge;
-        for (unsigned int i = 0; i < fan.valence; ++i) {
-            fans[h] = fan;
-            if (is_smooth) fans[h].first_edge = fans[h].last_edge = h;
-            if (i + 1 < fan.valence) h = next_in_quad(edges->opposite_edges[h]);
-        }
+// A large fan is walked once for all of its corners, which keeps huge valences linear.
+SdsMeshBase::VertexLocalTopology LeafPatches::Reading::corner_fan(unsigned int e) {
+    constexpr unsigned int great_valence = 16;
+    if (!great_fans.is_empty() && great_fans[e].valence != 0) return great_fans[e];
+    Fan fan;
+    SdsMeshBase::analyse_vertex_local_topology(*edges, e, fan);
+    if (fan.valence < great_valence) return fan;
+    if (great_fans.is_empty()) great_fans.assign(edges->opposite_edges.get_count(), Fan{false, none, none, 0});
+    const bool is_smooth = fan.closed && !edges->is_sharp(fan.last_edge);
+    unsigned int h = fan.first_edge;
+    for (unsigned int i = 0; i < fan.valence; ++i) {
+        great_fans[h] = fan;
+        if (is_smooth) great_fans[h].first_edge = great_fans[h].last_edge = h;
+        if (i + 1 < fan.valence) h = next_in_quad(edges->opposite_edges[h]);
     }
-    return fans.get_data() + 4 * size_t{face};
+    return fan;
 }
 
 unsigned int LeafPatches::dart_edge(unsigned int e) {
     const SharpVertex* vertex = m_level.sharp_vertex(m_level.corner_vertices[e]);
     if (vertex == nullptr || !vertex->is_dart()) return none;
-    const Fan& fan = m_soft.corner_fans(quad_of(e))[corner_of(e)];
+    const Fan fan = m_soft.corner_fan(e);
     const bool has_mask = fan.closed && fan.valence > 2 && fan.valence <= DartMasks::max_valence;
     return has_mask ? fan.last_edge : none;
 }
@@ -58,11 +55,24 @@ LeafPatches::Vec3d LeafPatches::limit_at(unsigned int e, const LevelValues<Vec3d
     return sum_dart_ring(m_level, sharp, n, m_darts.get(n).limit, values.points.get_data());
 }
 
+TangentPair<double> LeafPatches::smooth_tangents(unsigned int e, const Fan& fan, const LevelValues<Vec3d>& values) {
+    const unsigned int* vertices = m_level.corner_vertices.get_data();
+    const auto point = [&](unsigned int w) -> const Vec3d& { return values.points[w]; };
+    if (fan.valence <= max_summed_valence) return limit_tangents<ExactTrig>(vertices, m_level.edges, e, fan, point);
+    if (m_great_corners.is_empty()) m_great_corners.assign(m_level.corner_vertices.get_count(), GreatCorner());
+    if (m_great_corners[e].frame == none) {
+        const unsigned int index = m_great_frames.get_count();
+        m_great_frames.add(great_fan_frame(vertices, m_level.edges, e, fan, point, [&](unsigned int h, unsigned int i) {
+            m_great_corners[h] = {index, i};
+        }));
+    }
+    const GreatCorner& corner = m_great_corners[e];
+    return great_fan_tangents<double>(m_great_frames[corner.frame], fan, corner.number);
+}
+
 // The tangents of a smooth vertex, turned into the dart's tangent plane.
 TangentPair<double> LeafPatches::tangents_at(unsigned int e, const Fan& fan, const LevelValues<Vec3d>& values) {
-    const auto point = [&](unsigned int w) -> const Vec3d& { return values.points[w]; };
-    TangentPair<double> tangents =
-        limit_tangents<ExactTrig>(m_level.corner_vertices.get_data(), m_level.edges, e, fan, point);
+    TangentPair<double> tangents = smooth_tangents(e, fan, values);
     const unsigned int sharp = dart_edge(e);
     if (sharp == none) return tangents;
     const DartMask& mask = m_darts.get(fan.valence);
@@ -76,7 +86,7 @@ TangentPair<double> LeafPatches::tangents_at(unsigned int e, const Fan& fan, con
 }
 
 bool LeafPatches::has_fractional_corner(unsigned int face) const {
-    if (m_hard.fans.is_empty()) return false;
+    if (!m_has_fractional) return false;
     for (unsigned int k = 0; k < 4; ++k) {
         const SharpVertex* vertex = m_level.sharp_vertex(m_level.corner_vertices[4 * face + k]);
         if (vertex != nullptr && vertex->is_fractional()) return true;
@@ -86,12 +96,12 @@ bool LeafPatches::has_fractional_corner(unsigned int face) const {
 
 void LeafPatches::compute(unsigned int face, Reading& reading, const LevelValues<Vec3d>& values, const Vec3d* limits,
                           Vec3d* controls) const {
-    const Fan* fans = reading.corner_fans(face);
     SdsMeshBase::BezierPatch patch = regular_patch(m_level, face);
     for (unsigned int k = 0; k < 4; ++k) {
-        const auto n = static_cast<float>(fans[k].valence);
-        patch.edge_weights[k] = fans[k].closed ? n + n : 4.0f * n;
-        patch.corner_weights[k] = fans[k].closed ? n : std::max(4.0f, n + n);
+        const Fan fan = reading.corner_fan(4 * face + k);
+        const auto n = static_cast<float>(fan.valence);
+        patch.edge_weights[k] = fan.closed ? n + n : 4.0f * n;
+        patch.corner_weights[k] = fan.closed ? n : std::max(4.0f, n + n);
         const unsigned int bit = 1u << k;
         patch.sharp_edges = reading.edges->is_sharp(4 * face + k) ? patch.sharp_edges | bit : patch.sharp_edges & ~bit;
     }
@@ -130,7 +140,8 @@ void LeafPatches::compute_nets(unsigned int face, const LevelValues<Vec3d>& valu
     nets = Nets(controls);
     // Differences of blended controls are all that a crease on its way to smoothness has.
     if (has_fractional_corner(face)) return;
-    const Fan* fans = m_soft.corner_fans(face);
+    Fan fans[4];
+    for (unsigned int k = 0; k < 4; ++k) fans[k] = m_soft.corner_fan(4 * face + k);
     SdsMeshBase::PatchTangentInfo info;
     SdsMeshBase::compute_tangent_infos(1, fans, &info, false, nullptr);
     // Between sharp edges that turn inwards the crease's tangents do not hold: the controls' differences do better.

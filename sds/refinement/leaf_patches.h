@@ -29,8 +29,14 @@ private:
     struct Reading {
         bool is_hard;
         const SdsMeshBase::EdgesTopology* edges;
-        CoreArray<Fan> fans;  // per half-edge, valence 0 until it is asked for
-        const Fan* corner_fans(unsigned int face);
+        CoreArray<Fan> great_fans;  // per half-edge, valence 0 until it is asked for; empty until one is met
+        Fan corner_fan(unsigned int e);
+    };
+
+    // Where a corner stands in the frame of a fan of many quads, which all of its corners share.
+    struct GreatCorner {
+        unsigned int frame = none;
+        unsigned int number = 0;
     };
 
     void compute(unsigned int face, Reading& reading, const LevelValues<Vec3d>& values, const Vec3d* limits,
@@ -38,15 +44,19 @@ private:
     // The half-edge that leaves a dart along its sharp edge; none when the vertex at half-edge e is no dart with a mask
     // of its own.
     unsigned int dart_edge(unsigned int e);
+    TangentPair<double> smooth_tangents(unsigned int e, const Fan& fan, const LevelValues<Vec3d>& values);
     TangentPair<double> tangents_at(unsigned int e, const Fan& fan, const LevelValues<Vec3d>& values);
     bool has_fractional_corner(unsigned int face) const;
     void blend(unsigned int face, const Vec3d* hard, Vec3d* controls) const;
 
     const RefinementLevel& m_level;
     DartMasks& m_darts;
+    bool m_has_fractional = false;
     SdsMeshBase::EdgesTopology m_hard_edges;  // empty when nothing is fractional
     Reading m_soft;
     Reading m_hard;
+    CoreArray<FanFrame<double>> m_great_frames;
+    CoreArray<GreatCorner> m_great_corners;  // per half-edge, empty until one is met
 };
 
 }  // namespace sds

@@ -28,15 +28,18 @@ void store_nets(const Nets& nets, unsigned int offset, Vec3f* out) {
 // The limit points of the vertices that patches of a level touch, each computed once.
 class PatchLimits {
 public:
-    explicit PatchLimits(const RefinementLevel& level)
-        : m_level(level), m_limits(level.vertex_count), m_known(level.vertex_count, false) {}
+    void start(const RefinementLevel& level) {
+        m_level = &level;
+        m_limits.resize(level.vertex_count);
+        m_known.assign(level.vertex_count, false);
+    }
 
     // limit_at(face-corner) gives a limit point.
     template <class LimitAt>
     void compute(unsigned int face, const LimitAt& limit_at) {
-        const unsigned int begin = m_level.face_begin(face);
+        const unsigned int begin = m_level->face_begin(face);
         for (unsigned int k = 0; k < 4; ++k) {
-            const unsigned int v = m_level.corner_vertices[begin + k];
+            const unsigned int v = m_level->corner_vertices[begin + k];
             if (m_known[v]) continue;
             m_known[v] = true;
             m_limits[v] = limit_at(begin + k);
@@ -45,7 +48,7 @@ public:
     const Vec3d* get() const { return m_limits.get_data(); }
 
 private:
-    const RefinementLevel& m_level;
+    const RefinementLevel* m_level = nullptr;
     CoreArray<Vec3d> m_limits;
     CoreArray<bool> m_known;
 };
@@ -58,6 +61,16 @@ void compute_patches(const RefinedTopology& topology, const CoreBasicArray<Vec3f
     LevelValues<Vec3d> values;
     LevelValues<Vec3d> next;
     DartMasks darts;
+    PatchLimits limits;
+    // Sized for the largest level at once: arrays that grow from level to level would be touched anew each time.
+    unsigned int face_count = 0;
+    unsigned int vertex_count = 0;
+    for (unsigned int i = 0; i < topology.get_level_count(); ++i) {
+        face_count = std::max(face_count, topology.get_level(i).face_count);
+        vertex_count = std::max(vertex_count, topology.get_level(i).vertex_count);
+    }
+    values.reserve(face_count, vertex_count);
+    next.points.reserve(vertex_count);
     values.points.resize(topology.get_level(0).vertex_count);
     for (unsigned int v = 0; v < values.points.get_count(); ++v)
         values.points[v] = v < positions.get_count() ? Vec3d(positions[v]) : Vec3d(0, 0, 0);
@@ -69,7 +82,7 @@ void compute_patches(const RefinedTopology& topology, const CoreBasicArray<Vec3f
         if (fine != nullptr) refine_values(level, *fine, topology.has_smooth_triangles() && i == 0, values, next);
 
         sink.begin_level(level, fine);
-        PatchLimits limits(level);
+        limits.start(level);
         std::unique_ptr<LeafPatches> leaves;
         Vec3d controls[16];
         for (unsigned int f = 0; f < level.candidate_count; ++f) {
@@ -94,7 +107,7 @@ void compute_patches(const RefinedTopology& topology, const CoreBasicArray<Vec3f
             }
         }
         sink.end_level();
-        std::swap(values, next);
+        values.points.swap(next.points);
     }
 }
 

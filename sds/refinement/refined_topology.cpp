@@ -30,7 +30,12 @@ void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions&
     m_levels.swap(levels);
     m_vertex_count = cage.vertex_count;
     m_smooth_triangles = options.smooth_triangles;
-    list_patches();
+    try {
+        list_patches();
+    } catch (...) {
+        clear();
+        throw;
+    }
 }
 
 void RefinedTopology::clear() {

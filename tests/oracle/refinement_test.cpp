@@ -173,7 +173,7 @@ TEST(Refinement, SharedEdgesHaveTheSameBitsAcrossLevels) {
     using Piece = std::array<float, 12>;
     for (const ZooMesh* mesh : cages_in(0, not_comparable | nonmanifold_edge))
         for (const unsigned int depth : {1u, 2u, 3u, 5u}) {
-            if (mesh->counts.size() > 2000 && depth != 2) continue;
+            if (mesh->counts.size() > 600 && depth != 3) continue;
             TaggedCage cage = tag_cage(*mesh);
             SCOPED_TRACE(mesh->name + " at depth " + std::to_string(depth));
             // The deepest with a stop per vertex, and with sharpness that is left over.
