@@ -4,11 +4,10 @@
 
 #include "qn_ctx/ctx_eval.h"
 #include "sds/common/control_lanes.h"
-#include "sds/intersection/bezier_intersection.h"
 #include "sds/intersection/hit_slots.h"
 #include "sds/intersection/overflow_log.h"
-#include "sds/intersection/ray_space/ray_space.h"
 #include "sds/intersection/ray_targets.h"
+#include "sds/intersection/reference.h"
 #include "sds/intersection/traversal.h"
 
 namespace {
@@ -83,8 +82,9 @@ float get_tolerance(const sds::PatchBox& box) {
 }
 
 template <class FarSource>
-void trace_single(const CtxEval& ctx, unsigned int primitive, AdaptiveScratch& scratch, const Vec3f* controls,
-                  GeometryRaytraceCtx& rays, unsigned int i, unsigned int& overflow_count) {
+void trace_single(const CtxEval& ctx, unsigned int primitive, AdaptiveScratch& scratch,
+                  const sds::ControlLanes& controls, GeometryRaytraceCtx& rays, unsigned int i,
+                  unsigned int& overflow_count) {
     if (rays.is_ray_finished(i)) return;
     sds::NodePool& pool = scratch.base.pool;
     RayState& ray = scratch.base.rays[0];
@@ -93,7 +93,7 @@ void trace_single(const CtxEval& ctx, unsigned int primitive, AdaptiveScratch& s
     slots.clear();
     PatchNode& root = pool[pool.begin()];
     sds::set_root(root, controls);
-    sds::traverse_ray<true>(
+    sds::traverse_ray(
         pool, ray, sds::AdaptiveSplit{get_tolerance(sds::get_box(root))},
         [&] { return sds::local_far<FarSource>(rays, ray); },
         [&](const PatchNode& node) {
@@ -104,8 +104,9 @@ void trace_single(const CtxEval& ctx, unsigned int primitive, AdaptiveScratch& s
     overflow_count += pool.get_overflow_count();
 }
 
-void trace_batch(const CtxEval& ctx, unsigned int primitive, AdaptiveScratch& scratch, const Vec3f* controls,
-                 GeometryRaytraceCtx& rays, unsigned int first, unsigned int count, unsigned int& overflow_count) {
+void trace_batch(const CtxEval& ctx, unsigned int primitive, AdaptiveScratch& scratch,
+                 const sds::ControlLanes& controls, GeometryRaytraceCtx& rays, unsigned int first, unsigned int count,
+                 unsigned int& overflow_count) {
     sds::NodePool& pool = scratch.base.pool;
     RayState* states = scratch.base.rays;
     for (unsigned int i = 0; i < count; ++i) {
@@ -114,7 +115,7 @@ void trace_batch(const CtxEval& ctx, unsigned int primitive, AdaptiveScratch& sc
     }
     PatchNode& root = pool[pool.begin()];
     sds::set_root(root, controls);
-    sds::traverse_rays<true>(
+    sds::traverse_rays(
         pool, states, count, sds::AdaptiveSplit{get_tolerance(sds::get_box(root))},
         [&](unsigned int i) { return sds::local_far<sds::PathFar>(rays, states[i]); },
         [&](const PatchNode& node) {
@@ -133,9 +134,10 @@ void trace_batch(const CtxEval& ctx, unsigned int primitive, AdaptiveScratch& sc
     overflow_count += pool.get_overflow_count();
 }
 
-// The reference family: subdivision in space down to points. Returns how many splits found no room.
-unsigned int trace_reference(const CtxEval& ctx, unsigned int primitive, const Vec3f* controls,
-                             GeometryRaytraceCtx& rays) {
+}  // namespace
+
+void sds::trace_limit_reference(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
+                                GeometryRaytraceCtx& rays) {
     auto& scratch = ctx.get_thread()->get_scratch().acquire<AdaptiveScratch>();
     const unsigned int first = rays.get_first_ray();
     const unsigned int ray_count = rays.get_last_ray() - first + 1;
@@ -150,16 +152,5 @@ unsigned int trace_reference(const CtxEval& ctx, unsigned int primitive, const V
             trace_batch(ctx, primitive, scratch, controls, rays, first + i, std::min(sds::max_ray_batch, ray_count - i),
                         overflow_count);
     }
-    return overflow_count;
-}
-
-}  // namespace
-
-void ray_bezier_intersection_adaptive(const CtxEval& ctx, const unsigned int& primitive, const Vec3f* controls,
-                                      GeometryRaytraceCtx& rays) {
-    if (ctx.get_thread() == nullptr) return;
-    if (rays.get_data().kernel_family == 0)
-        sds::trace_limit_surface(ctx, primitive, sds::ControlLanes(controls), rays);
-    else
-        sds::log_overflows("adaptive", trace_reference(ctx, primitive, controls, rays));
+    log_overflows("adaptive", overflow_count);
 }

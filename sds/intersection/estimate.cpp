@@ -3,10 +3,9 @@
 
 #include "qn_ctx/ctx_eval.h"
 #include "sds/common/control_lanes.h"
-#include "sds/intersection/bezier_intersection.h"
 #include "sds/intersection/overflow_log.h"
-#include "sds/intersection/ray_space/ray_space.h"
 #include "sds/intersection/ray_targets.h"
+#include "sds/intersection/reference.h"
 #include "sds/intersection/traversal.h"
 
 namespace {
@@ -82,14 +81,14 @@ struct EstimateLeaf {
 };
 
 template <class FarSource>
-void trace_single(sds::IntersectionScratch& scratch, const GMathVec3<float>* controls, const EstimateLeaf& leaf,
+void trace_single(sds::IntersectionScratch& scratch, const sds::ControlLanes& controls, const EstimateLeaf& leaf,
                   unsigned int i, const sds::FixedDepthSplit& split, unsigned int& overflow_count) {
     GeometryRaytraceCtx& rays = leaf.rays;
     if (rays.is_ray_finished(i)) return;
     RayState& ray = scratch.rays[0];
     ray.set(rays, i);
     sds::set_root(scratch.pool[scratch.pool.begin()], controls);
-    sds::traverse_ray<true>(
+    sds::traverse_ray(
         scratch.pool, ray, split, [&] { return sds::local_far<FarSource>(rays, ray); },
         [&](const PatchNode& node) {
             leaf.intersect(node, ray);
@@ -98,13 +97,13 @@ void trace_single(sds::IntersectionScratch& scratch, const GMathVec3<float>* con
     overflow_count += scratch.pool.get_overflow_count();
 }
 
-void trace_batch(sds::IntersectionScratch& scratch, const GMathVec3<float>* controls, const EstimateLeaf& leaf,
+void trace_batch(sds::IntersectionScratch& scratch, const sds::ControlLanes& controls, const EstimateLeaf& leaf,
                  unsigned int first, unsigned int count, const sds::FixedDepthSplit& split,
                  unsigned int& overflow_count) {
     GeometryRaytraceCtx& rays = leaf.rays;
     for (unsigned int i = 0; i < count; ++i) scratch.rays[i].set(rays, first + i);
     sds::set_root(scratch.pool[scratch.pool.begin()], controls);
-    sds::traverse_rays<true>(
+    sds::traverse_rays(
         scratch.pool, scratch.rays, count, split,
         [&](unsigned int i) { return sds::local_far<sds::PathFar>(rays, scratch.rays[i]); },
         [&](const PatchNode& node) {
@@ -118,12 +117,13 @@ void trace_batch(sds::IntersectionScratch& scratch, const GMathVec3<float>* cont
     overflow_count += scratch.pool.get_overflow_count();
 }
 
-// The reference family: subdivision in space. Returns how many splits found no room.
-unsigned int trace_reference(const CtxEval& ctx, unsigned int primitive, const GMathVec3<float>* controls,
-                             GeometryRaytraceCtx& rays, unsigned int count) {
+}  // namespace
+
+void sds::trace_cells_reference(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
+                                unsigned int level_count, GeometryRaytraceCtx& rays) {
     auto& scratch = ctx.get_thread()->get_scratch().acquire<sds::IntersectionScratch>();
     const EstimateLeaf leaf{ctx, primitive, rays};
-    const sds::FixedDepthSplit split{2 * count};
+    const sds::FixedDepthSplit split{2 * level_count};
     const unsigned int first = rays.get_first_ray();
     const unsigned int ray_count = rays.get_last_ray() - first + 1;
     unsigned int overflow_count = 0;
@@ -137,20 +137,5 @@ unsigned int trace_reference(const CtxEval& ctx, unsigned int primitive, const G
             trace_batch(scratch, controls, leaf, first + i, std::min(sds::max_ray_batch, ray_count - i), split,
                         overflow_count);
     }
-    return overflow_count;
-}
-
-}  // namespace
-
-void ray_bezier_intersection_estimate(const CtxEval& ctx, const unsigned int& primitive,
-                                      const GMathVec3<float>* controls, GeometryRaytraceCtx& rays,
-                                      const unsigned int& count) {
-    if (ctx.get_thread() == nullptr) return;
-    const unsigned int former_start_node = rays.get_start_node();
-    rays.set_start_node(0);
-    if (rays.get_data().kernel_family == 0)
-        sds::trace_flat_cells(ctx, primitive, sds::ControlLanes(controls), rays, count);
-    else
-        sds::log_overflows("estimate", trace_reference(ctx, primitive, controls, rays, count));
-    rays.set_start_node(former_start_node);
+    log_overflows("estimate", overflow_count);
 }

@@ -13,8 +13,8 @@ namespace sds {
 // Rays that the multi-ray loop carries at once; longer ranges go through in batches.
 inline constexpr unsigned int max_ray_batch = 16;
 
-// Splits after which the nodes that are left are taken as leaves. Rays at a surface need some hundreds; one within a
-// patch that has collapsed to a line or point would visit every node of the finest level.
+// Splits after which the nodes that are left are dropped and counted. Rays at a surface need some hundreds; one that
+// runs within a patch, or meets one that has collapsed to a line or point, would visit every node of the finest level.
 inline constexpr unsigned int max_splits = 1u << 17;
 
 // What a call keeps in the thread's scratch.
@@ -24,20 +24,27 @@ struct IntersectionScratch {
 };
 
 // Goes through the nodes, the nearer child first. is_behind(entry) tells whether a hit nearer than `entry` is known to
-// all rays, which skips a node with PruneByFar; enter(box, entry) whether any ray enters a box, and sets where;
+// all rays, which skips a node; enter(box, entry) whether any ray enters a box, and sets where;
 // leaf(node) returns true to stop.
-template <bool PruneByFar, class Split, class IsBehind, class Enter, class Leaf>
-void traverse_nodes(NodePool& pool, float entry, const Split& split, IsBehind&& is_behind, Enter&& enter, Leaf&& leaf) {
+template <class Rule, class IsBehind, class Enter, class Leaf>
+void traverse_nodes(NodePool& pool, float entry, const Rule& rule, IsBehind&& is_behind, Enter&& enter, Leaf&& leaf) {
     unsigned int index = 0;
     unsigned int splits_left = max_splits;
     do {
         for (;;) {
             PatchNode& node = pool[index];
-            if (PruneByFar && is_behind(entry)) {
+            if (is_behind(entry)) {
                 pool.release(index);
                 break;
             }
-            if (splits_left == 0 || !split(pool, node)) {
+            const bool is_leaf = rule.is_leaf(node);
+            if (!is_leaf && splits_left == 0) {
+                // Far from converged: no hit, unlike the coarser leaf of a pool without room.
+                pool.count_refusal();
+                pool.release(index);
+                break;
+            }
+            if (is_leaf || !split(rule, pool, node)) {
                 const bool stop = leaf(node);
                 pool.release(index);
                 if (stop) return;
@@ -75,21 +82,20 @@ void traverse_nodes(NodePool& pool, float entry, const Split& split, IsBehind&& 
 }
 
 // One ray. far() is its current far distance from the moved origin; leaf(node) returns true to stop.
-template <bool PruneByFar, class Split, class Far, class Leaf>
-void traverse_ray(NodePool& pool, const RayState& ray, const Split& split, Far&& far, Leaf&& leaf) {
+template <class Rule, class Far, class Leaf>
+void traverse_ray(NodePool& pool, const RayState& ray, const Rule& rule, Far&& far, Leaf&& leaf) {
     const auto is_behind = [&](float entry) { return !(far() > entry); };
     const auto enter = [&](const PatchBox& box, float& entry) {
         entry = ray.entry_bound;
         return slab_test(ray, box, far(), entry);
     };
-    traverse_nodes<PruneByFar>(pool, ray.entry_bound, split, is_behind, enter, leaf);
+    traverse_nodes(pool, ray.entry_bound, rule, is_behind, enter, leaf);
 }
 
 // Several rays together: a child is visited when any of them enters it, ordered by the nearest entry. far(i) is ray i's
 // current far distance, not above its begin for a finished ray; leaf(node) tests all of them.
-template <bool PruneByFar, class Split, class Far, class Leaf>
-void traverse_rays(NodePool& pool, const RayState* rays, unsigned int count, const Split& split, Far&& far,
-                   Leaf&& leaf) {
+template <class Rule, class Far, class Leaf>
+void traverse_rays(NodePool& pool, const RayState* rays, unsigned int count, const Rule& rule, Far&& far, Leaf&& leaf) {
     constexpr float largest = std::numeric_limits<float>::max();
     const auto is_behind = [&](float entry) {
         for (unsigned int i = 0; i < count; ++i)
@@ -108,7 +114,7 @@ void traverse_rays(NodePool& pool, const RayState* rays, unsigned int count, con
         }
         return any;
     };
-    traverse_nodes<PruneByFar>(pool, -largest, split, is_behind, enter, leaf);
+    traverse_nodes(pool, -largest, rule, is_behind, enter, leaf);
 }
 
 }  // namespace sds

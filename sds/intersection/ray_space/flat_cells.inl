@@ -257,7 +257,8 @@ inline void intersect_cell(const FlatCell& cell, unsigned int i, unsigned int j,
         const double t0 = static_cast<double>(t_at[0]), t1 = static_cast<double>(t_at[upper ? 2 : 1]);
         const double t2 = static_cast<double>(t_at[upper ? 3 : 2]);
         const double t = (1.0 - b1 - b2) * t0 + b1 * t1 + b2 * t2;
-        add_hit(hits, static_cast<float>(t), blend_range(a, u[0], u[1]), blend_range(b, v[0], v[1]), size, det <= 0.0);
+        add_hit(ray, hits, static_cast<float>(t), blend_range(a, u[0], u[1]), blend_range(b, v[0], v[1]), size,
+                det <= 0.0);
     });
 }
 

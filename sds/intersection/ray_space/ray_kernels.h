@@ -18,6 +18,8 @@ struct RaySpace {
     const float* origin;
     const float (*across)[3];
     const float* along;
+    double shift;      // added to distances from the origin
+    double near, far;  // sums in [near, far) are hits
 };
 
 struct RayHit {
@@ -33,9 +35,13 @@ struct RayHits {
 
     RayHit hits[capacity];
     unsigned int count;
-    unsigned int overflow_count;  // splits and hits that found no room
+    // Added up over rays.
+    unsigned int dropped_count;  // hits, and sub-patches that may hold some, behind a full list of nearer ones
+    unsigned int
+        unsettled_count;  // sub-patches left when the splits ran out, and patches at coarser levels than asked for
 };
 
+// Both add to `hits`, whose counts the caller sets to 0.
 struct RayKernels {
     const char* name;
     // Flat cells, 2^level_count each way. `controls` are the sixteen points in grid order, x y z each:

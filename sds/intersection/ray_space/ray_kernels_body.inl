@@ -21,6 +21,11 @@ public:
         }
     }
 
+    // As rows of the control grid, each in both groups of lanes.
+    void store_rows(SimdFloat8* rows) const {
+        for (unsigned int r = 0; r < 4; ++r) rows[r] = SimdFloat8(m_depths + 4 * r, m_depths + 4 * r);
+    }
+
     // At the corners c0 to c3 of a cell; weights of its two u and two v in order 0 1 3 2.
     void evaluate_cell(const float* u0, const float* u1, const float* v0, const float* v1, float* t) const {
         // Rows 0 and 1, 2 and 3 in the two groups; the sum of the groups is the curve at one v.
@@ -50,14 +55,23 @@ private:
     float m_depths[16];
 };
 
-inline void add_hit(RayHits& hits, float t, float u, float v, float cell, bool facing) {
+// Of a full list.
+inline unsigned int find_farthest(const RayHits& hits) {
+    unsigned int place = 0;
+    for (unsigned int i = 1; i < RayHits::capacity; ++i)
+        if (hits.hits[i].t > hits.hits[place].t) place = i;
+    return place;
+}
+
+inline void add_hit(const RaySpace& ray, RayHits& hits, float t, float u, float v, float cell, bool facing) {
+    // Hits that the ray has no use for must not push others out of a full list. NaN fails.
+    const double distance = ray.shift + static_cast<double>(t);
+    if (!(distance >= ray.near && distance < ray.far)) return;
     unsigned int place = hits.count;
     if (place == RayHits::capacity) {
         // Where a ray runs along the surface the list fills up: the nearest stay.
-        ++hits.overflow_count;
-        place = 0;
-        for (unsigned int i = 1; i < RayHits::capacity; ++i)
-            if (hits.hits[i].t > hits.hits[place].t) place = i;
+        ++hits.dropped_count;
+        place = find_farthest(hits);
         if (!(t < hits.hits[place].t)) return;
     } else {
         ++hits.count;
@@ -80,12 +94,13 @@ inline unsigned int take_lowest_bit(unsigned int& bits) {
 #include "sds/intersection/ray_space/flat_cells.inl"
 #include "sds/intersection/ray_space/limit_roots.inl"
 
-constexpr unsigned int stack_capacity = 64;
 // Cells of 2^-24 are the finest that single-precision patch coordinates tell apart.
 constexpr unsigned int max_cell_level = 24;
 
 // A patch seen exactly edge-on meets the ray along a curve and would be split without end. A ray that grazes a fold
-// needs some thousand splits: within rounding of the fold every sub-patch holds the origin.
+// needs some thousand splits: within rounding of the fold every sub-patch holds the origin. Others need a handful;
+// after `few_splits` the search begins anew, the nearest first.
+constexpr unsigned int few_splits = 1024;
 constexpr unsigned int max_splits = 16384;
 // Sub-patches halved this often, to 2^-18 either way, are taken as points on the limit surface.
 constexpr unsigned int point_depth = 36;
@@ -105,6 +120,7 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
     transform_to_plane(controls, ray, rows);
     if (find_origin(rows, rows) == 0) return;
     const unsigned int level_last = level_count < max_cell_level ? level_count : max_cell_level;
+    if (level_last < level_count) ++hits.unsettled_count;
     if (level_last <= window_level) return intersect_window({0, 0, level_last}, rows, controls, ray, hits);
     Level levels[max_cell_level - window_level];
     const unsigned int last = level_last - window_level;
@@ -138,27 +154,60 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
     }
 }
 
-// A sub-patch that waits for its turn.
+// Decides sub-patches that hold the origin. False when one must be split, which needs `may_split`.
+struct LimitLeaf {
+    const float (*controls)[16];
+    const RaySpace& ray;
+    RayHits& hits;
+
+    [[gnu::always_inline]] bool operator()(const SimdFloat8* rows, const Path& path, bool may_split) const {
+        float s = 0.5f, t = 0.5f, det = 0.0f;
+        if (path.depth < point_depth) {
+            if (may_split) {
+                const SlopeBounds slopes(rows);
+                if (!slopes.is_injective()) return false;
+                const PlaneJet centre = evaluate_plane(rows, 0.5f, 0.5f);
+                if (slopes.excludes_root(centre.p, centre.q)) return true;
+                if (!find_root(rows, centre, s, t, det)) return false;
+            } else {
+                // A root that is found anyway, unproven to be the only one, or none.
+                ++hits.unsettled_count;
+                if (!find_root(rows, evaluate_plane(rows, 0.5f, 0.5f), s, t, det)) return true;
+            }
+        }
+        if (det == 0.0f) {
+            const PlaneJet jet = evaluate_plane(rows, s, t);
+            det = jet.p_s * jet.q_t - jet.p_t * jet.q_s;
+        }
+        const Range range = get_range(path);
+        const float a = clamp_unit(range.a_min + (range.a_max - range.a_min) * s);
+        const float b = clamp_unit(range.b_min + (range.b_max - range.b_min) * t);
+        const float u = range.swapped ? b : a;
+        const float v = range.swapped ? a : b;
+        add_hit(ray, hits, DepthPatch(controls, ray).evaluate(u, v), u, v, 0.0f, (det <= 0.0f) != range.swapped);
+        return true;
+    }
+};
+
+// A sub-patch that waits for its turn. Splitting ends at `point_depth`, with one more waiting per split.
 struct StackedPlane {
     SimdFloat8 rows[4];
     Path path;
 };
 
-// Goes through the sub-patches that hold the origin. leaf(rows, path, room) returns true when the sub-patch is done
-// with. Rows and path live in registers from split to split: only the second of two halves goes through memory.
-template <class Leaf>
-inline void traverse_plane(const float (*controls)[16], const RaySpace& ray, Leaf&& leaf) {
-    StackedPlane stack[stack_capacity];
+// Goes through the sub-patches that hold the origin; false when a few splits were not enough. Rows and path live in
+// registers from split to split: only the second of two halves goes through memory.
+inline bool traverse_plane(const LimitLeaf& leaf) {
+    StackedPlane stack[point_depth];
     unsigned int stack_count = 0;
     SimdFloat8 rows[4];
-    transform_to_plane(controls, ray, rows);
-    if (find_origin(rows, rows) == 0) return;
+    transform_to_plane(leaf.controls, leaf.ray, rows);
+    if (find_origin(rows, rows) == 0) return true;
     Path path{0, 0, 0};
-    unsigned int splits_left = max_splits;
+    unsigned int splits_left = few_splits;
     for (;;) {
-        const bool room = stack_count < stack_capacity && splits_left != 0;
-        if (!leaf(rows, path, room)) {
-            --splits_left;
+        if (!leaf(rows, path, true)) {
+            if (--splits_left == 0) return false;
             SimdFloat8 first[4], second[4];
             halve(rows[0], rows[1], rows[2], rows[3], first, second);
             const unsigned int found = find_origin(first, second);
@@ -178,41 +227,70 @@ inline void traverse_plane(const float (*controls)[16], const RaySpace& ray, Lea
                 continue;
             }
         }
-        if (stack_count == 0) return;
+        if (stack_count == 0) return true;
         const StackedPlane& top = stack[--stack_count];
         for (unsigned int r = 0; r < 4; ++r) rows[r] = top.rows[r];
         path = top.path;
     }
 }
 
+// A sub-patch with the distances of its control points along the ray, in both groups of lanes.
+struct DeepPlane {
+    SimdFloat8 rows[4], depths[4];
+    Path path;
+    float nearest, farthest;
+
+    void set_bounds() {
+        float low[8], high[8];
+        group_min(min(min(depths[0], depths[1]), min(depths[2], depths[3]))).store(low);
+        group_max(max(max(depths[0], depths[1]), max(depths[2], depths[3]))).store(high);
+        nearest = low[0];
+        farthest = high[0];
+    }
+};
+
+// The same for rays that lie in the surface, or all but lie in it, and find hits without end: the nearest sub-patches
+// first, and none outside the ray's range or beyond the last hit of a full list.
+[[gnu::noinline]] void traverse_nearest_first(const LimitLeaf& leaf) {
+    DeepPlane stack[point_depth + 1];
+    unsigned int stack_count = 1, splits_left = max_splits;
+    transform_to_plane(leaf.controls, leaf.ray, stack[0].rows);
+    DepthPatch(leaf.controls, leaf.ray).store_rows(stack[0].depths);
+    stack[0].path = {0, 0, 0};
+    stack[0].set_bounds();
+    // Halving and evaluating round a distance by some units of the last place of the largest.
+    const float slack = 1e-5f * greatest(-stack[0].nearest, stack[0].farthest);
+    const float begin = static_cast<float>(leaf.ray.near - leaf.ray.shift) - slack;
+    const float end = static_cast<float>(leaf.ray.far - leaf.ray.shift) + slack;
+    while (stack_count != 0) {
+        const DeepPlane plane = stack[--stack_count];
+        if (plane.farthest < begin || plane.nearest > end) continue;
+        if (leaf.hits.count == RayHits::capacity && plane.nearest > leaf.hits.hits[find_farthest(leaf.hits)].t) {
+            ++leaf.hits.dropped_count;
+            continue;
+        }
+        if (leaf(plane.rows, plane.path, splits_left != 0)) continue;
+        --splits_left;
+        DeepPlane halves[2];
+        halve(plane.rows[0], plane.rows[1], plane.rows[2], plane.rows[3], halves[0].rows, halves[1].rows);
+        halve(plane.depths[0], plane.depths[1], plane.depths[2], plane.depths[3], halves[0].depths, halves[1].depths);
+        halves[0].path = halves[1].path = get_first_half(plane.path);
+        ++halves[1].path.b;
+        for (DeepPlane& half : halves) half.set_bounds();
+        const unsigned int found = find_origin(halves[0].rows, halves[1].rows);
+        const unsigned int later = halves[1].nearest < halves[0].nearest ? 0 : 1;
+        if ((found >> later & 1) != 0) stack[stack_count++] = halves[later];
+        if ((found >> (1 - later) & 1) != 0) stack[stack_count++] = halves[1 - later];
+    }
+}
+
 void adaptive(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
-    traverse_plane(controls, ray, [&](const SimdFloat8* rows, const Path& path, bool room) {
-        float s = 0.5f, t = 0.5f, det = 0.0f;
-        if (path.depth < point_depth) {
-            if (room) {
-                const SlopeBounds slopes(rows);
-                if (!slopes.is_injective()) return false;
-                const PlaneJet centre = evaluate_plane(rows, 0.5f, 0.5f);
-                if (slopes.excludes_root(centre.p, centre.q)) return true;
-                if (!find_root(rows, centre, s, t, det)) return false;
-            } else {
-                // Out of splits: a root that is found anyway, unproven to be the only one, or none.
-                ++hits.overflow_count;
-                if (!find_root(rows, evaluate_plane(rows, 0.5f, 0.5f), s, t, det)) return true;
-            }
-        }
-        if (det == 0.0f) {
-            const PlaneJet jet = evaluate_plane(rows, s, t);
-            det = jet.p_s * jet.q_t - jet.p_t * jet.q_s;
-        }
-        const Range range = get_range(path);
-        const float a = clamp_unit(range.a_min + (range.a_max - range.a_min) * s);
-        const float b = clamp_unit(range.b_min + (range.b_max - range.b_min) * t);
-        const float u = range.swapped ? b : a;
-        const float v = range.swapped ? a : b;
-        add_hit(hits, DepthPatch(controls, ray).evaluate(u, v), u, v, 0.0f, (det <= 0.0f) != range.swapped);
-        return true;
-    });
+    const LimitLeaf leaf{controls, ray, hits};
+    const unsigned int dropped_before = hits.dropped_count;
+    if (traverse_plane(leaf)) return;
+    hits.count = 0;
+    hits.dropped_count = dropped_before;
+    traverse_nearest_first(leaf);
 }
 
 }  // namespace

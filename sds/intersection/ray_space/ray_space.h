@@ -8,12 +8,12 @@ namespace sds {
 
 struct ControlLanes;
 
-// The rays of the range against the limit surface of a patch. Logs how many splits and hits found no room.
-void trace_limit_surface(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
-                         GeometryRaytraceCtx& rays);
+// The rays of the range against the limit surface of a patch. Logs which of its limits it met.
+void trace_limit_fast(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
+                      GeometryRaytraceCtx& rays);
 
-// The same against the flat cells of `count` levels.
-void trace_flat_cells(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
-                      GeometryRaytraceCtx& rays, unsigned int count);
+// The same against the flat cells of `level_count` levels.
+void trace_cells_fast(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
+                      unsigned int level_count, GeometryRaytraceCtx& rays);
 
 }  // namespace sds
