@@ -21,8 +21,8 @@ struct FrustumScratch {
     NodePool pool;
 };
 
-// One plane against boxes, in single precision: outside when the farthest corner along the normal is at -FLT_EPSILON or
-// beyond.
+// Planes against boxes, in single precision. The corner that reaches farthest inwards decides, with FLT_EPSILON to
+// spare.
 struct BoxPlanes {
     static constexpr unsigned int max_count = GeometryFrustum::max_side_count + 2;
 
@@ -158,6 +158,6 @@ void frustum_bezier_intersection(const CtxEval& ctx, const unsigned int&, const 
         frustum.selected_count = saved_count + (frustum.selected_count != 0 ? 1u : 0u);
         frustum.partial_flag = saved_flag;
     }
-    // The fixed-level routines report under one name: whoever reads the statistics adds their lines up.
+    // Under the name of the rays' routine that halves by the same rule.
     sds::log_overflows("estimate", pool.get_overflow_count());
 }

@@ -20,11 +20,11 @@ struct PatchBox {
 struct alignas(16) PatchNode {
     // Row-major 4 x 4 grid of control points per coordinate; places 0, 3, 15, 12 are the corners in cyclic order.
     float coords[3][16];
-    // (a_min, b_min, a_max, b_max): the parametric interval; a is the direction that a transposing split halves.
+    // Lowest a and b, highest a and b in patch coordinates: a runs along the rows, b along the columns.
     float range[4];
     PatchBox box;
-    float size;         // of the box: sum of its extents
-    float parent_size;  // size of the node it was split from
+    float size;         // width, height and depth of the box added up
+    float parent_size;  // the same of the node that this is half of
     unsigned int depth;
     unsigned char direction;  // 0 when a is u, 1 when a is v
     bool box_valid;           // box and size are current
@@ -192,7 +192,7 @@ private:
         unsigned char index;
     };
 
-    // Last released, first reused; fresh nodes when none is free.
+    // The latest to come back goes out first; fresh ones when none is back.
     bool take(unsigned char& index) {
         if (m_free_count != 0) {
             index = m_free[--m_free_count];
@@ -225,8 +225,8 @@ struct FixedDepthSplit {
     }
 };
 
-// Split rule of the limit surface: along the longer side until a split no longer shrinks the box by more than the
-// tolerance.
+// Split rule of the limit surface: the longer of two sides is halved, and a node whose box came out of that hardly
+// smaller than its parent's, by the tolerance or less, is small enough.
 struct AdaptiveSplit {
     float tolerance;
 

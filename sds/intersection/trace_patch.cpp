@@ -3,8 +3,8 @@
 #include "qn_ctx/ctx_eval.h"
 #include "qn_geometry/geometry_raytrace_ctx.h"
 #include "sds/intersection/bezier_intersection.h"
-#include "sds/intersection/ray_space/ray_space.h"
-#include "sds/intersection/reference.h"
+#include "sds/intersection/fast/trace_fast.h"
+#include "sds/intersection/reference/trace_reference.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "one_patch.h"
-#include "sds/intersection/ray_space/ray_kernels.h"
+#include "sds/intersection/fast/ray_kernels.h"
 
 namespace sds_test {
 namespace {

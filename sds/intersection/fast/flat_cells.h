@@ -1,5 +1,12 @@
-// Flat cells of a patch in the plane across a ray. Included by ray_kernels_body.inl only, once per instruction set: no
-// templates or inline functions of other headers are used here.
+// Flat cells of a patch in the plane across a ray. For the kernels of one instruction set.
+#pragma once
+
+#include "sds/intersection/fast/depth_patch.h"
+#include "sds/intersection/fast/hit_list.h"
+
+namespace sds {
+
+namespace {
 
 constexpr double barycentric_epsilon = 1e-6;
 
@@ -313,3 +320,7 @@ struct SkewedPatch {
         return (less_equal_mask(low, slack) & less_equal_mask(SimdFloat8(0.0f) - slack, high)) == 255;
     }
 };
+
+}  // namespace
+
+}  // namespace sds

@@ -1,6 +1,6 @@
-#include "sds/intersection/ray_state.h"
+#include "sds/intersection/reference/ray_state.h"
 
-#include "one_patch.h"
+#include "../one_patch.h"
 
 namespace sds_test {
 namespace {

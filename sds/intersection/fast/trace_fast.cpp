@@ -1,15 +1,15 @@
-#include "sds/intersection/ray_space/ray_space.h"
+#include "sds/intersection/fast/trace_fast.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
 #include "qn_ctx/ctx_eval.h"
+#include "qn_geometry/geometry_raytrace_ctx.h"
 #include "sds/common/control_lanes.h"
 #include "sds/common/log_line.h"
+#include "sds/intersection/fast/ray_kernels.h"
 #include "sds/intersection/hit_slots.h"
-#include "sds/intersection/ray_space/ray_kernels.h"
-#include "sds/intersection/ray_targets.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The fast kernels' instruction sets against each other.
-#include "sds/intersection/ray_space/ray_kernels.h"
+#include "sds/intersection/fast/ray_kernels.h"
 
 #include <gtest/gtest.h>
 
