@@ -24,8 +24,6 @@ struct FrustumScratch {
 // Planes against boxes, in single precision. The corner that reaches farthest inwards decides, with FLT_EPSILON to
 // spare.
 struct BoxPlanes {
-    static constexpr unsigned int max_count = GeometryFrustum::max_side_count + 2;
-
     alignas(16) float normal[3][8];
     alignas(16) float offset[8];
 
