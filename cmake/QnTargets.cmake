@@ -39,6 +39,27 @@ function(qn_configure_target target)
     qn_sanitize_target(${target})
 endfunction()
 
+# Compiles the kernels in `ARGN`, sources of the target as they are, once more for every wider instruction set that the
+# processor may have: sds/common/kernel_set.h.
+function(qn_add_kernels target)
+    if(QN_SIMD_SCALAR OR NOT CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+        return()
+    endif()
+    set(avx2 -mavx2)
+    set(avx512 -mavx2 -mavx512vl -mavx512dq -mprefer-vector-width=256)
+    target_compile_definitions(${target} PRIVATE QN_WIDE_KERNELS)
+    foreach(source IN LISTS ARGN)
+        cmake_path(GET source STEM name)
+        foreach(set IN ITEMS avx2 avx512)
+            set(copy "${CMAKE_CURRENT_BINARY_DIR}/kernels/${name}_${set}.cpp")
+            file(CONFIGURE OUTPUT "${copy}" CONTENT "#include \"${source}\"\n")
+            set_source_files_properties("${copy}" PROPERTIES COMPILE_OPTIONS "${${set}}" COMPILE_DEFINITIONS
+                                                                                       "QN_KERNEL_SET=${set}")
+            target_sources(${target} PRIVATE "${copy}")
+        endforeach()
+    endforeach()
+endfunction()
+
 # Links those of the named targets that exist: a folder without sources yet has no target.
 function(qn_link_available target visibility)
     foreach(library IN LISTS ARGN)

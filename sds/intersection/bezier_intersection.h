@@ -1,13 +1,16 @@
-// Rays and frusta against one bicubic Bezier patch, given by its sixteen control points in corner order
-// (sds/common/control_grid.h).
+// One patch against rays and frusta, for hosts that have sixteen control points and no mesh. The points come in corner
+// order (sds/common/control_grid.h); corner 0 is at (u, v) = (0, 0), the next ones at (1, 0), (1, 1) and (0, 1).
 //
-// All three subdivide the patch by de Casteljau halving with a pool of 128 nodes in the calling thread's scratch, which
-// they reach through the evaluation context: without scratch they do nothing. Any number of threads may test patches at
-// once, each with its own context. No allocation per node or hit. When the pool runs out a node is taken as a leaf at a
-// coarser level; how often that happened is logged once per call at level 2. Control points are trusted to be finite; a
-// NaN never gives a hit.
+// Working memory is the calling thread's scratch, reached through the evaluation context; a context without a thread
+// makes every call a no-op, as does a frustum context without a frustum. Threads with contexts of their own may test
+// any patches at once. Only a scratch that is still too small allocates. Points are expected to be finite; NaN among
+// them gives no hit.
 //
-// Patch coordinates (u, v): corner 0 at (0, 0), corner 1 at (1, 0), corner 2 at (1, 1), corner 3 at (0, 1).
+// Rays have two families of kernels, chosen by GeometryRaytraceData::kernel_family. The default one works in the plane
+// across the ray: Newton's method to single precision on the limit patch, exact signs on flat cells. It keeps the 32
+// nearest hits of a ray in its range and looks at cells of up to 24 levels. The reference family halves the patch in
+// space, and frusta do too, in a pool of 128 sub-patches; one that finds no room for its halves is tested as it is.
+// What a call had to leave out or take coarser it tells in one log line of level 2.
 #pragma once
 
 #include "qn_gmath/gmath_vec.h"
@@ -17,22 +20,22 @@ class CtxEval;
 class GeometryFrustumCtx;
 class GeometryRaytraceCtx;
 
-// Rays against the limit patch: sub-patches are halved along their longer side until a halving no longer shrinks the
-// box by more than max(3, |cx| + |cy| + |cz|) * epsilon, c the centre of the patch's box; each remaining one is reduced
-// to its centre. Per ray and quadrant of the patch at most one hit per facing side is reported, those nearer than
-// 0.0001 to each other once.
+// The limit patch. Of the crossings in each quarter of the parameter square the nearest towards either side of the
+// surface is offered, and of two that are not 0.0001 apart the nearer only. The reference kernels end where halving no
+// longer shrinks a sub-patch's box by more than s_epsilon * max(3, |cx| + |cy| + |cz|), (cx, cy, cz) the middle of the
+// patch's box, and report a sub-patch's middle.
 SDS_EXPORT void ray_bezier_intersection_adaptive(const CtxEval& ctx, const unsigned int& primitive,
                                                  const GMathVec3<float>* controls, GeometryRaytraceCtx& rays);
 
-// Rays against the uniform tessellation of 2^count x 2^count cells, each the two triangles (c0, c1, c2) and (c0, c2,
-// c3) of its corners.
+// The patch as 2^count cells along either side, each of them flat: two triangles that share the diagonal from the
+// cell's lowest corner (u, v) to its highest.
 SDS_EXPORT void ray_bezier_intersection_estimate(const CtxEval& ctx, const unsigned int& primitive,
                                                  const GMathVec3<float>* controls, GeometryRaytraceCtx& rays,
                                                  const unsigned int& count);
 
-// Selection by a frustum at `count` levels. Mode 0: some cell touches the frustum. Mode 1: the corners of all 4^count
-// cells lie inside. Adds 1 to the context's selected_count when the patch is selected; mode 1 also raises the partial
-// flag when a part lies outside.
+// Whether a frustum takes the patch, by the corners of its 4^count cells: in mode 0 when a cell reaches into it, in
+// mode 1 when no corner is outside. A patch that is taken counts once in the context's selected_count. In mode 1
+// anything found outside is left in the partial flag.
 SDS_EXPORT void frustum_bezier_intersection(const CtxEval& ctx, const unsigned int& primitive,
                                             const GMathVec3<float>* controls, GeometryFrustumCtx& frustum,
                                             const unsigned int& count);

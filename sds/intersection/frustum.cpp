@@ -21,11 +21,9 @@ struct FrustumScratch {
     NodePool pool;
 };
 
-// One plane against boxes, in single precision: outside when the farthest corner along the normal is at -FLT_EPSILON or
-// beyond.
+// Planes against boxes, in single precision. The corner that reaches farthest inwards decides, with FLT_EPSILON to
+// spare.
 struct BoxPlanes {
-    static constexpr unsigned int max_count = GeometryFrustum::max_side_count + 2;
-
     alignas(16) float normal[3][8];
     alignas(16) float offset[8];
 
@@ -90,7 +88,7 @@ bool leaf_is_inside(const GeometryFrustum& frustum, const Vec3d* corners) {
 }
 
 // Visits the nodes; the context's counter and partial flag take the outcome.
-void traverse(NodePool& pool, const sds::FixedDepthSplit& split, GeometryFrustumCtx& ctx, int mode) {
+void traverse(NodePool& pool, const sds::FixedDepthSplit& rule, GeometryFrustumCtx& ctx, int mode) {
     const GeometryFrustum& frustum = *ctx.get_frustum();
     const BoxPlanes planes(frustum);
     unsigned int index = 0;
@@ -98,7 +96,7 @@ void traverse(NodePool& pool, const sds::FixedDepthSplit& split, GeometryFrustum
     do {
         for (;;) {
             PatchNode& node = pool[index];
-            if (!split(pool, node)) {
+            if (rule.is_leaf(node) || !sds::split(rule, pool, node)) {
                 Vec3d corners[4];
                 for (unsigned int k = 0; k < 4; ++k) corners[k] = Vec3d(node.get_point(sds::grid_corners[k]));
                 pool.release(index);
@@ -141,7 +139,7 @@ void frustum_bezier_intersection(const CtxEval& ctx, const unsigned int&, const 
                                  GeometryFrustumCtx& frustum, const unsigned int& count) {
     if (ctx.get_thread() == nullptr || frustum.get_frustum() == nullptr) return;
     NodePool& pool = ctx.get_thread()->get_scratch().acquire<FrustumScratch>().pool;
-    sds::set_root(pool[pool.begin()], controls);
+    sds::set_root(pool[pool.begin()], sds::ControlLanes(controls));
 
     const unsigned int saved_count = frustum.selected_count;
     const unsigned char saved_flag = frustum.partial_flag;
@@ -158,6 +156,6 @@ void frustum_bezier_intersection(const CtxEval& ctx, const unsigned int&, const 
         frustum.selected_count = saved_count + (frustum.selected_count != 0 ? 1u : 0u);
         frustum.partial_flag = saved_flag;
     }
-    // The fixed-level routines report under one name: whoever reads the statistics adds their lines up.
+    // Under the name of the rays' routine that halves by the same rule.
     sds::log_overflows("estimate", pool.get_overflow_count());
 }

@@ -1,10 +1,15 @@
-// Candidate hits of one ray with one patch in the adaptive routine: a slot per quadrant of the patch, in it an entry
-// per facing side. Many neighbouring leaves straddle one crossing of the surface; of those only the nearest is kept.
+// Candidate hits of one ray on a limit patch: a slot per quarter of the parameter square, in it one entry for hits on
+// the front and one for hits on the back. A crossing is found again in the leaves around it; the nearest stands for
+// all.
 #pragma once
 
 #include <limits>
 
 namespace sds {
+
+// Two hits of one patch nearer to each other than this are one.
+inline constexpr double duplicate_separation = 0.0001;
+inline constexpr unsigned int no_sub_element = 0xFFFFFFFF;
 
 struct HitSlots {
     static constexpr unsigned int slot_count = 4;

@@ -1,11 +1,12 @@
 // Sub-patches and the pool they live in, shared by the frustum, the fixed-level and the adaptive routines.
 #pragma once
 
+#include <cstring>
 #include <limits>
 
 #include "qn_gmath/gmath_vec.h"
 #include "qn_simd/simd_float4.h"
-#include "sds/common/control_grid.h"
+#include "sds/common/control_lanes.h"
 
 namespace sds {
 
@@ -19,11 +20,11 @@ struct PatchBox {
 struct alignas(16) PatchNode {
     // Row-major 4 x 4 grid of control points per coordinate; places 0, 3, 15, 12 are the corners in cyclic order.
     float coords[3][16];
-    // (a_min, b_min, a_max, b_max): the parametric interval; a is the direction that a transposing split halves.
+    // Lowest a and b, highest a and b in patch coordinates: a runs along the rows, b along the columns.
     float range[4];
     PatchBox box;
-    float size;         // of the box: sum of its extents
-    float parent_size;  // size of the node it was split from
+    float size;         // width, height and depth of the box added up
+    float parent_size;  // the same of the node that this is half of
     unsigned int depth;
     unsigned char direction;  // 0 when a is u, 1 when a is v
     bool box_valid;           // box and size are current
@@ -34,11 +35,8 @@ struct alignas(16) PatchNode {
     }
 };
 
-inline void set_root(PatchNode& root, const GMathVec3<float>* controls) {
-    for (unsigned int place = 0; place < 16; ++place) {
-        const GMathVec3<float>& p = controls[grid_order[place]];
-        for (unsigned int axis = 0; axis < 3; ++axis) root.coords[axis][place] = p[axis];
-    }
+inline void set_root(PatchNode& root, const ControlLanes& controls) {
+    std::memcpy(root.coords, controls.coords, sizeof(root.coords));
     root.range[0] = root.range[1] = 0.0f;
     root.range[2] = root.range[3] = 1.0f;
     root.parent_size = std::numeric_limits<float>::max();
@@ -140,7 +138,7 @@ inline void halve_columns(const PatchNode& node, PatchNode& first, PatchNode& se
     first.direction = second.direction = node.direction;
 }
 
-// A fixed pool of nodes, the nodes still to visit and the count of splits that the pool refused. Lives in the thread's
+// A fixed pool of nodes, the nodes still to visit and the count of splits that were refused. Lives in the thread's
 // scratch: begin() makes it ready for a call.
 class NodePool {
 public:
@@ -167,9 +165,11 @@ public:
             if (take(node.children[1])) return true;
             release(node.children[0]);
         }
-        ++m_overflow_count;
+        count_refusal();
         return false;
     }
+
+    void count_refusal() { ++m_overflow_count; }
 
     // `entry` is the distance at which the ray enters the node's box.
     void push(unsigned int index, float entry) {
@@ -192,7 +192,7 @@ private:
         unsigned char index;
     };
 
-    // Last released, first reused; fresh nodes when none is free.
+    // The latest to come back goes out first; fresh ones when none is back.
     bool take(unsigned char& index) {
         if (m_free_count != 0) {
             index = m_free[--m_free_count];
@@ -212,33 +212,31 @@ private:
     unsigned int m_overflow_count;
 };
 
-// Split rule of the fixed levels: every level halves both directions once, down to `max_depth` splits. False for a
-// leaf.
+// Split rule of the fixed levels: every level halves both directions once, down to `max_depth` splits.
 struct FixedDepthSplit {
     unsigned int max_depth;
 
-    bool operator()(NodePool& pool, PatchNode& node) const {
-        if (node.depth >= max_depth || !pool.take_children(node)) return false;
-        PatchNode& first = pool[node.children[0]];
-        PatchNode& second = pool[node.children[1]];
+    bool is_leaf(const PatchNode& node) const { return node.depth >= max_depth; }
+
+    void halve(const PatchNode& node, PatchNode& first, PatchNode& second) const {
         halve_rows(node, first, second);
         first.depth = second.depth = node.depth + 1;
         first.box_valid = second.box_valid = false;
-        return true;
     }
 };
 
-// Split rule of the limit surface: along the longer side until a split no longer shrinks the box by more than the
-// tolerance.
+// Split rule of the limit surface: the longer of two sides is halved, and a node whose box came out of that hardly
+// smaller than its parent's, by the tolerance or less, is small enough.
 struct AdaptiveSplit {
     float tolerance;
 
-    bool operator()(NodePool& pool, PatchNode& node) const {
+    // A NaN in the sizes makes a leaf.
+    bool is_leaf(PatchNode& node) const {
         get_box(node);
-        // A NaN in the sizes makes a leaf.
-        if (!(node.parent_size - node.size > tolerance) || !pool.take_children(node)) return false;
-        PatchNode& first = pool[node.children[0]];
-        PatchNode& second = pool[node.children[1]];
+        return !(node.parent_size - node.size > tolerance);
+    }
+
+    void halve(const PatchNode& node, PatchNode& first, PatchNode& second) const {
         const GMathVec3<float> corner = node.get_point(0);
         const float row = (node.get_point(3) - corner).length_squared();
         const float column = (node.get_point(12) - corner).length_squared();
@@ -249,8 +247,15 @@ struct AdaptiveSplit {
         first.depth = second.depth = node.depth + 1;
         first.parent_size = second.parent_size = node.size;
         first.box_valid = second.box_valid = false;
-        return true;
     }
 };
+
+// Makes the children of a node that is no leaf by its rule; false when the pool has no room for them.
+template <class Rule>
+bool split(const Rule& rule, NodePool& pool, PatchNode& node) {
+    if (!pool.take_children(node)) return false;
+    rule.halve(node, pool[node.children[0]], pool[node.children[1]]);
+    return true;
+}
 
 }  // namespace sds

@@ -1,7 +1,7 @@
 // Rays and frusta against primitives.
 #include "qn_ctx/ctx_eval.h"
 #include "sds/intersection/bezier_intersection.h"
-#include "sds/intersection/ray_space/ray_space.h"
+#include "sds/intersection/trace_patch.h"
 #include "sds/mesh/control_cache.h"
 #include "sds/mesh/sds_mesh.h"
 
@@ -49,24 +49,16 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
 void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive, GeometryRaytraceCtx& rays) const {
     if (ctx.get_thread() == nullptr) return;
     const ReferencePointScope reference(rays, geometry->get_bbox());
-    const unsigned int count = level - (base->get_base_tessellation_level() ? 1u : 0u);
-    if (rays.get_data().kernel_family == 0 && !rays.has_motion_blur()) {
-        const sds::ControlLanes& controls =
-            ctx.get_thread()->get_kept_scratch().keep<sds::ControlCache>().get(*geometry, primitive);
-        if (level == 0)
-            sds::trace_limit_surface(ctx, primitive, controls, rays);
-        else
-            sds::trace_flat_cells(ctx, primitive, controls, rays, count);
+    const unsigned int count =
+        level == 0 ? sds::limit_surface : level - (base->get_base_tessellation_level() ? 1u : 0u);
+    if (!rays.has_motion_blur()) {
+        sds::trace_patch(ctx, primitive,
+                         ctx.get_thread()->get_kept_scratch().keep<sds::ControlCache>().get(*geometry, primitive),
+                         count, rays);
         return;
     }
     Vec3f controls[16];
-    if (rays.has_motion_blur())
-        geometry->get_bezier_controls_at(primitive, rays.get_time(),
-                                         ctx.get_shader_ctx()->get_motion_blur().get_time_sampling(), controls);
-    else
-        geometry->get_bezier_controls(primitive, controls);
-    if (level == 0)
-        ray_bezier_intersection_adaptive(ctx, primitive, controls, rays);
-    else
-        ray_bezier_intersection_estimate(ctx, primitive, controls, rays, count);
+    geometry->get_bezier_controls_at(primitive, rays.get_time(),
+                                     ctx.get_shader_ctx()->get_motion_blur().get_time_sampling(), controls);
+    sds::trace_patch(ctx, primitive, sds::ControlLanes(controls), count, rays);
 }

@@ -1,13 +1,10 @@
-// SdsMesh: the renderable subdivision surface. Every primitive is one quad of the subdivided control mesh, rendered as
-// a bicubic patch.
+// SdsMesh: a built surface as an object to render. Primitive q is quad q, with four edges and one patch.
 //
-// It owns nothing of the surface: it refers to one geometry (and through it one base) and one maps object, which the
-// caller keeps alive as long as any SdsMesh, or copy of one, refers to them. The tessellation level decides how rays
-// and frusta meet the patches: 0 is the limit surface, L > 0 the uniform grid of 2^L cells per control quad edge (2^(L
-// - 1) per quad where the mesh took a subdivision step). At fixed levels level 1 is the coarsest on a mesh that took a
-// step.
+// The geometry, the base behind it and the maps belong to the caller and outlive the SdsMesh and its copies. Level 0
+// renders the limit surface; level L > 0 renders flat cells, 2^L along the side of a quad of the control mesh, which is
+// 2^(L - 1) along the side of a primitive where the mesh took a subdivision step.
 //
-// All const operations run on any number of threads at once. Arguments are not validated.
+// Any number of threads may call the const operations. Indices must be in range.
 #pragma once
 
 #include <cmath>
@@ -20,7 +17,7 @@
 class SDS_EXPORT SdsMesh : public GeometryObject {
 public:
     SdsMesh() = default;
-    // The copy is a fresh resource: name and hash of the source are not carried over.
+    // Copies what is rendered; as a resource it starts with no name and no hash.
     SdsMesh(const SdsMesh& other);
     SdsMesh& operator=(const SdsMesh& other) = default;
     ~SdsMesh() override;
@@ -53,10 +50,10 @@ public:
         return base->is_primitive_edge_crease(primitive, edge);
     }
 
-    // The size of the object itself: base, geometry and maps report their own.
+    // Without base, geometry and maps, which are asked themselves.
     size_t get_memory_size() const override { return sizeof(*this); }
     const CoreClassInfo& get_class_info() const override;
-    // Shares base, geometry and maps with this object. Null when there is no memory.
+    // By the copy constructor; null when memory is out.
     GeometryObject* get_copy() const override;
     GMathBbox3<double> get_bbox() const override;
     GMathBbox3<double> get_bbox_at(const CtxEval& ctx, const double& time) const override;
@@ -106,12 +103,12 @@ public:
                              const double& t, const bool& reversed, GeometrySample& sample) const override;
     void compute_edge_sample(const unsigned int& primitive, const unsigned int& edge, const double& t,
                              const bool& reversed, GeometrySample& sample) const;
-    // Modes 0 and 1 test the patch at rest (three levels when this object is adaptive); 2 and 3 mark its four vertices;
-    // others nothing.
+    // The patch where it is without motion, on the limit surface by the cells of level 3, for frusta that select by
+    // touching (mode 0) or holding (1). Modes 2 and 3 mark the quad's vertices instead; any other does nothing.
     void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                              GeometryFrustumCtx& frustum) const override;
-    // The rays of the range, with motion blur at the time of the first: one time per range. Without it the thread's
-    // kept scratch holds the control points of patches met lately, 400 KB once per thread.
+    // The rays of the range, with motion blur all of them at the first one's time. Without motion blur the thread's
+    // kept scratch remembers the control points of patches that it met lately, in 400 KB.
     void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                              GeometryRaytraceCtx& rays) const override;
 

@@ -7,7 +7,11 @@ namespace sds {
 namespace {
 
 const KernelTables<PairKernels>& tables() {
-    static const KernelTables<PairKernels> instance(baseline_pair_kernels, avx2_pair_kernels, avx512_pair_kernels);
+#ifdef QN_WIDE_KERNELS
+    static const KernelTables<PairKernels> instance(baseline::pair_kernels, &avx2::pair_kernels, &avx512::pair_kernels);
+#else
+    static const KernelTables<PairKernels> instance(baseline::pair_kernels, nullptr, nullptr);
+#endif
     return instance;
 }
 

@@ -1,7 +1,7 @@
 // Patches by the pair: the same work on two patches, in the two groups of lanes.
 //
-// The kernels are plain functions on plain records, compiled once per instruction set from the .inl files and chosen at
-// run time. All sets give the same bits.
+// The kernels are plain functions on plain records, compiled once per instruction set and chosen at run time
+// (sds/common/kernel_set.h). All sets give the same bits.
 #pragma once
 
 #include "sds/mesh_base/sds_mesh_base.h"
@@ -31,8 +31,6 @@ struct PatchSums {
 };
 
 struct PairKernels {
-    const char* name;
-
     // Smooth patches only. Writes twelve floats to points[i] for sample i: position, derivatives per patch parameter,
     // unit normal. Returns in bit i whether sample i has derivatives that single precision does not tell from rounding
     // or from parallel ones: its normal means nothing then.
@@ -49,9 +47,15 @@ const PairKernels& get_pair_kernels();
 // The tables that this build and processor have, baseline first; null ends the list.
 const PairKernels* const* get_all_pair_kernels();
 
-extern const PairKernels baseline_pair_kernels;
-// Null when the build has none.
-extern const PairKernels* const avx2_pair_kernels;
-extern const PairKernels* const avx512_pair_kernels;
+namespace baseline {
+extern const PairKernels pair_kernels;
+}
+// In builds with QN_WIDE_KERNELS.
+namespace avx2 {
+extern const PairKernels pair_kernels;
+}
+namespace avx512 {
+extern const PairKernels pair_kernels;
+}
 
 }  // namespace sds

@@ -120,5 +120,41 @@ TEST(PoolExhaustion, ACoarserCellIsHitAndLoggedAndThePoolServesTheNextCall) {
     }
 }
 
+// A ray along a ruling of a saddle, and rays within a tilted plane, hit wherever they are in the patch: first where
+// they begin, in it or before it. What no kernel gets to is no hit and told in a line.
+TEST(KernelFamilies, RaysInTheSurfaceHitItWhereTheyBegin) {
+    const auto bilinear = [](auto&& height) {
+        return make_patch([&](unsigned int column, unsigned int row) {
+            const double u = column / 3.0, v = row / 3.0;
+            return Vec3f(Vec3d{u, v, height(u, v)});
+        });
+    };
+    const PatchControls saddle = bilinear([](double u, double v) { return (v - 0.5) * (u - 0.3); });
+    const PatchControls plane = bilinear([](double, double v) { return v - 0.5; });
+    for (const KernelFamily family : {fast_kernels, reference_kernels}) {
+        SCOPED_TRACE(family == fast_kernels ? "fast" : "reference");
+        KernelBench bench(family);
+        const auto check = [&](const PatchControls& patch, const Vec3d& origin, const Vec3d& direction, double t) {
+            SCOPED_TRACE(testing::Message() << origin[0] << " " << origin[1] << " towards " << direction[0]);
+            LogCapture log(2);
+            const GeometryHit hit = bench.trace(patch, make_ray(origin, direction)).hit;
+            ASSERT_EQ(hit.primitive, 0u);
+            EXPECT_NEAR(hit.t, t, 1e-5);
+            const Vec3d place = RayOracle({patch}, limit).limit_point(0, hit.u, hit.v);
+            EXPECT_LT((origin + direction * hit.t - place).length(), 1e-5);
+            ASSERT_EQ(log.lines.size(), 1u);
+            const bool speaks_of_a_pool = log.lines[0].text.find("stack overflows") != std::string::npos;
+            EXPECT_EQ(speaks_of_a_pool, family == reference_kernels) << log.lines[0].text;
+        };
+        for (const double start : {-1.0, 0.1, 0.3, 0.5, 0.7}) {
+            check(saddle, {start, 0.5, 0.0}, {1, 0, 0}, start < 0.0 ? -start : 0.0);
+            check(saddle, {1.0 - start, 0.5, 0.0}, {-1, 0, 0}, start < 0.0 ? -start : 0.0);
+            check(plane, {start, 0.5, 0.0}, {1, 0, 0}, start < 0.0 ? -start : 0.0);
+            // At a slant the fast kernels see the plane tilted by its rounding.
+            if (start > 0.0 && family == reference_kernels) check(plane, {0.5, start, start - 0.5}, {1, 1, 1}, 0.0);
+        }
+    }
+}
+
 }  // namespace
 }  // namespace sds_test

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "one_patch.h"
+#include "sds/intersection/fast/ray_kernels.h"
 
 namespace sds_test {
 namespace {
@@ -66,6 +67,25 @@ TEST_P(Kernels, RangeIsHalfOpenAndMayBeNegative) {
     EXPECT_FALSE(trace(1, 0.0, infinity));
 }
 
+// Straight down on the border, which is a side of every box there, far from the place that rays are moved to.
+TEST_P(Kernels, BordersAreHitByRaysInThePlaneOfABox) {
+    PatchControls patch = make_flat_patch();
+    for (Vec3f& p : patch) p[2] = 2.0f;
+    for (const double side : {0.0, 1.0})
+        for (const double along : {0.0, 0.3, 0.5, 0.77, 1.0})
+            for (const double sign : {1.0, -1.0})
+                for (const bool is_u : {true, false}) {
+                    SCOPED_TRACE(testing::Message() << side << " " << along << " " << sign << " " << is_u);
+                    const Vec3d place = is_u ? Vec3d{side, along, 2.0} : Vec3d{along, side, 2.0};
+                    const GeometryRay ray =
+                        m_bench.trace(patch, make_ray(place + Vec3d{0, 0, 3.0 * sign}, {0.0, -0.0, -sign}));
+                    ASSERT_EQ(ray.hit.primitive, 0u);
+                    EXPECT_NEAR(ray.hit.t, 3.0, 1e-6);
+                    EXPECT_NEAR(ray.hit.u, place[0], 2e-6);
+                    EXPECT_NEAR(ray.hit.v, place[1], 2e-6);
+                }
+}
+
 TEST_P(Kernels, MeaninglessRaysHitNothing) {
     const GeometryRay good = make_ray({0.5, 0.5, 1.0}, {0, 0, -1});
     std::vector<GeometryRay> rays(4, good);
@@ -111,14 +131,21 @@ TEST_P(Kernels, APatchWithoutExtentIsNoTrap) {
 }
 
 TEST_P(Kernels, AnyHitFinishesTheRay) {
-    GeometryRay ray = make_ray({0.45, 0.3, -1.0}, {0, 0, 1});
+    GeometryRay ray = make_ray({0.45, 0.3, 3.0}, {0, 0, -1});
     ray.mode = GeometryRayMode::any;
     for (const unsigned int capacity : {0u, 4u}) {
         std::vector<GeometryRay> rays{ray, make_ray({9, 9, 9}, {0, 0, 1})};
         m_bench.trace(make_folded_patch(), rays, capacity);
         EXPECT_TRUE(rays[0].is_finished);
-        // Only the adaptive kernels remember it.
-        EXPECT_EQ(rays[0].occluder.primitive, GetParam().count == limit ? 0u : no_primitive);
+        // Only the adaptive kernels remember what it was.
+        const GeometryOccluder& occluder = rays[0].occluder;
+        EXPECT_EQ(occluder.primitive, GetParam().count == limit ? 0u : no_primitive);
+        EXPECT_EQ(occluder.traversal != nullptr, GetParam().count == limit);
+        if (GetParam().family == fast_kernels && GetParam().count == limit) {
+            const auto& leaf = static_cast<const sds::RayHits*>(occluder.traversal)->hits[occluder.node];
+            EXPECT_EQ(static_cast<double>(leaf.u), rays[0].hit.u);
+            EXPECT_EQ(static_cast<double>(leaf.v), rays[0].hit.v);
+        }
         EXPECT_EQ(rays[0].hit.primitive, 0u);
         EXPECT_FALSE(rays[1].is_finished);
         if (capacity != 0) {

@@ -12,7 +12,7 @@ using sds::PatchNode;
 
 PatchNode make_root(const PatchControls& controls) {
     PatchNode node;
-    sds::set_root(node, controls.data());
+    sds::set_root(node, sds::ControlLanes(controls.data()));
     return node;
 }
 
@@ -152,13 +152,15 @@ TEST(AdaptiveSplit, HalvesTheLongerSideAndEndsWhereASplitNoLongerShrinks) {
         PatchControls patch = make_flat_patch();
         for (Vec3f& p : patch) p = {p[0] * width, p[1] * height, 0.0f};
         PatchNode& root = (*pool)[pool->begin()];
-        sds::set_root(root, patch.data());
-        EXPECT_TRUE(sds::AdaptiveSplit{3e-6f}(*pool, root)) << "the root has no parent to have shrunk from";
+        sds::set_root(root, sds::ControlLanes(patch.data()));
+        const sds::AdaptiveSplit fine{3e-6f};
+        ASSERT_FALSE(fine.is_leaf(root)) << "the root has no parent to have shrunk from";
+        ASSERT_TRUE(sds::split(fine, *pool, root));
         EXPECT_EQ((*pool)[root.children[0]].direction, direction);
         if (width != height) continue;
         PatchNode& child = (*pool)[root.children[0]];
-        EXPECT_FALSE(sds::AdaptiveSplit{0.5f}(*pool, child)) << "shrunk by the tolerance exactly";
-        EXPECT_TRUE(sds::AdaptiveSplit{0.4999f}(*pool, child));
+        EXPECT_TRUE(sds::AdaptiveSplit{0.5f}.is_leaf(child)) << "shrunk by the tolerance exactly";
+        EXPECT_FALSE(sds::AdaptiveSplit{0.4999f}.is_leaf(child));
     }
 }
 

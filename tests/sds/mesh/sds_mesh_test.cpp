@@ -7,6 +7,7 @@
 #include "qn_ctx/ctx_eval.h"
 #include "sds/intersection/bezier_intersection.h"
 #include "support/ray_checks.h"
+#include "support/recorders.h"
 #include "support/surface_errors.h"
 
 namespace {
@@ -126,6 +127,30 @@ TEST(SdsMeshFrustum, ModesTwoAndThreeMarkTheFourVertices) {
         EXPECT_EQ(frustum.selected_count, 0u);
         EXPECT_EQ(frustum.partial_flag, 8);
     }
+}
+
+// Whatever the kernels, at fixed levels the host's tree is taken from its root while they run.
+TEST(SdsMeshRays, StartNodeIsTheRootDuringAFixedLevelAndThenAsBefore) {
+    struct NodeCapture : LogCapture {
+        explicit NodeCapture(const GeometryRaytraceCtx& context) : LogCapture(2), rays(context) {}
+        void write(const unsigned int&, const CoreString&) override { nodes.push_back(rays.get_start_node()); }
+        const GeometryRaytraceCtx& rays;
+        std::vector<unsigned int> nodes;
+    };
+    // Finer than the kernels go, which they say in a line.
+    const BuiltSurface surface(zoo_mesh("cube"), {.level = 30});
+    CtxThread thread;
+    const CtxEval ctx(shader, &thread);
+    GeometryRay ray;
+    ray.start({0.1, 0.2, 9.0}, {0, 0, -1});
+    GeometryRaytraceCtx rays(&ray, 1, GeometryRaytraceData());
+    rays.set_start_node(7);
+    NodeCapture log(rays);
+    for (unsigned int q = 0; q < surface.quad_count(); ++q) surface.mesh.intersect_primitive(ctx, q, rays);
+    EXPECT_NE(ray.hit.primitive, 0xFFFFFFFFu);
+    ASSERT_FALSE(log.nodes.empty());
+    for (const unsigned int node : log.nodes) EXPECT_EQ(node, 0u);
+    EXPECT_EQ(rays.get_start_node(), 7u);
 }
 
 // The level that the frustum sees: one plane that cuts off a bump which only enough cells notice.

@@ -1,5 +1,12 @@
-// Flat cells of a patch in the plane across a ray. Included by ray_kernels_body.inl only, once per instruction set: no
-// templates or inline functions of other headers are used here.
+// Flat cells of a patch in the plane across a ray. For the kernels of one instruction set.
+#pragma once
+
+#include "sds/intersection/fast/depth_patch.h"
+#include "sds/intersection/fast/hit_list.h"
+
+namespace sds {
+
+namespace {
 
 constexpr double barycentric_epsilon = 1e-6;
 
@@ -257,7 +264,8 @@ inline void intersect_cell(const FlatCell& cell, unsigned int i, unsigned int j,
         const double t0 = static_cast<double>(t_at[0]), t1 = static_cast<double>(t_at[upper ? 2 : 1]);
         const double t2 = static_cast<double>(t_at[upper ? 3 : 2]);
         const double t = (1.0 - b1 - b2) * t0 + b1 * t1 + b2 * t2;
-        add_hit(hits, static_cast<float>(t), blend_range(a, u[0], u[1]), blend_range(b, v[0], v[1]), size, det <= 0.0);
+        add_hit(ray, hits, static_cast<float>(t), blend_range(a, u[0], u[1]), blend_range(b, v[0], v[1]), size,
+                det <= 0.0);
     });
 }
 
@@ -312,3 +320,7 @@ struct SkewedPatch {
         return (less_equal_mask(low, slack) & less_equal_mask(SimdFloat8(0.0f) - slack, high)) == 255;
     }
 };
+
+}  // namespace
+
+}  // namespace sds

@@ -1,5 +1,11 @@
-// Where the limit surface of a sub-patch meets the ray. Included by ray_kernels_body.inl only, once per instruction
-// set: no templates or inline functions of other headers are used here.
+// Where the limit surface of a sub-patch meets the ray. For the kernels of one instruction set.
+#pragma once
+
+#include "sds/intersection/fast/plane_patch.h"
+
+namespace sds {
+
+namespace {
 
 constexpr unsigned int max_newton_steps = 8;
 // A root this far outside its sub-patch, in the sub-patch's own coordinates, still counts as inside.
@@ -100,3 +106,7 @@ inline bool find_root(const SimdFloat8* rows, PlaneJet jet, float& s, float& t, 
     }
     return false;
 }
+
+}  // namespace
+
+}  // namespace sds

@@ -1,14 +1,17 @@
-#include "sds/intersection/ray_space/ray_kernels.h"
+#include "sds/intersection/fast/ray_kernels.h"
 
 #include "sds/common/instruction_set.h"
-#include "sds/intersection/ray_space/ray_kernels_tables.h"
 
 namespace sds {
 
 namespace {
 
 const KernelTables<RayKernels>& tables() {
-    static const KernelTables<RayKernels> instance(baseline_ray_kernels, avx2_ray_kernels, avx512_ray_kernels);
+#ifdef QN_WIDE_KERNELS
+    static const KernelTables<RayKernels> instance(baseline::ray_kernels, &avx2::ray_kernels, &avx512::ray_kernels);
+#else
+    static const KernelTables<RayKernels> instance(baseline::ray_kernels, nullptr, nullptr);
+#endif
     return instance;
 }
 

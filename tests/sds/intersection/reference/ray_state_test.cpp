@@ -1,6 +1,6 @@
-#include "sds/intersection/ray_state.h"
+#include "sds/intersection/reference/ray_state.h"
 
-#include "one_patch.h"
+#include "../one_patch.h"
 
 namespace sds_test {
 namespace {
@@ -29,7 +29,8 @@ sds::RayState make_state(const Vec3d& origin, const Vec3d& direction, double nea
 }
 
 // Coordinates are whole numbers over 4096, below 2^24: floats hold them, 128-bit integers compare exactly. The box's
-// sides are rounded from one point of the ray, so that the ray touches the box or passes it by a hair.
+// sides are rounded from one point of the ray, so that the ray touches the box or passes it by a hair. Along some axes
+// it does not move.
 TEST(SlabTest, NeverLosesARayThatTouchesTheBox) {
     std::mt19937_64 random(3);
     constexpr int largest = (1 << 24) - 1;
@@ -43,7 +44,7 @@ TEST(SlabTest, NeverLosesARayThatTouchesTheBox) {
         for (unsigned int axis = 0; axis < 3; ++axis) {
             o[axis] = whole(random) >> shrink(random);
             d[axis] = whole(random) >> shrink(random) / 2;
-            if (d[axis] == 0) d[axis] = 1;
+            if (random() % 8 == 0) d[axis] = 0;
             const double at = std::clamp(o[axis] + t * d[axis], -1.0 * largest, 1.0 * largest);
             const int near = static_cast<int>(std::floor(at)) + static_cast<int>(random() % 2);
             const int far =
@@ -52,26 +53,32 @@ TEST(SlabTest, NeverLosesARayThatTouchesTheBox) {
             high[axis] = std::max(near, far);
         }
         Fraction entry{-1, 0}, exit{1, 0};
+        bool is_beside = false, moves = false;
         for (unsigned int axis = 0; axis < 3; ++axis) {
+            if (d[axis] == 0) {
+                is_beside = is_beside || o[axis] < low[axis] || o[axis] > high[axis];
+                continue;
+            }
             const int sign = d[axis] < 0 ? -1 : 1;
             const Fraction in{Wide((d[axis] < 0 ? high : low)[axis] - o[axis]) * sign, Wide(d[axis]) * sign};
             const Fraction out{Wide((d[axis] < 0 ? low : high)[axis] - o[axis]) * sign, Wide(d[axis]) * sign};
-            if (axis == 0 || entry <= in) entry = in;
-            if (axis == 0 || out <= exit) exit = out;
+            if (!moves || entry <= in) entry = in;
+            if (!moves || out <= exit) exit = out;
+            moves = true;
         }
+        if (!moves) continue;
         const double scale = 1.0 / 4096.0;
         sds::RayState state;
         sds::PatchBox box;
+        state.set_direction(GMathVec3<float>(Vec3d(d[0], d[1], d[2]) * scale));
         for (unsigned int axis = 0; axis < 3; ++axis) {
             state.origin[axis] = static_cast<float>(o[axis] * scale);
-            state.direction[axis] = static_cast<float>(d[axis] * scale);
-            state.inverse_direction[axis] = 1.0f / state.direction[axis];
             box.min[axis] = static_cast<float>(low[axis] * scale);
             box.max[axis] = static_cast<float>(high[axis] * scale);
         }
         float computed = -std::numeric_limits<float>::max();
         const bool hit = sds::slab_test(state, box, std::numeric_limits<float>::max(), computed);
-        if (entry <= exit) {
+        if (!is_beside && entry <= exit) {
             ++touching;
             ASSERT_TRUE(hit) << "case " << i;
         } else {
@@ -93,21 +100,6 @@ TEST(SlabTest, KeepsToTheRaysRange) {
     float entry = 0.0f;
     EXPECT_TRUE(sds::slab_test(state, box, 10.0f, entry));
     EXPECT_FLOAT_EQ(entry, 4.0f);
-}
-
-TEST(SlabTest, RaysInThePlaneOfASideMeetTheBox) {
-    const sds::PatchBox box{{0, 0, 0}, {1, 1, 1}};
-    for (const double side : {0.0, 1.0})
-        for (unsigned int axis = 0; axis < 3; ++axis)
-            for (const double sign : {-1.0, 1.0}) {
-                Vec3d origin{0.5, 0.5, 0.5}, direction{0, 0, 0};
-                origin[(axis + 1) % 3] = side;
-                direction[axis] = sign;
-                origin[axis] -= 3.0 * sign;
-                direction[(axis + 1) % 3] = -0.0;
-                float entry = -10.0f;
-                EXPECT_TRUE(sds::slab_test(make_state(origin, direction), box, 10.0f, entry));
-            }
 }
 
 TEST(RayState, NarrowingBoundsTheDouble) {

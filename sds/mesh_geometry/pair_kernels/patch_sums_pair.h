@@ -1,4 +1,15 @@
-// Boxes and areas of patches, two at a time. Included by pair_kernels_body.inl only.
+// Boxes and areas of patches, two at a time. For the kernels of one instruction set.
+#pragma once
+
+#include "qn_simd/simd_double4.h"
+#include "sds/mesh_geometry/pair_kernels/pair_controls.h"
+#include "sds/mesh_geometry/third_weights.h"
+
+namespace sds {
+
+namespace {
+
+using QN_SIMD_NAMESPACE::SimdDouble4;
 
 inline SimdFloat8 blend_third(unsigned int i, SimdFloat8 a, SimdFloat8 b, SimdFloat8 c, SimdFloat8 d) {
     const float* w = third_weights[i];
@@ -232,3 +243,7 @@ void add_patches(const PatchArrays& surface, const unsigned int* groups, unsigne
     }
     run.end();
 }
+
+}  // namespace
+
+}  // namespace sds

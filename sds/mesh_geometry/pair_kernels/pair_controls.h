@@ -1,4 +1,14 @@
-// The control points of two patches. Included by pair_kernels_body.inl only.
+// The control points of two patches. For the kernels of one instruction set.
+#pragma once
+
+#include "qn_simd/simd_float8.h"
+#include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
+
+namespace sds {
+
+namespace {
+
+using QN_SIMD_NAMESPACE::SimdFloat8;
 
 // By row and column of the control grid.
 using ControlPair = SimdFloat8[4][4];
@@ -125,3 +135,7 @@ inline void compute_linear_controls(const PatchArrays& surface, const unsigned i
         grid[2][c] = between(grid[3][c], grid[0][c]);
     }
 }
+
+}  // namespace
+
+}  // namespace sds

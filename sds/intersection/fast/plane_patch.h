@@ -1,5 +1,22 @@
-// A patch in the plane across a ray: its halves and quarters, and which of them hold the ray. Included by
-// ray_kernels_body.inl only, once per instruction set: no templates or inline functions of other headers are used here.
+// A patch in the plane across a ray: its halves and quarters, and which of them hold the ray. For the kernels of one
+// instruction set.
+#pragma once
+
+#include "qn_simd/simd_float8.h"
+#include "sds/intersection/fast/ray_kernels.h"
+
+namespace sds {
+
+namespace {
+
+using QN_SIMD_NAMESPACE::SimdFloat8;
+
+// `bits` is not 0.
+inline unsigned int take_lowest_bit(unsigned int& bits) {
+    const auto place = static_cast<unsigned int>(__builtin_ctz(bits));
+    bits &= bits - 1;
+    return place;
+}
 
 // Where a sub-patch lies in its patch. Its rows of lanes run along a, the rows follow each other along b; each split
 // halves a and stores the halves transposed, so that a and b change places. `a` and `b` count cells of their own size:
@@ -102,3 +119,7 @@ inline void set_weights(float t, float* w) {
     w[2] = 3.0f * t * t * s;
     w[3] = t * t * t;
 }
+
+}  // namespace
+
+}  // namespace sds

@@ -1,4 +1,11 @@
-// Points of the limit surface, two at a time. Included by pair_kernels_body.inl only.
+// Points of the limit surface, two at a time. For the kernels of one instruction set.
+#pragma once
+
+#include "sds/mesh_geometry/pair_kernels/pair_controls.h"
+
+namespace sds {
+
+namespace {
 
 // Below these shares of the patch's size, and of the product of the derivatives, there is only single-precision
 // rounding; squared.
@@ -129,3 +136,7 @@ unsigned int compute_limit_points(const PatchArrays& surface, const PlacePair& p
     (n * SimdFloat8(scale[0], scale[1])).store3(points[0] + 9, points[1] + 9);
     return degenerate;
 }
+
+}  // namespace
+
+}  // namespace sds

@@ -1,15 +1,15 @@
-#include "sds/intersection/ray_space/ray_space.h"
+#include "sds/intersection/fast/trace_fast.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
 #include "qn_ctx/ctx_eval.h"
+#include "qn_geometry/geometry_raytrace_ctx.h"
 #include "sds/common/control_lanes.h"
+#include "sds/common/log_line.h"
+#include "sds/intersection/fast/ray_kernels.h"
 #include "sds/intersection/hit_slots.h"
-#include "sds/intersection/overflow_log.h"
-#include "sds/intersection/ray_space/ray_kernels.h"
-#include "sds/intersection/ray_targets.h"
 
 namespace {
 
@@ -31,52 +31,53 @@ bool push_hit(const CtxEval& ctx, unsigned int primitive, GeometryRaytraceCtx& r
                                   GeometryMediumDescriptor(), nullptr);
 }
 
-// Hands the rays of the range to kernel(controls, ray, hits) one by one and what they hit to push(i, shift, hits);
-// returns how many splits and hits found no room.
+// Hands the rays of the range to kernel(controls, ray, hits) one by one and what they hit to push(i, shift, hits); logs
+// under the name of the routine which limits they met. The hits stay in the thread's scratch until its next call.
 template <class Kernel, class Push>
-unsigned int trace_rays(const sds::ControlLanes& grid, GeometryRaytraceCtx& rays, const Kernel& kernel,
-                        const Push& push) {
-    unsigned int overflow_count = 0;
+void trace_rays(const CtxEval& ctx, const char* routine, const sds::ControlLanes& grid, GeometryRaytraceCtx& rays,
+                const Kernel& kernel, const Push& push) {
+    auto& hits = ctx.get_thread()->get_scratch().acquire<RayHits>();
+    hits.dropped_count = hits.unsettled_count = 0;
     for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
         if (rays.is_ray_finished(i)) continue;
         const GeometryRaySpace& space = rays.get_ray_space(i);
         if (!can_meet(space)) continue;
-        RayHits hits;
         hits.count = 0;
-        hits.overflow_count = 0;
-        kernel(grid.coords, {space.origin, space.across, space.along}, hits);
-        overflow_count += hits.overflow_count;
+        kernel(grid.coords, {space.origin, space.across, space.along, space.shift, rays.get_tnear(i), rays.get_tfar(i)},
+               hits);
         if (hits.count != 0) push(i, space.shift, hits);
     }
-    return overflow_count;
+    if ((hits.dropped_count | hits.unsettled_count) == 0) return;
+    sds::log_line(sds::log_level_statistics, "sds.ray_bezier_intersection_", routine, ": ", hits.unsettled_count,
+                  " parts of the patch not settled, ", hits.dropped_count, " hits or parts behind ", RayHits::capacity,
+                  " nearer hits left out\n");
 }
 
 }  // namespace
 
-void sds::trace_limit_surface(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
-                              GeometryRaytraceCtx& rays) {
+void sds::trace_limit_fast(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
+                           GeometryRaytraceCtx& rays) {
     const auto push = [&](unsigned int i, double shift, const RayHits& hits) {
         HitSlots slots;
         slots.clear();
         for (unsigned int h = 0; h < hits.count; ++h) {
             const RayHit& hit = hits.hits[h];
-            const double t = shift + static_cast<double>(hit.t);
-            if (t >= rays.get_tnear(i) && t < rays.get_tfar(i)) slots.add(hit.side, hit.t, hit.u, hit.v, 0);
+            slots.add(hit.side, hit.t, hit.u, hit.v, h);
         }
         slots.flush(static_cast<float>(duplicate_separation), [&](const HitSlots::Entry& entry) {
             const bool accepted =
                 push_hit(ctx, primitive, rays, i, shift + static_cast<double>(entry.t), entry.u, entry.v, 0.0f);
-            if (accepted && rays.is_ray_finished(i)) rays.set_occluder(i, {primitive, 0, nullptr});
+            if (accepted && rays.is_ray_finished(i)) rays.set_occluder(i, {primitive, entry.node, &hits});
         });
     };
-    log_overflows("adaptive", trace_rays(controls, rays, get_ray_kernels().adaptive, push));
+    trace_rays(ctx, "adaptive", controls, rays, get_ray_kernels().adaptive, push);
 }
 
-void sds::trace_flat_cells(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
-                           GeometryRaytraceCtx& rays, unsigned int count) {
-    const auto kernel = [count, estimate = get_ray_kernels().estimate](const float(*grid)[16], const RaySpace& ray,
-                                                                       RayHits& hits) {
-        estimate(grid, ray, count, hits);
+void sds::trace_cells_fast(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
+                           unsigned int level_count, GeometryRaytraceCtx& rays) {
+    const auto kernel = [level_count, estimate = get_ray_kernels().estimate](const float(*grid)[16],
+                                                                             const RaySpace& ray, RayHits& hits) {
+        estimate(grid, ray, level_count, hits);
     };
     const auto push = [&](unsigned int i, double shift, const RayHits& hits) {
         for (unsigned int h = 0; h < hits.count && !rays.is_ray_finished(i); ++h) {
@@ -84,5 +85,5 @@ void sds::trace_flat_cells(const CtxEval& ctx, unsigned int primitive, const Con
             push_hit(ctx, primitive, rays, i, shift + static_cast<double>(hit.t), hit.u, hit.v, hit.cell);
         }
     };
-    log_overflows("estimate", trace_rays(controls, rays, kernel, push));
+    trace_rays(ctx, "estimate", controls, rays, kernel, push);
 }

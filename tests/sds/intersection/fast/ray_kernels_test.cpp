@@ -1,5 +1,5 @@
 // The fast kernels' instruction sets against each other.
-#include "sds/intersection/ray_space/ray_kernels.h"
+#include "sds/intersection/fast/ray_kernels.h"
 
 #include <gtest/gtest.h>
 
@@ -33,7 +33,7 @@ TEST(RaySpace, InstructionSetsGiveTheSameBits) {
         const GeometryRaytraceData data;
         GeometryRaytraceCtx rays(&record, 1, data);
         const GeometryRaySpace& space = rays.get_ray_space(0);
-        const sds::RaySpace ray{space.origin, space.across, space.along};
+        const sds::RaySpace ray{space.origin, space.across, space.along, space.shift, record.tnear, record.tfar};
         Vec3f controls[16];
         surface.geometry.get_bezier_controls(i % surface.quad_count(), controls);
         float grid[3][16];

@@ -28,7 +28,7 @@ inline float narrow_up(double x) {
 struct RayState {
     GMathVec3<float> origin;
     GMathVec3<float> direction;
-    GMathVec3<float> inverse_direction;
+    GMathVec3<float> inverse_direction;  // 0 along an axis that the ray does not move on
     double shift;
     float entry_bound;  // where the ray begins, a little before tnear; NaN keeps it out of every box
     unsigned int index;
@@ -38,20 +38,21 @@ struct RayState {
         index = i;
         shift = rays.get_reference_shift(i);
         origin = GMathVec3<float>(ray.origin + ray.direction * shift);
-        direction = GMathVec3<float>(ray.direction);
-        for (unsigned int axis = 0; axis < 3; ++axis) {
-            // A direction of zero would give 0 * infinity on a box side; this reciprocal keeps the sign and stays
-            // finite.
-            constexpr float tiny = 1e-30f;
-            const float d = direction[axis];
-            inverse_direction[axis] = std::fabs(d) < tiny ? std::copysign(1.0f / tiny, d) : 1.0f / d;
-        }
+        set_direction(GMathVec3<float>(ray.direction));
         // Outwards for a negative tnear too.
         constexpr double begin_slack = 1.0 - static_cast<double>(GMath<float>::s_one_minus_epsilon);
         entry_bound = narrow_down(ray.tnear - std::fabs(ray.tnear) * begin_slack - shift);
         // The box test drops a NaN distance of a single axis: a ray that is not finite would pass for meeting every
         // box.
         if (!(origin.is_finite() && direction.is_finite())) entry_bound = std::numeric_limits<float>::quiet_NaN();
+    }
+
+    void set_direction(const GMathVec3<float>& d) {
+        direction = d;
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            const float inverse = 1.0f / d[axis];
+            inverse_direction[axis] = std::isinf(inverse) ? 0.0f : inverse;
+        }
     }
 
     // A distance on the original ray as one from the moved origin, rounded up.
@@ -68,12 +69,16 @@ struct RayState {
 //     entry <= exit <= 0:  entry' <= entry (1 - 3u) and exit' >= exit (1 + 3u), and entry <= exit gives entry' - exit'
 //     <= 6u |exit|
 // and with different signs rounding, which keeps signs, cannot exchange them. Widening exit by 8u |exit| therefore
-// loses no ray. (A factor on exit alone would narrow a negative one.) The near side of an axis is chosen by the sign of
-// the direction; NaN as `entry` gives false.
+// loses no ray. (A factor on exit alone would narrow a negative one.) On an axis along which the ray does not move it
+// is between the sides, or on one, all the way or nowhere. NaN as `entry` gives false.
 inline bool slab_test(const RayState& ray, const PatchBox& box, float far, float& entry) {
     float exit = far;
     for (unsigned int axis = 0; axis < 3; ++axis) {
         const float inverse = ray.inverse_direction[axis];
+        if (inverse == 0.0f) {
+            if (!(box.min[axis] <= ray.origin[axis] && ray.origin[axis] <= box.max[axis])) return false;
+            continue;
+        }
         const float t0 = (box.min[axis] - ray.origin[axis]) * inverse;
         const float t1 = (box.max[axis] - ray.origin[axis]) * inverse;
         entry = std::max(entry, std::min(t0, t1));

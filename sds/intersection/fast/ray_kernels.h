@@ -5,8 +5,8 @@
 // Distance along the ray is evaluated from the whole patch where a hit is found. Patches that share an edge transform
 // its control points to the same bits and halve it to the same bits, so no ray slips between them.
 //
-// The kernels are plain functions on plain records, compiled once per instruction set from ray_kernels_body.inl and
-// chosen at run time.
+// The kernels are plain functions on plain records, compiled once per instruction set and chosen at run time
+// (sds/common/kernel_set.h).
 #pragma once
 
 namespace sds {
@@ -18,6 +18,8 @@ struct RaySpace {
     const float* origin;
     const float (*across)[3];
     const float* along;
+    double shift;      // added to distances from the origin
+    double near, far;  // sums in [near, far) are hits
 };
 
 struct RayHit {
@@ -33,11 +35,14 @@ struct RayHits {
 
     RayHit hits[capacity];
     unsigned int count;
-    unsigned int overflow_count;  // splits and hits that found no room
+    // Added up over rays.
+    unsigned int dropped_count;  // hits, and sub-patches that may hold some, behind a full list of nearer ones
+    unsigned int
+        unsettled_count;  // sub-patches left when the splits ran out, and patches at coarser levels than asked for
 };
 
+// Both add to `hits`, whose counts the caller sets to 0.
 struct RayKernels {
-    const char* name;
     // Flat cells, 2^level_count each way. `controls` are the sixteen points in grid order, x y z each:
     // controls[axis][place].
     void (*estimate)(const float (*controls)[16], const RaySpace& ray, unsigned int level_count, RayHits& hits);
@@ -49,5 +54,16 @@ struct RayKernels {
 const RayKernels& get_ray_kernels();
 // The tables that this build and processor have, baseline first; null ends the list.
 const RayKernels* const* get_all_ray_kernels();
+
+namespace baseline {
+extern const RayKernels ray_kernels;
+}
+// In builds with QN_WIDE_KERNELS.
+namespace avx2 {
+extern const RayKernels ray_kernels;
+}
+namespace avx512 {
+extern const RayKernels ray_kernels;
+}
 
 }  // namespace sds
