@@ -112,7 +112,7 @@ void Lexer::read_number_token() {
     } else {
         double value = 0.0;  // its end is what counts here
         const auto [stop, error] = std::from_chars(at_, end_, value);
-        if (error == std::errc::invalid_argument || is_word(*stop)) fail_number(stop, false);
+        if (error == std::errc::invalid_argument || is_word(*stop)) fail_number(stop, "a number");
         at_ = stop;
     }
     token_.text = {start, static_cast<std::size_t>(at_ - start)};
@@ -122,20 +122,19 @@ double Lexer::take_named_number() {
     const bool negative = *at_ == '-';
     const char* name = at_ + (negative ? 1 : 0);
     const std::string_view rest(name, std::min<std::size_t>(3, static_cast<std::size_t>(end_ - name)));
-    if (is_word(name[rest.size()])) fail_number(name, false);
+    if (is_word(name[rest.size()])) fail_number(name, "a number");
     using Limits = std::numeric_limits<double>;
-    if (rest != "inf" && (negative || rest != "nan")) fail_number(name, false);
+    if (rest != "inf" && (negative || rest != "nan")) fail_number(name, "a number");
     at_ = name + rest.size();
     if (rest == "nan") return Limits::quiet_NaN();
     return negative ? -Limits::infinity() : Limits::infinity();
 }
 
-void Lexer::fail_number(const char* stop, bool is_integer) {
-    while (is_word(*stop) || *stop == '.') ++stop;
+void Lexer::fail_number(const char* stop, const std::string& expected) {
+    while (is_word(*stop) || *stop == '.' || (stop == at_ && *stop == '-')) ++stop;
     const std::string_view word(at_, static_cast<std::size_t>(stop - at_));
-    if (!word.empty())
-        fail(UsdFindingCode::not_a_number, offset(), quoted(word) + (is_integer ? ", expected an integer" : ""));
-    fail_expected(is_integer ? "an integer" : "a number");
+    if (word.empty()) fail_expected(expected);
+    fail(UsdFindingCode::not_a_number, offset(), quoted(word) + ", expected " + expected);
 }
 
 // The rest of the line up to `stop`; the cursor is put behind it.

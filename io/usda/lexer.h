@@ -88,7 +88,7 @@ private:
     std::string_view take_until(char stop, const char* what);
     std::string_view decode(std::string_view raw);
     char decode_escape(std::string_view raw, std::size_t& at) const;
-    [[noreturn]] void fail_number(const char* stop, bool is_integer);
+    [[noreturn]] void fail_number(const char* stop, const std::string& expected);
     template <class T>
     T out_of_range_number(const char* stop);
     double take_named_number();
@@ -111,7 +111,9 @@ T Lexer::take_number() {
     }
     const auto [stop, error] = std::from_chars(at_, end_, value);
     if (error == std::errc::invalid_argument || is_word(*stop) || *stop == '.')
-        fail_number(stop, std::is_integral_v<T>);
+        fail_number(stop, std::is_floating_point_v<T> ? "a number"
+                          : std::is_signed_v<T>       ? "an integer"
+                                                      : "an integer from 0 on");
     if (error == std::errc::result_out_of_range) value = out_of_range_number<T>(stop);
     at_ = stop;
     return value;

@@ -256,7 +256,7 @@ Property& LayerParser::find_or_add(Prim& prim, BlockNames& names, Property&& hea
     if (is_new) return prim.properties.emplace_back(std::move(head));
     Property& property = prim.properties[known->second];
     if (property.type != head.type || property.is_array != head.is_array)
-        lexer_.fail(UsdFindingCode::wrong_value, head.offset, quoted(head.name) + " with another type before");
+        lexer_.fail(UsdFindingCode::wrong_value, head.offset, quoted(head.name) + " had another type before");
     property.is_custom |= head.is_custom;
     property.is_uniform |= head.is_uniform;
     return property;

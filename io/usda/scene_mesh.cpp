@@ -97,6 +97,7 @@ void MeshReader::read_topology() {
     mesh_.points = read_points("points");
     mesh_.velocities = read_points("velocities");
     mesh_.accelerations = read_points("accelerations");
+    if (reader_.findings().has_errors()) return;  // what follows would only repeat it
     if (!mesh_.velocities.is_empty())
         check_count("velocities", mesh_.velocities.ends.front() / 3, "points", mesh_.point_count());
     if (!mesh_.accelerations.is_empty())
@@ -302,7 +303,7 @@ std::optional<UsdMesh> MeshReader::read() {
     if (!has_all()) return std::nullopt;
     read_topology();
     note_ignored();
-    if (reader_.findings().has_errors()) return std::nullopt;  // what follows would only repeat it
+    if (reader_.findings().has_errors()) return std::nullopt;
     read_primvars();
     for (Prim& child : reader_.prim().children)
         if (child.specifier == Specifier::def && child.type == "GeomSubset") read_subset(child);

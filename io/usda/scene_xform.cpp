@@ -37,6 +37,13 @@ const OpKind* find_kind(std::string_view name) {
     return nullptr;
 }
 
+/// The value of one attribute, which several ops may share, and what is wrong with it.
+struct OpValue {
+    std::uint32_t index = 0;
+    const char* fault = nullptr;
+    std::optional<bool> has_inverse;  ///< found out for the first inverted op
+};
+
 class OpReader {
 public:
     OpReader(PrimReader& reader, UsdNode& node) : reader_(reader), node_(node) {}
@@ -45,12 +52,13 @@ public:
 
 private:
     void read_op(std::string_view word);
+    OpValue& take_value(std::string_view name, const OpKind& kind);
+    bool has_inverse(const UsdXformOp& op) const;
     void fail(std::string_view word, const char* why);
-    bool is_usable(const UsdXformOp& op, const Timed<double>& value, const char*& why) const;
 
     PrimReader& reader_;
     UsdNode& node_;
-    std::unordered_map<std::string_view, std::uint32_t> values_;
+    std::unordered_map<std::string_view, OpValue> values_;
 };
 
 void OpReader::fail(std::string_view word, const char* why) {
@@ -58,26 +66,32 @@ void OpReader::fail(std::string_view word, const char* why) {
                               [&] { return name_in(word, reader_.prim()) + ": " + why; });
 }
 
-bool OpReader::is_usable(const UsdXformOp& op, const Timed<double>& value, const char*& why) const {
-    why = "it has no value";
-    if (value.is_empty()) return false;
-    why = "NaN or infinite number";
-    for (const double v : value.values)
-        if (!std::isfinite(v)) return false;
-    why = "it has no inverse";
-    for (std::size_t s = 0; op.is_inverted && s < value.sample_count(); ++s)
+OpValue& OpReader::take_value(std::string_view name, const OpKind& kind) {
+    const auto [known, is_new] = values_.try_emplace(name);
+    OpValue& value = known->second;
+    if (!is_new) return value;
+    Timed<double> taken = reader_.take<double>(name, kind.components, false);
+    if (taken.is_empty()) {
+        value.fault = "it has no value";
+    } else if (!std::all_of(taken.values.begin(), taken.values.end(), [](double v) { return std::isfinite(v); })) {
+        value.fault = "NaN or infinite number";
+    } else {
+        value.index = static_cast<std::uint32_t>(node_.op_values.size());
+        node_.op_values.push_back(std::move(taken));
+    }
+    return value;
+}
+
+bool OpReader::has_inverse(const UsdXformOp& op) const {
+    const Timed<double>& value = node_.op_values[op.value];
+    for (std::size_t s = 0; s < value.sample_count(); ++s)
         if (!inverse(op_matrix(op, value.sample(s)))) return false;
     return true;
 }
 
 void OpReader::read_op(std::string_view word) {
-    if (word == reset_word) {
-        node_.resets_stack = true;
-        node_.ops.clear();
-        return;
-    }
-    UsdXformOp op;
     std::string_view name = word;
+    UsdXformOp op;
     op.is_inverted = name.starts_with(invert_prefix);
     if (op.is_inverted) name.remove_prefix(invert_prefix.size());
     const OpKind* kind = find_kind(name);
@@ -85,11 +99,11 @@ void OpReader::read_op(std::string_view word) {
     op.kind = kind->kind;
     op.axes = kind->axes;
 
-    const auto [known, is_new] = values_.try_emplace(name, static_cast<std::uint32_t>(node_.op_values.size()));
-    if (is_new) node_.op_values.push_back(reader_.take<double>(name, kind->components, false));
-    op.value = known->second;
-    const char* why = nullptr;
-    if (!is_usable(op, node_.op_values[op.value], why)) return fail(word, why);
+    OpValue& value = take_value(name, *kind);
+    if (value.fault != nullptr) return fail(word, value.fault);
+    op.value = value.index;
+    if (op.is_inverted && !value.has_inverse) value.has_inverse = has_inverse(op);
+    if (op.is_inverted && !*value.has_inverse) return fail(word, "it has no inverse");
     node_.ops.push_back(op);
 }
 
@@ -98,7 +112,10 @@ void OpReader::read() {
     if (order == nullptr || !order->value) return;
     const auto* words = std::get_if<std::vector<std::string_view>>(&order->value->data);
     if (words == nullptr) return fail("xformOpOrder", "no list of words");
-    for (const std::string_view word : *words) read_op(word);
+    // what stands before the reset has no effect
+    const auto reset = std::find(words->rbegin(), words->rend(), reset_word);
+    node_.resets_stack = reset != words->rend();
+    for (auto word = reset.base(); word != words->end(); ++word) read_op(*word);
 }
 
 Timed<std::uint8_t> read_visibility(PrimReader& reader) {

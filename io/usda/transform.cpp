@@ -159,10 +159,8 @@ std::string prim_path(const UsdScene& scene, std::uint32_t node) {
 std::vector<double> transform_times(const UsdScene& scene, std::uint32_t node) {
     std::vector<double> times;
     for (; node != 0; node = scene.nodes[node].resets_stack ? 0 : scene.nodes[node].parent)
-        for (const UsdXformOp& op : scene.nodes[node].ops) {
-            const std::vector<double>& own = scene.nodes[node].op_values[op.value].times;
-            times.insert(times.end(), own.begin(), own.end());
-        }
+        for (const Timed<double>& value : scene.nodes[node].op_values)
+            times.insert(times.end(), value.times.begin(), value.times.end());
     std::sort(times.begin(), times.end());
     times.erase(std::unique(times.begin(), times.end()), times.end());
     return times;
