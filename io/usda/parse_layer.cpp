@@ -10,6 +10,8 @@ namespace sds_usda {
 
 namespace {
 
+constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";  // some editors put it before UTF-8
+
 using Names = std::unordered_set<std::string_view>;
 
 /// What the statements of one block have named so far: a property's statements are one property, a prim's name comes
@@ -51,7 +53,11 @@ std::optional<ListOp> list_op_of(const Token& token) {
 class LayerParser {
 public:
     LayerParser(Layer& layer, UsdFindings& findings)
-        : root_(layer.root), lexer_(*layer.text, layer.decoded), values_(lexer_, depth_), findings_(findings) {}
+        : layer_(layer),
+          root_(layer.root),
+          lexer_(*layer.text, layer.decoded),
+          values_(lexer_, depth_),
+          findings_(findings) {}
 
     void parse();
 
@@ -77,6 +83,7 @@ private:
     void read_path_list(Property& property, ListOp op);
     void record_repeated(const Property& property);
 
+    Layer& layer_;
     Prim& root_;
     Lexer lexer_;
     unsigned int depth_ = 0;
@@ -103,16 +110,16 @@ std::string_view LayerParser::take_name(const char* what) {
 }
 
 void LayerParser::parse() {
+    if (layer_.text->starts_with(byte_order_mark)) lexer_.move_to(byte_order_mark.size());
     lexer_.advance();
     if (token().is('(')) read_metadata(root_.metadata);
     while (token().kind != TokenKind::end) read_root_statement();
 }
 
 void LayerParser::read_root_statement() {
-    if (is_specifier(token()))
-        read_child(root_, root_names_);
-    else if (!token().is("reorder") || !read_reorder(root_))
-        lexer_.fail_at_token("def, over or class");
+    if (is_specifier(token())) return read_child(root_, root_names_);
+    if (take(';')) return;
+    if (!token().is("reorder") || !read_reorder(root_)) lexer_.fail_at_token("def, over or class");
     values_.end_statement('\0');
 }
 
@@ -164,19 +171,16 @@ void LayerParser::read_block(Prim& prim) {
     const NestingScope scope(depth_, lexer_);
     BlockNames names;
     expect('{', "of a prim or variant");
-    while (!take('}')) {
-        read_statement(prim, names);
-        values_.end_statement('}');
-    }
+    while (!take('}'))
+        if (!take(';')) read_statement(prim, names);
 }
 
+/// What ends in a brace needs nothing behind it, other statements a ';' or the end of the line.
 void LayerParser::read_statement(Prim& prim, BlockNames& names) {
-    if (is_specifier(token()))
-        read_child(prim, names);
-    else if (token().is("variantSet"))
-        read_variant_set(prim);
-    else if (!token().is("reorder") || !read_reorder(prim))
-        read_property(prim, names);
+    if (is_specifier(token())) return read_child(prim, names);
+    if (token().is("variantSet")) return read_variant_set(prim);
+    if (!token().is("reorder") || !read_reorder(prim)) read_property(prim, names);
+    values_.end_statement('}');
 }
 
 void LayerParser::read_variant_set(Prim& prim) {
@@ -305,7 +309,7 @@ void LayerParser::record_repeated(const Property& property) {
 /// Checks the first line; returns what stands for it in a finding, or nothing where it is right.
 std::optional<UsdFindingCode> check_first_line(std::string_view text) {
     if (text.starts_with("PXR-USDC") || text.starts_with("PK\x03\x04")) return UsdFindingCode::binary_file;
-    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    if (text.starts_with(byte_order_mark)) text.remove_prefix(byte_order_mark.size());
     if (text.find_first_not_of(" \t\r\n") == std::string_view::npos) return UsdFindingCode::empty_file;
     if (text.starts_with("#usda 1.") || text.starts_with("#sdf 1.")) return std::nullopt;
     return UsdFindingCode::not_usda;
