@@ -1,9 +1,12 @@
 #include <algorithm>
+#include <cstring>
+#include <functional>
 #include <numeric>
 
 #include "fuzz/byte_source.h"
 #include "fuzz/targets.h"
 #include "io/usda/scene.h"
+#include "io/usda/write_layer.h"
 
 namespace {
 
@@ -37,6 +40,24 @@ void check_mesh(const UsdMesh& mesh) {
     }
 }
 
+/// What is read must be written and read again with the same bits.
+void check_round_trip(const UsdMesh& mesh) {
+    const std::span<const float> points = mesh.points.sample(0);
+    UsdaMesh out{"mesh", points, mesh.counts, mesh.indices};
+    out.crease_indices = mesh.crease_indices;
+    out.crease_lengths = mesh.crease_lengths;
+    out.crease_sharpnesses = mesh.crease_sharpnesses;
+    std::string text;
+    write_usda({&out, 1}, {}, [&text](std::string_view bytes) { text += bytes; });
+    const UsdSceneResult read = read_usd_scene(text);
+    require(read.scene && read.scene->meshes.size() == 1);
+    const UsdMesh& again = read.scene->meshes[0];
+    require(again.counts == mesh.counts && again.indices == mesh.indices);
+    require(again.points.values.size() == points.size());
+    require(points.empty() || std::memcmp(again.points.values.data(), points.data(), points.size_bytes()) == 0);
+    require(again.crease_sharpnesses == mesh.crease_sharpnesses);
+}
+
 }  // namespace
 
 void sds_fuzz::read_usda_bytes(const std::uint8_t* data, std::size_t size) {
@@ -50,6 +71,7 @@ void sds_fuzz::read_usda_bytes(const std::uint8_t* data, std::size_t size) {
     if (!read.scene) return;
     for (const UsdMesh& mesh : read.scene->meshes) {
         check_mesh(mesh);
+        check_round_trip(mesh);
         require(!prim_path(*read.scene, mesh.node).empty());
         const std::vector<double> times = transform_times(*read.scene, mesh.node);
         world_matrix(*read.scene, mesh.node, times.empty() ? 0.0 : (times.front() + times.back()) / 2);
