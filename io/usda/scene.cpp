@@ -52,7 +52,7 @@ void SceneReader::read_stage() {
     if (const Metadatum* prim = layer_.root.find_metadatum("defaultPrim"))
         scene_.default_prim = prim->value.string().value_or("");
     scene_.meters_per_unit = stage_number("metersPerUnit").value_or(scene_.meters_per_unit);
-    // each of the two rates stands for the other where that is missing
+    // the frames' rate stands for that of the time codes where that is missing
     const auto codes = stage_number("timeCodesPerSecond"), frames = stage_number("framesPerSecond");
     scene_.time_codes_per_second = codes.value_or(frames.value_or(24.0));
     scene_.frames_per_second = frames.value_or(24.0);

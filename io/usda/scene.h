@@ -66,7 +66,8 @@ struct UsdSubset {
     std::vector<std::uint32_t> faces;
 };
 
-/// A mesh in its own space; every index and count is checked, every position finite.
+/// A mesh in its own space; every index and count is checked, every position finite. Faces of fewer than three corners
+/// are kept.
 struct UsdMesh {
     std::uint32_t node = 0;      ///< of UsdScene::nodes
     Timed<float> points;         ///< x y z; every sample of one size

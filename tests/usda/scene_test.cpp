@@ -161,11 +161,13 @@ TEST(UsdPrimvars, ThoseThatDoNotFitAreLeftOut) {
     for (const char* body : {
              "float[] primvars:x = [1, 2] (interpolation = 'vertex')",
              "float[] primvars:x = [1, 2] (interpolation = 'sideways')",
-             "float[] primvars:x = [1, 2, 3] (interpolation = 'uniform'; elementSize = 2)",
+             "float[] primvars:x = [1, 2, 3, 4, 5] (interpolation = 'uniform'; elementSize = 2)",
              "float[] primvars:x = [1, 2] (interpolation = 'uniform'; elementSize = 0)",
              "float[] primvars:x = [1, 2] (interpolation = 'uniform')\nint[] primvars:x:indices = [0, 2]",
              "float[] primvars:x = [1, 2] (interpolation = 'uniform')\nint[] primvars:x:indices = [-1, 0]",
              "float[] primvars:x = [1, 2] (interpolation = 'uniform')\nint[] primvars:x:indices = [1]",
+             "float[] primvars:x.timeSamples = { 1: [1], 2: [1, 2] } (interpolation = 'uniform')\n"
+             "int[] primvars:x:indices = [0, 1]",
          })
         EXPECT_THAT(mesh_of(body, {UsdFindingCode::bad_primvar}).primvars, IsEmpty());
     scene_of(quads() + "def Xform \"x\" { float primvars:a = 1 }", {UsdFindingCode::ignored_primvar});
@@ -187,7 +189,7 @@ TEST(UsdMesh, HasItsSubsetsOfFaces) {
 }
 
 TEST(UsdScene, KnowsItsStageAndCameras) {
-    std::string text = quads(), empty = scene_of(text).default_prim;
+    std::string text = quads();
     EXPECT_EQ(scene_of(text).meters_per_unit, 0.01);
     EXPECT_EQ(scene_of(text).start_time_code, std::nullopt);
     text.insert(10, R"(( upAxis = "Z"; metersPerUnit = 1; startTimeCode = 1; endTimeCode = 48; framesPerSecond = 25

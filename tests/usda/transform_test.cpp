@@ -128,7 +128,7 @@ def Xform "a" {
     double3 xformOp:translate.timeSamples = { 10: (0, 0, 0), 20: (10, 0, 0) }
     uniform token[] xformOpOrder = ["xformOp:translate"]
     def Mesh "m" {
-        quatf xformOp:orient.timeSamples = { 10: (1, 0, 0, 0), 14: (0, 0, 0, -1) }
+        quatf xformOp:orient.timeSamples = { 10: (-1, 0, 0, 0), 14: (1, 0, 0, 1) }
         float xformOp:rotateX.timeSamples = { 14: 0, 18: 360 }
         uniform token[] xformOpOrder = ["xformOp:orient", "xformOp:rotateX"]
 )") + mesh_body + "} }\n");
@@ -138,9 +138,9 @@ def Xform "a" {
         return [=](const Point& p) { return moved({x, 0, 0}, about('Z', about_z, about('X', about_x, p))); };
     };
     expect_motion(scene, node, 0, at(0, 0, 0));
-    expect_motion(scene, node, 11, at(1, -45, 0));
-    expect_motion(scene, node, 15, at(5, -180, 90));
-    expect_motion(scene, node, 99, at(10, -180, 0));
+    expect_motion(scene, node, 11, at(1, 22.5, 0));
+    expect_motion(scene, node, 15, at(5, 90, 90));
+    expect_motion(scene, node, 99, at(10, 90, 0));
     const Timed<double> all = world_transform(scene, node);
     ASSERT_EQ(all.sample_count(), 4u);
     const Matrix4 third = world_matrix(scene, node, 18);
