@@ -9,6 +9,8 @@ namespace sds_fuzz {
 
 // An OBJ file with tags; a small cage is built.
 void read_obj_bytes(const std::uint8_t* data, std::size_t size);
+// A USD text layer, to its meshes and transforms.
+void read_usda_bytes(const std::uint8_t* data, std::size_t size);
 // JSON: properties on a cube, or a frustum when the text does not begin with a list.
 void read_json_bytes(const std::uint8_t* data, std::size_t size);
 // Counts, indices, creases, groups, UVs and rays of a mesh, through the checker to the build and its queries.

@@ -1,0 +1,175 @@
+#include "io/usda/finding.h"
+
+#include <algorithm>
+
+namespace sds_usda {
+
+namespace {
+
+struct CodeText {
+    const char* name;
+    UsdSeverity severity;
+    const char* message;
+    const char* action;
+};
+
+CodeText text_of(UsdFindingCode code) {
+    using enum UsdFindingCode;
+    using enum UsdSeverity;
+    switch (code) {
+        case empty_file:
+            return {"empty_file", error, "the file is empty", ""};
+        case binary_file:
+            return {"binary_file", error, "a binary USD file; convert it to text (.usda) first", ""};
+        case not_usda:
+            return {"not_usda", error, "not a USD text file: it does not begin with '#usda 1.0'", ""};
+        case syntax:
+            return {"syntax", error, "unexpected text", ""};
+        case unterminated:
+            return {"unterminated", error, "the end is missing", ""};
+        case not_a_number:
+            return {"not_a_number", error, "not a number", ""};
+        case number_out_of_range:
+            return {"number_out_of_range", error, "number beyond the range of its type", ""};
+        case wrong_value:
+            return {"wrong_value", error, "the value is not of its type", ""};
+        case nested_too_deep:
+            return {"nested_too_deep", error, "nested too deep", ""};
+        case duplicate_prim:
+            return {"duplicate_prim", error, "two prims of one path", ""};
+        case no_mesh:
+            return {"no_mesh", error, "no Mesh in the layer", ""};
+        case missing_attribute:
+            return {"missing_attribute", warning, "a Mesh lacks an attribute", "the mesh left out"};
+        case wrong_attribute_type:
+            return {"wrong_attribute_type", error, "attribute of a wrong type", ""};
+        case unsupported_scheme:
+            return {"unsupported_scheme", error, "subdivision scheme other than catmullClark, bilinear and none", ""};
+        case non_finite_number:
+            return {"non_finite_number", error, "NaN or infinite number", ""};
+        case wrong_count:
+            return {"wrong_count", error, "arrays that do not fit together", ""};
+        case index_out_of_range:
+            return {"index_out_of_range", error, "index out of range", ""};
+        case too_many_elements:
+            return {"too_many_elements", error, "more than 2^32 - 1 face-corners or vertices", ""};
+        case composition_arc:
+            return {"composition_arc", warning, "composition arc", "ignored; flatten first"};
+        case negative_sharpness:
+            return {"negative_sharpness", warning, "negative sharpness", "taken as smooth"};
+        case unknown_token:
+            return {"unknown_token", warning, "value that the schema does not know", "the default taken"};
+        case unknown_variant:
+            return {"unknown_variant", warning, "selection of a variant that is not there", "no variant taken"};
+        case blocked_sample:
+            return {"blocked_sample", warning, "time sample None", "left out"};
+        case repeated_value:
+            return {"repeated_value", warning, "a second value for one property", "the last taken"};
+        case changing_topology:
+            return {"changing_topology", warning, "several time samples of what cannot move", "the first taken"};
+        case bad_primvar:
+            return {"bad_primvar", warning, "primvar that does not fit its mesh", "left out"};
+        case bad_subset:
+            return {"bad_subset", warning, "GeomSubset that does not fit its mesh", "left out"};
+        case bad_transform:
+            return {"bad_transform", warning, "transform operation that cannot be followed", "left out"};
+        case no_selection:
+            return {"no_selection", note, "variant set without a selection", "no variant taken"};
+        case unknown_schema:
+            return {"unknown_schema", note, "prims of an unknown schema", "ignored"};
+        case undefined_prim:
+            return {"undefined_prim", note, "'over' of a prim that nothing defines", "ignored"};
+        case ignored_spline:
+            return {"ignored_spline", note, "spline", "ignored"};
+        case ignored_normals:
+            return {"ignored_normals", note, "normals", "ignored: they follow from the surface"};
+        case ignored_attribute:
+            return {"ignored_attribute", note, "property without a bearing on the surface", "ignored"};
+        case ignored_primvar:
+            return {"ignored_primvar", note, "primvar on a prim that is no mesh", "ignored: nothing inherits it"};
+    }
+    return {"unknown", error, "unknown finding", ""};
+}
+
+bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0u) == 0x80u; }
+
+}  // namespace
+
+UsdSeverity severity_of(UsdFindingCode code) { return text_of(code).severity; }
+
+const char* to_name(UsdFindingCode code) { return text_of(code).name; }
+
+const char* to_name(UsdSeverity severity) {
+    switch (severity) {
+        case UsdSeverity::error:
+            return "error";
+        case UsdSeverity::warning:
+            return "warning";
+        case UsdSeverity::note:
+            return "note";
+    }
+    return "unknown";
+}
+
+UsdFinding* UsdFindings::find(UsdFindingCode code) {
+    const auto entry =
+        std::find_if(entries_.begin(), entries_.end(), [code](const UsdFinding& f) { return f.code == code; });
+    return entry == entries_.end() ? nullptr : &*entry;
+}
+
+void UsdFindings::record_each(UsdFindingCode code, std::size_t offset, std::string detail) {
+    std::size_t known = 0;
+    for (UsdFinding& entry : entries_) {
+        if (entry.code != code) continue;
+        if (entry.detail == detail || ++known == max_details) {
+            ++entry.count;
+            return;
+        }
+    }
+    entries_.push_back({code, 1, offset, 0, 0, std::move(detail)});
+}
+
+void UsdFindings::settle_places(std::string_view text) {
+    std::stable_sort(entries_.begin(), entries_.end(),
+                     [](const UsdFinding& a, const UsdFinding& b) { return a.offset + 1 < b.offset + 1; });
+    std::size_t at = 0, line = 1, column = 1;
+    for (UsdFinding& entry : entries_) {
+        if (entry.offset == whole_file) continue;
+        for (; at < entry.offset && at < text.size(); ++at) {
+            const bool ends_line = text[at] == '\n' || (text[at] == '\r' && text.substr(at + 1, 1) != "\n");
+            if (ends_line) {
+                ++line;
+                column = 1;
+            } else if (!is_continuation(text[at])) {
+                ++column;
+            }
+        }
+        entry.line = line;
+        entry.column = column;
+    }
+}
+
+bool UsdFindings::has_errors() const {
+    return std::any_of(entries_.begin(), entries_.end(),
+                       [](const UsdFinding& f) { return severity_of(f.code) == UsdSeverity::error; });
+}
+
+std::string to_text(const UsdFinding& finding, const std::string& file) {
+    const CodeText text = text_of(finding.code);
+    std::string line = file;
+    if (finding.line != 0) line += ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column);
+    line += std::string(": ") + to_name(text.severity) + ": " + text.message;
+    if (!finding.detail.empty()) line += " (" + finding.detail + ")";
+    if (*text.action != '\0') line += std::string(", ") + text.action;
+    if (finding.count > 1) line += "; " + std::to_string(finding.count) + " cases, first here";
+    return line;
+}
+
+std::string quoted(std::string_view text) {
+    constexpr std::size_t longest = 40;
+    std::string out = "'";
+    for (const char c : text.substr(0, longest)) out += c >= ' ' && c <= '~' ? c : '?';
+    return out + (text.size() > longest ? "...'" : "'");
+}
+
+}  // namespace sds_usda

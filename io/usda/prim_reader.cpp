@@ -1,0 +1,107 @@
+#include "io/usda/prim_reader.h"
+
+#include "io/usda/lexer.h"
+
+namespace sds_usda {
+
+std::size_t place_of_scalar(const std::string& text, std::size_t offset, std::size_t index) {
+    std::deque<std::string> decoded;
+    Lexer lexer(text, decoded);
+    lexer.move_to(offset);
+    lexer.advance();
+    while (lexer.token().kind != TokenKind::end) {
+        const Token token = lexer.token();
+        lexer.advance();
+        const bool is_scalar =
+            token.kind == TokenKind::number || (token.kind == TokenKind::identifier && !token.is("None"));
+        if (!is_scalar || lexer.token().is(':')) continue;  // that is the time of a sample
+        if (index-- == 0) return token.offset;
+    }
+    return offset;
+}
+
+std::string name_in(std::string_view attribute, const Prim& prim) {
+    return quoted(attribute) + " of " + quoted(prim.name);
+}
+
+PrimReader::PrimReader(Prim& prim, const std::string& text, UsdFindings& findings)
+    : prim_(prim), text_(text), findings_(findings), asked_(prim.properties.size(), false) {
+    for (std::size_t i = 0; i < prim.properties.size(); ++i) places_.emplace(prim.properties[i].name, i);
+}
+
+Property* PrimReader::find(std::string_view name) {
+    const auto place = places_.find(name);
+    if (place == places_.end()) return nullptr;
+    asked_[place->second] = true;
+    return &prim_.properties[place->second];
+}
+
+Value* PrimReader::value_of(Property& property) {
+    if (property.samples && !property.samples->times.empty()) return &property.samples->values;
+    return property.value ? &*property.value : nullptr;
+}
+
+bool PrimReader::check_type(const Property& property, const Value& value, ValueType wanted, bool is_right_kind) {
+    const bool is_right =
+        is_right_kind && value.type.components == wanted.components && value.type.is_array == wanted.is_array;
+    if (is_right) return true;
+    findings_.record(UsdFindingCode::wrong_attribute_type, property.offset, [&] {
+        std::string words = wanted.kind == ValueKind::int32 ? "int" : "float";
+        if (wanted.components > 1) words += std::to_string(wanted.components);
+        return name_in(property.name, prim_) + " is " + std::string(property.type) + (property.is_array ? "[]" : "") +
+               ", expected " + words + (wanted.is_array ? "[]" : "");
+    });
+    return false;
+}
+
+std::vector<std::uint32_t> PrimReader::take_indices(std::string_view name, std::size_t limit) {
+    std::vector<std::int32_t> taken = take_array<std::int32_t>(name);
+    for (std::size_t i = 0; i < taken.size(); ++i) {
+        if (taken[i] >= 0 && static_cast<std::size_t>(taken[i]) < limit) continue;
+        findings_.record(UsdFindingCode::index_out_of_range, place_of(name, i), [&] {
+            return std::to_string(taken[i]) + " of " + std::to_string(limit) + " in " + name_in(name, prim_);
+        });
+        return {};
+    }
+    return {taken.begin(), taken.end()};
+}
+
+std::optional<std::string_view> PrimReader::take_string(std::string_view name) {
+    Property* property = find(name);
+    const Value* value = property == nullptr ? nullptr : value_of(*property);
+    return value == nullptr ? std::nullopt : value->string();
+}
+
+bool PrimReader::take_bool(std::string_view name, bool otherwise) {
+    Property* property = find(name);
+    const Value* value = property == nullptr ? nullptr : value_of(*property);
+    return value == nullptr ? otherwise : value->boolean().value_or(otherwise);
+}
+
+std::size_t PrimReader::place_of(std::string_view name) const {
+    const auto place = places_.find(name);
+    return place == places_.end() ? prim_.offset : prim_.properties[place->second].offset;
+}
+
+std::size_t PrimReader::place_of(std::string_view name, std::size_t index) const {
+    const auto place = places_.find(name);
+    if (place == places_.end()) return prim_.offset;
+    const Property& property = prim_.properties[place->second];
+    if (property.samples && property.samples->values.offset != 0) {
+        if (!property.samples->in_file_order) return property.offset;
+        return place_of_scalar(text_, property.samples->values.offset, index);
+    }
+    return property.value ? place_of_scalar(text_, property.value->offset, index) : property.offset;
+}
+
+void PrimReader::record_ignored() {
+    for (std::size_t i = 0; i < asked_.size(); ++i) {
+        const Property& property = prim_.properties[i];
+        const bool has_content = property.value || property.samples || !property.paths.empty();
+        if (asked_[i] || !has_content) continue;
+        findings_.record(UsdFindingCode::ignored_attribute, property.offset,
+                         [&] { return name_in(property.name, prim_); });
+    }
+}
+
+}  // namespace sds_usda

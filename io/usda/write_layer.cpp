@@ -1,0 +1,251 @@
+#include "io/usda/write_layer.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <unordered_set>
+
+namespace sds_usda {
+
+namespace {
+
+bool is_identifier_char(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+/// A prim's name made of `name`, unlike those in `taken`.
+std::string prim_name(const std::string& name, std::unordered_set<std::string>& taken) {
+    std::string made = name;
+    std::replace_if(
+        made.begin(), made.end(), [](char c) { return !is_identifier_char(c); }, '_');
+    if (made.empty() || (made.front() >= '0' && made.front() <= '9')) made.insert(made.begin(), '_');
+    const std::string stem = made;
+    for (std::size_t i = 1; !taken.insert(made).second; ++i) made = stem + "_" + std::to_string(i);
+    return made;
+}
+
+class LayerWriter {
+public:
+    explicit LayerWriter(const std::function<void(std::string_view)>& write) : write_(write) {}
+
+    void write_layer(std::span<const UsdaMesh> meshes, const UsdaStage& stage);
+
+private:
+    void text(std::string_view bytes);
+    void line(std::string_view bytes);
+    void string(std::string_view bytes);
+    template <class T>
+    void number(T value);
+    template <class T>
+    void array(std::string_view head, std::span<const T> values);
+    template <class At>
+    void tuples(std::size_t count, std::size_t components, At at);
+    void word(std::string_view head, std::string_view value);
+    void begin_prim(std::string_view type, const std::string& name, std::unordered_set<std::string>& taken);
+    void end_prim();
+    void write_mesh(const UsdaMesh& mesh);
+    void write_extent(std::span<const float> points);
+    void write_creases(const UsdaMesh& mesh);
+    void write_primvar(const UsdaPrimvar& primvar);
+    void write_groups(const UsdaMesh& mesh);
+    void flush();
+
+    const std::function<void(std::string_view)>& write_;
+    std::string buffer_;
+    std::string indent_;
+};
+
+void LayerWriter::flush() {
+    if (!buffer_.empty()) write_(buffer_);
+    buffer_.clear();
+}
+
+void LayerWriter::text(std::string_view bytes) {
+    constexpr std::size_t block = std::size_t{1} << 16;
+    buffer_ += bytes;
+    if (buffer_.size() >= block) flush();
+}
+
+void LayerWriter::line(std::string_view bytes) {
+    text(indent_);
+    text(bytes);
+    text("\n");
+}
+
+void LayerWriter::string(std::string_view bytes) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    text("\"");
+    for (const char c : bytes) {
+        const auto code = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\')
+            text(std::string{'\\', c});
+        else if (code < 0x20 || code == 0x7F)
+            text(std::string{'\\', 'x', digits[code >> 4], digits[code & 15u]});
+        else
+            text({&c, 1});
+    }
+    text("\"");
+}
+
+template <class T>
+void LayerWriter::number(T value) {
+    if constexpr (std::is_floating_point_v<T>)
+        if (std::isnan(value)) return text("nan");
+    std::array<char, 32> digits;
+    const char* end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+    text({digits.data(), static_cast<std::size_t>(end - digits.data())});
+}
+
+template <class T>
+void LayerWriter::array(std::string_view head, std::span<const T> values) {
+    text(indent_);
+    text(head);
+    text(" = ");
+    tuples(values.size(), 1, [&](std::size_t i, std::size_t) { return values[i]; });
+    text("\n");
+}
+
+/// "[(..), ..]" of the scalars at(element, component); without brackets around a single one.
+template <class At>
+void LayerWriter::tuples(std::size_t count, std::size_t components, At at) {
+    text("[");
+    for (std::size_t i = 0; i < count; ++i) {
+        if (i != 0) text(", ");
+        if (components > 1) text("(");
+        for (std::size_t k = 0; k < components; ++k) {
+            if (k != 0) text(", ");
+            number(at(i, k));
+        }
+        if (components > 1) text(")");
+    }
+    text("]");
+}
+
+void LayerWriter::word(std::string_view head, std::string_view value) {
+    text(indent_);
+    text("uniform token ");
+    text(head);
+    text(" = ");
+    string(value);
+    text("\n");
+}
+
+void LayerWriter::begin_prim(std::string_view type, const std::string& name, std::unordered_set<std::string>& taken) {
+    const std::string made = prim_name(name, taken);
+    text(indent_ + "def " + std::string(type) + " \"" + made + "\"");
+    if (made != name) {
+        text(" (\n" + indent_ + "    displayName = ");
+        string(name);
+        text("\n" + indent_ + ")");
+    }
+    text("\n" + indent_ + "{\n");
+    indent_ += "    ";
+}
+
+void LayerWriter::end_prim() {
+    indent_.resize(indent_.size() - 4);
+    line("}");
+}
+
+void LayerWriter::write_extent(std::span<const float> points) {
+    if (points.size() < 3) return;
+    std::array<float, 6> extent{points[0], points[1], points[2], points[0], points[1], points[2]};
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        extent[i % 3] = std::min(extent[i % 3], points[i]);
+        extent[3 + i % 3] = std::max(extent[3 + i % 3], points[i]);
+    }
+    text(indent_ + "float3[] extent = ");
+    tuples(2, 3, [&](std::size_t i, std::size_t k) { return extent[3 * i + k]; });
+    text("\n");
+}
+
+void LayerWriter::write_creases(const UsdaMesh& mesh) {
+    if (!mesh.hole_indices.empty()) array("int[] holeIndices", mesh.hole_indices);
+    if (!mesh.crease_indices.empty()) {
+        array("int[] creaseIndices", mesh.crease_indices);
+        array("int[] creaseLengths", mesh.crease_lengths);
+        array("float[] creaseSharpnesses", mesh.crease_sharpnesses);
+    }
+    if (!mesh.corner_indices.empty()) {
+        array("int[] cornerIndices", mesh.corner_indices);
+        array("float[] cornerSharpnesses", mesh.corner_sharpnesses);
+    }
+}
+
+void LayerWriter::write_primvar(const UsdaPrimvar& primvar) {
+    const std::size_t count = (primvar.values.size() + primvar.stride - primvar.components) / primvar.stride;
+    const bool has_gaps =
+        std::find(primvar.indices.begin(), primvar.indices.end(), no_element) != primvar.indices.end();
+    const std::string name = primvar.type_name + "[] primvars:" + primvar.name;
+    text(indent_ + name + " = ");
+    tuples(count + (has_gaps ? 1 : 0), primvar.components,
+           [&](std::size_t i, std::size_t k) { return i < count ? primvar.values[i * primvar.stride + k] : 0.0f; });
+    text(" (\n");
+    const auto interpolation = interpolation_words[static_cast<std::size_t>(primvar.interpolation)];
+    line("    interpolation = \"" + std::string(interpolation) + "\"");
+    line(")");
+    if (primvar.indices.empty()) return;
+    text(indent_ + "int[] primvars:" + primvar.name + ":indices = ");
+    tuples(primvar.indices.size(), 1, [&](std::size_t i, std::size_t) {
+        return primvar.indices[i] == no_element ? count : std::size_t{primvar.indices[i]};
+    });
+    text("\n");
+}
+
+void LayerWriter::write_groups(const UsdaMesh& mesh) {
+    if (mesh.polygon_groups.empty()) return;
+    word("subsetFamily:materialBind:familyType", "partition");
+    std::vector<std::vector<std::uint32_t>> faces(mesh.group_names.size());
+    for (std::size_t f = 0; f < mesh.polygon_groups.size(); ++f)
+        faces[mesh.polygon_groups[f]].push_back(static_cast<std::uint32_t>(f));
+    std::unordered_set<std::string> taken;
+    for (std::size_t g = 0; g < faces.size(); ++g) {
+        begin_prim("GeomSubset", mesh.group_names[g], taken);
+        word("elementType", "face");
+        word("familyName", "materialBind");
+        array("int[] indices", std::span<const std::uint32_t>(faces[g]));
+        end_prim();
+    }
+}
+
+void LayerWriter::write_mesh(const UsdaMesh& mesh) {
+    word("subdivisionScheme", scheme_words[static_cast<std::size_t>(mesh.scheme)]);
+    word("interpolateBoundary", boundary_words[static_cast<std::size_t>(mesh.interpolate_boundary)]);
+    word("faceVaryingLinearInterpolation", face_varying_words[static_cast<std::size_t>(mesh.face_varying_linear)]);
+    word("triangleSubdivisionRule", triangle_words[static_cast<std::size_t>(mesh.triangle_rule)]);
+    word("orientation", mesh.is_left_handed ? "leftHanded" : "rightHanded");
+    write_extent(mesh.points);
+    text(indent_ + "point3f[] points = ");
+    tuples(mesh.points.size() / 3, 3, [&](std::size_t i, std::size_t k) { return mesh.points[3 * i + k]; });
+    text("\n");
+    array("int[] faceVertexCounts", mesh.counts);
+    array("int[] faceVertexIndices", mesh.indices);
+    write_creases(mesh);
+    for (const UsdaPrimvar& primvar : mesh.primvars) write_primvar(primvar);
+    write_groups(mesh);
+}
+
+void LayerWriter::write_layer(std::span<const UsdaMesh> meshes, const UsdaStage& stage) {
+    text("#usda 1.0\n(\n    defaultPrim = \"World\"\n    metersPerUnit = ");
+    number(stage.meters_per_unit);
+    text(stage.up_axis == UpAxis::z ? "\n    upAxis = \"Z\"\n)\n\n" : "\n    upAxis = \"Y\"\n)\n\n");
+    std::unordered_set<std::string> roots, names;
+    begin_prim("Xform", "World", roots);
+    for (const UsdaMesh& mesh : meshes) {
+        begin_prim("Mesh", mesh.name, names);
+        write_mesh(mesh);
+        end_prim();
+    }
+    end_prim();
+    flush();
+}
+
+}  // namespace
+
+void write_usda(std::span<const UsdaMesh> meshes, const UsdaStage& stage,
+                const std::function<void(std::string_view)>& write) {
+    LayerWriter(write).write_layer(meshes, stage);
+}
+
+}  // namespace sds_usda
