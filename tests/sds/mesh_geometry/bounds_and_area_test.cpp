@@ -173,8 +173,10 @@ TEST(Bounds, HoldTheFiniteControlPoints) {
                 (*kernels)->add_patches(sds::get_patch_arrays(broken.geometry), groups.get_data(), 0,
                                         broken.quad_count(), &sums);
                 for (unsigned int axis = 0; axis < 3; ++axis) {
-                    EXPECT_EQ(sums.low[axis], expected.get_min()[axis]) << (*kernels)->name;
-                    EXPECT_EQ(sums.high[axis], expected.get_max()[axis]) << (*kernels)->name;
+                    EXPECT_EQ(sums.low[axis], expected.get_min()[axis])
+                        << "table " << kernels - sds::get_all_pair_kernels();
+                    EXPECT_EQ(sums.high[axis], expected.get_max()[axis])
+                        << "table " << kernels - sds::get_all_pair_kernels();
                 }
                 for (const double area : sums.areas) EXPECT_TRUE(std::isfinite(area));
             }
