@@ -2,6 +2,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <stdexcept>
 
 #include "render/image.h"
 #include "render/render_types.h"

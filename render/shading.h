@@ -5,7 +5,7 @@
 #include "render/camera.h"
 #include "render/sampling.h"
 #include "render/scene.h"
-#include "render/surface.h"
+#include "render/surface_point.h"
 
 namespace sds_render {
 

@@ -1,14 +1,17 @@
-#include "cli/build_estimate.h"
+#include "model/build_estimate.h"
 
 #include <gmock/gmock.h>
 
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "cli/read_obj.h"
+#include "io/obj/read_obj.h"
 #include "sds_process.h"
 
 namespace sds_cli {
+
+using namespace sds_model;
+
 namespace {
 
 using Json = nlohmann::json;

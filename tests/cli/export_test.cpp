@@ -5,7 +5,7 @@
 #include <cmath>
 #include <set>
 
-#include "cli/read_obj.h"
+#include "io/obj/read_obj.h"
 #include "sds_process.h"
 
 namespace sds_cli {

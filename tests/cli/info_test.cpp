@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "cli/stage_timer.h"
+#include "model/stage_timer.h"
 #include "sds_process.h"
 
 namespace sds_cli {

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "cli/read_obj.h"
+#include "io/obj/read_obj.h"
 #include "qn_gmath/gmath_vec.h"
 #include "sds_process.h"
 

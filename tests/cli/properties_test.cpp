@@ -5,8 +5,8 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "cli/property_file.h"
-#include "cli/read_obj.h"
+#include "io/obj/read_obj.h"
+#include "io/property_file.h"
 #include "sds_process.h"
 
 namespace sds_cli {

@@ -1,13 +1,14 @@
-#include "cli/read_obj.h"
+#include "io/obj/read_obj.h"
 
 #include <cmath>
 
-#include "cli/surface.h"
 #include "fuzz/byte_source.h"
 #include "fuzz/targets.h"
+#include "model/surface.h"
 
 void sds_fuzz::read_obj_bytes(const std::uint8_t* data, std::size_t size) {
-    using namespace sds_cli;
+    using namespace sds_io;
+    using namespace sds_model;
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     const ReadObjResult read = read_obj_text(text, "fuzz.obj", {.max_corners = 4000});
     require(read.cage.has_value() != read.findings.has_errors());

@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "support/ray_checks.h"
+#include "oracles/ray_checks.h"
 
 namespace sds_test {
 namespace {

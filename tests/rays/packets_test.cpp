@@ -3,8 +3,8 @@
 
 #include <random>
 
+#include "oracles/ray_checks.h"
 #include "render/scene.h"
-#include "support/ray_checks.h"
 
 namespace sds_test {
 namespace {

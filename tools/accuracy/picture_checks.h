@@ -1,10 +1,10 @@
 // Pictures of a surface against each other: levels, and blur against stills.
 #pragma once
 
+#include "oracles/moving_surface.h"
 #include "render/camera.h"
 #include "render/image.h"
 #include "render/scene.h"
-#include "support/moving_surface.h"
 
 namespace sds_test {
 

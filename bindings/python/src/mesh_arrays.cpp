@@ -4,18 +4,18 @@
 #include <cmath>
 #include <numeric>
 
-#include "cli/array_view.h"
-#include "cli/cage_edges.h"
-#include "cli/mesh_findings.h"
+#include "model/array_view.h"
+#include "model/cage_edges.h"
+#include "model/mesh_findings.h"
 #include "qn_poly/poly_check.h"
 
 namespace sds_python {
 
 namespace {
 
-using sds_cli::FindingCode;
-using sds_cli::Findings;
-using sds_cli::FirstCase;
+using sds_model::FindingCode;
+using sds_model::Findings;
+using sds_model::FirstCase;
 
 constexpr float infinite_sharpness = 10.0f;
 
@@ -37,7 +37,7 @@ std::uint32_t first_corner(std::span<const std::uint32_t> face_counts, std::uint
 /// Adds what the host's checker found in an array of vectors; `what` names one of them.
 void add_vector_findings(const PolyFindings& found, std::span<const float> values, const std::string& what,
                          Findings& findings) {
-    sds_cli::add_mesh_findings(found, findings, [&](PolyFindingCode, const PolyPlace& place) {
+    sds_model::add_mesh_findings(found, findings, [&](PolyFindingCode, const PolyPlace& place) {
         std::uint32_t axis = 0;
         while (axis < 2 && std::fabs(values[3 * place.item + axis]) <= poly_max_coordinate) ++axis;
         return FirstCase{what + " " + std::to_string(place.item), std::string(1, "xyz"[axis]), {}};
@@ -77,20 +77,20 @@ FirstCase describe_face(const MeshArrays& mesh, PolyFindingCode code, const Poly
 }
 
 void check_faces(const MeshArrays& mesh, Findings& findings) {
-    const auto counts = sds_cli::view_of(mesh.face_counts), indices = sds_cli::view_of(mesh.face_indices);
+    const auto counts = sds_model::view_of(mesh.face_counts), indices = sds_model::view_of(mesh.face_indices);
     const auto point_count = static_cast<std::uint32_t>(mesh.points.size() / 3);
     PolyFindings found;
     if (poly_check_polygons(point_count, counts, indices, found)) poly_check_edges(point_count, counts, indices, found);
-    sds_cli::add_mesh_findings(found, findings, [&](PolyFindingCode code, const PolyPlace& place) {
+    sds_model::add_mesh_findings(found, findings, [&](PolyFindingCode code, const PolyPlace& place) {
         return describe_face(mesh, code, place);
     });
 }
 
-void settle_uvs(std::span<const std::uint32_t> face_counts, sds_cli::UvSource& uvs, Findings& findings) {
+void settle_uvs(std::span<const std::uint32_t> face_counts, sds_model::UvSource& uvs, Findings& findings) {
     const std::string name = "UV map '" + uvs.name + "', ";
     check_finite(uvs.points, name + "point", findings);
     PolyFindings found;
-    poly_check_uvs(sds_cli::points_view(uvs.points), sds_cli::view_of(uvs.indices), sds_cli::view_of(face_counts),
+    poly_check_uvs(sds_model::points_view(uvs.points), sds_model::view_of(uvs.indices), sds_model::view_of(face_counts),
                    found);
     for (const PolyFindingCode code : {PolyFindingCode::index_out_of_range, PolyFindingCode::half_mapped_polygon}) {
         const auto describe = [&] {
@@ -101,14 +101,14 @@ void settle_uvs(std::span<const std::uint32_t> face_counts, sds_cli::UvSource& u
             return FirstCase{
                 name + corner_place(place.polygon, corner), index_of(place.item, uvs.points.size() / 3), {}};
         };
-        findings.record(sds_cli::to_finding_code(code, PolyArray::uvs), describe, found.count(code));
+        findings.record(sds_model::to_finding_code(code, PolyArray::uvs), describe, found.count(code));
     }
     if (found.count(PolyFindingCode::half_mapped_polygon) == 0) return;
     std::size_t first = 0;
     for (std::size_t f = 0; f < face_counts.size(); first += face_counts[f++]) {
         const std::span corners(uvs.indices.data() + first, face_counts[f]);
-        if (std::find(corners.begin(), corners.end(), sds_cli::unmapped_corner) != corners.end())
-            std::fill(corners.begin(), corners.end(), sds_cli::unmapped_corner);
+        if (std::find(corners.begin(), corners.end(), sds_model::unmapped_corner) != corners.end())
+            std::fill(corners.begin(), corners.end(), sds_model::unmapped_corner);
     }
 }
 
@@ -131,14 +131,14 @@ void check_creases(const MeshArrays& mesh, Findings& findings) {
 void throw_errors(const Findings& findings) {
     if (!findings.has_errors()) return;
     std::string text;
-    for (const sds_cli::Finding& finding : findings.entries())
-        if (sds_cli::severity_of(finding.code) == sds_cli::Severity::error)
-            text += (text.empty() ? "" : "\n") + sds_cli::to_text(finding);
+    for (const sds_model::Finding& finding : findings.entries())
+        if (sds_model::severity_of(finding.code) == sds_model::Severity::error)
+            text += (text.empty() ? "" : "\n") + sds_model::to_text(finding);
     throw MeshError(text, findings);
 }
 
 void check_finite(std::span<const float> values, const std::string& what, Findings& findings) {
-    const auto vectors = sds_cli::points_view(values);
+    const auto vectors = sds_model::points_view(values);
     PolyFindings found;
     poly_check_vectors(vectors, vectors.get_count(), PolyArray::positions, found);
     add_vector_findings(found, values, what, findings);
@@ -151,11 +151,11 @@ void check_arrays(MeshArrays& mesh, Findings& findings) {
     check_finite(mesh.motion, "motion of point", findings);
     check_faces(mesh, findings);
     check_creases(mesh, findings);
-    for (sds_cli::UvSource& uvs : mesh.uvs) settle_uvs(mesh.face_counts, uvs, findings);
+    for (sds_model::UvSource& uvs : mesh.uvs) settle_uvs(mesh.face_counts, uvs, findings);
 }
 
 std::vector<std::uint8_t> settle_creases(const MeshArrays& mesh, Findings& findings) {
-    const sds_cli::CageEdges edges(mesh.points.size() / 3, mesh.face_counts, mesh.face_indices);
+    const sds_model::CageEdges edges(mesh.points.size() / 3, mesh.face_counts, mesh.face_indices);
     std::vector<std::uint8_t> flags(mesh.face_indices.size(), 0);
     for (std::size_t i = 0; i < mesh.creases.sharpness.size(); ++i) {
         const std::uint32_t a = mesh.creases.vertices[2 * i], b = mesh.creases.vertices[2 * i + 1];

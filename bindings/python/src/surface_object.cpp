@@ -6,9 +6,10 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "cli/read_obj.h"
-#include "cli/sample_grid.h"
-#include "cli/surface_statistics.h"
+#include "io/json.h"
+#include "io/obj/read_obj.h"
+#include "model/sample_grid.h"
+#include "model/surface_statistics.h"
 #include "qn_ctx/ctx_eval.h"
 #include "render/batch.h"
 
@@ -21,7 +22,7 @@ namespace {
 constexpr std::size_t rays_per_chunk = 1u << 17;  // between two looks at signals
 constexpr unsigned int max_level = 12;
 
-sds_cli::SurfaceModes make_modes(unsigned int interpolation, unsigned int uv_interpolation) {
+sds_model::SurfaceModes make_modes(unsigned int interpolation, unsigned int uv_interpolation) {
     return {static_cast<SdsMeshGeometry::InterpolationMode>(interpolation),
             static_cast<SdsMeshMaps::InterpolationMode>(uv_interpolation)};
 }
@@ -68,9 +69,9 @@ py::dict to_counts(const Counts& items) {
 
 }  // namespace
 
-py::list to_list(const sds_cli::Findings& findings) {
+py::list to_list(const sds_model::Findings& findings) {
     py::list list;
-    for (const nlohmann::json& finding : sds_cli::to_json(findings)) {
+    for (const nlohmann::json& finding : sds_io::to_json(findings)) {
         py::dict entry;
         for (const char* key : {"code", "severity", "message", "detail", "action"})
             entry[key] = finding[key].get<std::string>();
@@ -112,28 +113,28 @@ SurfaceObject::SurfaceObject(const Array<float>& points, const Array<std::uint32
     throw_errors(facts_.findings);
     const std::vector<std::uint8_t> corner_creases = settle_creases(mesh, facts_.findings);
     throw_errors(facts_.findings);
-    const sds_cli::CageView cage{
+    const sds_model::CageView cage{
         mesh.points, mesh.face_counts, mesh.face_indices, corner_creases, mesh.groups, mesh.group_names, {},
         {},          mesh.colors};
     state_ = std::make_shared<const SurfaceState>(
-        std::make_unique<sds_cli::Surface>(cage, mesh.uvs, mesh.motion, make_modes(interpolation, uv_interpolation),
-                                           nullptr),
+        std::make_unique<sds_model::Surface>(cage, mesh.uvs, mesh.motion, make_modes(interpolation, uv_interpolation),
+                                             nullptr),
         std::move(time_samples));
 }
 
 std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, bool harden_fractional,
                                                        unsigned int interpolation, unsigned int uv_interpolation) {
     const py::gil_scoped_release release;
-    using sds_cli::FractionalSharpness;
-    const sds_cli::ReadObjResult read = sds_cli::read_obj(
+    using sds_io::FractionalSharpness;
+    const sds_io::ReadObjResult read = sds_io::read_obj(
         path, {.fractional = harden_fractional ? FractionalSharpness::harden : FractionalSharpness::drop});
     throw_errors(read.findings);
     std::unique_ptr<SurfaceObject> object(new SurfaceObject);
     object->facts_ = {read.cage->vertex_count(), read.cage->polygon_count(), read.findings};
     object->state_ = std::make_shared<const SurfaceState>(
-        std::make_unique<sds_cli::Surface>(read.cage->view(), std::vector<sds_cli::UvSource>{},
-                                           std::span<const float>{}, make_modes(interpolation, uv_interpolation),
-                                           nullptr),
+        std::make_unique<sds_model::Surface>(read.cage->view(), std::vector<sds_model::UvSource>{},
+                                             std::span<const float>{}, make_modes(interpolation, uv_interpolation),
+                                             nullptr),
         TimeSamples{});
     return object;
 }
@@ -145,7 +146,7 @@ void SurfaceObject::update(const Array<float>& points, const Array<float>& motio
     std::shared_ptr<const SurfaceState> next;
     {
         const py::gil_scoped_release release;
-        sds_cli::Findings findings;
+        sds_model::Findings findings;
         check_finite(span_of(points), "point", findings);
         check_finite(span_of(motion), "motion of point", findings);
         check_finite(time_samples.positions, "time samples, point", findings);
@@ -182,7 +183,7 @@ py::array SurfaceObject::sample(const Array<std::int32_t>& primitives, const Arr
     check_level(level);
     const std::shared_ptr<const SurfaceState> state = state_;
     const Fragments fragments = make_fragments(primitives, uv, span_of(times));
-    py::array_t<double> out(Shape{extent(fragments.size()), sds_cli::sample_row_size});
+    py::array_t<double> out(Shape{extent(fragments.size()), sds_model::sample_row_size});
     double* data = out.mutable_data();
     {
         const py::gil_scoped_release release;
@@ -211,10 +212,10 @@ py::array SurfaceObject::limit_grid(unsigned int cells, double time) const {
     std::vector<double> rows;
     {
         const py::gil_scoped_release release;
-        rows = sds_cli::sample_surface(state->surface(), cells, time);
+        rows = sds_model::sample_surface(state->surface(), cells, time);
     }
     const auto side = extent(cells) + 1;
-    return to_numpy(std::move(rows), {extent(quad_count()), side, side, sds_cli::sample_row_size});
+    return to_numpy(std::move(rows), {extent(quad_count()), side, side, sds_model::sample_row_size});
 }
 
 py::array SurfaceObject::patches(double time) const {
@@ -223,7 +224,7 @@ py::array SurfaceObject::patches(double time) const {
     std::vector<float> controls;
     {
         const py::gil_scoped_release release;
-        controls = sds_cli::patch_controls(state->surface(), time);
+        controls = sds_model::patch_controls(state->surface(), time);
     }
     return to_numpy(std::move(controls), {extent(quad_count()), 16, 3});
 }
@@ -233,7 +234,7 @@ py::array SurfaceObject::look_up_uvs(const Array<std::int32_t>& primitives, cons
     constexpr double rest = 0.0;
     const std::shared_ptr<const SurfaceState> state = state_;
     const Fragments fragments = make_fragments(primitives, uv, {&rest, 1});
-    py::array_t<double> out(Shape{extent(fragments.size()), sds_cli::uv_row_size});
+    py::array_t<double> out(Shape{extent(fragments.size()), sds_model::uv_row_size});
     double* data = out.mutable_data();
     {
         const py::gil_scoped_release release;
@@ -291,9 +292,9 @@ double SurfaceObject::area() const {
 }
 
 py::dict SurfaceObject::info() const {
-    const sds_cli::Surface& surface = state_->surface();
-    const sds_cli::VertexClasses vertices = sds_cli::classify_vertices(surface);
-    const sds_cli::PatchClasses patches = sds_cli::classify_patches(surface);
+    const sds_model::Surface& surface = state_->surface();
+    const sds_model::VertexClasses vertices = sds_model::classify_vertices(surface);
+    const sds_model::PatchClasses patches = sds_model::classify_patches(surface);
     py::dict info;
     info["points"] = facts_.point_count;
     info["faces"] = facts_.face_count;
@@ -304,10 +305,10 @@ py::dict SurfaceObject::info() const {
                                 py::arg("border") = vertices.border);
     info["patches"] = py::dict(py::arg("regular") = patches.regular, py::arg("boundary") = patches.boundary,
                                py::arg("irregular") = patches.irregular);
-    info["valences"] = to_counts(sds_cli::valence_histogram(surface.base()));
+    info["valences"] = to_counts(sds_model::valence_histogram(surface.base()));
     info["shading_groups"] = py::cast(group_names());
     info["uv_maps"] = py::cast(uv_names());
-    info["bytes"] = to_counts(sds_cli::array_sizes(surface));
+    info["bytes"] = to_counts(sds_model::array_sizes(surface));
     return info;
 }
 

@@ -20,7 +20,7 @@ struct UvArrays {
 /// Numbers of a surface that do not change with its positions, and everything that was said about its mesh.
 struct SurfaceFacts {
     std::size_t point_count = 0, face_count = 0;
-    sds_cli::Findings findings;
+    sds_model::Findings findings;
 };
 
 /// Members are used with the GIL held; those that take long give it back and work on a snapshot, so that an update
@@ -78,6 +78,6 @@ private:
 };
 
 /// The findings as dictionaries with the keys code, severity, cases, place, message, detail and action.
-pybind11::list to_list(const sds_cli::Findings& findings);
+pybind11::list to_list(const sds_model::Findings& findings);
 
 }  // namespace sds_python

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <limits>
 
-#include "cli/array_view.h"
-#include "cli/sample_grid.h"
+#include "model/array_view.h"
+#include "model/sample_grid.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_sys/sys_thread.h"
 #include "render/batch.h"
@@ -55,12 +55,12 @@ GeometryRay RayArrays::at(std::size_t i) const {
     return ray;
 }
 
-SurfaceState::SurfaceState(std::unique_ptr<sds_cli::Surface> surface, TimeSamples samples)
+SurfaceState::SurfaceState(std::unique_ptr<sds_model::Surface> surface, TimeSamples samples)
     : surface_(std::move(surface)), traced_(*surface_) {
     if (samples.times.empty()) return;
     using Loader = CoreSharedPointer<SdsMeshGeometry::SampleLoader, CoreSharedCounter>;
     surface_->geometry().set_positions_sampling(
-        GMathTimeSampling(sds_cli::view_of(samples.times)),
+        GMathTimeSampling(sds_model::view_of(samples.times)),
         Loader(new ArraySampleLoader(std::move(samples.positions), samples.times.size())));
 }
 
@@ -129,24 +129,24 @@ void SurfaceState::compute_limit_points(const Fragments& fragments, float* out) 
 void SurfaceState::sample(const Fragments& fragments, unsigned int level, double* out) const {
     const SdsMesh mesh = surface_->mesh(level);
     for_each_fragment(fragments, [&](const CtxEval& ctx, std::size_t i) {
-        double* row = out + i * sds_cli::sample_row_size;
+        double* row = out + i * sds_model::sample_row_size;
         if (fragments.primitives[i] == -1) {
-            std::fill_n(row, sds_cli::sample_row_size, nan);
+            std::fill_n(row, sds_model::sample_row_size, nan);
             return;
         }
         GeometrySample sample;
         mesh.compute_fragment_sample(ctx, fragments.at(i), sample);
-        sds_cli::sample_row(sample, row);
+        sds_model::sample_row(sample, row);
     });
 }
 
 void SurfaceState::look_up_uvs(const Fragments& fragments, unsigned int map, double* out) const {
     const SdsMeshMaps& maps = surface_->maps();
     for_each_fragment(fragments, [&](const CtxEval& ctx, std::size_t i) {
-        double* row = out + i * sds_cli::uv_row_size;
+        double* row = out + i * sds_model::uv_row_size;
         const GeometryFragment fragment = fragments.at(i);
         if (fragments.primitives[i] == -1 || !maps.is_primitive_uv_mapped(fragment.primitive, map)) {
-            std::fill_n(row, sds_cli::uv_row_size, nan);
+            std::fill_n(row, sds_model::uv_row_size, nan);
             return;
         }
         GMathVec3<double> uvw[3];

@@ -4,7 +4,7 @@
 
 namespace sds_python {
 
-TracedMesh::TracedMesh(const sds_cli::Surface& surface, unsigned int at_level, const sds_render::Shutter& open)
+TracedMesh::TracedMesh(const sds_model::Surface& surface, unsigned int at_level, const sds_render::Shutter& open)
     : level(at_level), shutter(open), mesh(surface.mesh(at_level)), scene(open) {
     scene.add(mesh);
     scene.commit();

@@ -4,10 +4,10 @@
 #include <memory>
 
 #include "../surface_checks.h"
+#include "oracles/ray_checks.h"
+#include "oracles/surface_errors.h"
 #include "qn_ctx/ctx_eval.h"
 #include "sds/intersection/bezier_intersection.h"
-#include "support/ray_checks.h"
-#include "support/surface_errors.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <memory>
 
 #include "../surface_checks.h"
+#include "oracles/surface_errors.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_sys/sys_thread.h"
 #include "support/recorders.h"
-#include "support/surface_errors.h"
 
 namespace {
 
