@@ -8,7 +8,6 @@
 #include "cli/interrupt.h"
 #include "cli/options/common_options.h"
 #include "cli/options/usage_error.h"
-#include "cli/texts/command_texts.h"
 #include "cli/texts/help_format.h"
 #include "io/input_error.h"
 #include "qn_app_base/app_progress_bar.h"
@@ -60,7 +59,6 @@ int run_program(int argc, const char* const* argv) {
     add_export_command(program, action);
     add_intersect_command(program, action);
     add_select_command(program, action);
-    add_text_commands(program, action);
     add_help(program);
     try {
         program.parse(argc, argv);

@@ -27,76 +27,76 @@ mode_t default_permissions() {
 }  // namespace
 
 AtomicFile::AtomicFile(const std::string& path, Cancel cancel)
-    : path_(path), target_(path), cancel_(std::move(cancel)) {
+    : m_path(path), m_target(path), m_cancel(std::move(cancel)) {
     if (path == "-") {
-        descriptor_ = STDOUT_FILENO;
+        m_descriptor = STDOUT_FILENO;
         return;
     }
     std::error_code not_there;
-    if (const auto resolved = std::filesystem::canonical(path, not_there); !not_there) target_ = resolved.string();
+    if (const auto resolved = std::filesystem::canonical(path, not_there); !not_there) m_target = resolved.string();
     struct stat status {};
-    const bool exists = stat(target_.c_str(), &status) == 0;
+    const bool exists = stat(m_target.c_str(), &status) == 0;
     if (exists && !S_ISREG(status.st_mode)) {
-        descriptor_ = open(target_.c_str(), O_WRONLY | O_CLOEXEC);
-        if (descriptor_ < 0) fail();
+        m_descriptor = open(m_target.c_str(), O_WRONLY | O_CLOEXEC);
+        if (m_descriptor < 0) fail();
         return;
     }
-    if (exists && access(target_.c_str(), W_OK) != 0) fail();
-    temporary_ = target_ + ".XXXXXX";
-    descriptor_ = mkostemp(temporary_.data(), O_CLOEXEC);
-    if (descriptor_ < 0) {
-        temporary_.clear();
+    if (exists && access(m_target.c_str(), W_OK) != 0) fail();
+    m_temporary = m_target + ".XXXXXX";
+    m_descriptor = mkostemp(m_temporary.data(), O_CLOEXEC);
+    if (m_descriptor < 0) {
+        m_temporary.clear();
         fail();
     }
-    if (fchmod(descriptor_, exists ? status.st_mode & 07777 : default_permissions()) != 0) {
+    if (fchmod(m_descriptor, exists ? status.st_mode & 07777 : default_permissions()) != 0) {
         const int reason = errno;
-        close(descriptor_);
-        unlink(temporary_.c_str());
+        close(m_descriptor);
+        unlink(m_temporary.c_str());
         errno = reason;
         fail();
     }
 }
 
 AtomicFile::~AtomicFile() {
-    if (descriptor_ >= 0 && descriptor_ != STDOUT_FILENO) close(descriptor_);
-    if (!temporary_.empty()) unlink(temporary_.c_str());
+    if (m_descriptor >= 0 && m_descriptor != STDOUT_FILENO) close(m_descriptor);
+    if (!m_temporary.empty()) unlink(m_temporary.c_str());
 }
 
 void AtomicFile::write(std::string_view bytes) {
-    if (buffer_.size() + bytes.size() > buffer_size) flush();
+    if (m_buffer.size() + bytes.size() > buffer_size) flush();
     if (bytes.size() >= buffer_size)
         write_through(bytes);
     else
-        buffer_ += bytes;
+        m_buffer += bytes;
 }
 
 void AtomicFile::commit() {
     flush();
-    if (descriptor_ == STDOUT_FILENO) return;
+    if (m_descriptor == STDOUT_FILENO) return;
     // some file systems report a full disk only here
-    const int closed = close(descriptor_);
-    descriptor_ = -1;
+    const int closed = close(m_descriptor);
+    m_descriptor = -1;
     if (closed != 0) fail();
-    if (temporary_.empty()) return;
-    if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail();
-    temporary_.clear();
+    if (m_temporary.empty()) return;
+    if (std::rename(m_temporary.c_str(), m_target.c_str()) != 0) fail();
+    m_temporary.clear();
 }
 
 void AtomicFile::flush() {
-    write_through(buffer_);
-    buffer_.clear();
+    write_through(m_buffer);
+    m_buffer.clear();
 }
 
 void AtomicFile::write_through(std::string_view bytes) {
     while (!bytes.empty()) {
-        if (cancel_) cancel_();
-        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+        if (m_cancel) m_cancel();
+        const ssize_t written = ::write(m_descriptor, bytes.data(), bytes.size());
         if (written < 0 && errno == EINTR) continue;
         if (written <= 0) fail();
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
 }
 
-void AtomicFile::fail() const { throw OutputError(path_ == "-" ? "standard output" : path_, std::strerror(errno)); }
+void AtomicFile::fail() const { throw OutputError(m_path == "-" ? "standard output" : m_path, std::strerror(errno)); }
 
 }  // namespace sds_io

@@ -45,12 +45,12 @@ private:
     void write_through(std::string_view bytes);
     [[noreturn]] void fail() const;
 
-    std::string path_;
-    std::string target_;  // path with symbolic links resolved
-    Cancel cancel_;
-    std::string temporary_;  // empty when the target is written directly
-    std::string buffer_;
-    int descriptor_ = -1;
+    std::string m_path;
+    std::string m_target;  // path with symbolic links resolved
+    Cancel m_cancel;
+    std::string m_temporary;  // empty when the target is written directly
+    std::string m_buffer;
+    int m_descriptor = -1;
 };
 
 }  // namespace sds_io

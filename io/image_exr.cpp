@@ -38,7 +38,7 @@ std::string encode(const sds_render::Image& image) {
     for (const sds_render::Channel& channel : image.get_channels()) {
         Imf::Slice slice;
         switch (channel.kind) {
-            case sds_render::ChannelKind::colour:
+            case sds_render::ChannelKind::color:
                 halves.push_back(to_halves(channel.values));
                 slice = make_slice(Imf::HALF, halves.back(), width);
                 break;

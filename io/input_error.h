@@ -20,12 +20,12 @@ public:
 class CageError : public InputError {
 public:
     CageError(const std::string& file, Findings findings)
-        : InputError(file, "not usable, nothing was written"), findings_(std::move(findings)) {}
+        : InputError(file, "not usable, nothing was written"), m_findings(std::move(findings)) {}
 
-    const Findings& findings() const { return findings_; }
+    const Findings& get_findings() const { return m_findings; }
 
 private:
-    Findings findings_;
+    Findings m_findings;
 };
 
 }  // namespace sds_io

@@ -19,7 +19,7 @@ nlohmann::json parse_json(std::string_view text, const std::string& name) {
 
 nlohmann::json to_json(const Findings& findings) {
     nlohmann::json list = nlohmann::json::array();
-    for (const Finding& finding : findings.entries())
+    for (const Finding& finding : findings.get_entries())
         list.push_back({{"code", to_name(finding.code)},
                         {"severity", to_name(severity_of(finding.code))},
                         {"count", finding.count},

@@ -38,8 +38,8 @@ constexpr std::string_view type_code(type_letters<T>.data(), type_letters<T>.siz
 class NpyReader {
 public:
     explicit NpyReader(const std::string& path)
-        : path_(path), file_(path == "-" ? "/dev/stdin" : path, std::ios::binary) {
-        if (!file_) fail(std::strerror(errno));
+        : m_path(path), m_file(path == "-" ? "/dev/stdin" : path, std::ios::binary) {
+        if (!m_file) fail(std::strerror(errno));
     }
 
     NpyArray read() {
@@ -51,17 +51,17 @@ public:
         if (!c_order && !order.starts_with("True")) fail("malformed header: no memory order");
         if (!c_order && array.shape.size() > 1) fail("Fortran order; save it with numpy.ascontiguousarray");
         if (!read_any(array, &array.values))
-            fail("element type " + std::string(type_) + " is none of <f4 <f8 |i1 |u1 <i2 <u2 <i4 <u4 <i8 <u8");
+            fail("element type " + std::string(m_type) + " is none of <f4 <f8 |i1 |u1 <i2 <u2 <i4 <u4 <i8 <u8");
         return array;
     }
 
 private:
-    [[noreturn]] void fail(const std::string& reason) const { throw InputError(path_, reason); }
+    [[noreturn]] void fail(const std::string& reason) const { throw InputError(m_path, reason); }
 
     std::size_t read_some(char* bytes, std::size_t size) {
-        file_.read(bytes, static_cast<std::streamsize>(size));
-        if (file_.bad()) fail("read error");
-        return static_cast<std::size_t>(file_.gcount());
+        m_file.read(bytes, static_cast<std::streamsize>(size));
+        if (m_file.bad()) fail("read error");
+        return static_cast<std::size_t>(m_file.gcount());
     }
 
     void read_header() {
@@ -78,18 +78,18 @@ private:
         std::memcpy(&length, start.data() + 8, length_size);
         constexpr std::uint32_t longest_header = 1u << 16;
         if (length > longest_header) fail("malformed header: " + std::to_string(length) + " bytes long");
-        header_.resize(length);
-        if (read_some(header_.data(), length) != length) fail("truncated header");
+        m_header.resize(length);
+        if (read_some(m_header.data(), length) != length) fail("truncated header");
         const std::string_view type = value_of("descr");
         const std::size_t end = type.empty() ? std::string_view::npos : type.find(type.front(), 1);
         if (end == std::string_view::npos || (type.front() != '\'' && type.front() != '"'))
             fail("malformed header: no simple element type");
-        type_ = type.substr(1, end - 1);
+        m_type = type.substr(1, end - 1);
     }
 
     /// What follows "'key':" in the header, a Python dictionary.
     std::string_view value_of(std::string_view key) const {
-        const std::string_view header = header_;
+        const std::string_view header = m_header;
         for (const char quote : {'\'', '"'}) {
             const std::string quoted = quote + std::string(key) + quote;
             const std::size_t at = header.find(quoted);
@@ -132,7 +132,7 @@ private:
     /// False when the file's elements are not of type T.
     template <class T>
     bool read_values(NpyArray& array) {
-        if (type_ != type_code<T>) return false;
+        if (m_type != type_code<T>) return false;
         std::size_t count = 1;
         for (const std::size_t extent : array.shape)
             if (__builtin_mul_overflow(count, extent, &count) || count > SIZE_MAX / sizeof(T))
@@ -149,15 +149,15 @@ private:
                 fail("truncated: " + std::to_string(count) + " values announced, " +
                      std::to_string(have + got / sizeof(T)) + " found");
         }
-        if (file_.peek() != std::ifstream::traits_type::eof())
+        if (m_file.peek() != std::ifstream::traits_type::eof())
             fail("more data than the " + std::to_string(count) + " values that its shape announces");
         return true;
     }
 
-    const std::string& path_;
-    std::ifstream file_;
-    std::string header_;
-    std::string_view type_;  // within header_
+    const std::string& m_path;
+    std::ifstream m_file;
+    std::string m_header;
+    std::string_view m_type;  // within m_header
 };
 
 }  // namespace

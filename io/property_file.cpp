@@ -90,7 +90,7 @@ bool is_layer_name(const std::string& name) {
 class EntryReader {
 public:
     EntryReader(const Json& entry, const std::string& folder, const ControlCage& cage, const PolyMesh& polygons)
-        : entry_(entry), folder_(folder), cage_(cage), polygons_(polygons) {}
+        : m_entry(entry), m_folder(folder), m_cage(cage), m_polygons(polygons) {}
 
     PropertySource read() {
         check_keys();
@@ -102,27 +102,27 @@ public:
         read_key("values", &EntryReader::read_values);
         read_key("indices", &EntryReader::read_indices, false);
         check_lengths_and_indices();
-        return std::move(source_);
+        return std::move(m_source);
     }
 
     /// As far as it is known.
-    const std::string& name() const { return source_.name; }
+    const std::string& get_name() const { return m_source.name; }
 
 private:
     using Read = void (EntryReader::*)(const Json&);
 
     void check_keys() const {
-        if (!entry_.is_object()) throw ValueError("an object", describe(entry_));
-        for (const auto& [key, value] : entry_.items())
+        if (!m_entry.is_object()) throw ValueError("an object", describe(m_entry));
+        for (const auto& [key, value] : m_entry.items())
             if (std::find(std::begin(keys), std::end(keys), key) == std::end(keys))
                 throw ValueError("the keys name, kind, type, extent, values, indices and times", "'" + key + "'");
     }
 
     void read_key(const char* key, Read reader, bool is_needed = true) {
-        const auto value = entry_.find(key);
-        if (value == entry_.end() && !is_needed) return;
+        const auto value = m_entry.find(key);
+        if (value == m_entry.end() && !is_needed) return;
         try {
-            if (value == entry_.end()) throw ValueError("a value", "none");
+            if (value == m_entry.end()) throw ValueError("a value", "none");
             (this->*reader)(*value);
         } catch (const InputError&) {
             throw;  // names its own file
@@ -142,7 +142,7 @@ private:
         const std::string expected = "a name without blanks, commas, dots and slashes";
         const std::string name = read_word(value, expected);
         if (!is_layer_name(name)) throw ValueError(expected, "'" + name + "'");
-        source_.name = name;
+        m_source.name = name;
     }
 
     void read_kind(const Json& value) {
@@ -150,29 +150,29 @@ private:
         const auto kind =
             std::find_if(std::begin(kinds), std::end(kinds), [&](const Kind k) { return word == to_name(k); });
         if (kind == std::end(kinds)) throw ValueError(expected, "'" + word + "'");
-        source_.kind = *kind;
+        m_source.kind = *kind;
     }
 
     void read_type(const Json& value) {
         const std::string expected = "one of " + type_names(), word = read_word(value, expected);
-        if (!ResourceProperty::find_type(CoreString(word), source_.type)) throw ValueError(expected, "'" + word + "'");
+        if (!ResourceProperty::find_type(CoreString(word), m_source.type)) throw ValueError(expected, "'" + word + "'");
     }
 
     void read_extent(const Json& value) {
         const bool is_held =
             value.is_number_unsigned() && value.get<std::uint64_t>() >= 1 && value.get<std::uint64_t>() <= max_extent;
         if (!is_held) throw ValueError("a whole number from 1 to " + std::to_string(max_extent), describe(value));
-        source_.extent = value.get<unsigned int>();
+        m_source.extent = value.get<unsigned int>();
     }
 
     void read_times(const Json& value) {
-        const NumberArray array = read_numbers(value, folder_);
+        const NumberArray array = read_numbers(value, m_folder);
         if (array.shape.size() != 1 || array.values.empty())
             throw ValueError("a list of one time or more", "shape " + to_text(array.shape));
         for (const Number& number : array.values)
-            source_.times.push_back(std::visit([](const auto time) { return static_cast<double>(time); }, number));
+            m_source.times.push_back(std::visit([](const auto time) { return static_cast<double>(time); }, number));
         PolyFindings found;
-        poly_check_times(view_of(source_.times), found);
+        poly_check_times(view_of(m_source.times), found);
         found.for_each([&](PolyFindingCode code) {
             const unsigned int time = found.first(code).item;
             throw std::runtime_error(std::string(poly_finding_text(code).message) + ": " + to_text(array.values[time]) +
@@ -182,11 +182,11 @@ private:
 
     /// The items of a property without indices.
     std::string expected_items() const {
-        switch (source_.kind) {
+        switch (m_source.kind) {
             case Kind::per_vertex:
-                return std::to_string(cage_.vertex_count()) + " vertices";
+                return std::to_string(m_cage.get_vertex_count()) + " vertices";
             case Kind::per_polygon:
-                return std::to_string(cage_.polygon_count()) + " polygons";
+                return std::to_string(m_cage.get_polygon_count()) + " polygons";
             case Kind::constant:
                 break;
         }
@@ -194,13 +194,13 @@ private:
     }
 
     void read_values(const Json& value) {
-        const NumberArray array = read_numbers(value, folder_);
-        const std::size_t samples = std::max<std::size_t>(source_.times.size(), 1), extent = source_.extent;
+        const NumberArray array = read_numbers(value, m_folder);
+        const std::size_t samples = std::max<std::size_t>(m_source.times.size(), 1), extent = m_source.extent;
         const std::size_t items = array.values.size() / (samples * extent);
         const Shape found = squeezed(array.shape), rows = squeezed({samples, items, extent}),
                     flat = squeezed({samples, items * extent});
         if (array.values.empty() || (found != rows && found != flat)) {
-            const bool has_own_items = entry_.contains("indices") && source_.kind == Kind::per_vertex;
+            const bool has_own_items = m_entry.contains("indices") && m_source.kind == Kind::per_vertex;
             std::string expected = has_own_items ? "items" : expected_items();
             if (samples > 1) expected = std::to_string(samples) + " times of " + expected;
             if (extent > 1) expected += " of " + std::to_string(extent) + " numbers";
@@ -208,14 +208,14 @@ private:
         }
         if (items * extent > max_count)
             throw ValueError("at most " + std::to_string(max_count) + " numbers", std::to_string(items * extent));
-        for (std::size_t s = 0; s < samples; ++s) source_.samples.push_back(make_sample(array.values, s, items));
+        for (std::size_t s = 0; s < samples; ++s) m_source.samples.push_back(make_sample(array.values, s, items));
     }
 
     ResourceProperty make_sample(const std::vector<Number>& values, std::size_t sample, std::size_t items) const {
-        ResourceProperty out{CoreString(source_.name)};
-        const std::size_t extent = source_.extent;
-        out.init(source_.type, source_.extent, static_cast<unsigned int>(items));
-        sds::with_element(source_.type, [&](auto element) {
+        ResourceProperty out{CoreString(m_source.name)};
+        const std::size_t extent = m_source.extent;
+        out.init(m_source.type, m_source.extent, static_cast<unsigned int>(items));
+        sds::with_element(m_source.type, [&](auto element) {
             using T = decltype(element);
             std::vector<T> item(extent);
             for (std::size_t i = 0; i < items; ++i) {
@@ -225,7 +225,7 @@ private:
                     if (!held) fail_number(number, sample, i, c);
                     item[c] = *held;
                 }
-                out.set_item_values(static_cast<unsigned int>(i), item.data(), source_.extent);
+                out.set_item_values(static_cast<unsigned int>(i), item.data(), m_source.extent);
             }
         });
         return out;
@@ -234,52 +234,52 @@ private:
     [[noreturn]] void fail_number(const Number& number, std::size_t sample, std::size_t item,
                                   std::size_t component) const {
         std::string place = "item " + std::to_string(item);
-        if (source_.extent > 1) place += ", number " + std::to_string(component);
-        if (source_.times.size() > 1) place += ", time " + std::to_string(sample + 1);
-        const std::string type = ResourceProperty::get_type_name(source_.type);
+        if (m_source.extent > 1) place += ", number " + std::to_string(component);
+        if (m_source.times.size() > 1) place += ", time " + std::to_string(sample + 1);
+        const std::string type = ResourceProperty::get_type_name(m_source.type);
         throw ValueError("numbers that " + type + " holds", to_text(number) + " in " + place);
     }
 
     void read_indices(const Json& value) {
-        if (source_.kind != Kind::per_vertex)
-            throw ValueError("none for kind " + std::string(to_name(source_.kind)), "indices of its own");
-        const NumberArray array = read_numbers(value, folder_);
+        if (m_source.kind != Kind::per_vertex)
+            throw ValueError("none for kind " + std::string(to_name(m_source.kind)), "indices of its own");
+        const NumberArray array = read_numbers(value, m_folder);
         if (array.shape.size() != 1) throw ValueError("a list of indices", "shape " + to_text(array.shape));
-        source_.indices.reserve(array.values.size());
+        m_source.indices.reserve(array.values.size());
         for (const Number& number : array.values) {
             const auto index = to_element<std::uint32_t>(number);
             if (!index)
                 throw ValueError("whole numbers from 0",
-                                 to_text(number) + " at face-corner " + std::to_string(source_.indices.size()));
-            source_.indices.push_back(*index);
+                                 to_text(number) + " at face-corner " + std::to_string(m_source.indices.size()));
+            m_source.indices.push_back(*index);
         }
     }
 
     void check_lengths_and_indices() const {
         PolyFindings found;
-        poly_check_property(make_host_property(polygons_, source_), static_cast<unsigned int>(cage_.vertex_count()),
-                            found);
+        poly_check_property(make_host_property(m_polygons, m_source),
+                            static_cast<unsigned int>(m_cage.get_vertex_count()), found);
         found.for_each([&](PolyFindingCode code) {
             const PolyPlace& place = found.first(code);
             const bool is_of_indices = place.array == PolyArray::property_indices;
             std::string detail = std::to_string(place.item);
             if (code == PolyFindingCode::index_out_of_range)
                 detail += " at face-corner " + std::to_string(place.corner) + ", items 0 to " +
-                          std::to_string(source_.item_count() - 1);
+                          std::to_string(m_source.item_count() - 1);
             else
                 detail +=
-                    ", expected " +
-                    (is_of_indices ? std::to_string(cage_.corner_count()) + ", one per face-corner" : expected_items());
+                    ", expected " + (is_of_indices ? std::to_string(m_cage.get_corner_count()) + ", one per face-corner"
+                                                   : expected_items());
             throw std::runtime_error(std::string(is_of_indices ? "indices: " : "values: ") +
                                      poly_finding_text(code).message + ": " + detail);
         });
     }
 
-    const Json& entry_;
-    const std::string& folder_;
-    const ControlCage& cage_;
-    const PolyMesh& polygons_;
-    PropertySource source_;
+    const Json& m_entry;
+    const std::string& m_folder;
+    const ControlCage& m_cage;
+    const PolyMesh& m_polygons;
+    PropertySource m_source;
 };
 
 }  // namespace
@@ -303,7 +303,7 @@ std::vector<PropertySource> read_properties_text(std::string_view text, const st
         EntryReader reader(entry, folder, cage, polygons);
         const auto place = [&] {
             return "property " +
-                   (reader.name().empty() ? std::to_string(sources.size() + 1) : "'" + reader.name() + "'");
+                   (reader.get_name().empty() ? std::to_string(sources.size() + 1) : "'" + reader.get_name() + "'");
         };
         try {
             sources.push_back(reader.read());

@@ -56,23 +56,23 @@ Texture Texture::read_png(const std::string& path) {
         throw InputError(path, png.image.message);
     Texture texture(png.image.width, png.image.height);
     static const std::array<float, 256> decode = make_decoder();
-    texture.texels_.reserve(bytes.size() / 3);
+    texture.m_texels.reserve(bytes.size() / 3);
     for (std::size_t i = 0; i + 3 <= bytes.size(); i += 3)
-        texture.texels_.push_back({decode[bytes[i]], decode[bytes[i + 1]], decode[bytes[i + 2]]});
+        texture.m_texels.push_back({decode[bytes[i]], decode[bytes[i + 1]], decode[bytes[i + 2]]});
     return texture;
 }
 
 Color Texture::look_up(double u, double v) const {
     if (!std::isfinite(u) || !std::isfinite(v)) return {0, 0, 0};
-    const TexelPair x(u, width_), y(-v, height_);
+    const TexelPair x(u, m_width), y(-v, m_height);
     const auto row = [&](unsigned int line) {
-        const Color* texels = texels_.data() + std::size_t{line} * width_;
+        const Color* texels = m_texels.data() + std::size_t{line} * m_width;
         return sds_render::mix(texels[x.first], texels[x.second], x.share);
     };
     return sds_render::mix(row(y.first), row(y.second), y.share);
 }
 
-sds_render::SurfaceColour make_texture_colour(std::shared_ptr<const Texture> texture, unsigned int map) {
+sds_render::SurfaceColor make_texture_color(std::shared_ptr<const Texture> texture, unsigned int map) {
     return [texture = std::move(texture), map](const sds_render::SurfacePoint& point) {
         sds_render::Vec3 uvw;
         return sds_render::get_uvw(point, map, uvw) ? texture->look_up(uvw[0], uvw[1]) : sds_render::clay;

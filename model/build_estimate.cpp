@@ -1,6 +1,7 @@
 #include "model/build_estimate.h"
 
-#include "model/cage_edges.h"
+#include "model/array_view.h"
+#include "qn_poly/poly_edge_buckets.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -28,17 +29,21 @@ struct EdgeFacts {
 
 EdgeFacts find_edges(const ControlCage& cage) {
     EdgeFacts facts;
-    facts.valences.assign(cage.vertex_count(), 0);
-    facts.sharp.assign(cage.corner_count(), 0);
+    facts.valences.assign(cage.get_vertex_count(), 0);
+    facts.sharp.assign(cage.get_corner_count(), 1);
     for (const std::uint32_t v : cage.polygon_indices) ++facts.valences[v];
-    const CageEdges edges(cage);
-    edges.for_each_edge([&](std::span<const std::uint32_t> sides) {
-        // An edge that is not shared by two splits into one for each.
-        facts.edges += sides.size() == 2 ? 1 : sides.size();
-        const bool is_crease = !cage.corner_creases.empty() && cage.corner_creases[sides.front()] != 0;
-        if (sides.size() == 2 && !is_crease) return;
-        for (const std::uint32_t c : sides) facts.sharp[c] = 1;
-        for (const std::uint32_t v : {edges.start(sides.front()), edges.end(sides.front())}) facts.valences[v] = 0;
+    PolyEdgeBuckets edges(cage.polygon_indices.data(), view_of(cage.polygon_counts),
+                          static_cast<unsigned int>(cage.get_vertex_count()));
+    edges.sort();
+    // An edge that is not shared by two splits into one for each.
+    facts.edges = cage.get_corner_count();
+    edges.for_each_edge([&](unsigned int low, std::span<const PolyHalfEdge> sides) {
+        facts.edges -= sides.size() == 2 ? 1 : 0;
+        const bool is_crease = !cage.corner_creases.empty() && cage.corner_creases[sides.front().corner] != 0;
+        if (sides.size() == 2 && !is_crease)
+            for (const PolyHalfEdge& side : sides) facts.sharp[side.corner] = 0;
+        else
+            facts.valences[low] = facts.valences[sides.front().high] = 0;
     });
     return facts;
 }
@@ -52,10 +57,10 @@ std::size_t count_tangents(unsigned int irregular) {
 Counts count(const ControlCage& cage, bool is_linear) {
     const EdgeFacts facts = find_edges(cage);
     Counts counts{};
-    counts.corners = cage.corner_count();
+    counts.corners = cage.get_corner_count();
     counts.has_step = !cage.is_all_quads();
-    counts.quads = counts.has_step ? counts.corners : cage.polygon_count();
-    counts.vertices = cage.vertex_count() + (counts.has_step ? facts.edges + cage.polygon_count() : 0);
+    counts.quads = counts.has_step ? counts.corners : cage.get_polygon_count();
+    counts.vertices = cage.get_vertex_count() + (counts.has_step ? facts.edges + cage.get_polygon_count() : 0);
     if (is_linear) return counts;
     std::size_t corner = 0;
     for (const std::uint32_t n : cage.polygon_counts) {
@@ -77,92 +82,104 @@ Counts count(const ControlCage& cage, bool is_linear) {
     return counts;
 }
 
-std::size_t uv_map_bytes(const Counts& counts, const std::string& name, std::size_t points, bool is_linear) {
-    using Map = SdsMeshMaps::SdsUvMap;
-    // A seam on every edge at worst: the points of the step are at most those of the mesh and one more per UV point.
-    const std::size_t vertices = counts.has_step ? counts.vertices + points : points;
-    std::size_t bytes =
-        sizeof(Map) + name.size() + vertices * (sizeof(GMathVec3<float>) + sizeof(SdsMeshBase::VertexInfo));
-    bytes += counts.quads * (4 * sizeof(unsigned int) + 4 * sizeof(unsigned int) + 1 + sizeof(unsigned int));
-    if (!is_linear) bytes += counts.quads * sizeof(SdsMeshBase::BezierPatch) + vertices * sizeof(GMathVec3<float>);
-    return bytes;
-}
+/// Numbers what is used of an array of triples anew, in the order of use.
+class Subset {
+public:
+    Subset(std::span<const float> from, std::vector<float>& to)
+        : m_from(from), m_to(to), m_places(from.size() / 3, unseen) {}
+
+    std::uint32_t operator()(std::uint32_t index) {
+        std::uint32_t& place = m_places[index];
+        if (place == unseen) {
+            place = static_cast<std::uint32_t>(m_to.size() / 3);
+            const auto xyz = m_from.subspan(3 * std::size_t{index}, 3);
+            m_to.insert(m_to.end(), xyz.begin(), xyz.end());
+        }
+        return place;
+    }
+
+private:
+    std::span<const float> m_from;
+    std::vector<float>& m_to;
+    std::vector<std::uint32_t> m_places;
+};
+
+/// The first polygons of a cage, and its first n-gon, so that the sample takes a step where the cage does.
+struct Sample {
+    Sample(const ControlCage& from, const std::vector<UvSource>& from_uvs) {
+        Subset vertices(from.positions, cage.positions), points(from.uv_points, cage.uv_points);
+        std::vector<Subset> further;
+        for (const UvSource& source : from_uvs) uvs.push_back({source.name, {}, {}});
+        for (std::size_t m = 0; m < uvs.size(); ++m) further.emplace_back(from_uvs[m].points, uvs[m].points);
+        const auto mapped = [](std::uint32_t point) { return point == unmapped_corner ? 0 : point; };
+        bool needs_ngon = !from.is_all_quads();
+        std::size_t first = 0;
+        for (std::size_t p = 0; p < from.get_polygon_count(); first += from.polygon_counts[p++]) {
+            const std::uint32_t count = from.polygon_counts[p];
+            const bool is_full = p >= sample_polygons || (p > 0 && first + count > 8 * sample_polygons);
+            if (is_full && !needs_ngon) break;
+            if (is_full && count == 4) continue;
+            needs_ngon = needs_ngon && count == 4;
+            cage.polygon_counts.push_back(count);
+            cage.polygon_groups.push_back(0);
+            for (std::size_t c = first; c < first + count; ++c) {
+                cage.polygon_indices.push_back(vertices(from.polygon_indices[c]));
+                if (!from.corner_creases.empty()) cage.corner_creases.push_back(from.corner_creases[c]);
+                if (from.has_uvs()) cage.uv_indices.push_back(points(mapped(from.uv_indices[c])));
+                for (std::size_t m = 0; m < uvs.size(); ++m)
+                    uvs[m].indices.push_back(further[m](mapped(from_uvs[m].indices[c])));
+            }
+        }
+        if (from.has_colors()) cage.vertex_colors.assign(4 * cage.get_vertex_count(), 255);
+        cage.group_names = {"sample"};
+    }
+
+    ControlCage cage;
+    std::vector<UvSource> uvs;
+};
 
 }  // namespace
 
 BuildEstimate estimate_build(const ControlCage& cage, const std::vector<UvSource>& further_uvs, bool has_motion,
                              const SurfaceModes& modes) {
-    const bool is_linear = modes.positions == SdsMeshGeometry::InterpolationMode::all_fixed;
-    const bool is_uv_linear = modes.uvs == SdsMeshMaps::InterpolationMode::all_fixed;
-    const Counts counts = count(cage, is_linear);
-    const std::size_t vector = sizeof(GMathVec3<float>), index = sizeof(unsigned int);
+    const Counts counts = count(cage, modes.positions == SdsMeshGeometry::InterpolationMode::all_fixed);
+    const Sample sample(cage, further_uvs);
+    const std::vector<float> motion(has_motion ? sample.cage.positions.size() : 0);
+    const Surface built(sample.cage, sample.uvs, motion, modes, nullptr);
+
     BuildEstimate estimate;
-    const auto add = [&estimate](const char* name, std::size_t bytes) {
-        if (bytes == 0) return;
-        estimate.arrays.emplace_back(name, bytes);
-        estimate.bytes += bytes;
-    };
-    add("quad indices", 4 * index * counts.quads);
-    add("opposite edges", 4 * index * counts.quads);
-    add("edge flags", counts.quads);
-    add("vertex infos", counts.vertices);
-    if (counts.has_step) {
-        add("step: vertex rings", sizeof(SdsMeshBase::RingSpan) * counts.vertices);
-        add("step: ring edges", 4 * index * counts.quads);
-        add("step: quad parents", index * counts.quads);
+    std::vector<std::size_t> points;  // per UV map
+    if (cage.has_uvs()) points.push_back(cage.get_uv_count());
+    for (const UvSource& uvs : further_uvs) points.push_back(uvs.points.size() / 3);
+    auto map_points = points.begin();
+    for (ArraySize& size : array_sizes(built)) {
+        size.bytes = size.fixed + size.per_quad * counts.quads + size.per_vertex * counts.vertices +
+                     size.per_tangent * counts.tangents;
+        // A seam on every edge at worst: the step makes at most the points of the mesh and one more per UV point.
+        if (size.per_uv_point != 0)
+            size.bytes += size.per_uv_point * (*map_points++ + (counts.has_step ? counts.vertices : 0));
+        estimate.bytes += size.bytes;
+        if (size.bytes != 0) estimate.arrays.push_back(std::move(size));
     }
-    add("vertices", vector * counts.vertices);
-    add("motion vectors", has_motion ? vector * counts.vertices : 0);
-    add("interpolated vertex infos", counts.vertices);
-    add("vertex fans", 4 * sizeof(SdsMeshBase::VertexLocalTopology) * counts.quads);
-    add("tangent infos", sizeof(SdsMeshBase::PatchTangentInfo) * counts.quads);
-    add("patches", is_linear ? 0 : sizeof(SdsMeshBase::BezierPatch) * counts.quads);
-    add("limit corners", is_linear ? 0 : vector * counts.vertices);
-    add("tangents", vector * counts.tangents);
-    if (cage.has_uvs()) add("uv map uv", uv_map_bytes(counts, "uv", cage.uv_count(), is_uv_linear));
-    for (const UvSource& uvs : further_uvs)
-        add(("uv map " + uvs.name).c_str(), uv_map_bytes(counts, uvs.name, uvs.points.size() / 3, is_uv_linear));
-    if (cage.has_colours()) add("color map color", 4 * counts.vertices);
 
     // Neighbours and edge buckets of the topology, or the fans of one UV map.
-    const std::size_t pairing = counts.corners * (5 * index + 1) + cage.vertex_count() * 4 * index;
-    const bool has_maps = cage.has_uvs() || !further_uvs.empty();
-    const std::size_t fans = has_maps ? 4 * sizeof(SdsMeshBase::VertexLocalTopology) * counts.quads : 0;
-    estimate.scratch = pairing + fans + vector * cage.vertex_count();
+    const std::size_t vector = sizeof(GMathVec3<float>), index = sizeof(unsigned int);
+    const std::size_t pairing = counts.corners * (5 * index + 1) + cage.get_vertex_count() * 4 * index;
+    const std::size_t fans = points.empty() ? 0 : 4 * sizeof(SdsMeshBase::VertexLocalTopology) * counts.quads;
+    estimate.scratch = pairing + fans + vector * cage.get_vertex_count();
     return estimate;
 }
 
 std::vector<Stage> estimate_stages(const ControlCage& cage, const SurfaceModes& modes) {
-    ControlCage sample;
-    const std::size_t polygons = std::min(sample_polygons, cage.polygon_count());
-    std::vector<std::uint32_t> places(cage.vertex_count(), unseen);
-    std::size_t corner = 0;
-    for (std::size_t p = 0; p < polygons; ++p) {
-        // One huge polygon is sample enough.
-        if (p > 0 && corner + cage.polygon_counts[p] > 8 * sample_polygons) break;
-        sample.polygon_counts.push_back(cage.polygon_counts[p]);
-        sample.polygon_groups.push_back(0);
-        for (std::size_t k = 0; k < cage.polygon_counts[p]; ++k, ++corner) {
-            std::uint32_t& place = places[cage.polygon_indices[corner]];
-            if (place == unseen) {
-                place = static_cast<std::uint32_t>(sample.vertex_count());
-                const float* xyz = &cage.positions[3 * std::size_t{cage.polygon_indices[corner]}];
-                sample.positions.insert(sample.positions.end(), xyz, xyz + 3);
-            }
-            sample.polygon_indices.push_back(place);
-            if (!cage.corner_creases.empty()) sample.corner_creases.push_back(cage.corner_creases[corner]);
-            if (cage.has_uvs()) sample.uv_indices.push_back(cage.uv_indices[corner]);
-        }
-    }
-    if (cage.has_uvs()) sample.uv_points = cage.uv_points;
-    sample.group_names = {"sample"};
-    if (sample.polygon_counts.empty()) return {};
+    const Sample sample(cage, {});
+    if (sample.cage.polygon_counts.empty()) return {};
 
     // The first build warms up.
-    { const Surface warm(sample, {}, {}, modes, nullptr); }
-    const Surface built(sample, {}, {}, modes, nullptr);
-    std::vector<Stage> stages = built.stages();
-    const double scale = static_cast<double>(cage.corner_count()) / static_cast<double>(corner);
+    { const Surface warm(sample.cage, {}, {}, modes, nullptr); }
+    const Surface built(sample.cage, {}, {}, modes, nullptr);
+    std::vector<Stage> stages = built.get_stages();
+    const double scale =
+        static_cast<double>(cage.get_corner_count()) / static_cast<double>(sample.cage.get_corner_count());
     for (Stage& stage : stages) stage.seconds *= scale;
     return stages;
 }
@@ -178,9 +195,9 @@ std::string to_size_text(std::size_t bytes) {
 }
 
 void check_memory_limit(const BuildEstimate& estimate, std::size_t limit) {
-    if (limit == 0 || estimate.peak() <= limit) return;
-    throw std::runtime_error("the surface needs about " + to_size_text(estimate.peak()) + ", more than the limit of " +
-                             to_size_text(limit) + "; nothing was built");
+    if (limit == 0 || estimate.get_peak() <= limit) return;
+    throw std::runtime_error("the surface needs about " + to_size_text(estimate.get_peak()) +
+                             ", more than the limit of " + to_size_text(limit) + "; nothing was built");
 }
 
 }  // namespace sds_model

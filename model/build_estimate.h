@@ -9,14 +9,14 @@ namespace sds_model {
 
 /// What building a surface will cost, before it is paid.
 struct BuildEstimate {
-    std::vector<ArraySize> arrays;  ///< of the finished surface, named as array_sizes() names them
+    std::vector<ArraySize> arrays;  ///< of the finished surface, those of array_sizes(), scaled from a sample build
     std::size_t bytes = 0;          ///< their sum
     std::size_t scratch = 0;        ///< most that is needed besides while it is built
-    std::size_t peak() const { return bytes + scratch; }
+    std::size_t get_peak() const { return bytes + scratch; }
 };
 
-/// From counts and valences alone, linear in the cage. Exact but for tangents, of which darts and bow-ties may have a
-/// few more, and for UV maps with unmapped polygons, which count as mapped.
+/// From counts and valences, linear in the cage, and the arrays of a sample of it. Exact but for tangents, of which
+/// darts and bow-ties may have a few more, and for UV maps with unmapped polygons, which count as mapped.
 BuildEstimate estimate_build(const ControlCage& cage, const std::vector<UvSource>& further_uvs, bool has_motion,
                              const SurfaceModes& modes);
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "qn_poly/poly_findings.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -43,8 +45,8 @@ enum class FindingCode : std::uint8_t {
     opposite_winding,
     fractional_sharpness,
     half_mapped_polygon,
-    partly_coloured,
-    colour_out_of_range,
+    partly_colored,
+    color_out_of_range,
     ignored_weight,
     unknown_record,
     // notes
@@ -52,6 +54,8 @@ enum class FindingCode : std::uint8_t {
     ignored_tag,
     ignored_record,
 };
+
+inline constexpr std::size_t finding_code_count = static_cast<std::size_t>(FindingCode::ignored_record) + 1;
 
 enum class Severity : std::uint8_t { error, warning, note };
 
@@ -85,17 +89,17 @@ public:
         if (Finding* known = find(code))
             known->count += times;
         else if (times > 0)
-            entries_.push_back({code, times, describe()});
+            m_entries.push_back({code, times, describe()});
     }
 
-    const std::vector<Finding>& entries() const { return entries_; }
+    const std::vector<Finding>& get_entries() const { return m_entries; }
     bool has_errors() const;
     std::uint64_t count(FindingCode code) const;  ///< 0 when the code was never recorded
 
 private:
     Finding* find(FindingCode code);
 
-    std::vector<Finding> entries_;
+    std::vector<Finding> m_entries;
 };
 
 /// What was done about it: in this case, or as a rule.
@@ -103,5 +107,18 @@ const char* action_of(const Finding& finding);
 
 /// One line without newline: "place: severity: message (detail), action; N cases, first here".
 std::string to_text(const Finding& finding);
+
+/// The program's code for what the host's checker found.
+FindingCode to_finding_code(PolyFindingCode code, PolyArray array);
+
+/// Adds the checker's findings; describe(code, place) returns the FirstCase of one, in the words of its file or arrays.
+template <class Describe>
+void add_mesh_findings(const PolyFindings& found, Findings& findings, Describe&& describe) {
+    found.for_each([&](PolyFindingCode code) {
+        const PolyPlace& place = found.first(code);
+        findings.record(
+            to_finding_code(code, place.array), [&] { return describe(code, place); }, found.count(code));
+    });
+}
 
 }  // namespace sds_model

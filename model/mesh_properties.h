@@ -19,18 +19,18 @@ public:
     SurfaceProperty(const SurfaceProperty&) = delete;
     SurfaceProperty& operator=(const SurfaceProperty&) = delete;
 
-    const std::string& name() const { return name_; }
-    unsigned int extent() const { return property_.get_value_extent(); }
-    const SdsMeshProperty& property() const { return property_; }
+    const std::string& get_name() const { return m_name; }
+    unsigned int get_extent() const { return m_property.get_value_extent(); }
+    const SdsMeshProperty& get_property() const { return m_property; }
 
-    /// extent() numbers each: the value at the fragment and its time, blended between samples, and its derivatives per
-    /// patch parameter, which may be null.
+    /// get_extent() numbers each: the value at the fragment and its time, blended between samples, and its derivatives
+    /// per patch parameter, which may be null.
     void evaluate(const CtxEval& ctx, const GeometryFragment& fragment, double* value, double* du, double* dv) const;
 
 private:
-    std::string name_;
-    PolyMeshProperty source_;
-    SdsMeshProperty property_;
+    std::string m_name;
+    PolyMeshProperty m_source;
+    SdsMeshProperty m_property;
 };
 
 /// The properties of a cage on a mesh of its surface, which outlives them.
@@ -38,13 +38,13 @@ class MeshProperties {
 public:
     MeshProperties(const std::vector<PropertySource>& sources, const ControlCage& cage, const SdsMesh& mesh);
 
-    const std::deque<SurfaceProperty>& all() const { return properties_; }
+    const std::deque<SurfaceProperty>& get_all() const { return m_properties; }
     /// Throws std::invalid_argument, with the known names, when there is none of that name.
     const SurfaceProperty& find(const std::string& name) const;
 
 private:
-    PolyMesh polygons_;
-    std::deque<SurfaceProperty> properties_;
+    PolyMesh m_polygons;
+    std::deque<SurfaceProperty> m_properties;
 };
 
 /// A layer with the property's name, up to four numbers of which the layer shows all; 0 beside the surface. Throws

@@ -42,10 +42,10 @@ void sample_row(const GeometrySample& sample, double* out) {
 std::vector<double> sample_surface(const Surface& surface, unsigned int n, double time) {
     const CtxShader shader;
     const CtxEval ctx(shader);
-    return sample_grid(surface.base().get_primitive_count(), n, sample_row_size, time,
+    return sample_grid(surface.get_base().get_primitive_count(), n, sample_row_size, time,
                        [&](const GeometryFragment& fragment, double* row) {
                            GeometrySample sample;
-                           surface.geometry().compute_fragment_sample(ctx, fragment, sample);
+                           surface.get_geometry().compute_fragment_sample(ctx, fragment, sample);
                            sample_row(sample, row);
                        });
 }
@@ -53,8 +53,8 @@ std::vector<double> sample_surface(const Surface& surface, unsigned int n, doubl
 std::vector<double> sample_uvs(const Surface& surface, unsigned int n, unsigned int uv_map) {
     const CtxShader shader;
     const CtxEval ctx(shader);
-    const SdsMeshMaps& maps = surface.maps();
-    return sample_grid(surface.base().get_primitive_count(), n, uv_row_size, 0.0,
+    const SdsMeshMaps& maps = surface.get_maps();
+    return sample_grid(surface.get_base().get_primitive_count(), n, uv_row_size, 0.0,
                        [&](const GeometryFragment& fragment, double* row) {
                            if (!maps.is_primitive_uv_mapped(fragment.primitive, uv_map)) {
                                std::fill_n(row, uv_row_size, std::numeric_limits<double>::quiet_NaN());
@@ -70,16 +70,16 @@ std::vector<double> sample_property(const Surface& surface, const SurfacePropert
                                     double time) {
     const CtxShader shader;
     const CtxEval ctx(shader);
-    const std::size_t extent = property.extent();
-    return sample_grid(surface.base().get_primitive_count(), n, 3 * extent, time,
+    const std::size_t extent = property.get_extent();
+    return sample_grid(surface.get_base().get_primitive_count(), n, 3 * extent, time,
                        [&](const GeometryFragment& fragment, double* row) {
                            property.evaluate(ctx, fragment, row, row + extent, row + 2 * extent);
                        });
 }
 
 std::vector<float> patch_controls(const Surface& surface, double time) {
-    const std::uint32_t quads = surface.base().get_primitive_count();
-    const SdsBezierMesh patches = surface.geometry().get_bezier_mesh_at(time);
+    const std::uint32_t quads = surface.get_base().get_primitive_count();
+    const SdsBezierMesh patches = surface.get_geometry().get_bezier_mesh_at(time);
     std::vector<float> values(48 * std::size_t{quads});
     for (std::uint32_t q = 0; q < quads; ++q) {
         GMathVec3<float> controls[16];

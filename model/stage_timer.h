@@ -20,7 +20,7 @@ struct Stage {
 class StageTimer : public AppProgressBar {
 public:
     /// `front` may be null; it outlives the timer.
-    explicit StageTimer(AppProgressBar* front) : front_(front) {}
+    explicit StageTimer(AppProgressBar* front) : m_front(front) {}
 
     void begin_task(const CoreString& label, const float& weight, const bool& hidden) override;
     void end_task() override;
@@ -30,7 +30,7 @@ public:
     void increment(const float& share) override;
 
     /// Tasks in the order in which they began; those still open have 0 seconds.
-    const std::vector<Stage>& stages() const { return stages_; }
+    const std::vector<Stage>& get_stages() const { return m_stages; }
 
 private:
     struct Open {
@@ -38,25 +38,9 @@ private:
         std::chrono::steady_clock::time_point begin;
     };
 
-    AppProgressBar* front_;
-    std::vector<Stage> stages_;
-    std::vector<Open> open_;
-};
-
-/// Opens a task of a bar that may be null, and closes it on destruction.
-class TaskScope {
-public:
-    TaskScope(AppProgressBar* progress, const char* label, float weight) : progress_(progress) {
-        if (progress_ != nullptr) progress_->begin_task(label, weight, false);
-    }
-    ~TaskScope() {
-        if (progress_ != nullptr) progress_->end_task();
-    }
-    TaskScope(const TaskScope&) = delete;
-    TaskScope& operator=(const TaskScope&) = delete;
-
-private:
-    AppProgressBar* progress_;
+    AppProgressBar* m_front;
+    std::vector<Stage> m_stages;
+    std::vector<Open> m_open;
 };
 
 }  // namespace sds_model

@@ -30,54 +30,55 @@ GeometryColorMap to_color_map(std::span<const std::uint8_t> rgba) {
 
 Surface::Surface(const CageView& cage, const std::vector<UvSource>& further_uvs, std::span<const float> motion,
                  const SurfaceModes& modes, AppProgressBar* progress)
-    : base_(std::make_shared<SdsMeshBase>()), maps_(std::make_shared<SdsMeshMaps>()) {
+    : m_base(std::make_shared<SdsMeshBase>()), m_maps(std::make_shared<SdsMeshMaps>()) {
     StageTimer timer(progress);
     build_base(cage, timer);
     {
-        const TaskScope task(&timer, "geometry", 0.5f);
-        geometry_.set(*base_, to_points(cage.positions), to_points(motion), modes.positions, &timer);
+        const AppProgressTask task(&timer, "geometry", 0.5f);
+        m_geometry.set(*m_base, to_points(cage.positions), to_points(motion), modes.positions, &timer);
     }
     build_maps(cage, further_uvs, modes.uvs, timer);
-    stages_ = timer.stages();
+    m_stages = timer.get_stages();
 }
 
 void Surface::build_base(const CageView& cage, AppProgressBar& progress) {
-    const TaskScope task(&progress, "topology", 0.3f);
+    const AppProgressTask task(&progress, "topology", 0.3f);
     CoreArray<CoreString> groups;
     for (const std::string& name : cage.group_names) groups.add(CoreString(name));
     const PolyCreaseScope creases(view_of(cage.corner_creases));
-    base_->set(static_cast<unsigned int>(cage.vertex_count()), view_of(cage.polygon_indices),
-               view_of(cage.polygon_counts), view_of(cage.polygon_groups), groups, &progress);
+    m_base->set(static_cast<unsigned int>(cage.get_vertex_count()), view_of(cage.polygon_indices),
+                view_of(cage.polygon_counts), view_of(cage.polygon_groups), groups, &progress);
 }
 
 void Surface::build_maps(const CageView& cage, const std::vector<UvSource>& further_uvs,
                          SdsMeshMaps::InterpolationMode mode, AppProgressBar& progress) {
-    const TaskScope task(&progress, "maps", 0.2f);
+    const AppProgressTask task(&progress, "maps", 0.2f);
     CoreArray<GeometryUvMap> uv_maps;
     if (!cage.uv_indices.empty()) uv_maps.add(to_uv_map("uv", cage.uv_points, cage.uv_indices));
     for (const UvSource& source : further_uvs) uv_maps.add(to_uv_map(source.name, source.points, source.indices));
     CoreArray<GeometryColorMap> color_maps;
-    if (!cage.vertex_colours.empty()) color_maps.add(to_color_map(cage.vertex_colours));
+    if (!cage.vertex_colors.empty()) color_maps.add(to_color_map(cage.vertex_colors));
     const PolyCreaseScope creases(view_of(cage.corner_creases));
-    maps_->set(*base_, CoreArray<unsigned int>(view_of(cage.polygon_counts)), uv_maps, color_maps, mode, &progress);
+    m_maps->set(*m_base, CoreArray<unsigned int>(view_of(cage.polygon_counts)), uv_maps, color_maps, mode, &progress);
 }
 
 std::unique_ptr<Surface> Surface::moved(std::span<const float> positions, std::span<const float> motion) const {
     // A copy of the geometry keeps what positions do not enter.
-    std::unique_ptr<Surface> result(new Surface(base_, maps_, geometry_));
-    result->geometry_.set(*base_, to_points(positions), to_points(motion), geometry_.get_interpolation_mode(), nullptr);
+    std::unique_ptr<Surface> result(new Surface(m_base, m_maps, m_geometry));
+    result->m_geometry.set(*m_base, to_points(positions), to_points(motion), m_geometry.get_interpolation_mode(),
+                           nullptr);
     return result;
 }
 
-SdsMesh Surface::mesh(unsigned int level) const {
+SdsMesh Surface::make_mesh(unsigned int level) const {
     SdsMesh mesh;
-    mesh.set(geometry_, *maps_, level, nullptr);
+    mesh.set(m_geometry, *m_maps, level, nullptr);
     return mesh;
 }
 
-double Surface::build_seconds() const {
+double Surface::get_build_seconds() const {
     double seconds = 0.0;
-    for (const Stage& stage : stages_)
+    for (const Stage& stage : m_stages)
         if (stage.depth == 0) seconds += stage.seconds;
     return seconds;
 }

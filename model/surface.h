@@ -30,7 +30,7 @@ struct SurfaceModes {
 /// any number of threads may read.
 class Surface {
 public:
-    /// The cage's own UVs become map "uv" when there are any, `further_uvs` follow; its colours become colour map
+    /// The cage's own UVs become map "uv" when there are any, `further_uvs` follow; its colors become color map
     /// "color". `motion` holds x y z per vertex, or nothing. `progress` may be null; its innermost task goes to its
     /// end. Inputs are trusted.
     Surface(const CageView& cage, const std::vector<UvSource>& further_uvs, std::span<const float> motion,
@@ -45,28 +45,28 @@ public:
     /// the motion. Time samples are not carried over. This surface stays as it is and may go first.
     std::unique_ptr<Surface> moved(std::span<const float> positions, std::span<const float> motion) const;
 
-    const SdsMeshBase& base() const { return *base_; }
-    const SdsMeshMaps& maps() const { return *maps_; }
-    const SdsMeshGeometry& geometry() const { return geometry_; }
-    SdsMeshGeometry& geometry() { return geometry_; }
+    const SdsMeshBase& get_base() const { return *m_base; }
+    const SdsMeshMaps& get_maps() const { return *m_maps; }
+    const SdsMeshGeometry& get_geometry() const { return m_geometry; }
+    SdsMeshGeometry& get_geometry() { return m_geometry; }
 
     /// A renderable mesh at a tessellation level, 0 for the limit surface. It refers to this surface.
-    SdsMesh mesh(unsigned int level) const;
+    SdsMesh make_mesh(unsigned int level) const;
 
-    const std::vector<Stage>& stages() const { return stages_; }
-    double build_seconds() const;  ///< the outermost stages together
+    const std::vector<Stage>& get_stages() const { return m_stages; }
+    double get_build_seconds() const;  ///< the outermost stages together
 
 private:
     Surface(std::shared_ptr<SdsMeshBase> base, std::shared_ptr<SdsMeshMaps> maps, const SdsMeshGeometry& geometry)
-        : base_(std::move(base)), maps_(std::move(maps)), geometry_(geometry) {}
+        : m_base(std::move(base)), m_maps(std::move(maps)), m_geometry(geometry) {}
     void build_base(const CageView& cage, AppProgressBar& progress);
     void build_maps(const CageView& cage, const std::vector<UvSource>& further_uvs, SdsMeshMaps::InterpolationMode mode,
                     AppProgressBar& progress);
 
-    std::shared_ptr<SdsMeshBase> base_;
-    std::shared_ptr<SdsMeshMaps> maps_;
-    SdsMeshGeometry geometry_;
-    std::vector<Stage> stages_;
+    std::shared_ptr<SdsMeshBase> m_base;
+    std::shared_ptr<SdsMeshMaps> m_maps;
+    SdsMeshGeometry m_geometry;
+    std::vector<Stage> m_stages;
 };
 
 }  // namespace sds_model

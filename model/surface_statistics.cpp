@@ -1,6 +1,9 @@
 #include "model/surface_statistics.h"
 
+#include "sds/common/array_bytes.h"
 #include "sds/common/half_edge.h"
+
+#include <utility>
 
 namespace sds_model {
 
@@ -24,27 +27,48 @@ CornerClass classify_corner(const SdsMeshBase::VertexLocalTopology& fan, SdsMesh
     return is_straight || is_corner ? CornerClass::boundary : CornerClass::irregular;
 }
 
-template <class T>
-void add_array(std::vector<ArraySize>& sizes, const char* name, const CoreBasicArray<T>& array) {
-    if (!array.is_empty()) sizes.emplace_back(name, sizeof(T) * array.get_count());
-}
+/// Gathers the arrays of a surface.
+class ArrayList {
+public:
+    using Unit = std::size_t ArraySize::*;
 
-void add_map_arrays(std::vector<ArraySize>& sizes, const SdsMeshMaps& maps) {
-    for (unsigned int m = 0; m < maps.get_uv_map_count(); ++m) {
-        const SdsMeshMaps::SdsUvMap& map = maps.get_uv_map(m);
-        sizes.emplace_back("uv map " + map.name.to_std(), map.get_memory_size());
+    template <class T>
+    void add(const char* name, const CoreBasicArray<T>& array, Unit unit, std::size_t unit_count) {
+        if (!array.is_empty()) put({name}, sds::bytes_of(array), unit, unit_count);
     }
-    for (unsigned int m = 0; m < maps.get_color_map_count(); ++m)
-        sizes.emplace_back("color map " + maps.get_color_map_name(m).to_std(),
-                           4 * std::size_t{maps.get_color_map_colors(m).get_count()} +
-                               4 * std::size_t{maps.get_color_map_indices(m).get_count()});
-}
+    void add_uv_map(const SdsMeshMaps::SdsUvMap& map, std::size_t quads) {
+        const std::size_t of_points =
+            sds::bytes_of(map.vertices) + sds::bytes_of(map.vertex_infos) + sds::bytes_of(map.corners);
+        const std::size_t of_quads = sds::bytes_of(map.quad_indices) + sds::bytes_of(map.edges.opposite_edges) +
+                                     sds::bytes_of(map.edges.quad_edge_flags) + sds::bytes_of(map.patch_indices) +
+                                     sds::bytes_of(map.patches);
+        const std::size_t all = map.get_memory_size();
+        ArraySize& size = put({"uv map " + map.name.to_std()}, all - of_points - of_quads, &ArraySize::fixed, 1);
+        size.per_quad = of_quads / quads;
+        if (map.vertex_count != 0) size.per_uv_point = of_points / map.vertex_count;
+        size.bytes = all;
+    }
+    void add_color_map(const SdsMeshMaps& maps, unsigned int m, std::size_t vertices) {
+        put({"color map " + maps.get_color_map_name(m).to_std()},
+            sds::bytes_of(maps.get_color_map_colors(m)) + sds::bytes_of(maps.get_color_map_indices(m)),
+            &ArraySize::per_vertex, vertices);
+    }
+
+    std::vector<ArraySize> sizes;
+
+private:
+    ArraySize& put(ArraySize size, std::size_t bytes, Unit unit, std::size_t unit_count) {
+        size.bytes = bytes;
+        size.*unit = bytes / unit_count;
+        return sizes.emplace_back(std::move(size));
+    }
+};
 
 }  // namespace
 
 VertexClasses classify_vertices(const Surface& surface) {
-    const SdsMeshBase& base = surface.base();
-    const auto& infos = surface.geometry().get_vertex_infos();
+    const SdsMeshBase& base = surface.get_base();
+    const auto& infos = surface.get_geometry().get_vertex_infos();
     const auto& quads = base.get_quad_indices();
     enum : unsigned char { used = 1, on_border = 2 };
     std::vector<unsigned char> marks(infos.get_count(), 0);
@@ -68,11 +92,11 @@ VertexClasses classify_vertices(const Surface& surface) {
 }
 
 PatchClasses classify_patches(const Surface& surface) {
-    const SdsMeshBase& base = surface.base();
+    const SdsMeshBase& base = surface.get_base();
     // Not the geometry's own fans: a bilinear one has trivial records.
     CoreArray<SdsMeshBase::VertexLocalTopology> fans(base.get_quad_indices().get_count());
     SdsMeshBase::analyse_vertices_local_topology(base.get_edges(), fans, false, nullptr);
-    const auto& infos = surface.geometry().get_vertex_infos();
+    const auto& infos = surface.get_geometry().get_vertex_infos();
     PatchClasses classes;
     for (unsigned int q = 0; q < base.get_primitive_count(); ++q) {
         CornerClass worst = CornerClass::regular;
@@ -99,15 +123,15 @@ std::map<std::uint32_t, std::uint32_t> valence_histogram(const SdsMeshBase& base
 }
 
 std::vector<MapStatistics> uv_map_statistics(const Surface& surface) {
-    const SdsMeshMaps& maps = surface.maps();
+    const SdsMeshMaps& maps = surface.get_maps();
     std::vector<MapStatistics> list;
     for (unsigned int m = 0; m < maps.get_uv_map_count(); ++m) {
         const SdsMeshMaps::SdsUvMap& map = maps.get_uv_map(m);
         MapStatistics statistics{map.name.to_std(), map.vertex_count, 0, 0};
-        for_each_edge(surface.base(), [&](unsigned int e) {
-            if (!surface.base().is_edge_border(e) && map.edges.is_border(e)) ++statistics.seam_edges;
+        for_each_edge(surface.get_base(), [&](unsigned int e) {
+            if (!surface.get_base().is_edge_border(e) && map.edges.is_border(e)) ++statistics.seam_edges;
         });
-        for (unsigned int q = 0; q < surface.base().get_primitive_count(); ++q)
+        for (unsigned int q = 0; q < surface.get_base().get_primitive_count(); ++q)
             if (!maps.is_primitive_uv_mapped(q, m)) ++statistics.unmapped_quads;
         list.push_back(std::move(statistics));
     }
@@ -115,28 +139,38 @@ std::vector<MapStatistics> uv_map_statistics(const Surface& surface) {
 }
 
 std::vector<ArraySize> array_sizes(const Surface& surface) {
-    const SdsMeshBase& base = surface.base();
-    const SdsMeshGeometry& geometry = surface.geometry();
-    std::vector<ArraySize> sizes;
-    add_array(sizes, "quad indices", base.get_quad_indices());
-    add_array(sizes, "opposite edges", base.get_edges().opposite_edges);
-    add_array(sizes, "edge flags", base.get_edges().quad_edge_flags);
-    add_array(sizes, "vertex infos", base.get_vertex_infos());
+    const SdsMeshBase& base = surface.get_base();
+    const SdsMeshGeometry& geometry = surface.get_geometry();
+    const std::size_t quads = base.get_primitive_count(), vertices = base.get_vertex_infos().get_count();
+    ArrayList list;
+    const auto by_quad = [&](const char* name, const auto& array) {
+        list.add(name, array, &ArraySize::per_quad, quads);
+    };
+    const auto by_vertex = [&](const char* name, const auto& array) {
+        list.add(name, array, &ArraySize::per_vertex, vertices);
+    };
+    by_quad("quad indices", base.get_quad_indices());
+    by_quad("opposite edges", base.get_edges().opposite_edges);
+    by_quad("edge flags", base.get_edges().quad_edge_flags);
+    by_vertex("vertex infos", base.get_vertex_infos());
     if (const auto* step = base.get_subdivision()) {
-        add_array(sizes, "step: vertex rings", step->vertex_rings);
-        add_array(sizes, "step: ring edges", step->ring_edges);
-        add_array(sizes, "step: quad parents", step->quad_parents);
+        by_vertex("step: vertex rings", step->vertex_rings);
+        by_quad("step: ring edges", step->ring_edges);
+        by_quad("step: quad parents", step->quad_parents);
     }
-    add_array(sizes, "vertices", geometry.get_vertices());
-    add_array(sizes, "motion vectors", geometry.get_motion_vectors());
-    add_array(sizes, "interpolated vertex infos", geometry.get_vertex_infos());
-    add_array(sizes, "vertex fans", geometry.get_local_topologies());
-    add_array(sizes, "tangent infos", geometry.get_tangent_infos());
-    add_array(sizes, "patches", geometry.get_bezier_patches());
-    add_array(sizes, "limit corners", geometry.get_bezier_corners());
-    add_array(sizes, "tangents", geometry.get_bezier_tangents_array());
-    add_map_arrays(sizes, surface.maps());
-    return sizes;
+    by_vertex("vertices", geometry.get_vertices());
+    by_vertex("motion vectors", geometry.get_motion_vectors());
+    by_vertex("interpolated vertex infos", geometry.get_vertex_infos());
+    by_quad("vertex fans", geometry.get_local_topologies());
+    by_quad("tangent infos", geometry.get_tangent_infos());
+    by_quad("patches", geometry.get_bezier_patches());
+    by_vertex("limit corners", geometry.get_bezier_corners());
+    const auto& tangents = geometry.get_bezier_tangents_array();
+    list.add("tangents", tangents, &ArraySize::per_tangent, tangents.get_count());
+    const SdsMeshMaps& maps = surface.get_maps();
+    for (unsigned int m = 0; m < maps.get_uv_map_count(); ++m) list.add_uv_map(maps.get_uv_map(m), quads);
+    for (unsigned int m = 0; m < maps.get_color_map_count(); ++m) list.add_color_map(maps, m, vertices);
+    return std::move(list.sizes);
 }
 
 }  // namespace sds_model

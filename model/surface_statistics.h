@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace sds_model {
@@ -33,14 +32,20 @@ struct MapStatistics {
     std::uint32_t unmapped_quads = 0;
 };
 
-using ArraySize = std::pair<std::string, std::size_t>;  // name, bytes
+/// An array that grows with the mesh: its bytes, and how many of them a quad, a vertex, a tangent and a UV point take.
+struct ArraySize {
+    std::string name;
+    std::size_t bytes = 0;
+    std::size_t per_quad = 0, per_vertex = 0, per_tangent = 0, per_uv_point = 0;
+    std::size_t fixed = 0;  ///< the rest
+};
 
 VertexClasses classify_vertices(const Surface& surface);
 PatchClasses classify_patches(const Surface& surface);
 /// Used vertices by the number of edges that meet there.
 std::map<std::uint32_t, std::uint32_t> valence_histogram(const SdsMeshBase& base);
 std::vector<MapStatistics> uv_map_statistics(const Surface& surface);
-/// Arrays that grow with the mesh; empty ones are left out.
+/// Empty arrays are left out. UV maps stand in their order.
 std::vector<ArraySize> array_sizes(const Surface& surface);
 
 }  // namespace sds_model

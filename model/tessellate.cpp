@@ -51,7 +51,7 @@ std::vector<std::uint32_t> cell_corners(const WeldedGrid& grid, std::uint32_t qu
 
 WeldedGrid::WeldedGrid(const CoreBasicArray<unsigned int>& quad_indices,
                        const CoreBasicArray<unsigned int>& opposite_edges, unsigned int cells)
-    : quad_indices_(quad_indices), cells_(cells) {
+    : m_quad_indices(quad_indices), m_cells(cells) {
     const std::uint32_t half_edges = quad_indices.get_count();
     std::uint64_t count = 0;
     const auto take = [&count](std::uint64_t points) {
@@ -60,52 +60,52 @@ WeldedGrid::WeldedGrid(const CoreBasicArray<unsigned int>& quad_indices,
         return static_cast<std::uint32_t>(std::min<std::uint64_t>(first, none));
     };
 
-    interiors_.assign(half_edges / 4, 0);
+    m_interiors.assign(half_edges / 4, 0);
     for (std::uint32_t e = 0; e < half_edges; ++e)
-        if (quad_indices[e] == none) interiors_[e / 4] = none;
+        if (quad_indices[e] == none) m_interiors[e / 4] = none;
 
     for (std::uint32_t e = 0; e < half_edges; ++e) {
         if (!has_quad(e / 4)) continue;
         const std::uint32_t vertex = quad_indices[e];
-        if (vertex >= corners_.size()) corners_.resize(vertex + 1, none);
-        if (corners_[vertex] == none) corners_[vertex] = take(1);
+        if (vertex >= m_corners.size()) m_corners.resize(vertex + 1, none);
+        if (m_corners[vertex] == none) m_corners[vertex] = take(1);
     }
 
-    owners_.resize(half_edges);
-    edges_.assign(half_edges, none);
+    m_owners.resize(half_edges);
+    m_edges.assign(half_edges, none);
     const std::uint64_t inner = cells - 1;
     for (std::uint32_t e = 0; e < half_edges; ++e) {
         if (!has_quad(e / 4)) continue;
         const std::uint32_t opposite = opposite_edges[e];
         const bool is_shared =
             opposite != none && opposite < e && has_quad(opposite / 4) && quad_indices[opposite] != quad_indices[e];
-        owners_[e] = is_shared ? opposite : e;
-        if (!is_shared) edges_[e] = take(inner);
+        m_owners[e] = is_shared ? opposite : e;
+        if (!is_shared) m_edges[e] = take(inner);
     }
-    for (std::uint32_t& first : interiors_)
+    for (std::uint32_t& first : m_interiors)
         if (first != none) first = take(inner * inner);
 
     if (count >= none) throw std::length_error(std::to_string(count) + " vertices are more than a file can number");
-    point_count_ = static_cast<std::uint32_t>(count);
+    m_point_count = static_cast<std::uint32_t>(count);
 }
 
 std::uint32_t WeldedGrid::edge_point(std::uint32_t half_edge, unsigned int t) const {
-    if (t == 0) return corners_[quad_indices_[half_edge]];
-    if (t == cells_) return corners_[end_vertex(half_edge)];
-    const std::uint32_t owner = owners_[half_edge];
-    return edges_[owner] + (owner != half_edge ? cells_ - t : t) - 1;  // neighbours run the other way
+    if (t == 0) return m_corners[m_quad_indices[half_edge]];
+    if (t == m_cells) return m_corners[end_vertex(half_edge)];
+    const std::uint32_t owner = m_owners[half_edge];
+    return m_edges[owner] + (owner != half_edge ? m_cells - t : t) - 1;  // neighbours run the other way
 }
 
 std::uint32_t WeldedGrid::point(std::uint32_t quad, unsigned int i, unsigned int j) const {
     if (j == 0) return edge_point(4 * quad, i);
-    if (i == cells_) return edge_point(4 * quad + 1, j);
-    if (j == cells_) return edge_point(4 * quad + 2, cells_ - i);
-    if (i == 0) return edge_point(4 * quad + 3, cells_ - j);
-    return interiors_[quad] + (j - 1) * (cells_ - 1) + (i - 1);
+    if (i == m_cells) return edge_point(4 * quad + 1, j);
+    if (j == m_cells) return edge_point(4 * quad + 2, m_cells - i);
+    if (i == 0) return edge_point(4 * quad + 3, m_cells - j);
+    return m_interiors[quad] + (j - 1) * (m_cells - 1) + (i - 1);
 }
 
 Tessellation tessellate(const Surface& surface, unsigned int level, double time, unsigned int uv_map) {
-    const SdsMeshBase& base = surface.base();
+    const SdsMeshBase& base = surface.get_base();
     const std::uint32_t quads = base.get_primitive_count();
     const unsigned int cells = base.get_tessellation_sample_count(level) - 1;
     const std::uint64_t faces = std::uint64_t{quads} * cells * cells;
@@ -113,14 +113,14 @@ Tessellation tessellate(const Surface& surface, unsigned int level, double time,
         throw std::length_error(std::to_string(faces) + " faces are more than a file can number");
 
     Tessellation out;
-    const SdsBezierMesh patches = surface.geometry().get_bezier_mesh_at(time);
+    const SdsBezierMesh patches = surface.get_geometry().get_bezier_mesh_at(time);
     const WeldedGrid grid(base.get_quad_indices(), base.get_edges().opposite_edges, cells);
     out.positions =
         evaluate_points(grid, quads, cells, [&](std::uint32_t q, Vec3f* c) { patches.get_patch_controls(q, c); });
     out.polygon_counts.assign(faces, 4);
     out.polygon_indices = cell_corners(grid, quads, cells);
 
-    const SdsMeshMaps& maps = surface.maps();
+    const SdsMeshMaps& maps = surface.get_maps();
     if (uv_map >= maps.get_uv_map_count()) return out;
     const SdsMeshMaps::SdsUvMap& map = maps.get_uv_map(uv_map);
     const WeldedGrid uv_grid(map.quad_indices, map.edges.opposite_edges, cells);

@@ -17,8 +17,8 @@ public:
     WeldedGrid(const CoreBasicArray<unsigned int>& quad_indices, const CoreBasicArray<unsigned int>& opposite_edges,
                unsigned int cells);
 
-    bool has_quad(std::uint32_t quad) const { return interiors_[quad] != none; }
-    std::uint32_t point_count() const { return point_count_; }
+    bool has_quad(std::uint32_t quad) const { return m_interiors[quad] != none; }
+    std::uint32_t point_count() const { return m_point_count; }
     /// Number of a point of a quad that has points.
     std::uint32_t point(std::uint32_t quad, unsigned int i, unsigned int j) const;
 
@@ -27,16 +27,16 @@ private:
 
     std::uint32_t edge_point(std::uint32_t half_edge, unsigned int t) const;
     std::uint32_t end_vertex(std::uint32_t half_edge) const {
-        return quad_indices_[(half_edge & ~3u) | ((half_edge + 1) & 3u)];
+        return m_quad_indices[(half_edge & ~3u) | ((half_edge + 1) & 3u)];
     }
 
-    const CoreBasicArray<unsigned int>& quad_indices_;
-    unsigned int cells_;
-    std::uint32_t point_count_ = 0;
-    std::vector<std::uint32_t> corners_;    // point per vertex
-    std::vector<std::uint32_t> owners_;     // half-edge that numbers the points of each half-edge
-    std::vector<std::uint32_t> edges_;      // first inner point per owning half-edge
-    std::vector<std::uint32_t> interiors_;  // first inner point per quad; none where the quad has no points
+    const CoreBasicArray<unsigned int>& m_quad_indices;
+    unsigned int m_cells;
+    std::uint32_t m_point_count = 0;
+    std::vector<std::uint32_t> m_corners;    // point per vertex
+    std::vector<std::uint32_t> m_owners;     // half-edge that numbers the points of each half-edge
+    std::vector<std::uint32_t> m_edges;      // first inner point per owning half-edge
+    std::vector<std::uint32_t> m_interiors;  // first inner point per quad; none where the quad has no points
 };
 
 /// Quads with shared vertices, ready to be written.

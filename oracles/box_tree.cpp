@@ -34,16 +34,16 @@ BoxTree::BoxTree(const std::vector<Box>& boxes, double margin) : m_items(boxes.s
 
 void BoxTree::build(std::uint32_t node, std::uint32_t first, std::uint32_t count, const std::vector<Box>& boxes) {
     Box all = Box::empty();
-    Box centres = Box::empty();
+    Box centers = Box::empty();
     for (std::uint32_t i = first; i < first + count; ++i) {
         all.grow(boxes[m_items[i]]);
-        centres.grow(boxes[m_items[i]].get_center());
+        centers.grow(boxes[m_items[i]].get_center());
     }
     if (count <= 4) {
         m_nodes[node] = {all, first, count};
         return;
     }
-    const Vec3d extent = centres.get_max() - centres.get_min();
+    const Vec3d extent = centers.get_max() - centers.get_min();
     unsigned int axis = extent[1] > extent[0] ? 1 : 0;
     if (extent[2] > extent[axis]) axis = 2;
     const std::uint32_t half = count / 2;

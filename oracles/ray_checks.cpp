@@ -317,12 +317,12 @@ HoleCounts count_holes(const RayOracle& oracle, const TraceFunction& trace, cons
     });
 }
 
-ZooMesh moved(const ZooMesh& cage, const Vec3d& centre, double radius) {
+ZooMesh moved(const ZooMesh& cage, const Vec3d& center, double radius) {
     BoxTree::Box box = BoxTree::Box::empty();
     for (const Vec3f& p : cage.positions) box.grow(Vec3d(p));
     const double scale = 2.0 * radius / box.get_diagonal();
     ZooMesh out = cage;
-    for (Vec3f& p : out.positions) p = Vec3f((Vec3d(p) - box.get_center()) * scale + centre);
+    for (Vec3f& p : out.positions) p = Vec3f((Vec3d(p) - box.get_center()) * scale + center);
     return out;
 }
 

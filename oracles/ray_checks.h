@@ -84,7 +84,7 @@ struct HoleCounts {
 HoleCounts count_holes(const RayOracle& oracle, const TraceFunction& trace, const std::vector<Vec3d>& inside_points,
                        Aim aim, double diagonals, std::uint64_t ray_count, const FaultReport& report = {});
 
-// The cage at another place and size: radius of its box `radius`, centre at `centre`.
-ZooMesh moved(const ZooMesh& cage, const Vec3d& centre, double radius);
+// The cage at another place and size: radius of its box `radius`, center at `center`.
+ZooMesh moved(const ZooMesh& cage, const Vec3d& center, double radius);
 
 }  // namespace sds_test

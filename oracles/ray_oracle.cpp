@@ -209,7 +209,7 @@ void RayOracle::meet_patch(const RayPlane& ray, unsigned int primitive, Report&&
         }
         double u = 0.5 * (node.u0 + node.u1);
         double v = 0.5 * (node.v0 + node.v1);
-        const double u_centre = u, v_centre = v, reach = 2.0 * (node.u1 - node.u0);
+        const double u_center = u, v_center = v, reach = 2.0 * (node.u1 - node.u0);
         Vec3d du, dv;
         bool is_root = false;
         for (unsigned int step = 0; step < 8; ++step) {
@@ -223,7 +223,7 @@ void RayOracle::meet_patch(const RayPlane& ray, unsigned int primitive, Report&&
             const double det = a * d - b * c;
             const double step_u = (d * f.p - b * f.q) / det;
             const double step_v = (a * f.q - c * f.p) / det;
-            if (!(std::fabs(u - step_u - u_centre) <= reach && std::fabs(v - step_v - v_centre) <= reach)) break;
+            if (!(std::fabs(u - step_u - u_center) <= reach && std::fabs(v - step_v - v_center) <= reach)) break;
             u -= step_u;
             v -= step_v;
         }

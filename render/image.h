@@ -8,15 +8,15 @@
 namespace sds_render {
 
 enum class ChannelKind {
-    colour,  // linear light, 16-bit float on disk
-    data,    // 32-bit float on disk
-    id,      // 32-bit unsigned integer
+    color,  // linear light, 16-bit float on disk
+    data,   // 32-bit float on disk
+    id,     // 32-bit unsigned integer
 };
 
 struct Channel {
     std::string name;  // "R", "Z", or "layer.component"
     ChannelKind kind = ChannelKind::data;
-    // Row by row from the top, width * height; `values` for colour and data, `ids` for id.
+    // Row by row from the top, width * height; `values` for color and data, `ids` for id.
     std::vector<float> values;
     std::vector<std::uint32_t> ids;
 };
@@ -48,7 +48,7 @@ using Pixels8 = std::vector<std::uint8_t>;
 
 // What a person looks at. An empty `layer` is the picture itself: R, G, B through the filmic curve, with a little
 // ordered noise against banding, and A. Other layers are shown by content: three components called X Y Z around zero as
-// 0.5 + 0.5 x, colours as they are without the curve, ids each in a colour of its own, other values stretched between
+// 0.5 + 0.5 x, colors as they are without the curve, ids each in a color of its own, other values stretched between
 // their least and greatest finite ones. Throws std::invalid_argument when the image has no such layer.
 Pixels8 make_preview(const Image& image, const std::string& layer);
 

@@ -26,7 +26,7 @@ Layer::Value to_value(const Vec3& v) {
     return value;
 }
 
-Layer::Value to_value(const Color& colour) { return to_value(Vec3(colour)); }
+Layer::Value to_value(const Color& color) { return to_value(Vec3(color)); }
 
 Layer::Value to_id(unsigned int id) {
     Layer::Value value;
@@ -58,17 +58,17 @@ Layer make_depth_layer() {
     return layer;
 }
 
-Layer make_colour_map_layer() {
+Layer make_color_map_layer() {
     Layer layer;
     layer.name = "color";
     layer.components = {"R", "G", "B", "A"};
-    layer.kind = ChannelKind::colour;
+    layer.kind = ChannelKind::color;
     layer.evaluate = [](const SurfacePoint& point) {
         Layer::Value value;
         if (point.object->get_color_map_count() == 0) return value;
-        GMathVec4<float> colour;
-        point.object->compute_fragment_color(*point.ctx, point.fragment, 0, colour);
-        for (unsigned int c = 0; c < 4; ++c) value.components[c] = colour[c];
+        GMathVec4<float> color;
+        point.object->compute_fragment_color(*point.ctx, point.fragment, 0, color);
+        for (unsigned int c = 0; c < 4; ++c) value.components[c] = color[c];
         return value;
     };
     return layer;
@@ -78,7 +78,7 @@ Layer make_checker_layer() {
     Layer layer;
     layer.name = "checker";
     layer.components = {"R", "G", "B"};
-    layer.kind = ChannelKind::colour;
+    layer.kind = ChannelKind::color;
     layer.evaluate = [checker = make_checker(0, 8.0)](const SurfacePoint& point) { return to_value(checker(point)); };
     return layer;
 }
@@ -107,34 +107,34 @@ const std::vector<Layer>& get_layers() {
                       [](const SurfacePoint& point) {
                           return point.object->get_primitive_shading_group_index(point.fragment.primitive);
                       }),
-        make_colour_map_layer(),
+        make_color_map_layer(),
         make_checker_layer()};
     return layers;
 }
 
 }  // namespace
 
-SurfaceColour make_uniform_colour(const Color& colour) {
-    return [colour](const SurfacePoint&) { return colour; };
+SurfaceColor make_uniform_color(const Color& color) {
+    return [color](const SurfacePoint&) { return color; };
 }
 
-SurfaceColour make_group_colour() {
+SurfaceColor make_group_color() {
     return [](const SurfacePoint& point) {
         const unsigned int group = point.object->get_primitive_shading_group_index(point.fragment.primitive);
         return get_group_tint(group == no_index ? point.object_index : group + 5 * point.object_index);
     };
 }
 
-SurfaceColour make_map_colour(unsigned int map, const Color& fallback) {
+SurfaceColor make_map_color(unsigned int map, const Color& fallback) {
     return [map, fallback](const SurfacePoint& point) {
         if (map >= point.object->get_color_map_count()) return fallback;
-        GMathVec4<float> colour;
-        point.object->compute_fragment_color(*point.ctx, point.fragment, map, colour);
-        return Color{colour[0], colour[1], colour[2]};
+        GMathVec4<float> color;
+        point.object->compute_fragment_color(*point.ctx, point.fragment, map, color);
+        return Color{color[0], color[1], color[2]};
     };
 }
 
-SurfaceColour make_checker(unsigned int map, double count) {
+SurfaceColor make_checker(unsigned int map, double count) {
     return [map, count](const SurfacePoint& point) {
         Vec3 uvw;
         const bool is_mapped = get_uvw(point, map, uvw);

@@ -1,4 +1,4 @@
-// What is known at a hit, and functions of it: surface colours and picture layers.
+// What is known at a hit, and functions of it: surface colors and picture layers.
 #pragma once
 
 #include <cstdint>
@@ -24,23 +24,23 @@ struct SurfacePoint {
 };
 
 // Albedo at a hit. Called from many threads at once.
-using SurfaceColour = std::function<Color(const SurfacePoint&)>;
+using SurfaceColor = std::function<Color(const SurfacePoint&)>;
 
 inline const Color clay{0.61f, 0.43f, 0.32f};
 
-SurfaceColour make_uniform_colour(const Color& colour);
-// A quiet colour of its own for every shading group of every object; the first of a scene is clay.
-SurfaceColour make_group_colour();
-// The object's colour map, `fallback` on objects without it.
-SurfaceColour make_map_colour(unsigned int map, const Color& fallback);
+SurfaceColor make_uniform_color(const Color& color);
+// A quiet color of its own for every shading group of every object; the first of a scene is clay.
+SurfaceColor make_group_color();
+// The object's color map, `fallback` on objects without it.
+SurfaceColor make_map_color(unsigned int map, const Color& fallback);
 // Squares of a UV map, `count` along a unit of u and v; patch coordinates where a primitive is not mapped.
-SurfaceColour make_checker(unsigned int map, double count);
+SurfaceColor make_checker(unsigned int map, double count);
 
 // u, v, w of a map at the point; false, and patch coordinates, where the primitive is not mapped.
 bool get_uvw(const SurfacePoint& point, unsigned int map, Vec3& uvw);
 
-// A layer of the picture: up to four values, or one id, at every hit. Layers of kind `colour` are filtered over the
-// pixel and are 0 beside the surface. The others are taken from one sample, the one nearest to the pixel's centre.
+// A layer of the picture: up to four values, or one id, at every hit. Layers of kind `color` are filtered over the
+// pixel and are 0 beside the surface. The others are taken from one sample, the one nearest to the pixel's center.
 struct Layer {
     static constexpr unsigned int max_component_count = 4;
     struct Value {
@@ -63,7 +63,7 @@ struct Layer {
 //   P        position X Y Z                     Z      depth along the camera's axis, infinite beside the surface
 //   st       patch coordinates X Y              uv     UV map 0 X Y (patch coordinates where not mapped)
 //   id       primitive index                    object object index         group  shading group index
-//   color    colour map 0, R G B A              checker  squares of UV map 0, R G B
+//   color    color map 0, R G B A              checker  squares of UV map 0, R G B
 // Throws std::invalid_argument, with the known names, for another one.
 Layer make_layer(const std::string& name);
 const std::vector<std::string>& get_layer_names();

@@ -10,6 +10,7 @@ packages=(
     libgtest-dev libgmock-dev libosd-dev libbenchmark-dev           # tests and benchmarks
     clang-format clang-tidy                                         # checks
     clang libclang-rt-14-dev                                        # fuzzers
+    help2man                                                        # manual pages
     abigail-tools groff-base                                        # checks of what is installed
     valgrind                                                        # scripts/check_valgrind
     python3-dev python3-numpy pybind11-dev python3-pytest           # Python package

@@ -7,7 +7,7 @@ namespace sds_bench {
 
 HostCage::HostCage(const sds_model::ControlCage& cage, const std::string& cage_name)
     : name(cage_name),
-      positions(static_cast<unsigned int>(cage.vertex_count())),
+      positions(static_cast<unsigned int>(cage.get_vertex_count())),
       counts(sds_model::view_of(cage.polygon_counts)),
       indices(sds_model::view_of(cage.polygon_indices)),
       groups(sds_model::view_of(cage.polygon_groups)),

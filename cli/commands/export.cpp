@@ -57,7 +57,7 @@ void check_options(const ExportOptions& options) {
 }
 
 void check_uv_map(const ExportOptions& options, const Surface& surface) {
-    const unsigned int count = surface.maps().get_uv_map_count();
+    const unsigned int count = surface.get_maps().get_uv_map_count();
     const bool is_asked_for = !options.uvs.path.empty() || options.uv_map > 0;
     if (is_asked_for && options.uv_map >= count)
         throw UsageError("UV map " + std::to_string(options.uv_map) + " of " + options.mesh + ", which has " +
@@ -66,8 +66,8 @@ void check_uv_map(const ExportOptions& options, const Surface& surface) {
 
 void report_unmapped(const ExportOptions& options, const Surface& surface) {
     unsigned int unmapped = 0;
-    for (unsigned int q = 0; q < surface.base().get_primitive_count(); ++q)
-        if (!surface.maps().is_primitive_uv_mapped(q, options.uv_map)) ++unmapped;
+    for (unsigned int q = 0; q < surface.get_base().get_primitive_count(); ++q)
+        if (!surface.get_maps().is_primitive_uv_mapped(q, options.uv_map)) ++unmapped;
     if (unmapped > 0 && !options.quiet)
         print_line(options.uvs.path + ": note: " + std::to_string(unmapped) +
                    " quads are not mapped, their UVs are NaN");
@@ -83,13 +83,13 @@ void write_array(const std::string& path, std::span<const std::size_t> shape, co
 }
 
 void export_properties(const ExportOptions& options, const LoadedSurface& loaded) {
-    const SdsMesh mesh = loaded.surface->mesh(0);
-    const MeshProperties properties(loaded.properties, loaded.cage(), mesh);
+    const SdsMesh mesh = loaded.surface->make_mesh(0);
+    const MeshProperties properties(loaded.properties, loaded.get_cage(), mesh);
     for (const auto& [name, path] : options.properties) find_property(properties, name);
     const std::size_t side = std::size_t{options.property_cells} + 1;
     for (const auto& [name, path] : options.properties) {
         const SurfaceProperty& property = find_property(properties, name);
-        const std::size_t shape[] = {mesh.get_primitive_count(), side, side, 3 * std::size_t{property.extent()}};
+        const std::size_t shape[] = {mesh.get_primitive_count(), side, side, 3 * std::size_t{property.get_extent()}};
         write_array<double>(path, shape,
                             sample_property(*loaded.surface, property, options.property_cells, options.time));
     }
@@ -101,7 +101,7 @@ void run_export(const ExportOptions& options) {
     const Surface& surface = *loaded.surface;
     check_uv_map(options, surface);
     if (options.statistics) print_build_rate({&loaded, 1});
-    const std::size_t quads = surface.base().get_primitive_count();
+    const std::size_t quads = surface.get_base().get_primitive_count();
 
     if (!options.properties.empty()) export_properties(options, loaded);
     if (!options.patches.empty()) {

@@ -26,44 +26,8 @@ struct InfoOptions : CommonOptions {
     bool estimate = false;
 };
 
-struct PropertyFacts {
-    std::string name, kind, type;
-    unsigned int extent, items, times;
-    bool is_indexed;
-    std::size_t bytes;
-};
-
-/// Everything that is printed, gathered once.
-struct Info {
-    std::uint32_t quads;
-    bool has_step;
-    VertexClasses vertices;
-    PatchClasses patches;
-    std::map<std::uint32_t, std::uint32_t> valences;
-    GMathBbox3<double> box;  ///< of the surface at rest, or over its whole motion
-    double area;             ///< at rest
-    std::vector<MapStatistics> uv_maps;
-    std::vector<std::string> color_maps;
-    std::vector<PropertyFacts> properties;
-    std::vector<ArraySize> arrays;
-    std::size_t bytes;
-};
-
-std::vector<PropertyFacts> describe_properties(const LoadedSurface& loaded, const SdsMesh& mesh) {
-    std::vector<PropertyFacts> list;
-    const MeshProperties properties(loaded.properties, loaded.cage(), mesh);
-    for (const SurfaceProperty& each : properties.all()) {
-        const SdsMeshProperty& property = each.property();
-        list.push_back({each.name(), to_name(property.get_type()),
-                        ResourceProperty::get_type_name(property.get_value_type()), each.extent(),
-                        property.get_value_count(), property.get_time_sampling().get_sample_count(),
-                        property.has_indices(), property.get_memory_size()});
-    }
-    return list;
-}
-
 std::vector<double> sample_times(const Motion& motion) {
-    return motion.files.empty() ? std::vector<double>{motion.first_time(), motion.last_time()} : motion.times;
+    return motion.files.empty() ? std::vector<double>{motion.get_first_time(), motion.get_last_time()} : motion.times;
 }
 
 /// Of every patch's controls. They move straight between samples, so that the boxes at the samples hold all.
@@ -78,28 +42,6 @@ GMathBbox3<double> motion_box(const SdsMesh& mesh, const std::vector<double>& ti
     return box;
 }
 
-Info gather(const LoadedSurface& loaded) {
-    const Surface& surface = *loaded.surface;
-    const SdsMesh mesh = surface.mesh(0);
-    const CtxShader shader;
-    Info info{};
-    info.quads = mesh.get_primitive_count();
-    info.has_step = surface.base().get_base_tessellation_level();
-    info.vertices = classify_vertices(surface);
-    info.patches = classify_patches(surface);
-    info.valences = valence_histogram(surface.base());
-    info.box = loaded.motion.has_motion() ? motion_box(mesh, sample_times(loaded.motion)) : mesh.get_bbox();
-    info.area = mesh.estimate_area(CtxEval(shader), {});
-    info.uv_maps = uv_map_statistics(surface);
-    for (unsigned int m = 0; m < mesh.get_color_map_count(); ++m)
-        info.color_maps.push_back(mesh.get_color_map_name(m).to_std());
-    info.properties = describe_properties(loaded, mesh);
-    info.arrays = array_sizes(surface);
-    info.bytes = surface.base().get_memory_size() + surface.geometry().get_memory_size() +
-                 surface.maps().get_memory_size() + mesh.get_memory_size();
-    return info;
-}
-
 Json to_json(const GMathVec3<double>& v) { return {v[0], v[1], v[2]}; }
 
 Json to_json(const std::vector<Stage>& stages) {
@@ -111,54 +53,80 @@ Json to_json(const std::vector<Stage>& stages) {
 
 Json to_json(const Motion& motion) {
     if (!motion.has_motion()) return nullptr;
-    return {
-        {"kind", motion.files.empty() ? "vectors" : "samples"},
-        {"times", motion.files.empty() ? std::vector<double>{motion.first_time(), motion.last_time()} : motion.times}};
+    return {{"kind", motion.files.empty() ? "vectors" : "samples"}, {"times", sample_times(motion)}};
 }
 
-std::string to_json_text(const InfoOptions& options, const LoadedSurface& loaded, const Info& info) {
+Json to_json(const std::vector<MapStatistics>& maps) {
+    Json list = Json::array();
+    for (const MapStatistics& map : maps)
+        list.push_back({{"name", map.name},
+                        {"points", map.points},
+                        {"seam_edges", map.seam_edges},
+                        {"unmapped_quads", map.unmapped_quads}});
+    return list;
+}
+
+Json to_json(const MeshProperties& properties) {
+    Json list = Json::array();
+    for (const SurfaceProperty& each : properties.get_all()) {
+        const SdsMeshProperty& property = each.get_property();
+        list.push_back({{"name", each.get_name()},
+                        {"kind", to_name(property.get_type())},
+                        {"type", ResourceProperty::get_type_name(property.get_value_type())},
+                        {"extent", each.get_extent()},
+                        {"items", property.get_value_count()},
+                        {"times", property.get_time_sampling().get_sample_count()},
+                        {"indexed", property.has_indices()},
+                        {"bytes", property.get_memory_size()}});
+    }
+    return list;
+}
+
+void add_arrays(const std::vector<ArraySize>& arrays, Json& bytes) {
+    for (const ArraySize& array : arrays) bytes[array.name] = array.bytes;
+}
+
+/// Everything that is known of a surface; the text is printed from it.
+Json describe(const InfoOptions& options, const LoadedSurface& loaded) {
+    const Surface& surface = *loaded.surface;
+    const SdsMesh mesh = surface.make_mesh(0);
+    const CtxShader shader;
+    const VertexClasses vertices = classify_vertices(surface);
+    const PatchClasses patches = classify_patches(surface);
+    // Of the surface at rest, or over its whole motion.
+    const GMathBbox3<double> box =
+        loaded.motion.has_motion() ? motion_box(mesh, sample_times(loaded.motion)) : mesh.get_bbox();
     Json json;
     json["mesh"] = options.mesh;
-    json["polygons"] = loaded.cage().polygon_count();
-    json["control_vertices"] = loaded.cage().vertex_count();
-    json["quads"] = info.quads;
-    json["subdivision_step"] = info.has_step;
-    json["vertices"] = {{"smooth", info.vertices.smooth},
-                        {"dart", info.vertices.dart},
-                        {"crease", info.vertices.crease},
-                        {"corner", info.vertices.corner},
-                        {"border", info.vertices.border}};
-    json["patches"] = {
-        {"regular", info.patches.regular}, {"boundary", info.patches.boundary}, {"irregular", info.patches.irregular}};
+    json["polygons"] = loaded.get_cage().get_polygon_count();
+    json["control_vertices"] = loaded.get_cage().get_vertex_count();
+    json["quads"] = mesh.get_primitive_count();
+    json["subdivision_step"] = surface.get_base().get_base_tessellation_level() != 0;
+    json["vertices"] = {{"smooth", vertices.smooth},
+                        {"dart", vertices.dart},
+                        {"crease", vertices.crease},
+                        {"corner", vertices.corner},
+                        {"border", vertices.border}};
+    json["patches"] = {{"regular", patches.regular}, {"boundary", patches.boundary}, {"irregular", patches.irregular}};
     json["valences"] = Json::object();
-    for (const auto& [valence, count] : info.valences) json["valences"][std::to_string(valence)] = count;
-    json["bbox"] = {{"min", to_json(info.box.get_min())}, {"max", to_json(info.box.get_max())}};
-    json["area"] = info.area;
+    for (const auto& [valence, count] : valence_histogram(surface.get_base()))
+        json["valences"][std::to_string(valence)] = count;
+    json["bbox"] = {{"min", to_json(box.get_min())}, {"max", to_json(box.get_max())}};
+    json["area"] = mesh.estimate_area(CtxEval(shader), {});  // at rest
     json["motion"] = to_json(loaded.motion);
-    json["shading_groups"] = loaded.cage().group_names;
-    json["uv_maps"] = Json::array();
-    for (const MapStatistics& map : info.uv_maps)
-        json["uv_maps"].push_back({{"name", map.name},
-                                   {"points", map.points},
-                                   {"seam_edges", map.seam_edges},
-                                   {"unmapped_quads", map.unmapped_quads}});
-    json["color_maps"] = info.color_maps;
-    json["properties"] = Json::array();
-    for (const PropertyFacts& property : info.properties)
-        json["properties"].push_back({{"name", property.name},
-                                      {"kind", property.kind},
-                                      {"type", property.type},
-                                      {"extent", property.extent},
-                                      {"items", property.items},
-                                      {"times", property.times},
-                                      {"indexed", property.is_indexed},
-                                      {"bytes", property.bytes}});
-    json["bytes"] = {{"total", info.bytes}};
-    for (const auto& [name, bytes] : info.arrays) json["bytes"][name] = bytes;
-    json["build_seconds"] = loaded.surface->build_seconds();
-    json["stages"] = to_json(loaded.surface->stages());
+    json["shading_groups"] = loaded.get_cage().group_names;
+    json["uv_maps"] = to_json(uv_map_statistics(surface));
+    json["color_maps"] = Json::array();
+    for (unsigned int m = 0; m < mesh.get_color_map_count(); ++m)
+        json["color_maps"].push_back(mesh.get_color_map_name(m).to_std());
+    json["properties"] = to_json(MeshProperties(loaded.properties, loaded.get_cage(), mesh));
+    json["bytes"] = {{"total", surface.get_base().get_memory_size() + surface.get_geometry().get_memory_size() +
+                                   surface.get_maps().get_memory_size() + mesh.get_memory_size()}};
+    add_arrays(array_sizes(surface), json["bytes"]);
+    json["build_seconds"] = surface.get_build_seconds();
+    json["stages"] = to_json(surface.get_stages());
     json["findings"] = sds_io::to_json(loaded.mesh.findings);
-    return json.dump(2) + "\n";
+    return json;
 }
 
 /// What a machine reads about input that is refused.
@@ -167,7 +135,7 @@ std::string refusal_text(const InfoOptions& options, const InputError& error) {
     json["mesh"] = options.mesh;
     json["error"] = error.what();
     const auto* cage = dynamic_cast<const CageError*>(&error);
-    json["findings"] = cage == nullptr ? Json::array() : Json(sds_io::to_json(cage->findings()));
+    json["findings"] = cage == nullptr ? Json::array() : Json(sds_io::to_json(cage->get_findings()));
     return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
@@ -180,103 +148,121 @@ public:
         va_start(arguments, format);
         std::vsnprintf(value, sizeof(value), format, arguments);
         va_end(arguments);
-        text_ += label;
-        text_.append(label.size() < width ? width - label.size() : 1, ' ');
-        text_ += std::string(value) + "\n";
+        put(label, std::string(value));
     }
-    const std::string& text() const { return text_; }
+    void put(const std::string& label, const std::string& value) {
+        m_text += label;
+        m_text.append(label.size() < width ? width - label.size() : 1, ' ');
+        m_text += value + "\n";
+    }
+    /// "key between value" of every entry.
+    void put_entries(const std::string& label, const Json& object, const char* between) {
+        std::string text;
+        for (const auto& [key, value] : object.items())
+            text += (text.empty() ? "" : ", ") + key + between + value.dump();
+        put(label, text);
+    }
+    void put_arrays(const Json& bytes) {
+        for (const auto& [name, size] : bytes.items())
+            if (name != "total" && name != "scratch" && name != "peak") put("  " + name, size.dump());
+    }
+    void put_stages(const Json& stages) {
+        for (const Json& stage : stages)
+            line(std::string(2 * stage["depth"].get<std::size_t>() + 2, ' ') + stage["stage"].get<std::string>(),
+                 "%.6f", stage["seconds"].get<double>());
+    }
+    const std::string& get_text() const { return m_text; }
 
 private:
     static constexpr std::size_t width = 36;
-    std::string text_;
+    std::string m_text;
 };
 
-void report_shape(const LoadedSurface& loaded, const Info& info, Report& report) {
-    report.line("polygons", "%zu", loaded.cage().polygon_count());
-    report.line("control vertices", "%zu", loaded.cage().vertex_count());
-    report.line("quads", "%u", info.quads);
-    report.line("subdivision step", "%s", info.has_step ? "yes" : "no, all polygons are quads");
-    const VertexClasses& v = info.vertices;
-    report.line("vertices", "smooth %u, dart %u, crease %u, corner %u, border %u", v.smooth, v.dart, v.crease, v.corner,
-                v.border);
-    const PatchClasses& p = info.patches;
-    report.line("patches", "regular %u, boundary %u, irregular %u", p.regular, p.boundary, p.irregular);
-    std::string valences;
-    for (const auto& [valence, count] : info.valences)
-        valences += (valences.empty() ? "" : ", ") + std::to_string(valence) + ": " + std::to_string(count);
-    report.line("vertices by valence", "%.480s", valences.c_str());
-    const auto &low = info.box.get_min(), &high = info.box.get_max();
-    report.line("box", "(%.9g, %.9g, %.9g) to (%.9g, %.9g, %.9g)", low[0], low[1], low[2], high[0], high[1], high[2]);
-    report.line("area", "%.9g", info.area);
-    const Motion& motion = loaded.motion;
-    if (motion.has_motion())
-        report.line("motion", "%s, times %.9g to %.9g",
-                    motion.files.empty() ? "vectors" : (std::to_string(motion.files.size()) + " samples").c_str(),
-                    motion.first_time(), motion.last_time());
-    report.line("shading groups", "%zu", loaded.cage().group_names.size());
+std::string to_point_text(const Json& point) {
+    char text[128];
+    std::snprintf(text, sizeof(text), "(%.9g, %.9g, %.9g)", point[0].get<double>(), point[1].get<double>(),
+                  point[2].get<double>());
+    return text;
 }
 
-std::string to_plain_text(const LoadedSurface& loaded, const Info& info) {
+std::string to_property_text(const Json& property) {
+    const auto number = [&](const char* key) { return property[key].dump(); };
+    return property["kind"].get<std::string>() + ", " + number("items") +
+           (property["indexed"].get<bool>() ? " indexed" : "") + " items of " + property["type"].get<std::string>() +
+           " x " + number("extent") + ", " + (property["times"] == 0 ? "still" : number("times") + " times") + ", " +
+           number("bytes") + " bytes";
+}
+
+std::string to_text(const Json& info) {
     Report report;
-    report_shape(loaded, info, report);
-    for (const MapStatistics& map : info.uv_maps)
-        report.line("uv map " + map.name, "%u points, %u seam edges, %u quads not mapped", map.points, map.seam_edges,
-                    map.unmapped_quads);
-    for (const std::string& name : info.color_maps) report.line("color map " + name, "per vertex");
-    for (const PropertyFacts& property : info.properties)
-        report.line("property " + property.name, "%s, %u %sitems of %s x %u, %s, %zu bytes", property.kind.c_str(),
-                    property.items, property.is_indexed ? "indexed " : "", property.type.c_str(), property.extent,
-                    property.times == 0 ? "still" : (std::to_string(property.times) + " times").c_str(),
-                    property.bytes);
-    report.line("bytes", "%zu", info.bytes);
-    for (const auto& [name, bytes] : info.arrays) report.line("  " + name, "%zu", bytes);
-    report.line("build seconds", "%.6f", loaded.surface->build_seconds());
-    for (const Stage& stage : loaded.surface->stages())
-        report.line(std::string(2 * stage.depth + 2, ' ') + stage.label, "%.6f", stage.seconds);
-    return report.text();
+    report.put("polygons", info["polygons"].dump());
+    report.put("control vertices", info["control_vertices"].dump());
+    report.put("quads", info["quads"].dump());
+    report.line("subdivision step", "%s", info["subdivision_step"].get<bool>() ? "yes" : "no, all polygons are quads");
+    report.put_entries("vertices", info["vertices"], " ");
+    report.put_entries("patches", info["patches"], " ");
+    report.put_entries("vertices by valence", info["valences"], ": ");
+    report.put("box", to_point_text(info["bbox"]["min"]) + " to " + to_point_text(info["bbox"]["max"]));
+    report.line("area", "%.9g", info["area"].get<double>());
+    if (const Json& motion = info["motion"]; !motion.is_null()) {
+        const Json& times = motion["times"];
+        const bool is_sampled = motion["kind"] == "samples";
+        report.line("motion", "%s, times %.9g to %.9g",
+                    is_sampled ? (std::to_string(times.size()) + " samples").c_str() : "vectors",
+                    times.front().get<double>(), times.back().get<double>());
+    }
+    report.put("shading groups", std::to_string(info["shading_groups"].size()));
+    for (const Json& map : info["uv_maps"])
+        report.put("uv map " + map["name"].get<std::string>(), map["points"].dump() + " points, " +
+                                                                   map["seam_edges"].dump() + " seam edges, " +
+                                                                   map["unmapped_quads"].dump() + " quads not mapped");
+    for (const Json& name : info["color_maps"]) report.line("color map " + name.get<std::string>(), "per vertex");
+    for (const Json& property : info["properties"])
+        report.put("property " + property["name"].get<std::string>(), to_property_text(property));
+    report.put("bytes", info["bytes"]["total"].dump());
+    report.put_arrays(info["bytes"]);
+    report.line("build seconds", "%.6f", info["build_seconds"].get<double>());
+    report.put_stages(info["stages"]);
+    return report.get_text();
 }
 
-Json to_json(const BuildEstimate& estimate, const std::vector<Stage>& stages) {
+/// What a build would need; the text is printed from it.
+Json describe_estimate(const InfoOptions& options) {
+    const ReadObjResult mesh = load_cage(options.mesh, options, CageReport::everything);
+    const std::vector<UvSource> uvs = load_uvs(options, *mesh.cage);
+    const BuildEstimate estimate = estimate_build(*mesh.cage, uvs, !options.motion.next.empty(), options.modes);
+    check_memory_limit(estimate, options.memory_limit);
     Json json;
-    json["bytes"] = {{"total", estimate.bytes}, {"scratch", estimate.scratch}, {"peak", estimate.peak()}};
-    for (const auto& [name, bytes] : estimate.arrays) json["bytes"][name] = bytes;
-    json["stages"] = to_json(stages);
+    json["bytes"] = {{"total", estimate.bytes}, {"scratch", estimate.scratch}, {"peak", estimate.get_peak()}};
+    add_arrays(estimate.arrays, json["bytes"]);
+    json["stages"] = to_json(estimate_stages(*mesh.cage, options.modes));
     return json;
 }
 
-void print_estimate(const InfoOptions& options) {
-    const ReadObjResult mesh = load_cage(options.mesh, options, CageReport::everything);
-    const std::vector<UvSource> uvs = load_uvs(options, *mesh.cage);
-    const bool has_motion = !options.motion.next.empty();
-    const BuildEstimate estimate = estimate_build(*mesh.cage, uvs, has_motion, options.modes);
-    check_memory_limit(estimate, options.memory_limit);
-    const std::vector<Stage> stages = estimate_stages(*mesh.cage, options.modes);
-    if (options.json) {
-        print_text(to_json(estimate, stages).dump(2) + "\n");
-        return;
-    }
+std::string to_estimate_text(const Json& estimate) {
     Report report;
-    report.line("peak bytes, about", "%zu (%s)", estimate.peak(), to_size_text(estimate.peak()).c_str());
-    report.line("bytes, about", "%zu", estimate.bytes);
-    for (const auto& [name, bytes] : estimate.arrays) report.line("  " + name, "%zu", bytes);
+    const Json& bytes = estimate["bytes"];
+    report.put("peak bytes, about", bytes["peak"].dump() + " (" + to_size_text(bytes["peak"].get<std::size_t>()) + ")");
+    report.put("bytes, about", bytes["total"].dump());
+    report.put_arrays(bytes);
     double seconds = 0.0;
-    for (const Stage& stage : stages) seconds += stage.depth == 0 ? stage.seconds : 0.0;
+    for (const Json& stage : estimate["stages"]) seconds += stage["depth"] == 0 ? stage["seconds"].get<double>() : 0.0;
     report.line("build seconds, about", "%.6f", seconds);
-    for (const Stage& stage : stages)
-        report.line(std::string(2 * stage.depth + 2, ' ') + stage.label, "%.6f", stage.seconds);
-    print_text(report.text());
+    report.put_stages(estimate["stages"]);
+    return report.get_text();
 }
 
 void run_info(const InfoOptions& options) {
     try {
         if (options.estimate) {
-            print_estimate(options);
+            const Json estimate = describe_estimate(options);
+            print_text(options.json ? estimate.dump(2) + "\n" : to_estimate_text(estimate));
             return;
         }
         const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
         if (options.statistics) print_build_rate({&loaded, 1});
-        const Info info = gather(loaded);
-        print_text(options.json ? to_json_text(options, loaded, info) : to_plain_text(loaded, info));
+        const Json info = describe(options, loaded);
+        print_text(options.json ? info.dump(2) + "\n" : to_text(info));
     } catch (const InputError& error) {
         if (options.json) print_text(refusal_text(options, error));
         throw;

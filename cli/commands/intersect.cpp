@@ -63,8 +63,9 @@ void run_intersect(const IntersectOptions& options) {
                    " is not finite or has no direction, hits nothing; " + std::to_string(file.idle_count) +
                    " cases, first here");
 
-    const SdsMesh mesh = loaded.surface->mesh(options.level);
-    sds_render::Scene scene(sds_render::get_shutter_of(file.rays.data(), file.rays.size()));
+    const SdsMesh mesh = loaded.surface->make_mesh(options.level);
+    sds_render::Scene scene(sds_render::get_shutter_of(
+        file.rays.size(), [&](std::size_t i) -> const GeometryRay& { return file.rays[i]; }));
     scene.add(mesh);
     scene.commit();
     const auto begin = std::chrono::steady_clock::now();

@@ -131,26 +131,26 @@ std::vector<LoadedSurface> load_surfaces(const RenderCommandOptions& options, Ap
     return loaded;
 }
 
-sds_render::SurfaceColour make_colour(const RenderCommandOptions& options, const std::vector<LoadedSurface>& loaded) {
+sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const std::vector<LoadedSurface>& loaded) {
     const bool needs_map = !options.texture.empty() || options.uv_map > 0;
-    bool has_colours = false;
+    bool has_colors = false;
     for (std::size_t i = 0; i < loaded.size(); ++i) {
-        const unsigned int maps = loaded[i].surface->maps().get_uv_map_count();
-        has_colours |= loaded[i].surface->maps().get_color_map_count() > 0;
+        const unsigned int maps = loaded[i].surface->get_maps().get_uv_map_count();
+        has_colors |= loaded[i].surface->get_maps().get_color_map_count() > 0;
         if (needs_map && options.uv_map >= maps)
             throw UsageError("UV map " + std::to_string(options.uv_map) + " of " +
                              (i == 0 ? options.mesh : options.further_meshes[i - 1]) + ", which has " +
                              std::to_string(maps));
     }
     if (!options.texture.empty())
-        return make_texture_colour(std::make_shared<const Texture>(Texture::read_png(options.texture)), options.uv_map);
+        return make_texture_color(std::make_shared<const Texture>(Texture::read_png(options.texture)), options.uv_map);
     if (options.checker) return sds_render::make_checker(options.uv_map, checks_per_unit);
-    if (has_colours) return sds_render::make_map_colour(0, sds_render::clay);
-    return sds_render::make_group_colour();
+    if (has_colors) return sds_render::make_map_color(0, sds_render::clay);
+    return sds_render::make_group_color();
 }
 
 sds_render::Shutter make_shutter(const RenderCommandOptions& options, const Motion& motion) {
-    if (options.shutter.empty()) return {motion.first_time(), motion.last_time()};
+    if (options.shutter.empty()) return {motion.get_first_time(), motion.get_last_time()};
     const sds_render::Shutter shutter{options.shutter[0], options.shutter[1]};
     if (!std::isfinite(shutter.open) || !std::isfinite(shutter.close) || shutter.close < shutter.open)
         throw UsageError("--shutter: opens at a finite time and does not close earlier");
@@ -208,26 +208,26 @@ void run_render(const RenderCommandOptions& options) {
     std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds render");
     std::vector<LoadedSurface> loaded;
     {
-        const TaskScope task(progress.get(), "build", 0.1f);
+        const AppProgressTask task(progress.get(), "build", 0.1f);
         loaded = load_surfaces(options, progress.get());
     }
-    render_options.shading.colour = make_colour(options, loaded);
+    render_options.shading.color = make_color(options, loaded);
     std::vector<SdsMesh> meshes;
     meshes.reserve(loaded.size());
-    for (const LoadedSurface& mesh : loaded) meshes.push_back(mesh.surface->mesh(options.level));
-    const MeshProperties properties(loaded[0].properties, loaded[0].cage(), meshes[0]);
+    for (const LoadedSurface& mesh : loaded) meshes.push_back(mesh.surface->make_mesh(options.level));
+    const MeshProperties properties(loaded[0].properties, loaded[0].get_cage(), meshes[0]);
     render_options.layers = make_layers(names, properties);
     sds_render::Scene scene(make_shutter(options, loaded[0].motion));
     const auto begin = std::chrono::steady_clock::now();
     {
-        const TaskScope task(progress.get(), "hierarchy", 0.05f);
+        const AppProgressTask task(progress.get(), "hierarchy", 0.05f);
         for (const SdsMesh& mesh : meshes) scene.add(mesh);
         scene.commit();
     }
     const std::chrono::duration<double> hierarchy = std::chrono::steady_clock::now() - begin;
     sds_render::RenderStatistics statistics;
     {
-        const TaskScope task(progress.get(), "trace", 0.85f);
+        const AppProgressTask task(progress.get(), "trace", 0.85f);
         const sds_render::Rendering rendering =
             options.turntable > 0
                 ? sds_render::render_turntable(scene, view, options.turntable, options.width, options.height,

@@ -23,7 +23,7 @@ void run_select(const SelectOptions& options) {
     const GeometryFrustum frustum = read_frustum(options.frustum);
     const LoadedSurface loaded = load_surface(options, {}, nullptr);
     if (options.statistics) print_build_rate({&loaded, 1});
-    const SdsMesh mesh = loaded.surface->mesh(options.level);
+    const SdsMesh mesh = loaded.surface->make_mesh(options.level);
     const auto mode = options.mode == "touch" ? sds_render::SelectMode::touch : sds_render::SelectMode::inside;
     const std::vector<unsigned int> primitives = sds_render::select_batch(mesh, frustum, mode);
     if (options.json) {

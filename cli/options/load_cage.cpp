@@ -35,7 +35,7 @@ std::vector<UvSource> load_uvs(const CommonOptions& common, const ControlCage& c
 ReadObjResult load_cage(const std::string& path, const CommonOptions& common, CageReport report) {
     ReadObjResult read = read_obj(path, {.fractional = common.fractional});
     const bool errors_only = common.quiet || report == CageReport::errors;
-    for (const Finding& finding : read.findings.entries())
+    for (const Finding& finding : read.findings.get_entries())
         if (!errors_only || severity_of(finding.code) == Severity::error) print_line(to_text(finding));
     if (!read.cage) throw CageError(path, std::move(read.findings));
     return read;
@@ -44,12 +44,12 @@ ReadObjResult load_cage(const std::string& path, const CommonOptions& common, Ca
 void check_same_topology(const ControlCage& cage, const std::string& cage_path, const ReadObjResult& other,
                          const std::string& path) {
     const ControlCage& found = *other.cage;
-    if (found.vertex_count() != cage.vertex_count())
-        fail_counts(path, found.vertex_count(), "vertices", cage_path, cage.vertex_count());
-    if (found.polygon_count() != cage.polygon_count())
-        fail_counts(path, found.polygon_count(), "polygons", cage_path, cage.polygon_count());
+    if (found.get_vertex_count() != cage.get_vertex_count())
+        fail_counts(path, found.get_vertex_count(), "vertices", cage_path, cage.get_vertex_count());
+    if (found.get_polygon_count() != cage.get_polygon_count())
+        fail_counts(path, found.get_polygon_count(), "polygons", cage_path, cage.get_polygon_count());
     std::size_t corner = 0;
-    for (std::size_t p = 0; p < cage.polygon_count(); ++p) {
+    for (std::size_t p = 0; p < cage.get_polygon_count(); ++p) {
         const std::uint32_t count = cage.polygon_counts[p];
         const auto first = static_cast<std::ptrdiff_t>(corner);
         const bool is_same =
@@ -66,15 +66,15 @@ void check_same_topology(const ControlCage& cage, const std::string& cage_path, 
 LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& motion, AppProgressBar* progress) {
     LoadedSurface loaded;
     loaded.mesh = load_cage(common.mesh, common, CageReport::everything);
-    const std::vector<UvSource> uvs = load_uvs(common, loaded.cage());
-    loaded.motion = load_motion(motion, common, loaded.cage());
-    if (!common.property_file.empty()) loaded.properties = read_properties(common.property_file, loaded.cage());
+    const std::vector<UvSource> uvs = load_uvs(common, loaded.get_cage());
+    loaded.motion = load_motion(motion, common, loaded.get_cage());
+    if (!common.property_file.empty()) loaded.properties = read_properties(common.property_file, loaded.get_cage());
     if (common.memory_limit != 0) {
         const bool has_motion = !loaded.motion.vectors.empty();
-        check_memory_limit(estimate_build(loaded.cage(), uvs, has_motion, common.modes), common.memory_limit);
+        check_memory_limit(estimate_build(loaded.get_cage(), uvs, has_motion, common.modes), common.memory_limit);
     }
-    loaded.surface = std::make_unique<Surface>(loaded.cage(), uvs, loaded.motion.vectors, common.modes, progress);
-    install_time_samples(*loaded.surface, loaded.motion, common, loaded.cage().vertex_count());
+    loaded.surface = std::make_unique<Surface>(loaded.get_cage(), uvs, loaded.motion.vectors, common.modes, progress);
+    install_time_samples(*loaded.surface, loaded.motion, common, loaded.get_cage().get_vertex_count());
     return loaded;
 }
 
@@ -82,8 +82,8 @@ void print_build_rate(std::span<const LoadedSurface> surfaces) {
     double seconds = 0.0;
     unsigned int quads = 0;
     for (const LoadedSurface& loaded : surfaces) {
-        seconds += loaded.surface->build_seconds();
-        quads += loaded.surface->base().get_primitive_count();
+        seconds += loaded.surface->get_build_seconds();
+        quads += loaded.surface->get_base().get_primitive_count();
     }
     std::fprintf(stderr, "build      %u quads, %.3f s, %.3g quads/s\n", quads, seconds,
                  quads / std::max(seconds, 1e-9));

@@ -33,7 +33,7 @@ struct LoadedSurface {
     std::vector<PropertySource> properties;
     std::unique_ptr<Surface> surface;
 
-    const ControlCage& cage() const { return *mesh.cage; }
+    const ControlCage& get_cage() const { return *mesh.cage; }
 };
 
 /// Reads the mesh, its further UV maps, its motion and its properties, checks everything, then builds. Throws

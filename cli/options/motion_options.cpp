@@ -17,20 +17,20 @@ namespace {
 class CageSampleLoader : public SdsMeshGeometry::SampleLoader {
 public:
     CageSampleLoader(std::vector<std::string> files, FractionalSharpness fractional, std::size_t vertices)
-        : files_(std::move(files)), fractional_(fractional), vertices_(vertices) {}
+        : m_files(std::move(files)), m_fractional(fractional), m_vertices(vertices) {}
 
     void get_positions(const GMathTimeSampling&, const unsigned int& sample, GMathVec3<float>* out) override {
-        const ReadObjResult read = read_obj(files_[sample], {.fractional = fractional_});
-        if (!read.cage || read.cage->vertex_count() != vertices_)
-            throw InputError(files_[sample], "changed while it was in use");
+        const ReadObjResult read = read_obj(m_files[sample], {.fractional = m_fractional});
+        if (!read.cage || read.cage->get_vertex_count() != m_vertices)
+            throw InputError(m_files[sample], "changed while it was in use");
         const std::vector<float>& p = read.cage->positions;
-        for (std::size_t i = 0; i < vertices_; ++i) out[i] = {p[3 * i], p[3 * i + 1], p[3 * i + 2]};
+        for (std::size_t i = 0; i < m_vertices; ++i) out[i] = {p[3 * i], p[3 * i + 1], p[3 * i + 2]};
     }
 
 private:
-    std::vector<std::string> files_;
-    FractionalSharpness fractional_;
-    std::size_t vertices_;
+    std::vector<std::string> m_files;
+    FractionalSharpness m_fractional;
+    std::size_t m_vertices;
 };
 
 std::vector<double> settle_times(const MotionOptions& options) {
@@ -56,7 +56,8 @@ std::vector<float> difference(const ControlCage& cage, const ControlCage& next, 
     std::vector<float> vectors(cage.positions.size());
     for (std::size_t i = 0; i < vectors.size(); ++i) vectors[i] = next.positions[i] - cage.positions[i];
     PolyFindings found;
-    poly_check_vectors(points_view(vectors), static_cast<unsigned int>(cage.vertex_count()), PolyArray::motion, found);
+    poly_check_vectors(points_view(vectors), static_cast<unsigned int>(cage.get_vertex_count()), PolyArray::motion,
+                       found);
     found.for_each([&](PolyFindingCode code) {
         throw InputError(path, "motion of vertex " + std::to_string(found.first(code).item + 1) + ": " +
                                    poly_finding_text(code).message);
@@ -97,8 +98,9 @@ Motion load_motion(const MotionOptions& options, const CommonOptions& common, co
 void install_time_samples(Surface& surface, const Motion& motion, const CommonOptions& common, std::size_t vertices) {
     if (motion.files.empty()) return;
     using Loader = CoreSharedPointer<SdsMeshGeometry::SampleLoader, CoreSharedCounter>;
-    surface.geometry().set_positions_sampling(GMathTimeSampling(view_of(motion.times)),
-                                              Loader(new CageSampleLoader(motion.files, common.fractional, vertices)));
+    surface.get_geometry().set_positions_sampling(
+        GMathTimeSampling(view_of(motion.times)),
+        Loader(new CageSampleLoader(motion.files, common.fractional, vertices)));
 }
 
 }  // namespace sds_cli

@@ -34,8 +34,8 @@ struct Motion {
     bool has_motion() const { return !vectors.empty() || !files.empty(); }
 
     /// The interval of time that the motion covers; [0, 0] without motion.
-    double first_time() const { return times.empty() ? 0.0 : times.front(); }
-    double last_time() const { return times.empty() ? (vectors.empty() ? 0.0 : 1.0) : times.back(); }
+    double get_first_time() const { return times.empty() ? 0.0 : times.front(); }
+    double get_last_time() const { return times.empty() ? (vectors.empty() ? 0.0 : 1.0) : times.back(); }
 };
 
 /// Reads and checks every file of the motion against `cage`, the mesh of `common`. Throws InputError and UsageError.

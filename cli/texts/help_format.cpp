@@ -45,6 +45,8 @@ struct CommandExamples {
     const char* lines;
 };
 
+/// One a line, without the prompt; "" is the program. They run where cage.obj, a cage with UVs, is; files that they name
+/// are made by the examples before.
 constexpr CommandExamples all_examples[] = {
     {"",
      "sds info cage.obj\n"
@@ -76,11 +78,13 @@ constexpr CommandExamples all_examples[] = {
      "echo '{\"sides\": [[1, 0, 0, 0]]}' > frustum.json\n"
      "sds select cage.obj --frustum frustum.json --mode touch\n"
      "sds select cage.obj --frustum frustum.json --mode inside --json\n"},
-    {"completion",
-     "sds completion bash > sds.bash\n"
-     "sds completion zsh > _sds\n"},
-    {"manual", "sds manual > sds.1\n"},
 };
+
+const char* get_examples(const std::string& command) {
+    for (const CommandExamples& examples : all_examples)
+        if (command == examples.command) return examples.lines;
+    return "";
+}
 
 std::string make_footer(const std::string& command) {
     std::istringstream lines(get_examples(command));
@@ -95,12 +99,6 @@ std::string make_footer(const std::string& command) {
 }
 
 }  // namespace
-
-const char* get_examples(const std::string& command) {
-    for (const CommandExamples& examples : all_examples)
-        if (command == examples.command) return examples.lines;
-    return "";
-}
 
 void add_help(CLI::App& program) {
     const auto formatter = std::make_shared<WrappingFormatter>();

@@ -13,33 +13,33 @@ public:
     /// Makes `name` the group of the polygons to come; an empty name is the group "default", which is current at the
     /// start.
     void select(const std::string& name) {
-        selected_ = true;
-        current_ = name.empty() ? "default" : name;
-        number_ = unnumbered;
+        m_selected = true;
+        m_current = name.empty() ? "default" : name;
+        m_number = unnumbered;
     }
 
     /// Puts the next polygon into the current group.
     void assign_polygon() {
-        if (number_ == unnumbered) {
-            number_ = numbers_.try_emplace(current_, static_cast<std::uint32_t>(names_.size())).first->second;
-            if (number_ == names_.size()) names_.push_back(current_);
+        if (m_number == unnumbered) {
+            m_number = m_numbers.try_emplace(m_current, static_cast<std::uint32_t>(m_names.size())).first->second;
+            if (m_number == m_names.size()) m_names.push_back(m_current);
         }
-        polygons_.push_back(number_);
+        m_polygons.push_back(m_number);
     }
 
-    bool was_selected() const { return selected_; }
-    std::vector<std::uint32_t>& polygons() { return polygons_; }  ///< group of every polygon, < names().size()
-    std::vector<std::string>& names() { return names_; }
+    bool was_selected() const { return m_selected; }
+    std::vector<std::uint32_t>& get_polygons() { return m_polygons; }  ///< group of every polygon, < get_names().size()
+    std::vector<std::string>& get_names() { return m_names; }
 
 private:
     static constexpr std::uint32_t unnumbered = 0xFFFFFFFFu;
 
-    std::unordered_map<std::string, std::uint32_t> numbers_;
-    std::vector<std::string> names_;
-    std::vector<std::uint32_t> polygons_;
-    std::string current_ = "default";
-    std::uint32_t number_ = unnumbered;
-    bool selected_ = false;
+    std::unordered_map<std::string, std::uint32_t> m_numbers;
+    std::vector<std::string> m_names;
+    std::vector<std::uint32_t> m_polygons;
+    std::string m_current = "default";
+    std::uint32_t m_number = unnumbered;
+    bool m_selected = false;
 };
 
 }  // namespace sds_io

@@ -17,19 +17,19 @@ std::string_view without_plus(std::string_view text) {
 
 }  // namespace
 
-ObjCursor::ObjCursor(std::string_view text) : at_(text.data()), end_(text.data() + text.size()) {
+ObjCursor::ObjCursor(std::string_view text) : m_at(text.data()), m_end(text.data() + text.size()) {
     constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
-    if (text.starts_with(byte_order_mark)) at_ += byte_order_mark.size();
+    if (text.starts_with(byte_order_mark)) m_at += byte_order_mark.size();
 }
 
 bool ObjCursor::next_record() {
-    while (in_record_ && !next_token().empty()) {
+    while (m_in_record && !next_token().empty()) {
     }
-    in_record_ = false;
-    for (skip_blanks(); at_ != end_; skip_blanks()) {
-        if (!is_line_end(*at_)) {
-            record_line_ = line_;
-            in_record_ = true;
+    m_in_record = false;
+    for (skip_blanks(); m_at != m_end; skip_blanks()) {
+        if (!is_line_end(*m_at)) {
+            m_record_line = m_line;
+            m_in_record = true;
             return true;
         }
         skip_line_end();
@@ -47,14 +47,14 @@ std::string ObjCursor::rest_of_record() {
 }
 
 void ObjCursor::skip_blanks() {
-    while (at_ != end_) {
-        if (is_blank(*at_)) {
-            ++at_;
+    while (m_at != m_end) {
+        if (is_blank(*m_at)) {
+            ++m_at;
         } else if (at_continuation()) {
-            ++at_;
-            if (at_ != end_) skip_line_end();
-        } else if (*at_ == '#') {
-            while (at_ != end_ && !is_line_end(*at_)) ++at_;
+            ++m_at;
+            if (m_at != m_end) skip_line_end();
+        } else if (*m_at == '#') {
+            while (m_at != m_end && !is_line_end(*m_at)) ++m_at;
         } else {
             return;
         }
@@ -62,9 +62,9 @@ void ObjCursor::skip_blanks() {
 }
 
 void ObjCursor::skip_line_end() {
-    const char first = *at_++;
-    if (first == '\r' && at_ != end_ && *at_ == '\n') ++at_;
-    ++line_;
+    const char first = *m_at++;
+    if (first == '\r' && m_at != m_end && *m_at == '\n') ++m_at;
+    ++m_line;
 }
 
 NumberState parse_float(std::string_view token, float& value) {

@@ -20,14 +20,14 @@ public:
     bool next_record();
 
     /// 1-based line on which the current record starts.
-    std::uint32_t line() const { return record_line_; }
+    std::uint32_t get_line() const { return m_record_line; }
 
     /// Next token of the record; empty when there is none left.
     std::string_view next_token() {
         skip_blanks();
-        const char* begin = at_;
-        while (at_ != end_ && !is_blank(*at_) && !is_line_end(*at_) && !at_continuation()) ++at_;
-        return {begin, static_cast<std::size_t>(at_ - begin)};
+        const char* begin = m_at;
+        while (m_at != m_end && !is_blank(*m_at) && !is_line_end(*m_at) && !at_continuation()) ++m_at;
+        return {begin, static_cast<std::size_t>(m_at - begin)};
     }
 
     /// The remaining tokens of the record joined by single blanks.
@@ -36,15 +36,15 @@ public:
 private:
     static bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\v' || c == '\f'; }
     static bool is_line_end(char c) { return c == '\n' || c == '\r'; }
-    bool at_continuation() const { return *at_ == '\\' && (at_ + 1 == end_ || is_line_end(at_[1])); }
+    bool at_continuation() const { return *m_at == '\\' && (m_at + 1 == m_end || is_line_end(m_at[1])); }
     void skip_blanks();
     void skip_line_end();
 
-    const char* at_;
-    const char* end_;
-    std::uint32_t line_ = 1;
-    std::uint32_t record_line_ = 1;
-    bool in_record_ = false;
+    const char* m_at;
+    const char* m_end;
+    std::uint32_t m_line = 1;
+    std::uint32_t m_record_line = 1;
+    bool m_in_record = false;
 };
 
 enum class NumberState : std::uint8_t { ok, not_a_number, not_finite, overflow };

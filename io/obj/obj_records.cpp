@@ -29,17 +29,17 @@ constexpr std::uint8_t full_channel = 255;
 class RecordReader {
 public:
     RecordReader(std::string_view text, const std::string& name, const ReadObjOptions& options, Findings& findings)
-        : name_(name), options_(options), findings_(findings), cursor_(text) {}
+        : m_name(name), m_options(options), m_findings(findings), m_cursor(text) {}
 
     ObjRecords read() {
-        while (!records_.too_many && cursor_.next_record()) read_record(cursor_.next_token());
-        return std::move(records_);
+        while (!m_records.too_many && m_cursor.next_record()) read_record(m_cursor.next_token());
+        return std::move(m_records);
     }
 
 private:
     void read_record(std::string_view keyword);
     void read_vertex();
-    void read_colour(float red, float green, float blue);
+    void read_color(float red, float green, float blue);
     void read_uv_point();
     void read_polygon();
     bool read_corner(std::string_view token);
@@ -52,19 +52,21 @@ private:
 
     template <class Detail>
     void record(FindingCode code, Detail&& detail, std::uint64_t times = 1) {
-        const auto describe = [&] { return FirstCase{name_ + ":" + std::to_string(cursor_.line()), detail(), {}}; };
-        findings_.record(code, describe, times);
+        const auto describe = [&] {
+            return FirstCase{m_name + ":" + std::to_string(m_cursor.get_line()), detail(), {}};
+        };
+        m_findings.record(code, describe, times);
     }
     void record_token(FindingCode code, std::string_view token) {
         record(code, [&] { return quoted(token); });
     }
 
-    const std::string& name_;
-    const ReadObjOptions options_;
-    Findings& findings_;
-    ObjCursor cursor_;
-    ObjRecords records_;
-    ControlCage& cage_ = records_.cage;
+    const std::string& m_name;
+    const ReadObjOptions m_options;
+    Findings& m_findings;
+    ObjCursor m_cursor;
+    ObjRecords m_records;
+    ControlCage& m_cage = m_records.cage;
 };
 
 void RecordReader::read_record(std::string_view keyword) {
@@ -85,13 +87,13 @@ void RecordReader::read_record(std::string_view keyword) {
     else if (keyword == "t")
         read_tag();
     else if (keyword == "g")
-        records_.groups.select(cursor_.rest_of_record());
+        m_records.groups.select(m_cursor.rest_of_record());
     else if (keyword == "usemtl")
-        records_.materials.select(cursor_.rest_of_record());
+        m_records.materials.select(m_cursor.rest_of_record());
     else if (is_in(freeform))
-        records_.ignored_records.add(keyword, cursor_.line());
+        m_records.ignored_records.add(keyword, m_cursor.get_line());
     else if (!is_in(irrelevant))
-        records_.unknown_records.add(keyword, cursor_.line());
+        m_records.unknown_records.add(keyword, m_cursor.get_line());
 }
 
 bool RecordReader::read_number(std::string_view token, float& value) {
@@ -115,7 +117,7 @@ bool RecordReader::read_number(std::string_view token, float& value) {
 /// Reads the rest of the record; returns how many numbers it has, which may be more than are kept.
 std::size_t RecordReader::read_numbers(std::array<float, 6>& numbers) {
     std::size_t count = 0;
-    for (std::string_view token = cursor_.next_token(); !token.empty(); token = cursor_.next_token(), ++count)
+    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count)
         if (float value = 0.0f; read_number(token, value) && count < numbers.size()) numbers[count] = value;
     return count;
 }
@@ -129,28 +131,29 @@ void RecordReader::read_vertex() {
     if (count == 4 && numbers[3] != 1.0f)
         record(FindingCode::ignored_weight, [&] { return "weight " + std::to_string(numbers[3]); });
     if (count == 6)
-        read_colour(numbers[3], numbers[4], numbers[5]);
-    else if (cage_.has_colours()) {
-        cage_.vertex_colours.insert(cage_.vertex_colours.end(), 4, full_channel);
-        record(FindingCode::partly_coloured, [] { return std::string("no colour here"); });
+        read_color(numbers[3], numbers[4], numbers[5]);
+    else if (m_cage.has_colors()) {
+        m_cage.vertex_colors.insert(m_cage.vertex_colors.end(), 4, full_channel);
+        record(FindingCode::partly_colored, [] { return std::string("no color here"); });
     }
-    cage_.positions.insert(cage_.positions.end(), numbers.begin(), numbers.begin() + 3);
-    records_.too_many |= cage_.vertex_count() > options_.max_corners;
+    m_cage.positions.insert(m_cage.positions.end(), numbers.begin(), numbers.begin() + 3);
+    m_records.too_many |= m_cage.get_vertex_count() > m_options.max_corners;
 }
 
-void RecordReader::read_colour(float red, float green, float blue) {
-    if (!cage_.has_colours() && !cage_.positions.empty()) {
-        cage_.vertex_colours.assign(cage_.vertex_count() * 4, full_channel);
+void RecordReader::read_color(float red, float green, float blue) {
+    if (!m_cage.has_colors() && !m_cage.positions.empty()) {
+        m_cage.vertex_colors.assign(m_cage.get_vertex_count() * 4, full_channel);
         record(
-            FindingCode::partly_coloured, [] { return std::string("the first colour is here"); }, cage_.vertex_count());
+            FindingCode::partly_colored, [] { return std::string("the first color is here"); },
+            m_cage.get_vertex_count());
     }
     for (const float channel : {red, green, blue}) {
         if (!(channel >= 0.0f && channel <= 1.0f))
-            record(FindingCode::colour_out_of_range, [&] { return std::to_string(channel); });
-        cage_.vertex_colours.push_back(
+            record(FindingCode::color_out_of_range, [&] { return std::to_string(channel); });
+        m_cage.vertex_colors.push_back(
             static_cast<std::uint8_t>(std::lround(std::clamp(channel, 0.0f, 1.0f) * 255.0f)));
     }
-    cage_.vertex_colours.push_back(full_channel);
+    m_cage.vertex_colors.push_back(full_channel);
 }
 
 void RecordReader::read_uv_point() {
@@ -159,8 +162,8 @@ void RecordReader::read_uv_point() {
     if (count < 1 || count > 3)
         record(FindingCode::malformed_record,
                [&] { return "vt takes u [v [w]], not " + std::to_string(count) + " numbers"; });
-    cage_.uv_points.insert(cage_.uv_points.end(), numbers.begin(), numbers.begin() + 3);
-    records_.too_many |= cage_.uv_count() > options_.max_corners;
+    m_cage.uv_points.insert(m_cage.uv_points.end(), numbers.begin(), numbers.begin() + 3);
+    m_records.too_many |= m_cage.get_uv_count() > m_options.max_corners;
 }
 
 /// Takes one index from the front of `text`, 1-based or relative to the `record_count` records so far, as a 0-based
@@ -197,14 +200,14 @@ bool RecordReader::read_index(std::string_view& text, std::size_t record_count, 
 bool RecordReader::read_corner(std::string_view token) {
     const std::string_view whole = token;
     std::uint32_t vertex = 0, uv = unmapped_corner;
-    if (!read_index(token, cage_.vertex_count(), vertex)) return false;
+    if (!read_index(token, m_cage.get_vertex_count(), vertex)) return false;
     const auto take_slash = [&token] {
         const bool slash = token.starts_with('/');
         token.remove_prefix(slash ? 1 : 0);
         return slash;
     };
     if (take_slash()) {
-        if (!token.starts_with('/') && !read_index(token, cage_.uv_count(), uv)) return false;
+        if (!token.starts_with('/') && !read_index(token, m_cage.get_uv_count(), uv)) return false;
         std::uint32_t normal = 0;
         if (take_slash() && !read_index(token, unmapped_corner, normal)) return false;
     }
@@ -212,46 +215,46 @@ bool RecordReader::read_corner(std::string_view token) {
         record_token(FindingCode::not_a_number, whole);
         return false;
     }
-    records_.any_mapped |= uv != unmapped_corner;
-    cage_.polygon_indices.push_back(vertex);
-    cage_.uv_indices.push_back(uv);
+    m_records.any_mapped |= uv != unmapped_corner;
+    m_cage.polygon_indices.push_back(vertex);
+    m_cage.uv_indices.push_back(uv);
     return true;
 }
 
 void RecordReader::read_polygon() {
-    ++records_.polygon_records;
-    const std::size_t first = cage_.corner_count();
+    ++m_records.polygon_records;
+    const std::size_t first = m_cage.get_corner_count();
     bool good = true;
     std::size_t count = 0;
-    for (std::string_view token = cursor_.next_token(); !token.empty(); token = cursor_.next_token(), ++count)
+    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count)
         good &= read_corner(token);
     if (count == 0) record(FindingCode::missing_index, [] { return "f without corners"; });
     if (count == 1) record(FindingCode::one_corner_polygon, [] { return std::string(); });
-    records_.too_many |= cage_.corner_count() > options_.max_corners;
+    m_records.too_many |= m_cage.get_corner_count() > m_options.max_corners;
     if (good && count >= 3) {
-        cage_.polygon_counts.push_back(static_cast<std::uint32_t>(count));
-        records_.polygon_lines.push_back(cursor_.line());
-        records_.materials.assign_polygon();
-        records_.groups.assign_polygon();
+        m_cage.polygon_counts.push_back(static_cast<std::uint32_t>(count));
+        m_records.polygon_lines.push_back(m_cursor.get_line());
+        m_records.materials.assign_polygon();
+        m_records.groups.assign_polygon();
         return;
     }
     if (good && count == 2) {
         record(FindingCode::two_corner_polygon, [] { return std::string(); });
-        for (std::size_t c = first; c < cage_.corner_count(); ++c)
-            records_.dropped_corners.push_back({cursor_.line(), cage_.polygon_indices[c], cage_.uv_indices[c]});
+        for (std::size_t c = first; c < m_cage.get_corner_count(); ++c)
+            m_records.dropped_corners.push_back({m_cursor.get_line(), m_cage.polygon_indices[c], m_cage.uv_indices[c]});
     }
-    cage_.polygon_indices.resize(first);
-    cage_.uv_indices.resize(first);
+    m_cage.polygon_indices.resize(first);
+    m_cage.uv_indices.resize(first);
 }
 
 /// A tag is NAME INTS/FLOATS/STRINGS and then as many values as these three counts say.
 void RecordReader::read_tag() {
-    const std::string_view tag = cursor_.next_token();
-    const std::string_view counts = cursor_.next_token();
+    const std::string_view tag = m_cursor.next_token();
+    const std::string_view counts = m_cursor.next_token();
     std::array<std::int64_t, 3> sizes{};
     std::string_view rest = counts;
     const auto take_size = [&](std::int64_t& size) {
-        return take_integer(rest, size) && size >= 0 && size <= options_.max_corners;
+        return take_integer(rest, size) && size >= 0 && size <= m_options.max_corners;
     };
     const auto take_slash = [&rest] {
         const bool slash = rest.starts_with('/');
@@ -274,30 +277,30 @@ void RecordReader::read_tag() {
             read_crease(static_cast<std::size_t>(ints), static_cast<std::size_t>(floats));
         return;
     }
-    records_.ignored_tags.add(tag, cursor_.line());
+    m_records.ignored_tags.add(tag, m_cursor.get_line());
     std::int64_t count = 0;
-    while (!cursor_.next_token().empty()) ++count;
+    while (!m_cursor.next_token().empty()) ++count;
     if (count != sizes[0] + sizes[1] + sizes[2])
         record(FindingCode::malformed_tag,
                [&] { return quoted(counts) + " announced, " + std::to_string(count) + " values found"; });
 }
 
 void RecordReader::read_crease(std::size_t int_count, std::size_t float_count) {
-    const std::size_t first = records_.creases.size();
+    const std::size_t first = m_records.creases.size();
     std::int64_t previous = 0;
     std::size_t count = 0;
-    for (std::string_view token = cursor_.next_token(); !token.empty(); token = cursor_.next_token(), ++count) {
+    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count) {
         if (count < int_count) {
             std::string_view rest = token;
             std::int64_t vertex = 0;
             if (!take_integer(rest, vertex) || !rest.empty()) record_token(FindingCode::not_a_number, token);
-            if (count > 0) records_.creases.push_back({cursor_.line(), previous, vertex, 0.0f});
+            if (count > 0) m_records.creases.push_back({m_cursor.get_line(), previous, vertex, 0.0f});
             previous = vertex;
         } else if (count < int_count + float_count) {
             const float sharpness = read_sharpness(token);
             const std::size_t edge = first + count - int_count;
-            const std::size_t last = float_count == 1 ? records_.creases.size() : edge + 1;
-            for (std::size_t e = edge; e < last; ++e) records_.creases[e].sharpness = sharpness;
+            const std::size_t last = float_count == 1 ? m_records.creases.size() : edge + 1;
+            for (std::size_t e = edge; e < last; ++e) m_records.creases[e].sharpness = sharpness;
         }
     }
     if (count != int_count + float_count)

@@ -36,7 +36,7 @@ struct SkippedKinds {
 
 /// The records of an OBJ text before the mesh is checked as a whole.
 struct ObjRecords {
-    ControlCage cage;  ///< positions, polygons, UVs and colours; indices may be out of range, creases and groups are
+    ControlCage cage;  ///< positions, polygons, UVs and colors; indices may be out of range, creases and groups are
                        ///< still missing
     std::vector<std::uint32_t> polygon_lines;
     std::vector<DroppedCorner> dropped_corners;

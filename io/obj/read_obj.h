@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/control_cage.h"
+#include "model/creases.h"
 #include "model/finding.h"
 #include "qn_poly/poly_check.h"
 
@@ -13,9 +14,6 @@
 namespace sds_io {
 
 using namespace sds_model;
-
-/// What becomes of a crease tag with 0 < sharpness < 10, which the limit surface does not know.
-enum class FractionalSharpness : std::uint8_t { harden, drop };
 
 struct ReadObjOptions {
     FractionalSharpness fractional = FractionalSharpness::harden;
@@ -32,7 +30,7 @@ struct ReadObjResult {
 /// Reads a polygon mesh from an OBJ file. Never throws on bad input: what is wrong is in the findings, each with its
 /// first line.
 ///
-/// Read are `v` (x y z, weight ignored, or x y z r g b with colours in 0..1), `vt` (u [v [w]]), `f` (n-gons; v, v/t,
+/// Read are `v` (x y z, weight ignored, or x y z r g b with colors in 0..1), `vt` (u [v [w]]), `f` (n-gons; v, v/t,
 /// v//n, v/t/n; relative indices), `usemtl` and `g`, and the subdivision tags `t NAME INTS/FLOATS/STRINGS ...`.
 /// Normals, smoothing groups, objects and material libraries have no bearing on a control mesh and are skipped without
 /// a word.

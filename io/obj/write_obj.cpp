@@ -14,26 +14,26 @@ namespace {
 
 class ObjWriter {
 public:
-    ObjWriter(const std::string& path, Cancel cancel) : file_(path, std::move(cancel)) {}
+    ObjWriter(const std::string& path, Cancel cancel) : m_file(path, std::move(cancel)) {}
 
     void points(std::string_view keyword, std::span<const float> xyz, std::size_t kept) {
         for (std::size_t i = 0; i + 3 <= xyz.size(); i += 3) {
-            file_.write(keyword);
+            m_file.write(keyword);
             for (const float value : xyz.subspan(i, kept)) number(' ', value);
-            file_.write("\n");
+            m_file.write("\n");
         }
     }
 
     void polygon(std::span<const std::uint32_t> vertices, std::span<const std::uint32_t> uvs) {
-        file_.write("f");
+        m_file.write("f");
         for (std::size_t k = 0; k < vertices.size(); ++k) {
             number(' ', std::uint64_t{vertices[k]} + 1);
             if (!uvs.empty() && uvs[k] != unmapped_corner) number('/', std::uint64_t{uvs[k]} + 1);
         }
-        file_.write("\n");
+        m_file.write("\n");
     }
 
-    void commit() { file_.commit(); }
+    void commit() { m_file.commit(); }
 
 private:
     template <class Number>
@@ -41,10 +41,10 @@ private:
         std::array<char, 32> text;
         text[0] = separator;
         const char* end = std::to_chars(text.data() + 1, text.data() + text.size(), value).ptr;
-        file_.write({text.data(), static_cast<std::size_t>(end - text.data())});
+        m_file.write({text.data(), static_cast<std::size_t>(end - text.data())});
     }
 
-    AtomicFile file_;
+    AtomicFile m_file;
 };
 
 }  // namespace

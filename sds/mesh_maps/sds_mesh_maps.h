@@ -1,8 +1,8 @@
-// SdsMeshMaps: the UV and colour maps of a subdivision surface.
+// SdsMeshMaps: the UV and color maps of a subdivision surface.
 //
 // The host's maps are face-varying: each has its own vertices and one index per control-polygon corner, so that a mesh
 // vertex may carry several UVs (a seam) or none. `set` carries every map through the same step as the mesh; a UV map is
-// then a second surface with the quads of the mesh, evaluated as bicubic patches. Colours are subdivided and looked up
+// then a second surface with the quads of the mesh, evaluated as bicubic patches. Colors are subdivided and looked up
 // bilinearly.
 //
 // The base must outlive the maps. Built by one thread, read by any number. Inputs are trusted: one index per corner
@@ -121,7 +121,7 @@ public:
     // On edge `edge` at t, from its corner to the next. An edge above 3 writes nothing.
     void compute_edge_uvw(const CtxEval& ctx, const unsigned int& quad, const unsigned int& edge,
                           const unsigned int& uv_map, const double& t, Vec3d& uvw) const;
-    // RGBA in [0, 1], bilinear between the quad's four subdivided colours.
+    // RGBA in [0, 1], bilinear between the quad's four subdivided colors.
     void compute_fragment_color(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& color_map,
                                 GMathVec4<float>& color) const;
 

@@ -8,7 +8,8 @@
 
 #include "io/json.h"
 #include "io/obj/read_obj.h"
-#include "model/cage_edges.h"
+#include "model/array_view.h"
+#include "qn_poly/poly_edge_buckets.h"
 
 namespace sds_io {
 
@@ -19,10 +20,13 @@ struct EdgeCounts {
     std::size_t all = 0, borders = 0, creases = 0;
 
     explicit EdgeCounts(const ControlCage& cage) {
-        CageEdges(cage).for_each_edge([&](std::span<const std::uint32_t> sides) {
+        PolyEdgeBuckets edges(cage.polygon_indices.data(), view_of(cage.polygon_counts),
+                              static_cast<unsigned int>(cage.get_vertex_count()));
+        edges.sort();
+        edges.for_each_edge([&](unsigned int, std::span<const PolyHalfEdge> sides) {
             ++all;
             borders += sides.size() == 1;
-            creases += cage.corner_creases[sides[0]];
+            creases += cage.corner_creases[sides[0].corner];
         });
     }
 };
@@ -31,7 +35,7 @@ TEST(Assets, EachTriesWhatItIsMadeFor) {
     const auto load = [](const char* name) {
         const std::filesystem::path path = std::filesystem::path(QN_SOURCE_DIR) / "assets" / name;
         const ReadObjResult result = read_obj(path.string());
-        EXPECT_TRUE(result.findings.entries().empty()) << name << to_json(result.findings).dump(1);
+        EXPECT_TRUE(result.findings.get_entries().empty()) << name << to_json(result.findings).dump(1);
         return result.cage.value_or(ControlCage{});
     };
     const ControlCage body = load("body.obj"), turned = load("turned.obj"), sheet = load("sheet.obj"),
@@ -44,13 +48,13 @@ TEST(Assets, EachTriesWhatItIsMadeFor) {
     EXPECT_GT(turned.group_names.size(), 2u);
 
     EXPECT_TRUE(sheet.is_all_quads());
-    EXPECT_TRUE(sheet.has_colours());
-    EXPECT_EQ(sheet.vertex_count() + sheet.polygon_count(), EdgeCounts(sheet).all) << "a disk with one hole";
+    EXPECT_TRUE(sheet.has_colors());
+    EXPECT_EQ(sheet.get_vertex_count() + sheet.get_polygon_count(), EdgeCounts(sheet).all) << "a disk with one hole";
 
     EXPECT_TRUE(knot.is_all_quads());
-    EXPECT_EQ(knot.vertex_count() + knot.polygon_count(), EdgeCounts(knot).all) << "a ring closed on itself";
+    EXPECT_EQ(knot.get_vertex_count() + knot.get_polygon_count(), EdgeCounts(knot).all) << "a ring closed on itself";
 
-    EXPECT_GT(seams.uv_count(), seams.vertex_count()) << "seams split UV points";
+    EXPECT_GT(seams.get_uv_count(), seams.get_vertex_count()) << "seams split UV points";
     EXPECT_GT(EdgeCounts(seams).creases, 0u);
 }
 
@@ -65,7 +69,7 @@ TEST(RealCages, AreReadWhole) {
         SCOPED_TRACE(entry.path().string());
         const ReadObjResult result = read_obj(entry.path().string());
         ASSERT_TRUE(result.cage) << to_json(result.findings).dump(1);
-        EXPECT_EQ(result.polygon_lines.size(), result.cage->polygon_count());
+        EXPECT_EQ(result.polygon_lines.size(), result.cage->get_polygon_count());
         // This one has polygons that pass a vertex twice.
         const bool has_repeats = entry.path().stem() == "nonman_edges";
         EXPECT_EQ(result.findings.count(FindingCode::repeated_vertex), has_repeats ? 14u : 0u);
@@ -75,7 +79,7 @@ TEST(RealCages, AreReadWhole) {
     }
     const ReadObjResult bishop = read_obj((meshes / "bishop.obj").string());
     if (!bishop.cage) GTEST_SKIP() << "no bishop there";
-    EXPECT_EQ(bishop.cage->polygon_count(), 968u);
+    EXPECT_EQ(bishop.cage->get_polygon_count(), 968u);
     EXPECT_EQ(EdgeCounts(*bishop.cage).creases, 224u);
 }
 

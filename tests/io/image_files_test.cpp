@@ -25,7 +25,7 @@ Image make_image() {
     Image image(37, 21);
     const float infinity = std::numeric_limits<float>::infinity();
     for (const char* name : {"R", "G", "B", "A"}) {
-        Channel& channel = image.add_channel(name, ChannelKind::colour);
+        Channel& channel = image.add_channel(name, ChannelKind::color);
         for (size_t i = 0; i < channel.values.size(); ++i)
             channel.values[i] =
                 name[0] == 'A' ? 1.0f : static_cast<float>(i % 97) / 48.0f * static_cast<float>(name[0] % 5);

@@ -19,7 +19,7 @@ using enum FindingCode;
 const std::string square = "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\n";
 
 const Finding* find(const ReadObjResult& result, FindingCode code) {
-    for (const Finding& finding : result.findings.entries())
+    for (const Finding& finding : result.findings.get_entries())
         if (finding.code == code) return &finding;
     return nullptr;
 }
@@ -40,7 +40,7 @@ void expect_finding(const std::string& text, FindingCode code, int line, std::ui
 ControlCage cage_of(const std::string& text, std::size_t finding_count = 0) {
     const ReadObjResult result = read_obj_text(text, "cage.obj");
     EXPECT_TRUE(result.cage.has_value()) << to_json(result.findings).dump(1);
-    EXPECT_EQ(result.findings.entries().size(), finding_count) << to_json(result.findings).dump(1);
+    EXPECT_EQ(result.findings.get_entries().size(), finding_count) << to_json(result.findings).dump(1);
     return result.cage.value_or(ControlCage{});
 }
 
@@ -125,7 +125,7 @@ TEST(ReadObj, CountsACauseOnceWithItsFirstPlace) {
     for (int i = 0; i < 1000; ++i) text += "f 1 2 9\n";
     text += "f 0 1 2\n";
     const ReadObjResult result = read_obj_text(text, "cage.obj");
-    ASSERT_EQ(result.findings.entries().size(), 2u);
+    ASSERT_EQ(result.findings.get_entries().size(), 2u);
     EXPECT_EQ(to_text(*find(result, vertex_index_out_of_range)),
               "cage.obj:5: error: vertex index out of range (index 9 of 4); 1000 cases, first here");
     EXPECT_EQ(to_text(*find(result, zero_index)), "cage.obj:1005: error: index 0, the first is 1 ('0')");
@@ -247,21 +247,21 @@ TEST(ReadObj, UvsAreWholePolygonsOrNothing) {
 
     const ControlCage none = cage_of(square + uvs + "f 1 2 3 4\n");
     EXPECT_FALSE(none.has_uvs());
-    EXPECT_EQ(none.uv_count(), 0u);
+    EXPECT_EQ(none.get_uv_count(), 0u);
 }
 
-TEST(ReadObj, ColoursBelongToVertices) {
+TEST(ReadObj, ColorsBelongToVertices) {
     const ControlCage cage = cage_of("v 0 0 0 1 0 0.5\nv 1 0 0 0 0.002 1\nv 0 1 0 0 0 0\nf 1 2 3\n");
-    EXPECT_EQ(cage.vertex_colours, (std::vector<std::uint8_t>{255, 0, 128, 255, 0, 1, 255, 255, 0, 0, 0, 255}));
+    EXPECT_EQ(cage.vertex_colors, (std::vector<std::uint8_t>{255, 0, 128, 255, 0, 1, 255, 255, 0, 0, 0, 255}));
 
     const std::string partly = "v 0 0 0\nv 1 0 0\nv 0 1 0 0 0 -1\nv 1 1 0\nf 1 2 3\nf 4 3 2\n";
-    expect_finding(partly, partly_coloured, 3, 3);
-    expect_finding(partly, colour_out_of_range, 3);
+    expect_finding(partly, partly_colored, 3, 3);
+    expect_finding(partly, color_out_of_range, 3);
     const ControlCage filled = cage_of(partly, 2);
-    ASSERT_EQ(filled.vertex_colours.size(), 16u);
-    EXPECT_EQ(filled.vertex_colours[0], 255);
-    EXPECT_EQ(filled.vertex_colours[8], 0);
-    EXPECT_EQ(filled.vertex_colours[12], 255);
+    ASSERT_EQ(filled.vertex_colors.size(), 16u);
+    EXPECT_EQ(filled.vertex_colors[0], 255);
+    EXPECT_EQ(filled.vertex_colors[8], 0);
+    EXPECT_EQ(filled.vertex_colors[12], 255);
 }
 
 TEST(ReadObj, APoleOfHugeValenceIsLinear) {

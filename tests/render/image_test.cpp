@@ -14,10 +14,10 @@ TEST(ImagePreview, BeautyIsNotPremultipliedAndNeverOutOfRange) {
     Image image(3, 1);
     const float values[3] = {0.25f, std::numeric_limits<float>::infinity(), std::numeric_limits<float>::quiet_NaN()};
     for (const char* name : {"R", "G", "B"}) {
-        Channel& channel = image.add_channel(name, ChannelKind::colour);
+        Channel& channel = image.add_channel(name, ChannelKind::color);
         std::copy_n(values, 3, channel.values.begin());
     }
-    Channel& alpha = image.add_channel("A", ChannelKind::colour);
+    Channel& alpha = image.add_channel("A", ChannelKind::color);
     alpha.values = {0.5f, 1.0f, 1.0f};
     const Pixels8 pixels = make_preview(image, "");
     EXPECT_NEAR(pixels[0], 255.0 * encode_srgb(apply_filmic_curve(0.5)), 1.01);

@@ -8,7 +8,7 @@
 
 namespace sds_test {
 
-// In steps of the 8 bits that are shown, over pixels and their three colours.
+// In steps of the 8 bits that are shown, over pixels and their three colors.
 struct PictureDifference {
     double max = 0.0;
     double mean = 0.0;  // of the magnitude

@@ -5,9 +5,9 @@
 #include <numeric>
 
 #include "model/array_view.h"
-#include "model/cage_edges.h"
-#include "model/mesh_findings.h"
+#include "model/finding.h"
 #include "qn_poly/poly_check.h"
+#include "qn_poly/poly_edge_buckets.h"
 
 namespace sds_python {
 
@@ -16,8 +16,6 @@ namespace {
 using sds_model::FindingCode;
 using sds_model::Findings;
 using sds_model::FirstCase;
-
-constexpr float infinite_sharpness = 10.0f;
 
 /// As the caller wrote it: indices below zero arrive wrapped around.
 std::string index_of(std::uint32_t index, std::size_t count) {
@@ -29,6 +27,8 @@ std::string index_of(std::uint32_t index, std::size_t count) {
 std::string corner_place(std::size_t face, std::size_t corner) {
     return "face " + std::to_string(face) + ", corner " + std::to_string(corner);
 }
+
+std::string crease_place(std::size_t entry) { return "crease edge " + std::to_string(entry); }
 
 std::uint32_t first_corner(std::span<const std::uint32_t> face_counts, std::uint32_t face) {
     return std::accumulate(face_counts.begin(), face_counts.begin() + face, std::uint32_t{0});
@@ -115,7 +115,7 @@ void settle_uvs(std::span<const std::uint32_t> face_counts, sds_model::UvSource&
 void check_creases(const MeshArrays& mesh, Findings& findings) {
     const std::size_t point_count = mesh.points.size() / 3;
     for (std::size_t i = 0; i < mesh.creases.sharpness.size(); ++i) {
-        const std::string place = "crease edge " + std::to_string(i);
+        const std::string place = crease_place(i);
         for (const std::uint32_t point : mesh.creases.vertices.subspan(2 * i, 2))
             if (point >= point_count)
                 findings.record(FindingCode::tag_index_out_of_range, [&] {
@@ -131,7 +131,7 @@ void check_creases(const MeshArrays& mesh, Findings& findings) {
 void throw_errors(const Findings& findings) {
     if (!findings.has_errors()) return;
     std::string text;
-    for (const sds_model::Finding& finding : findings.entries())
+    for (const sds_model::Finding& finding : findings.get_entries())
         if (sds_model::severity_of(finding.code) == sds_model::Severity::error)
             text += (text.empty() ? "" : "\n") + sds_model::to_text(finding);
     throw MeshError(text, findings);
@@ -155,27 +155,19 @@ void check_arrays(MeshArrays& mesh, Findings& findings) {
 }
 
 std::vector<std::uint8_t> settle_creases(const MeshArrays& mesh, Findings& findings) {
-    const sds_model::CageEdges edges(mesh.points.size() / 3, mesh.face_counts, mesh.face_indices);
-    std::vector<std::uint8_t> flags(mesh.face_indices.size(), 0);
-    for (std::size_t i = 0; i < mesh.creases.sharpness.size(); ++i) {
-        const std::uint32_t a = mesh.creases.vertices[2 * i], b = mesh.creases.vertices[2 * i + 1];
-        const std::string place = "crease edge " + std::to_string(i);
-        const auto sides = edges.sides(a, b);
-        if (sides.empty())
-            findings.record(FindingCode::tag_without_edge, [&] {
-                return FirstCase{place, "points " + std::to_string(a) + " and " + std::to_string(b), {}};
-            });
-        const float sharpness = mesh.creases.sharpness[i];
-        const bool is_fractional = sharpness > 0.0f && sharpness < infinite_sharpness;
-        if (is_fractional)
-            findings.record(FindingCode::fractional_sharpness, [&] {
-                return FirstCase{place, "sharpness " + std::to_string(sharpness),
-                                 mesh.creases.harden_fractional ? "" : "left smooth"};
-            });
-        const bool is_crease = sharpness >= infinite_sharpness || (is_fractional && mesh.creases.harden_fractional);
-        for (const std::uint32_t corner : sides) flags[corner] = is_crease ? 1 : 0;
-    }
-    return flags;
+    const CreaseArrays& given = mesh.creases;
+    std::vector<sds_model::CreaseEdge> creases(given.sharpness.size());
+    for (std::size_t i = 0; i < creases.size(); ++i)
+        creases[i] = {given.vertices[2 * i], given.vertices[2 * i + 1], given.sharpness[i]};
+    PolyEdgeBuckets edges(mesh.face_indices.data(), sds_model::view_of(mesh.face_counts),
+                          static_cast<unsigned int>(mesh.points.size() / 3));
+    edges.sort();
+    const auto describe = [&](FindingCode, std::size_t entry) {
+        return FirstCase{crease_place(entry),
+                         "points " + std::to_string(creases[entry].a) + " and " + std::to_string(creases[entry].b),
+                         {}};
+    };
+    return sds_model::settle_creases(edges, mesh.face_indices.size(), creases, given.fractional, findings, describe);
 }
 
 }  // namespace sds_python

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "model/creases.h"
 #include "model/finding.h"
 #include "model/surface.h"
 
@@ -16,11 +17,11 @@ namespace sds_python {
 class MeshError : public std::runtime_error {
 public:
     MeshError(const std::string& what, sds_model::Findings findings)
-        : std::runtime_error(what), findings_(std::move(findings)) {}
-    const sds_model::Findings& findings() const { return findings_; }
+        : std::runtime_error(what), m_findings(std::move(findings)) {}
+    const sds_model::Findings& findings() const { return m_findings; }
 
 private:
-    sds_model::Findings findings_;
+    sds_model::Findings m_findings;
 };
 
 /// Throws MeshError with one line per error of the findings when there is any.
@@ -29,7 +30,7 @@ void throw_errors(const sds_model::Findings& findings);
 struct CreaseArrays {
     std::span<const std::uint32_t> vertices;  ///< two per edge
     std::span<const float> sharpness;         ///< one per edge
-    bool harden_fractional = true;            ///< else edges with a sharpness below 10 stay smooth
+    sds_model::FractionalSharpness fractional{};
 };
 
 /// What the caller hands over, shapes already right: 3 floats per point, as many indices as the counts add up to, one

@@ -58,10 +58,10 @@ public:
     double area() const;
     pybind11::dict info() const;
     pybind11::list findings() const;
-    std::size_t point_count() const { return facts_.point_count; }
-    unsigned int quad_count() const { return state_->surface().base().get_primitive_count(); }
+    std::size_t point_count() const { return m_facts.point_count; }
+    unsigned int quad_count() const { return m_state->surface().get_base().get_primitive_count(); }
     std::vector<std::string> uv_names() const;
-    unsigned int color_map_count() const { return state_->surface().maps().get_color_map_count(); }
+    unsigned int color_map_count() const { return m_state->surface().get_maps().get_color_map_count(); }
     std::vector<std::string> group_names() const;
 
     pybind11::array quads() const;
@@ -73,8 +73,8 @@ public:
 private:
     SurfaceObject() = default;
 
-    std::shared_ptr<const SurfaceState> state_;
-    SurfaceFacts facts_;
+    std::shared_ptr<const SurfaceState> m_state;
+    SurfaceFacts m_facts;
 };
 
 /// The findings as dictionaries with the keys code, severity, cases, place, message, detail and action.
