@@ -97,7 +97,7 @@ TEST_F(Info, PrintsTheFindingsOfARefusedMesh) {
 
 TEST(StageTimer, TimesNestedTasksAndPassesThemOn) {
     AppProgressBar front;
-    StageTimer timer(&front);
+    sds_model::StageTimer timer(&front);
     timer.begin_task("outer", 0.5f, false);
     timer.begin_task("inner", 0.5f, false);
     EXPECT_EQ(front.get_label().to_std(), "inner");

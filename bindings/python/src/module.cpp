@@ -16,7 +16,7 @@ void translate(std::exception_ptr pointer) {  // NOLINT(performance-unnecessary-
     try {
         if (pointer) std::rethrow_exception(pointer);
     } catch (const sds_python::MeshError& error) {
-        const py::object type = py::m_module::import("qn_sds._errors").attr("MeshError");
+        const py::object type = py::module_::import("qn_sds._errors").attr("MeshError");
         const py::object value = type(error.what(), sds_python::to_list(error.findings()));
         PyErr_SetObject(type.ptr(), value.ptr());
     }
@@ -27,14 +27,14 @@ void translate(std::exception_ptr pointer) {  // NOLINT(performance-unnecessary-
 PYBIND11_MODULE(_native, module) {
     py::register_exception_translator(&translate);
 
-    py::m_class<UvArrays>(module, "UvArrays")
+    py::class_<UvArrays>(module, "UvArrays")
         .def(py::init([](std::string name, const sds_python::Array<float>& points,
                          const sds_python::Array<std::uint32_t>& indices) {
                  return UvArrays{std::move(name), points, indices};
              }),
              py::arg("name"), py::arg("points").noconvert(), py::arg("indices").noconvert());
 
-    py::m_class<SurfaceObject>(module, "Surface")
+    py::class_<SurfaceObject>(module, "Surface")
         .def(py::init<const sds_python::Array<float>&, const sds_python::Array<std::uint32_t>&,
                       const sds_python::Array<std::uint32_t>&, const sds_python::Array<std::uint32_t>&,
                       const sds_python::Array<float>&, bool, const sds_python::Array<std::uint32_t>&,
