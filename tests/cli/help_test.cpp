@@ -129,7 +129,8 @@ TEST_F(Help, ManualPagesNameEveryOptionAndFormatCleanly) {
             for (const char c : option) escaped += c == '-' ? std::string("\\-") : std::string(1, c);
             EXPECT_THAT(page, HasSubstr(escaped)) << command;
         }
-        EXPECT_EQ(run_shell(folder, "groff -man -wmac -Tutf8 '" + pages + "-" + command + ".1'").err, "") << command;
+        EXPECT_EQ(run_shell(folder, "groff -man -ww -Wbreak -Tutf8 '" + pages + "-" + command + ".1'").err, "")
+            << command;
     }
 }
 
