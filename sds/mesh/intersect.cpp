@@ -11,7 +11,7 @@ namespace {
 
 constexpr unsigned int adaptive_frustum_level = 3;
 
-// Sets the rays' reference point to the object's center for the duration of a call. Boxes hold finite points only.
+// Sets the rays' reference point to the object's centre for the duration of a call. Boxes hold finite points only.
 class ReferencePointScope {
 public:
     ReferencePointScope(GeometryRaytraceCtx& rays, const GMathBbox3<float>& bbox)
