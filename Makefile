@@ -4,7 +4,7 @@ OUT ?= build/render.png
 ARGS ?=
 JOBS ?= $(shell nproc)
 
-SOURCE_DIRS := host sds render cli tests bench examples tools bindings
+SOURCE_DIRS := host sds render model io cli oracles tests bench examples tools bindings
 # Recursive on purpose: on a fresh machine ninja is there only once the packages are.
 export CMAKE_GENERATOR = $(if $(shell command -v ninja),Ninja,Unix Makefiles)
 
@@ -110,7 +110,7 @@ check-length: dependencies-program
 	scripts/check_length
 
 # DIRS="sds" for some of them.
-DIRS ?= host sds render cli bindings
+DIRS ?= host sds render model io cli bindings
 tidy: build/tidy/CMakeCache.txt
 	run-clang-tidy -quiet -p build/tidy -j $(JOBS) -extra-arg=-Wno-unknown-warning-option \
 	    '$(CURDIR)/($(call any_of,$(DIRS)))/'

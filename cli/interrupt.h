@@ -19,4 +19,11 @@ int get_interrupt();
 /// Throws AppCancelled when a signal has asked to stop.
 void throw_if_interrupted();
 
+/// Calls write(throw_if_interrupted) within an InterruptScope, so that a signal leaves no temporary file behind.
+template <class Write>
+void write_interruptibly(const Write& write) {
+    const InterruptScope interrupts;
+    write(throw_if_interrupted);
+}
+
 }  // namespace sds_cli

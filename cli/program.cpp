@@ -1,16 +1,15 @@
 #include "cli/program.h"
 
-#include "cli/command_export.h"
-#include "cli/command_info.h"
-#include "cli/command_intersect.h"
-#include "cli/command_render.h"
-#include "cli/command_select.h"
-#include "cli/command_texts.h"
-#include "cli/common_options.h"
-#include "cli/help_format.h"
-#include "cli/input_error.h"
+#include "cli/commands/export.h"
+#include "cli/commands/info.h"
+#include "cli/commands/intersect.h"
+#include "cli/commands/render.h"
+#include "cli/commands/select.h"
 #include "cli/interrupt.h"
-#include "cli/usage_error.h"
+#include "cli/options/common_options.h"
+#include "cli/options/usage_error.h"
+#include "cli/texts/help_format.h"
+#include "io/input_error.h"
 #include "qn_app_base/app_progress_bar.h"
 #include "qn_core/core_log.h"
 #include "qn_sys/sys_thread.h"
@@ -60,7 +59,6 @@ int run_program(int argc, const char* const* argv) {
     add_export_command(program, action);
     add_intersect_command(program, action);
     add_select_command(program, action);
-    add_text_commands(program, action);
     add_help(program);
     try {
         program.parse(argc, argv);

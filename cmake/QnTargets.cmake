@@ -70,7 +70,7 @@ function(qn_link_available target visibility)
 endfunction()
 
 # One executable, named `name`, linked to those of the libraries ARGN that exist. Put a library before what it uses:
-# qn_render and qn_cli do not choose between the module and its static twin, the executable does.
+# qn_render, qn_model and qn_io do not choose between the module and its static twin, the executable does.
 function(qn_add_executable name sources)
     add_executable(${name} ${sources})
     qn_configure_target(${name})

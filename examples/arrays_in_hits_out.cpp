@@ -16,7 +16,7 @@ int main() {
     base.set(8, {24, indices}, counts, groups, group_names, nullptr);
     SdsMeshGeometry geometry;  // positions, patches, boxes
     geometry.set(base, positions, {}, SdsMeshGeometry::InterpolationMode::corners_fixed, nullptr);
-    SdsMeshMaps maps;  // no UVs, no colours
+    SdsMeshMaps maps;  // no UVs, no colors
     maps.set(base, counts, {}, {}, SdsMeshMaps::InterpolationMode::corners_fixed, nullptr);
     SdsMesh surface;  // level 0: the limit surface itself
     surface.set(geometry, maps, 0, nullptr);

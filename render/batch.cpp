@@ -19,18 +19,6 @@ bool is_traceable(const GeometryRay& ray) {
            std::isfinite(ray.tnear) && !std::isnan(ray.tfar) && std::isfinite(ray.time);
 }
 
-Shutter get_shutter_of(const GeometryRay* rays, std::size_t count) {
-    Shutter shutter;
-    bool any = false;
-    for (const GeometryRay* ray = rays; ray != rays + count; ++ray) {
-        if (!is_traceable(*ray)) continue;
-        shutter.open = any ? std::min(shutter.open, ray->time) : ray->time;
-        shutter.close = any ? std::max(shutter.close, ray->time) : ray->time;
-        any = true;
-    }
-    return shutter;
-}
-
 void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count,
                      const std::function<void(std::size_t, RenderThread&)>& visit) {
     std::vector<std::unique_ptr<RenderThread>> threads(sys_max_worker_count());

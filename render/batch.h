@@ -2,6 +2,7 @@
 // and the bindings work with.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <vector>
@@ -14,7 +15,20 @@ namespace sds_render {
 bool is_traceable(const GeometryRay& ray);
 
 // The shortest shutter that is open at the time of every traceable ray; [0, 0] without any.
-Shutter get_shutter_of(const GeometryRay* rays, std::size_t count);
+// ray_at(i) gives the rays, as records or made when asked for.
+template <class RayAt>
+Shutter get_shutter_of(std::size_t count, const RayAt& ray_at) {
+    Shutter shutter;
+    bool any = false;
+    for (std::size_t i = 0; i < count; ++i) {
+        const GeometryRay& ray = ray_at(i);
+        if (!is_traceable(ray)) continue;
+        shutter.open = any ? std::min(shutter.open, ray.time) : ray.time;
+        shutter.close = any ? std::max(shutter.close, ray.time) : ray.time;
+        any = true;
+    }
+    return shutter;
+}
 
 // Scene::intersect for every ray that is_traceable; the others keep their record without a hit. `visit`, which may be
 // empty, is called once for every ray, after it was traced, on the thread that traced it. Calls for different rays run

@@ -29,7 +29,7 @@ public:
     Camera(const Bbox3& box, const CameraView& view, unsigned int width, unsigned int height);
 
     // The ray through a point of the picture in pixels, x to the right and y down from the upper left corner: pixel
-    // (i, j) has its centre at (i + 0.5, j + 0.5). Unit direction.
+    // (i, j) has its center at (i + 0.5, j + 0.5). Unit direction.
     GeometryRay camera_ray(double x, double y) const;
 
     // Distance of a point from the camera along the viewing axis.

@@ -1,38 +1,22 @@
-// A picture of named channels, and its files.
+// A picture of named channels.
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace sds_render {
 
-// A picture that could not be written: the path and the reason.
-class ImageError : public std::runtime_error {
-public:
-    ImageError(const std::string& path, const std::string& reason)
-        : std::runtime_error(path + ": " + reason), m_path(path), m_reason(reason) {}
-
-    const std::string& get_path() const { return m_path; }
-    const std::string& get_reason() const { return m_reason; }
-
-private:
-    std::string m_path;
-    std::string m_reason;
-};
-
 enum class ChannelKind {
-    colour,  // linear light, 16-bit float on disk
-    data,    // 32-bit float on disk
-    id,      // 32-bit unsigned integer
+    color,  // linear light, 16-bit float on disk
+    data,   // 32-bit float on disk
+    id,     // 32-bit unsigned integer
 };
 
 struct Channel {
     std::string name;  // "R", "Z", or "layer.component"
     ChannelKind kind = ChannelKind::data;
-    // Row by row from the top, width * height; `values` for colour and data, `ids` for id.
+    // Row by row from the top, width * height; `values` for color and data, `ids` for id.
     std::vector<float> values;
     std::vector<std::uint32_t> ids;
 };
@@ -64,15 +48,8 @@ using Pixels8 = std::vector<std::uint8_t>;
 
 // What a person looks at. An empty `layer` is the picture itself: R, G, B through the filmic curve, with a little
 // ordered noise against banding, and A. Other layers are shown by content: three components called X Y Z around zero as
-// 0.5 + 0.5 x, colours as they are without the curve, ids each in a colour of its own, other values stretched between
+// 0.5 + 0.5 x, colors as they are without the curve, ids each in a color of its own, other values stretched between
 // their least and greatest finite ones. Throws std::invalid_argument when the image has no such layer.
 Pixels8 make_preview(const Image& image, const std::string& layer);
-
-// Both write to a temporary file beside `path` and rename it when it is complete, so that `path` never holds half a
-// picture. Throw ImageError.
-void write_png(const std::string& path, const Image& image, const std::string& layer = "");
-void write_exr(const std::string& path, const Image& image);
-// Writes a PNG to an open stream, which errors call `name`.
-void write_png(std::FILE* stream, const std::string& name, const Image& image, const std::string& layer = "");
 
 }  // namespace sds_render

@@ -2,6 +2,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <stdexcept>
 
 #include "render/image.h"
 #include "render/render_types.h"
@@ -34,7 +35,7 @@ double get_noise(unsigned int x, unsigned int y) {
     return coarse - std::floor(coarse) - 0.5;
 }
 
-std::array<std::uint8_t, 3> get_id_colour(std::uint32_t id) {
+std::array<std::uint8_t, 3> get_id_color(std::uint32_t id) {
     if (id == no_index) return {0, 0, 0};
     std::uint32_t x = (id ^ (id >> 16)) * 0x7feb352du;
     x = (x ^ (x >> 15)) * 0x846ca68bu;
@@ -65,12 +66,12 @@ void show_beauty(const Image& image, Pixels8& pixels) {
 
 void show_ids(const Channel& channel, Pixels8& pixels) {
     for (size_t i = 0; i < channel.ids.size(); ++i) {
-        const auto colour = get_id_colour(channel.ids[i]);
-        std::copy(colour.begin(), colour.end(), pixels.begin() + static_cast<std::ptrdiff_t>(4 * i));
+        const auto color = get_id_color(channel.ids[i]);
+        std::copy(color.begin(), color.end(), pixels.begin() + static_cast<std::ptrdiff_t>(4 * i));
     }
 }
 
-void show_colours(const Components& components, Pixels8& pixels) {
+void show_colors(const Components& components, Pixels8& pixels) {
     for (size_t i = 0; i < components[0]->values.size(); ++i)
         for (size_t c = 0; c < 3; ++c) {
             const Channel& channel = *components[std::min(c, components.size() - 1)];
@@ -120,8 +121,8 @@ Pixels8 make_preview(const Image& image, const std::string& layer) {
     if (components.empty()) throw std::invalid_argument("the image has no layer " + layer);
     if (components[0]->kind == ChannelKind::id)
         show_ids(*components[0], pixels);
-    else if (components[0]->kind == ChannelKind::colour)
-        show_colours(components, pixels);
+    else if (components[0]->kind == ChannelKind::color)
+        show_colors(components, pixels);
     else if (are_directions(components))
         show_directions(components, pixels);
     else

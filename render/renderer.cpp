@@ -13,7 +13,7 @@ namespace {
 
 Image make_image(const Camera& camera, const RenderOptions& options) {
     Image image(camera.get_width(), camera.get_height());
-    for (const char* name : {"R", "G", "B", "A"}) image.add_channel(name, ChannelKind::colour);
+    for (const char* name : {"R", "G", "B", "A"}) image.add_channel(name, ChannelKind::color);
     for (const Layer& layer : options.layers)
         for (unsigned int c = 0; c < layer.components.size(); ++c)
             image.add_channel(layer.get_channel_name(c), layer.kind);

@@ -9,7 +9,7 @@
 #include "render/image.h"
 #include "render/scene.h"
 #include "render/shading.h"
-#include "render/surface.h"
+#include "render/surface_point.h"
 
 namespace sds_render {
 

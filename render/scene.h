@@ -3,7 +3,7 @@
 // Life of a scene: add objects, commit once, trace from any number of threads. The objects belong to the caller,
 // outlive the scene and do not change after commit.
 //
-// The hierarchy works in single precision, in coordinates relative to the scene's centre and radius, so that its boxes
+// The hierarchy works in single precision, in coordinates relative to the scene's center and radius, so that its boxes
 // are equally tight at any size and distance from the origin. The objects themselves see the caller's double-precision
 // rays.
 #pragma once

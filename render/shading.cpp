@@ -115,22 +115,22 @@ Color Shader::shade(const SurfacePoint& point, const PixelSampler& sampler, unsi
 
     const double skyward = 0.5 + 0.5 * normal.dot(m_camera->get_up());
     Color light = mix(ground, sky, static_cast<float>(skyward)) * static_cast<float>(ambient);
-    light += m_key.colour * static_cast<float>(key);
-    light += m_fill.colour * static_cast<float>(fill);
-    light += m_rim.colour * static_cast<float>(rim);
+    light += m_key.color * static_cast<float>(key);
+    light += m_fill.color * static_cast<float>(fill);
+    light += m_rim.color * static_cast<float>(rim);
     // Silhouettes darken a little, so that the shape stands out from itself and from the background.
     light *= static_cast<float>(0.62 + 0.38 * smooth_step(0.0, 0.42, facing_ratio));
 
-    Color out = multiply(m_options.colour(point), light);
+    Color out = multiply(m_options.color(point), light);
     // A broad sheen tells curvature apart from shade (Blinn 1977, with Schlick's Fresnel term).
     const Vec3 half = normalised(m_key.direction - point.direction);
     const double fresnel = 0.04 + 0.96 * std::pow(1.0 - clamp_unit(half.dot(m_key.direction)), 5.0);
     const double sheen = key > 0.0 ? 2.2 * fresnel * std::pow(clamp_unit(normal.dot(half)), 26.0) : 0.0;
-    out += m_key.colour * static_cast<float>(sheen * std::min(1.0, 4.0 * key));
+    out += m_key.color * static_cast<float>(sheen * std::min(1.0, 4.0 * key));
 
     if (m_options.wire) {
         const double coverage = get_wire_coverage(point, *m_camera, m_options.wire_width);
-        out = mix(out, m_options.wire_colour, static_cast<float>(0.85 * coverage));
+        out = mix(out, m_options.wire_color, static_cast<float>(0.85 * coverage));
     }
     return out;
 }

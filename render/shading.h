@@ -5,12 +5,12 @@
 #include "render/camera.h"
 #include "render/sampling.h"
 #include "render/scene.h"
-#include "render/surface.h"
+#include "render/surface_point.h"
 
 namespace sds_render {
 
 struct ShadingOptions {
-    SurfaceColour colour = make_uniform_colour(clay);
+    SurfaceColor color = make_uniform_color(clay);
     // Shade with the smoothing normal, else with the geometric one.
     bool smoothing_normal = true;
     // A shadow ray towards a point of the key light per sample.
@@ -21,7 +21,7 @@ struct ShadingOptions {
     // Lines on the edges that an object reports as visible.
     bool wire = false;
     double wire_width = 1.2;  // pixels
-    Color wire_colour{0.035f, 0.04f, 0.05f};
+    Color wire_color{0.035f, 0.04f, 0.05f};
 };
 
 class Shader {
@@ -42,7 +42,7 @@ public:
 private:
     struct Light {
         Vec3 direction{0, 0, 1};
-        Color colour{0, 0, 0};
+        Color color{0, 0, 0};
     };
     // The surface turned towards the camera.
     struct Facing {

@@ -11,7 +11,7 @@ namespace {
 constexpr unsigned int block_width = 4;
 constexpr unsigned int block_height = 2;
 
-// Half the width of the tent that weighs a sample by its distance from the pixel's centre, in pixels.
+// Half the width of the tent that weighs a sample by its distance from the pixel's center, in pixels.
 constexpr double filter_radius = 0.85;
 
 // Distributes x in [0, 1) like a tent over (-1, 1).
@@ -105,7 +105,7 @@ void TileRenderer::add_hit(const Packet& packet, unsigned int i, Pixel& pixel, R
     if (ray.hit.primitive == no_index) {
         add_layers(nullptr, is_nearest, pixel);
         if (!m_options->background) return;
-        pixel.colour += m_shader.get_background(sample.at_x, sample.at_y);
+        pixel.color += m_shader.get_background(sample.at_x, sample.at_y);
         pixel.alpha += 1.0f;
         return;
     }
@@ -121,7 +121,7 @@ void TileRenderer::add_hit(const Packet& packet, unsigned int i, Pixel& pixel, R
     point.position = ray.origin + ray.direction * ray.hit.t;
     point.direction = ray.direction;
     point.depth = m_camera->get_depth(point.position);
-    pixel.colour += m_shader.shade(point, PixelSampler(sample.x, sample.y), sample.index, thread);
+    pixel.color += m_shader.shade(point, PixelSampler(sample.x, sample.y), sample.index, thread);
     pixel.alpha += 1.0f;
     add_layers(&point, is_nearest, pixel);
 }
@@ -129,7 +129,7 @@ void TileRenderer::add_hit(const Packet& packet, unsigned int i, Pixel& pixel, R
 void TileRenderer::add_layers(const SurfacePoint* point, bool is_nearest, Pixel& pixel) const {
     for (size_t l = 0; l < pixel.layers.size(); ++l) {
         const Layer& layer = m_options->layers[l];
-        const bool is_filtered = layer.kind == ChannelKind::colour;
+        const bool is_filtered = layer.kind == ChannelKind::color;
         if (!is_filtered && !is_nearest) continue;
         const Layer::Value value = point != nullptr ? layer.evaluate(*point) : layer.background;
         if (!is_filtered)
@@ -141,7 +141,7 @@ void TileRenderer::add_layers(const SurfacePoint* point, bool is_nearest, Pixel&
 }
 
 void TileRenderer::reset(Pixel& pixel) const {
-    pixel.colour = {0, 0, 0};
+    pixel.color = {0, 0, 0};
     pixel.alpha = 0.0f;
     pixel.nearest = 1e30;
     pixel.layers.assign(m_options->layers.size(), Layer::Value{});
@@ -150,7 +150,7 @@ void TileRenderer::reset(Pixel& pixel) const {
 void TileRenderer::store(const Pixel& pixel, unsigned int x, unsigned int y) const {
     const size_t at = size_t{y} * m_camera->get_width() + x;
     const float share = 1.0f / static_cast<float>(m_options->samples);
-    for (unsigned int c = 0; c < 3; ++c) m_channels[c]->values[at] = pixel.colour[c] * share;
+    for (unsigned int c = 0; c < 3; ++c) m_channels[c]->values[at] = pixel.color[c] * share;
     m_channels[3]->values[at] = pixel.alpha * share;
     size_t channel = 4;
     for (size_t l = 0; l < pixel.layers.size(); ++l) {
@@ -160,7 +160,7 @@ void TileRenderer::store(const Pixel& pixel, unsigned int x, unsigned int y) con
                 m_channels[channel]->ids[at] = pixel.layers[l].id;
             else
                 m_channels[channel]->values[at] =
-                    pixel.layers[l].components[c] * (layer.kind == ChannelKind::colour ? share : 1.0f);
+                    pixel.layers[l].components[c] * (layer.kind == ChannelKind::color ? share : 1.0f);
         }
     }
 }

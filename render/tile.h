@@ -34,9 +34,9 @@ private:
     };
     // A pixel while its samples come in; they come one pixel after the other and in order.
     struct Pixel {
-        Color colour{0, 0, 0};
+        Color color{0, 0, 0};
         float alpha = 0.0f;
-        double nearest = 1e30;  // squared distance from the centre of the sample that the data layers show
+        double nearest = 1e30;  // squared distance from the center of the sample that the data layers show
         std::vector<Layer::Value> layers;
     };
 

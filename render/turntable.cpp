@@ -15,14 +15,14 @@ constexpr unsigned int ring_count = 48;
 class TurnedOutline {
 public:
     TurnedOutline(const Bbox3& box, unsigned int up)
-        : m_up(up), m_centre(box.get_center()), m_low(box.get_min()[up]), m_height(box.get_max()[up] - m_low) {}
+        : m_up(up), m_center(box.get_center()), m_low(box.get_min()[up]), m_height(box.get_max()[up] - m_low) {}
 
     void add(const Bbox3& box) {
         if (box.is_empty()) return;
         double square = 0.0;
         for (unsigned int axis = 0; axis < 3; ++axis) {
             if (axis == m_up) continue;
-            const double far = std::max(m_centre[axis] - box.get_min()[axis], box.get_max()[axis] - m_centre[axis]);
+            const double far = std::max(m_center[axis] - box.get_min()[axis], box.get_max()[axis] - m_center[axis]);
             square += far * far;
         }
         for (unsigned int s = slice_of(box.get_min()[m_up]); s <= slice_of(box.get_max()[m_up]); ++s)
@@ -38,7 +38,7 @@ public:
             for (unsigned int k = 0; k < 2 * steps; ++k) {
                 const unsigned int step = k / 2;  // the two ends of a slice at each
                 const double angle = 2.0 * std::numbers::pi * step / steps;
-                Vec3 point = m_centre;
+                Vec3 point = m_center;
                 point[m_up] = m_low + m_height * (s + k % 2) / slice_count;
                 point[(m_up + 1) % 3] += m_radius[s] * std::cos(angle);
                 point[(m_up + 2) % 3] += m_radius[s] * std::sin(angle);
@@ -55,7 +55,7 @@ private:
     }
 
     unsigned int m_up;
-    Vec3 m_centre;
+    Vec3 m_center;
     double m_low, m_height;
     std::vector<double> m_radius = std::vector<double>(slice_count, -1.0);
 };

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "render/camera.h"
-#include "render/surface.h"
+#include "render/surface_point.h"
 
 namespace sds_render {
 

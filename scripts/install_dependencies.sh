@@ -8,6 +8,7 @@ set -euo pipefail
 program=(
     build-essential cmake ninja-build pkg-config python3
     libembree-dev libtbb-dev libcli11-dev nlohmann-json3-dev libopenexr-dev libpng-dev
+    help2man                                                        # manual pages
 )
 tests=(
     libgtest-dev libgmock-dev libosd-dev libbenchmark-dev           # oracles and opponents with them

@@ -5,7 +5,7 @@
 
     body.obj    four-legged body: closed, all quads, extraordinary vertices where limbs meet the trunk
     turned.obj  finial turned on a lathe: 24-gon caps, crease tags on rings, a material per part
-    sheet.obj   wavy sheet with borders, a hole and vertex colours
+    sheet.obj   wavy sheet with borders, a hole and vertex colors
     knot.obj    trefoil knot with buds: closed, a vertex of valence 5 and one of valence 3 for every bud corner
     seams.obj   rounded box unwrapped as a cross: UV seams, two crease loops and a crease that ends in a dart
 
@@ -23,7 +23,7 @@ class Cage:
     def __init__(self, title):
         self.title = title
         self.points = []
-        self.colours = []  # one (r, g, b) a point, or none at all
+        self.colors = []  # one (r, g, b) a point, or none at all
         self.polygons = []
         self.uvs = []
         self.uv_polygons = []  # one index tuple a polygon, or none at all
@@ -43,7 +43,7 @@ class Cage:
     def write(self, path):
         lines = [f"# {self.title}", "# written by scripts/make_assets.py"]
         for i, point in enumerate(self.points):
-            values = point + (self.colours[i] if self.colours else ())
+            values = point + (self.colors[i] if self.colors else ())
             lines.append("v " + " ".join(decimal(x) for x in values))
         lines += ["vt " + " ".join(decimal(x) for x in uv) for uv in self.uvs]
         material = None
@@ -173,8 +173,8 @@ def make_body():
         for k in range(4):
             cage.add_polygon(number(tuple(map(float, p))) for p in (quad[k], sides[k], middle, sides[k - 1]))
     cage.points = relaxed(cage.points, cage.polygons, 16)
-    centre = (3.0, 3.0, 1.5)
-    cage.points = [scaled(sub(p, centre), 0.4) for p in cage.points]
+    center = (3.0, 3.0, 1.5)
+    cage.points = [scaled(sub(p, center), 0.4) for p in cage.points]
     return cage
 
 
@@ -235,7 +235,7 @@ def make_turned(segments=24):
 
 def make_sheet(cells=26, hole=(14, 8, 19, 13)):
     """`hole` is the block of missing cells: first column and row, last column and row (exclusive)."""
-    cage = Cage("wavy sheet: borders, a hole, vertex colours")
+    cage = Cage("wavy sheet: borders, a hole, vertex colors")
     numbers = {}
 
     def number(i, j):
@@ -246,7 +246,7 @@ def make_sheet(cells=26, hole=(14, 8, 19, 13)):
             y += 0.16 * math.sin(1.7 * x + 0.6) * math.cos(1.3 * z)
             numbers[i, j] = cage.add_point((x, y, z))
             warm = smoothstep(-0.25, 0.4, y)
-            cage.colours.append((0.12 + 0.83 * warm, 0.32 + 0.40 * warm, 0.62 - 0.38 * warm))
+            cage.colors.append((0.12 + 0.83 * warm, 0.32 + 0.40 * warm, 0.62 - 0.38 * warm))
         return numbers[i, j]
 
     for j in range(cells):

@@ -9,9 +9,10 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "support/motion_checks.h"
-#include "support/surface_errors.h"
-#include "support/uv_errors.h"
+#include "io/image_files.h"
+#include "oracles/motion_checks.h"
+#include "oracles/surface_errors.h"
+#include "oracles/uv_errors.h"
 #include "tools/accuracy/picture_checks.h"
 
 using namespace sds_test;
@@ -153,7 +154,7 @@ void save_picture(const std::string& folder, const ZooMesh& cage, const std::str
                   const sds_render::Image& image, const std::string& layer = "") {
     if (folder.empty()) return;
     const std::string name = cage.name.substr(cage.name.rfind('/') + 1);
-    sds_render::write_png(folder + "/" + name + "_" + what + ".png", image, layer);
+    sds_io::write_png(folder + "/" + name + "_" + what + ".png", image, layer);
 }
 
 void save_difference(const std::string& folder, const ZooMesh& cage, const std::string& what,

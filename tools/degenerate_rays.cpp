@@ -12,8 +12,8 @@
 #include <random>
 #include <vector>
 
+#include "oracles/ray_oracle.h"
 #include "render/scene.h"
-#include "support/ray_oracle.h"
 
 using namespace sds_test;
 

@@ -13,9 +13,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "oracles/moving_holes.h"
 #include "qn_sys/sys_thread.h"
 #include "render/scene.h"
-#include "support/moving_holes.h"
 
 using namespace sds_test;
 

@@ -5,7 +5,6 @@
 #include <random>
 
 #include "bench/support/embree_surface.h"
-#include "bench/support/opensubdiv_surface.h"
 #include "bench/support/session.h"
 #include "bench/support/stage_times.h"
 #include "render/scene.h"
@@ -15,8 +14,8 @@ namespace sds_bench {
 namespace {
 
 // Our limit positions against OpenSubdiv's: most places are regular and agree closely, the rest within a few per cent.
-void check_positions(Session& session, const HostCage& cage, const OurSurface& ours, OpenSubdivSurface& theirs) {
-    theirs.make_map(cage);
+void check_positions(Session& session, const HostCage& cage, const OurSurface& ours, TheirSurface& theirs) {
+    theirs.make_map();
     std::mt19937 random(7);
     std::uniform_real_distribution<float> unit(0.0f, 1.0f);
     std::vector<double> errors;
@@ -62,15 +61,15 @@ void add_stage_table(Session& session, const HostCage& cage) {
 }
 
 void bench_against_opensubdiv(Session& session, const HostCage& cage, std::optional<Floor> floor) {
-    const OpenSubdivCage their_cage(cage);
+    const OpenSubdivCage their_cage = make_opensubdiv_cage(cage);
     std::unique_ptr<OurSurface> ours;
-    std::unique_ptr<OpenSubdivSurface> theirs;
+    std::unique_ptr<TheirSurface> theirs;
     const Job our_job{[&] {
                           ours = std::make_unique<OurSurface>();
                           ours->build(cage);
                       },
                       [&] { ours.reset(); }};
-    const Job their_job{[&] { theirs = std::make_unique<OpenSubdivSurface>(their_cage); }, [&] { theirs.reset(); }};
+    const Job their_job{[&] { theirs = std::make_unique<TheirSurface>(their_cage); }, [&] { theirs.reset(); }};
     const auto times = run_interleaved({our_job, their_job}, session.get_budget(2.0), Clock::thread_cpu);
     Row row = make_rate_row("build", "topology, patches, positions", cage.name, "Mfaces/s",
                             1e-6 * cage.get_polygon_count(), times[0], "OpenSubdiv", times[1]);

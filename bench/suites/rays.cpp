@@ -62,7 +62,7 @@ private:
         const AnswerDifference theirs = compare_distances(fast, m_theirs.find_distances(rays), 0.01 * diagonal);
         add_check(what + " against Embree", theirs,
                   theirs.hit_share < 0.005 && theirs.median_depth < 1e-3 * diagonal && theirs.outliers < 0.02);
-        // The reference family ends at a small box and takes its centre, which grazing rays see far along themselves.
+        // The reference family ends at a small box and takes its center, which grazing rays see far along themselves.
         const AnswerDifference reference =
             compare_distances(fast, find_distances(m_reference_scene, *m_thread, rays), 1e-4 * diagonal);
         add_check(what + ", kernel families", reference, reference.hit_share < 1e-4 && reference.outliers < 1e-3);

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <random>
 
-#include "bench/support/opensubdiv_surface.h"
 #include "bench/support/session.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_geometry/geometry_frustum_ctx.h"
@@ -44,9 +43,9 @@ struct Subject {
 };
 
 void bench_samples_of(Session& session, Subject& subject) {
-    const OpenSubdivCage their_cage(subject.cage);
-    OpenSubdivSurface theirs(their_cage);
-    theirs.make_map(subject.cage);
+    const OpenSubdivCage their_cage = make_opensubdiv_cage(subject.cage);
+    TheirSurface theirs(their_cage);
+    theirs.make_map();
     const auto count = static_cast<unsigned int>(subject.fragments.size());
     std::vector<SdsMeshGeometry::LimitPlace> places;
     for (const GeometryFragment& fragment : subject.fragments)
@@ -77,8 +76,8 @@ void bench_samples_of(Session& session, Subject& subject) {
          {[&] {
              Vec3f sum(0, 0, 0);
              for (const GeometryFragment& fragment : subject.fragments) {
-                 const OpenSubdivSurface::Sample sample = theirs.evaluate(
-                     fragment.primitive, static_cast<float>(fragment.u), static_cast<float>(fragment.v));
+                 const TheirSurface::Sample sample = theirs.evaluate(fragment.primitive, static_cast<float>(fragment.u),
+                                                                     static_cast<float>(fragment.v));
                  sum += sample.position + sample.du + sample.dv;
              }
              keep(sum[0] + sum[1] + sum[2]);

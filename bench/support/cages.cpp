@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "cli/read_obj.h"
+#include "io/obj/read_obj.h"
 #include "sds/common/cubic_basis.h"
 #include "sds/common/half_edge.h"
 
@@ -24,7 +24,7 @@ fs::path get_path(const std::string& name) {
 std::unique_ptr<HostCage> read_cage(const std::string& name) {
     const fs::path path = get_path(name);
     if (!fs::exists(path)) return nullptr;
-    const sds_cli::ReadObjResult result = sds_cli::read_obj(path.string());
+    const sds_io::ReadObjResult result = sds_io::read_obj(path.string());
     return result.cage ? std::make_unique<HostCage>(*result.cage, name) : nullptr;
 }
 
@@ -83,13 +83,13 @@ private:
 
 }  // namespace
 
-sds_cli::ControlCage cut_quads(const HostCage& cage, unsigned int n) {
+sds_model::ControlCage cut_quads(const HostCage& cage, unsigned int n) {
     OurSurface surface;
     surface.build(cage);
     const SdsMeshBase& base = surface.base;
     const CutVertices vertices(base, cage.get_vertex_count(), n);
 
-    sds_cli::ControlCage cut;
+    sds_model::ControlCage cut;
     cut.group_names = {"default"};
     cut.positions.resize(3 * size_t{vertices.get_count()});
     const size_t quads = size_t{base.get_primitive_count()} * n * n;

@@ -25,6 +25,6 @@ private:
 };
 
 // Cuts every quad of a cage of quads into n x n. New vertices lie on the limit surface; creases stay creases.
-sds_cli::ControlCage cut_quads(const HostCage& cage, unsigned int n);
+sds_model::ControlCage cut_quads(const HostCage& cage, unsigned int n);
 
 }  // namespace sds_bench

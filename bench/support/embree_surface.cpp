@@ -3,8 +3,6 @@
 #include <cstring>
 #include <limits>
 
-#include "bench/support/opensubdiv_surface.h"
-
 namespace sds_bench {
 
 namespace {
@@ -49,7 +47,7 @@ RTCIntersectContext make_context(bool coherent) {
 }  // namespace
 
 EmbreeSurface::EmbreeSurface(const HostCage& cage, float rate) : m_device(rtcNewDevice(nullptr)) {
-    const OpenSubdivCage edges(cage);
+    const OpenSubdivCage edges = make_opensubdiv_cage(cage);
     m_scene.reset(rtcNewScene(m_device.get()));
     RTCGeometry geometry = rtcNewGeometry(m_device.get(), RTC_GEOMETRY_TYPE_SUBDIVISION);
     fill_buffer<unsigned int>(geometry, RTC_BUFFER_TYPE_FACE, 0, RTC_FORMAT_UINT, 1, cage.counts.get_data(),

@@ -1,17 +1,17 @@
 #include "bench/support/our_surface.h"
 
-#include "cli/array_view.h"
+#include "model/array_view.h"
 #include "qn_geometry/geometry_raytrace_ctx.h"
 
 namespace sds_bench {
 
-HostCage::HostCage(const sds_cli::ControlCage& cage, const std::string& cage_name)
+HostCage::HostCage(const sds_model::ControlCage& cage, const std::string& cage_name)
     : name(cage_name),
-      positions(static_cast<unsigned int>(cage.vertex_count())),
-      counts(sds_cli::view_of(cage.polygon_counts)),
-      indices(sds_cli::view_of(cage.polygon_indices)),
-      groups(sds_cli::view_of(cage.polygon_groups)),
-      creases(sds_cli::view_of(cage.corner_creases)) {
+      positions(static_cast<unsigned int>(cage.get_vertex_count())),
+      counts(sds_model::view_of(cage.polygon_counts)),
+      indices(sds_model::view_of(cage.polygon_indices)),
+      groups(sds_model::view_of(cage.polygon_groups)),
+      creases(sds_model::view_of(cage.corner_creases)) {
     for (size_t i = 0; i < positions.get_count(); ++i)
         positions[i] = {cage.positions[3 * i], cage.positions[3 * i + 1], cage.positions[3 * i + 2]};
     for (const std::string& group : cage.group_names) group_names.add(CoreString(group));
@@ -43,6 +43,11 @@ HostCage HostCage::make_mapped() const {
     for (Vec3f& point : map.vertices) point = {point[0], point[2], 0.0f};
     mapped.uv_maps.add(map);
     return mapped;
+}
+
+OpenSubdivCage make_opensubdiv_cage(const HostCage& cage) {
+    const auto span_of = [](const auto& array) { return std::span(array.get_data(), array.get_count()); };
+    return {span_of(cage.counts), span_of(cage.indices), span_of(cage.creases), span_of(cage.positions)};
 }
 
 void OurSurface::build(const HostCage& cage, AppProgressBar* progress) {

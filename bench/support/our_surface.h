@@ -4,7 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "cli/control_cage.h"
+#include "model/control_cage.h"
+#include "oracles/opensubdiv_surface.h"
 #include "qn_poly/poly_crease_scope.h"
 #include "sds/mesh/sds_mesh.h"
 
@@ -15,7 +16,7 @@ using Vec3d = GMathVec3<double>;
 
 // A cage as a host holds it, so that no conversion is timed.
 struct HostCage {
-    explicit HostCage(const sds_cli::ControlCage& cage, const std::string& cage_name);
+    explicit HostCage(const sds_model::ControlCage& cage, const std::string& cage_name);
 
     std::string name;
     CoreArray<Vec3f> positions;
@@ -54,6 +55,11 @@ struct OurSurface {
     SdsMeshGeometry geometry;
     SdsMeshMaps maps;
 };
+
+// Our opponent.
+using sds_test::OpenSubdivCage;
+using TheirSurface = sds_test::OpenSubdivSurface<float>;
+OpenSubdivCage make_opensubdiv_cage(const HostCage& cage);
 
 // A mesh whose rays take the reference kernels.
 class ReferenceMesh : public SdsMesh {

@@ -68,3 +68,19 @@ private:
     CoreString m_label;
     std::atomic<double> m_position{0.0};
 };
+
+// Opens a task of a bar that may be null on construction, and closes it on destruction.
+class AppProgressTask {
+public:
+    AppProgressTask(AppProgressBar* progress, const char* label, float weight) : m_progress(progress) {
+        if (m_progress != nullptr) m_progress->begin_task(label, weight, false);
+    }
+    ~AppProgressTask() {
+        if (m_progress != nullptr) m_progress->end_task();
+    }
+    AppProgressTask(const AppProgressTask&) = delete;
+    AppProgressTask& operator=(const AppProgressTask&) = delete;
+
+private:
+    AppProgressBar* m_progress;
+};

@@ -15,6 +15,6 @@ struct GeometryUvMap {
 struct GeometryColorMap {
     CoreString name;
     CoreArray<GMathVec4<unsigned char>> colors;  // RGBA
-    // One per control-polygon corner; empty when the colours follow the mesh's own vertices.
+    // One per control-polygon corner; empty when the colors follow the mesh's own vertices.
     CoreArray<unsigned int> indices;
 };

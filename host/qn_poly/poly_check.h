@@ -56,7 +56,7 @@ QN_EXPORT void poly_check_uvs(const CoreBasicArray<GMathVec3<float>>& points,
                               const CoreBasicArray<unsigned int>& indices,
                               const CoreBasicArray<unsigned int>& polygon_counts, PolyFindings& findings);
 
-// A colour map: `color_count` colours, one index per face-corner, or no indices and one colour per vertex.
+// A color map: `color_count` colors, one index per face-corner, or no indices and one color per vertex.
 QN_EXPORT void poly_check_colors(unsigned int color_count, const CoreBasicArray<unsigned int>& indices,
                                  unsigned int vertex_count, unsigned int corner_count, PolyFindings& findings);
 

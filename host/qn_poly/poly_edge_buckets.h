@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <span>
 
 #include "qn_core/core_array.h"
 #include "qn_sys/sys_thread.h"
@@ -40,14 +41,14 @@ public:
             meet(slices[s]);
             places[s].assign(vertex_count, 0u);
             unsigned int* counts = places[s].get_data();
-            for_each_edge(indices, polygon_counts, slices[s],
+            for_each_side(indices, polygon_counts, slices[s],
                           [counts](unsigned int, unsigned int low, unsigned int) { ++counts[low]; });
         });
         m_halves.resize(set_places(places, vertex_count));
         after_counting();
         for_each(slice_count, [&](unsigned int s) {
             unsigned int* next = places[s].get_data();
-            for_each_edge(indices, polygon_counts, slices[s],
+            for_each_side(indices, polygon_counts, slices[s],
                           [&, next](unsigned int corner, unsigned int low, unsigned int high) {
                               m_halves[next[low]++] = {high, corner};
                           });
@@ -71,6 +72,39 @@ public:
         }
     }
 
+    // Orders the halves of every bucket by higher vertex, then by face-corner, which for_each_edge and find need.
+    void sort() {
+        for_each_bucket([this](unsigned int, const PolyHalfEdge* begin, const PolyHalfEdge* end) {
+            PolyHalfEdge* first = m_halves.get_data() + (begin - m_halves.get_data());
+            std::sort(first, first + (end - begin), [](const PolyHalfEdge& a, const PolyHalfEdge& b) {
+                return a.high != b.high ? a.high < b.high : a.corner < b.corner;
+            });
+        });
+    }
+
+    // Calls visit(lower vertex, halves) once per edge: its sides in the order of their face-corners.
+    template <class Visit>
+    void for_each_edge(Visit&& visit) const {
+        for_each_bucket([&visit](unsigned int low, const PolyHalfEdge* half, const PolyHalfEdge* end) {
+            while (half != end) {
+                const PolyHalfEdge* const first = half;
+                while (half != end && half->high == first->high) ++half;
+                visit(low, std::span(first, half));
+            }
+        });
+    }
+
+    // The sides of the edge between two vertices, in either direction; none where no polygon has it.
+    std::span<const PolyHalfEdge> find(unsigned int a, unsigned int b) const {
+        const auto [low, high] = std::minmax(a, b);
+        if (low >= m_ends.get_count()) return {};
+        const PolyHalfEdge* const halves = m_halves.get_data();
+        const auto sides =
+            std::equal_range(halves + (low == 0 ? 0 : m_ends[low - 1]), halves + m_ends[low], PolyHalfEdge{high, 0},
+                             [](const PolyHalfEdge& x, const PolyHalfEdge& y) { return x.high < y.high; });
+        return {sides.first, sides.second};
+    }
+
 private:
     template <class Body>
     static void for_each(unsigned int count, Body&& body) {
@@ -82,7 +116,7 @@ private:
 
     // use(face-corner, lower vertex, higher vertex).
     template <class Use>
-    static void for_each_edge(const unsigned int* indices, const CoreBasicArray<unsigned int>& polygon_counts,
+    static void for_each_side(const unsigned int* indices, const CoreBasicArray<unsigned int>& polygon_counts,
                               const PolySlice& slice, Use&& use) {
         unsigned int offset = slice.first_corner;
         for (unsigned int p = slice.first_polygon; p < slice.end_polygon; offset += polygon_counts[p++]) {

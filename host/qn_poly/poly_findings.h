@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <iterator>
 
 #include "qn_core/core_export.h"
 #include "qn_core/core_string.h"
@@ -52,6 +53,30 @@ struct PolyFindingText {
     const char* message;
     const char* action;  // what becomes of it
 };
+// What is said of each code, in their order.
+inline constexpr PolyFindingText poly_finding_texts[] = {
+    {"no_polygons", PolySeverity::error, "no polygon", "refused"},
+    {"small_polygon", PolySeverity::error, "polygon with fewer than three corners", "refused"},
+    {"too_many_elements", PolySeverity::error, "more elements than 32-bit half-edges can number", "refused"},
+    {"wrong_count", PolySeverity::error, "array of the wrong length", "refused"},
+    {"index_out_of_range", PolySeverity::error, "index out of range", "refused"},
+    {"non_finite_value", PolySeverity::error, "NaN or infinite number", "refused"},
+    {"value_too_large", PolySeverity::error, "coordinate beyond 1e18", "refused"},
+    {"times_not_increasing", PolySeverity::error, "time not later than the one before it", "refused"},
+    {"void_polygon", PolySeverity::error, "polygon that holds the index 0xFFFFFFFF", "refused"},
+    {"repeated_vertex", PolySeverity::warning, "vertex repeated in one polygon",
+     "kept, the polygon may border on itself"},
+    {"nonmanifold_edge", PolySeverity::warning, "edge of three or more polygons", "each of them gets a border there"},
+    {"nonmanifold_vertex", PolySeverity::warning, "polygons that meet at a vertex alone",
+     "kept, all take the limit point of one fan"},
+    {"opposite_winding", PolySeverity::warning, "neighbours of opposite winding", "kept as they are"},
+    {"half_mapped_polygon", PolySeverity::warning, "polygon with UVs at some corners only", "left unmapped"},
+    {"unused_vertex", PolySeverity::note, "vertex that no polygon uses", "kept"},
+};
+static_assert(std::size(poly_finding_texts) == poly_finding_code_count);
+
+inline constexpr const char* poly_severity_names[] = {"error", "warning", "note"};
+
 QN_EXPORT const PolyFindingText& poly_finding_text(PolyFindingCode code);
 QN_EXPORT const char* poly_array_name(PolyArray array);
 

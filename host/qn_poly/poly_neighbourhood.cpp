@@ -11,8 +11,6 @@ namespace {
 
 constexpr unsigned int none = 0xFFFFFFFF;
 
-thread_local const CoreBasicArray<unsigned char>* current_creases = nullptr;
-
 // Buckets of more halves pair through slots: comparing all pairs costs the square.
 constexpr unsigned int max_compared_halves = 16;
 constexpr unsigned int vertices_per_task = 16384;
@@ -97,13 +95,6 @@ CoreArray<PolySlice> make_slices(unsigned int polygon_count, const CoreBasicArra
 
 }  // namespace
 
-PolyCreaseScope::PolyCreaseScope(const CoreBasicArray<unsigned char>& face_corner_creases)
-    : m_former(current_creases), m_flags(face_corner_creases) {
-    current_creases = &m_flags;
-}
-PolyCreaseScope::~PolyCreaseScope() { current_creases = m_former; }
-const CoreBasicArray<unsigned char>* PolyCreaseScope::get_current() { return current_creases; }
-
 void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
                                     CoreArray<unsigned int>& neighbour_edges,
                                     CoreArray<unsigned char>& edge_smooth_flags,
@@ -150,9 +141,10 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
     else
         link_by([&](unsigned int corner) { return corner_polygons[corner]; });
 
-    if (current_creases != nullptr && current_creases->get_count() == corner_count) {
+    const CoreBasicArray<unsigned char>* const creases = PolyCreaseScope::get_current();
+    if (creases != nullptr && creases->get_count() == corner_count) {
         for (unsigned int c = 0; c < corner_count; ++c) {
-            if ((*current_creases)[c] == 0) continue;
+            if ((*creases)[c] == 0) continue;
             edge_smooth_flags[c] = 0;
             if (neighbour_polygons[c] != none)
                 edge_smooth_flags[polygon_offsets[neighbour_polygons[c]] + neighbour_edges[c]] = 0;

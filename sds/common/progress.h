@@ -5,21 +5,7 @@
 
 namespace sds {
 
-// Opens a task on construction and closes it on destruction.
-class ProgressTask {
-public:
-    ProgressTask(AppProgressBar* progress, const char* label, float weight) : m_progress(progress) {
-        if (m_progress != nullptr) m_progress->begin_task(label, weight, false);
-    }
-    ~ProgressTask() {
-        if (m_progress != nullptr) m_progress->end_task();
-    }
-    ProgressTask(const ProgressTask&) = delete;
-    ProgressTask& operator=(const ProgressTask&) = delete;
-
-private:
-    AppProgressBar* m_progress;
-};
+using ProgressTask = AppProgressTask;
 
 inline void progress_value(AppProgressBar* progress, float value) {
     if (progress != nullptr) progress->set_value(value);

@@ -1,4 +1,4 @@
-// Colour maps: linear subdivision in 8 bits, bilinear look-up.
+// Color maps: linear subdivision in 8 bits, bilinear look-up.
 #include <algorithm>
 
 #include "sds/common/progress.h"

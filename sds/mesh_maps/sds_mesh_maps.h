@@ -1,8 +1,8 @@
-// SdsMeshMaps: UVs and colours on a subdivision surface.
+// SdsMeshMaps: UVs and colors on a subdivision surface.
 //
 // The host's maps are face-varying: points of their own, and for each corner of the polygons the one it has, or none.
 // Corners at one vertex that have different ones make a seam. `set` carries every map through the same step as the
-// mesh; a UV map is then a second surface with the quads of the mesh, evaluated as bicubic patches. Colours are
+// mesh; a UV map is then a second surface with the quads of the mesh, evaluated as bicubic patches. Colors are
 // subdivided and looked up bilinearly.
 //
 // The base stays alive and unchanged as long as the maps refer to it. Built by one thread, read by any number. Inputs
@@ -122,7 +122,7 @@ public:
     // On edge `edge` at t, from its corner to the next. An edge above 3 writes nothing.
     void compute_edge_uvw(const CtxEval& ctx, const unsigned int& quad, const unsigned int& edge,
                           const unsigned int& uv_map, const double& t, Vec3d& uvw) const;
-    // RGBA in [0, 1], bilinear between the quad's four subdivided colours.
+    // RGBA in [0, 1], bilinear between the quad's four subdivided colors.
     void compute_fragment_color(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& color_map,
                                 GMathVec4<float>& color) const;
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "oracles/built_surface.h"
 #include "qn_poly/poly_check.h"
-#include "support/built_surface.h"
 
 namespace sds_test {
 

@@ -1,14 +1,17 @@
-#include "cli/build_estimate.h"
+#include "model/build_estimate.h"
 
 #include <gmock/gmock.h>
 
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "cli/read_obj.h"
+#include "io/obj/read_obj.h"
 #include "sds_process.h"
 
 namespace sds_cli {
+
+using namespace sds_model;
+
 namespace {
 
 using Json = nlohmann::json;
@@ -23,11 +26,13 @@ TEST(BuildEstimate, PredictsTheArraysOfTheSurface) {
             const SurfaceModes modes{.positions = mode};
             const BuildEstimate estimate = estimate_build(cage, {}, false, modes);
             const Surface surface(cage, {}, {}, modes, nullptr);
-            std::map<std::string, std::size_t> predicted(estimate.arrays.begin(), estimate.arrays.end());
+            std::map<std::string, std::size_t> predicted;
+            for (const ArraySize& size : estimate.arrays) predicted[size.name] = size.bytes;
             std::size_t total = 0;
-            for (const auto& [name, bytes] : array_sizes(surface)) {
-                total += bytes;
-                const double found = static_cast<double>(bytes), expected = static_cast<double>(predicted[name]);
+            for (const ArraySize& size : array_sizes(surface)) {
+                const std::string& name = size.name;
+                total += size.bytes;
+                const double found = static_cast<double>(size.bytes), expected = static_cast<double>(predicted[name]);
                 if (name == "tangents")
                     EXPECT_NEAR(expected, found, 0.05 * found) << name;
                 else if (name.starts_with("uv map"))
@@ -44,8 +49,8 @@ TEST(BuildEstimate, StagesAreThoseOfABuild) {
     const ControlCage cage = read_obj_text(grid_obj(60), "cage.obj").cage.value();
     const Surface surface(cage, {}, {}, {}, nullptr);
     const std::vector<Stage> stages = estimate_stages(cage, {});
-    ASSERT_EQ(stages.size(), surface.stages().size());
-    for (std::size_t i = 0; i < stages.size(); ++i) EXPECT_EQ(stages[i].label, surface.stages()[i].label);
+    ASSERT_EQ(stages.size(), surface.get_stages().size());
+    for (std::size_t i = 0; i < stages.size(); ++i) EXPECT_EQ(stages[i].label, surface.get_stages()[i].label);
 }
 
 TEST(BuildEstimate, LimitStopsEveryBuildingCommand) {

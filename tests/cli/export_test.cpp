@@ -5,7 +5,7 @@
 #include <cmath>
 #include <set>
 
-#include "cli/read_obj.h"
+#include "io/obj/read_obj.h"
 #include "sds_process.h"
 
 namespace sds_cli {
@@ -66,8 +66,8 @@ void expect_consistent(const Exported& out, unsigned int cells, double tolerance
                     ASSERT_NEAR(std::hypot(sample[normal], sample[normal + 1], sample[normal + 2]), 1.0, 1e-9);
             }
     // Faces come quad by quad and row by row: each corner is the sample of the same place.
-    ASSERT_EQ(out.tessellation.polygon_count(), out.quads * cells * cells);
-    for (std::size_t face = 0; face < out.tessellation.polygon_count(); ++face) {
+    ASSERT_EQ(out.tessellation.get_polygon_count(), out.quads * cells * cells);
+    for (std::size_t face = 0; face < out.tessellation.get_polygon_count(); ++face) {
         const std::size_t q = face / (cells * cells), j = face / cells % cells, i = face % cells;
         const std::size_t places[4] = {j * side + i, j * side + i + 1, (j + 1) * side + i + 1, (j + 1) * side + i};
         for (std::size_t k = 0; k < 4; ++k) {
@@ -81,7 +81,7 @@ void expect_consistent(const Exported& out, unsigned int cells, double tolerance
 
 std::size_t edge_count(const ControlCage& cage) {
     std::set<std::pair<std::uint32_t, std::uint32_t>> edges;
-    for (std::size_t face = 0; face < cage.polygon_count(); ++face)
+    for (std::size_t face = 0; face < cage.get_polygon_count(); ++face)
         for (std::size_t k = 0; k < 4; ++k) {
             const std::uint32_t a = cage.polygon_indices[4 * face + k],
                                 b = cage.polygon_indices[4 * face + (k + 1) % 4];
@@ -98,14 +98,14 @@ TEST_F(Export, PatchesSamplesAndCellsAgree) {
     expect_consistent(closed, 8, 1e-6);
     // Welded: a closed surface of 6 x 64 quads is a sphere, V - E + F = 2 with two faces on every edge.
     EXPECT_EQ(edge_count(closed.tessellation), 6u * 64 * 2);
-    EXPECT_EQ(closed.tessellation.vertex_count(), 6u * 64 + 2);
+    EXPECT_EQ(closed.tessellation.get_vertex_count(), 6u * 64 + 2);
 
     // The step counts as a level.
     const Exported stepped = export_all(folder, sheet, 3, 4);
     ASSERT_EQ(stepped.quads, 15u);
     expect_consistent(stepped, 4, 1e-6);
     // A disc: V - E + F = 1.
-    EXPECT_EQ(stepped.tessellation.vertex_count() + stepped.tessellation.polygon_count(),
+    EXPECT_EQ(stepped.tessellation.get_vertex_count() + stepped.tessellation.get_polygon_count(),
               edge_count(stepped.tessellation) + 1);
 }
 
@@ -115,7 +115,7 @@ TEST_F(Export, LeavesNeighboursOfOppositeWindingApart) {
         folder.write("a.obj", "v 0 0 0\nv 1 0 0\nv 2 0 0.5\nv 0 1 0\nv 1 1.5 0\nv 2 1 0.2\nf 1 2 5 4\nf 2 5 6 3\n");
     const Exported out = export_all(folder, mesh, 2, 4, {"--quiet"});
     expect_consistent(out, 4, 1e-6);
-    EXPECT_EQ(out.tessellation.vertex_count(), 2u * 25 - 2);
+    EXPECT_EQ(out.tessellation.get_vertex_count(), 2u * 25 - 2);
 }
 
 TEST_F(Export, UvsFollowTheMapAndUnmappedQuadsAreNaN) {
@@ -141,8 +141,8 @@ TEST_F(Export, UvsFollowTheMapAndUnmappedQuadsAreNaN) {
     }
     // In the tessellation the four quads share their UV points, the others have none.
     const ControlCage cage = read_obj(folder.path("t.obj")).cage.value();
-    EXPECT_EQ(cage.uv_count(), 25u);
-    for (std::size_t corner = 0; corner < cage.corner_count(); ++corner)
+    EXPECT_EQ(cage.get_uv_count(), 25u);
+    for (std::size_t corner = 0; corner < cage.get_corner_count(); ++corner)
         EXPECT_EQ(cage.uv_indices[corner] == unmapped_corner, corner < 15u * 16) << corner;
 }
 

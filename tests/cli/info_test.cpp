@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "cli/stage_timer.h"
+#include "model/stage_timer.h"
 #include "sds_process.h"
 
 namespace sds_cli {
@@ -46,7 +46,7 @@ TEST_F(Info, CountsWhatACubeIs) {
 TEST_F(Info, TellsBordersCornersAndRegularPatches) {
     const std::string mesh = folder.write("grid.obj", grid_obj(5) + "t crease 2/1/0 11 12 inf\n");
     const Json info = info_of(folder, mesh);
-    // The crease runs from a dart on the left inside to the centre.
+    // The crease runs from a dart on the left inside to the center.
     EXPECT_EQ(info["vertices"], Json::parse(R"({"smooth":7,"dart":2,"crease":0,"corner":4,"border":12})"));
     EXPECT_EQ(info["patches"]["irregular"], 6);
     EXPECT_EQ(info["patches"]["boundary"], 10);
@@ -110,7 +110,7 @@ TEST_F(Info, PrintsTheFindingsOfARefusedMesh) {
 
 TEST(StageTimer, TimesNestedTasksAndPassesThemOn) {
     AppProgressBar front;
-    StageTimer timer(&front);
+    sds_model::StageTimer timer(&front);
     timer.begin_task("outer", 0.5f, false);
     timer.begin_task("inner", 0.5f, false);
     EXPECT_EQ(front.get_label().to_std(), "inner");
@@ -124,11 +124,11 @@ TEST(StageTimer, TimesNestedTasksAndPassesThemOn) {
     timer.set_value(1.0f);
     EXPECT_FLOAT_EQ(front.get_position(), 1.0f);
     timer.end_task();
-    ASSERT_EQ(timer.stages().size(), 3u);
-    EXPECT_EQ(timer.stages()[1].label, "inner");
-    EXPECT_EQ(timer.stages()[1].depth, 1u);
-    EXPECT_EQ(timer.stages()[2].depth, 0u);
-    EXPECT_LE(timer.stages()[1].seconds, timer.stages()[0].seconds);
+    ASSERT_EQ(timer.get_stages().size(), 3u);
+    EXPECT_EQ(timer.get_stages()[1].label, "inner");
+    EXPECT_EQ(timer.get_stages()[1].depth, 1u);
+    EXPECT_EQ(timer.get_stages()[2].depth, 0u);
+    EXPECT_LE(timer.get_stages()[1].seconds, timer.get_stages()[0].seconds);
 }
 
 }  // namespace

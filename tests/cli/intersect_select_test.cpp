@@ -6,7 +6,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "cli/read_obj.h"
+#include "io/obj/read_obj.h"
 #include "qn_gmath/gmath_vec.h"
 #include "sds_process.h"
 
@@ -26,10 +26,10 @@ Cells cells_of(const ScratchFolder& folder, const std::string& mesh, unsigned in
         folder, {"export", mesh, "--tessellation", folder.path("t.obj"), "--level", std::to_string(level), "--quiet"}));
     const ControlCage cage = read_obj(folder.path("t.obj")).cage.value();
     Cells cells;
-    for (std::size_t i = 0; i < cage.vertex_count(); ++i)
+    for (std::size_t i = 0; i < cage.get_vertex_count(); ++i)
         cells.points.push_back(
             Vec3(GMathVec3<float>(cage.positions[3 * i], cage.positions[3 * i + 1], cage.positions[3 * i + 2])));
-    for (std::size_t f = 0; f < cage.polygon_count(); ++f) {
+    for (std::size_t f = 0; f < cage.get_polygon_count(); ++f) {
         const std::uint32_t* face = &cage.polygon_indices[4 * f];
         cells.faces.push_back({face[0], face[1], face[2], face[3]});
     }
@@ -118,10 +118,10 @@ TEST_F(Intersect, RaysMeetTheSurfaceOfTheirTime) {
                                    motion));
             const std::vector<double> hits = read_doubles(folder.path("h.npy"), {16, 4});
             for (std::size_t i = 0; i < 16; ++i) {
-                const bool is_centred = rays[9 * i] == 4.0 * rays[9 * i + 8];
+                const bool is_centered = rays[9 * i] == 4.0 * rays[9 * i + 8];
                 const bool is_near = std::fabs(rays[9 * i] - 4.0 * rays[9 * i + 8]) < 0.5;
                 EXPECT_EQ(hits[4 * i] >= 0.0, is_near) << i;
-                if (is_centred) {
+                if (is_centered) {
                     EXPECT_NEAR(hits[4 * i + 3], hits[3], 1e-5) << i;
                 }
             }

@@ -5,8 +5,8 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "cli/property_file.h"
-#include "cli/read_obj.h"
+#include "io/obj/read_obj.h"
+#include "io/property_file.h"
 #include "sds_process.h"
 
 namespace sds_cli {
@@ -22,7 +22,7 @@ struct Positions {
     Json by_vertex = Json::array(), indices = Json::array();
 
     explicit Positions(const std::string& mesh) : cage(read_obj(mesh).cage.value()) {
-        for (std::size_t v = 0; v < cage.vertex_count(); ++v)
+        for (std::size_t v = 0; v < cage.get_vertex_count(); ++v)
             by_vertex.push_back({cage.positions[3 * v], cage.positions[3 * v + 1], cage.positions[3 * v + 2]});
         for (const std::uint32_t v : cage.polygon_indices) indices.push_back(v);
     }
@@ -49,7 +49,7 @@ TEST_F(Properties, PositionsComeBackAsTheSurface) {
     const Positions positions(sheet);
     std::vector<float> flat;
     for (const float x : positions.cage.positions) flat.push_back(x);
-    const std::size_t shape[] = {positions.cage.vertex_count(), 3};
+    const std::size_t shape[] = {positions.cage.get_vertex_count(), 3};
     write_npy<float>(folder.path("p.npy"), shape, flat);
     const Json common = {{"kind", "vertex"}, {"type", "float64"}, {"extent", 3}};
     Json plain = common, indexed = common, file = common, half = common;
@@ -194,7 +194,7 @@ TEST_F(Properties, RefusesWithNameExpectedAndFound) {
         {with({{"type", "float"}}), {"'heat': type:", "float16, float32", "found 'float'"}},
         {with({{"kind", "varying"}}), {"vertex, uniform or constant", "varying"}},
         {with({{"extent", 0}}), {"extent: expected a whole number", "found 0"}},
-        {with({{"colour", 1}}), {"found 'colour'"}},
+        {with({{"color", 1}}), {"found 'color'"}},
         {with({{"name", "a b"}}), {"name: expected", "a b"}},
         {with({{"indices", eight}}), {"indices: array of the wrong length: 8", "expected 24, one per face-corner"}},
         {with({{"indices", beyond}}), {"indices: index out of range: 8 at face-corner 5", "items 0 to 7"}},

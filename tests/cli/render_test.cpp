@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <limits>
 
-#include "cli/texture.h"
+#include "io/texture.h"
 #include "sds_process.h"
 
 namespace sds_cli {

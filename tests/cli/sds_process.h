@@ -10,12 +10,14 @@
 #include <string>
 #include <vector>
 
-#include "cli/npy.h"
+#include "io/npy.h"
 #include "support/scratch_folder.h"
 
 extern char** environ;
 
 namespace sds_cli {
+
+using namespace sds_io;
 
 struct SdsRun {
     int code = -1;  // exit code, or minus the signal

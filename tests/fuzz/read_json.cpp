@@ -1,13 +1,13 @@
-#include "cli/frustum_file.h"
-#include "cli/input_error.h"
-#include "cli/property_file.h"
 #include "fuzz/byte_source.h"
 #include "fuzz/targets.h"
+#include "io/frustum_file.h"
+#include "io/input_error.h"
+#include "io/property_file.h"
 
 namespace {
 
-sds_cli::ControlCage two_quads() {
-    sds_cli::ControlCage cage;
+sds_model::ControlCage two_quads() {
+    sds_model::ControlCage cage;
     cage.positions.assign(18, 0.5f);
     cage.polygon_counts = {4, 4};
     cage.polygon_indices = {0, 1, 4, 3, 1, 2, 5, 4};
@@ -17,7 +17,8 @@ sds_cli::ControlCage two_quads() {
 }  // namespace
 
 void sds_fuzz::read_json_bytes(const std::uint8_t* data, std::size_t size) {
-    using namespace sds_cli;
+    using namespace sds_io;
+    using namespace sds_model;
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     // Other files are not the text's to name here.
     if (text.find("npy") != std::string_view::npos) return;

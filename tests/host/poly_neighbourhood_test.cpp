@@ -7,9 +7,9 @@
 #include <random>
 #include <vector>
 
+#include "oracles/mesh_zoo.h"
 #include "qn_poly/poly_crease_scope.h"
 #include "qn_sys/sys_thread.h"
-#include "support/mesh_zoo.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "qn_ctx/ctx_eval.h"
-#include "support/uv_errors.h"
+#include "oracles/uv_errors.h"
 
 using namespace sds_test;
 

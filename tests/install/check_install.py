@@ -112,7 +112,7 @@ def subproject(source, _build, scratch):
     expect("Total Tests: 0" in run("ctest", "--test-dir", build, "-N"), "a subproject adds tests")
     targets = set(re.findall(r"^\.\.\. (\S+)", run("cmake", "--build", build, "--target", "help"), re.MULTILINE))
     expect({"user", "qn_sds", "qn_host"} <= targets, f"targets of a subproject: {sorted(targets)}")
-    strangers = {"sds", "qn_cli", "qn_render", "qn_tests", "qn_bench", "qn_examples"} & targets
+    strangers = {"sds", "qn_io", "qn_model", "qn_render", "qn_tests", "qn_bench", "qn_examples"} & targets
     expect(not strangers, f"a subproject builds {sorted(strangers)}")
     rules = (build / "qn_sds" / "cmake_install.cmake").read_text()
     expect("file(INSTALL" not in rules, "a subproject installs the library's files")

@@ -1,7 +1,7 @@
 // Positions of the patches against OpenSubdiv's limit surface.
 #include <gtest/gtest.h>
 
-#include "support/surface_errors.h"
+#include "oracles/surface_errors.h"
 
 using namespace sds_test;
 

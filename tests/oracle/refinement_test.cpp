@@ -6,7 +6,7 @@
 #include <random>
 
 #include "sds/refinement/value_rules.h"
-#include "support/refined_surface.h"
+#include "oracles/refined_surface.h"
 
 using namespace sds_test;
 

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "support/surface_errors.h"
+#include "oracles/surface_errors.h"
 
 using namespace sds_test;
 using sds::arriving_edge_control;

@@ -1,7 +1,7 @@
 // Tangent planes across edges, normals and derivatives.
 #include <gtest/gtest.h>
 
-#include "support/surface_errors.h"
+#include "oracles/surface_errors.h"
 
 using namespace sds_test;
 

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "support/uv_errors.h"
+#include "oracles/uv_errors.h"
 
 using namespace sds_test;
 

@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "support/ray_checks.h"
+#include "oracles/ray_checks.h"
 
 namespace sds_test {
 namespace {
@@ -55,7 +55,7 @@ TEST_P(Agreement, FlatCellsAreHitWhereTheOracleHitsThem) {
 }
 
 TEST_P(Agreement, LimitPatchesAreHitWhereTheOracleHitsThem) {
-    // The reference kernel's leaves are points in boxes of 1e-6 times max(3, |centre|), seen at low angles too.
+    // The reference kernel's leaves are points in boxes of 1e-6 times max(3, |center|), seen at low angles too.
     const bool is_fast = GetParam().family == fast_kernels;
     const HitAgreement agreement = compare(0, is_fast ? 2e-6 : 1e-4);
     EXPECT_EQ(agreement.wrong, 0u) << "worst t " << agreement.worst_t;

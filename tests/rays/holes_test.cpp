@@ -1,9 +1,9 @@
 // No ray slips through a closed surface, from inside or from outside, near or far, wherever it is aimed.
 #include <gtest/gtest.h>
 
+#include "oracles/moving_holes.h"
 #include "qn_sys/sys_thread.h"
 #include "render/scene.h"
-#include "support/moving_holes.h"
 
 namespace sds_test {
 namespace {

@@ -1,7 +1,7 @@
 // Moving patches stay inside the boxes that the renderer gives its hierarchy.
 #include <gtest/gtest.h>
 
-#include "support/motion_checks.h"
+#include "oracles/motion_checks.h"
 
 namespace sds_test {
 namespace {

@@ -3,8 +3,8 @@
 
 #include <random>
 
+#include "oracles/ray_checks.h"
 #include "render/scene.h"
-#include "support/ray_checks.h"
 
 namespace sds_test {
 namespace {
@@ -42,11 +42,11 @@ TEST_P(Packets, FindWhatSingleRaysFind) {
             SCOPED_TRACE(testing::Message() << "level " << level << ", round " << round);
             // From one place through neighbouring points, or all over.
             const unsigned int count = 1 + round % RenderThread::packet_size;
-            const Vec3d eye = in_box() + Vec3d{0.3, 0.4, 1.0} * (2.0 * oracle.diagonal()), centre = in_box();
+            const Vec3d eye = in_box() + Vec3d{0.3, 0.4, 1.0} * (2.0 * oracle.diagonal()), center = in_box();
             std::vector<GeometryRay> rays(count);
             for (GeometryRay& ray : rays) {
                 ray.origin = round % 2 == 0 ? eye : in_box();
-                ray.direction = (round % 2 == 0 ? centre + (in_box() - centre) * 0.03 : in_box()) - ray.origin;
+                ray.direction = (round % 2 == 0 ? center + (in_box() - center) * 0.03 : in_box()) - ray.origin;
             }
             std::vector<GeometryRay> together = rays;
             std::vector<unsigned int> objects(count);

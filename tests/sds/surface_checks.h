@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/built_surface.h"
+#include "oracles/built_surface.h"
 
 namespace sds_test {
 

@@ -6,7 +6,7 @@
 
 #include "io/usda/scene.h"
 #include "io/usda/write_layer.h"
-#include "support/mesh_zoo.h"
+#include "oracles/mesh_zoo.h"
 
 namespace sds_usda {
 namespace {

@@ -15,7 +15,7 @@ using sds_render::Image;
 using sds_render::Scene;
 using sds_render::Shutter;
 
-constexpr const char* colours[] = {"R", "G", "B"};
+constexpr const char* colors[] = {"R", "G", "B"};
 
 // Occlusion reaches as far as in a scene of the given radius: a still's box is smaller than the box of its motion.
 Image render_scene(const Scene& scene, const Camera& camera, unsigned int samples, double radius) {
@@ -62,7 +62,7 @@ Image make_difference_picture(const Image& a, const Image& b) {
     Image out(a.get_width(), a.get_height());
     for (size_t c = 0; c < 3; ++c) {
         std::vector<float>& values =
-            out.add_channel("difference." + std::string(colours[c]), sds_render::ChannelKind::colour).values;
+            out.add_channel("difference." + std::string(colors[c]), sds_render::ChannelKind::color).values;
         for (size_t p = 0; p < values.size(); ++p)
             values[p] = static_cast<float>(8 * std::abs(int{one[4 * p + c]} - int{two[4 * p + c]})) / 255.0f;
     }
@@ -101,14 +101,14 @@ Camera BlurredFrame::make_camera(const PictureSize& size) const {
 Image BlurredFrame::render_mean_of_stills(unsigned int count, const PictureSize& size) const {
     const Camera camera = make_camera(size);
     Image mean(size.width, size.height);
-    for (const char* name : colours) mean.add_channel(name, sds_render::ChannelKind::colour);
+    for (const char* name : colors) mean.add_channel(name, sds_render::ChannelKind::color);
     for (unsigned int i = 0; i < count; ++i) {
         const double time = (i + 0.5) / count;
         Scene scene(Shutter{time, time});
         scene.add(m_surface->get_mesh());
         scene.commit();
         const Image still = render_scene(scene, camera, size.samples, m_scene.get_radius());
-        for (const char* name : colours) {
+        for (const char* name : colors) {
             const std::vector<float>& from = still.find_channel(name)->values;
             std::vector<float>& to = mean.find_channel(name)->values;
             for (size_t p = 0; p < to.size(); ++p) to[p] += from[p] / static_cast<float>(count);

@@ -1,14 +1,14 @@
 // Pictures of a surface against each other: levels, and blur against stills.
 #pragma once
 
+#include "oracles/moving_surface.h"
 #include "render/camera.h"
 #include "render/image.h"
 #include "render/scene.h"
-#include "support/moving_surface.h"
 
 namespace sds_test {
 
-// In steps of the 8 bits that are shown, over pixels and their three colours.
+// In steps of the 8 bits that are shown, over pixels and their three colors.
 struct PictureDifference {
     double max = 0.0;
     double mean = 0.0;  // of the magnitude

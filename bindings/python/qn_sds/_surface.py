@@ -161,7 +161,7 @@ class Surface:
         return split(UvSamples, self._native.look_up_uvs(prims, pairs, self._map_number(map)))
 
     def color(self, primitives, uv):
-        """The colours at points: float32 rgba [n, 4]."""
+        """The colors at points: float32 rgba [n, 4]."""
         if self._native.color_map_count() == 0:
             raise LookupError("the surface has no colors")
         return self._native.look_up_colors(*_arrays.fragments(primitives, uv), 0)
@@ -253,7 +253,7 @@ class Surface:
 
 
 def load_obj(path, *, interpolation="edgeAndCorner", uv_interpolation="corners_fixed", fractional="harden"):
-    """The surface of an OBJ file: n-gons, groups, UVs, vertex colours and `t crease` tags. Raises OSError for a file
+    """The surface of an OBJ file: n-gons, groups, UVs, vertex colors and `t crease` tags. Raises OSError for a file
     that cannot be read and MeshError, with file and line of every cause, for one without a surface."""
     path = os.fspath(path)
     with open(path, "rb"):

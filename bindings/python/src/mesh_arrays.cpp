@@ -4,20 +4,18 @@
 #include <cmath>
 #include <numeric>
 
-#include "cli/array_view.h"
-#include "cli/cage_edges.h"
-#include "cli/mesh_findings.h"
+#include "model/array_view.h"
+#include "model/finding.h"
 #include "qn_poly/poly_check.h"
+#include "qn_poly/poly_edge_buckets.h"
 
 namespace sds_python {
 
 namespace {
 
-using sds_cli::FindingCode;
-using sds_cli::Findings;
-using sds_cli::FirstCase;
-
-constexpr float infinite_sharpness = 10.0f;
+using sds_model::FindingCode;
+using sds_model::Findings;
+using sds_model::FirstCase;
 
 /// As the caller wrote it: indices below zero arrive wrapped around.
 std::string index_of(std::uint32_t index, std::size_t count) {
@@ -30,6 +28,8 @@ std::string corner_place(std::size_t face, std::size_t corner) {
     return "face " + std::to_string(face) + ", corner " + std::to_string(corner);
 }
 
+std::string crease_place(std::size_t entry) { return "crease edge " + std::to_string(entry); }
+
 std::uint32_t first_corner(std::span<const std::uint32_t> face_counts, std::uint32_t face) {
     return std::accumulate(face_counts.begin(), face_counts.begin() + face, std::uint32_t{0});
 }
@@ -37,7 +37,7 @@ std::uint32_t first_corner(std::span<const std::uint32_t> face_counts, std::uint
 /// Adds what the host's checker found in an array of vectors; `what` names one of them.
 void add_vector_findings(const PolyFindings& found, std::span<const float> values, const std::string& what,
                          Findings& findings) {
-    sds_cli::add_mesh_findings(found, findings, [&](PolyFindingCode, const PolyPlace& place) {
+    sds_model::add_mesh_findings(found, findings, [&](PolyFindingCode, const PolyPlace& place) {
         std::uint32_t axis = 0;
         while (axis < 2 && std::fabs(values[3 * place.item + axis]) <= poly_max_coordinate) ++axis;
         return FirstCase{what + " " + std::to_string(place.item), std::string(1, "xyz"[axis]), {}};
@@ -77,20 +77,20 @@ FirstCase describe_face(const MeshArrays& mesh, PolyFindingCode code, const Poly
 }
 
 void check_faces(const MeshArrays& mesh, Findings& findings) {
-    const auto counts = sds_cli::view_of(mesh.face_counts), indices = sds_cli::view_of(mesh.face_indices);
+    const auto counts = sds_model::view_of(mesh.face_counts), indices = sds_model::view_of(mesh.face_indices);
     const auto point_count = static_cast<std::uint32_t>(mesh.points.size() / 3);
     PolyFindings found;
     if (poly_check_polygons(point_count, counts, indices, found)) poly_check_edges(point_count, counts, indices, found);
-    sds_cli::add_mesh_findings(found, findings, [&](PolyFindingCode code, const PolyPlace& place) {
+    sds_model::add_mesh_findings(found, findings, [&](PolyFindingCode code, const PolyPlace& place) {
         return describe_face(mesh, code, place);
     });
 }
 
-void settle_uvs(std::span<const std::uint32_t> face_counts, sds_cli::UvSource& uvs, Findings& findings) {
+void settle_uvs(std::span<const std::uint32_t> face_counts, sds_model::UvSource& uvs, Findings& findings) {
     const std::string name = "UV map '" + uvs.name + "', ";
     check_finite(uvs.points, name + "point", findings);
     PolyFindings found;
-    poly_check_uvs(sds_cli::points_view(uvs.points), sds_cli::view_of(uvs.indices), sds_cli::view_of(face_counts),
+    poly_check_uvs(sds_model::points_view(uvs.points), sds_model::view_of(uvs.indices), sds_model::view_of(face_counts),
                    found);
     for (const PolyFindingCode code : {PolyFindingCode::index_out_of_range, PolyFindingCode::half_mapped_polygon}) {
         const auto describe = [&] {
@@ -101,21 +101,21 @@ void settle_uvs(std::span<const std::uint32_t> face_counts, sds_cli::UvSource& u
             return FirstCase{
                 name + corner_place(place.polygon, corner), index_of(place.item, uvs.points.size() / 3), {}};
         };
-        findings.record(sds_cli::to_finding_code(code, PolyArray::uvs), describe, found.count(code));
+        findings.record(sds_model::to_finding_code(code, PolyArray::uvs), describe, found.count(code));
     }
     if (found.count(PolyFindingCode::half_mapped_polygon) == 0) return;
     std::size_t first = 0;
     for (std::size_t f = 0; f < face_counts.size(); first += face_counts[f++]) {
         const std::span corners(uvs.indices.data() + first, face_counts[f]);
-        if (std::find(corners.begin(), corners.end(), sds_cli::unmapped_corner) != corners.end())
-            std::fill(corners.begin(), corners.end(), sds_cli::unmapped_corner);
+        if (std::find(corners.begin(), corners.end(), sds_model::unmapped_corner) != corners.end())
+            std::fill(corners.begin(), corners.end(), sds_model::unmapped_corner);
     }
 }
 
 void check_creases(const MeshArrays& mesh, Findings& findings) {
     const std::size_t point_count = mesh.points.size() / 3;
     for (std::size_t i = 0; i < mesh.creases.sharpness.size(); ++i) {
-        const std::string place = "crease edge " + std::to_string(i);
+        const std::string place = crease_place(i);
         for (const std::uint32_t point : mesh.creases.vertices.subspan(2 * i, 2))
             if (point >= point_count)
                 findings.record(FindingCode::tag_index_out_of_range, [&] {
@@ -131,14 +131,14 @@ void check_creases(const MeshArrays& mesh, Findings& findings) {
 void throw_errors(const Findings& findings) {
     if (!findings.has_errors()) return;
     std::string text;
-    for (const sds_cli::Finding& finding : findings.entries())
-        if (sds_cli::severity_of(finding.code) == sds_cli::Severity::error)
-            text += (text.empty() ? "" : "\n") + sds_cli::to_text(finding);
+    for (const sds_model::Finding& finding : findings.get_entries())
+        if (sds_model::severity_of(finding.code) == sds_model::Severity::error)
+            text += (text.empty() ? "" : "\n") + sds_model::to_text(finding);
     throw MeshError(text, findings);
 }
 
 void check_finite(std::span<const float> values, const std::string& what, Findings& findings) {
-    const auto vectors = sds_cli::points_view(values);
+    const auto vectors = sds_model::points_view(values);
     PolyFindings found;
     poly_check_vectors(vectors, vectors.get_count(), PolyArray::positions, found);
     add_vector_findings(found, values, what, findings);
@@ -151,31 +151,23 @@ void check_arrays(MeshArrays& mesh, Findings& findings) {
     check_finite(mesh.motion, "motion of point", findings);
     check_faces(mesh, findings);
     check_creases(mesh, findings);
-    for (sds_cli::UvSource& uvs : mesh.uvs) settle_uvs(mesh.face_counts, uvs, findings);
+    for (sds_model::UvSource& uvs : mesh.uvs) settle_uvs(mesh.face_counts, uvs, findings);
 }
 
 std::vector<std::uint8_t> settle_creases(const MeshArrays& mesh, Findings& findings) {
-    const sds_cli::CageEdges edges(mesh.points.size() / 3, mesh.face_counts, mesh.face_indices);
-    std::vector<std::uint8_t> flags(mesh.face_indices.size(), 0);
-    for (std::size_t i = 0; i < mesh.creases.sharpness.size(); ++i) {
-        const std::uint32_t a = mesh.creases.vertices[2 * i], b = mesh.creases.vertices[2 * i + 1];
-        const std::string place = "crease edge " + std::to_string(i);
-        const auto sides = edges.sides(a, b);
-        if (sides.empty())
-            findings.record(FindingCode::tag_without_edge, [&] {
-                return FirstCase{place, "points " + std::to_string(a) + " and " + std::to_string(b), {}};
-            });
-        const float sharpness = mesh.creases.sharpness[i];
-        const bool is_fractional = sharpness > 0.0f && sharpness < infinite_sharpness;
-        if (is_fractional)
-            findings.record(FindingCode::fractional_sharpness, [&] {
-                return FirstCase{place, "sharpness " + std::to_string(sharpness),
-                                 mesh.creases.harden_fractional ? "" : "left smooth"};
-            });
-        const bool is_crease = sharpness >= infinite_sharpness || (is_fractional && mesh.creases.harden_fractional);
-        for (const std::uint32_t corner : sides) flags[corner] = is_crease ? 1 : 0;
-    }
-    return flags;
+    const CreaseArrays& given = mesh.creases;
+    std::vector<sds_model::CreaseEdge> creases(given.sharpness.size());
+    for (std::size_t i = 0; i < creases.size(); ++i)
+        creases[i] = {given.vertices[2 * i], given.vertices[2 * i + 1], given.sharpness[i]};
+    PolyEdgeBuckets edges(mesh.face_indices.data(), sds_model::view_of(mesh.face_counts),
+                          static_cast<unsigned int>(mesh.points.size() / 3));
+    edges.sort();
+    const auto describe = [&](FindingCode, std::size_t entry) {
+        return FirstCase{crease_place(entry),
+                         "points " + std::to_string(creases[entry].a) + " and " + std::to_string(creases[entry].b),
+                         {}};
+    };
+    return sds_model::settle_creases(edges, mesh.face_indices.size(), creases, given.fractional, findings, describe);
 }
 
 }  // namespace sds_python

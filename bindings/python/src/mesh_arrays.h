@@ -7,29 +7,30 @@
 #include <string>
 #include <vector>
 
-#include "cli/finding.h"
-#include "cli/surface.h"
+#include "model/creases.h"
+#include "model/finding.h"
+#include "model/surface.h"
 
 namespace sds_python {
 
 /// The mesh cannot be built; carries every cause.
 class MeshError : public std::runtime_error {
 public:
-    MeshError(const std::string& what, sds_cli::Findings findings)
-        : std::runtime_error(what), findings_(std::move(findings)) {}
-    const sds_cli::Findings& findings() const { return findings_; }
+    MeshError(const std::string& what, sds_model::Findings findings)
+        : std::runtime_error(what), m_findings(std::move(findings)) {}
+    const sds_model::Findings& findings() const { return m_findings; }
 
 private:
-    sds_cli::Findings findings_;
+    sds_model::Findings m_findings;
 };
 
 /// Throws MeshError with one line per error of the findings when there is any.
-void throw_errors(const sds_cli::Findings& findings);
+void throw_errors(const sds_model::Findings& findings);
 
 struct CreaseArrays {
     std::span<const std::uint32_t> vertices;  ///< two per edge
     std::span<const float> sharpness;         ///< one per edge
-    bool harden_fractional = true;            ///< else edges with a sharpness below 10 stay smooth
+    sds_model::FractionalSharpness fractional{};
 };
 
 /// What the caller hands over, shapes already right: 3 floats per point, as many indices as the counts add up to, one
@@ -40,19 +41,19 @@ struct MeshArrays {
     CreaseArrays creases;
     std::span<const std::uint32_t> groups;
     std::vector<std::string> group_names;
-    std::vector<sds_cli::UvSource> uvs;
+    std::vector<sds_model::UvSource> uvs;
     std::span<const std::uint8_t> colors;  ///< rgba per point or empty
     std::span<const float> motion;         ///< like points or empty
 };
 
 /// Checks the contents; records errors, warnings and notes in `findings`. Places read "face 3, corner 1", "point 7".
 /// UV maps are settled: a face that is mapped at some corners only becomes unmapped. Linear in the sizes.
-void check_arrays(MeshArrays& mesh, sds_cli::Findings& findings);
+void check_arrays(MeshArrays& mesh, sds_model::Findings& findings);
 
 /// Checks that every number is finite and within the range of coordinates; `what` names an item of three.
-void check_finite(std::span<const float> values, const std::string& what, sds_cli::Findings& findings);
+void check_finite(std::span<const float> values, const std::string& what, sds_model::Findings& findings);
 
 /// One byte per face-corner, 1 on creases. Only for meshes without errors.
-std::vector<std::uint8_t> settle_creases(const MeshArrays& mesh, sds_cli::Findings& findings);
+std::vector<std::uint8_t> settle_creases(const MeshArrays& mesh, sds_model::Findings& findings);
 
 }  // namespace sds_python

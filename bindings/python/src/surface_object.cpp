@@ -6,10 +6,11 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "cli/read_obj.h"
-#include "cli/sample_grid.h"
-#include "cli/surface_statistics.h"
-#include "cli/uv_join.h"
+#include "io/json.h"
+#include "io/obj/read_obj.h"
+#include "model/sample_grid.h"
+#include "model/surface_statistics.h"
+#include "model/uv_join.h"
 #include "qn_ctx/ctx_eval.h"
 #include "render/batch.h"
 
@@ -22,7 +23,11 @@ namespace {
 constexpr std::size_t rays_per_chunk = 1u << 17;  // between two looks at signals
 constexpr unsigned int max_level = 12;
 
-sds_cli::SurfaceModes make_modes(unsigned int interpolation, unsigned int uv_interpolation) {
+sds_model::FractionalSharpness to_fractional(bool harden) {
+    return harden ? sds_model::FractionalSharpness::harden : sds_model::FractionalSharpness::drop;
+}
+
+sds_model::SurfaceModes make_modes(unsigned int interpolation, unsigned int uv_interpolation) {
     return {static_cast<SdsMeshGeometry::InterpolationMode>(interpolation),
             static_cast<SdsMeshMaps::InterpolationMode>(uv_interpolation)};
 }
@@ -46,18 +51,6 @@ Fragments make_fragments(const Array<std::int32_t>& primitives, const Array<doub
     return {span_of(primitives), span_of(uv), times};
 }
 
-sds_render::Shutter get_shutter_of(const RayArrays& rays) {
-    sds_render::Shutter shutter;
-    bool any = false;
-    for (const double time : rays.times) {
-        if (!std::isfinite(time)) continue;
-        shutter.open = any ? std::min(shutter.open, time) : time;
-        shutter.close = any ? std::max(shutter.close, time) : time;
-        any = true;
-    }
-    return shutter;
-}
-
 GeometryPlane to_plane(const double* row) { return {{row[0], row[1], row[2]}, row[3]}; }
 
 template <class Counts>
@@ -69,9 +62,9 @@ py::dict to_counts(const Counts& items) {
 
 }  // namespace
 
-py::list to_list(const sds_cli::Findings& findings) {
+py::list to_list(const sds_model::Findings& findings) {
     py::list list;
-    for (const nlohmann::json& finding : sds_cli::to_json(findings)) {
+    for (const nlohmann::json& finding : sds_io::to_json(findings)) {
         py::dict entry;
         for (const char* key : {"code", "severity", "message", "detail", "action"})
             entry[key] = finding[key].get<std::string>();
@@ -92,7 +85,7 @@ SurfaceObject::SurfaceObject(const Array<float>& points, const Array<std::uint32
     MeshArrays mesh{span_of(points),
                     span_of(face_counts),
                     span_of(face_indices),
-                    {span_of(crease_vertices), span_of(crease_sharpness), harden_fractional},
+                    {span_of(crease_vertices), span_of(crease_sharpness), to_fractional(harden_fractional)},
                     span_of(groups),
                     std::move(group_names),
                     {},
@@ -104,55 +97,53 @@ SurfaceObject::SurfaceObject(const Array<float>& points, const Array<std::uint32
         mesh.uvs.push_back({uv.name, {uv_points.begin(), uv_points.end()}, {uv_indices.begin(), uv_indices.end()}});
     }
     TimeSamples time_samples = make_time_samples(times, samples);
-    facts_.point_count = mesh.points.size() / 3;
-    facts_.face_count = mesh.face_counts.size();
+    m_facts.point_count = mesh.points.size() / 3;
+    m_facts.face_count = mesh.face_counts.size();
 
     const py::gil_scoped_release release;
-    check_arrays(mesh, facts_.findings);
-    check_finite(time_samples.positions, "time samples, point", facts_.findings);
-    throw_errors(facts_.findings);
-    const std::vector<std::uint8_t> corner_creases = settle_creases(mesh, facts_.findings);
-    throw_errors(facts_.findings);
-    const sds_cli::CageView cage{
+    check_arrays(mesh, m_facts.findings);
+    check_finite(time_samples.positions, "time samples, point", m_facts.findings);
+    throw_errors(m_facts.findings);
+    const std::vector<std::uint8_t> corner_creases = settle_creases(mesh, m_facts.findings);
+    throw_errors(m_facts.findings);
+    const sds_model::CageView cage{
         mesh.points, mesh.face_counts, mesh.face_indices, corner_creases, mesh.groups, mesh.group_names, {},
         {},          mesh.colors};
-    for (sds_cli::UvSource& map : mesh.uvs) {
+    for (sds_model::UvSource& map : mesh.uvs) {
         join_uvs(cage, map);
-        facts_.uv_joins.push_back(map.join);
+        m_facts.uv_joins.push_back(map.join);
     }
-    state_ = std::make_shared<const SurfaceState>(
-        std::make_unique<sds_cli::Surface>(cage, mesh.uvs, mesh.motion, make_modes(interpolation, uv_interpolation),
-                                           nullptr),
+    m_state = std::make_shared<const SurfaceState>(
+        std::make_unique<sds_model::Surface>(cage, mesh.uvs, mesh.motion, make_modes(interpolation, uv_interpolation),
+                                             nullptr),
         std::move(time_samples));
 }
 
 std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, bool harden_fractional,
                                                        unsigned int interpolation, unsigned int uv_interpolation) {
     const py::gil_scoped_release release;
-    using sds_cli::FractionalSharpness;
-    sds_cli::ReadObjResult read = sds_cli::read_obj(
-        path, {.fractional = harden_fractional ? FractionalSharpness::harden : FractionalSharpness::drop});
+    sds_io::ReadObjResult read = sds_io::read_obj(path, {.fractional = to_fractional(harden_fractional)});
     throw_errors(read.findings);
     join_uvs(*read.cage);
     std::unique_ptr<SurfaceObject> object(new SurfaceObject);
-    object->facts_ = {read.cage->vertex_count(), read.cage->polygon_count(), read.findings, {}};
-    if (read.cage->has_uvs()) object->facts_.uv_joins.push_back(read.cage->uv_join);
-    object->state_ = std::make_shared<const SurfaceState>(
-        std::make_unique<sds_cli::Surface>(read.cage->view(), std::vector<sds_cli::UvSource>{},
-                                           std::span<const float>{}, make_modes(interpolation, uv_interpolation),
-                                           nullptr),
+    object->m_facts = {read.cage->get_vertex_count(), read.cage->get_polygon_count(), read.findings, {}};
+    if (read.cage->has_uvs()) object->m_facts.uv_joins.push_back(read.cage->uv_join);
+    object->m_state = std::make_shared<const SurfaceState>(
+        std::make_unique<sds_model::Surface>(read.cage->view(), std::vector<sds_model::UvSource>{},
+                                             std::span<const float>{}, make_modes(interpolation, uv_interpolation),
+                                             nullptr),
         TimeSamples{});
     return object;
 }
 
 void SurfaceObject::update(const Array<float>& points, const Array<float>& motion, const Array<double>& times,
                            const Array<float>& samples) {
-    const std::shared_ptr<const SurfaceState> state = state_;
+    const std::shared_ptr<const SurfaceState> state = m_state;
     TimeSamples time_samples = make_time_samples(times, samples);
     std::shared_ptr<const SurfaceState> next;
     {
         const py::gil_scoped_release release;
-        sds_cli::Findings findings;
+        sds_model::Findings findings;
         check_finite(span_of(points), "point", findings);
         check_finite(span_of(motion), "motion of point", findings);
         check_finite(time_samples.positions, "time samples, point", findings);
@@ -160,20 +151,21 @@ void SurfaceObject::update(const Array<float>& points, const Array<float>& motio
         next = std::make_shared<const SurfaceState>(state->surface().moved(span_of(points), span_of(motion)),
                                                     std::move(time_samples));
     }
-    state_ = std::move(next);
+    m_state = std::move(next);
 }
 
 py::tuple SurfaceObject::intersect(const Array<double>& origins, const Array<double>& directions,
                                    const Array<double>& tnear, const Array<double>& tfar, const Array<double>& times,
                                    unsigned int level) const {
     check_level(level);
-    const std::shared_ptr<const SurfaceState> state = state_;
+    const std::shared_ptr<const SurfaceState> state = m_state;
     const RayArrays rays{span_of(origins), span_of(directions), span_of(tnear), span_of(tfar), span_of(times)};
     const Shape shape{extent(rays.size())};
     py::array_t<std::int32_t> primitives(shape);
     py::array_t<double> u(shape), v(shape), t(shape);
     const HitArrays hits{primitives.mutable_data(), u.mutable_data(), v.mutable_data(), t.mutable_data()};
-    const sds_render::Shutter shutter = get_shutter_of(rays);
+    const sds_render::Shutter shutter =
+        sds_render::get_shutter_of(rays.size(), [&](std::size_t i) { return rays.at(i); });
     for (std::size_t first = 0; first < rays.size(); first += rays_per_chunk) {
         {
             const py::gil_scoped_release release;
@@ -187,9 +179,9 @@ py::tuple SurfaceObject::intersect(const Array<double>& origins, const Array<dou
 py::array SurfaceObject::sample(const Array<std::int32_t>& primitives, const Array<double>& uv,
                                 const Array<double>& times, unsigned int level) const {
     check_level(level);
-    const std::shared_ptr<const SurfaceState> state = state_;
+    const std::shared_ptr<const SurfaceState> state = m_state;
     const Fragments fragments = make_fragments(primitives, uv, span_of(times));
-    py::array_t<double> out(Shape{extent(fragments.size()), sds_cli::sample_row_size});
+    py::array_t<double> out(Shape{extent(fragments.size()), sds_model::sample_row_size});
     double* data = out.mutable_data();
     {
         const py::gil_scoped_release release;
@@ -199,7 +191,7 @@ py::array SurfaceObject::sample(const Array<std::int32_t>& primitives, const Arr
 }
 
 py::array SurfaceObject::limit_points(const Array<std::int32_t>& primitives, const Array<double>& uv) const {
-    const std::shared_ptr<const SurfaceState> state = state_;
+    const std::shared_ptr<const SurfaceState> state = m_state;
     const double at_rest = 0.0;
     const Fragments fragments = make_fragments(primitives, uv, {&at_rest, 1});
     py::array_t<float> out(Shape{extent(fragments.size()), extent(limit_row_size)});
@@ -214,23 +206,23 @@ py::array SurfaceObject::limit_points(const Array<std::int32_t>& primitives, con
 py::array SurfaceObject::limit_grid(unsigned int cells, double time) const {
     if (cells == 0) throw std::invalid_argument("a grid has at least one cell");
     check_time(time);
-    const std::shared_ptr<const SurfaceState> state = state_;
+    const std::shared_ptr<const SurfaceState> state = m_state;
     std::vector<double> rows;
     {
         const py::gil_scoped_release release;
-        rows = sds_cli::sample_surface(state->surface(), cells, time);
+        rows = sds_model::sample_surface(state->surface(), cells, time);
     }
     const auto side = extent(cells) + 1;
-    return to_numpy(std::move(rows), {extent(quad_count()), side, side, sds_cli::sample_row_size});
+    return to_numpy(std::move(rows), {extent(quad_count()), side, side, sds_model::sample_row_size});
 }
 
 py::array SurfaceObject::patches(double time) const {
     check_time(time);
-    const std::shared_ptr<const SurfaceState> state = state_;
+    const std::shared_ptr<const SurfaceState> state = m_state;
     std::vector<float> controls;
     {
         const py::gil_scoped_release release;
-        controls = sds_cli::patch_controls(state->surface(), time);
+        controls = sds_model::patch_controls(state->surface(), time);
     }
     return to_numpy(std::move(controls), {extent(quad_count()), 16, 3});
 }
@@ -238,9 +230,9 @@ py::array SurfaceObject::patches(double time) const {
 py::array SurfaceObject::look_up_uvs(const Array<std::int32_t>& primitives, const Array<double>& uv,
                                      unsigned int map) const {
     constexpr double rest = 0.0;
-    const std::shared_ptr<const SurfaceState> state = state_;
+    const std::shared_ptr<const SurfaceState> state = m_state;
     const Fragments fragments = make_fragments(primitives, uv, {&rest, 1});
-    py::array_t<double> out(Shape{extent(fragments.size()), sds_cli::uv_row_size});
+    py::array_t<double> out(Shape{extent(fragments.size()), sds_model::uv_row_size});
     double* data = out.mutable_data();
     {
         const py::gil_scoped_release release;
@@ -252,7 +244,7 @@ py::array SurfaceObject::look_up_uvs(const Array<std::int32_t>& primitives, cons
 py::array SurfaceObject::look_up_colors(const Array<std::int32_t>& primitives, const Array<double>& uv,
                                         unsigned int map) const {
     constexpr double rest = 0.0;
-    const std::shared_ptr<const SurfaceState> state = state_;
+    const std::shared_ptr<const SurfaceState> state = m_state;
     const Fragments fragments = make_fragments(primitives, uv, {&rest, 1});
     py::array_t<float> out(Shape{extent(fragments.size()), 4});
     float* data = out.mutable_data();
@@ -274,7 +266,7 @@ py::array SurfaceObject::select(const Array<double>& sides, const Array<double>&
     if (near_plane.size() == 4) frustum.near_plane = to_plane(near_plane.data());
     if (far_plane.size() == 4) frustum.far_plane = to_plane(far_plane.data());
 
-    const std::shared_ptr<const SurfaceState> state = state_;
+    const std::shared_ptr<const SurfaceState> state = m_state;
     std::vector<unsigned int> selected;
     {
         const py::gil_scoped_release release;
@@ -286,7 +278,7 @@ py::array SurfaceObject::select(const Array<double>& sides, const Array<double>&
 }
 
 py::array SurfaceObject::bbox() const {
-    const GMathBbox3<double> box = state_->surface().mesh(0).get_bbox();
+    const GMathBbox3<double> box = m_state->surface().make_mesh(0).get_bbox();
     py::array_t<double> out({2, 3});
     std::copy_n(box.get_max().get_data(), 3, std::copy_n(box.get_min().get_data(), 3, out.mutable_data()));
     return out;
@@ -294,40 +286,42 @@ py::array SurfaceObject::bbox() const {
 
 double SurfaceObject::area() const {
     const CtxShader shader;
-    return state_->surface().mesh(0).estimate_area(CtxEval(shader), {});
+    return m_state->surface().make_mesh(0).estimate_area(CtxEval(shader), {});
 }
 
 py::dict SurfaceObject::info() const {
-    const sds_cli::Surface& surface = state_->surface();
-    const sds_cli::VertexClasses vertices = sds_cli::classify_vertices(surface);
-    const sds_cli::PatchClasses patches = sds_cli::classify_patches(surface);
+    const sds_model::Surface& surface = m_state->surface();
+    const sds_model::VertexClasses vertices = sds_model::classify_vertices(surface);
+    const sds_model::PatchClasses patches = sds_model::classify_patches(surface);
     py::dict info;
-    info["points"] = facts_.point_count;
-    info["faces"] = facts_.face_count;
-    info["quads"] = surface.base().get_primitive_count();
-    info["subdivision_step"] = surface.base().get_base_tessellation_level();
+    info["points"] = m_facts.point_count;
+    info["faces"] = m_facts.face_count;
+    info["quads"] = surface.get_base().get_primitive_count();
+    info["subdivision_step"] = surface.get_base().get_base_tessellation_level();
     info["vertices"] = py::dict(py::arg("smooth") = vertices.smooth, py::arg("dart") = vertices.dart,
                                 py::arg("crease") = vertices.crease, py::arg("corner") = vertices.corner,
                                 py::arg("border") = vertices.border);
     info["patches"] = py::dict(py::arg("regular") = patches.regular, py::arg("boundary") = patches.boundary,
                                py::arg("irregular") = patches.irregular);
-    info["valences"] = to_counts(sds_cli::valence_histogram(surface.base()));
+    info["valences"] = to_counts(sds_model::valence_histogram(surface.get_base()));
     info["shading_groups"] = py::cast(group_names());
     info["uv_maps"] = py::cast(uv_names());
     std::uint32_t split = 0, welded = 0;
-    for (const sds_cli::UvJoinCounts& join : facts_.uv_joins) {
+    for (const sds_model::UvJoinCounts& join : m_facts.uv_joins) {
         split += join.split_points;
         welded += join.welded_points;
     }
     info["uv_points"] = py::dict(py::arg("split") = split, py::arg("welded") = welded);
-    info["bytes"] = to_counts(sds_cli::array_sizes(surface));
+    py::dict bytes;
+    for (const sds_model::ArraySize& size : sds_model::array_sizes(surface)) bytes[py::cast(size.name)] = size.bytes;
+    info["bytes"] = bytes;
     return info;
 }
 
-py::list SurfaceObject::findings() const { return to_list(facts_.findings); }
+py::list SurfaceObject::findings() const { return to_list(m_facts.findings); }
 
 std::vector<std::string> SurfaceObject::uv_names() const {
-    const SdsMeshMaps& maps = state_->surface().maps();
+    const SdsMeshMaps& maps = m_state->surface().get_maps();
     std::vector<std::string> names;
     for (unsigned int m = 0; m < maps.get_uv_map_count(); ++m) names.push_back(maps.get_uv_map_name(m).to_std());
     return names;
@@ -335,27 +329,30 @@ std::vector<std::string> SurfaceObject::uv_names() const {
 
 std::vector<std::string> SurfaceObject::group_names() const {
     std::vector<std::string> names;
-    for (const CoreString& name : state_->surface().base().get_shading_group_names()) names.push_back(name.to_std());
+    for (const CoreString& name : m_state->surface().get_base().get_shading_group_names())
+        names.push_back(name.to_std());
     return names;
 }
 
-py::array SurfaceObject::quads() const { return to_view(state_->surface().base().get_quad_indices(), 4, state_); }
+py::array SurfaceObject::quads() const { return to_view(m_state->surface().get_base().get_quad_indices(), 4, m_state); }
 
 py::array SurfaceObject::neighbours() const {
-    return to_view(state_->surface().base().get_edges().opposite_edges, 4, state_);
+    return to_view(m_state->surface().get_base().get_edges().opposite_edges, 4, m_state);
 }
 
-py::array SurfaceObject::vertices() const { return to_view(state_->surface().geometry().get_vertices(), 3, state_); }
+py::array SurfaceObject::vertices() const {
+    return to_view(m_state->surface().get_geometry().get_vertices(), 3, m_state);
+}
 
 py::array SurfaceObject::quad_groups() const {
-    const SdsMeshBase& base = state_->surface().base();
+    const SdsMeshBase& base = m_state->surface().get_base();
     std::vector<std::uint32_t> groups(quad_count());
     for (unsigned int q = 0; q < groups.size(); ++q) groups[q] = base.get_primitive_shading_group_index(q);
     return to_numpy(std::move(groups), {extent(quad_count())});
 }
 
 py::array SurfaceObject::quad_faces() const {
-    const SdsMeshBase& base = state_->surface().base();
+    const SdsMeshBase& base = m_state->surface().get_base();
     std::vector<std::uint32_t> faces(quad_count());
     for (unsigned int q = 0; q < faces.size(); ++q) faces[q] = base.get_primitive_polygon_id(q);
     return to_numpy(std::move(faces), {extent(quad_count())});

@@ -20,8 +20,8 @@ struct UvArrays {
 /// Numbers of a surface that do not change with its positions, and everything that was said about its mesh.
 struct SurfaceFacts {
     std::size_t point_count = 0, face_count = 0;
-    sds_cli::Findings findings;
-    std::vector<sds_cli::UvJoinCounts> uv_joins;  ///< per UV map
+    sds_model::Findings findings;
+    std::vector<sds_model::UvJoinCounts> uv_joins;  ///< per UV map
 };
 
 /// Members are used with the GIL held; those that take long give it back and work on a snapshot, so that an update
@@ -59,10 +59,10 @@ public:
     double area() const;
     pybind11::dict info() const;
     pybind11::list findings() const;
-    std::size_t point_count() const { return facts_.point_count; }
-    unsigned int quad_count() const { return state_->surface().base().get_primitive_count(); }
+    std::size_t point_count() const { return m_facts.point_count; }
+    unsigned int quad_count() const { return m_state->surface().get_base().get_primitive_count(); }
     std::vector<std::string> uv_names() const;
-    unsigned int color_map_count() const { return state_->surface().maps().get_color_map_count(); }
+    unsigned int color_map_count() const { return m_state->surface().get_maps().get_color_map_count(); }
     std::vector<std::string> group_names() const;
 
     pybind11::array quads() const;
@@ -74,11 +74,11 @@ public:
 private:
     SurfaceObject() = default;
 
-    std::shared_ptr<const SurfaceState> state_;
-    SurfaceFacts facts_;
+    std::shared_ptr<const SurfaceState> m_state;
+    SurfaceFacts m_facts;
 };
 
 /// The findings as dictionaries with the keys code, severity, cases, place, message, detail and action.
-pybind11::list to_list(const sds_cli::Findings& findings);
+pybind11::list to_list(const sds_model::Findings& findings);
 
 }  // namespace sds_python

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <limits>
 
-#include "cli/array_view.h"
-#include "cli/sample_grid.h"
+#include "model/array_view.h"
+#include "model/sample_grid.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_sys/sys_thread.h"
 #include "render/batch.h"
@@ -27,16 +27,16 @@ GMathVec3<double> vector(std::span<const double> values, std::size_t i) {
 class ArraySampleLoader : public SdsMeshGeometry::SampleLoader {
 public:
     ArraySampleLoader(std::vector<float> positions, std::size_t times)
-        : positions_(std::move(positions)), size_(positions_.size() / times) {}
+        : m_positions(std::move(positions)), m_size(m_positions.size() / times) {}
 
     void get_positions(const GMathTimeSampling&, const unsigned int& sample, GMathVec3<float>* out) override {
-        const float* xyz = &positions_[sample * size_];
-        for (std::size_t i = 0; i < size_ / 3; ++i) out[i] = {xyz[3 * i], xyz[3 * i + 1], xyz[3 * i + 2]};
+        const float* xyz = &m_positions[sample * m_size];
+        for (std::size_t i = 0; i < m_size / 3; ++i) out[i] = {xyz[3 * i], xyz[3 * i + 1], xyz[3 * i + 2]};
     }
 
 private:
-    std::vector<float> positions_;
-    std::size_t size_;
+    std::vector<float> m_positions;
+    std::size_t m_size;
 };
 
 }  // namespace
@@ -55,17 +55,17 @@ GeometryRay RayArrays::at(std::size_t i) const {
     return ray;
 }
 
-SurfaceState::SurfaceState(std::unique_ptr<sds_cli::Surface> surface, TimeSamples samples)
-    : surface_(std::move(surface)), traced_(*surface_) {
+SurfaceState::SurfaceState(std::unique_ptr<sds_model::Surface> surface, TimeSamples samples)
+    : m_surface(std::move(surface)), m_traced(*m_surface) {
     if (samples.times.empty()) return;
     using Loader = CoreSharedPointer<SdsMeshGeometry::SampleLoader, CoreSharedCounter>;
-    surface_->geometry().set_positions_sampling(
-        GMathTimeSampling(sds_cli::view_of(samples.times)),
+    m_surface->get_geometry().set_positions_sampling(
+        GMathTimeSampling(sds_model::view_of(samples.times)),
         Loader(new ArraySampleLoader(std::move(samples.positions), samples.times.size())));
 }
 
 void SurfaceState::check(const Fragments& fragments) const {
-    const std::int64_t count = surface_->base().get_primitive_count();
+    const std::int64_t count = m_surface->get_base().get_primitive_count();
     const auto is_unit = [](double x) { return x >= 0.0 && x <= 1.0; };
     for (std::size_t i = 0; i < fragments.size(); ++i) {
         const std::int64_t primitive = fragments.primitives[i];
@@ -111,7 +111,7 @@ void SurfaceState::compute_limit_points(const Fragments& fragments, float* out) 
                 places[count++] = {static_cast<unsigned int>(fragments.primitives[i]),
                                    static_cast<float>(fragments.uv[2 * i]),
                                    static_cast<float>(fragments.uv[2 * i + 1])};
-        surface_->geometry().compute_limit_points(places, count, points);
+        m_surface->get_geometry().compute_limit_points(places, count, points);
         const SdsMeshGeometry::LimitPoint* point = points;
         for (std::size_t i = first; i < last; ++i) {
             float* row = out + i * limit_row_size;
@@ -127,26 +127,26 @@ void SurfaceState::compute_limit_points(const Fragments& fragments, float* out) 
 }
 
 void SurfaceState::sample(const Fragments& fragments, unsigned int level, double* out) const {
-    const SdsMesh mesh = surface_->mesh(level);
+    const SdsMesh mesh = m_surface->make_mesh(level);
     for_each_fragment(fragments, [&](const CtxEval& ctx, std::size_t i) {
-        double* row = out + i * sds_cli::sample_row_size;
+        double* row = out + i * sds_model::sample_row_size;
         if (fragments.primitives[i] == -1) {
-            std::fill_n(row, sds_cli::sample_row_size, nan);
+            std::fill_n(row, sds_model::sample_row_size, nan);
             return;
         }
         GeometrySample sample;
         mesh.compute_fragment_sample(ctx, fragments.at(i), sample);
-        sds_cli::sample_row(sample, row);
+        sds_model::sample_row(sample, row);
     });
 }
 
 void SurfaceState::look_up_uvs(const Fragments& fragments, unsigned int map, double* out) const {
-    const SdsMeshMaps& maps = surface_->maps();
+    const SdsMeshMaps& maps = m_surface->get_maps();
     for_each_fragment(fragments, [&](const CtxEval& ctx, std::size_t i) {
-        double* row = out + i * sds_cli::uv_row_size;
+        double* row = out + i * sds_model::uv_row_size;
         const GeometryFragment fragment = fragments.at(i);
         if (fragments.primitives[i] == -1 || !maps.is_primitive_uv_mapped(fragment.primitive, map)) {
-            std::fill_n(row, sds_cli::uv_row_size, nan);
+            std::fill_n(row, sds_model::uv_row_size, nan);
             return;
         }
         GMathVec3<double> uvw[3];
@@ -156,7 +156,7 @@ void SurfaceState::look_up_uvs(const Fragments& fragments, unsigned int map, dou
 }
 
 void SurfaceState::look_up_colors(const Fragments& fragments, unsigned int map, float* out) const {
-    const SdsMeshMaps& maps = surface_->maps();
+    const SdsMeshMaps& maps = m_surface->get_maps();
     for_each_fragment(fragments, [&](const CtxEval& ctx, std::size_t i) {
         GMathVec4<float> color(0, 0, 0, 0);
         if (fragments.primitives[i] == -1)
@@ -170,7 +170,7 @@ void SurfaceState::look_up_colors(const Fragments& fragments, unsigned int map, 
 
 void SurfaceState::intersect(const RayArrays& rays, std::size_t first, std::size_t last, unsigned int level,
                              const sds_render::Shutter& shutter, const HitArrays& hits) const {
-    const std::shared_ptr<const TracedMesh> traced = traced_.get(level, shutter);
+    const std::shared_ptr<const TracedMesh> traced = m_traced.get(level, shutter);
     std::vector<GeometryRay> records;
     records.reserve(last - first);
     for (std::size_t i = first; i < last; ++i) records.push_back(rays.at(i));
@@ -187,7 +187,7 @@ void SurfaceState::intersect(const RayArrays& rays, std::size_t first, std::size
 
 std::vector<unsigned int> SurfaceState::select(const GeometryFrustum& frustum, sds_render::SelectMode mode,
                                                unsigned int level) const {
-    return sds_render::select_batch(surface_->mesh(level), frustum, mode);
+    return sds_render::select_batch(m_surface->make_mesh(level), frustum, mode);
 }
 
 }  // namespace sds_python

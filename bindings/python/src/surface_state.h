@@ -46,21 +46,21 @@ struct HitArrays {
 /// topology and the maps. All operations check what they are given and run on every core.
 class SurfaceState {
 public:
-    SurfaceState(std::unique_ptr<sds_cli::Surface> surface, TimeSamples samples);
+    SurfaceState(std::unique_ptr<sds_model::Surface> surface, TimeSamples samples);
 
-    const sds_cli::Surface& surface() const { return *surface_; }
+    const sds_model::Surface& surface() const { return *m_surface; }
 
     /// Throws std::out_of_range for a primitive the surface does not have, std::invalid_argument for u or v outside
     /// [0, 1] and times that are not finite.
     void check(const Fragments& fragments) const;
 
-    /// Writes sds_cli::sample_row_size values per fragment, of the cells of a level or of the limit.
+    /// Writes sds_model::sample_row_size values per fragment, of the cells of a level or of the limit.
     void sample(const Fragments& fragments, unsigned int level, double* out) const;
     /// Writes limit_row_size values per fragment: position, derivatives and normal of the limit at rest.
     void compute_limit_points(const Fragments& fragments, float* out) const;
-    /// Writes sds_cli::uv_row_size values per fragment; NaN where the face is not mapped. The map exists.
+    /// Writes sds_model::uv_row_size values per fragment; NaN where the face is not mapped. The map exists.
     void look_up_uvs(const Fragments& fragments, unsigned int map, double* out) const;
-    /// Writes r g b a per fragment. The colour map exists.
+    /// Writes r g b a per fragment. The color map exists.
     void look_up_colors(const Fragments& fragments, unsigned int map, float* out) const;
 
     /// Rays first to last. `shutter` holds their times.
@@ -77,8 +77,8 @@ private:
     template <class Visit>
     void for_each_fragment(const Fragments& fragments, const Visit& visit) const;
 
-    std::unique_ptr<sds_cli::Surface> surface_;
-    mutable TracedMeshes traced_;
+    std::unique_ptr<sds_model::Surface> m_surface;
+    mutable TracedMeshes m_traced;
 };
 
 }  // namespace sds_python

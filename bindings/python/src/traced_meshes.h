@@ -5,13 +5,13 @@
 #include <mutex>
 #include <vector>
 
-#include "cli/surface.h"
+#include "model/surface.h"
 #include "render/batch.h"
 
 namespace sds_python {
 
 struct TracedMesh {
-    TracedMesh(const sds_cli::Surface& surface, unsigned int level, const sds_render::Shutter& shutter);
+    TracedMesh(const sds_model::Surface& surface, unsigned int level, const sds_render::Shutter& shutter);
 
     unsigned int level;
     sds_render::Shutter shutter;
@@ -22,7 +22,7 @@ struct TracedMesh {
 /// Keeps the latest few of one surface, which outlives it. Any number of threads.
 class TracedMeshes {
 public:
-    explicit TracedMeshes(const sds_cli::Surface& surface) : surface_(surface) {}
+    explicit TracedMeshes(const sds_model::Surface& surface) : m_surface(surface) {}
 
     /// At a level, 0 for the limit, for rays within a shutter. Throws what building a scene throws.
     std::shared_ptr<const TracedMesh> get(unsigned int level, sds_render::Shutter shutter);
@@ -30,9 +30,9 @@ public:
 private:
     static constexpr std::size_t max_kept = 4;
 
-    const sds_cli::Surface& surface_;
-    std::mutex mutex_;
-    std::vector<std::shared_ptr<const TracedMesh>> kept_;  // the latest last
+    const sds_model::Surface& m_surface;
+    std::mutex m_mutex;
+    std::vector<std::shared_ptr<const TracedMesh>> m_kept;  // the latest last
 };
 
 }  // namespace sds_python

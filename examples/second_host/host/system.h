@@ -51,6 +51,21 @@ private:
     std::atomic<float> m_shares{0.0f};
 };
 
+class AppProgressTask {
+public:
+    AppProgressTask(AppProgressBar* progress, const char* label, float weight) : m_progress(progress) {
+        if (m_progress != nullptr) m_progress->begin_task(label, weight, false);
+    }
+    ~AppProgressTask() {
+        if (m_progress != nullptr) m_progress->end_task();
+    }
+    AppProgressTask(const AppProgressTask&) = delete;
+    AppProgressTask& operator=(const AppProgressTask&) = delete;
+
+private:
+    AppProgressBar* m_progress;
+};
+
 class CtxMotionBlur {
 public:
     const GMathTimeSampling& get_time_sampling() const { return m_sampling; }

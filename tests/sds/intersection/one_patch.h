@@ -9,12 +9,12 @@
 #include <random>
 #include <vector>
 
+#include "oracles/ray_checks.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_geometry/geometry_raytrace_ctx.h"
 #include "qn_sys/sys_thread.h"
 #include "sds/common/control_grid.h"
 #include "sds/intersection/bezier_intersection.h"
-#include "support/ray_checks.h"
 
 namespace sds_test {
 

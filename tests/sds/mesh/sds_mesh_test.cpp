@@ -4,11 +4,11 @@
 #include <memory>
 
 #include "../surface_checks.h"
+#include "oracles/ray_checks.h"
+#include "oracles/surface_errors.h"
 #include "qn_ctx/ctx_eval.h"
 #include "sds/intersection/bezier_intersection.h"
-#include "support/ray_checks.h"
 #include "support/recorders.h"
-#include "support/surface_errors.h"
 
 namespace {
 

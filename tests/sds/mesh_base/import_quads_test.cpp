@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "support/built_surface.h"
+#include "oracles/built_surface.h"
 
 namespace {
 

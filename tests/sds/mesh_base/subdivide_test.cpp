@@ -4,7 +4,7 @@
 #include <random>
 #include <set>
 
-#include "support/built_surface.h"
+#include "oracles/built_surface.h"
 #include "support/recorders.h"
 
 namespace {

@@ -6,11 +6,11 @@
 #include <random>
 
 #include "../surface_checks.h"
+#include "oracles/surface_errors.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_sys/sys_thread.h"
 #include "sds/mesh_geometry/patch_arrays.h"
 #include "support/recorders.h"
-#include "support/surface_errors.h"
 
 namespace {
 

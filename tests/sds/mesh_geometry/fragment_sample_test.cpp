@@ -3,9 +3,9 @@
 #include <cmath>
 
 #include "../surface_checks.h"
+#include "oracles/surface_errors.h"
 #include "qn_ctx/ctx_eval.h"
 #include "sds/common/cubic_basis.h"
-#include "support/surface_errors.h"
 
 namespace {
 

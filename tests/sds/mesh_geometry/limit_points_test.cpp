@@ -6,8 +6,8 @@
 #include <random>
 
 #include "../surface_checks.h"
+#include "oracles/surface_errors.h"
 #include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
-#include "support/surface_errors.h"
 
 namespace {
 

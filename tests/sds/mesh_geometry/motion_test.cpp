@@ -6,8 +6,8 @@
 
 #include "../surface_checks.h"
 #include "qn_ctx/ctx_eval.h"
-#include "support/moving_surface.h"
-#include "support/surface_errors.h"
+#include "oracles/moving_surface.h"
+#include "oracles/surface_errors.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 #include <map>
 
+#include "oracles/uv_errors.h"
 #include "qn_ctx/ctx_eval.h"
-#include "support/uv_errors.h"
 
 namespace {
 

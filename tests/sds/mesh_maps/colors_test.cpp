@@ -46,7 +46,7 @@ TEST(Colors, MeansAreTruncated) {
     EXPECT_EQ(dark.maps.get_color_map_colors(0)[3], Color8(10, 0, 0, 0));
 }
 
-// With one colour per polygon corner and indices that say so, the colours of the step are the same.
+// With one color per polygon corner and indices that say so, the colors of the step are the same.
 TEST(Colors, IndexedMapsTakeTheirOwnStep) {
     for (const char* name : {"tetrahedron", "prism5_crease_loop", "lone_pentagon"}) {
         SCOPED_TRACE(name);
@@ -72,7 +72,7 @@ TEST(Colors, IndexedMapsTakeTheirOwnStep) {
     }
 }
 
-TEST(Colors, ImportedQuadsKeepTheirColoursAndIndices) {
+TEST(Colors, ImportedQuadsKeepTheirColorsAndIndices) {
     const ZooMesh& quad = zoo_mesh("lone_quad");
     const Colored painted(quad, {red(0), red(100), red(200), red(50)}, {3, 2, 1, 0});
     EXPECT_NEAR(painted.at(0, 0, 0)[0], 50.0f / 255.0f, 1e-6f);

@@ -8,6 +8,7 @@
 #include <limits>
 #include <vector>
 
+#include "oracles/surface_errors.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_gmath/gmath_half.h"
 #include "qn_poly/poly_crease_scope.h"
@@ -15,7 +16,6 @@
 #include "sds/common/cubic_basis.h"
 #include "sds/mesh_property/element_types.h"
 #include "sds/surface_checks.h"
-#include "support/surface_errors.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <random>
 #include <tuple>
 
+#include "oracles/built_surface.h"
 #include "qn_geometry/geometry_raytrace_ctx.h"
 #include "sds/common/control_grid.h"
-#include "support/built_surface.h"
 
 namespace {
 

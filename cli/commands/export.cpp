@@ -1,0 +1,169 @@
+#include "cli/commands/export.h"
+
+#include "cli/interrupt.h"
+#include "cli/options/common_options.h"
+#include "cli/options/load_cage.h"
+#include "cli/options/usage_error.h"
+#include "io/npy.h"
+#include "io/obj/write_obj.h"
+#include "model/mesh_properties.h"
+#include "model/sample_grid.h"
+#include "model/tessellate.h"
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+
+namespace sds_cli {
+
+namespace {
+
+/// An array of samples on a grid, and where it goes.
+struct GridOutput {
+    unsigned int cells = 0;
+    std::string path;
+};
+
+struct ExportOptions : CommonOptions {
+    MotionOptions motion;
+    std::string patches, tessellation;
+    unsigned int level = 3;
+    GridOutput samples, uvs;
+    unsigned int uv_map = 0;
+    std::vector<std::pair<std::string, std::string>> properties;  // name, path
+    unsigned int property_cells = 4;
+    double time = 0.0;
+};
+
+constexpr unsigned int max_grid_cells = 4096;
+
+void add_grid_option(CLI::App& command, const std::string& flag, GridOutput& output, const std::string& help) {
+    const auto parse = [flag, &output](const std::vector<std::string>& words) {
+        if (!CLI::detail::lexical_cast(words[0], output.cells) || output.cells < 1 || output.cells > max_grid_cells)
+            throw CLI::ValidationError(
+                flag, "'" + words[0] + "' is no number of cells from 1 to " + std::to_string(max_grid_cells));
+        output.path = words[1];
+    };
+    command.add_option_function<std::vector<std::string>>(flag, parse, help)->expected(2)->type_name("N FILE");
+}
+
+void check_options(const ExportOptions& options) {
+    if (!std::isfinite(options.time)) throw UsageError("--time: not finite");
+    std::vector<std::string> paths{options.patches, options.tessellation, options.samples.path, options.uvs.path};
+    for (const auto& [name, path] : options.properties) paths.push_back(path);
+    std::erase(paths, "");
+    if (paths.empty())
+        throw UsageError("nothing to export: give --patches, --tessellation, --samples, --uv or --property");
+    for (const std::string& path : paths) check_output(path);
+}
+
+void check_uv_map(const ExportOptions& options, const Surface& surface) {
+    const unsigned int count = surface.get_maps().get_uv_map_count();
+    const bool is_asked_for = !options.uvs.path.empty() || options.uv_map > 0;
+    if (is_asked_for && options.uv_map >= count)
+        throw UsageError("UV map " + std::to_string(options.uv_map) + " of " + options.mesh + ", which has " +
+                         std::to_string(count));
+}
+
+void report_unmapped(const ExportOptions& options, const Surface& surface) {
+    unsigned int unmapped = 0;
+    for (unsigned int q = 0; q < surface.get_base().get_primitive_count(); ++q)
+        if (!surface.get_maps().is_primitive_uv_mapped(q, options.uv_map)) ++unmapped;
+    if (unmapped > 0 && !options.quiet)
+        print_line(options.uvs.path + ": note: " + std::to_string(unmapped) +
+                   " quads are not mapped, their UVs are NaN");
+}
+
+const SurfaceProperty& find_property(const MeshProperties& properties, const std::string& name) {
+    return asked_by("", [&]() -> const SurfaceProperty& { return properties.find(name); });
+}
+
+template <class T>
+void write_array(const std::string& path, std::span<const std::size_t> shape, const std::vector<T>& values) {
+    write_interruptibly([&](const Cancel& cancel) { write_npy<T>(path, shape, values, cancel); });
+}
+
+void export_properties(const ExportOptions& options, const LoadedSurface& loaded) {
+    const SdsMesh mesh = loaded.surface->make_mesh(0);
+    const MeshProperties properties(loaded.properties, loaded.get_cage(), mesh);
+    for (const auto& [name, path] : options.properties) find_property(properties, name);
+    const std::size_t side = std::size_t{options.property_cells} + 1;
+    for (const auto& [name, path] : options.properties) {
+        const SurfaceProperty& property = find_property(properties, name);
+        const std::size_t shape[] = {mesh.get_primitive_count(), side, side, 3 * std::size_t{property.get_extent()}};
+        write_array<double>(path, shape,
+                            sample_property(*loaded.surface, property, options.property_cells, options.time));
+    }
+}
+
+void run_export(const ExportOptions& options) {
+    check_options(options);
+    const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
+    const Surface& surface = *loaded.surface;
+    check_uv_map(options, surface);
+    if (options.statistics) print_build_rate({&loaded, 1});
+    const std::size_t quads = surface.get_base().get_primitive_count();
+
+    if (!options.properties.empty()) export_properties(options, loaded);
+    if (!options.patches.empty()) {
+        const std::size_t shape[] = {quads, 16, 3};
+        write_array<float>(options.patches, shape, patch_controls(surface, options.time));
+    }
+    if (!options.tessellation.empty()) {
+        const Tessellation mesh =
+            asked_by("--level: ", [&] { return tessellate(surface, options.level, options.time, options.uv_map); });
+        write_interruptibly([&](const Cancel& cancel) {
+            write_obj(options.tessellation,
+                      {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices},
+                      cancel);
+        });
+    }
+    if (!options.samples.path.empty()) {
+        const std::size_t side = std::size_t{options.samples.cells} + 1;
+        const std::size_t shape[] = {quads, side, side, sample_row_size};
+        write_array<double>(options.samples.path, shape, sample_surface(surface, options.samples.cells, options.time));
+    }
+    if (!options.uvs.path.empty()) {
+        const std::size_t side = std::size_t{options.uvs.cells} + 1;
+        const std::size_t shape[] = {quads, side, side, uv_row_size};
+        write_array<double>(options.uvs.path, shape, sample_uvs(surface, options.uvs.cells, options.uv_map));
+        report_unmapped(options, surface);
+    }
+}
+
+}  // namespace
+
+void add_export_command(CLI::App& program, Action& action) {
+    CLI::App& command = *program.add_subcommand("export", "Write patches, samples or flat cells of the surface");
+    const auto options = std::make_shared<ExportOptions>();
+    add_common_options(command, *options, "--uv-map");
+    add_property_option(command, *options);
+    add_motion_options(command, options->motion);
+    command.add_option("--patches", options->patches, "Control points, .npy: float32 [quad][16][3], four per corner")
+        ->type_name("FILE");
+    command.add_option("--tessellation", options->tessellation, "Flat cells of --level with shared vertices, .obj")
+        ->type_name("FILE");
+    command
+        .add_option("--level", options->level, "Level of --tessellation: 2^N cells along an edge of a quad of the cage")
+        ->check(CLI::Range(1u, max_level))
+        ->capture_default_str();
+    add_grid_option(command, "--samples", options->samples,
+                    "Limit samples on N x N cells per quad, .npy: float64 [quad][v][u][15], position, dP/du, dP/dv, "
+                    "normal, smoothing normal");
+    add_grid_option(
+        command, "--uv", options->uvs,
+        "UVs on N x N cells per quad, .npy: float64 [quad][v][u][9], uvw, d/du, d/dv; NaN where not mapped");
+    command.add_option("--map", options->uv_map, "UV map of --uv and --tessellation, 0 the mesh's own")
+        ->capture_default_str();
+    command
+        .add_option("--property", options->properties,
+                    "A property by name on --cells x --cells per quad, .npy: float64 [quad][v][u][3 x extent], value, "
+                    "d/du, d/dv")
+        ->type_name("NAME FILE");
+    command.add_option("--cells", options->property_cells, "Cells of --property along an edge of a quad")
+        ->check(CLI::Range(1u, max_grid_cells))
+        ->capture_default_str();
+    command.add_option("--time", options->time, "Time of the motion to export")->capture_default_str();
+    set_action(command, action, options, run_export);
+}
+
+}  // namespace sds_cli

@@ -1,0 +1,302 @@
+#include "cli/commands/info.h"
+
+#include "cli/options/common_options.h"
+#include "cli/options/load_cage.h"
+#include "io/input_error.h"
+#include "io/json.h"
+#include "model/array_view.h"
+#include "model/build_estimate.h"
+#include "model/mesh_properties.h"
+#include "model/surface_statistics.h"
+#include "model/uv_join.h"
+#include "qn_ctx/ctx_eval.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdarg>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace sds_cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct InfoOptions : CommonOptions {
+    MotionOptions motion;
+    bool json = false;
+    bool estimate = false;
+};
+
+std::vector<double> sample_times(const Motion& motion) {
+    return motion.files.empty() ? std::vector<double>{motion.get_first_time(), motion.get_last_time()} : motion.times;
+}
+
+/// Of every patch's controls. They move straight between samples, so that the boxes at the samples hold all.
+GMathBbox3<double> motion_box(const SdsMesh& mesh, const std::vector<double>& times) {
+    CtxShader shader;
+    shader.get_motion_blur().set_time_sampling(GMathTimeSampling(view_of(times)));
+    GMathBbox3<double> box = GMathBbox3<double>::empty(), patch;
+    for (const double time : times)
+        for (unsigned int q = 0; q < mesh.get_primitive_count(); ++q) {
+            mesh.compute_primitive_bbox_at(CtxEval(shader), q, time, patch);
+            box.grow(patch);
+        }
+    return box;
+}
+
+Json to_json(const GMathVec3<double>& v) { return {v[0], v[1], v[2]}; }
+
+Json to_json(const std::vector<Stage>& stages) {
+    Json list = Json::array();
+    for (const Stage& stage : stages)
+        list.push_back({{"stage", stage.label}, {"depth", stage.depth}, {"seconds", stage.seconds}});
+    return list;
+}
+
+Json to_json(const Motion& motion) {
+    if (!motion.has_motion()) return nullptr;
+    return {{"kind", motion.files.empty() ? "vectors" : "samples"}, {"times", sample_times(motion)}};
+}
+
+Json to_json(const std::vector<MapStatistics>& maps, const std::vector<UvJoinCounts>& joins) {
+    Json list = Json::array();
+    for (std::size_t m = 0; m < maps.size(); ++m) {
+        const MapStatistics& map = maps[m];
+        Json entry{{"name", map.name},
+                   {"points", map.points},
+                   {"seam_edges", map.seam_edges},
+                   {"unmapped_quads", map.unmapped_quads}};
+        if (joins[m].split_points != 0) entry["split_points"] = joins[m].split_points;
+        if (joins[m].welded_points != 0) entry["welded_points"] = joins[m].welded_points;
+        list.push_back(std::move(entry));
+    }
+    return list;
+}
+
+Json to_json(const MeshProperties& properties) {
+    Json list = Json::array();
+    for (const SurfaceProperty& each : properties.get_all()) {
+        const SdsMeshProperty& property = each.get_property();
+        list.push_back({{"name", each.get_name()},
+                        {"kind", to_name(property.get_type())},
+                        {"type", ResourceProperty::get_type_name(property.get_value_type())},
+                        {"extent", each.get_extent()},
+                        {"items", property.get_value_count()},
+                        {"times", property.get_time_sampling().get_sample_count()},
+                        {"indexed", property.has_indices()},
+                        {"bytes", property.get_memory_size()}});
+    }
+    return list;
+}
+
+void add_arrays(const std::vector<ArraySize>& arrays, Json& bytes) {
+    for (const ArraySize& array : arrays) bytes[array.name] = array.bytes;
+}
+
+/// Everything that is known of a surface; the text is printed from it.
+Json describe(const InfoOptions& options, const LoadedSurface& loaded) {
+    const Surface& surface = *loaded.surface;
+    const SdsMesh mesh = surface.make_mesh(0);
+    const CtxShader shader;
+    const VertexClasses vertices = classify_vertices(surface);
+    const PatchClasses patches = classify_patches(surface);
+    // Of the surface at rest, or over its whole motion.
+    const GMathBbox3<double> box =
+        loaded.motion.has_motion() ? motion_box(mesh, sample_times(loaded.motion)) : mesh.get_bbox();
+    Json json;
+    json["mesh"] = options.mesh;
+    json["polygons"] = loaded.get_cage().get_polygon_count();
+    json["control_vertices"] = loaded.get_cage().get_vertex_count();
+    json["quads"] = mesh.get_primitive_count();
+    json["subdivision_step"] = surface.get_base().get_base_tessellation_level() != 0;
+    json["vertices"] = {{"smooth", vertices.smooth},
+                        {"dart", vertices.dart},
+                        {"crease", vertices.crease},
+                        {"corner", vertices.corner},
+                        {"border", vertices.border}};
+    json["patches"] = {{"regular", patches.regular}, {"boundary", patches.boundary}, {"irregular", patches.irregular}};
+    json["valences"] = Json::object();
+    for (const auto& [valence, count] : valence_histogram(surface.get_base()))
+        json["valences"][std::to_string(valence)] = count;
+    json["bbox"] = {{"min", to_json(box.get_min())}, {"max", to_json(box.get_max())}};
+    json["area"] = mesh.estimate_area(CtxEval(shader), {});  // at rest
+    json["motion"] = to_json(loaded.motion);
+    json["shading_groups"] = loaded.get_cage().group_names;
+    json["uv_maps"] = to_json(uv_map_statistics(surface), loaded.uv_joins);
+    json["color_maps"] = Json::array();
+    for (unsigned int m = 0; m < mesh.get_color_map_count(); ++m)
+        json["color_maps"].push_back(mesh.get_color_map_name(m).to_std());
+    json["properties"] = to_json(MeshProperties(loaded.properties, loaded.get_cage(), mesh));
+    json["bytes"] = {{"total", surface.get_base().get_memory_size() + surface.get_geometry().get_memory_size() +
+                                   surface.get_maps().get_memory_size() + mesh.get_memory_size()}};
+    add_arrays(array_sizes(surface), json["bytes"]);
+    json["build_seconds"] = surface.get_build_seconds();
+    json["stages"] = to_json(surface.get_stages());
+    json["findings"] = sds_io::to_json(loaded.mesh.findings);
+    return json;
+}
+
+/// What a machine reads about input that is refused.
+std::string refusal_text(const InfoOptions& options, const InputError& error) {
+    Json json;
+    json["mesh"] = options.mesh;
+    json["error"] = error.what();
+    const auto* cage = dynamic_cast<const CageError*>(&error);
+    json["findings"] = cage == nullptr ? Json::array() : Json(sds_io::to_json(cage->get_findings()));
+    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+/// Text of aligned "label  value" lines.
+class Report {
+public:
+    [[gnu::format(printf, 3, 4)]] void line(const std::string& label, const char* format, ...) {
+        char value[512];
+        va_list arguments;
+        va_start(arguments, format);
+        std::vsnprintf(value, sizeof(value), format, arguments);
+        va_end(arguments);
+        put(label, std::string(value));
+    }
+    void put(const std::string& label, const std::string& value) {
+        m_text += label;
+        m_text.append(label.size() < width ? width - label.size() : 1, ' ');
+        m_text += value + "\n";
+    }
+    /// "key between value" of every entry.
+    void put_entries(const std::string& label, const Json& object, const char* between) {
+        std::string text;
+        for (const auto& [key, value] : object.items())
+            text += (text.empty() ? "" : ", ") + key + between + value.dump();
+        put(label, text);
+    }
+    void put_arrays(const Json& bytes) {
+        for (const auto& [name, size] : bytes.items())
+            if (name != "total" && name != "scratch" && name != "peak") put("  " + name, size.dump());
+    }
+    void put_stages(const Json& stages) {
+        for (const Json& stage : stages)
+            line(std::string(2 * stage["depth"].get<std::size_t>() + 2, ' ') + stage["stage"].get<std::string>(),
+                 "%.6f", stage["seconds"].get<double>());
+    }
+    const std::string& get_text() const { return m_text; }
+
+private:
+    static constexpr std::size_t width = 36;
+    std::string m_text;
+};
+
+std::string to_point_text(const Json& point) {
+    char text[128];
+    std::snprintf(text, sizeof(text), "(%.9g, %.9g, %.9g)", point[0].get<double>(), point[1].get<double>(),
+                  point[2].get<double>());
+    return text;
+}
+
+std::string to_property_text(const Json& property) {
+    const auto number = [&](const char* key) { return property[key].dump(); };
+    return property["kind"].get<std::string>() + ", " + number("items") +
+           (property["indexed"].get<bool>() ? " indexed" : "") + " items of " + property["type"].get<std::string>() +
+           " x " + number("extent") + ", " + (property["times"] == 0 ? "still" : number("times") + " times") + ", " +
+           number("bytes") + " bytes";
+}
+
+std::string to_join_text(const Json& map) {
+    std::string text;
+    if (map.contains("split_points")) text += ", " + map["split_points"].dump() + " points split off";
+    if (map.contains("welded_points")) text += ", " + map["welded_points"].dump() + " points welded";
+    return text;
+}
+
+std::string to_text(const Json& info) {
+    Report report;
+    report.put("polygons", info["polygons"].dump());
+    report.put("control vertices", info["control_vertices"].dump());
+    report.put("quads", info["quads"].dump());
+    report.line("subdivision step", "%s", info["subdivision_step"].get<bool>() ? "yes" : "no, all polygons are quads");
+    report.put_entries("vertices", info["vertices"], " ");
+    report.put_entries("patches", info["patches"], " ");
+    report.put_entries("vertices by valence", info["valences"], ": ");
+    report.put("box", to_point_text(info["bbox"]["min"]) + " to " + to_point_text(info["bbox"]["max"]));
+    report.line("area", "%.9g", info["area"].get<double>());
+    if (const Json& motion = info["motion"]; !motion.is_null()) {
+        const Json& times = motion["times"];
+        const bool is_sampled = motion["kind"] == "samples";
+        report.line("motion", "%s, times %.9g to %.9g",
+                    is_sampled ? (std::to_string(times.size()) + " samples").c_str() : "vectors",
+                    times.front().get<double>(), times.back().get<double>());
+    }
+    report.put("shading groups", std::to_string(info["shading_groups"].size()));
+    for (const Json& map : info["uv_maps"])
+        report.put("uv map " + map["name"].get<std::string>(),
+                   map["points"].dump() + " points, " + map["seam_edges"].dump() + " seam edges, " +
+                       map["unmapped_quads"].dump() + " quads not mapped" + to_join_text(map));
+    for (const Json& name : info["color_maps"]) report.line("color map " + name.get<std::string>(), "per vertex");
+    for (const Json& property : info["properties"])
+        report.put("property " + property["name"].get<std::string>(), to_property_text(property));
+    report.put("bytes", info["bytes"]["total"].dump());
+    report.put_arrays(info["bytes"]);
+    report.line("build seconds", "%.6f", info["build_seconds"].get<double>());
+    report.put_stages(info["stages"]);
+    return report.get_text();
+}
+
+/// What a build would need; the text is printed from it.
+Json describe_estimate(const InfoOptions& options) {
+    ReadObjResult mesh = load_cage(options.mesh, options, CageReport::everything);
+    join_uvs(*mesh.cage);
+    const std::vector<UvSource> uvs = load_uvs(options, *mesh.cage);
+    const BuildEstimate estimate = estimate_build(*mesh.cage, uvs, !options.motion.next.empty(), options.modes);
+    check_memory_limit(estimate, options.memory_limit);
+    Json json;
+    json["bytes"] = {{"total", estimate.bytes}, {"scratch", estimate.scratch}, {"peak", estimate.get_peak()}};
+    add_arrays(estimate.arrays, json["bytes"]);
+    json["stages"] = to_json(estimate_stages(*mesh.cage, options.modes));
+    return json;
+}
+
+std::string to_estimate_text(const Json& estimate) {
+    Report report;
+    const Json& bytes = estimate["bytes"];
+    report.put("peak bytes, about", bytes["peak"].dump() + " (" + to_size_text(bytes["peak"].get<std::size_t>()) + ")");
+    report.put("bytes, about", bytes["total"].dump());
+    report.put_arrays(bytes);
+    double seconds = 0.0;
+    for (const Json& stage : estimate["stages"]) seconds += stage["depth"] == 0 ? stage["seconds"].get<double>() : 0.0;
+    report.line("build seconds, about", "%.6f", seconds);
+    report.put_stages(estimate["stages"]);
+    return report.get_text();
+}
+
+void run_info(const InfoOptions& options) {
+    try {
+        if (options.estimate) {
+            const Json estimate = describe_estimate(options);
+            print_text(options.json ? estimate.dump(2) + "\n" : to_estimate_text(estimate));
+            return;
+        }
+        const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
+        if (options.statistics) print_build_rate({&loaded, 1});
+        const Json info = describe(options, loaded);
+        print_text(options.json ? info.dump(2) + "\n" : to_text(info));
+    } catch (const InputError& error) {
+        if (options.json) print_text(refusal_text(options, error));
+        throw;
+    }
+}
+
+}  // namespace
+
+void add_info_command(CLI::App& program, Action& action) {
+    CLI::App& command = *program.add_subcommand("info", "Describe a cage and its surface");
+    const auto options = std::make_shared<InfoOptions>();
+    add_common_options(command, *options);
+    add_motion_options(command, options->motion);
+    add_property_option(command, *options);
+    command.add_flag("--estimate", options->estimate,
+                     "Build nothing: print what the build would need, seconds from a sample of the mesh");
+    command.add_flag("--json", options->json, "Print JSON");
+    set_action(command, action, options, run_info);
+}
+
+}  // namespace sds_cli

@@ -1,0 +1,107 @@
+#include "cli/commands/intersect.h"
+
+#include "cli/interrupt.h"
+#include "cli/options/common_options.h"
+#include "cli/options/load_cage.h"
+#include "io/npy.h"
+#include "io/ray_file.h"
+#include "model/sample_grid.h"
+#include "render/batch.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <limits>
+#include <memory>
+
+namespace sds_cli {
+
+namespace {
+
+struct IntersectOptions : CommonOptions {
+    MotionOptions motion;
+    std::string rays, hits;
+    unsigned int level = 0;
+    bool samples = false;
+};
+
+constexpr std::size_t hit_size = 4;
+/// Writes the row of a traced ray.
+void write_row(const SdsMesh& mesh, const GeometryRay& ray, bool samples, const CtxEval& ctx, double* row) {
+    const bool is_hit = ray.hit.primitive != sds_render::no_index;
+    row[0] = is_hit ? ray.hit.primitive : -1.0;
+    row[1] = is_hit ? ray.hit.u : 0.0;
+    row[2] = is_hit ? ray.hit.v : 0.0;
+    row[3] = is_hit ? ray.hit.t : std::numeric_limits<double>::infinity();
+    if (!samples) return;
+    if (!is_hit) {
+        std::fill_n(row + hit_size, sample_row_size, std::numeric_limits<double>::quiet_NaN());
+        return;
+    }
+    GeometrySample sample;
+    mesh.compute_fragment_sample(ctx, {ray.hit.primitive, ray.hit.u, ray.hit.v, ray.time, 0.0}, sample);
+    sample_row(sample, row + hit_size);
+}
+
+std::vector<double> trace_rays(const sds_render::Scene& scene, const SdsMesh& mesh, std::vector<GeometryRay>& rays,
+                               bool samples) {
+    const std::size_t row_size = hit_size + (samples ? sample_row_size : 0);
+    std::vector<double> rows(rays.size() * row_size);
+    sds_render::intersect_batch(scene, rays.data(), rays.size(), [&](std::size_t i, sds_render::RenderThread& thread) {
+        write_row(mesh, rays[i], samples, thread.get_eval(), &rows[i * row_size]);
+    });
+    return rows;
+}
+
+void run_intersect(const IntersectOptions& options) {
+    check_output(options.hits);
+    const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
+    RayFile file = read_rays(options.rays);
+    if (file.idle_count > 0 && !options.quiet)
+        print_line(options.rays + ": warning: ray " + std::to_string(file.first_idle) +
+                   " is not finite or has no direction, hits nothing; " + std::to_string(file.idle_count) +
+                   " cases, first here");
+
+    const SdsMesh mesh = loaded.surface->make_mesh(options.level);
+    sds_render::Scene scene(sds_render::get_shutter_of(
+        file.rays.size(), [&](std::size_t i) -> const GeometryRay& { return file.rays[i]; }));
+    scene.add(mesh);
+    scene.commit();
+    const auto begin = std::chrono::steady_clock::now();
+    const std::vector<double> rows = trace_rays(scene, mesh, file.rays, options.samples);
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
+
+    const std::size_t shape[] = {file.rays.size(), hit_size + (options.samples ? sample_row_size : 0)};
+    write_interruptibly([&](const Cancel& cancel) { write_npy<double>(options.hits, shape, rows, cancel); });
+    if (options.statistics) {
+        const auto is_hit = [](const GeometryRay& ray) { return ray.hit.primitive != sds_render::no_index; };
+        print_build_rate({&loaded, 1});
+        std::fprintf(stderr, "trace      %zu rays, %td hits, %.3f s, %.3g rays/s\n", file.rays.size(),
+                     std::count_if(file.rays.begin(), file.rays.end(), is_hit), elapsed.count(),
+                     static_cast<double>(file.rays.size()) / std::max(elapsed.count(), 1e-9));
+    }
+}
+
+}  // namespace
+
+void add_intersect_command(CLI::App& program, Action& action) {
+    CLI::App& command = *program.add_subcommand("intersect", "Find the nearest hits of rays");
+    const auto options = std::make_shared<IntersectOptions>();
+    add_common_options(command, *options);
+    add_motion_options(command, options->motion);
+    add_level_option(command, options->level);
+    command.add_option("--rays", options->rays, "Rays, .npy: float64 rows ox oy oz dx dy dz tnear tfar [time]")
+        ->type_name("FILE")
+        ->required();
+    command
+        .add_option("--hits", options->hits,
+                    "Hits, .npy: float64 rows primitive u v t; -1 0 0 inf where nothing is hit")
+        ->type_name("FILE")
+        ->required();
+    command.add_flag("--samples", options->samples,
+                     "15 more columns: position, dP/du, dP/dv, normal, smoothing normal; NaN where nothing is hit");
+    set_action(command, action, options, run_intersect);
+}
+
+}  // namespace sds_cli

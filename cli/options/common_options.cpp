@@ -1,0 +1,148 @@
+#include "cli/options/common_options.h"
+
+#include "cli/interrupt.h"
+#include "io/atomic_file.h"
+#include "qn_app_base/app_terminal_progress.h"
+
+#include <unistd.h>
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+namespace sds_cli {
+
+namespace {
+
+template <class Value>
+struct Choice {
+    const char* name;
+    Value value;
+};
+
+template <class Value, std::size_t N>
+void add_choice(CLI::App& command, const std::string& flag, Value& value, const Choice<Value> (&choices)[N],
+                const std::string& help) {
+    const auto parse = [flag, &value, &choices](std::string text) {
+        std::replace(text.begin(), text.end(), '-', '_');
+        std::string known;
+        for (const Choice<Value>& choice : choices) {
+            if (text == choice.name || text == std::to_string(static_cast<unsigned int>(choice.value))) {
+                value = choice.value;
+                return;
+            }
+            known += (known.empty() ? "" : ", ") + std::string(choice.name);
+        }
+        throw CLI::ValidationError(flag, "unknown name '" + text + "'; known are " + known);
+    };
+    std::string names;
+    for (const Choice<Value>& choice : choices) names += (names.empty() ? "{" : ",") + std::string(choice.name);
+    command.add_option_function<std::string>(flag, parse, help)->type_name(names + "}");
+}
+
+using PositionMode = SdsMeshGeometry::InterpolationMode;
+// The second names are the field's.
+constexpr Choice<PositionMode> position_modes[] = {
+    {"linear", PositionMode::all_fixed},      {"corners", PositionMode::corners_fixed},
+    {"smooth", PositionMode::all_smoothed},   {"borders", PositionMode::borders_fixed},
+    {"bilinear", PositionMode::all_fixed},    {"edgeAndCorner", PositionMode::corners_fixed},
+    {"edgeOnly", PositionMode::all_smoothed},
+};
+
+using UvMode = SdsMeshMaps::InterpolationMode;
+constexpr Choice<UvMode> uv_modes[] = {
+    {"all_fixed", UvMode::all_fixed},
+    {"corners_fixed", UvMode::corners_fixed},
+    {"all_smoothed", UvMode::all_smoothed},
+    {"borders_fixed", UvMode::borders_fixed},
+    {"smoothed_seam_corners_fixed", UvMode::smoothed_seam_corners_fixed},
+    {"smoothed_seams_fixed", UvMode::smoothed_seams_fixed},
+    {"corners_and_seams_fixed", UvMode::corners_and_seams_fixed},
+};
+
+constexpr Choice<FractionalSharpness> fractional_choices[] = {
+    {"sharp", FractionalSharpness::harden},
+    {"drop", FractionalSharpness::drop},
+};
+
+}  // namespace
+
+void add_common_options(CLI::App& command, CommonOptions& options, const std::string& uv_flag) {
+    command.add_option("MESH", options.mesh, "Control cage, an OBJ file")->required();
+    add_choice(command, "--interpolation", options.modes.positions, position_modes,
+               "Which vertices stay: linear (0, bilinear), corners (1, edgeAndCorner, the default), smooth (2, "
+               "edgeOnly), borders (3)");
+    add_choice(command, "--uv-interpolation", options.modes.uvs, uv_modes,
+               "Which UVs stay: all_fixed (linear), corners_fixed (the default) or one of the others");
+    command.add_option(uv_flag, options.uv_files, "A further UV map: the vt records of a file with the same polygons")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
+    add_choice(command, "--fractional", options.fractional, fractional_choices,
+               "What becomes of creases with a sharpness below 10: sharp (the default) or drop");
+    command.add_option("--threads", options.threads, "Threads to use, 0 for every core")->check(CLI::Range(0u, 1024u));
+    command
+        .add_option("--memory-limit", options.memory_limit,
+                    "Build nothing that needs more memory than this, such as 500M or 2G")
+        ->type_name("SIZE")
+        ->transform(CLI::AsSizeValue(false));
+    command.add_option("--log-level", options.log_level, "0 errors, 1 warnings, 2 statistics, 3 details")
+        ->check(CLI::Range(0u, 3u));
+    command.add_flag("--quiet", options.quiet, "Print errors only");
+    command.add_flag("--stats", options.statistics, "Print how long building and tracing took, and their rates");
+}
+
+void add_property_option(CLI::App& command, CommonOptions& options) {
+    command
+        .add_option("--properties", options.property_file,
+                    "Values on the cage, a .json list of {name, kind (vertex, uniform, constant), type (float32, ...), "
+                    "extent, values, indices, times}")
+        ->type_name("FILE");
+}
+
+void add_level_option(CLI::App& command, unsigned int& level) {
+    command
+        .add_option("--level", level,
+                    "0 for the limit surface (the default), N for flat cells, 2^N along an edge of a quad of the cage")
+        ->check(CLI::Range(0u, max_level));
+}
+
+namespace {
+
+template <class Bar>
+class InterruptibleBar : public Bar {
+public:
+    using Bar::Bar;
+
+protected:
+    bool is_cancelled() override { return get_interrupt() != 0; }
+};
+
+}  // namespace
+
+std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title) {
+    if (options.quiet) return std::make_unique<InterruptibleBar<AppProgressBar>>();
+    return std::make_unique<InterruptibleBar<AppTerminalProgress>>(stderr, CoreString(title));
+}
+
+void print_line(const std::string& line) { std::fputs((line + "\n").c_str(), stderr); }
+
+void print_text(const std::string& text) {
+    AtomicFile out("-", throw_if_interrupted);
+    out.write(text);
+    out.commit();
+}
+
+void check_output(const std::string& path) {
+    if (path == "-") return;
+    namespace fs = std::filesystem;
+    std::error_code error;
+    if (fs::is_directory(path, error)) throw OutputError(path, "is a folder");
+    const fs::path folder = fs::path(path).parent_path();
+    const bool is_special = fs::exists(path, error) && !fs::is_regular_file(path, error);
+    if (!is_special && access(folder.empty() ? "." : folder.c_str(), W_OK) != 0)
+        throw OutputError(path, std::strerror(errno));
+}
+
+}  // namespace sds_cli

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "io/obj/read_obj.h"
+#include "model/surface.h"
+#include "qn_app_base/app_progress_bar.h"
+
+#include <CLI/App.hpp>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace sds_cli {
+
+using namespace sds_io;
+using namespace sds_model;
+
+/// What every subcommand understands.
+struct CommonOptions {
+    std::string mesh;
+    SurfaceModes modes;
+    std::vector<std::string> uv_files;
+    std::string property_file;  ///< empty: none
+    FractionalSharpness fractional = FractionalSharpness::harden;
+    unsigned int threads = 0;  ///< 0: one per core
+    unsigned int log_level = 1;
+    std::size_t memory_limit = 0;  ///< bytes that a build may need; 0: no limit
+    bool quiet = false;
+    bool statistics = false;
+};
+
+/// The work that the command line asks for, carried out once it is parsed.
+struct Action {
+    const CommonOptions* common = nullptr;
+    std::function<void()> run;
+};
+
+inline constexpr unsigned int max_level = 12;
+
+/// Adds the positional MESH and the common options. `uv_flag` names the option that adds UV maps.
+void add_common_options(CLI::App& command, CommonOptions& options, const std::string& uv_flag = "--uv,--uv-map");
+
+/// Adds --properties FILE.
+void add_property_option(CLI::App& command, CommonOptions& options);
+
+/// Adds --level N with 0 (the limit surface) as default.
+void add_level_option(CLI::App& command, unsigned int& level);
+
+/// A progress bar that a signal cancels within an InterruptScope. It shows itself on the standard error stream unless
+/// the options ask for quiet.
+std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title);
+
+/// Prints a line to the standard error stream.
+void print_line(const std::string& line);
+
+/// Writes text to the standard output stream. Throws OutputError.
+void print_text(const std::string& text);
+
+/// Throws OutputError when no file can be made at `path`: asked before work that may take long. "-" is fine.
+void check_output(const std::string& path);
+
+/// Makes `action` run `function` on `options` when the command is called. The options live as long as the action.
+template <class Options>
+void set_action(CLI::App& command, Action& action, std::shared_ptr<Options> options, void (*function)(const Options&)) {
+    command.callback([&action, options, function] {
+        action.common = options.get();
+        action.run = [options, function] { function(*options); };
+    });
+}
+
+}  // namespace sds_cli

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "io/atomic_file.h"
+#include "render/image.h"
+
+#include <string>
+
+namespace sds_io {
+
+/// Pictures, whole or not at all; "-" is standard output. Throw OutputError, and what `cancel` throws.
+
+/// The preview of a layer, the picture itself by default, as 8-bit RGBA.
+void write_png(const std::string& path, const sds_render::Image& image, const std::string& layer = "",
+               Cancel cancel = nullptr);
+/// Every channel.
+void write_exr(const std::string& path, const sds_render::Image& image, Cancel cancel = nullptr);
+
+}  // namespace sds_io

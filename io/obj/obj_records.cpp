@@ -1,0 +1,327 @@
+#include "io/obj/obj_records.h"
+
+#include "io/obj/obj_cursor.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace sds_io {
+
+void SkippedKinds::add(std::string_view name, std::uint32_t at) {
+    constexpr std::size_t most_names = 8;
+    if (count++ == 0) line = at;
+    if (names.size() == most_names) return;
+    std::string text = quoted(name);
+    if (std::find(names.begin(), names.end(), text) == names.end()) names.push_back(std::move(text));
+}
+
+std::string SkippedKinds::list() const {
+    std::string text;
+    for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+    return text;
+}
+
+namespace {
+
+constexpr std::uint8_t full_channel = 255;
+
+class RecordReader {
+public:
+    RecordReader(std::string_view text, const std::string& name, const ReadObjOptions& options, Findings& findings)
+        : m_name(name), m_options(options), m_findings(findings), m_cursor(text) {}
+
+    ObjRecords read() {
+        while (!m_records.too_many && m_cursor.next_record()) read_record(m_cursor.next_token());
+        return std::move(m_records);
+    }
+
+private:
+    void read_record(std::string_view keyword);
+    void read_vertex();
+    void read_color(float red, float green, float blue);
+    void read_uv_point();
+    void read_polygon();
+    bool read_corner(std::string_view token);
+    bool read_index(std::string_view& text, std::size_t record_count, std::uint32_t& index);
+    void read_tag();
+    void read_crease(std::size_t int_count, std::size_t float_count);
+    float read_sharpness(std::string_view token);
+    std::size_t read_numbers(std::array<float, 6>& numbers);
+    bool read_number(std::string_view token, float& value);
+
+    template <class Detail>
+    void record(FindingCode code, Detail&& detail, std::uint64_t times = 1) {
+        const auto describe = [&] {
+            return FirstCase{m_name + ":" + std::to_string(m_cursor.get_line()), detail(), {}};
+        };
+        m_findings.record(code, describe, times);
+    }
+    void record_token(FindingCode code, std::string_view token) {
+        record(code, [&] { return quoted(token); });
+    }
+
+    const std::string& m_name;
+    const ReadObjOptions m_options;
+    Findings& m_findings;
+    ObjCursor m_cursor;
+    ObjRecords m_records;
+    ControlCage& m_cage = m_records.cage;
+};
+
+void RecordReader::read_record(std::string_view keyword) {
+    constexpr std::array<std::string_view, 9> irrelevant = {"vn",     "s",      "o",   "mtllib", "vp",
+                                                            "usemap", "maplib", "lod", "bevel"};
+    constexpr std::array<std::string_view, 22> freeform = {
+        "l",    "p",    "deg", "bmat", "step", "cstype", "curv", "curv2", "surf",  "parm",  "trim",
+        "hole", "scrv", "sp",  "end",  "con",  "mg",     "call", "csh",   "ctech", "stech", "shadow_obj"};
+    const auto is_in = [keyword](const auto& list) {
+        return std::find(list.begin(), list.end(), keyword) != list.end();
+    };
+    if (keyword == "v")
+        read_vertex();
+    else if (keyword == "f")
+        read_polygon();
+    else if (keyword == "vt")
+        read_uv_point();
+    else if (keyword == "t")
+        read_tag();
+    else if (keyword == "g")
+        m_records.groups.select(m_cursor.rest_of_record());
+    else if (keyword == "usemtl")
+        m_records.materials.select(m_cursor.rest_of_record());
+    else if (is_in(freeform))
+        m_records.ignored_records.add(keyword, m_cursor.get_line());
+    else if (!is_in(irrelevant))
+        m_records.unknown_records.add(keyword, m_cursor.get_line());
+}
+
+bool RecordReader::read_number(std::string_view token, float& value) {
+    switch (parse_float(token, value)) {
+        case NumberState::ok:
+            return true;
+        case NumberState::not_a_number:
+            record_token(FindingCode::not_a_number, token);
+            break;
+        case NumberState::not_finite:
+            record_token(FindingCode::non_finite_number, token);
+            break;
+        case NumberState::overflow:
+            record_token(FindingCode::number_overflow, token);
+            break;
+    }
+    value = 0.0f;
+    return false;
+}
+
+/// Reads the rest of the record; returns how many numbers it has, which may be more than are kept.
+std::size_t RecordReader::read_numbers(std::array<float, 6>& numbers) {
+    std::size_t count = 0;
+    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count)
+        if (float value = 0.0f; read_number(token, value) && count < numbers.size()) numbers[count] = value;
+    return count;
+}
+
+void RecordReader::read_vertex() {
+    std::array<float, 6> numbers{};
+    const std::size_t count = read_numbers(numbers);
+    if (count != 3 && count != 4 && count != 6)
+        record(FindingCode::malformed_record,
+               [&] { return "v takes x y z [w] or x y z r g b, not " + std::to_string(count) + " numbers"; });
+    if (count == 4 && numbers[3] != 1.0f)
+        record(FindingCode::ignored_weight, [&] { return "weight " + std::to_string(numbers[3]); });
+    if (count == 6)
+        read_color(numbers[3], numbers[4], numbers[5]);
+    else if (m_cage.has_colors()) {
+        m_cage.vertex_colors.insert(m_cage.vertex_colors.end(), 4, full_channel);
+        record(FindingCode::partly_colored, [] { return std::string("no color here"); });
+    }
+    m_cage.positions.insert(m_cage.positions.end(), numbers.begin(), numbers.begin() + 3);
+    m_records.too_many |= m_cage.get_vertex_count() > m_options.max_corners;
+}
+
+void RecordReader::read_color(float red, float green, float blue) {
+    if (!m_cage.has_colors() && !m_cage.positions.empty()) {
+        m_cage.vertex_colors.assign(m_cage.get_vertex_count() * 4, full_channel);
+        record(
+            FindingCode::partly_colored, [] { return std::string("the first color is here"); },
+            m_cage.get_vertex_count());
+    }
+    for (const float channel : {red, green, blue}) {
+        if (!(channel >= 0.0f && channel <= 1.0f))
+            record(FindingCode::color_out_of_range, [&] { return std::to_string(channel); });
+        m_cage.vertex_colors.push_back(
+            static_cast<std::uint8_t>(std::lround(std::clamp(channel, 0.0f, 1.0f) * 255.0f)));
+    }
+    m_cage.vertex_colors.push_back(full_channel);
+}
+
+void RecordReader::read_uv_point() {
+    std::array<float, 6> numbers{};
+    const std::size_t count = read_numbers(numbers);
+    if (count < 1 || count > 3)
+        record(FindingCode::malformed_record,
+               [&] { return "vt takes u [v [w]], not " + std::to_string(count) + " numbers"; });
+    m_cage.uv_points.insert(m_cage.uv_points.end(), numbers.begin(), numbers.begin() + 3);
+    m_records.too_many |= m_cage.get_uv_count() > m_options.max_corners;
+}
+
+/// Takes one index from the front of `text`, 1-based or relative to the `record_count` records so far, as a 0-based
+/// one. Records that follow may still make it valid, so only the end of the file tells; a number too large for any file
+/// comes out as 0xFFFFFFFE.
+bool RecordReader::read_index(std::string_view& text, std::size_t record_count, std::uint32_t& index) {
+    const std::string_view whole = text;
+    std::int64_t number = 0;
+    if (text.empty() || text.front() == '/') {
+        record(FindingCode::missing_index, [] { return std::string("nothing where an index belongs"); });
+        return false;
+    }
+    if (!take_integer(text, number)) {
+        record_token(FindingCode::not_a_number, whole);
+        return false;
+    }
+    if (number == 0) {
+        record_token(FindingCode::zero_index, whole);
+        return false;
+    }
+    if (number < 0) number += static_cast<std::int64_t>(record_count) + 1;
+    if (number < 1) {
+        record(FindingCode::index_before_start,
+               [&] { return quoted(whole) + " after " + std::to_string(record_count) + " records"; });
+        return false;
+    }
+    constexpr std::int64_t beyond_all = 0xFFFFFFFE;
+    index = static_cast<std::uint32_t>(std::min(number - 1, beyond_all));
+    return true;
+}
+
+/// Appends the face-corner that `token` (v, v/t, v//n or v/t/n) describes. A normal has no use here; it only has to be
+/// an index.
+bool RecordReader::read_corner(std::string_view token) {
+    const std::string_view whole = token;
+    std::uint32_t vertex = 0, uv = unmapped_corner;
+    if (!read_index(token, m_cage.get_vertex_count(), vertex)) return false;
+    const auto take_slash = [&token] {
+        const bool slash = token.starts_with('/');
+        token.remove_prefix(slash ? 1 : 0);
+        return slash;
+    };
+    if (take_slash()) {
+        if (!token.starts_with('/') && !read_index(token, m_cage.get_uv_count(), uv)) return false;
+        std::uint32_t normal = 0;
+        if (take_slash() && !read_index(token, unmapped_corner, normal)) return false;
+    }
+    if (!token.empty()) {
+        record_token(FindingCode::not_a_number, whole);
+        return false;
+    }
+    m_records.any_mapped |= uv != unmapped_corner;
+    m_cage.polygon_indices.push_back(vertex);
+    m_cage.uv_indices.push_back(uv);
+    return true;
+}
+
+void RecordReader::read_polygon() {
+    ++m_records.polygon_records;
+    const std::size_t first = m_cage.get_corner_count();
+    bool good = true;
+    std::size_t count = 0;
+    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count)
+        good &= read_corner(token);
+    if (count == 0) record(FindingCode::missing_index, [] { return "f without corners"; });
+    if (count == 1) record(FindingCode::one_corner_polygon, [] { return std::string(); });
+    m_records.too_many |= m_cage.get_corner_count() > m_options.max_corners;
+    if (good && count >= 3) {
+        m_cage.polygon_counts.push_back(static_cast<std::uint32_t>(count));
+        m_records.polygon_lines.push_back(m_cursor.get_line());
+        m_records.materials.assign_polygon();
+        m_records.groups.assign_polygon();
+        return;
+    }
+    if (good && count == 2) {
+        record(FindingCode::two_corner_polygon, [] { return std::string(); });
+        for (std::size_t c = first; c < m_cage.get_corner_count(); ++c)
+            m_records.dropped_corners.push_back({m_cursor.get_line(), m_cage.polygon_indices[c], m_cage.uv_indices[c]});
+    }
+    m_cage.polygon_indices.resize(first);
+    m_cage.uv_indices.resize(first);
+}
+
+/// A tag is NAME INTS/FLOATS/STRINGS and then as many values as these three counts say.
+void RecordReader::read_tag() {
+    const std::string_view tag = m_cursor.next_token();
+    const std::string_view counts = m_cursor.next_token();
+    std::array<std::int64_t, 3> sizes{};
+    std::string_view rest = counts;
+    const auto take_size = [&](std::int64_t& size) {
+        return take_integer(rest, size) && size >= 0 && size <= m_options.max_corners;
+    };
+    const auto take_slash = [&rest] {
+        const bool slash = rest.starts_with('/');
+        rest.remove_prefix(slash ? 1 : 0);
+        return slash;
+    };
+    if (!(take_size(sizes[0]) && take_slash() && take_size(sizes[1]) && take_slash() && take_size(sizes[2]) &&
+          rest.empty())) {
+        record(FindingCode::malformed_tag, [&] { return "INTS/FLOATS/STRINGS expected, not " + quoted(counts); });
+        return;
+    }
+    if (tag == "crease") {
+        const auto [ints, floats, strings] = sizes;
+        if (ints < 2 || (floats != 1 && floats != ints - 1) || strings != 0)
+            record(FindingCode::malformed_tag, [&] {
+                return "a crease has two or more vertices and one sharpness for all or for each edge, not " +
+                       quoted(counts);
+            });
+        else
+            read_crease(static_cast<std::size_t>(ints), static_cast<std::size_t>(floats));
+        return;
+    }
+    m_records.ignored_tags.add(tag, m_cursor.get_line());
+    std::int64_t count = 0;
+    while (!m_cursor.next_token().empty()) ++count;
+    if (count != sizes[0] + sizes[1] + sizes[2])
+        record(FindingCode::malformed_tag,
+               [&] { return quoted(counts) + " announced, " + std::to_string(count) + " values found"; });
+}
+
+void RecordReader::read_crease(std::size_t int_count, std::size_t float_count) {
+    const std::size_t first = m_records.creases.size();
+    std::int64_t previous = 0;
+    std::size_t count = 0;
+    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count) {
+        if (count < int_count) {
+            std::string_view rest = token;
+            std::int64_t vertex = 0;
+            if (!take_integer(rest, vertex) || !rest.empty()) record_token(FindingCode::not_a_number, token);
+            if (count > 0) m_records.creases.push_back({m_cursor.get_line(), previous, vertex, 0.0f});
+            previous = vertex;
+        } else if (count < int_count + float_count) {
+            const float sharpness = read_sharpness(token);
+            const std::size_t edge = first + count - int_count;
+            const std::size_t last = float_count == 1 ? m_records.creases.size() : edge + 1;
+            for (std::size_t e = edge; e < last; ++e) m_records.creases[e].sharpness = sharpness;
+        }
+    }
+    if (count != int_count + float_count)
+        record(FindingCode::malformed_tag, [&] {
+            return std::to_string(int_count + float_count) + " values announced, " + std::to_string(count) + " found";
+        });
+}
+
+/// A number that may be infinite but not NaN.
+float RecordReader::read_sharpness(std::string_view token) {
+    float sharpness = 0.0f;
+    if (parse_float(token, sharpness) == NumberState::not_finite && !std::isnan(sharpness)) return sharpness;
+    read_number(token, sharpness);
+    return sharpness;
+}
+
+}  // namespace
+
+ObjRecords read_obj_records(std::string_view text, const std::string& name, const ReadObjOptions& options,
+                            Findings& findings) {
+    return RecordReader(text, name, options, findings).read();
+}
+
+}  // namespace sds_io

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "io/obj/group_table.h"
+#include "io/obj/read_obj.h"
+#include "model/control_cage.h"
+#include "model/finding.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sds_io {
+
+/// One edge of a `t crease` record.
+struct CreaseTag {
+    std::uint32_t line;
+    std::int64_t a, b;  ///< 0-based vertices, unchecked
+    float sharpness;    ///< may be infinite, never NaN
+};
+
+/// Corner of a polygon that is dropped: its indices must be right all the same.
+struct DroppedCorner {
+    std::uint32_t line, vertex, uv;
+};
+
+/// Kinds of records or tags that were skipped, for one finding that names them all.
+struct SkippedKinds {
+    std::vector<std::string> names;  ///< in quotes, the first eight
+    std::uint64_t count = 0;
+    std::uint32_t line = 0;  ///< of the first
+
+    void add(std::string_view name, std::uint32_t at);
+    std::string list() const;
+};
+
+/// The records of an OBJ text before the mesh is checked as a whole.
+struct ObjRecords {
+    ControlCage cage;  ///< positions, polygons, UVs and colors; indices may be out of range, creases and groups are
+                       ///< still missing
+    std::vector<std::uint32_t> polygon_lines;
+    std::vector<DroppedCorner> dropped_corners;
+    std::vector<CreaseTag> creases;
+    GroupTable materials, groups;
+    SkippedKinds ignored_tags, ignored_records, unknown_records;
+    std::uint64_t polygon_records = 0;  ///< f records, good or bad
+    bool any_mapped = false;            ///< some corner names a UV point
+    bool too_many = false;              ///< a limit was passed and reading stopped there
+};
+
+/// Reads every record; what is wrong within one record goes to `findings`. `name` stands for the file in messages.
+ObjRecords read_obj_records(std::string_view text, const std::string& name, const ReadObjOptions& options,
+                            Findings& findings);
+
+}  // namespace sds_io

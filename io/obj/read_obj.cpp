@@ -1,0 +1,221 @@
+#include "io/obj/read_obj.h"
+
+#include "io/obj/obj_records.h"
+#include "io/read_file.h"
+#include "model/array_view.h"
+#include "model/finding.h"
+#include "qn_poly/poly_check.h"
+#include "qn_poly/poly_edge_buckets.h"
+
+#include <algorithm>
+#include <numeric>
+#include <span>
+
+namespace sds_io {
+
+namespace {
+
+std::string out_of_range(std::uint32_t index, std::size_t count) {
+    return "index " + std::to_string(std::uint64_t{index} + 1) + " of " + std::to_string(count);
+}
+
+/// Checks the records of a file as one mesh and finishes its cage.
+class MeshChecker {
+public:
+    MeshChecker(ObjRecords& records, const std::string& name, const ReadObjOptions& options, Findings& findings)
+        : m_records(records), m_name(name), m_options(options), m_findings(findings) {}
+
+    void check_presence();
+    void check_polygons();
+    void check_tags();
+    void report_skipped_kinds();
+
+    // after the checks, without errors
+    void settle_uvs();
+    void settle_groups();
+    void set_creases();
+
+private:
+    FirstCase describe(PolyFindingCode code, const PolyPlace& place) const;
+    std::uint32_t first_corner(std::uint32_t polygon) const;
+
+    template <class Detail>
+    void record(FindingCode code, std::uint32_t line, Detail&& detail) {
+        m_findings.record(code, [&] { return FirstCase{m_name + ":" + std::to_string(line), detail(), {}}; });
+    }
+
+    ObjRecords& m_records;
+    ControlCage& m_cage = m_records.cage;
+    const std::string& m_name;
+    const ReadObjOptions& m_options;
+    Findings& m_findings;
+};
+
+void MeshChecker::check_presence() {
+    std::string hint;
+    if (m_records.unknown_records.count > 0)
+        hint = "line " + std::to_string(m_records.unknown_records.line) + " begins with " +
+               m_records.unknown_records.names.front();
+    const auto record_file = [this](FindingCode code, const std::string& detail) {
+        m_findings.record(code, [&] { return FirstCase{m_name, detail, {}}; });
+    };
+    if (m_records.too_many)
+        record_file(FindingCode::too_many_corners, "at most " + std::to_string(m_options.max_corners) + " of each");
+    else if (m_cage.positions.empty() && m_records.polygon_records == 0)
+        record_file(FindingCode::not_obj, hint);
+    else if (m_cage.positions.empty())
+        record_file(FindingCode::no_vertices, hint);
+    else if (m_cage.polygon_counts.empty() && !m_findings.has_errors())
+        record_file(FindingCode::no_polygons, hint);
+}
+
+/// Where the host's checker found something, in terms of the file.
+FirstCase MeshChecker::describe(PolyFindingCode code, const PolyPlace& place) const {
+    constexpr std::uint32_t none = 0xFFFFFFFF;
+    const std::string line = place.polygon == none ? "" : ":" + std::to_string(m_records.polygon_lines[place.polygon]);
+    std::string detail;
+    if (code == PolyFindingCode::index_out_of_range) {
+        const std::size_t count = place.array == PolyArray::uvs ? m_cage.get_uv_count() : m_cage.get_vertex_count();
+        detail = out_of_range(place.item, count);
+    } else if (code == PolyFindingCode::nonmanifold_edge || code == PolyFindingCode::opposite_winding) {
+        const std::uint32_t first = first_corner(place.polygon), count = m_cage.polygon_counts[place.polygon];
+        const std::uint32_t next = first + (place.corner - first + 1) % count;
+        detail = "edge of vertices " + std::to_string(m_cage.polygon_indices[place.corner] + 1) + " and " +
+                 std::to_string(m_cage.polygon_indices[next] + 1);
+    } else if (place.item != none) {
+        detail = place.array == PolyArray::uvs ? "UV " : "vertex ";
+        detail += std::to_string(place.item + 1);
+    }
+    return {m_name + line, detail, {}};
+}
+
+void MeshChecker::check_polygons() {
+    const auto record_found = [this](const PolyFindings& found) {
+        add_mesh_findings(found, m_findings,
+                          [this](PolyFindingCode code, const PolyPlace& place) { return describe(code, place); });
+    };
+    if (m_cage.polygon_counts.empty()) return;
+    PolyFindings mesh, uvs;
+    const auto counts = view_of(m_cage.polygon_counts), indices = view_of(m_cage.polygon_indices);
+    const auto vertex_count = static_cast<std::uint32_t>(m_cage.get_vertex_count());
+    poly_check_vectors(points_view(m_cage.positions), vertex_count, PolyArray::positions, mesh);
+    if (poly_check_polygons(vertex_count, counts, indices, mesh)) poly_check_edges(vertex_count, counts, indices, mesh);
+    poly_check_uvs(points_view(m_cage.uv_points), view_of(m_cage.uv_indices), counts, uvs);
+    record_found(mesh);
+    record_found(uvs);
+
+    for (const DroppedCorner& corner : m_records.dropped_corners) {
+        if (corner.vertex >= vertex_count)
+            record(FindingCode::vertex_index_out_of_range, corner.line,
+                   [&] { return out_of_range(corner.vertex, vertex_count); });
+        if (corner.uv != unmapped_corner && corner.uv >= m_cage.get_uv_count())
+            record(FindingCode::uv_index_out_of_range, corner.line,
+                   [&] { return out_of_range(corner.uv, m_cage.get_uv_count()); });
+    }
+}
+
+void MeshChecker::check_tags() {
+    const auto count = static_cast<std::int64_t>(m_cage.get_vertex_count());
+    for (const CreaseTag& tag : m_records.creases)
+        for (const std::int64_t vertex : {tag.a, tag.b})
+            if (vertex < 0 || vertex >= count)
+                record(FindingCode::tag_index_out_of_range, tag.line,
+                       [&] { return "vertex " + std::to_string(vertex) + ", 0-based, of " + std::to_string(count); });
+}
+
+void MeshChecker::report_skipped_kinds() {
+    const auto report = [this](FindingCode code, const SkippedKinds& kinds) {
+        const auto describe = [&] { return FirstCase{m_name + ":" + std::to_string(kinds.line), kinds.list(), {}}; };
+        m_findings.record(code, describe, kinds.count);
+    };
+    report(FindingCode::unknown_record, m_records.unknown_records);
+    report(FindingCode::ignored_record, m_records.ignored_records);
+    report(FindingCode::ignored_tag, m_records.ignored_tags);
+}
+
+void MeshChecker::settle_uvs() {
+    if (!m_records.any_mapped) {
+        m_cage.uv_points.clear();
+        m_cage.uv_indices.clear();
+        return;
+    }
+    std::size_t first = 0;
+    for (std::size_t p = 0; p < m_cage.get_polygon_count(); first += m_cage.polygon_counts[p++]) {
+        const std::span corners(m_cage.uv_indices.data() + first, m_cage.polygon_counts[p]);
+        const auto unmapped = static_cast<std::size_t>(std::count(corners.begin(), corners.end(), unmapped_corner));
+        if (unmapped == 0 || unmapped == corners.size()) continue;
+        std::fill(corners.begin(), corners.end(), unmapped_corner);
+    }
+}
+
+void MeshChecker::settle_groups() {
+    GroupTable& groups = m_records.materials.was_selected() ? m_records.materials : m_records.groups;
+    m_cage.polygon_groups = std::move(groups.get_polygons());
+    m_cage.group_names = std::move(groups.get_names());
+}
+
+void MeshChecker::set_creases() {
+    std::vector<CreaseEdge> creases;
+    creases.reserve(m_records.creases.size());
+    for (const CreaseTag& tag : m_records.creases)
+        creases.push_back({static_cast<std::uint32_t>(tag.a), static_cast<std::uint32_t>(tag.b), tag.sharpness});
+    PolyEdgeBuckets edges(m_cage.polygon_indices.data(), view_of(m_cage.polygon_counts),
+                          static_cast<unsigned int>(m_cage.get_vertex_count()));
+    edges.sort();
+    const auto describe = [this](FindingCode, std::size_t entry) {
+        const CreaseTag& tag = m_records.creases[entry];
+        return FirstCase{m_name + ":" + std::to_string(tag.line),
+                         "vertices " + std::to_string(tag.a) + " and " + std::to_string(tag.b) + ", 0-based",
+                         {}};
+    };
+    m_cage.corner_creases =
+        settle_creases(edges, m_cage.get_corner_count(), creases, m_options.fractional, m_findings, describe);
+}
+
+std::uint32_t MeshChecker::first_corner(std::uint32_t polygon) const {
+    const auto end = m_cage.polygon_counts.begin() + polygon;
+    return std::accumulate(m_cage.polygon_counts.begin(), end, std::uint32_t{0});
+}
+
+}  // namespace
+
+ReadObjResult read_obj_text(std::string_view text, const std::string& name, const ReadObjOptions& options) {
+    ReadObjResult result;
+    Findings& findings = result.findings;
+    const auto refuse = [&](FindingCode code) {
+        findings.record(code, [&] { return FirstCase{name, {}, {}}; });
+        return std::move(result);
+    };
+    if (text.find_first_not_of(" \t\r\n") == std::string_view::npos) return refuse(FindingCode::empty_file);
+    if (text.find('\0') != std::string_view::npos) return refuse(FindingCode::not_obj);
+
+    ObjRecords records = read_obj_records(text, name, options, findings);
+    MeshChecker checker(records, name, options, findings);
+    checker.check_presence();
+    if (!records.too_many) {
+        checker.check_polygons();
+        checker.check_tags();
+    }
+    checker.report_skipped_kinds();
+    if (findings.has_errors()) return result;
+
+    checker.settle_uvs();
+    checker.settle_groups();
+    checker.set_creases();
+    if (findings.has_errors()) return result;
+    result.cage = std::move(records.cage);
+    result.polygon_lines = std::move(records.polygon_lines);
+    return result;
+}
+
+ReadObjResult read_obj(const std::string& path, const ReadObjOptions& options) {
+    std::string text;
+    if (const std::string reason = read_file(path, text); !reason.empty()) {
+        ReadObjResult result;
+        result.findings.record(FindingCode::unreadable_file, [&] { return FirstCase{path, reason, {}}; });
+        return result;
+    }
+    return read_obj_text(text, path, options);
+}
+
+}  // namespace sds_io

@@ -1,0 +1,26 @@
+#include "model/property_source.h"
+
+#include "model/array_view.h"
+
+namespace sds_model {
+
+const char* to_name(PolyMeshProperty::Type kind) {
+    switch (kind) {
+        case PolyMeshProperty::Type::per_vertex:
+            return "vertex";
+        case PolyMeshProperty::Type::per_polygon:
+            return "uniform";
+        case PolyMeshProperty::Type::constant:
+            return "constant";
+    }
+    return "unknown";
+}
+
+PolyMeshProperty make_host_property(const PolyMesh& polygons, const PropertySource& source) {
+    PolyMeshProperty property(polygons, CoreString(source.name), source.kind, source.type, source.extent);
+    property.set_indices(view_of(source.indices));
+    property.set_values(GMathTimeSampling(view_of(source.times)), view_of(source.samples));
+    return property;
+}
+
+}  // namespace sds_model

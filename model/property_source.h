@@ -1,0 +1,29 @@
+#pragma once
+
+#include "qn_poly/poly_mesh_property.h"
+
+#include <string>
+#include <vector>
+
+namespace sds_model {
+
+/// Values carried by a cage, every count, index and number checked.
+struct PropertySource {
+    std::string name;  ///< no blanks, commas, dots or slashes: it names layers and files
+    PolyMeshProperty::Type kind{};
+    ResourceProperty::Type type{};
+    unsigned int extent = 1;                ///< numbers of an item
+    std::vector<std::uint32_t> indices;     ///< item of every face-corner; empty when the items are the cage's vertices
+    std::vector<double> times;              ///< strictly increasing; empty: one set of values
+    std::vector<ResourceProperty> samples;  ///< one per time, or one
+
+    unsigned int item_count() const { return samples.front().get_item_count(); }
+};
+
+/// The kinds in the field's words: vertex, uniform, constant.
+const char* to_name(PolyMeshProperty::Type kind);
+
+/// The property as the host holds it, on the polygons of its cage, which outlive it.
+PolyMeshProperty make_host_property(const PolyMesh& polygons, const PropertySource& source);
+
+}  // namespace sds_model

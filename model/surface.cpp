@@ -1,0 +1,86 @@
+#include "model/surface.h"
+
+#include "model/array_view.h"
+
+namespace sds_model {
+
+namespace {
+
+using Vec3f = GMathVec3<float>;
+
+CoreArray<Vec3f> to_points(std::span<const float> xyz) {
+    CoreArray<Vec3f> points(static_cast<unsigned int>(xyz.size() / 3));
+    for (std::size_t i = 0; i < points.get_count(); ++i) points[i] = {xyz[3 * i], xyz[3 * i + 1], xyz[3 * i + 2]};
+    return points;
+}
+
+GeometryUvMap to_uv_map(const std::string& name, std::span<const float> points,
+                        std::span<const std::uint32_t> indices) {
+    return {name, to_points(points), CoreArray<unsigned int>(view_of(indices))};
+}
+
+GeometryColorMap to_color_map(std::span<const std::uint8_t> rgba) {
+    GeometryColorMap map{"color", CoreArray<GMathVec4<unsigned char>>(static_cast<unsigned int>(rgba.size() / 4)), {}};
+    for (std::size_t i = 0; i < map.colors.get_count(); ++i)
+        map.colors[i] = {rgba[4 * i], rgba[4 * i + 1], rgba[4 * i + 2], rgba[4 * i + 3]};
+    return map;
+}
+
+}  // namespace
+
+Surface::Surface(const CageView& cage, const std::vector<UvSource>& further_uvs, std::span<const float> motion,
+                 const SurfaceModes& modes, AppProgressBar* progress)
+    : m_base(std::make_shared<SdsMeshBase>()), m_maps(std::make_shared<SdsMeshMaps>()) {
+    StageTimer timer(progress);
+    build_base(cage, timer);
+    {
+        const AppProgressTask task(&timer, "geometry", 0.5f);
+        m_geometry.set(*m_base, to_points(cage.positions), to_points(motion), modes.positions, &timer);
+    }
+    build_maps(cage, further_uvs, modes.uvs, timer);
+    m_stages = timer.get_stages();
+}
+
+void Surface::build_base(const CageView& cage, AppProgressBar& progress) {
+    const AppProgressTask task(&progress, "topology", 0.3f);
+    CoreArray<CoreString> groups;
+    for (const std::string& name : cage.group_names) groups.add(CoreString(name));
+    const PolyCreaseScope creases(view_of(cage.corner_creases));
+    m_base->set(static_cast<unsigned int>(cage.get_vertex_count()), view_of(cage.polygon_indices),
+                view_of(cage.polygon_counts), view_of(cage.polygon_groups), groups, &progress);
+}
+
+void Surface::build_maps(const CageView& cage, const std::vector<UvSource>& further_uvs,
+                         SdsMeshMaps::InterpolationMode mode, AppProgressBar& progress) {
+    const AppProgressTask task(&progress, "maps", 0.2f);
+    CoreArray<GeometryUvMap> uv_maps;
+    if (!cage.uv_indices.empty()) uv_maps.add(to_uv_map("uv", cage.uv_points, cage.uv_indices));
+    for (const UvSource& source : further_uvs) uv_maps.add(to_uv_map(source.name, source.points, source.indices));
+    CoreArray<GeometryColorMap> color_maps;
+    if (!cage.vertex_colors.empty()) color_maps.add(to_color_map(cage.vertex_colors));
+    const PolyCreaseScope creases(view_of(cage.corner_creases));
+    m_maps->set(*m_base, CoreArray<unsigned int>(view_of(cage.polygon_counts)), uv_maps, color_maps, mode, &progress);
+}
+
+std::unique_ptr<Surface> Surface::moved(std::span<const float> positions, std::span<const float> motion) const {
+    // A copy of the geometry keeps what positions do not enter.
+    std::unique_ptr<Surface> result(new Surface(m_base, m_maps, m_geometry));
+    result->m_geometry.set(*m_base, to_points(positions), to_points(motion), m_geometry.get_interpolation_mode(),
+                           nullptr);
+    return result;
+}
+
+SdsMesh Surface::make_mesh(unsigned int level) const {
+    SdsMesh mesh;
+    mesh.set(m_geometry, *m_maps, level, nullptr);
+    return mesh;
+}
+
+double Surface::get_build_seconds() const {
+    double seconds = 0.0;
+    for (const Stage& stage : m_stages)
+        if (stage.depth == 0) seconds += stage.seconds;
+    return seconds;
+}
+
+}  // namespace sds_model

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "model/control_cage.h"
+#include "model/stage_timer.h"
+#include "qn_poly/poly_crease_scope.h"
+#include "sds/mesh/sds_mesh.h"
+
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace sds_model {
+
+/// A UV map on the polygons of a cage.
+struct UvSource {
+    std::string name;
+    std::vector<float> points;           ///< u v w of every point
+    std::vector<std::uint32_t> indices;  ///< point of every face-corner or `unmapped_corner`
+    UvJoinCounts join = {};              ///< what became of the points that were given
+};
+
+struct SurfaceModes {
+    SdsMeshGeometry::InterpolationMode positions = SdsMeshGeometry::InterpolationMode::corners_fixed;
+    SdsMeshMaps::InterpolationMode uvs = SdsMeshMaps::InterpolationMode::corners_fixed;
+};
+
+/// The subdivision surface of a cage: base, geometry and maps together, built on construction.
+///
+/// Stays at its address; meshes made from it must not outlive it. Building uses the calling arena's threads; afterwards
+/// any number of threads may read.
+class Surface {
+public:
+    /// The cage's own UVs become map "uv" when there are any, `further_uvs` follow; its colors become color map
+    /// "color". `motion` holds x y z per vertex, or nothing. `progress` may be null; its innermost task goes to its
+    /// end. Inputs are trusted.
+    Surface(const CageView& cage, const std::vector<UvSource>& further_uvs, std::span<const float> motion,
+            const SurfaceModes& modes, AppProgressBar* progress);
+    Surface(const ControlCage& cage, const std::vector<UvSource>& further_uvs, const std::vector<float>& motion,
+            const SurfaceModes& modes, AppProgressBar* progress)
+        : Surface(cage.view(), further_uvs, motion, modes, progress) {}
+    Surface(const Surface&) = delete;
+    Surface& operator=(const Surface&) = delete;
+
+    /// The same topology and maps, shared, at other positions: x y z per control vertex, and per vertex or nothing for
+    /// the motion. Time samples are not carried over. This surface stays as it is and may go first.
+    std::unique_ptr<Surface> moved(std::span<const float> positions, std::span<const float> motion) const;
+
+    const SdsMeshBase& get_base() const { return *m_base; }
+    const SdsMeshMaps& get_maps() const { return *m_maps; }
+    const SdsMeshGeometry& get_geometry() const { return m_geometry; }
+    SdsMeshGeometry& get_geometry() { return m_geometry; }
+
+    /// A renderable mesh at a tessellation level, 0 for the limit surface. It refers to this surface.
+    SdsMesh make_mesh(unsigned int level) const;
+
+    const std::vector<Stage>& get_stages() const { return m_stages; }
+    double get_build_seconds() const;  ///< the outermost stages together
+
+private:
+    Surface(std::shared_ptr<SdsMeshBase> base, std::shared_ptr<SdsMeshMaps> maps, const SdsMeshGeometry& geometry)
+        : m_base(std::move(base)), m_maps(std::move(maps)), m_geometry(geometry) {}
+    void build_base(const CageView& cage, AppProgressBar& progress);
+    void build_maps(const CageView& cage, const std::vector<UvSource>& further_uvs, SdsMeshMaps::InterpolationMode mode,
+                    AppProgressBar& progress);
+
+    std::shared_ptr<SdsMeshBase> m_base;
+    std::shared_ptr<SdsMeshMaps> m_maps;
+    SdsMeshGeometry m_geometry;
+    std::vector<Stage> m_stages;
+};
+
+}  // namespace sds_model

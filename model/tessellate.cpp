@@ -1,0 +1,133 @@
+#include "model/tessellate.h"
+
+#include "sds/common/cubic_basis.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace sds_model {
+
+namespace {
+
+using Vec3f = GMathVec3<float>;
+using Vec3d = GMathVec3<double>;
+
+/// Evaluates a patch at the points of the grid: `controls(quad, out)` gives the sixteen controls.
+template <class Controls>
+std::vector<float> evaluate_points(const WeldedGrid& grid, std::uint32_t quads, unsigned int cells,
+                                   const Controls& controls) {
+    std::vector<sds::CubicBasis<double>> bases;
+    for (unsigned int i = 0; i <= cells; ++i) bases.emplace_back(static_cast<double>(i) / cells);
+    std::vector<float> xyz(3 * std::size_t{grid.point_count()});
+    for (std::uint32_t q = 0; q < quads; ++q) {
+        if (!grid.has_quad(q)) continue;
+        Vec3f narrow[16];
+        controls(q, narrow);
+        Vec3d patch[16];
+        std::transform(narrow, narrow + 16, patch, [](const Vec3f& p) { return Vec3d(p); });
+        for (unsigned int j = 0; j <= cells; ++j)
+            for (unsigned int i = 0; i <= cells; ++i) {
+                const Vec3d p = sds::evaluate_patch(patch, bases[i], bases[j]);
+                float* out = &xyz[3 * std::size_t{grid.point(q, i, j)}];
+                for (unsigned int c = 0; c < 3; ++c) out[c] = static_cast<float>(p[c]);
+            }
+    }
+    return xyz;
+}
+
+/// The four points of every cell, none where the quad has no points.
+std::vector<std::uint32_t> cell_corners(const WeldedGrid& grid, std::uint32_t quads, unsigned int cells) {
+    std::vector<std::uint32_t> corners;
+    corners.reserve(4 * std::size_t{quads} * cells * cells);
+    for (std::uint32_t q = 0; q < quads; ++q)
+        for (unsigned int j = 0; j < cells; ++j)
+            for (unsigned int i = 0; i < cells; ++i)
+                for (const auto& [di, dj] : {std::pair{0u, 0u}, {1u, 0u}, {1u, 1u}, {0u, 1u}})
+                    corners.push_back(grid.has_quad(q) ? grid.point(q, i + di, j + dj) : unmapped_corner);
+    return corners;
+}
+
+}  // namespace
+
+WeldedGrid::WeldedGrid(const CoreBasicArray<unsigned int>& quad_indices,
+                       const CoreBasicArray<unsigned int>& opposite_edges, unsigned int cells)
+    : m_quad_indices(quad_indices), m_cells(cells) {
+    const std::uint32_t half_edges = quad_indices.get_count();
+    std::uint64_t count = 0;
+    const auto take = [&count](std::uint64_t points) {
+        const std::uint64_t first = count;
+        count += points;
+        return static_cast<std::uint32_t>(std::min<std::uint64_t>(first, none));
+    };
+
+    m_interiors.assign(half_edges / 4, 0);
+    for (std::uint32_t e = 0; e < half_edges; ++e)
+        if (quad_indices[e] == none) m_interiors[e / 4] = none;
+
+    for (std::uint32_t e = 0; e < half_edges; ++e) {
+        if (!has_quad(e / 4)) continue;
+        const std::uint32_t vertex = quad_indices[e];
+        if (vertex >= m_corners.size()) m_corners.resize(vertex + 1, none);
+        if (m_corners[vertex] == none) m_corners[vertex] = take(1);
+    }
+
+    m_owners.resize(half_edges);
+    m_edges.assign(half_edges, none);
+    const std::uint64_t inner = cells - 1;
+    for (std::uint32_t e = 0; e < half_edges; ++e) {
+        if (!has_quad(e / 4)) continue;
+        const std::uint32_t opposite = opposite_edges[e];
+        const bool is_shared =
+            opposite != none && opposite < e && has_quad(opposite / 4) && quad_indices[opposite] != quad_indices[e];
+        m_owners[e] = is_shared ? opposite : e;
+        if (!is_shared) m_edges[e] = take(inner);
+    }
+    for (std::uint32_t& first : m_interiors)
+        if (first != none) first = take(inner * inner);
+
+    if (count >= none) throw std::length_error(std::to_string(count) + " vertices are more than a file can number");
+    m_point_count = static_cast<std::uint32_t>(count);
+}
+
+std::uint32_t WeldedGrid::edge_point(std::uint32_t half_edge, unsigned int t) const {
+    if (t == 0) return m_corners[m_quad_indices[half_edge]];
+    if (t == m_cells) return m_corners[end_vertex(half_edge)];
+    const std::uint32_t owner = m_owners[half_edge];
+    return m_edges[owner] + (owner != half_edge ? m_cells - t : t) - 1;  // neighbours run the other way
+}
+
+std::uint32_t WeldedGrid::point(std::uint32_t quad, unsigned int i, unsigned int j) const {
+    if (j == 0) return edge_point(4 * quad, i);
+    if (i == m_cells) return edge_point(4 * quad + 1, j);
+    if (j == m_cells) return edge_point(4 * quad + 2, m_cells - i);
+    if (i == 0) return edge_point(4 * quad + 3, m_cells - j);
+    return m_interiors[quad] + (j - 1) * (m_cells - 1) + (i - 1);
+}
+
+Tessellation tessellate(const Surface& surface, unsigned int level, double time, unsigned int uv_map) {
+    const SdsMeshBase& base = surface.get_base();
+    const std::uint32_t quads = base.get_primitive_count();
+    const unsigned int cells = base.get_tessellation_sample_count(level) - 1;
+    const std::uint64_t faces = std::uint64_t{quads} * cells * cells;
+    if (4 * faces >= unmapped_corner)
+        throw std::length_error(std::to_string(faces) + " faces are more than a file can number");
+
+    Tessellation out;
+    const SdsBezierMesh patches = surface.get_geometry().get_bezier_mesh_at(time);
+    const WeldedGrid grid(base.get_quad_indices(), base.get_edges().opposite_edges, cells);
+    out.positions =
+        evaluate_points(grid, quads, cells, [&](std::uint32_t q, Vec3f* c) { patches.get_patch_controls(q, c); });
+    out.polygon_counts.assign(faces, 4);
+    out.polygon_indices = cell_corners(grid, quads, cells);
+
+    const SdsMeshMaps& maps = surface.get_maps();
+    if (uv_map >= maps.get_uv_map_count()) return out;
+    const SdsMeshMaps::SdsUvMap& map = maps.get_uv_map(uv_map);
+    const WeldedGrid uv_grid(map.quad_indices, map.edges.opposite_edges, cells);
+    out.uv_points = evaluate_points(uv_grid, quads, cells,
+                                    [&](std::uint32_t q, Vec3f* c) { maps.get_bezier_controls(uv_map, q, c); });
+    out.uv_indices = cell_corners(uv_grid, quads, cells);
+    return out;
+}
+
+}  // namespace sds_model

@@ -1,0 +1,279 @@
+#include "io/obj/read_obj.h"
+#include "io/json.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <numeric>
+
+#include "support/scratch_folder.h"
+
+namespace sds_io {
+
+using namespace sds_model;
+namespace {
+
+using enum FindingCode;
+
+const std::string square = "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\n";
+
+const Finding* find(const ReadObjResult& result, FindingCode code) {
+    for (const Finding& finding : result.findings.get_entries())
+        if (finding.code == code) return &finding;
+    return nullptr;
+}
+
+/// Asserts that `text` has the finding `code` first at line `line` (0: the file as a whole), and a cage unless the code
+/// is an error.
+void expect_finding(const std::string& text, FindingCode code, int line, std::uint64_t count = 1,
+                    const ReadObjOptions& options = {}) {
+    SCOPED_TRACE(text.substr(0, 200));
+    const ReadObjResult result = read_obj_text(text, "cage.obj", options);
+    const Finding* finding = find(result, code);
+    ASSERT_NE(finding, nullptr) << to_name(code) << " not found among " << to_json(result.findings).dump(1);
+    EXPECT_EQ(finding->first.place, line == 0 ? "cage.obj" : "cage.obj:" + std::to_string(line)) << to_name(code);
+    EXPECT_EQ(finding->count, count);
+    EXPECT_EQ(result.cage.has_value(), severity_of(code) != Severity::error);
+}
+
+ControlCage cage_of(const std::string& text, std::size_t finding_count = 0) {
+    const ReadObjResult result = read_obj_text(text, "cage.obj");
+    EXPECT_TRUE(result.cage.has_value()) << to_json(result.findings).dump(1);
+    EXPECT_EQ(result.findings.get_entries().size(), finding_count) << to_json(result.findings).dump(1);
+    return result.cage.value_or(ControlCage{});
+}
+
+using Indices = std::vector<std::uint32_t>;
+
+TEST(ReadObj, RefusesWhatIsNoMesh) {
+    expect_finding("", empty_file, 0);
+    expect_finding(" \n\r\n", empty_file, 0);
+    expect_finding("\x89PNG\r\n\x1a\n", not_obj, 0);
+    expect_finding(std::string("v 0 0 0\0f 1 2 3", 15), not_obj, 0);
+    expect_finding("# nothing here\n", not_obj, 0);
+    expect_finding("f 1 2 3\n", no_vertices, 0);
+    expect_finding(square, no_polygons, 0);
+    expect_finding(square + "f 1 2\n", no_polygons, 0);
+
+    const ReadObjResult missing = read_obj("/nowhere/cage.obj");
+    EXPECT_NE(find(missing, unreadable_file), nullptr);
+    EXPECT_FALSE(missing.cage);
+    EXPECT_NE(find(read_obj(std::filesystem::temp_directory_path().string()), unreadable_file), nullptr) << "a folder";
+}
+
+TEST(ReadObj, RefusesBadNumbersAtTheirLine) {
+    expect_finding("v 0 0 0\nv 1 x 0\nf 1 2 3\n", not_a_number, 2);
+    expect_finding("v 0 0 0\nv 1 1.5e 0\nf 1 2 3\n", not_a_number, 2);
+    expect_finding("v 0 0 nan\n" + square + "f 1 2 3\n", non_finite_number, 1);
+    expect_finding(square + "v 0 -inf 0\nf 1 2 3\n", non_finite_number, 5);
+    expect_finding(square + "v 0 1e39 0\nv -1e999 0 0\nf 1 2 3\n", number_overflow, 5, 2);
+    expect_finding(square + "vt 0 nan\nf 1 2 3\n", non_finite_number, 5);
+    expect_finding(square + "v 1 2\nf 1 2 3\n", malformed_record, 5);
+    expect_finding(square + "v\nf 1 2 3\n", malformed_record, 5);
+    expect_finding(square + "vt\nf 1 2 3\n", malformed_record, 5);
+}
+
+TEST(ReadObj, RefusesBadIndicesAtTheirLine) {
+    expect_finding(square + "f 1 2 3\nf 1 2 5\nf 1 2 6\n", vertex_index_out_of_range, 6, 2);
+    expect_finding(square + "f 1 2 4294967297\n", vertex_index_out_of_range, 5);
+    expect_finding(square + "f 1 2 99999999999999999999999\n", vertex_index_out_of_range, 5);
+    expect_finding(square + "f 1 2 9\nf 1 9\n", vertex_index_out_of_range, 5, 2);  // the dropped two-corner polygon too
+    expect_finding(square + "f 0 1 2\n", zero_index, 5);
+    expect_finding(square + "f -5 -2 -1\n", index_before_start, 5);
+    expect_finding(square + "f -99999999999999999999999 -2 -1\n", index_before_start, 5);
+    expect_finding("f -1 -2 -3\n" + square, index_before_start, 1, 3);
+    expect_finding(square + "f\n", missing_index, 5);
+    expect_finding(square + "f 1/ 2 3\n", missing_index, 5);
+    expect_finding(square + "f 1// 2 3\n", missing_index, 5);
+    expect_finding(square + "f /1 2 3\n", missing_index, 5);
+    expect_finding(square + "f 1.0 2 3\n", not_a_number, 5);
+    expect_finding(square + "f 1/1/1/1 2 3\nvt 0 0\n", not_a_number, 5);
+    expect_finding(square + "vt 0 0\nf 1/1 2/1 3/2\n", uv_index_out_of_range, 6);
+    expect_finding(square + "f 1 2 3\nf 4\n", one_corner_polygon, 6);
+}
+
+TEST(ReadObj, RefusesTagsThatDoNotAddUp) {
+    const std::string quad = square + "f 1 2 3 4\n";
+    expect_finding(quad + "t crease 0 1 10\n", malformed_tag, 6);
+    expect_finding(quad + "t crease\n", malformed_tag, 6);
+    expect_finding(quad + "t crease 2/1 0 1 10\n", malformed_tag, 6);
+    expect_finding(quad + "t crease 2/1/0 0 1\n", malformed_tag, 6);
+    expect_finding(quad + "t crease 2/1/0 0 1 10 10\n", malformed_tag, 6);
+    expect_finding(quad + "t crease 4/2/0 0 1 2 3 10 10\n", malformed_tag, 6);
+    expect_finding(quad + "t crease 1/1/0 0 10\n", malformed_tag, 6);
+    expect_finding(quad + "t crease -2/1/0 0 1 10\n", malformed_tag, 6);
+    expect_finding(quad + "t corner 1/1/0 0\n", malformed_tag, 6);
+    expect_finding(quad + "t crease 2/1/0 0 x 10\n", not_a_number, 6);
+    expect_finding(quad + "t crease 2/1/0 0 1 nan\n", non_finite_number, 6);
+    expect_finding(quad + "t crease 2/1/0 0 4 10\n", tag_index_out_of_range, 6);
+    expect_finding(quad + "t crease 2/1/0 -1 0 10\n", tag_index_out_of_range, 6);
+    expect_finding(quad + "t crease 2/1/0 0 2 10\n", tag_without_edge, 6);
+    expect_finding(quad + "t crease 2/1/0 0 0 10\n", tag_without_edge, 6);
+}
+
+TEST(ReadObj, StopsAtItsLimit) {
+    ReadObjOptions options;
+    options.max_corners = 4;
+    EXPECT_TRUE(read_obj_text(square + "f 1 2 3 4\n", "cage.obj", options).cage);
+    expect_finding(square + "f 1 2 3 4\nf 1 2 3 4\n", too_many_corners, 0, 1, options);
+    expect_finding(square + "v 0 0 1\nf 1 2 3 4\n", too_many_corners, 0, 1, options);
+}
+
+TEST(ReadObj, CountsACauseOnceWithItsFirstPlace) {
+    std::string text = square;
+    for (int i = 0; i < 1000; ++i) text += "f 1 2 9\n";
+    text += "f 0 1 2\n";
+    const ReadObjResult result = read_obj_text(text, "cage.obj");
+    ASSERT_EQ(result.findings.get_entries().size(), 2u);
+    EXPECT_EQ(to_text(*find(result, vertex_index_out_of_range)),
+              "cage.obj:5: error: vertex index out of range (index 9 of 4); 1000 cases, first here");
+    EXPECT_EQ(to_text(*find(result, zero_index)), "cage.obj:1005: error: index 0, the first is 1 ('0')");
+}
+
+TEST(ReadObj, MessagesAreSafeToPrintAndToSerialise) {
+    const ReadObjResult result = read_obj_text(square + "f 1 2 \xff\xfe\x1b[31m\n", "cage.obj");
+    const nlohmann::json json = nlohmann::json::parse(to_json(result.findings).dump());
+    EXPECT_EQ(json.at(0).at("code"), "not_a_number");
+    EXPECT_EQ(json.at(0).at("severity"), "error");
+    EXPECT_EQ(json.at(0).at("first"), "cage.obj:5");
+    EXPECT_EQ(json.at(0).at("detail"), "'???[31m'");
+}
+
+TEST(ReadObj, AcceptsEveryWayToWriteAPolygon) {
+    const Indices expected = {0, 1, 2, 3};
+    for (const char* polygon :
+         {"f 1 2 3 4", "f 1/1 2/2 3/3 4/4", "f 1//1 2//1 3//1 4//1", "f 1/1/1 2/2/1 3/3/1 4/4/1", "f -4 -3 -2 -1",
+          "f\t-4/-4  -3/-3 \\\n -2/-2 \\\r\n-1/-1", "f 1 2 3 4 # the only one", "f +1 2 3 4\r"}) {
+        SCOPED_TRACE(polygon);
+        const ControlCage cage =
+            cage_of("\xEF\xBB\xBF" + square + "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\nvn 0 0 1\n" + polygon);
+        EXPECT_EQ(cage.polygon_indices, expected);
+        EXPECT_EQ(cage.polygon_counts, Indices{4});
+        EXPECT_EQ(cage.corner_creases, std::vector<std::uint8_t>(4, 0));
+        if (cage.has_uvs()) {
+            EXPECT_EQ(cage.uv_indices, expected);
+        }
+    }
+    EXPECT_EQ(cage_of("f 1 2 3 4\n" + square).polygon_indices, expected) << "vertices may follow";
+    EXPECT_EQ(cage_of("v 0 0 0\rv 1 0 0\rv 1 1 0\rv 0 1 0\rf 1 2 3 4\r").polygon_indices, expected) << "bare CR";
+}
+
+TEST(ReadObj, RoundsNumbersToNearest) {
+    const ControlCage cage = cage_of("v 0.1 +2.5e-1 -3E+2\nv 1e-60 16777217 0\nv 0 1 .5\nf 1 2 3\n");
+    EXPECT_EQ(cage.positions, (std::vector<float>{0.1f, 0.25f, -300.0f, 0.0f, 16777216.0f, 0.0f, 0.0f, 1.0f, 0.5f}));
+}
+
+TEST(ReadObj, CountsLinesThroughContinuationsAndLineEnds) {
+    expect_finding("v 0 0 \\\n0\r\nv 1 0 0\rv 1 1 0\n\n# c \\\nf 1 2 \\\n7\n", vertex_index_out_of_range, 7);
+}
+
+TEST(ReadObj, DropsTwoCornerPolygonsWithTheirGroup) {
+    const std::string text = square + "g wire\nf 1 2\nf 3 4\ng skin\nf 1 2 3 4\n";
+    expect_finding(text, two_corner_polygon, 6, 2);
+    const ControlCage cage = cage_of(text, 1);
+    EXPECT_EQ(cage.polygon_counts, Indices{4});
+    EXPECT_EQ(cage.group_names, std::vector<std::string>{"skin"});
+    EXPECT_EQ(read_obj_text(text, "cage.obj").polygon_lines, Indices{9});
+}
+
+TEST(ReadObj, ReportsWhatDoesNotStop) {
+    const std::string strip = square + "v 2 0 0\nv 2 1 0\nv 0 0 1\nv 1 0 1\n";
+    expect_finding(strip + "f 1 2 3 4\nf 2 5 6 3\nf 1 2 8 7\nf 2 3 8\n", nonmanifold_edge, 12);
+    expect_finding(strip + "f 1 2 3 4\nf 2 3 6 5\nf 1 7 8\n", opposite_winding, 10);
+    expect_finding(strip + "f 1 2 3 4\nf 3 6 5\nf 3 7 8\n", nonmanifold_vertex, 10);
+    expect_finding(strip + "f 1 2 3 4\n", unused_vertex, 0, 4);
+    expect_finding(square + "f 1 2 3 2\n", repeated_vertex, 5);
+    expect_finding(square + "f 1 2 -3\n", repeated_vertex, 5);
+    expect_finding(square + "vt 0 0\nf 1/1 2/1 3 4\n", half_mapped_polygon, 6);
+    expect_finding(square + "f 1 2 3 4\nl 1 2 3\np 1\n", ignored_record, 6, 2);
+    expect_finding(square + "f 1 2 3 4\nfoo 1 2 3\n", unknown_record, 6);
+    expect_finding(square + "v 0 0 0 2\nf 1 2 3 4 5\n", ignored_weight, 5);
+    expect_finding(square + "f 1 2 3 4\nt corner 1/1/0 0 10\nt smoothtriangles 0/0/1 catmark\n", ignored_tag, 6, 2);
+    EXPECT_EQ(find(read_obj_text(strip + "f 1 2 3 4\nf 2 5 6 3\nf 2 1 7 8", ""), opposite_winding), nullptr);
+}
+
+TEST(ReadObj, MarksCreasesOnEverySideOfTheirEdge) {
+    const std::string strip = square + "v 2 0 0\nv 2 1 0\nf 1 2 3 4\nf 2 5 6 3\n";
+    using Flags = std::vector<std::uint8_t>;
+    EXPECT_EQ(cage_of(strip + "t crease 2/1/0 2 1 10\n").corner_creases, (Flags{0, 1, 0, 0, 0, 0, 0, 1}));
+    EXPECT_EQ(cage_of(strip + "t crease 2/1/0 0 3 inf\n").corner_creases, (Flags{0, 0, 0, 1, 0, 0, 0, 0}));
+    EXPECT_EQ(cage_of(strip + "t crease 4/1/0 0 1 2 3 10\n").corner_creases, (Flags{1, 1, 1, 0, 0, 0, 0, 1}))
+        << "chain";
+    EXPECT_EQ(cage_of(strip + "t crease 3/2/0 0 1 2 10 0\n").corner_creases, (Flags{1, 0, 0, 0, 0, 0, 0, 0}))
+        << "each its own";
+    EXPECT_EQ(cage_of(strip + "t crease 2/1/0 1 2 -1\n").corner_creases, Flags(8, 0));
+    EXPECT_EQ(cage_of(strip + "t crease 2/1/0 1 2 10\nt crease 2/1/0 2 1 0\n").corner_creases, Flags(8, 0))
+        << "last one";
+    EXPECT_EQ(cage_of("t crease 2/1/0 1 2 10\n" + strip).corner_creases, (Flags{0, 1, 0, 0, 0, 0, 0, 1}))
+        << "before its edge";
+}
+
+TEST(ReadObj, SettlesFractionalSharpnessOncePerEdge) {
+    const std::string text =
+        square + "f 1 2 3 4\nt crease 2/1/0 0 1 9.5\nt crease 2/1/0 1 0 9.5\nt crease 2/1/0 1 2 0.1\n";
+    using Flags = std::vector<std::uint8_t>;
+    expect_finding(text, fractional_sharpness, 6, 2);
+    EXPECT_EQ(cage_of(text, 1).corner_creases, (Flags{1, 1, 0, 0}));
+
+    ReadObjOptions drop;
+    drop.fractional = FractionalSharpness::drop;
+    const ReadObjResult dropped = read_obj_text(text + "t crease 2/1/0 3 0 10\n", "cage.obj", drop);
+    EXPECT_EQ(dropped.cage.value().corner_creases, (Flags{0, 0, 0, 1}));
+    EXPECT_EQ(find(dropped, fractional_sharpness)->first.action, "left smooth");
+    EXPECT_EQ(find(read_obj_text(text + "t crease 3/1/0 0 1 2 10\n", ""), fractional_sharpness), nullptr)
+        << "overruled";
+}
+
+TEST(ReadObj, MaterialsMakeShadingGroupsBeforeGroupsDo) {
+    const std::string faces = square + "f 1 2 3\ng left arm\nf 2 3 4\ng\nf 3 4 1\ng left arm\nf 4 1 2\n";
+    const ControlCage by_group = cage_of(faces, 1);  // the triangles overlap with one winding
+    EXPECT_EQ(by_group.group_names, (std::vector<std::string>{"default", "left arm"}));
+    EXPECT_EQ(by_group.polygon_groups, (Indices{0, 1, 0, 1}));
+
+    const ControlCage by_material = cage_of("usemtl unused\nusemtl red\n" + faces, 1);
+    EXPECT_EQ(by_material.group_names, std::vector<std::string>{"red"});
+    EXPECT_EQ(by_material.polygon_groups, (Indices{0, 0, 0, 0}));
+}
+
+TEST(ReadObj, UvsAreWholePolygonsOrNothing) {
+    const std::string uvs = "vt 0.5\nvt 1 0.25\nvt 0 1 0.75\n";
+    const ControlCage mixed = cage_of(square + uvs + "f 1/1 2/2 3/3\nf 1 3 4\n");
+    EXPECT_EQ(mixed.uv_points, (std::vector<float>{0.5f, 0, 0, 1, 0.25f, 0, 0, 1, 0.75f}));
+    EXPECT_EQ(mixed.uv_indices, (Indices{0, 1, 2, unmapped_corner, unmapped_corner, unmapped_corner}));
+
+    const ControlCage half = cage_of(square + uvs + "f 1/1 2/2 3\nf 1/1 3/3 4/2\n", 1);
+    EXPECT_EQ(half.uv_indices, (Indices{unmapped_corner, unmapped_corner, unmapped_corner, 0, 2, 1}));
+
+    const ControlCage none = cage_of(square + uvs + "f 1 2 3 4\n");
+    EXPECT_FALSE(none.has_uvs());
+    EXPECT_EQ(none.get_uv_count(), 0u);
+}
+
+TEST(ReadObj, ColorsBelongToVertices) {
+    const ControlCage cage = cage_of("v 0 0 0 1 0 0.5\nv 1 0 0 0 0.002 1\nv 0 1 0 0 0 0\nf 1 2 3\n");
+    EXPECT_EQ(cage.vertex_colors, (std::vector<std::uint8_t>{255, 0, 128, 255, 0, 1, 255, 255, 0, 0, 0, 255}));
+
+    const std::string partly = "v 0 0 0\nv 1 0 0\nv 0 1 0 0 0 -1\nv 1 1 0\nf 1 2 3\nf 4 3 2\n";
+    expect_finding(partly, partly_colored, 3, 3);
+    expect_finding(partly, color_out_of_range, 3);
+    const ControlCage filled = cage_of(partly, 2);
+    ASSERT_EQ(filled.vertex_colors.size(), 16u);
+    EXPECT_EQ(filled.vertex_colors[0], 255);
+    EXPECT_EQ(filled.vertex_colors[8], 0);
+    EXPECT_EQ(filled.vertex_colors[12], 255);
+}
+
+TEST(ReadObj, APoleOfHugeValenceIsLinear) {
+    constexpr int count = 200000;  // quadratic work would outlast any patience
+    std::string text = "v 0 0 0\n";
+    for (int i = 0; i < count; ++i) text += "v 1 " + std::to_string(i) + " 0\n";
+    for (int i = 0; i < count; ++i)
+        text += "f 1 " + std::to_string(i + 2) + " " + std::to_string((i + 1) % count + 2) + "\n";
+    for (int i = 0; i < count; ++i) text += "t crease 2/1/0 0 " + std::to_string(i + 1) + " 10\n";
+    const ControlCage cage = cage_of(text);
+    EXPECT_EQ(std::accumulate(cage.corner_creases.begin(), cage.corner_creases.end(), 0), 2 * count);
+}
+
+}  // namespace
+}  // namespace sds_io
