@@ -45,8 +45,8 @@ struct CommandExamples {
     const char* lines;
 };
 
-/// One a line, without the prompt; "" is the program. They run where cage.obj, a cage with UVs, is; files that they name
-/// are made by the examples before.
+/// One a line, without the prompt; "" is the program. They run where cage.obj, a cage with UVs, is; files that they
+/// name are made by the examples before.
 constexpr CommandExamples all_examples[] = {
     {"",
      "sds info cage.obj\n"
