@@ -31,7 +31,7 @@ public:
     void start(const RefinementLevel& level) {
         m_level = &level;
         m_limits.resize(level.vertex_count);
-        m_known.assign(level.vertex_count, false);
+        m_known.assign(level.vertex_count, static_cast<unsigned char>(0));
     }
 
     // limit_at(face-corner) gives a limit point.
@@ -40,8 +40,8 @@ public:
         const unsigned int begin = m_level->face_begin(face);
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int v = m_level->corner_vertices[begin + k];
-            if (m_known[v]) continue;
-            m_known[v] = true;
+            if (m_known[v] != 0) continue;
+            m_known[v] = 1;
             m_limits[v] = limit_at(begin + k);
         }
     }
@@ -50,7 +50,7 @@ public:
 private:
     const RefinementLevel* m_level = nullptr;
     CoreArray<Vec3d> m_limits;
-    CoreArray<bool> m_known;
+    CoreArray<unsigned char> m_known;
 };
 
 // Carries positions down the levels and gives every patch's exact controls to the sink:

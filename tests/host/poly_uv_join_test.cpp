@@ -9,8 +9,8 @@
 #include <set>
 #include <vector>
 
-#include "qn_ctx/ctx_eval.h"
 #include "oracles/uv_errors.h"
+#include "qn_ctx/ctx_eval.h"
 
 using namespace sds_test;
 

@@ -5,8 +5,8 @@
 #include <array>
 #include <random>
 
-#include "sds/refinement/value_rules.h"
 #include "oracles/refined_surface.h"
+#include "sds/refinement/value_rules.h"
 
 using namespace sds_test;
 

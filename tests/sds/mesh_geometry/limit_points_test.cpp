@@ -109,7 +109,8 @@ TEST(LimitPoints, InstructionSetsAgreeToTheBit) {
             float* const second[2] = {points[1][0], points[1][1]};
             EXPECT_EQ((*tables)->compute_limit_points(source, pair, first),
                       (*other)->compute_limit_points(source, pair, second));
-            EXPECT_EQ(std::memcmp(points[0], points[1], sizeof(points[0])), 0) << "set " << other - sds::get_all_pair_kernels() << ", pair " << i;
+            EXPECT_EQ(std::memcmp(points[0], points[1], sizeof(points[0])), 0)
+                << "set " << other - sds::get_all_pair_kernels() << ", pair " << i;
         }
 }
 

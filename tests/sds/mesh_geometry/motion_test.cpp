@@ -5,9 +5,9 @@
 #include <cmath>
 
 #include "../surface_checks.h"
-#include "qn_ctx/ctx_eval.h"
 #include "oracles/moving_surface.h"
 #include "oracles/surface_errors.h"
+#include "qn_ctx/ctx_eval.h"
 
 namespace {
 
