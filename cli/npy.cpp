@@ -171,7 +171,7 @@ NpyArray read_npy(const std::string& path) { return NpyReader(path).read(); }
 template <class T>
 void write_npy(const std::string& path, std::span<const std::size_t> shape, std::span<const T> values) {
     std::string header = "{'descr': '" + std::string(type_code<T>) + "', 'fortran_order': False, 'shape': (";
-    std::size_t count = 1;
+    [[maybe_unused]] std::size_t count = 1;
     for (const std::size_t extent : shape) {
         header += std::to_string(extent) + ", ";
         count *= extent;
