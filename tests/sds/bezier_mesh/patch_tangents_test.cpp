@@ -143,8 +143,8 @@ TEST(PatchTangents, OneQuadGivesTheBitsOfAllQuads) {
             SdsMeshBase::compute_bezier_tangents(surface.geometry.get_bezier_mesh(), surface.base.get_edges(), q, info,
                                                  surface.geometry.get_local_topologies().get_data() + 4 * size_t{q},
                                                  tangents);
-            const int count = 2 * __builtin_popcount(info.irregular & 0xFFu);
-            for (int i = 0; i < count; ++i)
+            const auto count = 2u * static_cast<unsigned int>(__builtin_popcount(info.irregular & 0xFFu));
+            for (unsigned int i = 0; i < count; ++i)
                 ASSERT_EQ(tangents[i], surface.geometry.get_bezier_tangents_array()[info.tangent_offset + i])
                     << "quad " << q << " vector " << i;
         }
