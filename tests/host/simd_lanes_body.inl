@@ -88,7 +88,7 @@ void run_four(const float* in, Results& r) {
     for (const float x : lanes) r.put(x);
     r.put_moved(min(a, b));
     r.put_moved(max(a, b));
-    r.put_moved(select_positive(a, b, SimdFloat4::load(lanes)));
+    r.put_moved(select_positive(a, b, c));
     r.put(static_cast<unsigned int>(less_equal_mask(a, b)));
     r.put_moved(previous_lanes(a));
     r.put_moved(horizontal_min(a));
