@@ -14,7 +14,7 @@ build_preset = cmake --build --preset $(1) -j $(JOBS)
 
 .PHONY: all build render test install package abi accuracy rays bench docs gallery format check check-format \
         check-layering check-length \
-        tidy asan tsan scalar fuzz dependencies clean
+        tidy asan tsan scalar fuzz clang arm64 dependencies cross-dependencies clean
 .PHONY: dependencies-program dependencies-tests dependencies-checks dependencies-docs dependencies-all
 .DELETE_ON_ERROR:
 
@@ -23,6 +23,9 @@ all: build
 dependencies: dependencies-all
 $(addprefix dependencies-,program tests checks docs all): dependencies-%:
 	@scripts/install_dependencies.sh $*
+
+cross-dependencies:
+	@scripts/install_cross_dependencies.sh
 
 # A configured tree re-configures itself when CMake files or folders change; presets are all it cannot see. The program
 # alone needs a third of the packages, so a tree that was made for it gets the other parts when they are asked for.
@@ -126,6 +129,17 @@ asan tsan scalar: %: build/%/CMakeCache.txt
 	$(call build_preset,$@) $(if $(TESTS),--target $(addprefix test_,$(TESTS)))
 	ctest --preset $@ $(if $(TESTS),-R '^($(call any_of,$(TESTS)))\..*$(NAMES)')
 tsan: NAMES = (Thread|Concurrent|Parallel)
+
+# Everything by the other compiler.
+clang: build/clang/CMakeCache.txt
+	$(call build_preset,clang)
+
+# Host and module for ARM64, run under emulation beside this processor's own.
+build/arm64/CMakeCache.txt: | cross-dependencies
+arm64: build/CMakeCache.txt build/arm64/CMakeCache.txt
+	$(call build_preset,release) --target surface_hashes
+	$(call build_preset,arm64)
+	JOBS=$(JOBS) scripts/check_arm64
 
 clean:
 	rm -rf build

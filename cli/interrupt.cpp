@@ -25,7 +25,7 @@ InterruptScope::InterruptScope() {
     if (depth++ > 0) return;
     struct sigaction ask {};
     ask.sa_handler = ask_to_stop;
-    ask.sa_flags = SA_RESETHAND;
+    ask.sa_flags = static_cast<int>(SA_RESETHAND);
     for (std::size_t i = 0; i < std::size(signals); ++i) {
         sigaction(signals[i], nullptr, &former[i]);
         if (former[i].sa_handler != SIG_IGN) sigaction(signals[i], &ask, nullptr);

@@ -6,11 +6,10 @@ function(qn_sanitize_target target)
     set(flags "-fsanitize=${QN_SANITIZE}" -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_compile_options(${target} PRIVATE ${flags})
     target_link_options(${target} PRIVATE ${flags})
-    # The instrumented control flow makes g++ 12 report these where nothing is wrong.
-    target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # The instrumented control flow makes g++ 12 report these where nothing is wrong.
         target_compile_options(
-            ${target} PRIVATE -Wno-error=array-bounds -Wno-error=stringop-overflow -Wno-error=stringop-overread
-                              -Wno-error=null-dereference)
+            ${target} PRIVATE -Wno-maybe-uninitialized -Wno-error=array-bounds -Wno-error=stringop-overflow
+                              -Wno-error=stringop-overread -Wno-error=null-dereference)
     endif()
 endfunction()

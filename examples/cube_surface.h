@@ -18,7 +18,8 @@ struct CubeSurface {
     explicit CubeSurface(const CoreArray<GeometryUvMap>& uv_maps = {}) : positions(8), counts(6, 4) {
         for (unsigned int i = 0; i < 8; ++i)
             positions[i] = {i & 1 ? 1.0f : -1.0f, i & 2 ? 1.0f : -1.0f, i & 4 ? 1.0f : -1.0f};
-        for (const unsigned int vertex : {0, 2, 3, 1, 4, 5, 7, 6, 0, 1, 5, 4, 2, 6, 7, 3, 0, 4, 6, 2, 1, 3, 7, 5})
+        for (const unsigned int vertex :
+             {0u, 2u, 3u, 1u, 4u, 5u, 7u, 6u, 0u, 1u, 5u, 4u, 2u, 6u, 7u, 3u, 0u, 4u, 6u, 2u, 1u, 3u, 7u, 5u})
             indices.add(vertex);
         const CoreArray<unsigned int> groups(6, 0);
         base.set(8, indices, counts, groups, CoreArray<CoreString>(1, "cube"), nullptr);

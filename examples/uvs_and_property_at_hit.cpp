@@ -11,7 +11,7 @@ int main() {
     for (const float v : {0.0f, 1.0f})
         for (const float u : {0.0f, 1.0f}) square.vertices.add({u, v, 0.0f});
     for (unsigned int face = 0; face < 6; ++face)
-        for (const unsigned int point : {0, 1, 3, 2}) square.indices.add(point);
+        for (const unsigned int point : {0u, 1u, 3u, 2u}) square.indices.add(point);
     const CubeSurface cube(CoreArray<GeometryUvMap>(1, square));
 
     // A temperature per vertex: 0 on the lower four, 100 on the upper four.

@@ -173,7 +173,7 @@ NpyArray read_npy(const std::string& path) { return NpyReader(path).read(); }
 template <class T>
 void write_npy(const std::string& path, Shape shape, std::span<const T> values, Cancel cancel) {
     std::string header = "{'descr': '" + std::string(type_code<T>) + "', 'fortran_order': False, 'shape': (";
-    std::size_t count = 1;
+    [[maybe_unused]] std::size_t count = 1;
     for (const std::size_t extent : shape) {
         header += std::to_string(extent) + ", ";
         count *= extent;

@@ -38,28 +38,4 @@ for group in "${@:-all}"; do
     esac
 done
 
-if ! command -v dpkg-query >/dev/null; then
-    echo "install_dependencies: not a Debian system; what it would install: ${packages[*]}" >&2
-    exit 0
-fi
-
-installed=$(dpkg-query -W -f='${Package} ${db:Status-Status}\n' "${packages[@]}" 2>/dev/null | awk '$2 == "installed" { print $1 }' || true)
-missing=()
-for package in "${packages[@]}"; do
-    grep -qx -- "$package" <<<"$installed" || missing+=("$package")
-done
-[ ${#missing[@]} -gt 0 ] || exit 0
-
-as_root=()
-if [ "$(id -u)" -ne 0 ]; then
-    if ! command -v sudo >/dev/null; then
-        echo "install_dependencies: neither root nor sudo; as root, run: apt-get install ${missing[*]}" >&2
-        exit 1
-    fi
-    as_root=(sudo)
-fi
-
-echo "install_dependencies: installing ${missing[*]}"
-"${as_root[@]}" apt-get update -qq </dev/null
-"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y -qq --no-install-recommends "${missing[@]}" </dev/null
+. "$(dirname "$0")/install_packages.sh"

@@ -5,9 +5,9 @@ namespace sds {
 
 inline constexpr unsigned int cosine_table_size = 513;
 
-// Builds the table when it is absent. Safe from any thread.
+// Makes cosine_table() give the table. Safe from any thread.
 void build_cosine_table();
-// The 513 floats cos(k pi / 512); null until built.
+// The 513 floats cos(k pi / 512), the same bits on every processor; null before build_cosine_table().
 const float* cosine_table();
 
 // Cosine of x in radians, accurate to about 5e-6 between entries.

@@ -61,6 +61,7 @@ public:
                                    Bbox3& bbox) const override;
     void compute_fragment_sample(const CtxEval&, const GeometryFragment& fragment,
                                  GeometrySample& sample) const override;
+    using PlainObject::intersect_primitive;
     void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                              GeometryRaytraceCtx& rays) const override;
 
@@ -85,6 +86,7 @@ public:
     void compute_primitive_bbox(const CtxEval&, const unsigned int& primitive, Bbox3& bbox) const override;
     void compute_fragment_sample(const CtxEval&, const GeometryFragment& fragment,
                                  GeometrySample& sample) const override;
+    using PlainObject::intersect_primitive;
     void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                              GeometryRaytraceCtx& rays) const override;
 

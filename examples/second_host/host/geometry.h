@@ -49,7 +49,8 @@ struct GeometryFrustum {
     GeometryPlane near_plane, far_plane;
 };
 
-struct GeometryFrustumCtx {
+class GeometryFrustumCtx {
+public:
     const int& get_mode() const { return mode; }
     const GeometryFrustum* get_frustum() const { return &frustum; }
 

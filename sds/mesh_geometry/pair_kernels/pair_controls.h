@@ -68,7 +68,7 @@ inline SimdFloat8 compute_controls(const PatchArrays& surface, const unsigned in
     const SdsMeshBase::BezierPatch& a = surface.patches[primitives[0]];
     const SdsMeshBase::BezierPatch& b = surface.patches[primitives[1]];
     const SimdFloat8 origin = load_pair(surface.vertices, quads[0][0], quads[1][0]);
-    const auto place = [origin](SimdFloat8 point) {
+    const auto place = [&](SimdFloat8 point) {
         if constexpr (is_local)
             return point - origin;
         else

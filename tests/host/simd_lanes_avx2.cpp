@@ -1,0 +1,14 @@
+#include "simd_lanes.h"
+
+#if defined(__AVX2__)
+#include "simd_lanes_body.inl"
+#define QN_TEST_LANES &run_all
+#else
+#define QN_TEST_LANES nullptr
+#endif
+
+namespace sds_test {
+
+extern const LaneOperations avx2_lanes = QN_TEST_LANES;
+
+}  // namespace sds_test
