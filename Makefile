@@ -136,7 +136,7 @@ clang: build/clang/CMakeCache.txt
 
 # Host and module for ARM64, run under emulation beside this processor's own.
 build/arm64/CMakeCache.txt: | cross-dependencies
-arm64: build/CMakeCache.txt build/arm64/CMakeCache.txt
+arm64: build/all_parts build/arm64/CMakeCache.txt
 	$(call build_preset,release) --target surface_hashes
 	$(call build_preset,arm64)
 	JOBS=$(JOBS) scripts/check_arm64
