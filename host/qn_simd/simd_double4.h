@@ -11,7 +11,19 @@ namespace QN_SIMD_NAMESPACE {
 struct SimdDouble4 {
     __m256d v;
 
+    QN_SIMD_INLINE SimdDouble4() = default;
     QN_SIMD_INLINE SimdDouble4(__m256d x) : v(x) {}
+    QN_SIMD_INLINE explicit SimdDouble4(double s) : v(_mm256_set1_pd(s)) {}
+    // Three numbers at any address, the last lane 0. Nothing beyond them is read or written.
+    QN_SIMD_INLINE static SimdDouble4 load3(const double* p) {
+        return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(p)), _mm_load_sd(p + 2), 1);
+    }
+    QN_SIMD_INLINE void store3(double* p) const {
+        _mm_storeu_pd(p, _mm256_castpd256_pd128(v));
+        _mm_store_sd(p + 2, _mm256_extractf128_pd(v, 1));
+    }
+    // All four rounded to single precision, to any address.
+    QN_SIMD_INLINE void store_rounded(float* p) const { _mm_storeu_ps(p, _mm256_cvtpd_ps(v)); }
     // Four floats at any address, widened.
     QN_SIMD_INLINE explicit SimdDouble4(const float* p) : v(_mm256_cvtps_pd(_mm_loadu_ps(p))) {}
     // (0 + 1) + (2 + 3).
@@ -33,7 +45,17 @@ QN_SIMD_INLINE SimdDouble4 abs(SimdDouble4 a) { return _mm256_andnot_pd(_mm256_s
 struct SimdDouble4 {
     __m128d low, high;
 
+    QN_SIMD_INLINE SimdDouble4() = default;
     QN_SIMD_INLINE SimdDouble4(__m128d l, __m128d h) : low(l), high(h) {}
+    QN_SIMD_INLINE explicit SimdDouble4(double s) : low(_mm_set1_pd(s)), high(_mm_set1_pd(s)) {}
+    QN_SIMD_INLINE static SimdDouble4 load3(const double* p) { return {_mm_loadu_pd(p), _mm_load_sd(p + 2)}; }
+    QN_SIMD_INLINE void store3(double* p) const {
+        _mm_storeu_pd(p, low);
+        _mm_store_sd(p + 2, high);
+    }
+    QN_SIMD_INLINE void store_rounded(float* p) const {
+        _mm_storeu_ps(p, _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high)));
+    }
     QN_SIMD_INLINE explicit SimdDouble4(const float* p) {
         const __m128 floats = _mm_loadu_ps(p);
         low = _mm_cvtps_pd(floats);
@@ -65,7 +87,16 @@ QN_SIMD_INLINE SimdDouble4 abs(SimdDouble4 a) {
 struct SimdDouble4 {
     double v[4];
 
+    SimdDouble4() = default;
     SimdDouble4(double a, double b, double c, double d) : v{a, b, c, d} {}
+    explicit SimdDouble4(double s) : v{s, s, s, s} {}
+    static SimdDouble4 load3(const double* p) { return {p[0], p[1], p[2], 0.0}; }
+    void store3(double* p) const {
+        for (int i = 0; i < 3; ++i) p[i] = v[i];
+    }
+    void store_rounded(float* p) const {
+        for (int i = 0; i < 4; ++i) p[i] = static_cast<float>(v[i]);
+    }
     explicit SimdDouble4(const float* p) : v{p[0], p[1], p[2], p[3]} {}
     double sum() const { return (v[0] + v[1]) + (v[2] + v[3]); }
 };

@@ -64,11 +64,12 @@ void gather_sharp_vertices(RefinementLevel& level) {
 }
 
 void flag_creases(RefinementLevel& level) {
-    if (!level.is_quads()) return;
     level.edges.quad_edge_flags.assign(level.face_count, static_cast<unsigned char>(0));
     const auto flag = [&level](unsigned int h) {
-        unsigned char& flags = level.edges.quad_edge_flags[quad_of(h)];
-        flags = static_cast<unsigned char>(flags | 1u << corner_of(h));
+        const unsigned int f = level.face_of(h);
+        const unsigned int k = h - level.face_begin(f);
+        unsigned char& flags = level.edges.quad_edge_flags[f];
+        if (k < 4) flags = static_cast<unsigned char>(flags | 1u << k);
     };
     for (const unsigned int e : level.sharp_edges) {
         const unsigned int h = level.edge_corners[e];

@@ -74,7 +74,7 @@ struct RefinementLevel {
     // Per face-corner: vertex, number of the edge that leaves it, the face-corner across.
     CoreArray<unsigned int> corner_vertices;
     CoreArray<unsigned int> corner_edges;
-    SdsMeshBase::EdgesTopology edges;  // creases are the infinitely sharp edges; no flags for polygons
+    SdsMeshBase::EdgesTopology edges;  // creases are the infinitely sharp edges; of polygons, the first four
     CoreArray<FaceState> states;
     CoreArray<QuadPlace> places;           // of candidates
     CoreArray<unsigned int> face_patches;  // of candidates: index in the flat list, or none

@@ -30,16 +30,27 @@ struct LevelValues {
     }
 };
 
-// Face points and sums from the points.
+// Face points and sums from the points: of all faces and vertices, or of what the next level's points are made of only.
 template <class Value>
-void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values) {
+void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values, bool is_for_step = false) {
     using Scalar = typename ValueOps<Value>::Scalar;
     using Sums = typename LevelValues<Value>::Sums;
+    const Sums nothing{ValueOps<Value>::zero(), ValueOps<Value>::zero()};
     values.face_points.resize(level.face_count);
-    values.sums.assign(level.vertex_count, Sums{ValueOps<Value>::zero(), ValueOps<Value>::zero()});
+    values.sums.resize(level.vertex_count);
     const Value* points = values.points.get_data();
     Sums* sums = values.sums.get_data();
+    if (is_for_step) {
+        for (unsigned int f = 0; f < level.face_count; ++f) {
+            if (level.face_children[f] == none) continue;
+            for (unsigned int c = level.face_begin(f); c < level.face_end(f); ++c)
+                sums[level.corner_vertices[c]] = nothing;
+        }
+    } else {
+        for (unsigned int v = 0; v < level.vertex_count; ++v) sums[v] = nothing;
+    }
     level.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
+        if (is_for_step && level.face_children[f] == none) return;
         const unsigned int* corners = level.corner_vertices.get_data() + begin;
         if constexpr (!std::is_same_v<decltype(count), unsigned int>) {
             const Value& a = points[corners[0]];

@@ -1,0 +1,104 @@
+// Any values at the cage's vertices, carried down the levels of a refinement to control points of its patches.
+#pragma once
+
+#include <algorithm>
+#include <memory>
+
+#include "sds/common/progress.h"
+#include "sds/refinement/leaf_patches.h"
+#include "sds/refinement/refined_topology.h"
+
+namespace sds {
+
+// Gives every patch's exact controls to the sink, level by level:
+//     sink.begin_level(level, next level or null)
+//     sink.add_regular(face, patch, lanes of 16 controls)
+//     sink.add_leaf(face, patch, 16 controls, values of the level, leaves)
+//     sink.end_level()
+// `value_at(v)` is the value of the cage's vertex v. One step of progress per level.
+template <class Value, class ValueAt, class Sink>
+void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sink& sink,
+                   AppProgressBar* progress = nullptr) {
+    const unsigned int level_count = topology.get_level_count();
+    if (level_count == 0) return;
+    LevelValues<Value> values;
+    LevelValues<Value> next;
+    DartMasks darts;
+    PatchLimits<Value> limits;
+    // Sized for the largest level at once: arrays that grow from level to level would be touched anew each time.
+    unsigned int face_count = 0;
+    unsigned int vertex_count = 0;
+    for (unsigned int i = 0; i < level_count; ++i) {
+        face_count = std::max(face_count, topology.get_level(i).face_count);
+        vertex_count = std::max(vertex_count, topology.get_level(i).vertex_count);
+    }
+    values.reserve(face_count, vertex_count);
+    next.points.reserve(vertex_count);
+    limits.reserve(vertex_count);
+    values.points.resize(topology.get_level(0).vertex_count);
+    for (unsigned int v = 0; v < values.points.get_count(); ++v)
+        values.points[v] = v < topology.get_vertex_count() ? value_at(v) : ValueOps<Value>::zero();
+
+    progress_steps(progress, level_count);
+    for (unsigned int i = 0; i < level_count; ++i) {
+        const RefinementLevel& level = topology.get_level(i);
+        const RefinementLevel* fine = level.has_step ? &topology.get_level(i + 1) : nullptr;
+        const FaceState* states = level.states.get_data();
+        const bool has_leaves =
+            std::find(states, states + level.candidate_count, FaceState::leaf) != states + level.candidate_count;
+        if (fine != nullptr || has_leaves) sum_neighbours(level, values, !has_leaves);
+        if (fine != nullptr) refine_values(level, *fine, topology.has_smooth_triangles() && i == 0, values, next);
+
+        sink.begin_level(level, fine);
+        limits.start(level.vertex_count);
+        RegularPatches<Value> regular(level, values, limits);
+        std::unique_ptr<LeafPatches> leaves;
+        if (has_leaves) leaves = std::make_unique<LeafPatches>(level, darts);
+        for (unsigned int f = 0; f < level.candidate_count; ++f) {
+            if (states[f] == FaceState::emitted) {
+                typename RegularPatches<Value>::Lanes controls[16];
+                regular.compute(f, controls);
+                sink.add_regular(f, level.face_patches[f], controls);
+            } else if (states[f] == FaceState::leaf) {
+                for (unsigned int c = 4 * f; c < 4 * f + 4; ++c) {
+                    const unsigned int v = level.corner_vertices[c];
+                    if (!limits.is_known(v)) limits.set(v, leaves->limit_at(c, values));
+                }
+                Value controls[16];
+                leaves->compute(f, values, limits, controls);
+                sink.add_leaf(f, level.face_patches[f], controls, values, *leaves);
+            }
+        }
+        sink.end_level();
+        values.points.swap(next.points);
+        progress_step(progress, i + 1);
+    }
+}
+
+// The sixteen controls of every patch in its own frame, in no order of patches: sink(patch, controls). `values` holds
+// one per vertex of the cage that the topology was built of, which may have fewer than 16 numbers or many; positions,
+// maps and properties follow the same weights. Edges between levels agree but for rounding.
+template <class Value, class Sink>
+void compute_patch_values(const RefinedTopology& topology, const CoreBasicArray<Value>& values, const Sink& sink,
+                          AppProgressBar* progress = nullptr) {
+    struct Visitor {
+        using Access = ValueLanes<Value>;
+        const Sink& sink;
+
+        void begin_level(const RefinementLevel&, const RefinementLevel*) {}
+        void end_level() {}
+        void add_regular(unsigned int, unsigned int patch, const typename Access::Type* lanes) {
+            Value controls[16];
+            for (unsigned int i = 0; i < 16; ++i) Access::store(lanes[i], controls[i]);
+            const Value* begin = controls;
+            sink(patch, begin);
+        }
+        void add_leaf(unsigned int, unsigned int patch, const Value* controls, const LevelValues<Value>&,
+                      LeafPatches&) {
+            sink(patch, controls);
+        }
+    } visitor{sink};
+    visit_patches<Value>(topology, [&](unsigned int v) -> const Value& { return values[v]; }, visitor, progress);
+}
+
+}  // namespace sds

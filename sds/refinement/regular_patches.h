@@ -1,0 +1,140 @@
+// Control points of regular faces, for any value: those of control_rules.h with the weights of a regular quad, which
+// are the same between smooth edges, on creases and at corners, and the same bits on an edge shared with a leaf.
+#pragma once
+
+#include <algorithm>
+
+#include "sds/common/control_grid.h"
+#include "sds/refinement/value_lanes.h"
+#include "sds/refinement/value_rules.h"
+
+namespace sds {
+
+// The limit points of the vertices that patches of a level touch, each computed once.
+template <class Value>
+class PatchLimits {
+public:
+    void reserve(unsigned int vertex_count) {
+        m_limits.reserve(vertex_count);
+        m_known.reserve(vertex_count);
+    }
+    void start(unsigned int vertex_count) {
+        m_limits.resize(vertex_count);
+        m_known.resize(vertex_count);
+        std::fill(m_known.begin(), m_known.end(), static_cast<unsigned char>(0));
+    }
+    bool is_known(unsigned int v) const { return m_known[v] != 0; }
+    void set(unsigned int v, const Value& limit) {
+        m_known[v] = 1;
+        m_limits[v] = limit;
+    }
+    const Value& get(unsigned int v) const { return m_limits[v]; }
+
+private:
+    CoreArray<Value> m_limits;
+    CoreArray<unsigned char> m_known;
+};
+
+template <class Value>
+class RegularPatches {
+public:
+    using Scalar = typename ValueOps<Value>::Scalar;
+    using Access = ValueLanes<Value>;
+    using Lanes = typename Access::Type;
+
+    // `values` needs its points, and nothing else.
+    RegularPatches(const RefinementLevel& level, const LevelValues<Value>& values, PatchLimits<Value>& limits)
+        : m_level(level),
+          m_values(values),
+          m_limits(limits),
+          m_vertices(level.corner_vertices.get_data()),
+          m_opposites(level.edges.opposite_edges.get_data()),
+          m_points(values.points.get_data()) {}
+
+    // `out` in corner order.
+    void compute(unsigned int face, Lanes* out) {
+        if (m_level.is_quads())
+            compute<true>(face, 4 * face, out);
+        else
+            compute<false>(face, m_level.offsets[face], out);
+    }
+
+private:
+    template <bool is_quads>
+    void compute(unsigned int face, unsigned int begin, Lanes* out) {
+        const unsigned int* quad = m_vertices + begin;
+        const Lanes q[4] = {load(quad[0]), load(quad[1]), load(quad[2]), load(quad[3])};
+        const Lanes q4[4] = {q[0] * Scalar(4), q[1] * Scalar(4), q[2] * Scalar(4), q[3] * Scalar(4)};
+        const Lanes across[2] = {(q[1] + q[3]) * Scalar(2), (q[0] + q[2]) * Scalar(2)};
+        for (unsigned int k = 0; k < 4; ++k)
+            out[interior_control(k)] = (across[k & 1u] + q4[k] + q[(k + 2) & 3u]) * (Scalar(1) / Scalar(9));
+
+        // Ends of the edges of the neighbours across edge k that leave its two ends.
+        Lanes beside_start[4], beside_end[4];
+        const unsigned int sharp = m_level.edges.quad_edge_flags[face];
+        for (unsigned int k = 0; k < 4; ++k) {
+            const unsigned int next = (k + 1) & 3u;
+            const unsigned int o = m_opposites[begin + k];
+            Lanes& next_to_start = out[leaving_edge_control(k)];
+            Lanes& next_to_end = out[arriving_edge_control(next)];
+            if (((sharp >> k) & 1u) != 0 || o == none) {
+                constexpr Scalar third = Scalar(1) / Scalar(3);
+                next_to_start = (q[k] * Scalar(2) + q[next]) * third;
+                next_to_end = (q[next] * Scalar(2) + q[k]) * third;
+                continue;
+            }
+            const unsigned int other = begin_of<is_quads>(o);
+            unsigned int at_start = m_vertices[other + ((o - other + 2) & 3u)];
+            unsigned int at_end = m_vertices[other + ((o - other + 3) & 3u)];
+            if (m_vertices[o] == quad[k]) std::swap(at_start, at_end);  // a neighbour that winds the other way
+            beside_start[k] = load(at_start);
+            beside_end[k] = load(at_end);
+            const Lanes a = beside_start[k] + q[(k + 3) & 3u];
+            const Lanes b = beside_end[k] + q[(k + 2) & 3u];
+            constexpr Scalar share = Scalar(1) / Scalar(18);
+            next_to_start = (q4[k] * Scalar(2) + q4[next] + a * Scalar(2) + b) * share;
+            next_to_end = (q4[next] * Scalar(2) + q4[k] + b * Scalar(2) + a) * share;
+        }
+
+        for (unsigned int k = 0; k < 4; ++k) {
+            const unsigned int v = quad[k];
+            if (!m_limits.is_known(v)) {
+                if (m_level.vertex_kinds[v] == RefinementLevel::regular_vertex) {
+                    const unsigned int previous = (k + 3) & 3u;
+                    const Lanes edges = q[(k + 1) & 3u] + q[previous] + beside_start[k] + beside_end[previous];
+                    const Lanes diagonals = q[(k + 2) & 3u] + beside_end[k] + beside_start[previous] +
+                                            load(opposite_diagonal<is_quads>(v, begin + k));
+                    Value limit;
+                    Access::store((q4[k] * Scalar(4) + edges * Scalar(4) + diagonals) * (Scalar(1) / Scalar(36)),
+                                  limit);
+                    m_limits.set(v, limit);
+                } else {
+                    m_limits.set(v, limit_point(m_level, m_values, v));
+                }
+            }
+            out[corner_control(k)] = Access::load(m_limits.get(v));
+        }
+    }
+
+    Lanes load(unsigned int v) const { return Access::load(m_points[v]); }
+    template <bool is_quads>
+    unsigned int begin_of(unsigned int c) const {
+        return is_quads ? c & ~3u : m_level.offsets[m_level.corner_faces[c]];
+    }
+    // The last of a regular vertex's eight neighbours, that of the face opposite to face-corner c.
+    template <bool is_quads>
+    unsigned int opposite_diagonal(unsigned int v, unsigned int c) const {
+        const unsigned int corner = m_level.turn_around(v, m_level.turn_around(v, c).edge).corner;
+        const unsigned int begin = begin_of<is_quads>(corner);
+        return m_vertices[begin + ((corner - begin + 2) & 3u)];
+    }
+
+    const RefinementLevel& m_level;
+    const LevelValues<Value>& m_values;
+    PatchLimits<Value>& m_limits;
+    const unsigned int* m_vertices;
+    const unsigned int* m_opposites;
+    const Value* m_points;
+};
+
+}  // namespace sds
