@@ -152,8 +152,8 @@ struct RefinementLevel {
 // The polygons of a cage as the first level, up to its classification.
 void make_cage_level(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level);
 
-// Joins face-corners of the same edge number, counts valences, gathers what is sharp and finds the kind of every
-// vertex. `level` has corner_vertices, corner_edges and the edges' own arrays.
+// Gathers what is sharp and finds the kind of every vertex. `level` has its corners with their opposites, the edges'
+// own arrays, and valences.
 void complete_level(RefinementLevel& level);
 
 // Whether the rules at a face-corner of a quad are those of a bicubic patch there.
