@@ -22,8 +22,8 @@ struct SimdDouble4 {
         _mm_storeu_pd(p, _mm256_castpd256_pd128(v));
         _mm_store_sd(p + 2, _mm256_extractf128_pd(v, 1));
     }
-    // All four rounded to single precision, to any address.
-    QN_SIMD_INLINE void store_rounded(float* p) const { _mm_storeu_ps(p, _mm256_cvtpd_ps(v)); }
+    // The first three rounded to single precision, to any address.
+    QN_SIMD_INLINE void store_rounded3(float* p) const { SimdFloat8::store3(_mm256_cvtpd_ps(v), p); }
     // Four floats at any address, widened.
     QN_SIMD_INLINE explicit SimdDouble4(const float* p) : v(_mm256_cvtps_pd(_mm_loadu_ps(p))) {}
     // (0 + 1) + (2 + 3).
@@ -53,8 +53,9 @@ struct SimdDouble4 {
         _mm_storeu_pd(p, low);
         _mm_store_sd(p + 2, high);
     }
-    QN_SIMD_INLINE void store_rounded(float* p) const {
-        _mm_storeu_ps(p, _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high)));
+    QN_SIMD_INLINE void store_rounded3(float* p) const {
+        _mm_storel_pi(reinterpret_cast<__m64*>(p), _mm_cvtpd_ps(low));
+        _mm_store_ss(p + 2, _mm_cvtpd_ps(high));
     }
     QN_SIMD_INLINE explicit SimdDouble4(const float* p) {
         const __m128 floats = _mm_loadu_ps(p);
@@ -94,8 +95,8 @@ struct SimdDouble4 {
     void store3(double* p) const {
         for (int i = 0; i < 3; ++i) p[i] = v[i];
     }
-    void store_rounded(float* p) const {
-        for (int i = 0; i < 4; ++i) p[i] = static_cast<float>(v[i]);
+    void store_rounded3(float* p) const {
+        for (int i = 0; i < 3; ++i) p[i] = static_cast<float>(v[i]);
     }
     explicit SimdDouble4(const float* p) : v{p[0], p[1], p[2], p[3]} {}
     double sum() const { return (v[0] + v[1]) + (v[2] + v[3]); }

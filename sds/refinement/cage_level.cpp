@@ -100,52 +100,28 @@ float clean_sharpness(float s, const RefinementOptions& options) {
     return s >= options.infinite_from ? infinite_sharpness : std::min(s, infinite_sharpness);
 }
 
-void number_edges(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
-    const CoreArray<unsigned int> first_of_edge = find_nonmanifold_edges(cage, level);
+// Only the sharp ones: the step numbers others where it needs them.
+void number_sharp_edges(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
     const unsigned int corner_count = level.corner_vertices.get_count();
-    level.corner_edges.resize(corner_count);
-    level.edge_ends.resize(2 * corner_count);
-    level.edge_corners.resize(corner_count);
-    level.edge_sharpness.resize(corner_count);
-    level.edge_marks.resize(corner_count);
-    const unsigned int* vertices = level.corner_vertices.get_data();
-    const unsigned int* opposites = cage.opposite_corners.get_data();
-    unsigned int* corner_edges = level.corner_edges.get_data();
-    unsigned int* ends = level.edge_ends.get_data();
-    unsigned int* edge_corners = level.edge_corners.get_data();
-    float* sharpness = level.edge_sharpness.get_data();
-    unsigned char* marks = level.edge_marks.get_data();
-    unsigned int edge_count = 0;
-    level.for_each_face([&](unsigned int, unsigned int begin, auto count) {
-        for (unsigned int j = 0; j < count; ++j) {
-            const unsigned int c = begin + j;
-            const unsigned int o = opposites[c];
-            const unsigned int first = first_of_edge.is_empty() ? none : first_of_edge[c];
-            const float s = cage.edge_sharpness.is_empty() ? 0.0f : clean_sharpness(cage.edge_sharpness[c], options);
-            const unsigned int twin = o != none ? o : first;
-            if (twin != none && twin < c) {
-                const unsigned int e = corner_edges[twin];
-                corner_edges[c] = e;
-                if (s > sharpness[e]) sharpness[e] = s;
-                continue;
-            }
-            const unsigned int e = corner_edges[c] = edge_count++;
-            ends[2 * e] = vertices[c];
-            ends[2 * e + 1] = vertices[j + 1 == count ? begin : c + 1];
-            edge_corners[e] = c;
-            sharpness[e] = o == none ? infinite_sharpness : s;
-            marks[e] = o != none       ? static_cast<unsigned char>(0)
-                       : first != none ? RefinementLevel::nonmanifold_mark
-                                       : RefinementLevel::border_mark;
+    level.corner_edges.assign(corner_count, none);
+    const CoreArray<unsigned int> first_of_edge = find_nonmanifold_edges(cage, level);
+    const bool has_tags = !cage.edge_sharpness.is_empty();
+    for (unsigned int c = 0; c < corner_count; ++c) {
+        const unsigned int o = cage.opposite_corners[c];
+        const float s = has_tags ? clean_sharpness(cage.edge_sharpness[c], options) : 0.0f;
+        if (o != none && s == 0.0f) continue;
+        const unsigned int first = first_of_edge.is_empty() ? none : first_of_edge[c];
+        const unsigned int twin = o != none ? o : first;
+        if (twin != none && level.corner_edges[twin] != none) {
+            const unsigned int e = level.corner_edges[c] = level.corner_edges[twin];
+            level.edge_sharpness[e] = std::max(level.edge_sharpness[e], s);
+        } else {
+            add_edge(level, c, o == none ? infinite_sharpness : s,
+                     o != none       ? static_cast<unsigned char>(0)
+                     : first != none ? RefinementLevel::nonmanifold_mark
+                                     : RefinementLevel::border_mark);
         }
-    });
-    level.edge_count = edge_count;
-    level.edge_ends.resize(2 * edge_count);
-    level.edge_corners.resize(edge_count);
-    level.edge_sharpness.resize(edge_count);
-    level.edge_marks.resize(edge_count);
-    for (unsigned int e = 0; e < edge_count; ++e)
-        if (sharpness[e] > 0.0f) level.sharp_edges.add(e);
+    }
 }
 
 void tag_vertex(RefinementLevel& level, unsigned int v, float s) {
@@ -234,8 +210,8 @@ CoreArray<unsigned int> opposite_corners(const CoreBasicArray<unsigned int>& nei
 
 void make_cage_level(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
     copy_polygons(cage, level);
-    number_edges(cage, options, level);
     level.edges.opposite_edges = cage.opposite_corners;
+    number_sharp_edges(cage, options, level);
     for (unsigned int v = 0; v < cage.vertex_sharpness.get_count(); ++v)
         if (const float s = clean_sharpness(cage.vertex_sharpness[v], options); s > 0.0f) tag_vertex(level, v, s);
     fix_nonmanifold_vertices(level);

@@ -98,6 +98,18 @@ bool is_half_turn(const RefinementLevel& level, unsigned int c) {
 
 float remaining_weight(float s) { return is_infinitely_sharp(s) ? 1.0f : 1.0f - std::exp2(-s); }
 
+void add_edge(RefinementLevel& level, unsigned int c, float sharpness, unsigned char marks) {
+    const unsigned int e = level.edge_count++;
+    level.corner_edges[c] = e;
+    if (const unsigned int o = level.edges.opposite_edges[c]; o != none) level.corner_edges[o] = e;
+    level.edge_corners.add(c);
+    level.edge_ends.add(level.edge_start(c));
+    level.edge_ends.add(level.edge_end(c));
+    level.edge_sharpness.add(sharpness);
+    level.edge_marks.add(marks);
+    if (sharpness > 0.0f) level.sharp_edges.add(e);
+}
+
 void complete_level(RefinementLevel& level) {
     gather_sharp_vertices(level);
     flag_creases(level);

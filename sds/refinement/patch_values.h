@@ -12,7 +12,7 @@ namespace sds {
 
 // Gives every patch's exact controls to the sink, level by level:
 //     sink.begin_level(level, next level or null)
-//     sink.add_regular(face, patch, lanes of 16 controls)
+//     sink.add_regular(face, patch, compute), where compute(put) calls put(control, lanes) for all sixteen
 //     sink.add_leaf(face, patch, 16 controls, values of the level, leaves)
 //     sink.end_level()
 // `value_at(v)` is the value of the cage's vertex v. One step of progress per level.
@@ -56,9 +56,7 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         if (has_leaves) leaves = std::make_unique<LeafPatches>(level, darts);
         for (unsigned int f = 0; f < level.candidate_count; ++f) {
             if (states[f] == FaceState::emitted) {
-                typename RegularPatches<Value>::Lanes controls[16];
-                regular.compute(f, controls);
-                sink.add_regular(f, level.face_patches[f], controls);
+                sink.add_regular(f, level.face_patches[f], [&](const auto& put) { regular.compute(f, put); });
             } else if (states[f] == FaceState::leaf) {
                 for (unsigned int c = 4 * f; c < 4 * f + 4; ++c) {
                     const unsigned int v = level.corner_vertices[c];
@@ -75,30 +73,35 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
     }
 }
 
+// Passes the controls of every patch on to a sink(patch, controls).
+template <class Value, class Sink>
+struct ControlsVisitor {
+    using Access = ValueLanes<Value>;
+    const Sink& sink;
+
+    void begin_level(const RefinementLevel&, const RefinementLevel*) {}
+    void end_level() {}
+    template <class Compute>
+    void add_regular(unsigned int, unsigned int patch, const Compute& compute) {
+        Value controls[16];
+        compute([&](unsigned int i, const typename Access::Type& lanes) { Access::store(lanes, controls[i]); });
+        const Value* begin = controls;
+        sink(patch, begin);
+    }
+    void add_leaf(unsigned int, unsigned int patch, const Value* controls, const LevelValues<Value>&, LeafPatches&) {
+        sink(patch, controls);
+    }
+};
+
 // The sixteen controls of every patch in its own frame, in no order of patches: sink(patch, controls). `values` holds
-// one per vertex of the cage that the topology was built of, which may have fewer than 16 numbers or many; positions,
-// maps and properties follow the same weights. Edges between levels agree but for rounding.
+// one per vertex of the cage that the topology was built of; positions, maps and properties follow the same weights.
+// Edges between levels agree but for rounding.
 template <class Value, class Sink>
 void compute_patch_values(const RefinedTopology& topology, const CoreBasicArray<Value>& values, const Sink& sink,
                           AppProgressBar* progress = nullptr) {
-    struct Visitor {
-        using Access = ValueLanes<Value>;
-        const Sink& sink;
-
-        void begin_level(const RefinementLevel&, const RefinementLevel*) {}
-        void end_level() {}
-        void add_regular(unsigned int, unsigned int patch, const typename Access::Type* lanes) {
-            Value controls[16];
-            for (unsigned int i = 0; i < 16; ++i) Access::store(lanes[i], controls[i]);
-            const Value* begin = controls;
-            sink(patch, begin);
-        }
-        void add_leaf(unsigned int, unsigned int patch, const Value* controls, const LevelValues<Value>&,
-                      LeafPatches&) {
-            sink(patch, controls);
-        }
-    } visitor{sink};
-    visit_patches<Value>(topology, [&](unsigned int v) -> const Value& { return values[v]; }, visitor, progress);
+    ControlsVisitor<Value, Sink> visitor{sink};
+    visit_patches<Value>(
+        topology, [&](unsigned int v) -> const Value& { return values[v]; }, visitor, progress);
 }
 
 }  // namespace sds

@@ -88,9 +88,19 @@ private:
 // Points of edges and faces, and the edges between them and the vertices. Returns, per face-corner of the coarse level,
 // the edge from its edge point to the face point, where both are.
 CoreArray<unsigned int> split_edges(RefinementLevel& coarse, RefinementLevel& fine, const TouchedFaces& touched,
-                                    bool chaikin) {
+                                    bool has_unnumbered, bool chaikin) {
     unsigned int corner_count = 0;
     for (const unsigned int f : touched) corner_count += coarse.face_end(f) - coarse.face_begin(f);
+    if (has_unnumbered) {
+        const unsigned int room = coarse.edge_count + corner_count;
+        coarse.edge_corners.reserve(room);
+        coarse.edge_ends.reserve(2 * room);
+        coarse.edge_sharpness.reserve(room);
+        coarse.edge_marks.reserve(room);
+        for (const unsigned int f : touched)
+            for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c)
+                if (coarse.corner_edges[c] == none) add_edge(coarse, c, 0.0f, 0);
+    }
     // Two halves and one inner edge for every corner at most.
     EdgeAdder adder(fine, 3 * corner_count);
     coarse.edge_children.resize(coarse.edge_count);
@@ -116,10 +126,9 @@ CoreArray<unsigned int> split_edges(RefinementLevel& coarse, RefinementLevel& fi
             const unsigned int point = edge_children[e] = next++;
             for (unsigned int i = 0; i < 2; ++i)
                 if (vertex_children[ends[i]] != none)
-                    edge_halves[2 * e + i] =
-                        adder.add(vertex_children[ends[i]], point,
-                                  half_sharpness(coarse, coarse.edge_sharpness[e], ends[i], chaikin),
-                                  coarse.edge_marks[e]);
+                    edge_halves[2 * e + i] = adder.add(
+                        vertex_children[ends[i]], point,
+                        half_sharpness(coarse, coarse.edge_sharpness[e], ends[i], chaikin), coarse.edge_marks[e]);
         }
     }
     for (const unsigned int f : touched) {
@@ -288,10 +297,10 @@ void step_sharp_vertices(RefinementLevel& coarse, RefinementLevel& fine, BorderR
 
 }  // namespace
 
-void refine_level(RefinementLevel& coarse, RefinementLevel& fine, const RefinementOptions& options) {
+void refine_level(RefinementLevel& coarse, RefinementLevel& fine, bool is_cage, const RefinementOptions& options) {
     fine.depth = coarse.depth + 1;
     const TouchedFaces touched = number_vertices(coarse, fine);
-    const CoreArray<unsigned int> inner_edges = split_edges(coarse, fine, touched, options.chaikin);
+    const CoreArray<unsigned int> inner_edges = split_edges(coarse, fine, touched, is_cage, options.chaikin);
     make_children(coarse, fine, touched, inner_edges);
     step_sharp_vertices(coarse, fine, options.border_rule);
     coarse.has_step = true;

@@ -23,11 +23,9 @@ void store_nets(const Nets& nets, unsigned int offset, Vec3f* out) {
         for (const Vec3d& d : row) *out++ = Vec3f(d);
 }
 
-// The nets of a regular patch are its controls' differences.
-Nets regular_nets(const PointLanes* lanes) {
-    Vec3d controls[16];
-    for (unsigned int i = 0; i < 16; ++i) ValueLanes<Vec3d>::store(lanes[i], controls[i]);
-    return Nets(controls);
+template <class Compute>
+void store_controls(const Compute& compute, Vec3d* controls) {
+    compute([controls](unsigned int i, const PointLanes& lanes) { ValueLanes<Vec3d>::store(lanes, controls[i]); });
 }
 
 Nets leaf_nets(unsigned int face, const Vec3d* controls, const LevelValues<Vec3d>& values, LeafPatches& leaves) {
@@ -42,9 +40,11 @@ struct ExactSink {
 
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
     void end_level() {}
-    void add_regular(unsigned int, unsigned int patch, const PointLanes* exact) {
-        for (unsigned int i = 0; i < 16; ++i) ValueLanes<Vec3d>::store(exact[i], controls[16 * size_t{patch} + i]);
-        if (nets != nullptr) copy_nets(regular_nets(exact), patch);
+    template <class Compute>
+    void add_regular(unsigned int, unsigned int patch, const Compute& compute) {
+        Vec3d* exact = controls + 16 * size_t{patch};
+        store_controls(compute, exact);
+        if (nets != nullptr) copy_nets(Nets(exact), patch);
     }
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
@@ -69,15 +69,19 @@ public:
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine) { m_handed.begin_level(level, fine); }
     void end_level() { m_handed.end_level(); }
 
-    void add_regular(unsigned int face, unsigned int patch, const PointLanes* exact) {
+    template <class Compute>
+    void add_regular(unsigned int face, unsigned int patch, const Compute& compute) {
         Vec3f* controls = m_patches.controls.get_data() + 16 * size_t{patch};
-        // Each fourth lane is written over by the next control.
-        for (unsigned int i = 0; i < 15; ++i) exact[i].v.store_rounded(controls[i].get_data());
-        Vec3d last;
-        ValueLanes<Vec3d>::store(exact[15], last);
-        controls[15] = Vec3f(last);
+        PointLanes corners[4];
+        compute([&](unsigned int i, const PointLanes& lanes) {
+            lanes.v.store_rounded3(controls[i].get_data());
+            if ((i & 3u) == 0) corners[i >> 2] = lanes;
+        });
         m_handed.exchange(face, controls);
-        if (stores_nets(patch, false, [&] { return is_short(exact); })) add_nets(patch, regular_nets(exact));
+        if (!stores_nets(patch, false, [&] { return is_short(corners); })) return;
+        Vec3d exact[16];
+        store_controls(compute, exact);
+        add_nets(patch, Nets(exact));
     }
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
@@ -95,11 +99,11 @@ private:
         if (m_storage != NetStorage::where_needed) return m_storage == NetStorage::all;
         return is_leaf || is_short_patch();
     }
-    bool is_short(const PointLanes* exact) const {
+    bool is_short(const PointLanes (&corners)[4]) const {
+        bool is_any = false;
         for (unsigned int k = 0; k < 4; ++k)
-            if ((exact[corner_control((k + 1) & 3u)] - exact[corner_control(k)]).length_squared() < m_shortest_squared)
-                return true;
-        return false;
+            is_any |= (corners[(k + 1) & 3u] - corners[k]).length_squared() < m_shortest_squared;
+        return is_any;
     }
     void add_nets(unsigned int patch, const Nets& nets) {
         const unsigned int offset = m_patches.nets.get_count();
@@ -132,9 +136,8 @@ template <class Sink>
 void visit_points(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink& sink,
                   AppProgressBar* progress) {
     visit_patches<Vec3d>(
-        topology,
-        [&](unsigned int v) { return v < positions.get_count() ? Vec3d(positions[v]) : Vec3d(0, 0, 0); }, sink,
-        progress);
+        topology, [&](unsigned int v) { return v < positions.get_count() ? Vec3d(positions[v]) : Vec3d(0, 0, 0); },
+        sink, progress);
 }
 
 }  // namespace

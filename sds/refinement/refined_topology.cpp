@@ -24,7 +24,7 @@ void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions&
             is_refined = level.states[f] == FaceState::refined;
         if (!is_refined) break;
         levels.resize(levels.get_count() + 1);
-        refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], options);
+        refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], levels.get_count() == 2, options);
         if (depths) depths->refine(levels[levels.get_count() - 2], levels[levels.get_count() - 1]);
     }
     m_levels.swap(levels);
@@ -59,22 +59,27 @@ void RefinedTopology::list_quad_patches(unsigned int level_index, unsigned int f
 }
 
 void RefinedTopology::list_patches() {
+    unsigned int patch_count = 0;
+    for (const RefinementLevel& level : m_levels)
+        for (unsigned int f = 0; f < level.candidate_count; ++f)
+            patch_count += level.states[f] == FaceState::emitted || level.states[f] == FaceState::leaf ? 1 : 0;
     RefinementLevel& cage = m_levels[0];
-    m_places.start(cage.is_quads() ? cage.face_count : cage.corner_vertices.get_count());
+    m_places.start(cage.is_quads() ? cage.face_count : cage.corner_vertices.get_count(), patch_count);
     for (unsigned int f = 0; f < cage.face_count; ++f) {
         if (cage.is_quads()) {
             list_quad_patches(0, f);
-            m_places.end_quad();
-            continue;
-        }
-        for (unsigned int j = 0; j < cage.offsets[f + 1] - cage.offsets[f]; ++j) {
-            if (cage.states[f] == FaceState::refined) {
+            m_places.end_quads(1);
+        } else if (cage.states[f] == FaceState::refined) {
+            for (unsigned int j = 0; j < cage.offsets[f + 1] - cage.offsets[f]; ++j) {
                 list_quad_patches(1, cage.first_children[f] + j);
-            } else if (cage.states[f] == FaceState::emitted && j == 0) {
+                m_places.end_quads(1);
+            }
+        } else {
+            if (cage.states[f] == FaceState::emitted) {
                 cage.face_patches[f] = m_places.get_patch_count();
                 m_places.add_patch({cage.offsets[f], 0, 0, -1, false});
             }
-            m_places.end_quad();
+            m_places.end_quads(cage.offsets[f + 1] - cage.offsets[f]);
         }
     }
 }

@@ -51,69 +51,76 @@ public:
           m_opposites(level.edges.opposite_edges.get_data()),
           m_points(values.points.get_data()) {}
 
-    // `out` in corner order.
-    void compute(unsigned int face, Lanes* out) {
+    // Calls put(control, lanes) for all sixteen.
+    template <class Put>
+    void compute(unsigned int face, const Put& put) {
         if (m_level.is_quads())
-            compute<true>(face, 4 * face, out);
+            compute<true>(face, 4 * face, put);
         else
-            compute<false>(face, m_level.offsets[face], out);
+            compute<false>(face, m_level.offsets[face], put);
     }
 
 private:
-    template <bool is_quads>
-    void compute(unsigned int face, unsigned int begin, Lanes* out) {
+    template <bool is_quads, class Put>
+    void compute(unsigned int face, unsigned int begin, const Put& put) {
         const unsigned int* quad = m_vertices + begin;
         const Lanes q[4] = {load(quad[0]), load(quad[1]), load(quad[2]), load(quad[3])};
         const Lanes q4[4] = {q[0] * Scalar(4), q[1] * Scalar(4), q[2] * Scalar(4), q[3] * Scalar(4)};
         const Lanes across[2] = {(q[1] + q[3]) * Scalar(2), (q[0] + q[2]) * Scalar(2)};
+#pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k)
-            out[interior_control(k)] = (across[k & 1u] + q4[k] + q[(k + 2) & 3u]) * (Scalar(1) / Scalar(9));
+            put(interior_control(k), (across[k & 1u] + q4[k] + q[(k + 2) & 3u]) * (Scalar(1) / Scalar(9)));
 
         // Ends of the edges of the neighbours across edge k that leave its two ends.
-        Lanes beside_start[4], beside_end[4];
+        unsigned int beside_start[4] = {}, beside_end[4] = {};
         const unsigned int sharp = m_level.edges.quad_edge_flags[face];
+#pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int next = (k + 1) & 3u;
             const unsigned int o = m_opposites[begin + k];
-            Lanes& next_to_start = out[leaving_edge_control(k)];
-            Lanes& next_to_end = out[arriving_edge_control(next)];
             if (((sharp >> k) & 1u) != 0 || o == none) {
                 constexpr Scalar third = Scalar(1) / Scalar(3);
-                next_to_start = (q[k] * Scalar(2) + q[next]) * third;
-                next_to_end = (q[next] * Scalar(2) + q[k]) * third;
+                put(leaving_edge_control(k), (q[k] * Scalar(2) + q[next]) * third);
+                put(arriving_edge_control(next), (q[next] * Scalar(2) + q[k]) * third);
                 continue;
             }
             const unsigned int other = begin_of<is_quads>(o);
             unsigned int at_start = m_vertices[other + ((o - other + 2) & 3u)];
             unsigned int at_end = m_vertices[other + ((o - other + 3) & 3u)];
             if (m_vertices[o] == quad[k]) std::swap(at_start, at_end);  // a neighbour that winds the other way
-            beside_start[k] = load(at_start);
-            beside_end[k] = load(at_end);
-            const Lanes a = beside_start[k] + q[(k + 3) & 3u];
-            const Lanes b = beside_end[k] + q[(k + 2) & 3u];
+            beside_start[k] = at_start;
+            beside_end[k] = at_end;
+            const Lanes a = load(at_start) + q[(k + 3) & 3u];
+            const Lanes b = load(at_end) + q[(k + 2) & 3u];
             constexpr Scalar share = Scalar(1) / Scalar(18);
-            next_to_start = (q4[k] * Scalar(2) + q4[next] + a * Scalar(2) + b) * share;
-            next_to_end = (q4[next] * Scalar(2) + q4[k] + b * Scalar(2) + a) * share;
+            put(leaving_edge_control(k), (q4[k] * Scalar(2) + q4[next] + a * Scalar(2) + b) * share);
+            put(arriving_edge_control(next), (q4[next] * Scalar(2) + q4[k] + b * Scalar(2) + a) * share);
         }
 
+#pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int v = quad[k];
             if (!m_limits.is_known(v)) {
-                if (m_level.vertex_kinds[v] == RefinementLevel::regular_vertex) {
-                    const unsigned int previous = (k + 3) & 3u;
-                    const Lanes edges = q[(k + 1) & 3u] + q[previous] + beside_start[k] + beside_end[previous];
-                    const Lanes diagonals = q[(k + 2) & 3u] + beside_end[k] + beside_start[previous] +
-                                            load(opposite_diagonal<is_quads>(v, begin + k));
-                    Value limit;
-                    Access::store((q4[k] * Scalar(4) + edges * Scalar(4) + diagonals) * (Scalar(1) / Scalar(36)),
-                                  limit);
-                    m_limits.set(v, limit);
-                } else {
+                if (m_level.vertex_kinds[v] == RefinementLevel::regular_vertex)
+                    m_limits.set(v, regular_limit(quad, k, beside_start[k], beside_end[k], beside_start[(k + 3) & 3u],
+                                                  beside_end[(k + 3) & 3u], opposite_diagonal<is_quads>(v, begin + k)));
+                else
                     m_limits.set(v, limit_point(m_level, m_values, v));
-                }
             }
-            out[corner_control(k)] = Access::load(m_limits.get(v));
+            put(corner_control(k), Access::load(m_limits.get(v)));
         }
+    }
+
+    // Of corner k: the ends of edges and diagonals around it that are not in its quad, across its edge k, across the
+    // one before, and opposite.
+    Value regular_limit(const unsigned int* quad, unsigned int k, unsigned int edge_ahead, unsigned int diagonal_ahead,
+                        unsigned int diagonal_behind, unsigned int edge_behind, unsigned int opposite) const {
+        const Lanes edges = load(quad[(k + 1) & 3u]) + load(quad[(k + 3) & 3u]) + load(edge_ahead) + load(edge_behind);
+        const Lanes diagonals =
+            load(quad[(k + 2) & 3u]) + load(diagonal_ahead) + load(diagonal_behind) + load(opposite);
+        Value limit;
+        Access::store((load(quad[k]) * Scalar(16) + edges * Scalar(4) + diagonals) * (Scalar(1) / Scalar(36)), limit);
+        return limit;
     }
 
     Lanes load(unsigned int v) const { return Access::load(m_points[v]); }
