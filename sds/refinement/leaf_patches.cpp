@@ -2,8 +2,8 @@
 
 namespace sds {
 
-LeafPatches::LeafPatches(const RefinementLevel& level, DartMasks& darts)
-    : m_level(level), m_darts(darts), m_soft{false, &level.edges, {}}, m_hard{true, &m_hard_edges, {}} {
+LeafPatches::LeafPatches(const RefinementLevel& level)
+    : m_level(level), m_soft{false, &level.edges, {}}, m_hard{true, &m_hard_edges, {}} {
     for (const SharpVertex& vertex : level.sharp_vertices) m_has_fractional |= vertex.is_fractional();
     if (!m_has_fractional) return;
     m_hard_edges = level.edges;
@@ -40,7 +40,7 @@ unsigned int LeafPatches::dart_edge(unsigned int e) {
     const SharpVertex* vertex = m_level.sharp_vertex(m_level.corner_vertices[e]);
     if (vertex == nullptr || !vertex->is_dart()) return none;
     const Fan fan = m_soft.corner_fan(e);
-    const bool has_mask = fan.closed && fan.valence > 2 && fan.valence <= DartMasks::max_valence;
+    const bool has_mask = fan.closed && fan.valence > 2 && fan.valence <= max_dart_valence;
     return has_mask ? fan.last_edge : none;
 }
 
@@ -64,7 +64,7 @@ TangentPair<double> LeafPatches::tangents_at(unsigned int e, const Fan& fan, con
     TangentPair<double> tangents = smooth_tangents(e, fan, values);
     const unsigned int sharp = dart_edge(e);
     if (sharp == none) return tangents;
-    const DartMask& mask = m_darts.get(fan.valence);
+    const DartMask& mask = dart_mask(fan.valence);
     const Vec3d normal = sum_dart_ring(m_level, sharp, fan.valence, mask.along, values.points.get_data())
                              .cross(sum_dart_ring(m_level, sharp, fan.valence, mask.across, values.points.get_data()));
     const double squared = normal.length_squared();

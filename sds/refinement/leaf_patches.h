@@ -15,7 +15,7 @@ public:
     using Vec3d = GMathVec3<double>;
     using Nets = DerivativeNets<Vec3d>;
 
-    LeafPatches(const RefinementLevel& level, DartMasks& darts);
+    explicit LeafPatches(const RefinementLevel& level);
 
     // The limit point of the vertex at half-edge e.
     template <class Value>
@@ -57,7 +57,6 @@ private:
     void blend(unsigned int face, const Value* hard, Value* controls) const;
 
     const RefinementLevel& m_level;
-    DartMasks& m_darts;
     bool m_has_fractional = false;
     SdsMeshBase::EdgesTopology m_hard_edges;  // empty when nothing is fractional
     Reading m_soft;
@@ -73,7 +72,7 @@ Value LeafPatches::limit_at(unsigned int e, const LevelValues<Value>& values) {
     const unsigned int sharp = dart_edge(e);
     if (sharp == none) return limit_point(m_level, values, v);
     const unsigned int n = m_level.valences[v];
-    return sum_dart_ring(m_level, sharp, n, m_darts.get(n).limit, values.points.get_data());
+    return sum_dart_ring(m_level, sharp, n, dart_mask(n).limit, values.points.get_data());
 }
 
 template <class Value>

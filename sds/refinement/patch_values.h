@@ -10,6 +10,22 @@
 
 namespace sds {
 
+// Marks the faces around the irregular corners of leaves, whose limit points need the sums of all of them.
+inline void mark_leaf_rings(const RefinementLevel& level, CoreArray<unsigned char>& is_marked) {
+    CoreArray<unsigned char> vertices(level.vertex_count, static_cast<unsigned char>(0));
+    const auto is_irregular = [&](unsigned int v) { return level.vertex_kinds[v] != RefinementLevel::regular_vertex; };
+    for (unsigned int f = 0; f < level.candidate_count; ++f) {
+        if (level.states[f] != FaceState::leaf) continue;
+        for (unsigned int c = 4 * f; c < 4 * f + 4; ++c)
+            if (is_irregular(level.corner_vertices[c])) vertices[level.corner_vertices[c]] = 1;
+    }
+    is_marked.resize(level.face_count);
+    for (unsigned int f = 0; f < level.face_count; ++f) {
+        const unsigned int* v = level.corner_vertices.get_data() + 4 * size_t{f};
+        is_marked[f] = vertices[v[0]] | vertices[v[1]] | vertices[v[2]] | vertices[v[3]];
+    }
+}
+
 // Gives every patch's exact controls to the sink, level by level:
 //     sink.begin_level(level, next level or null)
 //     sink.add_regular(face, patch, compute), where compute(put) calls put(control, lanes) for all sixteen
@@ -23,7 +39,7 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
     if (level_count == 0) return;
     LevelValues<Value> values;
     LevelValues<Value> next;
-    DartMasks darts;
+    CoreArray<unsigned char> leaf_rings;
     PatchLimits<Value> limits;
     // Sized for the largest level at once: arrays that grow from level to level would be touched anew each time.
     unsigned int face_count = 0;
@@ -46,21 +62,28 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         const FaceState* states = level.states.get_data();
         const bool has_leaves =
             std::find(states, states + level.candidate_count, FaceState::leaf) != states + level.candidate_count;
-        if (fine != nullptr || has_leaves) sum_neighbours(level, values, !has_leaves);
+        if (has_leaves) mark_leaf_rings(level, leaf_rings);
+        if (fine != nullptr || has_leaves)
+            sum_neighbours(level, values, [&](unsigned int f) {
+                return (fine != nullptr && level.face_children[f] != none) || (has_leaves && leaf_rings[f] != 0);
+            });
         if (fine != nullptr) refine_values(level, *fine, topology.has_smooth_triangles() && i == 0, values, next);
 
         sink.begin_level(level, fine);
         limits.start(level.vertex_count);
         RegularPatches<Value> regular(level, values, limits);
         std::unique_ptr<LeafPatches> leaves;
-        if (has_leaves) leaves = std::make_unique<LeafPatches>(level, darts);
+        if (has_leaves) leaves = std::make_unique<LeafPatches>(level);
         for (unsigned int f = 0; f < level.candidate_count; ++f) {
             if (states[f] == FaceState::emitted) {
                 sink.add_regular(f, level.face_patches[f], [&](const auto& put) { regular.compute(f, put); });
             } else if (states[f] == FaceState::leaf) {
                 for (unsigned int c = 4 * f; c < 4 * f + 4; ++c) {
                     const unsigned int v = level.corner_vertices[c];
-                    if (!limits.is_known(v)) limits.set(v, leaves->limit_at(c, values));
+                    if (limits.is_known(v)) continue;
+                    limits.set(v, level.vertex_kinds[v] == RefinementLevel::regular_vertex
+                                      ? regular.limit_at(f, c - 4 * f)
+                                      : leaves->limit_at(c, values));
                 }
                 Value controls[16];
                 leaves->compute(f, values, limits, controls);

@@ -60,7 +60,30 @@ public:
             compute<false>(face, m_level.offsets[face], put);
     }
 
+    // The limit point of corner k of a face of a level of quads, a regular vertex.
+    Value limit_at(unsigned int face, unsigned int k) const {
+        const unsigned int* quad = m_vertices + 4 * size_t{face};
+        const unsigned int behind = (k + 3) & 3u;
+        const Beside ahead = beside<true>(4 * face + k);
+        const Beside back = beside<true>(4 * face + behind);
+        return regular_limit(quad, k, ahead.start, ahead.end, back.start, back.end,
+                             opposite_diagonal<true>(quad[k], 4 * face + k));
+    }
+
 private:
+    // Ends of the edges of the face across a face-corner's edge that leave its two ends.
+    struct Beside {
+        unsigned int start, end;
+    };
+    template <bool is_quads>
+    Beside beside(unsigned int c) const {
+        const unsigned int o = m_opposites[c];
+        const unsigned int begin = begin_of<is_quads>(o);
+        const Beside found = {m_vertices[begin + ((o - begin + 2) & 3u)], m_vertices[begin + ((o - begin + 3) & 3u)]};
+        if (m_vertices[o] != m_vertices[c]) return found;
+        return {found.end, found.start};  // a neighbour that winds the other way
+    }
+
     template <bool is_quads, class Put>
     void compute(unsigned int face, unsigned int begin, const Put& put) {
         const unsigned int* quad = m_vertices + begin;
@@ -71,8 +94,7 @@ private:
         for (unsigned int k = 0; k < 4; ++k)
             put(interior_control(k), (across[k & 1u] + q4[k] + q[(k + 2) & 3u]) * (Scalar(1) / Scalar(9)));
 
-        // Ends of the edges of the neighbours across edge k that leave its two ends.
-        unsigned int beside_start[4] = {}, beside_end[4] = {};
+        Beside besides[4] = {};
         const unsigned int sharp = m_level.edges.quad_edge_flags[face];
 #pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k) {
@@ -84,14 +106,9 @@ private:
                 put(arriving_edge_control(next), (q[next] * Scalar(2) + q[k]) * third);
                 continue;
             }
-            const unsigned int other = begin_of<is_quads>(o);
-            unsigned int at_start = m_vertices[other + ((o - other + 2) & 3u)];
-            unsigned int at_end = m_vertices[other + ((o - other + 3) & 3u)];
-            if (m_vertices[o] == quad[k]) std::swap(at_start, at_end);  // a neighbour that winds the other way
-            beside_start[k] = at_start;
-            beside_end[k] = at_end;
-            const Lanes a = load(at_start) + q[(k + 3) & 3u];
-            const Lanes b = load(at_end) + q[(k + 2) & 3u];
+            besides[k] = beside<is_quads>(begin + k);
+            const Lanes a = load(besides[k].start) + q[(k + 3) & 3u];
+            const Lanes b = load(besides[k].end) + q[(k + 2) & 3u];
             constexpr Scalar share = Scalar(1) / Scalar(18);
             put(leaving_edge_control(k), (q4[k] * Scalar(2) + q4[next] + a * Scalar(2) + b) * share);
             put(arriving_edge_control(next), (q4[next] * Scalar(2) + q4[k] + b * Scalar(2) + a) * share);
@@ -102,8 +119,9 @@ private:
             const unsigned int v = quad[k];
             if (!m_limits.is_known(v)) {
                 if (m_level.vertex_kinds[v] == RefinementLevel::regular_vertex)
-                    m_limits.set(v, regular_limit(quad, k, beside_start[k], beside_end[k], beside_start[(k + 3) & 3u],
-                                                  beside_end[(k + 3) & 3u], opposite_diagonal<is_quads>(v, begin + k)));
+                    m_limits.set(v, regular_limit(quad, k, besides[k].start, besides[k].end, besides[(k + 3) & 3u].start,
+                                                  besides[(k + 3) & 3u].end,
+                                                  opposite_diagonal<is_quads>(v, begin + k)));
                 else
                     m_limits.set(v, limit_point(m_level, m_values, v));
             }

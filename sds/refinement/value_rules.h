@@ -30,27 +30,23 @@ struct LevelValues {
     }
 };
 
-// Face points and sums from the points: of all faces and vertices, or of what the next level's points are made of only.
-template <class Value>
-void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values, bool is_for_step = false) {
+// Face points and sums from the points, of the faces that is_needed(face) says so of and the vertices that have no
+// other faces.
+template <class Value, class IsNeeded>
+void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values, const IsNeeded& is_needed) {
     using Scalar = typename ValueOps<Value>::Scalar;
     using Sums = typename LevelValues<Value>::Sums;
-    const Sums nothing{ValueOps<Value>::zero(), ValueOps<Value>::zero()};
     values.face_points.resize(level.face_count);
     values.sums.resize(level.vertex_count);
     const Value* points = values.points.get_data();
     Sums* sums = values.sums.get_data();
-    if (is_for_step) {
-        for (unsigned int f = 0; f < level.face_count; ++f) {
-            if (level.face_children[f] == none) continue;
-            for (unsigned int c = level.face_begin(f); c < level.face_end(f); ++c)
-                sums[level.corner_vertices[c]] = nothing;
-        }
-    } else {
-        for (unsigned int v = 0; v < level.vertex_count; ++v) sums[v] = nothing;
+    for (unsigned int f = 0; f < level.face_count; ++f) {
+        if (!is_needed(f)) continue;
+        for (unsigned int c = level.face_begin(f), end = level.face_end(f); c < end; ++c)
+            sums[level.corner_vertices[c]] = {ValueOps<Value>::zero(), ValueOps<Value>::zero()};
     }
     level.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
-        if (is_for_step && level.face_children[f] == none) return;
+        if (!is_needed(f)) return;
         const unsigned int* corners = level.corner_vertices.get_data() + begin;
         if constexpr (!std::is_same_v<decltype(count), unsigned int>) {
             const Value& a = points[corners[0]];
@@ -79,6 +75,11 @@ void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values, bo
             }
         }
     });
+}
+
+template <class Value>
+void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values) {
+    sum_neighbours(level, values, [](unsigned int) { return true; });
 }
 
 // Weights in smooth edge points: of the two ends and of the two face points.
