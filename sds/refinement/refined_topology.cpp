@@ -2,17 +2,22 @@
 
 #include <memory>
 
+#include "sds/common/progress.h"
 #include "sds/refinement/depth_per_vertex.h"
 
 namespace sds {
 
 void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions& options,
-                            const CoreBasicArray<GMathVec3<float>>& positions) {
+                            const CoreBasicArray<GMathVec3<float>>& positions, AppProgressBar* progress) {
     clear();
     CoreArray<RefinementLevel> levels(1);
     make_cage_level(cage, options, levels[0]);
     const auto depth = static_cast<int>(std::min(options.depth, RefinementOptions::max_depth));
     levels.reserve(static_cast<unsigned int>(depth) + 2);
+    // The last step is the list's.
+    const auto step_count = static_cast<unsigned int>(depth - levels[0].depth) + 2;
+    progress_steps(progress, step_count);
+    progress_step(progress, 0);
     std::unique_ptr<DepthPerVertex> depths;
     if (options.error > 0.0) depths = std::make_unique<DepthPerVertex>(positions, levels[0].vertex_count, options);
     for (;;) {
@@ -22,6 +27,7 @@ void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions&
         bool is_refined = false;
         for (unsigned int f = 0; f < level.candidate_count && !is_refined; ++f)
             is_refined = level.states[f] == FaceState::refined;
+        progress_step(progress, levels.get_count());
         if (!is_refined) break;
         levels.resize(levels.get_count() + 1);
         refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], levels.get_count() == 2, options);
@@ -32,6 +38,7 @@ void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions&
     m_smooth_triangles = options.smooth_triangles;
     try {
         list_patches();
+        progress_step(progress, step_count);
     } catch (...) {
         clear();
         throw;

@@ -119,9 +119,9 @@ private:
             const unsigned int v = quad[k];
             if (!m_limits.is_known(v)) {
                 if (m_level.vertex_kinds[v] == RefinementLevel::regular_vertex)
-                    m_limits.set(v, regular_limit(quad, k, besides[k].start, besides[k].end, besides[(k + 3) & 3u].start,
-                                                  besides[(k + 3) & 3u].end,
-                                                  opposite_diagonal<is_quads>(v, begin + k)));
+                    m_limits.set(v,
+                                 regular_limit(quad, k, besides[k].start, besides[k].end, besides[(k + 3) & 3u].start,
+                                               besides[(k + 3) & 3u].end, opposite_diagonal<is_quads>(v, begin + k)));
                 else
                     m_limits.set(v, limit_point(m_level, m_values, v));
             }
