@@ -162,6 +162,47 @@ public:
         m_edge_halves = coarse.edge_halves.get_data();
     }
 
+    // All children of a quad: those of add, with the four inner edges joined without looking.
+    template <unsigned int turned>
+    void add_four(unsigned int f, unsigned int begin) {
+        const unsigned int centre = m_coarse.face_children[f];
+        const unsigned int first = 4 * m_count;
+        m_count += 4;
+        m_valences[centre] = 4;
+        unsigned int points[4], inner[4], starts[4], ends[4];  // of the four edges; halves at their two ends
+        for (unsigned int j = 0; j < 4; ++j) {
+            const unsigned int c = begin + j;
+            const unsigned int e = m_coarse.corner_edges[c];
+            const unsigned int is_forward = m_edge_ends[2 * e] == m_coarse.corner_vertices[c] ? 1 : 0;
+            points[j] = m_coarse.edge_children[e];
+            inner[j] = m_inner_edges[c];
+            starts[j] = m_edge_halves[2 * e + 1 - is_forward];
+            ends[j] = m_edge_halves[2 * e + is_forward];
+        }
+#pragma GCC unroll 4
+        for (unsigned int j = 0; j < 4; ++j) {
+            const unsigned int behind = (j + 3) & 3u;
+            const unsigned int turn = turned * j;
+            const auto corner = [&](unsigned int k) { return first + 4 * j + ((k + turn) & 3u); };
+            const unsigned int vertex = m_coarse.vertex_children[m_coarse.corner_vertices[begin + j]];
+            m_corner_vertices[corner(0)] = vertex;
+            m_corner_vertices[corner(1)] = points[j];
+            m_corner_vertices[corner(2)] = centre;
+            m_corner_vertices[corner(3)] = points[behind];
+            ++m_valences[vertex];
+            m_valences[points[j]] += 2;
+            // Inner edge j is the second of child j and the third of child j + 1.
+            const unsigned int next = (j + 1) & 3u;
+            const unsigned int opposite = first + 4 * next + ((2 + turned * next) & 3u);
+            m_corner_edges[corner(1)] = m_corner_edges[opposite] = inner[j];
+            m_opposites[corner(1)] = opposite;
+            m_opposites[opposite] = corner(1);
+            m_edge_corners[inner[j]] = corner(1);
+            join(corner(0), starts[j]);
+            join(corner(3), ends[behind]);
+        }
+    }
+
     // The child at corner j of a face.
     void add(unsigned int f, unsigned int begin, unsigned int count, unsigned int j) {
         const unsigned int c = begin + j;
@@ -176,24 +217,26 @@ public:
         const unsigned int first = 4 * m_count++;
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int corner = first + ((k + turn) & 3u);
-            const unsigned int e = edges[k];
             m_corner_vertices[corner] = vertices[k];
-            m_corner_edges[corner] = e;
             ++m_valences[vertices[k]];
-            m_opposites[corner] = none;
-            const unsigned int other = m_edge_corners[e];
-            if (other == none) {
-                m_edge_corners[e] = corner;
-            } else if (m_edge_marks[e] == 0) {
-                m_opposites[corner] = other;
-                m_opposites[other] = corner;
-            }
+            join(corner, edges[k]);
         }
     }
 
     unsigned int count() const { return m_count; }
 
 private:
+    void join(unsigned int corner, unsigned int e) {
+        m_corner_edges[corner] = e;
+        m_opposites[corner] = none;
+        const unsigned int other = m_edge_corners[e];
+        if (other == none) {
+            m_edge_corners[e] = corner;
+        } else if (m_edge_marks[e] == 0) {
+            m_opposites[corner] = other;
+            m_opposites[other] = corner;
+        }
+    }
     unsigned int half_at(unsigned int edge, unsigned int v) const {
         return m_edge_halves[2 * edge + (m_edge_ends[2 * edge] == v ? 0 : 1)];
     }
@@ -243,10 +286,13 @@ void make_children(RefinementLevel& coarse, RefinementLevel& fine, const Touched
         if (coarse.states[f] != FaceState::refined) continue;
         const unsigned int begin = coarse.face_begin(f), count = coarse.face_end(f) - begin;
         coarse.first_children[f] = maker.count();
-        for (unsigned int j = 0; j < count; ++j) {
-            fine.places[maker.count()] = child_place(coarse, f, begin, j);
-            maker.add(f, begin, count, j);
-        }
+        for (unsigned int j = 0; j < count; ++j) fine.places[maker.count() + j] = child_place(coarse, f, begin, j);
+        if (count != 4)
+            for (unsigned int j = 0; j < count; ++j) maker.add(f, begin, count, j);
+        else if (coarse.is_quads())
+            maker.add_four<1>(f, begin);
+        else
+            maker.add_four<0>(f, begin);
     }
     for (const unsigned int f : touched) {
         if (coarse.states[f] == FaceState::refined) continue;
