@@ -2,7 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <memory>
 
 #include "sds/common/progress.h"
 #include "sds/refinement/leaf_patches.h"
@@ -26,7 +25,25 @@ inline void mark_leaf_rings(const RefinementLevel& level, CoreArray<unsigned cha
     }
 }
 
-// Gives every patch's exact controls to the sink, level by level:
+template <class Value, class Sink>
+void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values, const RegularPatches<Value>& regular,
+                  PatchLimits<Value>& limits, Sink& sink) {
+    LeafPatches leaves(level);
+    for (unsigned int f = 0; f < level.candidate_count; ++f) {
+        if (level.states[f] != FaceState::leaf) continue;
+        for (unsigned int k = 0; k < 4; ++k) {
+            const unsigned int v = level.corner_vertices[4 * f + k];
+            if (limits.is_known(v)) continue;
+            const bool is_regular = level.vertex_kinds[v] == RefinementLevel::regular_vertex;
+            limits.set(v, is_regular ? regular.limit_at(f, k) : leaves.limit_at(4 * f + k, values));
+        }
+        Value controls[16];
+        leaves.compute(f, values, limits, controls);
+        sink.add_leaf(f, level.face_patches[f], controls, values, leaves);
+    }
+}
+
+// Gives every patch's exact controls to the sink, level by level, the leaves of a level last:
 //     sink.begin_level(level, next level or null)
 //     sink.add_regular(face, patch, compute), where compute(put) calls put(control, lanes) for all sixteen
 //     sink.add_leaf(face, patch, 16 controls, values of the level, leaves)
@@ -72,24 +89,10 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         sink.begin_level(level, fine);
         limits.start(level.vertex_count);
         RegularPatches<Value> regular(level, values, limits);
-        std::unique_ptr<LeafPatches> leaves;
-        if (has_leaves) leaves = std::make_unique<LeafPatches>(level);
-        for (unsigned int f = 0; f < level.candidate_count; ++f) {
-            if (states[f] == FaceState::emitted) {
+        for (unsigned int f = 0; f < level.candidate_count; ++f)
+            if (states[f] == FaceState::emitted)
                 sink.add_regular(f, level.face_patches[f], [&](const auto& put) { regular.compute(f, put); });
-            } else if (states[f] == FaceState::leaf) {
-                for (unsigned int c = 4 * f; c < 4 * f + 4; ++c) {
-                    const unsigned int v = level.corner_vertices[c];
-                    if (limits.is_known(v)) continue;
-                    limits.set(v, level.vertex_kinds[v] == RefinementLevel::regular_vertex
-                                      ? regular.limit_at(f, c - 4 * f)
-                                      : leaves->limit_at(c, values));
-                }
-                Value controls[16];
-                leaves->compute(f, values, limits, controls);
-                sink.add_leaf(f, level.face_patches[f], controls, values, *leaves);
-            }
-        }
+        if (has_leaves) visit_leaves(level, values, regular, limits, sink);
         sink.end_level();
         values.points.swap(next.points);
         progress_step(progress, i + 1);

@@ -49,6 +49,7 @@ public:
           m_limits(limits),
           m_vertices(level.corner_vertices.get_data()),
           m_opposites(level.edges.opposite_edges.get_data()),
+          m_flags(level.edges.quad_edge_flags.get_data()),
           m_points(values.points.get_data()) {}
 
     // Calls put(control, lanes) for all sixteen.
@@ -95,7 +96,7 @@ private:
             put(interior_control(k), (across[k & 1u] + q4[k] + q[(k + 2) & 3u]) * (Scalar(1) / Scalar(9)));
 
         Beside besides[4] = {};
-        const unsigned int sharp = m_level.edges.quad_edge_flags[face];
+        const unsigned int sharp = m_flags[face];
 #pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int next = (k + 1) & 3u;
@@ -159,6 +160,7 @@ private:
     PatchLimits<Value>& m_limits;
     const unsigned int* m_vertices;
     const unsigned int* m_opposites;
+    const unsigned char* m_flags;
     const Value* m_points;
 };
 
