@@ -106,8 +106,6 @@ CoreArray<unsigned int> split_edges(RefinementLevel& coarse, RefinementLevel& fi
     coarse.edge_children.resize(coarse.edge_count);
     coarse.edge_halves.resize(2 * coarse.edge_count);
     coarse.face_children.resize(coarse.face_count);
-    std::fill(coarse.edge_children.begin(), coarse.edge_children.end(), none);
-    std::fill(coarse.edge_halves.begin(), coarse.edge_halves.end(), none);
     std::fill(coarse.face_children.begin(), coarse.face_children.end(), none);
     CoreArray<unsigned int> inner_edges(coarse.corner_edges.get_count());
 
@@ -116,20 +114,20 @@ CoreArray<unsigned int> split_edges(RefinementLevel& coarse, RefinementLevel& fi
     const unsigned int* edge_ends = coarse.edge_ends.get_data();
     unsigned int* edge_children = coarse.edge_children.get_data();
     unsigned int* edge_halves = coarse.edge_halves.get_data();
+    const float* coarse_sharpness = coarse.edge_sharpness.get_data();
+    const unsigned char* coarse_marks = coarse.edge_marks.get_data();
     unsigned int next = fine.vertex_count;
-    for (const unsigned int f : touched) {
-        for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c) {
-            const unsigned int e = corner_edges[c];
-            if (edge_children[e] != none) continue;
-            const unsigned int ends[2] = {edge_ends[2 * e], edge_ends[2 * e + 1]};
-            if (vertex_children[ends[0]] == none && vertex_children[ends[1]] == none) continue;
-            const unsigned int point = edge_children[e] = next++;
-            for (unsigned int i = 0; i < 2; ++i)
-                if (vertex_children[ends[i]] != none)
-                    edge_halves[2 * e + i] = adder.add(
-                        vertex_children[ends[i]], point,
-                        half_sharpness(coarse, coarse.edge_sharpness[e], ends[i], chaikin), coarse.edge_marks[e]);
-        }
+    for (unsigned int e = 0; e < coarse.edge_count; ++e) {
+        const unsigned int ends[2] = {edge_ends[2 * e], edge_ends[2 * e + 1]};
+        const unsigned int children[2] = {vertex_children[ends[0]], vertex_children[ends[1]]};
+        edge_children[e] = edge_halves[2 * e] = edge_halves[2 * e + 1] = none;
+        if ((children[0] & children[1]) == none) continue;
+        const unsigned int point = edge_children[e] = next++;
+        const float s = coarse_sharpness[e];
+        for (unsigned int i = 0; i < 2; ++i)
+            if (children[i] != none)
+                edge_halves[2 * e + i] =
+                    adder.add(children[i], point, half_sharpness(coarse, s, ends[i], chaikin), coarse_marks[e]);
     }
     for (const unsigned int f : touched) {
         const unsigned int centre = coarse.face_children[f] = next++;
