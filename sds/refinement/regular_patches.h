@@ -47,10 +47,8 @@ public:
         : m_level(level),
           m_values(values),
           m_limits(limits),
-          m_vertices(level.corner_vertices.get_data()),
-          m_opposites(level.edges.opposite_edges.get_data()),
-          m_flags(level.edges.quad_edge_flags.get_data()),
-          m_points(values.points.get_data()) {}
+          m_neighbours{level.corner_vertices.get_data(), level.edges.opposite_edges.get_data(),
+                       level.offsets.get_data(), level.corner_faces.get_data(), values.points.get_data()} {}
 
     // Calls put(control, lanes) for all sixteen.
     template <class Put>
@@ -63,12 +61,9 @@ public:
 
     // The limit point of corner k of a face of a level of quads, a regular vertex.
     Value limit_at(unsigned int face, unsigned int k) const {
-        const unsigned int* quad = m_vertices + 4 * size_t{face};
-        const unsigned int behind = (k + 3) & 3u;
-        const Beside ahead = beside<true>(4 * face + k);
-        const Beside back = beside<true>(4 * face + behind);
-        return regular_limit(quad, k, ahead.start, ahead.end, back.start, back.end,
-                             opposite_diagonal<true>(quad[k], 4 * face + k));
+        return regular_limit(4 * face, k, m_neighbours.template beside<true>(4 * face + k),
+                             m_neighbours.template beside<true>(4 * face + ((k + 3) & 3u)),
+                             opposite_diagonal<true>(4 * face + k));
     }
 
 private:
@@ -76,18 +71,34 @@ private:
     struct Beside {
         unsigned int start, end;
     };
-    template <bool is_quads>
-    Beside beside(unsigned int c) const {
-        const unsigned int o = m_opposites[c];
-        const unsigned int begin = begin_of<is_quads>(o);
-        const Beside found = {m_vertices[begin + ((o - begin + 2) & 3u)], m_vertices[begin + ((o - begin + 3) & 3u)]};
-        if (m_vertices[o] != m_vertices[c]) return found;
-        return {found.end, found.start};  // a neighbour that winds the other way
-    }
+    // Used as a local copy: what `this` points to would be read again after every store of lanes.
+    struct Neighbours {
+        const unsigned int* vertices;
+        const unsigned int* opposites;
+        const unsigned int* offsets;
+        const unsigned int* corner_faces;
+        const Value* points;
+
+        Lanes load(unsigned int v) const { return Access::load(points[v]); }
+        template <bool is_quads>
+        unsigned int begin_of(unsigned int c) const {
+            return is_quads ? c & ~3u : offsets[corner_faces[c]];
+        }
+        template <bool is_quads>
+        Beside beside(unsigned int c) const {
+            const unsigned int o = opposites[c];
+            const unsigned int begin = begin_of<is_quads>(o);
+            const Beside found = {vertices[begin + ((o - begin + 2) & 3u)], vertices[begin + ((o - begin + 3) & 3u)]};
+            if (vertices[o] != vertices[c]) return found;
+            return {found.end, found.start};  // a neighbour that winds the other way
+        }
+    };
 
     template <bool is_quads, class Put>
     void compute(unsigned int face, unsigned int begin, const Put& put) {
-        const unsigned int* quad = m_vertices + begin;
+        const Neighbours around = m_neighbours;
+        const auto load = [&around](unsigned int v) { return around.load(v); };
+        const unsigned int* quad = around.vertices + begin;
         const Lanes q[4] = {load(quad[0]), load(quad[1]), load(quad[2]), load(quad[3])};
         const Lanes q4[4] = {q[0] * Scalar(4), q[1] * Scalar(4), q[2] * Scalar(4), q[3] * Scalar(4)};
         const Lanes across[2] = {(q[1] + q[3]) * Scalar(2), (q[0] + q[2]) * Scalar(2)};
@@ -96,18 +107,17 @@ private:
             put(interior_control(k), (across[k & 1u] + q4[k] + q[(k + 2) & 3u]) * (Scalar(1) / Scalar(9)));
 
         Beside besides[4] = {};
-        const unsigned int sharp = m_flags[face];
+        const unsigned int sharp = m_level.edges.quad_edge_flags[face];
 #pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int next = (k + 1) & 3u;
-            const unsigned int o = m_opposites[begin + k];
-            if (((sharp >> k) & 1u) != 0 || o == none) {
+            if (((sharp >> k) & 1u) != 0 || around.opposites[begin + k] == none) {
                 constexpr Scalar third = Scalar(1) / Scalar(3);
                 put(leaving_edge_control(k), (q[k] * Scalar(2) + q[next]) * third);
                 put(arriving_edge_control(next), (q[next] * Scalar(2) + q[k]) * third);
                 continue;
             }
-            besides[k] = beside<is_quads>(begin + k);
+            besides[k] = around.template beside<is_quads>(begin + k);
             const Lanes a = load(besides[k].start) + q[(k + 3) & 3u];
             const Lanes b = load(besides[k].end) + q[(k + 2) & 3u];
             constexpr Scalar share = Scalar(1) / Scalar(18);
@@ -120,9 +130,8 @@ private:
             const unsigned int v = quad[k];
             if (!m_limits.is_known(v)) {
                 if (m_level.vertex_kinds[v] == RefinementLevel::regular_vertex)
-                    m_limits.set(v,
-                                 regular_limit(quad, k, besides[k].start, besides[k].end, besides[(k + 3) & 3u].start,
-                                               besides[(k + 3) & 3u].end, opposite_diagonal<is_quads>(v, begin + k)));
+                    m_limits.set(v, regular_limit(begin, k, besides[k], besides[(k + 3) & 3u],
+                                                  opposite_diagonal<is_quads>(begin + k)));
                 else
                     m_limits.set(v, limit_point(m_level, m_values, v));
             }
@@ -130,38 +139,34 @@ private:
         }
     }
 
-    // Of corner k: the ends of edges and diagonals around it that are not in its quad, across its edge k, across the
-    // one before, and opposite.
-    Value regular_limit(const unsigned int* quad, unsigned int k, unsigned int edge_ahead, unsigned int diagonal_ahead,
-                        unsigned int diagonal_behind, unsigned int edge_behind, unsigned int opposite) const {
-        const Lanes edges = load(quad[(k + 1) & 3u]) + load(quad[(k + 3) & 3u]) + load(edge_ahead) + load(edge_behind);
-        const Lanes diagonals =
-            load(quad[(k + 2) & 3u]) + load(diagonal_ahead) + load(diagonal_behind) + load(opposite);
+    // Of corner k, with what is beside its edge k and beside the one before.
+    Value regular_limit(unsigned int begin, unsigned int k, const Beside& ahead, const Beside& behind,
+                        unsigned int opposite) const {
+        const Neighbours& around = m_neighbours;
+        const unsigned int* quad = around.vertices + begin;
+        const Lanes edges = around.load(quad[(k + 1) & 3u]) + around.load(quad[(k + 3) & 3u]) +
+                            around.load(ahead.start) + around.load(behind.end);
+        const Lanes diagonals = around.load(quad[(k + 2) & 3u]) + around.load(ahead.end) + around.load(behind.start) +
+                                around.load(opposite);
         Value limit;
-        Access::store((load(quad[k]) * Scalar(16) + edges * Scalar(4) + diagonals) * (Scalar(1) / Scalar(36)), limit);
+        Access::store((around.load(quad[k]) * Scalar(16) + edges * Scalar(4) + diagonals) * (Scalar(1) / Scalar(36)),
+                      limit);
         return limit;
     }
 
-    Lanes load(unsigned int v) const { return Access::load(m_points[v]); }
-    template <bool is_quads>
-    unsigned int begin_of(unsigned int c) const {
-        return is_quads ? c & ~3u : m_level.offsets[m_level.corner_faces[c]];
-    }
     // The last of a regular vertex's eight neighbours, that of the face opposite to face-corner c.
     template <bool is_quads>
-    unsigned int opposite_diagonal(unsigned int v, unsigned int c) const {
+    unsigned int opposite_diagonal(unsigned int c) const {
+        const unsigned int v = m_neighbours.vertices[c];
         const unsigned int corner = m_level.turn_around(v, m_level.turn_around(v, c).edge).corner;
-        const unsigned int begin = begin_of<is_quads>(corner);
-        return m_vertices[begin + ((corner - begin + 2) & 3u)];
+        const unsigned int begin = m_neighbours.template begin_of<is_quads>(corner);
+        return m_neighbours.vertices[begin + ((corner - begin + 2) & 3u)];
     }
 
     const RefinementLevel& m_level;
     const LevelValues<Value>& m_values;
     PatchLimits<Value>& m_limits;
-    const unsigned int* m_vertices;
-    const unsigned int* m_opposites;
-    const unsigned char* m_flags;
-    const Value* m_points;
+    Neighbours m_neighbours;
 };
 
 }  // namespace sds
