@@ -44,6 +44,11 @@ private:
         unsigned int number = 0;
     };
 
+    // Most corners of leaves are regular and need no walk.
+    Fan corner_fan(Reading& reading, unsigned int e) const {
+        if (m_level.vertex_kinds[m_level.corner_vertices[e]] == RefinementLevel::regular_vertex) return {true, e, e, 4};
+        return reading.corner_fan(e);
+    }
     template <class Value>
     void compute(unsigned int face, const Fan (&fans)[4], const SdsMeshBase::EdgesTopology& edges,
                  const LevelValues<Value>& values, const PatchLimits<Value>& limits, Value* controls) const;
@@ -96,12 +101,12 @@ void LeafPatches::compute(unsigned int face, const Fan (&fans)[4], const SdsMesh
 template <class Value>
 void LeafPatches::compute(unsigned int face, const LevelValues<Value>& values, const PatchLimits<Value>& limits,
                           Value* controls) {
-    for (unsigned int k = 0; k < 4; ++k) m_fans[k] = m_soft.corner_fan(4 * face + k);
+    for (unsigned int k = 0; k < 4; ++k) m_fans[k] = corner_fan(m_soft, 4 * face + k);
     compute(face, m_fans, *m_soft.edges, values, limits, controls);
     if (!has_fractional_corner(face)) return;
     Value hard[16];
     Fan fans[4];
-    for (unsigned int k = 0; k < 4; ++k) fans[k] = m_hard.corner_fan(4 * face + k);
+    for (unsigned int k = 0; k < 4; ++k) fans[k] = corner_fan(m_hard, 4 * face + k);
     compute(face, fans, *m_hard.edges, values, limits, hard);
     blend(face, hard, controls);
 }
