@@ -53,6 +53,13 @@ inline void store(float* p, const Float4& v) {
 inline void store3(float* p, const Float4& v) {
     for (int i = 0; i < 3; ++i) p[i] = v[i];
 }
+inline Double4 join_doubles(double a, double b, double c, double d) { return {a, b, c, d}; }
+inline void store_doubles3(double* p, const Double4& v) {
+    for (int i = 0; i < 3; ++i) p[i] = v[i];
+}
+inline void store_rounded_doubles3(float* p, const Double4& v) {
+    for (int i = 0; i < 3; ++i) p[i] = static_cast<float>(v[i]);
+}
 inline Float8 join(const Float4& low, const Float4& high) {
     return Float8::fill([&](int i) { return i < 4 ? low[i] : high[i - 4]; });
 }

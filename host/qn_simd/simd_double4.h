@@ -8,7 +8,14 @@ namespace QN_SIMD_NAMESPACE {
 struct SimdDouble4 {
     Double4 v;
 
+    QN_SIMD_INLINE SimdDouble4() = default;
     QN_SIMD_INLINE SimdDouble4(Double4 x) : v(x) {}
+    QN_SIMD_INLINE explicit SimdDouble4(double s) : v(join_doubles(s, s, s, s)) {}
+    // Three numbers at any address, the last lane 0. Nothing beyond them is read or written.
+    QN_SIMD_INLINE static SimdDouble4 load3(const double* p) { return join_doubles(p[0], p[1], p[2], 0.0); }
+    QN_SIMD_INLINE void store3(double* p) const { store_doubles3(p, v); }
+    // The first three rounded to single precision, to any address.
+    QN_SIMD_INLINE void store_rounded3(float* p) const { store_rounded_doubles3(p, v); }
     // Four floats at any address, widened.
     QN_SIMD_INLINE explicit SimdDouble4(const float* p) : v(widen(load(p))) {}
     // (0 + 1) + (2 + 3).

@@ -11,6 +11,7 @@ namespace QN_SIMD_NAMESPACE {
 using Float4 __attribute__((vector_size(16))) = float;
 using Double2 __attribute__((vector_size(16))) = double;
 using Long2 __attribute__((vector_size(16))) = long long;
+using Float2 __attribute__((vector_size(8))) = float;
 
 }  // namespace QN_SIMD_NAMESPACE
 
@@ -56,6 +57,7 @@ QN_SIMD_INLINE Float8 shuffle(Float8 a, Float8 b) {
 QN_SIMD_INLINE Float8 choose_less(Float8 a, Float8 b, Float8 x, Float8 y) { return a < b ? x : y; }
 QN_SIMD_INLINE Float8 swap_halves(Float8 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3); }
 QN_SIMD_INLINE Float8 fill(float low, float high) { return Float8{low, low, low, low, high, high, high, high}; }
+QN_SIMD_INLINE Double4 join_doubles(double a, double b, double c, double d) { return Double4{a, b, c, d}; }
 
 #else
 
@@ -103,6 +105,7 @@ QN_SIMD_INLINE Float8 swap_halves(Float8 v) { return {v.high, v.low}; }
 QN_SIMD_INLINE Float8 fill(float low, float high) {
     return {Float4{low, low, low, low}, Float4{high, high, high, high}};
 }
+QN_SIMD_INLINE Double4 join_doubles(double a, double b, double c, double d) { return {Double2{a, b}, Double2{c, d}}; }
 QN_SIMD_INLINE Double4 widen(Float4 a) { return {widen_low(a), widen_high(a)}; }
 QN_SIMD_INLINE Double4 take_root(Double4 a) { return {take_root(a.low), take_root(a.high)}; }
 QN_SIMD_INLINE Double4 clear_sign(Double4 a) {
@@ -113,6 +116,16 @@ QN_SIMD_INLINE Double4 clear_sign(Double4 a) {
 
 #endif
 
+QN_SIMD_INLINE void store_doubles3(double* p, Double4 v) {
+    const Double2 low = get_low(v);
+    __builtin_memcpy(p, &low, sizeof low);
+    p[2] = get_high(v)[0];
+}
+QN_SIMD_INLINE void store_rounded_doubles3(float* p, Double4 v) {
+    const Float2 low = __builtin_convertvector(get_low(v), Float2);
+    __builtin_memcpy(p, &low, sizeof low);
+    p[2] = static_cast<float>(get_high(v)[0]);
+}
 // (0 + 1) + (2 + 3).
 QN_SIMD_INLINE double add_lanes(Double4 v) {
     const Double2 low = get_low(v), high = get_high(v);

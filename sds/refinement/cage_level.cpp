@@ -21,40 +21,46 @@ void copy_polygons(const RefinementCage& cage, RefinementLevel& level) {
     level.face_count = level.candidate_count = face_count;
     level.vertex_count = cage.vertex_count;
     bool is_quads = true;
-    for (const unsigned int count : cage.polygon_counts) is_quads &= count == 4;
+    for (unsigned int f = 0; f < face_count; ++f) is_quads &= cage.polygon_counts[f] == 4;
     level.depth = is_quads ? 0 : -1;
     level.corner_vertices = cage.polygon_indices;
     level.states.assign(face_count, FaceState::support);
     if (!is_quads) {
         level.offsets.resize(face_count + 1);
         level.corner_faces.resize(corner_count);
+        unsigned int* corner_faces = level.corner_faces.get_data();
         unsigned int offset = 0;
         for (unsigned int f = 0; f < face_count; ++f) {
             level.offsets[f] = offset;
-            for (unsigned int j = 0; j < cage.polygon_counts[f]; ++j) level.corner_faces[offset + j] = f;
-            offset += cage.polygon_counts[f];
+            for (const unsigned int end = offset + cage.polygon_counts[f]; offset < end; ++offset)
+                corner_faces[offset] = f;
         }
         level.offsets[face_count] = offset;
     } else {
         level.places.resize(face_count);
         for (unsigned int f = 0; f < face_count; ++f) level.places[f] = {f, 0, 0};
     }
+    for (unsigned int f = 0; f < cage.holes.get_count(); ++f)
+        if (cage.holes[f] != 0) level.states[f] = FaceState::hole;
     bool has_void = false;
+    for (unsigned int c = 0; c < corner_count; ++c) has_void |= cage.polygon_indices[c] == none;
+    if (!has_void) return;
+    ++level.vertex_count;
     for (unsigned int f = 0; f < face_count; ++f) {
         const unsigned int begin = level.face_begin(f);
         const unsigned int end = level.face_end(f);
-        if (!cage.holes.is_empty() && cage.holes[f] != 0) level.states[f] = FaceState::hole;
         if (!is_void(cage, begin, end)) continue;
-        has_void = true;
         level.states[f] = FaceState::hole;
         for (unsigned int c = begin; c < end; ++c) level.corner_vertices[c] = cage.vertex_count;
     }
-    if (has_void) ++level.vertex_count;
 }
 
 // Border face-corners that run along the same two vertices belong to one edge of three polygons or more: per
 // face-corner the first of them, or none; empty when there are none.
 CoreArray<unsigned int> find_nonmanifold_edges(const RefinementCage& cage, const RefinementLevel& level) {
+    CoreArray<unsigned int> first_of_edge;
+    if (std::find(cage.opposite_corners.begin(), cage.opposite_corners.end(), none) == cage.opposite_corners.end())
+        return first_of_edge;
     CoreArray<unsigned char> border_ends(level.vertex_count, static_cast<unsigned char>(0));
     const auto count_end = [&](unsigned int v) {
         if (border_ends[v] < 3) ++border_ends[v];
@@ -75,7 +81,6 @@ CoreArray<unsigned int> find_nonmanifold_edges(const RefinementCage& cage, const
         const unsigned int b = level.edge_end(c);
         if (a != b && border_ends[a] > 2 && border_ends[b] > 2) halves.add({std::min(a, b), std::max(a, b), c});
     }
-    CoreArray<unsigned int> first_of_edge;
     if (halves.is_empty()) return first_of_edge;
     std::sort(halves.begin(), halves.end(), [](const Half& a, const Half& b) {
         return a.low != b.low ? a.low < b.low : a.high != b.high ? a.high < b.high : a.corner < b.corner;
@@ -95,35 +100,28 @@ float clean_sharpness(float s, const RefinementOptions& options) {
     return s >= options.infinite_from ? infinite_sharpness : std::min(s, infinite_sharpness);
 }
 
-void number_edges(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
-    const CoreArray<unsigned int> first_of_edge = find_nonmanifold_edges(cage, level);
+// Only the sharp ones: the step numbers others where it needs them.
+void number_sharp_edges(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
     const unsigned int corner_count = level.corner_vertices.get_count();
-    level.corner_edges.resize(corner_count);
-    level.edge_ends.reserve(2 * corner_count);
-    level.edge_sharpness.reserve(corner_count);
-    level.edge_marks.reserve(corner_count);
+    level.corner_edges.assign(corner_count, none);
+    const CoreArray<unsigned int> first_of_edge = find_nonmanifold_edges(cage, level);
+    const bool has_tags = !cage.edge_sharpness.is_empty();
     for (unsigned int c = 0; c < corner_count; ++c) {
         const unsigned int o = cage.opposite_corners[c];
+        const float s = has_tags ? clean_sharpness(cage.edge_sharpness[c], options) : 0.0f;
+        if (o != none && s == 0.0f) continue;
         const unsigned int first = first_of_edge.is_empty() ? none : first_of_edge[c];
-        const float s = cage.edge_sharpness.is_empty() ? 0.0f : clean_sharpness(cage.edge_sharpness[c], options);
         const unsigned int twin = o != none ? o : first;
-        if (twin != none && twin < c) {
-            const unsigned int e = level.corner_edges[twin];
-            level.corner_edges[c] = e;
+        if (twin != none && level.corner_edges[twin] != none) {
+            const unsigned int e = level.corner_edges[c] = level.corner_edges[twin];
             level.edge_sharpness[e] = std::max(level.edge_sharpness[e], s);
-            continue;
+        } else {
+            add_edge(level, c, o == none ? infinite_sharpness : s,
+                     o != none       ? static_cast<unsigned char>(0)
+                     : first != none ? RefinementLevel::nonmanifold_mark
+                                     : RefinementLevel::border_mark);
         }
-        level.corner_edges[c] = level.edge_sharpness.get_count();
-        level.edge_ends.add(level.edge_start(c));
-        level.edge_ends.add(level.edge_end(c));
-        level.edge_sharpness.add(o == none ? infinite_sharpness : s);
-        level.edge_marks.add(o != none       ? static_cast<unsigned char>(0)
-                             : first != none ? RefinementLevel::nonmanifold_mark
-                                             : RefinementLevel::border_mark);
     }
-    level.edge_count = level.edge_sharpness.get_count();
-    for (unsigned int e = 0; e < level.edge_count; ++e)
-        if (level.edge_sharpness[e] > 0.0f) level.sharp_edges.add(e);
 }
 
 void tag_vertex(RefinementLevel& level, unsigned int v, float s) {
@@ -133,21 +131,21 @@ void tag_vertex(RefinementLevel& level, unsigned int v, float s) {
     level.tagged_vertices.add(tagged);
 }
 
-// Number of the faces that can be reached from face-corner c around its vertex.
-unsigned int count_fan(const RefinementLevel& level, unsigned int c, unsigned int limit) {
-    const unsigned int v = level.corner_vertices[c];
+// Whether the faces at vertex v, of which c is one's face-corner, are one fan.
+bool is_one_fan(const RefinementLevel& level, unsigned int v, unsigned int c) {
+    const unsigned int valence = level.valences[v];
     const unsigned int sides[2] = {c, level.previous_corner(c)};
     unsigned int count = 1;
     for (const unsigned int side : sides) {
         unsigned int edge = side;
-        while (level.edges.opposite_edges[edge] != none && count <= limit) {
+        while (level.edges.opposite_edges[edge] != none && count <= valence) {
             const RefinementLevel::Turn turn = level.turn_around(v, edge);
-            if (turn.corner == c) return count;
+            if (turn.corner == c) return count == valence;
             ++count;
             edge = turn.edge;
         }
     }
-    return count;
+    return count == valence;
 }
 
 // A vertex where several fans meet stays, and so does one on edges of three polygons or more, unless exactly two such
@@ -162,28 +160,28 @@ void fix_nonmanifold_vertices(RefinementLevel& level) {
             if (ends < 3) ++ends;
         }
     }
-    // A manifold fan cannot be smaller than all faces of its vertex.
-    CoreArray<unsigned char> is_known(level.vertex_count, static_cast<unsigned char>(0));
-    CoreArray<unsigned int> valences(level.vertex_count, 0u);
-    for (const unsigned int v : level.corner_vertices) ++valences[v];
-    for (unsigned int c = 0; c < level.corner_vertices.get_count(); ++c) {
+    level.valences.assign(level.vertex_count, 0u);
+    unsigned int* valences = level.valences.get_data();
+    CoreArray<unsigned int> first_corners(level.vertex_count);
+    for (unsigned int c = level.corner_vertices.get_count(); c-- != 0;) {
         const unsigned int v = level.corner_vertices[c];
-        if (is_known[v] != 0) continue;
-        is_known[v] = 1;
+        first_corners[v] = c;
+        ++valences[v];
+    }
+    for (unsigned int v = 0; v < level.vertex_count; ++v) {
         const unsigned char ends = nonmanifold_ends.is_empty() ? 0 : nonmanifold_ends[v];
-        if (ends == 2) continue;
-        if (ends != 0 || (valences[v] > 1 && count_fan(level, c, valences[v]) != valences[v]))
+        if (ends == 2 || valences[v] == 0) continue;
+        if (ends != 0 || (valences[v] > 1 && !is_one_fan(level, v, first_corners[v])))
             tag_vertex(level, v, infinite_sharpness);
     }
 }
 
 void apply_border_rule(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
     if (options.border_rule == BorderRule::edge_only) return;
+    if (level.sharp_edges.is_empty()) return;
     CoreArray<unsigned char> border_vertices(level.vertex_count, static_cast<unsigned char>(0));
-    CoreArray<unsigned int> valences(level.vertex_count, 0u);
-    for (const unsigned int v : level.corner_vertices) ++valences[v];
     for (unsigned int c = 0; c < level.corner_edges.get_count(); ++c) {
-        if (level.edge_marks[level.corner_edges[c]] == 0) continue;
+        if (cage.opposite_corners[c] != none) continue;
         const bool is_tagged = !cage.edge_sharpness.is_empty() && is_infinitely_sharp(cage.edge_sharpness[c]);
         if (options.border_rule == BorderRule::open && is_tagged) continue;
         border_vertices[level.edge_start(c)] = border_vertices[level.edge_end(c)] = 1;
@@ -194,7 +192,7 @@ void apply_border_rule(const RefinementCage& cage, const RefinementOptions& opti
         return;
     }
     for (unsigned int v = 0; v < level.vertex_count; ++v)
-        if (border_vertices[v] != 0 && (options.border_rule == BorderRule::fixed || valences[v] == 1))
+        if (border_vertices[v] != 0 && (options.border_rule == BorderRule::fixed || level.valences[v] == 1))
             tag_vertex(level, v, infinite_sharpness);
 }
 
@@ -212,8 +210,8 @@ CoreArray<unsigned int> opposite_corners(const CoreBasicArray<unsigned int>& nei
 
 void make_cage_level(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
     copy_polygons(cage, level);
-    number_edges(cage, options, level);
     level.edges.opposite_edges = cage.opposite_corners;
+    number_sharp_edges(cage, options, level);
     for (unsigned int v = 0; v < cage.vertex_sharpness.get_count(); ++v)
         if (const float s = clean_sharpness(cage.vertex_sharpness[v], options); s > 0.0f) tag_vertex(level, v, s);
     fix_nonmanifold_vertices(level);

@@ -8,24 +8,6 @@ namespace sds {
 
 namespace {
 
-// Every edge number's face-corners, two by two. Borders and edges of more than two are joined to nobody.
-void join_corners(RefinementLevel& level) {
-    level.edge_corners.assign(level.edge_count, none);
-    level.edges.opposite_edges.resize(level.corner_edges.get_count());
-    unsigned int* opposite = level.edges.opposite_edges.get_data();
-    for (unsigned int c = 0; c < level.corner_edges.get_count(); ++c) {
-        const unsigned int e = level.corner_edges[c];
-        opposite[c] = none;
-        unsigned int& first = level.edge_corners[e];
-        if (first == none) {
-            first = c;
-        } else if (level.edge_marks[e] == 0) {
-            opposite[c] = first;
-            opposite[first] = c;
-        }
-    }
-}
-
 SharpVertex& sharp_vertex_at(RefinementLevel& level, unsigned int v) {
     unsigned int& index = level.sharp_indices[v];
     if (index == none) {
@@ -64,11 +46,12 @@ void gather_sharp_vertices(RefinementLevel& level) {
 }
 
 void flag_creases(RefinementLevel& level) {
-    if (!level.is_quads()) return;
     level.edges.quad_edge_flags.assign(level.face_count, static_cast<unsigned char>(0));
     const auto flag = [&level](unsigned int h) {
-        unsigned char& flags = level.edges.quad_edge_flags[quad_of(h)];
-        flags = static_cast<unsigned char>(flags | 1u << corner_of(h));
+        const unsigned int f = level.face_of(h);
+        const unsigned int k = h - level.face_begin(f);
+        unsigned char& flags = level.edges.quad_edge_flags[f];
+        if (k < 4) flags = static_cast<unsigned char>(flags | 1u << k);
     };
     for (const unsigned int e : level.sharp_edges) {
         const unsigned int h = level.edge_corners[e];
@@ -80,9 +63,10 @@ void flag_creases(RefinementLevel& level) {
 
 void find_vertex_kinds(RefinementLevel& level) {
     level.vertex_kinds.resize(level.vertex_count);
+    const unsigned int* valences = level.valences.get_data();
+    unsigned char* kinds = level.vertex_kinds.get_data();
     for (unsigned int v = 0; v < level.vertex_count; ++v)
-        level.vertex_kinds[v] =
-            level.valences[v] == 4 ? RefinementLevel::regular_vertex : RefinementLevel::irregular_vertex;
+        kinds[v] = valences[v] == 4 ? RefinementLevel::regular_vertex : RefinementLevel::irregular_vertex;
     for (const SharpVertex& vertex : level.sharp_vertices) {
         unsigned char& kind = level.vertex_kinds[vertex.vertex];
         if (vertex.is_fractional())
@@ -96,7 +80,7 @@ void find_vertex_kinds(RefinementLevel& level) {
     level.for_each_face([&](unsigned int, unsigned int begin, unsigned int count) {
         if (count == 4) return;
         for (unsigned int j = 0; j < count; ++j)
-            level.vertex_kinds[level.corner_vertices[begin + j]] = RefinementLevel::irregular_vertex;
+            kinds[level.corner_vertices[begin + j]] = RefinementLevel::irregular_vertex;
     });
 }
 
@@ -114,10 +98,19 @@ bool is_half_turn(const RefinementLevel& level, unsigned int c) {
 
 float remaining_weight(float s) { return is_infinitely_sharp(s) ? 1.0f : 1.0f - std::exp2(-s); }
 
+void add_edge(RefinementLevel& level, unsigned int c, float sharpness, unsigned char marks) {
+    const unsigned int e = level.edge_count++;
+    level.corner_edges[c] = e;
+    if (const unsigned int o = level.edges.opposite_edges[c]; o != none) level.corner_edges[o] = e;
+    level.edge_corners.add(c);
+    level.edge_ends.add(level.edge_start(c));
+    level.edge_ends.add(level.edge_end(c));
+    level.edge_sharpness.add(sharpness);
+    level.edge_marks.add(marks);
+    if (sharpness > 0.0f) level.sharp_edges.add(e);
+}
+
 void complete_level(RefinementLevel& level) {
-    join_corners(level);
-    level.valences.assign(level.vertex_count, 0u);
-    for (const unsigned int v : level.corner_vertices) ++level.valences[v];
     gather_sharp_vertices(level);
     flag_creases(level);
     find_vertex_kinds(level);

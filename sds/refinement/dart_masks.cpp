@@ -1,6 +1,7 @@
 #include "sds/refinement/dart_masks.h"
 
 #include <cmath>
+#include <mutex>
 
 namespace sds {
 
@@ -72,7 +73,7 @@ void mirror(unsigned int n, double sign, CoreArray<double>& weights) {
         weights[j] = sign * half;
     };
     pair(0, 0);
-    for (unsigned int i = 0; i <= n / 2; ++i) pair(1 + i, 1 + (n - i) % n);
+    for (unsigned int i = 0; i <= n / 2; ++i) pair(1 + i, 1 + (i == 0 ? 0 : n - i));
     for (unsigned int i = 0; i < (n + 1) / 2; ++i) pair(1 + n + i, 1 + n + (n - 1 - i));
 }
 
@@ -101,11 +102,11 @@ void make_mask(unsigned int n, DartMask& mask) {
 
 }  // namespace
 
-const DartMask& DartMasks::get(unsigned int valence) {
-    if (m_masks.is_empty()) m_masks.resize(max_valence + 1);
-    DartMask& mask = m_masks[valence];
-    if (mask.limit.is_empty()) make_mask(valence, mask);
-    return mask;
+const DartMask& dart_mask(unsigned int valence) {
+    static DartMask masks[max_dart_valence + 1];
+    static std::once_flag is_made[max_dart_valence + 1];
+    std::call_once(is_made[valence], [valence] { make_mask(valence, masks[valence]); });
+    return masks[valence];
 }
 
 }  // namespace sds

@@ -18,17 +18,11 @@ struct DartMask {
     CoreArray<double> limit, along, across;
 };
 
-// By valence, made when first asked for. One thread.
-class DartMasks {
-public:
-    // Above this a dart is as good as smooth, and the eigenvalues are too close to be told apart.
-    static constexpr unsigned int max_valence = 32;
+// Above this a dart is as good as smooth, and the eigenvalues are too close to be told apart.
+inline constexpr unsigned int max_dart_valence = 32;
 
-    const DartMask& get(unsigned int valence);
-
-private:
-    CoreArray<DartMask> m_masks;  // by valence
-};
+// Made when first asked for, then kept. Any thread.
+const DartMask& dart_mask(unsigned int valence);
 
 // The weighted sum of the ring of the vertex at half-edge h, which leaves it along the sharp edge.
 template <class Value>

@@ -14,13 +14,15 @@ void HandedEdges::Level::start(const RefinementLevel& level) {
 }
 
 void HandedEdges::begin_level(const RefinementLevel& level, const RefinementLevel* fine) {
-    if (m_level == nullptr) m_here.start(level);
+    m_is_first = m_level == nullptr;
+    if (m_is_first) m_here.start(level);
     m_level = &level;
     m_fine = fine;
     if (fine != nullptr) m_below.start(*fine);
 }
 
 void HandedEdges::exchange(unsigned int face, Vec3f* controls) {
+    if (m_is_first && (m_fine == nullptr || m_level->face_children[face] == none)) return;
     const unsigned int begin = m_level->face_begin(face);
     for (unsigned int k = 0; k < 4; ++k) {
         const unsigned int v = m_level->corner_vertices[begin + k];

@@ -40,6 +40,7 @@ private:
 
     const RefinementLevel* m_level = nullptr;
     const RefinementLevel* m_fine = nullptr;
+    bool m_is_first = true;  // nothing was handed to it
     Level m_here;
     Level m_below;
 };

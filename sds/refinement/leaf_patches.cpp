@@ -1,12 +1,9 @@
 #include "sds/refinement/leaf_patches.h"
 
-#include "sds/mesh_base/control_rules.h"
-#include "sds/refinement/patch_topology.h"
-
 namespace sds {
 
-LeafPatches::LeafPatches(const RefinementLevel& level, DartMasks& darts)
-    : m_level(level), m_darts(darts), m_soft{false, &level.edges, {}}, m_hard{true, &m_hard_edges, {}} {
+LeafPatches::LeafPatches(const RefinementLevel& level)
+    : m_level(level), m_soft{false, &level.edges, {}}, m_hard{true, &m_hard_edges, {}} {
     for (const SharpVertex& vertex : level.sharp_vertices) m_has_fractional |= vertex.is_fractional();
     if (!m_has_fractional) return;
     m_hard_edges = level.edges;
@@ -43,16 +40,8 @@ unsigned int LeafPatches::dart_edge(unsigned int e) {
     const SharpVertex* vertex = m_level.sharp_vertex(m_level.corner_vertices[e]);
     if (vertex == nullptr || !vertex->is_dart()) return none;
     const Fan fan = m_soft.corner_fan(e);
-    const bool has_mask = fan.closed && fan.valence > 2 && fan.valence <= DartMasks::max_valence;
+    const bool has_mask = fan.closed && fan.valence > 2 && fan.valence <= max_dart_valence;
     return has_mask ? fan.last_edge : none;
-}
-
-LeafPatches::Vec3d LeafPatches::limit_at(unsigned int e, const LevelValues<Vec3d>& values) {
-    const unsigned int v = m_level.corner_vertices[e];
-    const unsigned int sharp = dart_edge(e);
-    if (sharp == none) return limit_point(m_level, values, v);
-    const unsigned int n = m_level.valences[v];
-    return sum_dart_ring(m_level, sharp, n, m_darts.get(n).limit, values.points.get_data());
 }
 
 TangentPair<double> LeafPatches::smooth_tangents(unsigned int e, const Fan& fan, const LevelValues<Vec3d>& values) {
@@ -75,7 +64,7 @@ TangentPair<double> LeafPatches::tangents_at(unsigned int e, const Fan& fan, con
     TangentPair<double> tangents = smooth_tangents(e, fan, values);
     const unsigned int sharp = dart_edge(e);
     if (sharp == none) return tangents;
-    const DartMask& mask = m_darts.get(fan.valence);
+    const DartMask& mask = dart_mask(fan.valence);
     const Vec3d normal = sum_dart_ring(m_level, sharp, fan.valence, mask.along, values.points.get_data())
                              .cross(sum_dart_ring(m_level, sharp, fan.valence, mask.across, values.points.get_data()));
     const double squared = normal.length_squared();
@@ -94,63 +83,19 @@ bool LeafPatches::has_fractional_corner(unsigned int face) const {
     return false;
 }
 
-void LeafPatches::compute(unsigned int face, Reading& reading, const LevelValues<Vec3d>& values, const Vec3d* limits,
-                          Vec3d* controls) const {
-    SdsMeshBase::BezierPatch patch = regular_patch(m_level, face);
-    for (unsigned int k = 0; k < 4; ++k) {
-        const Fan fan = reading.corner_fan(4 * face + k);
-        const auto n = static_cast<float>(fan.valence);
-        patch.edge_weights[k] = fan.closed ? n + n : 4.0f * n;
-        patch.corner_weights[k] = fan.closed ? n : std::max(4.0f, n + n);
-        const unsigned int bit = 1u << k;
-        patch.sharp_edges = reading.edges->is_sharp(4 * face + k) ? patch.sharp_edges | bit : patch.sharp_edges & ~bit;
-    }
-    smooth_controls(
-        m_level.corner_vertices.get_data() + 4 * size_t{face}, patch,
-        [&](unsigned int w) -> const Vec3d& { return values.points[w]; },
-        [&](unsigned int w) -> const Vec3d& { return limits[w]; }, controls);
-}
-
-void LeafPatches::compute(unsigned int face, const LevelValues<Vec3d>& values, const Vec3d* limits, Vec3d* controls) {
-    compute(face, m_soft, values, limits, controls);
-    if (!has_fractional_corner(face)) return;
-    Vec3d hard[16];
-    compute(face, m_hard, values, limits, hard);
-    blend(face, hard, controls);
-}
-
-// Shares belong to what patches share: a control beside a vertex has the vertex's, one on a fractional edge the edge's.
-void LeafPatches::blend(unsigned int face, const Vec3d* hard, Vec3d* controls) const {
-    const auto mix = [&](unsigned int i, double w) { controls[i] = hard[i] * w + controls[i] * (1.0 - w); };
-    for (unsigned int k = 0; k < 4; ++k) {
-        const unsigned int c = 4 * face + k;
-        const SharpVertex* vertex = m_level.sharp_vertex(m_level.corner_vertices[c]);
-        const double share = vertex != nullptr ? static_cast<double>(fractional_share(*vertex)) : 1.0;
-        const auto edge_share = [&](unsigned int corner) {
-            const float s = m_level.sharpness_at(corner);
-            return is_fractional(s) ? static_cast<double>(remaining_weight(s)) : share;
-        };
-        mix(interior_control(k), share);
-        mix(leaving_edge_control(k), edge_share(c));
-        mix(arriving_edge_control(k), edge_share(previous_in_quad(c)));
-    }
-}
-
 void LeafPatches::compute_nets(unsigned int face, const LevelValues<Vec3d>& values, const Vec3d* controls, Nets& nets) {
     nets = Nets(controls);
     // Differences of blended controls are all that a crease on its way to smoothness has.
     if (has_fractional_corner(face)) return;
-    Fan fans[4];
-    for (unsigned int k = 0; k < 4; ++k) fans[k] = m_soft.corner_fan(4 * face + k);
     SdsMeshBase::PatchTangentInfo info;
-    SdsMeshBase::compute_tangent_infos(1, fans, &info, false, nullptr);
+    SdsMeshBase::compute_tangent_infos(1, m_fans, &info, false, nullptr);
     // Between sharp edges that turn inwards the crease's tangents do not hold: the controls' differences do better.
     for (unsigned int k = 0; k < 4; ++k) {
         const SharpVertex* vertex = m_level.sharp_vertex(m_level.corner_vertices[4 * face + k]);
         if (vertex != nullptr && vertex->is_corner()) info.irregular &= ~(1u << k);
     }
     replace_irregular_entries<ExactTrig>(
-        m_level.edges, face, info.irregular, fans,
+        m_level.edges, face, info.irregular, m_fans,
         [&](unsigned int e, const Fan& fan) { return tangents_at(e, fan, values); }, nets);
 }
 

@@ -47,7 +47,7 @@ private:
 
 struct PatchPlace {
     unsigned int patch;  // none where the quad is a hole
-    float u, v;
+    double u, v;
     // Quarter turns from the user quad's frame to the patch's, counterclockwise; 0 but on patches that cover four
     // quads. With t turns the patch's (du, dv) are the quad's turned t times: one turn takes (a, b) to (-b, a).
     unsigned int turns;
@@ -55,7 +55,7 @@ struct PatchPlace {
 
 struct QuadPoint {
     unsigned int quad;
-    float u, v;
+    double u, v;
     unsigned int turns;  // as above
 };
 
@@ -63,64 +63,73 @@ struct QuadPoint {
 class PatchPlaces {
 public:
     unsigned int get_patch_count() const { return m_patches.get_count(); }
-    unsigned int get_quad_count() const { return m_quad_offsets.is_empty() ? 0 : m_quad_offsets.get_count() - 1; }
+    unsigned int get_quad_count() const { return m_quad_count; }
     const RefinedPatch& get_patch(unsigned int patch) const { return m_patches[patch]; }
     // The patches first_patch(quad) to first_patch(quad + 1) - 1 are the quad's own.
-    unsigned int first_patch(unsigned int quad) const { return m_quad_offsets[quad]; }
+    unsigned int first_patch(unsigned int quad) const { return find_first(quad, 0); }
 
     // (u, v) in [0, 1]. The result is exact on the quad's own patches, and rounded once on one that it shares with
     // three others.
-    PatchPlace find_patch(unsigned int quad, float u, float v) const {
-        const unsigned int begin = m_quad_offsets[quad];
-        unsigned int end = m_quad_offsets[quad + 1];
-        if (begin == end) return find_shared(quad, begin, u, v);
-        unsigned int found = begin;
-        if (end - begin > 1) {
-            const unsigned int key = interleave(cell_of(u)) | interleave(cell_of(v)) << 1;
-            while (end - found > 1) {
-                const unsigned int middle = found + (end - found) / 2;
-                if (key_of(m_patches[middle]) <= key)
-                    found = middle;
-                else
-                    end = middle;
-            }
-        }
+    PatchPlace find_patch(unsigned int quad, double u, double v) const {
+        const unsigned int key = interleave(cell_of(u)) | interleave(cell_of(v)) << 1;
+        const unsigned int found = find_first(quad, key + 1) - 1;
+        if (found == none || m_patches[found].quad() != quad) return find_shared(quad, found, u, v);
         const RefinedPatch& patch = m_patches[found];
-        if (patch.covers_four_quads()) return {found, 0.5f * u, 0.5f * v, 0};
-        const float scale = patch.derivative_scale();
-        return {found, u * scale - static_cast<float>(patch.x()), v * scale - static_cast<float>(patch.y()), 0};
+        if (patch.covers_four_quads()) return {found, 0.5 * u, 0.5 * v, 0};
+        const auto scale = static_cast<double>(patch.derivative_scale());
+        return {found, u * scale - patch.x(), v * scale - patch.y(), 0};
     }
 
     // The inverse. On a patch that covers four quads the middle lines belong to the quads with the larger coordinate.
-    QuadPoint find_quad(unsigned int patch, float u, float v) const {
+    QuadPoint find_quad(unsigned int patch, double u, double v) const {
         const RefinedPatch& place = m_patches[patch];
         if (place.covers_four_quads()) return find_quarter(place.quad(), u, v);
-        const float side = 1.0f / place.derivative_scale();
-        return {place.quad(), (static_cast<float>(place.x()) + u) * side, (static_cast<float>(place.y()) + v) * side,
-                0};
+        const double side = 1.0 / static_cast<double>(place.derivative_scale());
+        return {place.quad(), (place.x() + u) * side, (place.y() + v) * side, 0};
     }
 
     size_t get_memory_size() const {
         return sizeof(RefinedPatch) * size_t{m_patches.get_count()} +
-               sizeof(unsigned int) * size_t{m_quad_offsets.get_count()};
+               sizeof(unsigned int) * size_t{m_block_offsets.get_count()};
     }
 
     // Building: quads in increasing order, a quad's patches in the order of the quadtree.
-    void start(unsigned int quad_count) {
+    void start(unsigned int quad_count, unsigned int patch_count) {
         m_patches.clear();
-        m_quad_offsets.resize(0);
-        m_quad_offsets.reserve(quad_count + 1);
-        m_quad_offsets.add(0);
+        m_patches.reserve(patch_count);
+        m_block_offsets.clear();
+        m_block_offsets.reserve(quad_count / block + 2);
+        m_quad_count = 0;
     }
     void add_patch(const RefinedPatch& patch) { m_patches.add(patch); }
-    void end_quad() { m_quad_offsets.add(m_patches.get_count()); }
+    void end_quads(unsigned int count) {
+        for (m_quad_count += count; m_block_offsets.get_count() * block <= m_quad_count;)
+            m_block_offsets.add(m_patches.get_count());
+    }
 
 private:
     static constexpr unsigned int finest = 10;
+    // Quads to an offset. Most quads are one patch or share one, so an offset each would be much of the list.
+    static constexpr unsigned int block = 8;
 
-    static unsigned int cell_of(float t) {
-        constexpr float cells = 1u << finest;
-        return t > 0.0f ? std::min(static_cast<unsigned int>(t * cells), (1u << finest) - 1u) : 0u;
+    // The first patch at or after a place in the order of quads and cells.
+    unsigned int find_first(unsigned int quad, unsigned int key) const {
+        const unsigned int at = quad / block;
+        unsigned int begin = at == 0 ? 0 : m_block_offsets[at];
+        unsigned int end = at + 1 < m_block_offsets.get_count() ? m_block_offsets[at + 1] : m_patches.get_count();
+        while (begin < end) {
+            const unsigned int middle = begin + (end - begin) / 2;
+            const RefinedPatch& patch = m_patches[middle];
+            if (patch.quad() < quad || (patch.quad() == quad && key_of(patch) < key))
+                begin = middle + 1;
+            else
+                end = middle;
+        }
+        return begin;
+    }
+    static unsigned int cell_of(double t) {
+        constexpr double cells = 1u << finest;
+        return t > 0.0 ? std::min(static_cast<unsigned int>(t * cells), (1u << finest) - 1u) : 0u;
     }
     // The bits of a number of ten bits, one apart.
     static unsigned int interleave(unsigned int x) {
@@ -138,34 +147,35 @@ private:
     //     | 3  2 |
     //     | 0  1 |
     //     0 ---- 1
-    PatchPlace find_shared(unsigned int quad, unsigned int begin, float u, float v) const {
-        if (begin == 0) return {none, 0.0f, 0.0f, 0};
-        const RefinedPatch& patch = m_patches[begin - 1];
-        if (!patch.covers_four_quads() || quad - patch.quad() > 3) return {none, 0.0f, 0.0f, 0};
-        float s = 0.5f * u;
-        float t = 0.5f * v;
+    PatchPlace find_shared(unsigned int quad, unsigned int before, double u, double v) const {
+        if (before == none) return {none, 0.0, 0.0, 0};
+        const RefinedPatch& patch = m_patches[before];
+        if (!patch.covers_four_quads() || quad - patch.quad() > 3) return {none, 0.0, 0.0, 0};
+        double s = 0.5 * u;
+        double t = 0.5 * v;
         const unsigned int turns = quad - patch.quad();
         for (unsigned int i = 0; i < turns; ++i) {
-            const float former = s;
-            s = 1.0f - t;
+            const double former = s;
+            s = 1.0 - t;
             t = former;
         }
-        return {begin - 1, s, t, turns};
+        return {before, s, t, turns};
     }
-    static QuadPoint find_quarter(unsigned int quad, float u, float v) {
-        const bool is_right = u >= 0.5f;
-        const bool is_upper = v >= 0.5f;
+    static QuadPoint find_quarter(unsigned int quad, double u, double v) {
+        const bool is_right = u >= 0.5;
+        const bool is_upper = v >= 0.5;
         const unsigned int turns = is_upper ? (is_right ? 2 : 3) : (is_right ? 1 : 0);
         for (unsigned int i = 0; i < turns; ++i) {
-            const float former = u;
+            const double former = u;
             u = v;
-            v = 1.0f - former;
+            v = 1.0 - former;
         }
-        return {quad + turns, 2.0f * u, 2.0f * v, turns};
+        return {quad + turns, 2.0 * u, 2.0 * v, turns};
     }
 
     CoreArray<RefinedPatch> m_patches;
-    CoreArray<unsigned int> m_quad_offsets;
+    CoreArray<unsigned int> m_block_offsets;  // per block of quads: its first patch
+    unsigned int m_quad_count = 0;
 };
 
 }  // namespace sds

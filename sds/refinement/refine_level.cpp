@@ -8,46 +8,42 @@
 //        0 ------ e0 ------ 1
 //
 // Those of a level of polygons begin at their own vertex instead, as the quads that users see do.
+#include <algorithm>
+
 #include "sds/refinement/refinement_level.h"
 
 namespace sds {
 
 namespace {
 
-// Vertices, then edge points, then face points, of what touches a vertex of a refined face.
-void number_points(RefinementLevel& coarse, RefinementLevel& fine) {
-    coarse.vertex_children.assign(coarse.vertex_count, none);
+// The faces of a level that the step makes a point of, in order.
+using TouchedFaces = CoreArray<unsigned int>;
+
+// Vertices of refined faces come first among the next level's.
+TouchedFaces number_vertices(RefinementLevel& coarse, RefinementLevel& fine) {
+    coarse.vertex_children.resize(coarse.vertex_count);
+    unsigned int* children = coarse.vertex_children.get_data();
+    std::fill(children, children + coarse.vertex_count, none);
+    const unsigned int* corners = coarse.corner_vertices.get_data();
+    const FaceState* states = coarse.states.get_data();
+    unsigned int refined_count = 0;
     coarse.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
-        if (coarse.states[f] != FaceState::refined) return;
-        for (unsigned int j = 0; j < count; ++j) coarse.vertex_children[coarse.corner_vertices[begin + j]] = 0;
+        if (states[f] != FaceState::refined) return;
+        ++refined_count;
+        for (unsigned int j = 0; j < count; ++j) children[corners[begin + j]] = 0;
     });
     unsigned int next = 0;
-    for (unsigned int& child : coarse.vertex_children)
-        if (child != none) child = next++;
-
-    coarse.edge_children.resize(coarse.edge_count);
-    for (unsigned int e = 0; e < coarse.edge_count; ++e) {
-        const unsigned int* ends = coarse.edge_ends.get_data() + 2 * size_t{e};
-        const bool is_touched = coarse.vertex_children[ends[0]] != none || coarse.vertex_children[ends[1]] != none;
-        coarse.edge_children[e] = is_touched ? next++ : none;
-    }
-
-    coarse.face_children.resize(coarse.face_count);
-    coarse.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
-        bool is_touched = false;
-        for (unsigned int j = 0; j < count; ++j)
-            is_touched |= coarse.vertex_children[coarse.corner_vertices[begin + j]] != none;
-        coarse.face_children[f] = is_touched ? next++ : none;
-    });
+    for (unsigned int v = 0; v < coarse.vertex_count; ++v)
+        if (children[v] != none) children[v] = next++;
     fine.vertex_count = next;
-}
 
-void add_edge(RefinementLevel& fine, unsigned int start, unsigned int end, float sharpness, unsigned char marks) {
-    if (sharpness > 0.0f) fine.sharp_edges.add(fine.edge_sharpness.get_count());
-    fine.edge_ends.add(start);
-    fine.edge_ends.add(end);
-    fine.edge_sharpness.add(sharpness);
-    fine.edge_marks.add(marks);
+    TouchedFaces touched;
+    touched.reserve(4 * refined_count);
+    coarse.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
+        for (unsigned int j = 0; j < count; ++j)
+            if (children[corners[begin + j]] != none) return touched.add(f);
+    });
+    return touched;
 }
 
 float half_sharpness(const RefinementLevel& coarse, float s, unsigned int end, bool chaikin) {
@@ -56,41 +52,154 @@ float half_sharpness(const RefinementLevel& coarse, float s, unsigned int end, b
     return chaikin_child_sharpness(s, coarse.sharp_vertex(end)->fractional);
 }
 
-// Halves of the edges first.
-void split_edges(RefinementLevel& coarse, RefinementLevel& fine, bool chaikin) {
-    coarse.edge_halves.assign(2 * coarse.edge_count, none);
-    for (unsigned int e = 0; e < coarse.edge_count; ++e) {
-        const unsigned int point = coarse.edge_children[e];
-        if (point == none) continue;
-        for (unsigned int i = 0; i < 2; ++i) {
-            const unsigned int end = coarse.edge_ends[2 * e + i];
-            if (coarse.vertex_children[end] == none) continue;
-            coarse.edge_halves[2 * e + i] = fine.edge_sharpness.get_count();
-            add_edge(fine, coarse.vertex_children[end], point,
-                     half_sharpness(coarse, coarse.edge_sharpness[e], end, chaikin), coarse.edge_marks[e]);
-        }
+// Adds the edges of the next level, whose arrays have room for all of them.
+class EdgeAdder {
+public:
+    EdgeAdder(RefinementLevel& fine, unsigned int capacity) : m_fine(fine) {
+        fine.edge_sharpness.resize(capacity);
+        fine.edge_marks.resize(capacity);
+        fine.edge_ends.resize(2 * capacity);
+        m_ends = fine.edge_ends.get_data();
+        m_sharpness = fine.edge_sharpness.get_data();
+        m_marks = fine.edge_marks.get_data();
     }
-}
+    unsigned int add(unsigned int start, unsigned int end, float sharpness, unsigned char marks) {
+        const unsigned int e = m_fine.edge_count++;
+        if (sharpness > 0.0f) m_fine.sharp_edges.add(e);
+        m_ends[2 * e] = start;
+        m_ends[2 * e + 1] = end;
+        m_sharpness[e] = sharpness;
+        m_marks[e] = marks;
+        return e;
+    }
+    void end() {
+        m_fine.edge_sharpness.resize(m_fine.edge_count);
+        m_fine.edge_marks.resize(m_fine.edge_count);
+        m_fine.edge_ends.resize(2 * m_fine.edge_count);
+    }
 
-// Edges from edge points to face points: returns one number per face-corner of the coarse level.
-CoreArray<unsigned int> add_inner_edges(const RefinementLevel& coarse, RefinementLevel& fine) {
+private:
+    RefinementLevel& m_fine;
+    unsigned int* m_ends;
+    float* m_sharpness;
+    unsigned char* m_marks;
+};
+
+// Points of edges and faces, and the edges between them and the vertices. Returns, per face-corner of the coarse level,
+// the edge from its edge point to the face point, where both are.
+CoreArray<unsigned int> split_edges(RefinementLevel& coarse, RefinementLevel& fine, const TouchedFaces& touched,
+                                    bool has_unnumbered, bool chaikin) {
+    unsigned int corner_count = 0;
+    for (const unsigned int f : touched) corner_count += coarse.face_end(f) - coarse.face_begin(f);
+    if (has_unnumbered) {
+        const unsigned int room = coarse.edge_count + corner_count;
+        coarse.edge_corners.reserve(room);
+        coarse.edge_ends.reserve(2 * room);
+        coarse.edge_sharpness.reserve(room);
+        coarse.edge_marks.reserve(room);
+        for (const unsigned int f : touched)
+            for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c)
+                if (coarse.corner_edges[c] == none) add_edge(coarse, c, 0.0f, 0);
+    }
+    // Two halves and one inner edge for every corner at most.
+    EdgeAdder adder(fine, 3 * corner_count);
+    coarse.edge_children.resize(coarse.edge_count);
+    coarse.edge_halves.resize(2 * coarse.edge_count);
+    coarse.face_children.resize(coarse.face_count);
+    std::fill(coarse.face_children.begin(), coarse.face_children.end(), none);
     CoreArray<unsigned int> inner_edges(coarse.corner_edges.get_count());
-    coarse.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
-        if (coarse.face_children[f] == none) return;
-        for (unsigned int j = 0; j < count; ++j) {
-            const unsigned int point = coarse.edge_children[coarse.corner_edges[begin + j]];
-            if (point == none) continue;
-            inner_edges[begin + j] = fine.edge_sharpness.get_count();
-            add_edge(fine, point, coarse.face_children[f], 0.0f, 0);
-        }
-    });
+
+    const unsigned int* corner_edges = coarse.corner_edges.get_data();
+    const unsigned int* vertex_children = coarse.vertex_children.get_data();
+    const unsigned int* edge_ends = coarse.edge_ends.get_data();
+    unsigned int* edge_children = coarse.edge_children.get_data();
+    unsigned int* edge_halves = coarse.edge_halves.get_data();
+    const float* coarse_sharpness = coarse.edge_sharpness.get_data();
+    const unsigned char* coarse_marks = coarse.edge_marks.get_data();
+    unsigned int next = fine.vertex_count;
+    for (unsigned int e = 0; e < coarse.edge_count; ++e) {
+        const unsigned int ends[2] = {edge_ends[2 * e], edge_ends[2 * e + 1]};
+        const unsigned int children[2] = {vertex_children[ends[0]], vertex_children[ends[1]]};
+        edge_children[e] = edge_halves[2 * e] = edge_halves[2 * e + 1] = none;
+        if ((children[0] & children[1]) == none) continue;
+        const unsigned int point = edge_children[e] = next++;
+        const float s = coarse_sharpness[e];
+        for (unsigned int i = 0; i < 2; ++i)
+            if (children[i] != none)
+                edge_halves[2 * e + i] =
+                    adder.add(children[i], point, half_sharpness(coarse, s, ends[i], chaikin), coarse_marks[e]);
+    }
+    for (const unsigned int f : touched) {
+        const unsigned int centre = coarse.face_children[f] = next++;
+        for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c)
+            if (const unsigned int point = edge_children[corner_edges[c]]; point != none)
+                inner_edges[c] = adder.add(point, centre, 0.0f, 0);
+    }
+    fine.vertex_count = next;
+    adder.end();
     return inner_edges;
 }
 
+// Adds children and joins them along their edges.
 class ChildMaker {
 public:
     ChildMaker(const RefinementLevel& coarse, RefinementLevel& fine, const CoreArray<unsigned int>& inner_edges)
-        : m_coarse(coarse), m_fine(fine), m_inner_edges(inner_edges) {}
+        : m_coarse(coarse), m_inner_edges(inner_edges.get_data()) {
+        fine.corner_vertices.resize(4 * fine.face_count);
+        fine.corner_edges.resize(4 * fine.face_count);
+        fine.edges.opposite_edges.resize(4 * fine.face_count);
+        fine.edge_corners.assign(fine.edge_count, none);
+        fine.valences.assign(fine.vertex_count, 0u);
+        m_corner_vertices = fine.corner_vertices.get_data();
+        m_corner_edges = fine.corner_edges.get_data();
+        m_opposites = fine.edges.opposite_edges.get_data();
+        m_edge_corners = fine.edge_corners.get_data();
+        m_edge_marks = fine.edge_marks.get_data();
+        m_valences = fine.valences.get_data();
+        m_edge_ends = coarse.edge_ends.get_data();
+        m_edge_halves = coarse.edge_halves.get_data();
+    }
+
+    // All children of a quad: those of add, with the four inner edges joined without looking.
+    template <unsigned int turned>
+    void add_four(unsigned int f, unsigned int begin) {
+        const unsigned int centre = m_coarse.face_children[f];
+        const unsigned int first = 4 * m_count;
+        m_count += 4;
+        m_valences[centre] = 4;
+        unsigned int points[4], inner[4], starts[4], ends[4];  // of the four edges; halves at their two ends
+        for (unsigned int j = 0; j < 4; ++j) {
+            const unsigned int c = begin + j;
+            const unsigned int e = m_coarse.corner_edges[c];
+            const unsigned int is_forward = m_edge_ends[2 * e] == m_coarse.corner_vertices[c] ? 1 : 0;
+            points[j] = m_coarse.edge_children[e];
+            inner[j] = m_inner_edges[c];
+            starts[j] = m_edge_halves[2 * e + 1 - is_forward];
+            ends[j] = m_edge_halves[2 * e + is_forward];
+        }
+#pragma GCC unroll 4
+        for (unsigned int j = 0; j < 4; ++j) {
+            const unsigned int behind = (j + 3) & 3u;
+            const unsigned int turn = turned * j;
+            const auto corner = [&](unsigned int k) { return first + 4 * j + ((k + turn) & 3u); };
+            const unsigned int vertex = m_coarse.vertex_children[m_coarse.corner_vertices[begin + j]];
+            m_corner_vertices[corner(0)] = vertex;
+            m_corner_vertices[corner(1)] = points[j];
+            m_corner_vertices[corner(2)] = centre;
+            m_corner_vertices[corner(3)] = points[behind];
+            ++m_valences[vertex];
+            m_valences[points[j]] += 2;
+            // Inner edge j is the second of child j and the third of child j + 1.
+            const unsigned int next = (j + 1) & 3u;
+            const unsigned int opposite = first + 4 * next + ((2 + turned * next) & 3u);
+            m_corner_edges[corner(1)] = m_corner_edges[opposite] = inner[j];
+            m_opposites[corner(1)] = opposite;
+            m_opposites[opposite] = corner(1);
+            m_edge_corners[inner[j]] = corner(1);
+            join(corner(0), starts[j]);
+            join(corner(3), ends[behind]);
+        }
+    }
 
     // The child at corner j of a face.
     void add(unsigned int f, unsigned int begin, unsigned int count, unsigned int j) {
@@ -105,21 +214,41 @@ public:
         const unsigned int turn = m_coarse.is_quads() ? j : 0;
         const unsigned int first = 4 * m_count++;
         for (unsigned int k = 0; k < 4; ++k) {
-            m_fine.corner_vertices[first + ((k + turn) & 3u)] = vertices[k];
-            m_fine.corner_edges[first + ((k + turn) & 3u)] = edges[k];
+            const unsigned int corner = first + ((k + turn) & 3u);
+            m_corner_vertices[corner] = vertices[k];
+            ++m_valences[vertices[k]];
+            join(corner, edges[k]);
         }
     }
 
     unsigned int count() const { return m_count; }
 
 private:
+    void join(unsigned int corner, unsigned int e) {
+        m_corner_edges[corner] = e;
+        m_opposites[corner] = none;
+        const unsigned int other = m_edge_corners[e];
+        if (other == none) {
+            m_edge_corners[e] = corner;
+        } else if (m_edge_marks[e] == 0) {
+            m_opposites[corner] = other;
+            m_opposites[other] = corner;
+        }
+    }
     unsigned int half_at(unsigned int edge, unsigned int v) const {
-        return m_coarse.edge_halves[2 * edge + (m_coarse.edge_ends[2 * edge] == v ? 0 : 1)];
+        return m_edge_halves[2 * edge + (m_edge_ends[2 * edge] == v ? 0 : 1)];
     }
 
     const RefinementLevel& m_coarse;
-    RefinementLevel& m_fine;
-    const CoreArray<unsigned int>& m_inner_edges;
+    const unsigned int* m_inner_edges;
+    const unsigned int* m_edge_ends;
+    const unsigned int* m_edge_halves;
+    unsigned int* m_corner_vertices;
+    unsigned int* m_corner_edges;
+    unsigned int* m_opposites;
+    unsigned int* m_edge_corners;
+    unsigned int* m_valences;
+    const unsigned char* m_edge_marks;
     unsigned int m_count = 0;
 };
 
@@ -130,39 +259,45 @@ QuadPlace child_place(const RefinementLevel& coarse, unsigned int f, unsigned in
             static_cast<unsigned short>(2 * parent.y + (j >= 2 ? 1 : 0))};
 }
 
-void make_children(RefinementLevel& coarse, RefinementLevel& fine, const CoreArray<unsigned int>& inner_edges) {
+void make_children(RefinementLevel& coarse, RefinementLevel& fine, const TouchedFaces& touched,
+                   const CoreArray<unsigned int>& inner_edges) {
+    const unsigned int* vertices = coarse.corner_vertices.get_data();
+    const auto is_child = [&](unsigned int c) { return coarse.vertex_children[vertices[c]] != none; };
     unsigned int candidates = 0;
     unsigned int support = 0;
-    coarse.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
+    for (const unsigned int f : touched) {
+        const unsigned int begin = coarse.face_begin(f), end = coarse.face_end(f);
         if (coarse.states[f] == FaceState::refined) {
-            candidates += count;
-        } else if (coarse.face_children[f] != none) {
-            for (unsigned int j = 0; j < count; ++j)
-                support += coarse.vertex_children[coarse.corner_vertices[begin + j]] != none ? 1 : 0;
+            candidates += end - begin;
+        } else {
+            for (unsigned int c = begin; c < end; ++c) support += is_child(c) ? 1 : 0;
         }
-    });
+    }
     fine.candidate_count = candidates;
     fine.face_count = candidates + support;
-    fine.corner_vertices.resize(4 * fine.face_count);
-    fine.corner_edges.resize(4 * fine.face_count);
     fine.states.assign(fine.face_count, FaceState::support);
     fine.places.resize(candidates);
     coarse.first_children.assign(coarse.candidate_count, none);
 
     ChildMaker maker(coarse, fine, inner_edges);
-    coarse.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
-        if (coarse.states[f] != FaceState::refined) return;
+    for (const unsigned int f : touched) {
+        if (coarse.states[f] != FaceState::refined) continue;
+        const unsigned int begin = coarse.face_begin(f), count = coarse.face_end(f) - begin;
         coarse.first_children[f] = maker.count();
-        for (unsigned int j = 0; j < count; ++j) {
-            fine.places[maker.count()] = child_place(coarse, f, begin, j);
-            maker.add(f, begin, count, j);
-        }
-    });
-    coarse.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
-        if (coarse.states[f] == FaceState::refined || coarse.face_children[f] == none) return;
+        for (unsigned int j = 0; j < count; ++j) fine.places[maker.count() + j] = child_place(coarse, f, begin, j);
+        if (count != 4)
+            for (unsigned int j = 0; j < count; ++j) maker.add(f, begin, count, j);
+        else if (coarse.is_quads())
+            maker.add_four<1>(f, begin);
+        else
+            maker.add_four<0>(f, begin);
+    }
+    for (const unsigned int f : touched) {
+        if (coarse.states[f] == FaceState::refined) continue;
+        const unsigned int begin = coarse.face_begin(f), count = coarse.face_end(f) - begin;
         for (unsigned int j = 0; j < count; ++j)
-            if (coarse.vertex_children[coarse.corner_vertices[begin + j]] != none) maker.add(f, begin, count, j);
-    });
+            if (is_child(begin + j)) maker.add(f, begin, count, j);
+    }
 }
 
 // Sharp vertices of the next level, and the masks of the sharp ones of this.
@@ -206,17 +341,11 @@ void step_sharp_vertices(RefinementLevel& coarse, RefinementLevel& fine, BorderR
 
 }  // namespace
 
-void refine_level(RefinementLevel& coarse, RefinementLevel& fine, const RefinementOptions& options) {
+void refine_level(RefinementLevel& coarse, RefinementLevel& fine, bool is_cage, const RefinementOptions& options) {
     fine.depth = coarse.depth + 1;
-    number_points(coarse, fine);
-    // Halves and inner edges together are at most four to a face-corner, and about two.
-    fine.edge_sharpness.reserve(2 * fine.vertex_count);
-    fine.edge_marks.reserve(2 * fine.vertex_count);
-    fine.edge_ends.reserve(4 * fine.vertex_count);
-    split_edges(coarse, fine, options.chaikin);
-    const CoreArray<unsigned int> inner_edges = add_inner_edges(coarse, fine);
-    fine.edge_count = fine.edge_sharpness.get_count();
-    make_children(coarse, fine, inner_edges);
+    const TouchedFaces touched = number_vertices(coarse, fine);
+    const CoreArray<unsigned int> inner_edges = split_edges(coarse, fine, touched, is_cage, options.chaikin);
+    make_children(coarse, fine, touched, inner_edges);
     step_sharp_vertices(coarse, fine, options.border_rule);
     coarse.has_step = true;
     complete_level(fine);

@@ -4,10 +4,8 @@
 #include <cmath>
 
 #include "sds/common/array_bytes.h"
-#include "sds/mesh_base/control_rules.h"
 #include "sds/refinement/handed_edges.h"
-#include "sds/refinement/leaf_patches.h"
-#include "sds/refinement/patch_topology.h"
+#include "sds/refinement/patch_values.h"
 
 namespace sds {
 
@@ -25,90 +23,15 @@ void store_nets(const Nets& nets, unsigned int offset, Vec3f* out) {
         for (const Vec3d& d : row) *out++ = Vec3f(d);
 }
 
-// The limit points of the vertices that patches of a level touch, each computed once.
-class PatchLimits {
-public:
-    void start(const RefinementLevel& level) {
-        m_level = &level;
-        m_limits.resize(level.vertex_count);
-        m_known.assign(level.vertex_count, static_cast<unsigned char>(0));
-    }
+template <class Compute>
+void store_controls(const Compute& compute, Vec3d* controls) {
+    compute([controls](unsigned int i, const PointLanes& lanes) { ValueLanes<Vec3d>::store(lanes, controls[i]); });
+}
 
-    // limit_at(face-corner) gives a limit point.
-    template <class LimitAt>
-    void compute(unsigned int face, const LimitAt& limit_at) {
-        const unsigned int begin = m_level->face_begin(face);
-        for (unsigned int k = 0; k < 4; ++k) {
-            const unsigned int v = m_level->corner_vertices[begin + k];
-            if (m_known[v] != 0) continue;
-            m_known[v] = 1;
-            m_limits[v] = limit_at(begin + k);
-        }
-    }
-    const Vec3d* get() const { return m_limits.get_data(); }
-
-private:
-    const RefinementLevel* m_level = nullptr;
-    CoreArray<Vec3d> m_limits;
-    CoreArray<unsigned char> m_known;
-};
-
-// Carries positions down the levels and gives every patch's exact controls to the sink:
-//     sink.begin_level(level, next level or null), sink.add_patch(level, face, patch, controls, make_nets),
-//     sink.end_level()
-template <class Sink>
-void compute_patches(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink& sink) {
-    LevelValues<Vec3d> values;
-    LevelValues<Vec3d> next;
-    DartMasks darts;
-    PatchLimits limits;
-    // Sized for the largest level at once: arrays that grow from level to level would be touched anew each time.
-    unsigned int face_count = 0;
-    unsigned int vertex_count = 0;
-    for (unsigned int i = 0; i < topology.get_level_count(); ++i) {
-        face_count = std::max(face_count, topology.get_level(i).face_count);
-        vertex_count = std::max(vertex_count, topology.get_level(i).vertex_count);
-    }
-    values.reserve(face_count, vertex_count);
-    next.points.reserve(vertex_count);
-    values.points.resize(topology.get_level(0).vertex_count);
-    for (unsigned int v = 0; v < values.points.get_count(); ++v)
-        values.points[v] = v < positions.get_count() ? Vec3d(positions[v]) : Vec3d(0, 0, 0);
-
-    for (unsigned int i = 0; i < topology.get_level_count(); ++i) {
-        const RefinementLevel& level = topology.get_level(i);
-        const RefinementLevel* fine = level.has_step ? &topology.get_level(i + 1) : nullptr;
-        sum_neighbours(level, values);
-        if (fine != nullptr) refine_values(level, *fine, topology.has_smooth_triangles() && i == 0, values, next);
-
-        sink.begin_level(level, fine);
-        limits.start(level);
-        std::unique_ptr<LeafPatches> leaves;
-        Vec3d controls[16];
-        for (unsigned int f = 0; f < level.candidate_count; ++f) {
-            const unsigned int patch = level.face_patches[f];
-            if (patch == none) continue;
-            if (level.states[f] == FaceState::emitted) {
-                limits.compute(f, [&](unsigned int c) { return limit_point(level, values, level.corner_vertices[c]); });
-                smooth_controls(
-                    level.corner_vertices.get_data() + level.face_begin(f), regular_patch(level, f),
-                    [&](unsigned int w) -> const Vec3d& { return values.points[w]; },
-                    [&](unsigned int w) -> const Vec3d& { return limits.get()[w]; }, controls);
-                sink.add_patch(f, patch, controls, [&] { return Nets(controls); });
-            } else {
-                if (!leaves) leaves = std::make_unique<LeafPatches>(level, darts);
-                limits.compute(f, [&](unsigned int c) { return leaves->limit_at(c, values); });
-                leaves->compute(f, values, limits.get(), controls);
-                sink.add_patch(f, patch, controls, [&] {
-                    Nets nets(controls);
-                    leaves->compute_nets(f, values, controls, nets);
-                    return nets;
-                });
-            }
-        }
-        sink.end_level();
-        values.points.swap(next.points);
-    }
+Nets leaf_nets(unsigned int face, const Vec3d* controls, const LevelValues<Vec3d>& values, LeafPatches& leaves) {
+    Nets nets(controls);
+    leaves.compute_nets(face, values, controls, nets);
+    return nets;
 }
 
 struct ExactSink {
@@ -117,11 +40,20 @@ struct ExactSink {
 
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
     void end_level() {}
-    template <class MakeNets>
-    void add_patch(unsigned int, unsigned int patch, const Vec3d* exact, const MakeNets& make_nets) {
+    template <class Compute>
+    void add_regular(unsigned int, unsigned int patch, const Compute& compute) {
+        Vec3d* exact = controls + 16 * size_t{patch};
+        store_controls(compute, exact);
+        if (nets != nullptr) copy_nets(Nets(exact), patch);
+    }
+    void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
+                  LeafPatches& leaves) {
         std::copy(exact, exact + 16, controls + 16 * size_t{patch});
-        if (nets == nullptr) return;
-        const Nets exact_nets = make_nets();
+        if (nets != nullptr) copy_nets(leaf_nets(face, exact, values, leaves), patch);
+    }
+
+private:
+    void copy_nets(const Nets& exact_nets, unsigned int patch) const {
         Vec3d* out = nets + 24 * size_t{patch};
         out = std::copy(&exact_nets.u[0][0], &exact_nets.u[0][0] + 12, out);
         std::copy(&exact_nets.v[0][0], &exact_nets.v[0][0] + 12, out);
@@ -132,46 +64,63 @@ class RoundingSink {
 public:
     RoundingSink(RefinedPatches& patches, NetStorage storage, double shortest_edge)
         : m_patches(patches), m_storage(storage), m_shortest_squared(shortest_edge * shortest_edge) {}
+    RoundingSink(RefinedPatches& patches, const RefinedPatches& like) : m_patches(patches), m_like(&like) {}
 
-    void begin_level(const RefinementLevel& level, const RefinementLevel* fine) {
-        m_level = &level;
-        m_handed.begin_level(level, fine);
-    }
+    void begin_level(const RefinementLevel& level, const RefinementLevel* fine) { m_handed.begin_level(level, fine); }
     void end_level() { m_handed.end_level(); }
 
-    template <class MakeNets>
-    void add_patch(unsigned int face, unsigned int patch, const Vec3d* exact, const MakeNets& make_nets) {
+    template <class Compute>
+    void add_regular(unsigned int face, unsigned int patch, const Compute& compute) {
+        Vec3f* controls = m_patches.controls.get_data() + 16 * size_t{patch};
+        PointLanes corners[4];
+        compute([&](unsigned int i, const PointLanes& lanes) {
+            lanes.v.store_rounded3(controls[i].get_data());
+            if ((i & 3u) == 0) corners[i >> 2] = lanes;
+        });
+        m_handed.exchange(face, controls);
+        if (!stores_nets(patch, false, [&] { return is_short(corners); })) return;
+        Vec3d exact[16];
+        store_controls(compute, exact);
+        add_nets(patch, Nets(exact));
+    }
+    void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
+                  LeafPatches& leaves) {
         Vec3f* controls = m_patches.controls.get_data() + 16 * size_t{patch};
         for (unsigned int i = 0; i < 16; ++i) controls[i] = Vec3f(exact[i]);
         m_handed.exchange(face, controls);
-        const bool stores =
-            m_storage == NetStorage::all ||
-            (m_storage == NetStorage::where_needed && (m_level->states[face] == FaceState::leaf || is_short(exact)));
+        if (stores_nets(patch, true, [] { return true; })) add_nets(patch, leaf_nets(face, exact, values, leaves));
+    }
+
+private:
+    template <class IsShort>
+    bool stores_nets(unsigned int patch, bool is_leaf, const IsShort& is_short_patch) {
         m_patches.net_offsets[patch] = none;
-        if (!stores) return;
+        if (m_like != nullptr) return m_like->net_offsets[patch] != none;
+        if (m_storage != NetStorage::where_needed) return m_storage == NetStorage::all;
+        return is_leaf || is_short_patch();
+    }
+    bool is_short(const PointLanes (&corners)[4]) const {
+        bool is_any = false;
+        for (unsigned int k = 0; k < 4; ++k)
+            is_any |= (corners[(k + 1) & 3u] - corners[k]).length_squared() < m_shortest_squared;
+        return is_any;
+    }
+    void add_nets(unsigned int patch, const Nets& nets) {
         const unsigned int offset = m_patches.nets.get_count();
-        if (m_patches.nets.get_count() + 24 > m_capacity) {
+        if (offset + 24 > m_capacity) {
             m_capacity = std::max(offset + 24 * 64, offset + offset / 2);
             m_patches.nets.reserve(m_capacity);
         }
         m_patches.nets.resize(offset + 24);
         m_patches.net_offsets[patch] = offset;
-        store_nets(make_nets(), offset, m_patches.nets.get_data());
-    }
-
-private:
-    bool is_short(const Vec3d* exact) const {
-        for (unsigned int k = 0; k < 4; ++k)
-            if ((exact[corner_control((k + 1) & 3u)] - exact[corner_control(k)]).length_squared() < m_shortest_squared)
-                return true;
-        return false;
+        store_nets(nets, offset, m_patches.nets.get_data());
     }
 
     RefinedPatches& m_patches;
-    NetStorage m_storage;
-    double m_shortest_squared;
+    NetStorage m_storage = NetStorage::never;
+    double m_shortest_squared = 0.0;
+    const RefinedPatches* m_like = nullptr;
     unsigned int m_capacity = 0;
-    const RefinementLevel* m_level = nullptr;
     HandedEdges m_handed;
 };
 
@@ -183,16 +132,39 @@ double shortest_safe_edge(const CoreBasicArray<Vec3f>& positions) {
     return 4096.0 * static_cast<double>(std::nextafter(largest, 2.0f * largest) - largest);
 }
 
+template <class Sink>
+void visit_points(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink& sink,
+                  AppProgressBar* progress) {
+    visit_patches<Vec3d>(
+        topology, [&](unsigned int v) { return v < positions.get_count() ? Vec3d(positions[v]) : Vec3d(0, 0, 0); },
+        sink, progress);
+}
+
 }  // namespace
 
-void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions,
-                           NetStorage storage) {
-    const unsigned int patch_count = topology.get_places().get_patch_count();
-    controls.resize(16 * patch_count);
-    net_offsets.resize(patch_count);
-    nets.resize(0);
-    RoundingSink sink(*this, storage, shortest_safe_edge(positions));
-    compute_patches(topology, positions, sink);
+template <class Sink>
+void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink&& sink,
+                           AppProgressBar* progress) {
+    try {
+        const unsigned int patch_count = topology.get_places().get_patch_count();
+        controls.resize(16 * patch_count);
+        net_offsets.resize(patch_count);
+        nets.resize(0);
+        visit_points(topology, positions, sink, progress);
+    } catch (...) {
+        *this = RefinedPatches();
+        throw;
+    }
+}
+
+void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, NetStorage storage,
+                           AppProgressBar* progress) {
+    build(topology, positions, RoundingSink(*this, storage, shortest_safe_edge(positions)), progress);
+}
+
+void RefinedPatches::build_like(const RefinedPatches& other, const RefinedTopology& topology,
+                                const CoreBasicArray<Vec3f>& positions, AppProgressBar* progress) {
+    build(topology, positions, RoundingSink(*this, other), progress);
 }
 
 size_t RefinedPatches::get_memory_size() const { return bytes_of(controls) + bytes_of(net_offsets) + bytes_of(nets); }
@@ -200,7 +172,7 @@ size_t RefinedPatches::get_memory_size() const { return bytes_of(controls) + byt
 void compute_exact_patches(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Vec3d* out,
                            Vec3d* nets) {
     ExactSink sink{out, nets};
-    compute_patches(topology, positions, sink);
+    visit_points(topology, positions, sink, nullptr);
 }
 
 }  // namespace sds

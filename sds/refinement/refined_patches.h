@@ -1,6 +1,7 @@
 // The control points and derivative nets of a refined surface's patches, from the positions of its cage.
 #pragma once
 
+#include "qn_app_base/app_progress_bar.h"
 #include "qn_gmath/gmath_vec.h"
 #include "sds/refinement/refined_topology.h"
 
@@ -29,10 +30,20 @@ struct RefinedPatches {
     CoreArray<Vec3f> nets;
 
     // `positions` holds one per vertex of the cage, or any other vectors that follow the same weights, as motion
-    // vectors do. Reuses the arrays.
-    void build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, NetStorage storage);
+    // vectors do. Reuses the arrays. One step of progress per level; what is thrown, AppCancelled included, leaves
+    // them empty.
+    void build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, NetStorage storage,
+               AppProgressBar* progress = nullptr);
+    // The same with nets for the patches that have them in `other`, which is of the same topology.
+    void build_like(const RefinedPatches& other, const RefinedTopology& topology,
+                    const CoreBasicArray<Vec3f>& positions, AppProgressBar* progress = nullptr);
 
     size_t get_memory_size() const;
+
+private:
+    template <class Sink>
+    void build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink&& sink,
+               AppProgressBar* progress);
 };
 
 // The unrounded controls of every patch, `out` of sixteen per patch, and `nets` of 24 per patch when not null: what the

@@ -2,17 +2,22 @@
 
 #include <memory>
 
+#include "sds/common/progress.h"
 #include "sds/refinement/depth_per_vertex.h"
 
 namespace sds {
 
 void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions& options,
-                            const CoreBasicArray<GMathVec3<float>>& positions) {
+                            const CoreBasicArray<GMathVec3<float>>& positions, AppProgressBar* progress) {
     clear();
     CoreArray<RefinementLevel> levels(1);
     make_cage_level(cage, options, levels[0]);
     const auto depth = static_cast<int>(std::min(options.depth, RefinementOptions::max_depth));
     levels.reserve(static_cast<unsigned int>(depth) + 2);
+    // The last step is the list's.
+    const auto step_count = static_cast<unsigned int>(depth - levels[0].depth) + 2;
+    progress_steps(progress, step_count);
+    progress_step(progress, 0);
     std::unique_ptr<DepthPerVertex> depths;
     if (options.error > 0.0) depths = std::make_unique<DepthPerVertex>(positions, levels[0].vertex_count, options);
     for (;;) {
@@ -22,9 +27,10 @@ void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions&
         bool is_refined = false;
         for (unsigned int f = 0; f < level.candidate_count && !is_refined; ++f)
             is_refined = level.states[f] == FaceState::refined;
+        progress_step(progress, levels.get_count());
         if (!is_refined) break;
         levels.resize(levels.get_count() + 1);
-        refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], options);
+        refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], levels.get_count() == 2, options);
         if (depths) depths->refine(levels[levels.get_count() - 2], levels[levels.get_count() - 1]);
     }
     m_levels.swap(levels);
@@ -32,6 +38,7 @@ void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions&
     m_smooth_triangles = options.smooth_triangles;
     try {
         list_patches();
+        progress_step(progress, step_count);
     } catch (...) {
         clear();
         throw;
@@ -59,22 +66,27 @@ void RefinedTopology::list_quad_patches(unsigned int level_index, unsigned int f
 }
 
 void RefinedTopology::list_patches() {
+    unsigned int patch_count = 0;
+    for (const RefinementLevel& level : m_levels)
+        for (unsigned int f = 0; f < level.candidate_count; ++f)
+            patch_count += level.states[f] == FaceState::emitted || level.states[f] == FaceState::leaf ? 1 : 0;
     RefinementLevel& cage = m_levels[0];
-    m_places.start(cage.is_quads() ? cage.face_count : cage.corner_vertices.get_count());
+    m_places.start(cage.is_quads() ? cage.face_count : cage.corner_vertices.get_count(), patch_count);
     for (unsigned int f = 0; f < cage.face_count; ++f) {
         if (cage.is_quads()) {
             list_quad_patches(0, f);
-            m_places.end_quad();
-            continue;
-        }
-        for (unsigned int j = 0; j < cage.offsets[f + 1] - cage.offsets[f]; ++j) {
-            if (cage.states[f] == FaceState::refined) {
+            m_places.end_quads(1);
+        } else if (cage.states[f] == FaceState::refined) {
+            for (unsigned int j = 0; j < cage.offsets[f + 1] - cage.offsets[f]; ++j) {
                 list_quad_patches(1, cage.first_children[f] + j);
-            } else if (cage.states[f] == FaceState::emitted && j == 0) {
+                m_places.end_quads(1);
+            }
+        } else {
+            if (cage.states[f] == FaceState::emitted) {
                 cage.face_patches[f] = m_places.get_patch_count();
                 m_places.add_patch({cage.offsets[f], 0, 0, -1, false});
             }
-            m_places.end_quad();
+            m_places.end_quads(cage.offsets[f + 1] - cage.offsets[f]);
         }
     }
 }

@@ -5,25 +5,30 @@
 // level are exactly one patch each; what remains irregular at the last level becomes an approximating patch, a leaf.
 #pragma once
 
+#include "qn_app_base/app_progress_bar.h"
 #include "sds/refinement/patch_places.h"
 #include "sds/refinement/refinement_level.h"
 
 namespace sds {
 
-// Built by one thread, then read by any number. Memory that runs out throws std::bad_alloc and leaves it empty.
+// Built by one thread, then read by any number. What is thrown, std::bad_alloc or AppCancelled, leaves it empty.
 class RefinedTopology {
 public:
     // The arrays of `cage` are not needed afterwards. `positions` holds one per vertex and is only read when
-    // `options.error` is above 0: it then decides how deep every vertex is refined.
+    // `options.error` is above 0: it then decides how deep every vertex is refined. One step of progress per level.
     void build(const RefinementCage& cage, const RefinementOptions& options,
-               const CoreBasicArray<GMathVec3<float>>& positions);
+               const CoreBasicArray<GMathVec3<float>>& positions, AppProgressBar* progress = nullptr);
     void clear();
+    // Frees all but the places: enough for patches that are built and never change. Values can be refined again only
+    // after another build.
+    void drop_levels() { m_levels.clear(); }
+    bool has_levels() const { return !m_levels.is_empty(); }
 
     const PatchPlaces& get_places() const { return m_places; }
     // Vertices of the cage.
     unsigned int get_vertex_count() const { return m_vertex_count; }
     bool has_smooth_triangles() const { return m_smooth_triangles; }
-    // The first level is the cage's.
+    // The first level is the cage's. None after drop_levels.
     unsigned int get_level_count() const { return m_levels.get_count(); }
     const RefinementLevel& get_level(unsigned int i) const { return m_levels[i]; }
     size_t get_memory_size() const;

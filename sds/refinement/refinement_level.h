@@ -71,10 +71,11 @@ struct RefinementLevel {
     CoreArray<unsigned int> offsets;
     CoreArray<unsigned int> corner_faces;
 
-    // Per face-corner: vertex, number of the edge that leaves it, the face-corner across.
+    // Per face-corner: vertex, number of the edge that leaves it, the face-corner across. A cage's smooth edges have no
+    // number before the step, and only those near refined faces afterwards.
     CoreArray<unsigned int> corner_vertices;
     CoreArray<unsigned int> corner_edges;
-    SdsMeshBase::EdgesTopology edges;  // creases are the infinitely sharp edges; no flags for polygons
+    SdsMeshBase::EdgesTopology edges;  // creases are the infinitely sharp edges; of polygons, the first four
     CoreArray<FaceState> states;
     CoreArray<QuadPlace> places;           // of candidates
     CoreArray<unsigned int> face_patches;  // of candidates: index in the flat list, or none
@@ -125,7 +126,9 @@ struct RefinementLevel {
         if (corner_vertices[o] != v) return {next_corner(o), next_corner(o)};
         return {o, previous_corner(o)};  // a neighbour that winds the other way
     }
-    float sharpness_at(unsigned int c) const { return edge_sharpness[corner_edges[c]]; }
+    float sharpness_at(unsigned int c) const {
+        return corner_edges[c] == none ? 0.0f : edge_sharpness[corner_edges[c]];
+    }
     bool is_infinite_at(unsigned int c) const { return is_infinitely_sharp(sharpness_at(c)); }
     const SharpVertex* sharp_vertex(unsigned int v) const {
         if (sharp_indices.is_empty() || sharp_indices[v] == none) return nullptr;
@@ -152,8 +155,11 @@ struct RefinementLevel {
 // The polygons of a cage as the first level, up to its classification.
 void make_cage_level(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level);
 
-// Joins face-corners of the same edge number, counts valences, gathers what is sharp and finds the kind of every
-// vertex. `level` has corner_vertices, corner_edges and the edges' own arrays.
+// Numbers the edge that leaves face-corner c of a cage's level.
+void add_edge(RefinementLevel& level, unsigned int c, float sharpness, unsigned char marks);
+
+// Gathers what is sharp and finds the kind of every vertex. `level` has its corners with their opposites, the edges'
+// own arrays, and valences.
 void complete_level(RefinementLevel& level);
 
 // Whether the rules at a face-corner of a quad are those of a bicubic patch there.
@@ -164,7 +170,7 @@ bool is_regular(const RefinementLevel& level, unsigned int face);
 // Sets the states of candidates that have none yet (`support`): emitted, or refined or leaf.
 void classify(RefinementLevel& level, bool is_last);
 
-// The step from one level, whose states are set, to the next, up to its classification.
-void refine_level(RefinementLevel& coarse, RefinementLevel& fine, const RefinementOptions& options);
+// The step from one level, whose states are set, to the next, up to its classification; `is_cage` for the first.
+void refine_level(RefinementLevel& coarse, RefinementLevel& fine, bool is_cage, const RefinementOptions& options);
 
 }  // namespace sds

@@ -30,16 +30,23 @@ struct LevelValues {
     }
 };
 
-// Face points and sums from the points.
-template <class Value>
-void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values) {
+// Face points and sums from the points, of the faces that is_needed(face) says so of and the vertices that have no
+// other faces.
+template <class Value, class IsNeeded>
+void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values, const IsNeeded& is_needed) {
     using Scalar = typename ValueOps<Value>::Scalar;
     using Sums = typename LevelValues<Value>::Sums;
     values.face_points.resize(level.face_count);
-    values.sums.assign(level.vertex_count, Sums{ValueOps<Value>::zero(), ValueOps<Value>::zero()});
+    values.sums.resize(level.vertex_count);
     const Value* points = values.points.get_data();
     Sums* sums = values.sums.get_data();
+    for (unsigned int f = 0; f < level.face_count; ++f) {
+        if (!is_needed(f)) continue;
+        for (unsigned int c = level.face_begin(f), end = level.face_end(f); c < end; ++c)
+            sums[level.corner_vertices[c]] = {ValueOps<Value>::zero(), ValueOps<Value>::zero()};
+    }
     level.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
+        if (!is_needed(f)) return;
         const unsigned int* corners = level.corner_vertices.get_data() + begin;
         if constexpr (!std::is_same_v<decltype(count), unsigned int>) {
             const Value& a = points[corners[0]];
@@ -68,6 +75,11 @@ void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values) {
             }
         }
     });
+}
+
+template <class Value>
+void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values) {
+    sum_neighbours(level, values, [](unsigned int) { return true; });
 }
 
 // Weights in smooth edge points: of the two ends and of the two face points.

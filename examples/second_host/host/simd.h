@@ -141,6 +141,14 @@ struct SimdDouble4 {
     SimdDouble4() = default;
     // Four floats.
     explicit SimdDouble4(const float* p) { std::copy_n(p, 4, v); }
+    explicit SimdDouble4(double s) { std::fill_n(v, 4, s); }
+    static SimdDouble4 load3(const double* p) {
+        return make([&](int i) { return i < 3 ? p[i] : 0.0; });
+    }
+    void store3(double* p) const { std::copy_n(v, 3, p); }
+    void store_rounded3(float* p) const {
+        for (int i = 0; i < 3; ++i) p[i] = static_cast<float>(v[i]);
+    }
     template <class Lane>
     static SimdDouble4 make(Lane&& lane) {
         SimdDouble4 r;
