@@ -16,6 +16,16 @@
 
 class SDS_EXPORT SdsMesh : public GeometryObject {
 public:
+    // A place on a primitive, found from one on a quad.
+    struct PrimitivePlace {
+        unsigned int primitive =
+            0xFFFFFFFF;           // none where the quad has no surface: holes, void quads of refined surfaces
+        double u = 0.0, v = 0.0;  // patch coordinates
+        // As in GeometryPlace, of which this is the inverse.
+        unsigned int turns = 0;
+        double derivative_scale = 1.0;
+    };
+
     SdsMesh() = default;
     // Copies what is rendered; as a resource it starts with no name and no hash.
     SdsMesh(const SdsMesh& other);
@@ -42,6 +52,11 @@ public:
         return static_cast<double>(std::floor(static_cast<float>(x * static_cast<double>(level_scale))) *
                                    level_scale_inv);
     }
+    // Where a place on a primitive lies on the quads of depth 0, which are the base's and what users see: `face` is
+    // such a quad. The place itself unless the surface is refined.
+    GeometryPlace get_primitive_place(const unsigned int& primitive, const double& u, const double& v) const override;
+    // The inverse. (u, v) is in [0, 1].
+    PrimitivePlace find_primitive(const unsigned int& quad, const double& u, const double& v) const;
     // The control polygon that a primitive came from.
     unsigned int get_primitive_polygon_id(const unsigned int& primitive) const {
         return base->get_primitive_polygon_id(primitive);

@@ -26,6 +26,9 @@
 
 class CtxEval;
 class PolyMesh;
+namespace sds {
+class PatchPlaces;
+}
 
 class SDS_EXPORT SdsMeshGeometry : public ResourceData {
 public:
@@ -98,6 +101,16 @@ public:
     static void set_vertices_interpolation(const CoreArray<unsigned int>& quad_indices,
                                            const SdsMeshBase::EdgesTopology& edges, const InterpolationMode& mode,
                                            CoreArray<SdsMeshBase::VertexInfo>& infos);
+
+    // Whether the surface is refined: the base says so (SdsMeshBase::set_refinement), and the mode is not bilinear. All
+    // that is asked by patch or primitive is then by the refined surface's patches and their own (u, v).
+    bool is_refined() const { return refinement != nullptr; }
+    // Patches of the surface: the base's quads unless it is refined.
+    unsigned int get_patch_count() const;
+    // Of a refined surface only: which quad each patch lies on, and where.
+    const sds::PatchPlaces& get_places() const;
+    // The level of its smallest patches.
+    unsigned int get_finest_level() const;
 
     // Equal for geometries of one build and its copies, and for no others; 0 before the first build.
     std::uint64_t get_positions_stamp() const { return positions_stamp; }
@@ -206,6 +219,7 @@ public:
 
 private:
     struct CornerCache;
+    struct Refinement;
     class PointCloudSampleLoader;
     friend class ComputeSdsBboxesTask;
 
@@ -245,5 +259,6 @@ private:
     SdsBezierMesh bezier_mesh;
     std::shared_ptr<SysThreadLock> sample_lock;
     std::shared_ptr<CornerCache> corner_cache;
+    std::shared_ptr<const Refinement> refinement;  // null at depth 0
     CoreSharedPointer<SampleLoader, CoreSharedCounter> sample_loader;
 };
