@@ -97,11 +97,9 @@ RefinedErrors measure_refined(const RefinedSurface& surface, const OpenSubdivOra
         const sds::RefinedPatch& place = surface.topology.get_places().get_patch(p);
         for (const double s : grid)
             for (const double t : grid) {
-                const sds::QuadPoint at =
-                    surface.topology.get_places().find_quad(p, static_cast<float>(s), static_cast<float>(t));
+                const sds::QuadPoint at = surface.topology.get_places().find_quad(p, s, t);
                 SurfacePoint point = surface.evaluate(p, s, t);
-                const SurfacePoint limit =
-                    oracle.evaluate(at.quad, static_cast<double>(at.u), static_cast<double>(at.v));
+                const SurfacePoint limit = oracle.evaluate(at.quad, at.u, at.v);
                 const Vec3d gap = point.position - limit.position;
                 const double position = gap.length() / surface.diagonal;
                 const Vec3d normal = limit.normal_direction();

@@ -9,8 +9,6 @@ using Vec3f = GMathVec3<float>;
 
 namespace {
 
-constexpr unsigned int adaptive_frustum_level = 3;
-
 // Sets the rays' reference point to the object's centre for the duration of a call. Boxes hold finite points only.
 class ReferencePointScope {
 public:
@@ -33,14 +31,14 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
                                   GeometryFrustumCtx& frustum) const {
     const int selection = frustum.get_mode();
     if (selection == 0 || selection == 1) {
-        if (base->is_primitive_void(primitive)) return;
+        if (!geometry->is_refined() && base->is_primitive_void(primitive)) return;
         Vec3f controls[16];
         geometry->get_bezier_controls(primitive, controls);
-        const unsigned int count =
-            (level != 0 ? level : adaptive_frustum_level) - (base->get_base_tessellation_level() ? 1u : 0u);
+        const unsigned int count = level != 0 ? get_cell_level(primitive) : get_adaptive_frustum_level(primitive);
         frustum_bezier_intersection(ctx, primitive, controls, frustum, count);
     } else if (selection == 2 || selection == 3) {
-        const unsigned int* quad = base->get_quad_indices(primitive);
+        unsigned int quad[4];
+        get_primitive_vertices(primitive, quad);
         for (unsigned int k = 0; k < 4; ++k)
             if (quad[k] != sds::none) frustum.vertex_marks[quad[k]] = 1;
     }
@@ -49,8 +47,7 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
 void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive, GeometryRaytraceCtx& rays) const {
     if (ctx.get_thread() == nullptr) return;
     const ReferencePointScope reference(rays, geometry->get_bbox());
-    const unsigned int count =
-        level == 0 ? sds::limit_surface : level - (base->get_base_tessellation_level() ? 1u : 0u);
+    const unsigned int count = level == 0 ? sds::limit_surface : get_cell_level(primitive);
     if (!rays.has_motion_blur()) {
         sds::trace_patch(ctx, primitive,
                          ctx.get_thread()->get_kept_scratch().keep<sds::ControlCache>().get(*geometry, primitive),

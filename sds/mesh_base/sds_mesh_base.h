@@ -154,6 +154,7 @@ public:
     size_t get_memory_size() const override;
 
     // How the surfaces of the next builds are refined; not at all by default. Of no effect on what is built already.
+    // Arrays of sharpness or holes that do not fit the polygons of a build count as empty.
     void set_refinement(const SdsRefinement& settings);
     const SdsRefinement& get_refinement() const;
 
@@ -314,6 +315,9 @@ public:
     static const float* get_cos_table();
 
 private:
+    void keep_control_cage(const unsigned int& vertex_count, const CoreBasicArray<unsigned int>& polygon_indices,
+                           const CoreBasicArray<unsigned int>& polygon_counts);
+
     CoreArray<unsigned int> quad_indices;
     CoreArray<unsigned int> quad_shading_groups;
     CoreArray<CoreString> shading_group_names;

@@ -47,7 +47,7 @@ private:
 
 struct PatchPlace {
     unsigned int patch;  // none where the quad is a hole
-    float u, v;
+    double u, v;
     // Quarter turns from the user quad's frame to the patch's, counterclockwise; 0 but on patches that cover four
     // quads. With t turns the patch's (du, dv) are the quad's turned t times: one turn takes (a, b) to (-b, a).
     unsigned int turns;
@@ -55,7 +55,7 @@ struct PatchPlace {
 
 struct QuadPoint {
     unsigned int quad;
-    float u, v;
+    double u, v;
     unsigned int turns;  // as above
 };
 
@@ -70,7 +70,7 @@ public:
 
     // (u, v) in [0, 1]. The result is exact on the quad's own patches, and rounded once on one that it shares with
     // three others.
-    PatchPlace find_patch(unsigned int quad, float u, float v) const {
+    PatchPlace find_patch(unsigned int quad, double u, double v) const {
         const unsigned int begin = m_quad_offsets[quad];
         unsigned int end = m_quad_offsets[quad + 1];
         if (begin == end) return find_shared(quad, begin, u, v);
@@ -86,18 +86,17 @@ public:
             }
         }
         const RefinedPatch& patch = m_patches[found];
-        if (patch.covers_four_quads()) return {found, 0.5f * u, 0.5f * v, 0};
-        const float scale = patch.derivative_scale();
-        return {found, u * scale - static_cast<float>(patch.x()), v * scale - static_cast<float>(patch.y()), 0};
+        if (patch.covers_four_quads()) return {found, 0.5 * u, 0.5 * v, 0};
+        const auto scale = static_cast<double>(patch.derivative_scale());
+        return {found, u * scale - patch.x(), v * scale - patch.y(), 0};
     }
 
     // The inverse. On a patch that covers four quads the middle lines belong to the quads with the larger coordinate.
-    QuadPoint find_quad(unsigned int patch, float u, float v) const {
+    QuadPoint find_quad(unsigned int patch, double u, double v) const {
         const RefinedPatch& place = m_patches[patch];
         if (place.covers_four_quads()) return find_quarter(place.quad(), u, v);
-        const float side = 1.0f / place.derivative_scale();
-        return {place.quad(), (static_cast<float>(place.x()) + u) * side, (static_cast<float>(place.y()) + v) * side,
-                0};
+        const double side = 1.0 / static_cast<double>(place.derivative_scale());
+        return {place.quad(), (place.x() + u) * side, (place.y() + v) * side, 0};
     }
 
     size_t get_memory_size() const {
@@ -118,9 +117,9 @@ public:
 private:
     static constexpr unsigned int finest = 10;
 
-    static unsigned int cell_of(float t) {
-        constexpr float cells = 1u << finest;
-        return t > 0.0f ? std::min(static_cast<unsigned int>(t * cells), (1u << finest) - 1u) : 0u;
+    static unsigned int cell_of(double t) {
+        constexpr double cells = 1u << finest;
+        return t > 0.0 ? std::min(static_cast<unsigned int>(t * cells), (1u << finest) - 1u) : 0u;
     }
     // The bits of a number of ten bits, one apart.
     static unsigned int interleave(unsigned int x) {
@@ -138,30 +137,30 @@ private:
     //     | 3  2 |
     //     | 0  1 |
     //     0 ---- 1
-    PatchPlace find_shared(unsigned int quad, unsigned int begin, float u, float v) const {
-        if (begin == 0) return {none, 0.0f, 0.0f, 0};
+    PatchPlace find_shared(unsigned int quad, unsigned int begin, double u, double v) const {
+        if (begin == 0) return {none, 0.0, 0.0, 0};
         const RefinedPatch& patch = m_patches[begin - 1];
-        if (!patch.covers_four_quads() || quad - patch.quad() > 3) return {none, 0.0f, 0.0f, 0};
-        float s = 0.5f * u;
-        float t = 0.5f * v;
+        if (!patch.covers_four_quads() || quad - patch.quad() > 3) return {none, 0.0, 0.0, 0};
+        double s = 0.5 * u;
+        double t = 0.5 * v;
         const unsigned int turns = quad - patch.quad();
         for (unsigned int i = 0; i < turns; ++i) {
-            const float former = s;
-            s = 1.0f - t;
+            const double former = s;
+            s = 1.0 - t;
             t = former;
         }
         return {begin - 1, s, t, turns};
     }
-    static QuadPoint find_quarter(unsigned int quad, float u, float v) {
-        const bool is_right = u >= 0.5f;
-        const bool is_upper = v >= 0.5f;
+    static QuadPoint find_quarter(unsigned int quad, double u, double v) {
+        const bool is_right = u >= 0.5;
+        const bool is_upper = v >= 0.5;
         const unsigned int turns = is_upper ? (is_right ? 2 : 3) : (is_right ? 1 : 0);
         for (unsigned int i = 0; i < turns; ++i) {
-            const float former = u;
+            const double former = u;
             u = v;
-            v = 1.0f - former;
+            v = 1.0 - former;
         }
-        return {quad + turns, 2.0f * u, 2.0f * v, turns};
+        return {quad + turns, 2.0 * u, 2.0 * v, turns};
     }
 
     CoreArray<RefinedPatch> m_patches;

@@ -132,6 +132,7 @@ class RoundingSink {
 public:
     RoundingSink(RefinedPatches& patches, NetStorage storage, double shortest_edge)
         : m_patches(patches), m_storage(storage), m_shortest_squared(shortest_edge * shortest_edge) {}
+    RoundingSink(RefinedPatches& patches, const RefinedPatches& like) : m_patches(patches), m_like(&like) {}
 
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine) {
         m_level = &level;
@@ -144,11 +145,8 @@ public:
         Vec3f* controls = m_patches.controls.get_data() + 16 * size_t{patch};
         for (unsigned int i = 0; i < 16; ++i) controls[i] = Vec3f(exact[i]);
         m_handed.exchange(face, controls);
-        const bool stores =
-            m_storage == NetStorage::all ||
-            (m_storage == NetStorage::where_needed && (m_level->states[face] == FaceState::leaf || is_short(exact)));
         m_patches.net_offsets[patch] = none;
-        if (!stores) return;
+        if (!stores_nets(face, patch, exact)) return;
         const unsigned int offset = m_patches.nets.get_count();
         if (m_patches.nets.get_count() + 24 > m_capacity) {
             m_capacity = std::max(offset + 24 * 64, offset + offset / 2);
@@ -160,6 +158,11 @@ public:
     }
 
 private:
+    bool stores_nets(unsigned int face, unsigned int patch, const Vec3d* exact) const {
+        if (m_like != nullptr) return m_like->net_offsets[patch] != none;
+        if (m_storage != NetStorage::where_needed) return m_storage == NetStorage::all;
+        return m_level->states[face] == FaceState::leaf || is_short(exact);
+    }
     bool is_short(const Vec3d* exact) const {
         for (unsigned int k = 0; k < 4; ++k)
             if ((exact[corner_control((k + 1) & 3u)] - exact[corner_control(k)]).length_squared() < m_shortest_squared)
@@ -168,8 +171,9 @@ private:
     }
 
     RefinedPatches& m_patches;
-    NetStorage m_storage;
-    double m_shortest_squared;
+    NetStorage m_storage = NetStorage::never;
+    double m_shortest_squared = 0.0;
+    const RefinedPatches* m_like = nullptr;
     unsigned int m_capacity = 0;
     const RefinementLevel* m_level = nullptr;
     HandedEdges m_handed;
@@ -185,13 +189,23 @@ double shortest_safe_edge(const CoreBasicArray<Vec3f>& positions) {
 
 }  // namespace
 
-void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions,
-                           NetStorage storage) {
-    const unsigned int patch_count = topology.get_places().get_patch_count();
+void RefinedPatches::make_room(unsigned int patch_count) {
     controls.resize(16 * patch_count);
     net_offsets.resize(patch_count);
     nets.resize(0);
+}
+
+void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions,
+                           NetStorage storage) {
+    make_room(topology.get_places().get_patch_count());
     RoundingSink sink(*this, storage, shortest_safe_edge(positions));
+    compute_patches(topology, positions, sink);
+}
+
+void RefinedPatches::build_like(const RefinedPatches& other, const RefinedTopology& topology,
+                                const CoreBasicArray<Vec3f>& positions) {
+    make_room(topology.get_places().get_patch_count());
+    RoundingSink sink(*this, other);
     compute_patches(topology, positions, sink);
 }
 

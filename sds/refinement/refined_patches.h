@@ -31,8 +31,14 @@ struct RefinedPatches {
     // `positions` holds one per vertex of the cage, or any other vectors that follow the same weights, as motion
     // vectors do. Reuses the arrays.
     void build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, NetStorage storage);
+    // The same with nets for the patches that have them in `other`, which is of the same topology.
+    void build_like(const RefinedPatches& other, const RefinedTopology& topology,
+                    const CoreBasicArray<Vec3f>& positions);
 
     size_t get_memory_size() const;
+
+private:
+    void make_room(unsigned int patch_count);
 };
 
 // The unrounded controls of every patch, `out` of sixteen per patch, and `nets` of 24 per patch when not null: what the

@@ -238,8 +238,8 @@ TEST(Refinement, PlacesCoverEveryQuadOnceAndLeadBack) {
             for (unsigned int p = 0; p < places.get_patch_count(); ++p) {
                 const double side = 1.0 / static_cast<double>(places.get_patch(p).derivative_scale());
                 area += side * side;
-                for (const float u : {0.0625f, 0.4375f, 0.8125f})
-                    for (const float v : {0.3125f, 0.5625f}) {
+                for (const double u : {0.0625, 0.4375, 0.8125})
+                    for (const double v : {0.3125, 0.5625}) {
                         const sds::QuadPoint at = places.find_quad(p, u, v);
                         const sds::PatchPlace back = places.find_patch(at.quad, at.u, at.v);
                         EXPECT_EQ(back.patch, p);
@@ -268,10 +268,10 @@ TEST(Refinement, DartsKeepTheirLimitAtEveryDepth) {
         // First corner of the user quad at a control vertex, in both kinds of cages.
         const auto at_vertex = [&](const RefinedSurface& surface, unsigned int c) {
             const unsigned int k = mesh.is_all_quads() ? c % 4 : 0;
-            const float u = k == 1 || k == 2 ? 1.0f : 0.0f, v = k >= 2 ? 1.0f : 0.0f;
+            const double u = k == 1 || k == 2 ? 1.0 : 0.0, v = k >= 2 ? 1.0 : 0.0;
             const sds::PatchPlace place =
                 surface.topology.get_places().find_patch(mesh.is_all_quads() ? c / 4 : c, u, v);
-            return surface.evaluate(place.patch, static_cast<double>(place.u), static_cast<double>(place.v));
+            return surface.evaluate(place.patch, place.u, place.v);
         };
         const RefinedSurface first(tag_cage(mesh), 1);
         size_t darts = 0;
