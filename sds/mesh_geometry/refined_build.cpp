@@ -26,8 +26,8 @@ sds::RefinementOptions get_options(const SdsRefinement& settings, Mode mode) {
     return options;
 }
 
-std::shared_ptr<const sds::RefinedTopology> refine(const SdsMeshBase::ControlCage& cage, Mode mode,
-                                                   const CoreBasicArray<Vec3f>& positions) {
+std::shared_ptr<sds::RefinedTopology> refine(const SdsMeshBase::ControlCage& cage, Mode mode,
+                                             const CoreBasicArray<Vec3f>& positions) {
     auto topology = std::make_shared<sds::RefinedTopology>();
     topology->build({cage.vertex_count, cage.polygon_counts, cage.polygon_indices, cage.opposite_corners,
                      cage.edge_sharpness, cage.refinement.vertex_sharpness, cage.refinement.holes},
@@ -66,10 +66,11 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
     // Copies of the geometry keep what they share; else the arrays are used again.
     const bool keeps_arrays = former && former.use_count() == 1;
     const auto built = keeps_arrays ? former : std::make_shared<Refinement>();
+    const bool has_fixed_depth = !(cage.refinement.error > 0.0f);
     {
         const sds::ProgressTask task(progress, "refine cage", 0.3f);
-        if (is_update && former && !(cage.refinement.error > 0.0f))
-            built->topology = former->topology, built->finest_level = former->finest_level;
+        if (is_update && former && has_fixed_depth && former->topology->has_levels())
+            built->topology = former->topology;
         else
             built->topology = refine(cage, mode, positions);
         built->finest_level = find_finest_level(built->get_places());
@@ -86,9 +87,17 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
     } else {
         built->motion = {};
     }
+    if (!is_update && has_fixed_depth) built->topology->drop_levels();
     refinement = built;
     bind_view();
     build_boxes(0.2f, make_task_manager(get_patch_count()).get(), progress);
+}
+
+void SdsMeshGeometry::keep_refined_levels() {
+    if (refinement->topology->has_levels()) return;
+    if (refinement.use_count() > 1) refinement = std::make_shared<Refinement>(*refinement);
+    refinement->topology = refine(*base->get_control_cage(), mode, point_cloud.get_positions());
+    bind_view();
 }
 
 const sds::RefinedPatches& SdsMeshGeometry::get_refined_sample(const unsigned int& sample) const {

@@ -8,7 +8,9 @@
 
 // Shared by copies of a geometry, hence never changed while there is more than one.
 struct SdsMeshGeometry::Refinement {
-    std::shared_ptr<const sds::RefinedTopology> topology;
+    // Its levels, as large as the patches, are kept where positions were updated, time samples are there, or positions
+    // decided the depth; else they are made again when they are needed.
+    std::shared_ptr<sds::RefinedTopology> topology;
     unsigned int finest_level = 0;
     sds::RefinedPatches rest;
     sds::RefinedPatches motion;  // of the motion vectors; empty without

@@ -267,6 +267,8 @@ private:
     void add_sample(const unsigned int& sample, const float& weight, SdsBezierMesh& mesh) const;
     void add_motion(const float& weight, SdsBezierMesh& mesh) const;
     void add_sampled_velocities(const double& time, const double& interval, SdsBezierMesh& velocities) const;
+    // What a refined surface's samples are computed from.
+    void keep_refined_levels();
     // The patches of a refined surface's sample, computed once.
     const sds::RefinedPatches& get_refined_sample(const unsigned int& sample) const;
     // The control positions of a sample whose vertices are loaded, from its loader, which keeps them so long.

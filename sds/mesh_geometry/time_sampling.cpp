@@ -73,6 +73,7 @@ void SdsMeshGeometry::PolyMeshSampleLoader::get_positions(const GMathTimeSamplin
 
 void SdsMeshGeometry::set_positions_sampling(const GMathTimeSampling& sampling,
                                              CoreSharedPointer<SampleLoader, CoreSharedCounter> loader) {
+    if (refinement && sampling.get_sample_count() != 0) keep_refined_levels();
     point_cloud.init_sampling(sampling, CoreSharedPointer<GeometryPointCloud::SampleLoader, CoreSharedCounter>(
                                             new PointCloudSampleLoader(*this, loader)));
     corner_cache = sampling.get_sample_count() != 0

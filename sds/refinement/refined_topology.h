@@ -18,6 +18,9 @@ public:
     void build(const RefinementCage& cage, const RefinementOptions& options,
                const CoreBasicArray<GMathVec3<float>>& positions);
     void clear();
+    // Keeps the places alone: patches can no longer be computed.
+    void drop_levels() { m_levels.clear(); }
+    bool has_levels() const { return !m_levels.is_empty(); }
 
     const PatchPlaces& get_places() const { return m_places; }
     // Vertices of the cage.
