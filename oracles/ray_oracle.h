@@ -33,7 +33,9 @@ public:
         : RayOracle(patches, std::vector<unsigned int>(patches.size(), splits)) {}
     RayOracle(const SdsMeshGeometry& geometry, unsigned int splits) : RayOracle(get_controls(geometry), splits) {}
     // The surface as the mesh's level has it.
-    explicit RayOracle(const SdsMesh& mesh) : RayOracle(get_controls(*mesh.get_geometry()), get_splits(mesh)) {}
+    explicit RayOracle(const SdsMesh& mesh) : RayOracle(get_controls(*mesh.get_geometry()), mesh) {}
+    // The same with patches of another time.
+    RayOracle(const std::vector<Controls>& patches, const SdsMesh& mesh) : RayOracle(patches, get_splits(mesh)) {}
 
     bool is_limit() const { return m_blocks.empty(); }
     unsigned int patch_count() const { return static_cast<unsigned int>(m_patches.size()); }

@@ -1,4 +1,6 @@
 // Rays and frusta against primitives.
+#include <algorithm>
+
 #include "qn_ctx/ctx_eval.h"
 #include "sds/intersection/bezier_intersection.h"
 #include "sds/intersection/trace_patch.h"
@@ -24,6 +26,13 @@ private:
     GeometryRaytraceCtx& m_rays;
     GMathVec3<double> m_former;
 };
+
+float find_largest_coordinate(const GMathBbox3<float>& box) {
+    float largest = 0.0f;
+    for (unsigned int axis = 0; axis < 3; ++axis)
+        largest = std::max({largest, -box.get_min()[axis], box.get_max()[axis]});
+    return largest;
+}
 
 }  // namespace
 
@@ -51,11 +60,18 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
     if (!rays.has_motion_blur()) {
         sds::trace_patch(ctx, primitive,
                          ctx.get_thread()->get_kept_scratch().keep<sds::ControlCache>().get(*geometry, primitive),
-                         count, rays);
+                         count, rays, geometry->is_refined() ? find_largest_coordinate(geometry->get_bbox()) : 0.0f);
         return;
     }
     Vec3f controls[16];
     geometry->get_bezier_controls_at(primitive, rays.get_time(),
                                      ctx.get_shader_ctx()->get_motion_blur().get_time_sampling(), controls);
-    sds::trace_patch(ctx, primitive, sds::ControlLanes(controls), count, rays);
+    float extent = 0.0f;
+    if (geometry->is_refined()) {
+        // Where the patch is by then may be farther out than the surface at rest.
+        GMathBbox3<float> box = geometry->get_bbox();
+        for (const Vec3f& c : controls) box.grow(c);
+        extent = find_largest_coordinate(box);
+    }
+    sds::trace_patch(ctx, primitive, sds::ControlLanes(controls), count, rays, extent);
 }

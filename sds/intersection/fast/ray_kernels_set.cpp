@@ -32,13 +32,13 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
     };
     SimdFloat8 rows[4];
     transform_to_plane(controls, ray, rows);
-    if (find_origin(rows, rows) == 0) return;
+    if (!comes_near_origin(rows, SimdFloat8(ray.edge_slack))) return;
     const unsigned int level_last = level_count < max_cell_level ? level_count : max_cell_level;
     if (level_last < level_count) ++hits.unsettled_count;
     if (level_last <= window_level) return intersect_window({0, 0, level_last}, rows, controls, ray, hits);
     Level levels[max_cell_level - window_level];
     const unsigned int last = level_last - window_level;
-    const SkewedPatch skewed(rows);
+    const SkewedPatch skewed(rows, ray.edge_slack);
     if (!skewed.comes_near_origin()) return;
     const SimdFloat8* node = skewed.rows;
     unsigned int depth = 0, i = 0, j = 0;

@@ -12,8 +12,9 @@ struct ControlLanes;
 void trace_limit_fast(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
                       GeometryRaytraceCtx& rays);
 
-// The same against the flat cells of `level_count` levels.
+// The same against the flat cells of `level_count` levels. `shared_extent` is 0, or the largest coordinate of a surface
+// whose patches share parts of edges.
 void trace_cells_fast(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
-                      unsigned int level_count, GeometryRaytraceCtx& rays);
+                      unsigned int level_count, float shared_extent, GeometryRaytraceCtx& rays);
 
 }  // namespace sds
