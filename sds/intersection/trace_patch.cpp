@@ -30,7 +30,7 @@ void sds::trace_patch(const CtxEval& ctx, unsigned int primitive, const ControlL
     if (ctx.get_thread() == nullptr) return;
     const bool is_fast = rays.get_data().kernel_family == 0;
     if (level == limit_surface) {
-        if (is_fast) return trace_limit_fast(ctx, primitive, controls, rays);
+        if (is_fast) return trace_limit_fast(ctx, primitive, controls, shared_extent, rays);
         return trace_limit_reference(ctx, primitive, controls, rays);
     }
     const StartNodeScope start_node(rays);

@@ -66,7 +66,7 @@ TEST_P(Holes, NoneInRefinedSurfaces) {
     for (const unsigned int depth : {1u, 2u, 3u})
         for (const unsigned int level : {0u, 1u, 2u, 3u})
             for (const Route route : {Route::fast, Route::reference, Route::renderer}) {
-                const HoleCounts counts = count(*GetParam(), level, route, depth, 100);
+                const HoleCounts counts = count(*GetParam(), level, route, depth, 30);
                 EXPECT_EQ(counts.lost + counts.late, 0u)
                     << "depth " << depth << ", level " << level << ", route " << static_cast<int>(route);
             }

@@ -72,7 +72,7 @@ void trace_rays(const CtxEval& ctx, const char* routine, const sds::ControlLanes
 }  // namespace
 
 void sds::trace_limit_fast(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
-                           GeometryRaytraceCtx& rays) {
+                           float shared_extent, GeometryRaytraceCtx& rays) {
     const auto push = [&](unsigned int i, double shift, const RayHits& hits) {
         HitSlots slots;
         slots.clear();
@@ -86,7 +86,7 @@ void sds::trace_limit_fast(const CtxEval& ctx, unsigned int primitive, const Con
             if (accepted && rays.is_ray_finished(i)) rays.set_occluder(i, {primitive, entry.node, &hits});
         });
     };
-    trace_rays(ctx, "adaptive", controls, 0.0f, rays, get_ray_kernels().adaptive, push);
+    trace_rays(ctx, "adaptive", controls, shared_extent, rays, get_ray_kernels().adaptive, push);
 }
 
 void sds::trace_cells_fast(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
