@@ -16,6 +16,7 @@ void BuiltSurface::build(const ZooMesh& cage, const Options& options) {
     group_names.add(CoreString("default"));
 
     const PolyCreaseScope scope(creases);
+    base.set_refinement(options.refinement);
     if (!options.keeps_base || base.get_topology_stamp() == 0)
         base.set(static_cast<unsigned int>(cage.positions.size()), indices, counts, groups, group_names,
                  options.progress);

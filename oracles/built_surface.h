@@ -30,6 +30,7 @@ public:
         std::vector<Vec3f> motion_vectors = {};  // one per control vertex, or none
         AppProgressBar* progress = nullptr;
         bool keeps_base = false;  // where the surface has a whole one of the same cage
+        SdsRefinement refinement = {};
     };
 
     explicit BuiltSurface(const ZooMesh& cage) : BuiltSurface(cage, Options{}) {}

@@ -19,11 +19,9 @@ std::vector<RayOracle::Controls> controls_at(const SdsMesh& mesh, double time, c
 }  // namespace
 
 MovingHoles count_moving_holes(const ZooMesh& cage, CageMotion motion, unsigned int level, unsigned int time_count,
-                               std::uint64_t rays_per_aim, const FaultReport& report) {
-    const MovingSurface surface(cage, motion, level);
+                               std::uint64_t rays_per_aim, const FaultReport& report, unsigned int depth) {
+    const MovingSurface surface(cage, motion, level, depth);
     const SdsMesh& mesh = surface.get_mesh();
-    const unsigned int splits =
-        level == 0 ? RayOracle::limit_surface : level - (mesh.get_base()->get_base_tessellation_level() ? 1u : 0u);
     sds_render::Scene scene(sds_render::Shutter{0.0, 1.0});
     scene.add(mesh);
     scene.commit();
@@ -36,7 +34,7 @@ MovingHoles count_moving_holes(const ZooMesh& cage, CageMotion motion, unsigned 
     std::mt19937_64 random(level);
     for (unsigned int k = 0; k < time_count; ++k) {
         const double time = k == 0 ? 1.0 / 3.0 : std::uniform_real_distribution<double>(0.0, 1.0)(random);
-        const RayOracle oracle(controls_at(mesh, time, shader.get_motion_blur().get_time_sampling()), splits);
+        const RayOracle oracle(controls_at(mesh, time, shader.get_motion_blur().get_time_sampling()), mesh);
         const std::vector<Vec3d> inside = find_inside_points(oracle, 8);
         if (inside.empty()) continue;
         ++holes.times;

@@ -24,9 +24,10 @@ private:
     const ZooMesh& m_cage;
 };
 
-BuiltSurface::Options make_options(const ZooMesh& cage, CageMotion motion, unsigned int level) {
+BuiltSurface::Options make_options(const ZooMesh& cage, CageMotion motion, unsigned int level, unsigned int depth) {
     BuiltSurface::Options options;
     options.level = level;
+    options.refinement.depth = depth;
     if (motion != CageMotion::vectors) return options;
     options.motion_vectors = pose_at(cage, 1.0);
     for (size_t i = 0; i < cage.positions.size(); ++i) options.motion_vectors[i] -= cage.positions[i];
@@ -68,8 +69,8 @@ std::vector<Vec3f> pose_at(const ZooMesh& cage, double share) {
     return pose;
 }
 
-MovingSurface::MovingSurface(const ZooMesh& cage, CageMotion motion, unsigned int level)
-    : m_surface(cage, make_options(cage, motion, level)) {
+MovingSurface::MovingSurface(const ZooMesh& cage, CageMotion motion, unsigned int level, unsigned int depth)
+    : m_surface(cage, make_options(cage, motion, level, depth)) {
     using LoaderPointer = CoreSharedPointer<SdsMeshGeometry::SampleLoader, CoreSharedCounter>;
     std::vector<double> times = sample_times(motion);
     if (times.empty()) return;

@@ -20,10 +20,11 @@ std::vector<Vec3f> pose_at(const ZooMesh& cage, double share);
 class MovingSurface {
 public:
     // The cage outlives this.
-    MovingSurface(const ZooMesh& cage, CageMotion motion, unsigned int level);
+    MovingSurface(const ZooMesh& cage, CageMotion motion, unsigned int level, unsigned int depth = 0);
 
     const SdsMesh& get_mesh() const { return m_surface.mesh; }
-    unsigned int quad_count() const { return m_surface.quad_count(); }
+    // Patches of the surface.
+    unsigned int quad_count() const { return m_surface.geometry.get_patch_count(); }
 
 private:
     BuiltSurface m_surface;

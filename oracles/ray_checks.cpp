@@ -246,7 +246,7 @@ namespace {
 
 Vec3d pick_target(const RayOracle& oracle, Aim aim, Random& random) {
     const unsigned int patch = below(random, oracle.patch_count());
-    const unsigned int n = oracle.is_limit() ? 8 : oracle.cells_per_side();
+    const unsigned int n = oracle.is_limit() ? 8 : oracle.cells_per_side(patch);
     const double whole[2] = {static_cast<double>(below(random, n + 1)) / n,
                              static_cast<double>(below(random, n + 1)) / n};
     const unsigned int turn = below(random, 2);

@@ -120,13 +120,21 @@ struct RayOracle::RayPlane {
 };
 
 std::vector<RayOracle::Controls> RayOracle::get_controls(const SdsMeshGeometry& geometry) {
-    std::vector<Controls> patches(geometry.get_base()->get_primitive_count());
+    std::vector<Controls> patches(geometry.get_patch_count());
     for (unsigned int i = 0; i < patches.size(); ++i) geometry.get_bezier_controls(i, patches[i].data());
     return patches;
 }
 
-RayOracle::RayOracle(const std::vector<Controls>& patches, unsigned int splits)
-    : m_patches(patches.size()), m_cells(splits == limit_surface ? 0 : 1u << splits) {
+std::vector<unsigned int> RayOracle::get_splits(const SdsMesh& mesh) {
+    std::vector<unsigned int> splits(mesh.get_primitive_count(), limit_surface);
+    if (mesh.get_level() != 0)
+        for (unsigned int i = 0; i < splits.size(); ++i) splits[i] = mesh.get_cell_level(i);
+    return splits;
+}
+
+RayOracle::RayOracle(const std::vector<Controls>& patches, const std::vector<unsigned int>& splits)
+    : m_patches(patches.size()) {
+    for (const unsigned int count : splits) m_cells.push_back(count == limit_surface ? 0 : 1u << count);
     std::vector<BoxTree::Box> boxes;
     for (unsigned int primitive = 0; primitive < m_patches.size(); ++primitive) {
         BoxTree::Box box = BoxTree::Box::empty();
@@ -137,15 +145,17 @@ RayOracle::RayOracle(const std::vector<Controls>& patches, unsigned int splits)
         m_bbox.grow(box);
         boxes.push_back(box);
     }
-    if (!is_limit()) {
+    if (!m_cells.empty() && m_cells[0] != 0) {
         boxes.clear();
-        for (unsigned int primitive = 0; primitive < m_patches.size(); ++primitive)
-            for (unsigned int j = 0; j < m_cells; j += block_size)
-                for (unsigned int i = 0; i < m_cells; i += block_size) {
+        for (unsigned int primitive = 0; primitive < m_patches.size(); ++primitive) {
+            const unsigned int cells = m_cells[primitive];
+            for (unsigned int j = 0; j < cells; j += block_size)
+                for (unsigned int i = 0; i < cells; i += block_size) {
                     m_blocks.push_back(
-                        {primitive, i, j, std::min(i + block_size, m_cells), std::min(j + block_size, m_cells)});
+                        {primitive, i, j, std::min(i + block_size, cells), std::min(j + block_size, cells)});
                     boxes.push_back(block_box(m_blocks.back()));
                 }
+        }
     }
     m_tree.emplace_back(boxes, 1e-12 * (m_bbox.is_empty() ? 0.0 : m_bbox.get_diagonal()));
 }
@@ -155,15 +165,17 @@ Vec3d RayOracle::limit_point(unsigned int primitive, double u, double v) const {
 }
 
 Vec3d RayOracle::grid_point(unsigned int primitive, unsigned int i, unsigned int j) const {
-    return limit_point(primitive, static_cast<double>(i) / m_cells, static_cast<double>(j) / m_cells);
+    return limit_point(primitive, static_cast<double>(i) / m_cells[primitive],
+                       static_cast<double>(j) / m_cells[primitive]);
 }
 
 Vec3d RayOracle::point(unsigned int primitive, double u, double v) const {
     if (is_limit()) return limit_point(primitive, u, v);
-    const unsigned int i = std::min(static_cast<unsigned int>(u * m_cells), m_cells - 1);
-    const unsigned int j = std::min(static_cast<unsigned int>(v * m_cells), m_cells - 1);
-    const double a = u * m_cells - i;
-    const double b = v * m_cells - j;
+    const unsigned int cells = m_cells[primitive];
+    const unsigned int i = std::min(static_cast<unsigned int>(u * cells), cells - 1);
+    const unsigned int j = std::min(static_cast<unsigned int>(v * cells), cells - 1);
+    const double a = u * cells - i;
+    const double b = v * cells - j;
     const Vec3d c0 = grid_point(primitive, i, j), c2 = grid_point(primitive, i + 1, j + 1);
     if (a >= b) return c0 * (1 - a) + grid_point(primitive, i + 1, j) * (a - b) + c2 * b;
     return c0 * (1 - b) + c2 * a + grid_point(primitive, i, j + 1) * (b - a);
@@ -269,7 +281,8 @@ void RayOracle::meet_block(const RayPlane& ray, const Block& block, Report&& rep
                 const double a = i + block.u0 + (upper == 0 ? w1 + w2 : w1);
                 const double b = j + block.v0 + (upper == 0 ? w2 : w1 + w2);
                 const Vec3d normal = (space[k1] - space[k0]).cross(space[k2] - space[k0]);
-                report(Crossing{t, block.primitive, a / m_cells, b / m_cells,
+                const double cells = m_cells[block.primitive];
+                report(Crossing{t, block.primitive, a / cells, b / cells,
                                 std::fabs(normal.dot(ray.direction)) / (normal.length() * ray.length)});
             }
 }

@@ -29,12 +29,17 @@ public:
     static constexpr unsigned int limit_surface = 0xFFFFFFFF;
     // Sixteen controls a patch, in corner order.
     using Controls = std::array<Vec3f, 16>;
-    RayOracle(const std::vector<Controls>& patches, unsigned int splits);
+    RayOracle(const std::vector<Controls>& patches, unsigned int splits)
+        : RayOracle(patches, std::vector<unsigned int>(patches.size(), splits)) {}
     RayOracle(const SdsMeshGeometry& geometry, unsigned int splits) : RayOracle(get_controls(geometry), splits) {}
+    // The surface as the mesh's level has it.
+    explicit RayOracle(const SdsMesh& mesh) : RayOracle(get_controls(*mesh.get_geometry()), mesh) {}
+    // The same with patches of another time.
+    RayOracle(const std::vector<Controls>& patches, const SdsMesh& mesh) : RayOracle(patches, get_splits(mesh)) {}
 
-    bool is_limit() const { return m_cells == 0; }
+    bool is_limit() const { return m_blocks.empty(); }
     unsigned int patch_count() const { return static_cast<unsigned int>(m_patches.size()); }
-    unsigned int cells_per_side() const { return m_cells; }
+    unsigned int cells_per_side(unsigned int primitive) const { return m_cells[primitive]; }
     // Of the patches' control points.
     const BoxTree::Box& bbox() const { return m_bbox; }
     double diagonal() const { return m_bbox.get_diagonal(); }
@@ -57,7 +62,10 @@ private:
     };
     struct RayPlane;
 
+    // Splits per patch.
+    RayOracle(const std::vector<Controls>& patches, const std::vector<unsigned int>& splits);
     static std::vector<Controls> get_controls(const SdsMeshGeometry& geometry);
+    static std::vector<unsigned int> get_splits(const SdsMesh& mesh);
     Vec3d grid_point(unsigned int primitive, unsigned int i, unsigned int j) const;
     template <class Report>
     void meet_patch(const RayPlane& ray, unsigned int primitive, Report&& report) const;
@@ -66,7 +74,7 @@ private:
     BoxTree::Box block_box(const Block& block) const;
 
     std::vector<Grid> m_patches;
-    unsigned int m_cells;
+    std::vector<unsigned int> m_cells;  // along a patch side, 0 for limit patches
     BoxTree::Box m_bbox = BoxTree::Box::empty();
     std::vector<Block> m_blocks;  // flat cells only
     std::vector<BoxTree> m_tree;  // one; over patches or blocks

@@ -24,6 +24,34 @@ void sharpen(TaggedCage& cage, const std::vector<unsigned int>& path, float shar
                 cage.edge_sharpness[c] = sharpness;
 }
 
+SdsRefinement refinement_of(const TaggedCage& cage, unsigned int depth) {
+    SdsRefinement refinement;
+    refinement.depth = depth;
+    refinement.chaikin = cage.chaikin;
+    refinement.smooth_triangles = cage.smooth_triangles;
+    refinement.open_borders = cage.boundary == OpenSubdivBoundary::none;
+    refinement.edge_sharpness = to_core_array(cage.edge_sharpness);
+    refinement.vertex_sharpness = to_core_array(cage.vertex_sharpness);
+    refinement.holes = to_core_array(cage.holes);
+    return refinement;
+}
+
+ZooMesh make_cut_torus() {
+    ZooMesh mesh = make_torus(9, 7);
+    mesh.name = "torus of quads and two triangles";
+    const std::vector<unsigned int> quad(mesh.indices.begin(), mesh.indices.begin() + 4);
+    const std::vector<unsigned int> triangles{quad[0], quad[1], quad[2], quad[0], quad[2], quad[3]};
+    mesh.indices.erase(mesh.indices.begin(), mesh.indices.begin() + 4);
+    mesh.indices.insert(mesh.indices.begin(), triangles.begin(), triangles.end());
+    mesh.counts.erase(mesh.counts.begin());
+    mesh.counts.insert(mesh.counts.begin(), {3, 3});
+    mesh.corner_creases.assign(mesh.indices.size(), 0);
+    mesh.uv_points = mesh.positions;
+    mesh.uv_indices = mesh.indices;
+    mesh.groups = find_groups(mesh);
+    return mesh;
+}
+
 void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology, double error) {
     const CoreArray<unsigned int> counts = to_core_array(cage.mesh.counts);
     const CoreArray<unsigned int> indices = to_core_array(cage.mesh.indices);

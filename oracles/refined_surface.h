@@ -4,6 +4,7 @@
 #include "oracles/mesh_zoo.h"
 #include "oracles/opensubdiv_oracle.h"
 #include "oracles/surface_errors.h"
+#include "sds/mesh_base/sds_refinement.h"
 #include "sds/refinement/refined_patches.h"
 
 namespace sds_test {
@@ -12,6 +13,11 @@ namespace sds_test {
 TaggedCage tag_cage(const ZooMesh& mesh);
 // Sets the sharpness of the edges along a path of vertices.
 void sharpen(TaggedCage& cage, const std::vector<unsigned int>& path, float sharpness);
+
+// What a base is told to refine the cage so. The cage's border rule is the geometry's mode, but for `none`.
+SdsRefinement refinement_of(const TaggedCage& cage, unsigned int depth);
+// A torus of quads but for one, which is two triangles: its regular quads stay whole. With its positions as UVs.
+ZooMesh make_cut_torus();
 
 void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology, double error = 0.0);
 

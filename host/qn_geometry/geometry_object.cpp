@@ -17,6 +17,14 @@ void GeometryObject::compute_primitive_bbox_at(const CtxEval& ctx, const unsigne
                                                GMathBbox3<double>& bbox) const {
     compute_primitive_bbox(ctx, primitive, bbox);
 }
+GeometryPlace GeometryObject::get_primitive_place(const unsigned int& primitive, const double& u,
+                                                  const double& v) const {
+    GeometryPlace place;
+    place.face = primitive;
+    place.u = u;
+    place.v = v;
+    return place;
+}
 CoreString GeometryObject::get_uv_map_name(const unsigned int&) const { return CoreString(); }
 bool GeometryObject::get_uv_map_data(const unsigned int&, CoreArray<GMathVec3<float>>&,
                                      CoreArray<unsigned int>&) const {

@@ -46,6 +46,10 @@ public:
                                            const GMathMatrix4x4<double>& matrix) const = 0;
     virtual unsigned int get_primitive_shading_group_index(const unsigned int& primitive) const = 0;
 
+    // Where a place on a primitive lies in the faces that users know: on the primitive itself, unless primitives are
+    // parts of such faces. Everything else that is asked of an object is asked by primitive.
+    virtual GeometryPlace get_primitive_place(const unsigned int& primitive, const double& u, const double& v) const;
+
     virtual unsigned int get_uv_map_count() const { return 0; }
     virtual CoreString get_uv_map_name(const unsigned int& map) const;
     // Points and per-primitive-corner indices of a map; false when the object does not give them away.

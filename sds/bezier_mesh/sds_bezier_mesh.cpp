@@ -1,5 +1,7 @@
 #include "sds/bezier_mesh/sds_bezier_mesh.h"
 
+#include <algorithm>
+
 #include "sds/common/point_lanes.h"
 #include "sds/mesh_base/control_rules.h"
 
@@ -56,6 +58,7 @@ const CoreClassInfo& SdsBezierMesh::class_info() {
 
 void SdsBezierMesh::set_vertices(const Vec3f* quad_points, const Vec3f* patch_points) {
     source_count = 0;
+    stored_controls[0] = nullptr;
     add_vertices(quad_points, patch_points, 1.0f);
 }
 
@@ -76,7 +79,27 @@ void SdsBezierMesh::add_vertices(const CoreBasicArray<Vec3f>& quad_points, const
     add_vertices(quad_points.get_data(), data_or_null(patch_points), weight);
 }
 
+void SdsBezierMesh::add_controls(const Vec3f* quad_points, const Vec3f* controls, const float& weight) {
+    stored_controls[source_count] = controls;
+    add_vertices(quad_points, nullptr, weight);
+}
+
+void SdsBezierMesh::get_stored_controls(const unsigned int& patch, Vec3f* out) const {
+    const size_t first = 16 * size_t{patch};
+    std::copy_n(stored_controls[0] + first, 16, out);
+    if (source_count == 1) return;
+    for (unsigned int i = 0; i < 16; ++i) out[i] = out[i] * weights[0];
+    for (unsigned int s = 1; s < source_count; ++s)
+        for (unsigned int i = 0; i < 16; ++i) out[i] += stored_controls[s][first + i] * weights[s];
+}
+
 void SdsBezierMesh::get_local_patch_controls(const unsigned int& patch, Vec3f* out) const {
+    if (has_stored_controls()) {
+        get_stored_controls(patch, out);
+        const Vec3f origin = out[0];
+        for (unsigned int i = 0; i < 16; ++i) out[i] = out[i] - origin;
+        return;
+    }
     const unsigned int* quad = vertex_indices + 4 * size_t{patch};
     if (sds::is_void_quad(quad)) return set_void_controls(out);
     const SdsMeshBase::BezierPatch* record = get_patch(patch);

@@ -5,6 +5,10 @@
 // and a weight. The arrays are somebody else's, are shared by copies, and must outlive every view. With several sources
 // a control point is the weighted sum of the sources' control points, since the rules are linear.
 //
+// The patches of a refined surface come with their control points: a source is then sixteen points a patch, which are
+// read where they are, beside the positions of the vertices that the surface is known by. Such a view has no records,
+// and its quad indices are those of the quads that were refined, of another number than its patches.
+//
 // Control order: 4k + j for corner k; see sds/common/control_grid.h. Nothing is validated: patch and vertex indices are
 // in range, at most four sources are added, and controls are asked for only once there is a source. Set up by one
 // thread, read by any number.
@@ -58,6 +62,8 @@ public:
     void add_vertices(const Vec3f* quad_vertices, const Vec3f* patch_vertices, const float& weight);
     void add_vertices(const CoreBasicArray<Vec3f>& quad_vertices, const CoreBasicArray<Vec3f>& patch_vertices,
                       const float& weight);
+    // Adds a source of stored controls, sixteen per patch. All sources of a view are of one kind.
+    void add_controls(const Vec3f* quad_vertices, const Vec3f* controls, const float& weight);
 
     const unsigned int& get_patch_count() const { return patch_count; }
     const unsigned int& get_vertex_count() const { return vertex_count; }
@@ -74,14 +80,17 @@ public:
     const SdsMeshBase::BezierPatch* get_patch(const unsigned int& patch) const {
         return patches == nullptr ? nullptr : patches + (patch_indices != nullptr ? patch_indices[patch] : patch);
     }
+    bool has_stored_controls() const { return stored_controls[0] != nullptr; }
     // A patch's sixteen controls; all NaN when a corner of its quad has no vertex.
     void get_patch_controls(const unsigned int& patch, Vec3f* out) const {
+        if (has_stored_controls()) return get_stored_controls(patch, out);
         const unsigned int* quad = vertex_indices + 4 * size_t{patch};
         if (sds::is_void_quad(quad)) return set_void_controls(out);
         compute_controls(*this, quad, get_patch(patch), out);
     }
 
-    // The sixteen controls relative to the quad's first vertex: the same rules on differences. Their own differences
+    // The sixteen controls relative to the quad's first vertex, stored ones to the first of them: the same rules on
+    // differences. Their own differences
     // keep the digits that those of get_patch_controls lose on an object far from the origin.
     void get_local_patch_controls(const unsigned int& patch, Vec3f* out) const;
 
@@ -106,6 +115,7 @@ private:
         return sum;
     }
     void choose_controls();
+    void get_stored_controls(const unsigned int& patch, Vec3f* out) const;
     static void set_void_controls(Vec3f* out) {
         constexpr float nan = std::numeric_limits<float>::quiet_NaN();
         for (unsigned int i = 0; i < 16; ++i) out[i] = {nan, nan, nan};
@@ -119,6 +129,7 @@ private:
     const SdsMeshBase::BezierPatch* patches = nullptr;
     const Vec3f* quad_vertices[max_source_count] = {};
     const Vec3f* patch_vertices[max_source_count] = {};
+    const Vec3f* stored_controls[max_source_count] = {};
     float weights[max_source_count] = {};
     ControlFunction compute_controls = nullptr;
 };

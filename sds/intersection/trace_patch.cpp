@@ -26,16 +26,16 @@ private:
 }  // namespace
 
 void sds::trace_patch(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls, unsigned int level,
-                      GeometryRaytraceCtx& rays) {
+                      GeometryRaytraceCtx& rays, float shared_extent) {
     if (ctx.get_thread() == nullptr) return;
     const bool is_fast = rays.get_data().kernel_family == 0;
     if (level == limit_surface) {
-        if (is_fast) return trace_limit_fast(ctx, primitive, controls, rays);
+        if (is_fast) return trace_limit_fast(ctx, primitive, controls, shared_extent, rays);
         return trace_limit_reference(ctx, primitive, controls, rays);
     }
     const StartNodeScope start_node(rays);
     if (is_fast)
-        trace_cells_fast(ctx, primitive, controls, level, rays);
+        trace_cells_fast(ctx, primitive, controls, level, shared_extent, rays);
     else
         trace_cells_reference(ctx, primitive, controls, level, rays);
 }

@@ -1,4 +1,6 @@
 // Rays and frusta against primitives.
+#include <algorithm>
+
 #include "qn_ctx/ctx_eval.h"
 #include "sds/intersection/bezier_intersection.h"
 #include "sds/intersection/trace_patch.h"
@@ -8,8 +10,6 @@
 using Vec3f = GMathVec3<float>;
 
 namespace {
-
-constexpr unsigned int adaptive_frustum_level = 3;
 
 // Sets the rays' reference point to the object's centre for the duration of a call. Boxes hold finite points only.
 class ReferencePointScope {
@@ -27,20 +27,27 @@ private:
     GMathVec3<double> m_former;
 };
 
+float find_largest_coordinate(const GMathBbox3<float>& box) {
+    float largest = 0.0f;
+    for (unsigned int axis = 0; axis < 3; ++axis)
+        largest = std::max({largest, -box.get_min()[axis], box.get_max()[axis]});
+    return largest;
+}
+
 }  // namespace
 
 void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                                   GeometryFrustumCtx& frustum) const {
     const int selection = frustum.get_mode();
     if (selection == 0 || selection == 1) {
-        if (base->is_primitive_void(primitive)) return;
+        if (!geometry->is_refined() && base->is_primitive_void(primitive)) return;
         Vec3f controls[16];
         geometry->get_bezier_controls(primitive, controls);
-        const unsigned int count =
-            (level != 0 ? level : adaptive_frustum_level) - (base->get_base_tessellation_level() ? 1u : 0u);
+        const unsigned int count = level != 0 ? get_cell_level(primitive) : get_adaptive_frustum_level(primitive);
         frustum_bezier_intersection(ctx, primitive, controls, frustum, count);
     } else if (selection == 2 || selection == 3) {
-        const unsigned int* quad = base->get_quad_indices(primitive);
+        unsigned int quad[4];
+        get_primitive_vertices(primitive, quad);
         for (unsigned int k = 0; k < 4; ++k)
             if (quad[k] != sds::none) frustum.vertex_marks[quad[k]] = 1;
     }
@@ -49,16 +56,22 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
 void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive, GeometryRaytraceCtx& rays) const {
     if (ctx.get_thread() == nullptr) return;
     const ReferencePointScope reference(rays, geometry->get_bbox());
-    const unsigned int count =
-        level == 0 ? sds::limit_surface : level - (base->get_base_tessellation_level() ? 1u : 0u);
+    const unsigned int count = level == 0 ? sds::limit_surface : get_cell_level(primitive);
     if (!rays.has_motion_blur()) {
         sds::trace_patch(ctx, primitive,
                          ctx.get_thread()->get_kept_scratch().keep<sds::ControlCache>().get(*geometry, primitive),
-                         count, rays);
+                         count, rays, geometry->is_refined() ? find_largest_coordinate(geometry->get_bbox()) : 0.0f);
         return;
     }
     Vec3f controls[16];
     geometry->get_bezier_controls_at(primitive, rays.get_time(),
                                      ctx.get_shader_ctx()->get_motion_blur().get_time_sampling(), controls);
-    sds::trace_patch(ctx, primitive, sds::ControlLanes(controls), count, rays);
+    float extent = 0.0f;
+    if (geometry->is_refined()) {
+        // Where the patch is by then may be farther out than the surface at rest.
+        GMathBbox3<float> box = geometry->get_bbox();
+        for (const Vec3f& c : controls) box.grow(c);
+        extent = find_largest_coordinate(box);
+    }
+    sds::trace_patch(ctx, primitive, sds::ControlLanes(controls), count, rays, extent);
 }

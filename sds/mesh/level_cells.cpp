@@ -55,14 +55,17 @@ struct CellPoint {
 
 void SdsMesh::compute_fragment_sample(const CtxEval& ctx, const GeometryFragment& fragment,
                                       GeometrySample& sample) const {
-    if (level == 0 || fragment.primitive >= get_primitive_count() || base->is_primitive_void(fragment.primitive)) {
+    if (level == 0 || fragment.primitive >= get_primitive_count() ||
+        (!geometry->is_refined() && base->is_primitive_void(fragment.primitive))) {
         geometry->compute_fragment_sample(ctx, fragment, sample);
         return;
     }
     Vec3f controls[16];
     geometry->get_bezier_controls_at(fragment.primitive, fragment.time,
                                      ctx.get_shader_ctx()->get_motion_blur().get_time_sampling(), controls);
-    const CellPlace place(fragment.u, fragment.v, level_scale, level_scale_inv);
+    const float cells =
+        geometry->is_refined() ? static_cast<float>(1u << get_cell_level(fragment.primitive)) : level_scale;
+    const CellPlace place(fragment.u, fragment.v, cells, 1.0f / cells);
     const CellPoint cell(controls, place);
 
     GeometryFragment still = fragment;
@@ -70,7 +73,7 @@ void SdsMesh::compute_fragment_sample(const CtxEval& ctx, const GeometryFragment
     GeometrySample limit;
     geometry->compute_fragment_sample(ctx, still, limit);
 
-    const auto scale = static_cast<double>(level_scale);
+    const auto scale = static_cast<double>(cells);
     sample.set_fallback_normal(limit.get_smoothing_normal());
     sample.init_surface(cell.position, cell.du * scale, cell.dv * scale, {0, 0, 0}, {0, 0, 0}, {0, 0, 0});
     sample.set_smoothing(cell.position, limit.get_smoothing_normal(), limit.get_smoothing_dndu(),

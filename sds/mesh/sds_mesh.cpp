@@ -2,7 +2,21 @@
 
 #include <new>
 
+#include "sds/refinement/patch_places.h"
+
 using Vec3d = GMathVec3<double>;
+
+namespace {
+
+GeometryFragment on_quad(const GeometryFragment& fragment, const GeometryPlace& place) {
+    GeometryFragment moved = fragment;
+    moved.primitive = place.face;
+    moved.u = place.u;
+    moved.v = place.v;
+    return moved;
+}
+
+}  // namespace
 
 // NOLINTNEXTLINE(bugprone-copy-constructor-init): a copy is a fresh resource.
 SdsMesh::SdsMesh(const SdsMesh& other)
@@ -51,10 +65,17 @@ const CoreBasicArray<CoreString>& SdsMesh::get_shading_group_names() const { ret
 GMathBbox3<double> SdsMesh::get_shading_group_bbox(const unsigned int& group) const {
     return GMathBbox3<double>(geometry->get_shading_group_bbox(group));
 }
-void SdsMesh::get_primitive_indices(CoreArray<unsigned int>& out) const { out = base->get_quad_indices(); }
+void SdsMesh::get_primitive_indices(CoreArray<unsigned int>& out) const {
+    if (!geometry->is_refined()) {
+        out = base->get_quad_indices();
+        return;
+    }
+    out.resize(4 * get_primitive_count());
+    for (unsigned int p = 0; p < get_primitive_count(); ++p) get_primitive_vertices(p, out.get_data() + 4 * size_t{p});
+}
 bool SdsMesh::is_animated() const { return geometry->is_animated(); }
 const GeometryPointCloud* SdsMesh::get_point_cloud() const { return &geometry->get_point_cloud(); }
-unsigned int SdsMesh::get_primitive_count() const { return base->get_primitive_count(); }
+unsigned int SdsMesh::get_primitive_count() const { return geometry->get_patch_count(); }
 unsigned int SdsMesh::get_primitive_edge_count(const unsigned int&) const { return 4; }
 void SdsMesh::compute_primitive_bbox(const CtxEval& ctx, const unsigned int& primitive,
                                      GMathBbox3<double>& bbox) const {
@@ -76,7 +97,7 @@ double SdsMesh::estimate_primitive_area(const CtxEval& ctx, const unsigned int& 
     return geometry->estimate_primitive_area(ctx, primitive, matrix);
 }
 unsigned int SdsMesh::get_primitive_shading_group_index(const unsigned int& primitive) const {
-    return base->get_primitive_shading_group_index(primitive);
+    return base->get_primitive_shading_group_index(get_primitive_quad(primitive));
 }
 
 unsigned int SdsMesh::get_uv_map_count() const { return maps->get_uv_map_count(); }
@@ -84,23 +105,39 @@ CoreString SdsMesh::get_uv_map_name(const unsigned int& map) const { return maps
 void SdsMesh::compute_fragment_uvw(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& map,
                                    Vec3d& uvw, Vec3d& duvw_du, Vec3d& duvw_dv) const {
     GeometryFragment snapped = fragment;
-    snapped.u = get_cell_corner(fragment.u);
-    snapped.v = get_cell_corner(fragment.v);
-    maps->compute_fragment_uvw(ctx, snapped, map, uvw, duvw_du, duvw_dv);
+    snapped.u = get_cell_corner(fragment.primitive, fragment.u);
+    snapped.v = get_cell_corner(fragment.primitive, fragment.v);
+    if (!geometry->is_refined()) return maps->compute_fragment_uvw(ctx, snapped, map, uvw, duvw_du, duvw_dv);
+    const GeometryPlace place = get_primitive_place(snapped.primitive, snapped.u, snapped.v);
+    maps->compute_fragment_uvw(ctx, on_quad(snapped, place), map, uvw, duvw_du, duvw_dv);
+    place.turn_to_primitive(duvw_du, duvw_dv);
 }
 void SdsMesh::compute_edge_uvw(const CtxEval& ctx, const unsigned int& primitive, const unsigned int& edge,
                                const unsigned int& map, const double& t, Vec3d& uvw) const {
-    maps->compute_edge_uvw(ctx, primitive, edge, map, t, uvw);
+    if (!geometry->is_refined()) return maps->compute_edge_uvw(ctx, primitive, edge, map, t, uvw);
+    if (edge > 3) return;
+    const double u = edge == 0 ? t : edge == 1 ? 1.0 : edge == 2 ? 1.0 - t : 0.0;
+    const double v = edge == 0 ? 0.0 : edge == 1 ? t : edge == 2 ? 1.0 : 1.0 - t;
+    Vec3d duvw_du, duvw_dv;
+    maps->compute_fragment_uvw(ctx, on_quad({}, get_primitive_place(primitive, u, v)), map, uvw, duvw_du, duvw_dv);
 }
 unsigned int SdsMesh::get_color_map_count() const { return maps->get_color_map_count(); }
 CoreString SdsMesh::get_color_map_name(const unsigned int& map) const { return maps->get_color_map_name(map); }
 void SdsMesh::compute_fragment_color(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& map,
                                      GMathVec4<float>& color) const {
-    maps->compute_fragment_color(ctx, fragment, map, color);
+    if (!geometry->is_refined()) return maps->compute_fragment_color(ctx, fragment, map, color);
+    const GeometryPlace place = get_primitive_place(fragment.primitive, fragment.u, fragment.v);
+    maps->compute_fragment_color(ctx, on_quad(fragment, place), map, color);
 }
 bool SdsMesh::is_primitive_uv_mapped(const unsigned int& primitive, const unsigned int& map) const {
-    return maps->is_primitive_uv_mapped(primitive, map);
+    if (!geometry->is_refined()) return maps->is_primitive_uv_mapped(primitive, map);
+    if (primitive >= get_primitive_count()) return false;
+    const sds::RefinedPatch& patch = geometry->get_places().get_patch(primitive);
+    for (unsigned int i = 0; i < (patch.covers_four_quads() ? 4u : 1u); ++i)
+        if (!maps->is_primitive_uv_mapped(patch.quad() + i, map)) return false;
+    return true;
 }
 bool SdsMesh::is_primitive_edge_visible(const unsigned int& primitive, const unsigned int& edge) const {
-    return base->is_primitive_edge_visible(primitive, edge);
+    const QuadEdge found = find_quad_edge(primitive, edge);
+    return base->is_primitive_edge_visible(found.quad, found.edge);
 }

@@ -4,6 +4,11 @@
 // renders the limit surface; level L > 0 renders flat cells, 2^L along the side of a quad of the control mesh, which is
 // 2^(L - 1) along the side of a primitive where the mesh took a subdivision step.
 //
+// Of a refined surface (SdsMeshBase::set_refinement) every primitive is one patch of it: a quad, a square part of one,
+// or a quad polygon of a mixed cage, which is four of them. All that is asked by primitive is then asked by patch, with
+// the patch's own (u, v) and derivatives by them; get_primitive_place says where that is on the quads, which maps,
+// properties, groups and ids belong to. No patch has less than one cell, and all cells are of one size on the quads.
+//
 // Any number of threads may call the const operations. Indices must be in range.
 #pragma once
 
@@ -16,6 +21,16 @@
 
 class SDS_EXPORT SdsMesh : public GeometryObject {
 public:
+    // A place on a primitive, found from one on a quad.
+    struct PrimitivePlace {
+        unsigned int primitive =
+            0xFFFFFFFF;           // none where the quad has no surface: holes, void quads of refined surfaces
+        double u = 0.0, v = 0.0;  // patch coordinates
+        // As in GeometryPlace, of which this is the inverse.
+        unsigned int turns = 0;
+        double derivative_scale = 1.0;
+    };
+
     SdsMesh() = default;
     // Copies what is rendered; as a resource it starts with no name and no hash.
     SdsMesh(const SdsMesh& other);
@@ -42,13 +57,29 @@ public:
         return static_cast<double>(std::floor(static_cast<float>(x * static_cast<double>(level_scale))) *
                                    level_scale_inv);
     }
+    // The same on a primitive, whose cells may be fewer on refined surfaces.
+    double get_cell_corner(const unsigned int& primitive, const double& x) const {
+        return geometry->is_refined() ? get_refined_cell_corner(primitive, x) : get_cell_corner(x);
+    }
+    // The cells per side of a primitive at a fixed level, as a power of two.
+    unsigned int get_cell_level(const unsigned int& primitive) const {
+        const unsigned int quad_level = level - (base->get_base_tessellation_level() ? 1u : 0u);
+        return geometry->is_refined() ? get_refined_cell_level(primitive, quad_level) : quad_level;
+    }
+    // Where a place on a primitive lies on the quads of depth 0, which are the base's and what users see: `face` is
+    // such a quad. The place itself unless the surface is refined.
+    GeometryPlace get_primitive_place(const unsigned int& primitive, const double& u, const double& v) const override;
+    // The inverse. (u, v) is in [0, 1].
+    PrimitivePlace find_primitive(const unsigned int& quad, const double& u, const double& v) const;
     // The control polygon that a primitive came from.
     unsigned int get_primitive_polygon_id(const unsigned int& primitive) const {
-        return base->get_primitive_polygon_id(primitive);
+        return base->get_primitive_polygon_id(get_primitive_quad(primitive));
     }
-    bool is_primitive_edge_crease(const unsigned int& primitive, const unsigned int& edge) const {
-        return base->is_primitive_edge_crease(primitive, edge);
-    }
+    // The quad that a primitive lies on; of four, the first.
+    unsigned int get_primitive_quad(const unsigned int& primitive) const;
+    // Edges of a refined surface's patches are creases, and visible, as the quads' edges are that they are part of;
+    // those inside a quad are neither.
+    bool is_primitive_edge_crease(const unsigned int& primitive, const unsigned int& edge) const;
 
     // Without base, geometry and maps, which are asked themselves.
     size_t get_memory_size() const override { return sizeof(*this); }
@@ -59,7 +90,7 @@ public:
     GMathBbox3<double> get_bbox_at(const CtxEval& ctx, const double& time) const override;
     const CoreBasicArray<CoreString>& get_shading_group_names() const override;
     GMathBbox3<double> get_shading_group_bbox(const unsigned int& group) const override;
-    // Four quad-mesh vertex indices per primitive.
+    // Four quad-mesh vertex indices per primitive, those of the quad that it lies on; of a quad polygon, its corners.
     void get_primitive_indices(CoreArray<unsigned int>& out) const override;
     bool is_animated() const override;
     const GeometryPointCloud* get_point_cloud() const override;
@@ -113,6 +144,17 @@ public:
                              GeometryRaytraceCtx& rays) const override;
 
 private:
+    // An edge of the quads; 4 for none.
+    struct QuadEdge {
+        unsigned int quad, edge;
+    };
+    QuadEdge find_quad_edge(unsigned int primitive, unsigned int edge) const;
+    void get_primitive_vertices(unsigned int primitive, unsigned int* out) const;
+    // How often frusta split a primitive of an adaptive object.
+    unsigned int get_adaptive_frustum_level(unsigned int primitive) const;
+    double get_refined_cell_corner(unsigned int primitive, double x) const;
+    unsigned int get_refined_cell_level(unsigned int primitive, unsigned int quad_level) const;
+
     const SdsMeshBase* base = nullptr;
     const SdsMeshGeometry* geometry = nullptr;
     const SdsMeshMaps* maps = nullptr;

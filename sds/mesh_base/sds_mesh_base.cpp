@@ -18,6 +18,8 @@ SdsMeshBase::SdsMeshBase(const SdsMeshBase& other)
       vertex_infos(other.vertex_infos),
       edges(other.edges),
       subdivision(other.subdivision ? std::make_shared<SubdivisionTopology>(*other.subdivision) : nullptr),
+      refinement(other.refinement),
+      control_cage(other.control_cage),
       topology_stamp(other.topology_stamp) {}
 
 SdsMeshBase& SdsMeshBase::operator=(const SdsMeshBase& other) {
@@ -30,6 +32,8 @@ SdsMeshBase& SdsMeshBase::operator=(const SdsMeshBase& other) {
     vertex_infos = other.vertex_infos;
     edges = other.edges;
     subdivision = other.subdivision;
+    refinement = other.refinement;
+    control_cage = other.control_cage;
     topology_stamp = other.topology_stamp;
     return *this;
 }
@@ -54,6 +58,13 @@ size_t SdsMeshBase::get_memory_size() const {
     size += edges.quad_edge_flags.get_count();
     if (subdivision)
         size += 4u * (14u + 2u * subdivision->vertex_rings.get_count() + subdivision->ring_edges.get_count());
+    if (control_cage) {
+        const ControlCage& cage = *control_cage;
+        size += static_cast<std::uint32_t>(sizeof(ControlCage));
+        size += 4u * (cage.polygon_counts.get_count() + cage.polygon_indices.get_count());
+        size += 4u * (cage.opposite_corners.get_count() + cage.edge_sharpness.get_count());
+        size += 4u * cage.refinement.vertex_sharpness.get_count() + cage.refinement.holes.get_count();
+    }
     return size;
 }
 
@@ -64,6 +75,7 @@ void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<uns
     sds::progress_value(progress, 0.0f);
     static std::atomic<std::uint64_t> build_count{0};
     topology_stamp = 0;  // should memory run out, or the bar cancel, on the way
+    control_cage.reset();
 
     const CoreArray<unsigned int> polygon_offsets = sds::polygon_offsets(polygon_counts);
     const bool all_quads =
@@ -85,8 +97,69 @@ void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<uns
             for (unsigned int j = 0; j < polygon_counts[i]; ++j)
                 quad_shading_groups[polygon_offsets[i] + j] = polygon_shading_groups[i];
     }
+    if (refinement != nullptr) keep_control_cage(vertex_count, polygon_indices, polygon_counts);
     topology_stamp = ++build_count;
     sds::progress_value(progress, 1.0f);
+}
+
+void SdsMeshBase::set_refinement(const SdsRefinement& settings) {
+    refinement = settings.depth != 0 ? std::make_shared<const SdsRefinement>(settings) : nullptr;
+}
+
+const SdsRefinement& SdsMeshBase::get_refinement() const {
+    static const SdsRefinement unrefined;
+    return refinement ? *refinement : unrefined;
+}
+
+// The quads know their neighbours already: those of the step lie behind each other along the halves of an edge.
+void SdsMeshBase::keep_control_cage(const unsigned int& vertex_count,
+                                    const CoreBasicArray<unsigned int>& polygon_indices,
+                                    const CoreBasicArray<unsigned int>& polygon_counts) {
+    auto cage = std::make_shared<ControlCage>();
+    cage->vertex_count = vertex_count;
+    cage->polygon_counts = polygon_counts;
+    cage->polygon_indices = polygon_indices;
+    const unsigned int corner_count = polygon_indices.get_count();
+    cage->opposite_corners.resize(corner_count);
+    const auto quad_at = [this](unsigned int c) { return subdivision ? c : sds::quad_of(c); };
+    bool has_creases = false;
+    for (unsigned int c = 0; c < corner_count; ++c) {
+        unsigned int& opposite = cage->opposite_corners[c];
+        has_creases |= is_edge_crease(subdivision ? 4 * c : c);
+        opposite = sds::none;
+        if (is_primitive_void(quad_at(c))) continue;
+        if (subdivision) {
+            const unsigned int ahead = edges.opposite_edges[4 * size_t{c}];
+            if (ahead == sds::none) continue;
+            // The half that begins at a corner of the polygon across has that corner's number; where the two wind the
+            // same way it is the one behind.
+            const unsigned int next = sds::quad_of(edges.opposite_edges[4 * size_t{c} + 1]);
+            const unsigned int behind = edges.opposite_edges[4 * size_t{next} + 3];
+            opposite = sds::quad_of(sds::corner_of(ahead) == 0 ? ahead : behind);
+        } else {
+            opposite = edges.opposite_edges[c];
+        }
+        if (opposite != sds::none && is_primitive_void(quad_at(opposite))) opposite = sds::none;
+    }
+
+    const auto has_one_per = [](unsigned int count, const auto& array) { return array.get_count() == count; };
+    if (has_one_per(corner_count, refinement->edge_sharpness)) cage->edge_sharpness = refinement->edge_sharpness;
+    if (has_creases) {
+        if (cage->edge_sharpness.is_empty()) cage->edge_sharpness.assign(corner_count, 0.0f);
+        for (unsigned int c = 0; c < corner_count; ++c)
+            if (is_edge_crease(subdivision ? 4 * c : c)) cage->edge_sharpness[c] = 10.0f;
+    }
+    const SdsRefinement& from = *refinement;
+    SdsRefinement& to = cage->refinement;
+    to.depth = std::min(from.depth, SdsRefinement::max_depth);
+    to.error = from.error;
+    to.chaikin = from.chaikin;
+    to.smooth_triangles = from.smooth_triangles;
+    to.open_borders = from.open_borders;
+    to.refine_maps = from.refine_maps;
+    if (has_one_per(vertex_count, from.vertex_sharpness)) to.vertex_sharpness = from.vertex_sharpness;
+    if (has_one_per(polygon_counts.get_count(), from.holes)) to.holes = from.holes;
+    control_cage = std::move(cage);
 }
 
 unsigned int SdsMeshBase::get_tessellation_sample_count(const unsigned int& level) const {

@@ -19,6 +19,7 @@
 #include "qn_resource/resource_data.h"
 #include "sds/common/half_edge.h"
 #include "sds/common/sds_export.h"
+#include "sds/mesh_base/sds_refinement.h"
 
 class SdsBezierMesh;
 class SysThreadTaskManager;
@@ -121,6 +122,16 @@ public:
         unsigned int irregular = 0;
     };
 
+    // The polygons of a build, where the surface is to be refined: what its refinement starts from. Never changed.
+    struct ControlCage {
+        unsigned int vertex_count = 0;
+        CoreArray<unsigned int> polygon_counts;
+        CoreArray<unsigned int> polygon_indices;
+        CoreArray<unsigned int> opposite_corners;  // per face-corner, the one across its edge or none
+        CoreArray<float> edge_sharpness;           // per face-corner with the creases in it, or empty
+        SdsRefinement refinement;                  // but for edge_sharpness, which stands above
+    };
+
     // The arrays that one computation reads; owns nothing.
     struct TopologyContext {
         const CoreBasicArray<unsigned int>* quad_indices = nullptr;
@@ -141,6 +152,11 @@ public:
     const CoreClassInfo& get_class_info() const override;
     static const CoreClassInfo& class_info();
     size_t get_memory_size() const override;
+
+    // How the surfaces of the next builds are refined; not at all by default. Of no effect on what is built already.
+    // Arrays of sharpness or holes that do not fit the polygons of a build count as empty.
+    void set_refinement(const SdsRefinement& settings);
+    const SdsRefinement& get_refinement() const;
 
     // Builds everything.
     //   vertex_count            control vertices
@@ -190,6 +206,8 @@ public:
     const EdgesTopology& get_edges() const { return edges; }
     // Null when there was no step.
     const SubdivisionTopology* get_subdivision() const { return subdivision.get(); }
+    // The polygons of the build; null when its surface is not refined. Copies share it.
+    const ControlCage* get_control_cage() const { return control_cage.get(); }
     // Equal for bases of one build and its copies, and for no others; 0 before the first build.
     std::uint64_t get_topology_stamp() const { return topology_stamp; }
 
@@ -297,11 +315,16 @@ public:
     static const float* get_cos_table();
 
 private:
+    void keep_control_cage(const unsigned int& vertex_count, const CoreBasicArray<unsigned int>& polygon_indices,
+                           const CoreBasicArray<unsigned int>& polygon_counts);
+
     CoreArray<unsigned int> quad_indices;
     CoreArray<unsigned int> quad_shading_groups;
     CoreArray<CoreString> shading_group_names;
     CoreArray<VertexInfo> vertex_infos;
     EdgesTopology edges;
     std::shared_ptr<SubdivisionTopology> subdivision;
+    std::shared_ptr<const SdsRefinement> refinement;  // null at depth 0
+    std::shared_ptr<const ControlCage> control_cage;
     std::uint64_t topology_stamp = 0;
 };

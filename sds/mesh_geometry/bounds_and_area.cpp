@@ -10,6 +10,7 @@
 #include "sds/mesh_base/task_chunks.h"
 #include "sds/mesh_geometry/patch_arrays.h"
 #include "sds/mesh_geometry/third_weights.h"
+#include "sds/refinement/patch_places.h"
 
 using Vec3f = GMathVec3<float>;
 using Vec3d = GMathVec3<double>;
@@ -85,9 +86,23 @@ PatchSums make_empty_sums() {
     return {{largest, largest, largest}, {-largest, -largest, -largest}, {0, 0, 0, 0}};
 }
 
-void add_patches(const SdsMeshGeometry& geometry, unsigned int begin, unsigned int end, PatchSums* sums) {
+// The shading groups of a refined surface's patches.
+CoreArray<unsigned int> get_patch_groups(const SdsMeshGeometry& geometry) {
+    CoreArray<unsigned int> groups;
+    if (!geometry.is_refined()) return groups;
+    const sds::PatchPlaces& places = geometry.get_places();
+    groups.resize(places.get_patch_count());
+    for (unsigned int p = 0; p < groups.get_count(); ++p)
+        groups[p] = geometry.get_base()->get_primitive_shading_group_index(places.get_patch(p).quad());
+    return groups;
+}
+
+// `groups` are a refined surface's, or empty.
+void add_patches(const SdsMeshGeometry& geometry, const CoreArray<unsigned int>& groups, unsigned int begin,
+                 unsigned int end, PatchSums* sums) {
     const SdsMeshBase& base = *geometry.get_base();
     const sds::PatchArrays surface = sds::get_patch_arrays(geometry);
+    if (geometry.is_refined()) return sds::get_pair_kernels().add_patches(surface, groups.get_data(), begin, end, sums);
     // The runs between void quads: nearly always a single one.
     for (unsigned int q = begin; q < end; ++q) {
         const unsigned int first = q;
@@ -115,9 +130,11 @@ struct GroupTotals {
 class ComputeSdsBboxesTask : public SysThreadTask {
 public:
     ComputeSdsBboxesTask() = default;
-    ComputeSdsBboxesTask(const SdsMeshGeometry& geometry, unsigned int begin, unsigned int end,
-                         unsigned int group_count, PatchSums* sums, AppProgressBar* progress, float share)
+    ComputeSdsBboxesTask(const SdsMeshGeometry& geometry, const CoreArray<unsigned int>& groups, unsigned int begin,
+                         unsigned int end, unsigned int group_count, PatchSums* sums, AppProgressBar* progress,
+                         float share)
         : m_geometry(&geometry),
+          m_groups(&groups),
           m_begin(begin),
           m_end(end),
           m_group_count(group_count),
@@ -129,13 +146,14 @@ public:
         PatchSums* row = m_sums + size_t{worker} * m_group_count;
         // A local buffer: neighbouring rows share cache lines.
         CoreArray<PatchSums> sums(CoreBasicArray<PatchSums>(m_group_count, row));
-        add_patches(*m_geometry, m_begin, m_end, sums.get_data());
+        add_patches(*m_geometry, *m_groups, m_begin, m_end, sums.get_data());
         std::copy(sums.begin(), sums.end(), row);
         sds::progress_increment(m_progress, static_cast<float>(m_end - m_begin) * m_share);
     }
 
 private:
     const SdsMeshGeometry* m_geometry = nullptr;
+    const CoreArray<unsigned int>* m_groups = nullptr;
     unsigned int m_begin = 0;
     unsigned int m_end = 0;
     unsigned int m_group_count = 0;
@@ -169,12 +187,13 @@ void SdsMeshGeometry::update_bbox_and_area(AppProgressBar* progress) {
     const bool has_points = !point_cloud.is_empty();
     CoreArray<PatchSums> sums(get_group_count(*base), has_points ? make_empty_sums() : PatchSums{});
     if (has_points) {
-        const unsigned int quad_count = base->get_primitive_count();
-        sds::progress_steps(progress, quad_count);
-        const unsigned int size = progress != nullptr ? 1 : quad_count;
-        for (unsigned int q = 0; q < quad_count; q += size) {
-            add_patches(*this, q, q + size, sums.get_data());
-            sds::progress_step(progress, q + 1);
+        const CoreArray<unsigned int> groups = get_patch_groups(*this);
+        const unsigned int patch_count = get_patch_count();
+        sds::progress_steps(progress, patch_count);
+        const unsigned int size = progress != nullptr ? 1 : patch_count;
+        for (unsigned int p = 0; p < patch_count; p += size) {
+            add_patches(*this, groups, p, p + size, sums.get_data());
+            sds::progress_step(progress, p + 1);
         }
     }
     const GroupTotals totals(sums.get_data(), sums.get_count());
@@ -188,12 +207,13 @@ void SdsMeshGeometry::update_bbox_and_area(SysThreadTaskManager& manager, AppPro
         return;
     }
     const unsigned int group_count = get_group_count(*base);
-    const unsigned int quad_count = base->get_primitive_count();
+    const CoreArray<unsigned int> groups = get_patch_groups(*this);
+    const unsigned int patch_count = get_patch_count();
     const unsigned int workers = manager.get_max_thread_count();
     CoreArray<PatchSums> sums(workers * group_count, make_empty_sums());
-    const float share = 1.0f / static_cast<float>(quad_count);
-    sds::run_chunked<ComputeSdsBboxesTask>(manager, quad_count, 4, [&](unsigned int begin, unsigned int end) {
-        return ComputeSdsBboxesTask(*this, begin, end, group_count, sums.get_data(), progress, share);
+    const float share = 1.0f / static_cast<float>(patch_count);
+    sds::run_chunked<ComputeSdsBboxesTask>(manager, patch_count, 4, [&](unsigned int begin, unsigned int end) {
+        return ComputeSdsBboxesTask(*this, groups, begin, end, group_count, sums.get_data(), progress, share);
     });
     for (unsigned int w = 1; w < workers; ++w)
         for (unsigned int g = 0; g < group_count; ++g) {
@@ -221,7 +241,7 @@ double SdsMeshGeometry::estimate_shading_group_area(const CtxEval&, const unsign
 
 double SdsMeshGeometry::estimate_primitive_area(const CtxEval&, const unsigned int& patch,
                                                 const GMathMatrix4x4<double>& matrix) const {
-    if (base->is_primitive_void(patch)) return 0.0;
+    if (is_patch_void(patch)) return 0.0;
     Vec3f controls[16];
     bezier_mesh.get_patch_controls(patch, controls);
     // The 4 x 4 grid of thirds, row by row.
@@ -246,7 +266,7 @@ double SdsMeshGeometry::estimate_primitive_area(const CtxEval&, const unsigned i
 }
 
 void SdsMeshGeometry::compute_primitive_bbox(const CtxEval&, const unsigned int& patch, GMathBbox3<double>& box) const {
-    if (base->is_primitive_void(patch)) {
+    if (is_patch_void(patch)) {
         box = GMathBbox3<double>::empty();
         return;
     }
@@ -257,7 +277,7 @@ void SdsMeshGeometry::compute_primitive_bbox(const CtxEval&, const unsigned int&
 
 void SdsMeshGeometry::compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& patch, const double& time,
                                                 GMathBbox3<double>& box) const {
-    if (base->is_primitive_void(patch)) {
+    if (is_patch_void(patch)) {
         box = GMathBbox3<double>::empty();
         return;
     }
@@ -285,6 +305,18 @@ void SdsMeshGeometry::compute_primitive_bbox_at(const CtxEval& ctx, const unsign
 
 GMathBbox3<float> SdsMeshGeometry::get_bbox_at(const CtxEval& ctx, const double& time) const {
     if (point_cloud.is_empty() || is_rest_time(time) || !is_animated()) return bbox;
+    if (refinement) {
+        // The vertices are not what the patches are made from.
+        const SdsBezierMesh mesh = get_bezier_mesh_at(time);
+        GMathBbox3<float> box = GMathBbox3<float>::empty();
+        Vec3f controls[16];
+        for (unsigned int p = 0; p < mesh.get_patch_count(); ++p) {
+            mesh.get_patch_controls(p, controls);
+            for (const Vec3f& c : controls)
+                if (c.is_finite()) box.grow(c);
+        }
+        return box;
+    }
     const GeometryPositionArray positions =
         get_vertices_at(time, ctx.get_shader_ctx()->get_motion_blur().get_time_sampling());
     GMathBbox3<float> box = GMathBbox3<float>::empty();

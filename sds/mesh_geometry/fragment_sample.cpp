@@ -8,6 +8,7 @@
 #include "sds/common/point_lanes.h"
 #include "sds/mesh_base/tangent_rules.h"
 #include "sds/mesh_geometry/sds_mesh_geometry.h"
+#include "sds/refinement/patch_places.h"
 
 using Vec3f = GMathVec3<float>;
 using Vec3d = GMathVec3<double>;
@@ -121,6 +122,23 @@ NetPoint evaluate_net(const Vec3f* controls, double u, double v) {
     return point;
 }
 
+// The second derivatives from nets that are differences of a control net, which keep digits that its own second
+// differences lose.
+void set_second_derivatives(const Nets& nets, double u, double v, NetPoint& point) {
+    const sds::CubicBasis<double> cu(u), cv(v);
+    const sds::QuadraticBasis<double> qu(u), qv(v);
+    point.uu = point.uv = point.vv = {0, 0, 0};
+    for (unsigned int r = 0; r < 4; ++r) {
+        const Vec3d along_u[3] = {Vec3d(nets.u[r][0]), Vec3d(nets.u[r][1]), Vec3d(nets.u[r][2])};
+        const Vec3d along_v[3] = {Vec3d(nets.v[0][r]), Vec3d(nets.v[1][r]), Vec3d(nets.v[2][r])};
+        point.uu += ((along_u[1] - along_u[0]) * (1.0 - u) + (along_u[2] - along_u[1]) * u) * (6.0 * cv.b[r]);
+        point.vv += ((along_v[1] - along_v[0]) * (1.0 - v) + (along_v[2] - along_v[1]) * v) * (6.0 * cu.b[r]);
+        if (r == 3) continue;
+        for (unsigned int i = 0; i < 3; ++i)
+            point.uv += (Vec3d(nets.u[r + 1][i]) - Vec3d(nets.u[r][i])) * (9.0 * qv.b[r] * qu.b[i]);
+    }
+}
+
 // Puts stored tangents, two per set bit, in the place of the differences.
 void replace_entries(unsigned int irregular, const Vec3f* stored, Nets& nets) {
     if ((irregular & 0xFFu) == 0) return;
@@ -138,18 +156,29 @@ void replace_with_stored(const SdsMeshGeometry& geometry, unsigned int primitive
 }
 
 // One patch relative to its first vertex, which keeps digits that coordinates far from the origin lose: the controls,
-// and the derivative nets that get_bezier_tangents gives.
+// and the derivative nets that get_bezier_tangents gives. Stored controls stand where they are, and have their nets
+// from elsewhere.
 struct LocalPatch {
     Vec3f controls[16];
     Vec3d origin;
     Nets nets;
+    bool has_exact_nets = false;  // which are those of the control net, and not made from it
 
     LocalPatch(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive)
         : origin(load(geometry, mesh, primitive, controls)), nets(controls) {}
+    // Of a refined surface; `stored` are 24 vectors.
+    LocalPatch(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive, const Vec3f* stored)
+        : origin(load_stored(mesh, primitive, controls)),
+          nets(controls),
+          has_exact_nets(!geometry.get_places().get_patch(primitive).is_leaf()) {
+        std::copy(stored, stored + 12, &nets.u[0][0]);
+        std::copy(stored + 12, stored + 24, &nets.v[0][0]);
+    }
 
     NetPoint evaluate(double u, double v) const {
         NetPoint point = evaluate_net(controls, u, v);
         point.position += origin;
+        if (has_exact_nets) set_second_derivatives(nets, u, v, point);
         return point;
     }
 
@@ -158,7 +187,23 @@ private:
         mesh.get_local_patch_controls(primitive, out);
         return Vec3d(mesh.get_quad_vertices()[geometry.get_base()->get_quad_indices(primitive)[0]]);
     }
+    static Vec3d load_stored(const SdsBezierMesh& mesh, unsigned int primitive, Vec3f* out) {
+        mesh.get_patch_controls(primitive, out);
+        return {0, 0, 0};
+    }
 };
+
+// The patch at rest.
+LocalPatch compute_resting(const SdsMeshGeometry& geometry, unsigned int primitive) {
+    if (geometry.is_refined()) {
+        Vec3f nets[24];
+        geometry.get_bezier_tangents(primitive, nets);
+        return {geometry, geometry.get_bezier_mesh(), primitive, nets};
+    }
+    LocalPatch patch(geometry, geometry.get_bezier_mesh(), primitive);
+    replace_with_stored(geometry, primitive, patch.nets);
+    return patch;
+}
 
 // The patch of the surface as it stands in `mesh`, which moves.
 LocalPatch compute_moved(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive) {
@@ -187,6 +232,7 @@ Vec3d fallback_normal(const Nets& nets, const Vec3f* controls, double u, double 
 }  // namespace
 
 void SdsMeshGeometry::get_bezier_tangents(const unsigned int& primitive, Vec3f* out) const {
+    if (refinement) return get_refined_nets_at(primitive, 0.0, out);
     Vec3f controls[16];
     get_bezier_controls(primitive, controls);
     Nets nets(controls);
@@ -197,7 +243,7 @@ void SdsMeshGeometry::get_bezier_tangents(const unsigned int& primitive, Vec3f* 
 
 void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const GeometryFragment& fragment,
                                               GeometrySample& sample) const {
-    if (fragment.primitive >= base->get_primitive_count() || base->is_primitive_void(fragment.primitive)) return;
+    if (fragment.primitive >= get_patch_count() || is_patch_void(fragment.primitive)) return;
     const auto u = static_cast<float>(fragment.u);
     const auto v = static_cast<float>(fragment.v);
 
@@ -212,12 +258,14 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
         out.init_surface(at.position, d.du, d.dv, at.uu, at.uv, at.vv);
     };
 
-    LocalPatch patch(*this, bezier_mesh, fragment.primitive);
-    replace_with_stored(*this, fragment.primitive, patch.nets);
+    const LocalPatch patch = compute_resting(*this, fragment.primitive);
     if (!is_rest_time(fragment.time)) {
         const SdsBezierMesh mesh =
             get_bezier_mesh_at(fragment.time, ctx.get_shader_ctx()->get_motion_blur().get_time_sampling());
-        const LocalPatch moved_patch = compute_moved(*this, mesh, fragment.primitive);
+        Vec3f moved_nets[24];
+        if (refinement) get_refined_nets_at(fragment.primitive, fragment.time, moved_nets);
+        const LocalPatch moved_patch = refinement ? LocalPatch(*this, mesh, fragment.primitive, moved_nets)
+                                                  : compute_moved(*this, mesh, fragment.primitive);
         const NetPoint at = moved_patch.evaluate(fragment.u, fragment.v);
         GeometrySample moved;
         init(moved_patch, at, moved);
@@ -236,13 +284,12 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
 }
 
 SdsMeshGeometry::LimitPoint SdsMeshGeometry::compute_limit_point(const LimitPlace& place) const {
-    if (base->is_primitive_void(place.primitive)) {
+    if (is_patch_void(place.primitive)) {
         constexpr float nan = std::numeric_limits<float>::quiet_NaN();
         constexpr Vec3f nowhere(nan, nan, nan);
         return {nowhere, nowhere, nowhere, nowhere};
     }
-    LocalPatch patch(*this, bezier_mesh, place.primitive);
-    replace_with_stored(*this, place.primitive, patch.nets);
+    const LocalPatch patch = compute_resting(*this, place.primitive);
     const auto u = static_cast<double>(place.u), v = static_cast<double>(place.v);
     const Derivatives d = significant_derivatives(patch.nets, patch.controls, place.u, place.v);
     Vec3d normal = normal_direction(d);

@@ -15,7 +15,17 @@ static_assert(sizeof(LimitPoint) == 12 * sizeof(float));
 constexpr unsigned int records_ahead = 12;
 constexpr unsigned int points_ahead = 6;
 
+void prefetch_controls(const PatchArrays& surface, unsigned int primitive) {
+    const auto* controls = reinterpret_cast<const char*>(surface.controls + 48 * size_t{primitive});
+    for (unsigned int i = 0; i < 192; i += 64) __builtin_prefetch(controls + i);
+    const unsigned int offset = surface.net_offsets[primitive];
+    if (offset == sds::none) return;
+    const auto* nets = reinterpret_cast<const char*>(surface.nets + 3 * size_t{offset});
+    for (unsigned int i = 0; i < 288; i += 64) __builtin_prefetch(nets + i);
+}
+
 void prefetch_record(const PatchArrays& surface, unsigned int primitive) {
+    if (surface.controls != nullptr) return __builtin_prefetch(surface.net_offsets + primitive);
     __builtin_prefetch(surface.quads + 4 * size_t{primitive});
     __builtin_prefetch(surface.infos + primitive);
     const auto* patch = reinterpret_cast<const char*>(surface.patches + primitive);
@@ -24,6 +34,7 @@ void prefetch_record(const PatchArrays& surface, unsigned int primitive) {
 }
 
 void prefetch_points(const PatchArrays& surface, unsigned int primitive) {
+    if (surface.controls != nullptr) return prefetch_controls(surface, primitive);
     const unsigned int* quad = surface.quads + 4 * size_t{primitive};
     for (unsigned int k = 0; k < 4; ++k) {
         __builtin_prefetch(surface.vertices + 3 * size_t{quad[k]});
@@ -35,7 +46,7 @@ void prefetch_points(const PatchArrays& surface, unsigned int primitive) {
 }  // namespace
 
 void SdsMeshGeometry::compute_limit_points(const LimitPlace* places, const unsigned int& count, LimitPoint* out) const {
-    if (bezier_patches.is_empty()) {
+    if (bezier_patches.is_empty() && refinement == nullptr) {
         for (unsigned int i = 0; i < count; ++i) out[i] = compute_limit_point(places[i]);
         return;
     }
@@ -51,7 +62,7 @@ void SdsMeshGeometry::compute_limit_points(const LimitPlace* places, const unsig
         }
         const LimitPlace& a = places[i];
         const LimitPlace& b = places[second];
-        if (base->is_primitive_void(a.primitive) || base->is_primitive_void(b.primitive)) {
+        if (is_patch_void(a.primitive) || is_patch_void(b.primitive)) {
             out[i] = compute_limit_point(a);
             out[second] = compute_limit_point(b);
             continue;

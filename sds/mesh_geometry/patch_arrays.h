@@ -6,8 +6,9 @@
 
 namespace sds {
 
-// The geometry has quads. Lives as long as its arrays stay.
+// The geometry has patches. Lives as long as its arrays stay.
 inline PatchArrays get_patch_arrays(const SdsMeshGeometry& geometry) {
+    if (geometry.is_refined()) return geometry.get_refined_arrays();
     const auto first = [](const CoreArray<GMathVec3<float>>& points) {
         return points.is_empty() ? nullptr : points[0].get_data();
     };

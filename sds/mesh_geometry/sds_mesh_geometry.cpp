@@ -7,6 +7,7 @@
 #include "sds/common/array_bytes.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_geometry/corner_cache.h"
+#include "sds/mesh_geometry/refined_surface.h"
 
 using sds::bytes_of;
 
@@ -36,7 +37,8 @@ SdsMeshGeometry::SdsMeshGeometry(const SdsMeshGeometry& other)
       group_area_records(other.group_area_records),
       bbox(other.bbox),
       area_record(other.area_record),
-      sample_lock(std::make_shared<SysThreadLock>()) {
+      sample_lock(std::make_shared<SysThreadLock>()),
+      refinement(other.refinement) {
     const GeometryPointCloud& cloud = other.point_cloud;
     point_cloud.init(cloud.get_count(), cloud.get_positions().get_data(), nullptr,
                      cloud.has_velocities() ? cloud.get_velocities().get_data() : nullptr);
@@ -67,6 +69,7 @@ SdsMeshGeometry& SdsMeshGeometry::operator=(const SdsMeshGeometry& other) {
     sample_lock = other.sample_lock;
     corner_cache = other.corner_cache;
     sample_loader = other.sample_loader;
+    refinement = other.refinement;
     positions_stamp = other.positions_stamp;
     return *this;
 }
@@ -86,11 +89,16 @@ size_t SdsMeshGeometry::get_memory_size() const {
     size += bytes_of(vertex_infos) + bytes_of(local_topologies) + bytes_of(tangent_infos) + bytes_of(bezier_patches);
     size += bytes_of(bezier_corners) + bytes_of(bezier_corner_motion_vectors) + bytes_of(bezier_tangents);
     size += bytes_of(group_bboxes) + bytes_of(group_area_records);
+    if (refinement) size += refinement->get_memory_size();
     if (corner_cache) {
         size += sizeof(CornerCache) + sizeof(corner_cache->slots[0]) * corner_cache->count;
-        for (unsigned int i = 0; i < corner_cache->count; ++i)
+        for (unsigned int i = 0; i < corner_cache->count; ++i) {
             if (corner_cache->slots[i].load(std::memory_order_acquire) != nullptr)
                 size += sizeof(Vec3f) * point_cloud.get_count();
+            if (!corner_cache->patches) continue;
+            if (const sds::RefinedPatches* patches = corner_cache->patches[i].load(std::memory_order_acquire))
+                size += sizeof(*patches) + patches->get_memory_size();
+        }
     }
     return size;
 }
@@ -132,6 +140,11 @@ SdsMeshBase::TopologyContext SdsMeshGeometry::get_topology_context() const {
 }
 
 void SdsMeshGeometry::bind_view() {
+    if (refinement) {
+        bezier_mesh = make_view();
+        bezier_mesh.add_controls(point_cloud.get_positions().get_data(), refinement->rest.controls.get_data(), 1.0f);
+        return;
+    }
     bezier_mesh = SdsBezierMesh(base->get_primitive_count(), vertex_infos.get_count(),
                                 base->get_quad_indices().get_data(), bezier_patches.get_data(),
                                 point_cloud.get_positions().get_data(), bezier_corners.get_data(), nullptr);
@@ -149,45 +162,64 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     mode = interpolation_mode;
     corner_cache.reset();
     sample_loader.reset();
-    const bool has_motion = motion_vectors.get_count() == positions.get_count() && !positions.is_empty();
-    const bool linear = mode == InterpolationMode::all_fixed;
-    const unsigned int quad_count = mesh_base.get_primitive_count();
-
+    std::shared_ptr<Refinement> former = std::move(refinement);
     if (!is_update) {
         vertex_infos = mesh_base.get_vertex_infos();
-        local_topologies.resize(4 * quad_count);
-        tangent_infos.assign(quad_count, {});
         apply_vertex_rule(mesh_base.get_quad_indices(), mesh_base.get_edges(), mode, vertex_infos);
     }
+    if (mesh_base.get_control_cage() != nullptr && mode != InterpolationMode::all_fixed)
+        build_refined(positions, motion_vectors, is_update, std::move(former), progress);
+    else
+        build_quads(positions, motion_vectors, is_update, progress);
+    static std::atomic<std::uint64_t> build_count{0};
+    topology_stamp = mesh_base.get_topology_stamp();
+    positions_stamp = ++build_count;
+    sds::progress_value(progress, 1.0f);
+}
 
-    {
-        const sds::ProgressTask task(progress, "compute subdivision positions", 0.1f);
-        if (mesh_base.get_subdivision() == nullptr) {
-            point_cloud.init(positions.get_count(), positions.get_data(), nullptr,
-                             has_motion ? motion_vectors.get_data() : nullptr);
-        } else {
-            // Zeroed: vertices that no quad uses are never written.
-            point_cloud.init(vertex_infos.get_count(), false, has_motion, true);
-            Vec3f* out = point_cloud.get_positions().get_data();
-            if (has_motion)
-                SdsMeshBase::compute_subdivision_positions(positions, motion_vectors, get_topology_context(), out,
-                                                           point_cloud.get_velocities().get_data(), linear, progress);
-            else
-                SdsMeshBase::compute_subdivision_positions(positions, get_topology_context(), out, linear, progress);
-        }
+void SdsMeshGeometry::build_point_cloud(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
+                                        AppProgressBar* progress) {
+    const bool has_motion = motion_vectors.get_count() == positions.get_count() && !positions.is_empty();
+    const bool linear = mode == InterpolationMode::all_fixed;
+    const sds::ProgressTask task(progress, "compute subdivision positions", 0.1f);
+    if (base->get_subdivision() == nullptr) {
+        point_cloud.init(positions.get_count(), positions.get_data(), nullptr,
+                         has_motion ? motion_vectors.get_data() : nullptr);
+        return;
     }
+    // Zeroed: vertices that no quad uses are never written.
+    point_cloud.init(vertex_infos.get_count(), false, has_motion, true);
+    Vec3f* out = point_cloud.get_positions().get_data();
+    if (has_motion)
+        SdsMeshBase::compute_subdivision_positions(positions, motion_vectors, get_topology_context(), out,
+                                                   point_cloud.get_velocities().get_data(), linear, progress);
+    else
+        SdsMeshBase::compute_subdivision_positions(positions, get_topology_context(), out, linear, progress);
+}
 
-    std::unique_ptr<SysThreadTaskManager> tasks;
-    if (4 * quad_count >= min_threaded_indices) tasks = std::make_unique<SysThreadTaskManager>();
+std::unique_ptr<SysThreadTaskManager> SdsMeshGeometry::make_task_manager(const unsigned int& patch_count) {
+    return 4 * patch_count >= min_threaded_indices ? std::make_unique<SysThreadTaskManager>() : nullptr;
+}
+
+void SdsMeshGeometry::build_quads(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
+                                  const bool& is_update, AppProgressBar* progress) {
+    const bool linear = mode == InterpolationMode::all_fixed;
+    const unsigned int quad_count = base->get_primitive_count();
+    if (!is_update) {
+        local_topologies.resize(4 * quad_count);
+        tangent_infos.assign(quad_count, {});
+    }
+    build_point_cloud(positions, motion_vectors, progress);
+
+    const std::unique_ptr<SysThreadTaskManager> tasks = make_task_manager(quad_count);
     {
         const sds::ProgressTask task(progress, "analyse vertices topology", 0.2f);
         if (is_update)
             sds::progress_done(progress, 4 * quad_count, tasks && !linear);
         else if (tasks)
-            SdsMeshBase::analyse_vertices_local_topology(mesh_base.get_edges(), local_topologies, linear, *tasks,
-                                                         progress);
+            SdsMeshBase::analyse_vertices_local_topology(base->get_edges(), local_topologies, linear, *tasks, progress);
         else
-            SdsMeshBase::analyse_vertices_local_topology(mesh_base.get_edges(), local_topologies, linear, progress);
+            SdsMeshBase::analyse_vertices_local_topology(base->get_edges(), local_topologies, linear, progress);
     }
     {
         const sds::ProgressTask task(progress, "prepare tangent computation", 0.1f);
@@ -209,19 +241,16 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
         build_patches(is_update, tasks.get(), progress);
     else
         bind_view();
-    {
-        // The weights of a linear build add up to 0.7: the bar jumps at its end.
-        const sds::ProgressTask task(progress, "update bbox and area", linear ? 0.3f : 0.1f);
-        if (tasks)
-            update_bbox_and_area(*tasks, progress);
-        else
-            update_bbox_and_area(progress);
-    }
-    tasks.reset();
-    static std::atomic<std::uint64_t> build_count{0};
-    topology_stamp = mesh_base.get_topology_stamp();
-    positions_stamp = ++build_count;
-    sds::progress_value(progress, 1.0f);
+    // The weights of a linear build add up to 0.7: the bar jumps at its end.
+    build_boxes(linear ? 0.3f : 0.1f, tasks.get(), progress);
+}
+
+void SdsMeshGeometry::build_boxes(const float& weight, SysThreadTaskManager* tasks, AppProgressBar* progress) {
+    const sds::ProgressTask task(progress, "update bbox and area", weight);
+    if (tasks != nullptr)
+        update_bbox_and_area(*tasks, progress);
+    else
+        update_bbox_and_area(progress);
 }
 
 void SdsMeshGeometry::build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress) {

@@ -26,6 +26,11 @@
 
 class CtxEval;
 class PolyMesh;
+namespace sds {
+class PatchPlaces;
+struct PatchArrays;
+struct RefinedPatches;
+}  // namespace sds
 
 class SDS_EXPORT SdsMeshGeometry : public ResourceData {
 public:
@@ -90,7 +95,8 @@ public:
     // Builds everything. `motion_vectors` are used when there are as many as `positions`: a vertex at time t stands at
     // position + t * motion vector. `progress` may be null. Meshes of 128 quads or more use the calling arena's
     // threads. Again on the same base (or a copy of it) with the same mode, fans, patches' neighbours and tangent
-    // places stay, and only what positions enter is computed; the progress tasks come all the same.
+    // places stay, and only what positions enter is computed; the progress tasks come all the same. A refined surface
+    // keeps its levels and places likewise, unless positions decide its depth (SdsRefinement::error).
     void set(const SdsMeshBase& base, const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
              const InterpolationMode& mode, AppProgressBar* progress);
 
@@ -98,6 +104,16 @@ public:
     static void set_vertices_interpolation(const CoreArray<unsigned int>& quad_indices,
                                            const SdsMeshBase::EdgesTopology& edges, const InterpolationMode& mode,
                                            CoreArray<SdsMeshBase::VertexInfo>& infos);
+
+    // Whether the surface is refined: the base says so (SdsMeshBase::set_refinement), and the mode is not bilinear. All
+    // that is asked by patch or primitive is then by the refined surface's patches and their own (u, v).
+    bool is_refined() const { return refinement != nullptr; }
+    // Patches of the surface: the base's quads unless it is refined.
+    unsigned int get_patch_count() const;
+    // Of a refined surface only: which quad each patch lies on, and where.
+    const sds::PatchPlaces& get_places() const;
+    // The level of its smallest patches.
+    unsigned int get_finest_level() const;
 
     // Equal for geometries of one build and its copies, and for no others; 0 before the first build.
     std::uint64_t get_positions_stamp() const { return positions_stamp; }
@@ -139,8 +155,8 @@ public:
     // of the one moment. The shutter is that of `ctx`.
     void compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& patch, const double& time,
                                    GMathBbox3<double>& box) const;
-    // Box of the vertices (not the controls) at a time, of that moment alone; the stored box for a static geometry and
-    // for |time| <= 1e-8. Points with a coordinate that is not finite are left out.
+    // Box of the vertices (not the controls, unless the surface is refined) at a time, of that moment alone; the stored
+    // box for a static geometry and for |time| <= 1e-8. Points with a coordinate that is not finite are left out.
     GMathBbox3<float> get_bbox_at(const CtxEval& ctx, const double& time) const;
 
     // Installs lazily loaded time samples. Drops what an earlier sampling cached; not concurrent with readers. The
@@ -204,25 +220,64 @@ public:
     void compute_edge_sample(const unsigned int& primitive, const unsigned int& edge, const double& t,
                              const bool& reversed, GeometrySample& sample) const;
 
+    // Of a refined surface, for this module's own kernels.
+    sds::PatchArrays get_refined_arrays() const;
+
 private:
     struct CornerCache;
+    struct Refinement;
     class PointCloudSampleLoader;
     friend class ComputeSdsBboxesTask;
 
+    // A time as at most two samples.
+    struct SampleBlend {
+        unsigned int count = 0;
+        unsigned int samples[2] = {};
+        float weights[2] = {};
+    };
+
+    // The positions, and motion vectors where there are any, of the vertices.
+    void build_point_cloud(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
+                           AppProgressBar* progress);
+    void build_quads(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors, const bool& is_update,
+                     AppProgressBar* progress);
     void build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress);
+    // `former` is what the geometry had before, or null.
+    void build_refined(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors, const bool& is_update,
+                       std::shared_ptr<Refinement> former, AppProgressBar* progress);
+    void build_boxes(const float& weight, SysThreadTaskManager* tasks, AppProgressBar* progress);
+    // Null where the calling thread is enough.
+    static std::unique_ptr<SysThreadTaskManager> make_task_manager(const unsigned int& patch_count);
     void bind_view();
     SdsMeshBase::TopologyContext get_topology_context() const;
     void update_bbox_and_area(AppProgressBar* progress);
     void update_bbox_and_area(SysThreadTaskManager& manager, AppProgressBar* progress);
     void store_bboxes_and_areas(const GMathBbox3<float>* boxes, const double* areas);
+    // Refined surfaces have no void patches.
+    bool is_patch_void(const unsigned int& patch) const {
+        return refinement == nullptr && base->is_primitive_void(patch);
+    }
     // As compute_fragment_sample finds it.
     LimitPoint compute_limit_point(const LimitPlace& place) const;
     // The limit corners of a sample, computed once; null in mode 0.
     const Vec3f* get_bezier_corners_sample(const unsigned int& sample) const;
     // Quads and patch records, without positions.
     SdsBezierMesh make_view() const;
+    SampleBlend get_sample_blend(const double& time) const;
     void add_sample(const unsigned int& sample, const float& weight, SdsBezierMesh& mesh) const;
+    void add_motion(const float& weight, SdsBezierMesh& mesh) const;
     void add_sampled_velocities(const double& time, const double& interval, SdsBezierMesh& velocities) const;
+    // What a refined surface's samples are computed from.
+    void keep_refined_levels();
+    // The patches of a refined surface's sample, computed once.
+    const sds::RefinedPatches& get_refined_sample(const unsigned int& sample) const;
+    // The control positions of a sample whose vertices are loaded, from its loader, which keeps them so long.
+    CoreArray<Vec3f> take_control_positions(const unsigned int& sample) const;
+    // The derivative nets of a refined surface's patch, 24 vectors as get_bezier_tangents has them: weighted ones added
+    // to `out`, and those at a time.
+    static void add_refined_nets(const sds::RefinedPatches& patches, const unsigned int& primitive, const float& weight,
+                                 Vec3f* out);
+    void get_refined_nets_at(const unsigned int& primitive, const double& time, Vec3f* out) const;
     // Times at which the surface counts as standing still where it was built.
     static bool is_rest_time(const double& time) { return !(time > 1e-8 || time < -1e-8); }
 
@@ -245,5 +300,6 @@ private:
     SdsBezierMesh bezier_mesh;
     std::shared_ptr<SysThreadLock> sample_lock;
     std::shared_ptr<CornerCache> corner_cache;
+    std::shared_ptr<Refinement> refinement;  // null at depth 0
     CoreSharedPointer<SampleLoader, CoreSharedCounter> sample_loader;
 };

@@ -6,7 +6,7 @@
 #include "qn_ctx/ctx_eval.h"
 #include "qn_poly/poly_mesh.h"
 #include "sds/mesh_geometry/corner_cache.h"
-#include "sds/mesh_geometry/sds_mesh_geometry.h"
+#include "sds/mesh_geometry/refined_surface.h"
 
 using Vec3f = GMathVec3<float>;
 
@@ -29,6 +29,7 @@ public:
         if (subdivision != nullptr) {
             CoreArray<Vec3f> positions(subdivision->first_edge_point);
             m_loader->get_positions(sampling, sample, positions.get_data());
+            if (m_geometry->is_refined()) keep_control_positions(sampling, sample, positions);
             std::fill(out, out + m_geometry->point_cloud.get_count(), Vec3f(0, 0, 0));
             SdsMeshBase::compute_subdivision_positions(positions, m_geometry->get_topology_context(), out,
                                                        m_geometry->mode == InterpolationMode::all_fixed, nullptr);
@@ -38,9 +39,28 @@ public:
         m_geometry->advert_memory_changed();
     }
 
+    // Those of a sample that was loaded; they are given away.
+    CoreArray<Vec3f> take_control_positions(unsigned int sample) {
+        const SysThreadLockGuard guard(m_lock);
+        CoreArray<Vec3f> taken;
+        taken.swap(m_control_positions[sample]);
+        return taken;
+    }
+
 private:
+    // Several clouds may load through one loader.
+    void keep_control_positions(const GMathTimeSampling& sampling, unsigned int sample,
+                                const CoreArray<Vec3f>& positions) {
+        const SysThreadLockGuard guard(m_lock);
+        if (m_control_positions.is_empty()) m_control_positions.resize(sampling.get_sample_count());
+        m_control_positions[sample] = positions;
+    }
+
     const SdsMeshGeometry* m_geometry;
     CoreSharedPointer<SdsMeshGeometry::SampleLoader, CoreSharedCounter> m_loader;
+    SysThreadLock m_lock;
+    // By sample, of refined surfaces that begin at polygons: the patches are made from these and not from the vertices.
+    CoreArray<CoreArray<Vec3f>> m_control_positions;
 };
 
 SdsMeshGeometry::SampleLoader::~SampleLoader() = default;
@@ -53,11 +73,17 @@ void SdsMeshGeometry::PolyMeshSampleLoader::get_positions(const GMathTimeSamplin
 
 void SdsMeshGeometry::set_positions_sampling(const GMathTimeSampling& sampling,
                                              CoreSharedPointer<SampleLoader, CoreSharedCounter> loader) {
+    if (refinement && sampling.get_sample_count() != 0) keep_refined_levels();
     point_cloud.init_sampling(sampling, CoreSharedPointer<GeometryPointCloud::SampleLoader, CoreSharedCounter>(
                                             new PointCloudSampleLoader(*this, loader)));
-    corner_cache =
-        sampling.get_sample_count() != 0 ? std::make_shared<CornerCache>(sampling.get_sample_count()) : nullptr;
+    corner_cache = sampling.get_sample_count() != 0
+                       ? std::make_shared<CornerCache>(sampling.get_sample_count(), is_refined())
+                       : nullptr;
     sample_loader = std::move(loader);
+}
+
+CoreArray<Vec3f> SdsMeshGeometry::take_control_positions(const unsigned int& sample) const {
+    return static_cast<PointCloudSampleLoader*>(point_cloud.get_loader().get())->take_control_positions(sample);
 }
 
 const CoreBasicArray<Vec3f> SdsMeshGeometry::get_vertices_sample(const unsigned int& sample) const {
@@ -80,6 +106,11 @@ const Vec3f* SdsMeshGeometry::get_bezier_corners_sample(const unsigned int& samp
 }
 
 SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_sample(const unsigned int& sample) const {
+    if (refinement) {
+        SdsBezierMesh mesh = make_view();
+        add_sample(sample, 1.0f, mesh);
+        return mesh;
+    }
     return {base->get_primitive_count(),
             point_cloud.get_count(),
             base->get_quad_indices().get_data(),
@@ -90,32 +121,52 @@ SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_sample(const unsigned int& sample
 }
 
 SdsBezierMesh SdsMeshGeometry::make_view() const {
-    return {base->get_primitive_count(), point_cloud.get_count(), base->get_quad_indices().get_data(),
-            bezier_patches.get_data(), nullptr};
+    return {get_patch_count(), point_cloud.get_count(), base->get_quad_indices().get_data(), bezier_patches.get_data(),
+            nullptr};
 }
 
 void SdsMeshGeometry::add_sample(const unsigned int& sample, const float& weight, SdsBezierMesh& mesh) const {
-    mesh.add_vertices(get_vertices_sample(sample).get_data(), get_bezier_corners_sample(sample), weight);
+    const Vec3f* vertices = get_vertices_sample(sample).get_data();
+    if (refinement)
+        mesh.add_controls(vertices, get_refined_sample(sample).controls.get_data(), weight);
+    else
+        mesh.add_vertices(vertices, get_bezier_corners_sample(sample), weight);
+}
+
+void SdsMeshGeometry::add_motion(const float& weight, SdsBezierMesh& mesh) const {
+    const Vec3f* motion = point_cloud.get_velocities().get_data();
+    if (refinement)
+        mesh.add_controls(motion, refinement->motion.controls.get_data(), weight);
+    else
+        mesh.add_vertices(motion, bezier_corner_motion_vectors.get_data(), weight);
+}
+
+SdsMeshGeometry::SampleBlend SdsMeshGeometry::get_sample_blend(const double& time) const {
+    unsigned int sample = 0;
+    double fraction = 0.0;
+    get_positions_sampling().get_span(time, sample, fraction);
+    const auto f = static_cast<float>(fraction);
+    SampleBlend blend;
+    const bool has_first = 1.0f - f > min_share, has_second = f > min_share;
+    const auto add = [&blend](unsigned int i, float weight) {
+        blend.samples[blend.count] = i;
+        blend.weights[blend.count++] = weight;
+    };
+    // A sample that stands alone has the whole share.
+    if (has_first) add(sample, has_second ? 1.0f - f : 1.0f);
+    if (has_second) add(sample + 1, has_first ? f : 1.0f);
+    return blend;
 }
 
 SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_at(const double& time) const {
     if (has_positions_sampling()) {
-        unsigned int sample = 0;
-        double fraction = 0.0;
-        get_positions_sampling().get_span(time, sample, fraction);
-        const auto f = static_cast<float>(fraction);
         SdsBezierMesh mesh = make_view();
-        const bool has_first = 1.0f - f > min_share, has_second = f > min_share;
-        // A sample that stands alone has the whole share.
-        if (has_first) add_sample(sample, has_second ? 1.0f - f : 1.0f, mesh);
-        if (has_second) add_sample(sample + 1, has_first ? f : 1.0f, mesh);
+        const SampleBlend blend = get_sample_blend(time);
+        for (unsigned int i = 0; i < blend.count; ++i) add_sample(blend.samples[i], blend.weights[i], mesh);
         return mesh;
     }
     SdsBezierMesh mesh = bezier_mesh;
-    if (has_motion_vectors()) {
-        const Vec3f* motion = point_cloud.get_velocities().get_data();
-        mesh.add_vertices(motion, bezier_corner_motion_vectors.get_data(), static_cast<float>(time));
-    }
+    if (has_motion_vectors()) add_motion(static_cast<float>(time), mesh);
     return mesh;
 }
 
@@ -128,7 +179,7 @@ bool SdsMeshGeometry::get_bezier_velocities(const GeometryFragment& fragment, Ve
     if (!is_animated() || !(std::fabs(fragment.time_interval) > 1e-8)) return false;
     SdsBezierMesh velocities = make_view();
     if (!has_positions_sampling())
-        velocities.add_vertices(point_cloud.get_velocities().get_data(), bezier_corner_motion_vectors.get_data(), 1.0f);
+        add_motion(1.0f, velocities);
     else
         add_sampled_velocities(fragment.time, fragment.time_interval, velocities);
     if (velocities.get_source_count() != 0)

@@ -75,13 +75,17 @@ unsigned int evaluate_vertex(const GeometryProperty& base, const CtxEval&, const
     const auto& property = static_cast<const SdsMeshProperty&>(base);
     const CoreBasicArray<unsigned int>& quad_indices = property.get_quad_indices();
     const ResourceProperty* surface = property.get_values_property(sample);
-    if (fragment.primitive >= quad_indices.get_count() / 4 || surface == nullptr) return 0;
-    const unsigned int* quad = quad_indices.get_data() + 4 * size_t{fragment.primitive};
+    const SdsMesh& mesh = property.get_mesh();
+    const bool is_refined = mesh.get_geometry()->is_refined();
+    const unsigned int primitive_count = is_refined ? mesh.get_primitive_count() : quad_indices.get_count() / 4;
+    if (fragment.primitive >= primitive_count || surface == nullptr) return 0;
+    const GeometryPlace place =
+        mesh.get_primitive_place(fragment.primitive, mesh.get_cell_corner(fragment.primitive, fragment.u),
+                                 mesh.get_cell_corner(fragment.primitive, fragment.v));
+    const unsigned int* quad = quad_indices.get_data() + 4 * size_t{place.face};
     if (quad[0] == none || quad[1] == none || quad[2] == none || quad[3] == none) return 0;
 
     const unsigned int count = std::min(max_count, surface->get_extent());
-    const double u = property.get_mesh().get_cell_corner(fragment.u);
-    const double v = property.get_mesh().get_cell_corner(fragment.v);
     const ResourceProperty* corners = property.get_bezier_corners(sample);
     const SdsMeshBase::BezierPatch* patches = property.get_patches();
     Value* const derivatives[2] = {du, dv};
@@ -93,12 +97,12 @@ unsigned int evaluate_vertex(const GeometryProperty& base, const CtxEval&, const
         if (corners != nullptr && patches != nullptr) {
             const sds::ComponentAccess<T> limits(*corners, first, corners->get_extent());
             sds::smooth_controls(
-                quad, patches[fragment.primitive], vertex, [&](unsigned int w) { return limits.get(w) - reference; },
-                controls);
+                quad, patches[place.face], vertex, [&](unsigned int w) { return limits.get(w) - reference; }, controls);
         } else {
             sds::linear_controls(quad, vertex, controls);
         }
-        const sds::PatchJet<Components> jet = sds::evaluate_jet(controls, u, v);
+        sds::PatchJet<Components> jet = sds::evaluate_jet(controls, place.u, place.v);
+        if (is_refined) place.turn_to_primitive(jet.du, jet.dv);
         const Components result = jet.value + reference;
         const Components* slopes[2] = {&jet.du, &jet.dv};
         for (unsigned int i = 0; i < sds::components_at_once && first + i < count; ++i) {

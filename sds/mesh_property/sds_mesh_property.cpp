@@ -74,7 +74,7 @@ size_t SdsMeshProperty::get_memory_size() const {
 }
 
 const CoreBasicArray<unsigned int>& SdsMeshProperty::get_quad_indices() const {
-    if (topology) return indices;
+    if (topology && source->has_indices()) return indices;
     return mesh->get_base()->get_quad_indices();
 }
 
@@ -85,15 +85,31 @@ const SdsMeshBase::BezierPatch* SdsMeshProperty::get_patches() const {
 SdsMeshBase::TopologyContext SdsMeshProperty::get_topology_context() const {
     const SdsMeshBase& base = *mesh->get_base();
     const SdsMeshGeometry& geometry = *mesh->get_geometry();
-    if (topology)
+    if (topology && source->has_indices())
         return {
             &indices, &topology->vertex_infos, topology->local_topologies.get_data(),
             nullptr,  &topology->edges,        base.get_base_tessellation_level() ? &topology->subdivision : nullptr};
-    return {&base.get_quad_indices(), &geometry.get_vertex_infos(), geometry.get_local_topologies().get_data(), nullptr,
+    const SdsMeshBase::VertexLocalTopology* fans =
+        topology ? topology->local_topologies.get_data() : geometry.get_local_topologies().get_data();
+    return {&base.get_quad_indices(), &geometry.get_vertex_infos(), fans, nullptr,
             &base.get_edges(),        base.get_subdivision()};
 }
 
+// A refined geometry has no fans and records of the quads.
+void SdsMeshProperty::init_quads() {
+    auto own = std::make_unique<Topology>();
+    const SdsMeshBase& base = *mesh->get_base();
+    own->local_topologies.resize(4 * base.get_primitive_count());
+    SdsMeshBase::analyse_vertices_local_topology(base.get_edges(), own->local_topologies, false, nullptr);
+    own->patches.resize(base.get_primitive_count());
+    topology = std::move(own);
+    SdsMeshBase::compute_bezier_topology(get_topology_context(), topology->patches, nullptr);
+}
+
 bool SdsMeshProperty::init_indices() {
+    if (!source->has_indices() && !topology && mesh->get_geometry()->is_refined() &&
+        source->get_type() == PolyMeshProperty::Type::per_vertex)
+        init_quads();
     if (!need_indices_init()) return true;
     if (source->get_type() == PolyMeshProperty::Type::constant) {
         indices = source->get_indices();

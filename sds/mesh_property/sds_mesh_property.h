@@ -76,6 +76,7 @@ private:
     };
 
     bool init_indices();
+    void init_quads();
     bool need_indices_init() const { return source->has_indices() && indices.is_empty(); }
     SdsMeshBase::TopologyContext get_topology_context() const;
 

@@ -69,6 +69,12 @@ std::uint64_t hash_of(const BuiltSurface& surface) {
     add(surface.geometry.get_bezier_patches());
     add(surface.geometry.get_bezier_corners());
     add(surface.geometry.get_bezier_tangents_array());
+    for (unsigned int p = 0; surface.geometry.is_refined() && p < surface.geometry.get_patch_count(); ++p) {
+        Vec3f points[16 + 24];
+        surface.geometry.get_bezier_controls(p, points);
+        surface.geometry.get_bezier_tangents(p, points + 16);
+        add(CoreBasicArray<Vec3f>(40, points));
+    }
     for (unsigned int m = 0; m < surface.maps.get_uv_map_count(); ++m) {
         add(surface.maps.get_uv_map(m).vertices);
         add(surface.maps.get_uv_map(m).corners);

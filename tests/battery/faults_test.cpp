@@ -15,9 +15,11 @@ namespace sds_test {
 namespace {
 
 // Checks, builds and samples a mesh with motion, a UV map and a property.
+template <unsigned int depth>
 void build_everything(const ZooMesh& cage) {
     if (check_cage(cage).has_errors()) throw std::logic_error("a good mesh");
     BuiltSurface::Options options;
+    options.refinement.depth = depth;
     options.motion_vectors.assign(cage.positions.size(), {0.1f, 0, 0});
     const BuiltSurface surface(cage, options);
 
@@ -44,12 +46,13 @@ bool settles_at(std::size_t bytes) {
 
 // Builds with the k-th allocation refused; returns whether it came to that. `is_clean` tells whether as many bytes live
 // afterwards as before.
+template <unsigned int depth>
 bool refuse_allocation(const ZooMesh& cage, std::size_t k, bool& is_clean) {
     const std::size_t before = live_bytes();
     bool threw = false;
     fail_allocation(k);
     try {
-        build_everything(cage);
+        build_everything<depth>(cage);
     } catch (const std::bad_alloc&) {
         threw = true;
     }
@@ -62,12 +65,13 @@ bool refuse_allocation(const ZooMesh& cage, std::size_t k, bool& is_clean) {
 
 // Injects a failure at every allocation of one run; returns how many there were. What a thread allocates for itself on
 // its first task may stay: a leak comes back each time, that does not.
+template <unsigned int depth>
 std::size_t refuse_each_allocation(const ZooMesh& cage) {
-    build_everything(cage);  // what lives as long as the process
+    build_everything<depth>(cage);  // what lives as long as the process
     for (std::size_t k = 1;; ++k) {
         bool is_clean = false;
         for (unsigned int attempt = 0; attempt < 8 && !is_clean; ++attempt)
-            if (!refuse_allocation(cage, k, is_clean)) return k - 1;
+            if (!refuse_allocation<depth>(cage, k, is_clean)) return k - 1;
         EXPECT_TRUE(is_clean) << "left by the failure of allocation " << k;
         if (::testing::Test::HasFailure()) return k;
     }
@@ -105,7 +109,10 @@ void count_everywhere(std::size_t (*count)(const ZooMesh&)) {
     EXPECT_GT(threaded, 100u);
 }
 
-TEST(BatteryFaults, EveryAllocationOnOneThreadAndFour) { count_everywhere(refuse_each_allocation); }
+TEST(BatteryFaults, EveryAllocationOnOneThreadAndFour) {
+    count_everywhere(refuse_each_allocation<0>);
+    count_everywhere(refuse_each_allocation<2>);
+}
 
 // Cancels for good when it is asked for the k-th time.
 class CancellingBar : public AppProgressBar {
@@ -125,8 +132,10 @@ using Mode = SdsMeshGeometry::InterpolationMode;
 
 // Cancels a new build, a second build of a surface, and one in another mode on the base that it has, at the k-th point;
 // what is built afterwards is what a new surface of the mode is. Returns whether there are as many points.
+template <unsigned int depth>
 bool cancel_at(unsigned int k, const ZooMesh& cage, BuiltSurface& surface) {
     BuiltSurface::Options options;
+    options.refinement.depth = depth;
     const auto is_cancelled = [&](BuiltSurface& target) {
         CancellingBar bar(k);
         options.progress = &bar;
@@ -157,13 +166,17 @@ bool cancel_at(unsigned int k, const ZooMesh& cage, BuiltSurface& surface) {
     return true;
 }
 
+template <unsigned int depth>
 std::size_t cancel_at_each_point(const ZooMesh& cage) {
     BuiltSurface surface(cage);
     for (unsigned int k = 1;; ++k)
-        if (!cancel_at(k, cage, surface) || ::testing::Test::HasFailure()) return k - 1;
+        if (!cancel_at<depth>(k, cage, surface) || ::testing::Test::HasFailure()) return k - 1;
 }
 
-TEST(BatteryFaults, CancelledAtEveryPointOnOneThreadAndFour) { count_everywhere(cancel_at_each_point); }
+TEST(BatteryFaults, CancelledAtEveryPointOnOneThreadAndFour) {
+    count_everywhere(cancel_at_each_point<0>);
+    count_everywhere(cancel_at_each_point<1>);
+}
 
 }  // namespace
 }  // namespace sds_test

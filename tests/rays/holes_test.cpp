@@ -17,10 +17,13 @@ std::string name_of_cage(const ::testing::TestParamInfo<const ZooMesh*>& info) {
 class Holes : public ::testing::TestWithParam<const ZooMesh*> {
 protected:
     // Adds up all aims and distances; no rays where the surface is too thin to tell inside from outside.
-    static HoleCounts count(const ZooMesh& cage, unsigned int level, Route route) {
-        const BuiltSurface surface(cage, {.level = level});
-        const unsigned int splits = level - (surface.base.get_base_tessellation_level() ? 1u : 0u);
-        const RayOracle oracle(surface.geometry, level == 0 ? RayOracle::limit_surface : splits);
+    static HoleCounts count(const ZooMesh& cage, unsigned int level, Route route, unsigned int depth = 0,
+                            unsigned int ray_count = rays_per_aim) {
+        BuiltSurface::Options options;
+        options.level = level;
+        options.refinement.depth = depth;
+        const BuiltSurface surface(cage, options);
+        const RayOracle oracle(surface.mesh);
         const std::vector<Vec3d> inside = find_inside_points(oracle, 8);
         HoleCounts counts;
         if (inside.empty()) return counts;
@@ -38,7 +41,7 @@ protected:
                 tracer.trace(ray, worker);
         };
         for (const double diagonals : {0.0, 1.0, 10.0, 1000.0})
-            for (const Aim aim : all_aims) counts += count_holes(oracle, trace, inside, aim, diagonals, rays_per_aim);
+            for (const Aim aim : all_aims) counts += count_holes(oracle, trace, inside, aim, diagonals, ray_count);
         return counts;
     }
 };
@@ -56,6 +59,17 @@ TEST_P(Holes, NoneAtAnyLevel) {
             EXPECT_EQ(counts.late, 0u) << "level " << level << ", route " << static_cast<int>(route);
             EXPECT_LE(counts.grazing, counts.rays / 200);
         }
+}
+
+// Patches of several levels meet in parts of edges.
+TEST_P(Holes, NoneInRefinedSurfaces) {
+    for (const unsigned int depth : {1u, 2u, 3u})
+        for (const unsigned int level : {0u, 1u, 2u, 3u})
+            for (const Route route : {Route::fast, Route::reference, Route::renderer}) {
+                const HoleCounts counts = count(*GetParam(), level, route, depth, 30);
+                EXPECT_EQ(counts.lost + counts.late, 0u)
+                    << "depth " << depth << ", level " << level << ", route " << static_cast<int>(route);
+            }
 }
 
 TEST_P(Holes, NoneThroughTheRenderer) {
@@ -90,6 +104,16 @@ TEST(MovingHoles, NoneAtAnyTime) {
                 EXPECT_EQ(holes.fast.lost + holes.fast.late, 0u);
                 EXPECT_EQ(holes.scene.lost + holes.scene.late, 0u);
                 EXPECT_LE(holes.total().grazing, holes.total().rays / 200);
+            }
+}
+
+TEST(MovingHoles, NoneInRefinedSurfaces) {
+    for (const char* name : {"cube", "torus_dart", "prism5_crease_loop"})
+        for (const CageMotion motion : all_cage_motions)
+            for (const unsigned int level : {0u, 2u}) {
+                SCOPED_TRACE(testing::Message() << name << ", " << name_of(motion) << ", level " << level);
+                const MovingHoles holes = count_moving_holes(zoo_mesh(name), motion, level, 2, 100, {}, 2);
+                EXPECT_EQ(holes.total().lost + holes.total().late, 0u);
             }
 }
 

@@ -13,7 +13,7 @@ void expect_near(const GMathVec3<T>& a, const GMathVec3<T>& b, double tolerance)
 }
 
 inline std::vector<Vec3f> controls_of(const SdsMeshGeometry& geometry) {
-    std::vector<Vec3f> controls(16 * size_t{geometry.get_base()->get_primitive_count()});
+    std::vector<Vec3f> controls(16 * size_t{geometry.get_patch_count()});
     for (unsigned int q = 0; 16 * size_t{q} < controls.size(); ++q)
         geometry.get_bezier_controls(q, &controls[16 * size_t{q}]);
     return controls;

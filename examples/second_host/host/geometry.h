@@ -10,6 +10,34 @@ struct GeometryFragment {
     double u = 0.0, v = 0.0, time = 0.0, time_interval = 0.0;
 };
 
+struct GeometryPlace {
+    unsigned int face = 0;
+    double u = 0.0, v = 0.0;
+    unsigned int turns = 0;
+    double derivative_scale = 1.0;
+
+    template <class Vector>
+    void turn_to_face(Vector& du, Vector& dv) const {
+        turn(turns & 3u, derivative_scale, du, dv);
+    }
+    template <class Vector>
+    void turn_to_primitive(Vector& du, Vector& dv) const {
+        turn((4u - turns) & 3u, 1.0 / derivative_scale, du, dv);
+    }
+
+private:
+    template <class Vector>
+    static void turn(unsigned int count, double scale, Vector& du, Vector& dv) {
+        for (unsigned int i = 0; i < count; ++i) {
+            const Vector former = du;
+            du = dv;
+            dv = former * -1.0;
+        }
+        du = du * scale;
+        dv = dv * scale;
+    }
+};
+
 class GeometrySample {
 public:
     using Vec = GMathVec3<double>;
@@ -291,6 +319,7 @@ public:
     virtual double estimate_shading_group_area(const CtxEval&, const Index&, const GMathMatrix4x4<double>&) const = 0;
     virtual double estimate_primitive_area(const CtxEval&, const Index&, const GMathMatrix4x4<double>&) const = 0;
     virtual Index get_primitive_shading_group_index(const Index& primitive) const = 0;
+    virtual GeometryPlace get_primitive_place(const Index& primitive, const double& u, const double& v) const = 0;
     virtual Index get_uv_map_count() const = 0;
     virtual CoreString get_uv_map_name(const Index& map) const = 0;
     virtual void compute_fragment_uvw(const CtxEval&, const GeometryFragment&, const Index& map, Vec3d& uvw,

@@ -13,36 +13,43 @@ constexpr double barycentric_epsilon = 1e-6;
 // The two triangles (c0, c1, c2) and (c0, c2, c3) of a flat cell against the origin of the plane. Products of two
 // floats are exact in double and their difference is rounded once, so the sign of every edge function is exact, and
 // equal for the two triangles that share the edge: a ray is inside one of them or on both. The slack widens each
-// triangle, as in the reference family.
+// triangle, as in the reference family, and by `edge_slack` in the plane.
 struct FlatCell {
     double p[4], q[4];  // corners in cyclic order
 
     // The lower triangle, then the upper.
     template <class Report>
-    void intersect(Report&& report) const {
+    void intersect(float edge_slack, Report&& report) const {
         // Edge function of corners i, j: twice the area of the triangle that they span with the origin.
         const double e01 = p[0] * q[1] - p[1] * q[0];
         const double e12 = p[1] * q[2] - p[2] * q[1];
         const double e20 = p[2] * q[0] - p[0] * q[2];
         const double e23 = p[2] * q[3] - p[3] * q[2];
         const double e30 = p[3] * q[0] - p[0] * q[3];
-        const Weights lower{e12, e20, e01}, upper{e23, e30, -e20};
+        const double reach = static_cast<double>(edge_slack);
+        const auto width = [&](unsigned int i, unsigned int j) {
+            return reach * (__builtin_fabs(p[i] - p[j]) + __builtin_fabs(q[i] - q[j]));
+        };
+        const Weights lower{e12, e20, e01, width(1, 2), width(2, 0), width(0, 1)};
+        const Weights upper{e23, e30, -e20, width(2, 3), width(3, 0), width(2, 0)};
         const bool in_lower = lower.are_inside(), in_upper = upper.are_inside();
         if (in_lower) lower.report_to(report, false);
         if (in_upper) upper.report_to(report, true);
     }
 
 private:
-    // Of c0, the second and the third corner, before the division by their sum.
+    // Of c0, the second and the third corner, before the division by their sum, and what each may be below zero.
     struct Weights {
         double w0, w1, w2;
+        double reach0, reach1, reach2;
 
         // Without a branch: which triangle holds the ray is as good as random.
         bool are_inside() const {
             const double det = w0 + w1 + w2, sign = det < 0.0 ? -1.0 : 1.0;
             const double slack = barycentric_epsilon * (det * sign);
-            return (static_cast<int>(w0 * sign >= -slack) & static_cast<int>(w1 * sign >= -slack) &
-                    static_cast<int>(w2 * sign >= -slack) & static_cast<int>(det != 0.0)) != 0;
+            return (static_cast<int>(w0 * sign >= -(slack + reach0)) &
+                    static_cast<int>(w1 * sign >= -(slack + reach1)) &
+                    static_cast<int>(w2 * sign >= -(slack + reach2)) & static_cast<int>(det != 0.0)) != 0;
         }
         template <class Report>
         void report_to(Report&& report, bool upper) const {
@@ -164,11 +171,10 @@ inline void spread(SimdFloat8 a, SimdFloat8* lanes) {
     lanes[3] = broadcast_lane<3>(a);
 }
 
-// Nibbles from low to high: p <= 0, q <= 0, p >= 0, q >= 0. NaN has none.
-inline unsigned int get_signs(SimdFloat8 a) {
-    const SimdFloat8 zero(0.0f);
-    return static_cast<unsigned int>(less_equal_mask(a, zero)) | static_cast<unsigned int>(less_equal_mask(zero, a))
-                                                                     << 8;
+// Nibbles from low to high: p <= 0, q <= 0, p >= 0, q >= 0, all within the slack. NaN has none.
+inline unsigned int get_signs(SimdFloat8 a, SimdFloat8 slack) {
+    return static_cast<unsigned int>(less_equal_mask(a, slack)) |
+           static_cast<unsigned int>(less_equal_mask(SimdFloat8(0.0f) - slack, a)) << 8;
 }
 
 // The corners of a window's cells in the plane: corner (x, y) belongs to (u, v) = (i + x, j + y) / 2^level. At the
@@ -202,13 +208,13 @@ public:
     }
 
     // The cells whose four corners have the origin in their box, cell (x, y) in bit 4 y + x.
-    unsigned int find_origin() const {
-        const unsigned int column = get_signs(m_column);
+    unsigned int find_origin(SimdFloat8 slack) const {
+        const unsigned int column = get_signs(m_column, slack);
         unsigned int found = 0, above = 0;
         for (unsigned int y = 0; y <= window_size; ++y) {
             // Signs that either end of a cell's side has, bit x of each nibble for the side from x to x + 1.
-            const unsigned int signs = get_signs(m_rows[y]);
-            const unsigned int end = (y < 4 ? column >> y : get_signs(m_corner)) & 0x1111u;
+            const unsigned int signs = get_signs(m_rows[y], slack);
+            const unsigned int end = (y < 4 ? column >> y : get_signs(m_corner, slack)) & 0x1111u;
             const unsigned int sides = signs | ((signs >> 1) & 0x7777u) | (end << 3);
             const unsigned int both = sides | above;
             const unsigned int p_and_q = both & (both >> 8);
@@ -250,7 +256,7 @@ private:
 // Reports the hits of one ray with a flat cell, number i, j of 2^level each way; distances come from the patch.
 inline void intersect_cell(const FlatCell& cell, unsigned int i, unsigned int j, unsigned int level,
                            const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
-    cell.intersect([&](double b1, double b2, bool upper, double det) {
+    cell.intersect(ray.edge_slack, [&](double b1, double b2, bool upper, double det) {
         const float size = 1.0f / static_cast<float>(1u << level);
         const float u[2] = {static_cast<float>(i) * size, static_cast<float>(i + 1) * size};
         const float v[2] = {static_cast<float>(j) * size, static_cast<float>(j + 1) * size};
@@ -274,7 +280,8 @@ inline void intersect_window(const CellWindow& window, const SimdFloat8* rows, c
     const CellCorners corners(window, rows);
     // Windows of coarse patches are smaller.
     constexpr unsigned int inside[] = {0x1, 0x33};
-    unsigned int found = corners.find_origin() & (window.level < window_level ? inside[window.level] : 0xffffu);
+    unsigned int found = corners.find_origin(SimdFloat8(ray.edge_slack)) &
+                         (window.level < window_level ? inside[window.level] : 0xffffu);
     if (found == 0) return;
     CellCorners::Stored stored;
     corners.store(stored);
@@ -282,6 +289,12 @@ inline void intersect_window(const CellWindow& window, const SimdFloat8* rows, c
         const unsigned int place = take_lowest_bit(found), x = place % 4, y = place / 4;
         intersect_cell(stored.get_cell(x, y), window.i + x, window.j + y, window.level, controls, ray, hits);
     } while (found != 0);
+}
+
+inline bool comes_near_origin(const SimdFloat8* rows, SimdFloat8 slack) {
+    const SimdFloat8 low = group_min(min(min(rows[0], rows[1]), min(rows[2], rows[3])));
+    const SimdFloat8 high = group_max(max(max(rows[0], rows[1]), max(rows[2], rows[3])));
+    return (less_equal_mask(low, slack) & less_equal_mask(SimdFloat8(0.0f) - slack, high)) == 255;
 }
 
 // The patch in a frame of the plane in which its own directions stand across each other, up to scale: the boxes of its
@@ -292,7 +305,7 @@ struct SkewedPatch {
     SimdFloat8 rows[4];
     SimdFloat8 slack;
 
-    explicit SkewedPatch(const SimdFloat8* r) {
+    SkewedPatch(const SimdFloat8* r, float edge_slack) {
         float first[8], last[8];
         r[0].store(first);
         r[3].store(last);
@@ -311,14 +324,11 @@ struct SkewedPatch {
         }
         largest = group_max(largest);
         const SimdFloat8 products = largest * max(own, zero - own) + swap_groups(largest) * max(other, zero - other);
-        slack = products * SimdFloat8(0x1p-18f);
+        slack = products * SimdFloat8(0x1p-18f) +
+                SimdFloat8(edge_slack) * (max(own, zero - own) + max(other, zero - other));
     }
 
-    bool comes_near_origin() const {
-        const SimdFloat8 low = group_min(min(min(rows[0], rows[1]), min(rows[2], rows[3])));
-        const SimdFloat8 high = group_max(max(max(rows[0], rows[1]), max(rows[2], rows[3])));
-        return (less_equal_mask(low, slack) & less_equal_mask(SimdFloat8(0.0f) - slack, high)) == 255;
-    }
+    bool comes_near_origin() const { return sds::comes_near_origin(rows, slack); }
 };
 
 }  // namespace

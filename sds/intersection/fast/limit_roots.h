@@ -72,13 +72,20 @@ struct SlopeBounds {
     // rule a root lies at -(p * d.q - q * d.p) / (3 det) and -(q * e.p - p * e.q) / (3 det) from the middle for some
     // members of the nets (interval Newton; Moore, Methods and Applications of Interval Analysis, 1979), and 1/2 is the
     // farthest in the square. The reach is taken a little larger for the rounding of all this.
-    bool excludes_root(float p, float q) const {
-        const float reach = 1.5001f * greatest(det_max, -det_min);
-        return is_beyond(p, d_min[4], d_max[4], q, d_min[0], d_max[0], reach) ||
-               is_beyond(q, e_min[0], e_max[0], p, e_min[4], e_max[4], reach);
+    bool excludes_root(float p, float q) const { return excludes_root(p, q, 0.0f, 0.0f); }
+    // The same for roots within `slack` of the origin.
+    bool excludes_root_near(float p, float q, float slack) const {
+        return excludes_root(p, q, slack * (largest(d_min[4], d_max[4]) + largest(d_min[0], d_max[0])),
+                             slack * (largest(e_min[4], e_max[4]) + largest(e_min[0], e_max[0])));
     }
 
 private:
+    static float largest(float low, float high) { return greatest(-low, high); }
+    bool excludes_root(float p, float q, float more_d, float more_e) const {
+        const float reach = 1.5001f * greatest(det_max, -det_min);
+        return is_beyond(p, d_min[4], d_max[4], q, d_min[0], d_max[0], reach + more_d) ||
+               is_beyond(q, e_min[0], e_max[0], p, e_min[4], e_max[4], reach + more_e);
+    }
     // All of x * [a_min, a_max] - y * [b_min, b_max] above `reach` or below -`reach`.
     static bool is_beyond(float x, float a_min, float a_max, float y, float b_min, float b_max, float reach) {
         const float a0 = x * a_min, a1 = x * a_max, b0 = y * b_min, b1 = y * b_max;
@@ -87,8 +94,9 @@ private:
 };
 
 // The place of the node's root by Newton's iteration from its centre, where the jet is `jet`; false when it does not
-// converge inside the node.
-inline bool find_root(const SimdFloat8* rows, PlaneJet jet, float& s, float& t, float& det) {
+// converge inside the node, or within `slack` in the plane.
+template <bool is_wide>
+inline bool find_root(const SimdFloat8* rows, PlaneJet jet, float slack, float& s, float& t, float& det) {
     s = t = 0.5f;
     for (unsigned int i = 0; i < max_newton_steps; ++i) {
         if (i != 0) jet = evaluate_plane(rows, s, t);
@@ -101,8 +109,15 @@ inline bool find_root(const SimdFloat8* rows, PlaneJet jet, float& s, float& t, 
         t -= dt;
         if (!(s > -1.0f && s < 2.0f && t > -1.0f && t < 2.0f)) return false;
         const float step = (ds < 0.0f ? -ds : ds) + (dt < 0.0f ? -dt : dt);
-        if (step <= newton_convergence)
-            return s >= -root_slack && s <= 1.0f + root_slack && t >= -root_slack && t <= 1.0f + root_slack;
+        if (step <= newton_convergence) {
+            float slack_s = root_slack, slack_t = root_slack;
+            if constexpr (is_wide) {
+                const float share = slack * (inverse < 0.0f ? -inverse : inverse);
+                slack_s += share * (greatest(-jet.p_t, jet.p_t) + greatest(-jet.q_t, jet.q_t));
+                slack_t += share * (greatest(-jet.p_s, jet.p_s) + greatest(-jet.q_s, jet.q_s));
+            }
+            return s >= -slack_s && s <= 1.0f + slack_s && t >= -slack_t && t <= 1.0f + slack_t;
+        }
     }
     return false;
 }

@@ -44,19 +44,24 @@ inline void transform_to_plane(const float (*controls)[16], const RaySpace& ray,
     }
 }
 
-// Which of two sub-patches hold the origin, in bits 0 and 1: both groups of lanes have one at or below zero and one at
-// or above it. NaN fails.
-inline unsigned int find_origin(const SimdFloat8* r, const SimdFloat8* s) {
-    const SimdFloat8 zero(0.0f);
-    unsigned int lanes = static_cast<unsigned int>(less_equal_mask(min(min(r[0], r[1]), min(r[2], r[3])), zero)) |
-                         static_cast<unsigned int>(less_equal_mask(zero, max(max(r[0], r[1]), max(r[2], r[3])))) << 8 |
-                         static_cast<unsigned int>(less_equal_mask(min(min(s[0], s[1]), min(s[2], s[3])), zero)) << 16 |
-                         static_cast<unsigned int>(less_equal_mask(zero, max(max(s[0], s[1]), max(s[2], s[3])))) << 24;
+// Which of two sub-patches come as near to the origin as `high`, in bits 0 and 1: both groups of lanes have one at or
+// below it and one at or above `low`, which is its opposite. NaN fails.
+inline unsigned int find_origin(const SimdFloat8* r, const SimdFloat8* s, SimdFloat8 low, SimdFloat8 high) {
+    unsigned int lanes = static_cast<unsigned int>(less_equal_mask(min(min(r[0], r[1]), min(r[2], r[3])), high)) |
+                         static_cast<unsigned int>(less_equal_mask(low, max(max(r[0], r[1]), max(r[2], r[3])))) << 8 |
+                         static_cast<unsigned int>(less_equal_mask(min(min(s[0], s[1]), min(s[2], s[3])), high)) << 16 |
+                         static_cast<unsigned int>(less_equal_mask(low, max(max(s[0], s[1]), max(s[2], s[3])))) << 24;
     // Any lane of each group of four.
     lanes |= lanes >> 1;
     lanes |= lanes >> 2;
     lanes &= 0x11111111u;
     return ((lanes & 0xffffu) == 0x1111u ? 1u : 0u) | (lanes >> 16 == 0x1111u ? 2u : 0u);
+}
+
+// Which of two sub-patches hold the origin.
+inline unsigned int find_origin(const SimdFloat8* r, const SimdFloat8* s) {
+    const SimdFloat8 zero(0.0f);
+    return find_origin(r, s, zero, zero);
 }
 
 // Which of four sub-patches come within `slack` of the origin, in bits 0 to 3.

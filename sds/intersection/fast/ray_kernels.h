@@ -20,6 +20,9 @@ struct RaySpace {
     const float* along;
     double shift;      // added to distances from the origin
     double near, far;  // sums in [near, far) are hits
+    // How far plane points of patches that share a part of an edge may lie apart there: patches and cells are as much
+    // wider. 0 where patches share whole edges, to the same bits.
+    float edge_slack;
 };
 
 struct RayHit {

@@ -32,13 +32,13 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
     };
     SimdFloat8 rows[4];
     transform_to_plane(controls, ray, rows);
-    if (find_origin(rows, rows) == 0) return;
+    if (!comes_near_origin(rows, SimdFloat8(ray.edge_slack))) return;
     const unsigned int level_last = level_count < max_cell_level ? level_count : max_cell_level;
     if (level_last < level_count) ++hits.unsettled_count;
     if (level_last <= window_level) return intersect_window({0, 0, level_last}, rows, controls, ray, hits);
     Level levels[max_cell_level - window_level];
     const unsigned int last = level_last - window_level;
-    const SkewedPatch skewed(rows);
+    const SkewedPatch skewed(rows, ray.edge_slack);
     if (!skewed.comes_near_origin()) return;
     const SimdFloat8* node = skewed.rows;
     unsigned int depth = 0, i = 0, j = 0;
@@ -68,7 +68,9 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
     }
 }
 
-// Decides sub-patches that hold the origin. False when one must be split, which needs `may_split`.
+// Decides sub-patches that hold the origin. False when one must be split, which needs `may_split`. A wide one takes in
+// the ray's edge slack.
+template <bool is_wide>
 struct LimitLeaf {
     const float (*controls)[16];
     const RaySpace& ray;
@@ -81,12 +83,14 @@ struct LimitLeaf {
                 const SlopeBounds slopes(rows);
                 if (!slopes.is_injective()) return false;
                 const PlaneJet centre = evaluate_plane(rows, 0.5f, 0.5f);
-                if (slopes.excludes_root(centre.p, centre.q)) return true;
-                if (!find_root(rows, centre, s, t, det)) return false;
+                if (is_wide ? slopes.excludes_root_near(centre.p, centre.q, ray.edge_slack)
+                            : slopes.excludes_root(centre.p, centre.q))
+                    return true;
+                if (!find_root<is_wide>(rows, centre, ray.edge_slack, s, t, det)) return false;
             } else {
                 // A root that is found anyway, unproven to be the only one, or none.
                 ++hits.unsettled_count;
-                if (!find_root(rows, evaluate_plane(rows, 0.5f, 0.5f), s, t, det)) return true;
+                if (!find_root<is_wide>(rows, evaluate_plane(rows, 0.5f, 0.5f), ray.edge_slack, s, t, det)) return true;
             }
         }
         if (det == 0.0f) {
@@ -101,6 +105,12 @@ struct LimitLeaf {
         add_hit(ray, hits, DepthPatch(controls, ray).evaluate(u, v), u, v, 0.0f, (det <= 0.0f) != range.swapped);
         return true;
     }
+    [[gnu::always_inline]] unsigned int find(const SimdFloat8* first, const SimdFloat8* second) const {
+        if constexpr (is_wide)
+            return find_origin(first, second, SimdFloat8(-ray.edge_slack), SimdFloat8(ray.edge_slack));
+        else
+            return find_origin(first, second);
+    }
 };
 
 // A sub-patch that waits for its turn. Splitting ends at `point_depth`, with one more waiting per split.
@@ -111,12 +121,13 @@ struct StackedPlane {
 
 // Goes through the sub-patches that hold the origin; false when a few splits were not enough. Rows and path live in
 // registers from split to split: only the second of two halves goes through memory.
-inline bool traverse_plane(const LimitLeaf& leaf) {
+template <bool is_wide>
+inline bool traverse_plane(const LimitLeaf<is_wide>& leaf) {
     StackedPlane stack[point_depth];
     unsigned int stack_count = 0;
     SimdFloat8 rows[4];
     transform_to_plane(leaf.controls, leaf.ray, rows);
-    if (find_origin(rows, rows) == 0) return true;
+    if (leaf.find(rows, rows) == 0) return true;
     Path path{0, 0, 0};
     unsigned int splits_left = few_splits;
     for (;;) {
@@ -124,7 +135,7 @@ inline bool traverse_plane(const LimitLeaf& leaf) {
             if (--splits_left == 0) return false;
             SimdFloat8 first[4], second[4];
             halve(rows[0], rows[1], rows[2], rows[3], first, second);
-            const unsigned int found = find_origin(first, second);
+            const unsigned int found = leaf.find(first, second);
             path = get_first_half(path);
             if ((found & 1) != 0) {
                 if ((found & 2) != 0) {
@@ -165,7 +176,8 @@ struct DeepPlane {
 
 // The same for rays that lie in the surface, or all but lie in it, and find hits without end: the nearest sub-patches
 // first, and none outside the ray's range or beyond the last hit of a full list.
-[[gnu::noinline]] void traverse_nearest_first(const LimitLeaf& leaf) {
+template <bool is_wide>
+[[gnu::noinline]] void traverse_nearest_first(const LimitLeaf<is_wide>& leaf) {
     DeepPlane stack[point_depth + 1];
     unsigned int stack_count = 1, splits_left = max_splits;
     transform_to_plane(leaf.controls, leaf.ray, stack[0].rows);
@@ -191,20 +203,28 @@ struct DeepPlane {
         halves[0].path = halves[1].path = get_first_half(plane.path);
         ++halves[1].path.b;
         for (DeepPlane& half : halves) half.set_bounds();
-        const unsigned int found = find_origin(halves[0].rows, halves[1].rows);
+        const unsigned int found = leaf.find(halves[0].rows, halves[1].rows);
         const unsigned int later = halves[1].nearest < halves[0].nearest ? 0 : 1;
         if ((found >> later & 1) != 0) stack[stack_count++] = halves[later];
         if ((found >> (1 - later) & 1) != 0) stack[stack_count++] = halves[1 - later];
     }
 }
 
-void adaptive(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
-    const LimitLeaf leaf{controls, ray, hits};
+template <bool is_wide>
+void trace_limit(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
+    const LimitLeaf<is_wide> leaf{controls, ray, hits};
     const unsigned int dropped_before = hits.dropped_count;
     if (traverse_plane(leaf)) return;
     hits.count = 0;
     hits.dropped_count = dropped_before;
     traverse_nearest_first(leaf);
+}
+
+void adaptive(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
+    if (ray.edge_slack == 0.0f)
+        trace_limit<false>(controls, ray, hits);
+    else
+        trace_limit<true>(controls, ray, hits);
 }
 
 }  // namespace

@@ -31,11 +31,25 @@ bool push_hit(const CtxEval& ctx, unsigned int primitive, GeometryRaytraceCtx& r
                                   GeometryMediumDescriptor(), nullptr);
 }
 
+// Coordinates of an edge and of its halves, rounded and moved into the plane apart from each other, differ by a few
+// units in the last place of what they are made from.
+float find_edge_slack(const GeometryRaySpace& space, float extent) {
+    float slack = 0.0f;
+    if (extent > 0.0f)
+        for (const auto& across : space.across) {
+            float sum = 0.0f;
+            for (unsigned int axis = 0; axis < 3; ++axis)
+                sum += std::fabs(across[axis]) * (extent + std::fabs(space.origin[axis]));
+            slack = std::max(slack, sum);
+        }
+    return slack * 0x1p-22f;
+}
+
 // Hands the rays of the range to kernel(controls, ray, hits) one by one and what they hit to push(i, shift, hits); logs
 // under the name of the routine which limits they met. The hits stay in the thread's scratch until its next call.
 template <class Kernel, class Push>
-void trace_rays(const CtxEval& ctx, const char* routine, const sds::ControlLanes& grid, GeometryRaytraceCtx& rays,
-                const Kernel& kernel, const Push& push) {
+void trace_rays(const CtxEval& ctx, const char* routine, const sds::ControlLanes& grid, float shared_extent,
+                GeometryRaytraceCtx& rays, const Kernel& kernel, const Push& push) {
     auto& hits = ctx.get_thread()->get_scratch().acquire<RayHits>();
     hits.dropped_count = hits.unsettled_count = 0;
     for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
@@ -43,7 +57,9 @@ void trace_rays(const CtxEval& ctx, const char* routine, const sds::ControlLanes
         const GeometryRaySpace& space = rays.get_ray_space(i);
         if (!can_meet(space)) continue;
         hits.count = 0;
-        kernel(grid.coords, {space.origin, space.across, space.along, space.shift, rays.get_tnear(i), rays.get_tfar(i)},
+        kernel(grid.coords,
+               {space.origin, space.across, space.along, space.shift, rays.get_tnear(i), rays.get_tfar(i),
+                find_edge_slack(space, shared_extent)},
                hits);
         if (hits.count != 0) push(i, space.shift, hits);
     }
@@ -56,7 +72,7 @@ void trace_rays(const CtxEval& ctx, const char* routine, const sds::ControlLanes
 }  // namespace
 
 void sds::trace_limit_fast(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
-                           GeometryRaytraceCtx& rays) {
+                           float shared_extent, GeometryRaytraceCtx& rays) {
     const auto push = [&](unsigned int i, double shift, const RayHits& hits) {
         HitSlots slots;
         slots.clear();
@@ -70,11 +86,11 @@ void sds::trace_limit_fast(const CtxEval& ctx, unsigned int primitive, const Con
             if (accepted && rays.is_ray_finished(i)) rays.set_occluder(i, {primitive, entry.node, &hits});
         });
     };
-    trace_rays(ctx, "adaptive", controls, rays, get_ray_kernels().adaptive, push);
+    trace_rays(ctx, "adaptive", controls, shared_extent, rays, get_ray_kernels().adaptive, push);
 }
 
 void sds::trace_cells_fast(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls,
-                           unsigned int level_count, GeometryRaytraceCtx& rays) {
+                           unsigned int level_count, float shared_extent, GeometryRaytraceCtx& rays) {
     const auto kernel = [level_count, estimate = get_ray_kernels().estimate](const float(*grid)[16],
                                                                              const RaySpace& ray, RayHits& hits) {
         estimate(grid, ray, level_count, hits);
@@ -85,5 +101,5 @@ void sds::trace_cells_fast(const CtxEval& ctx, unsigned int primitive, const Con
             push_hit(ctx, primitive, rays, i, shift + static_cast<double>(hit.t), hit.u, hit.v, hit.cell);
         }
     };
-    trace_rays(ctx, "estimate", controls, rays, kernel, push);
+    trace_rays(ctx, "estimate", controls, shared_extent, rays, kernel, push);
 }

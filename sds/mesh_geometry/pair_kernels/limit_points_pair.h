@@ -72,6 +72,23 @@ struct NetPair {
         put(6, v[2][1], v[2][2]);
         put(7, u[1][0], u[2][0]);
     }
+
+    // Puts stored nets in the place of the differences.
+    void replace_all(const PatchArrays& surface, const unsigned int* primitives) {
+        constexpr unsigned int none = 0xFFFFFFFF;
+        const unsigned int a = surface.net_offsets[primitives[0]], b = surface.net_offsets[primitives[1]];
+        if ((a & b) == none) return;
+        const SimdFloat8 chosen(a != none ? 1.0f : 0.0f, b != none ? 1.0f : 0.0f);
+        // A patch without nets reads the other's.
+        const unsigned int low = a != none ? a : b, high = b != none ? b : a;
+        const auto put = [&](unsigned int i, SimdFloat8& entry) {
+            entry = select_positive(chosen, load_pair(surface.nets, low + i, high + i), entry);
+        };
+        for (unsigned int i = 0; i < 12; ++i) {
+            put(i, (&u[0][0])[i]);
+            put(12 + i, (&v[0][0])[i]);
+        }
+    }
 };
 
 struct Bases {
@@ -97,9 +114,14 @@ struct Bases {
 
 unsigned int compute_limit_points(const PatchArrays& surface, const PlacePair& places, float* const* points) {
     ControlPair grid;
-    const SimdFloat8 origin = compute_controls<true>(surface, places.primitives, grid);
+    const bool is_stored = surface.controls != nullptr;
+    const SimdFloat8 origin = is_stored ? load_controls<true>(surface, places.primitives, grid)
+                                        : compute_controls<true>(surface, places.primitives, grid);
     NetPair nets(grid);
-    nets.replace(surface, places.primitives);
+    if (is_stored)
+        nets.replace_all(surface, places.primitives);
+    else
+        nets.replace(surface, places.primitives);
     const Bases u(SimdFloat8(places.u[0], places.u[1])), v(SimdFloat8(places.v[0], places.v[1]));
     const SimdFloat8 three(3.0f);
     SimdFloat8 rows[4], slopes[4];

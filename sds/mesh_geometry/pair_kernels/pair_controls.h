@@ -115,6 +115,19 @@ inline SimdFloat8 compute_controls(const PatchArrays& surface, const unsigned in
     return origin;
 }
 
+// Controls that are stored; with `is_local`, relative to the first of them, which it returns.
+template <bool is_local>
+inline SimdFloat8 load_controls(const PatchArrays& surface, const unsigned int* primitives, ControlPair& grid) {
+    constexpr unsigned char order[16] = {0, 1, 7, 4, 3, 2, 6, 5, 13, 14, 10, 11, 12, 15, 9, 8};
+    const unsigned int first[2] = {16 * primitives[0], 16 * primitives[1]};
+    const SimdFloat8 origin = load_pair(surface.controls, first[0], first[1]);
+    for (unsigned int i = 0; i < 16; ++i) {
+        const SimdFloat8 point = load_pair(surface.controls, first[0] + order[i], first[1] + order[i]);
+        (&grid[0][0])[i] = is_local ? point - origin : point;
+    }
+    return origin;
+}
+
 // linear_controls on two quads at once, to the same bits.
 inline void compute_linear_controls(const PatchArrays& surface, const unsigned int* primitives, ControlPair& grid) {
     const unsigned int* const quads[2] = {surface.quads + 4 * static_cast<unsigned long>(primitives[0]),

@@ -16,6 +16,11 @@ struct PatchArrays {
     const float* vertices;
     const float* corners;
     const float* tangents;  // null when no patch has any
+    // Of a refined surface, else null, and then instead of all above: sixteen controls a patch, and per patch where its
+    // 24 vectors of derivative nets begin, or none.
+    const float* controls = nullptr;
+    const unsigned int* net_offsets = nullptr;
+    const float* nets = nullptr;
 };
 
 struct PlacePair {

@@ -228,7 +228,9 @@ void add_patches(const PatchArrays& surface, const unsigned int* groups, unsigne
         const unsigned int count = end - q < 2 ? 1 : 2;
         const unsigned int primitives[2] = {q, q + count - 1};
         ControlPair grid;
-        if (surface.patches != nullptr)
+        if (surface.controls != nullptr)
+            load_controls<false>(surface, primitives, grid);
+        else if (surface.patches != nullptr)
             compute_controls<false>(surface, primitives, grid);
         else
             compute_linear_controls(surface, primitives, grid);

@@ -8,6 +8,7 @@
 #include <limits>
 #include <vector>
 
+#include "oracles/refined_surface.h"
 #include "oracles/surface_errors.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_gmath/gmath_half.h"
@@ -286,6 +287,42 @@ TEST(MeshProperty, FixedLevelsReadTheCornerOfTheCell) {
     for (const auto& u : cases)
         for (const auto& v : cases)
             EXPECT_EQ(at_level.read(4, u.x, v.x), at_limit.read(4, u.corner, v.corner)) << u.x << ", " << v.x;
+}
+
+// Values belong to the quads: a refined surface reads them there, derivatives by its patches' own u and v.
+TEST(MeshProperty, RefinedSurfacesReadTheQuads) {
+    for (const ZooMesh& cage : {make_cut_torus(), zoo_mesh("cube"), zoo_mesh("prism7_uvs")})
+        for (const unsigned int level : {0u, 3u}) {
+            BuiltSurface::Options options;
+            options.level = level;
+            const BuiltSurface plain(cage, options);
+            options.refinement.depth = 2;
+            const BuiltSurface refined(cage, options);
+            const ResourceProperty items = positions_as_items(cage);
+            std::vector<float> ids(cage.counts.size());
+            for (size_t i = 0; i < ids.size(); ++i) ids[i] = static_cast<float>(i);
+            for (const bool is_indexed : {false, true}) {
+                const std::vector<unsigned int> indices = is_indexed ? cage.indices : std::vector<unsigned int>();
+                BoundProperty a(plain, cage, Kind::per_vertex, items, indices);
+                BoundProperty b(refined, cage, Kind::per_vertex, items, indices);
+                BoundProperty polygons(refined, cage, Kind::per_polygon, make_items(Type::float32, 1, ids));
+                ASSERT_TRUE(a.property.init(0, &a.values) && b.property.init(0, &b.values));
+                ASSERT_TRUE(polygons.property.init(0, &polygons.values));
+                for (unsigned int p = 0; p < refined.mesh.get_primitive_count(); ++p) {
+                    // A corner of the patches' cells is one of the quads'.
+                    const GeometryPlace place = refined.mesh.get_primitive_place(p, 0.5, 0.5);
+                    std::vector<double> du, dv, expected_du, expected_dv;
+                    const std::vector<double> values = b.read(p, 0.5, 0.5, &du, &dv);
+                    EXPECT_EQ(values, a.read(place.face, place.u, place.v, &expected_du, &expected_dv));
+                    Vec3d u{du[0], du[1], du[2]}, v{dv[0], dv[1], dv[2]};
+                    place.turn_to_face(u, v);
+                    EXPECT_EQ(u, Vec3d(expected_du[0], expected_du[1], expected_du[2]));
+                    EXPECT_EQ(v, Vec3d(expected_dv[0], expected_dv[1], expected_dv[2]));
+                    EXPECT_EQ(polygons.read(p, 0.5, 0.5)[0], plain.base.get_primitive_polygon_id(place.face));
+                }
+                EXPECT_TRUE(b.read(refined.mesh.get_primitive_count(), 0.5, 0.5).empty());
+            }
+        }
 }
 
 TEST(MeshProperty, TimeSamplesAreSeparateAndCopiesIndependent) {

@@ -33,7 +33,7 @@ TEST(RaySpace, InstructionSetsGiveTheSameBits) {
         const GeometryRaytraceData data;
         GeometryRaytraceCtx rays(&record, 1, data);
         const GeometryRaySpace& space = rays.get_ray_space(0);
-        const sds::RaySpace ray{space.origin, space.across, space.along, space.shift, record.tnear, record.tfar};
+        const sds::RaySpace ray{space.origin, space.across, space.along, space.shift, record.tnear, record.tfar, 0.0f};
         Vec3f controls[16];
         surface.geometry.get_bezier_controls(i % surface.quad_count(), controls);
         float grid[3][16];

@@ -1,0 +1,154 @@
+// The road of refined surfaces: from the polygons of the cage to a flat list of patches with their control points.
+#include <algorithm>
+#include <atomic>
+
+#include "sds/common/progress.h"
+#include "sds/mesh_base/tangent_rules.h"
+#include "sds/mesh_geometry/corner_cache.h"
+#include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
+#include "sds/mesh_geometry/refined_surface.h"
+
+using Vec3f = GMathVec3<float>;
+using Mode = SdsMeshGeometry::InterpolationMode;
+
+namespace {
+
+sds::RefinementOptions get_options(const SdsRefinement& settings, Mode mode) {
+    sds::RefinementOptions options;
+    options.depth = settings.depth;
+    options.error = static_cast<double>(settings.error);
+    options.chaikin = settings.chaikin;
+    options.smooth_triangles = settings.smooth_triangles;
+    options.border_rule = settings.open_borders         ? sds::BorderRule::open
+                          : mode == Mode::corners_fixed ? sds::BorderRule::edge_and_corner
+                          : mode == Mode::borders_fixed ? sds::BorderRule::fixed
+                                                        : sds::BorderRule::edge_only;
+    return options;
+}
+
+std::shared_ptr<sds::RefinedTopology> refine(const SdsMeshBase::ControlCage& cage, Mode mode,
+                                             const CoreBasicArray<Vec3f>& positions) {
+    auto topology = std::make_shared<sds::RefinedTopology>();
+    topology->build({cage.vertex_count, cage.polygon_counts, cage.polygon_indices, cage.opposite_corners,
+                     cage.edge_sharpness, cage.refinement.vertex_sharpness, cage.refinement.holes},
+                    get_options(cage.refinement, mode), positions);
+    return topology;
+}
+
+unsigned int find_finest_level(const sds::PatchPlaces& places) {
+    int finest = 0;
+    for (unsigned int p = 0; p < places.get_patch_count(); ++p) finest = std::max(finest, places.get_patch(p).level());
+    return static_cast<unsigned int>(finest);
+}
+
+}  // namespace
+
+const sds::PatchPlaces& SdsMeshGeometry::get_places() const { return refinement->get_places(); }
+unsigned int SdsMeshGeometry::get_finest_level() const { return refinement->finest_level; }
+unsigned int SdsMeshGeometry::get_patch_count() const {
+    return refinement ? refinement->get_places().get_patch_count() : base->get_primitive_count();
+}
+
+void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
+                                    const bool& is_update, std::shared_ptr<Refinement> former,
+                                    AppProgressBar* progress) {
+    const SdsMeshBase::ControlCage& cage = *base->get_control_cage();
+    if (!is_update) {
+        local_topologies.clear();
+        tangent_infos.clear();
+        bezier_patches.clear();
+        bezier_tangents.clear();
+    }
+    bezier_corners.clear();
+    bezier_corner_motion_vectors.clear();
+    build_point_cloud(positions, motion_vectors, progress);
+
+    // Copies of the geometry keep what they share; else the arrays are used again.
+    const bool keeps_arrays = former && former.use_count() == 1;
+    const auto built = keeps_arrays ? former : std::make_shared<Refinement>();
+    const bool has_fixed_depth = !(cage.refinement.error > 0.0f);
+    {
+        const sds::ProgressTask task(progress, "refine cage", 0.3f);
+        if (is_update && former && has_fixed_depth && former->topology->has_levels())
+            built->topology = former->topology;
+        else
+            built->topology = refine(cage, mode, positions);
+        built->finest_level = find_finest_level(built->get_places());
+    }
+    former.reset();
+    const bool has_motion = point_cloud.has_velocities();
+    {
+        const sds::ProgressTask task(progress, "compute refined patches", has_motion ? 0.2f : 0.4f);
+        built->rest.build(*built->topology, positions, sds::NetStorage::where_needed);
+    }
+    if (has_motion) {
+        const sds::ProgressTask task(progress, "compute refined motion vectors", 0.2f);
+        built->motion.build_like(built->rest, *built->topology, motion_vectors);
+    } else {
+        built->motion = {};
+    }
+    if (!is_update && has_fixed_depth) built->topology->drop_levels();
+    refinement = built;
+    bind_view();
+    build_boxes(0.2f, make_task_manager(get_patch_count()).get(), progress);
+}
+
+void SdsMeshGeometry::keep_refined_levels() {
+    if (refinement->topology->has_levels()) return;
+    if (refinement.use_count() > 1) refinement = std::make_shared<Refinement>(*refinement);
+    refinement->topology = refine(*base->get_control_cage(), mode, point_cloud.get_positions());
+    bind_view();
+}
+
+const sds::RefinedPatches& SdsMeshGeometry::get_refined_sample(const unsigned int& sample) const {
+    std::atomic<sds::RefinedPatches*>& slot = corner_cache->patches[sample];
+    if (const sds::RefinedPatches* patches = slot.load(std::memory_order_acquire)) return *patches;
+    const SysThreadLockGuard guard(*sample_lock);
+    if (const sds::RefinedPatches* patches = slot.load(std::memory_order_relaxed)) return *patches;
+    auto patches = std::make_unique<sds::RefinedPatches>();
+    const CoreBasicArray<Vec3f> vertices = get_vertices_sample(sample);
+    if (base->get_subdivision() == nullptr)
+        patches->build(*refinement->topology, vertices, sds::NetStorage::where_needed);
+    else
+        patches->build(*refinement->topology, take_control_positions(sample), sds::NetStorage::where_needed);
+    slot.store(patches.get(), std::memory_order_release);
+    advert_memory_changed();
+    return *patches.release();
+}
+
+sds::PatchArrays SdsMeshGeometry::get_refined_arrays() const {
+    const sds::RefinedPatches& rest = refinement->rest;
+    sds::PatchArrays arrays{};
+    arrays.controls = rest.controls.is_empty() ? nullptr : rest.controls[0].get_data();
+    arrays.net_offsets = rest.net_offsets.get_data();
+    arrays.nets = rest.nets.is_empty() ? nullptr : rest.nets[0].get_data();
+    return arrays;
+}
+
+void SdsMeshGeometry::add_refined_nets(const sds::RefinedPatches& patches, const unsigned int& primitive,
+                                       const float& weight, Vec3f* out) {
+    const unsigned int offset = patches.net_offsets[primitive];
+    if (offset != sds::none) {
+        const Vec3f* stored = patches.nets.get_data() + offset;
+        for (unsigned int i = 0; i < 24; ++i) out[i] += stored[i] * weight;
+        return;
+    }
+    const sds::DerivativeNets<Vec3f> nets(patches.controls.get_data() + 16 * size_t{primitive});
+    for (unsigned int i = 0; i < 12; ++i) {
+        out[i] += (&nets.u[0][0])[i] * weight;
+        out[12 + i] += (&nets.v[0][0])[i] * weight;
+    }
+}
+
+void SdsMeshGeometry::get_refined_nets_at(const unsigned int& primitive, const double& time, Vec3f* out) const {
+    std::fill_n(out, 24, Vec3f(0, 0, 0));
+    if (is_rest_time(time) || !is_animated()) return add_refined_nets(refinement->rest, primitive, 1.0f, out);
+    if (has_positions_sampling()) {
+        const SampleBlend blend = get_sample_blend(time);
+        for (unsigned int i = 0; i < blend.count; ++i)
+            add_refined_nets(get_refined_sample(blend.samples[i]), primitive, blend.weights[i], out);
+        return;
+    }
+    add_refined_nets(refinement->rest, primitive, 1.0f, out);
+    add_refined_nets(refinement->motion, primitive, static_cast<float>(time), out);
+}

@@ -1,0 +1,334 @@
+// Refined geometries: samples, motion, updates, boxes and failures.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "../surface_checks.h"
+#include "oracles/moving_surface.h"
+#include "oracles/refined_surface.h"
+#include "qn_ctx/ctx_eval.h"
+#include "support/recorders.h"
+
+namespace {
+
+using namespace sds_test;
+using Mode = SdsMeshGeometry::InterpolationMode;
+using LoaderPointer = CoreSharedPointer<SdsMeshGeometry::SampleLoader, CoreSharedCounter>;
+
+BuiltSurface::Options refined_to(unsigned int depth) {
+    BuiltSurface::Options options;
+    options.refinement.depth = depth;
+    return options;
+}
+
+// Smooth, creased, with n-gons, borders and darts.
+std::vector<ZooMesh> some_cages() {
+    std::vector<ZooMesh> cages{make_cut_torus()};
+    for (const char* name : {"cube", "prism7_uvs", "cube_two_darts", "sheet_dart", "quad_fan5"})
+        cages.push_back(zoo_mesh(name));
+    return cages;
+}
+
+GeometrySample sample_in(const SdsMeshGeometry& geometry, const GeometryFragment& fragment) {
+    const CtxShader shader;
+    GeometrySample sample;
+    geometry.compute_fragment_sample(CtxEval(shader), fragment, sample);
+    return sample;
+}
+
+std::vector<Vec3f> to_vectors(const Vec3f* first, size_t count) { return {first, first + count}; }
+
+std::vector<Vec3f> nets_of(const SdsMeshGeometry& geometry, unsigned int patch) {
+    std::vector<Vec3f> nets(24);
+    geometry.get_bezier_tangents(patch, nets.data());
+    return nets;
+}
+
+// All that positions enter, to the bit.
+void expect_same_surface(const SdsMeshGeometry& a, const SdsMeshGeometry& b) {
+    ASSERT_EQ(a.get_patch_count(), b.get_patch_count());
+    EXPECT_EQ(controls_of(a), controls_of(b));
+    for (unsigned int p = 0; p < a.get_patch_count(); ++p) ASSERT_EQ(nets_of(a, p), nets_of(b, p)) << p;
+    EXPECT_EQ(a.get_bbox().get_min(), b.get_bbox().get_min());
+    EXPECT_EQ(a.get_bbox().get_max(), b.get_bbox().get_max());
+    EXPECT_EQ(std::memcmp(&a.get_area_record(), &b.get_area_record(), sizeof(SdsMeshGeometry::AreaRecord)), 0);
+}
+
+constexpr double grid[] = {0.0, 0.28125, 0.5, 1.0};
+
+// Positions, derivatives and normals are those of the limit, on edges too; second derivatives those of its patches.
+TEST(RefinedGeometry, SamplesOfEmittedPatchesAreTheLimit) {
+    std::vector<TaggedCage> cages;
+    for (const ZooMesh& mesh : some_cages()) cages.push_back(tag_cage(mesh));
+    cages.push_back(tag_cage(zoo_mesh("torus")));
+    const std::vector<unsigned int>& quad = cages.back().mesh.indices;
+    sharpen(cages.back(), {quad[0], quad[1], quad[2]}, 1.7f);
+    for (const TaggedCage& cage : cages) {
+        const OpenSubdivOracle oracle(cage, 8);
+        for (const unsigned int depth : {1u, 3u}) {
+            SCOPED_TRACE(cage.mesh.name + " at depth " + std::to_string(depth));
+            BuiltSurface::Options options;
+            options.refinement = refinement_of(cage, depth);
+            const BuiltSurface surface(cage.mesh, options);
+            const RefinedSurface exact(cage, depth);
+            ASSERT_TRUE(surface.geometry.is_refined());
+            ASSERT_EQ(surface.mesh.get_primitive_count(), exact.patch_count());
+            EXPECT_EQ(controls_of(surface.geometry),
+                      to_vectors(exact.patches.controls.get_data(), exact.patches.controls.get_count()));
+            double worst = 0.0, worst_derivative = 0.0, worst_angle = 0.0, worst_second = 0.0, worst_point = 0.0;
+            for (unsigned int p = 0; p < exact.patch_count(); ++p)
+                for (const double u : grid)
+                    for (const double v : grid) {
+                        const GeometrySample sample = sample_in(surface.geometry, {p, u, v});
+                        const SdsMeshGeometry::LimitPlace at{p, static_cast<float>(u), static_cast<float>(v)};
+                        SdsMeshGeometry::LimitPoint point;
+                        surface.geometry.compute_limit_points(&at, 1, &point);
+                        worst_point =
+                            std::max({worst_point, (Vec3d(point.position) - sample.get_geometric_position()).length(),
+                                      (Vec3d(point.du) - sample.get_geometric_dpdu()).length(),
+                                      (Vec3d(point.dv) - sample.get_geometric_dpdv()).length()});
+                        if (surface.geometry.get_places().get_patch(p).is_leaf()) continue;
+                        const GeometryPlace place = surface.mesh.get_primitive_place(p, u, v);
+                        SurfacePoint limit = oracle.evaluate(place.face, place.u, place.v);
+                        // On the quads of other polygons the library's parameters run half as far.
+                        const unsigned int corners = cage.mesh.counts[surface.mesh.get_primitive_polygon_id(p)];
+                        limit.du *= corners == 4 ? 1.0 : 0.5;
+                        limit.dv *= corners == 4 ? 1.0 : 0.5;
+                        Vec3d du = sample.get_geometric_dpdu(), dv = sample.get_geometric_dpdv();
+                        place.turn_to_face(du, dv);
+                        worst = std::max(worst, (sample.get_geometric_position() - limit.position).length());
+                        worst_derivative =
+                            std::max({worst_derivative, (du - limit.du).length(), (dv - limit.dv).length()});
+                        const double angle = angle_between(sample.get_smoothing_normal(), limit.normal_direction());
+                        if (std::isfinite(angle)) worst_angle = std::max(worst_angle, angle);
+                        // Differences of derivatives, which a bicubic patch has exactly over a short way.
+                        if (u == 1.0 || v == 1.0) continue;
+                        constexpr double h = 1.0 / 4096.0;
+                        const SurfacePoint a = exact.evaluate(p, u, v), b = exact.evaluate(p, u + h, v),
+                                           c = exact.evaluate(p, u, v + h);
+                        const double scale = h * place.derivative_scale;
+                        worst_second =
+                            std::max({worst_second, (sample.get_d2pduu() - (b.du - a.du) * (1.0 / scale)).length(),
+                                      (sample.get_d2pduv() - (c.du - a.du) * (1.0 / scale)).length(),
+                                      (sample.get_d2pdvv() - (c.dv - a.dv) * (1.0 / scale)).length()});
+                    }
+            EXPECT_LE(worst, 1e-6 * exact.diagonal);
+            EXPECT_LE(worst_derivative, 2e-5 * exact.diagonal);
+            EXPECT_LE(worst_angle, 0.02);
+            EXPECT_LE(worst_second, 1e-3 * exact.diagonal);
+            EXPECT_LE(worst_point, 4e-6 * exact.diagonal);
+        }
+    }
+}
+
+// At any time the surface is that of the moved cage, and its velocity what it moves by.
+TEST(RefinedGeometry, MovesWithItsCage) {
+    for (const ZooMesh& cage : some_cages()) {
+        SCOPED_TRACE(cage.name);
+        BuiltSurface::Options options = refined_to(2);
+        for (const Vec3f& p : cage.positions) options.motion_vectors.push_back({p[1], p[2] * 0.5f, -p[0]});
+        const BuiltSurface moving(cage, options);
+        constexpr double time = 0.37;
+        ZooMesh moved_cage = cage;
+        for (size_t i = 0; i < cage.positions.size(); ++i)
+            moved_cage.positions[i] += options.motion_vectors[i] * static_cast<float>(time);
+        const BuiltSurface there(moved_cage, refined_to(2));
+        ASSERT_EQ(moving.geometry.get_patch_count(), there.geometry.get_patch_count());
+        const double diagonal = moving.diagonal();
+        const CtxShader shader;
+        const CtxEval ctx(shader);
+        GMathBbox3<double> all = GMathBbox3<double>::empty();
+        for (unsigned int p = 0; p < there.geometry.get_patch_count(); ++p) {
+            GMathBbox3<double> at_time, expected;
+            moving.geometry.compute_primitive_bbox_at(ctx, p, time, at_time);
+            there.geometry.compute_primitive_bbox(ctx, p, expected);
+            expect_near(at_time.get_min(), expected.get_min(), 1e-6 * diagonal);
+            expect_near(at_time.get_max(), expected.get_max(), 1e-6 * diagonal);
+            all.grow(at_time);
+            const GeometrySample a = sample_in(moving.geometry, {p, 0.3, 0.6, time, 0.1});
+            const GeometrySample b = sample_in(there.geometry, {p, 0.3, 0.6});
+            expect_near(a.get_smoothing_position(), b.get_geometric_position(), 1e-6 * diagonal);
+            // The tangents at a dart are turned into a plane, which is not linear in the positions.
+            EXPECT_LE(angle_between(a.get_smoothing_normal(), b.get_geometric_normal()), cage.is_in(dart) ? 0.2 : 0.02);
+            const GeometrySample rest = sample_in(moving.geometry, {p, 0.3, 0.6});
+            expect_near(a.get_geometric_position_dt() * time,
+                        b.get_geometric_position() - rest.get_geometric_position(), 2e-6 * diagonal);
+        }
+        expect_near(Vec3d(moving.geometry.get_bbox_at(ctx, time).get_max()), all.get_max(), 1e-6 * diagonal);
+    }
+}
+
+struct PoseLoader : SdsMeshGeometry::SampleLoader {
+    const ZooMesh& cage;
+    std::vector<unsigned int> loads{0, 0, 0};
+    explicit PoseLoader(const ZooMesh& c) : cage(c) {}
+    void get_positions(const GMathTimeSampling&, const unsigned int& sample, Vec3f* out) override {
+        ++loads[sample];
+        std::ranges::copy(pose_at(cage, 0.5 * sample), out);
+    }
+};
+
+// Samples are refined from the cage's positions in them, once each, and when they are asked for.
+TEST(RefinedGeometry, TimeSamplesAreSurfacesOfTheirCages) {
+    for (const ZooMesh& cage : some_cages()) {
+        SCOPED_TRACE(cage.name);
+        BuiltSurface surface(cage, refined_to(2));
+        auto* loader = new PoseLoader(cage);
+        const double times[] = {0.0, 1.0, 2.0};
+        surface.geometry.set_positions_sampling(
+            GMathTimeSampling(CoreBasicArray<double>(3, const_cast<double*>(times))), LoaderPointer(loader));
+        EXPECT_EQ(loader->loads, (std::vector<unsigned int>{0, 0, 0}));
+        std::vector<std::unique_ptr<BuiltSurface>> stills;
+        for (unsigned int i = 0; i < 3; ++i) {
+            ZooMesh posed = cage;
+            posed.positions = pose_at(cage, 0.5 * i);
+            stills.push_back(std::make_unique<BuiltSurface>(posed, refined_to(2)));
+        }
+        const size_t before = surface.geometry.get_memory_size();
+        const double diagonal = surface.diagonal();
+        for (unsigned int p = 0; p < surface.geometry.get_patch_count(); ++p) {
+            Vec3f sampled[16], expected[16], next[16];
+            surface.geometry.get_bezier_controls_sample(p, 1, sampled);
+            stills[1]->geometry.get_bezier_controls(p, expected);
+            ASSERT_EQ(to_vectors(sampled, 16), to_vectors(expected, 16)) << p;
+            surface.geometry.get_bezier_controls_at(p, 1.25, sampled);
+            stills[2]->geometry.get_bezier_controls(p, next);
+            for (unsigned int i = 0; i < 16; ++i)
+                expect_near(sampled[i], expected[i] * 0.75f + next[i] * 0.25f, 1e-6 * diagonal);
+            const GeometrySample a = sample_in(surface.geometry, {p, 0.3, 0.6, 1.0, 0.5});
+            const GeometrySample b = sample_in(stills[1]->geometry, {p, 0.3, 0.6});
+            EXPECT_EQ(a.get_smoothing_position(), b.get_geometric_position());
+            EXPECT_LE(angle_between(a.get_smoothing_normal(), b.get_geometric_normal()), 1e-4);
+            const GeometrySample c = sample_in(stills[2]->geometry, {p, 0.3, 0.6});
+            expect_near(a.get_geometric_position_dt(), c.get_geometric_position() - b.get_geometric_position(),
+                        2e-6 * diagonal);
+        }
+        EXPECT_EQ(loader->loads, (std::vector<unsigned int>{0, 1, 1}));
+        EXPECT_GE(surface.geometry.get_memory_size(), before + 2 * 192 * surface.geometry.get_patch_count());
+
+        // Samples of a copy are its own, those of an assigned geometry shared.
+        const SdsMeshGeometry copy(surface.geometry);
+        Vec3f controls[16], expected[16];
+        copy.get_bezier_controls_sample(0, 2, controls);
+        stills[2]->geometry.get_bezier_controls(0, expected);
+        EXPECT_EQ(to_vectors(controls, 16), to_vectors(expected, 16));
+        SdsMeshGeometry assigned;
+        assigned = surface.geometry;
+        assigned.get_bezier_controls_sample(0, 2, controls);
+        EXPECT_EQ(to_vectors(controls, 16), to_vectors(expected, 16));
+        assigned.get_bezier_controls_sample(0, 0, controls);
+        stills[0]->geometry.get_bezier_controls(0, expected);
+        EXPECT_EQ(to_vectors(controls, 16), to_vectors(expected, 16));
+    }
+}
+
+// New positions, another mode, another base, more motion: what is there before leaves no trace.
+TEST(RefinedGeometry, UpdatesEqualFreshBuilds) {
+    for (const float error : {0.0f, 1e-3f})
+        for (const ZooMesh& cage : some_cages()) {
+            SCOPED_TRACE(cage.name);
+            BuiltSurface::Options options = refined_to(3);
+            options.refinement.error = error;
+            BuiltSurface surface(cage, options);
+            const auto build = [&](SdsMeshGeometry& geometry, double share, Mode mode, bool moves) {
+                const CoreArray<Vec3f> positions = to_core_array(pose_at(cage, share));
+                geometry.set(surface.base, positions, moves ? positions : CoreArray<Vec3f>(), mode, nullptr);
+            };
+            const SdsMeshGeometry copy(surface.geometry);
+            const std::vector<Vec3f> former = controls_of(copy);
+            for (const auto& [share, mode, moves] :
+                 {std::tuple{0.5, Mode::corners_fixed, false}, std::tuple{1.0, Mode::corners_fixed, true},
+                  std::tuple{0.2, Mode::borders_fixed, false}, std::tuple{0.2, Mode::all_fixed, false},
+                  std::tuple{0.7, Mode::corners_fixed, false}}) {
+                build(surface.geometry, share, mode, moves);
+                SdsMeshGeometry fresh;
+                build(fresh, share, mode, moves);
+                EXPECT_EQ(fresh.is_refined(), mode != Mode::all_fixed);
+                expect_same_surface(surface.geometry, fresh);
+            }
+            EXPECT_EQ(controls_of(copy), former);
+        }
+}
+
+// Holes and borders that are open have no patches; the areas are those of the others.
+TEST(RefinedGeometry, HolesHaveNoPatches) {
+    for (const char* name : {"cube", "prism7_uvs", "sheet_dart"})
+        for (const bool opens : {false, true}) {
+            TaggedCage cage = tag_cage(zoo_mesh(name));
+            SCOPED_TRACE(cage.mesh.name);
+            cage.holes.assign(cage.mesh.counts.size(), 0);
+            cage.holes[1] = opens ? 0 : 1;
+            if (opens) cage.boundary = OpenSubdivBoundary::none;
+            BuiltSurface::Options options;
+            options.refinement = refinement_of(cage, 2);
+            const BuiltSurface surface(cage.mesh, options), whole(cage.mesh, refined_to(2));
+            std::vector<bool> is_hole(surface.quad_count(), false);
+            const CageAdjacency adjacency(cage.mesh);
+            std::vector<bool> on_border(cage.mesh.positions.size(), false);
+            for (unsigned int c = 0; c < adjacency.start.size(); ++c)
+                if (adjacency.sides[c].size() == 1) on_border[adjacency.start[c]] = on_border[adjacency.end[c]] = true;
+            for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+                const unsigned int polygon = surface.base.get_primitive_polygon_id(q);
+                is_hole[q] = cage.holes[polygon] != 0;
+                for (unsigned int c = 0; c < adjacency.start.size() && opens; ++c)
+                    if (adjacency.polygon[c] == polygon && on_border[adjacency.start[c]]) is_hole[q] = true;
+            }
+            double area = 0.0;
+            const CtxShader shader;
+            const CtxEval ctx(shader);
+            const auto identity = GMathMatrix4x4<double>();
+            for (unsigned int p = 0; p < whole.geometry.get_patch_count(); ++p)
+                if (!is_hole[whole.mesh.get_primitive_quad(p)])
+                    area += whole.geometry.estimate_primitive_area(ctx, p, identity);
+            EXPECT_NEAR(surface.geometry.estimate_area(ctx, identity), area, 1e-3 * area + 1e-12);
+            for (unsigned int q = 0; q < surface.quad_count(); ++q)
+                EXPECT_EQ(surface.mesh.find_primitive(q, 0.25, 0.75).primitive == sds::none, is_hole[q]) << q;
+        }
+}
+
+// Settings of depth 0 change nothing, nor do any in bilinear mode.
+TEST(RefinedGeometry, DepthZeroIsTheSurfaceWithoutRefinement) {
+    for (const ZooMesh& cage : some_cages())
+        for (const Mode mode : {Mode::corners_fixed, Mode::all_fixed}) {
+            BuiltSurface::Options options{.mode = mode, .motion_vectors = cage.positions};
+            const BuiltSurface plain(cage, options);
+            options.refinement = refinement_of(tag_cage(cage), mode == Mode::all_fixed ? 3 : 0);
+            options.refinement.edge_sharpness.assign(static_cast<unsigned int>(cage.indices.size()), 5.0f);
+            options.refinement.holes.assign(static_cast<unsigned int>(cage.counts.size()), 1);
+            const BuiltSurface set(cage, options);
+            EXPECT_FALSE(set.geometry.is_refined());
+            EXPECT_EQ(set.geometry.get_memory_size(), plain.geometry.get_memory_size());
+            EXPECT_EQ(set.base.get_memory_size() == plain.base.get_memory_size(), mode != Mode::all_fixed);
+            expect_same_surface(set.geometry, plain.geometry);
+            const GeometryPlace place = set.mesh.get_primitive_place(1, 0.25, 0.5);
+            EXPECT_EQ(place.face, 1u);
+            EXPECT_EQ(set.mesh.find_primitive(1, 0.25, 0.5).v, 0.5);
+        }
+}
+
+TEST(RefinedGeometry, ReportsItsOwnStages) {
+    using Labels = std::vector<std::string>;
+    const ZooMesh cage = make_cut_torus();
+    for (const bool moves : {false, true}) {
+        BuiltSurface::Options options = refined_to(2);
+        const BuiltSurface surface(cage, options);
+        RecordingProgress bar;
+        const CoreArray<Vec3f> positions = to_core_array(cage.positions);
+        SdsMeshGeometry geometry;
+        geometry.set(surface.base, positions, moves ? positions : CoreArray<Vec3f>(), Mode::corners_fixed, &bar);
+        Labels labels;
+        float sum = 0.0f;
+        for (const RecordingProgress::Task& task : bar.tasks)
+            if (!task.label.empty()) labels.push_back(task.label), sum += task.weight;
+        Labels expected{"compute subdivision positions", "refine cage", "compute refined patches"};
+        if (moves) expected.push_back("compute refined motion vectors");
+        expected.push_back("update bbox and area");
+        EXPECT_EQ(labels, expected);
+        EXPECT_NEAR(sum, 1.0f, 1e-6f);
+        EXPECT_EQ(bar.values.back(), 1.0f);
+    }
+}
+
+}  // namespace
