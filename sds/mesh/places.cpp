@@ -5,10 +5,15 @@
 #include "sds/refinement/patch_places.h"
 
 GeometryPlace SdsMesh::get_primitive_place(const unsigned int& primitive, const double& u, const double& v) const {
-    if (!geometry->is_refined()) return GeometryObject::get_primitive_place(primitive, u, v);
+    GeometryPlace place;
+    if (!geometry->is_refined()) {
+        place.face = primitive;
+        place.u = u;
+        place.v = v;
+        return place;
+    }
     const sds::PatchPlaces& places = geometry->get_places();
     const sds::QuadPoint at = places.find_quad(primitive, u, v);
-    GeometryPlace place;
     place.face = at.quad;
     place.u = at.u;
     place.v = at.v;

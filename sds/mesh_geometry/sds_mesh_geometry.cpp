@@ -69,6 +69,7 @@ SdsMeshGeometry& SdsMeshGeometry::operator=(const SdsMeshGeometry& other) {
     sample_lock = other.sample_lock;
     corner_cache = other.corner_cache;
     sample_loader = other.sample_loader;
+    cloud_loader = other.cloud_loader;
     refinement = other.refinement;
     positions_stamp = other.positions_stamp;
     return *this;
@@ -162,6 +163,7 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     mode = interpolation_mode;
     corner_cache.reset();
     sample_loader.reset();
+    cloud_loader.reset();
     std::shared_ptr<Refinement> former = std::move(refinement);
     if (!is_update) {
         vertex_infos = mesh_base.get_vertex_infos();

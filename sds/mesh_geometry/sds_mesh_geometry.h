@@ -302,4 +302,5 @@ private:
     std::shared_ptr<CornerCache> corner_cache;
     std::shared_ptr<Refinement> refinement;  // null at depth 0
     CoreSharedPointer<SampleLoader, CoreSharedCounter> sample_loader;
+    CoreSharedPointer<GeometryPointCloud::SampleLoader, CoreSharedCounter> cloud_loader;
 };

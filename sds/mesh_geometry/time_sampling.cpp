@@ -74,8 +74,9 @@ void SdsMeshGeometry::PolyMeshSampleLoader::get_positions(const GMathTimeSamplin
 void SdsMeshGeometry::set_positions_sampling(const GMathTimeSampling& sampling,
                                              CoreSharedPointer<SampleLoader, CoreSharedCounter> loader) {
     if (refinement && sampling.get_sample_count() != 0) keep_refined_levels();
-    point_cloud.init_sampling(sampling, CoreSharedPointer<GeometryPointCloud::SampleLoader, CoreSharedCounter>(
-                                            new PointCloudSampleLoader(*this, loader)));
+    cloud_loader = CoreSharedPointer<GeometryPointCloud::SampleLoader, CoreSharedCounter>(
+        new PointCloudSampleLoader(*this, loader));
+    point_cloud.init_sampling(sampling, cloud_loader);
     corner_cache = sampling.get_sample_count() != 0
                        ? std::make_shared<CornerCache>(sampling.get_sample_count(), is_refined())
                        : nullptr;
@@ -83,7 +84,7 @@ void SdsMeshGeometry::set_positions_sampling(const GMathTimeSampling& sampling,
 }
 
 CoreArray<Vec3f> SdsMeshGeometry::take_control_positions(const unsigned int& sample) const {
-    return static_cast<PointCloudSampleLoader*>(point_cloud.get_loader().get())->take_control_positions(sample);
+    return static_cast<PointCloudSampleLoader*>(cloud_loader.get())->take_control_positions(sample);
 }
 
 const CoreBasicArray<Vec3f> SdsMeshGeometry::get_vertices_sample(const unsigned int& sample) const {
