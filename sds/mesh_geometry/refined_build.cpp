@@ -27,11 +27,11 @@ sds::RefinementOptions get_options(const SdsRefinement& settings, Mode mode) {
 }
 
 std::shared_ptr<sds::RefinedTopology> refine(const SdsMeshBase::ControlCage& cage, Mode mode,
-                                             const CoreBasicArray<Vec3f>& positions) {
+                                             const CoreBasicArray<Vec3f>& positions, AppProgressBar* progress) {
     auto topology = std::make_shared<sds::RefinedTopology>();
     topology->build({cage.vertex_count, cage.polygon_counts, cage.polygon_indices, cage.opposite_corners,
                      cage.edge_sharpness, cage.refinement.vertex_sharpness, cage.refinement.holes},
-                    get_options(cage.refinement, mode), positions);
+                    get_options(cage.refinement, mode), positions, progress);
     return topology;
 }
 
@@ -72,18 +72,18 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
         if (is_update && former && has_fixed_depth && former->topology->has_levels())
             built->topology = former->topology;
         else
-            built->topology = refine(cage, mode, positions);
+            built->topology = refine(cage, mode, positions, progress);
         built->finest_level = find_finest_level(built->get_places());
     }
     former.reset();
     const bool has_motion = point_cloud.has_velocities();
     {
         const sds::ProgressTask task(progress, "compute refined patches", has_motion ? 0.2f : 0.4f);
-        built->rest.build(*built->topology, positions, sds::NetStorage::where_needed);
+        built->rest.build(*built->topology, positions, sds::NetStorage::where_needed, progress);
     }
     if (has_motion) {
         const sds::ProgressTask task(progress, "compute refined motion vectors", 0.2f);
-        built->motion.build_like(built->rest, *built->topology, motion_vectors);
+        built->motion.build_like(built->rest, *built->topology, motion_vectors, progress);
     } else {
         built->motion = {};
     }
@@ -96,7 +96,7 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
 void SdsMeshGeometry::keep_refined_levels() {
     if (refinement->topology->has_levels()) return;
     if (refinement.use_count() > 1) refinement = std::make_shared<Refinement>(*refinement);
-    refinement->topology = refine(*base->get_control_cage(), mode, point_cloud.get_positions());
+    refinement->topology = refine(*base->get_control_cage(), mode, point_cloud.get_positions(), nullptr);
     bind_view();
 }
 
