@@ -43,22 +43,4 @@ TEST(ImportQuads, KeepsPolygonsAndFindsTheirEdges) {
     }
 }
 
-TEST(ImportQuads, VoidQuadsLeaveBordersAndNoCounts) {
-    constexpr unsigned int none = 0xFFFFFFFF;
-    // The middle one of three quads in a row is void.
-    const CoreArray<unsigned int> indices =
-        sds_test::to_core_array(std::vector<unsigned int>{0, 1, 2, 3, 1, 4, none, 2, 4, 6, 7, 5});
-    const CoreArray<unsigned int> counts(3, 4u);
-    const CoreArray<unsigned int> offsets = sds_test::to_core_array(std::vector<unsigned int>{0, 4, 8});
-    CoreArray<unsigned int> quads;
-    CoreArray<SdsMeshBase::VertexInfo> infos;
-    SdsMeshBase::EdgesTopology edges;
-    SdsMeshBase::import_quads(indices, counts, offsets, 8, quads, infos, edges, nullptr);
-    for (unsigned int e = 0; e < 12; ++e) EXPECT_TRUE(edges.is_border(e));
-    EXPECT_EQ(quads[6], none);
-    EXPECT_EQ(infos[0].get_sharp_edge_count(), 2u);
-    EXPECT_EQ(infos[1].get_sharp_edge_count(), 3u);  // two of the first quad, two of the void one
-    EXPECT_EQ(infos[4].get_sharp_edge_count(), 3u);
-}
-
 }  // namespace

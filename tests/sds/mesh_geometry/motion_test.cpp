@@ -5,9 +5,9 @@
 #include <cmath>
 
 #include "../surface_checks.h"
-#include "qn_ctx/ctx_eval.h"
 #include "oracles/moving_surface.h"
 #include "oracles/surface_errors.h"
+#include "qn_ctx/ctx_eval.h"
 
 namespace {
 
@@ -167,6 +167,8 @@ TEST(Motion, VelocityIsThatOfThePathOnTheWholeShutter) {
                 EXPECT_TRUE(sample.has_position_dt());
                 return sample.get_geometric_position_dt();
             };
+            for (const double interval : {0.0, 1e-8, -1e-8})
+                EXPECT_FALSE(sample_of(vectors.mesh, shader, {5, 0.3, 0.6, 0.5, interval}).has_position_dt());
             for (const double interval : {0.1, -0.1, 1e-6}) {
                 for (const double time : {-1.0, 0.0, 0.5, 0.95, 1.0, 2.0})
                     expect_near(velocity(vectors, time, interval), Vec3d(straight), 1e-4);

@@ -12,7 +12,6 @@
 #include "qn_ctx/ctx_eval.h"
 #include "qn_gmath/gmath_half.h"
 #include "qn_poly/poly_crease_scope.h"
-#include "sds/allocation_counter.h"
 #include "sds/common/cubic_basis.h"
 #include "sds/mesh_property/element_types.h"
 #include "sds/surface_checks.h"
@@ -310,19 +309,6 @@ TEST(MeshProperty, TimeSamplesAreSeparateAndCopiesIndependent) {
         ASSERT_EQ(copy.evaluate(ctx, GeometryFragment(), s, &value, nullptr, nullptr, nullptr, 1), 1u);
         EXPECT_EQ(value, 1.0 + s);
     }
-}
-
-TEST(MeshProperty, ReadingAllocatesNothing) {
-    const ZooMesh cage = make_pole(6);
-    const BuiltSurface surface(cage);
-    BoundProperty bound(surface, cage, Kind::per_vertex, positions_as_items(cage));
-    ASSERT_TRUE(bound.property.init(0, &bound.values));
-    const std::size_t before = allocation_count();
-    double out[3];
-    for (unsigned int q = 0; q < surface.quad_count(); ++q)
-        bound.property.evaluate(bound.ctx, GeometryFragment{q, 0.5, 0.5, 0.0, 0.0}, 0, out, nullptr, nullptr, nullptr,
-                                3);
-    EXPECT_EQ(allocation_count(), before);
 }
 
 }  // namespace
