@@ -32,14 +32,4 @@ TEST(SdsMeshBaseSet, QuadsInheritFromTheirPolygons) {
     EXPECT_EQ(base.get_primitive_polygon_id(0), 0u);
 }
 
-TEST(SdsMeshBaseSet, QuadsHaveNoEdgesBeyondTheFourth) {
-    ZooMesh cage = zoo_mesh("cube");
-    cage.corner_creases.assign(cage.indices.size(), 1);
-    const BuiltSurface surface(cage);
-    for (unsigned int k = 0; k < 70; ++k) {
-        EXPECT_EQ(surface.base.is_primitive_edge_crease(0, k), k < 4) << k;
-        EXPECT_EQ(surface.base.is_primitive_edge_visible(0, k), k < 4) << k;
-    }
-}
-
 }  // namespace
