@@ -12,7 +12,8 @@ TEST(CubicHalves, AReversedEdgeHalvesToTheSameBits) {
     std::mt19937 random(2);
     std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
     for (unsigned int i = 0; i < 10000; ++i) {
-        SimdFloat4 p[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+        const SimdFloat4 zero(0.0f);
+        SimdFloat4 p[4] = {zero, zero, zero, zero};
         for (SimdFloat4& point : p) {
             const float lanes[4] = {unit(random), 1e3f * unit(random), 1e-3f * unit(random), 1.0f};
             point = SimdFloat4::load(lanes);
