@@ -47,6 +47,7 @@ TEST(BatteryAttributes, MotionVectors) {
         options.motion_vectors.pop_back();
         const BuiltSurface still(cage, options);
         EXPECT_TRUE(still.geometry.get_motion_vectors().is_empty());
+        EXPECT_FALSE(still.mesh.is_animated());
     }
 }
 

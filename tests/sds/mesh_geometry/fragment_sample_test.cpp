@@ -35,22 +35,6 @@ Vec3d point_at(const SdsMeshGeometry& geometry, unsigned int q, double u, double
     return sds::evaluate_patch(wide, sds::CubicBasis<double>(u), sds::CubicBasis<double>(v));
 }
 
-TEST(FragmentSample, PositionIsThePatchPoint) {
-    for (const ZooMesh& cage : mesh_zoo())
-        for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {
-            SCOPED_TRACE(cage.name);
-            const BuiltSurface surface(cage, {.mode = mode});
-            for (unsigned int q = 0; q < std::min(surface.quad_count(), 40u); ++q)
-                for (const double u : places)
-                    for (const double v : places) {
-                        const GeometrySample sample = sample_at(surface.geometry, q, u, v);
-                        expect_near(sample.get_geometric_position(), point_at(surface.geometry, q, u, v),
-                                    1e-6 * surface.diagonal());
-                        expect_unit_normals(sample);
-                    }
-        }
-}
-
 // Where the nets are the differences of the controls, second derivatives are those of the position.
 TEST(FragmentSample, RegularSecondDerivativesMatchDifferences) {
     const BuiltSurface surface(zoo_mesh("torus"));

@@ -185,20 +185,4 @@ TEST(Motion, SmoothingPartIsThatOfTheSurfaceAsItStands) {
         }
 }
 
-TEST(Motion, VectorsOfAnotherCountAreNone) {
-    const ZooMesh& cage = zoo_mesh("cube");
-    const BuiltSurface still(cage);
-    const CtxShader shader;
-    for (const size_t count : {size_t{1}, cage.positions.size() - 1, cage.positions.size() + 1}) {
-        const BuiltSurface surface(cage, {.motion_vectors = {count, Vec3f(1, 2, 3)}});
-        EXPECT_FALSE(surface.geometry.has_motion_vectors());
-        EXPECT_FALSE(surface.mesh.is_animated());
-        EXPECT_FALSE(sample_of(surface.mesh, shader, {2, 0.3, 0.4, 0.5, 0.5}).has_position_dt());
-        Vec3f moved[16], rest[16];
-        surface.geometry.get_bezier_controls_at(2, 1.0, moved);
-        still.geometry.get_bezier_controls(2, rest);
-        EXPECT_TRUE(std::ranges::equal(moved, rest));
-    }
-}
-
 }  // namespace

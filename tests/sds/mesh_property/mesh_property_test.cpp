@@ -161,29 +161,6 @@ TEST(MeshProperty, ConstantsAndExtremesOfEveryTypeSurviveOnTheSurface) {
     }
 }
 
-TEST(MeshProperty, LinearRampsOnAFlatGridReproduceToTheTypesResolution) {
-    const ZooMesh grid = make_sheet(6);
-    const BuiltSurface surface(grid, {.mode = Mode::all_fixed});  // exact where the borders do not bend inwards
-    const GMathBbox3<float> box = surface.geometry.get_bbox();
-    const auto ramp = [&](const Vec3f& p) {
-        return 100.0 * static_cast<double>((p[0] - box.get_min()[0]) / (box.get_max()[0] - box.get_min()[0]));
-    };
-    for_all_types([&](Type type, auto element) {
-        using T = decltype(element);
-        std::vector<T> flat;
-        for (const Vec3f& p : grid.positions) flat.push_back(sds::from_real<T>(ramp(p)));
-        BoundProperty bound(surface, grid, Kind::per_vertex, make_items(type, 1, flat));
-        ASSERT_TRUE(bound.property.init(0, &bound.values));
-        constexpr bool is_real = std::is_same_v<T, sds::Half> || std::is_floating_point_v<T>;
-        const double resolution = std::is_same_v<T, sds::Half> ? 0.1 : (is_real ? 1e-4 : 0.51);
-        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-            const Vec3f p(sample_at(surface.geometry, q, 0.4, 0.9).get_geometric_position());
-            EXPECT_NEAR(bound.read(q, 0.4, 0.9)[0], ramp(p), resolution);
-            EXPECT_EQ(bound.read_integers(q, 0.4, 0.9)[0], std::llrint(bound.read(q, 0.4, 0.9)[0]));
-        }
-    });
-}
-
 TEST(MeshProperty, IntegerResultsRoundToEvenSaturateAndTakeNanAsZero) {
     EXPECT_EQ(sds::round_to_integer<std::int8_t>(2.5), 2);
     EXPECT_EQ(sds::round_to_integer<std::int8_t>(3.5), 4);
