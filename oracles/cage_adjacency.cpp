@@ -42,7 +42,8 @@ CageAdjacency::CageAdjacency(const ZooMesh& mesh) {
 }
 
 std::vector<unsigned int> count_fans(const CageAdjacency& cage, size_t vertex_count) {
-    // Union of the face-corners at each vertex across shared edges: one set per fan.
+    // Union of the face-corners at each vertex across shared edges: one set per fan. A polygon with the vertex twice in
+    // a row counts once.
     const auto corner_count = static_cast<unsigned int>(cage.start.size());
     std::vector<unsigned int> fan(corner_count);
     for (unsigned int c = 0; c < corner_count; ++c) fan[c] = c;
@@ -51,7 +52,8 @@ std::vector<unsigned int> count_fans(const CageAdjacency& cage, size_t vertex_co
         return c;
     };
     for (unsigned int c = 0; c < corner_count; ++c) {
-        const unsigned int o = cage.opposite(c);
+        if (cage.start[c] == cage.end[c]) fan[root(c)] = root(cage.next[c]);
+        const unsigned int o = cage.start[c] == cage.end[c] ? CageAdjacency::none : cage.opposite(c);
         if (o == CageAdjacency::none) continue;
         const bool same_winding = cage.start[o] == cage.end[c];
         fan[root(c)] = root(same_winding ? cage.next[o] : o);

@@ -66,6 +66,9 @@ std::uint64_t hash_of(const BuiltSurface& surface) {
     add(surface.base.get_edges().opposite_edges);
     add(surface.base.get_edges().quad_edge_flags);
     add(surface.geometry.get_vertices());
+    add(surface.geometry.get_motion_vectors());
+    add(surface.geometry.get_vertex_infos());
+    add(surface.geometry.get_tangent_infos());
     add(surface.geometry.get_bezier_patches());
     add(surface.geometry.get_bezier_corners());
     add(surface.geometry.get_bezier_tangents_array());
@@ -139,6 +142,7 @@ void examine(const ZooMesh& mesh, const std::vector<PolyFindingCode>& expected) 
         BuiltSurface::Options options;
         options.mode = mode;
         options.level = mode == Mode::all_smoothed ? 2 : 0;
+        if (mode != Mode::all_smoothed) options.motion_vectors = mesh.positions;
         std::uint64_t hashes[2];
         for (unsigned int i = 0; i < 2; ++i) {
             SysThreadArena arena(i == 0 ? 1 : 4);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <thread>
 
 #include "battery/examine.h"
@@ -14,28 +15,45 @@
 namespace sds_test {
 namespace {
 
-// Checks, builds and samples a mesh with motion, a UV map and a property.
+// A mesh with motion, a UV map and a property, checked, built and ready to be read.
+struct Everything {
+    PolyMesh polygons;
+    std::unique_ptr<BuiltSurface> surface;
+    std::unique_ptr<PolyMeshProperty> source;
+    std::unique_ptr<SdsMeshProperty> property;
+    ResourceProperty values{CoreString("heat")};
+    CtxShader shader;
+    CtxThread thread;
+
+    explicit Everything(const ZooMesh& cage, unsigned int depth = 0) {
+        if (check_cage(cage).has_errors()) throw std::logic_error("a good mesh");
+        BuiltSurface::Options options;
+        options.refinement.depth = depth;
+        options.motion_vectors.assign(cage.positions.size(), {0.1f, 0, 0});
+        surface = std::make_unique<BuiltSurface>(cage, options);
+        polygons.set_polygons(to_core_array(cage.counts), to_core_array(cage.indices),
+                              to_core_array(cage.corner_creases));
+        source = std::make_unique<PolyMeshProperty>(polygons, "heat", PolyMeshProperty::Type::per_vertex,
+                                                    ResourceProperty::Type::float32, 1);
+        values.init(ResourceProperty::Type::float32, 1, static_cast<unsigned int>(cage.positions.size()));
+        source->set_values({}, CoreBasicArray<ResourceProperty>(1, &values));
+        property = std::make_unique<SdsMeshProperty>(surface->mesh, *source);
+        property->init(0, &values);
+    }
+    void read() {
+        const CtxEval ctx(shader, &thread);
+        GeometrySample sample;
+        double heat;
+        for (unsigned int q = 0; q < surface->quad_count(); ++q) {
+            surface->mesh.compute_fragment_sample(ctx, {q, 0.5, 0.5, 0.5, 0}, sample);
+            property->evaluate(ctx, {q, 0.5, 0.5, 0, 0}, 0, &heat, nullptr, nullptr, nullptr, 1);
+        }
+    }
+};
+
 template <unsigned int depth>
 void build_everything(const ZooMesh& cage) {
-    if (check_cage(cage).has_errors()) throw std::logic_error("a good mesh");
-    BuiltSurface::Options options;
-    options.refinement.depth = depth;
-    options.motion_vectors.assign(cage.positions.size(), {0.1f, 0, 0});
-    const BuiltSurface surface(cage, options);
-
-    PolyMesh polygons;
-    polygons.set_polygons(to_core_array(cage.counts), to_core_array(cage.indices), to_core_array(cage.corner_creases));
-    PolyMeshProperty source(polygons, CoreString("heat"), PolyMeshProperty::Type::per_vertex,
-                            ResourceProperty::Type::float32, 1);
-    ResourceProperty values{CoreString("heat")};
-    values.init(ResourceProperty::Type::float32, 1, static_cast<unsigned int>(cage.positions.size()));
-    source.set_values({}, CoreBasicArray<ResourceProperty>(1, &values));
-    SdsMeshProperty property(surface.mesh, source);
-    property.init(0, &values);
-
-    const CtxShader shader;
-    GeometrySample sample;
-    surface.mesh.compute_fragment_sample(CtxEval(shader), {0, 0.5, 0.5, 0.5, 0}, sample);
+    Everything(cage, depth).read();
 }
 
 // A worker lets go of the exception that it handed on a moment after the caller has caught it.
@@ -112,6 +130,14 @@ void count_everywhere(std::size_t (*count)(const ZooMesh&)) {
 TEST(BatteryFaults, EveryAllocationOnOneThreadAndFour) {
     count_everywhere(refuse_each_allocation<0>);
     count_everywhere(refuse_each_allocation<2>);
+}
+
+TEST(BatteryFaults, ReadingAllocatesNothing) {
+    Everything everything(mapped(zoo_mesh("prism7_uvs")));
+    fail_allocation(1);
+    everything.read();
+    EXPECT_FALSE(has_failed());
+    fail_allocation(0);
 }
 
 // Cancels for good when it is asked for the k-th time.

@@ -2,11 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <latch>
-#include <thread>
-#include <vector>
-
 #include "qn_geometry/geometry_position_array.h"
 #include "qn_poly/poly_mesh.h"
 
@@ -16,9 +11,7 @@ using Vec3f = GMathVec3<float>;
 
 // Point i of sample s stands at (s, i, loads so far).
 struct CountingLoader : GeometryPointCloud::SampleLoader {
-    std::atomic<unsigned int> loads{0};
-    std::atomic<unsigned int> inside{0};
-    std::atomic<bool> overlapped{false};
+    unsigned int loads = 0;
     unsigned int count;
     bool fails = false;
     bool* destroyed = nullptr;
@@ -29,12 +22,9 @@ struct CountingLoader : GeometryPointCloud::SampleLoader {
     }
     void load(const GMathTimeSampling&, const unsigned int& sample, Vec3f* out) override {
         if (fails) throw std::bad_alloc();
-        if (inside.fetch_add(1) != 0) overlapped = true;
         ++loads;
         for (unsigned int i = 0; i < count; ++i)
-            out[i] = {static_cast<float>(sample), static_cast<float>(i), static_cast<float>(loads.load())};
-        std::this_thread::yield();
-        inside.fetch_sub(1);
+            out[i] = {static_cast<float>(sample), static_cast<float>(i), static_cast<float>(loads)};
     }
 };
 using LoaderPointer = CoreSharedPointer<GeometryPointCloud::SampleLoader, CoreSharedCounter>;
@@ -103,30 +93,6 @@ TEST(GeometryPointCloud, FailedLoadLeavesTheSlotForAnotherTry) {
     EXPECT_THROW(cloud.get_sample_positions(1), std::bad_alloc);
     loader->fails = false;
     EXPECT_EQ(cloud.get_sample_positions(1)[1], Vec3f(1, 1, 1));
-}
-
-TEST(GeometryPointCloud, ConcurrentReadersShareOneLoad) {
-    GeometryPointCloud cloud;
-    cloud.init(100, false, false, true);
-    auto* loader = new CountingLoader(100);
-    cloud.init_sampling(three_times(), LoaderPointer(loader));
-    std::vector<const Vec3f*> seen(8);
-    std::latch start(8);
-    {
-        std::vector<std::jthread> threads;
-        for (unsigned int t = 0; t < 8; ++t)
-            threads.emplace_back([&, t] {
-                start.arrive_and_wait();
-                for (unsigned int s = 0; s < 3; ++s) {
-                    seen[t] = cloud.get_sample_positions((s + t) % 3);
-                    EXPECT_EQ(seen[t][99][1], 99.0f);
-                }
-                seen[t] = cloud.get_sample_positions(1);
-            });
-    }
-    for (const Vec3f* sample : seen) EXPECT_EQ(sample, seen[0]);
-    EXPECT_EQ(loader->loads, 3u);
-    EXPECT_FALSE(loader->overlapped);
 }
 
 TEST(GeometryPositionArray, BlendsItsSources) {

@@ -69,6 +69,11 @@ TEST(PolyCheck, ErrorsHaveCodeAndPlace) {
                 small_polygon, {polygons, 1, none, none}, 2);
     expect_only(check_changed([](Mesh& m) { m.counts = {4, 5}; }), wrong_count, {polygons, none, none, 8});
     expect_only(check_changed([](Mesh& m) { m.counts = {4, 0xFFFFFFFF}; }), wrong_count, {polygons, none, none, 8});
+    // Whose sum is that of the corners in 32 bits.
+    expect_only(check_changed([](Mesh& m) {
+                    m.counts = {0x80000004, 0x80000004};
+                }),
+                wrong_count, {polygons, none, none, 8});
     expect_only(check_changed([](Mesh& m) { m.creases = {1}; }), wrong_count, {creases, none, none, 1});
     expect_only(check_changed([](Mesh& m) { m.groups = {0}; }), wrong_count, {groups, none, none, 1});
     expect_only(check_changed([](Mesh& m) { m.groups = {0, 1}; }), index_out_of_range, {groups, 1, none, 1});

@@ -113,84 +113,62 @@ TEST(Renderer, LayersShowWhatTheCameraSees) {
     EXPECT_GT(covered, 55u * 55u);
 }
 
-// One square from the front, without its wire and with it.
-struct WiredSquare {
-    std::vector<float> plain, wired;
-
-    WiredSquare(unsigned int visible_edges, unsigned int size, unsigned int samples, double wire_width) {
-        const FlatGrid grid(1, visible_edges);
-        const SceneOf scene(grid);
-        const Camera camera(scene.get_bbox(), front_view(), size, size);
-        RenderOptions options = unshaded(samples);
-        plain = values_of(render(scene, camera, options, nullptr), "G");
-        options.shading.wire = true;
-        options.shading.wire_width = wire_width;
-        wired = values_of(render(scene, camera, options, nullptr), "G");
-    }
-};
-
-TEST(Renderer, WireRunsAlongVisibleEdgesOnly) {
+TEST(Renderer, WireRunsAlongVisibleEdgesAtItsWidthInPixels) {
     // Edge k of the single square is on this side of the picture.
     const struct { unsigned int edge, x, y; } sides[] = {{0, 40, 75}, {1, 75, 40}, {2, 40, 4}, {3, 4, 40}};
-    for (const auto& side : sides) {
-        const WiredSquare square(1u << side.edge, 80, 1, 6.0);
-        for (const auto& other : sides) {
-            const size_t at = 80 * other.y + other.x;
-            if (other.edge == side.edge)
-                EXPECT_LT(square.wired[at], 0.4f * square.plain[at]) << side.edge;
-            else
-                EXPECT_EQ(square.wired[at], square.plain[at]) << side.edge << " " << other.edge;
+    for (const auto& side : sides)
+        for (const unsigned int scale : {1u, 2u}) {
+            const FlatGrid grid(1, 1u << side.edge);
+            const SceneOf scene(grid);
+            const unsigned int size = 80 * scale;
+            const Camera camera(scene.get_bbox(), front_view(), size, size);
+            RenderOptions options = unshaded(16);
+            const std::vector<float> plain = values_of(render(scene, camera, options, nullptr), "G");
+            options.shading.wire = true;
+            options.shading.wire_width = 4.0;
+            const std::vector<float> wired = values_of(render(scene, camera, options, nullptr), "G");
+            double taken = 0.0;
+            for (size_t at = 0; at < plain.size(); ++at) taken += static_cast<double>(plain[at] - wired[at]) / 0.85;
+            // Half of the line is on the square, the other half beside it.
+            EXPECT_NEAR(taken / (static_cast<double>(plain[size * size / 2 + size / 2]) * size / 1.06), 2.0, 0.4)
+                << side.edge;
+            for (const auto& other : sides) {
+                const size_t at = scale * (size * other.y + other.x);
+                if (other.edge != side.edge) {
+                    EXPECT_EQ(wired[at], plain[at]) << side.edge << " " << other.edge;
+                }
+            }
         }
-    }
 }
 
-TEST(Renderer, WireKeepsItsWidthInPixels) {
-    for (const unsigned int size : {50u, 200u}) {
-        const WiredSquare square(8u, size, 16, 4.0);
-        const size_t row = size_t{size} * (size / 2);
-        double width = 0.0;
-        for (size_t at = row; at < row + size; ++at)
-            width += (square.plain[at] - square.wired[at]) / (0.85 * square.plain[row + size / 2]);
-        EXPECT_NEAR(width, 2.0, 0.4) << "half of the line is on the square, the other half beside it";
-    }
-}
-
-TEST(Renderer, ShadowsAndOcclusionOnlyTakeLightAway) {
-    const SphereCloud cloud(cluster);
-    const SceneOf scene(cloud);
-    const Camera camera(scene.get_bbox(), {}, 64, 64);
-    RenderOptions options;
-    options.samples = 4;
-    const std::vector<float> shadowed = values_of(render(scene, camera, options, nullptr), "R");
-    options.shading.shadow = false;
-    options.shading.ambient_rays = 0;
-    const std::vector<float> open = values_of(render(scene, camera, options, nullptr), "R");
+TEST(Renderer, ShadowsAndOcclusionOnlyTakeLightAwayFromOthers) {
+    const auto shade = [](const SphereCloud& cloud, bool shadow, unsigned int ambient_rays) {
+        const SceneOf scene(cloud);
+        RenderOptions options;
+        options.samples = 4;
+        options.shading.shadow = shadow;
+        if (ambient_rays == 0) options.shading.ambient_rays = 0;
+        return values_of(render(scene, Camera(scene.get_bbox(), {}, 48, 48), options, nullptr), "G");
+    };
+    const std::vector<float> shadowed = shade(SphereCloud(cluster), true, 1),
+                             open = shade(SphereCloud(cluster), false, 0);
     size_t darker = 0;
     for (size_t i = 0; i < open.size(); ++i) {
         EXPECT_LE(shadowed[i], open[i] * 1.0001f);
         darker += shadowed[i] < 0.8f * open[i] ? 1 : 0;
     }
     EXPECT_GT(darker, open.size() / 200);
-}
 
-TEST(Renderer, ABallDoesNotShadeItself) {
+    // A ball alone does not shade itself.
     for (const Vec3& center : {Vec3{0, 0, 0}, Vec3{148376, 1234, -223423}}) {
-        const SphereCloud cloud({{center, 2.0}});
-        const SceneOf scene(cloud);
-        const Camera camera(scene.get_bbox(), {}, 48, 48);
-        RenderOptions options;
-        options.samples = 4;
-        const std::vector<float> with_rays = values_of(render(scene, camera, options, nullptr), "G");
-        options.shading.ambient_rays = 0;
-        const std::vector<float> without = values_of(render(scene, camera, options, nullptr), "G");
-        options.shading.shadow = false;
-        const std::vector<float> open = values_of(render(scene, camera, options, nullptr), "G");
-        EXPECT_EQ(with_rays, without);
+        const SphereCloud ball({{center, 2.0}});
+        const std::vector<float> without = shade(ball, true, 0), lit = shade(ball, false, 0);
+        EXPECT_EQ(shade(ball, true, 1), without);
         // The disc of the key light may set behind the ball where its middle has not: only there is some light lost.
         double lost = 0.0, total = 0.0;
-        for (size_t i = 0; i < open.size(); ++i) {
-            total += open[i];
-            lost += open[i] - without[i];
+        for (size_t i = 0; i < lit.size(); ++i) {
+            total += lit[i];
+            lost += lit[i] - without[i];
         }
         EXPECT_LT(lost, 0.01 * total);
     }
@@ -218,29 +196,6 @@ TEST(Renderer, ABlurredPictureIsTheMeanOfStillOnes) {
         partial += mean[p] > 0.2f && mean[p] < 0.8f ? 1 : 0;
     }
     EXPECT_GT(partial, 50u);
-}
-
-TEST(Camera, FramesTheBoxFromEverySide) {
-    const Bbox3 box({148370, 1230, -223430}, {148380, 1231, -223427});
-    for (const double azimuth : {0.0, 35.0, 90.0, 200.0, 355.0})
-        for (const double elevation : {-90.0, -20.0, 0.0, 45.0, 90.0})
-            for (const unsigned int width : {100u, 400u}) {
-                SCOPED_TRACE(testing::Message() << azimuth << " " << elevation << " " << width);
-                CameraView view;
-                view.azimuth = azimuth;
-                view.elevation = elevation;
-                const Camera camera(box, view, width, 200);
-                double fill = 0.0;
-                for (unsigned int c = 0; c < 8; ++c) {
-                    const Vec3 corner{(c & 1 ? box.get_max() : box.get_min())[0],
-                                      (c & 2 ? box.get_max() : box.get_min())[1],
-                                      (c & 4 ? box.get_max() : box.get_min())[2]};
-                    const auto [x, y] = render_test::place_in_view(camera, width, corner);
-                    EXPECT_LT(std::max(std::fabs(x), std::fabs(y)), 1.0);
-                    fill = std::max({fill, std::fabs(x), std::fabs(y)});
-                }
-                EXPECT_GT(fill, 0.9);
-            }
 }
 
 TEST(Camera, StandsUprightOnEveryAxis) {
@@ -298,16 +253,6 @@ TEST(Camera, FramesTheOutlineOfAScene) {
     Scene nothing;
     nothing.commit();
     EXPECT_TRUE(frame_scene(nothing, view, width, height).get_position().is_finite());
-}
-
-TEST(Camera, PixelStepsAgreeWithRays) {
-    const Camera camera(Bbox3({-1, -2, -1}, {3, 1, 1}), {}, 320, 200);
-    const GeometryRay a = camera.camera_ray(100.0, 60.0), b = camera.camera_ray(100.5, 61.0);
-    const Vec3 from = a.origin + a.direction * 6.0, to = b.origin + b.direction * 6.2;
-    double x, y;
-    camera.get_pixel_step(from, (to - from) * 1e-6, x, y);
-    EXPECT_NEAR(x * 1e6, 0.5, 0.03);
-    EXPECT_NEAR(y * 1e6, 1.0, 0.05);
 }
 
 TEST(Sampling, EveryElementaryIntervalGetsOneSample) {

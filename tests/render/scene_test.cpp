@@ -138,34 +138,6 @@ TEST(Scene, FindsTheNearestHitAtAnySizeAndDistance) {
     }
 }
 
-// Counts the ranges of several rays.
-struct RangeCounter : SphereCloud {
-    using SphereCloud::SphereCloud;
-    mutable unsigned int ranges = 0, longest = 0;
-
-    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
-                             GeometryRaytraceCtx& rays) const override {
-        const unsigned int length = rays.get_last_ray() - rays.get_first_ray() + 1;
-        ranges += length > 1 ? 1 : 0;
-        longest = std::max(longest, length);
-        SphereCloud::intersect_primitive(ctx, primitive, rays);
-    }
-};
-
-TEST(Scene, PacketsReachPrimitivesAsOneRange) {
-    const RangeCounter cloud({{{0, 0, 0}, 1.0}});
-    const SceneOf scene(cloud);
-    RenderThread thread(scene.get_shader_ctx());
-    GeometryRay rays[16];
-    unsigned int objects[16];
-    // Every third ray passes far away: the others are not neighbours in the packet.
-    for (unsigned int i = 0; i < 16; ++i) rays[i].origin = {i % 3 == 2 ? 0.9 : 0.01 * i, i % 3 == 2 ? 0.9 : 0.0, -3.0};
-    scene.intersect_packet(rays, 16, thread, objects);
-    for (unsigned int i = 0; i < 16; ++i) EXPECT_EQ(objects[i], i % 3 == 2 ? no_index : 0u) << i;
-    EXPECT_EQ(cloud.ranges, 1u);
-    EXPECT_GE(cloud.longest, 11u);
-}
-
 TEST(Scene, TiesGoToTheSmallerObjectThenPrimitive) {
     const FlatGrid first(16), second(16);
     Scene scene;

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <random>
 
+#include "support/scratch_folder.h"
+
 namespace sds_usda {
 namespace {
 
@@ -142,35 +144,8 @@ TEST(UsdaText, EveryTypeHasItsShape) {
 }
 
 TEST(UsdaLayer, KeepsEveryKindOfStatement) {
-    const Layer layer = layer_of(R"((
-    """What it is"""
-    upAxis = "Z"; metersPerUnit = 0.01
-    subLayers = [@a.usda@, @b.usda@ (offset = 1; scale = 2)]
-    customLayerData = { string who = "me"
-        dictionary more = { int[] list = [1, 2]; "quoted key" : 5, } }
-    relocates = { </A> : </B> }
-)
-class "_c" {}
-over "World" (
-    prepend references = [@x.usda@</X> (offset = 3), </Y>]
-    delete apiSchemas = ["Foo"]
-    payload = None
-    permission = private
-)
-{
-    custom uniform token ns:word = "x" ( doc = "d"; interpolation = "vertex" )
-    varying float y
-    prepend float y.connect = [</B.o>, </C.o>]
-    append rel r = </T>
-    rel r (noLoad = true)
-    reorder rel r = [</T>, </U>]
-    double t.timeSamples = { 3: 30, 1: 10, 2: None, 1: 11 }
-    variantSet "v" = { "one" ( kind = "k" ) { def "in" {} } 'two-2' {} }
-    def Scope "s" { }
-    reorder nameChildren = ["s"]; reorder properties = ["y"]
-}
-reorder rootPrims = ["World", "_c"]
-)");
+    const std::string text = ScratchFolder::read(QN_SOURCE_DIR "/tests/usda/every_statement.usda");
+    const Layer layer = layer_of(text.substr(text.find('\n') + 1));
     const auto number = [&](const char* key) { return layer.root.find_metadatum(key)->value.number(); };
     EXPECT_EQ(layer.root.find_metadatum("comment")->value.string(), "What it is");
     EXPECT_EQ(layer.root.find_metadatum("upAxis")->value.string(), "Z");

@@ -6,7 +6,6 @@
 
 #include "io/usda/scene.h"
 #include "io/usda/write_layer.h"
-#include "oracles/mesh_zoo.h"
 
 namespace sds_usda {
 namespace {
@@ -101,24 +100,6 @@ TEST(UsdRoundTrip, KeepsEveryBitOfEverything) {
     for (std::uint32_t g = 0; g < 3; ++g) {
         EXPECT_EQ(read.subsets[g].name, names[g]);
         for (std::size_t i = 0; i < read.subsets[g].faces.size(); ++i) ASSERT_EQ(read.subsets[g].faces[i], 3 * i + g);
-    }
-}
-
-TEST(UsdRoundTrip, KeepsTheCagesOnDisk) {
-    for (const sds_test::ZooMesh& cage : sds_test::cages_on_disk()) {
-        SCOPED_TRACE(cage.name);
-        std::vector<float> points, uvs;
-        for (const auto& p : cage.positions) points.insert(points.end(), {p[0], p[1], p[2]});
-        for (const auto& p : cage.uv_points) uvs.insert(uvs.end(), {p[0], p[1]});
-        UsdaMesh mesh{cage.name, points, cage.counts, cage.indices};
-        if (!uvs.empty())
-            mesh.primvars.push_back({"st", "texCoord2f", Interpolation::face_varying, 2, 2, uvs, cage.uv_indices});
-        const UsdScene scene = through_text({mesh});
-        ASSERT_EQ(scene.meshes.size(), 1u);
-        expect_same_bits(scene.meshes[0].points.values, points);
-        EXPECT_EQ(scene.meshes[0].counts, Indices(cage.counts.begin(), cage.counts.end()));
-        EXPECT_EQ(scene.meshes[0].indices, Indices(cage.indices.begin(), cage.indices.end()));
-        EXPECT_EQ(scene.meshes[0].primvars.size(), uvs.empty() ? 0u : 1u);
     }
 }
 

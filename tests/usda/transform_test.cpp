@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "io/usda/scene.h"
+#include "support/scratch_folder.h"
 
 namespace sds_usda {
 namespace {
@@ -58,6 +59,12 @@ UsdScene mesh_with(const std::string& body, std::size_t finding_count = 0) {
     return scene_of("def Mesh \"m\" {\n" + (mesh_body + body) + "\n}\n", finding_count);
 }
 
+/// A scene of tests/usda/moving.
+UsdScene read_moving(const std::string& name) {
+    const std::string text = ScratchFolder::read(QN_SOURCE_DIR "/tests/usda/moving/" + name + ".usda");
+    return scene_of(text.substr(text.find('\n') + 1));
+}
+
 void expect_motion(const UsdScene& scene, std::uint32_t node, double time, const Motion& motion) {
     const Matrix4 matrix = world_matrix(scene, node, time);
     for (const Point& p : {Point{0, 0, 0}, Point{1, 2, 3}, Point{-4, 0.5, 7}}) {
@@ -96,20 +103,7 @@ TEST(UsdTransforms, EveryOpMovesPoints) {
 }
 
 TEST(UsdTransforms, OpsApplyFromTheLastToTheFirst) {
-    const UsdScene scene = scene_of(std::string(R"(
-def Xform "a" {
-    double3 xformOp:translate = (100, 0, 0)
-    uniform token[] xformOpOrder = ["xformOp:translate"]
-    def Xform "b" {
-        double3 xformOp:translate:p = (1, 2, 3)
-        float xformOp:rotateX = 30
-        float3 xformOp:scale = (2, 2, 2)
-        uniform token[] xformOpOrder = ["xformOp:translate:p", "xformOp:rotateX", "xformOp:scale", "!invert!xformOp:translate:p"]
-        def Mesh "in" {)") + mesh_body +
-                                    R"(}
-        def Mesh "out" {
-            uniform token[] xformOpOrder = ["!resetXformStack!"]
-)" + mesh_body + "} } }\n");
+    const UsdScene scene = read_moving("order");
     const Motion inner = [](Point p) {
         p = moved({-1, -2, -3}, p);
         p = about('X', 30, {2 * p[0], 2 * p[1], 2 * p[2]});
@@ -123,15 +117,7 @@ def Xform "a" {
 }
 
 TEST(UsdTransforms, SamplesAreInterpolated) {
-    const UsdScene scene = scene_of(std::string(R"(
-def Xform "a" {
-    double3 xformOp:translate.timeSamples = { 10: (0, 0, 0), 20: (10, 0, 0) }
-    uniform token[] xformOpOrder = ["xformOp:translate"]
-    def Mesh "m" {
-        quatf xformOp:orient.timeSamples = { 10: (-1, 0, 0, 0), 14: (1, 0, 0, 1) }
-        float xformOp:rotateX.timeSamples = { 14: 0, 18: 360 }
-        uniform token[] xformOpOrder = ["xformOp:orient", "xformOp:rotateX"]
-)") + mesh_body + "} }\n");
+    const UsdScene scene = read_moving("samples");
     const std::uint32_t node = scene.meshes.at(0).node;
     EXPECT_THAT(transform_times(scene, node), ElementsAre(10, 14, 18, 20));
     const auto at = [](double x, double about_z, double about_x) {
@@ -160,12 +146,7 @@ TEST(UsdTransforms, OpsThatCannotBeFollowedAreNamed) {
 }
 
 TEST(UsdTransforms, VisibilityAndPurposeComeFromAbove) {
-    const UsdScene scene = scene_of(std::string(R"(
-def Xform "a" {
-    token visibility.timeSamples = { 1: "inherited", 5: "invisible", 8: "inherited" }
-    uniform token purpose = "proxy"
-    def Mesh "m" {)") + mesh_body + "}\ndef Mesh \"n\" { token visibility = 'invisible'; token purpose = 'guide'\n" +
-                                    mesh_body + "} }\n");
+    const UsdScene scene = read_moving("visibility");
     const std::uint32_t m = scene.meshes.at(0).node, n = scene.meshes.at(1).node;
     for (const auto& [time, visible] : {std::pair{0.0, true}, {4.9, true}, {5.0, false}, {7.9, false}, {8.0, true}}) {
         EXPECT_EQ(is_visible(scene, m, time), visible) << time;

@@ -89,17 +89,6 @@ TEST(VertexTangents, ClosedFanMatchesTheEigenvectors) {
     }
 }
 
-TEST(CornerTangents, LoneCornerPointsToTheMiddles) {
-    const BuiltSurface surface(zoo_mesh("lone_quad"));
-    const CoreArray<Vec3f>& p = surface.geometry.get_vertices();
-    for (unsigned int k = 0; k < 4; ++k) {
-        const auto [t1, t2] = tangents_at(surface, k);
-        const Vec3f far = p[(k + 2) % 4];
-        EXPECT_EQ(t1, (p[(k + 1) % 4] + far) * 0.5f - p[k]);
-        EXPECT_EQ(t2, (p[(k + 3) % 4] + far) * 0.5f - p[k]);
-    }
-}
-
 TEST(CornerTangents, OpenFanMatchesTheClosedForm) {
     for (const unsigned int m : {2u, 3u, 4u, 7u, 40u}) {
         const Fan fan(m, true);
@@ -194,20 +183,6 @@ TEST(PatchTangents, OneQuadGivesTheBitsOfAllQuads) {
                     ASSERT_EQ(tangents[i], all[info.tangent_offset + i]) << "quad " << q << " vector " << i;
             }
         }
-}
-
-// Two corners of a great fan that share an edge have the same tangent along it, bit for bit.
-TEST(VertexTangents, GreatFansShareTheBitsOfAnEdge) {
-    for (const bool is_open : {false, true}) {
-        const unsigned int n = 40;
-        const Fan fan(n, is_open);
-        const BuiltSurface surface(fan.cage, {.mode = Mode::all_smoothed});
-        for (unsigned int q = 0; q + 1 < n; ++q)
-            EXPECT_EQ(tangents_at(surface, 4 * q).second, tangents_at(surface, 4 * q + 4).first) << q;
-        if (!is_open) {
-            EXPECT_EQ(tangents_at(surface, 4 * n - 4).second, tangents_at(surface, 0).first);
-        }
-    }
 }
 
 }  // namespace

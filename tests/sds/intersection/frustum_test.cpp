@@ -38,17 +38,60 @@ protected:
     unsigned char m_flag = 0;
 };
 
-TEST_F(FrustumTest, CountZeroTestsTheFourCorners) {
-    add_side({1, 0, 0}, 0.0);  // x >= 0: the corners are on it
-    select(inside, make_flat_patch(), 0);
-    EXPECT_EQ(m_count, 1u);
-    PatchControls bulging = make_flat_patch();
-    bulging[2] = {-5, 0, 0};  // outside, but no corner
-    select(inside, bulging, 0);
-    EXPECT_EQ(m_count, 1u);
-    select(inside, bulging, 3);
-    EXPECT_EQ(m_count, 0u);
+// Flat patches but for two: a bump whose corners are inside, and one with a point that is no number.
+TEST_F(FrustumTest, KnownCases) {
+    using Sides = std::vector<GeometryPlane>;
+    constexpr double epsilon = 1.1920928955078125e-7;  // of single precision
+    PatchControls flat = make_flat_patch(), bulging = flat, broken = flat;
+    bulging[2] = {-5, 0, 0};
+    broken[0][0] = std::numeric_limits<float>::quiet_NaN();
+    const Sides window{{{1, 0, 0}, -0.45}, {{-1, 0, 0}, 0.55}, {{0, 1, 0}, -0.45}, {{0, -1, 0}, 0.55}};
+    const auto above = [](double epsilons) { return Sides{{{0, 0, 1}, -epsilons * epsilon}}; };
+    const struct {
+        const char* name;
+        Sides sides;
+        const PatchControls& patch;
+        int mode;
+        unsigned int levels;
+        unsigned char flag, marker;
+        unsigned int count, flag_after;
+    } cases[] = {
+        {"the corners are on the plane", {{{1, 0, 0}, 0}}, flat, inside, 0, 0, 1, 1, 0},
+        {"no corner is outside", {{{1, 0, 0}, 0}}, bulging, inside, 0, 0, 1, 1, 0},
+        {"a corner of a cell is", {{{1, 0, 0}, 0}}, bulging, inside, 3, 0, 1, 0, 1},
+        {"not a number", {{{1, 0, 0}, 10}}, broken, inside, 2, 0, 1, 0, 1},
+        // Touching keeps the caller's flag; culled parts leave the marker, a corner outside leaves 1.
+        {"behind a plane", {{{0, 0, 1}, -0.5}}, flat, touch, 0, 16, 32, 0, 16},
+        {"behind a plane, cells", {{{0, 0, 1}, -0.5}}, flat, touch, 3, 16, 32, 0, 16},
+        {"behind a plane, inside", {{{0, 0, 1}, -0.5}}, flat, inside, 0, 16, 32, 0, 17},
+        {"behind a plane, cells inside", {{{0, 0, 1}, -0.5}}, flat, inside, 3, 16, 32, 0, 48},
+        // The first cull ends the search as soon as a leaf has been seen, so it alone marks the flag.
+        {"the far half is out", {{{-1, 0, 0}, 0.4375}}, flat, inside, 3, 0, 2, 0, 2},
+        {"the frustum within a cell", window, flat, touch, 0, 0, 1, 1, 0},
+        // The box test forgives a distance below the rounding of single precision, the corner test does not.
+        {"half an epsilon", above(0.5), flat, inside, 3, 0, 2, 0, 1},
+        {"one epsilon", above(1.0), flat, inside, 3, 0, 2, 0, 2},
+        {"two epsilons", above(2.0), flat, inside, 3, 0, 2, 0, 2},
+        {"everything touches", {}, flat, touch, 0, 4, 1, 1, 4},
+        {"everything is inside", {}, flat, inside, 5, 4, 1, 1, 4},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        m_frustum = GeometryFrustum();
+        for (GeometryPlane& side : m_frustum.sides) side = {{0, 0, 1}, -100.0};  // those not in use
+        for (const GeometryPlane& side : each.sides) add_side(side.normal, side.offset);
+        select(each.mode, each.patch, each.levels, each.flag, each.marker);
+        EXPECT_EQ(m_count, each.count);
+        EXPECT_EQ(m_flag, each.flag_after);
+    }
+    // The near plane forgives as the sides do, and hides what is behind it.
+    m_frustum = GeometryFrustum();
+    m_frustum.near_plane = above(0.5)[0];
+    select(inside, flat, 3, 0, 2);
     EXPECT_EQ(m_flag, 1);
+    m_frustum.near_plane = {{0, 0, 1}, -1.0};
+    select(touch, flat, 0);
+    EXPECT_EQ(m_count, 0u);
 }
 
 // Against the definition, cell by cell, for patches and planes at random.
@@ -89,71 +132,6 @@ TEST_F(FrustumTest, InsideMeansEveryCornerOfEveryCell) {
     EXPECT_LT(selected, 380u);
 }
 
-TEST_F(FrustumTest, BehindOnePlaneIsNeverTouched) {
-    add_side({0, 0, 1}, -0.5);
-    for (const unsigned int levels : {0u, 3u}) {
-        select(touch, make_flat_patch(), levels, 16, 32);
-        EXPECT_EQ(m_count, 0u);
-        EXPECT_EQ(m_flag, 16);  // touching keeps the caller's flag
-        select(inside, make_flat_patch(), levels, 16, 32);
-        EXPECT_EQ(m_count, 0u);
-        // Culled parts leave the marker, a corner outside leaves 1.
-        EXPECT_EQ(m_flag, levels == 0 ? 17 : 48);
-    }
-}
-
-// The first cull ends the search as soon as a leaf has been seen, so it alone marks the flag.
-TEST_F(FrustumTest, EitherCulledHalfLeavesTheMarker) {
-    add_side({-1, 0, 0}, 0.4375);  // the far half of the first split is out
-    select(inside, make_flat_patch(), 3, 0, 2);
-    EXPECT_EQ(m_count, 0u);
-    EXPECT_EQ(m_flag, 2);
-    m_frustum.sides[0] = {{1, 0, 0}, -0.5625};  // the near half
-    select(inside, make_flat_patch(), 3, 0, 2);
-    EXPECT_EQ(m_count, 0u);
-    EXPECT_NE(m_flag, 0);
-}
-
-// A cell larger than the frustum touches it though none of its corners is in it.
-TEST_F(FrustumTest, CellAroundTheFrustumTouches) {
-    add_side({1, 0, 0}, -0.45);
-    add_side({-1, 0, 0}, 0.55);
-    add_side({0, 1, 0}, -0.45);
-    add_side({0, -1, 0}, 0.55);
-    select(touch, make_flat_patch(), 0);
-    EXPECT_EQ(m_count, 1u);
-    m_frustum.near_plane = {{0, 0, 1}, -1.0};
-    select(touch, make_flat_patch(), 0);
-    EXPECT_EQ(m_count, 0u);
-}
-
-// The box test forgives a distance below the rounding of single precision, the corner test does not.
-TEST_F(FrustumTest, BoxTestForgivesOneEpsilon) {
-    const double epsilon = static_cast<double>(std::numeric_limits<float>::epsilon());
-    add_side({0, 0, 1}, 0.0);
-    // Not culled, the corner of a leaf fails and leaves 1; on the limit counts as outside.
-    for (const auto& [epsilons, flag] : {std::pair(0.5, 1), {1.0, 2}, {2.0, 2}}) {
-        m_frustum.sides[0].offset = -epsilons * epsilon;
-        select(inside, make_flat_patch(), 3, 0, 2);
-        EXPECT_EQ(m_flag, flag) << epsilons;
-    }
-    m_frustum.near_plane = m_frustum.sides[0];
-    m_frustum.near_plane.offset = -0.5 * epsilon;
-    m_frustum.side_count = 0;
-    select(inside, make_flat_patch(), 3, 0, 2);
-    EXPECT_EQ(m_flag, 1);
-}
-
-TEST_F(FrustumTest, WithoutPlanesEverythingIsInside) {
-    for (GeometryPlane& side : m_frustum.sides) side = {{0, 0, 1}, -100.0};  // none of them in use
-    for (const unsigned int levels : {0u, 1u, 3u, 5u})
-        for (const int mode : {touch, inside}) {
-            select(mode, make_flat_patch(), levels, 4);
-            EXPECT_EQ(m_count, 1u) << levels;
-            EXPECT_EQ(m_flag, 4) << levels;
-        }
-}
-
 // Each level keeps one more pending node, so the pool of 128 gives out beyond 126 halvings.
 TEST_F(FrustumTest, ExhaustedPoolMakesCoarserLeavesAndSaysSo) {
     const LogCapture::Line line{
@@ -186,15 +164,6 @@ TEST_F(FrustumTest, WithoutScratchOrFrustumNothingHappens) {
             EXPECT_EQ(ctx.selected_count, 5u);
             EXPECT_EQ(ctx.partial_flag, 3);
         }
-}
-
-TEST_F(FrustumTest, NanPointsDoNotSelectInside) {
-    PatchControls controls = make_flat_patch();
-    controls[0][0] = std::numeric_limits<float>::quiet_NaN();
-    add_side({1, 0, 0}, 10.0);
-    select(inside, controls, 2);
-    EXPECT_EQ(m_count, 0u);
-    EXPECT_EQ(m_flag, 1);
 }
 
 }  // namespace

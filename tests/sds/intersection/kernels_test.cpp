@@ -25,29 +25,6 @@ INSTANTIATE_TEST_SUITE_P(All, Kernels,
                                            KernelChoice{reference_kernels, 5}, KernelChoice{reference_kernels, limit}),
                          ::testing::PrintToStringParamName());
 
-TEST_P(Kernels, DistancesCountInLengthsOfTheDirection) {
-    for (const double length : {1e-12, 1e-3, 1.0, 40.0, 1e9}) {
-        const GeometryRay ray =
-            m_bench.trace(make_flat_patch(), make_ray({0.3, 0.4, 5.0}, Vec3d{0.1, 0.05, -1.0} * length));
-        ASSERT_EQ(ray.hit.primitive, 0u) << length;
-        EXPECT_NEAR(ray.hit.t * length, 5.0, 1e-5) << length;
-    }
-}
-
-TEST_P(Kernels, FarOriginsSeeTheSamePatch) {
-    const PatchControls patch = make_random_patch(5);
-    const Vec3d target = RayOracle({patch}, GetParam().count).point(0, 0.37, 0.61);
-    const Vec3d direction = Vec3d{0.3, -0.2, -1.0} * (1.0 / Vec3d{0.3, -0.2, -1.0}.length());
-    const GeometryRay near = m_bench.trace(patch, make_ray(target - direction * 2.0, direction));
-    ASSERT_EQ(near.hit.primitive, 0u);
-    for (const double distance : {1e3, 1e6, 1e8}) {
-        const GeometryRay far = m_bench.trace(patch, make_ray(target - direction * distance, direction));
-        ASSERT_EQ(far.hit.primitive, 0u) << distance;
-        EXPECT_NEAR(far.hit.t - distance, near.hit.t - 2.0, 2e-5 + 4e-16 * distance);
-        EXPECT_NEAR(far.hit.u, near.hit.u, 1e-4);
-    }
-}
-
 TEST_P(Kernels, RangeIsHalfOpenAndMayBeNegative) {
     const auto trace = [&](double direction, double near, double far) {
         GeometryRay ray = make_ray({0.3, 0.4, 1.0}, {0, 0, direction});
@@ -118,16 +95,6 @@ TEST_P(Kernels, NanControlsGiveNoHit) {
         const GeometryRay ray = m_bench.trace(patch, make_ray({0.5, 0.5, 3.0}, {0.01, 0.02, -1}));
         EXPECT_TRUE(ray.hit.primitive == no_primitive || std::isfinite(ray.hit.t)) << "control " << k;
     }
-}
-
-TEST_P(Kernels, APatchWithoutExtentIsNoTrap) {
-    const PatchControls point = make_patch([](unsigned int, unsigned int) { return Vec3f(0.25f, 0.5f, 1.0f); });
-    const PatchControls line =
-        make_patch([](unsigned int column, unsigned int) { return Vec3f(static_cast<float>(column), 0.5f, 0.5f); });
-    m_bench.trace(point, make_ray({0.25, 0.5, 5.0}, {0, 0, -1}));
-    m_bench.trace(line, make_ray({1.3, 0.5, 5.0}, {0, 0, -1}));
-    m_bench.trace(line, make_ray({-1.0, 0.5, 0.5}, {1, 0, 0}));
-    m_bench.trace(make_flat_patch(), make_ray({-1.0, 0.41, 0.0}, {1, 0, 0}));
 }
 
 TEST_P(Kernels, AnyHitFinishesTheRay) {

@@ -44,32 +44,6 @@ TEST(SdsMesh, IndicesAreACopyAndInnerEdgesAreHidden) {
     }
 }
 
-TEST(SdsMesh, CopiesShareTheSurfaceAndAreFreshResources) {
-    BuiltSurface surface(zoo_mesh("cube"), {.level = 2});
-    surface.mesh.set_name("original");
-    surface.mesh.set_hash_key(42);
-    std::unique_ptr<GeometryObject> copy(surface.mesh.get_copy());
-    EXPECT_EQ(dynamic_cast<const SdsMesh&>(*copy).get_geometry(), surface.mesh.get_geometry());
-    EXPECT_EQ(dynamic_cast<const SdsMesh&>(*copy).get_level_scale(), 4.0f);
-    EXPECT_EQ(copy->get_name(), CoreString());
-    EXPECT_EQ(copy->get_hash_key(), 0u);
-    copy.reset();
-    EXPECT_EQ(surface.mesh.get_primitive_count(), 6u);
-    SdsMesh assigned;
-    assigned = surface.mesh;
-    EXPECT_EQ(assigned.get_name(), CoreString("original"));
-    EXPECT_EQ(assigned.get_hash_key(), 42u);
-    EXPECT_EQ(assigned.get_base(), &surface.base);
-}
-
-TEST(SdsMesh, ClassDestructorTakesNullObjectsAndArrays) {
-    for (SdsMesh* objects : {static_cast<SdsMesh*>(nullptr), new SdsMesh[3], new SdsMesh[0]})
-        EXPECT_TRUE(SdsMesh::___class_destructor__(objects, true));
-    for (SdsMesh* object : {static_cast<SdsMesh*>(nullptr), new SdsMesh})
-        EXPECT_TRUE(SdsMesh::___class_destructor__(object, false));
-    EXPECT_EQ(SdsMesh::class_info().create(), nullptr);
-}
-
 // A thread keeps control points from ray to ray: never those of another mesh, or of former positions.
 TEST(SdsMeshRays, MeetTheSurfaceAsItIsNow) {
     CtxThread kept;

@@ -116,19 +116,6 @@ TEST(Subdivide, NeighbourOfOppositeWindingIsLinkedSilently) {
     EXPECT_EQ(step.infos[0].get_sharp_edge_count(), 2u);
 }
 
-TEST(Subdivide, VoidPolygonsMakeVoidQuads) {
-    const Step step({3, 4}, {0, 1, 2, 2, 1, none, 3}, 4);
-    for (unsigned int q = 3; q < 7; ++q) {
-        EXPECT_THAT(step.quad(q), ElementsAre(none, none, none, none));
-        EXPECT_EQ(step.edges.quad_edge_flags[q], 0x90);
-        for (unsigned int k = 0; k < 4; ++k) EXPECT_TRUE(step.edges.is_border(4 * q + k));
-    }
-    EXPECT_TRUE(step.edges.is_border(4));  // the edge to the void polygon
-    EXPECT_EQ(step.record.vertex_rings[step.record.first_face_point + 1].count, 0u);
-    EXPECT_EQ(step.infos[3].bits, 0);
-    EXPECT_EQ(step.infos[1].get_sharp_edge_count(), 2u);
-}
-
 TEST(Subdivide, PolygonsThatUseAnEdgeTwiceStayInBounds) {
     // Polygons of any size, with vertices at random: most edges fit nothing.
     for (unsigned int seed = 0; seed < 200; ++seed) {

@@ -35,22 +35,6 @@ Vec3d point_at(const SdsMeshGeometry& geometry, unsigned int q, double u, double
     return sds::evaluate_patch(wide, sds::CubicBasis<double>(u), sds::CubicBasis<double>(v));
 }
 
-TEST(FragmentSample, PositionIsThePatchPoint) {
-    for (const ZooMesh& cage : mesh_zoo())
-        for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {
-            SCOPED_TRACE(cage.name);
-            const BuiltSurface surface(cage, {.mode = mode});
-            for (unsigned int q = 0; q < std::min(surface.quad_count(), 40u); ++q)
-                for (const double u : places)
-                    for (const double v : places) {
-                        const GeometrySample sample = sample_at(surface.geometry, q, u, v);
-                        expect_near(sample.get_geometric_position(), point_at(surface.geometry, q, u, v),
-                                    1e-6 * surface.diagonal());
-                        expect_unit_normals(sample);
-                    }
-        }
-}
-
 // Where the nets are the differences of the controls, second derivatives are those of the position.
 TEST(FragmentSample, RegularSecondDerivativesMatchDifferences) {
     const BuiltSurface surface(zoo_mesh("torus"));
@@ -75,24 +59,6 @@ TEST(FragmentSample, PrimitiveBeyondTheLastIsUntouched) {
         EXPECT_EQ(sample.get_geometric_position(), Vec3d(1, 2, 3));
         EXPECT_EQ(sample.get_geometric_normal(), Vec3d(0, -1, 0));
     }
-}
-
-TEST(FragmentSample, TimeAndMotion) {
-    const ZooMesh& cage = zoo_mesh("sheet");
-    const BuiltSurface still(cage);
-    const BuiltSurface moving(cage, {.motion_vectors = std::vector<Vec3f>(cage.positions.size(), {4, 0, -8})});
-    const Vec3d rest = sample_at(still.geometry, 3, 0.3, 0.6).get_geometric_position();
-    GeometrySample sample;
-    still.geometry.compute_fragment_sample(ctx, {3, 0.3, 0.6, 0.5, 0.25}, sample);
-    EXPECT_FALSE(sample.has_position_dt());
-    EXPECT_EQ(sample.get_geometric_position(), rest);
-    for (const double interval : {0.0, 1e-8, -1e-8}) {
-        moving.geometry.compute_fragment_sample(ctx, {3, 0.3, 0.6, 0.5, interval}, sample);
-        EXPECT_FALSE(sample.has_position_dt());
-    }
-    expect_near(sample.get_geometric_position(), rest + Vec3d(2, 0, -4), 1e-5);
-    moving.geometry.compute_fragment_sample(ctx, {3, 0.3, 0.6, 1e-8, 0.0}, sample);
-    EXPECT_EQ(sample.get_geometric_position(), rest);
 }
 
 TEST(EdgeSample, LiesOnTheEdgeInBothDirections) {
@@ -154,35 +120,6 @@ TEST(DegenerateNormals, OfOneQuad) {
                     EXPECT_GT(sample.get_smoothing_normal().dot(normal), 0.999) << "at " << u << ", " << v;
                 }
         }
-}
-
-// Quads that end in one vertex: the pole of a dome.
-TEST(DegenerateNormals, PoleOfCollapsedQuads) {
-    ZooMesh cage;
-    const unsigned int n = 9;
-    cage.positions.emplace_back(0.0f, 0.0f, 1.0f);
-    for (const double z : {0.7, 0.0})
-        for (unsigned int i = 0; i < n; ++i) {
-            const double a = 6.283185307179586 * i / n;
-            cage.positions.push_back(Vec3f(Vec3d(std::cos(a) * (1.2 - z), std::sin(a) * (1.2 - z), z)));
-        }
-    for (unsigned int i = 0; i < n; ++i) {
-        const unsigned int j = (i + 1) % n;
-        for (const unsigned int v : {0u, 0u, 1 + i, 1 + j}) cage.indices.push_back(v);
-        for (const unsigned int v : {1 + j, 1 + i, 1 + n + i, 1 + n + j}) cage.indices.push_back(v);
-    }
-    cage.counts.assign(2 * n, 4);
-    cage.corner_creases.assign(cage.indices.size(), 0);
-    for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
-        const BuiltSurface surface(cage, {.mode = mode});
-        for (unsigned int q = 0; q < surface.quad_count(); q += 2)
-            for (const double u : places)
-                for (const double v : places) {
-                    const GeometrySample sample = sample_at(surface.geometry, q, u, v);
-                    expect_unit_normals(sample);
-                    EXPECT_GT(std::fabs(sample.get_smoothing_normal()[2]), 0.2) << q << " at " << u << ", " << v;
-                }
-    }
 }
 
 }  // namespace

@@ -60,13 +60,6 @@ TEST(LimitPoints, AreTheSamplesAtRest) {
         }
 }
 
-TEST(LimitPoints, KeepTheirDigitsFarFromTheOrigin) {
-    ZooMesh cage = zoo_mesh("torus");
-    for (Vec3f& position : cage.positions) position += Vec3f(1024, -2048, 512);
-    const BuiltSurface surface(cage);
-    expect_samples(surface, make_places(surface.quad_count(), 100), 3000.0);
-}
-
 TEST(LimitPoints, CollapsedPatchesHaveTheSamplesNormals) {
     ZooMesh cage = zoo_mesh("torus");
     // All of one polygon in a point, so that patches around it lose one derivative or both.

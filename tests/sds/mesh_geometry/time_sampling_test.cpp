@@ -46,10 +46,6 @@ struct Loader : SdsMeshGeometry::SampleLoader {
     }
 };
 
-void expect_near(const Vec3f* a, const Vec3f* b, float tolerance) {
-    for (unsigned int i = 0; i < 16; ++i) sds_test::expect_near(a[i], b[i], tolerance);
-}
-
 class TimeSampling : public testing::TestWithParam<std::tuple<const char*, Mode>> {
 protected:
     static constexpr unsigned int sample_count = 3;
@@ -101,11 +97,7 @@ TEST_P(TimeSampling, OnASampleItIsTheSurfaceOfThatCageAndOutsideTheEnd) {
     EXPECT_EQ(controls_at(1, -77.0), controls_of_sample(1, 0));
 }
 
-TEST_P(TimeSampling, BetweenSamplesItIsTheBlend) {
-    const std::vector<Vec3f> before = controls_of_sample(0, 1), after = controls_of_sample(0, 2);
-    std::vector<Vec3f> expected(16);
-    for (unsigned int i = 0; i < 16; ++i) expected[i] = before[i] * 0.75f + after[i] * 0.25f;
-    expect_near(controls_at(0, 0.875).data(), expected.data(), 1e-5f);
+TEST_P(TimeSampling, VerticesAreThoseOfTheView) {
     for (const double t : {-1.0, 0.0, 0.2, 0.5, 1.9, 3.0}) {
         const GeometryPositionArray vertices = m_surface.geometry.get_vertices_at(t);
         const SdsBezierMesh mesh = m_surface.geometry.get_bezier_mesh_at(t);
@@ -113,13 +105,6 @@ TEST_P(TimeSampling, BetweenSamplesItIsTheBlend) {
         for (unsigned int v = 0; v < vertices.get_count(); ++v)
             EXPECT_EQ(vertices[v], mesh.get_quad_vertices()[v]) << t;
     }
-}
-
-// Rays and samples of a frame see it; the shutter's samples lie beside, between and on those of the surface.
-TEST_P(TimeSampling, ShuttersDoNotMoveTheSurface) {
-    for (const GMathTimeSampling& shutter : {times({}), times({0.7}), times({0.2, 1.8}), times({-1.0, 0.5, 3.0})})
-        for (const double t : {-5.0, 0.0, 0.2, 0.5, 1.0, 1.8, 5.0})
-            EXPECT_EQ(controls_at(0, t, shutter), controls_at(0, t)) << t;
 }
 
 TEST_P(TimeSampling, NothingIsLoadedBeforeItIsNeededAndEachOnce) {
@@ -190,31 +175,6 @@ TEST(TimeSamplingThreads, ConcurrentReadersLoadEachSampleOnce) {
         EXPECT_EQ(surface.geometry.get_memory_change_count(),
                   changes + (mode == Mode::all_fixed ? 1 : 2) * sample_count);
     }
-}
-
-TEST(MotionVectors, AddTheirTimeToTheRestPatch) {
-    for (const char* name : {"cube", "tetrahedron", "sheet_dart"})
-        for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {
-            SCOPED_TRACE(name);
-            const ZooMesh& cage = zoo_mesh(name);
-            ZooMesh later = cage;
-            std::vector<Vec3f> motion;
-            for (Vec3f& p : later.positions) p += motion.emplace_back(p[1], -p[0] + 1, p[2] * 0.5f);
-            const BuiltSurface surface(cage, {.mode = mode, .motion_vectors = motion});
-            const BuiltSurface arrived(later, {.mode = mode});
-            Vec3f rest[16], zero[16], one[16], half[16], expected[16];
-            for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-                surface.geometry.get_bezier_controls(q, rest);
-                surface.geometry.get_bezier_controls_at(q, 0.0, zero);
-                surface.geometry.get_bezier_controls_at(q, 1.0, one);
-                surface.geometry.get_bezier_controls_at(q, -0.5, half);
-                arrived.geometry.get_bezier_controls(q, expected);
-                expect_near(zero, rest, 0.0f);
-                expect_near(one, expected, 1e-5f);
-                for (unsigned int i = 0; i < 16; ++i) expected[i] = rest[i] * 1.5f - one[i] * 0.5f;
-                expect_near(half, expected, 1e-5f);
-            }
-        }
 }
 
 TEST(PolyMeshLoader, GivesTheMeshesOwnSamples) {

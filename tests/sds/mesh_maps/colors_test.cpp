@@ -89,17 +89,4 @@ TEST(Colors, UnmappedCornersAreTransparentBlack) {
         EXPECT_EQ(painted.at(q, 0.5, 0.5)[3] > 0.0f, painted.surface.base.get_primitive_polygon_id(q) != 0) << q;
 }
 
-TEST(Colors, TasksDependOnTheIndices) {
-    RecordingProgress bar, indexed_bar, import_bar;
-    const Colored follow(triangle(), std::vector<Color8>(3, red(1)), {}, &bar);
-    EXPECT_THAT(bar.at_depth(1), testing::ElementsAre(std::pair("compute subdivision colors", 1.0f)));
-    EXPECT_EQ(bar.find("compute subdivision colors")->step_count, 7u);
-    EXPECT_EQ(bar.find("compute subdivision colors")->steps, 7u);
-    const Colored indexed(triangle(), std::vector<Color8>(3, red(1)), {0, 1, 2}, &indexed_bar);
-    EXPECT_THAT(indexed_bar.at_depth(1),
-                testing::ElementsAre(std::pair("subdivide", 0.5f), std::pair("compute subdivision colors", 0.5f)));
-    const Colored imported(zoo_mesh("lone_quad"), std::vector<Color8>(4, red(1)), {}, &import_bar);
-    EXPECT_TRUE(import_bar.at_depth(1).empty());
-}
-
 }  // namespace

@@ -13,7 +13,6 @@
 #include "qn_ctx/ctx_eval.h"
 #include "qn_gmath/gmath_half.h"
 #include "qn_poly/poly_crease_scope.h"
-#include "sds/allocation_counter.h"
 #include "sds/common/cubic_basis.h"
 #include "sds/mesh_property/element_types.h"
 #include "sds/surface_checks.h"
@@ -161,29 +160,6 @@ TEST(MeshProperty, ConstantsAndExtremesOfEveryTypeSurviveOnTheSurface) {
             }
         });
     }
-}
-
-TEST(MeshProperty, LinearRampsOnAFlatGridReproduceToTheTypesResolution) {
-    const ZooMesh grid = make_sheet(6);
-    const BuiltSurface surface(grid, {.mode = Mode::all_fixed});  // exact where the borders do not bend inwards
-    const GMathBbox3<float> box = surface.geometry.get_bbox();
-    const auto ramp = [&](const Vec3f& p) {
-        return 100.0 * static_cast<double>((p[0] - box.get_min()[0]) / (box.get_max()[0] - box.get_min()[0]));
-    };
-    for_all_types([&](Type type, auto element) {
-        using T = decltype(element);
-        std::vector<T> flat;
-        for (const Vec3f& p : grid.positions) flat.push_back(sds::from_real<T>(ramp(p)));
-        BoundProperty bound(surface, grid, Kind::per_vertex, make_items(type, 1, flat));
-        ASSERT_TRUE(bound.property.init(0, &bound.values));
-        constexpr bool is_real = std::is_same_v<T, sds::Half> || std::is_floating_point_v<T>;
-        const double resolution = std::is_same_v<T, sds::Half> ? 0.1 : (is_real ? 1e-4 : 0.51);
-        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-            const Vec3f p(sample_at(surface.geometry, q, 0.4, 0.9).get_geometric_position());
-            EXPECT_NEAR(bound.read(q, 0.4, 0.9)[0], ramp(p), resolution);
-            EXPECT_EQ(bound.read_integers(q, 0.4, 0.9)[0], std::llrint(bound.read(q, 0.4, 0.9)[0]));
-        }
-    });
 }
 
 TEST(MeshProperty, IntegerResultsRoundToEvenSaturateAndTakeNanAsZero) {
@@ -347,19 +323,6 @@ TEST(MeshProperty, TimeSamplesAreSeparateAndCopiesIndependent) {
         ASSERT_EQ(copy.evaluate(ctx, GeometryFragment(), s, &value, nullptr, nullptr, nullptr, 1), 1u);
         EXPECT_EQ(value, 1.0 + s);
     }
-}
-
-TEST(MeshProperty, ReadingAllocatesNothing) {
-    const ZooMesh cage = make_pole(6);
-    const BuiltSurface surface(cage);
-    BoundProperty bound(surface, cage, Kind::per_vertex, positions_as_items(cage));
-    ASSERT_TRUE(bound.property.init(0, &bound.values));
-    const std::size_t before = allocation_count();
-    double out[3];
-    for (unsigned int q = 0; q < surface.quad_count(); ++q)
-        bound.property.evaluate(bound.ctx, GeometryFragment{q, 0.5, 0.5, 0.0, 0.0}, 0, out, nullptr, nullptr, nullptr,
-                                3);
-    EXPECT_EQ(allocation_count(), before);
 }
 
 }  // namespace

@@ -16,18 +16,6 @@ struct Fraction {
     }
 };
 
-sds::RayState make_state(const Vec3d& origin, const Vec3d& direction, double near = -1e30,
-                         const Vec3d& reference = {0, 0, 0}) {
-    GeometryRay ray = make_ray(origin, direction);
-    ray.tnear = near;
-    const GeometryRaytraceData data;
-    GeometryRaytraceCtx context(&ray, 1, data);
-    context.set_reference_point(reference);
-    sds::RayState state;
-    state.set(context, 0);
-    return state;
-}
-
 // Coordinates are whole numbers over 4096, below 2^24: floats hold them, 128-bit integers compare exactly. The box's
 // sides are rounded from one point of the ray, so that the ray touches the box or passes it by a hair. Along some axes
 // it does not move.
@@ -87,19 +75,6 @@ TEST(SlabTest, NeverLosesARayThatTouchesTheBox) {
     }
     EXPECT_GT(touching, 200000u);
     EXPECT_GT(missing, 200000u) << "the test does not let everything pass";
-}
-
-TEST(SlabTest, KeepsToTheRaysRange) {
-    const sds::PatchBox box{{-1, -1, 4}, {1, 1, 6}};
-    const sds::RayState state = make_state({0, 0, 0}, {0, 0, 1});
-    const auto test = [&](float near, float far) { return sds::slab_test(state, box, far, near); };
-    EXPECT_TRUE(test(5.0f, 5.5f));
-    EXPECT_TRUE(test(0.0f, 4.0f)) << "touching";
-    EXPECT_FALSE(test(0.0f, 3.99f));
-    EXPECT_FALSE(test(6.01f, 10.0f));
-    float entry = 0.0f;
-    EXPECT_TRUE(sds::slab_test(state, box, 10.0f, entry));
-    EXPECT_FLOAT_EQ(entry, 4.0f);
 }
 
 TEST(RayState, NarrowingBoundsTheDouble) {
