@@ -15,10 +15,12 @@ namespace sds_cli {
 using namespace sds_io;
 using namespace sds_model;
 
+inline constexpr unsigned int default_isolation = 2;
+
 /// What every subcommand understands.
 struct CommonOptions {
     std::string mesh;
-    SurfaceModes modes;
+    SurfaceModes modes{.depth = default_isolation};
     bool has_border_rule = false;  ///< --interpolation is given
     std::vector<std::string> uv_files;
     std::string property_file;  ///< empty: none

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <random>
 
+#include "io/obj/read_obj.h"
 #include "oracles/built_surface.h"
 #include "oracles/mesh_zoo.h"
 #include "sds_process.h"
@@ -165,6 +166,21 @@ TEST_F(Isolation, PatchesOfTaggedCagesAreTheModules) {
         for (std::size_t i = 0; i < rows.size() / 15; ++i) {
             const double u = static_cast<double>(i % 6) / 5.0, v = static_cast<double>(i / 6 % 6) / 5.0;
             expect_sample(patches, i / 36, u, v, &rows[15 * i], static_cast<int>(depth));
+        }
+
+        // Four cells a side, welded, none on the hole.
+        EXPECT_SUCCESS(run_sds(
+            folder, {"export", mesh, "--quiet", "--tessellation", folder.path("t.obj"), "--level", "2"}, flags));
+        const ControlCage cells = read_obj(folder.path("t.obj")).cage.value();
+        ASSERT_EQ(cells.get_polygon_count(), 5u * 16);
+        EXPECT_EQ(cells.get_vertex_count(), 5u * 16 + 9) << "a disk";
+        for (std::size_t f = 0; f < 5 * 16; ++f) {
+            const std::size_t quad = f / 16 + (f < 16 ? 0 : 1);
+            Jet jet;
+            ASSERT_TRUE(
+                patches.evaluate(quad, 0.25 * static_cast<double>(f % 4), 0.25 * static_cast<double>(f / 4 % 4), jet));
+            const float* xyz = &cells.positions[3 * std::size_t{cells.polygon_indices[4 * f]}];
+            EXPECT_LT(length(jet.position - Vec3(xyz[0], xyz[1], xyz[2])), 1e-6) << "face " << f;
         }
     }
     const SdsRun plain = run_sds(folder, {"info", mesh, "--json", "--isolation", "0"});

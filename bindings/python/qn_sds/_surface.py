@@ -9,7 +9,7 @@ from . import _arrays, _native, _words
 from ._errors import MeshWarning, to_findings
 from ._results import Hits, LimitPoints, Samples, UvSamples, split
 
-_ISOLATION = 0
+_ISOLATION = 2
 
 
 class Surface:

@@ -42,7 +42,8 @@ def test_limit_points_are_the_samples_in_single_precision(knot):
         assert got.dtype == np.float32 and np.allclose(got, expected, atol=1e-5, equal_nan=True)
 
 
-def test_patches_are_the_samples_in_bernstein_form(knot):
+def test_patches_are_the_samples_in_bernstein_form():
+    knot = qn_sds.load_obj(KNOT, isolation=0)
     primitives, uv = random_fragments(knot, 500, 5)
     controls = knot.patches()[primitives].astype(np.float64)
     rows = controls[:, [0, 1, 7, 4, 3, 2, 6, 5, 13, 14, 10, 11, 12, 15, 9, 8]].reshape(-1, 4, 4, 3)
@@ -103,7 +104,7 @@ def test_creased_cube_stays_a_cube_in_both_dialects():
 def test_fractional_sharpness_is_hardened_with_a_warning_or_dropped(cube):
     creases = (CUBE_EDGES, np.full(12, 2.5))
     with pytest.warns(qn_sds.MeshWarning, match="fractional sharpness.*12 cases"):
-        hard = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, creases=creases)
+        hard = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, creases=creases, fractional="harden")
     assert hard.area == pytest.approx(24.0, rel=1e-5)
     with pytest.warns(qn_sds.MeshWarning):
         soft = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, creases=creases, fractional="drop")
