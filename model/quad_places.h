@@ -2,6 +2,7 @@
 
 #include "model/mesh_properties.h"
 #include "model/surface.h"
+#include "render/batch.h"
 
 #include <vector>
 
@@ -37,9 +38,11 @@ void sample_on_quad(const SdsMesh& mesh, const CtxEval& ctx, const GeometryFragm
 void evaluate_on_quad(const SurfaceProperty& property, const SdsMesh& mesh, const CtxEval& ctx,
                       const GeometryFragment& on_quad, double* out);
 
-/// The quads that selected primitives lie on, in increasing order. With `whole` only those of which every primitive is
-/// selected. A primitive that covers four quads stands for all of them. `primitives` increases.
-std::vector<unsigned int> find_quads(const SdsMesh& mesh, const std::vector<unsigned int>& primitives, bool whole);
+/// The quads that a frustum selects, in increasing order: some patch of theirs is selected, or all of them are. Of a
+/// patch that covers four quads each is looked at by its part of the control net, so that touching may find one too
+/// many near the frustum's border, and holding one too few.
+std::vector<unsigned int> select_quads(const SdsMesh& mesh, const GeometryFrustum& frustum,
+                                       sds_render::SelectMode mode);
 
 /// Whether some patch covers the quad; not so for holes.
 bool has_surface(const SdsMesh& mesh, unsigned int quad);

@@ -26,8 +26,7 @@ void run_select(const SelectOptions& options) {
     if (options.statistics) print_build_rate({&loaded, 1});
     const SdsMesh mesh = loaded.surface->make_mesh(options.level);
     const auto mode = options.mode == "touch" ? sds_render::SelectMode::touch : sds_render::SelectMode::inside;
-    const bool whole = mode == sds_render::SelectMode::inside;
-    const std::vector<unsigned int> quads = find_quads(mesh, sds_render::select_batch(mesh, frustum, mode), whole);
+    const std::vector<unsigned int> quads = select_quads(mesh, frustum, mode);
     if (options.json) {
         print_text(nlohmann::json{
                        {"mode", options.mode}, {"quads", mesh.get_base()->get_primitive_count()}, {"selected", quads}}

@@ -201,9 +201,7 @@ void SurfaceState::intersect(const RayArrays& rays, std::size_t first, std::size
 
 std::vector<unsigned int> SurfaceState::select(const GeometryFrustum& frustum, sds_render::SelectMode mode,
                                                unsigned int level) const {
-    const SdsMesh mesh = m_surface->make_mesh(level);
-    const bool whole = mode == sds_render::SelectMode::inside;
-    return sds_model::find_quads(mesh, sds_render::select_batch(mesh, frustum, mode), whole);
+    return sds_model::select_quads(m_surface->make_mesh(level), frustum, mode);
 }
 
 }  // namespace sds_python

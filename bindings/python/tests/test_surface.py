@@ -306,3 +306,18 @@ def test_left_handed_faces_are_turned_over():
     np.testing.assert_allclose(
         left.sample(np.full(20, 2), random[:, ::-1]).normal, -right.sample(np.full(20, 2), random).normal, atol=1e-5
     )
+
+
+def test_a_frustum_selects_quads_of_patches_that_cover_four():
+    """By a slab across a sheet with one triangle: quads whose samples lie within it, or partly so."""
+    points, counts, indices = grid(6, lambda x, y: 0.3 * np.sin(5 * x) * np.cos(4 * y))
+    faces = [face for face in indices.reshape(-1, 4)]
+    faces[0:1] = [faces[0][:3], faces[0][[0, 2, 3]]]
+    surface = qn_sds.Surface(points, [len(face) for face in faces], np.concatenate(faces), isolation=2)
+    assert (surface.patch_places[:, 1] < 0).sum() > 10
+    x = surface.limit_grid(8).position[..., 0].reshape(surface.quad_count, -1)
+    slab = [[1, 0, 0, -0.29], [-1, 0, 0, 0.63]]
+    touched, held = surface.select(slab), surface.select(slab, inside=True)
+    np.testing.assert_array_equal(held, np.flatnonzero((x.min(1) >= 0.29) & (x.max(1) <= 0.63)))
+    np.testing.assert_array_equal(touched, np.flatnonzero((x.max(1) >= 0.29) & (x.min(1) <= 0.63)))
+    assert 0 < len(held) < len(touched) < surface.quad_count
