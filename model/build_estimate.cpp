@@ -104,6 +104,11 @@ private:
     std::vector<std::uint32_t> m_places;
 };
 
+template <class T>
+void copy_item(const std::vector<T>& from, std::size_t item, std::vector<T>& to) {
+    if (!from.empty()) to.push_back(from[item]);
+}
+
 /// The first polygons of a cage, and its first n-gon, so that the sample takes a step where the cage does.
 struct Sample {
     Sample(const ControlCage& from, const std::vector<UvSource>& from_uvs) {
@@ -122,9 +127,15 @@ struct Sample {
             needs_ngon = needs_ngon && count == 4;
             cage.polygon_counts.push_back(count);
             cage.polygon_groups.push_back(0);
+            copy_item(from.holes, p, cage.holes);
             for (std::size_t c = first; c < first + count; ++c) {
-                cage.polygon_indices.push_back(vertices(from.polygon_indices[c]));
-                if (!from.corner_creases.empty()) cage.corner_creases.push_back(from.corner_creases[c]);
+                const std::uint32_t vertex = from.polygon_indices[c];
+                const std::size_t known_vertices = cage.get_vertex_count();
+                cage.polygon_indices.push_back(vertices(vertex));
+                if (cage.get_vertex_count() > known_vertices)
+                    copy_item(from.vertex_sharpness, vertex, cage.vertex_sharpness);
+                copy_item(from.corner_creases, c, cage.corner_creases);
+                copy_item(from.corner_sharpness, c, cage.corner_sharpness);
                 if (from.has_uvs()) cage.uv_indices.push_back(points(mapped(from.uv_indices[c])));
                 for (std::size_t m = 0; m < uvs.size(); ++m)
                     uvs[m].indices.push_back(further[m](mapped(from_uvs[m].indices[c])));
@@ -152,12 +163,19 @@ BuildEstimate estimate_build(const ControlCage& cage, const std::vector<UvSource
     if (cage.has_uvs()) points.push_back(cage.get_uv_count());
     for (const UvSource& uvs : further_uvs) points.push_back(uvs.points.size() / 3);
     auto map_points = points.begin();
+    const double share = static_cast<double>(counts.corners) /
+                         static_cast<double>(std::max<std::size_t>(1, sample.cage.get_corner_count()));
+    std::size_t refined = 0;
     for (ArraySize& size : array_sizes(built)) {
         size.bytes = size.fixed + size.per_quad * counts.quads + size.per_vertex * counts.vertices +
                      size.per_tangent * counts.tangents;
         // A seam on every edge at worst: the step makes at most the points of the mesh and one more per UV point.
         if (size.per_uv_point != 0)
             size.bytes += size.per_uv_point * (*map_points++ + (counts.has_step ? counts.vertices : 0));
+        if (size.is_refined) {
+            size.bytes = static_cast<std::size_t>(static_cast<double>(size.fixed) * share);
+            refined += size.bytes;
+        }
         estimate.bytes += size.bytes;
         if (size.bytes != 0) estimate.arrays.push_back(std::move(size));
     }
@@ -166,7 +184,8 @@ BuildEstimate estimate_build(const ControlCage& cage, const std::vector<UvSource
     const std::size_t vector = sizeof(GMathVec3<float>), index = sizeof(unsigned int);
     const std::size_t pairing = counts.corners * (5 * index + 1) + cage.get_vertex_count() * 4 * index;
     const std::size_t fans = points.empty() ? 0 : 4 * sizeof(SdsMeshBase::VertexLocalTopology) * counts.quads;
-    estimate.scratch = pairing + fans + vector * cage.get_vertex_count();
+    // The levels of a refinement and the positions on them take about as much again as what is made of them.
+    estimate.scratch = pairing + fans + vector * cage.get_vertex_count() + refined;
     return estimate;
 }
 

@@ -16,7 +16,9 @@ struct BuildEstimate {
 };
 
 /// From counts and valences, linear in the cage, and the arrays of a sample of it. Exact but for tangents, of which
-/// darts and bow-ties may have a few more, and for UV maps with unmapped polygons, which count as mapped.
+/// darts and bow-ties may have a few more, for UV maps with unmapped polygons, which count as mapped, and for what is
+/// refined, of which a cage of more than some thousand polygons is taken to have as much everywhere as at its
+/// beginning.
 BuildEstimate estimate_build(const ControlCage& cage, const std::vector<UvSource>& further_uvs, bool has_motion,
                              const SurfaceModes& modes);
 

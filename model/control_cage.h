@@ -22,6 +22,20 @@ struct UvJoinCounts {
     }
 };
 
+/// What a file says of its surface as a whole.
+struct CageRules {
+    enum class Borders : std::uint8_t {
+        unsaid,
+        none,
+        edges_and_corners,
+        edges
+    };  // the last three as files number them
+
+    Borders borders = Borders::unsaid;
+    bool chaikin = false;           ///< how fractional sharpness decays: drawn to that along the crease
+    bool smooth_triangles = false;  ///< triangles weigh more in the first step
+};
+
 /// The arrays of a cage without their owner: see ControlCage for shapes and promises. The arrays must outlive the view.
 struct CageView {
     std::span<const float> positions;
@@ -32,6 +46,8 @@ struct CageView {
     std::span<const float> uv_points;
     std::span<const std::uint32_t> uv_indices;
     std::span<const std::uint8_t> vertex_colors;
+    std::span<const float> corner_sharpness = {}, vertex_sharpness = {};
+    std::span<const std::uint8_t> holes = {};
 
     std::size_t get_vertex_count() const { return positions.size() / 3; }
 };
@@ -48,6 +64,11 @@ struct ControlCage {
     std::vector<std::uint32_t> polygon_indices;  ///< vertex of every face-corner, < get_vertex_count()
     std::vector<std::uint8_t> corner_creases;  ///< per face-corner: 1 when its edge is an infinitely sharp crease, else
                                                ///< 0; all face-corners of one edge agree
+    std::vector<float> corner_sharpness;  ///< per face-corner: fractional sharpness of its edge, within (0, 10), else
+                                          ///< 0, as on creases; all face-corners of one edge agree. Empty without
+    std::vector<float> vertex_sharpness;  ///< per vertex, 0 is smooth, 10 and above infinitely sharp; empty without
+    std::vector<std::uint8_t> holes;      ///< per polygon: 1 where it is a hole, else 0; empty without
+    CageRules rules;
     std::vector<std::uint32_t> polygon_groups;  ///< shading group of every polygon, an index into group_names
     std::vector<std::string> group_names;       ///< at least one; in order of first use by a polygon
     std::vector<float> uv_points;  ///< u v w of every UV point (w = 0 where the file has none); empty without UVs
@@ -70,8 +91,8 @@ struct ControlCage {
     std::vector<std::uint32_t> get_polygon_offsets() const;
 
     CageView view() const {
-        return {positions,   polygon_counts, polygon_indices, corner_creases, polygon_groups,
-                group_names, uv_points,      uv_indices,      vertex_colors};
+        return {positions, polygon_counts, polygon_indices, corner_creases,   polygon_groups,   group_names,
+                uv_points, uv_indices,     vertex_colors,   corner_sharpness, vertex_sharpness, holes};
     }
 };
 

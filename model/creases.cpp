@@ -1,5 +1,7 @@
 #include "model/creases.h"
 
+#include <algorithm>
+
 namespace sds_model {
 
 namespace {
@@ -12,23 +14,39 @@ State state_of(float sharpness) {
     return sharpness >= infinite_sharpness ? crease : sharpness > 0.0f ? fractional_crease : smooth;
 }
 
+FirstCase describe_fractional(const DescribeEntry& describe, FindingCode code, std::size_t entry, float sharpness,
+                              bool harden) {
+    FirstCase first = describe(code, entry);
+    first.detail = "sharpness " + std::to_string(sharpness);
+    if (!harden) first.action = "left smooth";
+    return first;
+}
+
 }  // namespace
 
-std::vector<std::uint8_t> settle_creases(
-    const PolyEdgeBuckets& edges, std::size_t corner_count, std::span<const CreaseEdge> creases,
-    FractionalSharpness fractional, Findings& findings,
-    const std::function<FirstCase(FindingCode code, std::size_t entry)>& describe) {
-    std::vector<std::uint8_t> states(corner_count, smooth);
+SettledCreases settle_creases(const PolyEdgeBuckets& edges, std::size_t corner_count,
+                              std::span<const CreaseEdge> creases, FractionalSharpness fractional, Findings& findings,
+                              const DescribeEntry& describe) {
+    const bool is_exact = fractional == FractionalSharpness::exact;
+    SettledCreases settled{std::vector<std::uint8_t>(corner_count, smooth), {}};
+    std::vector<std::uint8_t>& states = settled.flags;
     std::size_t first_fractional = creases.size();
     for (std::size_t i = 0; i < creases.size(); ++i) {
         const auto sides = edges.find(creases[i].a, creases[i].b);
         if (sides.empty())
             findings.record(FindingCode::tag_without_edge, [&] { return describe(FindingCode::tag_without_edge, i); });
         const State state = state_of(creases[i].sharpness);
-        if (state == fractional_crease) first_fractional = std::min(first_fractional, i);
-        for (const PolyHalfEdge& side : sides) states[side.corner] = state;
+        if (state == fractional_crease) {
+            first_fractional = std::min(first_fractional, i);
+            if (is_exact && settled.sharpness.empty()) settled.sharpness.assign(corner_count, 0.0f);
+        }
+        for (const PolyHalfEdge& side : sides) {
+            states[side.corner] = is_exact && state == fractional_crease ? smooth : state;
+            if (!settled.sharpness.empty())
+                settled.sharpness[side.corner] = state == fractional_crease ? creases[i].sharpness : 0.0f;
+        }
     }
-    if (first_fractional == creases.size()) return states;
+    if (is_exact || first_fractional == creases.size()) return settled;
 
     const bool harden = fractional == FractionalSharpness::harden;
     std::uint64_t edge_count = 0;
@@ -38,13 +56,29 @@ std::vector<std::uint8_t> settle_creases(
         for (const PolyHalfEdge& side : sides) states[side.corner] = harden ? crease : smooth;
     });
     const auto describe_first = [&] {
-        FirstCase first = describe(FindingCode::fractional_sharpness, first_fractional);
-        first.detail = "sharpness " + std::to_string(creases[first_fractional].sharpness);
-        if (!harden) first.action = "left smooth";
-        return first;
+        return describe_fractional(describe, FindingCode::fractional_sharpness, first_fractional,
+                                   creases[first_fractional].sharpness, harden);
     };
     findings.record(FindingCode::fractional_sharpness, describe_first, edge_count);
-    return states;
+    return settled;
+}
+
+std::vector<float> settle_corners(std::size_t vertex_count, std::span<const SharpCorner> corners,
+                                  FractionalSharpness fractional, Findings& findings, const DescribeEntry& describe) {
+    std::vector<float> sharpness;
+    for (std::size_t i = 0; i < corners.size(); ++i) {
+        float kept = std::max(corners[i].sharpness, 0.0f);
+        if (state_of(kept) == fractional_crease && fractional != FractionalSharpness::exact) {
+            const bool harden = fractional == FractionalSharpness::harden;
+            findings.record(FindingCode::fractional_corner, [&] {
+                return describe_fractional(describe, FindingCode::fractional_corner, i, kept, harden);
+            });
+            kept = harden ? infinite_sharpness : 0.0f;
+        }
+        if (sharpness.empty() && kept > 0.0f) sharpness.assign(vertex_count, 0.0f);
+        if (!sharpness.empty()) sharpness[corners[i].vertex] = std::min(kept, infinite_sharpness);
+    }
+    return sharpness;
 }
 
 }  // namespace sds_model

@@ -37,6 +37,7 @@ enum class FindingCode : std::uint8_t {
     malformed_tag,
     tag_index_out_of_range,
     tag_without_edge,
+    tag_without_polygon,
     // warnings: something was changed, dropped or looks wrong
     two_corner_polygon,
     repeated_vertex,
@@ -44,6 +45,9 @@ enum class FindingCode : std::uint8_t {
     nonmanifold_vertex,
     opposite_winding,
     fractional_sharpness,
+    fractional_corner,
+    unkept_corner,
+    unkept_hole,
     half_mapped_polygon,
     partly_colored,
     color_out_of_range,
@@ -51,6 +55,7 @@ enum class FindingCode : std::uint8_t {
     unknown_record,
     // notes
     unused_vertex,
+    unkept_rule,
     ignored_tag,
     ignored_record,
 };

@@ -2,6 +2,7 @@
 
 #include "qn_ctx/ctx_eval.h"
 #include "qn_sys/sys_thread.h"
+#include "sds/refinement/patch_places.h"
 
 #include <algorithm>
 #include <limits>
@@ -31,23 +32,13 @@ std::vector<double> sample_grid(std::uint32_t quads, unsigned int n, std::size_t
 
 }  // namespace
 
-void sample_row(const GeometrySample& sample, double* out) {
-    out = put(sample.get_geometric_position(), out);
-    out = put(sample.get_geometric_dpdu(), out);
-    out = put(sample.get_geometric_dpdv(), out);
-    out = put(sample.get_geometric_normal(), out);
-    put(sample.get_smoothing_normal(), out);
-}
-
 std::vector<double> sample_surface(const Surface& surface, unsigned int n, double time) {
     const CtxShader shader;
     const CtxEval ctx(shader);
-    return sample_grid(surface.get_base().get_primitive_count(), n, sample_row_size, time,
-                       [&](const GeometryFragment& fragment, double* row) {
-                           GeometrySample sample;
-                           surface.get_geometry().compute_fragment_sample(ctx, fragment, sample);
-                           sample_row(sample, row);
-                       });
+    const SdsMesh mesh = surface.make_mesh(0);
+    return sample_grid(
+        surface.get_base().get_primitive_count(), n, sample_row_size, time,
+        [&](const GeometryFragment& fragment, double* row) { sample_on_quad(mesh, ctx, fragment, row); });
 }
 
 std::vector<double> sample_uvs(const Surface& surface, unsigned int n, unsigned int uv_map) {
@@ -66,26 +57,37 @@ std::vector<double> sample_uvs(const Surface& surface, unsigned int n, unsigned 
                        });
 }
 
-std::vector<double> sample_property(const Surface& surface, const SurfaceProperty& property, unsigned int n,
-                                    double time) {
+std::vector<double> sample_property(const SdsMesh& mesh, const SurfaceProperty& property, unsigned int n, double time) {
     const CtxShader shader;
     const CtxEval ctx(shader);
-    const std::size_t extent = property.get_extent();
-    return sample_grid(surface.get_base().get_primitive_count(), n, 3 * extent, time,
-                       [&](const GeometryFragment& fragment, double* row) {
-                           property.evaluate(ctx, fragment, row, row + extent, row + 2 * extent);
-                       });
+    return sample_grid(
+        mesh.get_base()->get_primitive_count(), n, 3 * std::size_t{property.get_extent()}, time,
+        [&](const GeometryFragment& fragment, double* row) { evaluate_on_quad(property, mesh, ctx, fragment, row); });
 }
 
 std::vector<float> patch_controls(const Surface& surface, double time) {
-    const std::uint32_t quads = surface.get_base().get_primitive_count();
+    const std::uint32_t count = surface.get_geometry().get_patch_count();
     const SdsBezierMesh patches = surface.get_geometry().get_bezier_mesh_at(time);
-    std::vector<float> values(48 * std::size_t{quads});
-    for (std::uint32_t q = 0; q < quads; ++q) {
+    std::vector<float> values(48 * std::size_t{count});
+    for (std::uint32_t p = 0; p < count; ++p) {
         GMathVec3<float> controls[16];
-        patches.get_patch_controls(q, controls);
-        float* out = &values[48 * std::size_t{q}];
+        patches.get_patch_controls(p, controls);
+        float* out = &values[48 * std::size_t{p}];
         for (const GMathVec3<float>& c : controls) out = std::copy(c.get_data(), c.get_data() + 3, out);
+    }
+    return values;
+}
+
+std::vector<std::int32_t> patch_places(const Surface& surface) {
+    const SdsMeshGeometry& geometry = surface.get_geometry();
+    std::vector<std::int32_t> values;
+    values.reserve(patch_place_size * std::size_t{geometry.get_patch_count()});
+    for (std::uint32_t p = 0; p < geometry.get_patch_count(); ++p) {
+        const sds::RefinedPatch patch =
+            geometry.is_refined() ? geometry.get_places().get_patch(p) : sds::RefinedPatch(p, 0, 0, 0, false);
+        for (const std::uint32_t value :
+             {patch.quad(), static_cast<std::uint32_t>(patch.level()), patch.x(), patch.y()})
+            values.push_back(static_cast<std::int32_t>(value));
     }
     return values;
 }

@@ -1,31 +1,32 @@
 #pragma once
 
-#include "model/mesh_properties.h"
-#include "model/surface.h"
+#include "model/quad_places.h"
 
+#include <cstdint>
 #include <vector>
 
 namespace sds_model {
 
-/// Values per sample of `sample_row`.
-inline constexpr unsigned int sample_row_size = 15;
 /// Values per sample of `sample_uvs`.
 inline constexpr unsigned int uv_row_size = 9;
+/// Values per patch of `patch_places`.
+inline constexpr unsigned int patch_place_size = 4;
 
-/// Writes position, dP/du, dP/dv, normal and smoothing normal, three values each.
-void sample_row(const GeometrySample& sample, double* out);
-
-/// Limit samples at a time on (n + 1) x (n + 1) points per quad: [quad][v][u][sample_row_size].
+/// Limit samples at a time on (n + 1) x (n + 1) points per quad: [quad][v][u][sample_row_size]; NaN on holes.
 std::vector<double> sample_surface(const Surface& surface, unsigned int n, double time);
 
 /// u v w, d/du and d/dv of a UV map on the same points: [quad][v][u][uv_row_size]; NaN on quads that are not mapped.
 std::vector<double> sample_uvs(const Surface& surface, unsigned int n, unsigned int uv_map);
 
-/// Value, d/du and d/dv of a property at a time on the same points: [quad][v][u][3 x extent].
-std::vector<double> sample_property(const Surface& surface, const SurfaceProperty& property, unsigned int n,
-                                    double time);
+/// Value, d/du and d/dv of a property at a time on the same points: [quad][v][u][3 x extent]; NaN on holes. `mesh` is
+/// the property's.
+std::vector<double> sample_property(const SdsMesh& mesh, const SurfaceProperty& property, unsigned int n, double time);
 
-/// The sixteen controls of every patch at a time: [quad][control][3].
+/// The sixteen controls of every patch at a time: [patch][control][3].
 std::vector<float> patch_controls(const Surface& surface, double time);
+
+/// Where every patch lies: [patch][quad, level, x, y]. A patch of level l covers u in [x, x + 1] / 2^l of its quad, and
+/// v likewise; one of level -1 the four quads from its own on, beginning in the frame of the first.
+std::vector<std::int32_t> patch_places(const Surface& surface);
 
 }  // namespace sds_model

@@ -26,13 +26,36 @@ GeometryColorMap to_color_map(std::span<const std::uint8_t> rgba) {
     return map;
 }
 
+SdsRefinement to_refinement(const CageView& cage, const SurfaceModes& modes) {
+    SdsRefinement refinement;
+    refinement.depth = modes.depth;
+    refinement.error = modes.error;
+    refinement.chaikin = modes.chaikin;
+    refinement.smooth_triangles = modes.smooth_triangles;
+    refinement.open_borders = modes.open_borders;
+    refinement.edge_sharpness = view_of(cage.corner_sharpness);
+    refinement.vertex_sharpness = view_of(cage.vertex_sharpness);
+    refinement.holes = view_of(cage.holes);
+    return refinement;
+}
+
 }  // namespace
+
+SurfaceModes follow_rules(SurfaceModes modes, const CageRules& rules, bool has_border_rule) {
+    using Borders = CageRules::Borders;
+    modes.chaikin |= rules.chaikin;
+    modes.smooth_triangles |= rules.smooth_triangles;
+    if (has_border_rule) return modes;
+    modes.open_borders = rules.borders == Borders::none;
+    if (rules.borders == Borders::edges) modes.positions = SdsMeshGeometry::InterpolationMode::all_smoothed;
+    return modes;
+}
 
 Surface::Surface(const CageView& cage, const std::vector<UvSource>& further_uvs, std::span<const float> motion,
                  const SurfaceModes& modes, AppProgressBar* progress)
     : m_base(std::make_shared<SdsMeshBase>()), m_maps(std::make_shared<SdsMeshMaps>()) {
     StageTimer timer(progress);
-    build_base(cage, timer);
+    build_base(cage, modes, timer);
     {
         const AppProgressTask task(&timer, "geometry", 0.5f);
         m_geometry.set(*m_base, to_points(cage.positions), to_points(motion), modes.positions, &timer);
@@ -41,11 +64,12 @@ Surface::Surface(const CageView& cage, const std::vector<UvSource>& further_uvs,
     m_stages = timer.get_stages();
 }
 
-void Surface::build_base(const CageView& cage, AppProgressBar& progress) {
+void Surface::build_base(const CageView& cage, const SurfaceModes& modes, AppProgressBar& progress) {
     const AppProgressTask task(&progress, "topology", 0.3f);
     CoreArray<CoreString> groups;
     for (const std::string& name : cage.group_names) groups.add(CoreString(name));
     const PolyCreaseScope creases(view_of(cage.corner_creases));
+    if (modes.is_refined()) m_base->set_refinement(to_refinement(cage, modes));
     m_base->set(static_cast<unsigned int>(cage.get_vertex_count()), view_of(cage.polygon_indices),
                 view_of(cage.polygon_counts), view_of(cage.polygon_groups), groups, &progress);
 }

@@ -23,7 +23,18 @@ struct UvSource {
 struct SurfaceModes {
     SdsMeshGeometry::InterpolationMode positions = SdsMeshGeometry::InterpolationMode::corners_fixed;
     SdsMeshMaps::InterpolationMode uvs = SdsMeshMaps::InterpolationMode::corners_fixed;
+    unsigned int depth = 0;     ///< levels of refinement, at most SdsRefinement::max_depth; 0: one patch per quad
+    float error = 0.0f;         ///< SdsRefinement::error
+    bool open_borders = false;  ///< no surface beside borders; overrides the rule of `positions`
+    bool chaikin = false;
+    bool smooth_triangles = false;
+
+    /// Whether fractional sharpness, sharp vertices, holes and open borders are kept.
+    bool is_refined() const { return depth > 0 && positions != SdsMeshGeometry::InterpolationMode::all_fixed; }
 };
+
+/// Modes with what a file says of its surface added; its border rule only where `has_border_rule` leaves it open.
+SurfaceModes follow_rules(SurfaceModes modes, const CageRules& rules, bool has_border_rule);
 
 /// The subdivision surface of a cage: base, geometry and maps together, built on construction.
 ///
@@ -60,7 +71,7 @@ public:
 private:
     Surface(std::shared_ptr<SdsMeshBase> base, std::shared_ptr<SdsMeshMaps> maps, const SdsMeshGeometry& geometry)
         : m_base(std::move(base)), m_maps(std::move(maps)), m_geometry(geometry) {}
-    void build_base(const CageView& cage, AppProgressBar& progress);
+    void build_base(const CageView& cage, const SurfaceModes& modes, AppProgressBar& progress);
     void build_maps(const CageView& cage, const std::vector<UvSource>& further_uvs, SdsMeshMaps::InterpolationMode mode,
                     AppProgressBar& progress);
 

@@ -2,6 +2,7 @@
 
 #include "sds/common/array_bytes.h"
 #include "sds/common/half_edge.h"
+#include "sds/refinement/patch_places.h"
 
 #include <utility>
 
@@ -52,6 +53,10 @@ public:
         put({"color map " + maps.get_color_map_name(m).to_std()},
             sds::bytes_of(maps.get_color_map_colors(m)) + sds::bytes_of(maps.get_color_map_indices(m)),
             &ArraySize::per_vertex, vertices);
+    }
+
+    void add_refined(const char* name, std::size_t bytes) {
+        if (bytes != 0) put({name}, bytes, &ArraySize::fixed, 1).is_refined = true;
     }
 
     std::vector<ArraySize> sizes;
@@ -107,6 +112,23 @@ PatchClasses classify_patches(const Surface& surface) {
                                             : classes.irregular);
     }
     return classes;
+}
+
+RefinementStatistics refinement_statistics(const Surface& surface) {
+    const SdsMeshGeometry& geometry = surface.get_geometry();
+    RefinementStatistics statistics;
+    statistics.patches = geometry.get_patch_count();
+    if (!geometry.is_refined()) {
+        statistics.patch_levels[0] = statistics.patches;
+        return statistics;
+    }
+    statistics.depth = surface.get_base().get_refinement().depth;
+    for (unsigned int p = 0; p < statistics.patches; ++p) {
+        const sds::RefinedPatch& patch = geometry.get_places().get_patch(p);
+        ++statistics.patch_levels[patch.level()];
+        if (patch.is_leaf()) ++statistics.leaves;
+    }
+    return statistics;
 }
 
 std::map<std::uint32_t, std::uint32_t> valence_histogram(const SdsMeshBase& base) {
@@ -167,6 +189,18 @@ std::vector<ArraySize> array_sizes(const Surface& surface) {
     by_vertex("limit corners", geometry.get_bezier_corners());
     const auto& tangents = geometry.get_bezier_tangents_array();
     list.add("tangents", tangents, &ArraySize::per_tangent, tangents.get_count());
+    if (const auto* cage = base.get_control_cage())
+        list.add_refined("control cage",
+                         sds::bytes_of(cage->polygon_counts) + sds::bytes_of(cage->polygon_indices) +
+                             sds::bytes_of(cage->opposite_corners) + sds::bytes_of(cage->edge_sharpness) +
+                             sds::bytes_of(cage->refinement.vertex_sharpness) + sds::bytes_of(cage->refinement.holes));
+    if (geometry.is_refined()) {
+        // What the geometry holds besides its vertices: patches, their places, and what updates are made from.
+        const std::size_t vertex_bytes = sds::bytes_of(geometry.get_vertex_infos());
+        const std::size_t others =
+            sizeof(geometry) - sizeof(GeometryPointCloud) + geometry.get_point_cloud().get_memory_size() + vertex_bytes;
+        list.add_refined("refined patches", geometry.get_memory_size() - others);
+    }
     const SdsMeshMaps& maps = surface.get_maps();
     for (unsigned int m = 0; m < maps.get_uv_map_count(); ++m) list.add_uv_map(maps.get_uv_map(m), quads);
     for (unsigned int m = 0; m < maps.get_color_map_count(); ++m) list.add_color_map(maps, m, vertices);

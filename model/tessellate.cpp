@@ -1,9 +1,11 @@
 #include "model/tessellate.h"
 
+#include "model/quad_places.h"
 #include "sds/common/cubic_basis.h"
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace sds_model {
 
@@ -12,22 +14,19 @@ namespace {
 using Vec3f = GMathVec3<float>;
 using Vec3d = GMathVec3<double>;
 
-/// Evaluates a patch at the points of the grid: `controls(quad, out)` gives the sixteen controls.
-template <class Controls>
+/// The corners of every cell in the quad's grid.
+constexpr std::pair<unsigned int, unsigned int> cell_corner_offsets[] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+
+/// Positions at the points of a grid: point(quad, i, j) is one.
+template <class Point>
 std::vector<float> evaluate_points(const WeldedGrid& grid, std::uint32_t quads, unsigned int cells,
-                                   const Controls& controls) {
-    std::vector<sds::CubicBasis<double>> bases;
-    for (unsigned int i = 0; i <= cells; ++i) bases.emplace_back(static_cast<double>(i) / cells);
+                                   const Point& point) {
     std::vector<float> xyz(3 * std::size_t{grid.point_count()});
     for (std::uint32_t q = 0; q < quads; ++q) {
         if (!grid.has_quad(q)) continue;
-        Vec3f narrow[16];
-        controls(q, narrow);
-        Vec3d patch[16];
-        std::transform(narrow, narrow + 16, patch, [](const Vec3f& p) { return Vec3d(p); });
         for (unsigned int j = 0; j <= cells; ++j)
             for (unsigned int i = 0; i <= cells; ++i) {
-                const Vec3d p = sds::evaluate_patch(patch, bases[i], bases[j]);
+                const Vec3d p = point(q, i, j);
                 float* out = &xyz[3 * std::size_t{grid.point(q, i, j)}];
                 for (unsigned int c = 0; c < 3; ++c) out[c] = static_cast<float>(p[c]);
             }
@@ -35,16 +34,49 @@ std::vector<float> evaluate_points(const WeldedGrid& grid, std::uint32_t quads, 
     return xyz;
 }
 
-/// The four points of every cell, none where the quad has no points.
-std::vector<std::uint32_t> cell_corners(const WeldedGrid& grid, std::uint32_t quads, unsigned int cells) {
+/// Evaluates patches in double precision, of which it keeps the last: `controls(patch, out)` gives sixteen controls.
+template <class Controls>
+class PatchEvaluator {
+public:
+    explicit PatchEvaluator(Controls controls) : m_controls(std::move(controls)) {}
+
+    Vec3d operator()(std::uint32_t patch, const sds::CubicBasis<double>& u, const sds::CubicBasis<double>& v) {
+        if (patch != m_last) {
+            Vec3f narrow[16];
+            m_controls(patch, narrow);
+            std::transform(narrow, narrow + 16, m_patch, [](const Vec3f& p) { return Vec3d(p); });
+            m_last = patch;
+        }
+        return sds::evaluate_patch(m_patch, u, v);
+    }
+
+private:
+    Controls m_controls;
+    std::uint32_t m_last = 0xFFFFFFFFu;
+    Vec3d m_patch[16] = {};
+};
+
+/// The four points of every cell of the quads that `kept` has, none where `grid` has no points.
+std::vector<std::uint32_t> cell_corners(const WeldedGrid& grid, const WeldedGrid& kept, std::uint32_t quads,
+                                        unsigned int cells) {
     std::vector<std::uint32_t> corners;
     corners.reserve(4 * std::size_t{quads} * cells * cells);
-    for (std::uint32_t q = 0; q < quads; ++q)
+    for (std::uint32_t q = 0; q < quads; ++q) {
+        if (!kept.has_quad(q)) continue;
         for (unsigned int j = 0; j < cells; ++j)
             for (unsigned int i = 0; i < cells; ++i)
-                for (const auto& [di, dj] : {std::pair{0u, 0u}, {1u, 0u}, {1u, 1u}, {0u, 1u}})
+                for (const auto& [di, dj] : cell_corner_offsets)
                     corners.push_back(grid.has_quad(q) ? grid.point(q, i + di, j + dj) : unmapped_corner);
+    }
     return corners;
+}
+
+/// The quads' vertices, none on quads without a surface.
+CoreArray<unsigned int> surface_quads(const SdsMesh& mesh) {
+    CoreArray<unsigned int> quads(mesh.get_base()->get_quad_indices());
+    for (unsigned int q = 0; q < quads.get_count() / 4; ++q)
+        if (!has_surface(mesh, q)) std::fill_n(&quads[4 * std::size_t{q}], 4, 0xFFFFFFFFu);
+    return quads;
 }
 
 }  // namespace
@@ -113,20 +145,31 @@ Tessellation tessellate(const Surface& surface, unsigned int level, double time,
         throw std::length_error(std::to_string(faces) + " faces are more than a file can number");
 
     Tessellation out;
+    std::vector<sds::CubicBasis<double>> bases;
+    for (unsigned int i = 0; i <= cells; ++i) bases.emplace_back(static_cast<double>(i) / cells);
+    const SdsMesh mesh = surface.make_mesh(0);
+    const bool is_refined = surface.get_geometry().is_refined();
+    const CoreArray<unsigned int> quad_indices = surface_quads(mesh);
+    const WeldedGrid grid(quad_indices, base.get_edges().opposite_edges, cells);
     const SdsBezierMesh patches = surface.get_geometry().get_bezier_mesh_at(time);
-    const WeldedGrid grid(base.get_quad_indices(), base.get_edges().opposite_edges, cells);
-    out.positions =
-        evaluate_points(grid, quads, cells, [&](std::uint32_t q, Vec3f* c) { patches.get_patch_controls(q, c); });
-    out.polygon_counts.assign(faces, 4);
-    out.polygon_indices = cell_corners(grid, quads, cells);
+    PatchEvaluator evaluate([&](std::uint32_t p, Vec3f* c) { patches.get_patch_controls(p, c); });
+    out.positions = evaluate_points(grid, quads, cells, [&](std::uint32_t q, unsigned int i, unsigned int j) {
+        if (!is_refined) return evaluate(q, bases[i], bases[j]);
+        const auto at = mesh.find_primitive(q, static_cast<double>(i) / cells, static_cast<double>(j) / cells);
+        return evaluate(at.primitive, sds::CubicBasis<double>(at.u), sds::CubicBasis<double>(at.v));
+    });
+    out.polygon_indices = cell_corners(grid, grid, quads, cells);
+    out.polygon_counts.assign(out.polygon_indices.size() / 4, 4);
 
     const SdsMeshMaps& maps = surface.get_maps();
     if (uv_map >= maps.get_uv_map_count()) return out;
     const SdsMeshMaps::SdsUvMap& map = maps.get_uv_map(uv_map);
     const WeldedGrid uv_grid(map.quad_indices, map.edges.opposite_edges, cells);
-    out.uv_points = evaluate_points(uv_grid, quads, cells,
-                                    [&](std::uint32_t q, Vec3f* c) { maps.get_bezier_controls(uv_map, q, c); });
-    out.uv_indices = cell_corners(uv_grid, quads, cells);
+    PatchEvaluator evaluate_uv([&](std::uint32_t q, Vec3f* c) { maps.get_bezier_controls(uv_map, q, c); });
+    out.uv_points = evaluate_points(uv_grid, quads, cells, [&](std::uint32_t q, unsigned int i, unsigned int j) {
+        return evaluate_uv(q, bases[i], bases[j]);
+    });
+    out.uv_indices = cell_corners(uv_grid, grid, quads, cells);
     return out;
 }
 

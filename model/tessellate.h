@@ -48,8 +48,9 @@ struct Tessellation {
     std::vector<std::uint32_t> uv_indices;  // per face-corner, 0xFFFFFFFF where not mapped; empty without UVs
 };
 
-/// The flat cells of a level (at least 1) at a time, row by row within each quad of the surface. `uv_map` is ignored
-/// when the surface has no such map. Throws std::length_error when the level gives too many vertices.
+/// The flat cells of a level (at least 1) at a time, row by row within each quad of the surface; holes have none.
+/// `uv_map` is ignored when the surface has no such map. Throws std::length_error when the level gives too many
+/// vertices.
 Tessellation tessellate(const Surface& surface, unsigned int level, double time, unsigned int uv_map);
 
 }  // namespace sds_model

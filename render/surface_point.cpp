@@ -20,6 +20,11 @@ Color get_group_tint(unsigned int index) {
     return out;
 }
 
+// Where the point lies on the faces that users know.
+GeometryPlace get_place(const SurfacePoint& point) {
+    return point.object->get_primitive_place(point.fragment.primitive, point.fragment.u, point.fragment.v);
+}
+
 Layer::Value to_value(const Vec3& v) {
     Layer::Value value;
     for (unsigned int c = 0; c < 3; ++c) value.components[c] = static_cast<float>(v[c]);
@@ -93,7 +98,8 @@ const std::vector<Layer>& get_layers() {
         make_depth_layer(),
         make_vector_layer("st", {"X", "Y"},
                           [](const SurfacePoint& point) {
-                              return Vec3{point.fragment.u, point.fragment.v, 0};
+                              const GeometryPlace place = get_place(point);
+                              return Vec3{place.u, place.v, 0};
                           }),
         make_vector_layer("uv", {"X", "Y"},
                           [](const SurfacePoint& point) {
@@ -101,7 +107,7 @@ const std::vector<Layer>& get_layers() {
                               get_uvw(point, 0, uvw);
                               return uvw;
                           }),
-        make_id_layer("id", [](const SurfacePoint& point) { return point.fragment.primitive; }),
+        make_id_layer("id", [](const SurfacePoint& point) { return get_place(point).face; }),
         make_id_layer("object", [](const SurfacePoint& point) { return point.object_index; }),
         make_id_layer("group",
                       [](const SurfacePoint& point) {
@@ -152,7 +158,8 @@ bool get_uvw(const SurfacePoint& point, unsigned int map, Vec3& uvw) {
         point.object->compute_fragment_uvw(*point.ctx, point.fragment, map, uvw, du, dv);
         return true;
     }
-    uvw = {point.fragment.u, point.fragment.v, 0};
+    const GeometryPlace place = get_place(point);
+    uvw = {place.u, place.v, 0};
     return false;
 }
 

@@ -25,7 +25,7 @@ struct GridOutput {
 
 struct ExportOptions : CommonOptions {
     MotionOptions motion;
-    std::string patches, tessellation;
+    std::string patches, patch_places, tessellation;
     unsigned int level = 3;
     GridOutput samples, uvs;
     unsigned int uv_map = 0;
@@ -48,11 +48,13 @@ void add_grid_option(CLI::App& command, const std::string& flag, GridOutput& out
 
 void check_options(const ExportOptions& options) {
     if (!std::isfinite(options.time)) throw UsageError("--time: not finite");
-    std::vector<std::string> paths{options.patches, options.tessellation, options.samples.path, options.uvs.path};
+    std::vector<std::string> paths{options.patches, options.patch_places, options.tessellation, options.samples.path,
+                                   options.uvs.path};
     for (const auto& [name, path] : options.properties) paths.push_back(path);
     std::erase(paths, "");
     if (paths.empty())
-        throw UsageError("nothing to export: give --patches, --tessellation, --samples, --uv or --property");
+        throw UsageError(
+            "nothing to export: give --patches, --patch-places, --tessellation, --samples, --uv or --property");
     for (const std::string& path : paths) check_output(path);
 }
 
@@ -89,9 +91,9 @@ void export_properties(const ExportOptions& options, const LoadedSurface& loaded
     const std::size_t side = std::size_t{options.property_cells} + 1;
     for (const auto& [name, path] : options.properties) {
         const SurfaceProperty& property = find_property(properties, name);
-        const std::size_t shape[] = {mesh.get_primitive_count(), side, side, 3 * std::size_t{property.get_extent()}};
-        write_array<double>(path, shape,
-                            sample_property(*loaded.surface, property, options.property_cells, options.time));
+        const std::size_t shape[] = {mesh.get_base()->get_primitive_count(), side, side,
+                                     3 * std::size_t{property.get_extent()}};
+        write_array<double>(path, shape, sample_property(mesh, property, options.property_cells, options.time));
     }
 }
 
@@ -105,8 +107,12 @@ void run_export(const ExportOptions& options) {
 
     if (!options.properties.empty()) export_properties(options, loaded);
     if (!options.patches.empty()) {
-        const std::size_t shape[] = {quads, 16, 3};
+        const std::size_t shape[] = {surface.get_geometry().get_patch_count(), 16, 3};
         write_array<float>(options.patches, shape, patch_controls(surface, options.time));
+    }
+    if (!options.patch_places.empty()) {
+        const std::size_t shape[] = {surface.get_geometry().get_patch_count(), patch_place_size};
+        write_array<std::int32_t>(options.patch_places, shape, patch_places(surface));
     }
     if (!options.tessellation.empty()) {
         const Tessellation mesh =
@@ -138,7 +144,15 @@ void add_export_command(CLI::App& program, Action& action) {
     add_common_options(command, *options, "--uv-map");
     add_property_option(command, *options);
     add_motion_options(command, options->motion);
-    command.add_option("--patches", options->patches, "Control points, .npy: float32 [quad][16][3], four per corner")
+    command
+        .add_option("--patches", options->patches,
+                    "Control points of every patch, .npy: float32 [patch][16][3], four per corner")
+        ->type_name("FILE");
+    command
+        .add_option(
+            "--patch-places", options->patch_places,
+            "Where the patches lie, .npy: int32 [patch][4], quad, level, x, y: u in [x, x + 1] / 2^level of the "
+            "quad, v likewise; level -1: this quad and the next three")
         ->type_name("FILE");
     command.add_option("--tessellation", options->tessellation, "Flat cells of --level with shared vertices, .obj")
         ->type_name("FILE");
@@ -148,7 +162,7 @@ void add_export_command(CLI::App& program, Action& action) {
         ->capture_default_str();
     add_grid_option(command, "--samples", options->samples,
                     "Limit samples on N x N cells per quad, .npy: float64 [quad][v][u][15], position, dP/du, dP/dv, "
-                    "normal, smoothing normal");
+                    "normal, smoothing normal; NaN on holes");
     add_grid_option(
         command, "--uv", options->uvs,
         "UVs on N x N cells per quad, .npy: float64 [quad][v][u][9], uvw, d/du, d/dv; NaN where not mapped");

@@ -108,7 +108,7 @@ Json describe(const InfoOptions& options, const LoadedSurface& loaded) {
     json["mesh"] = options.mesh;
     json["polygons"] = loaded.get_cage().get_polygon_count();
     json["control_vertices"] = loaded.get_cage().get_vertex_count();
-    json["quads"] = mesh.get_primitive_count();
+    json["quads"] = surface.get_base().get_primitive_count();
     json["subdivision_step"] = surface.get_base().get_base_tessellation_level() != 0;
     json["vertices"] = {{"smooth", vertices.smooth},
                         {"dart", vertices.dart},
@@ -116,6 +116,11 @@ Json describe(const InfoOptions& options, const LoadedSurface& loaded) {
                         {"corner", vertices.corner},
                         {"border", vertices.border}};
     json["patches"] = {{"regular", patches.regular}, {"boundary", patches.boundary}, {"irregular", patches.irregular}};
+    if (const RefinementStatistics refined = refinement_statistics(surface); refined.depth > 0) {
+        json["isolation"] = {{"depth", refined.depth}, {"patches", refined.patches}, {"leaves", refined.leaves}};
+        for (const auto& [level, count] : refined.patch_levels)
+            json["isolation"]["levels"][std::to_string(level)] = count;
+    }
     json["valences"] = Json::object();
     for (const auto& [valence, count] : valence_histogram(surface.get_base()))
         json["valences"][std::to_string(valence)] = count;
@@ -216,6 +221,12 @@ std::string to_text(const Json& info) {
     report.line("subdivision step", "%s", info["subdivision_step"].get<bool>() ? "yes" : "no, all polygons are quads");
     report.put_entries("vertices", info["vertices"], " ");
     report.put_entries("patches", info["patches"], " ");
+    if (info.contains("isolation")) {
+        const Json& refined = info["isolation"];
+        report.put("isolation", "depth " + refined["depth"].dump() + ", " + refined["patches"].dump() + " patches, " +
+                                    refined["leaves"].dump() + " of them leaves");
+        report.put_entries("patches by level", refined["levels"], ": ");
+    }
     report.put_entries("vertices by valence", info["valences"], ": ");
     report.put("box", to_point_text(info["bbox"]["min"]) + " to " + to_point_text(info["bbox"]["max"]));
     report.line("area", "%.9g", info["area"].get<double>());
@@ -246,12 +257,13 @@ Json describe_estimate(const InfoOptions& options) {
     ReadObjResult mesh = load_cage(options.mesh, options, CageReport::everything);
     join_uvs(*mesh.cage);
     const std::vector<UvSource> uvs = load_uvs(options, *mesh.cage);
-    const BuildEstimate estimate = estimate_build(*mesh.cage, uvs, !options.motion.next.empty(), options.modes);
+    const SurfaceModes modes = get_modes(options, mesh.cage->rules);
+    const BuildEstimate estimate = estimate_build(*mesh.cage, uvs, !options.motion.next.empty(), modes);
     check_memory_limit(estimate, options.memory_limit);
     Json json;
     json["bytes"] = {{"total", estimate.bytes}, {"scratch", estimate.scratch}, {"peak", estimate.get_peak()}};
     add_arrays(estimate.arrays, json["bytes"]);
-    json["stages"] = to_json(estimate_stages(*mesh.cage, options.modes));
+    json["stages"] = to_json(estimate_stages(*mesh.cage, modes));
     return json;
 }
 

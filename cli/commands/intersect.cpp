@@ -5,7 +5,7 @@
 #include "cli/options/load_cage.h"
 #include "io/npy.h"
 #include "io/ray_file.h"
-#include "model/sample_grid.h"
+#include "model/quad_places.h"
 #include "render/batch.h"
 
 #include <CLI/CLI.hpp>
@@ -29,19 +29,15 @@ struct IntersectOptions : CommonOptions {
 constexpr std::size_t hit_size = 4;
 /// Writes the row of a traced ray.
 void write_row(const SdsMesh& mesh, const GeometryRay& ray, bool samples, const CtxEval& ctx, double* row) {
-    const bool is_hit = ray.hit.primitive != sds_render::no_index;
-    row[0] = is_hit ? ray.hit.primitive : -1.0;
-    row[1] = is_hit ? ray.hit.u : 0.0;
-    row[2] = is_hit ? ray.hit.v : 0.0;
-    row[3] = is_hit ? ray.hit.t : std::numeric_limits<double>::infinity();
-    if (!samples) return;
-    if (!is_hit) {
-        std::fill_n(row + hit_size, sample_row_size, std::numeric_limits<double>::quiet_NaN());
-        return;
-    }
-    GeometrySample sample;
-    mesh.compute_fragment_sample(ctx, {ray.hit.primitive, ray.hit.u, ray.hit.v, ray.time, 0.0}, sample);
-    sample_row(sample, row + hit_size);
+    GeometryHit hit = ray.hit;
+    const bool is_hit = hit.primitive != sds_render::no_index;
+    if (samples && is_hit) sample_hit(mesh, ctx, hit, ray.time, row + hit_size);
+    if (samples && !is_hit) std::fill_n(row + hit_size, sample_row_size, std::numeric_limits<double>::quiet_NaN());
+    move_to_quad(mesh, hit);
+    row[0] = is_hit ? hit.primitive : -1.0;
+    row[1] = is_hit ? hit.u : 0.0;
+    row[2] = is_hit ? hit.v : 0.0;
+    row[3] = is_hit ? hit.t : std::numeric_limits<double>::infinity();
 }
 
 std::vector<double> trace_rays(const sds_render::Scene& scene, const SdsMesh& mesh, std::vector<GeometryRay>& rays,
@@ -94,9 +90,7 @@ void add_intersect_command(CLI::App& program, Action& action) {
     command.add_option("--rays", options->rays, "Rays, .npy: float64 rows ox oy oz dx dy dz tnear tfar [time]")
         ->type_name("FILE")
         ->required();
-    command
-        .add_option("--hits", options->hits,
-                    "Hits, .npy: float64 rows primitive u v t; -1 0 0 inf where nothing is hit")
+    command.add_option("--hits", options->hits, "Hits, .npy: float64 rows quad u v t; -1 0 0 inf where nothing is hit")
         ->type_name("FILE")
         ->required();
     command.add_flag("--samples", options->samples,

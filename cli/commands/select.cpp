@@ -3,6 +3,7 @@
 #include "cli/options/common_options.h"
 #include "cli/options/load_cage.h"
 #include "io/frustum_file.h"
+#include "model/quad_places.h"
 #include "render/batch.h"
 
 #include <CLI/CLI.hpp>
@@ -25,16 +26,16 @@ void run_select(const SelectOptions& options) {
     if (options.statistics) print_build_rate({&loaded, 1});
     const SdsMesh mesh = loaded.surface->make_mesh(options.level);
     const auto mode = options.mode == "touch" ? sds_render::SelectMode::touch : sds_render::SelectMode::inside;
-    const std::vector<unsigned int> primitives = sds_render::select_batch(mesh, frustum, mode);
+    const std::vector<unsigned int> quads = select_quads(mesh, frustum, mode);
     if (options.json) {
-        print_text(
-            nlohmann::json{{"mode", options.mode}, {"quads", mesh.get_primitive_count()}, {"selected", primitives}}
-                .dump() +
-            "\n");
+        print_text(nlohmann::json{
+                       {"mode", options.mode}, {"quads", mesh.get_base()->get_primitive_count()}, {"selected", quads}}
+                       .dump() +
+                   "\n");
         return;
     }
     std::string text;
-    for (const unsigned int primitive : primitives) text += std::to_string(primitive) + "\n";
+    for (const unsigned int quad : quads) text += std::to_string(quad) + "\n";
     print_text(text);
 }
 

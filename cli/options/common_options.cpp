@@ -1,6 +1,7 @@
 #include "cli/options/common_options.h"
 
 #include "cli/interrupt.h"
+#include "cli/options/usage_error.h"
 #include "io/atomic_file.h"
 #include "qn_app_base/app_terminal_progress.h"
 
@@ -24,8 +25,9 @@ struct Choice {
 
 template <class Value, std::size_t N>
 void add_choice(CLI::App& command, const std::string& flag, Value& value, const Choice<Value> (&choices)[N],
-                const std::string& help) {
-    const auto parse = [flag, &value, &choices](std::string text) {
+                const std::string& help, bool* is_given = nullptr) {
+    const auto parse = [flag, &value, &choices, is_given](std::string text) {
+        if (is_given != nullptr) *is_given = true;
         std::replace(text.begin(), text.end(), '-', '_');
         std::string known;
         for (const Choice<Value>& choice : choices) {
@@ -43,12 +45,14 @@ void add_choice(CLI::App& command, const std::string& flag, Value& value, const 
 }
 
 using PositionMode = SdsMeshGeometry::InterpolationMode;
+/// Stands for the border rule none, which is no mode of its own.
+constexpr auto open_borders = static_cast<PositionMode>(4);
 // The second names are the field's.
 constexpr Choice<PositionMode> position_modes[] = {
     {"linear", PositionMode::all_fixed},      {"corners", PositionMode::corners_fixed},
     {"smooth", PositionMode::all_smoothed},   {"borders", PositionMode::borders_fixed},
     {"bilinear", PositionMode::all_fixed},    {"edgeAndCorner", PositionMode::corners_fixed},
-    {"edgeOnly", PositionMode::all_smoothed},
+    {"edgeOnly", PositionMode::all_smoothed}, {"none", open_borders},
 };
 
 using UvMode = SdsMeshMaps::InterpolationMode;
@@ -63,6 +67,7 @@ constexpr Choice<UvMode> uv_modes[] = {
 };
 
 constexpr Choice<FractionalSharpness> fractional_choices[] = {
+    {"exact", FractionalSharpness::exact},
     {"sharp", FractionalSharpness::harden},
     {"drop", FractionalSharpness::drop},
 };
@@ -73,14 +78,28 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
     command.add_option("MESH", options.mesh, "Control cage, an OBJ file")->required();
     add_choice(command, "--interpolation", options.modes.positions, position_modes,
                "Which vertices stay: linear (0, bilinear), corners (1, edgeAndCorner, the default), smooth (2, "
-               "edgeOnly), borders (3)");
+               "edgeOnly), borders (3); none (4) has no surface beside borders and needs isolation",
+               &options.has_border_rule);
     add_choice(command, "--uv-interpolation", options.modes.uvs, uv_modes,
                "Which UVs stay: all_fixed (linear), corners_fixed (the default) or one of the others");
     command.add_option(uv_flag, options.uv_files, "A further UV map: the vt records of a file with the same polygons")
         ->type_name("FILE")
         ->allow_extra_args(false);
-    add_choice(command, "--fractional", options.fractional, fractional_choices,
-               "What becomes of creases with a sharpness below 10: sharp (the default) or drop");
+    add_choice(
+        command, "--fractional", options.fractional, fractional_choices,
+        "What becomes of a sharpness between 0 and 10: exact (the default; without isolation it is sharp), sharp "
+        "(infinitely so) or drop");
+    command
+        .add_option("--isolation", options.modes.depth,
+                    "Levels by which quads that are not regular are refined; 0 is one patch per quad")
+        ->check(CLI::Range(0u, SdsRefinement::max_depth))
+        ->capture_default_str();
+    command
+        .add_option("--isolation-error", options.modes.error,
+                    "Stop refining around a vertex once its control point is this close to the surface, a share of the "
+                    "cage's diagonal; --isolation is then the most")
+        ->check(CLI::Range(0.0f, 1.0f))
+        ->type_name("TAU");
     command.add_option("--threads", options.threads, "Threads to use, 0 for every core")->check(CLI::Range(0u, 1024u));
     command
         .add_option("--memory-limit", options.memory_limit,
@@ -120,6 +139,16 @@ protected:
 };
 
 }  // namespace
+
+SurfaceModes get_modes(const CommonOptions& options, const CageRules& rules) {
+    SurfaceModes modes = options.modes;
+    if (modes.positions == open_borders) {
+        if (modes.depth == 0) throw UsageError("--interpolation: none needs an --isolation of 1 and more");
+        modes.positions = PositionMode::corners_fixed;
+        modes.open_borders = true;
+    }
+    return follow_rules(modes, rules, options.has_border_rule);
+}
 
 std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title) {
     if (options.quiet) return std::make_unique<InterruptibleBar<AppProgressBar>>();

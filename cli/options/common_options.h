@@ -15,13 +15,16 @@ namespace sds_cli {
 using namespace sds_io;
 using namespace sds_model;
 
+inline constexpr unsigned int default_isolation = 2;
+
 /// What every subcommand understands.
 struct CommonOptions {
     std::string mesh;
-    SurfaceModes modes;
+    SurfaceModes modes{.depth = default_isolation};
+    bool has_border_rule = false;  ///< --interpolation is given
     std::vector<std::string> uv_files;
     std::string property_file;  ///< empty: none
-    FractionalSharpness fractional = FractionalSharpness::harden;
+    FractionalSharpness fractional = FractionalSharpness::exact;
     unsigned int threads = 0;  ///< 0: one per core
     unsigned int log_level = 1;
     std::size_t memory_limit = 0;  ///< bytes that a build may need; 0: no limit
@@ -39,6 +42,9 @@ inline constexpr unsigned int max_level = 12;
 
 /// Adds the positional MESH and the common options. `uv_flag` names the option that adds UV maps.
 void add_common_options(CLI::App& command, CommonOptions& options, const std::string& uv_flag = "--uv,--uv-map");
+
+/// The modes of a cage's surface: those that the options ask for and, where they leave it open, the cage's own rules.
+SurfaceModes get_modes(const CommonOptions& options, const CageRules& rules);
 
 /// Adds --properties FILE.
 void add_property_option(CLI::App& command, CommonOptions& options);

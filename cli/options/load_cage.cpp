@@ -35,7 +35,7 @@ std::vector<UvSource> load_uvs(const CommonOptions& common, const ControlCage& c
 }
 
 ReadObjResult load_cage(const std::string& path, const CommonOptions& common, CageReport report) {
-    ReadObjResult read = read_obj(path, {.fractional = common.fractional});
+    ReadObjResult read = read_obj(path, {.fractional = common.fractional, .is_refined = common.modes.is_refined()});
     const bool errors_only = common.quiet || report == CageReport::errors;
     for (const Finding& finding : read.findings.get_entries())
         if (!errors_only || severity_of(finding.code) == Severity::error) print_line(to_text(finding));
@@ -74,12 +74,13 @@ LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& mot
     for (const UvSource& map : uvs) loaded.uv_joins.push_back(map.join);
     loaded.motion = load_motion(motion, common, loaded.get_cage());
     if (!common.property_file.empty()) loaded.properties = read_properties(common.property_file, loaded.get_cage());
+    const SurfaceModes modes = get_modes(common, loaded.get_cage().rules);
     if (common.memory_limit != 0) {
         const bool has_motion = !loaded.motion.vectors.empty();
-        check_memory_limit(estimate_build(loaded.get_cage(), uvs, has_motion, common.modes), common.memory_limit);
+        check_memory_limit(estimate_build(loaded.get_cage(), uvs, has_motion, modes), common.memory_limit);
     }
-    loaded.surface = std::make_unique<Surface>(loaded.get_cage(), uvs, loaded.motion.vectors, common.modes, progress);
-    install_time_samples(*loaded.surface, loaded.motion, common, loaded.get_cage().get_vertex_count());
+    loaded.surface = std::make_unique<Surface>(loaded.get_cage(), uvs, loaded.motion.vectors, modes, progress);
+    install_time_samples(*loaded.surface, loaded.motion, loaded.get_cage().get_vertex_count());
     return loaded;
 }
 

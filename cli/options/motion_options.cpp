@@ -16,11 +16,11 @@ namespace {
 
 class CageSampleLoader : public SdsMeshGeometry::SampleLoader {
 public:
-    CageSampleLoader(std::vector<std::string> files, FractionalSharpness fractional, std::size_t vertices)
-        : m_files(std::move(files)), m_fractional(fractional), m_vertices(vertices) {}
+    CageSampleLoader(std::vector<std::string> files, std::size_t vertices)
+        : m_files(std::move(files)), m_vertices(vertices) {}
 
     void get_positions(const GMathTimeSampling&, const unsigned int& sample, GMathVec3<float>* out) override {
-        const ReadObjResult read = read_obj(m_files[sample], {.fractional = m_fractional});
+        const ReadObjResult read = read_obj(m_files[sample]);
         if (!read.cage || read.cage->get_vertex_count() != m_vertices)
             throw InputError(m_files[sample], "changed while it was in use");
         const std::vector<float>& p = read.cage->positions;
@@ -29,7 +29,6 @@ public:
 
 private:
     std::vector<std::string> m_files;
-    FractionalSharpness m_fractional;
     std::size_t m_vertices;
 };
 
@@ -95,12 +94,11 @@ Motion load_motion(const MotionOptions& options, const CommonOptions& common, co
     return motion;
 }
 
-void install_time_samples(Surface& surface, const Motion& motion, const CommonOptions& common, std::size_t vertices) {
+void install_time_samples(Surface& surface, const Motion& motion, std::size_t vertices) {
     if (motion.files.empty()) return;
     using Loader = CoreSharedPointer<SdsMeshGeometry::SampleLoader, CoreSharedCounter>;
-    surface.get_geometry().set_positions_sampling(
-        GMathTimeSampling(view_of(motion.times)),
-        Loader(new CageSampleLoader(motion.files, common.fractional, vertices)));
+    surface.get_geometry().set_positions_sampling(GMathTimeSampling(view_of(motion.times)),
+                                                  Loader(new CageSampleLoader(motion.files, vertices)));
 }
 
 }  // namespace sds_cli

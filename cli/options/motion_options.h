@@ -43,6 +43,6 @@ Motion load_motion(const MotionOptions& options, const CommonOptions& common, co
 
 /// Gives the time samples to a surface, which reads each file again when its sample is first asked for. A file that
 /// changed in between throws InputError there.
-void install_time_samples(Surface& surface, const Motion& motion, const CommonOptions& common, std::size_t vertices);
+void install_time_samples(Surface& surface, const Motion& motion, std::size_t vertices);
 
 }  // namespace sds_cli

@@ -46,6 +46,11 @@ private:
     bool read_index(std::string_view& text, std::size_t record_count, std::uint32_t& index);
     void read_tag();
     void read_crease(std::size_t int_count, std::size_t float_count);
+    void read_corners(std::size_t int_count, std::size_t float_count);
+    void read_holes(std::size_t int_count);
+    void read_rule(std::string_view tag);
+    bool read_tag_integer(std::string_view token, std::int64_t& value);
+    void check_value_count(std::size_t announced, std::size_t found);
     float read_sharpness(std::string_view token);
     std::size_t read_numbers(std::array<float, 6>& numbers);
     bool read_number(std::string_view token, float& value);
@@ -243,6 +248,7 @@ void RecordReader::read_polygon() {
         for (std::size_t c = first; c < m_cage.get_corner_count(); ++c)
             m_records.dropped_corners.push_back({m_cursor.get_line(), m_cage.polygon_indices[c], m_cage.uv_indices[c]});
     }
+    m_records.dropped_polygons.push_back(m_records.polygon_records - 1);
     m_cage.polygon_indices.resize(first);
     m_cage.uv_indices.resize(first);
 }
@@ -266,15 +272,31 @@ void RecordReader::read_tag() {
         record(FindingCode::malformed_tag, [&] { return "INTS/FLOATS/STRINGS expected, not " + quoted(counts); });
         return;
     }
+    const auto [ints, floats, strings] = sizes;
+    const auto expect = [&](bool is_right, const char* shape) {
+        if (!is_right) record(FindingCode::malformed_tag, [&] { return shape + (", not " + quoted(counts)); });
+        return is_right;
+    };
     if (tag == "crease") {
-        const auto [ints, floats, strings] = sizes;
-        if (ints < 2 || (floats != 1 && floats != ints - 1) || strings != 0)
-            record(FindingCode::malformed_tag, [&] {
-                return "a crease has two or more vertices and one sharpness for all or for each edge, not " +
-                       quoted(counts);
-            });
-        else
+        if (expect(ints >= 2 && (floats == 1 || floats == ints - 1) && strings == 0,
+                   "a crease has two or more vertices and one sharpness for all or for each edge"))
             read_crease(static_cast<std::size_t>(ints), static_cast<std::size_t>(floats));
+        return;
+    }
+    if (tag == "corner") {
+        if (expect(ints >= 1 && (floats == 1 || floats == ints) && strings == 0,
+                   "a corner has one or more vertices and one sharpness for all or for each"))
+            read_corners(static_cast<std::size_t>(ints), static_cast<std::size_t>(floats));
+        return;
+    }
+    if (tag == "hole") {
+        if (expect(ints >= 1 && floats == 0 && strings == 0, "a hole has one or more polygons"))
+            read_holes(static_cast<std::size_t>(ints));
+        return;
+    }
+    if ((tag == "interpolateboundary" && counts == "1/0/0") ||
+        ((tag == "creasemethod" || tag == "smoothtriangles") && counts == "0/0/1")) {
+        read_rule(tag);
         return;
     }
     m_records.ignored_tags.add(tag, m_cursor.get_line());
@@ -285,15 +307,79 @@ void RecordReader::read_tag() {
                [&] { return quoted(counts) + " announced, " + std::to_string(count) + " values found"; });
 }
 
+bool RecordReader::read_tag_integer(std::string_view token, std::int64_t& value) {
+    std::string_view rest = token;
+    if (take_integer(rest, value) && rest.empty()) return true;
+    record_token(FindingCode::not_a_number, token);
+    return false;
+}
+
+void RecordReader::check_value_count(std::size_t announced, std::size_t found) {
+    if (found != announced)
+        record(FindingCode::malformed_tag,
+               [&] { return std::to_string(announced) + " values announced, " + std::to_string(found) + " found"; });
+}
+
+void RecordReader::read_corners(std::size_t int_count, std::size_t float_count) {
+    const std::size_t first = m_records.corners.size();
+    std::size_t count = 0;
+    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count) {
+        if (count < int_count) {
+            std::int64_t vertex = 0;
+            read_tag_integer(token, vertex);
+            m_records.corners.push_back({m_cursor.get_line(), vertex, 0.0f});
+        } else if (count < int_count + float_count) {
+            const float sharpness = read_sharpness(token);
+            const std::size_t corner = first + count - int_count;
+            const std::size_t last = float_count == 1 ? m_records.corners.size() : corner + 1;
+            for (std::size_t i = corner; i < last; ++i) m_records.corners[i].sharpness = sharpness;
+        }
+    }
+    check_value_count(int_count + float_count, count);
+}
+
+void RecordReader::read_holes(std::size_t int_count) {
+    std::size_t count = 0;
+    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count) {
+        std::int64_t polygon = 0;
+        if (read_tag_integer(token, polygon)) m_records.holes.push_back({m_cursor.get_line(), polygon});
+    }
+    check_value_count(int_count, count);
+}
+
+/// A rule for the whole surface, of one value. Values that are not known are ignored with their tag.
+void RecordReader::read_rule(std::string_view tag) {
+    const std::string_view value = m_cursor.next_token();
+    check_value_count(1, value.empty() ? 0 : m_cursor.next_token().empty() ? 1 : 2);
+    using Borders = CageRules::Borders;
+    CageRules& rules = m_cage.rules;
+    bool is_known = true, needs_refinement = true;
+    if (tag == "interpolateboundary") {
+        is_known = value == "0" || value == "1" || value == "2";
+        needs_refinement = value == "0";
+        if (is_known && (!needs_refinement || m_options.is_refined))
+            rules.borders = value == "0" ? Borders::none : value == "1" ? Borders::edges_and_corners : Borders::edges;
+    } else if (tag == "creasemethod") {
+        is_known = value == "normal" || value == "uniform" || value == "chaikin";
+        needs_refinement = rules.chaikin = value == "chaikin";
+    } else {
+        is_known = value == "catmark" || value == "smooth";
+        needs_refinement = rules.smooth_triangles = value == "smooth";
+    }
+    if (!is_known)
+        m_records.ignored_tags.add(tag, m_cursor.get_line());
+    else if (needs_refinement && !m_options.is_refined)
+        m_records.unkept_rules.add(tag, m_cursor.get_line());
+}
+
 void RecordReader::read_crease(std::size_t int_count, std::size_t float_count) {
     const std::size_t first = m_records.creases.size();
     std::int64_t previous = 0;
     std::size_t count = 0;
     for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count) {
         if (count < int_count) {
-            std::string_view rest = token;
             std::int64_t vertex = 0;
-            if (!take_integer(rest, vertex) || !rest.empty()) record_token(FindingCode::not_a_number, token);
+            read_tag_integer(token, vertex);
             if (count > 0) m_records.creases.push_back({m_cursor.get_line(), previous, vertex, 0.0f});
             previous = vertex;
         } else if (count < int_count + float_count) {
@@ -303,10 +389,7 @@ void RecordReader::read_crease(std::size_t int_count, std::size_t float_count) {
             for (std::size_t e = edge; e < last; ++e) m_records.creases[e].sharpness = sharpness;
         }
     }
-    if (count != int_count + float_count)
-        record(FindingCode::malformed_tag, [&] {
-            return std::to_string(int_count + float_count) + " values announced, " + std::to_string(count) + " found";
-        });
+    check_value_count(int_count + float_count, count);
 }
 
 /// A number that may be infinite but not NaN.

@@ -19,6 +19,19 @@ struct CreaseTag {
     float sharpness;    ///< may be infinite, never NaN
 };
 
+/// One vertex of a `t corner` record.
+struct CornerTag {
+    std::uint32_t line;
+    std::int64_t vertex;  ///< 0-based, unchecked
+    float sharpness;      ///< may be infinite, never NaN
+};
+
+/// One polygon of a `t hole` record.
+struct HoleTag {
+    std::uint32_t line;
+    std::int64_t polygon;  ///< 0-based among the `f` records, unchecked
+};
+
 /// Corner of a polygon that is dropped: its indices must be right all the same.
 struct DroppedCorner {
     std::uint32_t line, vertex, uv;
@@ -41,8 +54,11 @@ struct ObjRecords {
     std::vector<std::uint32_t> polygon_lines;
     std::vector<DroppedCorner> dropped_corners;
     std::vector<CreaseTag> creases;
+    std::vector<CornerTag> corners;
+    std::vector<HoleTag> holes;
+    std::vector<std::uint64_t> dropped_polygons;  ///< `f` records without a polygon in the cage, 0-based
     GroupTable materials, groups;
-    SkippedKinds ignored_tags, ignored_records, unknown_records;
+    SkippedKinds ignored_tags, unkept_rules, ignored_records, unknown_records;
     std::uint64_t polygon_records = 0;  ///< f records, good or bad
     bool any_mapped = false;            ///< some corner names a UV point
     bool too_many = false;              ///< a limit was passed and reading stopped there

@@ -34,9 +34,15 @@ public:
     void settle_uvs();
     void settle_groups();
     void set_creases();
+    void set_corners();
+    void set_holes();
 
 private:
     FirstCase describe(PolyFindingCode code, const PolyPlace& place) const;
+    FractionalSharpness fractional() const {
+        const bool is_exact = m_options.fractional == FractionalSharpness::exact;
+        return is_exact && !m_options.is_refined ? FractionalSharpness::harden : m_options.fractional;
+    }
     std::uint32_t first_corner(std::uint32_t polygon) const;
 
     template <class Detail>
@@ -116,11 +122,21 @@ void MeshChecker::check_polygons() {
 
 void MeshChecker::check_tags() {
     const auto count = static_cast<std::int64_t>(m_cage.get_vertex_count());
+    const auto check = [this](std::int64_t index, std::int64_t of, const char* what, FindingCode code,
+                              std::uint32_t line) {
+        if (index < 0 || index >= of)
+            record(code, line, [&] {
+                return std::string(what) + " " + std::to_string(index) + ", 0-based, of " + std::to_string(of);
+            });
+    };
     for (const CreaseTag& tag : m_records.creases)
         for (const std::int64_t vertex : {tag.a, tag.b})
-            if (vertex < 0 || vertex >= count)
-                record(FindingCode::tag_index_out_of_range, tag.line,
-                       [&] { return "vertex " + std::to_string(vertex) + ", 0-based, of " + std::to_string(count); });
+            check(vertex, count, "vertex", FindingCode::tag_index_out_of_range, tag.line);
+    for (const CornerTag& tag : m_records.corners)
+        check(tag.vertex, count, "vertex", FindingCode::tag_index_out_of_range, tag.line);
+    const auto polygons = static_cast<std::int64_t>(m_records.polygon_records);
+    for (const HoleTag& tag : m_records.holes)
+        check(tag.polygon, polygons, "polygon", FindingCode::tag_without_polygon, tag.line);
 }
 
 void MeshChecker::report_skipped_kinds() {
@@ -131,6 +147,7 @@ void MeshChecker::report_skipped_kinds() {
     report(FindingCode::unknown_record, m_records.unknown_records);
     report(FindingCode::ignored_record, m_records.ignored_records);
     report(FindingCode::ignored_tag, m_records.ignored_tags);
+    report(FindingCode::unkept_rule, m_records.unkept_rules);
 }
 
 void MeshChecker::settle_uvs() {
@@ -168,8 +185,41 @@ void MeshChecker::set_creases() {
                          "vertices " + std::to_string(tag.a) + " and " + std::to_string(tag.b) + ", 0-based",
                          {}};
     };
-    m_cage.corner_creases =
-        settle_creases(edges, m_cage.get_corner_count(), creases, m_options.fractional, m_findings, describe);
+    SettledCreases settled =
+        settle_creases(edges, m_cage.get_corner_count(), creases, fractional(), m_findings, describe);
+    m_cage.corner_creases = std::move(settled.flags);
+    m_cage.corner_sharpness = std::move(settled.sharpness);
+}
+
+void MeshChecker::set_corners() {
+    std::vector<SharpCorner> corners;
+    for (const CornerTag& tag : m_records.corners) {
+        if (m_options.is_refined)
+            corners.push_back({static_cast<std::uint32_t>(tag.vertex), tag.sharpness});
+        else if (tag.sharpness > 0.0f)
+            record(FindingCode::unkept_corner, tag.line,
+                   [&] { return "vertex " + std::to_string(tag.vertex) + ", 0-based"; });
+    }
+    const auto describe = [this](FindingCode, std::size_t entry) {
+        return FirstCase{m_name + ":" + std::to_string(m_records.corners[entry].line), {}, {}};
+    };
+    m_cage.vertex_sharpness = settle_corners(m_cage.get_vertex_count(), corners, fractional(), m_findings, describe);
+}
+
+void MeshChecker::set_holes() {
+    const std::vector<std::uint64_t>& dropped = m_records.dropped_polygons;
+    for (const HoleTag& tag : m_records.holes) {
+        const auto record_number = static_cast<std::uint64_t>(tag.polygon);
+        const auto before = std::lower_bound(dropped.begin(), dropped.end(), record_number);
+        if (before != dropped.end() && *before == record_number) continue;
+        if (!m_options.is_refined) {
+            record(FindingCode::unkept_hole, tag.line,
+                   [&] { return "polygon " + std::to_string(tag.polygon) + ", 0-based"; });
+            continue;
+        }
+        if (m_cage.holes.empty()) m_cage.holes.assign(m_cage.get_polygon_count(), 0);
+        m_cage.holes[record_number - static_cast<std::size_t>(before - dropped.begin())] = 1;
+    }
 }
 
 std::uint32_t MeshChecker::first_corner(std::uint32_t polygon) const {
@@ -202,6 +252,8 @@ ReadObjResult read_obj_text(std::string_view text, const std::string& name, cons
     checker.settle_uvs();
     checker.settle_groups();
     checker.set_creases();
+    checker.set_corners();
+    checker.set_holes();
     if (findings.has_errors()) return result;
     result.cage = std::move(records.cage);
     result.polygon_lines = std::move(records.polygon_lines);

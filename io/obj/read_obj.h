@@ -16,7 +16,10 @@ namespace sds_io {
 using namespace sds_model;
 
 struct ReadObjOptions {
+    /// `exact` hardens where the surface is not to be refined.
     FractionalSharpness fractional = FractionalSharpness::harden;
+    /// Whether the cage keeps what only refined surfaces follow: sharp vertices, holes, open borders and the like.
+    bool is_refined = false;
     /// Most face-corners, vertices and UV points accepted.
     std::uint32_t max_corners = poly_max_elements;
 };
@@ -40,7 +43,10 @@ struct ReadObjResult {
 ///
 /// `t crease N/M/0 V0 .. V(N-1) S ..` marks the chain of edges V0-V1-.. (0-based, in the order of the `v` records) with
 /// one sharpness for all or one each. A sharpness of 10 and above, or inf, is a crease; 0 and below none; between, see
-/// ReadObjOptions. The last tag on an edge counts.
+/// ReadObjOptions. The last tag on an edge counts. `t corner N/M/0 V .. S ..` makes vertices sharp, likewise, and `t
+/// hole N/0/0 F ..` polygons holes (0-based, in the order of the `f` records). `t interpolateboundary 1/0/0 B` is the
+/// border rule: 0 none, 1 edges and corners, 2 edges only; `t creasemethod 0/0/1 chaikin` and `t smoothtriangles 0/0/1
+/// smooth` name the rules of fractional sharpness and of triangles.
 ///
 /// The tokenizer is our own: a general loader accepts indices out of range, two-corner polygons and NaN, and forgets
 /// line numbers, which every finding here needs. Time and memory are linear in the file, a pole of any valence

@@ -20,10 +20,10 @@ using Json = nlohmann::json;
 // nearly so.
 TEST(BuildEstimate, PredictsTheArraysOfTheSurface) {
     for (const std::string& text : {std::string(cube_obj), std::string(sheet_obj), grid_obj(40), grid_obj(40, 7)})
-        for (const auto mode :
-             {SdsMeshGeometry::InterpolationMode::corners_fixed, SdsMeshGeometry::InterpolationMode::all_fixed}) {
+        for (const SurfaceModes& modes :
+             {SurfaceModes{}, SurfaceModes{.positions = SdsMeshGeometry::InterpolationMode::all_fixed},
+              SurfaceModes{.depth = 2}}) {
             const ControlCage cage = read_obj_text(text, "cage.obj").cage.value();
-            const SurfaceModes modes{.positions = mode};
             const BuildEstimate estimate = estimate_build(cage, {}, false, modes);
             const Surface surface(cage, {}, {}, modes, nullptr);
             std::map<std::string, std::size_t> predicted;

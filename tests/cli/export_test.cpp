@@ -38,10 +38,11 @@ struct Exported {
 
 Exported export_all(const ScratchFolder& folder, const std::string& mesh, unsigned int level, unsigned int cells,
                     const std::vector<std::string>& more = {}) {
-    EXPECT_SUCCESS(run_sds(folder,
-                           {"export", mesh, "--patches", folder.path("p.npy"), "--tessellation", folder.path("t.obj"),
-                            "--level", std::to_string(level), "--samples", std::to_string(cells), folder.path("s.npy")},
-                           more));
+    EXPECT_SUCCESS(
+        run_sds(folder,
+                {"export", mesh, "--patches", folder.path("p.npy"), "--tessellation", folder.path("t.obj"), "--level",
+                 std::to_string(level), "--samples", std::to_string(cells), folder.path("s.npy"), "--isolation", "0"},
+                more));
     Exported out;
     const NpyArray patches = read_npy(folder.path("p.npy"));
     out.quads = patches.shape.at(0);

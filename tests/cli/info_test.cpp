@@ -31,7 +31,11 @@ TEST_F(Info, CountsWhatACubeIs) {
     EXPECT_EQ(info["uv_maps"][1]["name"], "cube");
     EXPECT_EQ(info["uv_maps"][0]["unmapped_quads"], 0);
     EXPECT_EQ(info["findings"], Json::array());
-    EXPECT_GT(info["bytes"]["patches"], 6 * 64);
+    EXPECT_EQ(info["isolation"], Json::parse(R"({"depth":2,"patches":96,"leaves":24,"levels":{"2":96}})"));
+    EXPECT_GT(info["bytes"]["refined patches"], 96 * 192);
+    const Json plain = info_of(folder, cube, {"--isolation", "0"});
+    EXPECT_GT(plain["bytes"]["patches"], 6 * 64);
+    EXPECT_FALSE(plain.contains("isolation"));
     // All twelve edges of the map have two polygons on different points, but for those that agree by chance.
     EXPECT_GT(info["uv_maps"][0]["seam_edges"], 0);
     // Bilinear patches are the cage itself.

@@ -148,8 +148,9 @@ TEST_F(Program, FailsWhereItCannotWrite) {
 
 TEST_F(Program, SaysWhatItFoundUnlessQuiet) {
     const std::string mesh = folder.write("a.obj", std::string(cube_obj) + "v 9 9 9\nt crease 2/1/0 0 1 3.5\n");
-    const SdsRun loud = run_sds(folder, {"info", mesh});
+    const SdsRun loud = run_sds(folder, {"info", mesh, "--fractional", "sharp"});
     EXPECT_SUCCESS(loud);
+    EXPECT_THAT(run_sds(folder, {"info", mesh}).err, Not(HasSubstr("sharpness")));
     EXPECT_THAT(loud.err, AllOf(HasSubstr(mesh + ":20: warning: edge of fractional sharpness"),
                                 HasSubstr(mesh + ": note: vertex that no polygon uses (vertex 9)")));
     EXPECT_EQ(run_sds(folder, {"info", mesh, "--quiet"}).err, "");

@@ -60,9 +60,8 @@ TEST_F(Properties, PositionsComeBackAsTheSurface) {
     std::filesystem::rename(folder.path("p.npy"), folder.path("values.npy"));
     const std::string sidecar = write_sidecar(folder, {plain, indexed, file, half});
     for (const char* mode : {"corners", "linear"}) {
-        const std::vector<std::string> more{"--interpolation", mode};
-        EXPECT_SUCCESS(run_sds(
-            folder, {"export", sheet, "--samples", "3", folder.path("s.npy"), "--quiet", "--interpolation", mode}));
+        const std::vector<std::string> more{"--interpolation", mode, "--isolation", "0"};
+        EXPECT_SUCCESS(run_sds(folder, {"export", sheet, "--samples", "3", folder.path("s.npy"), "--quiet"}, more));
         const std::vector<double> samples = read_doubles(folder.path("s.npy"), {15, 4, 4, 15});
         for (const char* name : {"plain", "indexed", "file", "half"}) {
             const std::vector<double> values = export_property(folder, sheet, sidecar, name, 3, more);

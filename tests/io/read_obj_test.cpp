@@ -1,11 +1,13 @@
 #include "io/obj/read_obj.h"
 #include "io/json.h"
+#include "io/obj/write_obj.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <numeric>
+#include <tuple>
 
 #include "support/scratch_folder.h"
 
@@ -189,7 +191,13 @@ TEST(ReadObj, ReportsWhatDoesNotStop) {
     expect_finding(square + "f 1 2 3 4\nl 1 2 3\np 1\n", ignored_record, 6, 2);
     expect_finding(square + "f 1 2 3 4\nfoo 1 2 3\n", unknown_record, 6);
     expect_finding(square + "v 0 0 0 2\nf 1 2 3 4 5\n", ignored_weight, 5);
-    expect_finding(square + "f 1 2 3 4\nt corner 1/1/0 0 10\nt smoothtriangles 0/0/1 catmark\n", ignored_tag, 6, 2);
+    expect_finding(square + "f 1 2 3 4\nt round 1/1/0 0 10\nt smoothtriangles 0/0/1 twice\n", ignored_tag, 6, 2);
+    const std::string tags = square + "f 1 2\nf 1 2 3 4\nt hole 1/0/0 1\nt corner 2/1/0 0 3 10\nt crease 2/1/0 0 1 3\n";
+    expect_finding(tags, unkept_hole, 7);
+    expect_finding(tags, unkept_corner, 8, 2);
+    expect_finding(tags, fractional_sharpness, 9, 1, {.fractional = FractionalSharpness::exact});
+    expect_finding(tags + "t creasemethod 0/0/1 chaikin\nt interpolateboundary 1/0/0 0\n", unkept_rule, 10, 2);
+    expect_finding(tags + "t corner 1/1/0 0 3\n", fractional_corner, 10, 1, {.is_refined = true});
     EXPECT_EQ(find(read_obj_text(strip + "f 1 2 3 4\nf 2 5 6 3\nf 2 1 7 8", ""), opposite_winding), nullptr);
 }
 
@@ -223,6 +231,37 @@ TEST(ReadObj, SettlesFractionalSharpnessOncePerEdge) {
     EXPECT_EQ(find(dropped, fractional_sharpness)->first.action, "left smooth");
     EXPECT_EQ(find(read_obj_text(text + "t crease 3/1/0 0 1 2 10\n", ""), fractional_sharpness), nullptr)
         << "overruled";
+}
+
+TEST(ReadObj, KeepsAllTagsForRefinedSurfaces) {
+    const std::string quads = square + "v 2 0 0\nv 2 1 0\nf 1 2\nf 1 2 3 4\nf 2 5 6 3\n";
+    const ReadObjOptions options{.fractional = FractionalSharpness::exact, .is_refined = true};
+    const std::string tags =
+        "t crease 3/2/0 1 2 3 2.5 10\nt crease 2/1/0 0 1 0.5\nt crease 2/1/0 0 1 0\nt corner 2/2/0 5 0 inf 0.75\n"
+        "t hole 1/0/0 2\nt interpolateboundary 1/0/0 0\nt creasemethod 0/0/1 chaikin\n"
+        "t smoothtriangles 0/0/1 smooth\n";
+    const ReadObjResult result = read_obj_text(quads + tags, "cage.obj", options);
+    ASSERT_TRUE(result.cage);
+    EXPECT_EQ(result.findings.get_entries().size(), 1u) << "the polygon of two corners, which tags count";
+    const ControlCage& cage = *result.cage;
+    EXPECT_EQ(cage.corner_creases, (std::vector<std::uint8_t>{0, 0, 1, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(cage.corner_sharpness, (std::vector<float>{0, 2.5f, 0, 0, 0, 0, 0, 2.5f}));
+    EXPECT_EQ(cage.vertex_sharpness, (std::vector<float>{0.75f, 0, 0, 0, 0, 10}));
+    EXPECT_EQ(cage.holes, (std::vector<std::uint8_t>{0, 1}));
+    EXPECT_EQ(cage.rules.borders, CageRules::Borders::none);
+    EXPECT_TRUE(cage.rules.chaikin && cage.rules.smooth_triangles);
+
+    expect_finding(quads + "t hole 2/0/0 0 3\n", tag_without_polygon, 10, 1, options);
+    expect_finding(quads + "t corner 1/1/0 6 1\n", tag_index_out_of_range, 10, 1, options);
+    expect_finding(quads + "t corner 2/3/0 0 1 1 1 1\n", malformed_tag, 10, 1, options);
+
+    const ScratchFolder folder;
+    write_obj(folder.path("out.obj"), to_obj_mesh(cage));
+    const ControlCage again = read_obj(folder.path("out.obj"), options).cage.value();
+    EXPECT_EQ(std::tie(again.corner_creases, again.corner_sharpness, again.vertex_sharpness, again.holes),
+              std::tie(cage.corner_creases, cage.corner_sharpness, cage.vertex_sharpness, cage.holes));
+    EXPECT_EQ(std::tie(again.rules.borders, again.rules.chaikin, again.rules.smooth_triangles),
+              std::tie(cage.rules.borders, cage.rules.chaikin, cage.rules.smooth_triangles));
 }
 
 TEST(ReadObj, MaterialsMakeShadingGroupsBeforeGroupsDo) {

@@ -7,6 +7,7 @@
 #include <random>
 #include <set>
 
+#include "oracles/built_surface.h"
 #include "qn_sys/sys_thread.h"
 #include "render/framing.h"
 #include "test_objects.h"
@@ -54,6 +55,47 @@ RenderOptions unshaded(unsigned int samples) {
 
 const std::vector<float>& values_of(const Rendering& rendering, const char* channel) {
     return rendering.image.find_channel(channel)->values;
+}
+
+// Patches of several sizes, and others that cover four quads: what layers say is on the quads of depth 0.
+TEST(Renderer, LayersOfRefinedSurfacesAreOnTheQuads) {
+    std::vector<GMathVec3<float>> points;
+    std::vector<std::vector<unsigned int>> faces;
+    for (unsigned int i = 0; i < 36; ++i)
+        points.emplace_back(static_cast<float>(i % 6), static_cast<float>(i / 6), 0.4f * static_cast<float>(i % 5));
+    for (unsigned int i = 0; i < 30; ++i) {
+        if (i % 6 == 5) continue;
+        if (i == 14)
+            faces.insert(faces.end(), {{i, i + 1, i + 7}, {i, i + 7, i + 6}});
+        else
+            faces.push_back({i, i + 1, i + 7, i + 6});
+    }
+    sds_test::BuiltSurface::Options built;
+    built.refinement.depth = 3;
+    const sds_test::BuiltSurface surface(sds_test::make_mesh(points, faces), built);
+    const SceneOf scene(surface.mesh);
+    RenderOptions options = unshaded(1);
+    for (const char* name : {"P", "st", "id"}) options.layers.push_back(make_layer(name));
+    const Rendering rendering = render(scene, frame_scene(scene, front_view(), 64, 64), options, nullptr);
+    const std::vector<unsigned int>& ids = rendering.image.find_channel("id")->ids;
+    const CtxShader shader;
+    std::set<unsigned int> quads;
+    for (size_t i = 0; i < ids.size(); ++i) {
+        if (ids[i] == no_index) continue;
+        quads.insert(ids[i]);
+        const double u = static_cast<double>(values_of(rendering, "st.X")[i]);
+        const double v = static_cast<double>(values_of(rendering, "st.Y")[i]);
+        const SdsMesh::PrimitivePlace place = surface.mesh.find_primitive(ids[i], u, v);
+        GeometrySample sample;
+        surface.mesh.compute_fragment_sample(CtxEval(shader), {place.primitive, place.u, place.v, 0.0, 0.0}, sample);
+        for (unsigned int c = 0; c < 3; ++c)
+            ASSERT_NEAR(values_of(rendering, c == 0   ? "P.X"
+                                             : c == 1 ? "P.Y"
+                                                      : "P.Z")[i],
+                        sample.get_geometric_position()[c], 1e-5)
+                << "pixel " << i;
+    }
+    EXPECT_EQ(quads.size(), surface.quad_count());
 }
 
 TEST(Renderer, ThreadsAndPacketsDoNotChangeThePicture) {

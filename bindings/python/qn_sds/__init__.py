@@ -4,8 +4,9 @@
     hits = surface.intersect(origins, directions)
     points = surface.sample(hits.primitive, hits.uv)
 
-A `Surface` is made from numpy arrays (or read from an OBJ file), holds one bicubic patch per quad of its control mesh,
-and answers rays, samples, maps and frusta in batches, on every core, with the GIL released.
+A `Surface` is made from numpy arrays (or read from an OBJ file), holds bicubic patches over the quads of its control
+mesh, smaller ones where it is not regular, and answers rays, samples, maps and frusta in batches, on every core, with
+the GIL released.
 """
 
 from ._errors import Finding, MeshError, MeshWarning

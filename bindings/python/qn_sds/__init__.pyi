@@ -64,7 +64,14 @@ class Surface:
         interpolation: str | None = None,
         uv_interpolation: str | None = None,
         motion: _Map | None = None,
-        fractional: str = "harden",
+        corners: _Map | None = None,
+        holes: ArrayLike | None = None,
+        isolation: int = ...,
+        isolation_error: float = 0.0,
+        fractional: str = "exact",
+        crease_method: str = "uniform",
+        triangle_rule: str | None = None,
+        orientation: str = "rightHanded",
         faceVertexCounts: ArrayLike | None = ...,
         faceVertexIndices: ArrayLike | None = ...,
         creaseIndices: ArrayLike | None = ...,
@@ -73,7 +80,7 @@ class Surface:
         interpolateBoundary: str | None = ...,
         faceVaryingLinearInterpolation: str | None = ...,
         subdivisionScheme: str | None = ...,
-        orientation: str | None = ...,
+        triangleSubdivisionRule: str | None = ...,
         cornerIndices: ArrayLike | None = ...,
         cornerSharpnesses: ArrayLike | None = ...,
         holeIndices: ArrayLike | None = ...,
@@ -94,6 +101,8 @@ class Surface:
     def limit_points(self, primitives: ArrayLike, uv: ArrayLike) -> LimitPoints: ...
     def limit_grid(self, n: int, *, time: float = 0.0) -> Samples: ...
     def patches(self, *, time: float = 0.0) -> NDArray[np.float32]: ...
+    @property
+    def patch_places(self) -> NDArray[np.int32]: ...
     def uv(self, primitives: ArrayLike, uv: ArrayLike, map: int | str = 0) -> UvSamples: ...
     def color(self, primitives: ArrayLike, uv: ArrayLike) -> NDArray[np.float32]: ...
     def select(
@@ -130,7 +139,11 @@ class Surface:
 def load_obj(
     path: str | PathLike[str],
     *,
-    interpolation: str = "edgeAndCorner",
+    interpolation: str | None = None,
     uv_interpolation: str = "corners_fixed",
-    fractional: str = "harden",
+    isolation: int = ...,
+    isolation_error: float = 0.0,
+    fractional: str = "exact",
+    crease_method: str = "uniform",
+    triangle_rule: str = "catmullClark",
 ) -> Surface: ...

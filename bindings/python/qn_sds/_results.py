@@ -8,7 +8,7 @@ import numpy as np
 class Hits(NamedTuple):
     """Nearest hits, one per ray."""
 
-    primitive: np.ndarray  # int32, -1 where nothing is hit
+    primitive: np.ndarray  # int32 quad, -1 where nothing is hit
     u: np.ndarray
     v: np.ndarray
     t: np.ndarray  # in lengths of the direction, inf where nothing is hit
@@ -20,13 +20,13 @@ class Hits(NamedTuple):
 
     @property
     def uv(self):
-        """Patch coordinates, [n, 2]."""
+        """Coordinates on the quads, [n, 2]."""
         return np.stack([self.u, self.v], axis=-1)
 
 
 class Samples(NamedTuple):
-    """The surface at points; derivatives are per patch parameter, normals have unit length. NaN where the primitive
-    is -1."""
+    """The surface at points; derivatives are by the quad's u and v, normals have unit length. NaN where the
+    primitive is -1 and on holes."""
 
     position: np.ndarray
     dpdu: np.ndarray
@@ -36,8 +36,8 @@ class Samples(NamedTuple):
 
 
 class LimitPoints(NamedTuple):
-    """The limit surface at points, float32; derivatives are per patch parameter, normals have unit length. NaN where
-    the primitive is -1."""
+    """The limit surface at points, float32; derivatives are by the quad's u and v, normals have unit length. NaN where
+    the primitive is -1 and on holes."""
 
     position: np.ndarray
     dpdu: np.ndarray

@@ -9,11 +9,12 @@ from . import _arrays, _native, _words
 from ._errors import MeshWarning, to_findings
 from ._results import Hits, LimitPoints, Samples, UvSamples, split
 
-_FRACTIONAL = {"harden": True, "drop": False}
+_ISOLATION = 2
 
 
 class Surface:
-    """The limit surface of a polygon mesh, one bicubic patch per quad of its control mesh.
+    """The limit surface of a polygon mesh: bicubic patches, one per quad of its control mesh where that is exact, and
+    smaller ones down to `isolation` levels around the rest.
 
     Arguments::
 
@@ -22,6 +23,8 @@ class Surface:
         face_indices      [corners], point of every face-corner; (u)int32 is taken as it is
         creases           edges [k, 2] as pairs of points, infinitely sharp, or (edges, sharpness): 10 and above is
                           infinite, below see `fractional`
+        corners           points [k], infinitely sharp, or (points, sharpness)
+        holes             faces [k] without a surface, which shape their neighbours all the same
         uvs               one map or a dictionary of maps by name. A map is (values, indices) with one index per
                           face-corner, -1 where there is none; or values per point; or values per face-corner. Faces
                           share a UV where they are joined on the mesh only; equal values per face-corner of joined
@@ -29,19 +32,28 @@ class Surface:
         colors            [n, 3] or [n, 4], floats in [0, 1] or uint8
         groups            [faces], shading group of every face, an index into group_names
         group_names       one name per group; "group 0", "group 1", ... by default
-        interpolation     "edgeAndCorner", "edgeOnly", "bilinear" or "bordersFixed"
+        interpolation     "edgeAndCorner", "edgeOnly", "bilinear", "bordersFixed", or "none": no surface beside borders
         uv_interpolation  the same for UVs: "corners_fixed" and others, see the page on modes
         motion            vectors [n, 3] per unit of time, or (times, samples) with samples [k, n, 3]
-        fractional        what becomes of a sharpness between 0 and 10: "harden" or "drop"
+        isolation         levels by which quads that are not regular are refined, 0 to 10; corners, holes, fractional
+                          sharpness and open borders are followed from 1 on
+        isolation_error   above 0, refining stops around a point that is this close to the surface, a share of the
+                          mesh's diagonal
+        fractional        what becomes of a sharpness between 0 and 10: "exact" (without isolation as "harden"),
+                          "harden" or "drop"
+        crease_method     how it decays: "uniform" or "chaikin"
+        triangle_rule     "catmullClark" or "smooth"
+        orientation       "rightHanded", or "leftHanded": faces are turned over, their first corners stay
 
     Attribute names of USD meshes are accepted as keywords: faceVertexCounts, faceVertexIndices, creaseIndices,
-    creaseLengths, creaseSharpnesses, interpolateBoundary, faceVaryingLinearInterpolation, subdivisionScheme,
-    velocities, displayColor.
+    creaseLengths, creaseSharpnesses, cornerIndices, cornerSharpnesses, holeIndices, interpolateBoundary,
+    faceVaryingLinearInterpolation, triangleSubdivisionRule, subdivisionScheme, velocities, displayColor.
 
     Raises MeshError, with every cause, for a mesh without a surface. What was changed or looks wrong is in `findings`,
     and warnings among it are issued as MeshWarning.
 
-    Primitives are quads: the faces themselves when all are quads, else n quads of every n-gon, in order. Points on the
+    Primitives are quads at every isolation: the faces themselves when all are quads, else n quads of every n-gon, in
+    order. Points on the
     surface are a primitive with u, v in [0, 1]. Methods may be called from any number of threads; they see the surface
     as it was when they began, whatever `update` does meanwhile. Arrays handed over must not change during the call.
     """
@@ -60,7 +72,14 @@ class Surface:
         interpolation=None,
         uv_interpolation=None,
         motion=None,
-        fractional="harden",
+        corners=None,
+        holes=None,
+        isolation=_ISOLATION,
+        isolation_error=0.0,
+        fractional="exact",
+        crease_method="uniform",
+        triangle_rule=None,
+        orientation="rightHanded",
         **usd,
     ):
         given = {
@@ -71,6 +90,9 @@ class Surface:
             "interpolation": interpolation,
             "uv_interpolation": uv_interpolation,
             "motion": motion,
+            "corners": corners,
+            "holes": holes,
+            "triangle_rule": triangle_rule,
         }
         _words.translate_usd(given, usd)
         if given["face_counts"] is None or given["face_indices"] is None:
@@ -78,35 +100,47 @@ class Surface:
 
         point_array = _arrays.points(points, "points")
         counts = _arrays.indices(given["face_counts"], "face_counts")
-        corners = _arrays.indices(given["face_indices"], "face_indices")
-        if int(counts.sum(dtype=np.uint64)) != len(corners):
-            raise ValueError(f"face_indices: {len(corners)} where face_counts add up to {counts.sum(dtype=np.uint64)}")
-        if len(corners) > 2**30 or len(point_array) > 2**30:
+        face_corners = _arrays.indices(given["face_indices"], "face_indices")
+        if int(counts.sum(dtype=np.uint64)) != len(face_corners):
+            raise ValueError(
+                f"face_indices: {len(face_corners)} where face_counts add up to {counts.sum(dtype=np.uint64)}"
+            )
+        if len(face_corners) > 2**30 or len(point_array) > 2**30:
             raise ValueError("at most 2^30 points and face-corners")
-        crease_vertices, crease_sharpness = _words.crease_edges(given["creases"])
         group_array, names = _settle_groups(groups, group_names, len(counts))
         color_array = np.zeros((0, 4), np.uint8)
         if given["colors"] is not None:
             color_array = _arrays.colors(given["colors"], len(point_array))
-        native_uvs = [
-            _native.UvArrays(name, *_arrays.uv_map(value, name, corners, len(point_array)))
-            for name, value in _named_maps(uvs)
+        maps = [
+            (name, *_arrays.uv_map(value, name, face_corners, len(point_array))) for name, value in _named_maps(uvs)
         ]
-        self._native = _native.Surface(
+        if _words.code_of(orientation, _words.ORIENTATION, "orientation"):
+            order = _words.reversed_corners(counts)
+            face_corners = face_corners[order]
+            maps = [(name, values, map_corners[order]) for name, values, map_corners in maps]
+        mesh = _native.Mesh(
             point_array,
             counts,
-            corners,
-            crease_vertices,
-            crease_sharpness,
-            _words.code_of(fractional, _FRACTIONAL, "fractional"),
+            face_corners,
+            *_words.crease_edges(given["creases"]),
+            *_words.sharp_corners(given["corners"]),
+            _arrays.indices(() if given["holes"] is None else given["holes"], "holes"),
             group_array,
             names,
-            native_uvs,
+            [_native.UvArrays(*each) for each in maps],
             color_array,
-            _words.code_of(given["interpolation"] or "edgeAndCorner", _words.INTERPOLATION, "interpolation"),
-            _words.code_of(given["uv_interpolation"] or "corners_fixed", _words.UV_INTERPOLATION, "uv_interpolation"),
             *_arrays.motion(given["motion"], len(point_array)),
         )
+        modes = _modes(
+            given["interpolation"] or "edgeAndCorner",
+            given["uv_interpolation"] or "corners_fixed",
+            fractional,
+            isolation,
+            isolation_error,
+            crease_method,
+            given["triangle_rule"] or "catmullClark",
+        )
+        self._native = _native.Surface(mesh, modes)
         self._warn(stacklevel=3)
 
     def intersect(self, origins, directions, level=0, *, tnear=0.0, tfar=np.inf, time=0.0):
@@ -152,8 +186,14 @@ class Surface:
         return split(Samples, self._native.limit_grid(n, time))
 
     def patches(self, *, time=0.0):
-        """The control points of every patch, float32 [quad, 16, 3]: control 4 k + j belongs to corner k."""
+        """The control points of every patch, float32 [patch, 16, 3]: control 4 k + j belongs to corner k."""
         return self._native.patches(time)
+
+    @property
+    def patch_places(self):
+        """Where the patches lie: int32 [patch, 4] of quad, level, x, y. A patch covers u in [x, x + 1] / 2^level of its
+        quad, v likewise; one of level -1 its quad and the next three."""
+        return self._native.patch_places()
 
     def uv(self, primitives, uv, map=0):
         """A UV map, by number or name, at points: `UvSamples` of [n, 3]."""
@@ -196,7 +236,7 @@ class Surface:
 
     @property
     def info(self):
-        """Counts of quads, vertex and patch classes, valences, groups, maps, and bytes per array."""
+        """Counts of quads, vertex and patch classes, patches by level, valences, groups, maps, and bytes per array."""
         return self._native.info()
 
     @property
@@ -252,21 +292,44 @@ class Surface:
                 warnings.warn(str(finding), MeshWarning, stacklevel=stacklevel + 1)
 
 
-def load_obj(path, *, interpolation="edgeAndCorner", uv_interpolation="corners_fixed", fractional="harden"):
-    """The surface of an OBJ file: n-gons, groups, UVs, vertex colors and `t crease` tags. Raises OSError for a file
-    that cannot be read and MeshError, with file and line of every cause, for one without a surface."""
+def load_obj(
+    path,
+    *,
+    interpolation=None,
+    uv_interpolation="corners_fixed",
+    isolation=_ISOLATION,
+    isolation_error=0.0,
+    fractional="exact",
+    crease_method="uniform",
+    triangle_rule="catmullClark",
+):
+    """The surface of an OBJ file: n-gons, groups, UVs, vertex colors and subdivision tags: crease, corner, hole,
+    interpolateboundary (which `interpolation` overrules), creasemethod, smoothtriangles. Raises OSError for a file that
+    cannot be read and MeshError, with file and line of every cause, for one without a surface."""
     path = os.fspath(path)
     with open(path, "rb"):
         pass
     surface = object.__new__(Surface)
-    surface._native = _native.Surface.load_obj(
-        os.fsdecode(path),
-        _words.code_of(fractional, _FRACTIONAL, "fractional"),
-        _words.code_of(interpolation, _words.INTERPOLATION, "interpolation"),
-        _words.code_of(uv_interpolation, _words.UV_INTERPOLATION, "uv_interpolation"),
-    )
+    modes = _modes(interpolation, uv_interpolation, fractional, isolation, isolation_error, crease_method, triangle_rule)
+    surface._native = _native.Surface.load_obj(os.fsdecode(path), modes)
     surface._warn(stacklevel=2)
     return surface
+
+
+def _modes(interpolation, uv_interpolation, fractional, isolation, isolation_error, crease_method, triangle_rule):
+    if interpolation is None:
+        interpolation_code = _words.AS_FILE_SAYS
+    else:
+        interpolation_code = _words.code_of(interpolation, _words.INTERPOLATION, "interpolation")
+    return _native.Modes(
+        interpolation_code,
+        _words.code_of(uv_interpolation, _words.UV_INTERPOLATION, "uv_interpolation"),
+        _words.code_of(fractional, _words.FRACTIONAL, "fractional"),
+        isolation,
+        isolation_error,
+        _words.code_of(crease_method, _words.CREASE_METHOD, "crease_method"),
+        _words.code_of(triangle_rule, _words.TRIANGLE_RULE, "triangle_rule"),
+    )
 
 
 def _named_maps(uvs):

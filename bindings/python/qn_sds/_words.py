@@ -9,7 +9,14 @@ INTERPOLATION = {
     "edgeAndCorner": 1,
     "edgeOnly": 2,
     "bordersFixed": 3,
+    "none": 4,
 }
+AS_FILE_SAYS = 5
+
+FRACTIONAL = {"harden": 0, "drop": 1, "exact": 2}
+CREASE_METHOD = {"uniform": False, "chaikin": True}
+TRIANGLE_RULE = {"catmullClark": False, "smooth": True}
+ORIENTATION = {"rightHanded": False, "leftHanded": True}
 
 UV_INTERPOLATION = {
     "all_fixed": 0,
@@ -35,15 +42,11 @@ _USD_NAMES = {
     "faceVaryingLinearInterpolation": "uv_interpolation",
     "velocities": "motion",
     "displayColor": "colors",
+    "holeIndices": "holes",
+    "triangleSubdivisionRule": "triangle_rule",
 }
 _USD_CREASES = ("creaseIndices", "creaseLengths", "creaseSharpnesses")
-# Attributes of which only the value that changes nothing is known here.
-_USD_FIXED = {
-    "cornerIndices": "corners of a sharpness of their own",
-    "cornerSharpnesses": "corners of a sharpness of their own",
-    "holeIndices": "holes",
-}
-
+_USD_CORNERS = ("cornerIndices", "cornerSharpnesses")
 
 def code_of(word, known, what):
     if word not in known:
@@ -60,14 +63,12 @@ def translate_usd(arguments, usd):
         usd.pop("interpolateBoundary", None)
     elif scheme != "catmullClark":
         raise ValueError(f"subdivisionScheme: {scheme!r} is neither 'catmullClark' nor 'bilinear'")
-    if usd.pop("orientation", "rightHanded") != "rightHanded":
-        raise ValueError("orientation: only 'rightHanded'; reverse the corners of every face")
-    for key, what in _USD_FIXED.items():
-        if len(usd.pop(key, ())) > 0:
-            raise ValueError(f"{key}: {what} are not supported")
     creases = [usd.pop(key, ()) for key in _USD_CREASES]
     if any(len(value) > 0 for value in creases):
         _put(arguments, "creases", _from_chains(*creases), _USD_CREASES[0])
+    corners = [usd.pop(key, ()) for key in _USD_CORNERS]
+    if any(len(value) > 0 for value in corners):
+        _put(arguments, "corners", tuple(corners), _USD_CORNERS[0])
     for key in list(usd):
         if key in _USD_NAMES:
             _put(arguments, _USD_NAMES[key], usd.pop(key), key)
@@ -109,3 +110,21 @@ def crease_edges(value):
     if sharpness.shape not in ((), (shape[0],)):
         raise ValueError(f"creases: {sharpness.size} sharpnesses for {shape[0]} edges")
     return _arrays.indices(edges, "creases"), np.ascontiguousarray(np.broadcast_to(sharpness, shape[:1]))
+
+
+def sharp_corners(value):
+    """Points and a sharpness for each, from points [k] or (points, sharpness)."""
+    if value is None:
+        return np.zeros(0, np.uint32), np.zeros(0, np.float32)
+    points, sharpness = value if isinstance(value, tuple) and len(value) == 2 else (value, np.inf)
+    points, sharpness = _arrays.indices(points, "corners"), np.asarray(sharpness, np.float32)
+    if sharpness.shape not in ((), points.shape):
+        raise ValueError(f"corners: {sharpness.size} sharpnesses for {points.size} points")
+    return points, np.ascontiguousarray(np.broadcast_to(sharpness, points.shape))
+
+
+def reversed_corners(face_counts):
+    """Where the corners of every face come from when it is turned over: the first stays the first."""
+    counts = face_counts.astype(np.int64)
+    firsts = np.repeat(np.cumsum(counts) - counts, counts)
+    return firsts + (firsts - np.arange(len(firsts))) % np.repeat(counts, counts)

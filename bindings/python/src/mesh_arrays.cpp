@@ -30,6 +30,10 @@ std::string corner_place(std::size_t face, std::size_t corner) {
 
 std::string crease_place(std::size_t entry) { return "crease edge " + std::to_string(entry); }
 
+std::string corner_entry_place(std::size_t entry) { return "sharp corner " + std::to_string(entry); }
+
+std::string hole_place(std::size_t entry) { return "hole " + std::to_string(entry); }
+
 std::uint32_t first_corner(std::span<const std::uint32_t> face_counts, std::uint32_t face) {
     return std::accumulate(face_counts.begin(), face_counts.begin() + face, std::uint32_t{0});
 }
@@ -126,6 +130,47 @@ void check_creases(const MeshArrays& mesh, Findings& findings) {
     }
 }
 
+void check_corners_and_holes(const MeshArrays& mesh, Findings& findings) {
+    const std::size_t point_count = mesh.points.size() / 3;
+    for (std::size_t i = 0; i < mesh.corners.vertices.size(); ++i) {
+        const std::string place = corner_entry_place(i);
+        if (mesh.corners.vertices[i] >= point_count)
+            findings.record(FindingCode::tag_index_out_of_range, [&] {
+                return FirstCase{place, index_of(mesh.corners.vertices[i], point_count), {}};
+            });
+        if (std::isnan(mesh.corners.sharpness[i]))
+            findings.record(FindingCode::non_finite_number, [&] { return FirstCase{place, "sharpness NaN", {}}; });
+    }
+    for (std::size_t i = 0; i < mesh.holes.size(); ++i)
+        if (mesh.holes[i] >= mesh.face_counts.size())
+            findings.record(FindingCode::tag_without_polygon, [&] {
+                return FirstCase{hole_place(i), index_of(mesh.holes[i], mesh.face_counts.size()), {}};
+            });
+}
+
+sds_model::FractionalSharpness get_fractional(const MeshArrays& mesh) {
+    using sds_model::FractionalSharpness;
+    const bool is_kept = mesh.is_refined || mesh.creases.fractional != FractionalSharpness::exact;
+    return is_kept ? mesh.creases.fractional : FractionalSharpness::harden;
+}
+
+sds_model::SettledCreases settle_creases(const MeshArrays& mesh, Findings& findings) {
+    const CreaseArrays& given = mesh.creases;
+    std::vector<sds_model::CreaseEdge> creases(given.sharpness.size());
+    for (std::size_t i = 0; i < creases.size(); ++i)
+        creases[i] = {given.vertices[2 * i], given.vertices[2 * i + 1], given.sharpness[i]};
+    PolyEdgeBuckets edges(mesh.face_indices.data(), sds_model::view_of(mesh.face_counts),
+                          static_cast<unsigned int>(mesh.points.size() / 3));
+    edges.sort();
+    const auto describe = [&](FindingCode, std::size_t entry) {
+        return FirstCase{crease_place(entry),
+                         "points " + std::to_string(creases[entry].a) + " and " + std::to_string(creases[entry].b),
+                         {}};
+    };
+    return sds_model::settle_creases(edges, mesh.face_indices.size(), creases, get_fractional(mesh), findings,
+                                     describe);
+}
+
 }  // namespace
 
 void throw_errors(const Findings& findings) {
@@ -151,23 +196,34 @@ void check_arrays(MeshArrays& mesh, Findings& findings) {
     check_finite(mesh.motion, "motion of point", findings);
     check_faces(mesh, findings);
     check_creases(mesh, findings);
+    check_corners_and_holes(mesh, findings);
     for (sds_model::UvSource& uvs : mesh.uvs) settle_uvs(mesh.face_counts, uvs, findings);
 }
 
-std::vector<std::uint8_t> settle_creases(const MeshArrays& mesh, Findings& findings) {
-    const CreaseArrays& given = mesh.creases;
-    std::vector<sds_model::CreaseEdge> creases(given.sharpness.size());
-    for (std::size_t i = 0; i < creases.size(); ++i)
-        creases[i] = {given.vertices[2 * i], given.vertices[2 * i + 1], given.sharpness[i]};
-    PolyEdgeBuckets edges(mesh.face_indices.data(), sds_model::view_of(mesh.face_counts),
-                          static_cast<unsigned int>(mesh.points.size() / 3));
-    edges.sort();
-    const auto describe = [&](FindingCode, std::size_t entry) {
-        return FirstCase{crease_place(entry),
-                         "points " + std::to_string(creases[entry].a) + " and " + std::to_string(creases[entry].b),
-                         {}};
-    };
-    return sds_model::settle_creases(edges, mesh.face_indices.size(), creases, given.fractional, findings, describe);
+Sharpness settle_sharpness(const MeshArrays& mesh, Findings& findings) {
+    Sharpness settled;
+    settled.creases = settle_creases(mesh, findings);
+    const std::size_t entries = mesh.corners.vertices.size();
+    if (!mesh.is_refined) {
+        for (std::size_t i = 0; i < entries; ++i)
+            if (mesh.corners.sharpness[i] > 0.0f)
+                findings.record(FindingCode::unkept_corner, [&] { return FirstCase{corner_entry_place(i), {}, {}}; });
+        findings.record(
+            FindingCode::unkept_hole,
+            [&] {
+                return FirstCase{hole_place(0), {}, {}};
+            },
+            mesh.holes.size());
+        return settled;
+    }
+    std::vector<sds_model::SharpCorner> corners;
+    for (std::size_t i = 0; i < entries; ++i) corners.push_back({mesh.corners.vertices[i], mesh.corners.sharpness[i]});
+    const auto describe = [](FindingCode, std::size_t entry) { return FirstCase{corner_entry_place(entry), {}, {}}; };
+    settled.vertices =
+        sds_model::settle_corners(mesh.points.size() / 3, corners, get_fractional(mesh), findings, describe);
+    if (!mesh.holes.empty()) settled.holes.assign(mesh.face_counts.size(), 0);
+    for (const std::uint32_t face : mesh.holes) settled.holes[face] = 1;
+    return settled;
 }
 
 }  // namespace sds_python

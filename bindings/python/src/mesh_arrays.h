@@ -33,12 +33,20 @@ struct CreaseArrays {
     sds_model::FractionalSharpness fractional{};
 };
 
+struct CornerArrays {
+    std::span<const std::uint32_t> vertices;
+    std::span<const float> sharpness;  ///< one per vertex
+};
+
 /// What the caller hands over, shapes already right: 3 floats per point, as many indices as the counts add up to, one
 /// group per face, three floats per UV point and one UV index per face-corner. Contents are not trusted.
 struct MeshArrays {
     std::span<const float> points;
     std::span<const std::uint32_t> face_counts, face_indices;
     CreaseArrays creases;
+    CornerArrays corners;
+    std::span<const std::uint32_t> holes;  ///< faces
+    bool is_refined = false;               ///< whether the surface can follow all of it
     std::span<const std::uint32_t> groups;
     std::vector<std::string> group_names;
     std::vector<sds_model::UvSource> uvs;
@@ -53,7 +61,14 @@ void check_arrays(MeshArrays& mesh, sds_model::Findings& findings);
 /// Checks that every number is finite and within the range of coordinates; `what` names an item of three.
 void check_finite(std::span<const float> values, const std::string& what, sds_model::Findings& findings);
 
-/// One byte per face-corner, 1 on creases. Only for meshes without errors.
-std::vector<std::uint8_t> settle_creases(const MeshArrays& mesh, sds_model::Findings& findings);
+/// As ControlCage has it.
+struct Sharpness {
+    sds_model::SettledCreases creases;
+    std::vector<float> vertices;
+    std::vector<std::uint8_t> holes;
+};
+
+/// Only for meshes without errors. What a surface that is not refined cannot follow is recorded.
+Sharpness settle_sharpness(const MeshArrays& mesh, sds_model::Findings& findings);
 
 }  // namespace sds_python

@@ -8,6 +8,8 @@ namespace py = pybind11;
 
 namespace {
 
+using sds_python::MeshWords;
+using sds_python::ModeWords;
 using sds_python::SurfaceObject;
 using sds_python::UvArrays;
 
@@ -34,18 +36,38 @@ PYBIND11_MODULE(_native, module) {
              }),
              py::arg("name"), py::arg("points").noconvert(), py::arg("indices").noconvert());
 
-    py::class_<SurfaceObject>(module, "Surface")
-        .def(py::init<const sds_python::Array<float>&, const sds_python::Array<std::uint32_t>&,
-                      const sds_python::Array<std::uint32_t>&, const sds_python::Array<std::uint32_t>&,
-                      const sds_python::Array<float>&, bool, const sds_python::Array<std::uint32_t>&,
-                      std::vector<std::string>, const std::vector<UvArrays>&, const sds_python::Array<std::uint8_t>&,
-                      unsigned int, unsigned int, const sds_python::Array<float>&, const sds_python::Array<double>&,
-                      const sds_python::Array<float>&>(),
+    using sds_python::Array;
+    py::class_<MeshWords>(module, "Mesh")
+        .def(py::init([](const Array<float>& points, const Array<std::uint32_t>& face_counts,
+                         const Array<std::uint32_t>& face_indices, const Array<std::uint32_t>& crease_vertices,
+                         const Array<float>& crease_sharpness, const Array<std::uint32_t>& corner_vertices,
+                         const Array<float>& corner_sharpness, const Array<std::uint32_t>& holes,
+                         const Array<std::uint32_t>& groups, std::vector<std::string> group_names,
+                         std::vector<UvArrays> uvs, const Array<std::uint8_t>& colors, const Array<float>& motion,
+                         const Array<double>& times, const Array<float>& samples) {
+                 return MeshWords{
+                     points,          face_counts,      face_indices, crease_vertices, crease_sharpness,
+                     corner_vertices, corner_sharpness, holes,        groups,          std::move(group_names),
+                     std::move(uvs),  colors,           motion,       times,           samples};
+             }),
              py::arg("points").noconvert(), py::arg("face_counts").noconvert(), py::arg("face_indices").noconvert(),
              py::arg("crease_vertices").noconvert(), py::arg("crease_sharpness").noconvert(),
-             py::arg("harden_fractional"), py::arg("groups").noconvert(), py::arg("group_names"), py::arg("uvs"),
-             py::arg("colors").noconvert(), py::arg("interpolation"), py::arg("uv_interpolation"),
-             py::arg("motion").noconvert(), py::arg("times").noconvert(), py::arg("samples").noconvert())
+             py::arg("corner_vertices").noconvert(), py::arg("corner_sharpness").noconvert(),
+             py::arg("holes").noconvert(), py::arg("groups").noconvert(), py::arg("group_names"), py::arg("uvs"),
+             py::arg("colors").noconvert(), py::arg("motion").noconvert(), py::arg("times").noconvert(),
+             py::arg("samples").noconvert());
+
+    py::class_<ModeWords>(module, "Modes")
+        .def(py::init([](unsigned int interpolation, unsigned int uv_interpolation, unsigned int fractional,
+                         unsigned int isolation, float isolation_error, bool chaikin, bool smooth_triangles) {
+                 return ModeWords{interpolation,   uv_interpolation, fractional,      isolation,
+                                  isolation_error, chaikin,          smooth_triangles};
+             }),
+             py::arg("interpolation"), py::arg("uv_interpolation"), py::arg("fractional"), py::arg("isolation"),
+             py::arg("isolation_error"), py::arg("chaikin"), py::arg("smooth_triangles"));
+
+    py::class_<SurfaceObject>(module, "Surface")
+        .def(py::init<MeshWords, const ModeWords&>())
         .def_static("load_obj", &SurfaceObject::load_obj)
         .def("update", &SurfaceObject::update, py::arg("points").noconvert(), py::arg("motion").noconvert(),
              py::arg("times").noconvert(), py::arg("samples").noconvert())
@@ -56,6 +78,7 @@ PYBIND11_MODULE(_native, module) {
         .def("limit_points", &SurfaceObject::limit_points, py::arg("primitives").noconvert(), py::arg("uv").noconvert())
         .def("limit_grid", &SurfaceObject::limit_grid)
         .def("patches", &SurfaceObject::patches)
+        .def("patch_places", &SurfaceObject::patch_places)
         .def("look_up_uvs", &SurfaceObject::look_up_uvs, py::arg("primitives").noconvert(), py::arg("uv").noconvert(),
              py::arg("map"))
         .def("look_up_colors", &SurfaceObject::look_up_colors, py::arg("primitives").noconvert(),

@@ -23,13 +23,29 @@ namespace {
 constexpr std::size_t rays_per_chunk = 1u << 17;  // between two looks at signals
 constexpr unsigned int max_level = 12;
 
-sds_model::FractionalSharpness to_fractional(bool harden) {
-    return harden ? sds_model::FractionalSharpness::harden : sds_model::FractionalSharpness::drop;
+sds_model::FractionalSharpness get_fractional(const ModeWords& words) {
+    return static_cast<sds_model::FractionalSharpness>(words.fractional);
 }
 
-sds_model::SurfaceModes make_modes(unsigned int interpolation, unsigned int uv_interpolation) {
-    return {static_cast<SdsMeshGeometry::InterpolationMode>(interpolation),
-            static_cast<SdsMeshMaps::InterpolationMode>(uv_interpolation)};
+sds_model::SurfaceModes make_modes(const ModeWords& words) {
+    using Mode = SdsMeshGeometry::InterpolationMode;
+    if (words.isolation > SdsRefinement::max_depth)
+        throw std::invalid_argument("isolation " + std::to_string(words.isolation) + ", at most " +
+                                    std::to_string(SdsRefinement::max_depth));
+    if (!(words.isolation_error >= 0.0f && words.isolation_error <= 1.0f))
+        throw std::invalid_argument("isolation_error is a share, from 0 to 1");
+    if (words.interpolation == ModeWords::open_borders && words.isolation == 0)
+        throw std::invalid_argument("interpolation 'none' needs an isolation of 1 and more");
+    sds_model::SurfaceModes modes;
+    modes.positions =
+        words.interpolation < ModeWords::open_borders ? static_cast<Mode>(words.interpolation) : Mode::corners_fixed;
+    modes.uvs = static_cast<SdsMeshMaps::InterpolationMode>(words.uv_interpolation);
+    modes.depth = words.isolation;
+    modes.error = words.isolation_error;
+    modes.open_borders = words.interpolation == ModeWords::open_borders;
+    modes.chaikin = words.chaikin;
+    modes.smooth_triangles = words.smooth_triangles;
+    return modes;
 }
 
 TimeSamples make_time_samples(const Array<double>& times, const Array<float>& samples) {
@@ -75,28 +91,26 @@ py::list to_list(const sds_model::Findings& findings) {
     return list;
 }
 
-SurfaceObject::SurfaceObject(const Array<float>& points, const Array<std::uint32_t>& face_counts,
-                             const Array<std::uint32_t>& face_indices, const Array<std::uint32_t>& crease_vertices,
-                             const Array<float>& crease_sharpness, bool harden_fractional,
-                             const Array<std::uint32_t>& groups, std::vector<std::string> group_names,
-                             const std::vector<UvArrays>& uvs, const Array<std::uint8_t>& colors,
-                             unsigned int interpolation, unsigned int uv_interpolation, const Array<float>& motion,
-                             const Array<double>& times, const Array<float>& samples) {
-    MeshArrays mesh{span_of(points),
-                    span_of(face_counts),
-                    span_of(face_indices),
-                    {span_of(crease_vertices), span_of(crease_sharpness), to_fractional(harden_fractional)},
-                    span_of(groups),
-                    std::move(group_names),
+SurfaceObject::SurfaceObject(MeshWords words, const ModeWords& mode_words) {
+    const sds_model::SurfaceModes modes = make_modes(mode_words);
+    MeshArrays mesh{span_of(words.points),
+                    span_of(words.face_counts),
+                    span_of(words.face_indices),
+                    {span_of(words.crease_vertices), span_of(words.crease_sharpness), get_fractional(mode_words)},
+                    {span_of(words.corner_vertices), span_of(words.corner_sharpness)},
+                    span_of(words.holes),
+                    modes.is_refined(),
+                    span_of(words.groups),
+                    std::move(words.group_names),
                     {},
-                    span_of(colors),
-                    span_of(motion)};
-    for (const UvArrays& uv : uvs) {
+                    span_of(words.colors),
+                    span_of(words.motion)};
+    for (const UvArrays& uv : words.uvs) {
         const auto uv_points = span_of(uv.points);
         const auto uv_indices = span_of(uv.indices);
         mesh.uvs.push_back({uv.name, {uv_points.begin(), uv_points.end()}, {uv_indices.begin(), uv_indices.end()}});
     }
-    TimeSamples time_samples = make_time_samples(times, samples);
+    TimeSamples time_samples = make_time_samples(words.times, words.samples);
     m_facts.point_count = mesh.points.size() / 3;
     m_facts.face_count = mesh.face_counts.size();
 
@@ -104,34 +118,43 @@ SurfaceObject::SurfaceObject(const Array<float>& points, const Array<std::uint32
     check_arrays(mesh, m_facts.findings);
     check_finite(time_samples.positions, "time samples, point", m_facts.findings);
     throw_errors(m_facts.findings);
-    const std::vector<std::uint8_t> corner_creases = settle_creases(mesh, m_facts.findings);
+    const Sharpness sharpness = settle_sharpness(mesh, m_facts.findings);
     throw_errors(m_facts.findings);
-    const sds_model::CageView cage{
-        mesh.points, mesh.face_counts, mesh.face_indices, corner_creases, mesh.groups, mesh.group_names, {},
-        {},          mesh.colors};
+    const sds_model::CageView cage{mesh.points,
+                                   mesh.face_counts,
+                                   mesh.face_indices,
+                                   sharpness.creases.flags,
+                                   mesh.groups,
+                                   mesh.group_names,
+                                   {},
+                                   {},
+                                   mesh.colors,
+                                   sharpness.creases.sharpness,
+                                   sharpness.vertices,
+                                   sharpness.holes};
     for (sds_model::UvSource& map : mesh.uvs) {
         join_uvs(cage, map);
         m_facts.uv_joins.push_back(map.join);
     }
     m_state = std::make_shared<const SurfaceState>(
-        std::make_unique<sds_model::Surface>(cage, mesh.uvs, mesh.motion, make_modes(interpolation, uv_interpolation),
-                                             nullptr),
-        std::move(time_samples));
+        std::make_unique<sds_model::Surface>(cage, mesh.uvs, mesh.motion, modes, nullptr), std::move(time_samples));
 }
 
-std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, bool harden_fractional,
-                                                       unsigned int interpolation, unsigned int uv_interpolation) {
+std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, const ModeWords& words) {
     const py::gil_scoped_release release;
-    sds_io::ReadObjResult read = sds_io::read_obj(path, {.fractional = to_fractional(harden_fractional)});
+    const sds_model::SurfaceModes modes = make_modes(words);
+    sds_io::ReadObjResult read =
+        sds_io::read_obj(path, {.fractional = get_fractional(words), .is_refined = modes.is_refined()});
     throw_errors(read.findings);
     join_uvs(*read.cage);
     std::unique_ptr<SurfaceObject> object(new SurfaceObject);
     object->m_facts = {read.cage->get_vertex_count(), read.cage->get_polygon_count(), read.findings, {}};
     if (read.cage->has_uvs()) object->m_facts.uv_joins.push_back(read.cage->uv_join);
+    const bool has_border_rule = words.interpolation != ModeWords::as_file_says;
     object->m_state = std::make_shared<const SurfaceState>(
         std::make_unique<sds_model::Surface>(read.cage->view(), std::vector<sds_model::UvSource>{},
-                                             std::span<const float>{}, make_modes(interpolation, uv_interpolation),
-                                             nullptr),
+                                             std::span<const float>{},
+                                             follow_rules(modes, read.cage->rules, has_border_rule), nullptr),
         TimeSamples{});
     return object;
 }
@@ -224,7 +247,14 @@ py::array SurfaceObject::patches(double time) const {
         const py::gil_scoped_release release;
         controls = sds_model::patch_controls(state->surface(), time);
     }
-    return to_numpy(std::move(controls), {extent(quad_count()), 16, 3});
+    const auto count = extent(controls.size()) / 48;
+    return to_numpy(std::move(controls), {count, 16, 3});
+}
+
+py::array SurfaceObject::patch_places() const {
+    std::vector<std::int32_t> places = sds_model::patch_places(m_state->surface());
+    const auto count = extent(places.size()) / sds_model::patch_place_size;
+    return to_numpy(std::move(places), {count, sds_model::patch_place_size});
 }
 
 py::array SurfaceObject::look_up_uvs(const Array<std::int32_t>& primitives, const Array<double>& uv,
@@ -303,6 +333,10 @@ py::dict SurfaceObject::info() const {
                                 py::arg("border") = vertices.border);
     info["patches"] = py::dict(py::arg("regular") = patches.regular, py::arg("boundary") = patches.boundary,
                                py::arg("irregular") = patches.irregular);
+    const sds_model::RefinementStatistics refined = sds_model::refinement_statistics(surface);
+    info["isolation"] =
+        py::dict(py::arg("depth") = refined.depth, py::arg("patches") = refined.patches,
+                 py::arg("leaves") = refined.leaves, py::arg("levels") = to_counts(refined.patch_levels));
     info["valences"] = to_counts(sds_model::valence_histogram(surface.get_base()));
     info["shading_groups"] = py::cast(group_names());
     info["uv_maps"] = py::cast(uv_names());

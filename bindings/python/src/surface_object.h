@@ -24,19 +24,41 @@ struct SurfaceFacts {
     std::vector<sds_model::UvJoinCounts> uv_joins;  ///< per UV map
 };
 
+/// A mesh that Python hands over; the arrays stay numpy's.
+struct MeshWords {
+    Array<float> points;
+    Array<std::uint32_t> face_counts, face_indices;
+    Array<std::uint32_t> crease_vertices;
+    Array<float> crease_sharpness;
+    Array<std::uint32_t> corner_vertices;
+    Array<float> corner_sharpness;
+    Array<std::uint32_t> holes;
+    Array<std::uint32_t> groups;
+    std::vector<std::string> group_names;
+    std::vector<UvArrays> uvs;
+    Array<std::uint8_t> colors;
+    Array<float> motion;
+    Array<double> times;
+    Array<float> samples;
+};
+
+/// How the surface is made, in the numbers of qn_sds/_words.py.
+struct ModeWords {
+    unsigned int interpolation, uv_interpolation, fractional, isolation;
+    float isolation_error;
+    bool chaikin, smooth_triangles;
+
+    static constexpr unsigned int open_borders = 4;  ///< of `interpolation`
+    static constexpr unsigned int as_file_says = 5;  ///< of `interpolation`
+};
+
 /// Members are used with the GIL held; those that take long give it back and work on a snapshot, so that an update
 /// from another thread is seen by the next call and disturbs none.
 class SurfaceObject {
 public:
-    SurfaceObject(const Array<float>& points, const Array<std::uint32_t>& face_counts,
-                  const Array<std::uint32_t>& face_indices, const Array<std::uint32_t>& crease_vertices,
-                  const Array<float>& crease_sharpness, bool harden_fractional, const Array<std::uint32_t>& groups,
-                  std::vector<std::string> group_names, const std::vector<UvArrays>& uvs,
-                  const Array<std::uint8_t>& colors, unsigned int interpolation, unsigned int uv_interpolation,
-                  const Array<float>& motion, const Array<double>& times, const Array<float>& samples);
+    SurfaceObject(MeshWords words, const ModeWords& modes);
 
-    static std::unique_ptr<SurfaceObject> load_obj(const std::string& path, bool harden_fractional,
-                                                   unsigned int interpolation, unsigned int uv_interpolation);
+    static std::unique_ptr<SurfaceObject> load_obj(const std::string& path, const ModeWords& modes);
 
     void update(const Array<float>& points, const Array<float>& motion, const Array<double>& times,
                 const Array<float>& samples);
@@ -48,6 +70,7 @@ public:
     pybind11::array limit_points(const Array<std::int32_t>& primitives, const Array<double>& uv) const;
     pybind11::array limit_grid(unsigned int cells, double time) const;
     pybind11::array patches(double time) const;
+    pybind11::array patch_places() const;
     pybind11::array look_up_uvs(const Array<std::int32_t>& primitives, const Array<double>& uv, unsigned int map) const;
     pybind11::array look_up_colors(const Array<std::int32_t>& primitives, const Array<double>& uv,
                                    unsigned int map) const;

@@ -24,6 +24,15 @@ GMathVec3<double> vector(std::span<const double> values, std::size_t i) {
     return {values[3 * i], values[3 * i + 1], values[3 * i + 2]};
 }
 
+void turn_to_quad(const GeometryPlace& turned, SdsMeshGeometry::LimitPoint& point) {
+    for (unsigned int c = 0; c < 3; ++c) {
+        double du = static_cast<double>(point.du[c]), dv = static_cast<double>(point.dv[c]);
+        turned.turn_to_face(du, dv);
+        point.du[c] = static_cast<float>(du);
+        point.dv[c] = static_cast<float>(dv);
+    }
+}
+
 class ArraySampleLoader : public SdsMeshGeometry::SampleLoader {
 public:
     ArraySampleLoader(std::vector<float> positions, std::size_t times)
@@ -102,23 +111,29 @@ void SurfaceState::for_each_fragment(const Fragments& fragments, const Visit& vi
 }
 
 void SurfaceState::compute_limit_points(const Fragments& fragments, float* out) const {
+    const SdsMesh mesh = m_surface->make_mesh(0);
+    const auto find = [&](std::size_t i) {
+        return fragments.primitives[i] == -1 ? sds_model::PatchFragment{}
+                                             : sds_model::find_patch(mesh, fragments.at(i));
+    };
     for_each_range(fragments, [&](std::size_t first, std::size_t last) {
         SdsMeshGeometry::LimitPlace places[fragments_per_task] = {};
         SdsMeshGeometry::LimitPoint points[fragments_per_task];
         unsigned int count = 0;
         for (std::size_t i = first; i < last; ++i)
-            if (fragments.primitives[i] != -1)
-                places[count++] = {static_cast<unsigned int>(fragments.primitives[i]),
-                                   static_cast<float>(fragments.uv[2 * i]),
-                                   static_cast<float>(fragments.uv[2 * i + 1])};
+            if (const sds_model::PatchFragment found = find(i); found.has_surface)
+                places[count++] = {found.fragment.primitive, static_cast<float>(found.fragment.u),
+                                   static_cast<float>(found.fragment.v)};
         m_surface->get_geometry().compute_limit_points(places, count, points);
-        const SdsMeshGeometry::LimitPoint* point = points;
+        SdsMeshGeometry::LimitPoint* point = points;
         for (std::size_t i = first; i < last; ++i) {
             float* row = out + i * limit_row_size;
-            if (fragments.primitives[i] == -1) {
+            const sds_model::PatchFragment found = find(i);
+            if (!found.has_surface) {
                 std::fill_n(row, limit_row_size, static_cast<float>(nan));
                 continue;
             }
+            if (mesh.get_geometry()->is_refined()) turn_to_quad(found.turned, *point);
             for (const GMathVec3<float>& v : {point->position, point->du, point->dv, point->normal})
                 row = std::copy_n(v.get_data(), 3, row);
             ++point;
@@ -134,9 +149,7 @@ void SurfaceState::sample(const Fragments& fragments, unsigned int level, double
             std::fill_n(row, sds_model::sample_row_size, nan);
             return;
         }
-        GeometrySample sample;
-        mesh.compute_fragment_sample(ctx, fragments.at(i), sample);
-        sds_model::sample_row(sample, row);
+        sds_model::sample_on_quad(mesh, ctx, fragments.at(i), row);
     });
 }
 
@@ -176,7 +189,8 @@ void SurfaceState::intersect(const RayArrays& rays, std::size_t first, std::size
     for (std::size_t i = first; i < last; ++i) records.push_back(rays.at(i));
     sds_render::intersect_batch(traced->scene, records.data(), records.size(), {});
     for (std::size_t i = first; i < last; ++i) {
-        const GeometryHit& hit = records[i - first].hit;
+        GeometryHit& hit = records[i - first].hit;
+        sds_model::move_to_quad(traced->mesh, hit);
         const bool is_hit = hit.primitive != sds_render::no_index;
         hits.primitives[i] = is_hit ? static_cast<std::int32_t>(hit.primitive) : -1;
         hits.u[i] = is_hit ? hit.u : 0.0;
@@ -187,7 +201,7 @@ void SurfaceState::intersect(const RayArrays& rays, std::size_t first, std::size
 
 std::vector<unsigned int> SurfaceState::select(const GeometryFrustum& frustum, sds_render::SelectMode mode,
                                                unsigned int level) const {
-    return sds_render::select_batch(m_surface->make_mesh(level), frustum, mode);
+    return sds_model::select_quads(m_surface->make_mesh(level), frustum, mode);
 }
 
 }  // namespace sds_python

@@ -64,7 +64,7 @@ def test_meshes_without_a_surface_say_what_and_where(name):
         (TypeError, (CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES), {"faceVertexCounts": CUBE_COUNTS}),
         (ValueError, (CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES), {"interpolation": "smooth-ish"}),
         (ValueError, (CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES), {"subdivisionScheme": "loop"}),
-        (ValueError, (CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES), {"holeIndices": [1]}),
+        (ValueError, (CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES), {"orientation": "upsideDown"}),
         (ValueError, (CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES), {"groups": [0, 0, 0, 0, 0, 5], "group_names": ["a"]}),
         (ValueError, (CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES), {"motion": ([0.0, 0.0], np.zeros((2, 8, 3)))}),
     ],

@@ -42,7 +42,8 @@ def test_limit_points_are_the_samples_in_single_precision(knot):
         assert got.dtype == np.float32 and np.allclose(got, expected, atol=1e-5, equal_nan=True)
 
 
-def test_patches_are_the_samples_in_bernstein_form(knot):
+def test_patches_are_the_samples_in_bernstein_form():
+    knot = qn_sds.load_obj(KNOT, isolation=0)
     primitives, uv = random_fragments(knot, 500, 5)
     controls = knot.patches()[primitives].astype(np.float64)
     rows = controls[:, [0, 1, 7, 4, 3, 2, 6, 5, 13, 14, 10, 11, 12, 15, 9, 8]].reshape(-1, 4, 4, 3)
@@ -103,7 +104,7 @@ def test_creased_cube_stays_a_cube_in_both_dialects():
 def test_fractional_sharpness_is_hardened_with_a_warning_or_dropped(cube):
     creases = (CUBE_EDGES, np.full(12, 2.5))
     with pytest.warns(qn_sds.MeshWarning, match="fractional sharpness.*12 cases"):
-        hard = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, creases=creases)
+        hard = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, creases=creases, fractional="harden")
     assert hard.area == pytest.approx(24.0, rel=1e-5)
     with pytest.warns(qn_sds.MeshWarning):
         soft = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, creases=creases, fractional="drop")
@@ -252,3 +253,71 @@ def test_other_python_threads_run_during_a_call(knot):
 
     # A call that kept the GIL would leave a turn or two, before it begins.
     assert max(count_turns() for _ in range(5)) > 10
+
+
+def test_isolation_follows_sharpness_holes_and_corners(tmp_path):
+    """The same tagged cube as arrays and as a file; hits, samples and batches agree with each other on its quads."""
+    ring = [[4, 5], [5, 7], [7, 6], [6, 4]]
+    surface = qn_sds.Surface(
+        CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, isolation=3, creaseIndices=[4, 5, 7, 6, 4, 0, 1], creaseLengths=[5, 2],
+        creaseSharpnesses=[2.5, 0.75], cornerIndices=[2], cornerSharpnesses=[1.5], holeIndices=[1],
+    )
+    lines = ["v {} {} {}".format(*point) for point in CUBE_POINTS]
+    lines += ["f {} {} {} {}".format(*face) for face in CUBE_INDICES.reshape(-1, 4) + 1]
+    lines += [f"t crease 2/1/0 {a} {b} 2.5" for a, b in ring] + ["t crease 2/1/0 0 1 0.75"]
+    lines += ["t corner 1/1/0 2 1.5", "t hole 1/0/0 1"]
+    path = tmp_path / "tagged.obj"
+    path.write_text("\n".join(lines))
+    from_file = qn_sds.load_obj(path, isolation=3)
+    np.testing.assert_array_equal(surface.patches(), from_file.patches())
+    np.testing.assert_array_equal(surface.patch_places, from_file.patch_places)
+    assert surface.findings == () and surface.quad_count == 6
+    assert surface.info["isolation"]["patches"] == len(surface.patch_places) > 5 * 4**3 / 2
+    assert 1 not in surface.patch_places[:, 0]
+
+    origins, directions = random_rays(surface, 2000, 3)
+    hits = surface.intersect(origins, directions)
+    assert hits.hit.mean() > 0.2 and 1 not in hits.primitive
+    samples, points = surface.sample(hits.primitive, hits.uv), surface.limit_points(hits.primitive, hits.uv)
+    on_ray = origins + hits.t[:, None] * directions
+    np.testing.assert_allclose(samples.position[hits.hit], on_ray[hits.hit], atol=2e-5)
+    for name in ("position", "dpdu", "dpdv"):
+        np.testing.assert_allclose(getattr(points, name), getattr(samples, name), atol=2e-4)
+    whole = surface.select(inside=True)
+    np.testing.assert_array_equal(whole, [0, 2, 3, 4, 5])
+    assert np.isnan(surface.limit_grid(2).position[1]).all() and np.isfinite(surface.limit_grid(2).position[0]).all()
+
+    with pytest.warns(qn_sds.MeshWarning):
+        plain = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, isolation=0, holeIndices=[1],
+                               corners=([2], [1.5]), creases=(ring, 2.5))
+    assert {finding.code for finding in plain.findings} == {"unkept_hole", "unkept_corner", "fractional_sharpness"}
+
+
+def test_left_handed_faces_are_turned_over():
+    turned = [face[[0, 3, 2, 1]] for face in CUBE_INDICES.reshape(-1, 4)]
+    uvs = np.arange(48, dtype=np.float32).reshape(24, 2) / 48
+    left = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, orientation="leftHanded", uvs=uvs, isolation=1)
+    np.testing.assert_array_equal(left.quads, turned)
+    right = qn_sds.Surface(CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, uvs=uvs, isolation=1)
+    random = np.random.default_rng(1).random((20, 2))
+    np.testing.assert_allclose(
+        left.uv(np.full(20, 2), random[:, ::-1]).uvw, right.uv(np.full(20, 2), random).uvw, atol=1e-6
+    )
+    np.testing.assert_allclose(
+        left.sample(np.full(20, 2), random[:, ::-1]).normal, -right.sample(np.full(20, 2), random).normal, atol=1e-5
+    )
+
+
+def test_a_frustum_selects_quads_of_patches_that_cover_four():
+    """By a slab across a sheet with one triangle: quads whose samples lie within it, or partly so."""
+    points, counts, indices = grid(6, lambda x, y: 0.3 * np.sin(5 * x) * np.cos(4 * y))
+    faces = [face for face in indices.reshape(-1, 4)]
+    faces[0:1] = [faces[0][:3], faces[0][[0, 2, 3]]]
+    surface = qn_sds.Surface(points, [len(face) for face in faces], np.concatenate(faces), isolation=2)
+    assert (surface.patch_places[:, 1] < 0).sum() > 10
+    x = surface.limit_grid(8).position[..., 0].reshape(surface.quad_count, -1)
+    slab = [[1, 0, 0, -0.29], [-1, 0, 0, 0.63]]
+    touched, held = surface.select(slab), surface.select(slab, inside=True)
+    np.testing.assert_array_equal(held, np.flatnonzero((x.min(1) >= 0.29) & (x.max(1) <= 0.63)))
+    np.testing.assert_array_equal(touched, np.flatnonzero((x.max(1) >= 0.29) & (x.min(1) <= 0.63)))
+    assert 0 < len(held) < len(touched) < surface.quad_count
