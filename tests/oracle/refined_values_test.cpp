@@ -4,11 +4,11 @@
 #include <numeric>
 #include <random>
 
+#include "oracles/refined_surface.h"
 #include "qn_poly/poly_neighbourhood.h"
 #include "sds/common/polygon_offsets.h"
 #include "sds/refinement/face_varying_rules.h"
 #include "sds/refinement/patch_values.h"
-#include "oracles/refined_surface.h"
 
 using namespace sds_test;
 
