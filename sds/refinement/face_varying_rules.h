@@ -8,7 +8,7 @@
 namespace sds {
 
 enum class FaceVaryingRule : unsigned char {
-    none,           // seams are smooth curves, their corners turn
+    all_smooth,     // seams are smooth curves, their corners turn
     corners_only,   // a value of one polygon stays
     corners_plus1,  // and the values where three or more meet at a vertex
     corners_plus2,  // and the ends of seams, and both values of a vertex where one is of one polygon
@@ -27,7 +27,7 @@ struct ValueSurroundings {
 
 constexpr bool is_fixed_value(FaceVaryingRule rule, const ValueSurroundings& around) {
     if (rule == FaceVaryingRule::all) return true;
-    if (rule == FaceVaryingRule::none || !around.is_on_seam) return false;
+    if (rule == FaceVaryingRule::all_smooth || !around.is_on_seam) return false;
     const bool is_corner = around.face_count == 1;
     const bool is_junction = around.value_count > 2;
     switch (rule) {
@@ -44,7 +44,7 @@ constexpr bool is_fixed_value(FaceVaryingRule rule, const ValueSurroundings& aro
 
 // For the refinement of a chart, together with the sharpness below. `all` is not refined at all.
 constexpr BorderRule chart_border_rule(FaceVaryingRule rule) {
-    if (rule == FaceVaryingRule::none) return BorderRule::edge_only;
+    if (rule == FaceVaryingRule::all_smooth) return BorderRule::edge_only;
     if (rule == FaceVaryingRule::boundaries || rule == FaceVaryingRule::all) return BorderRule::fixed;
     return BorderRule::edge_and_corner;
 }

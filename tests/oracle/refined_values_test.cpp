@@ -125,7 +125,7 @@ TEST(RefinedValues, PositionsAsAPropertyReproduceTheSurface) {
 // Regular patches of charts, which are most of them from level 2 on.
 TEST(RefinedValues, ChartsFollowTheFaceVaryingRules) {
     const std::pair<FaceVaryingRule, OpenSubdivOracle::FaceVarying> rules[] = {
-        {FaceVaryingRule::none, OpenSubdivOracle::FaceVarying::linear_none},
+        {FaceVaryingRule::all_smooth, OpenSubdivOracle::FaceVarying::linear_none},
         {FaceVaryingRule::corners_only, OpenSubdivOracle::FaceVarying::corners_only},
         {FaceVaryingRule::corners_plus1, OpenSubdivOracle::FaceVarying::corners_plus1},
         {FaceVaryingRule::corners_plus2, OpenSubdivOracle::FaceVarying::corners_plus2},
@@ -142,8 +142,9 @@ TEST(RefinedValues, ChartsFollowTheFaceVaryingRules) {
         for (const ZooMesh& mesh : meshes) {
             SCOPED_TRACE(mesh.name + ", " + OpenSubdivOracle::name_of(library_rule));
             const OpenSubdivOracle oracle(mesh,
-                                          rule == FaceVaryingRule::none ? OpenSubdivOracle::Boundary::edge_only
-                                                                        : OpenSubdivOracle::Boundary::edge_and_corner,
+                                          rule == FaceVaryingRule::all_smooth
+                                              ? OpenSubdivOracle::Boundary::edge_only
+                                              : OpenSubdivOracle::Boundary::edge_and_corner,
                                           library_rule);
             for (const unsigned int depth : {1u, 3u}) {
                 const RefinedChart chart(mesh, rule, depth);
