@@ -91,11 +91,4 @@ bool take_integer(std::string_view& text, std::int64_t& value) {
     return true;
 }
 
-std::string quoted(std::string_view token) {
-    constexpr std::size_t longest = 40;
-    std::string text = "'";
-    for (const char c : token.substr(0, longest)) text += c >= ' ' && c <= '~' ? c : '?';
-    return text + (token.size() > longest ? "...'" : "'");
-}
-
 }  // namespace sds_io

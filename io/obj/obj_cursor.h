@@ -1,5 +1,7 @@
 #pragma once
 
+#include "io/quoted.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -55,8 +57,5 @@ NumberState parse_float(std::string_view token, float& value);
 
 /// Reads a decimal integer from the front of `text` and removes it; false when there is none. Saturates at 64 bits.
 bool take_integer(std::string_view& text, std::int64_t& value);
-
-/// `token` in quotes for a message: at most 40 characters, what is not printable ASCII as '?'.
-std::string quoted(std::string_view token);
 
 }  // namespace sds_io

@@ -45,6 +45,10 @@ private:
     bool read_corner(std::string_view token);
     bool read_index(std::string_view& text, std::size_t record_count, std::uint32_t& index);
     void read_tag();
+    /// Vertices, handed to add_vertex(how many came before, vertex), then one sharpness for all tags or one each.
+    template <class Tag, class AddVertex>
+    void read_sharp_tag(std::vector<Tag>& tags, std::size_t int_count, std::size_t float_count,
+                        const AddVertex& add_vertex);
     void read_crease(std::size_t int_count, std::size_t float_count);
     void read_corners(std::size_t int_count, std::size_t float_count);
     void read_holes(std::size_t int_count);
@@ -320,22 +324,30 @@ void RecordReader::check_value_count(std::size_t announced, std::size_t found) {
                [&] { return std::to_string(announced) + " values announced, " + std::to_string(found) + " found"; });
 }
 
-void RecordReader::read_corners(std::size_t int_count, std::size_t float_count) {
-    const std::size_t first = m_records.corners.size();
+template <class Tag, class AddVertex>
+void RecordReader::read_sharp_tag(std::vector<Tag>& tags, std::size_t int_count, std::size_t float_count,
+                                  const AddVertex& add_vertex) {
+    const std::size_t first = tags.size();
     std::size_t count = 0;
     for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count) {
         if (count < int_count) {
             std::int64_t vertex = 0;
             read_tag_integer(token, vertex);
-            m_records.corners.push_back({m_cursor.get_line(), vertex, 0.0f});
+            add_vertex(count, vertex);
         } else if (count < int_count + float_count) {
             const float sharpness = read_sharpness(token);
-            const std::size_t corner = first + count - int_count;
-            const std::size_t last = float_count == 1 ? m_records.corners.size() : corner + 1;
-            for (std::size_t i = corner; i < last; ++i) m_records.corners[i].sharpness = sharpness;
+            const std::size_t tag = first + count - int_count;
+            const std::size_t last = float_count == 1 ? tags.size() : tag + 1;
+            for (std::size_t i = tag; i < last; ++i) tags[i].sharpness = sharpness;
         }
     }
     check_value_count(int_count + float_count, count);
+}
+
+void RecordReader::read_corners(std::size_t int_count, std::size_t float_count) {
+    read_sharp_tag(m_records.corners, int_count, float_count, [this](std::size_t, std::int64_t vertex) {
+        m_records.corners.push_back({m_cursor.get_line(), vertex, 0.0f});
+    });
 }
 
 void RecordReader::read_holes(std::size_t int_count) {
@@ -373,23 +385,11 @@ void RecordReader::read_rule(std::string_view tag) {
 }
 
 void RecordReader::read_crease(std::size_t int_count, std::size_t float_count) {
-    const std::size_t first = m_records.creases.size();
     std::int64_t previous = 0;
-    std::size_t count = 0;
-    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count) {
-        if (count < int_count) {
-            std::int64_t vertex = 0;
-            read_tag_integer(token, vertex);
-            if (count > 0) m_records.creases.push_back({m_cursor.get_line(), previous, vertex, 0.0f});
-            previous = vertex;
-        } else if (count < int_count + float_count) {
-            const float sharpness = read_sharpness(token);
-            const std::size_t edge = first + count - int_count;
-            const std::size_t last = float_count == 1 ? m_records.creases.size() : edge + 1;
-            for (std::size_t e = edge; e < last; ++e) m_records.creases[e].sharpness = sharpness;
-        }
-    }
-    check_value_count(int_count + float_count, count);
+    read_sharp_tag(m_records.creases, int_count, float_count, [&](std::size_t count, std::int64_t vertex) {
+        if (count > 0) m_records.creases.push_back({m_cursor.get_line(), previous, vertex, 0.0f});
+        previous = vertex;
+    });
 }
 
 /// A number that may be infinite but not NaN.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "io/quoted.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -103,8 +105,7 @@ private:
 /// One line without newline: "file:line:column: severity: message (detail), action; N cases, first here".
 std::string to_text(const UsdFinding& finding, const std::string& file);
 
-/// `text` in single quotes for a message: printable, 40 characters at most.
-std::string quoted(std::string_view text);
+using sds_io::quoted;
 
 /// Thrown inside the reader where the text cannot be followed any further; it ends as the last finding.
 struct UsdSyntaxError {
