@@ -32,7 +32,7 @@ void HandedEdges::begin_level(const RefinementLevel& level, const RefinementLeve
 }
 
 void HandedEdges::exchange(unsigned int face, Vec3f* controls) {
-    if (m_is_first && (m_fine == nullptr || m_level->face_children[face] == none)) return;
+    if (!concerns(face)) return;
     const unsigned int begin = m_level->face_begin(face);
     for (unsigned int k = 0; k < 4; ++k) {
         const unsigned int v = m_level->corner_vertices[begin + k];
@@ -57,6 +57,7 @@ void HandedEdges::exchange(unsigned int face, Vec3f* controls) {
 
 void HandedEdges::end_level() {
     if (m_fine == nullptr) return;
+    if (m_is_first) return std::swap(m_here, m_below);
     for (unsigned int v = 0; v < m_level->vertex_count; ++v)
         if (m_here.has_point[v] != 0) hand_point(v, m_here.points[v]);
     for (unsigned int e = 0; e < m_level->edge_count; ++e)

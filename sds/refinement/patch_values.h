@@ -44,7 +44,7 @@ struct VisitScratch {
             vertex_count = std::max(vertex_count, topology.get_level(i).vertex_count);
         }
         values.reserve(face_count, vertex_count);
-        next.points.reserve(vertex_count);
+        next.points.reserve(vertex_count + 1);
         limits.reserve(vertex_count);
     }
     size_t get_memory_size() const {
@@ -72,7 +72,7 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
 
 // Gives every patch's exact controls to the sink, level by level, the leaves of a level last:
 //     sink.begin_level(level, next level or null)
-//     sink.add_regular(face, patch, compute), where compute(put) calls put(control, lanes) for all sixteen
+//     sink.add_regular(level, values, limits, regular), for all emitted faces at once
 //     sink.add_leaf(face, patch, 16 controls, values of the level, leaves)
 //     sink.end_level()
 // `value_at(v)` is the value of the cage's vertex v. One step of progress per level.
@@ -105,14 +105,20 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         sink.begin_level(level, fine);
         limits.start(level.vertex_count);
         RegularPatches<Value> regular(level, values, limits);
-        for (unsigned int f = 0; f < level.candidate_count; ++f)
-            if (states[f] == FaceState::emitted)
-                sink.add_regular(f, level.face_patches[f], [&](const auto& put) { regular.compute(f, put); });
+        sink.add_regular(level, values, limits, regular);
         if (has_leaves) visit_leaves(level, values, regular, limits, sink);
         sink.end_level();
         values.points.swap(next.points);
         progress_step(progress, i + 1);
     }
+}
+
+// body(face) for the faces of a level that are emitted.
+template <class Body>
+void for_each_emitted(const RefinementLevel& level, const Body& body) {
+    const FaceState* states = level.states.get_data();
+    for (unsigned int f = 0; f < level.candidate_count; ++f)
+        if (states[f] == FaceState::emitted) body(f);
 }
 
 // Passes the controls of every patch on to a sink(patch, controls).
@@ -123,12 +129,15 @@ struct ControlsVisitor {
 
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
     void end_level() {}
-    template <class Compute>
-    void add_regular(unsigned int, unsigned int patch, const Compute& compute) {
-        Value controls[16];
-        compute([&](unsigned int i, const typename Access::Type& lanes) { Access::store(lanes, controls[i]); });
-        const Value* begin = controls;
-        sink(patch, begin);
+    void add_regular(const RefinementLevel& level, const LevelValues<Value>&, PatchLimits<Value>&,
+                     RegularPatches<Value>& regular) {
+        for_each_emitted(level, [&](unsigned int f) {
+            Value controls[16];
+            regular.compute(
+                f, [&](unsigned int i, const typename Access::Type& lanes) { Access::store(lanes, controls[i]); });
+            const Value* begin = controls;
+            sink(level.face_patches[f], begin);
+        });
     }
     void add_leaf(unsigned int, unsigned int patch, const Value* controls, const LevelValues<Value>&, LeafPatches&) {
         sink(patch, controls);

@@ -6,6 +6,7 @@
 #include "sds/common/array_bytes.h"
 #include "sds/refinement/handed_edges.h"
 #include "sds/refinement/patch_values.h"
+#include "sds/refinement/regular_kernels/regular_kernels.h"
 
 namespace sds {
 
@@ -22,9 +23,9 @@ void store_nets(const Nets& nets, Vec3f* out) {
         for (const Vec3d& d : row) *out++ = Vec3f(d);
 }
 
-template <class Compute>
-void store_controls(const Compute& compute, Vec3d* controls) {
-    compute([controls](unsigned int i, const PointLanes& lanes) { ValueLanes<Vec3d>::store(lanes, controls[i]); });
+void compute_exact(RegularPatches<Vec3d>& regular, unsigned int face, Vec3d* controls) {
+    regular.compute(
+        face, [controls](unsigned int i, const PointLanes& lanes) { ValueLanes<Vec3d>::store(lanes, controls[i]); });
 }
 
 Nets leaf_nets(unsigned int face, const Vec3d* controls, const LevelValues<Vec3d>& values, LeafPatches& leaves) {
@@ -39,11 +40,14 @@ struct ExactSink {
 
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
     void end_level() {}
-    template <class Compute>
-    void add_regular(unsigned int, unsigned int patch, const Compute& compute) {
-        Vec3d* exact = controls + 16 * size_t{patch};
-        store_controls(compute, exact);
-        if (nets != nullptr) copy_nets(Nets(exact), patch);
+    void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>&, PatchLimits<Vec3d>&,
+                     RegularPatches<Vec3d>& regular) {
+        for_each_emitted(level, [&](unsigned int f) {
+            const unsigned int patch = level.face_patches[f];
+            Vec3d* exact = controls + 16 * size_t{patch};
+            compute_exact(regular, f, exact);
+            if (nets != nullptr) copy_nets(Nets(exact), patch);
+        });
     }
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
@@ -80,8 +84,11 @@ void visit_points(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& 
 class RoundingSink {
 public:
     RoundingSink(RefinedPatches& patches, NetStorage storage, double shortest_edge)
-        : m_patches(patches), m_storage(storage), m_shortest_squared(shortest_edge * shortest_edge) {}
-    RoundingSink(RefinedPatches& patches, const RefinedPatches& like) : m_patches(patches), m_like(&like) {}
+        : m_patches(patches),
+          m_storage(storage),
+          m_shortest_squared(storage == NetStorage::where_needed ? shortest_edge * shortest_edge : 0.0) {}
+    RoundingSink(RefinedPatches& patches, const RefinedPatches& like)
+        : m_patches(patches), m_storage(NetStorage::where_needed), m_like(&like) {}
 
     // Room for controls, and for nets after them.
     void start(unsigned int patch_count, unsigned int net_count) {
@@ -94,41 +101,66 @@ public:
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine) { m_handed.begin_level(level, fine); }
     void end_level() { m_handed.end_level(); }
 
-    template <class Compute>
-    void add_regular(unsigned int face, unsigned int patch, const Compute& compute) {
-        Vec3f* controls = m_patches.m_points.get_data() + 16 * size_t{patch};
-        PointLanes corners[4];
-        compute([&](unsigned int i, const PointLanes& lanes) {
-            lanes.v.store_rounded3(controls[i].get_data());
-            if ((i & 3u) == 0) corners[i >> 2] = lanes;
+    void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits,
+                     RegularPatches<Vec3d>& regular) {
+        set_sharp_limits(level, values, limits);
+        const RegularFaces faces = view(level, values, limits);
+        const unsigned int short_count = get_regular_kernels().compute_controls(faces, 0, level.candidate_count);
+        Vec3f* controls = m_patches.m_points.get_data();
+        if (m_handed.concerns_level())
+            for_each_emitted(level, [&](unsigned int f) {
+                if (m_handed.concerns(f)) m_handed.exchange(f, controls + 16 * size_t{level.face_patches[f]});
+            });
+        if (short_count == 0 && m_like == nullptr && m_storage != NetStorage::all) return;
+        for_each_emitted(level, [&](unsigned int f) {
+            const unsigned int patch = level.face_patches[f];
+            if (!stores_nets(patch)) return;
+            Vec3d exact[16];
+            compute_exact(regular, f, exact);
+            add_nets(patch, Nets(exact));
         });
-        m_handed.exchange(face, controls);
-        if (!stores_nets(patch, false, [&] { return is_short(corners); })) return;
-        Vec3d exact[16];
-        store_controls(compute, exact);
-        add_nets(patch, Nets(exact));
     }
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
         Vec3f* controls = m_patches.m_points.get_data() + 16 * size_t{patch};
         for (unsigned int i = 0; i < 16; ++i) controls[i] = Vec3f(exact[i]);
         m_handed.exchange(face, controls);
-        if (stores_nets(patch, true, [] { return true; })) add_nets(patch, leaf_nets(face, exact, values, leaves));
+        m_patches.m_net_offsets[patch] = m_storage == NetStorage::never ? none : 0;
+        if (stores_nets(patch)) add_nets(patch, leaf_nets(face, exact, values, leaves));
     }
 
 private:
-    template <class IsShort>
-    bool stores_nets(unsigned int patch, bool is_leaf, const IsShort& is_short_patch) {
-        m_patches.m_net_offsets[patch] = none;
-        if (m_like != nullptr) return m_like->m_net_offsets[patch] != none;
-        if (m_storage != NetStorage::where_needed) return m_storage == NetStorage::all;
-        return is_leaf || is_short_patch();
+    // The limits that smooth neighbours do not tell.
+    static void set_sharp_limits(const RefinementLevel& level, const LevelValues<Vec3d>& values,
+                                 PatchLimits<Vec3d>& limits) {
+        for (const SharpVertex& vertex : level.sharp_vertices)
+            if (level.vertex_kinds[vertex.vertex] != RefinementLevel::irregular_vertex)
+                limits.set(vertex.vertex, limit_point(level, values, vertex.vertex));
     }
-    bool is_short(const PointLanes (&corners)[4]) const {
-        bool is_any = false;
-        for (unsigned int k = 0; k < 4; ++k)
-            is_any |= (corners[(k + 1) & 3u] - corners[k]).length_squared() < m_shortest_squared;
-        return is_any;
+    RegularFaces view(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits) {
+        static_assert(sizeof(FaceState) == 1);
+        RegularFaces faces;
+        faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
+        faces.patches = level.face_patches.get_data();
+        faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
+        faces.faces = level.corner_faces.get_data();
+        faces.edge_bits = level.edges.quad_edge_flags.get_data();
+        faces.vertices = level.corner_vertices.get_data();
+        faces.opposites = level.edges.opposite_edges.get_data();
+        faces.points = reinterpret_cast<const double*>(values.points.get_data());
+        faces.limits = reinterpret_cast<double*>(limits.get_data());
+        faces.is_known = limits.get_known();
+        faces.controls = reinterpret_cast<float*>(m_patches.m_points.get_data());
+        faces.net_offsets = m_patches.m_net_offsets.get_data();
+        faces.shortest_squared = m_shortest_squared;
+        faces.emitted = static_cast<unsigned char>(FaceState::emitted);
+        return faces;
+    }
+    // Of a patch that was marked.
+    bool stores_nets(unsigned int patch) {
+        unsigned int& offset = m_patches.m_net_offsets[patch];
+        if (m_like != nullptr) offset = m_like->m_net_offsets[patch];
+        return m_storage == NetStorage::all || offset != none;
     }
     void add_nets(unsigned int patch, const Nets& nets) {
         CoreArray<Vec3f>& points = m_patches.m_points;
@@ -143,8 +175,8 @@ private:
     }
 
     RefinedPatches& m_patches;
-    NetStorage m_storage = NetStorage::never;
-    double m_shortest_squared = 0.0;
+    NetStorage m_storage;
+    double m_shortest_squared = 0.0;  // of edges whose patches need no nets
     const RefinedPatches* m_like = nullptr;
     unsigned int m_capacity = 0;  // of points
     HandedEdges m_handed;

@@ -15,7 +15,7 @@ template <class Value>
 class PatchLimits {
 public:
     void reserve(unsigned int vertex_count) {
-        m_limits.reserve(vertex_count);
+        m_limits.reserve(vertex_count + 1);  // as points
         m_known.reserve(vertex_count);
     }
     void start(unsigned int vertex_count) {
@@ -29,6 +29,8 @@ public:
         m_limits[v] = limit;
     }
     const Value& get(unsigned int v) const { return m_limits[v]; }
+    Value* get_data() { return m_limits.get_data(); }
+    unsigned char* get_known() { return m_known.get_data(); }
     size_t get_memory_size() const { return (sizeof(Value) + 1) * size_t{m_limits.get_count()}; }
 
 private:
