@@ -55,6 +55,9 @@ inline void store3(float* p, const Float4& v) {
 }
 inline Double4 join_doubles(double a, double b, double c, double d) { return {a, b, c, d}; }
 inline Double4 load_doubles(const double* p) { return {p[0], p[1], p[2], p[3]}; }
+inline void store_doubles(double* p, const Double4& v) {
+    for (int i = 0; i < 4; ++i) p[i] = v[i];
+}
 inline Float4 round_lanes(const Double4& v) {
     return Float4::fill([&](int i) { return static_cast<float>(v[i]); });
 }

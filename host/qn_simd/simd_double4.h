@@ -14,6 +14,7 @@ struct SimdDouble4 {
     // Three numbers at any address, the last lane 0. Nothing beyond them is read or written.
     QN_SIMD_INLINE static SimdDouble4 load3(const double* p) { return join_doubles(p[0], p[1], p[2], 0.0); }
     QN_SIMD_INLINE static SimdDouble4 load4(const double* p) { return load_doubles(p); }
+    QN_SIMD_INLINE void store4(double* p) const { store_doubles(p, v); }
     QN_SIMD_INLINE void store3(double* p) const { store_doubles3(p, v); }
     // The first three rounded to single precision, to any address.
     QN_SIMD_INLINE void store_rounded3(float* p) const { store_rounded_doubles3(p, v); }

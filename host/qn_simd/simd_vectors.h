@@ -63,6 +63,7 @@ QN_SIMD_INLINE Double4 load_doubles(const double* p) {
     __builtin_memcpy(&v, p, sizeof v);
     return v;
 }
+QN_SIMD_INLINE void store_doubles(double* p, Double4 v) { __builtin_memcpy(p, &v, sizeof v); }
 QN_SIMD_INLINE Float4 round_lanes(Double4 v) { return __builtin_convertvector(v, Float4); }
 
 #else
@@ -117,6 +118,10 @@ QN_SIMD_INLINE Double4 load_doubles(const double* p) {
     __builtin_memcpy(&v.low, p, sizeof v.low);
     __builtin_memcpy(&v.high, p + 2, sizeof v.high);
     return v;
+}
+QN_SIMD_INLINE void store_doubles(double* p, Double4 v) {
+    __builtin_memcpy(p, &v.low, sizeof v.low);
+    __builtin_memcpy(p + 2, &v.high, sizeof v.high);
 }
 QN_SIMD_INLINE Float4 round_lanes(Double4 v) {
     const Float2 low = __builtin_convertvector(v.low, Float2), high = __builtin_convertvector(v.high, Float2);

@@ -31,6 +31,12 @@ void HandedEdges::begin_level(const RefinementLevel& level, const RefinementLeve
     if (fine != nullptr) m_below.start(*fine);
 }
 
+// Whether there may be finer patches across the edge at a face-corner.
+bool HandedEdges::is_finer_across(unsigned int c) const {
+    const unsigned int o = m_level->edges.opposite_edges[c];
+    return o == none || m_level->states[m_level->face_of(o)] == FaceState::refined;
+}
+
 void HandedEdges::exchange(unsigned int face, Vec3f* controls) {
     if (!concerns(face)) return;
     const unsigned int begin = m_level->face_begin(face);
@@ -47,7 +53,7 @@ void HandedEdges::exchange(unsigned int face, Vec3f* controls) {
             const bool is_forward = handed.start == m_level->corner_vertices[begin + k];
             controls[leaving_edge_control(k)] = handed.controls[is_forward ? 1 : 2];
             controls[arriving_edge_control(next)] = handed.controls[is_forward ? 2 : 1];
-        } else if (m_fine != nullptr && m_level->has_halves(edge)) {
+        } else if (m_fine != nullptr && is_finer_across(begin + k) && m_level->has_halves(edge)) {
             const Vec3f own[4] = {controls[corner_control(k)], controls[leaving_edge_control(k)],
                                   controls[arriving_edge_control(next)], controls[corner_control(next)]};
             hand_halves(edge, m_level->corner_vertices[begin + k], own);

@@ -50,6 +50,7 @@ private:
         size_t get_memory_size() const;
     };
 
+    bool is_finer_across(unsigned int c) const;
     void hand_point(unsigned int v, const Vec3f& point);
     void hand_halves(unsigned int edge, unsigned int start, const Vec3f* controls);
 

@@ -13,9 +13,14 @@ namespace sds {
 // The limit points of the vertices that patches of a level touch, each computed once.
 template <class Value>
 class PatchLimits {
+    struct Slot {
+        // Points take four lanes, so that they can be read by one load as soon as they were written by one store.
+        alignas(std::is_same_v<Value, GMathVec3<double>> ? 32 : alignof(Value)) Value value;
+    };
+
 public:
     void reserve(unsigned int vertex_count) {
-        m_limits.reserve(vertex_count + 1);  // as points
+        m_limits.reserve(vertex_count);
         m_known.reserve(vertex_count);
     }
     void start(unsigned int vertex_count) {
@@ -26,15 +31,15 @@ public:
     bool is_known(unsigned int v) const { return m_known[v] != 0; }
     void set(unsigned int v, const Value& limit) {
         m_known[v] = 1;
-        m_limits[v] = limit;
+        m_limits[v].value = limit;
     }
-    const Value& get(unsigned int v) const { return m_limits[v]; }
-    Value* get_data() { return m_limits.get_data(); }
+    const Value& get(unsigned int v) const { return m_limits[v].value; }
+    Slot* get_data() { return m_limits.get_data(); }
     unsigned char* get_known() { return m_known.get_data(); }
-    size_t get_memory_size() const { return (sizeof(Value) + 1) * size_t{m_limits.get_count()}; }
+    size_t get_memory_size() const { return (sizeof(Slot) + 1) * size_t{m_limits.get_count()}; }
 
 private:
-    CoreArray<Value> m_limits;
+    CoreArray<Slot> m_limits;
     CoreArray<unsigned char> m_known;
 };
 

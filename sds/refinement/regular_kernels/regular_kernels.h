@@ -7,8 +7,7 @@
 
 namespace sds {
 
-// Views of a level, its points and its patches. Of the arrays of points, three doubles a vertex, one more may be read
-// behind the last.
+// Views of a level, its points and its patches.
 struct RegularFaces {
     const unsigned char* states;     // per face
     const unsigned int* patches;     // per face
@@ -17,8 +16,8 @@ struct RegularFaces {
     const unsigned char* edge_bits;  // per face: the edges that are infinitely sharp
     const unsigned int* vertices;    // per face-corner
     const unsigned int* opposites;   // per face-corner, or none
-    const double* points;            // per vertex
-    double* limits;                  // per vertex, where known
+    const double* points;            // three per vertex, and one more that may be read
+    double* limits;                  // four per vertex, where known; the fourth means nothing
     unsigned char* is_known;         // per vertex; those that are not between smooth edges are
     float* controls;                 // sixteen points a patch
     unsigned int* net_offsets;       // per patch

@@ -75,12 +75,16 @@ public:
     }
 
     // The limit point of corner k of the quad at `begin`, with the points beside its edge k and the one before.
-    void store_limit(unsigned int begin, unsigned int k, const SimdDouble4 (&q)[4], SimdDouble4 ahead_start,
-                     SimdDouble4 ahead_end, SimdDouble4 behind_start, SimdDouble4 behind_end) const {
+    SimdDouble4 make_limit(unsigned int begin, unsigned int k, const SimdDouble4 (&q)[4], SimdDouble4 ahead_start,
+                           SimdDouble4 ahead_end, SimdDouble4 behind_start, SimdDouble4 behind_end) const {
         const SimdDouble4 edges = q[(k + 1) & 3u] + q[(k + 3) & 3u] + ahead_start + behind_end;
         const SimdDouble4 diagonals = q[(k + 2) & 3u] + ahead_end + behind_start + load(find_opposite(begin + k));
         const SimdDouble4 sum = q[k] * SimdDouble4(16.0) + edges * SimdDouble4(4.0) + diagonals;
-        (sum * SimdDouble4(1.0 / 36.0)).store3(m_level.limits + 3 * size_t{m_level.vertices[begin + k]});
+        const unsigned int v = m_level.vertices[begin + k];
+        const SimdDouble4 limit = sum * SimdDouble4(1.0 / 36.0);
+        limit.store4(m_level.limits + 4 * size_t{v});
+        m_level.is_known[v] = 1;
+        return limit;
     }
 
 private:
@@ -102,11 +106,17 @@ void compute_limits_of(const RegularFaces& level, const unsigned int* first, uns
             unsigned int start = 0, end_ahead = 0, start_behind = 0, end_behind = 0;
             ring.find_beside(c + k, start, end_ahead);
             ring.find_beside(c + ((k + 3) & 3u), start_behind, end_behind);
-            ring.store_limit(c, k, q, ring.load(start), ring.load(end_ahead), ring.load(start_behind),
-                             ring.load(end_behind));
-            level.is_known[quad[k]] = 1;
+            ring.make_limit(c, k, q, ring.load(start), ring.load(end_ahead), ring.load(start_behind),
+                            ring.load(end_behind));
         }
     }
+}
+
+// How many faces ahead a patch's memory is asked for: the patches of a level lie here and there among the others.
+constexpr unsigned int faces_ahead = 6;
+
+void prefetch_patch(const float* controls) {
+    for (unsigned int i = 0; i < 48; i += 16) __builtin_prefetch(controls + i, 1);
 }
 
 // Controls leave in order, four floats at a time: the fourth is overwritten by the next.
@@ -118,33 +128,35 @@ unsigned int compute_controls_of(const RegularFaces& level, unsigned int begin, 
     unsigned int short_count = 0;
     for (unsigned int f = begin; f < end; ++f) {
         if (level.states[f] != level.emitted) continue;
+        if (f + faces_ahead < end && level.states[f + faces_ahead] == level.emitted)
+            prefetch_patch(level.controls + 48 * size_t{level.patches[f + faces_ahead]});
         const unsigned int c = corners.begin_of_face(f);
         const unsigned int* quad = level.vertices + c;
         const unsigned int sharp = level.edge_bits[f];
         const SimdDouble4 q[4] = {ring.load(quad[0]), ring.load(quad[1]), ring.load(quad[2]), ring.load(quad[3])};
         SimdDouble4 starts[4], ends[4];
         bool is_smooth[4];
+#pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k) {
-            unsigned int start, end_vertex;
+            unsigned int start = quad[k], end_vertex = quad[k];
             is_smooth[k] = ((sharp >> k) & 1u) == 0 && ring.find_beside(c + k, start, end_vertex);
-            if (!is_smooth[k]) continue;
             starts[k] = ring.load(start);
             ends[k] = ring.load(end_vertex);
         }
         SimdDouble4 corner[4];
+#pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int v = quad[k], behind = (k + 3) & 3u;
-            if (level.is_known[v] == 0) {
-                ring.store_limit(c, k, q, starts[k], ends[k], starts[behind], ends[behind]);
-                level.is_known[v] = 1;
-            }
-            corner[k] = SimdDouble4::load4(level.limits + 3 * size_t{v});
+            corner[k] = level.is_known[v] != 0
+                            ? SimdDouble4::load4(level.limits + 4 * size_t{v})
+                            : ring.make_limit(c, k, q, starts[k], ends[k], starts[behind], ends[behind]);
         }
 
         const SimdDouble4 q4[4] = {q[0] * four, q[1] * four, q[2] * four, q[3] * four};
         const SimdDouble4 across[2] = {(q[1] + q[3]) * two, (q[0] + q[2]) * two};
         const size_t patch = level.patches[f];
         float* out = level.controls + 48 * patch;
+#pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k, out += 12) {
             const unsigned int next = (k + 1) & 3u, far = (k + 2) & 3u, behind = (k + 3) & 3u;
             corner[k].store_rounded4(out);
@@ -166,6 +178,7 @@ unsigned int compute_controls_of(const RegularFaces& level, unsigned int begin, 
         }
 
         bool is_short = false;
+#pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k) {
             const SimdDouble4 edge = corner[(k + 1) & 3u] - corner[k];
             is_short |= (edge * edge).sum3() < level.shortest_squared;
