@@ -60,7 +60,10 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
         if (level.states[f] != FaceState::leaf) continue;
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int v = level.corner_vertices[4 * f + k];
-            if (limits.is_known(v)) continue;
+            if (limits.is_known(v)) {
+                limits.touch(v);
+                continue;
+            }
             const bool is_regular = level.vertex_kinds[v] == RefinementLevel::regular_vertex;
             limits.set(v, is_regular ? regular.limit_at(f, k) : leaves.limit_at(4 * f + k, values));
         }
@@ -74,7 +77,7 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
 //     sink.begin_level(level, next level or null)
 //     sink.add_regular(level, values, limits, regular), for all emitted faces at once
 //     sink.add_leaf(face, patch, 16 controls, values of the level, leaves)
-//     sink.end_level()
+//     sink.end_level(limits)
 // `value_at(v)` is the value of the cage's vertex v. One step of progress per level.
 template <class Value, class ValueAt, class Sink>
 void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sink& sink,
@@ -107,7 +110,7 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         RegularPatches<Value> regular(level, values, limits);
         sink.add_regular(level, values, limits, regular);
         if (has_leaves) visit_leaves(level, values, regular, limits, sink);
-        sink.end_level();
+        sink.end_level(limits);
         values.points.swap(next.points);
         progress_step(progress, i + 1);
     }
@@ -128,7 +131,7 @@ struct ControlsVisitor {
     const Sink& sink;
 
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
-    void end_level() {}
+    void end_level(const PatchLimits<Value>&) {}
     void add_regular(const RefinementLevel& level, const LevelValues<Value>&, PatchLimits<Value>&,
                      RegularPatches<Value>& regular) {
         for_each_emitted(level, [&](unsigned int f) {

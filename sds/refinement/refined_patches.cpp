@@ -39,7 +39,7 @@ struct ExactSink {
     Vec3d* nets;
 
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
-    void end_level() {}
+    void end_level(const PatchLimits<Vec3d>&) {}
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>&, PatchLimits<Vec3d>&,
                      RegularPatches<Vec3d>& regular) {
         for_each_emitted(level, [&](unsigned int f) {
@@ -99,7 +99,7 @@ public:
         m_patches.m_net_offsets.resize(patch_count);
     }
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine) { m_handed.begin_level(level, fine); }
-    void end_level() { m_handed.end_level(); }
+    void end_level(const PatchLimits<Vec3d>& limits) { m_handed.end_level(limits); }
 
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits,
                      RegularPatches<Vec3d>& regular) {
@@ -135,7 +135,7 @@ private:
                                  PatchLimits<Vec3d>& limits) {
         for (const SharpVertex& vertex : level.sharp_vertices)
             if (level.vertex_kinds[vertex.vertex] != RefinementLevel::irregular_vertex)
-                limits.set(vertex.vertex, limit_point(level, values, vertex.vertex));
+                limits.set_untouched(vertex.vertex, limit_point(level, values, vertex.vertex));
     }
     RegularFaces view(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits) {
         static_assert(sizeof(FaceState) == 1);

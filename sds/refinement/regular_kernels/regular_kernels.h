@@ -18,7 +18,7 @@ struct RegularFaces {
     const unsigned int* opposites;   // per face-corner, or none
     const double* points;            // three per vertex, and one more that may be read
     double* limits;                  // four per vertex, where known; the fourth means nothing
-    unsigned char* is_known;         // per vertex; those that are not between smooth edges are
+    unsigned char* is_known;         // per vertex, not 0 for those that are not between smooth edges; 1 afterwards
     float* controls;                 // sixteen points a patch
     unsigned int* net_offsets;       // per patch
     double shortest_squared;         // of an edge whose patch needs no nets

@@ -83,7 +83,6 @@ public:
         const unsigned int v = m_level.vertices[begin + k];
         const SimdDouble4 limit = sum * SimdDouble4(1.0 / 36.0);
         limit.store4(m_level.limits + 4 * size_t{v});
-        m_level.is_known[v] = 1;
         return limit;
     }
 
@@ -108,6 +107,7 @@ void compute_limits_of(const RegularFaces& level, const unsigned int* first, uns
             ring.find_beside(c + ((k + 3) & 3u), start_behind, end_behind);
             ring.make_limit(c, k, q, ring.load(start), ring.load(end_ahead), ring.load(start_behind),
                             ring.load(end_behind));
+            level.is_known[quad[k]] = 1;
         }
     }
 }
@@ -150,6 +150,7 @@ unsigned int compute_controls_of(const RegularFaces& level, unsigned int begin, 
             corner[k] = level.is_known[v] != 0
                             ? SimdDouble4::load4(level.limits + 4 * size_t{v})
                             : ring.make_limit(c, k, q, starts[k], ends[k], starts[behind], ends[behind]);
+            level.is_known[v] = 1;
         }
 
         const SimdDouble4 q4[4] = {q[0] * four, q[1] * four, q[2] * four, q[3] * four};
