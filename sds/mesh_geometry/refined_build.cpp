@@ -75,22 +75,24 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
             built->topology = refine(cage, mode, positions, progress);
         built->finest_level = find_finest_level(built->get_places());
     }
+    const auto tasks = make_task_manager(built->get_places().get_patch_count());
+    SysThreadTaskManager* const helpers = tasks && tasks->get_thread_count() > 1 ? tasks.get() : nullptr;
     former.reset();
     const bool has_motion = point_cloud.has_velocities();
     {
         const sds::ProgressTask task(progress, "compute refined patches", has_motion ? 0.2f : 0.4f);
-        built->rest.build(*built->topology, positions, sds::NetStorage::where_needed, progress);
+        built->rest.build(*built->topology, positions, sds::NetStorage::where_needed, progress, helpers);
     }
     if (has_motion) {
         const sds::ProgressTask task(progress, "compute refined motion vectors", 0.2f);
-        built->motion.build_like(built->rest, *built->topology, motion_vectors, progress);
+        built->motion.build_like(built->rest, *built->topology, motion_vectors, progress, helpers);
     } else {
         built->motion = {};
     }
     if (!is_update && has_fixed_depth) built->topology->drop_levels();
     refinement = built;
     bind_view();
-    build_boxes(0.2f, make_task_manager(get_patch_count()).get(), progress);
+    build_boxes(0.2f, tasks.get(), progress);
 }
 
 void SdsMeshGeometry::keep_refined_levels() {

@@ -1,6 +1,7 @@
 #include "sds/refinement/refined_patches.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 
 #include "sds/common/array_bytes.h"
@@ -40,9 +41,11 @@ struct ExactSink {
 
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
     void end_level(const PatchLimits<Vec3d>&) {}
+    void begin_leaves(const RefinementLevel&) {}
+    void end_leaves(const RefinementLevel&) {}
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>&, PatchLimits<Vec3d>&,
                      RegularPatches<Vec3d>& regular) {
-        for_each_emitted(level, [&](unsigned int f) {
+        for_each_face(level, FaceState::emitted, [&](unsigned int f) {
             const unsigned int patch = level.face_patches[f];
             Vec3d* exact = controls + 16 * size_t{patch};
             compute_exact(regular, f, exact);
@@ -73,23 +76,25 @@ double shortest_safe_edge(const CoreBasicArray<Vec3f>& positions) {
 
 template <class Sink>
 void visit_points(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink& sink,
-                  AppProgressBar* progress) {
+                  AppProgressBar* progress, SysThreadTaskManager* tasks) {
     visit_patches<Vec3d>(
         topology, [&](unsigned int v) { return v < positions.get_count() ? Vec3d(positions[v]) : Vec3d(0, 0, 0); },
-        sink, progress);
+        sink, progress, tasks);
 }
 
 }  // namespace
 
 class RoundingSink {
 public:
-    RoundingSink(RefinedPatches& patches, NetStorage storage, double shortest_edge)
+    RoundingSink(RefinedPatches& patches, NetStorage storage, double shortest_edge, SysThreadTaskManager* tasks)
         : m_patches(patches),
           m_storage(storage),
-          m_shortest_squared(storage == NetStorage::where_needed ? shortest_edge * shortest_edge : 0.0) {}
-    RoundingSink(RefinedPatches& patches, const RefinedPatches& like)
-        : m_patches(patches), m_storage(NetStorage::where_needed), m_like(&like) {}
+          m_shortest_squared(storage == NetStorage::where_needed ? shortest_edge * shortest_edge : 0.0),
+          m_tasks(tasks) {}
+    RoundingSink(RefinedPatches& patches, const RefinedPatches& like, SysThreadTaskManager* tasks)
+        : m_patches(patches), m_storage(NetStorage::where_needed), m_like(&like), m_tasks(tasks) {}
 
+    SysThreadTaskManager* get_tasks() const { return m_tasks; }
     // Room for controls, and for nets after them.
     void start(unsigned int patch_count, unsigned int net_count) {
         m_capacity = 16 * patch_count + 24 * net_count;
@@ -104,30 +109,34 @@ public:
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits,
                      RegularPatches<Vec3d>& regular) {
         set_sharp_limits(level, values, limits);
-        const RegularFaces faces = view(level, values, limits);
-        const unsigned int short_count = get_regular_kernels().compute_controls(faces, 0, level.candidate_count);
-        Vec3f* controls = m_patches.m_points.get_data();
-        if (m_handed.concerns_level())
-            for_each_emitted(level, [&](unsigned int f) {
-                if (m_handed.concerns(f)) m_handed.exchange(f, controls + 16 * size_t{level.face_patches[f]});
+        const bool has_short = compute_controls(level, view(level, values, limits));
+        if (m_handed.concerns_level()) exchange(level, FaceState::emitted);
+        if (!has_short && m_like == nullptr && m_storage != NetStorage::all) return;
+        make_room_for_nets(level, FaceState::emitted);
+        run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
+            for_each_face(level, FaceState::emitted, begin, end, [&](unsigned int f) {
+                Vec3f* nets = get_nets(level.face_patches[f]);
+                if (nets == nullptr) return;
+                Vec3d exact[16];
+                compute_exact(regular, f, exact);
+                store_nets(Nets(exact), nets);
             });
-        if (short_count == 0 && m_like == nullptr && m_storage != NetStorage::all) return;
-        for_each_emitted(level, [&](unsigned int f) {
-            const unsigned int patch = level.face_patches[f];
-            if (!stores_nets(patch)) return;
-            Vec3d exact[16];
-            compute_exact(regular, f, exact);
-            add_nets(patch, Nets(exact));
         });
     }
+    void begin_leaves(const RefinementLevel& level) {
+        for_each_face(level, FaceState::leaf, [&](unsigned int f) {
+            m_patches.m_net_offsets[level.face_patches[f]] = m_storage == NetStorage::never ? none : 0;
+        });
+        make_room_for_nets(level, FaceState::leaf);
+    }
+    // Any thread.
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
-        Vec3f* controls = m_patches.m_points.get_data() + 16 * size_t{patch};
+        Vec3f* controls = get_controls(patch);
         for (unsigned int i = 0; i < 16; ++i) controls[i] = Vec3f(exact[i]);
-        m_handed.exchange(face, controls);
-        m_patches.m_net_offsets[patch] = m_storage == NetStorage::never ? none : 0;
-        if (stores_nets(patch)) add_nets(patch, leaf_nets(face, exact, values, leaves));
+        if (Vec3f* nets = get_nets(patch); nets != nullptr) store_nets(leaf_nets(face, exact, values, leaves), nets);
     }
+    void end_leaves(const RefinementLevel& level) { exchange(level, FaceState::leaf); }
 
 private:
     // The limits that smooth neighbours do not tell.
@@ -156,28 +165,63 @@ private:
         faces.emitted = static_cast<unsigned char>(FaceState::emitted);
         return faces;
     }
-    // Of a patch that was marked.
-    bool stores_nets(unsigned int patch) {
-        unsigned int& offset = m_patches.m_net_offsets[patch];
-        if (m_like != nullptr) offset = m_like->m_net_offsets[patch];
-        return m_storage == NetStorage::all || offset != none;
+    // Returns whether any patch is so short that it needs nets; the net offsets say which.
+    bool compute_controls(const RefinementLevel& level, const RegularFaces& faces) {
+        const RegularKernels& kernels = get_regular_kernels();
+        if (m_tasks == nullptr) return kernels.compute_controls(faces, 0, level.candidate_count) != 0;
+        // All limit points first, each from the face that asks for it first.
+        CoreArray<unsigned int> first(level.vertex_count, none);
+        for_each_face(level, FaceState::emitted, [&](unsigned int f) {
+            for (unsigned int c = level.face_begin(f), end = c + 4; c < end; ++c) {
+                unsigned int& corner = first[level.corner_vertices[c]];
+                corner = std::min(corner, c);
+            }
+        });
+        run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
+            kernels.compute_limits(faces, first.get_data(), begin, end);
+        });
+        std::atomic<unsigned int> short_count{0};
+        run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
+            short_count += kernels.compute_controls(faces, begin, end);
+        });
+        return short_count != 0;
     }
-    void add_nets(unsigned int patch, const Nets& nets) {
+    void exchange(const RefinementLevel& level, FaceState state) {
+        for_each_face(level, state, [&](unsigned int f) {
+            if (m_handed.concerns(f)) m_handed.exchange(f, get_controls(level.face_patches[f]));
+        });
+    }
+    // Gives the patches of a level's faces that store nets, which the net offsets say, their places.
+    void make_room_for_nets(const RefinementLevel& level, FaceState state) {
         CoreArray<Vec3f>& points = m_patches.m_points;
-        const unsigned int begin = points.get_count();
-        if (begin + 24 > m_capacity) {
-            m_capacity = std::max(begin + 24 * 64, begin + begin / 8);
+        unsigned int count = points.get_count();
+        for_each_face(level, state, [&](unsigned int f) {
+            const unsigned int patch = level.face_patches[f];
+            unsigned int& offset = m_patches.m_net_offsets[patch];
+            const bool is_stored =
+                m_storage == NetStorage::all || (m_like != nullptr ? m_like->m_net_offsets[patch] : offset) != none;
+            offset = is_stored ? count - 16 * m_patches.get_patch_count() : none;
+            count += is_stored ? 24 : 0;
+        });
+        if (count > m_capacity) {
+            m_capacity = std::max(count, m_capacity + m_capacity / 8);
             points.reserve(m_capacity);
         }
-        points.resize(begin + 24);
-        m_patches.m_net_offsets[patch] = begin - 16 * m_patches.get_patch_count();
-        store_nets(nets, points.get_data() + begin);
+        points.resize(count);
+    }
+    Vec3f* get_controls(unsigned int patch) { return m_patches.m_points.get_data() + 16 * size_t{patch}; }
+    // Null for a patch that stores none.
+    Vec3f* get_nets(unsigned int patch) {
+        const unsigned int offset = m_patches.m_net_offsets[patch];
+        if (offset == none) return nullptr;
+        return m_patches.m_points.get_data() + 16 * size_t{m_patches.get_patch_count()} + offset;
     }
 
     RefinedPatches& m_patches;
     NetStorage m_storage;
     double m_shortest_squared = 0.0;  // of edges whose patches need no nets
     const RefinedPatches* m_like = nullptr;
+    SysThreadTaskManager* m_tasks;
     unsigned int m_capacity = 0;  // of points
     HandedEdges m_handed;
 };
@@ -187,7 +231,7 @@ void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray
                            unsigned int net_count, Sink&& sink, AppProgressBar* progress) {
     try {
         sink.start(topology.get_places().get_patch_count(), net_count);
-        visit_points(topology, positions, sink, progress);
+        visit_points(topology, positions, sink, progress, sink.get_tasks());
     } catch (...) {
         *this = RefinedPatches();
         throw;
@@ -195,17 +239,18 @@ void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray
 }
 
 void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, NetStorage storage,
-                           AppProgressBar* progress) {
+                           AppProgressBar* progress, SysThreadTaskManager* tasks) {
     const PatchPlaces& places = topology.get_places();
     const unsigned int net_count = storage == NetStorage::never ? 0
                                    : storage == NetStorage::all ? places.get_patch_count()
                                                                 : places.get_leaf_count();
-    build(topology, positions, net_count, RoundingSink(*this, storage, shortest_safe_edge(positions)), progress);
+    build(topology, positions, net_count, RoundingSink(*this, storage, shortest_safe_edge(positions), tasks), progress);
 }
 
 void RefinedPatches::build_like(const RefinedPatches& other, const RefinedTopology& topology,
-                                const CoreBasicArray<Vec3f>& positions, AppProgressBar* progress) {
-    build(topology, positions, other.get_net_count(), RoundingSink(*this, other), progress);
+                                const CoreBasicArray<Vec3f>& positions, AppProgressBar* progress,
+                                SysThreadTaskManager* tasks) {
+    build(topology, positions, other.get_net_count(), RoundingSink(*this, other, tasks), progress);
 }
 
 size_t RefinedPatches::get_memory_size() const { return bytes_of(m_points) + bytes_of(m_net_offsets); }
@@ -213,7 +258,7 @@ size_t RefinedPatches::get_memory_size() const { return bytes_of(m_points) + byt
 void compute_exact_patches(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Vec3d* out,
                            Vec3d* nets) {
     ExactSink sink{out, nets};
-    visit_points(topology, positions, sink, nullptr);
+    visit_points(topology, positions, sink, nullptr, nullptr);
 }
 
 }  // namespace sds
