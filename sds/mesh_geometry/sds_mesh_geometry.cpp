@@ -96,7 +96,7 @@ SdsMeshBase::TopologyContext SdsMeshGeometry::get_topology_context() const {
 void SdsMeshGeometry::bind_view() {
     if (refinement) {
         bezier_mesh = make_view();
-        bezier_mesh.add_controls(point_cloud.get_positions().get_data(), refinement->rest.controls.get_data(), 1.0f);
+        bezier_mesh.add_controls(point_cloud.get_positions().get_data(), refinement->rest.get_controls(), 1.0f);
         return;
     }
     bezier_mesh = SdsBezierMesh(base->get_primitive_count(), arrays.vertex_infos.get_count(),

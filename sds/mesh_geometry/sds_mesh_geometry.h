@@ -29,7 +29,7 @@ class PolyMesh;
 namespace sds {
 class PatchPlaces;
 struct PatchArrays;
-struct RefinedPatches;
+class RefinedPatches;
 }  // namespace sds
 
 class SDS_EXPORT SdsMeshGeometry : public ResourceData {

@@ -129,7 +129,7 @@ SdsBezierMesh SdsMeshGeometry::make_view() const {
 void SdsMeshGeometry::add_sample(const unsigned int& sample, const float& weight, SdsBezierMesh& mesh) const {
     const Vec3f* vertices = get_vertices_sample(sample).get_data();
     if (refinement)
-        mesh.add_controls(vertices, get_refined_sample(sample).controls.get_data(), weight);
+        mesh.add_controls(vertices, get_refined_sample(sample).get_controls(), weight);
     else
         mesh.add_vertices(vertices, get_bezier_corners_sample(sample), weight);
 }
@@ -137,7 +137,7 @@ void SdsMeshGeometry::add_sample(const unsigned int& sample, const float& weight
 void SdsMeshGeometry::add_motion(const float& weight, SdsBezierMesh& mesh) const {
     const Vec3f* motion = point_cloud.get_velocities().get_data();
     if (refinement)
-        mesh.add_controls(motion, refinement->motion.controls.get_data(), weight);
+        mesh.add_controls(motion, refinement->motion.get_controls(), weight);
     else
         mesh.add_vertices(motion, arrays.bezier_corner_motion_vectors.get_data(), weight);
 }
