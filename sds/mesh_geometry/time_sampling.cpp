@@ -115,15 +115,15 @@ SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_sample(const unsigned int& sample
     return {base->get_primitive_count(),
             point_cloud.get_count(),
             base->get_quad_indices().get_data(),
-            bezier_patches.get_data(),
+            arrays.bezier_patches.get_data(),
             get_vertices_sample(sample).get_data(),
             get_bezier_corners_sample(sample),
             nullptr};
 }
 
 SdsBezierMesh SdsMeshGeometry::make_view() const {
-    return {get_patch_count(), point_cloud.get_count(), base->get_quad_indices().get_data(), bezier_patches.get_data(),
-            nullptr};
+    return {get_patch_count(), point_cloud.get_count(), base->get_quad_indices().get_data(),
+            arrays.bezier_patches.get_data(), nullptr};
 }
 
 void SdsMeshGeometry::add_sample(const unsigned int& sample, const float& weight, SdsBezierMesh& mesh) const {
@@ -139,7 +139,7 @@ void SdsMeshGeometry::add_motion(const float& weight, SdsBezierMesh& mesh) const
     if (refinement)
         mesh.add_controls(motion, refinement->motion.get_controls(), weight);
     else
-        mesh.add_vertices(motion, bezier_corner_motion_vectors.get_data(), weight);
+        mesh.add_vertices(motion, arrays.bezier_corner_motion_vectors.get_data(), weight);
 }
 
 SdsMeshGeometry::SampleBlend SdsMeshGeometry::get_sample_blend(const double& time) const {
