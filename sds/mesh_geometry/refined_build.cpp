@@ -45,6 +45,7 @@ unsigned int find_finest_level(const sds::PatchPlaces& places) {
 
 const sds::PatchPlaces& SdsMeshGeometry::get_places() const { return refinement->get_places(); }
 unsigned int SdsMeshGeometry::get_finest_level() const { return refinement->finest_level; }
+float SdsMeshGeometry::get_largest_coordinate() const { return refinement ? refinement->largest_coordinate : 0.0f; }
 unsigned int SdsMeshGeometry::get_patch_count() const {
     return refinement ? refinement->get_places().get_patch_count() : base->get_primitive_count();
 }
@@ -93,6 +94,9 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
     refinement = built;
     bind_view();
     build_boxes(0.2f, tasks.get(), progress);
+    for (unsigned int axis = 0; axis < 3; ++axis)
+        built->largest_coordinate =
+            std::max({axis == 0 ? 0.0f : built->largest_coordinate, -arrays.bbox.get_min()[axis], arrays.bbox.get_max()[axis]});
 }
 
 void SdsMeshGeometry::keep_refined_levels() {

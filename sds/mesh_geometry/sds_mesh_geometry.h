@@ -114,6 +114,8 @@ public:
     const sds::PatchPlaces& get_places() const;
     // The level of its smallest patches.
     unsigned int get_finest_level() const;
+    // The largest coordinate of the box, whatever its sign; 0 when the surface is not refined.
+    float get_largest_coordinate() const;
 
     // Equal for geometries of one build and its copies, and for no others; 0 before the first build.
     std::uint64_t get_positions_stamp() const { return arrays.positions_stamp; }

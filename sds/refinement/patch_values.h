@@ -57,10 +57,9 @@ struct VisitScratch {
 template <class Body>
 void run_faces(SysThreadTaskManager* tasks, const RefinementLevel& level, const Body& body) {
     constexpr unsigned int min_threaded_faces = 256;
-    if (tasks != nullptr && level.candidate_count >= min_threaded_faces)
-        run_ranges(*tasks, level.candidate_count, nullptr, body);
-    else
-        body(0, level.candidate_count);
+    const auto work = [&body](const WorkRange& range) { body(range.begin, range.end); };
+    run_tasks<RangeTask<decltype(work)>>(level.candidate_count >= min_threaded_faces ? tasks : nullptr,
+                                         level.candidate_count, 4, nullptr, work);
 }
 
 // body(face) for the candidates from begin to end that are in a state.
