@@ -110,7 +110,6 @@ public:
                      RegularPatches<Vec3d>& regular) {
         set_sharp_limits(level, values, limits);
         const bool has_short = compute_controls(level, view(level, values, limits));
-        if (m_handed.concerns_level()) exchange(level, FaceState::emitted);
         if (!has_short && m_like == nullptr && m_storage != NetStorage::all) return;
         make_room_for_nets(level, FaceState::emitted);
         run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
@@ -134,9 +133,12 @@ public:
                   LeafPatches& leaves) {
         Vec3f* controls = get_controls(patch);
         for (unsigned int i = 0; i < 16; ++i) controls[i] = Vec3f(exact[i]);
+        if (m_tasks == nullptr) m_handed.exchange(face, controls);
         if (Vec3f* nets = get_nets(patch); nets != nullptr) store_nets(leaf_nets(face, exact, values, leaves), nets);
     }
-    void end_leaves(const RefinementLevel& level) { exchange(level, FaceState::leaf); }
+    void end_leaves(const RefinementLevel& level) {
+        if (m_tasks != nullptr) exchange(level, FaceState::leaf, 0, level.candidate_count);
+    }
 
 private:
     // The limits that smooth neighbours do not tell.
@@ -165,10 +167,21 @@ private:
         faces.emitted = static_cast<unsigned char>(FaceState::emitted);
         return faces;
     }
-    // Returns whether any patch is so short that it needs nets; the net offsets say which.
+    // Exchanges what is handed, too. Returns whether any patch is so short that it needs nets; the net offsets say
+    // which.
     bool compute_controls(const RefinementLevel& level, const RegularFaces& faces) {
         const RegularKernels& kernels = get_regular_kernels();
-        if (m_tasks == nullptr) return kernels.compute_controls(faces, 0, level.candidate_count) != 0;
+        if (m_tasks == nullptr) {
+            // Few at a time, so that what is exchanged is still in the cache.
+            constexpr unsigned int chunk = 32;
+            unsigned int count = 0;
+            for (unsigned int begin = 0; begin < level.candidate_count; begin += chunk) {
+                const unsigned int end = std::min(begin + chunk, level.candidate_count);
+                count += kernels.compute_controls(faces, begin, end);
+                exchange(level, FaceState::emitted, begin, end);
+            }
+            return count != 0;
+        }
         // All limit points first, each from the face that asks for it first.
         CoreArray<unsigned int> first(level.vertex_count, none);
         for_each_face(level, FaceState::emitted, [&](unsigned int f) {
@@ -184,10 +197,12 @@ private:
         run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
             short_count += kernels.compute_controls(faces, begin, end);
         });
+        exchange(level, FaceState::emitted, 0, level.candidate_count);
         return short_count != 0;
     }
-    void exchange(const RefinementLevel& level, FaceState state) {
-        for_each_face(level, state, [&](unsigned int f) {
+    void exchange(const RefinementLevel& level, FaceState state, unsigned int begin, unsigned int end) {
+        if (!m_handed.concerns_level()) return;
+        for_each_face(level, state, begin, end, [&](unsigned int f) {
             if (m_handed.concerns(f)) m_handed.exchange(f, get_controls(level.face_patches[f]));
         });
     }
