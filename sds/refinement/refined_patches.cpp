@@ -256,9 +256,12 @@ void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray
 void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, NetStorage storage,
                            AppProgressBar* progress, SysThreadTaskManager* tasks) {
     const PatchPlaces& places = topology.get_places();
+    // A few short patches are in most surfaces, and growing would copy all controls. Room that is not filled is memory
+    // that is never touched.
+    const unsigned int leaf_count = places.get_leaf_count();
     const unsigned int net_count = storage == NetStorage::never ? 0
                                    : storage == NetStorage::all ? places.get_patch_count()
-                                                                : places.get_leaf_count();
+                                                                : leaf_count + leaf_count / 8 + 64;
     build(topology, positions, net_count, RoundingSink(*this, storage, shortest_safe_edge(positions), tasks), progress);
 }
 
