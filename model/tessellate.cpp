@@ -1,5 +1,6 @@
 #include "model/tessellate.h"
 
+#include "model/array_size.h"
 #include "model/quad_places.h"
 #include "sds/common/cubic_basis.h"
 
@@ -136,11 +137,19 @@ std::uint32_t WeldedGrid::point(std::uint32_t quad, unsigned int i, unsigned int
     return m_interiors[quad] + (j - 1) * (m_cells - 1) + (i - 1);
 }
 
+std::size_t tessellated_cell_size(const Surface& surface, unsigned int uv_map) {
+    // A cell has four corners and, all in all, one point.
+    constexpr std::size_t corners = 4 * sizeof(std::uint32_t), point = 3 * sizeof(float);
+    const bool has_uvs = uv_map < surface.get_maps().get_uv_map_count();
+    return sizeof(std::uint32_t) + (corners + point) * (has_uvs ? 2 : 1);
+}
+
 Tessellation tessellate(const Surface& surface, unsigned int level, double time, unsigned int uv_map) {
     const SdsMeshBase& base = surface.get_base();
     const std::uint32_t quads = base.get_primitive_count();
     const unsigned int cells = base.get_tessellation_sample_count(level) - 1;
-    const std::uint64_t faces = std::uint64_t{quads} * cells * cells;
+    surface.check_time(time);
+    const std::uint64_t faces = checked_count({quads, cells, cells}, 8 * sizeof(std::uint32_t));
     if (4 * faces >= unmapped_corner)
         throw std::length_error(std::to_string(faces) + " faces are more than a file can number");
 
