@@ -11,6 +11,8 @@ void SdsMeshMaps::set_vertices_interpolation(const CoreArray<unsigned int>& quad
             SdsMeshBase::set_all_vertices_as_fixed(quad_indices, map_edges, infos);
             break;
         case InterpolationMode::corners_fixed:
+        case InterpolationMode::corners_plus1:
+        case InterpolationMode::corners_plus2:
             SdsMeshBase::set_corner_vertices_as_fixed(quad_indices, map_edges, infos);
             break;
         case InterpolationMode::all_smoothed:
