@@ -39,6 +39,7 @@ SdsRefinement to_refinement(const CageView& cage, const SurfaceModes& modes) {
     refinement.chaikin = modes.chaikin;
     refinement.smooth_triangles = modes.smooth_triangles;
     refinement.open_borders = modes.open_borders;
+    refinement.refine_maps = true;
     refinement.edge_sharpness = view_of(cage.corner_sharpness);
     refinement.vertex_sharpness = view_of(cage.vertex_sharpness);
     refinement.holes = view_of(cage.holes);

@@ -29,7 +29,8 @@ struct SurfaceModes {
     bool chaikin = false;
     bool smooth_triangles = false;
 
-    /// Whether fractional sharpness, sharp vertices, holes and open borders are kept.
+    /// Whether fractional sharpness, sharp vertices, holes and open borders are kept. UV maps and properties of kind
+    /// vertex are then refined too.
     bool is_refined() const { return depth > 0 && positions != SdsMeshGeometry::InterpolationMode::all_fixed; }
 };
 

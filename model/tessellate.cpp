@@ -2,6 +2,7 @@
 
 #include "model/array_size.h"
 #include "model/quad_places.h"
+#include "qn_ctx/ctx_eval.h"
 #include "sds/common/cubic_basis.h"
 
 #include <algorithm>
@@ -175,8 +176,15 @@ Tessellation tessellate(const Surface& surface, unsigned int level, double time,
     const SdsMeshMaps::SdsUvMap& map = maps.get_uv_map(uv_map);
     const WeldedGrid uv_grid(map.quad_indices, map.edges.opposite_edges, cells);
     PatchEvaluator evaluate_uv([&](std::uint32_t q, Vec3f* c) { maps.get_bezier_controls(uv_map, q, c); });
+    const CtxShader shader;
+    const CtxEval ctx(shader);
+    const bool is_map_refined = maps.is_uv_map_refined(uv_map);
     out.uv_points = evaluate_points(uv_grid, quads, cells, [&](std::uint32_t q, unsigned int i, unsigned int j) {
-        return evaluate_uv(q, bases[i], bases[j]);
+        if (!is_map_refined) return evaluate_uv(q, bases[i], bases[j]);
+        const GeometryFragment at{q, static_cast<double>(i) / cells, static_cast<double>(j) / cells, 0.0, 0.0};
+        Vec3d uvw, du, dv;
+        maps.compute_fragment_uvw(ctx, at, uv_map, uvw, du, dv);
+        return uvw;
     });
     out.uv_indices = cell_corners(uv_grid, grid, quads, cells);
     return out;

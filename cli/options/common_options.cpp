@@ -65,6 +65,15 @@ constexpr Choice<UvMode> uv_modes[] = {
     {"smoothed_seam_corners_fixed", UvMode::smoothed_seam_corners_fixed},
     {"smoothed_seams_fixed", UvMode::smoothed_seams_fixed},
     {"corners_and_seams_fixed", UvMode::corners_and_seams_fixed},
+    {"corners_plus1", UvMode::corners_plus1},
+    {"corners_plus2", UvMode::corners_plus2},
+    // USD's words
+    {"all", UvMode::all_fixed},
+    {"cornersOnly", UvMode::corners_fixed},
+    {"none", UvMode::all_smoothed},
+    {"boundaries", UvMode::borders_fixed},
+    {"cornersPlus1", UvMode::corners_plus1},
+    {"cornersPlus2", UvMode::corners_plus2},
 };
 
 constexpr Choice<FractionalSharpness> fractional_choices[] = {
@@ -82,7 +91,8 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
                "edgeOnly), borders (3); none (4) has no surface beside borders and needs isolation",
                &options.has_border_rule);
     add_choice(command, "--uv-interpolation", options.modes.uvs, uv_modes,
-               "Which UVs stay: all_fixed (linear), corners_fixed (the default) or one of the others");
+               "Which UVs stay: all_fixed (linear, all), corners_fixed (the default, cornersOnly), cornersPlus1 (also "
+               "where three UVs meet), cornersPlus2, borders_fixed (boundaries) or one of the others");
     command.add_option(uv_flag, options.uv_files, "A further UV map: the vt records of a file with the same polygons")
         ->type_name("FILE")
         ->allow_extra_args(false);
@@ -91,8 +101,10 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
         "What becomes of a sharpness between 0 and 10: exact (the default; without isolation it is sharp), sharp "
         "(infinitely so) or drop");
     command
-        .add_option("--isolation", options.modes.depth,
-                    "Levels by which quads that are not regular are refined; 0 is one patch per quad")
+        .add_option(
+            "--isolation", options.modes.depth,
+            "Levels by which quads that are not regular are refined, and with them UV maps and properties of kind "
+            "vertex; 0 is one patch per quad")
         ->check(CLI::Range(0u, SdsRefinement::max_depth))
         ->capture_default_str();
     command
@@ -134,7 +146,8 @@ void add_size_option(CLI::App& command, const std::string& flag, std::size_t& si
 void add_property_option(CLI::App& command, CommonOptions& options) {
     command
         .add_option("--properties", options.property_file,
-                    "Values on the cage, a .json list of {name, kind (vertex, uniform, constant), type (float32, ...), "
+                    "Values on the cage, a .json list of {name, kind (vertex, varying, uniform, constant), type "
+                    "(float32, ...), "
                     "extent, values, indices, times}")
         ->type_name("FILE");
 }

@@ -268,7 +268,8 @@ void poly_check_property(const PolyMeshProperty& property, unsigned int vertex_c
     const PolyMesh& mesh = property.get_mesh();
     const bool is_indexed = property.has_indices();
     unsigned int items = 1;
-    if (property.get_type() == PolyMeshProperty::Type::per_vertex)
+    if (property.get_type() == PolyMeshProperty::Type::per_vertex ||
+        property.get_type() == PolyMeshProperty::Type::varying)
         items = is_indexed ? property.get_value_count() : vertex_count;
     else if (property.get_type() == PolyMeshProperty::Type::per_polygon)
         items = mesh.get_polygon_count();

@@ -21,7 +21,7 @@ TEST_F(Program, RefusesWrongUsage) {
         {"info"},
         {"info", cube, "--nonsense"},
         {"info", cube, "--interpolation", "round"},
-        {"info", cube, "--uv-interpolation", "7"},
+        {"info", cube, "--uv-interpolation", "9"},
         {"info", cube, "--threads", "-1"},
         {"render", cube},
         {"render", cube, "-o", folder.path("out.jpg")},

@@ -192,7 +192,7 @@ TEST_F(Properties, RefusesWithNameExpectedAndFound) {
         {with({{"type", "float64"}, {"values", {1, 2, 3, 4, 5, 6, 7, 1.7e308}}}), {"1e300", "1.7e+308 in item 7"}},
         {with({{"values", {1, 2, 3, 4, 5, 6, 7, 65520}}, {"type", "float16"}}), {"float16", "65520 in item 7"}},
         {with({{"type", "float"}}), {"'heat': type:", "float16, float32", "found 'float'"}},
-        {with({{"kind", "varying"}}), {"vertex, uniform or constant", "varying"}},
+        {with({{"kind", "vary"}}), {"vertex, varying, uniform or constant", "vary"}},
         {with({{"extent", 0}}), {"extent: expected a whole number", "found 0"}},
         {with({{"color", 1}}), {"found 'color'"}},
         {with({{"name", "a b"}}), {"name: expected", "a b"}},
