@@ -1,0 +1,44 @@
+/**
+ * Everything that a visitor does, in a headless browser, against the program.
+ *
+ *     node web/tests/run.mjs [NAME ...]     only the tests whose names hold one of the words
+ *
+ * Exit 0: passed. 1: failed. 77: skipped, with the reason, where browser, page or program are missing.
+ */
+import { existsSync } from 'node:fs';
+import { join } from 'node:path';
+import { root, folder } from './page.mjs';
+
+const needed = {
+  'Debian package chromium': process.env.CHROMIUM ?? '/usr/bin/chromium',
+  'the page: run `make web`': join(folder, 'index.html'),
+  'the program: run `make build`': process.env.QN_SDS ?? join(root, 'build/bin/sds'),
+};
+for (const [what, path] of Object.entries(needed))
+  if (!existsSync(path)) {
+    console.log(`skipped: ${path} is missing, ${what}`);
+    process.exit(77);
+  }
+
+const files = ['controls', 'cages', 'surface', 'pointing', 'saving', 'access'];
+const wanted = process.argv.slice(2);
+let failures = 0;
+let count = 0;
+for (const file of files) {
+  const { tests } = await import(`./${file}_test.mjs`);
+  for (const [name, test] of Object.entries(tests)) {
+    const title = `${file}: ${name}`;
+    if (wanted.length && !wanted.some((word) => title.includes(word))) continue;
+    ++count;
+    const begin = performance.now();
+    try {
+      await test();
+      console.log(`ok    ${title} (${((performance.now() - begin) / 1000).toFixed(1)} s)`);
+    } catch (problem) {
+      ++failures;
+      console.log(`FAIL  ${title}\n${problem.stack ?? problem}`);
+    }
+  }
+}
+console.log(`${count - failures} of ${count} passed`);
+process.exit(failures || !count ? 1 : 0);
