@@ -34,7 +34,7 @@ const tell = (name, detail) => canvas.dispatchEvent(new CustomEvent(`qn:${name}`
 
 function complain(problem, about = '') {
   const text = problem instanceof Refusal ? problem.message : `${about}${problem.message ?? problem}.`;
-  notify(text[0].toUpperCase() + text.slice(1), 'error');
+  notify(text, 'error');
   tell('refused', text);
 }
 

@@ -66,7 +66,7 @@ export class View {
 
   /** Looks at all of the surface, from where the eye is or from the front. @param {boolean} fromFront */
   frame(fromFront) {
-    const { center, radius } = this.surface.sphere();
+    const { center, radius } = this.surface.ball;
     this.#radius = radius;
     const direction = fromFront
       ? new Vector3(0.55, 0.42, 1)
@@ -74,15 +74,15 @@ export class View {
     const half = (this.camera.fov * Math.PI) / 360;
     const narrowest = Math.min(half, Math.atan(Math.tan(half) * this.camera.aspect));
     direction.setLength((1.06 * radius) / Math.sin(narrowest));
-    this.controls.target.copy(center);
-    this.camera.position.copy(center).add(direction);
+    this.controls.target.fromArray(center);
+    this.camera.position.fromArray(center).add(direction);
     this.controls.update();
     this.draw();
   }
 
   /** @param {{position: number[], target: number[]}} camera */
   lookFrom({ position, target }) {
-    this.#radius = this.surface.sphere().radius;
+    this.#radius = this.surface.ball.radius;
     this.camera.position.fromArray(position);
     this.controls.target.fromArray(target);
     this.controls.update();

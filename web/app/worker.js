@@ -3,6 +3,7 @@
  * {id, error}. Arrays are copied out of the module's memory and handed over.
  */
 import makeModule from '../../build/web/bin/sds_page.mjs';
+import { ball, quadCoordinates, triangles, usualSize } from './grid.js';
 
 const ready = makeModule({ locateFile: (name) => new URL(name, self.location.href).href });
 
@@ -59,14 +60,20 @@ const calls = {
   build({ mode, depth, level, sharpness }) {
     const begin = performance.now();
     built = report(module._page_build(mode, depth, level, sharpness ?? -1));
+    const positions = floats(built.positions);
+    const curvatures = floats(built.curvatures);
     return {
+      triangles: triangles(built.cells, positions),
+      quadCoordinates: quadCoordinates(built.cells, positions.length / 3),
+      usualCurvatures: [usualSize(curvatures, 0), usualSize(curvatures, 1)],
+      ball: ball(positions),
       statistics: built.statistics,
       notes: built.notes,
       cells: built.cells,
-      positions: floats(built.positions),
+      positions,
       normals: floats(built.normals),
       uvs: floats(built.uvs),
-      curvatures: floats(built.curvatures),
+      curvatures,
       patches: bytes(built.patches),
       cage: floats(built.cage),
       edges: edges(built.edges),
