@@ -26,7 +26,7 @@ await build({
   legalComments: 'linked',
   logLevel: 'warning',
 });
-for (const name of ['index.html', 'style.css', 'icon.svg']) await copyFile(join(here, 'app', name), join(page, name));
+for (const name of ['index.html', 'style.css', 'icon.svg', 'served.js']) await copyFile(join(here, 'app', name), join(page, name));
 await copyFile(join(root, 'build/web/bin/sds_page.wasm'), join(page, 'sds_page.wasm'));
 for (const { file } of samples) await cp(join(root, 'assets', file), join(page, 'samples', file));
 

@@ -18,11 +18,16 @@ using Vec3d = GMathVec3<double>;
 
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 
-/// Cells that make the limit look smooth, as far as a picture of about `comfortable_cells` allows.
-unsigned int smooth_cells(std::uint32_t quads) {
-    constexpr std::uint64_t comfortable_cells = 160'000;
+/// Cells that make the limit look smooth, and as many as the smallest patches where that is not too many.
+unsigned int smooth_cells(const Surface& surface) {
+    constexpr std::uint64_t comfortable = 40'000, most = 160'000;
+    const std::uint64_t quads = surface.get_base().get_primitive_count();
+    const SdsMeshGeometry& geometry = surface.get_geometry();
+    const unsigned int smallest = geometry.is_refined() ? 1u << geometry.get_finest_level() : 1;
     unsigned int cells = 16;
-    while (cells > 2 && std::uint64_t{quads} * cells * cells > comfortable_cells) cells /= 2;
+    while (cells > 2 && quads * cells * cells > comfortable) cells /= 2;
+    while (cells > 1 && quads * (cells + 1) * (cells + 1) > SurfaceGrid::max_points) cells /= 2;
+    while (cells < smallest && quads * cells * cells * 4 <= most) cells *= 2;
     return cells;
 }
 
@@ -54,7 +59,7 @@ std::uint8_t level_of(const SdsMesh& mesh, std::uint32_t primitive) {
 void SurfaceGrid::evaluate(const Surface& surface, unsigned int level) {
     const SdsMeshBase& base = surface.get_base();
     const std::uint32_t quads = base.get_primitive_count();
-    m_cells = level == 0 ? smooth_cells(quads) : std::max(1u, base.get_tessellation_sample_count(level) - 1);
+    m_cells = level == 0 ? smooth_cells(surface) : std::max(1u, base.get_tessellation_sample_count(level) - 1);
     const std::uint64_t points = std::uint64_t{quads} * get_points_per_quad();
     if (points > max_points)
         throw std::length_error("level " + std::to_string(level) + " takes " + std::to_string(points) +

@@ -3,7 +3,8 @@ import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { samples } from '../app/files.js';
-import { openPage, root } from './page.mjs';
+import { openPage } from './page.mjs';
+import { root } from './paths.mjs';
 import { info } from './program.mjs';
 
 const cube = `${[0, 1, 2, 3, 4, 5, 6, 7].map((i) => `v ${i & 1} ${(i >> 1) & 1} ${i >> 2}`).join('\n')}

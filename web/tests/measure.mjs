@@ -10,10 +10,11 @@ import { execFileSync } from 'node:child_process';
 import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { openPage, root } from './page.mjs';
+import { openPage } from './page.mjs';
+import { root, sds } from './paths.mjs';
 import { torus } from './program.mjs';
 
-const program = process.argv[2] ?? join(root, 'build/bin/sds');
+const program = process.argv[2] ?? sds;
 const turns = 9;
 
 const place = mkdtempSync(join(tmpdir(), 'qn-measure-'));

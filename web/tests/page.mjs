@@ -1,14 +1,10 @@
 /** A browser with the page in it, and what tests ask of it. */
 import { mkdtemp, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
-import { dirname, join } from 'node:path';
-import { fileURLToPath } from 'node:url';
+import { join } from 'node:path';
 import puppeteer from 'puppeteer-core';
+import { chromium, folder } from './paths.mjs';
 import { serve } from './server.mjs';
-
-export const root = dirname(dirname(dirname(fileURLToPath(import.meta.url))));
-export const folder = process.env.QN_PAGE ?? join(root, 'build/web/page');
-const chromium = process.env.CHROMIUM ?? '/usr/bin/chromium';
 
 /**
  * @param {{width?: number, height?: number, hasTouch?: boolean, scheme?: 'light' | 'dark'}} [how]

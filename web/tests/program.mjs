@@ -3,9 +3,7 @@ import { execFileSync } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { root } from './page.mjs';
-
-const sds = process.env.QN_SDS ?? join(root, 'build/bin/sds');
+import { sds } from './paths.mjs';
 
 /** @param {string[]} options */
 export function info(mesh, ...options) {

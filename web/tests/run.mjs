@@ -7,16 +7,17 @@
  */
 import { existsSync } from 'node:fs';
 import { join } from 'node:path';
-import { root, folder } from './page.mjs';
+import { chromium, folder, root, sds } from './paths.mjs';
 
 const needed = {
-  'Debian package chromium': process.env.CHROMIUM ?? '/usr/bin/chromium',
-  'the page: run `make web`': join(folder, 'index.html'),
-  'the program: run `make build`': process.env.QN_SDS ?? join(root, 'build/bin/sds'),
+  'the Debian package chromium brings it': chromium,
+  '`make web` builds it': join(folder, 'index.html'),
+  '`make web` fetches them': join(root, 'web/node_modules/puppeteer-core'),
+  '`make build` builds it': sds,
 };
-for (const [what, path] of Object.entries(needed))
+for (const [remedy, path] of Object.entries(needed))
   if (!existsSync(path)) {
-    console.log(`skipped: ${path} is missing, ${what}`);
+    console.log(`skipped: ${path} is missing; ${remedy}`);
     process.exit(77);
   }
 

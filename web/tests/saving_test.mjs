@@ -4,7 +4,8 @@ import { execFileSync } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { openPage, root } from './page.mjs';
+import { openPage } from './page.mjs';
+import { root, sds } from './paths.mjs';
 
 /** The bytes that a button saves. */
 async function saved(opened, id) {
@@ -37,7 +38,6 @@ export const tests = {
 
       const obj = await saved(opened, 'save-obj');
       const path = join(place, 'expected.obj');
-      const sds = process.env.QN_SDS ?? join(root, 'build/bin/sds');
       const options = ['--isolation', '2', '--quiet', '--level', '3', '--tessellation', path];
       execFileSync(sds, ['export', join(root, 'assets/seams.obj'), ...options]);
       const records = (text, kind) => text.split('\n').filter((line) => line.startsWith(`${kind} `));

@@ -3,7 +3,8 @@ import assert from 'node:assert/strict';
 import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { openPage, root } from './page.mjs';
+import { openPage } from './page.mjs';
+import { root } from './paths.mjs';
 import { info, intersect, torus } from './program.mjs';
 
 const near = (a, b, what) => assert.ok(Math.abs(a - b) <= 1e-6 * Math.max(1, Math.abs(b)), `${what}: ${a} and ${b}`);
