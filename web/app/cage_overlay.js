@@ -1,5 +1,5 @@
 /** The cage over the surface: edges by sharpness, and vertices that can be taken hold of. */
-import { BufferAttribute, BufferGeometry, Group, LineBasicMaterial, LineSegments, Points, PointsMaterial, Vector3 } from 'three';
+import { BufferAttribute, BufferGeometry, CanvasTexture, Group, LineBasicMaterial, LineSegments, Points, PointsMaterial, Vector3 } from 'three';
 import { screenColor } from './surface_material.js';
 
 const schemes = {
@@ -7,14 +7,25 @@ const schemes = {
   dark: { edge: '#b9bfc7', crease: '#ff9a6b', held: '#ffb98f' },
 };
 
+/** Points as disks. @param {{size: number, depthTest?: boolean}} how */
+export function diskMaterial(how) {
+  const canvas = Object.assign(document.createElement('canvas'), { width: 32, height: 32 });
+  const context = canvas.getContext('2d');
+  context.fillStyle = '#fff';
+  context.beginPath();
+  context.arc(16, 16, 15, 0, 2 * Math.PI);
+  context.fill();
+  return new PointsMaterial({ sizeAttenuation: false, map: new CanvasTexture(canvas), alphaTest: 0.5, ...how });
+}
+
 export class CageOverlay {
   group = new Group();
   /** x y z of every vertex @type {Float32Array} */
   positions = new Float32Array(0);
   #edges = this.#lines(1);
   #hiddenEdges = this.#lines(0.16);
-  #vertices = new Points(new BufferGeometry(), new PointsMaterial({ size: 5, sizeAttenuation: false }));
-  #held = new Points(new BufferGeometry(), new PointsMaterial({ size: 11, sizeAttenuation: false, depthTest: false }));
+  #vertices = new Points(new BufferGeometry(), diskMaterial({ size: 5 }));
+  #held = new Points(new BufferGeometry(), diskMaterial({ size: 11, depthTest: false }));
   /** @type {{pairs: Uint32Array, sharpness: Float32Array} | null} */
   #graph = null;
   #scheme = 'light';
@@ -45,7 +56,7 @@ export class CageOverlay {
     edges.setAttribute('color', new BufferAttribute(new Float32Array(graph.pairs.length * 3), 3));
     this.#edges.geometry = this.#hiddenEdges.geometry = edges;
     this.#vertices.geometry = new BufferGeometry().setAttribute('position', attribute);
-    this.#vertices.material.size = positions.length > 1200 ? 3 : 5;
+    this.#vertices.material.size = positions.length > 1200 ? 4 : 6;
     this.#place(0, graph.pairs.length);
     this.paint(this.#scheme);
     this.hold(-1);

@@ -71,10 +71,10 @@ export const samples = [
   { file: 'body.obj', title: 'Body' },
   { file: 'turned.obj', title: 'Turned finial' },
   { file: 'sheet.obj', title: 'Sheet with a hole' },
-  { file: 'seams.obj', title: 'Box with UV seams' },
-  { file: 'bracket.obj', title: 'Bracket with soft creases' },
+  { file: 'seams.obj', title: 'Box with seams' },
+  { file: 'bracket.obj', title: 'Bracket' },
   { file: 'shell.obj', title: 'Shell' },
-  { file: 'lantern.usda', title: 'Lantern with openings' },
+  { file: 'lantern.usda', title: 'Lantern' },
 ];
 
 /** @param {string} file one of `samples` */

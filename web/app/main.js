@@ -82,8 +82,6 @@ async function open(file, { isSample = false, movedVertices = {}, camera } = {})
       showFindings(notes);
       tell('refused', `${file.name}: ${errorText(notes)}`);
       if (!cage) byId('blank-text').textContent = 'No cage yet: drop one, or choose an example.';
-      panel.showCage({ creases: 0, sample: cage?.isSample ? cage.name : '' });
-      if (cage) build({});
       return;
     }
     notify('');

@@ -6,7 +6,7 @@ const byId = (id) => /** @type {any} */ (document.getElementById(id));
 const short = (x) => (Number.isFinite(x) ? String(Number(x.toPrecision(7))) : 'none');
 const whole = (n) => n.toLocaleString('en');
 const plural = (n, one, many = `${one}s`) => `${whole(n)} ${n === 1 ? one : many}`;
-const triple = (v) => v.map(short).join('\u2002');
+const triple = (v) => v.map(short).join('\n');
 
 /**
  * Fills a list of names and values. `exact` stands in the element for those who read it by program.

@@ -1,7 +1,7 @@
 /** The 3D view: renderer, camera, what is drawn, and frames when something has changed. */
-import { BufferGeometry, Float32BufferAttribute, Group, LineBasicMaterial, LineSegments, PerspectiveCamera, Points, PointsMaterial, Scene, Vector3, WebGLRenderer } from 'three';
+import { BufferGeometry, Float32BufferAttribute, Group, LineBasicMaterial, LineSegments, PerspectiveCamera, Points, Scene, Vector3, WebGLRenderer } from 'three';
 import { OrbitControls } from 'three/addons/controls/OrbitControls.js';
-import { CageOverlay } from './cage_overlay.js';
+import { CageOverlay, diskMaterial } from './cage_overlay.js';
 import { screenColor } from './surface_material.js';
 import { SurfaceMesh } from './surface_mesh.js';
 
@@ -13,6 +13,7 @@ export class View {
   camera = new PerspectiveCamera(32, 1, 0.01, 100);
   #scene = new Scene();
   #hit = new Group();
+  #dot = diskMaterial({ size: 8, depthTest: false });
   #isDue = false;
   #radius = 1;
 
@@ -146,8 +147,9 @@ export class View {
       const place = (...points) =>
         new BufferGeometry().setAttribute('position', new Float32BufferAttribute(points.flat(), 3));
       const color = screenColor(this.#scheme === 'dark' ? '#ffffff' : '#101214');
+      this.#dot.color = color;
       this.#hit.add(new LineSegments(place(position, tip), new LineBasicMaterial({ color })));
-      this.#hit.add(new Points(place(position), new PointsMaterial({ color, size: 7, sizeAttenuation: false, depthTest: false })));
+      this.#hit.add(new Points(place(position), this.#dot));
     }
     this.draw();
   }

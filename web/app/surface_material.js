@@ -94,7 +94,7 @@ const fragmentShader = /* glsl */ `
     vec2 p = onQuad * exp2(max(level, 0.0));
     vec2 width = max(fwidth(p), 1e-6);
     vec2 away = level < 0.0 ? p : abs(fract(p + 0.5) - 0.5);
-    vec2 cover = 1.0 - smoothstep(0.6 * width, 1.5 * width, away);
+    vec2 cover = 1.0 - smoothstep(0.25 * width, 1.1 * width, away);
     return max(cover.x, cover.y);
   }
 

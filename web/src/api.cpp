@@ -70,11 +70,13 @@ PAGE_EXPORT const char* page_load(char* text, unsigned int size, int format) {
     return run([&](JsonText& json) {
         std::string owned(text, size);
         std::free(text);
-        const bool is_loaded = session().load(std::move(owned), format == 1 ? CageFormat::usda : CageFormat::obj);
+        std::vector<Note> notes;
+        const bool is_loaded =
+            session().load(std::move(owned), format == 1 ? CageFormat::usda : CageFormat::obj, notes);
         json.open('{');
         json.put("loaded", is_loaded);
         json.name("notes");
-        put_notes(session().get_notes(), json);
+        put_notes(notes, json);
         json.close('}');
     });
 }

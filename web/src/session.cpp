@@ -58,10 +58,11 @@ bool meets(const GMathBbox3<double>& box, const GeometryRay& ray) {
 
 }  // namespace
 
-bool Session::load(std::string text, CageFormat format) {
+bool Session::load(std::string text, CageFormat format, std::vector<Note>& notes) {
     CageFile file = read_cage(text, format, m_settings.depth > 0);
-    m_notes = std::move(file.notes);
+    notes = file.notes;
     if (!file.cage) return false;
+    m_notes = std::move(file.notes);
     m_text = std::move(text);
     m_format = format;
     m_is_read_refined = m_settings.depth > 0;

@@ -37,8 +37,8 @@ struct CageEdge {
 /// One cage, its surface, and what is drawn of it. For one thread.
 class Session {
 public:
-    /// Takes another cage. False when the text gives none; then the former one stays and get_notes() says why.
-    bool load(std::string text, CageFormat format);
+    /// Takes another cage. False when the text gives none; then the former one stays and `notes` say why.
+    bool load(std::string text, CageFormat format, std::vector<Note>& notes);
     /// Builds the surface of the cage, with its vertices where they were moved to. Throws std::length_error for what
     /// the page cannot draw, std::runtime_error for what does not fit into memory; the former surface then stays.
     void build(const Settings& settings);
@@ -48,6 +48,7 @@ public:
     /// The nearest hit of a ray from the surface at its level; nothing where it misses.
     std::optional<Hit> intersect(const std::array<double, 3>& origin, const std::array<double, 3>& direction) const;
 
+    /// Of the cage, as it was read for the last build.
     const std::vector<Note>& get_notes() const { return m_notes; }
     /// Null before the first load and the first build.
     const sds_model::ControlCage* get_cage() const { return m_cage ? &*m_cage : nullptr; }

@@ -10,7 +10,7 @@ import { execFileSync } from 'node:child_process';
 import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { openPage } from './page.mjs';
+import { closeBrowser, openPage } from './page.mjs';
 import { root, sds } from './paths.mjs';
 import { torus } from './program.mjs';
 
@@ -86,5 +86,6 @@ try {
   );
 } finally {
   await opened.close();
+  await closeBrowser();
   rmSync(place, { recursive: true });
 }

@@ -6,14 +6,13 @@ import puppeteer from 'puppeteer-core';
 import { chromium, folder } from './paths.mjs';
 import { serve } from './server.mjs';
 
-/**
- * @param {{width?: number, height?: number, hasTouch?: boolean, scheme?: 'light' | 'dark'}} [how]
- * @returns {Promise<Opened>}
- */
-export async function openPage({ width = 1200, height = 800, hasTouch = false, scheme = 'light' } = {}) {
-  const server = await serve(folder);
-  const profile = await mkdtemp(join(tmpdir(), 'qn-page-'));
-  const browser = await puppeteer.launch({
+/** One browser for all tests, a context of its own for each page. @type {Promise<any> | null} */
+let launched = null;
+let profile = '';
+
+async function launch() {
+  profile = await mkdtemp(join(tmpdir(), 'qn-page-'));
+  return puppeteer.launch({
     executablePath: chromium,
     headless: true,
     userDataDir: profile,
@@ -29,13 +28,29 @@ export async function openPage({ width = 1200, height = 800, hasTouch = false, s
       '--disable-sync',
     ],
   });
-  const page = await browser.newPage();
+}
+
+export async function closeBrowser() {
+  if (!launched) return;
+  await (await launched).close();
+  await rm(profile, { recursive: true, force: true });
+  launched = null;
+}
+
+/**
+ * @param {{width?: number, height?: number, hasTouch?: boolean, scheme?: 'light' | 'dark'}} [how]
+ * @returns {Promise<Opened>}
+ */
+export async function openPage({ width = 1200, height = 800, hasTouch = false, scheme = 'light' } = {}) {
+  const server = await serve(folder);
+  launched ??= launch();
+  const context = await (await launched).createBrowserContext();
+  const page = await context.newPage();
   await page.setViewport({ width, height, hasTouch });
   await page.emulateMediaFeatures([{ name: 'prefers-color-scheme', value: scheme }]);
   const opened = new Opened(page, server.url, async () => {
-    await browser.close();
+    await context.close();
     server.close();
-    await rm(profile, { recursive: true, force: true });
   });
   await opened.watch();
   return opened;

@@ -41,5 +41,6 @@ for (const file of files) {
     }
   }
 }
+await (await import('./page.mjs')).closeBrowser();
 console.log(`${count - failures} of ${count} passed`);
 process.exit(failures || !count ? 1 : 0);

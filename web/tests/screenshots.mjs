@@ -2,7 +2,7 @@
  * The pictures of the manual's page: node web/tests/screenshots.mjs [FOLDER], docs/images otherwise.
  */
 import { join } from 'node:path';
-import { openPage } from './page.mjs';
+import { closeBrowser, openPage } from './page.mjs';
 import { root } from './paths.mjs';
 
 const target = process.argv[2] ?? join(root, 'docs/images');
@@ -35,7 +35,7 @@ await shoot('page', { width: 1040, height: 700, scheme: 'light' }, async (opened
   await opened.after('built', () => opened.set('sample', 'lantern.usda'));
   await opened.set('show-borders', true);
   const width = await opened.page.$eval('#canvas', (canvas) => canvas.clientWidth);
-  await opened.after('hit', () => opened.page.mouse.click(width / 2 - 30, 370));
+  await opened.after('hit', () => opened.page.mouse.click(width / 2 - 130, 345));
 });
 for (const [name, sample, view, settings] of pictures)
   await shoot(name, { width: 768, height: 400, scheme: name === 'page_patches' ? 'dark' : 'light' }, async (opened) => {
@@ -43,3 +43,4 @@ for (const [name, sample, view, settings] of pictures)
     await opened.set(`view-${view}`, true);
     for (const [id, value] of Object.entries(settings)) await opened.set(id, value);
   });
+await closeBrowser();
