@@ -45,9 +45,12 @@ build/%/CMakeCache.txt: CMakePresets.json | dependencies
 build: build/all_parts
 	$(call build_preset,release)
 
+# Through the environment, so that a name may hold blanks and quotes.
+render: export MESH := $(MESH)
+render: export OUT := $(OUT)
 render: build/CMakeCache.txt
 	$(call build_preset,release) --target sds
-	build/bin/sds render "$(MESH)" -o "$(OUT)" $(ARGS)
+	build/bin/sds render "$$MESH" -o "$$OUT" $(ARGS)
 
 test: check-layering build
 	ctest --preset release

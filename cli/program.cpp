@@ -6,6 +6,7 @@
 #include "cli/commands/render.h"
 #include "cli/commands/select.h"
 #include "cli/interrupt.h"
+#include "cli/options/command_line.h"
 #include "cli/options/common_options.h"
 #include "cli/options/usage_error.h"
 #include "cli/texts/help_format.h"
@@ -17,6 +18,8 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <new>
+#include <string>
+#include <vector>
 
 namespace sds_cli {
 
@@ -52,7 +55,7 @@ int run_action(const Action& action) {
 int run_program(int argc, const char* const* argv) {
     CLI::App program("Catmull-Clark limit surfaces of polygon meshes", "sds");
     program.require_subcommand(1);
-    program.set_version_flag("--version", QN_SDS_VERSION);
+    program.set_version_flag("-v,--version", QN_SDS_VERSION);
     Action action;
     add_info_command(program, action);
     add_render_command(program, action);
@@ -60,10 +63,21 @@ int run_program(int argc, const char* const* argv) {
     add_intersect_command(program, action);
     add_select_command(program, action);
     add_help(program);
+    const std::vector<std::string> words = read_words(argc, argv);
     try {
-        program.parse(argc, argv);
+        program.parse(std::vector<std::string>(words.rbegin(), words.rend()));  // the parser takes the last first
+    } catch (const CLI::Success& asked) {
+        const std::string unknown = describe_unknown_words(program, {words[0]});
+        if (unknown.empty()) return program.exit(asked);
+        print_line(unknown);
+        return exit_refused;
     } catch (const CLI::ParseError& error) {
-        return program.exit(error) == 0 ? 0 : exit_refused;
+        const std::string unknown = describe_unknown_words(program, words);
+        if (unknown.empty())
+            program.exit(error);
+        else
+            print_line(unknown);
+        return exit_refused;
     }
     return run_action(action);
 }

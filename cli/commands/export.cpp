@@ -58,12 +58,10 @@ void check_options(const ExportOptions& options) {
     for (const std::string& path : paths) check_output(path);
 }
 
-void check_uv_map(const ExportOptions& options, const Surface& surface) {
+void check_map(const ExportOptions& options, const Surface& surface) {
     const unsigned int count = surface.get_maps().get_uv_map_count();
-    const bool is_asked_for = !options.uvs.path.empty() || options.uv_map > 0;
-    if (is_asked_for && options.uv_map >= count)
-        throw UsageError("UV map " + std::to_string(options.uv_map) + " of " + options.mesh + ", which has " +
-                         std::to_string(count));
+    if (!options.uvs.path.empty()) check_uv_map("--uv", options.mesh, options.uv_map, count);
+    if (options.uv_map > 0) check_uv_map("--map", options.mesh, options.uv_map, count);
 }
 
 void report_unmapped(const ExportOptions& options, const Surface& surface) {
@@ -101,7 +99,7 @@ void run_export(const ExportOptions& options) {
     check_options(options);
     const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
     const Surface& surface = *loaded.surface;
-    check_uv_map(options, surface);
+    check_map(options, surface);
     if (options.statistics) print_build_rate({&loaded, 1});
     const std::size_t quads = surface.get_base().get_primitive_count();
 
