@@ -37,10 +37,7 @@ constexpr std::string_view type_code(type_letters<T>.data(), type_letters<T>.siz
 
 class NpyReader {
 public:
-    explicit NpyReader(const std::string& path)
-        : m_path(path), m_file(path == "-" ? "/dev/stdin" : path, std::ios::binary) {
-        if (!m_file) fail(std::strerror(errno));
-    }
+    NpyReader(std::istream& file, const std::string& path) : m_path(path), m_file(file) {}
 
     NpyArray read() {
         read_header();
@@ -155,7 +152,7 @@ private:
     }
 
     const std::string& m_path;
-    std::ifstream m_file;
+    std::istream& m_file;
     std::string m_header;
     std::string_view m_type;  // within m_header
 };
@@ -168,7 +165,13 @@ std::string to_text(const std::vector<std::size_t>& shape) {
     return text + ")";
 }
 
-NpyArray read_npy(const std::string& path) { return NpyReader(path).read(); }
+NpyArray read_npy(std::istream& file, const std::string& name) { return NpyReader(file, name).read(); }
+
+NpyArray read_npy(const std::string& path) {
+    std::ifstream file(path == "-" ? "/dev/stdin" : path, std::ios::binary);
+    if (!file) throw InputError(path, std::strerror(errno));
+    return read_npy(file, path);
+}
 
 template <class T>
 void write_npy(const std::string& path, Shape shape, std::span<const T> values, Cancel cancel) {

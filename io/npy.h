@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <istream>
 #include <span>
 #include <string>
 #include <variant>
@@ -29,6 +30,9 @@ std::string to_text(const std::vector<std::size_t>& shape);
 /// element types, Fortran order of two or more dimensions, big-endian data, and data shorter or longer than the shape
 /// says.
 NpyArray read_npy(const std::string& path);
+
+/// The same from an open stream of bytes; `name` stands for the file in messages.
+NpyArray read_npy(std::istream& file, const std::string& name);
 
 /// Writes values with the given shape as an .npy file of version 1.0, whole or not at all; "-" is standard output. The
 /// product of `shape` must be values.size(). Throws OutputError, and what `cancel` throws. T is one of the element

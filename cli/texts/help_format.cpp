@@ -71,6 +71,7 @@ constexpr CommandExamples all_examples[] = {
      "sds export cage.obj --samples 4 samples.npy --uv 4 uvs.npy\n"
      "sds export cage.obj --patches - > patches.npy\n"},
     {"intersect",
+     "echo 0.1 0.2 9 0 0 -1 | sds intersect cage.obj --rays - --hits hits.npy\n"
      "python3 -c \"import numpy; numpy.save('rays.npy', [[0.1, 0.2, 9, 0, 0, -1, 0, numpy.inf]])\"\n"
      "sds intersect cage.obj --rays rays.npy --hits hits.npy\n"
      "sds intersect cage.obj --rays rays.npy --hits hits.npy --samples --level 4\n"},

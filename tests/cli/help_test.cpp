@@ -162,6 +162,21 @@ TEST_F(Help, ZshTextIsSound) {
     EXPECT_EQ(run_shell(folder, "zsh -n '" QN_SOURCE_DIR "/cli/texts/_sds'").err, "");
 }
 
+TEST_F(Help, FishCompletesCommandsOptionsAndWords) {
+    if (run_shell(folder, "command -v fish").code != 0) GTEST_SKIP() << "fish is not installed";
+    const auto complete = [&](const std::string& line) {
+        const SdsRun run = run_shell(folder, "HOME='" + folder.path("") +
+                                                 "' fish --no-config -c \"source '" QN_SOURCE_DIR
+                                                 "/cli/texts/sds.fish'; complete -C '" +
+                                                 line + "'\" | cut -f 1");
+        EXPECT_EQ(run.err, "") << line;
+        return words_of(run.out);
+    };
+    EXPECT_EQ(complete("sds rend"), Words{"render"});
+    EXPECT_EQ(complete("sds select --mode t"), Words{"touch"});
+    EXPECT_THAT(complete("sds render --wi"), testing::IsSupersetOf({"--width", "--wire"}));
+}
+
 TEST_F(Help, ManualPagesNameEveryOptionAndFormatCleanly) {
     const std::filesystem::path bin = std::filesystem::path(QN_SDS_PROGRAM_PATH).parent_path();
     const std::string pages = bin.parent_path() / "share/man/man1/sds";
