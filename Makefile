@@ -12,7 +12,7 @@ sources = $(shell find $(SOURCE_DIRS) \( -name '*.h' -o -name '*.cpp' -o -name '
 any_of = $(subst $(subst ,, ),|,$(strip $(1)))
 build_preset = cmake --build --preset $(1) -j $(JOBS)
 
-.PHONY: all build render test install package abi accuracy rays bench docs gallery format check check-format \
+.PHONY: all build render test install package abi accuracy rays bench docs gallery first-page format check check-format \
         check-layering check-length \
         tidy asan tsan scalar fuzz clang arm64 dependencies cross-dependencies clean
 .PHONY: dependencies-program dependencies-tests dependencies-checks dependencies-docs dependencies-all
@@ -100,6 +100,10 @@ docs: build/all_parts | dependencies-docs
 gallery: build/CMakeCache.txt
 	$(call build_preset,release) --target sds
 	scripts/make_gallery $(ARGS)
+
+# The pictures of the manual's first page, by the page's own commands.
+first-page: build
+	tests/docs/check_blocks --build build --keep docs/images/first docs/index.md
 
 format: dependencies-checks
 	$(if $(sources),clang-format -i $(sources))

@@ -6,6 +6,7 @@
 #include "cli/options/usage_error.h"
 #include "io/npy.h"
 #include "io/obj/write_obj.h"
+#include "model/build_estimate.h"
 #include "model/mesh_properties.h"
 #include "model/sample_grid.h"
 #include "model/tessellate.h"
@@ -95,9 +96,38 @@ void export_properties(const ExportOptions& options, const LoadedSurface& loaded
     }
 }
 
+/// Tells what is to come when it is much.
+void announce_tessellation(const ExportOptions& options, const Surface& surface) {
+    constexpr std::uint64_t much = std::uint64_t{100} << 20;
+    const std::uint64_t faces = std::uint64_t{surface.get_base().get_primitive_count()} << (2 * options.level);
+    const std::uint64_t bytes = estimate_obj_size(faces, options.uv_map < surface.get_maps().get_uv_map_count());
+    if (bytes < much || options.quiet) return;
+    print_line(options.tessellation + ": note: " + std::to_string(faces) + " faces, about " + to_size_text(bytes));
+}
+
+void export_tessellation(const ExportOptions& options, const Surface& surface, AppProgressBar* progress) {
+    announce_tessellation(options, surface);
+    Tessellation mesh;
+    {
+        const AppProgressTask task(progress, "tessellation", 0.4f);
+        mesh = asked_by("--level: ",
+                        [&] { return tessellate(surface, options.level, options.time, options.uv_map, progress); });
+    }
+    const AppProgressTask task(progress, "write", 0.5f);
+    write_obj(options.tessellation,
+              {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices},
+              throw_if_interrupted, progress);
+}
+
 void run_export(const ExportOptions& options) {
     check_options(options);
-    const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
+    const InterruptScope interrupts;
+    const std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds export");
+    LoadedSurface loaded;
+    {
+        const AppProgressTask task(progress.get(), "build", 0.1f);
+        loaded = load_surface(options, options.motion, progress.get());
+    }
     const Surface& surface = *loaded.surface;
     check_map(options, surface);
     if (options.statistics) print_build_rate({&loaded, 1});
@@ -112,15 +142,7 @@ void run_export(const ExportOptions& options) {
         const std::size_t shape[] = {surface.get_geometry().get_patch_count(), patch_place_size};
         write_array<std::int32_t>(options.patch_places, shape, patch_places(surface));
     }
-    if (!options.tessellation.empty()) {
-        const Tessellation mesh =
-            asked_by("--level: ", [&] { return tessellate(surface, options.level, options.time, options.uv_map); });
-        write_interruptibly([&](const Cancel& cancel) {
-            write_obj(options.tessellation,
-                      {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices},
-                      cancel);
-        });
-    }
+    if (!options.tessellation.empty()) export_tessellation(options, surface, progress.get());
     if (!options.samples.path.empty()) {
         const std::size_t side = std::size_t{options.samples.cells} + 1;
         const std::size_t shape[] = {quads, side, side, sample_row_size};

@@ -8,9 +8,9 @@
 #include "sds/mesh_maps/sds_mesh_maps.h"
 
 void use_library(unsigned int vertex_count, const CoreBasicArray<unsigned int>& indices,
-                 const CoreBasicArray<unsigned int>& counts, const CoreBasicArray<unsigned int>& groups,
-                 const CoreBasicArray<CoreString>& group_names, const CoreArray<GMathVec3<float>>& positions,
-                 const CoreBasicArray<GeometryUvMap>& uv_maps, const CoreBasicArray<GeometryColorMap>& color_maps,
+                 const CoreArray<unsigned int>& counts, const CoreArray<unsigned int>& groups,
+                 const CoreArray<CoreString>& group_names, const CoreArray<GMathVec3<float>>& positions,
+                 const CoreArray<GeometryUvMap>& uv_maps, const CoreArray<GeometryColorMap>& color_maps,
                  const CtxEval& ctx, unsigned int quad, GeometryRaytraceCtx& rays, const GeometryFragment& fragment,
                  GeometrySample& sample) {
     // block
