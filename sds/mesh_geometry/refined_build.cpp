@@ -7,6 +7,7 @@
 #include "sds/mesh_geometry/corner_cache.h"
 #include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
 #include "sds/mesh_geometry/refined_surface.h"
+#include "sds/refinement/refined_chart.h"
 
 using Vec3f = GMathVec3<float>;
 using Mode = SdsMeshGeometry::InterpolationMode;
@@ -14,11 +15,7 @@ using Mode = SdsMeshGeometry::InterpolationMode;
 namespace {
 
 sds::RefinementOptions get_options(const SdsRefinement& settings, Mode mode) {
-    sds::RefinementOptions options;
-    options.depth = settings.depth;
-    options.error = static_cast<double>(settings.error);
-    options.chaikin = settings.chaikin;
-    options.smooth_triangles = settings.smooth_triangles;
+    sds::RefinementOptions options = sds::get_refinement_options(settings);
     options.border_rule = settings.open_borders         ? sds::BorderRule::open
                           : mode == Mode::corners_fixed ? sds::BorderRule::edge_and_corner
                           : mode == Mode::borders_fixed ? sds::BorderRule::fixed
@@ -97,6 +94,12 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
     for (unsigned int axis = 0; axis < 3; ++axis)
         built->largest_coordinate = std::max(
             {axis == 0 ? 0.0f : built->largest_coordinate, -arrays.bbox.get_min()[axis], arrays.bbox.get_max()[axis]});
+}
+
+std::shared_ptr<const sds::RefinedTopology> SdsMeshGeometry::get_refined_levels() const {
+    if (refinement->topology->has_levels()) return refinement->topology;
+    // Levels went because positions did not decide them.
+    return refine(*base->get_control_cage(), mode, {}, nullptr);
 }
 
 void SdsMeshGeometry::keep_refined_levels() {

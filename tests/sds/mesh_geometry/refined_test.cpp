@@ -92,11 +92,7 @@ TEST(RefinedGeometry, SamplesOfEmittedPatchesAreTheLimit) {
                                       (Vec3d(point.dv) - sample.get_geometric_dpdv()).length()});
                         if (surface.geometry.get_places().get_patch(p).is_leaf()) continue;
                         const GeometryPlace place = surface.mesh.get_primitive_place(p, u, v);
-                        SurfacePoint limit = oracle.evaluate(place.face, place.u, place.v);
-                        // On the quads of other polygons the library's parameters run half as far.
-                        const unsigned int corners = cage.mesh.counts[surface.mesh.get_primitive_polygon_id(p)];
-                        limit.du *= corners == 4 ? 1.0 : 0.5;
-                        limit.dv *= corners == 4 ? 1.0 : 0.5;
+                        const SurfacePoint limit = oracle.evaluate(place.face, place.u, place.v);
                         Vec3d du = sample.get_geometric_dpdu(), dv = sample.get_geometric_dpdv();
                         place.turn_to_face(du, dv);
                         worst = std::max(worst, (sample.get_geometric_position() - limit.position).length());
