@@ -169,7 +169,7 @@ struct DepthRange {
 
     DepthRange(const DeepPlane& root, const RaySpace& ray)
         // Halving and evaluating round a distance by some units of the last place of the largest.
-        : slack(1e-5f * greatest(-root.nearest, root.farthest)),
+        : slack(0x1p-18f * greatest(-root.nearest, root.farthest)),
           begin(static_cast<float>(ray.near - ray.shift) - slack),
           end(static_cast<float>(ray.far - ray.shift) + slack) {}
 
