@@ -29,6 +29,10 @@ function(qn_configure_target target)
     # Contraction would make one expression round differently in two translation units, and the controls
     # that two patches share must be the same bits.
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -ffp-contract=off)
+    if(EMSCRIPTEN) # one static file; addresses in it are known
+        set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+        target_compile_options(${target} PRIVATE -include "${PROJECT_SOURCE_DIR}/web/toolchain/older_library.h")
+    endif()
     if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
         # Reported in C++ by clang alone; a constant may be there for its name.
         target_compile_options(${target} PRIVATE -Wno-unused-const-variable)
