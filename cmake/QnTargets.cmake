@@ -29,10 +29,6 @@ function(qn_configure_target target)
     # Contraction would make one expression round differently in two translation units, and the controls
     # that two patches share must be the same bits.
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -ffp-contract=off)
-    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-        # Reported in C++ by clang alone; a constant may be there for its name.
-        target_compile_options(${target} PRIVATE -Wno-unused-const-variable)
-    endif()
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
         # g++ 12 reports "literal" + std::string as overlapping (its bug 105651).
         target_compile_options(${target} PRIVATE -Wno-restrict)
