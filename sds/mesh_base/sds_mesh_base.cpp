@@ -74,7 +74,7 @@ void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<uns
                       const CoreBasicArray<CoreString>& group_names, AppProgressBar* progress) {
     sds::progress_value(progress, 0.0f);
     static std::atomic<std::uint64_t> build_count{0};
-    topology_stamp = 0;  // should memory run out, or the bar cancel, on the way
+    topology_stamp = 0;  // in case memory runs out or the bar cancels on the way
     control_cage.reset();
 
     const CoreArray<unsigned int> polygon_offsets = sds::polygon_offsets(polygon_counts);
@@ -111,7 +111,7 @@ const SdsRefinement& SdsMeshBase::get_refinement() const {
     return refinement ? *refinement : unrefined;
 }
 
-// The quads know their neighbours already: those of the step lie behind each other along the halves of an edge.
+// Adjacency of the polygons, from that of their quads: after the step an edge has two halves, one behind the other.
 void SdsMeshBase::keep_control_cage(const unsigned int& vertex_count,
                                     const CoreBasicArray<unsigned int>& polygon_indices,
                                     const CoreBasicArray<unsigned int>& polygon_counts) {
