@@ -165,8 +165,8 @@ TEST_F(Properties, RefusesWithNameExpectedAndFound) {
     for (const Json& each : cases) {
         const Json& list = each["properties"];
         const std::string sidecar = write_sidecar(folder, list);
-        const SdsRun run =
-            run_sds(folder, {"export", cube, "--properties", sidecar, "--property", "heat", out, "--patches", out});
+        const SdsRun run = run_sds(
+            folder, {"export", cube, "--properties", sidecar, "--property", "heat", out, "--patches", "/dev/null"});
         EXPECT_EQ(run.code, 2) << list << run.err;
         EXPECT_THAT(run.err, HasSubstr(sidecar + ": "));
         for (const Json& reason : each["says"]) EXPECT_THAT(run.err, HasSubstr(reason.get<std::string>())) << list;
