@@ -12,7 +12,7 @@ function(qn_configure_target target)
     get_target_property(type ${target} TYPE)
     set(rpath "$ORIGIN")
     if(type STREQUAL "EXECUTABLE")
-        set(rpath "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+        set(rpath "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN") # the second for a folder that holds all
     endif()
     target_compile_features(${target} PUBLIC cxx_std_20)
     set_target_properties(

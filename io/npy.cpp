@@ -38,9 +38,7 @@ constexpr std::string_view type_code(type_letters<T>.data(), type_letters<T>.siz
 
 class NpyReader {
 public:
-    NpyReader(std::istream& file, const std::string& path) : m_path(path), m_file(file) {
-        if (!m_file) fail(std::strerror(errno));
-    }
+    NpyReader(std::istream& file, const std::string& path) : m_path(path), m_file(file) {}
 
     NpyArray read() {
         read_header();
@@ -168,14 +166,12 @@ std::string to_text(const std::vector<std::size_t>& shape) {
     return text + ")";
 }
 
+NpyArray read_npy(std::istream& file, const std::string& name) { return NpyReader(file, name).read(); }
+
 NpyArray read_npy(const std::string& path) {
     std::ifstream file(path == "-" ? "/dev/stdin" : path, std::ios::binary);
-    return NpyReader(file, path).read();
-}
-
-NpyArray read_npy_text(std::string_view bytes, const std::string& name) {
-    std::istringstream file{std::string(bytes)};
-    return NpyReader(file, name).read();
+    if (!file) throw InputError(path, std::strerror(errno));
+    return read_npy(file, path);
 }
 
 template <class T>

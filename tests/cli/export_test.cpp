@@ -6,6 +6,7 @@
 #include <set>
 
 #include "io/obj/read_obj.h"
+#include "io/obj/write_obj.h"
 #include "sds_process.h"
 
 namespace sds_cli {
@@ -186,6 +187,17 @@ TEST_F(Export, TimesGiveTheMeshOfThatTime) {
     expect_near(patches_of(rest, {"--motion", b, "--time", "0.5"}), patches_of(rest, {}), at_b, 0.5f);
     // Evenly over [0, 1] without times.
     expect_near(patches_of(rest, {"--time-samples", rest, b, c, "--time", "0.75"}), at_b, at_c, 0.5f);
+}
+
+TEST_F(Export, SizesAreForeseen) {
+    for (const std::string& mesh : {cube, std::string(QN_SOURCE_DIR "/assets/body.obj")}) {
+        const std::string out = folder.path("t.obj");
+        EXPECT_SUCCESS(run_sds(folder, {"export", mesh, "--tessellation", out, "--level", "5", "--quiet"}));
+        const ControlCage cells = read_obj(out).cage.value();
+        const auto size = static_cast<double>(std::filesystem::file_size(out));
+        const auto foreseen = static_cast<double>(estimate_obj_size(cells.get_polygon_count(), cells.has_uvs()));
+        EXPECT_NEAR(foreseen, size, 0.3 * size) << mesh;
+    }
 }
 
 }  // namespace

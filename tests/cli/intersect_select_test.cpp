@@ -102,6 +102,25 @@ TEST_F(Intersect, LimitSurfaceIsHitWhereItIs) {
     for (std::size_t i = points; i < points + 4; ++i) EXPECT_EQ(hits[4 * i], -1.0) << i;
 }
 
+TEST_F(Intersect, RaysAreSpelledInSeveralWays) {
+    const std::vector<double> rays{0.125, 0.25, 9, 0, 0, -1, 0, INFINITY, 0.5, 0.25, -9, 0, 0, 2, 0, INFINITY};
+    const auto hits_of = [&](const std::string& file) {
+        EXPECT_SUCCESS(run_sds(folder, {"intersect", cube, "--rays", file, "--hits", folder.path("h.npy")}));
+        return read_doubles(folder.path("h.npy"), {2, 4});
+    };
+    write_doubles(folder.path("r.npy"), rays, 8);
+    const std::vector<double> expected = hits_of(folder.path("r.npy"));
+    EXPECT_GE(std::min(expected[0], expected[4]), 0.0);
+    const std::size_t shape[] = {2, 8};
+    write_npy<float>(folder.path("f.npy"), shape, std::vector<float>(rays.begin(), rays.end()));
+    EXPECT_EQ(hits_of(folder.path("f.npy")), expected);
+    EXPECT_EQ(
+        hits_of(folder.write("r.csv", "# ox, oy, oz, dx, dy, dz\r\n0.125,0.25,9,0,0,-1\r\n+0.5, 0.25,-9, 0,0,2e0")),
+        expected);
+    EXPECT_EQ(hits_of(folder.write("r.txt", "0.125 .25 9\t0 0 -1 0 inf # down\n\n0.5 0.25 -9 0 0 2 0 inf\n")),
+              expected);
+}
+
 // A cube that moves by 4 along x in a unit of time, hit by rays that wait for it.
 TEST_F(Intersect, RaysMeetTheSurfaceOfTheirTime) {
     const std::string next = folder.write("next.obj", moved(cube_obj, 4.0));

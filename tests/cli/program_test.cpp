@@ -43,6 +43,7 @@ TEST_F(Program, RefusesWrongUsage) {
         {"export", cube, "--samples", "0", npy},
         {"export", cube, "--samples", "x", npy},
         {"export", cube, "--patches", npy, "--time", "nan"},
+        {"export", cube, "--patches", npy, "--time", "1e39"},
         {"export", cube, "--uv", "2", npy, "--map", "1"},
         {"export", cube, "--tessellation", folder.path("out.obj"), "--level", "0"},
         {"intersect", cube, "--hits", npy},
@@ -107,9 +108,21 @@ TEST_F(Program, RefusesUnusableRaysFrustaAndTextures) {
     write_doubles(rays, std::vector<double>(21, 1.0), 7);
     EXPECT_THAT(run_sds(folder, {"intersect", cube, "--rays", rays, "--hits", out}).err, HasSubstr("shape (3, 7)"));
     const std::size_t shape[] = {1, 8};
-    write_npy<float>(rays, shape, std::vector<float>(8, 1.0f));
+    write_npy<std::int32_t>(rays, shape, std::vector<std::int32_t>(8, 1));
     EXPECT_EQ(run_sds(folder, {"intersect", cube, "--rays", rays, "--hits", out}).code, 2);
     EXPECT_EQ(run_sds(folder, {"intersect", cube, "--rays", cube, "--hits", out}).code, 2);
+    const std::pair<const char*, const char*> texts[] = {
+        {"1 2 3 4 5\n", ":1: 5 numbers; rays are lines of 6, 8 or 9"},
+        {"# rays\n0 0 9 0 0 -1\n0 0 9 0 0 -1 0 5\n", ":3: 8 numbers; rays are lines of 6, as before"},
+        {"0 0 9 0 0 up\n", ":1: 'up' is no number"},
+        {"# none\n", ": no rays"},
+    };
+    for (const auto& [text, reason] : texts) {
+        const std::string file = folder.write("rays.txt", text);
+        const SdsRun run = run_sds(folder, {"intersect", cube, "--rays", file, "--hits", out});
+        EXPECT_EQ(run.code, 2);
+        EXPECT_THAT(run.err, HasSubstr(file + reason));
+    }
     for (const char* text : {"", "[]", "{\"side\": []}", "{\"near\": [0, 0, 1]}", "{\"near\": [0, 0, 1, \"a\"]}",
                              "{\"sides\": [[1,0,0,0],[1,0,0,0],[1,0,0,0],[1,0,0,0],[1,0,0,0]]}",
                              "{\"far\": [0, 0, 1, 1e999]}", "{\"far\": [0, 0, 1, 2]"}) {
@@ -129,6 +142,9 @@ TEST_F(Program, FailsWhereItCannotWrite) {
     std::filesystem::create_directory(folder.path("folder.png"));
     EXPECT_EQ(run_sds(folder, {"render", cube, "-o", folder.path("folder.png")}).code, 1);
     EXPECT_EQ(run_sds(folder, {"export", cube, "--patches", "/dev/full"}).code, 1);
+    const SdsRun much = run_sds(folder, {"export", cube, "--tessellation", "/dev/full", "--level", "9"});
+    EXPECT_EQ(much.code, 1);
+    EXPECT_THAT(much.err, HasSubstr("/dev/full: note: 1572864 faces, about "));
 }
 
 TEST_F(Program, SaysWhatItFoundUnlessQuiet) {
