@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -37,7 +38,9 @@ constexpr std::string_view type_code(type_letters<T>.data(), type_letters<T>.siz
 
 class NpyReader {
 public:
-    NpyReader(std::istream& file, const std::string& path) : m_path(path), m_file(file) {}
+    NpyReader(std::istream& file, const std::string& path) : m_path(path), m_file(file) {
+        if (!m_file) fail(std::strerror(errno));
+    }
 
     NpyArray read() {
         read_header();
@@ -146,7 +149,7 @@ private:
                 fail("truncated: " + std::to_string(count) + " values announced, " +
                      std::to_string(have + got / sizeof(T)) + " found");
         }
-        if (m_file.peek() != std::ifstream::traits_type::eof())
+        if (m_file.peek() != std::istream::traits_type::eof())
             fail("more data than the " + std::to_string(count) + " values that its shape announces");
         return true;
     }
@@ -169,12 +172,16 @@ NpyArray read_npy(std::istream& file, const std::string& name) { return NpyReade
 
 NpyArray read_npy(const std::string& path) {
     std::ifstream file(path == "-" ? "/dev/stdin" : path, std::ios::binary);
-    if (!file) throw InputError(path, std::strerror(errno));
     return read_npy(file, path);
 }
 
+NpyArray read_npy_text(std::string_view bytes, const std::string& name) {
+    std::istringstream file{std::string(bytes)};
+    return read_npy(file, name);
+}
+
 template <class T>
-void write_npy(const std::string& path, Shape shape, std::span<const T> values, Cancel cancel) {
+void write_npy(const std::string& path, Shape shape, std::span<const T> values) {
     std::string header = "{'descr': '" + std::string(type_code<T>) + "', 'fortran_order': False, 'shape': (";
     [[maybe_unused]] std::size_t count = 1;
     for (const std::size_t extent : shape) {
@@ -188,7 +195,7 @@ void write_npy(const std::string& path, Shape shape, std::span<const T> values, 
     header += '\n';
     const auto length = static_cast<std::uint16_t>(header.size());
 
-    AtomicFile file(path, std::move(cancel));
+    AtomicFile file(path);
     file.write(magic);
     file.write("\x01");
     file.write(std::string_view("\0", 1));
@@ -198,15 +205,15 @@ void write_npy(const std::string& path, Shape shape, std::span<const T> values, 
     file.commit();
 }
 
-template void write_npy<float>(const std::string&, Shape, std::span<const float>, Cancel);
-template void write_npy<double>(const std::string&, Shape, std::span<const double>, Cancel);
-template void write_npy<std::int8_t>(const std::string&, Shape, std::span<const std::int8_t>, Cancel);
-template void write_npy<std::uint8_t>(const std::string&, Shape, std::span<const std::uint8_t>, Cancel);
-template void write_npy<std::int16_t>(const std::string&, Shape, std::span<const std::int16_t>, Cancel);
-template void write_npy<std::uint16_t>(const std::string&, Shape, std::span<const std::uint16_t>, Cancel);
-template void write_npy<std::int32_t>(const std::string&, Shape, std::span<const std::int32_t>, Cancel);
-template void write_npy<std::uint32_t>(const std::string&, Shape, std::span<const std::uint32_t>, Cancel);
-template void write_npy<std::int64_t>(const std::string&, Shape, std::span<const std::int64_t>, Cancel);
-template void write_npy<std::uint64_t>(const std::string&, Shape, std::span<const std::uint64_t>, Cancel);
+template void write_npy<float>(const std::string&, Shape, std::span<const float>);
+template void write_npy<double>(const std::string&, Shape, std::span<const double>);
+template void write_npy<std::int8_t>(const std::string&, Shape, std::span<const std::int8_t>);
+template void write_npy<std::uint8_t>(const std::string&, Shape, std::span<const std::uint8_t>);
+template void write_npy<std::int16_t>(const std::string&, Shape, std::span<const std::int16_t>);
+template void write_npy<std::uint16_t>(const std::string&, Shape, std::span<const std::uint16_t>);
+template void write_npy<std::int32_t>(const std::string&, Shape, std::span<const std::int32_t>);
+template void write_npy<std::uint32_t>(const std::string&, Shape, std::span<const std::uint32_t>);
+template void write_npy<std::int64_t>(const std::string&, Shape, std::span<const std::int64_t>);
+template void write_npy<std::uint64_t>(const std::string&, Shape, std::span<const std::uint64_t>);
 
 }  // namespace sds_io

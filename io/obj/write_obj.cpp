@@ -14,7 +14,7 @@ namespace {
 
 class ObjWriter {
 public:
-    ObjWriter(const std::string& path, Cancel cancel) : m_file(path, std::move(cancel)) {}
+    explicit ObjWriter(const std::string& path) : m_file(path) {}
 
     void points(std::string_view keyword, std::span<const float> xyz, std::size_t kept) {
         for (std::size_t i = 0; i + 3 <= xyz.size(); i += 3) {
@@ -111,8 +111,8 @@ std::uint64_t estimate_obj_size(std::uint64_t quads, bool has_uvs) {
     return quads * (vertex + face + uvs);
 }
 
-void write_obj(const std::string& path, const ObjMesh& mesh, Cancel cancel, AppProgressBar* progress) {
-    ObjWriter writer(path, std::move(cancel));
+void write_obj(const std::string& path, const ObjMesh& mesh, AppProgressBar* progress) {
+    ObjWriter writer(path);
     writer.points("v", mesh.positions, 3);
     writer.points("vt", mesh.uv_points, 2);
     constexpr std::size_t reported = std::size_t{1} << 14;  // polygons between two words on the progress
