@@ -83,7 +83,7 @@ void TileRenderer::render_tile(unsigned int tile, RenderThread& thread, AppProgr
 TileRenderer::Sample TileRenderer::make_sample(unsigned int x, unsigned int y, unsigned int index) const {
     Sample sample{x, y, index, x + 0.5, y + 0.5};
     if (m_options->samples == 1) return sample;
-    const SamplePoint at = PixelSampler(x, y).get(index, 0);
+    const SamplePoint at = PixelSampler(x, y, m_options->samples).get(index, 0);
     sample.at_x += filter_radius * warp_to_tent(at.x);
     sample.at_y += filter_radius * warp_to_tent(at.y);
     return sample;
@@ -94,7 +94,8 @@ GeometryRay TileRenderer::make_ray(const Sample& sample) const {
     const Shutter& shutter = m_scene->get_shutter();
     ray.time = shutter.open;
     if (shutter.close > shutter.open)
-        ray.time += (shutter.close - shutter.open) * PixelSampler(sample.x, sample.y).get(sample.index, 1).x;
+        ray.time += (shutter.close - shutter.open) *
+                    PixelSampler(sample.x, sample.y, m_options->samples).get(sample.index, 1).x;
     return ray;
 }
 
@@ -146,7 +147,7 @@ void TileRenderer::add_hit(const Packet& packet, unsigned int i, Pixel& pixel, R
     point.position = ray.origin + ray.direction * ray.hit.t;
     point.direction = ray.direction;
     point.depth = m_camera->get_depth(point.position);
-    pixel.color += m_shader.shade(point, PixelSampler(sample.x, sample.y), sample.index, thread);
+    pixel.color += m_shader.shade(point, PixelSampler(sample.x, sample.y, m_options->samples), sample.index, thread);
     pixel.alpha += 1.0f;
     add_layers(&point, is_nearest, pixel);
 }

@@ -174,7 +174,7 @@ sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const s
     paths.insert(paths.end(), options.further_meshes.begin(), options.further_meshes.end());
     const sds_render::SurfaceColor group_color = sds_render::make_group_color();
     const sds_render::SurfaceColor material_color =
-        make_material_color(loaded, paths, options.uv_map, group_color, options);
+        make_material_color(loaded, paths, options.uv_map, group_color, options, options.texture_limit);
     return material_color ? material_color : group_color;
 }
 

@@ -26,7 +26,8 @@ struct GroupColor {
 
 class MaterialReader {
 public:
-    explicit MaterialReader(const CommonOptions& options) : m_options(options) {}
+    MaterialReader(const CommonOptions& options, std::size_t texture_limit)
+        : m_options(options), m_texture_limit(texture_limit) {}
 
     std::vector<GroupColor> read(const LoadedSurface& mesh, const std::string& path) {
         std::map<std::string, Material> materials;
@@ -59,12 +60,13 @@ private:
         if (path.empty()) return nullptr;
         const auto [entry, is_new] = m_textures.try_emplace(path);
         if (is_new)
-            try_to([&] { entry->second = std::make_shared<const Texture>(Texture::read_png(path)); },
+            try_to([&] { entry->second = std::make_shared<const Texture>(Texture::read_png(path, m_texture_limit)); },
                    "map_Kd takes PNG pictures, Kd is used");
         return entry->second;
     }
 
     const CommonOptions& m_options;
+    const std::size_t m_texture_limit;
     std::map<std::string, std::shared_ptr<const Texture>> m_textures;
 };
 
@@ -72,8 +74,9 @@ private:
 
 sds_render::SurfaceColor make_material_color(std::span<const LoadedSurface> meshes,
                                              const std::vector<std::string>& paths, unsigned int uv_map,
-                                             const sds_render::SurfaceColor& other, const CommonOptions& options) {
-    MaterialReader reader(options);
+                                             const sds_render::SurfaceColor& other, const CommonOptions& options,
+                                             std::size_t texture_limit) {
+    MaterialReader reader(options, texture_limit);
     std::vector<std::vector<GroupColor>> groups;
     bool is_any_given = false;
     for (std::size_t i = 0; i < meshes.size(); ++i) {
