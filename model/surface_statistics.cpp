@@ -42,11 +42,12 @@ public:
         const std::size_t of_quads = sds::bytes_of(map.quad_indices) + sds::bytes_of(map.edges.opposite_edges) +
                                      sds::bytes_of(map.edges.quad_edge_flags) + sds::bytes_of(map.patch_indices) +
                                      sds::bytes_of(map.patches);
-        const std::size_t all = map.get_memory_size();
+        const std::size_t refined = map.get_refined_memory_size(), all = map.get_memory_size() - refined;
         ArraySize& size = put({"uv map " + map.name.to_std()}, all - of_points - of_quads, &ArraySize::fixed, 1);
         size.per_quad = of_quads / quads;
         if (map.vertex_count != 0) size.per_uv_point = of_points / map.vertex_count;
         size.bytes = all;
+        add_refined(("uv map " + map.name.to_std() + ": refined").c_str(), refined);
     }
     void add_color_map(const SdsMeshMaps& maps, unsigned int m, std::size_t vertices) {
         put({"color map " + maps.get_color_map_name(m).to_std()},

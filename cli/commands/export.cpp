@@ -1,11 +1,11 @@
 #include "cli/commands/export.h"
 
-#include "cli/interrupt.h"
 #include "cli/options/common_options.h"
 #include "cli/options/load_cage.h"
 #include "cli/options/usage_error.h"
 #include "io/npy.h"
 #include "io/obj/write_obj.h"
+#include "model/array_size.h"
 #include "model/mesh_properties.h"
 #include "model/sample_grid.h"
 #include "model/tessellate.h"
@@ -55,7 +55,7 @@ void check_options(const ExportOptions& options) {
     if (paths.empty())
         throw UsageError(
             "nothing to export: give --patches, --patch-places, --tessellation, --samples, --uv or --property");
-    for (const std::string& path : paths) check_output(path);
+    check_outputs(paths);
 }
 
 void check_uv_map(const ExportOptions& options, const Surface& surface) {
@@ -75,13 +75,26 @@ void report_unmapped(const ExportOptions& options, const Surface& surface) {
                    " quads are not mapped, their UVs are NaN");
 }
 
-const SurfaceProperty& find_property(const MeshProperties& properties, const std::string& name) {
-    return asked_by("", [&]() -> const SurfaceProperty& { return properties.find(name); });
+/// What is written next to each other takes memory one after the other.
+void check_memory(const ExportOptions& options, const Surface& surface) {
+    const std::size_t quads = surface.get_base().get_primitive_count();
+    const std::size_t held = surface.get_memory_size();
+    const auto check = [&](const std::string& path, const char* what, std::initializer_list<std::size_t> extents,
+                           std::size_t element_size) {
+        if (path.empty()) return;
+        const std::size_t bytes = checked_count(extents, element_size) * element_size;
+        check_memory_limit(what, held + bytes, options.memory_limit);
+    };
+    const std::size_t cells = std::size_t{1} << options.level;
+    const std::size_t samples = std::size_t{options.samples.cells} + 1, uvs = std::size_t{options.uvs.cells} + 1;
+    const std::size_t cell_size = tessellated_cell_size(surface, options.uv_map);
+    check(options.tessellation, "--tessellation", {quads, cells, cells}, cell_size);
+    check(options.samples.path, "--samples", {quads, samples, samples, sample_row_size}, sizeof(double));
+    check(options.uvs.path, "--uv", {quads, uvs, uvs, uv_row_size}, sizeof(double));
 }
 
-template <class T>
-void write_array(const std::string& path, std::span<const std::size_t> shape, const std::vector<T>& values) {
-    write_interruptibly([&](const Cancel& cancel) { write_npy<T>(path, shape, values, cancel); });
+const SurfaceProperty& find_property(const MeshProperties& properties, const std::string& name) {
+    return asked_by("", [&]() -> const SurfaceProperty& { return properties.find(name); });
 }
 
 void export_properties(const ExportOptions& options, const LoadedSurface& loaded) {
@@ -93,7 +106,7 @@ void export_properties(const ExportOptions& options, const LoadedSurface& loaded
         const SurfaceProperty& property = find_property(properties, name);
         const std::size_t shape[] = {mesh.get_base()->get_primitive_count(), side, side,
                                      3 * std::size_t{property.get_extent()}};
-        write_array<double>(path, shape, sample_property(mesh, property, options.property_cells, options.time));
+        write_npy<double>(path, shape, sample_property(mesh, property, options.property_cells, options.time));
     }
 }
 
@@ -102,36 +115,35 @@ void run_export(const ExportOptions& options) {
     const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
     const Surface& surface = *loaded.surface;
     check_uv_map(options, surface);
+    asked_by("--time: ", [&] { surface.check_time(options.time); });
+    check_memory(options, surface);
     if (options.statistics) print_build_rate({&loaded, 1});
     const std::size_t quads = surface.get_base().get_primitive_count();
 
     if (!options.properties.empty()) export_properties(options, loaded);
     if (!options.patches.empty()) {
         const std::size_t shape[] = {surface.get_geometry().get_patch_count(), 16, 3};
-        write_array<float>(options.patches, shape, patch_controls(surface, options.time));
+        write_npy<float>(options.patches, shape, patch_controls(surface, options.time));
     }
     if (!options.patch_places.empty()) {
         const std::size_t shape[] = {surface.get_geometry().get_patch_count(), patch_place_size};
-        write_array<std::int32_t>(options.patch_places, shape, patch_places(surface));
+        write_npy<std::int32_t>(options.patch_places, shape, patch_places(surface));
     }
     if (!options.tessellation.empty()) {
         const Tessellation mesh =
             asked_by("--level: ", [&] { return tessellate(surface, options.level, options.time, options.uv_map); });
-        write_interruptibly([&](const Cancel& cancel) {
-            write_obj(options.tessellation,
-                      {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices},
-                      cancel);
-        });
+        write_obj(options.tessellation,
+                  {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices});
     }
     if (!options.samples.path.empty()) {
         const std::size_t side = std::size_t{options.samples.cells} + 1;
         const std::size_t shape[] = {quads, side, side, sample_row_size};
-        write_array<double>(options.samples.path, shape, sample_surface(surface, options.samples.cells, options.time));
+        write_npy<double>(options.samples.path, shape, sample_surface(surface, options.samples.cells, options.time));
     }
     if (!options.uvs.path.empty()) {
         const std::size_t side = std::size_t{options.uvs.cells} + 1;
         const std::size_t shape[] = {quads, side, side, uv_row_size};
-        write_array<double>(options.uvs.path, shape, sample_uvs(surface, options.uvs.cells, options.uv_map));
+        write_npy<double>(options.uvs.path, shape, sample_uvs(surface, options.uvs.cells, options.uv_map));
         report_unmapped(options, surface);
     }
 }

@@ -1,11 +1,11 @@
 #include "cli/commands/render.h"
 
-#include "cli/interrupt.h"
 #include "cli/options/common_options.h"
 #include "cli/options/load_cage.h"
 #include "cli/options/usage_error.h"
 #include "io/image_files.h"
 #include "io/texture.h"
+#include "model/array_size.h"
 #include "model/mesh_properties.h"
 #include "render/framing.h"
 #include "render/renderer.h"
@@ -38,6 +38,7 @@ struct RenderCommandOptions : CommonOptions {
     bool wire = false;
     std::vector<std::string> aovs;
     std::string texture;
+    std::size_t texture_limit = Texture::default_limit;
     bool checker = false;
     unsigned int uv_map = 0;
     std::vector<double> shutter;
@@ -131,6 +132,19 @@ std::vector<LoadedSurface> load_surfaces(const RenderCommandOptions& options, Ap
     return loaded;
 }
 
+/// What a picture takes while it is made and written, with what is held besides.
+void check_memory(const RenderCommandOptions& options, const std::vector<LoadedSurface>& loaded,
+                  const std::vector<sds_render::Layer>& layers) {
+    std::size_t channels = 4, held = 0;
+    for (const sds_render::Layer& layer : layers) channels += layer.components.size();
+    for (const LoadedSurface& each : loaded) held += each.surface->get_memory_size();
+    if (!options.texture.empty()) held += Texture::read_png_size(options.texture);
+    // A file is encoded in memory: the pixels once more, and their bytes at worst as many again.
+    const std::size_t pixel_size = sizeof(float) * (channels + (is_exr(options.output) ? 2 * channels : 2));
+    const std::size_t pixels = checked_count({options.width, options.height}, pixel_size);
+    check_memory_limit("the picture", held + pixels * pixel_size, options.memory_limit);
+}
+
 sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const std::vector<LoadedSurface>& loaded) {
     const bool needs_map = !options.texture.empty() || options.uv_map > 0;
     bool has_colors = false;
@@ -143,7 +157,8 @@ sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const s
                              std::to_string(maps));
     }
     if (!options.texture.empty())
-        return make_texture_color(std::make_shared<const Texture>(Texture::read_png(options.texture)), options.uv_map);
+        return make_texture_color(
+            std::make_shared<const Texture>(Texture::read_png(options.texture, options.texture_limit)), options.uv_map);
     if (options.checker) return sds_render::make_checker(options.uv_map, checks_per_unit);
     if (has_colors) return sds_render::make_map_color(0, sds_render::clay);
     return sds_render::make_group_color();
@@ -163,7 +178,7 @@ void check_options(const RenderCommandOptions& options) {
         throw UsageError("--output: '" + options.output + "' ends neither with .png nor with .exr");
     if (is_stream && !options.aovs.empty()) throw UsageError("--aov: layers need a file, not standard output");
     if (is_stream && isatty(STDOUT_FILENO) != 0) throw UsageError("--output: standard output is a terminal");
-    check_output(options.output);
+    check_outputs({options.output});
     if (!options.further_meshes.empty() &&
         (options.motion.has_motion() || !options.uv_files.empty() || !options.property_file.empty()))
         throw UsageError("--motion, --time-samples, --uv and --properties belong to one mesh, and there are " +
@@ -177,13 +192,12 @@ void check_options(const RenderCommandOptions& options) {
 void write_picture(const RenderCommandOptions& options, const sds_render::Image& image,
                    const std::vector<sds_render::Layer>& layers) {
     if (is_exr(options.output)) {
-        write_exr(options.output, image, throw_if_interrupted);
+        write_exr(options.output, image);
         return;
     }
-    write_png(options.output, image, "", throw_if_interrupted);
+    write_png(options.output, image, "");
     if (options.output == "-") return;
-    for (const sds_render::Layer& layer : layers)
-        write_png(layer_path(options.output, layer.name), image, layer.name, throw_if_interrupted);
+    for (const sds_render::Layer& layer : layers) write_png(layer_path(options.output, layer.name), image, layer.name);
 }
 
 void print_statistics(const std::vector<LoadedSurface>& loaded, double hierarchy_seconds,
@@ -204,20 +218,23 @@ void run_render(const RenderCommandOptions& options) {
     render_options.samples = options.samples;
     render_options.shading.wire = options.wire;
 
-    const InterruptScope interrupts;
     std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds render");
     std::vector<LoadedSurface> loaded;
     {
         const AppProgressTask task(progress.get(), "build", 0.1f);
         loaded = load_surfaces(options, progress.get());
     }
-    render_options.shading.color = make_color(options, loaded);
     std::vector<SdsMesh> meshes;
     meshes.reserve(loaded.size());
     for (const LoadedSurface& mesh : loaded) meshes.push_back(mesh.surface->make_mesh(options.level));
     const MeshProperties properties(loaded[0].properties, loaded[0].get_cage(), meshes[0]);
     render_options.layers = make_layers(names, properties);
-    sds_render::Scene scene(make_shutter(options, loaded[0].motion));
+    check_memory(options, loaded, render_options.layers);
+    render_options.shading.color = make_color(options, loaded);
+    const sds_render::Shutter shutter = make_shutter(options, loaded[0].motion);
+    for (const double time : {shutter.open, shutter.close})
+        asked_by("--shutter: ", [&] { loaded[0].surface->check_time(time); });
+    sds_render::Scene scene(shutter);
     const auto begin = std::chrono::steady_clock::now();
     {
         const AppProgressTask task(progress.get(), "hierarchy", 0.05f);
@@ -234,7 +251,6 @@ void run_render(const RenderCommandOptions& options) {
                                                render_options, progress.get())
                 : sds_render::render(scene, sds_render::frame_scene(scene, view, options.width, options.height),
                                      render_options, progress.get());
-        throw_if_interrupted();
         write_picture(options, rendering.image, render_options.layers);
         statistics = rendering.statistics;
     }
@@ -289,6 +305,8 @@ void add_render_command(CLI::App& program, Action& action) {
         ->allow_extra_args(false);
     CLI::Option* texture =
         command.add_option("--texture", options->texture, "PNG on the surface, through its UVs")->type_name("FILE");
+    add_size_option(command, "--texture-limit", options->texture_limit,
+                    "Refuse a texture that takes more, 1G by default");
     command.add_flag("--checker", options->checker, "Squares on the surface, through its UVs")->excludes(texture);
     command.add_option("--map", options->uv_map, "UV map of --texture and --checker, 0 the mesh's own")
         ->capture_default_str();

@@ -9,6 +9,7 @@
 
 #include "qn_sys/sys_hand_over.h"
 #include "qn_sys/sys_thread.h"
+#include "qn_sys/sys_workers.h"
 
 namespace {
 
@@ -31,16 +32,25 @@ unsigned int SysThreadTaskManager::get_thread_count() const {
 
 struct SysThreadArena::Impl {
     // More threads than cores are to be had only while the process allows them.
-    explicit Impl(int threads) : arena(threads) {
-        if (threads > tbb::info::default_concurrency())
-            allowance.emplace(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
+    explicit Impl(unsigned int threads) : arena(static_cast<int>(threads)) {
+        if (threads > static_cast<unsigned int>(tbb::info::default_concurrency()))
+            allowance.emplace(tbb::global_control::max_allowed_parallelism, size_t{threads});
     }
     std::optional<tbb::global_control> allowance;
     tbb::task_arena arena;
 };
 
+namespace {
+
+unsigned int get_available_threads(unsigned int wanted) {
+    const auto cores = static_cast<unsigned int>(tbb::info::default_concurrency());
+    return 1 + sys_prepare_workers((wanted == 0 ? cores : wanted) - 1);
+}
+
+}  // namespace
+
 SysThreadArena::SysThreadArena(const unsigned int& thread_count)
-    : m_impl(std::make_unique<Impl>(thread_count == 0 ? tbb::task_arena::automatic : static_cast<int>(thread_count))) {}
+    : m_impl(std::make_unique<Impl>(get_available_threads(thread_count))) {}
 SysThreadArena::~SysThreadArena() = default;
 unsigned int SysThreadArena::get_thread_count() const {
     return static_cast<unsigned int>(m_impl->arena.max_concurrency());
@@ -58,6 +68,7 @@ void SysThreadArena::run(void (*function)(void*), void* argument) {
 
 void sys_parallel_for(const unsigned int& count, void (*function)(void*, unsigned int, unsigned int), void* argument) {
     if (count == 0) return;
+    sys_prepare_workers(sys_max_worker_count() - 2);
     SysHandOver started, finished;
     const ObserveAtEnd observe{finished};
     started.publish();
