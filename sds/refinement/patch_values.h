@@ -126,7 +126,8 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
     if (level_count == 0) return;
     KeptScratch<VisitScratch<Value>> scratch;
     scratch->reserve(topology);
-    auto& [values, next, leaf_rings, limits] = *scratch;
+    auto& [values, next, rings, limits] = *scratch;
+    CoreArray<unsigned char>& leaf_rings = rings;  // clang before 16 captures no structured binding
     values.points.resize(topology.get_level(0).vertex_count);
     for (unsigned int v = 0; v < values.points.get_count(); ++v)
         values.points[v] = v < topology.get_vertex_count() ? value_at(v) : ValueOps<Value>::zero();
