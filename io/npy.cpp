@@ -10,7 +10,6 @@
 #include <charconv>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <string_view>
 #include <type_traits>
 #include <utility>
