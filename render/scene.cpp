@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 #include <stdexcept>
+#include <unordered_map>
 
 #include "render/scene_impl.h"
 
@@ -23,13 +24,27 @@ void check_device(RTCDevice device) {
 }
 
 void bounds_callback(const RTCBoundsFunctionArguments* arguments) {
-    auto& object = *static_cast<SceneObject*>(arguments->geometryUserPtr);
-    object.build_started.observe();
+    auto& primitives = *static_cast<BoundedPrimitives*>(arguments->geometryUserPtr);
+    primitives.build_started.observe();
     float lower[3], upper[3];
-    object.space->narrow(object.bounds.get(arguments->timeStep, arguments->primID), lower, upper);
+    primitives.space->narrow(primitives.bounds.get(arguments->timeStep, arguments->primID), lower, upper);
     RTCBounds& out = *arguments->bounds_o;
     out = RTCBounds{lower[0], lower[1], lower[2], 0.0f, upper[0], upper[1], upper[2], 0.0f};
-    object.build_finished.publish();
+    primitives.build_finished.publish();
+}
+
+// `attach_all` gives the new hierarchy its geometries and returns their primitives.
+template <class AttachAll>
+HierarchyHandle build_hierarchy(RTCDevice device, const AttachAll& attach_all) {
+    HierarchyHandle hierarchy(rtcNewScene(device));
+    check_device(device);
+    rtcSetSceneFlags(hierarchy.get(), RTC_SCENE_FLAG_ROBUST);
+    const std::vector<BoundedPrimitives*> all = attach_all(hierarchy.get());
+    for (BoundedPrimitives* primitives : all) primitives->build_started.publish();
+    rtcCommitScene(hierarchy.get());
+    for (BoundedPrimitives* primitives : all) primitives->build_finished.observe();
+    check_device(device);
+    return hierarchy;
 }
 
 }  // namespace
@@ -37,56 +52,123 @@ void bounds_callback(const RTCBoundsFunctionArguments* arguments) {
 Scene::Scene(const Shutter& shutter) : m_impl(std::make_unique<Impl>()) { m_impl->shutter = shutter; }
 Scene::~Scene() = default;
 
-unsigned int Scene::add(const GeometryObject& object) {
-    auto entry = std::make_unique<SceneObject>();
-    entry->object = &object;
-    entry->index = get_object_count();
-    entry->ray_data.has_motion_blur = object.is_animated();
-    m_impl->objects.push_back(std::move(entry));
+unsigned int Scene::add(const GeometryObject& object, const Transform& transform) {
+    m_impl->entries.push_back({&object, transform});
     return get_object_count() - 1;
 }
 
 void Scene::commit() {
+    m_impl->sort_entries();
     m_impl->set_motion_sampling();
     m_impl->compute_bounds();
     m_impl->build();
-    for (const auto& object : m_impl->objects) object->bounds = {};
+    m_impl->forget_bounds();
 }
 
-unsigned int Scene::get_object_count() const { return static_cast<unsigned int>(m_impl->objects.size()); }
-const GeometryObject& Scene::get_object(const unsigned int& index) const { return *m_impl->objects[index]->object; }
+unsigned int Scene::get_object_count() const { return static_cast<unsigned int>(m_impl->entries.size()); }
+const GeometryObject& Scene::get_object(const unsigned int& index) const { return *m_impl->entries[index].object; }
+const Transform& Scene::get_transform(const unsigned int& index) const { return m_impl->entries[index].transform; }
 const Shutter& Scene::get_shutter() const { return m_impl->shutter; }
 const Bbox3& Scene::get_bbox() const { return m_impl->bbox; }
 double Scene::get_radius() const { return m_impl->space.get_radius(); }
 const CtxShader& Scene::get_shader_ctx() const { return m_impl->shader; }
 
+// Objects that stand once and where they are need no instance.
+void Scene::Impl::sort_entries() {
+    const auto set_object = [](SceneObject& entry, const GeometryObject& object, unsigned int index) {
+        entry.object = &object;
+        entry.index = index;
+        entry.ray_data.has_motion_blur = object.is_animated();
+    };
+    std::unordered_map<const GeometryObject*, unsigned int> uses;
+    for (const SceneEntry& entry : entries) ++uses[entry.object];
+    std::unordered_map<const GeometryObject*, const SharedObject*> known;
+    for (unsigned int i = 0; i < entries.size(); ++i) {
+        const SceneEntry& entry = entries[i];
+        if (uses[entry.object] == 1 && entry.transform.is_identity()) {
+            objects.push_back(std::make_unique<SceneObject>());
+            set_object(*objects.back(), *entry.object, i);
+            continue;
+        }
+        const SharedObject*& shared = known[entry.object];
+        if (shared == nullptr) {
+            shared_objects.push_back(std::make_unique<SharedObject>());
+            set_object(shared_objects.back()->primitives, *entry.object, 0);
+            shared = shared_objects.back().get();
+        }
+        Instance instance{i, shared, &entry.transform, {}};
+        const bool moves = entry.transform.is_moving() && is_moving();
+        const bool is_flat = !moves && !invert(entry.transform.at(shutter.open), instance.inverse);
+        if (!is_flat) (moves ? moving_instances : still_instances).instances.push_back(instance);
+    }
+}
+
 void Scene::Impl::set_motion_sampling() {
     if (!is_moving()) return;
     std::vector<double> times{shutter.open, shutter.close};
-    for (const auto& object : objects) append_sample_times(*object->object, shutter.open, shutter.close, times);
+    for (const SceneEntry& entry : entries) append_sample_times(*entry.object, shutter.open, shutter.close, times);
     std::sort(times.begin(), times.end());
     times.erase(std::unique(times.begin(), times.end()), times.end());
     const CoreBasicArray<double> view(static_cast<unsigned int>(times.size()), times.data());
     shader.get_motion_blur().set_time_sampling(GMathTimeSampling(view));
 }
 
-void Scene::Impl::compute_bounds() {
+std::vector<double> Scene::Impl::get_sample_times() const {
     std::vector<double> times;
     const GMathTimeSampling& sampling = shader.get_motion_blur().get_time_sampling();
     for (unsigned int i = 0; i < sampling.get_sample_count(); ++i) times.push_back(sampling.get_sample_time(i));
+    return times;
+}
 
-    for (const auto& entry : objects) {
-        const bool moves = entry->is_animated() && is_moving();
-        entry->bounds = moves ? compute_moving_bounds(shader, *entry->object, times)
-                              : compute_still_bounds(shader, *entry->object, shutter.open);
-        Bbox3 box = Bbox3::empty();
-        for (const Bbox3& primitive : entry->bounds.boxes)
-            if (is_valid_box(primitive)) box.grow(primitive);
-        if (box.is_empty()) continue;
-        entry->reference = box.get_center();
-        bbox.grow(box);
+PrimitiveBounds Scene::Impl::compute_primitive_bounds(const SceneObject& object) const {
+    const bool moves = object.is_animated() && is_moving();
+    return moves ? compute_moving_bounds(shader, *object.object, get_sample_times())
+                 : compute_still_bounds(shader, *object.object, shutter.open);
+}
+
+Bbox3 SceneObject::settle_box() {
+    Bbox3 box = Bbox3::empty();
+    for (const Bbox3& primitive : bounds.boxes)
+        if (is_valid_box(primitive)) box.grow(primitive);
+    if (!box.is_empty()) reference = box.get_center();
+    return box;
+}
+
+void Scene::Impl::compute_bounds() {
+    for (const auto& object : objects) {
+        object->bounds = compute_primitive_bounds(*object);
+        bbox.grow(object->settle_box());
     }
+    for (const auto& shared : shared_objects) {
+        shared->primitives.bounds = compute_primitive_bounds(shared->primitives);
+        const Bbox3 box = shared->primitives.settle_box();
+        if (box.is_empty()) continue;
+        shared->own_space = UnitSpace(box);
+        shared->box = shared->own_space.pad(box);
+    }
+    compute_instance_bounds(still_instances, false);
+    compute_instance_bounds(moving_instances, true);
     if (!bbox.is_empty()) space = UnitSpace(bbox);
+}
+
+void Scene::Impl::compute_instance_bounds(InstanceGroup& group, bool moves) {
+    if (group.instances.empty()) return;
+    std::vector<double> times{shutter.open};
+    if (moves) {
+        times.push_back(shutter.close);
+        for (const Instance& instance : group.instances)
+            for (const double time : instance.transform->get_times())
+                if (time > shutter.open && time < shutter.close) times.push_back(time);
+        std::sort(times.begin(), times.end());
+        times.erase(std::unique(times.begin(), times.end()), times.end());
+    }
+    const auto count = static_cast<unsigned int>(group.instances.size());
+    group.bounds = compute_box_bounds(count, times, [&](unsigned int i, double time) {
+        const Instance& instance = group.instances[i];
+        return transform_box(instance.transform->at(time), instance.shared->box);
+    });
+    for (const Bbox3& box : group.bounds.boxes)
+        if (is_valid_box(box)) bbox.grow(box);
 }
 
 void Scene::Impl::build() {
@@ -94,34 +176,56 @@ void Scene::Impl::build() {
     // Building runs in the calling arena. A thread count given to the device would limit the whole process.
     device.reset(rtcNewDevice(nullptr));
     if (!device) check_device(nullptr);
-    hierarchy.reset(rtcNewScene(device.get()));
-    check_device(device.get());
-    rtcSetSceneFlags(hierarchy.get(), RTC_SCENE_FLAG_ROBUST);
-    for (const auto& object : objects) attach(*object);
-    for (const auto& object : objects) object->build_started.publish();
-    rtcCommitScene(hierarchy.get());
-    for (const auto& object : objects) object->build_finished.observe();
-    try {
-        check_device(device.get());
-    } catch (...) {
-        hierarchy.reset();
-        throw;
-    }
+    for (const auto& shared : shared_objects) build_shared(*shared);
+    const auto build_all = [this](RTCScene scene) {
+        std::vector<BoundedPrimitives*> all;
+        for (const auto& object : objects) {
+            attach(scene, *object, object->index, &intersect_primitive_callback, &occlude_primitive_callback);
+            all.push_back(object.get());
+        }
+        unsigned int id = static_cast<unsigned int>(entries.size());
+        for (InstanceGroup* group : {&still_instances, &moving_instances}) {
+            if (group->instances.empty()) continue;
+            attach(scene, *group, id++, &intersect_instance_callback, &occlude_instance_callback);
+            all.push_back(group);
+        }
+        return all;
+    };
+    for (const auto& object : objects) object->space = &space;
+    still_instances.space = moving_instances.space = &space;
+    hierarchy = build_hierarchy(device.get(), build_all);
 }
 
-void Scene::Impl::attach(SceneObject& object) {
-    object.space = &space;
+void Scene::Impl::build_shared(SharedObject& shared) {
+    if (shared.box.is_empty()) return;
+    shared.primitives.space = &shared.own_space;
+    shared.hierarchy = build_hierarchy(device.get(), [&](RTCScene scene) {
+        attach(scene, shared.primitives, 0, &intersect_primitive_callback, &occlude_primitive_callback);
+        return std::vector<BoundedPrimitives*>{&shared.primitives};
+    });
+}
+
+template <class Hit, class Occlude>
+void Scene::Impl::attach(RTCScene to, BoundedPrimitives& primitives, unsigned int id, Hit* intersect,
+                         Occlude* occlude) const {
     RTCGeometry geometry = rtcNewGeometry(device.get(), RTC_GEOMETRY_TYPE_USER);
     check_device(device.get());
-    rtcSetGeometryUserPrimitiveCount(geometry, object.bounds.primitive_count);
-    rtcSetGeometryTimeStepCount(geometry, object.bounds.step_count);
-    rtcSetGeometryUserData(geometry, &object);
+    rtcSetGeometryUserPrimitiveCount(geometry, primitives.bounds.primitive_count);
+    rtcSetGeometryTimeStepCount(geometry, primitives.bounds.step_count);
+    rtcSetGeometryUserData(geometry, &primitives);
     rtcSetGeometryBoundsFunction(geometry, &bounds_callback, nullptr);
-    rtcSetGeometryIntersectFunction(geometry, &intersect_primitive_callback);
-    rtcSetGeometryOccludedFunction(geometry, &occlude_primitive_callback);
+    rtcSetGeometryIntersectFunction(geometry, intersect);
+    rtcSetGeometryOccludedFunction(geometry, occlude);
     rtcCommitGeometry(geometry);
-    rtcAttachGeometryByID(hierarchy.get(), geometry, object.index);
+    rtcAttachGeometryByID(to, geometry, id);
     rtcReleaseGeometry(geometry);
+}
+
+void Scene::Impl::forget_bounds() {
+    for (const auto& object : objects) object->bounds = {};
+    for (const auto& shared : shared_objects) shared->primitives.bounds = {};
+    still_instances.bounds = {};
+    moving_instances.bounds = {};
 }
 
 }  // namespace sds_render

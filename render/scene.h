@@ -3,6 +3,9 @@
 // Life of a scene: add objects, commit once, trace from any number of threads. The objects belong to the caller,
 // outlive the scene and do not change after commit.
 //
+// An object may be added any number of times, each with a transform of its own: these are its instances, and they share
+// one hierarchy of the object's primitives. Below, "object" counts instances.
+//
 // The hierarchy works in single precision, in coordinates relative to the scene's center and radius, so that its boxes
 // are equally tight at any size and distance from the origin. The objects themselves see the caller's double-precision
 // rays.
@@ -14,6 +17,7 @@
 #include "qn_geometry/geometry_object.h"
 #include "render/render_thread.h"
 #include "render/render_types.h"
+#include "render/transform.h"
 
 namespace sds_render {
 
@@ -30,8 +34,9 @@ public:
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
 
-    // Returns the object's index, counted from 0 in the order of adding. Not after commit.
-    unsigned int add(const GeometryObject& object);
+    // Returns the object's index, counted from 0 in the order of adding. Not after commit. The transform is in the
+    // objects' time; where it flattens space there is nothing to hit.
+    unsigned int add(const GeometryObject& object, const Transform& transform = {});
 
     // Builds the hierarchy on the threads of the calling arena. Primitives whose box is empty or not finite are left
     // out. Throws std::bad_alloc or std::runtime_error when the build fails; the scene is then empty.
@@ -39,6 +44,7 @@ public:
 
     unsigned int get_object_count() const;
     const GeometryObject& get_object(const unsigned int& index) const;
+    const Transform& get_transform(const unsigned int& index) const;
     const Shutter& get_shutter() const;
     // Box of all primitives over the whole shutter; empty when there is none. Valid after commit.
     const Bbox3& get_bbox() const;

@@ -120,23 +120,35 @@ PrimitiveBounds compute_still_bounds(const CtxShader& shader, const GeometryObje
 
 PrimitiveBounds compute_moving_bounds(const CtxShader& shader, const GeometryObject& object,
                                       const std::vector<double>& times) {
-    const MotionTimes motion(times);
+    return compute_box_bounds(object.get_primitive_count(), times, [&](unsigned int i, double time) {
+        Bbox3 box;
+        object.compute_primitive_bbox_at(CtxEval(shader), i, time, box);
+        return box;
+    });
+}
+
+PrimitiveBounds compute_box_bounds(unsigned int count, const std::vector<double>& times,
+                                   const std::function<Bbox3(unsigned int, double)>& box_at) {
     PrimitiveBounds bounds;
-    bounds.primitive_count = object.get_primitive_count();
+    bounds.primitive_count = count;
+    if (times.size() < 2) {
+        for (unsigned int i = 0; i < count; ++i) bounds.boxes.push_back(box_at(i, times.front()));
+        return bounds;
+    }
+    const MotionTimes motion(times);
     bounds.step_count = static_cast<unsigned int>(motion.steps.size());
-    bounds.boxes.resize(size_t{bounds.primitive_count} * bounds.step_count);
-    for_each_primitive(bounds.primitive_count, [&](unsigned int i) {
-        const CtxEval ctx(shader);
+    bounds.boxes.resize(size_t{count} * bounds.step_count);
+    for_each_primitive(count, [&](unsigned int i) {
         std::vector<Bbox3> seen(motion.all.size());
         Bbox3 travelled = Bbox3::empty();
         bool is_valid = true;
         for (size_t t = 0; t < seen.size(); ++t) {
-            object.compute_primitive_bbox_at(ctx, i, motion.all[t], seen[t]);
+            seen[t] = box_at(i, motion.all[t]);
             is_valid = is_valid && is_valid_box(seen[t]);
             travelled.grow(seen[t]);
         }
         for (unsigned int step = 0; step < bounds.step_count; ++step) {
-            Bbox3& box = bounds.boxes[size_t{step} * bounds.primitive_count + i];
+            Bbox3& box = bounds.boxes[size_t{step} * count + i];
             box = is_valid ? compute_step_box(motion, step, seen) : Bbox3::empty();
             if (is_valid) pad_moving_box(travelled, box);
         }
@@ -176,6 +188,14 @@ void UnitSpace::narrow(const Bbox3& box, float lower[3], float upper[3]) const {
         std::fill_n(upper, 3, -infinity);
         return;
     }
+    const double pad = get_pad(box);
+    for (unsigned int a = 0; a < 3; ++a) {
+        lower[a] = round_down((box.get_min()[a] - m_center[a]) / m_radius - pad);
+        upper[a] = round_up((box.get_max()[a] - m_center[a]) / m_radius + pad);
+    }
+}
+
+double UnitSpace::get_pad(const Bbox3& box) const {
     const Vec3 extent = box.get_max() - box.get_min();
     const double size = std::max({extent[0], extent[1], extent[2]}) / m_radius;
     // Objects narrow a ray to single precision where they stand: far from the origin that moves it by a good part of
@@ -184,11 +204,12 @@ void UnitSpace::narrow(const Bbox3& box, float lower[3], float upper[3]) const {
     for (unsigned int a = 0; a < 3; ++a)
         magnitude = std::max({magnitude, std::fabs(box.get_min()[a]), std::fabs(box.get_max()[a])});
     const double narrowing = 2.0 * std::numeric_limits<float>::epsilon() * magnitude / m_radius;
-    const double pad = 0x1p-18 + 0x1p-17 * size + narrowing;
-    for (unsigned int a = 0; a < 3; ++a) {
-        lower[a] = round_down((box.get_min()[a] - m_center[a]) / m_radius - pad);
-        upper[a] = round_up((box.get_max()[a] - m_center[a]) / m_radius + pad);
-    }
+    return 0x1p-18 + 0x1p-17 * size + narrowing;
+}
+
+Bbox3 UnitSpace::pad(const Bbox3& box) const {
+    const double pad = get_pad(box) * m_radius;
+    return {box.get_min() - Vec3{pad, pad, pad}, box.get_max() + Vec3{pad, pad, pad}};
 }
 
 bool SceneRay::init(const UnitSpace& space, const Vec3& ray_origin, const Vec3& ray_direction, double tnear,

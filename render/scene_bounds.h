@@ -1,6 +1,7 @@
 // Boxes of an object's primitives over the shutter, and the unit space that the hierarchy works in.
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "qn_ctx/ctx_eval.h"
@@ -28,6 +29,11 @@ PrimitiveBounds compute_still_bounds(const CtxShader& shader, const GeometryObje
 PrimitiveBounds compute_moving_bounds(const CtxShader& shader, const GeometryObject& object,
                                       const std::vector<double>& times);
 
+// Boxes of `count` things that move straight between two of `times` (strictly increasing; one for a still scene), each
+// asked for with box_at(thing, time).
+PrimitiveBounds compute_box_bounds(unsigned int count, const std::vector<double>& times,
+                                   const std::function<Bbox3(unsigned int, double)>& box_at);
+
 // Times inside (open, close) at which the object's motion may bend: its samples and time 0. For objects with time
 // samples only.
 void append_sample_times(const GeometryObject& object, double open, double close, std::vector<double>& times);
@@ -47,8 +53,12 @@ public:
     // Single-precision box, rounded outwards and padded so that a ray narrowed by SceneRay never misses what the exact
     // ray meets. A box that is not valid becomes an inverted one.
     void narrow(const Bbox3& box, float lower[3], float upper[3]) const;
+    // The same in double precision and the box's own coordinates.
+    Bbox3 pad(const Bbox3& box) const;
 
 private:
+    double get_pad(const Bbox3& box) const;
+
     Vec3 m_center{0, 0, 0};
     double m_radius = 1.0;
     double m_inverse_radius = 1.0;

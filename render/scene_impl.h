@@ -22,18 +22,49 @@ struct HierarchyRelease {
 using DeviceHandle = std::unique_ptr<std::remove_pointer_t<RTCDevice>, DeviceRelease>;
 using HierarchyHandle = std::unique_ptr<std::remove_pointer_t<RTCScene>, HierarchyRelease>;
 
-struct SceneObject {
+// Primitives of one geometry of a hierarchy. Its user pointer is this part of what they belong to.
+struct BoundedPrimitives {
+    // Only while the hierarchy is built.
+    const UnitSpace* space = nullptr;
+    PrimitiveBounds bounds;
+    SysHandOver build_started, build_finished;
+};
+
+struct SceneObject : BoundedPrimitives {
     bool is_animated() const { return ray_data.has_motion_blur; }
+    // Box over the whole shutter; gives the object its reference.
+    Bbox3 settle_box();
 
     const GeometryObject* object = nullptr;
     unsigned int index = 0;
     GeometryRaytraceData ray_data;
     // One point per object, so that its kernels narrow a ray the same way for all primitives.
     Vec3 reference{0, 0, 0};
-    // Only while the hierarchy is built.
-    const UnitSpace* space = nullptr;
-    PrimitiveBounds bounds;
-    SysHandOver build_started, build_finished;
+};
+
+// An object that its instances share, in a hierarchy and a unit space of its own.
+struct SharedObject {
+    SceneObject primitives;
+    UnitSpace own_space;
+    Bbox3 box = Bbox3::empty();  // with room for hits that kernels accept beside it
+    HierarchyHandle hierarchy;   // null without primitives
+};
+
+struct Instance {
+    unsigned int index = 0;
+    const SharedObject* shared = nullptr;
+    const Transform* transform = nullptr;
+    Matrix4 inverse;  // of a still transform
+};
+
+// Instances of one geometry: all that stand still, or all that move.
+struct InstanceGroup : BoundedPrimitives {
+    std::vector<Instance> instances;
+};
+
+struct SceneEntry {
+    const GeometryObject* object;
+    Transform transform;
 };
 
 struct Scene::Impl {
@@ -41,22 +72,36 @@ struct Scene::Impl {
     CtxShader shader;
     UnitSpace space;
     Bbox3 bbox = Bbox3::empty();
+    std::vector<SceneEntry> entries;
     // Addresses are handed to the hierarchy.
-    std::vector<std::unique_ptr<SceneObject>> objects;
+    std::vector<std::unique_ptr<SceneObject>> objects;  // those without instances
+    std::vector<std::unique_ptr<SharedObject>> shared_objects;
+    InstanceGroup still_instances, moving_instances;
     DeviceHandle device;
     HierarchyHandle hierarchy;  // null until built, and in a scene without primitives
 
+    void sort_entries();
     void set_motion_sampling();
     void compute_bounds();
+    void compute_instance_bounds(InstanceGroup& group, bool moves);
     void build();
-    void attach(SceneObject& object);
+    void build_shared(SharedObject& shared);
+    void forget_bounds();
 
     bool is_moving() const { return shutter.close > shutter.open; }
     float get_hierarchy_time(double time) const;
+
+private:
+    std::vector<double> get_sample_times() const;
+    PrimitiveBounds compute_primitive_bounds(const SceneObject& object) const;
+    template <class Hit, class Occlude>
+    void attach(RTCScene to, BoundedPrimitives& primitives, unsigned int id, Hit* intersect, Occlude* occlude) const;
 };
 
-// Callbacks of the hierarchy for user geometry; its user pointer is a SceneObject.
+// Callbacks of the hierarchy for the primitives of a SceneObject and the instances of an InstanceGroup.
 void intersect_primitive_callback(const RTCIntersectFunctionNArguments* arguments);
 void occlude_primitive_callback(const RTCOccludedFunctionNArguments* arguments);
+void intersect_instance_callback(const RTCIntersectFunctionNArguments* arguments);
+void occlude_instance_callback(const RTCOccludedFunctionNArguments* arguments);
 
 }  // namespace sds_render

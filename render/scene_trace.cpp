@@ -173,6 +173,51 @@ void set_packet_ray(Packet& packet, unsigned int lane, const SceneRay& ray, floa
     packet.hit.instID[0][lane] = RTC_INVALID_GEOMETRY_ID;
 }
 
+// The ray where the instance's object has its own space: t counts in the same lengths.
+bool enter(const Instance& instance, const GeometryRay& ray, GeometryRay& local) {
+    Matrix4 inverse = instance.inverse;
+    if (instance.transform->is_moving() && !invert(instance.transform->at(ray.time), inverse)) return false;
+    local.start(transform_point(inverse, ray.origin), inverse.transform_vector(ray.direction), ray.time);
+    local.tnear = ray.tnear;
+    local.tfar = ray.tfar;
+    local.mode = ray.mode;
+    return true;
+}
+
+void trace_shared(const SharedObject& shared, GeometryRay& ray, float time, RenderThread& thread) {
+    SceneRay narrowed;
+    if (!shared.hierarchy || !narrowed.init(shared.own_space, ray.origin, ray.direction, ray.tnear, ray.tfar)) return;
+    unsigned int unused = no_index;
+    TraceContext trace = make_trace(&ray, &narrowed, &unused, thread);
+    RTCRayHit hierarchy_ray;
+    hierarchy_ray.ray = make_hierarchy_ray(narrowed, time);
+    if (ray.mode == GeometryRayMode::any) {
+        rtcOccluded1(shared.hierarchy.get(), &trace.base, &hierarchy_ray.ray);
+        return;
+    }
+    hierarchy_ray.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+    hierarchy_ray.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
+    rtcIntersect1(shared.hierarchy.get(), &trace.base, &hierarchy_ray);
+}
+
+// Returns true when the ray's hit changed.
+bool offer_instance(const Instance& instance, TraceContext& trace, unsigned int index, float time) {
+    GeometryRay& ray = trace.rays[index];
+    const KeptHit kept = open_ray(ray);
+    GeometryRay local;
+    if (enter(instance, ray, local)) {
+        trace_shared(*instance.shared, local, time, *trace.thread);
+        ray.hit = local.hit;
+        ray.is_finished = local.is_finished;
+        ray.occluder = local.occluder;
+    }
+    return close_ray(ray, kept, instance.index, trace.objects[index]);
+}
+
+const Instance& get_instance(void* user_pointer, unsigned int primitive) {
+    return static_cast<const InstanceGroup&>(*static_cast<const BoundedPrimitives*>(user_pointer)).instances[primitive];
+}
+
 struct Packet8 {
     static constexpr unsigned int width = 8;
     using RayHit = RTCRayHit8;
@@ -188,7 +233,8 @@ struct Packet16 {
 
 void intersect_primitive_callback(const RTCIntersectFunctionNArguments* arguments) {
     auto& trace = *reinterpret_cast<TraceContext*>(arguments->context);
-    const auto& object = *static_cast<const SceneObject*>(arguments->geometryUserPtr);
+    const auto& object =
+        static_cast<const SceneObject&>(*static_cast<const BoundedPrimitives*>(arguments->geometryUserPtr));
     const unsigned int n = arguments->N;
     if (n == 1) {
         auto& hierarchy_ray = *reinterpret_cast<RTCRayHit*>(arguments->rayhit);
@@ -214,12 +260,38 @@ void intersect_primitive_callback(const RTCIntersectFunctionNArguments* argument
 
 void occlude_primitive_callback(const RTCOccludedFunctionNArguments* arguments) {
     auto& trace = *reinterpret_cast<TraceContext*>(arguments->context);
-    const auto& object = *static_cast<const SceneObject*>(arguments->geometryUserPtr);
+    const auto& object =
+        static_cast<const SceneObject&>(*static_cast<const BoundedPrimitives*>(arguments->geometryUserPtr));
     const Lanes lanes(arguments->valid, arguments->ray, arguments->N);
     bool changed[RenderThread::packet_size];
     offer(object, arguments->primID, trace, lanes, changed);
     for (unsigned int i = 0; i < lanes.count; ++i)
         if (changed[i]) RTCRayN_tfar(lanes.rays, arguments->N, lanes.slot[i]) = -std::numeric_limits<float>::infinity();
+}
+
+void intersect_instance_callback(const RTCIntersectFunctionNArguments* arguments) {
+    auto& trace = *reinterpret_cast<TraceContext*>(arguments->context);
+    const Instance& instance = get_instance(arguments->geometryUserPtr, arguments->primID);
+    const unsigned int n = arguments->N;
+    const Lanes lanes(arguments->valid, RTCRayHitN_RayN(arguments->rayhit, n), n);
+    RTCHitN* hits = RTCRayHitN_HitN(arguments->rayhit, n);
+    for (unsigned int i = 0; i < lanes.count; ++i) {
+        const unsigned int ray = lanes.ray[i], slot = lanes.slot[i];
+        if (!offer_instance(instance, trace, ray, RTCRayN_time(lanes.rays, n, slot))) continue;
+        RTCRayN_tfar(lanes.rays, n, slot) = trace.narrowed[ray].get_distance(trace.rays[ray].hit.t);
+        RTCHitN_geomID(hits, n, slot) = arguments->geomID;
+        RTCHitN_primID(hits, n, slot) = arguments->primID;
+    }
+}
+
+void occlude_instance_callback(const RTCOccludedFunctionNArguments* arguments) {
+    auto& trace = *reinterpret_cast<TraceContext*>(arguments->context);
+    const Instance& instance = get_instance(arguments->geometryUserPtr, arguments->primID);
+    const unsigned int n = arguments->N;
+    const Lanes lanes(arguments->valid, arguments->ray, n);
+    for (unsigned int i = 0; i < lanes.count; ++i)
+        if (offer_instance(instance, trace, lanes.ray[i], RTCRayN_time(lanes.rays, n, lanes.slot[i])))
+            RTCRayN_tfar(lanes.rays, n, lanes.slot[i]) = -std::numeric_limits<float>::infinity();
 }
 
 float Scene::Impl::get_hierarchy_time(double time) const {

@@ -110,7 +110,10 @@ const std::vector<Layer>& get_layers() {
         make_vector_layer("N", {"X", "Y", "Z"},
                           [](const SurfacePoint& point) { return point.sample.get_smoothing_normal(); }),
         make_vector_layer("Ng", {"X", "Y", "Z"},
-                          [](const SurfacePoint& point) { return point.sample.get_geometric_normal(); }),
+                          [](const SurfacePoint& point) {
+                              const Vec3& normal = point.sample.get_geometric_normal();
+                              return point.is_mirrored ? -normal : normal;
+                          }),
         make_vector_layer("P", {"X", "Y", "Z"}, [](const SurfacePoint& point) { return point.position; }),
         make_depth_layer(),
         make_vector_layer("st", {"X", "Y"},

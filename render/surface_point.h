@@ -17,10 +17,11 @@ struct SurfacePoint {
     const GeometryObject* object = nullptr;
     unsigned int object_index = no_index;
     GeometryFragment fragment;
-    GeometrySample sample;
-    Vec3 position{0, 0, 0};   // on the ray
-    Vec3 direction{0, 0, 1};  // of the ray, unit
-    double depth = 0.0;       // along the camera's axis
+    GeometrySample sample;     // as the scene sees it
+    bool is_mirrored = false;  // the sample's geometric normal is on the other side
+    Vec3 position{0, 0, 0};    // on the ray
+    Vec3 direction{0, 0, 1};   // of the ray, unit
+    double depth = 0.0;        // along the camera's axis
 };
 
 // Albedo at a hit. Called from many threads at once.

@@ -118,6 +118,7 @@ void TileRenderer::add_hit(const Packet& packet, unsigned int i, Pixel& pixel, R
     point.fragment.v = ray.hit.v;
     point.fragment.time = ray.time;
     point.object->compute_fragment_sample(*point.ctx, point.fragment, point.sample);
+    point.is_mirrored = !place_sample(m_scene->get_transform(point.object_index), ray.time, point.sample);
     point.position = ray.origin + ray.direction * ray.hit.t;
     point.direction = ray.direction;
     point.depth = m_camera->get_depth(point.position);

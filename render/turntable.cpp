@@ -66,10 +66,12 @@ std::vector<Vec3> get_turned_points(const Scene& scene, UpAxis up, unsigned int 
     const Shutter& shutter = scene.get_shutter();
     for (unsigned int i = 0; i < scene.get_object_count(); ++i) {
         const GeometryObject& object = scene.get_object(i);
+        const Transform& transform = scene.get_transform(i);
         for (unsigned int p = 0; p < object.get_primitive_count(); ++p)
             for (const double time : {shutter.open, shutter.close}) {
                 Bbox3 box = Bbox3::empty();
                 object.compute_primitive_bbox_at(ctx, p, time, box);
+                if (!transform.is_identity()) box = transform_box(transform.at(time), box);
                 if (box.get_min().is_finite() && box.get_max().is_finite()) outline.add(box);
             }
     }

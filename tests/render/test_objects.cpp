@@ -138,4 +138,54 @@ Vec3 random_direction(std::mt19937& random) {
     return sds_render::normalised(Vec3{normal(random), normal(random), normal(random)});
 }
 
+Expected find_nearest(const SphereCloud& cloud, const GeometryRay& ray) {
+    using Real = long double;
+    Expected best;
+    const Vec3 offset = cloud.get_offset(ray.time);
+    for (unsigned int s = 0; s < cloud.get_spheres().size(); ++s) {
+        const Sphere& sphere = cloud.get_spheres()[s];
+        Real along = 0, arm_squared = 0, speed_squared = 0;
+        for (unsigned int a = 0; a < 3; ++a) {
+            const Real arm = Real{sphere.center[a]} + Real{offset[a]} - Real{ray.origin[a]};
+            along += arm * Real{ray.direction[a]};
+            arm_squared += arm * arm;
+            speed_squared += Real{ray.direction[a]} * Real{ray.direction[a]};
+        }
+        const Real half_squared =
+            Real{sphere.radius} * Real{sphere.radius} - (arm_squared - along * along / speed_squared);
+        if (!(half_squared >= 0)) continue;
+        for (const Real sign : {-1.0L, 1.0L}) {
+            const auto t =
+                static_cast<double>((along + sign * std::sqrt(half_squared * speed_squared)) / speed_squared);
+            if (t >= ray.tnear && t < ray.tfar && t < best.t) best = {t, s};
+        }
+    }
+    return best;
+}
+
+std::vector<Sphere> make_spheres(unsigned int count, const Vec3& center, double size) {
+    std::mt19937 random(count);
+    std::uniform_real_distribution<double> place(-1.0, 1.0), radius(0.01, 0.12);
+    std::vector<Sphere> spheres(count);
+    for (Sphere& sphere : spheres)
+        sphere = {center + Vec3{place(random), place(random), place(random)} * size, radius(random) * size};
+    return spheres;
+}
+
+std::vector<GeometryRay> make_rays(unsigned int count, const Vec3& center, double size, double distance) {
+    std::mt19937 random(count + 1);
+    std::uniform_real_distribution<double> unit(-1.0, 1.0);
+    const auto any = [&] { return Vec3{unit(random), unit(random), unit(random)}; };
+    std::vector<GeometryRay> rays(count);
+    for (unsigned int i = 0; i < count; ++i) {
+        GeometryRay& ray = rays[i];
+        const Vec3 target = center + any() * size;
+        ray.origin = center + any() * (i % 4 == 0 ? size : distance * size);
+        ray.direction = (target - ray.origin) * std::exp2(8.0 * unit(random));
+        if (i % 3 == 0) ray.tnear = 0.5 * (1.0 + unit(random)) * size / ray.direction.length();
+        if (i % 5 == 0) ray.tfar = distance * size / ray.direction.length();
+    }
+    return rays;
+}
+
 }  // namespace render_test

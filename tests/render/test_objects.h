@@ -1,6 +1,7 @@
 // Geometry objects whose hits have closed forms.
 #pragma once
 
+#include <limits>
 #include <random>
 #include <vector>
 
@@ -71,6 +72,20 @@ private:
     GMathTimeSampling m_sampling;
     std::vector<Vec3> m_offsets;
 };
+
+struct Expected {
+    double t = std::numeric_limits<double>::infinity();
+    unsigned int primitive = sds_render::no_index;
+};
+
+// Nearest sphere by plane geometry in extended precision, one after the other.
+Expected find_nearest(const SphereCloud& cloud, const GeometryRay& ray);
+
+std::vector<Sphere> make_spheres(unsigned int count, const Vec3& center, double size);
+
+// Rays around and inside a ball, aimed at places near it, with directions of any length and windows that cut some hits
+// off.
+std::vector<GeometryRay> make_rays(unsigned int count, const Vec3& center, double size, double distance);
 
 // n x n flat squares of the unit square in the plane z = 0, facing +z, row by row. Edge k of every square is visible
 // when bit k of `visible_edges` is set.
