@@ -36,6 +36,10 @@ constexpr const char* keys[] = {"name", "kind", "type", "extent", "values", "ind
 constexpr unsigned int max_extent = 4096;
 constexpr std::size_t max_count = 0xFFFFFFFEu;
 
+/// Evaluation is in double precision, in which sums and derivatives of doubles need room above them.
+template <class T>
+constexpr T greatest_real = std::is_same_v<T, double> ? T(1e300) : std::numeric_limits<T>::max();
+
 /// What is wrong with one key of a property: "expected what, found what".
 class ValueError : public std::runtime_error {
 public:
@@ -54,7 +58,7 @@ std::optional<T> to_element(N number) {
         return std::isfinite(sds::to_real(half)) ? std::optional<T>(half) : std::nullopt;
     } else if constexpr (std::is_floating_point_v<T>) {
         const T real = static_cast<T>(number);
-        return std::isfinite(real) ? std::optional<T>(real) : std::nullopt;
+        return std::fabs(real) <= greatest_real<T> ? std::optional<T>(real) : std::nullopt;
     } else if constexpr (std::is_floating_point_v<N>) {
         const bool is_held = number == std::trunc(number) &&
                              number >= static_cast<double>(std::numeric_limits<T>::min()) &&
@@ -242,7 +246,9 @@ private:
         if (m_source.extent > 1) place += ", number " + std::to_string(component);
         if (m_source.times.size() > 1) place += ", time " + std::to_string(sample + 1);
         const std::string type = ResourceProperty::get_type_name(m_source.type);
-        throw ValueError("numbers that " + type + " holds", to_text(number) + " in " + place);
+        const bool is_double = type == "float64";
+        throw ValueError("numbers that " + type + " holds" + (is_double ? ", at most 1e300 in size" : ""),
+                         to_text(number) + " in " + place);
     }
 
     void read_indices(const Json& value) {

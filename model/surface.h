@@ -63,15 +63,22 @@ public:
     const SdsMeshGeometry& get_geometry() const { return m_geometry; }
     SdsMeshGeometry& get_geometry() { return m_geometry; }
 
+    /// Throws std::invalid_argument for a time that is not finite or at which the motion vectors may have carried a
+    /// vertex beyond the range of coordinates, so that nothing but finite numbers comes of the others. Every time that
+    /// a caller names is asked about here.
+    void check_time(double time) const;
+
     /// A renderable mesh at a tessellation level, 0 for the limit surface. It refers to this surface.
     SdsMesh make_mesh(unsigned int level) const;
 
+    std::size_t get_memory_size() const;  ///< bytes of base, geometry and maps
     const std::vector<Stage>& get_stages() const { return m_stages; }
     double get_build_seconds() const;  ///< the outermost stages together
 
 private:
     Surface(std::shared_ptr<SdsMeshBase> base, std::shared_ptr<SdsMeshMaps> maps, const SdsMeshGeometry& geometry)
         : m_base(std::move(base)), m_maps(std::move(maps)), m_geometry(geometry) {}
+    void measure(std::span<const float> positions, std::span<const float> motion);
     void build_base(const CageView& cage, const SurfaceModes& modes, AppProgressBar& progress);
     void build_maps(const CageView& cage, const std::vector<UvSource>& further_uvs, SdsMeshMaps::InterpolationMode mode,
                     AppProgressBar& progress);
@@ -79,6 +86,8 @@ private:
     std::shared_ptr<SdsMeshBase> m_base;
     std::shared_ptr<SdsMeshMaps> m_maps;
     SdsMeshGeometry m_geometry;
+    double m_reach = 0.0;     ///< greatest coordinate at rest
+    double m_velocity = 0.0;  ///< greatest component of the motion vectors
     std::vector<Stage> m_stages;
 };
 

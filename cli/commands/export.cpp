@@ -1,11 +1,12 @@
 #include "cli/commands/export.h"
 
-#include "cli/interrupt.h"
 #include "cli/options/common_options.h"
 #include "cli/options/load_cage.h"
 #include "cli/options/usage_error.h"
 #include "io/npy.h"
 #include "io/obj/write_obj.h"
+#include "model/array_size.h"
+#include "model/build_estimate.h"
 #include "model/mesh_properties.h"
 #include "model/sample_grid.h"
 #include "model/tessellate.h"
@@ -47,7 +48,9 @@ void add_grid_option(CLI::App& command, const std::string& flag, GridOutput& out
 }
 
 void check_options(const ExportOptions& options) {
-    if (!std::isfinite(options.time)) throw UsageError("--time: not finite");
+    // Motion goes on along its vectors: later the largest that are accepted would leave single precision.
+    constexpr double latest_time = 1e9;
+    if (!(std::fabs(options.time) <= latest_time)) throw UsageError("--time: not between -1e9 and 1e9");
     std::vector<std::string> paths{options.patches, options.patch_places, options.tessellation, options.samples.path,
                                    options.uvs.path};
     for (const auto& [name, path] : options.properties) paths.push_back(path);
@@ -55,15 +58,13 @@ void check_options(const ExportOptions& options) {
     if (paths.empty())
         throw UsageError(
             "nothing to export: give --patches, --patch-places, --tessellation, --samples, --uv or --property");
-    for (const std::string& path : paths) check_output(path);
+    check_outputs(paths);
 }
 
-void check_uv_map(const ExportOptions& options, const Surface& surface) {
+void check_map(const ExportOptions& options, const Surface& surface) {
     const unsigned int count = surface.get_maps().get_uv_map_count();
-    const bool is_asked_for = !options.uvs.path.empty() || options.uv_map > 0;
-    if (is_asked_for && options.uv_map >= count)
-        throw UsageError("UV map " + std::to_string(options.uv_map) + " of " + options.mesh + ", which has " +
-                         std::to_string(count));
+    if (!options.uvs.path.empty()) check_uv_map("--uv", options.mesh, options.uv_map, count);
+    if (options.uv_map > 0) check_uv_map("--map", options.mesh, options.uv_map, count);
 }
 
 void report_unmapped(const ExportOptions& options, const Surface& surface) {
@@ -75,13 +76,26 @@ void report_unmapped(const ExportOptions& options, const Surface& surface) {
                    " quads are not mapped, their UVs are NaN");
 }
 
-const SurfaceProperty& find_property(const MeshProperties& properties, const std::string& name) {
-    return asked_by("", [&]() -> const SurfaceProperty& { return properties.find(name); });
+/// What is written next to each other takes memory one after the other.
+void check_memory(const ExportOptions& options, const Surface& surface) {
+    const std::size_t quads = surface.get_base().get_primitive_count();
+    const std::size_t held = surface.get_memory_size();
+    const auto check = [&](const std::string& path, const char* what, std::initializer_list<std::size_t> extents,
+                           std::size_t element_size) {
+        if (path.empty()) return;
+        const std::size_t bytes = checked_count(extents, element_size) * element_size;
+        check_memory_limit(what, held + bytes, options.memory_limit);
+    };
+    const std::size_t cells = std::size_t{1} << options.level;
+    const std::size_t samples = std::size_t{options.samples.cells} + 1, uvs = std::size_t{options.uvs.cells} + 1;
+    const std::size_t cell_size = tessellated_cell_size(surface, options.uv_map);
+    check(options.tessellation, "--tessellation", {quads, cells, cells}, cell_size);
+    check(options.samples.path, "--samples", {quads, samples, samples, sample_row_size}, sizeof(double));
+    check(options.uvs.path, "--uv", {quads, uvs, uvs, uv_row_size}, sizeof(double));
 }
 
-template <class T>
-void write_array(const std::string& path, std::span<const std::size_t> shape, const std::vector<T>& values) {
-    write_interruptibly([&](const Cancel& cancel) { write_npy<T>(path, shape, values, cancel); });
+const SurfaceProperty& find_property(const MeshProperties& properties, const std::string& name) {
+    return asked_by("", [&]() -> const SurfaceProperty& { return properties.find(name); });
 }
 
 void export_properties(const ExportOptions& options, const LoadedSurface& loaded) {
@@ -93,45 +107,66 @@ void export_properties(const ExportOptions& options, const LoadedSurface& loaded
         const SurfaceProperty& property = find_property(properties, name);
         const std::size_t shape[] = {mesh.get_base()->get_primitive_count(), side, side,
                                      3 * std::size_t{property.get_extent()}};
-        write_array<double>(path, shape, sample_property(mesh, property, options.property_cells, options.time));
+        write_npy<double>(path, shape, sample_property(mesh, property, options.property_cells, options.time));
     }
+}
+
+/// Tells what is to come when it is much.
+void announce_tessellation(const ExportOptions& options, const Surface& surface) {
+    constexpr std::uint64_t much = std::uint64_t{100} << 20;
+    const std::uint64_t faces = std::uint64_t{surface.get_base().get_primitive_count()} << (2 * options.level);
+    const std::uint64_t bytes = estimate_obj_size(faces, options.uv_map < surface.get_maps().get_uv_map_count());
+    if (bytes < much || options.quiet) return;
+    print_line(options.tessellation + ": note: " + std::to_string(faces) + " faces, about " + to_size_text(bytes));
+}
+
+void export_tessellation(const ExportOptions& options, const Surface& surface, AppProgressBar* progress) {
+    announce_tessellation(options, surface);
+    Tessellation mesh;
+    {
+        const AppProgressTask task(progress, "tessellation", 0.4f);
+        mesh = asked_by("--level: ",
+                        [&] { return tessellate(surface, options.level, options.time, options.uv_map, progress); });
+    }
+    const AppProgressTask task(progress, "write", 0.5f);
+    write_obj(options.tessellation,
+              {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices}, progress);
 }
 
 void run_export(const ExportOptions& options) {
     check_options(options);
-    const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
+    const std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds export");
+    LoadedSurface loaded;
+    {
+        const AppProgressTask task(progress.get(), "build", 0.1f);
+        loaded = load_surface(options, options.motion, progress.get());
+    }
     const Surface& surface = *loaded.surface;
-    check_uv_map(options, surface);
+    check_map(options, surface);
+    asked_by("--time: ", [&] { surface.check_time(options.time); });
+    check_memory(options, surface);
     if (options.statistics) print_build_rate({&loaded, 1});
     const std::size_t quads = surface.get_base().get_primitive_count();
 
     if (!options.properties.empty()) export_properties(options, loaded);
     if (!options.patches.empty()) {
         const std::size_t shape[] = {surface.get_geometry().get_patch_count(), 16, 3};
-        write_array<float>(options.patches, shape, patch_controls(surface, options.time));
+        write_npy<float>(options.patches, shape, patch_controls(surface, options.time));
     }
     if (!options.patch_places.empty()) {
         const std::size_t shape[] = {surface.get_geometry().get_patch_count(), patch_place_size};
-        write_array<std::int32_t>(options.patch_places, shape, patch_places(surface));
+        write_npy<std::int32_t>(options.patch_places, shape, patch_places(surface));
     }
-    if (!options.tessellation.empty()) {
-        const Tessellation mesh =
-            asked_by("--level: ", [&] { return tessellate(surface, options.level, options.time, options.uv_map); });
-        write_interruptibly([&](const Cancel& cancel) {
-            write_obj(options.tessellation,
-                      {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices},
-                      cancel);
-        });
-    }
+    if (!options.tessellation.empty()) export_tessellation(options, surface, progress.get());
     if (!options.samples.path.empty()) {
         const std::size_t side = std::size_t{options.samples.cells} + 1;
         const std::size_t shape[] = {quads, side, side, sample_row_size};
-        write_array<double>(options.samples.path, shape, sample_surface(surface, options.samples.cells, options.time));
+        write_npy<double>(options.samples.path, shape, sample_surface(surface, options.samples.cells, options.time));
     }
     if (!options.uvs.path.empty()) {
         const std::size_t side = std::size_t{options.uvs.cells} + 1;
         const std::size_t shape[] = {quads, side, side, uv_row_size};
-        write_array<double>(options.uvs.path, shape, sample_uvs(surface, options.uvs.cells, options.uv_map));
+        write_npy<double>(options.uvs.path, shape, sample_uvs(surface, options.uvs.cells, options.uv_map));
         report_unmapped(options, surface);
     }
 }
@@ -176,7 +211,7 @@ void add_export_command(CLI::App& program, Action& action) {
     command.add_option("--cells", options->property_cells, "Cells of --property along an edge of a quad")
         ->check(CLI::Range(1u, max_grid_cells))
         ->capture_default_str();
-    command.add_option("--time", options->time, "Time of the motion to export")->capture_default_str();
+    command.add_option("--time", options->time, "Time of the motion to export, -1e9 to 1e9")->capture_default_str();
     set_action(command, action, options, run_export);
 }
 

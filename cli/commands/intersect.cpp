@@ -1,8 +1,8 @@
 #include "cli/commands/intersect.h"
 
-#include "cli/interrupt.h"
 #include "cli/options/common_options.h"
 #include "cli/options/load_cage.h"
+#include "cli/options/usage_error.h"
 #include "io/npy.h"
 #include "io/ray_file.h"
 #include "model/quad_places.h"
@@ -51,7 +51,7 @@ std::vector<double> trace_rays(const sds_render::Scene& scene, const SdsMesh& me
 }
 
 void run_intersect(const IntersectOptions& options) {
-    check_output(options.hits);
+    check_outputs({options.hits});
     const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
     RayFile file = read_rays(options.rays);
     if (file.idle_count > 0 && !options.quiet)
@@ -60,8 +60,11 @@ void run_intersect(const IntersectOptions& options) {
                    " cases, first here");
 
     const SdsMesh mesh = loaded.surface->make_mesh(options.level);
-    sds_render::Scene scene(sds_render::get_shutter_of(
-        file.rays.size(), [&](std::size_t i) -> const GeometryRay& { return file.rays[i]; }));
+    const sds_render::Shutter shutter =
+        sds_render::get_shutter_of(file.rays.size(), [&](std::size_t i) -> const GeometryRay& { return file.rays[i]; });
+    for (const double time : {shutter.open, shutter.close})
+        asked_by((options.rays + ": ").c_str(), [&] { loaded.surface->check_time(time); });
+    sds_render::Scene scene(shutter);
     scene.add(mesh);
     scene.commit();
     const auto begin = std::chrono::steady_clock::now();
@@ -69,7 +72,7 @@ void run_intersect(const IntersectOptions& options) {
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
 
     const std::size_t shape[] = {file.rays.size(), hit_size + (options.samples ? sample_row_size : 0)};
-    write_interruptibly([&](const Cancel& cancel) { write_npy<double>(options.hits, shape, rows, cancel); });
+    write_npy<double>(options.hits, shape, rows);
     if (options.statistics) {
         const auto is_hit = [](const GeometryRay& ray) { return ray.hit.primitive != sds_render::no_index; };
         print_build_rate({&loaded, 1});
@@ -87,7 +90,9 @@ void add_intersect_command(CLI::App& program, Action& action) {
     add_common_options(command, *options);
     add_motion_options(command, options->motion);
     add_level_option(command, options->level);
-    command.add_option("--rays", options->rays, "Rays, .npy: float64 rows ox oy oz dx dy dz tnear tfar [time]")
+    command
+        .add_option("--rays", options->rays,
+                    "Rays, rows of ox oy oz dx dy dz [tnear tfar [time]]: .npy of float64 or float32, or lines of text")
         ->type_name("FILE")
         ->required();
     command.add_option("--hits", options->hits, "Hits, .npy: float64 rows quad u v t; -1 0 0 inf where nothing is hit")

@@ -1,11 +1,12 @@
 #include "cli/commands/render.h"
 
-#include "cli/interrupt.h"
 #include "cli/options/common_options.h"
 #include "cli/options/load_cage.h"
+#include "cli/options/material_color.h"
 #include "cli/options/usage_error.h"
 #include "io/image_files.h"
 #include "io/texture.h"
+#include "model/array_size.h"
 #include "model/mesh_properties.h"
 #include "render/framing.h"
 #include "render/renderer.h"
@@ -38,6 +39,7 @@ struct RenderCommandOptions : CommonOptions {
     bool wire = false;
     std::vector<std::string> aovs;
     std::string texture;
+    std::size_t texture_limit = Texture::default_limit;
     bool checker = false;
     unsigned int uv_map = 0;
     std::vector<double> shutter;
@@ -48,8 +50,11 @@ constexpr unsigned int max_samples = 1u << 16;
 constexpr unsigned int max_views = 256;
 constexpr double checks_per_unit = 16.0;
 
-bool is_exr(const std::string& path) { return path.ends_with(".exr"); }
-bool is_png(const std::string& path) { return path.ends_with(".png"); }
+bool has_suffix(const std::string& path, const char* suffix) {
+    return CLI::detail::to_lower(std::filesystem::path(path).extension().string()) == suffix;
+}
+bool is_exr(const std::string& path) { return has_suffix(path, ".exr"); }
+bool is_png(const std::string& path) { return has_suffix(path, ".png"); }
 
 /// Where a PNG of one layer goes: beside the picture, the layer's name before the suffix.
 std::string layer_path(const std::string& output, const std::string& layer) {
@@ -68,7 +73,7 @@ sds_render::CameraView parse_view(const RenderCommandOptions& options) {
     std::istringstream stream(numbers);
     std::string rest;
     if (!(stream >> view.azimuth >> view.elevation) || (stream >> rest))
-        throw UsageError("--view: '" + text + "' is not \"azimuth elevation\" in degrees");
+        throw UsageError("--view: '" + text + "' is not azimuth and elevation in degrees, such as 35 22");
     if (!std::isfinite(view.azimuth) || !(std::fabs(view.elevation) <= 90.0))
         throw UsageError("--view: the elevation is between -90 and 90 degrees");
     return view;
@@ -131,22 +136,46 @@ std::vector<LoadedSurface> load_surfaces(const RenderCommandOptions& options, Ap
     return loaded;
 }
 
+/// What a picture takes while it is made and written, with what is held besides.
+void check_memory(const RenderCommandOptions& options, const std::vector<LoadedSurface>& loaded,
+                  const std::vector<sds_render::Layer>& layers) {
+    std::size_t channels = 4, held = 0;
+    for (const sds_render::Layer& layer : layers) channels += layer.components.size();
+    for (const LoadedSurface& each : loaded) held += each.surface->get_memory_size();
+    if (!options.texture.empty()) {
+        const std::size_t texture = Texture::read_png_size(options.texture);
+        if (texture > options.texture_limit)
+            throw UsageError("--texture-limit: " + options.texture + " takes " + to_size_text(texture) +
+                             ", more than the limit of " + to_size_text(options.texture_limit));
+        held += texture;
+    }
+    // A file is encoded in memory: the pixels once more, and their bytes at worst as many again.
+    const std::size_t pixel_size = sizeof(float) * (channels + (is_exr(options.output) ? 2 * channels : 2));
+    const std::size_t pixels = checked_count({options.width, options.height}, pixel_size);
+    check_memory_limit("the picture", held + pixels * pixel_size, options.memory_limit);
+}
+
 sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const std::vector<LoadedSurface>& loaded) {
     const bool needs_map = !options.texture.empty() || options.uv_map > 0;
     bool has_colors = false;
     for (std::size_t i = 0; i < loaded.size(); ++i) {
         const unsigned int maps = loaded[i].surface->get_maps().get_uv_map_count();
         has_colors |= loaded[i].surface->get_maps().get_color_map_count() > 0;
-        if (needs_map && options.uv_map >= maps)
-            throw UsageError("UV map " + std::to_string(options.uv_map) + " of " +
-                             (i == 0 ? options.mesh : options.further_meshes[i - 1]) + ", which has " +
-                             std::to_string(maps));
+        if (needs_map)
+            check_uv_map(options.texture.empty() ? "--map" : "--texture",
+                         i == 0 ? options.mesh : options.further_meshes[i - 1], options.uv_map, maps);
     }
     if (!options.texture.empty())
-        return make_texture_color(std::make_shared<const Texture>(Texture::read_png(options.texture)), options.uv_map);
+        return make_texture_color(
+            std::make_shared<const Texture>(Texture::read_png(options.texture, options.texture_limit)), options.uv_map);
     if (options.checker) return sds_render::make_checker(options.uv_map, checks_per_unit);
     if (has_colors) return sds_render::make_map_color(0, sds_render::clay);
-    return sds_render::make_group_color();
+    std::vector<std::string> paths{options.mesh};
+    paths.insert(paths.end(), options.further_meshes.begin(), options.further_meshes.end());
+    const sds_render::SurfaceColor group_color = sds_render::make_group_color();
+    const sds_render::SurfaceColor material_color =
+        make_material_color(loaded, paths, options.uv_map, group_color, options);
+    return material_color ? material_color : group_color;
 }
 
 sds_render::Shutter make_shutter(const RenderCommandOptions& options, const Motion& motion) {
@@ -163,7 +192,7 @@ void check_options(const RenderCommandOptions& options) {
         throw UsageError("--output: '" + options.output + "' ends neither with .png nor with .exr");
     if (is_stream && !options.aovs.empty()) throw UsageError("--aov: layers need a file, not standard output");
     if (is_stream && isatty(STDOUT_FILENO) != 0) throw UsageError("--output: standard output is a terminal");
-    check_output(options.output);
+    check_outputs({options.output});
     if (!options.further_meshes.empty() &&
         (options.motion.has_motion() || !options.uv_files.empty() || !options.property_file.empty()))
         throw UsageError("--motion, --time-samples, --uv and --properties belong to one mesh, and there are " +
@@ -177,13 +206,12 @@ void check_options(const RenderCommandOptions& options) {
 void write_picture(const RenderCommandOptions& options, const sds_render::Image& image,
                    const std::vector<sds_render::Layer>& layers) {
     if (is_exr(options.output)) {
-        write_exr(options.output, image, throw_if_interrupted);
+        write_exr(options.output, image);
         return;
     }
-    write_png(options.output, image, "", throw_if_interrupted);
+    write_png(options.output, image, "");
     if (options.output == "-") return;
-    for (const sds_render::Layer& layer : layers)
-        write_png(layer_path(options.output, layer.name), image, layer.name, throw_if_interrupted);
+    for (const sds_render::Layer& layer : layers) write_png(layer_path(options.output, layer.name), image, layer.name);
 }
 
 void print_statistics(const std::vector<LoadedSurface>& loaded, double hierarchy_seconds,
@@ -204,20 +232,23 @@ void run_render(const RenderCommandOptions& options) {
     render_options.samples = options.samples;
     render_options.shading.wire = options.wire;
 
-    const InterruptScope interrupts;
     std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds render");
     std::vector<LoadedSurface> loaded;
     {
         const AppProgressTask task(progress.get(), "build", 0.1f);
         loaded = load_surfaces(options, progress.get());
     }
-    render_options.shading.color = make_color(options, loaded);
     std::vector<SdsMesh> meshes;
     meshes.reserve(loaded.size());
     for (const LoadedSurface& mesh : loaded) meshes.push_back(mesh.surface->make_mesh(options.level));
     const MeshProperties properties(loaded[0].properties, loaded[0].get_cage(), meshes[0]);
     render_options.layers = make_layers(names, properties);
-    sds_render::Scene scene(make_shutter(options, loaded[0].motion));
+    check_memory(options, loaded, render_options.layers);
+    render_options.shading.color = make_color(options, loaded);
+    const sds_render::Shutter shutter = make_shutter(options, loaded[0].motion);
+    for (const double time : {shutter.open, shutter.close})
+        asked_by("--shutter: ", [&] { loaded[0].surface->check_time(time); });
+    sds_render::Scene scene(shutter);
     const auto begin = std::chrono::steady_clock::now();
     {
         const AppProgressTask task(progress.get(), "hierarchy", 0.05f);
@@ -234,7 +265,6 @@ void run_render(const RenderCommandOptions& options) {
                                                render_options, progress.get())
                 : sds_render::render(scene, sds_render::frame_scene(scene, view, options.width, options.height),
                                      render_options, progress.get());
-        throw_if_interrupted();
         write_picture(options, rendering.image, render_options.layers);
         statistics = rendering.statistics;
     }
@@ -255,8 +285,8 @@ void add_picture_options(CLI::App& command, RenderCommandOptions& options) {
     command.add_option("--samples", options.samples, "Samples per pixel; powers of two spread best")
         ->check(CLI::Range(1u, max_samples))
         ->capture_default_str();
-    command.add_option("--view", options.view, "\"azimuth elevation\" of the camera in degrees, \"35 22\" by default")
-        ->type_name("TEXT");
+    command.add_option("--view", options.view, "Azimuth and elevation of the camera in degrees, 35 22 by default")
+        ->type_name("A E");
     command
         .add_option("--turntable", options.turntable,
                     "A contact sheet: N views from all sides, the first as --view says, in one picture")
@@ -264,7 +294,7 @@ void add_picture_options(CLI::App& command, RenderCommandOptions& options) {
         ->check(CLI::Range(1u, max_views));
     command
         .add_option("--up", options.up, "The axis that points up; azimuth 0 is the side of +z, of -y when z points up")
-        ->check(CLI::IsMember({"x", "y", "z"}))
+        ->transform(CLI::IsMember({"x", "y", "z"}, CLI::ignore_case))
         ->capture_default_str()
         ->type_name("AXIS");
 }
@@ -289,7 +319,13 @@ void add_render_command(CLI::App& program, Action& action) {
         ->type_name("NAMES")
         ->allow_extra_args(false);
     CLI::Option* texture =
-        command.add_option("--texture", options->texture, "PNG on the surface, through its UVs")->type_name("FILE");
+        command
+            .add_option(
+                "--texture", options->texture,
+                "PNG on the surface, through its UVs, before vertex colors and the Kd and map_Kd of mtllib files")
+            ->type_name("FILE");
+    add_size_option(command, "--texture-limit", options->texture_limit,
+                    "Refuse a texture that takes more, 1G by default");
     command.add_flag("--checker", options->checker, "Squares on the surface, through its UVs")->excludes(texture);
     command.add_option("--map", options->uv_map, "UV map of --texture and --checker, 0 the mesh's own")
         ->capture_default_str();

@@ -1,21 +1,26 @@
 #include "cli/options/common_options.h"
 
-#include "cli/interrupt.h"
 #include "cli/options/usage_error.h"
 #include "io/atomic_file.h"
+#include "io/utf8.h"
 #include "qn_app_base/app_terminal_progress.h"
 
-#include <unistd.h>
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
+#include <charconv>
+#include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
+#include <set>
+#include <string_view>
 
 namespace sds_cli {
 
 namespace {
+
+bool is_same_word(const std::string& a, const std::string& b) {
+    return CLI::detail::to_lower(a) == CLI::detail::to_lower(b);
+}
 
 template <class Value>
 struct Choice {
@@ -31,7 +36,7 @@ void add_choice(CLI::App& command, const std::string& flag, Value& value, const 
         std::replace(text.begin(), text.end(), '-', '_');
         std::string known;
         for (const Choice<Value>& choice : choices) {
-            if (text == choice.name || text == std::to_string(static_cast<unsigned int>(choice.value))) {
+            if (is_same_word(text, choice.name) || text == std::to_string(static_cast<unsigned int>(choice.value))) {
                 value = choice.value;
                 return;
             }
@@ -123,15 +128,36 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
         ->check(CLI::Range(0.0f, 1.0f))
         ->type_name("TAU");
     command.add_option("--threads", options.threads, "Threads to use, 0 for every core")->check(CLI::Range(0u, 1024u));
-    command
-        .add_option("--memory-limit", options.memory_limit,
-                    "Build nothing that needs more memory than this, such as 500M or 2G")
-        ->type_name("SIZE")
-        ->transform(CLI::AsSizeValue(false));
+    add_size_option(
+        command, "--memory-limit", options.memory_limit,
+        "Begin nothing that needs more memory than this, such as 500M or 1.5G: surfaces, pictures, textures, "
+        "arrays");
     command.add_option("--log-level", options.log_level, "0 errors, 1 warnings, 2 statistics, 3 details")
         ->check(CLI::Range(0u, 3u));
-    command.add_flag("--quiet", options.quiet, "Print errors only");
+    command.add_flag("-q,--quiet", options.quiet, "Print errors only");
+    command.add_flag_function(
+        "-v,--verbose", [&options](std::int64_t count) { options.log_level = count > 1 ? 3u : 2u; },
+        "Print statistics, as --log-level 2 does; twice: details");
     command.add_flag("--stats", options.statistics, "Print how long building and tracing took, and their rates");
+}
+
+void add_size_option(CLI::App& command, const std::string& flag, std::size_t& size, const std::string& help) {
+    const auto parse = [flag, &size](const std::string& text) {
+        constexpr std::string_view units = "KMGT";
+        double number = 0.0;
+        const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        std::string unit(stop, text.data() + text.size());
+        std::transform(unit.begin(), unit.end(), unit.begin(), [](char c) { return c >= 'a' ? c - 'a' + 'A' : c; });
+        if (unit.ends_with('B')) unit.pop_back();
+        if (unit.ends_with('I') && unit.size() == 2) unit.pop_back();
+        const std::size_t power = unit.empty() ? 0 : units.find(unit) + 1;
+        const double bytes = std::ldexp(number, static_cast<int>(10 * power));
+        const bool is_known = unit.empty() || (unit.size() == 1 && power != 0);
+        if (error != std::errc{} || !is_known || !(bytes >= 1.0 && bytes < 0x1p63))
+            throw CLI::ValidationError(flag, "'" + text + "' is no size; such as 500M, 1.5G");
+        size = static_cast<std::size_t>(bytes);
+    };
+    command.add_option_function<std::string>(flag, parse, help)->type_name("SIZE");
 }
 
 void add_property_option(CLI::App& command, CommonOptions& options) {
@@ -150,19 +176,6 @@ void add_level_option(CLI::App& command, unsigned int& level) {
         ->check(CLI::Range(0u, max_level));
 }
 
-namespace {
-
-template <class Bar>
-class InterruptibleBar : public Bar {
-public:
-    using Bar::Bar;
-
-protected:
-    bool is_cancelled() override { return get_interrupt() != 0; }
-};
-
-}  // namespace
-
 SurfaceModes get_modes(const CommonOptions& options, const CageRules& rules) {
     SurfaceModes modes = options.modes;
     if (modes.positions == open_borders) {
@@ -178,27 +191,38 @@ SurfaceModes get_modes(const CommonOptions& options, const CageRules& rules) {
 }
 
 std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title) {
-    if (options.quiet) return std::make_unique<InterruptibleBar<AppProgressBar>>();
-    return std::make_unique<InterruptibleBar<AppTerminalProgress>>(stderr, CoreString(title));
+    if (options.quiet) return std::make_unique<AppProgressBar>();
+    return std::make_unique<AppTerminalProgress>(stderr, CoreString(title));
 }
 
-void print_line(const std::string& line) { std::fputs((line + "\n").c_str(), stderr); }
+void check_uv_map(const std::string& option, const std::string& mesh, unsigned int map, unsigned int count) {
+    if (map < count) return;
+    if (count == 0)
+        throw UsageError(option + ": " + mesh +
+                         " has no UVs; an OBJ file says them in vt records and as f v/vt v/vt v/vt");
+    throw UsageError("--map: " + mesh + " has " + std::to_string(count) + (count == 1 ? " UV map" : " UV maps") +
+                     ", the first is 0, there is no " + std::to_string(map));
+}
+
+void print_line(const std::string& line) { std::fputs((printable(line) + "\n").c_str(), stderr); }
 
 void print_text(const std::string& text) {
-    AtomicFile out("-", throw_if_interrupted);
+    AtomicFile out("-");
     out.write(text);
     out.commit();
 }
 
-void check_output(const std::string& path) {
-    if (path == "-") return;
-    namespace fs = std::filesystem;
-    std::error_code error;
-    if (fs::is_directory(path, error)) throw OutputError(path, "is a folder");
-    const fs::path folder = fs::path(path).parent_path();
-    const bool is_special = fs::exists(path, error) && !fs::is_regular_file(path, error);
-    if (!is_special && access(folder.empty() ? "." : folder.c_str(), W_OK) != 0)
-        throw OutputError(path, std::strerror(errno));
+void check_outputs(const std::vector<std::string>& paths) {
+    std::set<std::string> files;
+    for (const std::string& path : paths) {
+        check_writable(path);
+        std::error_code error;
+        const std::filesystem::path file =
+            std::filesystem::weakly_canonical(std::filesystem::absolute(follow_links(path)), error);
+        const bool is_kept = path == "-" || !exists(file, error) || is_regular_file(file, error);
+        if (is_kept && !files.insert(path == "-" ? path : file.string()).second)
+            throw UsageError(path + ": two outputs in one place");
+    }
 }
 
 }  // namespace sds_cli

@@ -244,7 +244,7 @@ void poly_check_colors(unsigned int color_count, const CoreBasicArray<unsigned i
 
 void poly_check_times(const CoreBasicArray<double>& times, PolyFindings& findings) {
     for (unsigned int i = 0; i < times.get_count(); ++i) {
-        if (!std::isfinite(times[i]))
+        if (!std::isfinite(times[i]) || !std::isfinite(times[i] - times[0]))
             findings.record(non_finite_value, {PolyArray::sample_times, none, none, i});
         else if (i > 0 && !(times[i] > times[i - 1]))
             findings.record(times_not_increasing, {PolyArray::sample_times, none, none, i});

@@ -1,5 +1,6 @@
 // Rays and frusta against primitives.
 #include <algorithm>
+#include <cmath>
 
 #include "qn_ctx/ctx_eval.h"
 #include "sds/intersection/bezier_intersection.h"
@@ -11,7 +12,7 @@ using Vec3f = GMathVec3<float>;
 
 namespace {
 
-// Sets the rays' reference point to the object's centre for the duration of a call. Boxes hold finite points only.
+// Sets the rays' reference point to the object's center for the duration of a call. Boxes hold finite points only.
 class ReferencePointScope {
 public:
     ReferencePointScope(GeometryRaytraceCtx& rays, const GMathBbox3<float>& bbox)
@@ -26,13 +27,6 @@ private:
     GeometryRaytraceCtx& m_rays;
     GMathVec3<double> m_former;
 };
-
-float find_largest_coordinate(const GMathBbox3<float>& box) {
-    float largest = 0.0f;
-    for (unsigned int axis = 0; axis < 3; ++axis)
-        largest = std::max({largest, -box.get_min()[axis], box.get_max()[axis]});
-    return largest;
-}
 
 }  // namespace
 
@@ -60,7 +54,7 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
     if (!rays.has_motion_blur()) {
         sds::trace_patch(ctx, primitive,
                          ctx.get_thread()->get_kept_scratch().keep<sds::ControlCache>().get(*geometry, primitive),
-                         count, rays, geometry->is_refined() ? find_largest_coordinate(geometry->get_bbox()) : 0.0f);
+                         count, rays, geometry->get_largest_coordinate());
         return;
     }
     Vec3f controls[16];
@@ -69,9 +63,9 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
     float extent = 0.0f;
     if (geometry->is_refined()) {
         // Where the patch is by then may be farther out than the surface at rest.
-        GMathBbox3<float> box = geometry->get_bbox();
-        for (const Vec3f& c : controls) box.grow(c);
-        extent = find_largest_coordinate(box);
+        extent = geometry->get_largest_coordinate();
+        for (const Vec3f& c : controls)
+            for (unsigned int axis = 0; axis < 3; ++axis) extent = std::max(extent, std::fabs(c[axis]));
     }
     sds::trace_patch(ctx, primitive, sds::ControlLanes(controls), count, rays, extent);
 }

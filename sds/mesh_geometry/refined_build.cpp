@@ -1,6 +1,5 @@
 // The road of refined surfaces: from the polygons of the cage to a flat list of patches with their control points.
 #include <algorithm>
-#include <atomic>
 
 #include "sds/common/progress.h"
 #include "sds/mesh_base/tangent_rules.h"
@@ -42,6 +41,7 @@ unsigned int find_finest_level(const sds::PatchPlaces& places) {
 
 const sds::PatchPlaces& SdsMeshGeometry::get_places() const { return refinement->get_places(); }
 unsigned int SdsMeshGeometry::get_finest_level() const { return refinement->finest_level; }
+float SdsMeshGeometry::get_largest_coordinate() const { return refinement ? refinement->largest_coordinate : 0.0f; }
 unsigned int SdsMeshGeometry::get_patch_count() const {
     return refinement ? refinement->get_places().get_patch_count() : base->get_primitive_count();
 }
@@ -72,22 +72,27 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
             built->topology = refine(cage, mode, positions, progress);
         built->finest_level = find_finest_level(built->get_places());
     }
+    const auto tasks = make_task_manager(built->get_places().get_patch_count());
+    SysThreadTaskManager* const helpers = tasks && tasks->get_thread_count() > 1 ? tasks.get() : nullptr;
     former.reset();
     const bool has_motion = point_cloud.has_velocities();
     {
         const sds::ProgressTask task(progress, "compute refined patches", has_motion ? 0.2f : 0.4f);
-        built->rest.build(*built->topology, positions, sds::NetStorage::where_needed, progress);
+        built->rest.build(*built->topology, positions, sds::NetStorage::where_needed, progress, helpers);
     }
     if (has_motion) {
         const sds::ProgressTask task(progress, "compute refined motion vectors", 0.2f);
-        built->motion.build_like(built->rest, *built->topology, motion_vectors, progress);
+        built->motion.build_like(built->rest, *built->topology, motion_vectors, progress, helpers);
     } else {
         built->motion = {};
     }
     if (!is_update && has_fixed_depth) built->topology->drop_levels();
     refinement = built;
     bind_view();
-    build_boxes(0.2f, make_task_manager(get_patch_count()).get(), progress);
+    build_boxes(0.2f, tasks.get(), progress);
+    for (unsigned int axis = 0; axis < 3; ++axis)
+        built->largest_coordinate = std::max(
+            {axis == 0 ? 0.0f : built->largest_coordinate, -arrays.bbox.get_min()[axis], arrays.bbox.get_max()[axis]});
 }
 
 std::shared_ptr<const sds::RefinedTopology> SdsMeshGeometry::get_refined_levels() const {
@@ -104,19 +109,16 @@ void SdsMeshGeometry::keep_refined_levels() {
 }
 
 const sds::RefinedPatches& SdsMeshGeometry::get_refined_sample(const unsigned int& sample) const {
-    std::atomic<sds::RefinedPatches*>& slot = corner_cache->patches[sample];
-    if (const sds::RefinedPatches* patches = slot.load(std::memory_order_acquire)) return *patches;
-    const SysThreadLockGuard guard(*sample_lock);
-    if (const sds::RefinedPatches* patches = slot.load(std::memory_order_relaxed)) return *patches;
-    auto patches = std::make_unique<sds::RefinedPatches>();
-    const CoreBasicArray<Vec3f> vertices = get_vertices_sample(sample);
-    if (base->get_subdivision() == nullptr)
-        patches->build(*refinement->topology, vertices, sds::NetStorage::where_needed);
-    else
-        patches->build(*refinement->topology, take_control_positions(sample), sds::NetStorage::where_needed);
-    slot.store(patches.get(), std::memory_order_release);
-    advert_memory_changed();
-    return *patches.release();
+    const auto make = [&] {
+        auto patches = std::make_unique<sds::RefinedPatches>();
+        const CoreBasicArray<Vec3f> vertices = get_vertices_sample(sample);
+        if (base->get_subdivision() == nullptr)
+            patches->build(*refinement->topology, vertices, sds::NetStorage::where_needed);
+        else
+            patches->build(*refinement->topology, take_control_positions(sample), sds::NetStorage::where_needed);
+        return patches;
+    };
+    return *corner_cache->patches.get(sample, *sample_lock, make, [this] { advert_memory_changed(); });
 }
 
 sds::PatchArrays SdsMeshGeometry::get_refined_arrays() const {

@@ -8,12 +8,12 @@ void SdsMeshMaps::set_vertices_interpolation(const CoreArray<unsigned int>& quad
                                              const InterpolationMode& mode, CoreArray<SdsMeshBase::VertexInfo>& infos) {
     using Mode = InterpolationMode;
     using Rule = SdsMeshBase::VertexRule;
-    const bool keeps_corners =
-        mode == Mode::corners_and_seams_fixed || mode == Mode::corners_plus1 || mode == Mode::corners_plus2;
     const bool smooths = mode == Mode::smoothed_seam_corners_fixed || mode == Mode::smoothed_seams_fixed;
+    const bool fixes_corners =
+        mode == Mode::corners_and_seams_fixed || mode == Mode::corners_plus1 || mode == Mode::corners_plus2;
     SdsMeshBase::set_vertices_by_rule(quad_indices, map_edges,
                                       smooths         ? Rule::all_smoothed
-                                      : keeps_corners ? Rule::corners_fixed
+                                      : fixes_corners ? Rule::corners_fixed
                                                       : static_cast<Rule>(mode),
                                       infos);
     if (mode == Mode::smoothed_seam_corners_fixed)

@@ -20,13 +20,9 @@ struct LevelValues {
     CoreArray<Sums> sums;
 
     void reserve(unsigned int face_count, unsigned int vertex_count) {
-        points.reserve(vertex_count);
+        points.reserve(vertex_count + 1);  // kernels read one number behind the last
         face_points.reserve(face_count);
         sums.reserve(vertex_count);
-    }
-    size_t get_memory_size() const {
-        return sizeof(Value) * size_t{points.get_count()} + sizeof(Value) * size_t{face_points.get_count()} +
-               sizeof(Sums) * size_t{sums.get_count()};
     }
 };
 

@@ -5,6 +5,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <csignal>
 #include <cstdio>
 #include <sstream>
 #include <string>
@@ -36,8 +37,16 @@ SdsRun run_sds_and(const ScratchFolder& folder, std::vector<std::string> argumen
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    // What the tests were started to ignore is none of the program's affair.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t all;
+    sigfillset(&all);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     pid_t pid = 0;
-    const int failure = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    const int failure = posix_spawn(&pid, argv[0], &actions, &attributes, argv.data(), environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     SdsRun run;
     if (failure != 0) return run;
@@ -56,6 +65,20 @@ inline SdsRun run_sds(const ScratchFolder& folder, std::vector<std::string> argu
                       const std::vector<std::string>& more = {}) {
     arguments.insert(arguments.end(), more.begin(), more.end());
     return run_sds_and(folder, std::move(arguments), [](pid_t) {});
+}
+
+// Runs shell commands in the folder, with the built program found as `sds`.
+inline SdsRun run_shell(const ScratchFolder& folder, const std::string& script) {
+    const std::string bin = std::filesystem::path(QN_SDS_PROGRAM_PATH).parent_path();
+    const std::string file =
+        folder.write(".script", "cd '" + folder.path("") + "'\nPATH='" + bin + "':$PATH\n" + script);
+    const std::string command = "bash '" + file + "' > '" + folder.path(".o") + "' 2> '" + folder.path(".e") + "'";
+    SdsRun run;
+    run.code = WEXITSTATUS(std::system(command.c_str()));
+    run.out = ScratchFolder::read(folder.path(".o"));
+    run.err = ScratchFolder::read(folder.path(".e"));
+    for (const char* name : {".script", ".o", ".e"}) std::filesystem::remove(folder.path(name));
+    return run;
 }
 
 #define EXPECT_SUCCESS(run) EXPECT_EQ((run).code, 0) << (run).err

@@ -9,6 +9,7 @@
 #include "oracles/moving_surface.h"
 #include "oracles/refined_surface.h"
 #include "qn_ctx/ctx_eval.h"
+#include "sds/refinement/regular_kernels/regular_kernels.h"
 #include "support/recorders.h"
 
 namespace {
@@ -249,6 +250,80 @@ TEST(RefinedGeometry, UpdatesEqualFreshBuilds) {
 }
 
 // Holes and borders that are open have no patches; the areas are those of the others.
+// Also where patches far from the origin store nets, fractional creases blend leaves, and many quads share a vertex.
+TEST(RefinedGeometry, ThreadsGiveTheSameBits) {
+    std::vector<TaggedCage> cages{tag_cage(make_torus(24, 16)), tag_cage(make_pole(40)), tag_cage(make_sheet(12))};
+    const std::vector<unsigned int> quad(cages[0].mesh.indices.begin(), cages[0].mesh.indices.begin() + 4);
+    sharpen(cages[0], {quad[0], quad[1], quad[2]}, 4.3f);
+    cages.push_back(cages[0]);
+    for (Vec3f& p : cages.back().mesh.positions) p += Vec3f(3000.0f, 0.0f, 0.0f);
+    for (const TaggedCage& cage : cages) {
+        SCOPED_TRACE(cage.mesh.name);
+        sds::RefinedTopology topology;
+        build_topology(cage, 3, topology);
+        const CoreArray<Vec3f> positions = to_core_array(cage.mesh.positions);
+        for (const auto storage : {sds::NetStorage::where_needed, sds::NetStorage::all}) {
+            sds::RefinedPatches alone, together;
+            alone.build(topology, positions, storage);
+            SysThreadArena(4).execute([&] {
+                SysThreadTaskManager tasks;
+                together.build(topology, positions, storage, nullptr, &tasks);
+            });
+            const size_t patches = alone.get_patch_count();
+            ASSERT_EQ(patches, together.get_patch_count());
+            ASSERT_EQ(alone.get_net_count(), together.get_net_count());
+            EXPECT_EQ(to_vectors(alone.get_controls(), 16 * patches),
+                      to_vectors(together.get_controls(), 16 * patches));
+            EXPECT_EQ(to_vectors(alone.get_nets(), 24 * size_t{alone.get_net_count()}),
+                      to_vectors(together.get_nets(), 24 * size_t{alone.get_net_count()}));
+            EXPECT_TRUE(std::equal(alone.get_net_offsets().begin(), alone.get_net_offsets().end(),
+                                   together.get_net_offsets().begin()));
+        }
+        // The kernels round what is computed for other values too; inner controls are nobody else's.
+        const RefinedSurface exact(cage, 3);
+        for (size_t c = 2; c < exact.controls.size(); c += 4)
+            ASSERT_EQ(exact.patches.get_controls()[c], Vec3f(exact.controls[c])) << c;
+    }
+}
+
+// On smooth cages whose one level has emitted faces that nothing is handed to.
+TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
+    for (const ZooMesh& mesh : {make_torus(13, 9), make_cut_torus()}) {
+        SCOPED_TRACE(mesh.name);
+        const RefinedSurface surface(tag_cage(mesh), 0);
+        const sds::RefinementLevel& level = surface.topology.get_level(0);
+        std::vector<double> points(3 * mesh.positions.size() + 1);
+        for (unsigned int i = 0; i + 1 < points.size(); ++i)
+            points[i] = static_cast<double>(mesh.positions[i / 3][i % 3]);
+        for (const sds::RegularKernels* const* set = sds::get_all_regular_kernels(); *set != nullptr; ++set) {
+            std::vector<double> limits(4 * mesh.positions.size());
+            std::vector<unsigned char> is_known(mesh.positions.size());
+            std::vector<Vec3f> controls(16 * size_t{surface.patch_count()});
+            std::vector<unsigned int> offsets(surface.patch_count());
+            sds::RegularFaces faces{};
+            faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
+            faces.patches = level.face_patches.get_data();
+            faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
+            faces.faces = level.corner_faces.get_data();
+            faces.edge_bits = level.edges.quad_edge_flags.get_data();
+            faces.vertices = level.corner_vertices.get_data();
+            faces.opposites = level.edges.opposite_edges.get_data();
+            faces.points = points.data();
+            faces.limits = limits.data();
+            faces.is_known = is_known.data();
+            faces.controls = controls[0].get_data();
+            faces.net_offsets = offsets.data();
+            faces.emitted = static_cast<unsigned char>(sds::FaceState::emitted);
+            (*set)->compute_controls(faces, 0, level.candidate_count);
+            for (unsigned int f = 0; f < level.candidate_count; ++f) {
+                if (level.states[f] != sds::FaceState::emitted) continue;
+                const size_t first = 16 * size_t{level.face_patches[f]};
+                EXPECT_EQ(std::memcmp(&controls[first], surface.patches.get_controls() + first, 16 * sizeof(Vec3f)), 0);
+            }
+        }
+    }
+}
+
 TEST(RefinedGeometry, HolesHaveNoPatches) {
     for (const char* name : {"cube", "prism7_uvs", "sheet_dart"})
         for (const bool opens : {false, true}) {
