@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -95,5 +96,21 @@ struct ControlCage {
                 uv_points, uv_indices,     vertex_colors,   corner_sharpness, vertex_sharpness, holes};
     }
 };
+
+/// Values per face-corner (`of_edges`: of the edge that leaves it) of polygons that are turned over: the first corner
+/// of each stays the first, the others follow the other way round.
+template <class T>
+void turn_corners_over(const std::vector<std::uint32_t>& polygon_counts, bool of_edges, std::vector<T>& values) {
+    if (values.empty()) return;
+    auto begin = values.begin();
+    for (const std::uint32_t count : polygon_counts) {
+        const auto end = begin + static_cast<std::ptrdiff_t>(count);
+        std::reverse(of_edges || count == 0 ? begin : begin + 1, end);
+        begin = end;
+    }
+}
+
+/// Turns every polygon over, for files whose polygons run clockwise seen from outside.
+void turn_over(ControlCage& cage);
 
 }  // namespace sds_model

@@ -311,10 +311,11 @@ void add_render_command(CLI::App& program, Action& action) {
     add_property_option(command, *options);
     command.add_flag("--wire", options->wire, "Draw the edges of the cage on the surface");
     command
-        .add_option("--aov", options->aovs,
-                    "Layers, separated by commas: N Ng P Z st uv id object group color checker, and prop:NAME for a "
-                    "property. In an .exr they are channels (P, N, uv, id, Z by default), beside a .png pictures "
-                    "FILE.LAYER.png")
+        .add_option(
+            "--aov", options->aovs,
+            "Layers, separated by commas: N Ng P Z st uv id object group color checker lines, and prop:NAME for a "
+            "property. In an .exr they are channels (P, N, uv, id, Z by default), beside a .png pictures "
+            "FILE.LAYER.png")
         ->type_name("NAMES")
         ->allow_extra_args(false);
     CLI::Option* texture =

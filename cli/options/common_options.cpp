@@ -80,6 +80,10 @@ constexpr Choice<UvMode> uv_modes[] = {
     {"cornersPlus2", UvMode::corners_plus2},
 };
 
+constexpr Choice<bool> crease_methods[] = {{"uniform", false}, {"chaikin", true}};
+constexpr Choice<bool> triangle_rules[] = {{"catmullClark", false}, {"smooth", true}};
+constexpr Choice<bool> orientations[] = {{"rightHanded", false}, {"leftHanded", true}};
+
 constexpr Choice<FractionalSharpness> fractional_choices[] = {
     {"exact", FractionalSharpness::exact},
     {"sharp", FractionalSharpness::harden},
@@ -104,6 +108,12 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
         command, "--fractional", options.fractional, fractional_choices,
         "What becomes of a sharpness between 0 and 10: exact (the default; without isolation it is sharp), sharp "
         "(infinitely so) or drop");
+    add_choice(command, "--crease-method", options.modes.chaikin, crease_methods,
+               "How fractional sharpness decays: uniform (the default) or chaikin, as a file's creasemethod says too");
+    add_choice(command, "--triangle-rule", options.modes.smooth_triangles, triangle_rules,
+               "How triangles weigh in the first step: catmullClark (the default) or smooth, as smoothtriangles says");
+    add_choice(command, "--orientation", options.is_left_handed, orientations,
+               "Which way polygons run seen from outside: rightHanded (counterclockwise, the default) or leftHanded");
     command
         .add_option(
             "--isolation", options.modes.depth,
@@ -173,6 +183,10 @@ SurfaceModes get_modes(const CommonOptions& options, const CageRules& rules) {
         modes.positions = PositionMode::corners_fixed;
         modes.open_borders = true;
     }
+    if (modes.depth == 0 && modes.chaikin)
+        throw UsageError("--crease-method: chaikin needs an --isolation of 1 and more");
+    if (modes.depth == 0 && modes.smooth_triangles)
+        throw UsageError("--triangle-rule: smooth needs an --isolation of 1 and more");
     return follow_rules(modes, rules, options.has_border_rule);
 }
 

@@ -41,6 +41,7 @@ ReadObjResult load_cage(const std::string& path, const CommonOptions& common, Ca
     for (const Finding& finding : read.findings.get_entries())
         if (!errors_only || severity_of(finding.code) == Severity::error) print_line(to_text(finding));
     if (!read.cage) throw CageError(path, std::move(read.findings));
+    if (common.is_left_handed) turn_over(*read.cage);
     return read;
 }
 
@@ -75,6 +76,9 @@ LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& mot
     for (const UvSource& map : uvs) loaded.uv_joins.push_back(map.join);
     loaded.motion = load_motion(motion, common, loaded.get_cage());
     if (!common.property_file.empty()) loaded.properties = read_properties(common.property_file, loaded.get_cage());
+    if (common.is_left_handed)
+        for (PropertySource& property : loaded.properties)
+            turn_corners_over(loaded.get_cage().polygon_counts, false, property.indices);
     const SurfaceModes modes = get_modes(common, loaded.get_cage().rules);
     if (common.memory_limit != 0) {
         const bool has_motion = !loaded.motion.vectors.empty();
