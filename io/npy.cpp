@@ -38,9 +38,7 @@ constexpr std::string_view type_code(type_letters<T>.data(), type_letters<T>.siz
 
 class NpyReader {
 public:
-    NpyReader(std::istream& file, const std::string& path) : m_path(path), m_file(file) {
-        if (!m_file) fail(std::strerror(errno));
-    }
+    NpyReader(std::istream& file, const std::string& path) : m_path(path), m_file(file) {}
 
     NpyArray read() {
         read_header();
@@ -172,12 +170,8 @@ NpyArray read_npy(std::istream& file, const std::string& name) { return NpyReade
 
 NpyArray read_npy(const std::string& path) {
     std::ifstream file(path == "-" ? "/dev/stdin" : path, std::ios::binary);
+    if (!file) throw InputError(path, std::strerror(errno));
     return read_npy(file, path);
-}
-
-NpyArray read_npy_text(std::string_view bytes, const std::string& name) {
-    std::istringstream file{std::string(bytes)};
-    return read_npy(file, name);
 }
 
 template <class T>

@@ -35,9 +35,6 @@ NpyArray read_npy(const std::string& path);
 /// The same from an open stream of bytes; `name` stands for the file in messages.
 NpyArray read_npy(std::istream& file, const std::string& name);
 
-/// The same for a file in memory; `name` stands for it in messages.
-NpyArray read_npy_text(std::string_view bytes, const std::string& name);
-
 /// Writes values with the given shape as an .npy file of version 1.0, whole or not at all; "-" is standard output. The
 /// product of `shape` must be values.size(). Throws OutputError. T is one of the element
 /// types of NpyArray.

@@ -1,7 +1,10 @@
 #include "render/tile.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+
+#include "qn_app_base/app_progress_bar.h"
 
 namespace sds_render {
 
@@ -16,6 +19,25 @@ constexpr double filter_radius = 0.85;
 
 // Distributes x in [0, 1) like a tent over (-1, 1).
 double warp_to_tent(double x) { return x < 0.5 ? std::sqrt(2.0 * x) - 1.0 : 1.0 - std::sqrt(2.0 - 2.0 * x); }
+
+// Gives a cancelled bar the occasion to throw where rays are slow.
+class CancelWatch {
+public:
+    explicit CancelWatch(AppProgressBar* progress) : m_progress(progress) {}
+
+    void ask() {
+        constexpr std::chrono::milliseconds pause{50};
+        if (m_progress == nullptr) return;
+        const auto now = std::chrono::steady_clock::now();
+        if (now - m_last < pause) return;
+        m_last = now;
+        m_progress->increment(0.0f);
+    }
+
+private:
+    AppProgressBar* m_progress;
+    std::chrono::steady_clock::time_point m_last = std::chrono::steady_clock::now();
+};
 
 }  // namespace
 
@@ -32,17 +54,19 @@ TileRenderer::TileRenderer(const Scene& scene, const Camera& camera, const Rende
             m_channels.push_back(image.find_channel(layer.get_channel_name(c)));
 }
 
-void TileRenderer::render_tile(unsigned int tile, RenderThread& thread) const {
+void TileRenderer::render_tile(unsigned int tile, RenderThread& thread, AppProgressBar* progress) const {
     const unsigned int left = tile % m_columns * tile_size, top = tile / m_columns * tile_size;
     const unsigned int right = std::min(left + tile_size, m_camera->get_width());
     const unsigned int bottom = std::min(top + tile_size, m_camera->get_height());
     Packet packet;
     Pixel pixel;
+    CancelWatch watch(progress);
     reset(pixel);
     const auto flush = [&] {
         trace(packet, thread);
         shade(packet, pixel, thread);
         packet.count = 0;
+        watch.ask();
     };
     for (unsigned int block_y = top; block_y < bottom; block_y += block_height)
         for (unsigned int block_x = left; block_x < right; block_x += block_width)

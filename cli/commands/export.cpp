@@ -48,7 +48,9 @@ void add_grid_option(CLI::App& command, const std::string& flag, GridOutput& out
 }
 
 void check_options(const ExportOptions& options) {
-    if (!std::isfinite(options.time)) throw UsageError("--time: not finite");
+    // Motion goes on along its vectors: later the largest that are accepted would leave single precision.
+    constexpr double latest_time = 1e9;
+    if (!(std::fabs(options.time) <= latest_time)) throw UsageError("--time: not between -1e9 and 1e9");
     std::vector<std::string> paths{options.patches, options.patch_places, options.tessellation, options.samples.path,
                                    options.uvs.path};
     for (const auto& [name, path] : options.properties) paths.push_back(path);
@@ -209,7 +211,7 @@ void add_export_command(CLI::App& program, Action& action) {
     command.add_option("--cells", options->property_cells, "Cells of --property along an edge of a quad")
         ->check(CLI::Range(1u, max_grid_cells))
         ->capture_default_str();
-    command.add_option("--time", options->time, "Time of the motion to export")->capture_default_str();
+    command.add_option("--time", options->time, "Time of the motion to export, -1e9 to 1e9")->capture_default_str();
     set_action(command, action, options, run_export);
 }
 

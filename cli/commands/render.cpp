@@ -142,7 +142,13 @@ void check_memory(const RenderCommandOptions& options, const std::vector<LoadedS
     std::size_t channels = 4, held = 0;
     for (const sds_render::Layer& layer : layers) channels += layer.components.size();
     for (const LoadedSurface& each : loaded) held += each.surface->get_memory_size();
-    if (!options.texture.empty()) held += Texture::read_png_size(options.texture);
+    if (!options.texture.empty()) {
+        const std::size_t texture = Texture::read_png_size(options.texture);
+        if (texture > options.texture_limit)
+            throw UsageError("--texture-limit: " + options.texture + " takes " + to_size_text(texture) +
+                             ", more than the limit of " + to_size_text(options.texture_limit));
+        held += texture;
+    }
     // A file is encoded in memory: the pixels once more, and their bytes at worst as many again.
     const std::size_t pixel_size = sizeof(float) * (channels + (is_exr(options.output) ? 2 * channels : 2));
     const std::size_t pixels = checked_count({options.width, options.height}, pixel_size);

@@ -92,8 +92,8 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
     bind_view();
     build_boxes(0.2f, tasks.get(), progress);
     for (unsigned int axis = 0; axis < 3; ++axis)
-        built->largest_coordinate =
-            std::max({axis == 0 ? 0.0f : built->largest_coordinate, -arrays.bbox.get_min()[axis], arrays.bbox.get_max()[axis]});
+        built->largest_coordinate = std::max(
+            {axis == 0 ? 0.0f : built->largest_coordinate, -arrays.bbox.get_min()[axis], arrays.bbox.get_max()[axis]});
 }
 
 std::shared_ptr<const sds::RefinedTopology> SdsMeshGeometry::get_refined_levels() const {

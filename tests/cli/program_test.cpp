@@ -43,6 +43,7 @@ TEST_F(Program, RefusesWrongUsage) {
         {"export", cube, "--samples", "0", npy},
         {"export", cube, "--samples", "x", npy},
         {"export", cube, "--patches", npy, "--time", "nan"},
+        {"export", cube, "--patches", npy, "--time", "1e39"},
         {"export", cube, "--uv", "2", npy, "--map", "1"},
         {"export", cube, "--tessellation", folder.path("out.obj"), "--level", "0"},
         {"intersect", cube, "--hits", npy},

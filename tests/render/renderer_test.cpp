@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <chrono>
 #include <cmath>
 #include <limits>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "oracles/built_surface.h"
 #include "qn_sys/sys_thread.h"
@@ -239,6 +241,33 @@ TEST(Renderer, ABlurredPictureIsTheMeanOfStillOnes) {
         partial += mean[p] > 0.2f && mean[p] < 0.8f ? 1 : 0;
     }
     EXPECT_GT(partial, 50u);
+}
+
+class SlowCloud : public SphereCloud {
+public:
+    using SphereCloud::intersect_primitive;
+    using SphereCloud::SphereCloud;
+    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
+                             GeometryRaytraceCtx& rays) const override {
+        ++offer_count;
+        std::this_thread::sleep_for(std::chrono::milliseconds(60));
+        SphereCloud::intersect_primitive(ctx, primitive, rays);
+    }
+    mutable unsigned int offer_count = 0;
+};
+
+TEST(Renderer, SlowRaysDoNotKeepACancelledPictureGoing) {
+    class CancelledBar : public AppProgressBar {
+        bool is_cancelled() override { return true; }
+    };
+    const SlowCloud cloud({{{0, 0, 0}, 1.0}});
+    const SceneOf scene(cloud);
+    RenderOptions options;
+    options.samples = 1;
+    CancelledBar bar;
+    EXPECT_THROW(render(scene, Camera(scene.get_bbox(), {}, 32, 32), options, &bar), AppCancelled);
+    // One tile, of which the first packet that meets the ball and its shadow rays are traced.
+    EXPECT_LT(cloud.offer_count, 40u);
 }
 
 TEST(Camera, StandsUprightOnEveryAxis) {

@@ -39,6 +39,7 @@ struct RayHits {
     RayHit hits[capacity];
     unsigned int count;
     // Added up over rays.
+    unsigned int step_count;     // halvings, and windows of flat cells
     unsigned int dropped_count;  // hits, and sub-patches that may hold some, behind a full list of nearer ones
     unsigned int
         unsettled_count;  // sub-patches left when the splits ran out, and patches at coarser levels than asked for
