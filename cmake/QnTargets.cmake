@@ -33,10 +33,6 @@ function(qn_configure_target target)
         set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
         target_compile_options(${target} PRIVATE -include "${PROJECT_SOURCE_DIR}/web/toolchain/older_library.h")
     endif()
-    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-        # Reported in C++ by clang alone; a constant may be there for its name.
-        target_compile_options(${target} PRIVATE -Wno-unused-const-variable)
-    endif()
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
         # g++ 12 reports "literal" + std::string as overlapping (its bug 105651).
         target_compile_options(${target} PRIVATE -Wno-restrict)

@@ -10,7 +10,6 @@
 #include <charconv>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -38,7 +37,9 @@ constexpr std::string_view type_code(type_letters<T>.data(), type_letters<T>.siz
 
 class NpyReader {
 public:
-    NpyReader(std::istream& file, const std::string& path) : m_path(path), m_file(file) {}
+    NpyReader(std::istream& file, const std::string& path) : m_path(path), m_file(file) {
+        if (!m_file) fail(std::strerror(errno));
+    }
 
     NpyArray read() {
         read_header();
@@ -170,7 +171,6 @@ NpyArray read_npy(std::istream& file, const std::string& name) { return NpyReade
 
 NpyArray read_npy(const std::string& path) {
     std::ifstream file(path == "-" ? "/dev/stdin" : path, std::ios::binary);
-    if (!file) throw InputError(path, std::strerror(errno));
     return read_npy(file, path);
 }
 

@@ -7,7 +7,6 @@
 #include <istream>
 #include <span>
 #include <string>
-#include <string_view>
 #include <variant>
 #include <vector>
 

@@ -181,14 +181,14 @@ Tessellation tessellate(const Surface& surface, unsigned int level, double time,
     const CtxShader shader;
     const CtxEval ctx(shader);
     const bool is_map_refined = maps.is_uv_map_refined(uv_map);
-    out.uv_points =
-        evaluate_points(uv_grid, quads, cells, nullptr, [&](std::uint32_t q, unsigned int i, unsigned int j) {
-            if (!is_map_refined) return evaluate_uv(q, bases[i], bases[j]);
-            const GeometryFragment at{q, static_cast<double>(i) / cells, static_cast<double>(j) / cells, 0.0, 0.0};
-            Vec3d uvw, du, dv;
-            maps.compute_fragment_uvw(ctx, at, uv_map, uvw, du, dv);
-            return uvw;
-        });
+    const auto evaluate_map = [&](std::uint32_t q, unsigned int i, unsigned int j) {
+        if (!is_map_refined) return evaluate_uv(q, bases[i], bases[j]);
+        const GeometryFragment at{q, static_cast<double>(i) / cells, static_cast<double>(j) / cells, 0.0, 0.0};
+        Vec3d uvw, du, dv;
+        maps.compute_fragment_uvw(ctx, at, uv_map, uvw, du, dv);
+        return uvw;
+    };
+    out.uv_points = evaluate_points(uv_grid, quads, cells, nullptr, evaluate_map);
     out.uv_indices = cell_corners(uv_grid, grid, quads, cells);
     return out;
 }

@@ -28,7 +28,7 @@ struct ObjMesh {
 ObjMesh to_obj_mesh(const sds_model::ControlCage& cage);
 
 /// Writes `mesh` as an OBJ file, whole or not at all; "-" is standard output. Numbers are the shortest that read back
-/// to the same float. Throws OutputError, and what `progress` throws; the bar may be null.
+/// to the same float. Throws OutputError, and what `progress` throws to cancel; the bar may be null.
 void write_obj(const std::string& path, const ObjMesh& mesh, AppProgressBar* progress = nullptr);
 
 /// About how many bytes write_obj takes for as many quads with about as many vertices, and UV points with `has_uvs`.

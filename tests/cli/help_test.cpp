@@ -13,19 +13,6 @@ namespace {
 using testing::HasSubstr;
 using Words = std::set<std::string>;
 
-// Runs shell commands in the folder, with the built program found as `sds`.
-SdsRun run_shell(const ScratchFolder& folder, const std::string& script) {
-    const std::string bin = std::filesystem::path(QN_SDS_PROGRAM_PATH).parent_path();
-    const std::string file =
-        folder.write(".script", "cd '" + folder.path("") + "'\nPATH='" + bin + "':$PATH\n" + script);
-    const std::string command = "bash '" + file + "' > '" + folder.path(".o") + "' 2> '" + folder.path(".e") + "'";
-    SdsRun run;
-    run.code = WEXITSTATUS(std::system(command.c_str()));
-    run.out = ScratchFolder::read(folder.path(".o"));
-    run.err = ScratchFolder::read(folder.path(".e"));
-    return run;
-}
-
 std::vector<std::string> lines_of(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);

@@ -1,6 +1,7 @@
 // What the program refuses, and how it says so.
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "sds_process.h"
@@ -14,45 +15,11 @@ using testing::HasSubstr;
 using Program = InFolder;
 
 TEST_F(Program, RefusesWrongUsage) {
-    const std::string png = folder.path("out.png"), npy = folder.path("out.npy");
-    const std::vector<std::vector<std::string>> wrong = {
-        {},
-        {"paint"},
-        {"info"},
-        {"info", cube, "--nonsense"},
-        {"info", cube, "--interpolation", "round"},
-        {"info", cube, "--uv-interpolation", "9"},
-        {"info", cube, "--threads", "-1"},
-        {"render", cube},
-        {"render", cube, "-o", folder.path("out.jpg")},
-        {"render", cube, "-o", png, "--level", "13"},
-        {"render", cube, "-o", png, "--level", "-1"},
-        {"render", cube, "-o", png, "--width", "0"},
-        {"render", cube, "-o", png, "--samples", "0"},
-        {"render", cube, "-o", png, "--view", "35"},
-        {"render", cube, "-o", png, "--view", "35 nan"},
-        {"render", cube, "-o", png, "--aov", "N,smell"},
-        {"render", cube, "-o", png, "--shutter", "1", "0"},
-        {"render", cube, "-o", png, "--map", "1", "--checker"},
-        {"render", cube, "-o", png, "--times", "0", "1"},
-        {"render", cube, "-o", png, "--time-samples", cube, cube, "--times", "1", "1"},
-        {"render", cube, "-o", png, "--time-samples", cube, cube, "--times", "0"},
-        {"render", cube, "-o", png, "--time-samples", cube, cube, "--times", "0", "inf"},
-        {"render", cube, "-o", png, "--time-samples", cube, "--motion", cube},
-        {"export", cube},
-        {"export", cube, "--samples", "0", npy},
-        {"export", cube, "--samples", "x", npy},
-        {"export", cube, "--patches", npy, "--time", "nan"},
-        {"export", cube, "--patches", npy, "--time", "1e39"},
-        {"export", cube, "--uv", "2", npy, "--map", "1"},
-        {"export", cube, "--tessellation", folder.path("out.obj"), "--level", "0"},
-        {"intersect", cube, "--hits", npy},
-        {"select", cube, "--frustum", cube, "--mode", "near"},
-    };
-    for (const auto& arguments : wrong) {
-        const SdsRun run = run_sds(folder, arguments);
-        EXPECT_EQ(run.code, 2) << testing::PrintToString(arguments) << run.err;
-        EXPECT_FALSE(run.err.empty()) << testing::PrintToString(arguments);
+    std::ifstream lines(QN_SOURCE_DIR "/tests/cli/wrong_usage.txt");
+    for (std::string line; std::getline(lines, line);) {
+        const SdsRun run = run_shell(folder, line);
+        EXPECT_EQ(run.code, 2) << line << run.err;
+        EXPECT_FALSE(run.err.empty()) << line;
     }
     EXPECT_EQ(folder.file_count(), 2u) << "nothing was written";
 }

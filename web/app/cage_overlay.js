@@ -56,6 +56,8 @@ export class CageOverlay {
     edges.setAttribute('color', new BufferAttribute(new Float32Array(graph.pairs.length * 3), 3));
     this.#edges.geometry = this.#hiddenEdges.geometry = edges;
     this.#vertices.geometry = new BufferGeometry().setAttribute('position', attribute);
+    // Of a dense cage, what lies behind the surface is no more than a gray.
+    this.#hiddenEdges.visible = graph.sharpness.length < 4000;
     this.#vertices.material.size = positions.length > 1200 ? 4 : 6;
     this.#place(0, graph.pairs.length);
     this.paint(this.#scheme);

@@ -73,7 +73,8 @@ export class Engine {
 }
 
 /**
- * Runs one call at a time and keeps only the latest that came meanwhile: what a slider or a drag needs.
+ * Runs one call at a time and makes one of all that come meanwhile, the latest before the others: what a slider or a
+ * drag needs.
  * @param {(value: any) => Promise<void>} run
  * @returns {(value: any) => void}
  */
@@ -82,7 +83,7 @@ export function latestOnly(run) {
   /** @type {{value: any} | null} */
   let next = null;
   return async function ask(value) {
-    next = { value };
+    next = { value: { ...next?.value, ...value } };
     if (isRunning) return;
     isRunning = true;
     while (next) {

@@ -49,7 +49,7 @@ const build = latestOnly(async ({ isNew, camera }) => {
     view.cage.set(built.cage, built.edges);
     view.cage.hold(held);
     showNumbers(built.statistics);
-    showFindings(built.notes);
+    showFindings(built.notes, isNew);
     panel.showCage({ creases: built.statistics.crease_edges, sample: cage?.isSample ? cage.name : '' });
     byId('blank').hidden = true;
     if (camera) view.lookFrom(camera);
@@ -79,7 +79,7 @@ async function open(file, { isSample = false, movedVertices = {}, camera } = {})
     const { loaded, notes } = await engine.load(file.text, file.format);
     if (!loaded) {
       notify(`${file.name} was not opened.\n${errorText(notes)}`, 'error');
-      showFindings(notes);
+      showFindings(notes, true);
       tell('refused', `${file.name}: ${errorText(notes)}`);
       if (!cage) byId('blank-text').textContent = 'No cage yet: drop one, or choose an example.';
       return;
@@ -287,7 +287,7 @@ byId('notice-close').addEventListener('click', () => notify(''));
 watchDrops(byId('drop'), openFile);
 watchScheme(byId('scheme'), (scheme) => view.paint(scheme));
 showVertex(-1);
-showFindings([]);
+showFindings([], false);
 
 async function openLinked() {
   try {

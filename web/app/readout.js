@@ -79,10 +79,10 @@ export function showPoint(hit, { isMiss = false } = {}) {
   fill(byId('point'), rows);
 }
 
-/** @param {import('./engine.js').Note[]} notes */
-export function showFindings(notes) {
+/** @param {import('./engine.js').Note[]} notes @param {boolean} isNew they open when they matter and were not seen yet */
+export function showFindings(notes, isNew) {
   byId('finding-count').textContent = notes.length ? String(notes.length) : 'none';
-  byId('d-findings').open = notes.some(({ severity }) => severity !== 'note');
+  if (isNew && notes.some(({ severity }) => severity !== 'note')) byId('d-findings').open = true;
   const items = notes.map(({ severity, place, sentence }) => {
     const item = document.createElement('li');
     item.dataset.severity = severity;

@@ -47,10 +47,6 @@ const vertexShader = /* glsl */ `
 const fragmentShader = /* glsl */ `
   precision highp float;
 
-  uniform int view;
-  uniform bool isFlat;
-  uniform bool hasBorders;
-  uniform bool isGaussian;
   uniform float bendScale;
   uniform vec3 clay;
   uniform vec3 borderColor;
@@ -100,23 +96,34 @@ const fragmentShader = /* glsl */ `
 
   void main() {
     vec3 toEye = normalize(-seenPosition);
-    vec3 n = isFlat ? normalize(cross(dFdx(seenPosition), dFdy(seenPosition))) : normalize(seenNormal);
-    bool isBack = !gl_FrontFacing;
-    if (isBack && !isFlat) n = -n;
-    if (isFlat && dot(n, toEye) < 0.0) n = -n;
+    #ifdef FLAT
+      vec3 n = normalize(cross(dFdx(seenPosition), dFdy(seenPosition)));
+      if (dot(n, toEye) < 0.0) n = -n;
+      vec3 shown = n;
+    #else
+      vec3 n = normalize(seenNormal);
+      if (!gl_FrontFacing) n = -n;
+      vec3 shown = normalize(worldNormal);
+    #endif
 
-    float level = cell.y - 1.0;
     vec3 albedo = clay;
-    bool isShaded = true;
-    if (view == 1) albedo = classColors[int(cell.x + 0.5)];
-    if (view == 2) albedo = levelColors[clamp(int(cell.y + 0.5), 0, 7)];
-    if (view == 3) {
-      vec3 shown = isFlat ? n : normalize(worldNormal);
+    #if VIEW == 1
+      albedo = classColors[int(cell.x + 0.5)];
+    #elif VIEW == 2
+      albedo = levelColors[clamp(int(cell.y + 0.5), 0, 7)];
+    #elif VIEW == 4
+      albedo = mix(vec3(0.27, 0.32, 0.38), vec3(0.90, 0.87, 0.81), checker(onMap * 16.0));
+    #elif VIEW == 6
+      #ifdef GAUSSIAN
+        albedo = diverging(bend.y * bendScale);
+      #else
+        albedo = diverging(bend.x * bendScale);
+      #endif
+    #endif
+
+    #if VIEW == 3
       color = vec4(0.5 + 0.5 * shown, 1.0);
-      isShaded = false;
-    }
-    if (view == 4) albedo = mix(vec3(0.27, 0.32, 0.38), vec3(0.90, 0.87, 0.81), checker(onMap * 16.0));
-    if (view == 5) {
+    #elif VIEW == 5
       vec3 r = reflect(-toEye, n);
       float stripe = atan(r.x, r.y + 1e-9) * 9.0;
       float width = max(fwidth(stripe), 1e-4);
@@ -124,11 +131,12 @@ const fragmentShader = /* glsl */ `
       float dark = smoothstep(0.5 - 0.6 * width, 0.5 + 0.6 * width, wave);
       float fade = clamp(1.6 - width, 0.0, 1.0);
       color = vec4(mix(vec3(0.5), mix(vec3(0.95), vec3(0.10, 0.12, 0.14), dark), fade) * (0.86 + 0.14 * n.z), 1.0);
-      isShaded = false;
-    }
-    if (view == 6) albedo = diverging((isGaussian ? bend.y : bend.x) * bendScale);
-    if (isShaded) color = vec4(lit(albedo, n, toEye) * (isBack ? 0.62 : 1.0), 1.0);
-    if (hasBorders) color.rgb = mix(color.rgb, borderColor, 0.75 * borderCover(level));
+    #else
+      color = vec4(lit(albedo, n, toEye) * (gl_FrontFacing ? 1.0 : 0.62), 1.0);
+    #endif
+    #ifdef BORDERS
+      color.rgb = mix(color.rgb, borderColor, 0.75 * borderCover(cell.y - 1.0));
+    #endif
   }
 `;
 
@@ -137,7 +145,7 @@ const plain = (hex) => {
   return new Color(r, g, b);
 };
 
-/** Colors are those of the screen: nothing converts them. */
+/** Colors are those of the screen: nothing converts them. What is not shown is not compiled in. */
 export function makeSurfaceMaterial() {
   return new ShaderMaterial({
     glslVersion: GLSL3,
@@ -147,11 +155,8 @@ export function makeSurfaceMaterial() {
     polygonOffsetUnits: 1,
     vertexShader,
     fragmentShader,
+    defines: { VIEW: 0 },
     uniforms: {
-      view: { value: 0 },
-      isFlat: { value: false },
-      hasBorders: { value: false },
-      isGaussian: { value: false },
       bendScale: { value: 1 },
       clay: { value: plain('#b98a6a') },
       borderColor: { value: plain('#20242a') },

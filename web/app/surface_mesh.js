@@ -5,6 +5,7 @@ import { makeSurfaceMaterial, views } from './surface_material.js';
 export class SurfaceMesh {
   mesh = new Mesh(new BufferGeometry(), makeSurfaceMaterial());
   #cells = 1;
+  #isFlat = false;
   #usual = [1, 1];
   /** What holds all points, as they were built. @type {{center: number[], radius: number}} */
   ball = { center: [0, 0, 0], radius: 1 };
@@ -29,7 +30,7 @@ export class SurfaceMesh {
     this.mesh.geometry.dispose();
     this.mesh.geometry = geometry;
     this.mesh.visible = true;
-    this.mesh.material.uniforms.isFlat.value = isFlat;
+    this.#isFlat = isFlat;
     this.#usual = built.usualCurvatures;
     this.ball = built.ball;
   }
@@ -57,11 +58,17 @@ export class SurfaceMesh {
 
   /** @param {{view: string, curvature: string, borders: boolean}} look */
   show({ view, curvature, borders }) {
-    const { uniforms } = this.mesh.material;
-    uniforms.view.value = views.findIndex(({ id }) => id === view);
-    uniforms.hasBorders.value = borders;
-    uniforms.isGaussian.value = curvature === 'gaussian';
-    uniforms.bendScale.value = 1 / this.#usual[curvature === 'gaussian' ? 1 : 0];
+    const { material } = this.mesh;
+    const defines = {
+      VIEW: views.findIndex(({ id }) => id === view),
+      ...(this.#isFlat && { FLAT: '' }),
+      ...(borders && { BORDERS: '' }),
+      ...(curvature === 'gaussian' && { GAUSSIAN: '' }),
+    };
+    material.uniforms.bendScale.value = 1 / this.#usual[curvature === 'gaussian' ? 1 : 0];
+    if (JSON.stringify(defines) === JSON.stringify(material.defines)) return;
+    material.defines = defines;
+    material.needsUpdate = true;
   }
 
   get triangleCount() {

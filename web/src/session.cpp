@@ -1,5 +1,6 @@
 #include "web/src/session.h"
 
+#include "model/array_size.h"
 #include "model/array_view.h"
 #include "model/build_estimate.h"
 #include "model/quad_places.h"
@@ -90,7 +91,7 @@ void Session::build(const Settings& settings) {
     modes.positions = settings.positions;
     modes.depth = settings.depth;
     modes = follow_rules(modes, cage.rules, !settings.follows_file);
-    check_memory_limit(estimate_build(cage, {}, false, modes), memory_limit);
+    check_memory_limit("the surface", estimate_build(cage, {}, false, modes).get_peak(), memory_limit);
     auto surface = std::make_unique<Surface>(cage, std::vector<UvSource>{}, std::vector<float>{}, modes, nullptr);
     SurfaceGrid grid;
     grid.evaluate(*surface, settings.level);

@@ -2,12 +2,13 @@
  * How fast the page is, as a table: builds in the browser against the program on one thread, and a vertex that is
  * dragged over 5,000 quads.
  *
- *     node web/tests/measure.mjs [TWIN]     TWIN: a program sds built with -DQN_SIMD_SCALAR=ON; build/bin/sds otherwise
+ *     node web/tests/measure.mjs [TWIN]     TWIN: a program sds built with -DQN_SIMD_SCALAR=ON; build/bin/sds otherwise;
+ *                                           none: the drag alone
  *
  * Both sides take turns, so that what else the machine does falls on both; the fastest of the turns counts.
  */
 import { execFileSync } from 'node:child_process';
-import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { mkdtempSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { closeBrowser, openPage } from './page.mjs';
@@ -16,6 +17,23 @@ import { torus } from './program.mjs';
 
 const program = process.argv[2] ?? sds;
 const turns = 9;
+
+/** Milliseconds of processor time of the browser's processes, which are this one's children's children. */
+function processorTime() {
+  const processes = new Map();
+  for (const id of readdirSync('/proc').filter((name) => /^\d+$/.test(name))) {
+    try {
+      const fields = readFileSync(`/proc/${id}/stat`, 'utf8').split(') ')[1].split(' ');
+      processes.set(Number(id), { parent: Number(fields[1]), ticks: Number(fields[11]) + Number(fields[12]) });
+    } catch {
+      // ended meanwhile
+    }
+  }
+  const isOurs = (id) => id === process.pid || (processes.has(id) && isOurs(processes.get(id).parent));
+  let ticks = 0;
+  for (const [id, entry] of processes) if (id !== process.pid && isOurs(id)) ticks += entry.ticks;
+  return 10 * ticks;
+}
 
 const place = mkdtempSync(join(tmpdir(), 'qn-measure-'));
 const opened = await openPage();
@@ -33,7 +51,7 @@ try {
     ['ring', ring],
     ['large ring', large],
   ];
-  for (const [name, path] of cages)
+  for (const [name, path] of program === 'none' ? [] : cages)
     for (const depth of [0, 2]) {
       if (name === 'large ring') await opened.set('level', '1');
       await opened.set('depth', String(depth));
@@ -56,6 +74,7 @@ try {
   await opened.set('depth', '2');
   await opened.after('built', async () => (await opened.page.$('#file')).uploadFile(ring));
   await opened.set('vertex', '1200');
+  const before = processorTime();
   const drag = await opened.page.evaluate(
     () =>
       new Promise((resolve) => {
@@ -79,10 +98,12 @@ try {
         requestAnimationFrame(step);
       }),
   );
+  const spent = (processorTime() - before) / drag.frames;
   const rate = (n) => (n / drag.seconds).toFixed(0);
   console.log(
     `\nA vertex dragged over 5,000 quads: ${rate(drag.frames)} frames and ${rate(drag.moves)} new surfaces a second, ` +
-      `${drag.work.toFixed(1)} ms of work each in the worker.`,
+      `${drag.work.toFixed(1)} ms of work each in the worker. All processes of the browser take ${spent.toFixed(0)} ms ` +
+      'of processor time a frame, drawing in software included.',
   );
 } finally {
   await opened.close();

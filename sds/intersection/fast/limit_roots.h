@@ -1,6 +1,7 @@
 // Where the limit surface of a sub-patch meets the ray. For the kernels of one instruction set.
 #pragma once
 
+#include "sds/common/cubic_basis.h"
 #include "sds/intersection/fast/plane_patch.h"
 
 namespace sds {
@@ -23,9 +24,8 @@ struct PlaneJet {
 };
 
 inline PlaneJet evaluate_plane(const SimdFloat8* r, float s, float t) {
-    float ws[4], wt[4];
-    set_weights(s, ws);
-    set_weights(t, wt);
+    const CubicBasis<float> along_s(s), along_t(t);
+    const float *ws = along_s.b, *wt = along_t.b;
     const float s1 = 1.0f - s, t1 = 1.0f - t;
     const float slope_s[4] = {3.0f * s1 * s1, 6.0f * s * s1, 3.0f * s * s, 0.0f};
     const float slope_t[3] = {3.0f * t1 * t1, 6.0f * t * t1, 3.0f * t * t};
