@@ -12,7 +12,7 @@ sources = $(shell find $(SOURCE_DIRS) \( -name '*.h' -o -name '*.cpp' -o -name '
 any_of = $(subst $(subst ,, ),|,$(strip $(1)))
 build_preset = cmake --build --preset $(1) -j $(JOBS)
 
-.PHONY: all build render test install package abi accuracy rays bench docs gallery format check check-format \
+.PHONY: all build render test install package abi accuracy rays bench docs gallery first-page format check check-format \
         check-layering check-length \
         tidy asan tsan scalar fuzz clang arm64 web web-test dependencies cross-dependencies clean
 .PHONY: dependencies-program dependencies-tests dependencies-checks dependencies-docs dependencies-all
@@ -45,9 +45,12 @@ build/%/CMakeCache.txt: CMakePresets.json | dependencies
 build: build/all_parts
 	$(call build_preset,release)
 
+# Through the environment, so that a name may hold blanks and quotes.
+render: export MESH := $(MESH)
+render: export OUT := $(OUT)
 render: build/CMakeCache.txt
 	$(call build_preset,release) --target sds
-	build/bin/sds render "$(MESH)" -o "$(OUT)" $(ARGS)
+	build/bin/sds render "$$MESH" -o "$$OUT" $(ARGS)
 
 test: check-layering build
 	ctest --preset release
@@ -97,6 +100,10 @@ docs: build/all_parts | dependencies-docs
 gallery: build/CMakeCache.txt
 	$(call build_preset,release) --target sds
 	scripts/make_gallery $(ARGS)
+
+# The pictures of the manual's first page, by the page's own commands.
+first-page: build
+	tests/docs/check_blocks --build build --keep docs/images/first docs/index.md
 
 format: dependencies-checks
 	$(if $(sources),clang-format -i $(sources))

@@ -5,6 +5,7 @@
 #include "cli/commands/intersect.h"
 #include "cli/commands/render.h"
 #include "cli/commands/select.h"
+#include "cli/options/command_line.h"
 #include "cli/options/common_options.h"
 #include "cli/options/usage_error.h"
 #include "cli/process.h"
@@ -18,6 +19,8 @@
 #include <exception>
 #include <new>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace sds_cli {
 
@@ -47,7 +50,7 @@ int print_answer(const CLI::App& program, const CLI::ParseError& error) {
 int run(int argc, const char* const* argv) {
     CLI::App program("Catmull-Clark limit surfaces of polygon meshes", "sds");
     program.require_subcommand(1);
-    program.set_version_flag("--version", QN_SDS_VERSION);
+    program.set_version_flag("-v,--version", QN_SDS_VERSION);
     Action action;
     add_info_command(program, action);
     add_render_command(program, action);
@@ -55,10 +58,19 @@ int run(int argc, const char* const* argv) {
     add_intersect_command(program, action);
     add_select_command(program, action);
     add_help(program);
+    const std::vector<std::string> words = read_words(argc, argv);
     try {
-        program.parse(argc, argv);
+        program.parse(std::vector<std::string>(words.rbegin(), words.rend()));  // the parser takes the last first
+    } catch (const CLI::Success& asked) {
+        const std::string unknown = describe_unknown_words(program, {words[0]});
+        if (unknown.empty()) return print_answer(program, asked);
+        print_line(unknown);
+        return exit_refused;
     } catch (const CLI::ParseError& error) {
-        return print_answer(program, error);
+        const std::string unknown = describe_unknown_words(program, words);
+        if (unknown.empty()) return print_answer(program, error);
+        print_line(unknown);
+        return exit_refused;
     }
     run_action(action);
     return 0;

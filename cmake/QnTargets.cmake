@@ -12,7 +12,7 @@ function(qn_configure_target target)
     get_target_property(type ${target} TYPE)
     set(rpath "$ORIGIN")
     if(type STREQUAL "EXECUTABLE")
-        set(rpath "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+        set(rpath "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN") # the second for a folder that holds all
     endif()
     target_compile_features(${target} PUBLIC cxx_std_20)
     set_target_properties(
@@ -32,10 +32,6 @@ function(qn_configure_target target)
     if(EMSCRIPTEN) # one static file; addresses in it are known
         set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
         target_compile_options(${target} PRIVATE -include "${PROJECT_SOURCE_DIR}/web/toolchain/older_library.h")
-    endif()
-    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-        # Reported in C++ by clang alone; a constant may be there for its name.
-        target_compile_options(${target} PRIVATE -Wno-unused-const-variable)
     endif()
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
         # g++ 12 reports "literal" + std::string as overlapping (its bug 105651).

@@ -10,7 +10,6 @@
 #include <charconv>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -168,14 +167,11 @@ std::string to_text(const std::vector<std::size_t>& shape) {
     return text + ")";
 }
 
+NpyArray read_npy(std::istream& file, const std::string& name) { return NpyReader(file, name).read(); }
+
 NpyArray read_npy(const std::string& path) {
     std::ifstream file(path == "-" ? "/dev/stdin" : path, std::ios::binary);
-    return NpyReader(file, path).read();
-}
-
-NpyArray read_npy_text(std::string_view bytes, const std::string& name) {
-    std::istringstream file{std::string(bytes)};
-    return NpyReader(file, name).read();
+    return read_npy(file, path);
 }
 
 template <class T>

@@ -4,9 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <istream>
 #include <span>
 #include <string>
-#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -31,8 +31,8 @@ std::string to_text(const std::vector<std::size_t>& shape);
 /// says.
 NpyArray read_npy(const std::string& path);
 
-/// The same for a file in memory; `name` stands for it in messages.
-NpyArray read_npy_text(std::string_view bytes, const std::string& name);
+/// The same from an open stream of bytes; `name` stands for the file in messages.
+NpyArray read_npy(std::istream& file, const std::string& name);
 
 /// Writes values with the given shape as an .npy file of version 1.0, whole or not at all; "-" is standard output. The
 /// product of `shape` must be values.size(). Throws OutputError. T is one of the element

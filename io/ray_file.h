@@ -13,8 +13,9 @@ struct RayFile {
     std::size_t first_idle = 0;  ///< row of the first of them
 };
 
-/// Reads rays from an .npy file of float64 rows (ox oy oz dx dy dz tnear tfar [time]). Throws InputError for another
-/// element type or shape.
+/// Reads rays, rows of ox oy oz dx dy dz [tnear tfar [time]], all of one length: an .npy file of float64 or float32, or
+/// lines of text between blanks or commas, where '#' begins a comment; "-" is standard input. Without tnear and tfar
+/// they are 0 and infinite. Throws InputError for another element type or shape, with the line in a text.
 RayFile read_rays(const std::string& path);
 
 }  // namespace sds_io

@@ -22,9 +22,10 @@ constexpr std::pair<unsigned int, unsigned int> cell_corner_offsets[] = {{0, 0},
 /// Positions at the points of a grid: point(quad, i, j) is one.
 template <class Point>
 std::vector<float> evaluate_points(const WeldedGrid& grid, std::uint32_t quads, unsigned int cells,
-                                   const Point& point) {
+                                   AppProgressBar* progress, const Point& point) {
     std::vector<float> xyz(3 * std::size_t{grid.point_count()});
     for (std::uint32_t q = 0; q < quads; ++q) {
+        if (progress != nullptr) progress->set_value(static_cast<float>(q) / static_cast<float>(quads));
         if (!grid.has_quad(q)) continue;
         for (unsigned int j = 0; j <= cells; ++j)
             for (unsigned int i = 0; i <= cells; ++i) {
@@ -145,7 +146,8 @@ std::size_t tessellated_cell_size(const Surface& surface, unsigned int uv_map) {
     return sizeof(std::uint32_t) + (corners + point) * (has_uvs ? 2 : 1);
 }
 
-Tessellation tessellate(const Surface& surface, unsigned int level, double time, unsigned int uv_map) {
+Tessellation tessellate(const Surface& surface, unsigned int level, double time, unsigned int uv_map,
+                        AppProgressBar* progress) {
     const SdsMeshBase& base = surface.get_base();
     const std::uint32_t quads = base.get_primitive_count();
     const unsigned int cells = base.get_tessellation_sample_count(level) - 1;
@@ -163,7 +165,7 @@ Tessellation tessellate(const Surface& surface, unsigned int level, double time,
     const WeldedGrid grid(quad_indices, base.get_edges().opposite_edges, cells);
     const SdsBezierMesh patches = surface.get_geometry().get_bezier_mesh_at(time);
     PatchEvaluator evaluate([&](std::uint32_t p, Vec3f* c) { patches.get_patch_controls(p, c); });
-    out.positions = evaluate_points(grid, quads, cells, [&](std::uint32_t q, unsigned int i, unsigned int j) {
+    out.positions = evaluate_points(grid, quads, cells, progress, [&](std::uint32_t q, unsigned int i, unsigned int j) {
         if (!is_refined) return evaluate(q, bases[i], bases[j]);
         const auto at = mesh.find_primitive(q, static_cast<double>(i) / cells, static_cast<double>(j) / cells);
         return evaluate(at.primitive, sds::CubicBasis<double>(at.u), sds::CubicBasis<double>(at.v));
@@ -179,13 +181,14 @@ Tessellation tessellate(const Surface& surface, unsigned int level, double time,
     const CtxShader shader;
     const CtxEval ctx(shader);
     const bool is_map_refined = maps.is_uv_map_refined(uv_map);
-    out.uv_points = evaluate_points(uv_grid, quads, cells, [&](std::uint32_t q, unsigned int i, unsigned int j) {
+    const auto evaluate_map = [&](std::uint32_t q, unsigned int i, unsigned int j) {
         if (!is_map_refined) return evaluate_uv(q, bases[i], bases[j]);
         const GeometryFragment at{q, static_cast<double>(i) / cells, static_cast<double>(j) / cells, 0.0, 0.0};
         Vec3d uvw, du, dv;
         maps.compute_fragment_uvw(ctx, at, uv_map, uvw, du, dv);
         return uvw;
-    });
+    };
+    out.uv_points = evaluate_points(uv_grid, quads, cells, nullptr, evaluate_map);
     out.uv_indices = cell_corners(uv_grid, grid, quads, cells);
     return out;
 }

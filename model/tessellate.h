@@ -53,7 +53,8 @@ std::size_t tessellated_cell_size(const Surface& surface, unsigned int uv_map);
 
 /// The flat cells of a level (at least 1) at a time, row by row within each quad of the surface; holes have none.
 /// `uv_map` is ignored when the surface has no such map. Throws std::length_error when the level gives too many
-/// vertices, and what Surface::check_time throws.
-Tessellation tessellate(const Surface& surface, unsigned int level, double time, unsigned int uv_map);
+/// vertices, what Surface::check_time throws, and what `progress` throws to cancel; it may be null.
+Tessellation tessellate(const Surface& surface, unsigned int level, double time, unsigned int uv_map,
+                        AppProgressBar* progress = nullptr);
 
 }  // namespace sds_model

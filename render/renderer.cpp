@@ -31,7 +31,7 @@ Rendering render(const Scene& scene, const Camera& camera, const RenderOptions& 
     for (auto& thread : threads) thread = std::make_unique<RenderThread>(scene.get_shader_ctx());
     const unsigned int count = tiles.get_tile_count();
     sys_parallel_for(count, [&](unsigned int tile, unsigned int worker) {
-        tiles.render_tile(tile, *threads[worker]);
+        tiles.render_tile(tile, *threads[worker], progress);
         if (progress != nullptr) progress->increment(1.0f / static_cast<float>(count));
     });
 

@@ -1,9 +1,13 @@
 #include "render/scene_bounds.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
+#include "qn_geometry/geometry_fragment.h"
+#include "qn_geometry/geometry_sample.h"
 #include "qn_sys/sys_thread.h"
 
 namespace sds_render {
@@ -98,6 +102,77 @@ Bbox3 compute_step_box(const MotionTimes& times, unsigned int step, const std::v
     return box;
 }
 
+// Primitives by the bits of their boxes.
+class KnownPrimitives {
+public:
+    explicit KnownPrimitives(size_t count) : m_slots(std::bit_ceil(2 * count + 1), no_index) {}
+
+    // True when same(earlier) holds for an earlier primitive with the same box; else remembers this one, unless too
+    // many differ in spite of their boxes.
+    template <class Same>
+    bool repeats(const std::vector<Bbox3>& boxes, unsigned int primitive, const Same& same) {
+        constexpr unsigned int most_looks = 32;
+        size_t slot = get_hash(boxes[primitive]);
+        for (unsigned int look = 0; look < most_looks; ++look, ++slot) {
+            unsigned int& known = m_slots[slot & (m_slots.size() - 1)];
+            if (known == no_index) {
+                known = primitive;
+                return false;
+            }
+            const Bbox3 &a = boxes[known], &b = boxes[primitive];
+            if (a.get_min() == b.get_min() && a.get_max() == b.get_max() && same(known)) return true;
+        }
+        return false;
+    }
+
+private:
+    static size_t get_hash(const Bbox3& box) {
+        std::uint64_t hash = 0;
+        for (unsigned int axis = 0; axis < 3; ++axis)
+            for (const double side : {box.get_min()[axis], box.get_max()[axis]}) {
+                hash = (hash ^ std::bit_cast<std::uint64_t>(side + 0.0)) * 0x9E3779B97F4A7C15u;
+                hash ^= hash >> 32;
+            }
+        return hash;
+    }
+
+    std::vector<unsigned int> m_slots;
+};
+
+// Two primitives that agree to the bit at their corners, in positions and in all derivatives that a bicubic patch is
+// made from, are the same patch; the place between them is for flat cells.
+bool is_same_patch(const CtxEval& ctx, const GeometryObject& object, unsigned int first, unsigned int second) {
+    constexpr double places[][2] = {{0.375, 0.625}, {0, 0}, {1, 0}, {1, 1}, {0, 1}};
+    for (const auto& [u, v] : places) {
+        GeometrySample samples[2];
+        for (const unsigned int i : {0u, 1u}) {
+            GeometryFragment fragment;
+            fragment.primitive = i == 0 ? first : second;
+            fragment.u = u;
+            fragment.v = v;
+            object.compute_fragment_sample(ctx, fragment, samples[i]);
+        }
+        if (!(samples[0].get_geometric_position() == samples[1].get_geometric_position() &&
+              samples[0].get_geometric_dpdu() == samples[1].get_geometric_dpdu() &&
+              samples[0].get_geometric_dpdv() == samples[1].get_geometric_dpdv() &&
+              samples[0].get_d2pduv() == samples[1].get_d2pduv()))
+            return false;
+    }
+    return true;
+}
+
+// Of primitives that are the same, a ray's hit is on the first: the others need not be offered.
+void leave_out_repeated(const CtxShader& shader, const GeometryObject& object, std::vector<Bbox3>& boxes) {
+    const CtxEval ctx(shader);
+    KnownPrimitives known(boxes.size());
+    std::vector<unsigned int> repeated;
+    for (unsigned int i = 0; i < boxes.size(); ++i)
+        if (is_valid_box(boxes[i]) &&
+            known.repeats(boxes, i, [&](unsigned int earlier) { return is_same_patch(ctx, object, earlier, i); }))
+            repeated.push_back(i);
+    for (const unsigned int i : repeated) boxes[i] = Bbox3::empty();
+}
+
 }  // namespace
 
 bool is_valid_box(const Bbox3& box) {
@@ -115,6 +190,7 @@ PrimitiveBounds compute_still_bounds(const CtxShader& shader, const GeometryObje
         object.compute_primitive_bbox_at(ctx, i, time, bounds.boxes[i]);
         if (is_valid_box(bounds.boxes[i])) pad_moving_box(bounds.boxes[i], bounds.boxes[i]);
     });
+    if (!is_animated) leave_out_repeated(shader, object, bounds.boxes);
     return bounds;
 }
 

@@ -85,21 +85,25 @@ double Shader::get_key_share(const Facing& facing, double time, const PixelSampl
     return is_blocked(facing, direction, infinity, time, thread) ? 0.0 : cosine;
 }
 
-// Share of cosine-weighted directions that leave the surface freely. What blocks from farther away counts less.
+// Share of cosine-weighted directions that leave the surface freely. The weight of what blocks falls off linearly with
+// its distance.
 double Shader::get_ambient_share(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
                                  RenderThread& thread) const {
     if (m_options.ambient_rays == 0) return 1.0;
     const double reach = m_options.ambient_reach * m_scene->get_radius();
-    unsigned int free_count = 0;
+    double free_share = 0.0;
     for (unsigned int i = 0; i < m_options.ambient_rays; ++i) {
-        const std::uint32_t index = sample * m_options.ambient_rays + i;
-        const SamplePoint at = sampler.get(index, first_dimension_pair + 1);
-        const Vec3 direction = get_disc_point(facing.normal, at) + facing.normal * std::sqrt(1.0 - at.x);
-        // Reaches spread evenly over (0, reach] make the weight of a blocker fall off linearly with its distance.
-        const double way = reach * (1.0 - sampler.get(index, first_dimension_pair + 2).x);
-        free_count += is_blocked(facing, direction, way, time, thread) ? 0 : 1;
+        const SamplePoint at =
+            sampler.get(sample * m_options.ambient_rays + i, first_dimension_pair + 1, m_options.ambient_rays);
+        GeometryRay ray;
+        ray.origin = facing.start;
+        ray.direction = get_disc_point(facing.normal, at) + facing.normal * std::sqrt(1.0 - at.x);
+        ray.tfar = reach;
+        ray.time = time;
+        m_scene->intersect(ray, thread);
+        free_share += ray.hit.primitive == no_index ? 1.0 : ray.hit.t / reach;
     }
-    return static_cast<double>(free_count) / m_options.ambient_rays;
+    return free_share / m_options.ambient_rays;
 }
 
 Color Shader::shade(const SurfacePoint& point, const PixelSampler& sampler, unsigned int sample,

@@ -1,7 +1,10 @@
 #include "render/tile.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+
+#include "qn_app_base/app_progress_bar.h"
 
 namespace sds_render {
 
@@ -16,6 +19,25 @@ constexpr double filter_radius = 0.85;
 
 // Distributes x in [0, 1) like a tent over (-1, 1).
 double warp_to_tent(double x) { return x < 0.5 ? std::sqrt(2.0 * x) - 1.0 : 1.0 - std::sqrt(2.0 - 2.0 * x); }
+
+// Gives a cancelled bar the occasion to throw where rays are slow.
+class CancelWatch {
+public:
+    explicit CancelWatch(AppProgressBar* progress) : m_progress(progress) {}
+
+    void ask() {
+        constexpr std::chrono::milliseconds pause{50};
+        if (m_progress == nullptr) return;
+        const auto now = std::chrono::steady_clock::now();
+        if (now - m_last < pause) return;
+        m_last = now;
+        m_progress->increment(0.0f);
+    }
+
+private:
+    AppProgressBar* m_progress;
+    std::chrono::steady_clock::time_point m_last = std::chrono::steady_clock::now();
+};
 
 }  // namespace
 
@@ -32,17 +54,19 @@ TileRenderer::TileRenderer(const Scene& scene, const Camera& camera, const Rende
             m_channels.push_back(image.find_channel(layer.get_channel_name(c)));
 }
 
-void TileRenderer::render_tile(unsigned int tile, RenderThread& thread) const {
+void TileRenderer::render_tile(unsigned int tile, RenderThread& thread, AppProgressBar* progress) const {
     const unsigned int left = tile % m_columns * tile_size, top = tile / m_columns * tile_size;
     const unsigned int right = std::min(left + tile_size, m_camera->get_width());
     const unsigned int bottom = std::min(top + tile_size, m_camera->get_height());
     Packet packet;
     Pixel pixel;
+    CancelWatch watch(progress);
     reset(pixel);
     const auto flush = [&] {
         trace(packet, thread);
         shade(packet, pixel, thread);
         packet.count = 0;
+        watch.ask();
     };
     for (unsigned int block_y = top; block_y < bottom; block_y += block_height)
         for (unsigned int block_x = left; block_x < right; block_x += block_width)
@@ -59,7 +83,7 @@ void TileRenderer::render_tile(unsigned int tile, RenderThread& thread) const {
 TileRenderer::Sample TileRenderer::make_sample(unsigned int x, unsigned int y, unsigned int index) const {
     Sample sample{x, y, index, x + 0.5, y + 0.5};
     if (m_options->samples == 1) return sample;
-    const SamplePoint at = PixelSampler(x, y).get(index, 0);
+    const SamplePoint at = PixelSampler(x, y, m_options->samples).get(index, 0);
     sample.at_x += filter_radius * warp_to_tent(at.x);
     sample.at_y += filter_radius * warp_to_tent(at.y);
     return sample;
@@ -70,7 +94,8 @@ GeometryRay TileRenderer::make_ray(const Sample& sample) const {
     const Shutter& shutter = m_scene->get_shutter();
     ray.time = shutter.open;
     if (shutter.close > shutter.open)
-        ray.time += (shutter.close - shutter.open) * PixelSampler(sample.x, sample.y).get(sample.index, 1).x;
+        ray.time += (shutter.close - shutter.open) *
+                    PixelSampler(sample.x, sample.y, m_options->samples).get(sample.index, 1).x;
     return ray;
 }
 
@@ -122,7 +147,7 @@ void TileRenderer::add_hit(const Packet& packet, unsigned int i, Pixel& pixel, R
     point.position = ray.origin + ray.direction * ray.hit.t;
     point.direction = ray.direction;
     point.depth = m_camera->get_depth(point.position);
-    pixel.color += m_shader.shade(point, PixelSampler(sample.x, sample.y), sample.index, thread);
+    pixel.color += m_shader.shade(point, PixelSampler(sample.x, sample.y, m_options->samples), sample.index, thread);
     pixel.alpha += 1.0f;
     add_layers(&point, is_nearest, pixel);
 }

@@ -16,8 +16,9 @@ public:
 
     unsigned int get_tile_count() const { return m_columns * m_rows; }
 
-    // Writes the pixels of one tile, and of no other. Different tiles may be rendered at the same time.
-    void render_tile(unsigned int tile, RenderThread& thread) const;
+    // Writes the pixels of one tile, and of no other. Different tiles may be rendered at the same time. Asks
+    // `progress`, which may be null, some times a second whether to go on, however long a ray takes.
+    void render_tile(unsigned int tile, RenderThread& thread, AppProgressBar* progress) const;
 
 private:
     // Camera rays that are traced together.

@@ -6,6 +6,7 @@
 #include "io/npy.h"
 #include "io/obj/write_obj.h"
 #include "model/array_size.h"
+#include "model/build_estimate.h"
 #include "model/mesh_properties.h"
 #include "model/sample_grid.h"
 #include "model/tessellate.h"
@@ -47,7 +48,9 @@ void add_grid_option(CLI::App& command, const std::string& flag, GridOutput& out
 }
 
 void check_options(const ExportOptions& options) {
-    if (!std::isfinite(options.time)) throw UsageError("--time: not finite");
+    // Motion goes on along its vectors: later the largest that are accepted would leave single precision.
+    constexpr double latest_time = 1e9;
+    if (!(std::fabs(options.time) <= latest_time)) throw UsageError("--time: not between -1e9 and 1e9");
     std::vector<std::string> paths{options.patches, options.patch_places, options.tessellation, options.samples.path,
                                    options.uvs.path};
     for (const auto& [name, path] : options.properties) paths.push_back(path);
@@ -58,12 +61,10 @@ void check_options(const ExportOptions& options) {
     check_outputs(paths);
 }
 
-void check_uv_map(const ExportOptions& options, const Surface& surface) {
+void check_map(const ExportOptions& options, const Surface& surface) {
     const unsigned int count = surface.get_maps().get_uv_map_count();
-    const bool is_asked_for = !options.uvs.path.empty() || options.uv_map > 0;
-    if (is_asked_for && options.uv_map >= count)
-        throw UsageError("UV map " + std::to_string(options.uv_map) + " of " + options.mesh + ", which has " +
-                         std::to_string(count));
+    if (!options.uvs.path.empty()) check_uv_map("--uv", options.mesh, options.uv_map, count);
+    if (options.uv_map > 0) check_uv_map("--map", options.mesh, options.uv_map, count);
 }
 
 void report_unmapped(const ExportOptions& options, const Surface& surface) {
@@ -110,11 +111,38 @@ void export_properties(const ExportOptions& options, const LoadedSurface& loaded
     }
 }
 
+/// Tells what is to come when it is much.
+void announce_tessellation(const ExportOptions& options, const Surface& surface) {
+    constexpr std::uint64_t much = std::uint64_t{100} << 20;
+    const std::uint64_t faces = std::uint64_t{surface.get_base().get_primitive_count()} << (2 * options.level);
+    const std::uint64_t bytes = estimate_obj_size(faces, options.uv_map < surface.get_maps().get_uv_map_count());
+    if (bytes < much || options.quiet) return;
+    print_line(options.tessellation + ": note: " + std::to_string(faces) + " faces, about " + to_size_text(bytes));
+}
+
+void export_tessellation(const ExportOptions& options, const Surface& surface, AppProgressBar* progress) {
+    announce_tessellation(options, surface);
+    Tessellation mesh;
+    {
+        const AppProgressTask task(progress, "tessellation", 0.4f);
+        mesh = asked_by("--level: ",
+                        [&] { return tessellate(surface, options.level, options.time, options.uv_map, progress); });
+    }
+    const AppProgressTask task(progress, "write", 0.5f);
+    write_obj(options.tessellation,
+              {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices}, progress);
+}
+
 void run_export(const ExportOptions& options) {
     check_options(options);
-    const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
+    const std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds export");
+    LoadedSurface loaded;
+    {
+        const AppProgressTask task(progress.get(), "build", 0.1f);
+        loaded = load_surface(options, options.motion, progress.get());
+    }
     const Surface& surface = *loaded.surface;
-    check_uv_map(options, surface);
+    check_map(options, surface);
     asked_by("--time: ", [&] { surface.check_time(options.time); });
     check_memory(options, surface);
     if (options.statistics) print_build_rate({&loaded, 1});
@@ -129,12 +157,7 @@ void run_export(const ExportOptions& options) {
         const std::size_t shape[] = {surface.get_geometry().get_patch_count(), patch_place_size};
         write_npy<std::int32_t>(options.patch_places, shape, patch_places(surface));
     }
-    if (!options.tessellation.empty()) {
-        const Tessellation mesh =
-            asked_by("--level: ", [&] { return tessellate(surface, options.level, options.time, options.uv_map); });
-        write_obj(options.tessellation,
-                  {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices});
-    }
+    if (!options.tessellation.empty()) export_tessellation(options, surface, progress.get());
     if (!options.samples.path.empty()) {
         const std::size_t side = std::size_t{options.samples.cells} + 1;
         const std::size_t shape[] = {quads, side, side, sample_row_size};
@@ -188,7 +211,7 @@ void add_export_command(CLI::App& program, Action& action) {
     command.add_option("--cells", options->property_cells, "Cells of --property along an edge of a quad")
         ->check(CLI::Range(1u, max_grid_cells))
         ->capture_default_str();
-    command.add_option("--time", options->time, "Time of the motion to export")->capture_default_str();
+    command.add_option("--time", options->time, "Time of the motion to export, -1e9 to 1e9")->capture_default_str();
     set_action(command, action, options, run_export);
 }
 

@@ -90,7 +90,9 @@ void add_intersect_command(CLI::App& program, Action& action) {
     add_common_options(command, *options);
     add_motion_options(command, options->motion);
     add_level_option(command, options->level);
-    command.add_option("--rays", options->rays, "Rays, .npy: float64 rows ox oy oz dx dy dz tnear tfar [time]")
+    command
+        .add_option("--rays", options->rays,
+                    "Rays, rows of ox oy oz dx dy dz [tnear tfar [time]]: .npy of float64 or float32, or lines of text")
         ->type_name("FILE")
         ->required();
     command.add_option("--hits", options->hits, "Hits, .npy: float64 rows quad u v t; -1 0 0 inf where nothing is hit")

@@ -2,6 +2,7 @@
 
 #include "cli/options/common_options.h"
 #include "cli/options/load_cage.h"
+#include "cli/options/material_color.h"
 #include "cli/options/usage_error.h"
 #include "io/image_files.h"
 #include "io/texture.h"
@@ -49,8 +50,11 @@ constexpr unsigned int max_samples = 1u << 16;
 constexpr unsigned int max_views = 256;
 constexpr double checks_per_unit = 16.0;
 
-bool is_exr(const std::string& path) { return path.ends_with(".exr"); }
-bool is_png(const std::string& path) { return path.ends_with(".png"); }
+bool has_suffix(const std::string& path, const char* suffix) {
+    return CLI::detail::to_lower(std::filesystem::path(path).extension().string()) == suffix;
+}
+bool is_exr(const std::string& path) { return has_suffix(path, ".exr"); }
+bool is_png(const std::string& path) { return has_suffix(path, ".png"); }
 
 /// Where a PNG of one layer goes: beside the picture, the layer's name before the suffix.
 std::string layer_path(const std::string& output, const std::string& layer) {
@@ -69,7 +73,7 @@ sds_render::CameraView parse_view(const RenderCommandOptions& options) {
     std::istringstream stream(numbers);
     std::string rest;
     if (!(stream >> view.azimuth >> view.elevation) || (stream >> rest))
-        throw UsageError("--view: '" + text + "' is not \"azimuth elevation\" in degrees");
+        throw UsageError("--view: '" + text + "' is not azimuth and elevation in degrees, such as 35 22");
     if (!std::isfinite(view.azimuth) || !(std::fabs(view.elevation) <= 90.0))
         throw UsageError("--view: the elevation is between -90 and 90 degrees");
     return view;
@@ -138,7 +142,13 @@ void check_memory(const RenderCommandOptions& options, const std::vector<LoadedS
     std::size_t channels = 4, held = 0;
     for (const sds_render::Layer& layer : layers) channels += layer.components.size();
     for (const LoadedSurface& each : loaded) held += each.surface->get_memory_size();
-    if (!options.texture.empty()) held += Texture::read_png_size(options.texture);
+    if (!options.texture.empty()) {
+        const std::size_t texture = Texture::read_png_size(options.texture);
+        if (texture > options.texture_limit)
+            throw UsageError("--texture-limit: " + options.texture + " takes " + to_size_text(texture) +
+                             ", more than the limit of " + to_size_text(options.texture_limit));
+        held += texture;
+    }
     // A file is encoded in memory: the pixels once more, and their bytes at worst as many again.
     const std::size_t pixel_size = sizeof(float) * (channels + (is_exr(options.output) ? 2 * channels : 2));
     const std::size_t pixels = checked_count({options.width, options.height}, pixel_size);
@@ -151,17 +161,21 @@ sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const s
     for (std::size_t i = 0; i < loaded.size(); ++i) {
         const unsigned int maps = loaded[i].surface->get_maps().get_uv_map_count();
         has_colors |= loaded[i].surface->get_maps().get_color_map_count() > 0;
-        if (needs_map && options.uv_map >= maps)
-            throw UsageError("UV map " + std::to_string(options.uv_map) + " of " +
-                             (i == 0 ? options.mesh : options.further_meshes[i - 1]) + ", which has " +
-                             std::to_string(maps));
+        if (needs_map)
+            check_uv_map(options.texture.empty() ? "--map" : "--texture",
+                         i == 0 ? options.mesh : options.further_meshes[i - 1], options.uv_map, maps);
     }
     if (!options.texture.empty())
         return make_texture_color(
             std::make_shared<const Texture>(Texture::read_png(options.texture, options.texture_limit)), options.uv_map);
     if (options.checker) return sds_render::make_checker(options.uv_map, checks_per_unit);
     if (has_colors) return sds_render::make_map_color(0, sds_render::clay);
-    return sds_render::make_group_color();
+    std::vector<std::string> paths{options.mesh};
+    paths.insert(paths.end(), options.further_meshes.begin(), options.further_meshes.end());
+    const sds_render::SurfaceColor group_color = sds_render::make_group_color();
+    const sds_render::SurfaceColor material_color =
+        make_material_color(loaded, paths, options.uv_map, group_color, options, options.texture_limit);
+    return material_color ? material_color : group_color;
 }
 
 sds_render::Shutter make_shutter(const RenderCommandOptions& options, const Motion& motion) {
@@ -271,8 +285,8 @@ void add_picture_options(CLI::App& command, RenderCommandOptions& options) {
     command.add_option("--samples", options.samples, "Samples per pixel; powers of two spread best")
         ->check(CLI::Range(1u, max_samples))
         ->capture_default_str();
-    command.add_option("--view", options.view, "\"azimuth elevation\" of the camera in degrees, \"35 22\" by default")
-        ->type_name("TEXT");
+    command.add_option("--view", options.view, "Azimuth and elevation of the camera in degrees, 35 22 by default")
+        ->type_name("A E");
     command
         .add_option("--turntable", options.turntable,
                     "A contact sheet: N views from all sides, the first as --view says, in one picture")
@@ -280,7 +294,7 @@ void add_picture_options(CLI::App& command, RenderCommandOptions& options) {
         ->check(CLI::Range(1u, max_views));
     command
         .add_option("--up", options.up, "The axis that points up; azimuth 0 is the side of +z, of -y when z points up")
-        ->check(CLI::IsMember({"x", "y", "z"}))
+        ->transform(CLI::IsMember({"x", "y", "z"}, CLI::ignore_case))
         ->capture_default_str()
         ->type_name("AXIS");
 }
@@ -304,7 +318,11 @@ void add_render_command(CLI::App& program, Action& action) {
         ->type_name("NAMES")
         ->allow_extra_args(false);
     CLI::Option* texture =
-        command.add_option("--texture", options->texture, "PNG on the surface, through its UVs")->type_name("FILE");
+        command
+            .add_option(
+                "--texture", options->texture,
+                "PNG on the surface, through its UVs, before vertex colors and the Kd and map_Kd of mtllib files")
+            ->type_name("FILE");
     add_size_option(command, "--texture-limit", options->texture_limit,
                     "Refuse a texture that takes more, 1G by default");
     command.add_flag("--checker", options->checker, "Squares on the surface, through its UVs")->excludes(texture);

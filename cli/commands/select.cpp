@@ -52,7 +52,7 @@ void add_select_command(CLI::App& program, Action& action) {
         ->type_name("FILE")
         ->required();
     command.add_option("--mode", options->mode, "touch: some part of the quad; inside: all of it")
-        ->check(CLI::IsMember({"touch", "inside"}))
+        ->transform(CLI::IsMember({"touch", "inside"}, CLI::ignore_case))
         ->required();
     command.add_flag("--json", options->json, "Print JSON");
     set_action(command, action, options, run_select);

@@ -18,6 +18,10 @@ namespace sds_cli {
 
 namespace {
 
+bool is_same_word(const std::string& a, const std::string& b) {
+    return CLI::detail::to_lower(a) == CLI::detail::to_lower(b);
+}
+
 template <class Value>
 struct Choice {
     const char* name;
@@ -32,7 +36,7 @@ void add_choice(CLI::App& command, const std::string& flag, Value& value, const 
         std::replace(text.begin(), text.end(), '-', '_');
         std::string known;
         for (const Choice<Value>& choice : choices) {
-            if (text == choice.name || text == std::to_string(static_cast<unsigned int>(choice.value))) {
+            if (is_same_word(text, choice.name) || text == std::to_string(static_cast<unsigned int>(choice.value))) {
                 value = choice.value;
                 return;
             }
@@ -120,7 +124,10 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
         "arrays");
     command.add_option("--log-level", options.log_level, "0 errors, 1 warnings, 2 statistics, 3 details")
         ->check(CLI::Range(0u, 3u));
-    command.add_flag("--quiet", options.quiet, "Print errors only");
+    command.add_flag("-q,--quiet", options.quiet, "Print errors only");
+    command.add_flag_function(
+        "-v,--verbose", [&options](std::int64_t count) { options.log_level = count > 1 ? 3u : 2u; },
+        "Print statistics, as --log-level 2 does; twice: details");
     command.add_flag("--stats", options.statistics, "Print how long building and tracing took, and their rates");
 }
 
@@ -172,6 +179,15 @@ SurfaceModes get_modes(const CommonOptions& options, const CageRules& rules) {
 std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title) {
     if (options.quiet) return std::make_unique<AppProgressBar>();
     return std::make_unique<AppTerminalProgress>(stderr, CoreString(title));
+}
+
+void check_uv_map(const std::string& option, const std::string& mesh, unsigned int map, unsigned int count) {
+    if (map < count) return;
+    if (count == 0)
+        throw UsageError(option + ": " + mesh +
+                         " has no UVs; an OBJ file says them in vt records and as f v/vt v/vt v/vt");
+    throw UsageError("--map: " + mesh + " has " + std::to_string(count) + (count == 1 ? " UV map" : " UV maps") +
+                     ", the first is 0, there is no " + std::to_string(map));
 }
 
 void print_line(const std::string& line) { std::fputs((printable(line) + "\n").c_str(), stderr); }

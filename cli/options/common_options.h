@@ -59,6 +59,9 @@ void add_level_option(CLI::App& command, unsigned int& level);
 /// A progress bar, shown on the standard error stream unless the options ask for quiet.
 std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title);
 
+/// Throws UsageError when a mesh of `count` UV maps has no map `map`, which `option` asks for.
+void check_uv_map(const std::string& option, const std::string& mesh, unsigned int map, unsigned int count);
+
 /// Prints a line to the standard error stream, as printable() has it.
 void print_line(const std::string& line);
 

@@ -58,7 +58,7 @@ constexpr CommandExamples all_examples[] = {
      "sds info cage.obj --interpolation smooth\n"},
     {"render",
      "sds render cage.obj -o picture.png\n"
-     "sds render cage.obj -o close.png --view \"-30 10\" --samples 4 --wire\n"
+     "sds render cage.obj -o close.png --view -30 10 --samples 4 --wire\n"
      "sds render cage.obj -o layers.exr --aov N,Z,id\n"
      "sds render cage.obj -o checks.png --checker --samples 4\n"
      "sds render cage.obj -o flat.png --level 2 --samples 4\n"
@@ -71,6 +71,7 @@ constexpr CommandExamples all_examples[] = {
      "sds export cage.obj --samples 4 samples.npy --uv 4 uvs.npy\n"
      "sds export cage.obj --patches - > patches.npy\n"},
     {"intersect",
+     "echo 0.1 0.2 9 0 0 -1 | sds intersect cage.obj --rays - --hits hits.npy\n"
      "python3 -c \"import numpy; numpy.save('rays.npy', [[0.1, 0.2, 9, 0, 0, -1, 0, numpy.inf]])\"\n"
      "sds intersect cage.obj --rays rays.npy --hits hits.npy\n"
      "sds intersect cage.obj --rays rays.npy --hits hits.npy --samples --level 4\n"},
@@ -92,7 +93,7 @@ std::string make_footer(const std::string& command) {
     for (std::string line; std::getline(lines, line);) footer += "\n  " + line;
     if (command.empty())
         footer +=
-            "\n\nsds COMMAND --help tells more, with examples. MESH and the files may be - for standard input and "
+            "\n\nsds help COMMAND tells more, with examples. MESH and the files may be - for standard input and "
             "output.\nExit codes: 0 done, 1 failed, 2 wrong usage or unusable input, "
             "130 interrupted.";
     return footer;

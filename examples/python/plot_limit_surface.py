@@ -1,6 +1,5 @@
-"""Plots a limit surface with matplotlib: plot_limit_surface.py [MESH [PICTURE]]"""
+"""Plots a limit surface with matplotlib, from the root of the checkout: plot_limit_surface.py [MESH [PICTURE]]"""
 
-import pathlib
 import sys
 
 import matplotlib
@@ -13,8 +12,7 @@ from mpl_toolkits.mplot3d.art3d import Poly3DCollection
 
 import qn_sds
 
-root = pathlib.Path(__file__).resolve().parents[2]
-mesh = sys.argv[1] if len(sys.argv) > 1 else root / "assets" / "turned.obj"
+mesh = sys.argv[1] if len(sys.argv) > 1 else "assets/turned.obj"
 picture = sys.argv[2] if len(sys.argv) > 2 else "limit_surface.png"
 
 surface = qn_sds.load_obj(mesh)

@@ -89,7 +89,7 @@ public:
         swap(copy);
     }
 
-    // Changes the count, keeping the elements below it. New elements of trivial types are left uninitialised.
+    // Changes the count, keeping the elements below it. New elements of trivial types are left uninitialized.
     void resize(const unsigned int& count) {
         if (count < m_count) {
             if constexpr (!std::is_trivially_destructible_v<T>) std::destroy(m_data + count, m_data + m_count);

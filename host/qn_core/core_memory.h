@@ -2,7 +2,7 @@
 //
 // The first touch of a page costs as much as filling it several times over: a build's arrays spend a third of its time
 // there. Storage of one and a half megabytes and more therefore asks the system for pages of two, the last of which is
-// filled by three quarters at least, or stays in small ones. Where the system has none to give nothing is lost. Any
+// filled by three quarters at least, or stays in small ones. A system without such pages is no worse off. Any
 // thread may call.
 #pragma once
 

@@ -13,8 +13,8 @@ public:
     GasScratch& operator=(const GasScratch&) = delete;
     ~GasScratch() { release(); }
 
-    // Uninitialised storage for one T, at a cache-line boundary; its content is lost at the next call with a larger
-    // type. Throws std::bad_alloc on the first use of a size when memory is out.
+    // Uninitialized storage for one T, at a cache-line boundary; its content is lost at the next call with a larger
+    // type. Throws std::bad_alloc when it has to grow and cannot.
     template <class T>
     T& acquire() {
         m_kept = nullptr;

@@ -18,8 +18,6 @@ GeometryPointCloud& GeometryPointCloud::operator=(const GeometryPointCloud& othe
     return *this;
 }
 
-GeometryPointCloud::~GeometryPointCloud() { drop_samples(); }
-
 void GeometryPointCloud::init(const unsigned int& count, const GMathVec3<float>* positions, const float* radii,
                               const GMathVec3<float>* velocities) {
     init(count, radii != nullptr, velocities != nullptr, false);
@@ -47,34 +45,29 @@ void GeometryPointCloud::init_sampling(const GMathTimeSampling& sampling,
     drop_samples();
     m_sampling = sampling;
     m_loader = loader;
-    m_samples = std::make_unique<std::atomic<GMathVec3<float>*>[]>(sampling.get_sample_count());
+    m_samples.reset(sampling.get_sample_count());
 }
 
 const GMathVec3<float>* GeometryPointCloud::get_sample_positions(const unsigned int& sample) const {
-    std::atomic<GMathVec3<float>*>& slot = m_samples[sample];
-    if (const GMathVec3<float>* loaded = slot.load(std::memory_order_acquire)) return loaded;
-    const SysThreadLockGuard guard(*m_lock);
-    if (const GMathVec3<float>* loaded = slot.load(std::memory_order_relaxed)) return loaded;
-    // At least one point, so that a loaded sample of an empty cloud differs from an absent one.
-    std::unique_ptr<GMathVec3<float>[]> positions(new GMathVec3<float>[get_count() + 1u]);
-    m_loader->load(m_sampling, sample, positions.get());
-    slot.store(positions.get(), std::memory_order_release);
-    return positions.release();
+    const auto load = [&] {
+        std::unique_ptr<GMathVec3<float>[]> positions(new GMathVec3<float>[get_count()]);
+        m_loader->load(m_sampling, sample, positions.get());
+        return positions;
+    };
+    return m_samples.get(sample, *m_lock, load, [] {});
 }
 
 size_t GeometryPointCloud::get_memory_size() const {
     size_t size = sizeof(*this) +
                   sizeof(GMathVec3<float>) * (size_t{m_positions.get_count()} + m_velocities.get_count()) +
                   sizeof(float) * m_radii.get_count();
-    for (unsigned int i = 0; i < m_sampling.get_sample_count(); ++i)
-        if (m_samples[i].load(std::memory_order_acquire) != nullptr) size += sizeof(GMathVec3<float>) * get_count();
+    for (unsigned int i = 0; i < m_samples.get_count(); ++i)
+        if (m_samples.find(i) != nullptr) size += sizeof(GMathVec3<float>) * get_count();
     return size;
 }
 
 void GeometryPointCloud::drop_samples() {
-    for (unsigned int i = 0; i < m_sampling.get_sample_count(); ++i)
-        delete[] m_samples[i].load(std::memory_order_relaxed);
-    m_samples.reset();
+    m_samples.reset(0);
     m_sampling = GMathTimeSampling();
     m_loader.reset();
 }

@@ -1,14 +1,12 @@
 // Points with optional radii, velocities and time samples.
 #pragma once
 
-#include <atomic>
-
 #include "qn_core/core_array.h"
 #include "qn_core/core_export.h"
 #include "qn_core/core_shared_pointer.h"
 #include "qn_gmath/gmath_time_sampling.h"
 #include "qn_gmath/gmath_vec.h"
-#include "qn_sys/sys_thread.h"
+#include "qn_sys/sys_lazy_slots.h"
 
 class QN_EXPORT GeometryPointCloud {
 public:
@@ -24,7 +22,7 @@ public:
     // Copies points and velocities; the time samples are shared through their loader and loaded anew.
     GeometryPointCloud(const GeometryPointCloud& other);
     GeometryPointCloud& operator=(const GeometryPointCloud& other);
-    ~GeometryPointCloud();
+    ~GeometryPointCloud() = default;
 
     // Copies `count` points; null radii or velocities mean none. Time samples are dropped.
     void init(const unsigned int& count, const GMathVec3<float>* positions, const float* radii,
@@ -60,7 +58,6 @@ private:
     CoreArray<GMathVec3<float>> m_velocities;
     GMathTimeSampling m_sampling;
     CoreSharedPointer<SampleLoader, CoreSharedCounter> m_loader;
-    // One slot per sample, null until its positions are complete.
-    std::unique_ptr<std::atomic<GMathVec3<float>*>[]> m_samples;
+    SysLazySlots<GMathVec3<float>[]> m_samples;
     std::unique_ptr<SysThreadLock> m_lock;
 };

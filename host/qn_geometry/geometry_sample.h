@@ -2,7 +2,7 @@
 //
 // Units: derivatives are per patch parameter (u and v run over [0, 1] on a patch), the time derivative per unit of
 // time, positions in object space. All normals have unit length and follow the right hand: normal = dP/du x dP/dv,
-// normalised.
+// normalized.
 //
 //   geometric part   what the surface's own first and second derivatives say
 //   smoothing part   the normal field to shade with, continuous where the surface is smooth

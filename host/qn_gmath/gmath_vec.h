@@ -1,4 +1,4 @@
-// Small vectors. Plain aggregates: default construction leaves them uninitialised, all operations are component-wise.
+// Small vectors. Plain aggregates: default construction leaves them uninitialized, all operations are component-wise.
 #pragma once
 
 #include <cmath>

@@ -103,12 +103,23 @@ ObjMesh to_obj_mesh(const ControlCage& cage) {
             cage.corner_creases, cage.corner_sharpness, cage.vertex_sharpness, cage.holes,     cage.rules};
 }
 
-void write_obj(const std::string& path, const ObjMesh& mesh) {
+std::uint64_t estimate_obj_size(std::uint64_t quads, bool has_uvs) {
+    constexpr std::uint64_t digits_of_float = 10;  // with sign and point, of coordinates around 1
+    const std::uint64_t digits_of_index = std::to_string(quads).size();
+    const std::uint64_t vertex = 2 + 3 * (digits_of_float + 1), face = 2 + 4 * (digits_of_index + 1);
+    const std::uint64_t uvs = has_uvs ? 3 + 2 * (digits_of_float + 1) + 4 * (digits_of_index + 1) : 0;
+    return quads * (vertex + face + uvs);
+}
+
+void write_obj(const std::string& path, const ObjMesh& mesh, AppProgressBar* progress) {
     ObjWriter writer(path);
     writer.points("v", mesh.positions, 3);
     writer.points("vt", mesh.uv_points, 2);
-    std::size_t first = 0;
+    constexpr std::size_t reported = std::size_t{1} << 14;  // polygons between two words on the progress
+    std::size_t first = 0, polygon = 0;
     for (const std::uint32_t count : mesh.polygon_counts) {
+        if (progress != nullptr && polygon++ % reported == 0)
+            progress->set_value(static_cast<float>(polygon) / static_cast<float>(mesh.polygon_counts.size()));
         const auto uvs = mesh.uv_indices.empty() ? mesh.uv_indices : mesh.uv_indices.subspan(first, count);
         writer.polygon(mesh.polygon_indices.subspan(first, count), uvs);
         first += count;

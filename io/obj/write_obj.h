@@ -2,6 +2,7 @@
 
 #include "io/atomic_file.h"
 #include "model/control_cage.h"
+#include "qn_app_base/app_progress_bar.h"
 
 #include <cstdint>
 #include <span>
@@ -27,7 +28,10 @@ struct ObjMesh {
 ObjMesh to_obj_mesh(const sds_model::ControlCage& cage);
 
 /// Writes `mesh` as an OBJ file, whole or not at all; "-" is standard output. Numbers are the shortest that read back
-/// to the same float. Throws OutputError.
-void write_obj(const std::string& path, const ObjMesh& mesh);
+/// to the same float. Throws OutputError, and what `progress` throws to cancel; the bar may be null.
+void write_obj(const std::string& path, const ObjMesh& mesh, AppProgressBar* progress = nullptr);
+
+/// About how many bytes write_obj takes for as many quads with about as many vertices, and UV points with `has_uvs`.
+std::uint64_t estimate_obj_size(std::uint64_t quads, bool has_uvs);
 
 }  // namespace sds_io

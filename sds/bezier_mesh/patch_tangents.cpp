@@ -95,8 +95,7 @@ void compute_quad_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges
     unsigned int slot = 0;
     for (unsigned int bit = 0; bit < 8; ++bit) {
         if (((irregular >> bit) & 1u) == 0) continue;
-        for (unsigned int i = 0; i < 2; ++i)
-            tangents[slot++] = bit < 4 ? nets.corner_entry(bit, i) : nets.edge_entry(bit - 4, i);
+        for (unsigned int i = 0; i < 2; ++i) tangents[slot++] = nets.entry(bit, i);
     }
 }
 

@@ -16,6 +16,9 @@ namespace sds {
 // grid_order[4 * row + column] is the control index of that grid place.
 inline constexpr unsigned char grid_order[16] = {0, 1, 7, 4, 3, 2, 6, 5, 13, 14, 10, 11, 12, 15, 9, 8};
 
+// The other way round: the grid place of a control.
+inline constexpr unsigned char grid_places[16] = {0, 1, 5, 4, 3, 7, 6, 2, 15, 14, 10, 11, 12, 8, 9, 13};
+
 // The corner's own control, and its two edge and one interior neighbours.
 constexpr unsigned int corner_control(unsigned int k) { return 4 * k; }
 constexpr unsigned int leaving_edge_control(unsigned int k) { return 4 * k + 1; }

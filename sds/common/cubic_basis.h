@@ -5,28 +5,46 @@
 
 namespace sds {
 
+// The weights of degree two at t.
+template <class Real>
+struct QuadraticBasis {
+    Real b[3];
+
+    [[gnu::always_inline]] explicit constexpr QuadraticBasis(Real t) {
+        const Real s = Real(1) - t;
+        b[0] = s * s;
+        b[1] = Real(2) * t * s;
+        b[2] = t * t;
+    }
+};
+
+// Those of degree three. They come with their products grouped in three ways, which differ in the last bits: as they
+// are, from squares that are there already, and symmetric. All inlined where they are used: kernel_set.h.
 template <class Real>
 struct CubicBasis {
     Real b[4];
 
-    explicit constexpr CubicBasis(Real t) {
+    [[gnu::always_inline]] explicit constexpr CubicBasis(Real t) {
         const Real s = Real(1) - t;
         b[0] = s * s * s;
         b[1] = Real(3) * t * s * s;
         b[2] = Real(3) * t * t * s;
         b[3] = t * t * t;
     }
-};
-
-template <class Real>
-struct QuadraticBasis {
-    Real b[3];
-
-    explicit constexpr QuadraticBasis(Real t) {
+    [[gnu::always_inline]] constexpr CubicBasis(Real t, const QuadraticBasis<Real>& squares) {
         const Real s = Real(1) - t;
-        b[0] = s * s;
-        b[1] = Real(2) * t * s;
-        b[2] = t * t;
+        b[0] = squares.b[0] * s;
+        b[1] = Real(3) * t * squares.b[0];
+        b[2] = Real(3) * squares.b[2] * s;
+        b[3] = squares.b[2] * t;
+    }
+    // Those at 1 - t, where that is exact, are the same bits in reverse order.
+    [[gnu::always_inline]] static constexpr CubicBasis make_symmetric(Real t) {
+        const Real s = Real(1) - t;
+        CubicBasis basis(t);
+        basis.b[1] = Real(3) * (t * (s * s));
+        basis.b[2] = Real(3) * ((t * t) * s);
+        return basis;
     }
 };
 

@@ -10,7 +10,7 @@ inline bool processor_has_avx2() {
     return false;
 #endif
 }
-// Its forms for vectors of 256 bits.
+// AVX-512 instructions on vectors of 256 bits.
 inline bool processor_has_avx512() {
 #if defined(__x86_64__)
     return __builtin_cpu_supports("avx512vl") != 0 && __builtin_cpu_supports("avx512dq") != 0;

@@ -16,7 +16,7 @@ inline void progress_steps(AppProgressBar* progress, unsigned int count) {
 inline void progress_step(AppProgressBar* progress, unsigned int done) {
     if (progress != nullptr) progress->step(done);
 }
-// Work of `count` steps, or of tasks on threads, that was found done.
+// Reports work that is skipped because its result is there already: as `count` steps, or as that of thread tasks.
 inline void progress_done(AppProgressBar* progress, unsigned int count, bool is_threaded) {
     if (progress == nullptr) return;
     if (is_threaded) return progress->increment(1.0f);

@@ -1,4 +1,4 @@
-// Control points of the patches that a thread's rays met lately. Rays that follow each other meet the same patches, and
+// Control points of patches that a thread's rays met recently. Rays that follow each other meet the same patches, and
 // making the sixteen points anew from quads and neighbours takes as long as a third of an intersection.
 #pragma once
 

@@ -12,7 +12,7 @@ using Vec3f = GMathVec3<float>;
 
 namespace {
 
-// Sets the rays' reference point to the object's centre for the duration of a call. Boxes hold finite points only.
+// Sets the rays' reference point to the object's center for the duration of a call. Boxes hold finite points only.
 class ReferencePointScope {
 public:
     ReferencePointScope(GeometryRaytraceCtx& rays, const GMathBbox3<float>& bbox)

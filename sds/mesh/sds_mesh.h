@@ -81,10 +81,10 @@ public:
     // those inside a quad are neither.
     bool is_primitive_edge_crease(const unsigned int& primitive, const unsigned int& edge) const;
 
-    // Without base, geometry and maps, which are asked themselves.
+    // Of this object alone: base, geometry and maps report their own.
     size_t get_memory_size() const override { return sizeof(*this); }
     const CoreClassInfo& get_class_info() const override;
-    // By the copy constructor; null when memory is out.
+    // Made by the copy constructor; null when there is no memory for it.
     GeometryObject* get_copy() const override;
     GMathBbox3<double> get_bbox() const override;
     GMathBbox3<double> get_bbox_at(const CtxEval& ctx, const double& time) const override;
@@ -139,7 +139,7 @@ public:
     void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                              GeometryFrustumCtx& frustum) const override;
     // The rays of the range, with motion blur all of them at the first one's time. Without motion blur the thread's
-    // kept scratch remembers the control points of patches that it met lately, in 400 KB.
+    // kept scratch remembers the control points of patches that it met recently, in 400 KB.
     void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                              GeometryRaytraceCtx& rays) const override;
 

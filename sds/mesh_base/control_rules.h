@@ -1,73 +1,63 @@
-// The sixteen control points of one patch from its quad and its neighbours (Loop and Schaefer 2008, section 3), for any
-// value and precision. `vertex(w)` returns quad-mesh vertex w, `corner(w)` its limit point; controls in corner order.
+// The control points of one patch from its quad and its neighbours, for any value and precision. `vertex(w)` returns
+// quad-mesh vertex w, `corner(w)` its limit point; controls in corner order.
 #pragma once
 
-#include "sds/common/control_grid.h"
+#include "sds/common/smooth_controls.h"
 #include "sds/common/value_ops.h"
 #include "sds/mesh_base/sds_mesh_base.h"
 
 namespace sds {
 
-// Smooth patch. Each edge point's sums are formed in an order that does not depend on the side from which the edge is
-// seen, so that two patches that share a smooth edge compute its points to the same bits.
+// A patch's record and its points as smooth_controls asks for them.
+template <class V, class Vertex, class Corner>
+class PatchSource {
+public:
+    using Value = V;
+    using Scalar = typename ValueOps<Value>::Scalar;
+
+    PatchSource(const unsigned int* quad_vertices, const SdsMeshBase::BezierPatch& patch, const Vertex& vertex,
+                const Corner& corner_of)
+        : m_quad(quad_vertices), m_patch(patch), m_vertex(vertex), m_corner(corner_of) {
+        for (unsigned int k = 0; k < 4; ++k)
+            m_edge_reciprocals[k] = Scalar(1) / (Scalar(patch.edge_weights[k]) + Scalar(10));
+        for (unsigned int k = 0; k < 4; ++k)
+            m_interior_reciprocals[k] = Scalar(1) / (Scalar(patch.corner_weights[k]) + Scalar(5));
+    }
+
+    Value quad(unsigned int k) const { return m_vertex(m_quad[k]); }
+    Value corner(unsigned int k) const { return m_corner(m_quad[k]); }
+    Value neighbour(unsigned int k, unsigned int i) const { return m_vertex(m_patch.neighbour_vertices[2 * k + i]); }
+    bool is_sharp(unsigned int k) const { return ((m_patch.sharp_edges >> k) & 1u) != 0; }
+    static constexpr EdgeShares<Scalar> sharp_shares{Scalar(2), Scalar(1), Scalar(1) / Scalar(3)};
+    EdgeShares<Scalar> leaving(unsigned int k) const {
+        return {Scalar(m_patch.edge_weights[k]), Scalar(4), m_edge_reciprocals[k]};
+    }
+    EdgeShares<Scalar> arriving(unsigned int k) const { return leaving(k); }
+    Scalar interior_weight(unsigned int k) const { return Scalar(m_patch.corner_weights[k]); }
+    Scalar interior_reciprocal(unsigned int k) const { return m_interior_reciprocals[k]; }
+
+private:
+    const unsigned int* m_quad;
+    const SdsMeshBase::BezierPatch& m_patch;
+    const Vertex& m_vertex;
+    const Corner& m_corner;
+    Scalar m_edge_reciprocals[4], m_interior_reciprocals[4];
+};
+
 template <class Value, class Vertex, class Corner>
 inline void smooth_controls(const unsigned int* quad, const SdsMeshBase::BezierPatch& patch, const Vertex& vertex,
                             const Corner& corner, Value* out) {
-    using Scalar = typename ValueOps<Value>::Scalar;
-    const Value q[4] = {vertex(quad[0]), vertex(quad[1]), vertex(quad[2]), vertex(quad[3])};
-
-    Scalar edge_reciprocals[4], corner_reciprocals[4];
-    for (unsigned int k = 0; k < 4; ++k) edge_reciprocals[k] = Scalar(1) / (Scalar(patch.edge_weights[k]) + Scalar(10));
-    for (unsigned int k = 0; k < 4; ++k)
-        corner_reciprocals[k] = Scalar(1) / (Scalar(patch.corner_weights[k]) + Scalar(5));
-
-    const Value across13 = (q[1] + q[3]) * Scalar(2);
-    const Value across02 = (q[0] + q[2]) * Scalar(2);
-    for (unsigned int k = 0; k < 4; ++k) {
-        const Scalar weight = Scalar(patch.corner_weights[k]);
-        const Value& across = (k & 1u) == 0 ? across13 : across02;
-        out[interior_control(k)] = (across + q[k] * weight + q[(k + 2) & 3u]) * corner_reciprocals[k];
-    }
-
-    for (unsigned int k = 0; k < 4; ++k) {
-        const unsigned int next = (k + 1) & 3u;
-        const Value& a = q[k];
-        const Value& b = q[next];
-        Value& next_to_a = out[leaving_edge_control(k)];
-        Value& next_to_b = out[arriving_edge_control(next)];
-        if (((patch.sharp_edges >> k) & 1u) != 0) {
-            constexpr Scalar third = Scalar(1) / Scalar(3);
-            next_to_a = (a * Scalar(2) + b) * third;
-            next_to_b = (b * Scalar(2) + a) * third;
-        } else {
-            const Value beside_a = vertex(patch.neighbour_vertices[2 * k]) + q[(k + 3) & 3u];
-            const Value beside_b = vertex(patch.neighbour_vertices[2 * k + 1]) + q[(k + 2) & 3u];
-            next_to_a = (a * Scalar(patch.edge_weights[k]) + b * Scalar(4) + beside_a * Scalar(2) + beside_b) *
-                        edge_reciprocals[k];
-            next_to_b = (b * Scalar(patch.edge_weights[next]) + a * Scalar(4) + beside_b * Scalar(2) + beside_a) *
-                        edge_reciprocals[next];
-        }
-    }
-
-    for (unsigned int k = 0; k < 4; ++k) out[corner_control(k)] = corner(quad[k]);
+    const PatchSource<Value, Vertex, Corner> source(quad, patch, vertex, corner);
+    smooth_controls(source, [out](unsigned int i) -> Value& { return out[i]; });
 }
 
-// Bilinear patch as a bicubic one.
 template <class Value, class Vertex>
 inline void linear_controls(const unsigned int* quad, const Vertex& vertex, Value* out) {
     using Scalar = typename ValueOps<Value>::Scalar;
-    const Scalar one_third = Scalar(1) / Scalar(3);
-    const Scalar two_thirds = Scalar(2) / Scalar(3);
-    for (unsigned int k = 0; k < 4; ++k) out[corner_control(k)] = vertex(quad[k]);
-    for (unsigned int k = 0; k < 4; ++k) {
-        const Value& q = out[corner_control(k)];
-        out[leaving_edge_control(k)] = q * two_thirds + out[corner_control((k + 1) & 3u)] * one_third;
-        out[arriving_edge_control(k)] = q * two_thirds + out[corner_control((k + 3) & 3u)] * one_third;
-    }
-    out[2] = out[1] * two_thirds + out[15] * one_third;
-    out[6] = out[7] * two_thirds + out[9] * one_third;
-    out[10] = out[9] * two_thirds + out[7] * one_third;
-    out[14] = out[15] * two_thirds + out[1] * one_third;
+    const Value q[4] = {vertex(quad[0]), vertex(quad[1]), vertex(quad[2]), vertex(quad[3])};
+    fill_linear_grid(
+        q, Scalar(1) / Scalar(3), Scalar(2) / Scalar(3),
+        [out](unsigned int row, unsigned int column) -> Value& { return out[grid_order[4 * row + column]]; });
 }
 
 }  // namespace sds

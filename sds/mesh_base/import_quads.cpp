@@ -18,7 +18,7 @@ unsigned int count_sharp_edges(const SdsMeshBase::EdgesTopology& edges, const Co
         if (crease) creases |= 1u << k;
         const unsigned int v = quad_indices[e];
         if (v == none) continue;
-        // Both ends of a border are counted here, for nobody comes from the other side; of a crease only the start.
+        // Both ends of a border are counted here, as no quad across it counts them; of a crease only the start.
         if (edges.is_border(e)) {
             vertex_infos[v].raise_sharp_edge_count();
             const unsigned int end = quad_indices[sds::next_in_quad(e)];

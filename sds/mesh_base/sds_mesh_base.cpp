@@ -75,7 +75,7 @@ void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<uns
                       const CoreBasicArray<CoreString>& group_names, AppProgressBar* progress) {
     sds::progress_value(progress, 0.0f);
     static std::atomic<std::uint64_t> build_count{0};
-    topology_stamp = 0;  // should memory run out, or the bar cancel, on the way
+    topology_stamp = 0;  // in case memory runs out or the bar cancels on the way
     control_cage.reset();
 
     const CoreArray<unsigned int> polygon_offsets = sds::polygon_offsets(polygon_counts);

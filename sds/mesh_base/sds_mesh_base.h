@@ -28,7 +28,7 @@ class SDS_EXPORT SdsMeshBase : public ResourceData {
 public:
     // How a vertex of the quads behaves, in one byte.
     //   bits 0-1  its sharp edges, 3 for three and more: none make it smooth, one a dart, two a crease, three a corner
-    //   bit 2     kept in place (set by nobody here, honoured by the position rules)
+    //   bit 2     kept in place (the position rules honor it; nothing here sets it)
     //   bit 3     fixed: kept in place by an interpolation mode
     struct VertexInfo {
         unsigned char bits = 0;
@@ -65,8 +65,8 @@ public:
         unsigned int offset = 0;
     };
 
-    // What one subdivision step made. It numbers control vertices as they were, behind them a point per edge, and last
-    // a point per polygon.
+    // What one subdivision step made. Its vertices come in three runs: the control vertices as before, one point per
+    // edge, one point per polygon.
     struct SubdivisionTopology {
         unsigned int first_edge_point = 0;  // number of control vertices
         unsigned int first_face_point = 0;  // that of the first polygon
@@ -243,8 +243,8 @@ public:
     static void set_corner_vertices_as_fixed(const CoreBasicArray<unsigned int>& quad_indices,
                                              const EdgesTopology& edges, CoreArray<VertexInfo>& vertex_infos);
 
-    // What follows is done for a whole mesh by the threads of `tasks`, or by the calling thread where that is null or
-    // not given, with the same result.
+    // Operations on all quads below run on the threads of `tasks`, or on the calling thread where it is null or left
+    // out. The result is the same.
 
     // The fan at half-edge e's start vertex.
     static void analyse_vertex_local_topology(const EdgesTopology& edges, const unsigned int& e,

@@ -1,6 +1,6 @@
 // SdsRefinement: what a subdivision surface is refined by, beyond one patch per quad of its cage.
 //
-// Given to SdsMeshBase before it is built. With a depth of 0 nothing else in it counts, and the surface is one patch
+// Given to SdsMeshBase before it is built. At depth 0 the other settings have no effect, and the surface is one patch
 // per quad: exact where the quad and its neighbourhood are regular, close elsewhere. At other depths quads that are not
 // regular are split, level by level, until they are or the depth is reached; regular quads of any level are the limit
 // surface itself. The primitives of such a surface are its patches, of several sizes; users go on seeing the quads of

@@ -10,6 +10,7 @@
 #include <cmath>
 
 #include "sds/common/control_grid.h"
+#include "sds/common/net_slots.h"
 #include "sds/mesh_base/cosine_table.h"
 #include "sds/mesh_base/sds_mesh_base.h"
 
@@ -334,18 +335,8 @@ struct DerivativeNets {
             }
     }
 
-    // The two entries that belong to corner k (first along u, then along v) and to edge k, in the order in which they
-    // are stored.
-    Vec& corner_entry(unsigned int k, unsigned int i) {
-        Vec* const entries[4][2] = {
-            {&u[0][0], &v[0][0]}, {&u[0][2], &v[0][3]}, {&u[3][2], &v[2][3]}, {&u[3][0], &v[2][0]}};
-        return *entries[k][i];
-    }
-    Vec& edge_entry(unsigned int k, unsigned int i) {
-        Vec* const entries[4][2] = {
-            {&v[0][1], &v[0][2]}, {&u[1][2], &u[2][2]}, {&v[2][1], &v[2][2]}, {&u[1][0], &u[2][0]}};
-        return *entries[k][i];
-    }
+    // The two entries of corner k (bit k) or of edge k (bit 4 + k).
+    Vec& entry(unsigned int bit, unsigned int i) { return get_net_slot(*this, net_slots[bit][i]); }
 };
 
 // Replaces the entries of irregular corners and edges. tangents_at(e, fan) returns the limit tangents of a corner.
@@ -381,8 +372,8 @@ void replace_irregular_entries(const SdsMeshBase::EdgesTopology& edges, unsigned
         const auto& frame = corner_frames[k];
         const Vec& tu = frame.u_tangent == 1 ? t.t1 : t.t2;
         const Vec& tv = frame.u_tangent == 1 ? t.t2 : t.t1;
-        nets.corner_entry(k, 0) = tu * (static_cast<Real>(frame.u_sign) * Trig::third);
-        nets.corner_entry(k, 1) = tv * (static_cast<Real>(frame.v_sign) * Trig::third);
+        nets.entry(k, 0) = tu * (static_cast<Real>(frame.u_sign) * Trig::third);
+        nets.entry(k, 1) = tv * (static_cast<Real>(frame.v_sign) * Trig::third);
     }
 
     for (unsigned int k = 0; k < 4; ++k) {

@@ -22,13 +22,8 @@ using sds::PatchSums;
 
 constexpr unsigned int area_entries = 4;  // |x|, |y|, |z| and the area
 
-Vec3f blend_third(unsigned int i, const Vec3f& a, const Vec3f& b, const Vec3f& c, const Vec3f& d) {
-    const float* w = sds::third_weights[i];
-    return a * w[0] + b * w[1] + c * w[2] + d * w[3];
-}
-
-// The length of (x, y, z), the least area with these projections. Its squares leave single precision long before the
-// areas do.
+// The length of (x, y, z), the least area with these projections. Squares overflow or underflow single
+// precision long before the areas do.
 float lower_bound_of_area(float x, float y, float z) {
     const float square = x * x + y * y + z * z;
     if (square > 1e-30f && square <= std::numeric_limits<float>::max()) return std::sqrt(square);
@@ -120,7 +115,7 @@ struct ComputeSdsBboxes {
 
     void operator()(const sds::WorkRange& range) const {
         PatchSums* row = rows + size_t{range.worker} * group_count;
-        // A local buffer: neighbouring rows share cache lines.
+        // A local buffer: neighboring rows share cache lines.
         CoreArray<PatchSums> sums(CoreBasicArray<PatchSums>(group_count, row));
         const unsigned int size = range.steps != nullptr ? 1 : range.end - range.begin;
         for (unsigned int p = range.begin; p < range.end; p += size) {
@@ -196,9 +191,10 @@ double SdsMeshGeometry::estimate_primitive_area(const CtxEval&, const unsigned i
             Vec3f rows[4];
             for (unsigned int r = 0; r < 4; ++r) {
                 const unsigned char* row = sds::grid_order + 4 * r;
-                rows[r] = blend_third(i, controls[row[0]], controls[row[1]], controls[row[2]], controls[row[3]]);
+                rows[r] =
+                    sds::blend_third<float>(i, controls[row[0]], controls[row[1]], controls[row[2]], controls[row[3]]);
             }
-            grid[j][i] = blend_third(j, rows[0], rows[1], rows[2], rows[3]);
+            grid[j][i] = sds::blend_third<float>(j, rows[0], rows[1], rows[2], rows[3]);
         }
     float area = 0.0f;
     for (unsigned int j = 1; j < 4; ++j)

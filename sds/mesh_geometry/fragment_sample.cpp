@@ -22,8 +22,8 @@ constexpr double degree = 3.0;
 // rounding.
 constexpr double derivative_noise = 1e-6;
 constexpr double cross_noise = 1e-6;
-// How far towards the patch's centre the normal is looked for when the derivatives give none.
-constexpr double centre_steps[] = {1.0 / 1024.0, 1.0 / 64.0, 1.0 / 4.0};
+// How far towards the patch's center the normal is looked for when the derivatives give none.
+constexpr double center_steps[] = {1.0 / 1024.0, 1.0 / 64.0, 1.0 / 4.0};
 
 struct Derivatives {
     Vec3d du;
@@ -144,8 +144,7 @@ void replace_entries(unsigned int irregular, const Vec3f* stored, Nets& nets) {
     if ((irregular & 0xFFu) == 0) return;
     for (unsigned int bit = 0; bit < 8; ++bit) {
         if (((irregular >> bit) & 1u) == 0) continue;
-        for (unsigned int i = 0; i < 2; ++i)
-            (bit < 4 ? nets.corner_entry(bit, i) : nets.edge_entry(bit - 4, i)) = *stored++;
+        for (unsigned int i = 0; i < 2; ++i) nets.entry(bit, i) = *stored++;
     }
 }
 
@@ -219,7 +218,7 @@ LocalPatch compute_moved(const SdsMeshGeometry& geometry, const SdsBezierMesh& m
 
 // A direction for the normal where the derivatives at (u, v) give none.
 Vec3d fallback_normal(const Nets& nets, const Vec3f* controls, double u, double v) {
-    for (const double step : centre_steps) {
+    for (const double step : center_steps) {
         const Vec3d n = normal_direction(
             evaluate_nets(nets, static_cast<float>(u + (0.5 - u) * step), static_cast<float>(v + (0.5 - v) * step)));
         if (n.length_squared() > 0.0) return n;

@@ -1,6 +1,5 @@
 // The road of refined surfaces: from the polygons of the cage to a flat list of patches with their control points.
 #include <algorithm>
-#include <atomic>
 
 #include "sds/common/progress.h"
 #include "sds/mesh_base/tangent_rules.h"
@@ -92,8 +91,8 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
     bind_view();
     build_boxes(0.2f, tasks.get(), progress);
     for (unsigned int axis = 0; axis < 3; ++axis)
-        built->largest_coordinate =
-            std::max({axis == 0 ? 0.0f : built->largest_coordinate, -arrays.bbox.get_min()[axis], arrays.bbox.get_max()[axis]});
+        built->largest_coordinate = std::max(
+            {axis == 0 ? 0.0f : built->largest_coordinate, -arrays.bbox.get_min()[axis], arrays.bbox.get_max()[axis]});
 }
 
 std::shared_ptr<const sds::RefinedTopology> SdsMeshGeometry::get_refined_levels() const {
@@ -110,19 +109,16 @@ void SdsMeshGeometry::keep_refined_levels() {
 }
 
 const sds::RefinedPatches& SdsMeshGeometry::get_refined_sample(const unsigned int& sample) const {
-    std::atomic<sds::RefinedPatches*>& slot = corner_cache->patches[sample];
-    if (const sds::RefinedPatches* patches = slot.load(std::memory_order_acquire)) return *patches;
-    const SysThreadLockGuard guard(*sample_lock);
-    if (const sds::RefinedPatches* patches = slot.load(std::memory_order_relaxed)) return *patches;
-    auto patches = std::make_unique<sds::RefinedPatches>();
-    const CoreBasicArray<Vec3f> vertices = get_vertices_sample(sample);
-    if (base->get_subdivision() == nullptr)
-        patches->build(*refinement->topology, vertices, sds::NetStorage::where_needed);
-    else
-        patches->build(*refinement->topology, take_control_positions(sample), sds::NetStorage::where_needed);
-    slot.store(patches.get(), std::memory_order_release);
-    advert_memory_changed();
-    return *patches.release();
+    const auto make = [&] {
+        auto patches = std::make_unique<sds::RefinedPatches>();
+        const CoreBasicArray<Vec3f> vertices = get_vertices_sample(sample);
+        if (base->get_subdivision() == nullptr)
+            patches->build(*refinement->topology, vertices, sds::NetStorage::where_needed);
+        else
+            patches->build(*refinement->topology, take_control_positions(sample), sds::NetStorage::where_needed);
+        return patches;
+    };
+    return *corner_cache->patches.get(sample, *sample_lock, make, [this] { advert_memory_changed(); });
 }
 
 sds::PatchArrays SdsMeshGeometry::get_refined_arrays() const {

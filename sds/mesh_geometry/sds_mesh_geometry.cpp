@@ -70,14 +70,12 @@ size_t SdsMeshGeometry::get_memory_size() const {
     size += bytes_of(arrays.group_bboxes) + bytes_of(arrays.group_area_records);
     if (refinement) size += refinement->get_memory_size();
     if (corner_cache) {
-        size += sizeof(CornerCache) + sizeof(corner_cache->slots[0]) * corner_cache->count;
-        for (unsigned int i = 0; i < corner_cache->count; ++i) {
-            if (corner_cache->slots[i].load(std::memory_order_acquire) != nullptr)
-                size += sizeof(Vec3f) * point_cloud.get_count();
-            if (!corner_cache->patches) continue;
-            if (const sds::RefinedPatches* patches = corner_cache->patches[i].load(std::memory_order_acquire))
-                size += sizeof(*patches) + patches->get_memory_size();
-        }
+        const auto& [corners, patches] = *corner_cache;
+        size += sizeof(CornerCache) + sizeof(void*) * (corners.get_count() + patches.get_count());
+        for (unsigned int i = 0; i < corners.get_count(); ++i)
+            if (corners.find(i) != nullptr) size += sizeof(Vec3f) * point_cloud.get_count();
+        for (unsigned int i = 0; i < patches.get_count(); ++i)
+            if (const sds::RefinedPatches* found = patches.find(i)) size += sizeof(*found) + found->get_memory_size();
     }
     return size;
 }
@@ -111,7 +109,7 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     // New positions on the topology of the last build: everything that positions do not enter stays.
     const bool is_update = arrays.topology_stamp != 0 && arrays.topology_stamp == mesh_base.get_topology_stamp() &&
                            mode == interpolation_mode;
-    arrays.topology_stamp = arrays.positions_stamp = 0;  // should memory run out, or the bar cancel, on the way
+    arrays.topology_stamp = arrays.positions_stamp = 0;  // in case memory runs out or the bar cancels on the way
     base = &mesh_base;
     mode = interpolation_mode;
     corner_cache.reset();
@@ -143,7 +141,7 @@ void SdsMeshGeometry::build_point_cloud(const CoreArray<Vec3f>& positions, const
                          has_motion ? motion_vectors.get_data() : nullptr);
         return;
     }
-    // Zeroed: vertices that no quad uses are never written.
+    // Zeroed, because vertices that no quad uses are never written.
     point_cloud.init(arrays.vertex_infos.get_count(), false, has_motion, true);
     Vec3f* out = point_cloud.get_positions().get_data();
     if (has_motion)

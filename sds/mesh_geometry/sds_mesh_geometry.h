@@ -2,7 +2,7 @@
 // boxes and areas, at rest and in motion.
 //
 // Built by `set` on an SdsMeshBase that must outlive it. Then any number of threads may read it; nothing changes but
-// the time samples, which are loaded when first asked for and synchronise themselves. Inputs are trusted: one position
+// the time samples, which are loaded when first asked for under a lock of their own. Inputs are trusted: one position
 // per control vertex, indices in range. Primitives that are void (SdsMeshBase::is_primitive_void) have NaN for control
 // points, nets and limit points, an empty box and no area; samples on them are left untouched.
 #pragma once
@@ -95,9 +95,9 @@ public:
 
     // Builds everything. `motion_vectors` are used when there are as many as `positions`: a vertex at time t stands at
     // position + t * motion vector. `progress` may be null. Meshes of 128 quads or more use the calling arena's
-    // threads. Again on the same base (or a copy of it) with the same mode, fans, patches' neighbours and tangent
-    // places stay, and only what positions enter is computed; the progress tasks come all the same. A refined surface
-    // keeps its levels and places likewise, unless positions decide its depth (SdsRefinement::error).
+    // threads. A second call on the same base (or a copy of it) with the same mode keeps what depends on topology alone
+    // and computes only what depends on positions; it reports the same progress tasks. A refined surface keeps its
+    // levels and places likewise, unless positions decide its depth (SdsRefinement::error).
     void set(const SdsMeshBase& base, const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
              const InterpolationMode& mode, AppProgressBar* progress);
 
@@ -215,7 +215,7 @@ public:
     // and its derivatives from the nets. In motion the geometric derivatives, and with them the geometric normal, stay
     // those of the rest nets, while the smoothing normal is that of the surface as it stands at the fragment's time:
     // shade with the smoothing normal. Where the two first derivatives are parallel or zero the normal is that of the
-    // nets a little nearer to the patch's centre (1/1024, 1/64, 1/4 of the way), then the patch's diagonals' normal.
+    // nets a little nearer to the patch's center (1/1024, 1/64, 1/4 of the way), then the patch's diagonals' normal.
     // The time derivative is set for animated geometries and |time_interval| > 1e-8: the velocity of
     // get_bezier_velocities. A primitive beyond the last leaves the sample untouched.
     void compute_fragment_sample(const CtxEval& ctx, const GeometryFragment& fragment, GeometrySample& sample) const;

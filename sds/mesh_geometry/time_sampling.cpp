@@ -39,7 +39,7 @@ public:
         m_geometry->advert_memory_changed();
     }
 
-    // Those of a sample that was loaded; they are given away.
+    // Hands over those of a sample that was loaded: they can be taken once.
     CoreArray<Vec3f> take_control_positions(unsigned int sample) {
         const SysThreadLockGuard guard(m_lock);
         CoreArray<Vec3f> taken;
@@ -93,17 +93,14 @@ const CoreBasicArray<Vec3f> SdsMeshGeometry::get_vertices_sample(const unsigned 
 
 const Vec3f* SdsMeshGeometry::get_bezier_corners_sample(const unsigned int& sample) const {
     if (mode == InterpolationMode::all_fixed) return nullptr;
-    std::atomic<Vec3f*>& slot = corner_cache->slots[sample];
-    if (const Vec3f* corners = slot.load(std::memory_order_acquire)) return corners;
-    const SysThreadLockGuard guard(*sample_lock);
-    if (const Vec3f* corners = slot.load(std::memory_order_relaxed)) return corners;
-    const CoreBasicArray<Vec3f> positions = get_vertices_sample(sample);
-    std::unique_ptr<Vec3f[]> corners(new Vec3f[positions.get_count() + 1u]);
-    std::copy(positions.begin(), positions.end(), corners.get());
-    SdsMeshBase::compute_bezier_corners(get_topology_context(), positions, corners.get(), nullptr);
-    slot.store(corners.get(), std::memory_order_release);
-    advert_memory_changed();
-    return corners.release();
+    const auto make = [&] {
+        const CoreBasicArray<Vec3f> positions = get_vertices_sample(sample);
+        std::unique_ptr<Vec3f[]> corners(new Vec3f[positions.get_count()]);
+        std::copy(positions.begin(), positions.end(), corners.get());
+        SdsMeshBase::compute_bezier_corners(get_topology_context(), positions, corners.get(), nullptr);
+        return corners;
+    };
+    return corner_cache->corners.get(sample, *sample_lock, make, [this] { advert_memory_changed(); });
 }
 
 SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_sample(const unsigned int& sample) const {

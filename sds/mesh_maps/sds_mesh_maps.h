@@ -75,7 +75,7 @@ public:
     struct SdsColorMap {
         CoreString name;
         CoreArray<Color8> colors;         // after the subdivision step
-        CoreArray<unsigned int> indices;  // four per quad; empty for colours at the mesh's own vertices
+        CoreArray<unsigned int> indices;  // four per quad; empty for colors at the mesh's own vertices
     };
 
     SdsMeshMaps() = default;

@@ -15,7 +15,7 @@ struct Half {
     std::uint16_t bits;
 };
 
-// Calls use(T()) with the element of a type; false for a type that has none. 11 reads as 0 and 12 as 3.
+// Calls use(T()) with the element of a type; false for a type without one. char8 reads as int8, char16 as uint16.
 template <class Use>
 bool with_element(ResourceProperty::Type type, Use&& use) {
     using Type = ResourceProperty::Type;

@@ -1,6 +1,6 @@
 #include "sds/refinement/handed_edges.h"
 
-#include <functional>
+#include <algorithm>
 #include <utility>
 
 #include "sds/common/array_bytes.h"
@@ -15,12 +15,8 @@ void HandedEdges::Level::start(const RefinementLevel& level) {
     points.resize(level.vertex_count);
 }
 
-size_t HandedEdges::Levels::get_memory_size() const {
-    size_t size = 0;
-    for (const Level& level : {std::cref(here), std::cref(below)})
-        size +=
-            bytes_of(level.edge_indices) + bytes_of(level.edges) + bytes_of(level.has_point) + bytes_of(level.points);
-    return size;
+size_t HandedEdges::Level::get_memory_size() const {
+    return bytes_of(edge_indices) + bytes_of(edges) + bytes_of(has_point) + bytes_of(points);
 }
 
 void HandedEdges::begin_level(const RefinementLevel& level, const RefinementLevel* fine) {
@@ -77,6 +73,7 @@ void HandedEdges::end_level(const PatchLimits<GMathVec3<double>>& limits) {
     for (unsigned int i = 0; !m_is_first && i < m_here.edges.get_count(); ++i)
         if (const unsigned int e = m_here.edges[i].edge; m_level->has_halves(e))
             hand_halves(e, m_here.edges[i].start, m_here.edges[i].controls);
+    m_scratch->largest = std::max(m_scratch->largest, m_below.get_memory_size());
     std::swap(m_here, m_below);
 }
 

@@ -45,11 +45,13 @@ private:
         CoreArray<unsigned char> has_point;
         CoreArray<Vec3f> points;
         void start(const RefinementLevel& level);
+        size_t get_memory_size() const;
     };
     struct Levels {
         Level here;
         Level below;
-        size_t get_memory_size() const;
+        size_t largest = 0;  // bytes of a level
+        size_t get_memory_size() const { return 2 * largest; }
     };
 
     bool is_finer_across(unsigned int c) const;

@@ -2,6 +2,7 @@
 // several times over, and a refinement's arrays on the way are as large as what comes out.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -11,26 +12,35 @@ namespace sds {
 inline constexpr size_t max_kept_bytes = size_t{8} << 20;
 
 // A thread's arrays while this lives, whatever they last held. T is default constructible and movable; its
-// get_memory_size() tells what it holds at the end. Another one of the same thread meanwhile begins with an empty T.
+// get_memory_size() tells at the end the most that it held. Another one of the same thread meanwhile begins with an
+// empty T.
 template <class T>
 class KeptScratch {
 public:
-    KeptScratch() : m_scratch(std::exchange(slot(), T())) {}
+    KeptScratch() : m_bytes(slot().bytes), m_scratch(std::exchange(slot().scratch, T())) {}
     KeptScratch(const KeptScratch&) = delete;
     KeptScratch& operator=(const KeptScratch&) = delete;
     ~KeptScratch() {
-        if (m_scratch.get_memory_size() <= max_kept_bytes) slot() = std::move(m_scratch);
+        const size_t bytes = std::max(m_bytes, m_scratch.get_memory_size());
+        if (bytes > max_kept_bytes) return;
+        slot().scratch = std::move(m_scratch);
+        slot().bytes = bytes;
     }
 
     T& operator*() { return m_scratch; }
     T* operator->() { return &m_scratch; }
 
 private:
-    static T& slot() {
-        static thread_local T kept;
+    struct Slot {
+        T scratch;
+        size_t bytes = 0;  // arrays keep what they once took
+    };
+    static Slot& slot() {
+        static thread_local Slot kept;
         return kept;
     }
 
+    size_t m_bytes;
     T m_scratch;
 };
 

@@ -1,4 +1,5 @@
 // What a level takes, and levels that builds leave to the next of their thread.
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -53,14 +54,15 @@ RefinementLevel take_level() {
     if (count == 0) return {};
     RefinementLevel level = std::move(kept.levels[count - 1]);
     kept.levels.resize(count - 1);
-    kept.bytes -= level.get_memory_size();
+    kept.bytes -= level.kept_size;
     level.restart();
     return level;
 }
 
 void give_level(RefinementLevel&& level) noexcept {
     KeptLevels& kept = kept_levels();
-    const size_t size = level.get_memory_size();
+    // Arrays keep what they once took.
+    const size_t size = level.kept_size = std::max(level.kept_size, level.get_memory_size());
     if (kept.bytes + size > max_kept_bytes) return;
     const unsigned int count = kept.levels.get_count();
     try {

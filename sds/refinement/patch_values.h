@@ -3,7 +3,6 @@
 
 #include <algorithm>
 
-#include "sds/common/array_bytes.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_base/task_chunks.h"
 #include "sds/refinement/kept_scratch.h"
@@ -47,10 +46,11 @@ struct VisitScratch {
         values.reserve(face_count, vertex_count);
         next.points.reserve(vertex_count + 1);
         limits.reserve(vertex_count);
+        bytes = size_t{face_count} * (sizeof(Value) + 1) + size_t{vertex_count} * (6 * sizeof(Value));
     }
-    size_t get_memory_size() const {
-        return values.get_memory_size() + next.get_memory_size() + bytes_of(leaf_rings) + limits.get_memory_size();
-    }
+    size_t get_memory_size() const { return bytes; }
+
+    size_t bytes = 0;  // about
 };
 
 // body(begin, end) over parts of a level's candidates, on the manager's threads when there is one and enough to do.
@@ -126,8 +126,10 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
     if (level_count == 0) return;
     KeptScratch<VisitScratch<Value>> scratch;
     scratch->reserve(topology);
-    auto& [values, next, rings, limits] = *scratch;
-    CoreArray<unsigned char>& leaf_rings = rings;  // clang before 16 captures no structured binding
+    LevelValues<Value>& values = scratch->values;
+    LevelValues<Value>& next = scratch->next;
+    CoreArray<unsigned char>& leaf_rings = scratch->leaf_rings;
+    PatchLimits<Value>& limits = scratch->limits;
     values.points.resize(topology.get_level(0).vertex_count);
     for (unsigned int v = 0; v < values.points.get_count(); ++v)
         values.points[v] = v < topology.get_vertex_count() ? value_at(v) : ValueOps<Value>::zero();

@@ -101,6 +101,7 @@ struct RefinementLevel {
     CoreArray<unsigned int> first_children;  // of candidates: the first of as many candidates as the face has corners
     CoreArray<unsigned int> edge_halves;     // per edge: its parts at its two ends, edges of the next level or none
     bool has_step = false;
+    size_t kept_size = 0;  // bytes of the arrays' storage when it was given back last
 
     bool is_quads() const { return offsets.is_empty(); }
     unsigned int face_begin(unsigned int f) const { return is_quads() ? 4 * f : offsets[f]; }

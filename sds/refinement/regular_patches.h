@@ -37,7 +37,6 @@ public:
     const Value& get(unsigned int v) const { return m_limits[v].value; }
     Slot* get_data() { return m_limits.get_data(); }
     unsigned char* get_known() { return m_known.get_data(); }
-    size_t get_memory_size() const { return (sizeof(Slot) + 1) * size_t{m_limits.get_count()}; }
 
     static constexpr unsigned char touched = 1, untouched = 2;
 

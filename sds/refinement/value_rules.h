@@ -24,10 +24,6 @@ struct LevelValues {
         face_points.reserve(face_count);
         sums.reserve(vertex_count);
     }
-    size_t get_memory_size() const {
-        return sizeof(Value) * size_t{points.get_count()} + sizeof(Value) * size_t{face_points.get_count()} +
-               sizeof(Sums) * size_t{sums.get_count()};
-    }
 };
 
 // Face points and sums from the points, of the faces that is_needed(face) says so of and the vertices that have no

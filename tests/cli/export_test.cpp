@@ -1,83 +1,42 @@
 // Exports against each other and against plain arithmetic on the patches.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cmath>
 #include <set>
 
+#include "exported_patches.h"
 #include "io/obj/read_obj.h"
-#include "sds_process.h"
+#include "io/obj/write_obj.h"
 
 namespace sds_cli {
 namespace {
 
-using Point = std::array<double, 3>;
-
-// The point of a patch from its sixteen controls by corner, in double precision: row and column of each control.
-Point evaluate(const float* controls, double u, double v) {
-    static constexpr int rows[16] = {0, 0, 1, 1, 0, 1, 1, 0, 3, 3, 2, 2, 3, 2, 2, 3};
-    static constexpr int columns[16] = {0, 1, 1, 0, 3, 3, 2, 2, 3, 2, 2, 3, 0, 0, 1, 1};
-    const auto bernstein = [](int i, double t) {
-        const double s = 1.0 - t;
-        const double values[] = {s * s * s, 3.0 * t * s * s, 3.0 * t * t * s, t * t * t};
-        return values[i];
-    };
-    Point p{};
-    for (std::size_t c = 0; c < 16; ++c)
-        for (std::size_t k = 0; k < 3; ++k)
-            p[k] += bernstein(rows[c], v) * bernstein(columns[c], u) * static_cast<double>(controls[3 * c + k]);
-    return p;
-}
-
-struct Exported {
-    std::size_t quads = 0;
-    std::vector<float> patches;
-    std::vector<double> samples;  // [quad][v][u][15], cells + 1 points a side
-    ControlCage tessellation;
-};
-
-Exported export_all(const ScratchFolder& folder, const std::string& mesh, unsigned int level, unsigned int cells,
-                    const std::vector<std::string>& more = {}) {
+// A tessellation, after its corners and the samples of the same places were compared with the patches.
+ControlCage export_all(const ScratchFolder& folder, const std::string& mesh, std::size_t quads, const char* level,
+                       std::size_t cells) {
+    const ExportedPatches patches(folder, mesh, {"--isolation", "0"});
+    EXPECT_EQ(patches.count(), quads);
     EXPECT_SUCCESS(
-        run_sds(folder,
-                {"export", mesh, "--patches", folder.path("p.npy"), "--tessellation", folder.path("t.obj"), "--level",
-                 std::to_string(level), "--samples", std::to_string(cells), folder.path("s.npy"), "--isolation", "0"},
-                more));
-    Exported out;
-    const NpyArray patches = read_npy(folder.path("p.npy"));
-    out.quads = patches.shape.at(0);
-    EXPECT_EQ(patches.shape, (std::vector<std::size_t>{out.quads, 16, 3}));
-    out.patches = std::get<std::vector<float>>(patches.values);
-    out.samples = read_doubles(folder.path("s.npy"), {out.quads, cells + 1, cells + 1, 15});
-    out.tessellation = read_obj(folder.path("t.obj")).cage.value();
-    return out;
-}
-
-void expect_consistent(const Exported& out, unsigned int cells, double tolerance) {
+        run_sds(folder, {"export", mesh, "--tessellation", folder.path("t.obj"), "--level", level, "--samples",
+                         std::to_string(cells), folder.path("s.npy"), "--isolation", "0", "--quiet"}));
     const std::size_t side = cells + 1;
-    for (std::size_t q = 0; q < out.quads; ++q)
-        for (std::size_t j = 0; j < side; ++j)
-            for (std::size_t i = 0; i < side; ++i) {
-                const double* sample = &out.samples[((q * side + j) * side + i) * 15];
-                const double u = static_cast<double>(i) / cells, v = static_cast<double>(j) / cells;
-                const Point p = evaluate(&out.patches[48 * q], u, v);
-                for (std::size_t k = 0; k < 3; ++k)
-                    ASSERT_NEAR(sample[k], p[k], tolerance) << q << ' ' << i << ' ' << j;
-                for (std::size_t normal : {9u, 12u})
-                    ASSERT_NEAR(std::hypot(sample[normal], sample[normal + 1], sample[normal + 2]), 1.0, 1e-9);
-            }
+    const std::vector<double> samples = read_doubles(folder.path("s.npy"), {quads, side, side, 15});
+    for (std::size_t i = 0; i < samples.size() / 15; ++i)
+        patches.expect_sample(i / (side * side), static_cast<double>(i % side) / static_cast<double>(cells),
+                              static_cast<double>(i / side % side) / static_cast<double>(cells), &samples[15 * i], 0);
     // Faces come quad by quad and row by row: each corner is the sample of the same place.
-    ASSERT_EQ(out.tessellation.get_polygon_count(), out.quads * cells * cells);
-    for (std::size_t face = 0; face < out.tessellation.get_polygon_count(); ++face) {
+    const ControlCage cage = read_obj(folder.path("t.obj")).cage.value();
+    EXPECT_EQ(cage.get_polygon_count(), quads * cells * cells);
+    for (std::size_t face = 0; face < cage.get_polygon_count(); ++face) {
         const std::size_t q = face / (cells * cells), j = face / cells % cells, i = face % cells;
         const std::size_t places[4] = {j * side + i, j * side + i + 1, (j + 1) * side + i + 1, (j + 1) * side + i};
-        for (std::size_t k = 0; k < 4; ++k) {
-            const std::size_t vertex = out.tessellation.polygon_indices[4 * face + k];
-            const double* sample = &out.samples[(q * side * side + places[k]) * 15];
+        for (std::size_t k = 0; k < 4; ++k)
             for (std::size_t c = 0; c < 3; ++c)
-                ASSERT_NEAR(static_cast<double>(out.tessellation.positions[3 * vertex + c]), sample[c], tolerance);
-        }
+                EXPECT_NEAR(
+                    static_cast<double>(cage.positions[3 * std::size_t{cage.polygon_indices[4 * face + k]} + c]),
+                    samples[(q * side * side + places[k]) * 15 + c], 1e-6);
     }
+    return cage;
 }
 
 std::size_t edge_count(const ControlCage& cage) {
@@ -94,29 +53,17 @@ std::size_t edge_count(const ControlCage& cage) {
 using Export = InFolder;
 
 TEST_F(Export, PatchesSamplesAndCellsAgree) {
-    const Exported closed = export_all(folder, cube, 3, 8);
-    ASSERT_EQ(closed.quads, 6u);
-    expect_consistent(closed, 8, 1e-6);
     // Welded: a closed surface of 6 x 64 quads is a sphere, V - E + F = 2 with two faces on every edge.
-    EXPECT_EQ(edge_count(closed.tessellation), 6u * 64 * 2);
-    EXPECT_EQ(closed.tessellation.get_vertex_count(), 6u * 64 + 2);
-
-    // The step counts as a level.
-    const Exported stepped = export_all(folder, sheet, 3, 4);
-    ASSERT_EQ(stepped.quads, 15u);
-    expect_consistent(stepped, 4, 1e-6);
-    // A disc: V - E + F = 1.
-    EXPECT_EQ(stepped.tessellation.get_vertex_count() + stepped.tessellation.get_polygon_count(),
-              edge_count(stepped.tessellation) + 1);
-}
-
-// Two quads that run along their edge the same way have patches that part there: they share its ends only.
-TEST_F(Export, LeavesNeighboursOfOppositeWindingApart) {
+    const ControlCage closed = export_all(folder, cube, 6, "3", 8);
+    EXPECT_EQ(edge_count(closed), 6u * 64 * 2);
+    EXPECT_EQ(closed.get_vertex_count(), 6u * 64 + 2);
+    // The step counts as a level. A disc: V - E + F = 1.
+    const ControlCage stepped = export_all(folder, sheet, 15, "3", 4);
+    EXPECT_EQ(stepped.get_vertex_count() + stepped.get_polygon_count(), edge_count(stepped) + 1);
+    // Two quads that run along their edge the same way have patches that part there: they share its ends only.
     const std::string mesh =
         folder.write("a.obj", "v 0 0 0\nv 1 0 0\nv 2 0 0.5\nv 0 1 0\nv 1 1.5 0\nv 2 1 0.2\nf 1 2 5 4\nf 2 5 6 3\n");
-    const Exported out = export_all(folder, mesh, 2, 4, {"--quiet"});
-    expect_consistent(out, 4, 1e-6);
-    EXPECT_EQ(out.tessellation.get_vertex_count(), 2u * 25 - 2);
+    EXPECT_EQ(export_all(folder, mesh, 2, "2", 4).get_vertex_count(), 2u * 25 - 2);
 }
 
 TEST_F(Export, UvsFollowTheMapAndUnmappedQuadsAreNaN) {
@@ -129,11 +76,11 @@ TEST_F(Export, UvsFollowTheMapAndUnmappedQuadsAreNaN) {
     const std::vector<double> uvs = read_doubles(folder.path("uv.npy"), {quads, 3, 3, 9});
     for (std::size_t i = 0; i < 15u * 81; ++i) ASSERT_TRUE(std::isnan(uvs[i])) << i;
     // A linear map of a square: its corner quads are the square's quarters, d/du and d/dv half of its sides.
-    const Point corners[4] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    const Vec3 corners[4] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
     for (std::size_t k = 0; k < 4; ++k) {
         const double* row = &uvs[(15 + k) * 81];
-        const Point &corner = corners[k], &next = corners[(k + 1) % 4], &last = corners[(k + 3) % 4];
-        for (std::size_t c = 0; c < 3; ++c) {
+        const Vec3 &corner = corners[k], &next = corners[(k + 1) % 4], &last = corners[(k + 3) % 4];
+        for (unsigned int c = 0; c < 3; ++c) {
             EXPECT_NEAR(row[c], corner[c], 1e-6);
             EXPECT_NEAR(row[3 + c], 0.5 * (next[c] - corner[c]), 1e-6);
             EXPECT_NEAR(row[6 + c], 0.5 * (last[c] - corner[c]), 1e-6);
@@ -186,6 +133,17 @@ TEST_F(Export, TimesGiveTheMeshOfThatTime) {
     expect_near(patches_of(rest, {"--motion", b, "--time", "0.5"}), patches_of(rest, {}), at_b, 0.5f);
     // Evenly over [0, 1] without times.
     expect_near(patches_of(rest, {"--time-samples", rest, b, c, "--time", "0.75"}), at_b, at_c, 0.5f);
+}
+
+TEST_F(Export, SizesAreForeseen) {
+    for (const std::string& mesh : {cube, std::string(QN_SOURCE_DIR "/assets/body.obj")}) {
+        const std::string out = folder.path("t.obj");
+        EXPECT_SUCCESS(run_sds(folder, {"export", mesh, "--tessellation", out, "--level", "5", "--quiet"}));
+        const ControlCage cells = read_obj(out).cage.value();
+        const auto size = static_cast<double>(std::filesystem::file_size(out));
+        const auto foreseen = static_cast<double>(estimate_obj_size(cells.get_polygon_count(), cells.has_uvs()));
+        EXPECT_NEAR(foreseen, size, 0.3 * size) << mesh;
+    }
 }
 
 }  // namespace

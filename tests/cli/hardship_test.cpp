@@ -213,7 +213,7 @@ TEST_F(Hardship, SizesAreCheckedBeforeMemoryIsTaken) {
         const char* said;
     };
     const Case cases[] = {
-        {{"render", cube, "-o", png, "--texture", bomb}, 2, "37837 x 37837 texels take 4.0 GiB"},
+        {{"render", cube, "-o", png, "--texture", bomb}, 2, "--texture-limit: "},
         {{"render", cube, "-o", png, "--texture", bomb, "--texture-limit", "3.5G"}, 2, "limit of 3.5 GiB"},
         {{"render", cube, "-o", png, "--texture", bomb, "--texture-limit", "5G"}, 2, "IDAT"},
         {{"render", cube, "-o", png, "--texture", bomb, "--texture-limit", "5G", "--memory-limit", "2G"},

@@ -13,19 +13,6 @@ namespace {
 using testing::HasSubstr;
 using Words = std::set<std::string>;
 
-// Runs shell commands in the folder, with the built program found as `sds`.
-SdsRun run_shell(const ScratchFolder& folder, const std::string& script) {
-    const std::string bin = std::filesystem::path(QN_SDS_PROGRAM_PATH).parent_path();
-    const std::string file =
-        folder.write(".script", "cd '" + folder.path("") + "'\nPATH='" + bin + "':$PATH\n" + script);
-    const std::string command = "bash '" + file + "' > '" + folder.path(".o") + "' 2> '" + folder.path(".e") + "'";
-    SdsRun run;
-    run.code = WEXITSTATUS(std::system(command.c_str()));
-    run.out = ScratchFolder::read(folder.path(".o"));
-    run.err = ScratchFolder::read(folder.path(".e"));
-    return run;
-}
-
 std::vector<std::string> lines_of(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);
@@ -91,6 +78,50 @@ TEST_F(Help, EveryExampleRuns) {
     }
 }
 
+TEST_F(Help, NamesWhatWasMeant) {
+    const std::pair<const char*, const char*> lines[] = {
+        {"rendr cube.obj", "sds: there is no command 'rendr'; did you mean render?\nCommands are info, "},
+        {"help selct", "'selct'; did you mean select?"},
+        {"intersct --help", "'intersct'; did you mean intersect?"},
+        {"", "sds: a command is required\nCommands are "},
+        {"xyzzy", "sds: there is no command 'xyzzy'\n"},
+        {"--vresion", "sds: there is no option --vresion; did you mean --version?"},
+        {"render --ouput a.png cube.obj", "sds render: there is no option --ouput; did you mean --output?"},
+        {"render cube.obj -o a.png --Level=3", "no option --Level; did you mean --level?"},
+        {"render cube.obj -o a.png -s", "no option -s\n"},
+        {"render cube.obj -o a.png --view 35 x", "--view: '35' is not azimuth and elevation"},
+        {"render sheet.obj -o a.png --texture a.png", "--texture: sheet.obj has no UVs"},
+        {"render cube.obj -o a.png --checker --map 2", "--map: cube.obj has 1 UV map, the first is 0, there is no 2"},
+        {"export sheet.obj --uv 4 a.npy", "--uv: sheet.obj has no UVs"},
+    };
+    for (const auto& [line, reason] : lines) {
+        const SdsRun run = run_shell(folder, std::string("sds ") + line);
+        EXPECT_EQ(run.code, 2) << line;
+        EXPECT_THAT(run.err, HasSubstr(reason)) << line;
+        EXPECT_EQ(run.out, "") << line;
+    }
+}
+
+TEST_F(Help, UnderstandsSeveralSpellings) {
+    const auto out = [&](const char* line) {
+        const SdsRun run = run_shell(folder, line);
+        EXPECT_EQ(run.code, 0) << line << run.err;
+        return run.out;
+    };
+    EXPECT_EQ(out("sds help render"), out("sds render --help"));
+    EXPECT_EQ(out("sds help"), out("sds --help"));
+    EXPECT_EQ(out("sds -v"), out("sds --version"));
+    const std::string render = "sds render cube.obj --width 16 --height 12 --samples 1 -q -o ";
+    EXPECT_EQ(out((render + "- --view -35 22 --up Z").c_str()), out((render + "- --view '-35,22' --up z").c_str()));
+    out((render + "A.PNG --aov N").c_str());
+    out((render + "A.Exr").c_str());
+    EXPECT_EQ(ScratchFolder::read(folder.path("A.PNG")).substr(1, 3), "PNG");
+    EXPECT_EQ(ScratchFolder::read(folder.path("A.Exr")).substr(0, 4), "\x76\x2f\x31\x01");
+    EXPECT_EQ(out("sds info cube.obj --json --interpolation EDGEONLY | grep -v -i second"),
+              out("sds info cube.obj --json --interpolation edgeOnly | grep -v -i second"));
+    EXPECT_EQ(run_shell(folder, "sds info -v cube.obj").err, run_shell(folder, "sds info --log-level 2 cube.obj").err);
+}
+
 TEST_F(Help, BashCompletesEveryOptionAndItsWords) {
     const std::string script = QN_SOURCE_DIR "/cli/texts/sds.bash";
     folder.write("cage.obj", cube_obj);
@@ -116,6 +147,21 @@ TEST_F(Help, BashCompletesEveryOptionAndItsWords) {
 TEST_F(Help, ZshTextIsSound) {
     if (run_shell(folder, "command -v zsh").code != 0) GTEST_SKIP() << "zsh is not installed";
     EXPECT_EQ(run_shell(folder, "zsh -n '" QN_SOURCE_DIR "/cli/texts/_sds'").err, "");
+}
+
+TEST_F(Help, FishCompletesCommandsOptionsAndWords) {
+    if (run_shell(folder, "command -v fish").code != 0) GTEST_SKIP() << "fish is not installed";
+    const auto complete = [&](const std::string& line) {
+        const SdsRun run = run_shell(folder, "HOME='" + folder.path("") +
+                                                 "' fish --no-config -c \"source '" QN_SOURCE_DIR
+                                                 "/cli/texts/sds.fish'; complete -C '" +
+                                                 line + "'\" | cut -f 1");
+        EXPECT_EQ(run.err, "") << line;
+        return words_of(run.out);
+    };
+    EXPECT_EQ(complete("sds rend"), Words{"render"});
+    EXPECT_EQ(complete("sds select --mode t"), Words{"touch"});
+    EXPECT_THAT(complete("sds render --wi"), testing::IsSupersetOf({"--width", "--wire"}));
 }
 
 TEST_F(Help, ManualPagesNameEveryOptionAndFormatCleanly) {

@@ -69,37 +69,38 @@ TEST_F(Intersect, FlatCellsAreThoseOfTheExport) {
     EXPECT_TRUE(std::isinf(hits[19 * count + 3]) && std::isnan(hits[19 * count + 4]));
 }
 
-// Rays at known points of the limit surface, from a little above it.
-TEST_F(Intersect, LimitSurfaceIsHitWhereItIs) {
-    const std::size_t cells = 5, points = 6 * 36;
-    EXPECT_SUCCESS(run_sds(folder, {"export", cube, "--samples", "5", folder.path("s.npy")}));
-    const std::vector<double> samples = read_doubles(folder.path("s.npy"), {6, cells + 1, cells + 1, 15});
-    std::vector<double> rays;
-    for (std::size_t i = 0; i < points; ++i) {
-        const double* s = &samples[15 * i];
-        for (std::size_t k = 0; k < 3; ++k) rays.push_back(s[k] + 0.25 * s[9 + k]);
-        for (std::size_t k = 0; k < 3; ++k) rays.push_back(-s[9 + k]);
-        rays.insert(rays.end(), {0.0, 10.0});
-    }
-    rays.insert(rays.end(), {5, 5, 5, 1, 0, 0, 0, 10});          // beside it
-    rays.insert(rays.end(), {5, 0, 0, 0, 0, 0, 0, 10});          // no direction
-    rays.insert(rays.end(), {0.0 / 0.0, 0, 0, 0, 0, 1, 0, 10});  // not finite
-    rays.insert(rays.end(), {0, 0, 5, 0, 0, -1, 0, 1});          // too short
-    write_doubles(folder.path("rays.npy"), rays, 8);
+TEST_F(Intersect, RaysWithoutAHit) {
+    write_doubles(folder.path("rays.npy"), {0,         0, 5, 0, 0, -1, 0, 10,  // meets the cube
+                                            5,         5, 5, 1, 0, 0,  0, 10,  // beside it
+                                            5,         0, 0, 0, 0, 0,  0, 10,  // no direction
+                                            0.0 / 0.0, 0, 0, 0, 0, 1,  0, 10,  // not finite
+                                            0,         0, 5, 0, 0, -1, 0, 1},  // too short
+                  8);
     const SdsRun run =
         run_sds(folder, {"intersect", cube, "--rays", folder.path("rays.npy"), "--hits", folder.path("h.npy")});
     EXPECT_SUCCESS(run);
-    EXPECT_THAT(run.err, testing::HasSubstr("ray 217 is not finite or has no direction, hits nothing; 2 cases"));
-    const std::vector<double> hits = read_doubles(folder.path("h.npy"), {points + 4, 4});
-    for (std::size_t i = 0; i < points; ++i) {
-        const std::size_t quad = i / 36, j = i / 6 % 6, k = i % 6;
-        ASSERT_NEAR(hits[4 * i + 3], 0.25, 2e-6) << i;
-        if (j == 0 || j == 5 || k == 0 || k == 5) continue;  // a neighbour may answer on edges
-        ASSERT_EQ(hits[4 * i], static_cast<double>(quad));
-        ASSERT_NEAR(hits[4 * i + 1], static_cast<double>(k) / 5, 1e-4);
-        ASSERT_NEAR(hits[4 * i + 2], static_cast<double>(j) / 5, 1e-4);
-    }
-    for (std::size_t i = points; i < points + 4; ++i) EXPECT_EQ(hits[4 * i], -1.0) << i;
+    EXPECT_THAT(run.err, testing::HasSubstr("ray 2 is not finite or has no direction, hits nothing; 2 cases"));
+    const std::vector<double> hits = read_doubles(folder.path("h.npy"), {5, 4});
+    for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(hits[4 * i] >= 0.0, i == 0) << i;
+}
+
+TEST_F(Intersect, RaysAreSpelledInSeveralWays) {
+    const std::vector<double> rays{0.125, 0.25, 9, 0, 0, -1, 0, INFINITY, 0.5, 0.25, -9, 0, 0, 2, 0, INFINITY};
+    const auto hits_of = [&](const std::string& file) {
+        EXPECT_SUCCESS(run_sds(folder, {"intersect", cube, "--rays", file, "--hits", folder.path("h.npy")}));
+        return read_doubles(folder.path("h.npy"), {2, 4});
+    };
+    write_doubles(folder.path("r.npy"), rays, 8);
+    const std::vector<double> expected = hits_of(folder.path("r.npy"));
+    EXPECT_GE(std::min(expected[0], expected[4]), 0.0);
+    const std::size_t shape[] = {2, 8};
+    write_npy<float>(folder.path("f.npy"), shape, std::vector<float>(rays.begin(), rays.end()));
+    EXPECT_EQ(hits_of(folder.path("f.npy")), expected);
+    EXPECT_EQ(
+        hits_of(folder.write("r.csv", "# ox, oy, oz, dx, dy, dz\r\n0.125,0.25,9,0,0,-1\r\n+0.5, 0.25,-9, 0,0,2e0")),
+        expected);
+    EXPECT_EQ(hits_of(folder.write("r.txt", "0.125 .25 9\t0 0 -1 0 inf # down\n\n0.5 0.25 -9 0 0 2 0 inf\n")),
+              expected);
 }
 
 // A cube that moves by 4 along x in a unit of time, hit by rays that wait for it.

@@ -7,119 +7,16 @@
 #include <nlohmann/json.hpp>
 #include <random>
 
+#include "exported_patches.h"
 #include "io/obj/read_obj.h"
 #include "oracles/built_surface.h"
 #include "oracles/mesh_zoo.h"
-#include "sds_process.h"
 
 namespace sds_cli {
 namespace {
 
-using Vec3 = GMathVec3<double>;
 using Json = nlohmann::json;
-
-struct Jet {
-    Vec3 position{0, 0, 0}, du{0, 0, 0}, dv{0, 0, 0};
-    int level = 0;
-};
-
-Vec3 to_vec(const double* xyz) { return {xyz[0], xyz[1], xyz[2]}; }
-double length(const Vec3& v) { return std::sqrt(v.dot(v)); }
-
-/// The exported patches with their places, evaluated by quad in double precision and apart from the code under test.
-class ExportedPatches {
-public:
-    ExportedPatches(const ScratchFolder& folder, const std::string& mesh, const std::vector<std::string>& more) {
-        EXPECT_SUCCESS(run_sds(
-            folder,
-            {"export", mesh, "--quiet", "--patches", folder.path("p.npy"), "--patch-places", folder.path("w.npy")},
-            more));
-        m_controls = std::get<std::vector<float>>(read_npy(folder.path("p.npy")).values);
-        m_places = std::get<std::vector<std::int32_t>>(read_npy(folder.path("w.npy")).values);
-        EXPECT_EQ(m_controls.size() / 48, count());
-    }
-
-    std::size_t count() const { return m_places.size() / 4; }
-    const float* controls(std::size_t patch) const { return &m_controls[48 * patch]; }
-    int level(std::size_t patch) const { return m_places[4 * patch + 1]; }
-
-    /// False where no patch covers the place.
-    bool evaluate(std::size_t quad, double u, double v, Jet& jet) const {
-        for (std::size_t p = 0; p < count(); ++p) {
-            const auto first = static_cast<std::size_t>(m_places[4 * p]);
-            const bool is_polygon = level(p) < 0;
-            if (quad < first || quad > first + (is_polygon ? 3 : 0)) continue;
-            if (is_polygon) {
-                jet = evaluate_quarter(p, quad - first, u, v);
-                return true;
-            }
-            const double side = std::ldexp(1.0, level(p));
-            const double s = u * side - m_places[4 * p + 2], t = v * side - m_places[4 * p + 3];
-            if (s < 0.0 || s > 1.0 || t < 0.0 || t > 1.0) continue;
-            jet = evaluate_patch(p, s, t);
-            jet.du = jet.du * side;
-            jet.dv = jet.dv * side;
-            jet.level = level(p);
-            return true;
-        }
-        return false;
-    }
-
-private:
-    Jet evaluate_patch(std::size_t patch, double u, double v) const {
-        static constexpr unsigned int rows[16] = {0, 0, 1, 1, 0, 1, 1, 0, 3, 3, 2, 2, 3, 2, 2, 3};
-        static constexpr unsigned int columns[16] = {0, 1, 1, 0, 3, 3, 2, 2, 3, 2, 2, 3, 0, 0, 1, 1};
-        const auto weights = [](double t, double* value, double* slope) {
-            const double s = 1.0 - t;
-            const double b[] = {s * s * s, 3.0 * t * s * s, 3.0 * t * t * s, t * t * t};
-            const double d[] = {-3.0 * s * s, 3.0 * s * s - 6.0 * t * s, 6.0 * t * s - 3.0 * t * t, 3.0 * t * t};
-            std::copy(b, b + 4, value);
-            std::copy(d, d + 4, slope);
-        };
-        double bu[4], su[4], bv[4], sv[4];
-        weights(u, bu, su);
-        weights(v, bv, sv);
-        Jet jet;
-        for (unsigned int c = 0; c < 16; ++c) {
-            const float* xyz = controls(patch) + 3 * c;
-            const Vec3 control(xyz[0], xyz[1], xyz[2]);
-            jet.position = jet.position + control * (bu[columns[c]] * bv[rows[c]]);
-            jet.du = jet.du + control * (su[columns[c]] * bv[rows[c]]);
-            jet.dv = jet.dv + control * (bu[columns[c]] * sv[rows[c]]);
-        }
-        return jet;
-    }
-
-    /// The quarter at a corner of a patch, its u running along the patch's edge from there.
-    Jet evaluate_quarter(std::size_t patch, std::size_t corner, double u, double v) const {
-        const double s = 0.5 * u, t = 0.5 * v;
-        const double places[4][2] = {{s, t}, {1.0 - t, s}, {1.0 - s, 1.0 - t}, {t, 1.0 - s}};
-        Jet jet = evaluate_patch(patch, places[corner][0], places[corner][1]);
-        const Vec3 su = jet.du * 0.5, sv = jet.dv * 0.5;
-        const Vec3 us[4] = {su, sv, su * -1.0, sv * -1.0}, vs[4] = {sv, su * -1.0, sv * -1.0, su};
-        jet.du = us[corner];
-        jet.dv = vs[corner];
-        return jet;
-    }
-
-    std::vector<float> m_controls;
-    std::vector<std::int32_t> m_places;
-};
-
-/// Position and derivatives of a row of samples are the patches'; NaN where there is no patch.
-void expect_sample(const ExportedPatches& patches, std::size_t quad, double u, double v, const double* row, int depth) {
-    SCOPED_TRACE(testing::Message() << "quad " << quad << " at " << u << ", " << v);
-    Jet jet;
-    if (!patches.evaluate(quad, u, v, jet)) {
-        for (unsigned int i = 0; i < 15; ++i) EXPECT_TRUE(std::isnan(row[i]));
-        return;
-    }
-    EXPECT_LT(length(to_vec(row) - jet.position), 2e-6);
-    // Patches that are refined no further have the limit's tangents at their corners, not the net's.
-    const double share = jet.level == depth ? 0.35 : 2e-5;
-    EXPECT_LT(length(to_vec(row + 3) - jet.du), share * (length(jet.du) + length(jet.dv)));
-    EXPECT_LT(length(to_vec(row + 6) - jet.dv), share * (length(jet.du) + length(jet.dv)));
-}
+using Jet = ExportedPatches::Jet;
 
 const std::string all_tags =
     "t crease 5/1/0 4 5 6 7 4 2.5\nt crease 2/1/0 0 1 0.75\nt crease 2/1/0 1 2 inf\nt corner 1/1/0 3 1.5\n"
@@ -165,7 +62,7 @@ TEST_F(Isolation, PatchesOfTaggedCagesAreTheModules) {
         const std::vector<double> rows = read_doubles(folder.path("s.npy"), {6, 6, 6, 15});
         for (std::size_t i = 0; i < rows.size() / 15; ++i) {
             const double u = static_cast<double>(i % 6) / 5.0, v = static_cast<double>(i / 6 % 6) / 5.0;
-            expect_sample(patches, i / 36, u, v, &rows[15 * i], static_cast<int>(depth));
+            patches.expect_sample(i / 36, u, v, &rows[15 * i], static_cast<int>(depth));
         }
 
         // Four cells a side, welded, none on the hole.
@@ -180,7 +77,7 @@ TEST_F(Isolation, PatchesOfTaggedCagesAreTheModules) {
             ASSERT_TRUE(
                 patches.evaluate(quad, 0.25 * static_cast<double>(f % 4), 0.25 * static_cast<double>(f / 4 % 4), jet));
             const float* xyz = &cells.positions[3 * std::size_t{cells.polygon_indices[4 * f]}];
-            EXPECT_LT(length(jet.position - Vec3(xyz[0], xyz[1], xyz[2])), 1e-6) << "face " << f;
+            EXPECT_LT((jet.value - Vec3(xyz[0], xyz[1], xyz[2])).length(), 1e-6) << "face " << f;
         }
     }
     const SdsRun plain = run_sds(folder, {"info", mesh, "--json", "--isolation", "0"});
@@ -217,10 +114,10 @@ TEST_F(Isolation, HitsAreOnTheQuads) {
         const double* hit = &hits[19 * i];
         ASSERT_GE(hit[0], 0.0) << "ray " << i;
         const auto quad = static_cast<std::size_t>(hit[0]);
-        expect_sample(patches, quad, hit[1], hit[2], hit + 4, 2);
+        patches.expect_sample(quad, hit[1], hit[2], hit + 4, 2);
         Jet jet;
         ASSERT_TRUE(patches.evaluate(quad, hit[1], hit[2], jet));
-        EXPECT_LT(length(jet.position - Vec3(rays[8 * i], rays[8 * i + 1], 9.0 - hit[3])), 1e-5) << "ray " << i;
+        EXPECT_LT((jet.value - Vec3(rays[8 * i], rays[8 * i + 1], 9.0 - hit[3])).length(), 1e-5) << "ray " << i;
     }
 
     const SdsRun info = run_sds(folder, {"info", mesh, "--json"}, flags);

@@ -1,6 +1,7 @@
 // What the program refuses, and how it says so.
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "sds_process.h"
@@ -14,44 +15,11 @@ using testing::HasSubstr;
 using Program = InFolder;
 
 TEST_F(Program, RefusesWrongUsage) {
-    const std::string png = folder.path("out.png"), npy = folder.path("out.npy");
-    const std::vector<std::vector<std::string>> wrong = {
-        {},
-        {"paint"},
-        {"info"},
-        {"info", cube, "--nonsense"},
-        {"info", cube, "--interpolation", "round"},
-        {"info", cube, "--uv-interpolation", "9"},
-        {"info", cube, "--threads", "-1"},
-        {"render", cube},
-        {"render", cube, "-o", folder.path("out.jpg")},
-        {"render", cube, "-o", png, "--level", "13"},
-        {"render", cube, "-o", png, "--level", "-1"},
-        {"render", cube, "-o", png, "--width", "0"},
-        {"render", cube, "-o", png, "--samples", "0"},
-        {"render", cube, "-o", png, "--view", "35"},
-        {"render", cube, "-o", png, "--view", "35 nan"},
-        {"render", cube, "-o", png, "--aov", "N,smell"},
-        {"render", cube, "-o", png, "--shutter", "1", "0"},
-        {"render", cube, "-o", png, "--map", "1", "--checker"},
-        {"render", cube, "-o", png, "--times", "0", "1"},
-        {"render", cube, "-o", png, "--time-samples", cube, cube, "--times", "1", "1"},
-        {"render", cube, "-o", png, "--time-samples", cube, cube, "--times", "0"},
-        {"render", cube, "-o", png, "--time-samples", cube, cube, "--times", "0", "inf"},
-        {"render", cube, "-o", png, "--time-samples", cube, "--motion", cube},
-        {"export", cube},
-        {"export", cube, "--samples", "0", npy},
-        {"export", cube, "--samples", "x", npy},
-        {"export", cube, "--patches", npy, "--time", "nan"},
-        {"export", cube, "--uv", "2", npy, "--map", "1"},
-        {"export", cube, "--tessellation", folder.path("out.obj"), "--level", "0"},
-        {"intersect", cube, "--hits", npy},
-        {"select", cube, "--frustum", cube, "--mode", "near"},
-    };
-    for (const auto& arguments : wrong) {
-        const SdsRun run = run_sds(folder, arguments);
-        EXPECT_EQ(run.code, 2) << testing::PrintToString(arguments) << run.err;
-        EXPECT_FALSE(run.err.empty()) << testing::PrintToString(arguments);
+    std::ifstream lines(QN_SOURCE_DIR "/tests/cli/wrong_usage.txt");
+    for (std::string line; std::getline(lines, line);) {
+        const SdsRun run = run_shell(folder, line);
+        EXPECT_EQ(run.code, 2) << line << run.err;
+        EXPECT_FALSE(run.err.empty()) << line;
     }
     EXPECT_EQ(folder.file_count(), 2u) << "nothing was written";
 }
@@ -107,9 +75,21 @@ TEST_F(Program, RefusesUnusableRaysFrustaAndTextures) {
     write_doubles(rays, std::vector<double>(21, 1.0), 7);
     EXPECT_THAT(run_sds(folder, {"intersect", cube, "--rays", rays, "--hits", out}).err, HasSubstr("shape (3, 7)"));
     const std::size_t shape[] = {1, 8};
-    write_npy<float>(rays, shape, std::vector<float>(8, 1.0f));
+    write_npy<std::int32_t>(rays, shape, std::vector<std::int32_t>(8, 1));
     EXPECT_EQ(run_sds(folder, {"intersect", cube, "--rays", rays, "--hits", out}).code, 2);
     EXPECT_EQ(run_sds(folder, {"intersect", cube, "--rays", cube, "--hits", out}).code, 2);
+    const std::pair<const char*, const char*> texts[] = {
+        {"1 2 3 4 5\n", ":1: 5 numbers; rays are lines of 6, 8 or 9"},
+        {"# rays\n0 0 9 0 0 -1\n0 0 9 0 0 -1 0 5\n", ":3: 8 numbers; rays are lines of 6, as before"},
+        {"0 0 9 0 0 up\n", ":1: 'up' is no number"},
+        {"# none\n", ": no rays"},
+    };
+    for (const auto& [text, reason] : texts) {
+        const std::string file = folder.write("rays.txt", text);
+        const SdsRun run = run_sds(folder, {"intersect", cube, "--rays", file, "--hits", out});
+        EXPECT_EQ(run.code, 2);
+        EXPECT_THAT(run.err, HasSubstr(file + reason));
+    }
     for (const char* text : {"", "[]", "{\"side\": []}", "{\"near\": [0, 0, 1]}", "{\"near\": [0, 0, 1, \"a\"]}",
                              "{\"sides\": [[1,0,0,0],[1,0,0,0],[1,0,0,0],[1,0,0,0],[1,0,0,0]]}",
                              "{\"far\": [0, 0, 1, 1e999]}", "{\"far\": [0, 0, 1, 2]"}) {
@@ -129,6 +109,9 @@ TEST_F(Program, FailsWhereItCannotWrite) {
     std::filesystem::create_directory(folder.path("folder.png"));
     EXPECT_EQ(run_sds(folder, {"render", cube, "-o", folder.path("folder.png")}).code, 1);
     EXPECT_EQ(run_sds(folder, {"export", cube, "--patches", "/dev/full"}).code, 1);
+    const SdsRun much = run_sds(folder, {"export", cube, "--tessellation", "/dev/full", "--level", "9"});
+    EXPECT_EQ(much.code, 1);
+    EXPECT_THAT(much.err, HasSubstr("/dev/full: note: 1572864 faces, about "));
 }
 
 TEST_F(Program, SaysWhatItFoundUnlessQuiet) {

@@ -161,64 +161,21 @@ TEST_F(Properties, RefusesWithNameExpectedAndFound) {
     const std::size_t right[] = {8, 3};
     numbers[10] = std::numeric_limits<double>::quiet_NaN();
     write_npy<double>(folder.path("nan.npy"), right, numbers);
-    const Json eight = {1, 2, 3, 4, 5, 6, 7, 8}, seven = {1, 2, 3, 4, 5, 6, 7}, six = {1, 2, 3, 4, 5, 6};
-    const Json good = {{"name", "heat"}, {"kind", "vertex"}, {"type", "float32"}, {"values", eight}};
-    const auto with = [&](const Json& change) {
-        Json entry = good;
-        entry.update(change);
-        return Json{entry};
-    };
-    Json corners = Json::array();
-    for (int i = 0; i < 24; ++i) corners.push_back(i % 8);
-    Json beyond = corners, negative = corners;
-    beyond[5] = 8;
-    negative[0] = -1;
-    struct Case {
-        Json list;
-        std::vector<const char*> reasons;
-    };
-    const Case wrong[] = {
-        {with({{"values", seven}}), {"'heat': values:", "array of the wrong length: 7", "expected 8 vertices"}},
-        {with({{"values", six}, {"kind", "uniform"}, {"extent", 2}}), {"wrong length: 3", "expected 6 polygons"}},
-        {with({{"kind", "constant"}}), {"wrong length: 8", "expected 1 item"}},
-        {with({{"values", "turned.npy"}, {"extent", 3}}), {"8 vertices of 3 numbers", "(3, 8)"}},
-        {with({{"values", "nan.npy"}, {"extent", 3}}), {"float32", "nan in item 3, number 1"}},
-        {with({{"values", "none.npy"}}), {"'heat'", "none.npy"}},
-        {with({{"values", {{1, 2}, {1}}}}), {"entry 1 has shape (1)"}},
-        {with({{"values", {1, 2, 3, 4, 5, 6, 7, nullptr}}}), {"entry 7 is no number"}},
-        {with({{"values", {1, 2, 3, 4, 5, 6, 7, 256}}, {"type", "uint8"}}), {"uint8", "256 in item 7"}},
-        {with({{"values", {1, 2, 3, 4, 5, 6, 7, 0.5}}, {"type", "int32"}}), {"int32", "0.5 in item 7"}},
-        {with({{"values", {1, 2, 3, 4, 5, 6, 7, 1e39}}}), {"float32", "1e+39 in item 7"}},
-        {with({{"type", "float64"}, {"values", {1, 2, 3, 4, 5, 6, 7, 1.7e308}}}), {"1e300", "1.7e+308 in item 7"}},
-        {with({{"values", {1, 2, 3, 4, 5, 6, 7, 65520}}, {"type", "float16"}}), {"float16", "65520 in item 7"}},
-        {with({{"type", "float"}}), {"'heat': type:", "float16, float32", "found 'float'"}},
-        {with({{"kind", "vary"}}), {"vertex, varying, uniform or constant", "vary"}},
-        {with({{"extent", 0}}), {"extent: expected a whole number", "found 0"}},
-        {with({{"color", 1}}), {"found 'color'"}},
-        {with({{"name", "a b"}}), {"name: expected", "a b"}},
-        {with({{"indices", eight}}), {"indices: array of the wrong length: 8", "expected 24, one per face-corner"}},
-        {with({{"indices", beyond}}), {"indices: index out of range: 8 at face-corner 5", "items 0 to 7"}},
-        {with({{"indices", negative}}), {"whole numbers from 0", "found -1 at face-corner 0"}},
-        {with({{"indices", corners}, {"values", six}, {"kind", "uniform"}}), {"none for kind uniform"}},
-        {with({{"times", {0, 1}}}), {"2 times of 8 vertices", "(8)"}},
-        {with({{"times", {0, 1, 1}}, {"values", {eight, eight, eight}}}), {"times: time not later", "1 as time 3"}},
-        {with({{"times", Json::array()}}), {"one time or more"}},
-        {{good, good}, {"'heat'", "twice"}},
-        {{{{"kind", "vertex"}}}, {"property 1: name: expected a value"}},
-        {Json::object(), {"expected a list of properties, found object"}},
-    };
-    for (const auto& [list, reasons] : wrong) {
+    const Json cases = Json::parse(ScratchFolder::read(QN_SOURCE_DIR "/tests/cli/wrong_properties.json"));
+    for (const Json& each : cases) {
+        const Json& list = each["properties"];
         const std::string sidecar = write_sidecar(folder, list);
         const SdsRun run = run_sds(
             folder, {"export", cube, "--properties", sidecar, "--property", "heat", out, "--patches", "/dev/null"});
         EXPECT_EQ(run.code, 2) << list << run.err;
         EXPECT_THAT(run.err, HasSubstr(sidecar + ": "));
-        for (const char* reason : reasons) EXPECT_THAT(run.err, HasSubstr(reason)) << list;
+        for (const Json& reason : each["says"]) EXPECT_THAT(run.err, HasSubstr(reason.get<std::string>())) << list;
         EXPECT_FALSE(std::filesystem::exists(out)) << list;
     }
     for (const char* text : {"", "[{\"name\": ", "[{\"name\": NaN}]", "[1e999]", "[3]"})
         EXPECT_EQ(run_sds(folder, {"info", cube, "--properties", folder.write("bad.json", text)}).code, 2) << text;
-    const std::string sidecar = write_sidecar(folder, {good});
+    const std::string sidecar = write_sidecar(
+        folder, Json::array({Json{{"name", "heat"}, {"kind", "constant"}, {"type", "int8"}, {"values", {1}}}}));
     EXPECT_EQ(run_sds(folder, {"export", cube, "--properties", sidecar, "--property", "cold", out}).code, 2);
     EXPECT_EQ(run_sds(folder, {"export", cube, "--property", "heat", out}).code, 2);
     EXPECT_FALSE(std::filesystem::exists(out));

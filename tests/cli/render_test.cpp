@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <png.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 
@@ -139,6 +140,38 @@ TEST_F(Render, BlursMotionOnlyWhileTheShutterIsOpen) {
     EXPECT_LT(mean_difference(within, still), 0.2);
     EXPECT_GT(mean_difference(blurred, still), 2.0);
     EXPECT_TRUE(blurred.rgb == picture_of({"--motion", next, "--shutter", "0", "1"}).rgb);
+}
+
+// The two halves of a strip in the colors of their materials.
+TEST_F(Render, MaterialsColorTheirGroups) {
+    write_picture(folder.path("wood grain.png"), 1, 1, {0, 255, 0});
+    folder.write("a.mtl", "newmtl plain\nKd 1 0 0\nKs 1 1 1\nnewmtl grained\nKd 0 0 1\nmap_Kd wood grain.png\n");
+    folder.write("b.mtl", "newmtl plain\nKd 0 0 0\nnewmtl missing\nmap_Kd -s 1 1 1 none.png\nKd 0 0 1\n");
+    const auto strip = [&](const char* left, const char* right) {
+        return folder.write("strip.obj", std::string("mtllib a.mtl b.mtl\nmtllib none.mtl\n") +
+                                             "v -2 -1 0\nv 0 -1 0\nv 2 -1 0\nv -2 1 0\nv 0 1 0\nv 2 1 0\nvt 0 0\n"
+                                             "usemtl " +
+                                             left + "\nf 1/1 2/1 5/1 4/1\nusemtl " + right + "\nf 2/1 3/1 6/1 5/1\n");
+    };
+    const auto colors = [&](const char* left, const char* right) {
+        const SdsRun run = run_sds(folder, {"render", strip(left, right), "-o", folder.path("a.png"), "--view", "0 0",
+                                            "--width", "48", "--height", "32", "--samples", "2"});
+        EXPECT_SUCCESS(run);
+        EXPECT_THAT(run.err, testing::HasSubstr("none.mtl: No such file or directory: warning: its materials"));
+        return read_picture(folder.path("a.png"));
+    };
+    // Which channel is the strongest, left and right of the middle.
+    const auto expect = [&](const Picture& picture, unsigned int left, unsigned int right) {
+        for (const auto& [x, channel] : {std::pair(20u, left), std::pair(28u, right)}) {
+            const png_byte* rgb = picture.pixel(x, 16);
+            EXPECT_EQ(std::max_element(rgb, rgb + 3) - rgb, channel) << int(rgb[0]) << ' ' << int(rgb[1]);
+        }
+    };
+    expect(colors("plain", "grained"), 0, 1);
+    expect(colors("missing", "plain"), 2, 0);
+    folder.write("a.mtl", "newmtl plain\nKd 1 x 0\n");
+    EXPECT_THAT(run_sds(folder, {"render", strip("plain", "plain"), "-o", folder.path("a.png"), "--width", "8"}).err,
+                testing::HasSubstr("a.mtl:2: Kd takes numbers, not 'x'"));
 }
 
 TEST(Texture, LooksUpBetweenTexelsAndRepeats) {

@@ -67,6 +67,20 @@ inline SdsRun run_sds(const ScratchFolder& folder, std::vector<std::string> argu
     return run_sds_and(folder, std::move(arguments), [](pid_t) {});
 }
 
+// Runs shell commands in the folder, with the built program found as `sds`.
+inline SdsRun run_shell(const ScratchFolder& folder, const std::string& script) {
+    const std::string bin = std::filesystem::path(QN_SDS_PROGRAM_PATH).parent_path();
+    const std::string file =
+        folder.write(".script", "cd '" + folder.path("") + "'\nPATH='" + bin + "':$PATH\n" + script);
+    const std::string command = "bash '" + file + "' > '" + folder.path(".o") + "' 2> '" + folder.path(".e") + "'";
+    SdsRun run;
+    run.code = WEXITSTATUS(std::system(command.c_str()));
+    run.out = ScratchFolder::read(folder.path(".o"));
+    run.err = ScratchFolder::read(folder.path(".e"));
+    for (const char* name : {".script", ".o", ".e"}) std::filesystem::remove(folder.path(name));
+    return run;
+}
+
 #define EXPECT_SUCCESS(run) EXPECT_EQ((run).code, 0) << (run).err
 
 inline std::vector<double> read_doubles(const std::string& path, const std::vector<std::size_t>& shape) {

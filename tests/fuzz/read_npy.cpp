@@ -1,4 +1,6 @@
 #include <cmath>
+#include <sstream>
+#include <string>
 
 #include "fuzz/byte_source.h"
 #include "fuzz/targets.h"
@@ -7,8 +9,9 @@
 
 void sds_fuzz::read_npy_bytes(const std::uint8_t* data, std::size_t size) {
     using namespace sds_io;
+    std::istringstream file(std::string(reinterpret_cast<const char*>(data), size));
     try {
-        const NpyArray array = read_npy_text({reinterpret_cast<const char*>(data), size}, "fuzz.npy");
+        const NpyArray array = read_npy(file, "fuzz.npy");
         std::size_t count = 1;
         for (const std::size_t extent : array.shape) count *= extent;
         std::visit(

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -63,25 +65,45 @@ TEST(AppProgressBar, ConcurrentIncrementsAreAllCounted) {
     EXPECT_FLOAT_EQ(bar.get_position(), 0.5f);
 }
 
-TEST(AppTerminalProgress, WritesPlainLinesOffATerminal) {
-    std::FILE* file = std::tmpfile();
-    ASSERT_NE(file, nullptr);
-    {
-        AppTerminalProgress bar(file, "build");
-        for (unsigned int i = 0; i <= 1000; ++i) bar.set_value(static_cast<float>(i) / 1000.0f);
-    }
+std::vector<std::string> read_lines(std::FILE* file) {
     std::rewind(file);
     std::vector<std::string> lines;
     char buffer[256];
     while (std::fgets(buffer, sizeof buffer, file) != nullptr) lines.emplace_back(buffer);
     std::fclose(file);
-    EXPECT_GE(lines.size(), 4u);
-    EXPECT_LE(lines.size(), 6u);
+    return lines;
+}
+
+// A hundred steps of a millisecond each, given up after `last` of them.
+std::vector<std::string> lines_of(std::chrono::milliseconds interval, unsigned int last) {
+    std::FILE* file = std::tmpfile();
+    try {
+        AppTerminalProgress bar(file, "build", interval);
+        const AppProgressTask task(&bar, "steps", 1.0f);
+        for (unsigned int i = 1; i <= 100; ++i) {
+            if (i > last) throw std::runtime_error("given up");
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            bar.set_value(static_cast<float>(i) / 100.0f);
+        }
+    } catch (const std::runtime_error&) {
+    }
+    return read_lines(file);
+}
+
+TEST(AppTerminalProgress, WritesALineAnIntervalOffATerminal) {
+    const std::vector<std::string> lines = lines_of(std::chrono::milliseconds(20), 100);
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_LT(lines.size(), 90u);
     for (const std::string& line : lines) {
         EXPECT_TRUE(line.starts_with("build: ")) << line;
         EXPECT_EQ(line.find('\r'), std::string::npos);
     }
     EXPECT_TRUE(lines.back().starts_with("build: 100%")) << lines.back();
+    EXPECT_TRUE(lines_of(std::chrono::minutes(10), 100).empty()) << "short work is silent";
+
+    const std::vector<std::string> given_up = lines_of(std::chrono::milliseconds(1), 50);
+    ASSERT_FALSE(given_up.empty());
+    EXPECT_FALSE(given_up.back().starts_with("build: 100%")) << "what an exception leaves is not done";
 }
 
 }  // namespace

@@ -13,7 +13,6 @@ using Vec3f = GMathVec3<float>;
 struct CountingLoader : GeometryPointCloud::SampleLoader {
     unsigned int loads = 0;
     unsigned int count;
-    bool fails = false;
     bool* destroyed = nullptr;
 
     explicit CountingLoader(unsigned int n) : count(n) {}
@@ -21,7 +20,6 @@ struct CountingLoader : GeometryPointCloud::SampleLoader {
         if (destroyed != nullptr) *destroyed = true;
     }
     void load(const GMathTimeSampling&, const unsigned int& sample, Vec3f* out) override {
-        if (fails) throw std::bad_alloc();
         ++loads;
         for (unsigned int i = 0; i < count; ++i)
             out[i] = {static_cast<float>(sample), static_cast<float>(i), static_cast<float>(loads)};
@@ -82,17 +80,6 @@ TEST(GeometryPointCloud, SamplesAreLoadedOnceAndTheLoaderGoesWithItsLastCloud) {
         EXPECT_EQ(cloud.get_sample_positions(2)[3], Vec3f(2, 3, 3));
     }
     EXPECT_TRUE(destroyed);
-}
-
-TEST(GeometryPointCloud, FailedLoadLeavesTheSlotForAnotherTry) {
-    GeometryPointCloud cloud;
-    cloud.init(2, false, false, true);
-    auto* loader = new CountingLoader(2);
-    cloud.init_sampling(three_times(), LoaderPointer(loader));
-    loader->fails = true;
-    EXPECT_THROW(cloud.get_sample_positions(1), std::bad_alloc);
-    loader->fails = false;
-    EXPECT_EQ(cloud.get_sample_positions(1)[1], Vec3f(1, 1, 1));
 }
 
 TEST(GeometryPositionArray, BlendsItsSources) {

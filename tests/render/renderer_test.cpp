@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <chrono>
 #include <cmath>
 #include <limits>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "oracles/built_surface.h"
 #include "qn_sys/sys_thread.h"
@@ -229,7 +232,7 @@ TEST(Renderer, ABlurredPictureIsTheMeanOfStillOnes) {
     for (unsigned int i = 0; i < still_count; ++i) {
         const double time = (i + 0.5) / still_count;
         const SceneOf still(cloud, {time, time});
-        const std::vector<float> coverage = values_of(render(still, camera, unshaded(8), nullptr), "A");
+        const std::vector<float> coverage = values_of(render(still, camera, unshaded(32), nullptr), "A");
         for (size_t p = 0; p < sum.size(); ++p) sum[p] += coverage[p];
     }
     unsigned int partial = 0;
@@ -238,6 +241,33 @@ TEST(Renderer, ABlurredPictureIsTheMeanOfStillOnes) {
         partial += mean[p] > 0.2f && mean[p] < 0.8f ? 1 : 0;
     }
     EXPECT_GT(partial, 50u);
+}
+
+class SlowCloud : public SphereCloud {
+public:
+    using SphereCloud::intersect_primitive;
+    using SphereCloud::SphereCloud;
+    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
+                             GeometryRaytraceCtx& rays) const override {
+        ++offer_count;
+        std::this_thread::sleep_for(std::chrono::milliseconds(60));
+        SphereCloud::intersect_primitive(ctx, primitive, rays);
+    }
+    mutable unsigned int offer_count = 0;
+};
+
+TEST(Renderer, SlowRaysDoNotKeepACancelledPictureGoing) {
+    class CancelledBar : public AppProgressBar {
+        bool is_cancelled() override { return true; }
+    };
+    const SlowCloud cloud({{{0, 0, 0}, 1.0}});
+    const SceneOf scene(cloud);
+    RenderOptions options;
+    options.samples = 1;
+    CancelledBar bar;
+    EXPECT_THROW(render(scene, Camera(scene.get_bbox(), {}, 32, 32), options, &bar), AppCancelled);
+    // One tile, of which the first packet that meets the ball and its shadow rays are traced.
+    EXPECT_LT(cloud.offer_count, 40u);
 }
 
 TEST(Camera, StandsUprightOnEveryAxis) {
@@ -298,21 +328,31 @@ TEST(Camera, FramesTheOutlineOfAScene) {
 }
 
 TEST(Sampling, EveryElementaryIntervalGetsOneSample) {
-    for (unsigned int pixel = 0; pixel < 20; ++pixel)
-        for (unsigned int pair = 0; pair < 5; ++pair)
-            for (unsigned int log = 0; log <= 6; ++log) {
-                const PixelSampler sampler(pixel * 31, pixel);
-                const unsigned int count = 1u << log;
-                for (unsigned int columns = 1; columns <= count; columns *= 2) {
-                    std::set<std::pair<int, int>> cells;
-                    for (unsigned int i = 0; i < count; ++i) {
-                        const SamplePoint at = sampler.get(i, pair);
-                        ASSERT_TRUE(at.x >= 0.0 && at.x < 1.0 && at.y >= 0.0 && at.y < 1.0);
-                        cells.insert({static_cast<int>(at.x * columns), static_cast<int>(at.y * (count / columns))});
-                    }
-                    ASSERT_EQ(cells.size(), count) << pixel << " " << pair << " " << count << " " << columns;
-                }
+    // Samples of all pixels of a block, `columns` by count / columns intervals.
+    const auto expect_spread = [](const std::vector<SamplePoint>& points) {
+        const auto count = static_cast<unsigned int>(points.size());
+        for (unsigned int columns = 1; columns <= count; columns *= 2) {
+            std::set<std::pair<int, int>> cells;
+            for (const SamplePoint& at : points) {
+                ASSERT_TRUE(at.x >= 0.0 && at.x < 1.0 && at.y >= 0.0 && at.y < 1.0);
+                cells.insert({static_cast<int>(at.x * columns), static_cast<int>(at.y * (count / columns))});
             }
+            ASSERT_EQ(cells.size(), count) << columns;
+        }
+    };
+    for (unsigned int pixel = 0; pixel < 20; ++pixel)
+        for (unsigned int pair = 0; pair < 5; ++pair) {
+            const unsigned int x = 62 * pixel, y = 2 * pixel;
+            std::vector<SamplePoint> points;
+            for (unsigned int i = 0; i < 64; ++i) {
+                points.push_back(PixelSampler(x, y, 64).get(i, pair));
+                if (std::has_single_bit(i + 1)) expect_spread(points);
+            }
+            points.clear();
+            for (unsigned int i = 0; i < 4 * 32; ++i)  // two each for the 16 samples of four neighbours
+                points.push_back(PixelSampler(x + i / 32 % 2, y + i / 64, 16).get(i % 32, pair, 2));
+            expect_spread(points);
+        }
 }
 
 }  // namespace

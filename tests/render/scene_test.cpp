@@ -21,6 +21,32 @@ using render_test::SphereCloud;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
+// Counts how often it is offered to a ray.
+class CountingCloud : public SphereCloud {
+public:
+    using SphereCloud::intersect_primitive;
+    using SphereCloud::SphereCloud;
+    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
+                             GeometryRaytraceCtx& rays) const override {
+        ++offer_count;
+        SphereCloud::intersect_primitive(ctx, primitive, rays);
+    }
+    mutable unsigned int offer_count = 0;
+};
+
+TEST(Scene, OffersTheFirstOfEqualPrimitivesOnly) {
+    std::vector<render_test::Sphere> spheres(100);
+    spheres[50].radius = 0.5;
+    const CountingCloud cloud(spheres);
+    const SceneOf scene(cloud, Shutter{});
+    RenderThread thread(scene.get_shader_ctx());
+    GeometryRay ray;
+    ray.origin = {0.1, 0.2, -5.0};
+    ASSERT_TRUE(scene.intersect(ray, thread));
+    EXPECT_EQ(ray.hit.primitive, 0u);
+    EXPECT_LE(cloud.offer_count, 2u);
+}
+
 // Traces the rays one by one, in packets of every size, and for occlusion, and compares with `find_nearest`.
 // `tolerance` is a distance.
 void expect_nearest_hits(const SphereCloud& cloud, const Shutter& shutter, const std::vector<GeometryRay>& rays,

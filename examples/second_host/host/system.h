@@ -12,6 +12,35 @@
 using SysThreadLock = std::mutex;
 using SysThreadLockGuard = std::lock_guard<std::mutex>;
 
+template <class T>
+class SysLazySlots {
+public:
+    using Pointer = typename std::unique_ptr<T>::pointer;
+
+    explicit SysLazySlots(unsigned int count) : m_slots(count) {}
+    unsigned int get_count() const { return static_cast<unsigned int>(m_slots.size()); }
+    Pointer find(unsigned int i) const {
+        const std::lock_guard guard(m_lock);
+        return m_slots[i].get();
+    }
+    template <class Make, class Stored>
+    Pointer get(unsigned int i, SysThreadLock& lock, const Make& make, const Stored& stored) const {
+        const std::lock_guard guard(lock);
+        if (const Pointer found = find(i)) return found;
+        std::unique_ptr<T> made = make();
+        {
+            const std::lock_guard slots_guard(m_lock);
+            m_slots[i] = std::move(made);
+        }
+        stored();
+        return find(i);
+    }
+
+private:
+    mutable std::mutex m_lock;
+    mutable std::vector<std::unique_ptr<T>> m_slots;
+};
+
 class SysThreadTask {
 public:
     virtual ~SysThreadTask() = default;

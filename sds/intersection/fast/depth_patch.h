@@ -1,6 +1,7 @@
 // Distances along a ray. For the kernels of one instruction set.
 #pragma once
 
+#include "sds/common/cubic_basis.h"
 #include "sds/intersection/fast/plane_patch.h"
 
 namespace sds {
@@ -40,9 +41,8 @@ public:
     }
 
     float evaluate(float u, float v) const {
-        float wu[4], wv[4];
-        set_weights(u, wu);
-        set_weights(v, wv);
+        const CubicBasis<float> along_u(u), along_v(v);
+        const float *wu = along_u.b, *wv = along_v.b;
         float t = 0.0f;
         for (unsigned int r = 0; r < 4; ++r) {
             const float* d = m_depths + 4 * r;

@@ -1,6 +1,7 @@
 // Flat cells of a patch in the plane across a ray. For the kernels of one instruction set.
 #pragma once
 
+#include "sds/common/cubic_basis.h"
 #include "sds/intersection/fast/depth_patch.h"
 #include "sds/intersection/fast/hit_list.h"
 
@@ -78,11 +79,8 @@ struct CellWeights {
     constexpr CellWeights() : w{} {}
     constexpr CellWeights(unsigned int i, unsigned int level) : w{} {
         const float t = static_cast<float>(i) / static_cast<float>(1u << level);
-        const float s = 1.0f - t;
-        w[0] = s * s * s;
-        w[1] = 3.0f * (t * (s * s));
-        w[2] = t * t * t;
-        w[3] = 3.0f * ((t * t) * s);
+        const auto basis = CubicBasis<float>::make_symmetric(t);
+        w[0] = basis.b[0], w[1] = basis.b[1], w[2] = basis.b[3], w[3] = basis.b[2];
     }
 };
 

@@ -1,6 +1,7 @@
 // Where the limit surface of a sub-patch meets the ray. For the kernels of one instruction set.
 #pragma once
 
+#include "sds/common/cubic_basis.h"
 #include "sds/intersection/fast/plane_patch.h"
 
 namespace sds {
@@ -8,6 +9,7 @@ namespace sds {
 namespace {
 
 constexpr unsigned int max_newton_steps = 8;
+constexpr unsigned int max_graze_steps = 12;
 // A root this far outside its sub-patch, in the sub-patch's own coordinates, still counts as inside.
 constexpr float root_slack = 1e-6f;
 constexpr float newton_convergence = 1e-5f;
@@ -22,9 +24,8 @@ struct PlaneJet {
 };
 
 inline PlaneJet evaluate_plane(const SimdFloat8* r, float s, float t) {
-    float ws[4], wt[4];
-    set_weights(s, ws);
-    set_weights(t, wt);
+    const CubicBasis<float> along_s(s), along_t(t);
+    const float *ws = along_s.b, *wt = along_t.b;
     const float s1 = 1.0f - s, t1 = 1.0f - t;
     const float slope_s[4] = {3.0f * s1 * s1, 6.0f * s * s1, 3.0f * s * s, 0.0f};
     const float slope_t[3] = {3.0f * t1 * t1, 6.0f * t * t1, 3.0f * t * t};
@@ -120,6 +121,33 @@ inline bool find_root(const SimdFloat8* rows, PlaneJet jet, float slack, float& 
         }
     }
     return false;
+}
+
+// The place where a part without a root comes nearest to the origin, by the damped Gauss-Newton iteration (Levenberg
+// 1944) from the middle; false when that is farther than `reach` away.
+inline bool find_graze(const SimdFloat8* rows, float reach, float& s, float& t) {
+    constexpr float damping = 1e-6f;
+    float place_s = 0.5f, place_t = 0.5f, least_square = reach * reach;
+    bool found = false;
+    for (unsigned int i = 0; i <= max_graze_steps; ++i) {
+        const PlaneJet jet = evaluate_plane(rows, place_s, place_t);
+        const float square = jet.p * jet.p + jet.q * jet.q;
+        if (square <= least_square) {
+            least_square = square;
+            s = place_s, t = place_t;
+            found = true;
+        } else if (found) {
+            break;
+        }
+        const float ss = jet.p_s * jet.p_s + jet.q_s * jet.q_s, tt = jet.p_t * jet.p_t + jet.q_t * jet.q_t;
+        const float st = jet.p_s * jet.p_t + jet.q_s * jet.q_t, more = damping * (ss + tt);
+        const float gs = jet.p_s * jet.p + jet.q_s * jet.q, gt = jet.p_t * jet.p + jet.q_t * jet.q;
+        const float det = (ss + more) * (tt + more) - st * st;
+        if (!(det > 0.0f)) break;
+        place_s = least(greatest(place_s - (gs * (tt + more) - gt * st) / det, 0.0f), 1.0f);
+        place_t = least(greatest(place_t - (gt * (ss + more) - gs * st) / det, 0.0f), 1.0f);
+    }
+    return found;
 }
 
 }  // namespace

@@ -117,14 +117,6 @@ inline Range get_range(const Path& path) {
     return {a * a_size, b * b_size, (a + 1.0f) * a_size, (b + 1.0f) * b_size, (path.depth & 1) != 0};
 }
 
-inline void set_weights(float t, float* w) {
-    const float s = 1.0f - t;
-    w[0] = s * s * s;
-    w[1] = 3.0f * t * s * s;
-    w[2] = 3.0f * t * t * s;
-    w[3] = t * t * t;
-}
-
 }  // namespace
 
 }  // namespace sds

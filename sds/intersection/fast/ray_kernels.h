@@ -12,8 +12,8 @@
 namespace sds {
 
 // A ray as the kernels see it: origin near the object, two vectors across the direction, and the direction divided by
-// its squared length. They stay where the ray's owner keeps them: a processor hands on what was written one by one a
-// moment ago when it is read one by one, and waits when it is read as a piece.
+// its squared length. These are pointers to the owner's numbers, which were stored one by one a moment ago: a processor
+// forwards such stores to loads of one number, and stalls on a wider load.
 struct RaySpace {
     const float* origin;
     const float (*across)[3];
@@ -39,6 +39,7 @@ struct RayHits {
     RayHit hits[capacity];
     unsigned int count;
     // Added up over rays.
+    unsigned int step_count;     // halvings, and windows of flat cells
     unsigned int dropped_count;  // hits, and sub-patches that may hold some, behind a full list of nearer ones
     unsigned int
         unsettled_count;  // sub-patches left when the splits ran out, and patches at coarser levels than asked for

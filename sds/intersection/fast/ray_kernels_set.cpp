@@ -1,25 +1,25 @@
 // The ray kernels of one instruction set.
 #include "sds/common/kernel_set.h"
+#include "sds/intersection/fast/deep_search.h"
 #include "sds/intersection/fast/flat_cells.h"
-#include "sds/intersection/fast/limit_roots.h"
+#include "sds/intersection/fast/limit_leaf.h"
 #include "sds/intersection/fast/ray_kernels.h"
 
 namespace sds {
 
 namespace {
 
-// Cells of 2^-24 are the finest that single-precision patch coordinates tell apart.
-constexpr unsigned int max_cell_level = 24;
-
-// A patch seen exactly edge-on meets the ray along a curve and would be split without end. A ray that grazes a fold
-// needs some thousand splits: within rounding of the fold every sub-patch holds the origin. Others need a handful;
-// after `few_splits` the search begins anew, the nearest first.
-constexpr unsigned int few_splits = 1024;
-constexpr unsigned int max_splits = 16384;
+// Most rays need a handful of splits of a patch, and those that graze a fold some hundreds; a search that takes longer
+// begins anew, the nearest first.
+constexpr unsigned int few_splits = 128;
+// A patch this many times longer than wide in the plane is searched anew much sooner: halved both ways in turn, it
+// stays a sliver. So is one that is smaller there than the rounding of its points.
+constexpr unsigned int sliver_splits = 8;
+constexpr float sliver_aspect = 32.0f;
+// The same for windows of flat cells: a ray along the surface would meet thousands at the finest levels.
+constexpr unsigned int few_windows = 128;
 // Sub-patches halved this often, to 2^-18 either way, are taken as points on the limit surface.
-constexpr unsigned int point_depth = 36;
-
-inline float clamp_unit(float x) { return x < 0.0f ? 0.0f : (x > 1.0f ? 1.0f : x); }
+constexpr unsigned int point_depth = 2 * point_level;
 
 // Windows of 4 x 4 cells are looked at as a whole, without a branch: which of two halves a ray enters is as good as
 // random to the processor's branch predictor. Above them two splits at a time: the four tests of a quartering share one
@@ -41,7 +41,8 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
     const SkewedPatch skewed(rows, ray.edge_slack);
     if (!skewed.comes_near_origin()) return;
     const SimdFloat8* node = skewed.rows;
-    unsigned int depth = 0, i = 0, j = 0;
+    const unsigned int dropped_before = hits.dropped_count;
+    unsigned int depth = 0, i = 0, j = 0, window_count = 0;
     for (;;) {
         Level* level = levels + depth;
         quarter(node, level->quarters);
@@ -51,6 +52,12 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
         ++depth;
         if (depth == last) {
             while (level->pending != 0) {
+                ++hits.step_count;
+                if (++window_count > few_windows) {
+                    hits.count = 0;
+                    hits.dropped_count = dropped_before;
+                    return search_windows(controls, ray, level_last, hits);
+                }
                 const unsigned int k = take_lowest_bit(level->pending);
                 const unsigned int first_i = (level->i + k / 2) * window_size,
                                    first_j = (level->j + k % 2) * window_size;
@@ -68,56 +75,21 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
     }
 }
 
-// Decides sub-patches that hold the origin. False when one must be split, which needs `may_split`. A wide one takes in
-// the ray's edge slack.
-template <bool is_wide>
-struct LimitLeaf {
-    const float (*controls)[16];
-    const RaySpace& ray;
-    RayHits& hits;
-
-    [[gnu::always_inline]] bool operator()(const SimdFloat8* rows, const Path& path, bool may_split) const {
-        float s = 0.5f, t = 0.5f, det = 0.0f;
-        if (path.depth < point_depth) {
-            if (may_split) {
-                const SlopeBounds slopes(rows);
-                if (!slopes.is_injective()) return false;
-                const PlaneJet centre = evaluate_plane(rows, 0.5f, 0.5f);
-                if (is_wide ? slopes.excludes_root_near(centre.p, centre.q, ray.edge_slack)
-                            : slopes.excludes_root(centre.p, centre.q))
-                    return true;
-                if (!find_root<is_wide>(rows, centre, ray.edge_slack, s, t, det)) return false;
-            } else {
-                // A root that is found anyway, unproven to be the only one, or none.
-                ++hits.unsettled_count;
-                if (!find_root<is_wide>(rows, evaluate_plane(rows, 0.5f, 0.5f), ray.edge_slack, s, t, det)) return true;
-            }
-        }
-        if (det == 0.0f) {
-            const PlaneJet jet = evaluate_plane(rows, s, t);
-            det = jet.p_s * jet.q_t - jet.p_t * jet.q_s;
-        }
-        const Range range = get_range(path);
-        const float a = clamp_unit(range.a_min + (range.a_max - range.a_min) * s);
-        const float b = clamp_unit(range.b_min + (range.b_max - range.b_min) * t);
-        const float u = range.swapped ? b : a;
-        const float v = range.swapped ? a : b;
-        add_hit(ray, hits, DepthPatch(controls, ray).evaluate(u, v), u, v, 0.0f, (det <= 0.0f) != range.swapped);
-        return true;
-    }
-    [[gnu::always_inline]] unsigned int find(const SimdFloat8* first, const SimdFloat8* second) const {
-        if constexpr (is_wide)
-            return find_origin(first, second, SimdFloat8(-ray.edge_slack), SimdFloat8(ray.edge_slack));
-        else
-            return find_origin(first, second);
-    }
-};
-
 // A sub-patch that waits for its turn. Splitting ends at `point_depth`, with one more waiting per split.
 struct StackedPlane {
     SimdFloat8 rows[4];
     Path path;
 };
+
+// True for a patch that is much longer than wide in the plane, or no more than a point there.
+template <bool is_wide>
+[[gnu::noinline]] bool needs_care(const LimitLeaf<is_wide>& leaf) {
+    DeepPlane root;
+    root.start(leaf.controls, leaf.ray);
+    const NetSizes sizes(root.rows, 2);
+    return sizes.a > sliver_aspect * sizes.b || sizes.b > sliver_aspect * sizes.a ||
+           sizes.get_longest() <= DeepNoise(root, leaf.ray).plane;
+}
 
 // Goes through the sub-patches that hold the origin; false when a few splits were not enough. Rows and path live in
 // registers from split to split: only the second of two halves goes through memory.
@@ -129,10 +101,13 @@ inline bool traverse_plane(const LimitLeaf<is_wide>& leaf) {
     transform_to_plane(leaf.controls, leaf.ray, rows);
     if (leaf.find(rows, rows) == 0) return true;
     Path path{0, 0, 0};
-    unsigned int splits_left = few_splits;
+    unsigned int split_count = 0;
     for (;;) {
-        if (!leaf(rows, path, true)) {
-            if (--splits_left == 0) return false;
+        if (!leaf(rows, path, path.depth >= point_depth, true)) {
+            if (split_count == 0 && passes_beside(rows, leaf.ray.edge_slack)) return true;
+            ++split_count;
+            ++leaf.hits.step_count;
+            if (split_count == few_splits || (split_count == sliver_splits && needs_care(leaf))) return false;
             SimdFloat8 first[4], second[4];
             halve(rows[0], rows[1], rows[2], rows[3], first, second);
             const unsigned int found = leaf.find(first, second);
@@ -159,57 +134,6 @@ inline bool traverse_plane(const LimitLeaf<is_wide>& leaf) {
     }
 }
 
-// A sub-patch with the distances of its control points along the ray, in both groups of lanes.
-struct DeepPlane {
-    SimdFloat8 rows[4], depths[4];
-    Path path;
-    float nearest, farthest;
-
-    void set_bounds() {
-        float low[8], high[8];
-        group_min(min(min(depths[0], depths[1]), min(depths[2], depths[3]))).store(low);
-        group_max(max(max(depths[0], depths[1]), max(depths[2], depths[3]))).store(high);
-        nearest = low[0];
-        farthest = high[0];
-    }
-};
-
-// The same for rays that lie in the surface, or all but lie in it, and find hits without end: the nearest sub-patches
-// first, and none outside the ray's range or beyond the last hit of a full list.
-template <bool is_wide>
-[[gnu::noinline]] void traverse_nearest_first(const LimitLeaf<is_wide>& leaf) {
-    DeepPlane stack[point_depth + 1];
-    unsigned int stack_count = 1, splits_left = max_splits;
-    transform_to_plane(leaf.controls, leaf.ray, stack[0].rows);
-    DepthPatch(leaf.controls, leaf.ray).store_rows(stack[0].depths);
-    stack[0].path = {0, 0, 0};
-    stack[0].set_bounds();
-    // Halving and evaluating round a distance by some units of the last place of the largest.
-    const float slack = 1e-5f * greatest(-stack[0].nearest, stack[0].farthest);
-    const float begin = static_cast<float>(leaf.ray.near - leaf.ray.shift) - slack;
-    const float end = static_cast<float>(leaf.ray.far - leaf.ray.shift) + slack;
-    while (stack_count != 0) {
-        const DeepPlane plane = stack[--stack_count];
-        if (plane.farthest < begin || plane.nearest > end) continue;
-        if (leaf.hits.count == RayHits::capacity && plane.nearest > leaf.hits.hits[find_farthest(leaf.hits)].t) {
-            ++leaf.hits.dropped_count;
-            continue;
-        }
-        if (leaf(plane.rows, plane.path, splits_left != 0)) continue;
-        --splits_left;
-        DeepPlane halves[2];
-        halve(plane.rows[0], plane.rows[1], plane.rows[2], plane.rows[3], halves[0].rows, halves[1].rows);
-        halve(plane.depths[0], plane.depths[1], plane.depths[2], plane.depths[3], halves[0].depths, halves[1].depths);
-        halves[0].path = halves[1].path = get_first_half(plane.path);
-        ++halves[1].path.b;
-        for (DeepPlane& half : halves) half.set_bounds();
-        const unsigned int found = leaf.find(halves[0].rows, halves[1].rows);
-        const unsigned int later = halves[1].nearest < halves[0].nearest ? 0 : 1;
-        if ((found >> later & 1) != 0) stack[stack_count++] = halves[later];
-        if ((found >> (1 - later) & 1) != 0) stack[stack_count++] = halves[1 - later];
-    }
-}
-
 template <bool is_wide>
 void trace_limit(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
     const LimitLeaf<is_wide> leaf{controls, ray, hits};
@@ -217,7 +141,7 @@ void trace_limit(const float (*controls)[16], const RaySpace& ray, RayHits& hits
     if (traverse_plane(leaf)) return;
     hits.count = 0;
     hits.dropped_count = dropped_before;
-    traverse_nearest_first(leaf);
+    search_nearest_first(leaf);
 }
 
 void adaptive(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {

@@ -45,18 +45,68 @@ float find_edge_slack(const GeometryRaySpace& space, float extent) {
     return slack * 0x1p-22f;
 }
 
+float find_largest(const float* values, unsigned int count) {
+    float largest = 0.0f;
+    for (unsigned int i = 0; i < count; ++i) largest = std::max(largest, std::fabs(values[i]));
+    return largest;
+}
+
+// Kernels multiply lengths: below this their products might be denormal, or nothing.
+constexpr float least_extent = 0x1p-24f;
+
+// A patch and a ray's origin so near to the world's origin, times the power of two that brings the larger of them to
+// 1/2: the same bits, but for products that would have been denormal.
+struct ScaledPatch {
+    sds::ControlLanes grid;
+    float origin[3];
+    double factor = 1.0;
+
+    ScaledPatch(const sds::ControlLanes& controls, const float* ray_origin, float largest)
+        : factor(std::ldexp(1.0, -std::ilogb(largest) - 1)) {
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            origin[axis] = scale(ray_origin[axis]);
+            for (unsigned int place = 0; place < 16; ++place)
+                grid.coords[axis][place] = scale(controls.coords[axis][place]);
+        }
+    }
+    float scale(float x) const { return static_cast<float>(static_cast<double>(x) * factor); }
+};
+
+template <class Kernel>
+void trace_scaled(const ScaledPatch& patch, const GeometryRaySpace& space, double near, double far, float shared_extent,
+                  const Kernel& kernel, RayHits& hits) {
+    GeometryRaySpace scaled = space;
+    std::copy_n(patch.origin, 3, scaled.origin);
+    kernel(patch.grid.coords,
+           {scaled.origin, scaled.across, scaled.along, space.shift * patch.factor, near * patch.factor,
+            far * patch.factor, find_edge_slack(scaled, patch.scale(shared_extent))},
+           hits);
+    for (unsigned int h = 0; h < hits.count; ++h)
+        hits.hits[h].t = static_cast<float>(static_cast<double>(hits.hits[h].t) / patch.factor);
+}
+
 // Hands the rays of the range to kernel(controls, ray, hits) one by one and what they hit to push(i, shift, hits); logs
 // under the name of the routine which limits they met. The hits stay in the thread's scratch until its next call.
 template <class Kernel, class Push>
 void trace_rays(const CtxEval& ctx, const char* routine, const sds::ControlLanes& grid, float shared_extent,
                 GeometryRaytraceCtx& rays, const Kernel& kernel, const Push& push) {
     auto& hits = ctx.get_thread()->get_scratch().acquire<RayHits>();
-    hits.dropped_count = hits.unsettled_count = 0;
+    hits.step_count = hits.dropped_count = hits.unsettled_count = 0;
     for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
         if (rays.is_ray_finished(i)) continue;
         const GeometryRaySpace& space = rays.get_ray_space(i);
         if (!can_meet(space)) continue;
         hits.count = 0;
+        const float from_origin = find_largest(space.origin, 3);
+        if (from_origin < least_extent) {
+            const float largest = std::max(from_origin, find_largest(grid.coords[0], 48));
+            if (largest < least_extent && largest > 0.0f) {
+                trace_scaled(ScaledPatch(grid, space.origin, largest), space, rays.get_tnear(i), rays.get_tfar(i),
+                             shared_extent, kernel, hits);
+                if (hits.count != 0) push(i, space.shift, hits);
+                continue;
+            }
+        }
         kernel(grid.coords,
                {space.origin, space.across, space.along, space.shift, rays.get_tnear(i), rays.get_tfar(i),
                 find_edge_slack(space, shared_extent)},

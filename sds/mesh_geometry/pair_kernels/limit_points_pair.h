@@ -1,6 +1,8 @@
 // Points of the limit surface, two at a time. For the kernels of one instruction set.
 #pragma once
 
+#include "sds/common/cubic_basis.h"
+#include "sds/common/net_slots.h"
 #include "sds/mesh_geometry/pair_kernels/pair_controls.h"
 
 namespace sds {
@@ -10,7 +12,7 @@ namespace {
 // Below these shares of the patch's size, and of the product of the derivatives, there is only single-precision
 // rounding; squared.
 constexpr float square_noise = 1e-12f;
-// Squares beyond lose themselves.
+// Lengths whose squares lie outside these bounds lose digits to underflow, or overflow.
 constexpr float smallest_square = 1e-30f, largest_square = 1e30f;
 
 // For every set of irregular corners and edges, where in the patch's stored tangents (in floats) each one's pair is:
@@ -57,20 +59,16 @@ struct NetPair {
         SimdFloat8 chosen[8];
         spread(SimdFloat8(bit_lanes.lanes[bits[0] & 15u], bit_lanes.lanes[bits[1] & 15u]), chosen);
         spread(SimdFloat8(bit_lanes.lanes[bits[0] >> 4], bit_lanes.lanes[bits[1] >> 4]), chosen + 4);
-        const auto put = [&](unsigned int bit, SimdFloat8& first, SimdFloat8& second) {
+        const auto put = [&](unsigned int bit) __attribute__((always_inline)) {
             const float* const low = stored[0] + offsets[0][bit];
             const float* const high = stored[1] + offsets[1][bit];
+            SimdFloat8& first = get_net_slot(*this, net_slots[bit][0]);
+            SimdFloat8& second = get_net_slot(*this, net_slots[bit][1]);
             first = select_positive(chosen[bit], SimdFloat8::load3(low, high), first);
             second = select_positive(chosen[bit], SimdFloat8::load3(low + 3, high + 3), second);
         };
-        put(0, u[0][0], v[0][0]);
-        put(1, u[0][2], v[0][3]);
-        put(2, u[3][2], v[2][3]);
-        put(3, u[3][0], v[2][0]);
-        put(4, v[0][1], v[0][2]);
-        put(5, u[1][2], u[2][2]);
-        put(6, v[2][1], v[2][2]);
-        put(7, u[1][0], u[2][0]);
+        // Not a loop: the nets stay in registers.
+        put(0), put(1), put(2), put(3), put(4), put(5), put(6), put(7);
     }
 
     // Puts stored nets in the place of the differences.
@@ -92,23 +90,16 @@ struct NetPair {
 };
 
 struct Bases {
-    SimdFloat8 cubic[4], quadratic[3];
+    QuadraticBasis<SimdFloat8> quadratic;
+    CubicBasis<SimdFloat8> cubic;
 
-    explicit Bases(SimdFloat8 t) {
-        const SimdFloat8 s = SimdFloat8(1.0f) - t, three(3.0f);
-        quadratic[0] = s * s;
-        quadratic[1] = SimdFloat8(2.0f) * t * s;
-        quadratic[2] = t * t;
-        cubic[0] = quadratic[0] * s;
-        cubic[1] = three * t * quadratic[0];
-        cubic[2] = three * quadratic[2] * s;
-        cubic[3] = quadratic[2] * t;
+    explicit Bases(SimdFloat8 t) : quadratic(t), cubic(t, quadratic) {}
+    // Two halves each: their sums do not wait for one another.
+    SimdFloat8 sum_cubic(SimdFloat8 p0, SimdFloat8 p1, SimdFloat8 p2, SimdFloat8 p3) const {
+        return (p0 * cubic.b[0] + p1 * cubic.b[1]) + (p2 * cubic.b[2] + p3 * cubic.b[3]);
     }
-    SimdFloat8 sum_cubic(SimdFloat8 a, SimdFloat8 b, SimdFloat8 c, SimdFloat8 d) const {
-        return (a * cubic[0] + b * cubic[1]) + (c * cubic[2] + d * cubic[3]);
-    }
-    SimdFloat8 sum_quadratic(SimdFloat8 a, SimdFloat8 b, SimdFloat8 c) const {
-        return (a * quadratic[0] + c * quadratic[2]) + b * quadratic[1];
+    SimdFloat8 sum_quadratic(SimdFloat8 p0, SimdFloat8 p1, SimdFloat8 p2) const {
+        return (p0 * quadratic.b[0] + p2 * quadratic.b[2]) + p1 * quadratic.b[1];
     }
 };
 
@@ -146,7 +137,7 @@ unsigned int compute_limit_points(const PatchArrays& surface, const PlacePair& p
         const float square = squares[4 * i], du_square = squares[4 * i + 1], dv_square = squares[4 * i + 2];
         const float* d = diagonals + 4 * i;
         const float noise = square_noise * (d[0] + d[1] + d[2]);
-        // NaN and what overflows fail.
+        // Written so that NaN and infinity fail.
         const bool is_good = du_square > noise && dv_square > noise && square > square_noise * du_square * dv_square &&
                              square > smallest_square && square < largest_square;
         degenerate |= (is_good ? 0u : 1u) << i;

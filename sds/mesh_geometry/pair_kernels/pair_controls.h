@@ -2,6 +2,7 @@
 #pragma once
 
 #include "qn_simd/simd_float8.h"
+#include "sds/common/smooth_controls.h"
 #include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
 
 namespace sds {
@@ -12,8 +13,6 @@ using QN_SIMD_NAMESPACE::SimdFloat8;
 
 // By row and column of the control grid.
 using ControlPair = SimdFloat8[4][4];
-
-constexpr unsigned int turn(unsigned int k, unsigned int by) { return (k + by) & 3u; }
 
 // Lane k is 1 where bit k is set.
 struct BitLanes {
@@ -33,14 +32,22 @@ inline void spread(SimdFloat8 a, SimdFloat8* lanes) {
     lanes[3] = broadcast_lane<3>(a);
 }
 
-// Weights of the points that an edge point is made of, one per corner in the lanes: the corner itself, the edge's other
-// end, and, on a smooth edge, the vertices beside them, of which those beside the corner count twice. Sharp edges take
-// 2 : 1 of their ends.
-struct EdgeWeights {
+// EdgeShares of edges that are smooth in one patch and sharp in the other.
+struct EdgeSharesPair : EdgeShares<SimdFloat8> {
+    SimdFloat8 is_smooth;
+
+    // Chosen, not weighted: what lies beside a sharp edge may be NaN or overflow.
+    SimdFloat8 join(SimdFloat8 ends, SimdFloat8 near_side, SimdFloat8 far_side) const {
+        return select_positive(is_smooth, add_sides(ends, near_side, far_side), ends);
+    }
+};
+
+// The shares of one edge at each corner, the corners in the lanes.
+struct EdgeSharesOfCorners {
     SimdFloat8 own[4], far[4], is_smooth[4], reciprocal[4];
 
     // `sharp` is 1 in the lanes of the corners whose edge is sharp. All weights are small integers: exact.
-    EdgeWeights(SimdFloat8 edge_weights, SimdFloat8 sharp) {
+    EdgeSharesOfCorners(SimdFloat8 edge_weights, SimdFloat8 sharp) {
         const SimdFloat8 one(1.0f), smooth = one - sharp;
         const SimdFloat8 own_weight = edge_weights * smooth + (sharp + sharp);
         spread(own_weight, own);
@@ -48,6 +55,7 @@ struct EdgeWeights {
         spread(smooth, is_smooth);
         spread(one / (own_weight + (one + SimdFloat8(9.0f) * smooth)), reciprocal);
     }
+    EdgeSharesPair get(unsigned int k) const { return {{own[k], far[k], reciprocal[k]}, is_smooth[k]}; }
 };
 
 inline SimdFloat8 load_pair(const float* points, unsigned int first, unsigned int second) {
@@ -55,98 +63,96 @@ inline SimdFloat8 load_pair(const float* points, unsigned int first, unsigned in
                              points + 3 * static_cast<unsigned long>(second));
 }
 
-// smooth_controls on two patches at once, to the same bits; with `is_local`, relative to the quads' first vertices,
-// which it returns.
+// Two patches as smooth_controls asks for them; with `is_local`, relative to the quads' first vertices.
 template <bool is_local>
-inline SimdFloat8 compute_controls(const PatchArrays& surface, const unsigned int* primitives, ControlPair& grid) {
-    // Grid places of each corner's point, of the edge points that leave it and arrive at it, and of its interior point.
-    constexpr unsigned char corner_places[4] = {0, 3, 15, 12}, leaving_places[4] = {1, 7, 14, 8};
-    constexpr unsigned char arriving_places[4] = {4, 2, 11, 13}, interior_places[4] = {5, 6, 10, 9};
-    SimdFloat8* const controls = &grid[0][0];
-    const unsigned int* const quads[2] = {surface.quads + 4 * static_cast<unsigned long>(primitives[0]),
-                                          surface.quads + 4 * static_cast<unsigned long>(primitives[1])};
-    const SdsMeshBase::BezierPatch& a = surface.patches[primitives[0]];
-    const SdsMeshBase::BezierPatch& b = surface.patches[primitives[1]];
-    const SimdFloat8 origin = load_pair(surface.vertices, quads[0][0], quads[1][0]);
-    const auto place = [&](SimdFloat8 point) {
+class PairSource {
+public:
+    using Value = SimdFloat8;
+
+    PairSource(const PatchArrays& surface, const unsigned int* primitives)
+        : m_vertices(surface.vertices),
+          m_corners(surface.corners),
+          m_quads{surface.quads + 4 * static_cast<unsigned long>(primitives[0]),
+                  surface.quads + 4 * static_cast<unsigned long>(primitives[1])},
+          m_a(surface.patches[primitives[0]]),
+          m_b(surface.patches[primitives[1]]),
+          m_sharp{m_a.sharp_edges & 15u, m_b.sharp_edges & 15u},
+          m_origin(load_pair(surface.vertices, m_quads[0][0], m_quads[1][0])),
+          m_leaving(SimdFloat8(m_a.edge_weights, m_b.edge_weights),
+                    SimdFloat8(bit_lanes.lanes[m_sharp[0]], bit_lanes.lanes[m_sharp[1]])),
+          m_arriving(SimdFloat8(m_a.edge_weights, m_b.edge_weights),
+                     SimdFloat8(bit_lanes.lanes[next_bits(m_sharp[0])], bit_lanes.lanes[next_bits(m_sharp[1])])) {
+        const SimdFloat8 weights(m_a.corner_weights, m_b.corner_weights);
+        spread(weights, m_interior_weights);
+        spread(SimdFloat8(1.0f) / (weights + SimdFloat8(5.0f)), m_interior_reciprocals);
+    }
+
+    SimdFloat8 get_origin() const { return m_origin; }
+    SimdFloat8 quad(unsigned int k) const { return load(m_vertices, m_quads[0][k], m_quads[1][k]); }
+    SimdFloat8 corner(unsigned int k) const { return load(m_corners, m_quads[0][k], m_quads[1][k]); }
+    // A sharp edge has no use for a neighbour and may have none.
+    SimdFloat8 neighbour(unsigned int k, unsigned int i) const {
+        const auto find = [&](const SdsMeshBase::BezierPatch& patch, unsigned int sharp, const unsigned int* quad) {
+            return ((sharp >> k) & 1u) != 0 ? quad[0] : patch.neighbour_vertices[2 * k + i];
+        };
+        return load(m_vertices, find(m_a, m_sharp[0], m_quads[0]), find(m_b, m_sharp[1], m_quads[1]));
+    }
+    EdgeSharesPair leaving(unsigned int k) const { return m_leaving.get(k); }
+    EdgeSharesPair arriving(unsigned int k) const { return m_arriving.get(k); }
+    SimdFloat8 interior_weight(unsigned int k) const { return m_interior_weights[k]; }
+    SimdFloat8 interior_reciprocal(unsigned int k) const { return m_interior_reciprocals[k]; }
+
+private:
+    // The bits of four edges, each at its end corner's place.
+    static unsigned int next_bits(unsigned int edges) { return ((edges << 1) | (edges >> 3)) & 15u; }
+    SimdFloat8 load(const float* points, unsigned int first, unsigned int second) const {
+        const SimdFloat8 point = load_pair(points, first, second);
         if constexpr (is_local)
-            return point - origin;
+            return point - m_origin;
         else
             return point;
-    };
-    SimdFloat8 q[4];
-    for (unsigned int k = 0; k < 4; ++k) {
-        q[k] = place(load_pair(surface.vertices, quads[0][k], quads[1][k]));
-        controls[corner_places[k]] = place(load_pair(surface.corners, quads[0][k], quads[1][k]));
     }
 
-    const SimdFloat8 edge_weights(a.edge_weights, b.edge_weights);
-    const unsigned int sharp_a = a.sharp_edges & 15u, sharp_b = b.sharp_edges & 15u;
-    const EdgeWeights leaving(edge_weights, SimdFloat8(bit_lanes.lanes[sharp_a], bit_lanes.lanes[sharp_b]));
-    const EdgeWeights arriving(edge_weights, SimdFloat8(bit_lanes.lanes[((sharp_a << 1) | (sharp_a >> 3)) & 15u],
-                                                        bit_lanes.lanes[((sharp_b << 1) | (sharp_b >> 3)) & 15u]));
-    for (unsigned int k = 0; k < 4; ++k) {
-        const unsigned int next = turn(k, 1);
-        // Sharp edges have no use for a neighbour and may have none.
-        const bool is_sharp_a = ((sharp_a >> k) & 1u) != 0, is_sharp_b = ((sharp_b >> k) & 1u) != 0;
-        const auto neighbour = [&](unsigned int i) {
-            return place(load_pair(surface.vertices, is_sharp_a ? quads[0][0] : a.neighbour_vertices[2 * k + i],
-                                   is_sharp_b ? quads[1][0] : b.neighbour_vertices[2 * k + i]));
-        };
-        const SimdFloat8 beside = neighbour(0) + q[turn(k, 3)], beside_next = neighbour(1) + q[turn(k, 2)];
-        const auto edge_point = [&](const EdgeWeights& w, unsigned int corner, SimdFloat8 own, SimdFloat8 far,
-                                    SimdFloat8 near_side, SimdFloat8 far_side) {
-            // Chosen, not weighted: what lies beside a sharp edge may be NaN or overflow.
-            const SimdFloat8 ends = own * w.own[corner] + far * w.far[corner];
-            const SimdFloat8 all = (ends + (near_side + near_side)) + far_side;
-            return select_positive(w.is_smooth[corner], all, ends) * w.reciprocal[corner];
-        };
-        controls[leaving_places[k]] = edge_point(leaving, k, q[k], q[next], beside, beside_next);
-        controls[arriving_places[next]] = edge_point(arriving, next, q[next], q[k], beside_next, beside);
-    }
+    const float* const m_vertices;
+    const float* const m_corners;
+    const unsigned int* const m_quads[2];
+    const SdsMeshBase::BezierPatch& m_a;
+    const SdsMeshBase::BezierPatch& m_b;
+    const unsigned int m_sharp[2];
+    const SimdFloat8 m_origin;
+    const EdgeSharesOfCorners m_leaving, m_arriving;
+    SimdFloat8 m_interior_weights[4], m_interior_reciprocals[4];
+};
 
-    const SimdFloat8 corner_weights(a.corner_weights, b.corner_weights);
-    SimdFloat8 own[4], reciprocal[4];
-    spread(corner_weights, own);
-    spread(SimdFloat8(1.0f) / (corner_weights + SimdFloat8(5.0f)), reciprocal);
-    const SimdFloat8 across[2] = {(q[1] + q[3]) * SimdFloat8(2.0f), (q[0] + q[2]) * SimdFloat8(2.0f)};
-    for (unsigned int k = 0; k < 4; ++k)
-        controls[interior_places[k]] = ((across[k & 1u] + q[k] * own[k]) + q[turn(k, 2)]) * reciprocal[k];
-    return origin;
+// The controls of two smooth patches, to the same bits as those of one; with `is_local`, relative to the quads' first
+// vertices, which it returns.
+template <bool is_local>
+inline SimdFloat8 compute_controls(const PatchArrays& surface, const unsigned int* primitives, ControlPair& grid) {
+    const PairSource<is_local> source(surface, primitives);
+    smooth_controls(source, [&grid](unsigned int i) -> SimdFloat8& { return (&grid[0][0])[grid_places[i]]; });
+    return source.get_origin();
 }
 
 // Controls that are stored; with `is_local`, relative to the first of them, which it returns.
 template <bool is_local>
 inline SimdFloat8 load_controls(const PatchArrays& surface, const unsigned int* primitives, ControlPair& grid) {
-    constexpr unsigned char order[16] = {0, 1, 7, 4, 3, 2, 6, 5, 13, 14, 10, 11, 12, 15, 9, 8};
     const unsigned int first[2] = {16 * primitives[0], 16 * primitives[1]};
     const SimdFloat8 origin = load_pair(surface.controls, first[0], first[1]);
     for (unsigned int i = 0; i < 16; ++i) {
-        const SimdFloat8 point = load_pair(surface.controls, first[0] + order[i], first[1] + order[i]);
+        const SimdFloat8 point = load_pair(surface.controls, first[0] + grid_order[i], first[1] + grid_order[i]);
         (&grid[0][0])[i] = is_local ? point - origin : point;
     }
     return origin;
 }
 
-// linear_controls on two quads at once, to the same bits.
+// The controls of two bilinear patches, to the same bits as those of one.
 inline void compute_linear_controls(const PatchArrays& surface, const unsigned int* primitives, ControlPair& grid) {
     const unsigned int* const quads[2] = {surface.quads + 4 * static_cast<unsigned long>(primitives[0]),
                                           surface.quads + 4 * static_cast<unsigned long>(primitives[1])};
-    const SimdFloat8 one_third(1.0f / 3.0f), two_thirds(2.0f / 3.0f);
-    const auto between = [&](SimdFloat8 near_end, SimdFloat8 far_end) {
-        return near_end * two_thirds + far_end * one_third;
-    };
-    constexpr unsigned char rows[4] = {0, 0, 3, 3}, columns[4] = {0, 3, 3, 0};
-    for (unsigned int k = 0; k < 4; ++k)
-        grid[rows[k]][columns[k]] = load_pair(surface.vertices, quads[0][k], quads[1][k]);
-    for (unsigned int r = 0; r < 4; r += 3) {
-        grid[r][1] = between(grid[r][0], grid[r][3]);
-        grid[r][2] = between(grid[r][3], grid[r][0]);
-    }
-    for (unsigned int c = 0; c < 4; ++c) {
-        grid[1][c] = between(grid[0][c], grid[3][c]);
-        grid[2][c] = between(grid[3][c], grid[0][c]);
-    }
+    SimdFloat8 q[4];
+    for (unsigned int k = 0; k < 4; ++k) q[k] = load_pair(surface.vertices, quads[0][k], quads[1][k]);
+    fill_linear_grid(q, SimdFloat8(1.0f / 3.0f), SimdFloat8(2.0f / 3.0f),
+                     [&grid](unsigned int row, unsigned int column) -> SimdFloat8& { return grid[row][column]; });
 }
 
 }  // namespace

@@ -11,11 +11,6 @@ namespace {
 
 using QN_SIMD_NAMESPACE::SimdDouble4;
 
-inline SimdFloat8 blend_third(unsigned int i, SimdFloat8 a, SimdFloat8 b, SimdFloat8 c, SimdFloat8 d) {
-    const float* w = third_weights[i];
-    return ((a * SimdFloat8(w[0]) + b * SimdFloat8(w[1])) + c * SimdFloat8(w[2])) + d * SimdFloat8(w[3]);
-}
-
 constexpr unsigned int cell_row = 4;  // three cells and a place for none
 constexpr unsigned int cell_count = 12;
 
@@ -28,14 +23,14 @@ struct CellEdges {
         SimdFloat8 rows[4][4], points[4][4];
         for (unsigned int r = 0; r < 4; ++r) {
             rows[r][0] = c[r][0];
-            rows[r][1] = blend_third(1, c[r][0], c[r][1], c[r][2], c[r][3]);
-            rows[r][2] = blend_third(2, c[r][0], c[r][1], c[r][2], c[r][3]);
+            rows[r][1] = blend_third<SimdFloat8>(1, c[r][0], c[r][1], c[r][2], c[r][3]);
+            rows[r][2] = blend_third<SimdFloat8>(2, c[r][0], c[r][1], c[r][2], c[r][3]);
             rows[r][3] = c[r][3];
         }
         for (unsigned int i = 0; i < 4; ++i) {
             points[0][i] = rows[0][i];
-            points[1][i] = blend_third(1, rows[0][i], rows[1][i], rows[2][i], rows[3][i]);
-            points[2][i] = blend_third(2, rows[0][i], rows[1][i], rows[2][i], rows[3][i]);
+            points[1][i] = blend_third<SimdFloat8>(1, rows[0][i], rows[1][i], rows[2][i], rows[3][i]);
+            points[2][i] = blend_third<SimdFloat8>(2, rows[0][i], rows[1][i], rows[2][i], rows[3][i]);
             points[3][i] = rows[3][i];
         }
         for (unsigned int j = 1; j < 4; ++j) {
@@ -58,7 +53,7 @@ private:
     }
 };
 
-// NaN is not.
+// False for NaN.
 inline bool is_finite(double x) { return __builtin_fabs(x) <= 1.7976931348623157e308; }
 
 // The areas of two patches: those of their cells, projected on the three planes and true.
@@ -132,7 +127,7 @@ struct BoxPair {
             high = max(high, controls[i]);
             sum = sum + controls[i];
         }
-        // What is finite differs from itself by 0. Sums of large numbers may overflow: that is slow, not wrong.
+        // x - x is 0 for finite x only. A sum that overflows takes the slow path for nothing, which is not wrong.
         if (less_equal_mask(sum - sum, SimdFloat8(0.0f)) != 255) find_finite(controls);
     }
 

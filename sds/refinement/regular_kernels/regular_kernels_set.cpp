@@ -1,4 +1,6 @@
 // The kernels of regular faces for one instruction set.
+#include <cstddef>
+
 #include "qn_simd/simd_double4.h"
 #include "sds/common/kernel_set.h"
 #include "sds/refinement/regular_kernels/regular_kernels.h"

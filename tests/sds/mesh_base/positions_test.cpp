@@ -8,9 +8,6 @@
 namespace {
 
 using namespace sds_test;
-using Mode = SdsMeshGeometry::InterpolationMode;
-
-constexpr Mode all_modes[] = {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed, Mode::borders_fixed};
 
 TEST(SubdivisionPositions, SecondArrayFollowsTheSameWeightsToTheBit) {
     for (const ZooMesh& cage : mesh_zoo()) {

@@ -86,28 +86,6 @@ TEST(Area, IdentityGivesTheSummedAreaOfTheZoo) {
         }
 }
 
-// The nine cells of a patch against a fine triangulation of its limit points.
-TEST(Area, IsNearThatOfAFineTriangulation) {
-    for (const ZooMesh& cage : {make_torus(24, 12), zoo_mesh("cube_crease_corner")}) {
-        SCOPED_TRACE(cage.name);
-        const BuiltSurface surface(cage);
-        constexpr unsigned int n = 24;
-        double area = 0.0;
-        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-            const auto at = [&](unsigned int i, unsigned int j) {
-                return sample_at(surface.geometry, q, static_cast<double>(i) / n, static_cast<double>(j) / n)
-                    .get_geometric_position();
-            };
-            for (unsigned int i = 0; i < n; ++i)
-                for (unsigned int j = 0; j < n; ++j) {
-                    const Vec3d a = at(i, j), c = at(i + 1, j + 1);
-                    area += 0.5 * ((at(i + 1, j) - a).cross(c - a).length() + (c - a).cross(at(i, j + 1) - a).length());
-                }
-        }
-        EXPECT_NEAR(surface.geometry.estimate_area(ctx, Matrix()), area, 0.03 * area);
-    }
-}
-
 // Many groups on few patches too: the threads' private rows must not mix.
 TEST(Bounds, GroupsHoldTheControlPointsOfTheirPatches) {
     for (const ZooMesh& cage : {zoo_mesh("cube"), zoo_mesh("tetrahedron"), make_torus(30, 20)})

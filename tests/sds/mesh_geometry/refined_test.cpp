@@ -9,6 +9,7 @@
 #include "oracles/moving_surface.h"
 #include "oracles/refined_surface.h"
 #include "qn_ctx/ctx_eval.h"
+#include "sds/refinement/regular_kernels/regular_kernels.h"
 #include "support/recorders.h"
 
 namespace {
@@ -280,8 +281,46 @@ TEST(RefinedGeometry, ThreadsGiveTheSameBits) {
         }
         // The kernels round what is computed for other values too; inner controls are nobody else's.
         const RefinedSurface exact(cage, 3);
-        for (size_t c = 0; c < exact.controls.size(); ++c)
-            if (c % 4 == 2) ASSERT_EQ(exact.patches.get_controls()[c], Vec3f(exact.controls[c])) << c;
+        for (size_t c = 2; c < exact.controls.size(); c += 4)
+            ASSERT_EQ(exact.patches.get_controls()[c], Vec3f(exact.controls[c])) << c;
+    }
+}
+
+// On smooth cages whose one level has emitted faces that nothing is handed to.
+TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
+    for (const ZooMesh& mesh : {make_torus(13, 9), make_cut_torus()}) {
+        SCOPED_TRACE(mesh.name);
+        const RefinedSurface surface(tag_cage(mesh), 0);
+        const sds::RefinementLevel& level = surface.topology.get_level(0);
+        std::vector<double> points(3 * mesh.positions.size() + 1);
+        for (unsigned int i = 0; i + 1 < points.size(); ++i)
+            points[i] = static_cast<double>(mesh.positions[i / 3][i % 3]);
+        for (const sds::RegularKernels* const* set = sds::get_all_regular_kernels(); *set != nullptr; ++set) {
+            std::vector<double> limits(4 * mesh.positions.size());
+            std::vector<unsigned char> is_known(mesh.positions.size());
+            std::vector<Vec3f> controls(16 * size_t{surface.patch_count()});
+            std::vector<unsigned int> offsets(surface.patch_count());
+            sds::RegularFaces faces{};
+            faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
+            faces.patches = level.face_patches.get_data();
+            faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
+            faces.faces = level.corner_faces.get_data();
+            faces.edge_bits = level.edges.quad_edge_flags.get_data();
+            faces.vertices = level.corner_vertices.get_data();
+            faces.opposites = level.edges.opposite_edges.get_data();
+            faces.points = points.data();
+            faces.limits = limits.data();
+            faces.is_known = is_known.data();
+            faces.controls = controls[0].get_data();
+            faces.net_offsets = offsets.data();
+            faces.emitted = static_cast<unsigned char>(sds::FaceState::emitted);
+            (*set)->compute_controls(faces, 0, level.candidate_count);
+            for (unsigned int f = 0; f < level.candidate_count; ++f) {
+                if (level.states[f] != sds::FaceState::emitted) continue;
+                const size_t first = 16 * size_t{level.face_patches[f]};
+                EXPECT_EQ(std::memcmp(&controls[first], surface.patches.get_controls() + first, 16 * sizeof(Vec3f)), 0);
+            }
+        }
     }
 }
 

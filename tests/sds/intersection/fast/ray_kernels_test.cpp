@@ -1,8 +1,9 @@
-// The fast kernels' instruction sets against each other.
+// The fast kernels' instruction sets against each other, and the work that a ray costs at worst.
 #include "sds/intersection/fast/ray_kernels.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <tuple>
 
@@ -60,6 +61,96 @@ TEST(RaySpace, InstructionSetsGiveTheSameBits) {
     if (all[1] != nullptr) {
         EXPECT_GT(hit_count, 300u);
     }
+}
+
+using Grid = float[3][16];
+
+// A gently curved unit patch around the origin, across z.
+void set_bowl(Grid& grid) {
+    for (unsigned int place = 0; place < 16; ++place) {
+        const float x = static_cast<float>(place % 4) / 3.0f - 0.5f, y = static_cast<float>(place / 4) / 3.0f - 0.5f;
+        grid[0][place] = x;
+        grid[1][place] = y;
+        grid[2][place] = 0.3f * (x * x + y * y);
+    }
+}
+
+struct Spoiled {
+    const char* name;
+    void (*spoil)(Grid& grid);
+};
+
+void scale_axis(Grid& grid, unsigned int axis, float factor) {
+    for (float& x : grid[axis]) x *= factor;
+}
+
+// What a ray along an axis could halve without end. The z axis meets them all, those with a fold where they are folded.
+const Spoiled spoiled_patches[] = {
+    {"plain", [](Grid&) {}},
+    {"point",
+     [](Grid& g) {
+         for (auto& axis : g) std::fill(std::begin(axis), std::end(axis), 0.0f);
+     }},
+    {"line along the ray", [](Grid& g) { scale_axis(g, 0, 0.0f), scale_axis(g, 1, 0.0f), scale_axis(g, 2, 1e3f); }},
+    {"line across the ray", [](Grid& g) { scale_axis(g, 1, 0.0f), scale_axis(g, 2, 0.0f); }},
+    {"edge-on", [](Grid& g) { scale_axis(g, 2, 0.0f); }},
+    {"folded",
+     [](Grid& g) {
+         for (float& x : g[0]) x = x * x - 1.0f / 12.0f;
+     }},
+    {"folded twice",
+     [](Grid& g) {
+         for (float& x : g[0]) x = x * x - 1.0f / 12.0f;
+         for (float& y : g[1]) y = y * y - 1.0f / 12.0f;
+     }},
+    {"sliver",
+     [](Grid& g) {
+         for (unsigned int i = 0; i < 16; ++i) g[1][i] = g[0][i] + 1e-5f * g[1][i];
+     }},
+    {"tiny",
+     [](Grid& g) {
+         for (unsigned int axis : {0u, 1u, 2u}) scale_axis(g, axis, 1e-42f);
+     }},
+    {"small",
+     [](Grid& g) {
+         for (unsigned int axis : {0u, 1u, 2u}) scale_axis(g, axis, 1e-22f);
+     }},
+    {"huge",
+     [](Grid& g) {
+         for (unsigned int axis : {0u, 1u, 2u}) scale_axis(g, axis, 1e18f);
+     }},
+    {"a vertex far away", [](Grid& g) { g[0][5] = 1e18f; }},
+};
+
+TEST(RaySpace, WorkOfARayAtAPatchIsBounded) {
+    // Plain rays take up to a dozen.
+    constexpr unsigned int most_steps = 400;
+    const Vec3d directions[] = {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}, {1, 1e-7, 0}, {1, 1, 1}, {0.3, 0.2, 1}};
+    for (const Spoiled& patch : spoiled_patches)
+        for (const Vec3d& direction : directions)
+            for (const float slack : {0.0f, 1e-6f})
+                for (const unsigned int level : {0u, 3u, 7u, 12u, 24u}) {
+                    Grid grid;
+                    set_bowl(grid);
+                    patch.spoil(grid);
+                    GeometryRay record;
+                    record.direction = direction;
+                    record.origin = direction * -3.0;
+                    const GeometryRaytraceData data;
+                    GeometryRaytraceCtx rays(&record, 1, data);
+                    const GeometryRaySpace& space = rays.get_ray_space(0);
+                    const sds::RaySpace ray{space.origin, space.across, space.along, space.shift,
+                                            record.tnear, record.tfar,  slack};
+                    sds::RayHits hits{};
+                    if (level == 0)
+                        sds::get_ray_kernels().adaptive(grid, ray, hits);
+                    else
+                        sds::get_ray_kernels().estimate(grid, ray, level, hits);
+                    EXPECT_LE(hits.step_count, most_steps) << patch.name << ' ' << direction[1] << ' ' << level;
+                    if (level == 0 && direction[0] == 0.0 && direction[2] == 1.0) {
+                        EXPECT_GT(hits.count, 0u) << patch.name;
+                    }
+                }
 }
 
 }  // namespace
