@@ -68,6 +68,8 @@ constexpr Row rows[] = {
     {partly_colored, "partly_colored", warning, "vertex without a color beside colored ones", "made white"},
     {color_out_of_range, "color_out_of_range", warning, "color outside 0 to 1", "clamped"},
     {ignored_weight, "ignored_weight", warning, "rational vertex weight other than 1", "ignored"},
+    {lost_crease, "lost_crease", warning, "crease where there is no edge", "ignored"},
+    {unkept_property, "unkept_property", warning, "property with NaN or infinite numbers", "left out"},
     {unknown_record, "unknown_record", warning, "unknown record", "skipped"},
     in_words_of(unused_vertex, PolyFindingCode::unused_vertex),
     {unkept_rule, "unkept_rule", note, "rule that only refined surfaces follow", "ignored"},

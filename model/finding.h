@@ -52,6 +52,8 @@ enum class FindingCode : std::uint8_t {
     partly_colored,
     color_out_of_range,
     ignored_weight,
+    lost_crease,
+    unkept_property,
     unknown_record,
     // notes
     unused_vertex,

@@ -81,7 +81,8 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
                "edgeOnly), borders (3); none (4) has no surface beside borders and needs isolation",
                &options.has_border_rule);
     add_choice(command, "--uv-interpolation", options.modes.uvs, uv_modes,
-               "Which UVs stay: all_fixed (linear), corners_fixed (the default) or one of the others");
+               "Which UVs stay: all_fixed (linear), corners_fixed (the default) or one of the others",
+               &options.has_uv_rule);
     command.add_option(uv_flag, options.uv_files, "A further UV map: the vt records of a file with the same polygons")
         ->type_name("FILE")
         ->allow_extra_args(false);
@@ -147,7 +148,7 @@ SurfaceModes get_modes(const CommonOptions& options, const CageRules& rules) {
         modes.positions = PositionMode::corners_fixed;
         modes.open_borders = true;
     }
-    return follow_rules(modes, rules, options.has_border_rule);
+    return follow_rules(modes, rules, options.has_border_rule, options.has_uv_rule);
 }
 
 std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title) {

@@ -22,6 +22,7 @@ struct CommonOptions {
     std::string mesh;
     SurfaceModes modes{.depth = default_isolation};
     bool has_border_rule = false;  ///< --interpolation is given
+    bool has_uv_rule = false;      ///< --uv-interpolation is given
     std::vector<std::string> uv_files;
     std::string property_file;  ///< empty: none
     FractionalSharpness fractional = FractionalSharpness::exact;
