@@ -26,7 +26,6 @@ enum class FindingCode : std::uint8_t {
     index_before_start,
     vertex_index_out_of_range,
     uv_index_out_of_range,
-    one_corner_polygon,
     small_polygon,
     wrong_count,
     index_out_of_range,
@@ -39,6 +38,7 @@ enum class FindingCode : std::uint8_t {
     tag_without_edge,
     tag_without_polygon,
     // warnings: something was changed, dropped or looks wrong
+    one_corner_polygon,
     two_corner_polygon,
     repeated_vertex,
     nonmanifold_edge,
@@ -51,6 +51,12 @@ enum class FindingCode : std::uint8_t {
     half_mapped_polygon,
     partly_colored,
     color_out_of_range,
+    unusable_color,
+    surplus_numbers,
+    empty_index,
+    uvs_without_points,
+    trailing_zeros,
+    name_not_utf8,
     ignored_weight,
     lost_crease,
     unkept_property,
@@ -59,6 +65,9 @@ enum class FindingCode : std::uint8_t {
     unused_vertex,
     unkept_rule,
     ignored_tag,
+    unused_record,
+    unused_group,
+    joined_groups,
     ignored_record,
 };
 

@@ -145,7 +145,7 @@ RefinedErrors measure_refined(const RefinedSurface& surface, const OpenSubdivOra
                 } else {
                     raise(errors.regular, position);
                     if (has_normal) raise(errors.regular_normal, angle);
-                    const Vec3f* rounded = surface.patches.controls.get_data() + 16 * size_t{p};
+                    const Vec3f* rounded = surface.patches.get_controls() + 16 * size_t{p};
                     Vec3d wide[16];
                     for (unsigned int i = 0; i < 16; ++i) wide[i] = Vec3d(rounded[i]);
                     raise(errors.regular_single,

@@ -142,6 +142,9 @@ Json describe(const InfoOptions& options, const LoadedSurface& loaded) {
     return json;
 }
 
+/// The names of files may be any bytes; what is not UTF-8 in them is replaced.
+std::string to_json_text(const Json& json) { return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
+
 /// What a machine reads about input that is refused.
 std::string refusal_text(const InfoOptions& options, const InputError& error) {
     Json json;
@@ -149,7 +152,7 @@ std::string refusal_text(const InfoOptions& options, const InputError& error) {
     json["error"] = error.what();
     const auto* cage = dynamic_cast<const CageError*>(&error);
     json["findings"] = cage == nullptr ? Json::array() : Json(sds_io::to_json(cage->get_findings()));
-    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    return to_json_text(json);
 }
 
 /// Text of aligned "label  value" lines.
@@ -284,13 +287,13 @@ void run_info(const InfoOptions& options) {
     try {
         if (options.estimate) {
             const Json estimate = describe_estimate(options);
-            print_text(options.json ? estimate.dump(2) + "\n" : to_estimate_text(estimate));
+            print_text(options.json ? to_json_text(estimate) : to_estimate_text(estimate));
             return;
         }
         const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
         if (options.statistics) print_build_rate({&loaded, 1});
         const Json info = describe(options, loaded);
-        print_text(options.json ? info.dump(2) + "\n" : to_text(info));
+        print_text(options.json ? to_json_text(info) : to_text(info));
     } catch (const InputError& error) {
         if (options.json) print_text(refusal_text(options, error));
         throw;

@@ -1,6 +1,7 @@
 #include "io/obj/obj_records.h"
 
 #include "io/obj/obj_cursor.h"
+#include "io/utf8.h"
 
 #include <algorithm>
 #include <array>
@@ -11,7 +12,8 @@ namespace sds_io {
 void SkippedKinds::add(std::string_view name, std::uint32_t at) {
     constexpr std::size_t most_names = 8;
     if (count++ == 0) line = at;
-    if (names.size() == most_names) return;
+    if (names.size() == most_names || name == latest) return;
+    latest = name;
     std::string text = quoted(name);
     if (std::find(names.begin(), names.end(), text) == names.end()) names.push_back(std::move(text));
 }
@@ -39,11 +41,14 @@ public:
 private:
     void read_record(std::string_view keyword);
     void read_vertex();
-    void read_color(float red, float green, float blue);
+    void read_color(const std::array<float, 3>& color, bool is_sound);
+    void read_group(GroupTable& table);
+    void read_libraries();
     void read_uv_point();
     void read_polygon();
     bool read_corner(std::string_view token);
     bool read_index(std::string_view& text, std::size_t record_count, std::uint32_t& index);
+    bool read_optional_index(std::string_view& text, std::size_t record_count, std::uint32_t& index);
     void read_tag();
     /// Vertices, handed to add_vertex(how many came before, vertex), then one sharpness for all tags or one each.
     template <class Tag, class AddVertex>
@@ -56,7 +61,6 @@ private:
     bool read_tag_integer(std::string_view token, std::int64_t& value);
     void check_value_count(std::size_t announced, std::size_t found);
     float read_sharpness(std::string_view token);
-    std::size_t read_numbers(std::array<float, 6>& numbers);
     bool read_number(std::string_view token, float& value);
 
     template <class Detail>
@@ -79,8 +83,7 @@ private:
 };
 
 void RecordReader::read_record(std::string_view keyword) {
-    constexpr std::array<std::string_view, 9> irrelevant = {"vn",     "s",      "o",   "mtllib", "vp",
-                                                            "usemap", "maplib", "lod", "bevel"};
+    constexpr std::array<std::string_view, 8> unused = {"vn", "s", "o", "vp", "usemap", "maplib", "lod", "bevel"};
     constexpr std::array<std::string_view, 22> freeform = {
         "l",    "p",    "deg", "bmat", "step", "cstype", "curv", "curv2", "surf",  "parm",  "trim",
         "hole", "scrv", "sp",  "end",  "con",  "mg",     "call", "csh",   "ctech", "stech", "shadow_obj"};
@@ -96,12 +99,16 @@ void RecordReader::read_record(std::string_view keyword) {
     else if (keyword == "t")
         read_tag();
     else if (keyword == "g")
-        m_records.groups.select(m_cursor.rest_of_record());
+        read_group(m_records.groups);
     else if (keyword == "usemtl")
-        m_records.materials.select(m_cursor.rest_of_record());
+        read_group(m_records.materials);
+    else if (keyword == "mtllib")
+        read_libraries();
     else if (is_in(freeform))
         m_records.ignored_records.add(keyword, m_cursor.get_line());
-    else if (!is_in(irrelevant))
+    else if (is_in(unused))
+        m_records.unused_records.add(keyword, m_cursor.get_line());
+    else
         m_records.unknown_records.add(keyword, m_cursor.get_line());
 }
 
@@ -123,40 +130,59 @@ bool RecordReader::read_number(std::string_view token, float& value) {
     return false;
 }
 
-/// Reads the rest of the record; returns how many numbers it has, which may be more than are kept.
-std::size_t RecordReader::read_numbers(std::array<float, 6>& numbers) {
-    std::size_t count = 0;
-    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count)
-        if (float value = 0.0f; read_number(token, value) && count < numbers.size()) numbers[count] = value;
-    return count;
+void RecordReader::read_group(GroupTable& table) {
+    std::string name = m_cursor.rest_of_record();
+    if (!is_utf8(name)) {
+        record_token(FindingCode::name_not_utf8, name);
+        name = from_latin1(name);
+    }
+    if (&table == &m_records.groups && name.find(' ') != std::string::npos)
+        record(FindingCode::joined_groups, [&] { return quoted(name); });
+    table.select(name);
+}
+
+void RecordReader::read_libraries() {
+    for (std::string_view name = m_cursor.next_token(); !name.empty(); name = m_cursor.next_token())
+        m_records.material_libraries.emplace_back(name);
 }
 
 void RecordReader::read_vertex() {
-    std::array<float, 6> numbers{};
-    const std::size_t count = read_numbers(numbers);
-    if (count != 3 && count != 4 && count != 6)
+    std::array<float, 3> position{}, rest{};
+    bool is_rest_sound = true;
+    std::size_t count = 0;
+    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count) {
+        if (count < 3)
+            read_number(token, position[count]);
+        else if (count < 6)
+            is_rest_sound &= parse_float(token, rest[count - 3]) == NumberState::ok;
+    }
+    if (count < 3)
         record(FindingCode::malformed_record,
                [&] { return "v takes x y z [w] or x y z r g b, not " + std::to_string(count) + " numbers"; });
-    if (count == 4 && numbers[3] != 1.0f)
-        record(FindingCode::ignored_weight, [&] { return "weight " + std::to_string(numbers[3]); });
+    if (count == 4 && !(is_rest_sound && rest[0] == 1.0f))
+        record(FindingCode::ignored_weight, [&] { return "weight " + std::to_string(rest[0]); });
+    if (count == 5 || count > 6)
+        record(FindingCode::surplus_numbers,
+               [&] { return "v of " + std::to_string(count) + ", the first three hold"; });
     if (count == 6)
-        read_color(numbers[3], numbers[4], numbers[5]);
+        read_color(rest, is_rest_sound);
     else if (m_cage.has_colors()) {
         m_cage.vertex_colors.insert(m_cage.vertex_colors.end(), 4, full_channel);
         record(FindingCode::partly_colored, [] { return std::string("no color here"); });
     }
-    m_cage.positions.insert(m_cage.positions.end(), numbers.begin(), numbers.begin() + 3);
+    m_cage.positions.insert(m_cage.positions.end(), position.begin(), position.end());
     m_records.too_many |= m_cage.get_vertex_count() > m_options.max_corners;
 }
 
-void RecordReader::read_color(float red, float green, float blue) {
+void RecordReader::read_color(const std::array<float, 3>& color, bool is_sound) {
     if (!m_cage.has_colors() && !m_cage.positions.empty()) {
         m_cage.vertex_colors.assign(m_cage.get_vertex_count() * 4, full_channel);
         record(
             FindingCode::partly_colored, [] { return std::string("the first color is here"); },
             m_cage.get_vertex_count());
     }
-    for (const float channel : {red, green, blue}) {
+    if (!is_sound) record(FindingCode::unusable_color, [] { return std::string(); });
+    for (const float channel : is_sound ? color : std::array<float, 3>{1.0f, 1.0f, 1.0f}) {
         if (!(channel >= 0.0f && channel <= 1.0f))
             record(FindingCode::color_out_of_range, [&] { return std::to_string(channel); });
         m_cage.vertex_colors.push_back(
@@ -166,12 +192,16 @@ void RecordReader::read_color(float red, float green, float blue) {
 }
 
 void RecordReader::read_uv_point() {
-    std::array<float, 6> numbers{};
-    const std::size_t count = read_numbers(numbers);
-    if (count < 1 || count > 3)
-        record(FindingCode::malformed_record,
-               [&] { return "vt takes u [v [w]], not " + std::to_string(count) + " numbers"; });
-    m_cage.uv_points.insert(m_cage.uv_points.end(), numbers.begin(), numbers.begin() + 3);
+    std::array<float, 3> uv{};
+    std::size_t count = 0;
+    for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count)
+        if (count < uv.size()) read_number(token, uv[count]);
+    if (count == 0)
+        record(FindingCode::malformed_record, [] { return std::string("vt takes u [v [w]], not 0 numbers"); });
+    if (count > uv.size())
+        record(FindingCode::surplus_numbers,
+               [&] { return "vt of " + std::to_string(count) + ", the first three hold"; });
+    m_cage.uv_points.insert(m_cage.uv_points.end(), uv.begin(), uv.end());
     m_records.too_many |= m_cage.get_uv_count() > m_options.max_corners;
 }
 
@@ -204,6 +234,22 @@ bool RecordReader::read_index(std::string_view& text, std::size_t record_count, 
     return true;
 }
 
+/// The index behind a slash, which may be missing; `index` stays as it is then. An index relative to no records at all
+/// comes out as one beyond all, for the end of the file to judge.
+bool RecordReader::read_optional_index(std::string_view& text, std::size_t record_count, std::uint32_t& index) {
+    if (text.empty()) {
+        record(FindingCode::empty_index, [] { return std::string(); });
+        return true;
+    }
+    std::int64_t number = 0;
+    if (std::string_view rest = text; record_count == 0 && take_integer(rest, number) && number < 0) {
+        text = rest;
+        index = 0xFFFFFFFE;
+        return true;
+    }
+    return read_index(text, record_count, index);
+}
+
 /// Appends the face-corner that `token` (v, v/t, v//n or v/t/n) describes. A normal has no use here; it only has to be
 /// an index.
 bool RecordReader::read_corner(std::string_view token) {
@@ -216,15 +262,15 @@ bool RecordReader::read_corner(std::string_view token) {
         return slash;
     };
     if (take_slash()) {
-        if (!token.starts_with('/') && !read_index(token, m_cage.get_uv_count(), uv)) return false;
+        if (!token.starts_with('/') && !read_optional_index(token, m_cage.get_uv_count(), uv)) return false;
         std::uint32_t normal = 0;
-        if (take_slash() && !read_index(token, unmapped_corner, normal)) return false;
+        if (take_slash() && !read_optional_index(token, unmapped_corner, normal)) return false;
     }
     if (!token.empty()) {
         record_token(FindingCode::not_a_number, whole);
         return false;
     }
-    m_records.any_mapped |= uv != unmapped_corner;
+    if (uv != unmapped_corner && m_records.mapped_corners++ == 0) m_records.first_mapped_line = m_cursor.get_line();
     m_cage.polygon_indices.push_back(vertex);
     m_cage.uv_indices.push_back(uv);
     return true;
@@ -237,8 +283,6 @@ void RecordReader::read_polygon() {
     std::size_t count = 0;
     for (std::string_view token = m_cursor.next_token(); !token.empty(); token = m_cursor.next_token(), ++count)
         good &= read_corner(token);
-    if (count == 0) record(FindingCode::missing_index, [] { return "f without corners"; });
-    if (count == 1) record(FindingCode::one_corner_polygon, [] { return std::string(); });
     m_records.too_many |= m_cage.get_corner_count() > m_options.max_corners;
     if (good && count >= 3) {
         m_cage.polygon_counts.push_back(static_cast<std::uint32_t>(count));
@@ -247,8 +291,10 @@ void RecordReader::read_polygon() {
         m_records.groups.assign_polygon();
         return;
     }
-    if (good && count == 2) {
-        record(FindingCode::two_corner_polygon, [] { return std::string(); });
+    if (good && count <= 2) {
+        const bool has_edge = count == 2;
+        record(has_edge ? FindingCode::two_corner_polygon : FindingCode::one_corner_polygon,
+               [] { return std::string(); });
         for (std::size_t c = first; c < m_cage.get_corner_count(); ++c)
             m_records.dropped_corners.push_back({m_cursor.get_line(), m_cage.polygon_indices[c], m_cage.uv_indices[c]});
     }

@@ -40,6 +40,7 @@ struct DroppedCorner {
 /// Kinds of records or tags that were skipped, for one finding that names them all.
 struct SkippedKinds {
     std::vector<std::string> names;  ///< in quotes, the first eight
+    std::string latest;              ///< the name that was added last, as it stands in the file
     std::uint64_t count = 0;
     std::uint32_t line = 0;  ///< of the first
 
@@ -58,10 +59,12 @@ struct ObjRecords {
     std::vector<HoleTag> holes;
     std::vector<std::uint64_t> dropped_polygons;  ///< `f` records without a polygon in the cage, 0-based
     GroupTable materials, groups;
-    SkippedKinds ignored_tags, unkept_rules, ignored_records, unknown_records;
-    std::uint64_t polygon_records = 0;  ///< f records, good or bad
-    bool any_mapped = false;            ///< some corner names a UV point
-    bool too_many = false;              ///< a limit was passed and reading stopped there
+    SkippedKinds ignored_tags, unkept_rules, ignored_records, unused_records, unknown_records;
+    std::vector<std::string> material_libraries;  ///< as the file names them, in its order
+    std::uint64_t polygon_records = 0;            ///< f records, good or bad
+    std::uint64_t mapped_corners = 0;             ///< corners that name a UV point
+    std::uint32_t first_mapped_line = 0;
+    bool too_many = false;  ///< a limit was passed and reading stopped there
 };
 
 /// Reads every record; what is wrong within one record goes to `findings`. `name` stands for the file in messages.

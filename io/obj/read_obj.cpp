@@ -1,6 +1,8 @@
 #include "io/obj/read_obj.h"
 
+#include "io/gzip.h"
 #include "io/obj/obj_records.h"
+#include "io/quoted.h"
 #include "io/read_file.h"
 #include "model/array_view.h"
 #include "model/finding.h"
@@ -15,6 +17,24 @@ namespace sds_io {
 
 namespace {
 
+/// What a file is that starts with the mark of another kind of file; empty for any other text.
+std::string_view format_of(std::string_view text) {
+    struct Mark {
+        std::string_view start, format;
+    };
+    constexpr Mark marks[] = {{"ply\n", "a PLY file"},         {"ply\r", "a PLY file"},
+                              {"OFF", "an OFF file"},          {"solid ", "an STL file"},
+                              {"Kaydara FBX", "an FBX file"},  {"; FBX", "an FBX file"},
+                              {"glTF", "a glTF file"},         {"{", "a JSON file"},
+                              {"#usda", "a USD file"},         {"PXR-USDC", "a USD file"},
+                              {"Ogawa", "an Alembic file"},    {"<?xml", "an XML file"},
+                              {"\x89PNG", "a PNG picture"},    {"PK\x03\x04", "a ZIP archive"},
+                              {"newmtl", "a material library"}};
+    for (const Mark& mark : marks)
+        if (text.starts_with(mark.start)) return mark.format;
+    return {};
+}
+
 std::string out_of_range(std::uint32_t index, std::size_t count) {
     return "index " + std::to_string(std::uint64_t{index} + 1) + " of " + std::to_string(count);
 }
@@ -26,6 +46,7 @@ public:
         : m_records(records), m_name(name), m_options(options), m_findings(findings) {}
 
     void check_presence();
+    void drop_uvs_without_points();
     void check_polygons();
     void check_tags();
     void report_skipped_kinds();
@@ -33,6 +54,7 @@ public:
     // after the checks, without errors
     void settle_uvs();
     void settle_groups();
+    void report_unused_groups();
     void set_creases();
     void set_corners();
     void set_holes();
@@ -95,6 +117,17 @@ FirstCase MeshChecker::describe(PolyFindingCode code, const PolyPlace& place) co
     return {m_name + line, detail, {}};
 }
 
+void MeshChecker::drop_uvs_without_points() {
+    if (!m_cage.uv_points.empty() || m_records.mapped_corners == 0) return;
+    const auto describe = [this] {
+        return FirstCase{m_name + ":" + std::to_string(m_records.first_mapped_line), {}, {}};
+    };
+    m_findings.record(FindingCode::uvs_without_points, describe, m_records.mapped_corners);
+    m_records.mapped_corners = 0;
+    std::fill(m_cage.uv_indices.begin(), m_cage.uv_indices.end(), unmapped_corner);
+    for (DroppedCorner& corner : m_records.dropped_corners) corner.uv = unmapped_corner;
+}
+
 void MeshChecker::check_polygons() {
     const auto record_found = [this](const PolyFindings& found) {
         add_mesh_findings(found, m_findings,
@@ -144,14 +177,16 @@ void MeshChecker::report_skipped_kinds() {
         const auto describe = [&] { return FirstCase{m_name + ":" + std::to_string(kinds.line), kinds.list(), {}}; };
         m_findings.record(code, describe, kinds.count);
     };
-    report(FindingCode::unknown_record, m_records.unknown_records);
+    // A file of another kind has no other records.
+    if (m_findings.count(FindingCode::not_obj) == 0) report(FindingCode::unknown_record, m_records.unknown_records);
+    report(FindingCode::unused_record, m_records.unused_records);
     report(FindingCode::ignored_record, m_records.ignored_records);
     report(FindingCode::ignored_tag, m_records.ignored_tags);
     report(FindingCode::unkept_rule, m_records.unkept_rules);
 }
 
 void MeshChecker::settle_uvs() {
-    if (!m_records.any_mapped) {
+    if (m_records.mapped_corners == 0) {
         m_cage.uv_points.clear();
         m_cage.uv_indices.clear();
         return;
@@ -166,9 +201,30 @@ void MeshChecker::settle_uvs() {
 }
 
 void MeshChecker::settle_groups() {
-    GroupTable& groups = m_records.materials.was_selected() ? m_records.materials : m_records.groups;
+    const bool has_materials = m_records.materials.was_selected();
+    if (has_materials && m_records.groups.was_selected()) report_unused_groups();
+    GroupTable& groups = has_materials ? m_records.materials : m_records.groups;
     m_cage.polygon_groups = std::move(groups.get_polygons());
     m_cage.group_names = std::move(groups.get_names());
+}
+
+/// Groups that no material tells apart.
+void MeshChecker::report_unused_groups() {
+    constexpr std::uint32_t none = 0xFFFFFFFF;
+    const std::vector<std::uint32_t>&materials = m_records.materials.get_polygons(),
+          &groups = m_records.groups.get_polygons();
+    std::vector<std::uint32_t> group_of(m_records.materials.get_names().size(), none);
+    for (std::size_t p = 0; p < materials.size(); ++p) {
+        std::uint32_t& group = group_of[materials[p]];
+        if (group == none) group = groups[p];
+        if (group == groups[p]) continue;
+        record(FindingCode::unused_group, m_records.polygon_lines[p], [&] {
+            const std::vector<std::string>& names = m_records.groups.get_names();
+            return quoted(names[group]) + " and " + quoted(names[groups[p]]) + " of " +
+                   quoted(m_records.materials.get_names()[materials[p]]);
+        });
+        return;
+    }
 }
 
 void MeshChecker::set_creases() {
@@ -233,16 +289,21 @@ ReadObjResult read_obj_text(std::string_view text, const std::string& name, cons
     ReadObjResult result;
     Findings& findings = result.findings;
     const auto refuse = [&](FindingCode code) {
-        findings.record(code, [&] { return FirstCase{name, {}, {}}; });
+        findings.record(code, [&] { return FirstCase{name, std::string(format_of(text)), {}}; });
         return std::move(result);
     };
+    const std::string_view whole = text;
+    text = text.substr(0, text.find_last_not_of('\0') + 1);
     if (text.find_first_not_of(" \t\r\n") == std::string_view::npos) return refuse(FindingCode::empty_file);
-    if (text.find('\0') != std::string_view::npos) return refuse(FindingCode::not_obj);
+    if (text.find('\0') != std::string_view::npos || !format_of(text).empty()) return refuse(FindingCode::not_obj);
+    if (const std::size_t zeros = whole.size() - text.size(); zeros > 0)
+        findings.record(FindingCode::trailing_zeros, [&] { return FirstCase{name, std::to_string(zeros), {}}; });
 
     ObjRecords records = read_obj_records(text, name, options, findings);
     MeshChecker checker(records, name, options, findings);
     checker.check_presence();
     if (!records.too_many) {
+        checker.drop_uvs_without_points();
         checker.check_polygons();
         checker.check_tags();
     }
@@ -257,12 +318,18 @@ ReadObjResult read_obj_text(std::string_view text, const std::string& name, cons
     if (findings.has_errors()) return result;
     result.cage = std::move(records.cage);
     result.polygon_lines = std::move(records.polygon_lines);
+    result.material_libraries = std::move(records.material_libraries);
     return result;
 }
 
 ReadObjResult read_obj(const std::string& path, const ReadObjOptions& options) {
     std::string text;
-    if (const std::string reason = read_file(path, text); !reason.empty()) {
+    std::string reason = read_file(path, text);
+    if (reason.empty() && is_gzip(text)) {
+        const std::string packed = std::move(text);
+        reason = gunzip(packed, text);
+    }
+    if (!reason.empty()) {
         ReadObjResult result;
         result.findings.record(FindingCode::unreadable_file, [&] { return FirstCase{path, reason, {}}; });
         return result;

@@ -27,19 +27,20 @@ struct ReadObjOptions {
 struct ReadObjResult {
     std::optional<ControlCage> cage;  ///< empty exactly when findings.has_errors()
     Findings findings;
-    std::vector<std::uint32_t> polygon_lines;  ///< line of every polygon of the cage, for later messages
+    std::vector<std::uint32_t> polygon_lines;     ///< line of every polygon of the cage, for later messages
+    std::vector<std::string> material_libraries;  ///< `mtllib` files as the cage names them, relative to its folder
 };
 
 /// Reads a polygon mesh from an OBJ file. Never throws on bad input: what is wrong is in the findings, each with its
 /// first line.
 ///
 /// Read are `v` (x y z, weight ignored, or x y z r g b with colors in 0..1), `vt` (u [v [w]]), `f` (n-gons; v, v/t,
-/// v//n, v/t/n; relative indices), `usemtl` and `g`, and the subdivision tags `t NAME INTS/FLOATS/STRINGS ...`.
-/// Normals, smoothing groups, objects and material libraries have no bearing on a control mesh and are skipped without
-/// a word.
+/// v//n, v/t/n; relative indices), `usemtl` and `g`, `mtllib` by name, and the subdivision tags `t NAME
+/// INTS/FLOATS/STRINGS ...`. Normals, smoothing groups and objects have no bearing on a control mesh; a note names what
+/// was skipped. What is odd in a record and leaves its meaning sound costs a warning, not the file.
 ///
 /// Shading groups are the materials when the file names any, else the `g` groups (a list of names is one group), else
-/// "default".
+/// "default". Names are UTF-8; others are read as Latin-1.
 ///
 /// `t crease N/M/0 V0 .. V(N-1) S ..` marks the chain of edges V0-V1-.. (0-based, in the order of the `v` records) with
 /// one sharpness for all or one each. A sharpness of 10 and above, or inf, is a crease; 0 and below none; between, see
@@ -50,7 +51,7 @@ struct ReadObjResult {
 ///
 /// The tokenizer is our own: a general loader accepts indices out of range, two-corner polygons and NaN, and forgets
 /// line numbers, which every finding here needs. Time and memory are linear in the file, a pole of any valence
-/// included.
+/// included. The file may be gzipped.
 ReadObjResult read_obj(const std::string& path, const ReadObjOptions& options = {});
 
 /// The same for text in memory; `name` stands for the file in messages.

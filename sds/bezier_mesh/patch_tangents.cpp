@@ -2,9 +2,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "qn_sys/sys_thread.h"
 #include "sds/bezier_mesh/sds_bezier_mesh.h"
-#include "sds/common/progress.h"
 #include "sds/mesh_base/tangent_rules.h"
 #include "sds/mesh_base/task_chunks.h"
 
@@ -112,6 +110,14 @@ struct TangentWork {
     GeometryPositionArray positions = mesh.get_quad_vertices();
     GreatFanTangents great_fans{mesh, edges, infos, fans};
 
+    void operator()(const sds::WorkRange& range) const {
+        for (unsigned int q = range.begin; q < range.end; ++q) {
+            compute(q);
+            range.step(q);
+        }
+    }
+
+private:
     void compute(unsigned int q) const {
         // Points that need no weight are read where they are.
         const bool is_plain = mesh.get_source_count() == 1 && mesh.get_weight(0) == 1.0f;
@@ -120,8 +126,6 @@ struct TangentWork {
         else
             compute(q, [this](unsigned int w) { return positions[w]; });
     }
-
-private:
     template <class Position>
     void compute(unsigned int q, const Position& position) const {
         const auto tangents_at = [&](unsigned int e, const VertexLocalTopology& fan) {
@@ -133,25 +137,7 @@ private:
     }
 };
 
-class ComputeBezierTangentsTask : public SysThreadTask {
-public:
-    ComputeBezierTangentsTask() = default;
-    ComputeBezierTangentsTask(const TangentWork& work, unsigned int begin, unsigned int end, AppProgressBar* progress,
-                              float share)
-        : m_work(&work), m_begin(begin), m_end(end), m_progress(progress), m_share(share) {}
-
-    void run(const unsigned int&) override {
-        for (unsigned int q = m_begin; q < m_end; ++q) m_work->compute(q);
-        sds::progress_increment(m_progress, static_cast<float>(m_end - m_begin) * m_share);
-    }
-
-private:
-    const TangentWork* m_work = nullptr;
-    unsigned int m_begin = 0;
-    unsigned int m_end = 0;
-    AppProgressBar* m_progress = nullptr;
-    float m_share = 0.0f;
-};
+using ComputeBezierTangentsTask = sds::RangeTask<TangentWork>;
 
 }  // namespace
 
@@ -184,22 +170,7 @@ void SdsMeshBase::compute_bezier_tangents(const SdsBezierMesh& mesh, const Edges
 void SdsMeshBase::compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
                                           const CoreBasicArray<PatchTangentInfo>& infos,
                                           const CoreBasicArray<VertexLocalTopology>& topologies, Vec3f* tangents,
-                                          SysThreadTaskManager& tasks, AppProgressBar* progress) {
-    const TangentWork work{mesh, edges, infos, topologies, tangents};
-    const float share = 1.0f / static_cast<float>(infos.get_count());
-    sds::run_chunked<ComputeBezierTangentsTask>(tasks, infos.get_count(), 8, [&](unsigned int begin, unsigned int end) {
-        return ComputeBezierTangentsTask(work, begin, end, progress, share);
-    });
-}
-
-void SdsMeshBase::compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
-                                          const CoreBasicArray<PatchTangentInfo>& infos,
-                                          const CoreBasicArray<VertexLocalTopology>& topologies, Vec3f* tangents,
-                                          AppProgressBar* progress) {
-    const TangentWork work{mesh, edges, infos, topologies, tangents};
-    sds::progress_steps(progress, infos.get_count());
-    for (unsigned int q = 0; q < infos.get_count(); ++q) {
-        work.compute(q);
-        sds::progress_step(progress, q + 1);
-    }
+                                          SysThreadTaskManager* tasks, AppProgressBar* progress) {
+    sds::run_tasks<ComputeBezierTangentsTask>(tasks, infos.get_count(), 8, progress,
+                                              {mesh, edges, infos, topologies, tangents});
 }

@@ -37,21 +37,18 @@ constexpr unsigned int min_threaded_quads = 16384;
 // Turns neighbour polygons, which stand in opposite_edges, into half-edges, and flags the plain quads; others get 0.
 void join_neighbours(const CoreArray<unsigned int>& neighbour_edges, const CoreArray<unsigned char>& edge_smooth_flags,
                      SdsMeshBase::EdgesTopology& edges) {
-    const auto join_range = [&](unsigned int begin, unsigned int end) {
-        for (unsigned int q = begin; q < end; ++q) {
-            unsigned int* opposite = edges.opposite_edges.get_data() + 4 * size_t{q};
-            const unsigned int* slot = neighbour_edges.get_data() + 4 * size_t{q};
-            const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
-            const bool is_plain = opposite[0] != none && opposite[1] != none && opposite[2] != none &&
-                                  opposite[3] != none && (smooth[0] & smooth[1] & smooth[2] & smooth[3]) != 0;
-            for (unsigned int k = 0; k < 4; ++k) opposite[k] = opposite[k] != none ? 4 * opposite[k] + slot[k] : none;
-            edges.quad_edge_flags[q] = is_plain ? plain_quad : static_cast<unsigned char>(0);
-        }
+    const auto join = [&](unsigned int q) {
+        unsigned int* opposite = edges.opposite_edges.get_data() + 4 * size_t{q};
+        const unsigned int* slot = neighbour_edges.get_data() + 4 * size_t{q};
+        const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
+        const bool is_plain = opposite[0] != none && opposite[1] != none && opposite[2] != none &&
+                              opposite[3] != none && (smooth[0] & smooth[1] & smooth[2] & smooth[3]) != 0;
+        for (unsigned int k = 0; k < 4; ++k) opposite[k] = opposite[k] != none ? 4 * opposite[k] + slot[k] : none;
+        edges.quad_edge_flags[q] = is_plain ? plain_quad : static_cast<unsigned char>(0);
     };
     const unsigned int quad_count = edges.quad_edge_flags.get_count();
-    if (quad_count < min_threaded_quads) return join_range(0, quad_count);
-    SysThreadTaskManager manager;
-    sds::run_ranges(manager, quad_count, nullptr, join_range);
+    const auto manager = quad_count >= min_threaded_quads ? std::make_unique<SysThreadTaskManager>() : nullptr;
+    sds::for_each_entry(manager.get(), quad_count, nullptr, join);
 }
 
 }  // namespace

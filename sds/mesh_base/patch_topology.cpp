@@ -26,19 +26,9 @@ void SdsMeshBase::compute_bezier_topology(const TopologyContext& context, const 
 }
 
 void SdsMeshBase::compute_bezier_topology(const TopologyContext& context, CoreArray<BezierPatch>& patches,
-                                          AppProgressBar* progress) {
-    sds::progress_steps(progress, patches.get_count());
-    for (unsigned int q = 0; q < patches.get_count(); ++q) {
-        compute_bezier_topology(context, q, patches[q]);
-        sds::progress_step(progress, q + 1);
-    }
-}
-
-void SdsMeshBase::compute_bezier_topology(const TopologyContext& context, CoreArray<BezierPatch>& patches,
-                                          SysThreadTaskManager& tasks, AppProgressBar* progress) {
-    sds::run_ranges(tasks, patches.get_count(), progress, [&](unsigned int begin, unsigned int end) {
-        for (unsigned int q = begin; q < end; ++q) compute_bezier_topology(context, q, patches[q]);
-    });
+                                          SysThreadTaskManager* tasks, AppProgressBar* progress) {
+    sds::for_each_entry(tasks, patches.get_count(), progress,
+                        [&](unsigned int q) { compute_bezier_topology(context, q, patches[q]); });
 }
 
 namespace {
@@ -71,21 +61,9 @@ unsigned int assign_tangent_offsets(unsigned int quad_count, SdsMeshBase::PatchT
 
 unsigned int SdsMeshBase::compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
                                                 PatchTangentInfo* infos, const bool& linear,
-                                                SysThreadTaskManager& tasks, AppProgressBar* progress) {
-    sds::run_ranges(tasks, quad_count, progress, [&](unsigned int begin, unsigned int end) {
-        for (unsigned int q = begin; q < end; ++q)
-            infos[q].irregular =
-                (infos[q].irregular & ~0xFFu) | (linear ? 0u : find_irregular(topologies + 4 * size_t{q}));
-    });
-    return assign_tangent_offsets(quad_count, infos);
-}
-
-unsigned int SdsMeshBase::compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
-                                                PatchTangentInfo* infos, const bool& linear, AppProgressBar* progress) {
-    sds::progress_steps(progress, quad_count);
-    for (unsigned int q = 0; q < quad_count; ++q) {
+                                                SysThreadTaskManager* tasks, AppProgressBar* progress) {
+    sds::for_each_entry(tasks, quad_count, progress, [&](unsigned int q) {
         infos[q].irregular = (infos[q].irregular & ~0xFFu) | (linear ? 0u : find_irregular(topologies + 4 * size_t{q}));
-        sds::progress_step(progress, q + 1);
-    }
+    });
     return assign_tangent_offsets(quad_count, infos);
 }

@@ -76,7 +76,8 @@ void SdsMeshBase::compute_bezier_corners(const TopologyContext& context, const C
 }
 
 void SdsMeshBase::compute_bezier_corners(const TopologyContext& context, const CoreBasicArray<Vec3f>& positions,
-                                         Vec3f* corners, SysThreadTaskManager& tasks, AppProgressBar* progress) {
+                                         Vec3f* corners, SysThreadTaskManager* tasks, AppProgressBar* progress) {
+    if (tasks == nullptr) return compute_bezier_corners(context, positions, corners, progress);
     // The half-edge that each vertex is computed from: the least, as when they are taken one after the other.
     CoreArray<unsigned int> first_edges(positions.get_count(), none);
     const CoreBasicArray<unsigned int>& quad_indices = *context.quad_indices;
@@ -84,9 +85,7 @@ void SdsMeshBase::compute_bezier_corners(const TopologyContext& context, const C
         const unsigned int v = quad_indices[e];
         if (v != none && first_edges[v] == none) first_edges[v] = e;
     }
-    sds::run_ranges(tasks, positions.get_count(), progress, [&](unsigned int begin, unsigned int end) {
-        for (unsigned int v = begin; v < end; ++v)
-            if (first_edges[v] != none)
-                compute_bezier_corner(context, first_edges[v], positions.get_data(), corners[v]);
+    sds::for_each_entry(tasks, positions.get_count(), progress, [&](unsigned int v) {
+        if (first_edges[v] != none) compute_bezier_corner(context, first_edges[v], positions.get_data(), corners[v]);
     });
 }

@@ -226,6 +226,11 @@ public:
                           CoreArray<unsigned int>& quad_indices, CoreArray<VertexInfo>& vertex_infos,
                           EdgesTopology& edges, SubdivisionTopology& subdivision, AppProgressBar* progress);
 
+    // The vertex rules by number, as the interpolation modes of surfaces and maps have them.
+    enum class VertexRule : unsigned int { all_fixed = 0, corners_fixed = 1, all_smoothed = 2, borders_fixed = 3 };
+    // Applies a rule; an unknown one changes nothing.
+    static void set_vertices_by_rule(const CoreBasicArray<unsigned int>& quad_indices, const EdgesTopology& edges,
+                                     const VertexRule& rule, CoreArray<VertexInfo>& vertex_infos);
     // Vertex rules: each rewrites the fixed bit of the vertices that the quads use. Indices 0xFFFFFFFF are skipped.
     static void set_all_vertices_as_fixed(const CoreBasicArray<unsigned int>& quad_indices, const EdgesTopology& edges,
                                           CoreArray<VertexInfo>& vertex_infos);
@@ -238,31 +243,45 @@ public:
     static void set_corner_vertices_as_fixed(const CoreBasicArray<unsigned int>& quad_indices,
                                              const EdgesTopology& edges, CoreArray<VertexInfo>& vertex_infos);
 
+    // What follows is done for a whole mesh by the threads of `tasks`, or by the calling thread where that is null or
+    // not given, with the same result.
+
     // The fan at half-edge e's start vertex.
     static void analyse_vertex_local_topology(const EdgesTopology& edges, const unsigned int& e,
                                               VertexLocalTopology& out);
-    // All fans: `out` has one entry per half-edge. `linear` fills trivial records. Both variants give the same result.
+    // All fans: `out` has one entry per half-edge. `linear` fills trivial records.
     static void analyse_vertices_local_topology(const EdgesTopology& edges, CoreArray<VertexLocalTopology>& out,
-                                                const bool& linear, SysThreadTaskManager& tasks,
+                                                const bool& linear, SysThreadTaskManager* tasks,
                                                 AppProgressBar* progress);
     static void analyse_vertices_local_topology(const EdgesTopology& edges, CoreArray<VertexLocalTopology>& out,
-                                                const bool& linear, AppProgressBar* progress);
+                                                const bool& linear, SysThreadTaskManager& tasks,
+                                                AppProgressBar* progress) {
+        analyse_vertices_local_topology(edges, out, linear, &tasks, progress);
+    }
+    static void analyse_vertices_local_topology(const EdgesTopology& edges, CoreArray<VertexLocalTopology>& out,
+                                                const bool& linear, AppProgressBar* progress) {
+        analyse_vertices_local_topology(edges, out, linear, nullptr, progress);
+    }
 
     static void compute_bezier_topology(const TopologyContext& context, const unsigned int& q, BezierPatch& patch);
     // All quads; `patches` has one entry per quad.
     static void compute_bezier_topology(const TopologyContext& context, CoreArray<BezierPatch>& patches,
-                                        AppProgressBar* progress);
+                                        SysThreadTaskManager* tasks, AppProgressBar* progress);
     static void compute_bezier_topology(const TopologyContext& context, CoreArray<BezierPatch>& patches,
-                                        SysThreadTaskManager& tasks, AppProgressBar* progress);
+                                        AppProgressBar* progress) {
+        compute_bezier_topology(context, patches, nullptr, progress);
+    }
 
     // Marks irregular corners (not a smooth closed fan of four: darts count as irregular) and the edges that touch
     // them, and reserves their tangents. `topologies` has four records per quad. Returns the number of vectors to
     // allocate: 0 when `linear`.
     static unsigned int compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
-                                              PatchTangentInfo* infos, const bool& linear, AppProgressBar* progress);
-    static unsigned int compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
-                                              PatchTangentInfo* infos, const bool& linear, SysThreadTaskManager& tasks,
+                                              PatchTangentInfo* infos, const bool& linear, SysThreadTaskManager* tasks,
                                               AppProgressBar* progress);
+    static unsigned int compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
+                                              PatchTangentInfo* infos, const bool& linear, AppProgressBar* progress) {
+        return compute_tangent_infos(quad_count, topologies, infos, linear, nullptr, progress);
+    }
 
     // Positions of the vertices of the quad mesh after the subdivision step (Catmull and Clark 1978; sharp edges after
     // Hoppe et al. 1994). `positions` holds the control vertices, `out` one entry per vertex of the step; entries that
@@ -283,7 +302,7 @@ public:
                                        AppProgressBar* progress);
     static void compute_bezier_corners(const TopologyContext& context,
                                        const CoreBasicArray<GMathVec3<float>>& positions, GMathVec3<float>* corners,
-                                       SysThreadTaskManager& tasks, AppProgressBar* progress);
+                                       SysThreadTaskManager* tasks, AppProgressBar* progress);
     // That of the vertex which half-edge e leaves (Halstead, Kass, DeRose 1993).
     static void compute_bezier_corner(const TopologyContext& context, const unsigned int& e,
                                       const GMathVec3<float>* positions, GMathVec3<float>& corner);
@@ -296,12 +315,21 @@ public:
     static void compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
                                         const CoreBasicArray<PatchTangentInfo>& infos,
                                         const CoreBasicArray<VertexLocalTopology>& topologies,
-                                        GMathVec3<float>* tangents, SysThreadTaskManager& tasks,
+                                        GMathVec3<float>* tangents, SysThreadTaskManager* tasks,
                                         AppProgressBar* progress);
     static void compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
                                         const CoreBasicArray<PatchTangentInfo>& infos,
                                         const CoreBasicArray<VertexLocalTopology>& topologies,
-                                        GMathVec3<float>* tangents, AppProgressBar* progress);
+                                        GMathVec3<float>* tangents, SysThreadTaskManager& tasks,
+                                        AppProgressBar* progress) {
+        compute_bezier_tangents(mesh, edges, infos, topologies, tangents, &tasks, progress);
+    }
+    static void compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
+                                        const CoreBasicArray<PatchTangentInfo>& infos,
+                                        const CoreBasicArray<VertexLocalTopology>& topologies,
+                                        GMathVec3<float>* tangents, AppProgressBar* progress) {
+        compute_bezier_tangents(mesh, edges, infos, topologies, tangents, nullptr, progress);
+    }
     // Limit tangents at a corner of a quad that is not void, along its two edges there: in a closed fan and in an open
     // one.
     static void compute_vertex_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges, const unsigned int& e,

@@ -1,4 +1,4 @@
-// Splitting of an index range into thread tasks.
+// Work on a range of entries: on the calling thread, or in chunks as thread tasks.
 #pragma once
 
 #include <algorithm>
@@ -17,47 +17,72 @@ inline unsigned int chunk_size(unsigned int count, unsigned int thread_count, un
     return std::max(min_chunk_size, count / tasks + (count % tasks != 0 ? 1u : 0u));
 }
 
-// Runs make_task(begin, end) over the chunks of [0, count) and returns when all are done.
-template <class Task, class MakeTask>
-void run_chunked(SysThreadTaskManager& manager, unsigned int count, unsigned int tasks_per_thread,
-                 MakeTask&& make_task) {
-    const unsigned int size = chunk_size(count, manager.get_thread_count(), tasks_per_thread);
-    const unsigned int task_count = count / size + (count % size != 0 ? 1u : 0u);
-    CoreArray<Task> tasks;
-    tasks.reserve(task_count);
-    for (unsigned int i = 0; i < task_count; ++i) tasks.add(make_task(i * size, std::min((i + 1) * size, count)));
-    for (Task& task : tasks) manager.add_task(task, false, true);
-    manager.wait_until_completed();
-}
+// The entries [begin, end), on the worker with this index (0 for the calling thread).
+struct WorkRange {
+    unsigned int begin;
+    unsigned int end;
+    unsigned int worker;
+    AppProgressBar*
+        steps;  // hears of every entry; null without a bar and in a task, which reports its range at its end
 
-// body(begin, end) over a part of a range.
-template <class Body>
+    // Entry i is done.
+    void step(unsigned int i) const { progress_step(steps, i + 1); }
+};
+
+// W is a callable work(range), const because tasks share it.
+template <class W>
 class RangeTask : public SysThreadTask {
 public:
-    RangeTask() = default;
-    RangeTask(const Body& body, unsigned int begin, unsigned int end, AppProgressBar* progress, float share)
-        : m_body(&body), m_begin(begin), m_end(end), m_progress(progress), m_share(share) {}
+    using Work = W;
 
-    void run(const unsigned int&) override {
-        (*m_body)(m_begin, m_end);
+    RangeTask() = default;
+    RangeTask(const Work& work, unsigned int begin, unsigned int end, AppProgressBar* progress, float share)
+        : m_work(&work), m_begin(begin), m_end(end), m_progress(progress), m_share(share) {}
+
+    void run(const unsigned int& worker) override {
+        (*m_work)(WorkRange{m_begin, m_end, worker, nullptr});
         progress_increment(m_progress, static_cast<float>(m_end - m_begin) * m_share);
     }
 
 private:
-    const Body* m_body = nullptr;
+    const Work* m_work = nullptr;
     unsigned int m_begin = 0;
     unsigned int m_end = 0;
     AppProgressBar* m_progress = nullptr;
     float m_share = 0.0f;
 };
 
-// body(begin, end) over the chunks of [0, count), on the manager's threads.
-template <class Body>
-void run_ranges(SysThreadTaskManager& manager, unsigned int count, AppProgressBar* progress, const Body& body) {
+// Does work on [0, count) and returns when all is done: in chunks on the manager's threads, without a manager in one
+// piece on the calling thread.
+template <class Task>
+void run_tasks(SysThreadTaskManager* manager, unsigned int count, unsigned int tasks_per_thread,
+               AppProgressBar* progress, const typename Task::Work& work) {
+    if (manager == nullptr) {
+        progress_steps(progress, count);
+        work(WorkRange{0, count, 0, progress});
+        return;
+    }
+    const unsigned int size = chunk_size(count, manager->get_thread_count(), tasks_per_thread);
+    const unsigned int task_count = count / size + (count % size != 0 ? 1u : 0u);
     const float share = 1.0f / static_cast<float>(count);
-    run_chunked<RangeTask<Body>>(manager, count, 4, [&](unsigned int begin, unsigned int end) {
-        return RangeTask<Body>(body, begin, end, progress, share);
-    });
+    CoreArray<Task> tasks;
+    tasks.reserve(task_count);
+    for (unsigned int i = 0; i < task_count; ++i)
+        tasks.add(Task(work, i * size, std::min((i + 1) * size, count), progress, share));
+    for (Task& task : tasks) manager->add_task(task, false, true);
+    manager->wait_until_completed();
+}
+
+// use(i) for every entry of [0, count).
+template <class Use>
+void for_each_entry(SysThreadTaskManager* manager, unsigned int count, AppProgressBar* progress, const Use& use) {
+    const auto work = [&use](const WorkRange& range) {
+        for (unsigned int i = range.begin; i < range.end; ++i) {
+            use(i);
+            range.step(i);
+        }
+    };
+    run_tasks<RangeTask<decltype(work)>>(manager, count, 4, progress, work);
 }
 
 }  // namespace sds

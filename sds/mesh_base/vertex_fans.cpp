@@ -15,8 +15,6 @@
 // corners of what would be one fan have different ones.
 #include <algorithm>
 
-#include "qn_sys/sys_thread.h"
-#include "sds/common/progress.h"
 #include "sds/mesh_base/sds_mesh_base.h"
 #include "sds/mesh_base/task_chunks.h"
 
@@ -28,8 +26,6 @@ using VertexLocalTopology = SdsMeshBase::VertexLocalTopology;
 unsigned int next_around_vertex(const EdgesTopology& edges, unsigned int h) {
     return sds::next_in_quad(edges.opposite_edges[h]);
 }
-
-void set_trivial(unsigned int e, VertexLocalTopology& out) { out = {false, e, e, 1}; }
 
 // Fills what [begin, end) holds of the fan of half-edge e, and returns true, when nothing is sharp around its vertex
 // and the fan is not large: nearly always.
@@ -66,59 +62,43 @@ void for_each_in_fan(const EdgesTopology& edges, unsigned int e, const VertexLoc
     }
 }
 
-// Fills the entries [begin, end), each as analyse_vertex_local_topology does. A fan is walked once and written to all
-// of its corners in the range, which keeps huge valences linear.
-template <class AfterEntry>
-void analyse_range(const EdgesTopology& edges, VertexLocalTopology* out, unsigned int begin, unsigned int end,
-                   AfterEntry&& after_entry) {
-    for (unsigned int e = begin; e < end; ++e) out[e].valence = 0;
-    for (unsigned int e = begin; e < end; ++e) {
-        if (out[e].valence == 0 && !fill_smooth_fan(edges, out, begin, end, e)) {
-            VertexLocalTopology fan;
-            SdsMeshBase::analyse_vertex_local_topology(edges, e, fan);
-            if (fan.closed && !edges.is_sharp(fan.last_edge)) {
-                unsigned int h = e;
-                do {
-                    if (h >= begin && h < end) out[h] = {true, h, h, fan.valence};
-                    h = next_around_vertex(edges, h);
-                } while (h != e);
-            } else {
-                for_each_in_fan(edges, e, fan, [&](unsigned int h) {
-                    if (h >= begin && h < end) out[h] = fan;
-                });
-            }
+// Fills the entries of a range, each as analyse_vertex_local_topology does. A fan is walked once and written to all of
+// its corners in the range, which keeps huge valences linear.
+struct AnalyseVerticesTopology {
+    const EdgesTopology& edges;
+    VertexLocalTopology* out;
+
+    void operator()(const sds::WorkRange& range) const {
+        const auto has = [&range](unsigned int h) { return h >= range.begin && h < range.end; };
+        for (unsigned int e = range.begin; e < range.end; ++e) out[e].valence = 0;
+        for (unsigned int e = range.begin; e < range.end; ++e) {
+            if (out[e].valence == 0 && !fill_smooth_fan(edges, out, range.begin, range.end, e)) fill_fan(e, has);
+            range.step(e);
         }
-        after_entry(e);
-    }
-}
-
-class AnalyseVerticesTopologyTask : public SysThreadTask {
-public:
-    AnalyseVerticesTopologyTask() = default;
-    AnalyseVerticesTopologyTask(const EdgesTopology& edges, VertexLocalTopology* out, unsigned int begin,
-                                unsigned int end, AppProgressBar* progress, float share)
-        : m_edges(&edges), m_out(out), m_begin(begin), m_end(end), m_progress(progress), m_share(share) {}
-
-    void run(const unsigned int&) override {
-        analyse_range(*m_edges, m_out, m_begin, m_end, [](unsigned int) {});
-        sds::progress_increment(m_progress, static_cast<float>(m_end - m_begin) * m_share);
     }
 
 private:
-    const EdgesTopology* m_edges = nullptr;
-    VertexLocalTopology* m_out = nullptr;
-    unsigned int m_begin = 0;
-    unsigned int m_end = 0;
-    AppProgressBar* m_progress = nullptr;
-    float m_share = 0.0f;
+    template <class Has>
+    void fill_fan(unsigned int e, const Has& has) const {
+        VertexLocalTopology fan;
+        SdsMeshBase::analyse_vertex_local_topology(edges, e, fan);
+        if (fan.closed && !edges.is_sharp(fan.last_edge)) {
+            unsigned int h = e;
+            do {
+                if (has(h)) out[h] = {true, h, h, fan.valence};
+                h = next_around_vertex(edges, h);
+            } while (h != e);
+        } else {
+            for_each_in_fan(edges, e, fan, [&](unsigned int h) {
+                if (has(h)) out[h] = fan;
+            });
+        }
+    }
 };
+using AnalyseVerticesTopologyTask = sds::RangeTask<AnalyseVerticesTopology>;
 
 void fill_trivial(CoreArray<VertexLocalTopology>& out, AppProgressBar* progress) {
-    sds::progress_steps(progress, out.get_count());
-    for (unsigned int e = 0; e < out.get_count(); ++e) {
-        set_trivial(e, out[e]);
-        sds::progress_step(progress, e + 1);
-    }
+    sds::for_each_entry(nullptr, out.get_count(), progress, [&out](unsigned int e) { out[e] = {false, e, e, 1}; });
 }
 
 }  // namespace
@@ -152,25 +132,10 @@ void SdsMeshBase::analyse_vertex_local_topology(const EdgesTopology& edges, cons
 }
 
 void SdsMeshBase::analyse_vertices_local_topology(const EdgesTopology& edges, CoreArray<VertexLocalTopology>& out,
-                                                  const bool& linear, SysThreadTaskManager& tasks,
+                                                  const bool& linear, SysThreadTaskManager* tasks,
                                                   AppProgressBar* progress) {
-    if (linear) {
+    if (linear)
         fill_trivial(out, progress);
-        return;
-    }
-    const float share = 1.0f / static_cast<float>(out.get_count());
-    sds::run_chunked<AnalyseVerticesTopologyTask>(tasks, out.get_count(), 4, [&](unsigned int begin, unsigned int end) {
-        return AnalyseVerticesTopologyTask(edges, out.get_data(), begin, end, progress, share);
-    });
-}
-
-void SdsMeshBase::analyse_vertices_local_topology(const EdgesTopology& edges, CoreArray<VertexLocalTopology>& out,
-                                                  const bool& linear, AppProgressBar* progress) {
-    if (linear) {
-        fill_trivial(out, progress);
-        return;
-    }
-    sds::progress_steps(progress, out.get_count());
-    analyse_range(edges, out.get_data(), 0, out.get_count(),
-                  [&](unsigned int e) { sds::progress_step(progress, e + 1); });
+    else
+        sds::run_tasks<AnalyseVerticesTopologyTask>(tasks, out.get_count(), 4, progress, {edges, out.get_data()});
 }

@@ -32,3 +32,23 @@ void SdsMeshBase::set_corner_vertices_as_fixed(const CoreBasicArray<unsigned int
         if (v != none) vertex_infos[v].set_fixed(edges.is_border(e) && edges.is_border(sds::previous_in_quad(e)));
     }
 }
+
+void SdsMeshBase::set_vertices_by_rule(const CoreBasicArray<unsigned int>& quad_indices, const EdgesTopology& edges,
+                                       const VertexRule& rule, CoreArray<VertexInfo>& vertex_infos) {
+    switch (rule) {
+        case VertexRule::all_fixed:
+            set_all_vertices_as_fixed(quad_indices, edges, vertex_infos);
+            break;
+        case VertexRule::corners_fixed:
+            set_corner_vertices_as_fixed(quad_indices, edges, vertex_infos);
+            break;
+        case VertexRule::all_smoothed:
+            set_all_vertices_as_smoothed(quad_indices, edges, vertex_infos);
+            break;
+        case VertexRule::borders_fixed:
+            set_border_vertices_as_fixed(quad_indices, edges, vertex_infos);
+            break;
+        default:
+            break;
+    }
+}

@@ -111,132 +111,77 @@ void add_patches(const SdsMeshGeometry& geometry, const CoreArray<unsigned int>&
     }
 }
 
-// Boxes and areas apart.
-struct GroupTotals {
-    CoreArray<GMathBbox3<float>> boxes;
-    CoreArray<double> areas;
+// Every worker adds to the sums of its own row, one entry per group.
+struct ComputeSdsBboxes {
+    const SdsMeshGeometry& geometry;
+    const CoreArray<unsigned int>& groups;
+    unsigned int group_count;
+    PatchSums* rows;
 
-    GroupTotals(const PatchSums* sums, unsigned int group_count) {
-        for (const PatchSums* group = sums; group != sums + group_count; ++group) {
-            const float *low = group->low, *high = group->high;
-            boxes.add({{low[0], low[1], low[2]}, {high[0], high[1], high[2]}});
-            for (const double area : group->areas) areas.add(area);
+    void operator()(const sds::WorkRange& range) const {
+        PatchSums* row = rows + size_t{range.worker} * group_count;
+        // A local buffer: neighbouring rows share cache lines.
+        CoreArray<PatchSums> sums(CoreBasicArray<PatchSums>(group_count, row));
+        const unsigned int size = range.steps != nullptr ? 1 : range.end - range.begin;
+        for (unsigned int p = range.begin; p < range.end; p += size) {
+            add_patches(geometry, groups, p, p + size, sums.get_data());
+            range.step(p);
         }
+        std::copy(sums.begin(), sums.end(), row);
     }
 };
+using ComputeSdsBboxesTask = sds::RangeTask<ComputeSdsBboxes>;
+
+void merge(const PatchSums& part, PatchSums& sums) {
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        sums.low[axis] = std::min(sums.low[axis], part.low[axis]);
+        sums.high[axis] = std::max(sums.high[axis], part.high[axis]);
+    }
+    for (unsigned int i = 0; i < area_entries; ++i) sums.areas[i] += part.areas[i];
+}
 
 }  // namespace
 
-class ComputeSdsBboxesTask : public SysThreadTask {
-public:
-    ComputeSdsBboxesTask() = default;
-    ComputeSdsBboxesTask(const SdsMeshGeometry& geometry, const CoreArray<unsigned int>& groups, unsigned int begin,
-                         unsigned int end, unsigned int group_count, PatchSums* sums, AppProgressBar* progress,
-                         float share)
-        : m_geometry(&geometry),
-          m_groups(&groups),
-          m_begin(begin),
-          m_end(end),
-          m_group_count(group_count),
-          m_sums(sums),
-          m_progress(progress),
-          m_share(share) {}
-
-    void run(const unsigned int& worker) override {
-        PatchSums* row = m_sums + size_t{worker} * m_group_count;
-        // A local buffer: neighbouring rows share cache lines.
-        CoreArray<PatchSums> sums(CoreBasicArray<PatchSums>(m_group_count, row));
-        add_patches(*m_geometry, *m_groups, m_begin, m_end, sums.get_data());
-        std::copy(sums.begin(), sums.end(), row);
-        sds::progress_increment(m_progress, static_cast<float>(m_end - m_begin) * m_share);
-    }
-
-private:
-    const SdsMeshGeometry* m_geometry = nullptr;
-    const CoreArray<unsigned int>* m_groups = nullptr;
-    unsigned int m_begin = 0;
-    unsigned int m_end = 0;
-    unsigned int m_group_count = 0;
-    PatchSums* m_sums = nullptr;
-    AppProgressBar* m_progress = nullptr;
-    float m_share = 0.0f;
-};
-
-void SdsMeshGeometry::store_bboxes_and_areas(const GMathBbox3<float>* boxes, const double* areas) {
+void SdsMeshGeometry::update_bbox_and_area(SysThreadTaskManager* tasks, AppProgressBar* progress) {
     const unsigned int group_count = get_group_count(*base);
-    group_bboxes.resize(group_count);
-    group_area_records.resize(group_count);
+    const unsigned int workers = tasks != nullptr ? tasks->get_max_thread_count() : 1;
+    const bool has_points = !point_cloud.is_empty();
+    CoreArray<PatchSums> sums(workers * group_count, has_points ? make_empty_sums() : PatchSums{});
+    if (has_points) {
+        const CoreArray<unsigned int> groups = get_patch_groups(*this);
+        sds::run_tasks<ComputeSdsBboxesTask>(tasks, get_patch_count(), 4, progress,
+                                             {*this, groups, group_count, sums.get_data()});
+    }
+    for (unsigned int i = group_count; i < sums.get_count(); ++i) merge(sums[i], sums[i % group_count]);
+
+    arrays.group_bboxes.resize(group_count);
+    arrays.group_area_records.resize(group_count);
     float total[area_entries] = {};
     GMathBbox3<double> all = GMathBbox3<double>::empty(1e308);
     for (unsigned int g = 0; g < group_count; ++g) {
-        group_bboxes[g] = boxes[g];
+        const float *low = sums[g].low, *high = sums[g].high;
+        arrays.group_bboxes[g] = {{low[0], low[1], low[2]}, {high[0], high[1], high[2]}};
         float record[area_entries];
         for (unsigned int i = 0; i < area_entries; ++i) {
-            record[i] = static_cast<float>(areas[area_entries * size_t{g} + i]);
+            record[i] = static_cast<float>(sums[g].areas[i]);
             total[i] += record[i];
         }
-        group_area_records[g] = {record[0], record[1], record[2],
-                                 blend_ratio(record[0], record[1], record[2], record[3])};
-        all.grow(GMathBbox3<double>(boxes[g]));
+        arrays.group_area_records[g] = {record[0], record[1], record[2],
+                                        blend_ratio(record[0], record[1], record[2], record[3])};
+        all.grow(GMathBbox3<double>(arrays.group_bboxes[g]));
     }
-    bbox = GMathBbox3<float>(all);
-    area_record = {total[0], total[1], total[2], blend_ratio(total[0], total[1], total[2], total[3])};
-}
-
-void SdsMeshGeometry::update_bbox_and_area(AppProgressBar* progress) {
-    const bool has_points = !point_cloud.is_empty();
-    CoreArray<PatchSums> sums(get_group_count(*base), has_points ? make_empty_sums() : PatchSums{});
-    if (has_points) {
-        const CoreArray<unsigned int> groups = get_patch_groups(*this);
-        const unsigned int patch_count = get_patch_count();
-        sds::progress_steps(progress, patch_count);
-        const unsigned int size = progress != nullptr ? 1 : patch_count;
-        for (unsigned int p = 0; p < patch_count; p += size) {
-            add_patches(*this, groups, p, p + size, sums.get_data());
-            sds::progress_step(progress, p + 1);
-        }
-    }
-    const GroupTotals totals(sums.get_data(), sums.get_count());
-    store_bboxes_and_areas(totals.boxes.get_data(), totals.areas.get_data());
-    sds::progress_value(progress, 1.0f);
-}
-
-void SdsMeshGeometry::update_bbox_and_area(SysThreadTaskManager& manager, AppProgressBar* progress) {
-    if (point_cloud.is_empty()) {
-        update_bbox_and_area(progress);
-        return;
-    }
-    const unsigned int group_count = get_group_count(*base);
-    const CoreArray<unsigned int> groups = get_patch_groups(*this);
-    const unsigned int patch_count = get_patch_count();
-    const unsigned int workers = manager.get_max_thread_count();
-    CoreArray<PatchSums> sums(workers * group_count, make_empty_sums());
-    const float share = 1.0f / static_cast<float>(patch_count);
-    sds::run_chunked<ComputeSdsBboxesTask>(manager, patch_count, 4, [&](unsigned int begin, unsigned int end) {
-        return ComputeSdsBboxesTask(*this, groups, begin, end, group_count, sums.get_data(), progress, share);
-    });
-    for (unsigned int w = 1; w < workers; ++w)
-        for (unsigned int g = 0; g < group_count; ++g) {
-            PatchSums& group = sums[g];
-            const PatchSums& part = sums[w * group_count + g];
-            for (unsigned int axis = 0; axis < 3; ++axis) {
-                group.low[axis] = std::min(group.low[axis], part.low[axis]);
-                group.high[axis] = std::max(group.high[axis], part.high[axis]);
-            }
-            for (unsigned int i = 0; i < area_entries; ++i) group.areas[i] += part.areas[i];
-        }
-    const GroupTotals totals(sums.get_data(), group_count);
-    store_bboxes_and_areas(totals.boxes.get_data(), totals.areas.get_data());
+    arrays.bbox = GMathBbox3<float>(all);
+    arrays.area_record = {total[0], total[1], total[2], blend_ratio(total[0], total[1], total[2], total[3])};
     sds::progress_value(progress, 1.0f);
 }
 
 double SdsMeshGeometry::estimate_area(const CtxEval&, const GMathMatrix4x4<double>& matrix) const {
-    return scaled_area(area_record, matrix);
+    return scaled_area(arrays.area_record, matrix);
 }
 
 double SdsMeshGeometry::estimate_shading_group_area(const CtxEval&, const unsigned int& group,
                                                     const GMathMatrix4x4<double>& matrix) const {
-    return scaled_area(group_area_records[group], matrix);
+    return scaled_area(arrays.group_area_records[group], matrix);
 }
 
 double SdsMeshGeometry::estimate_primitive_area(const CtxEval&, const unsigned int& patch,
@@ -304,7 +249,7 @@ void SdsMeshGeometry::compute_primitive_bbox_at(const CtxEval& ctx, const unsign
 }
 
 GMathBbox3<float> SdsMeshGeometry::get_bbox_at(const CtxEval& ctx, const double& time) const {
-    if (point_cloud.is_empty() || is_rest_time(time) || !is_animated()) return bbox;
+    if (point_cloud.is_empty() || is_rest_time(time) || !is_animated()) return arrays.bbox;
     if (refinement) {
         // The vertices are not what the patches are made from.
         const SdsBezierMesh mesh = get_bezier_mesh_at(time);

@@ -46,7 +46,7 @@ void prefetch_points(const PatchArrays& surface, unsigned int primitive) {
 }  // namespace
 
 void SdsMeshGeometry::compute_limit_points(const LimitPlace* places, const unsigned int& count, LimitPoint* out) const {
-    if (bezier_patches.is_empty() && refinement == nullptr) {
+    if (arrays.bezier_patches.is_empty() && refinement == nullptr) {
         for (unsigned int i = 0; i < count; ++i) out[i] = compute_limit_point(places[i]);
         return;
     }

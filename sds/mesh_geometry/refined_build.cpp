@@ -54,13 +54,13 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
                                     AppProgressBar* progress) {
     const SdsMeshBase::ControlCage& cage = *base->get_control_cage();
     if (!is_update) {
-        local_topologies.clear();
-        tangent_infos.clear();
-        bezier_patches.clear();
-        bezier_tangents.clear();
+        arrays.local_topologies.clear();
+        arrays.tangent_infos.clear();
+        arrays.bezier_patches.clear();
+        arrays.bezier_tangents.clear();
     }
-    bezier_corners.clear();
-    bezier_corner_motion_vectors.clear();
+    arrays.bezier_corners.clear();
+    arrays.bezier_corner_motion_vectors.clear();
     build_point_cloud(positions, motion_vectors, progress);
 
     // Copies of the geometry keep what they share; else the arrays are used again.
@@ -118,22 +118,22 @@ const sds::RefinedPatches& SdsMeshGeometry::get_refined_sample(const unsigned in
 
 sds::PatchArrays SdsMeshGeometry::get_refined_arrays() const {
     const sds::RefinedPatches& rest = refinement->rest;
-    sds::PatchArrays arrays{};
-    arrays.controls = rest.controls.is_empty() ? nullptr : rest.controls[0].get_data();
-    arrays.net_offsets = rest.net_offsets.get_data();
-    arrays.nets = rest.nets.is_empty() ? nullptr : rest.nets[0].get_data();
-    return arrays;
+    sds::PatchArrays patches{};
+    patches.controls = rest.get_patch_count() == 0 ? nullptr : rest.get_controls()->get_data();
+    patches.net_offsets = rest.get_net_offsets().get_data();
+    patches.nets = rest.get_net_count() == 0 ? nullptr : rest.get_nets()->get_data();
+    return patches;
 }
 
 void SdsMeshGeometry::add_refined_nets(const sds::RefinedPatches& patches, const unsigned int& primitive,
                                        const float& weight, Vec3f* out) {
-    const unsigned int offset = patches.net_offsets[primitive];
+    const unsigned int offset = patches.get_net_offsets()[primitive];
     if (offset != sds::none) {
-        const Vec3f* stored = patches.nets.get_data() + offset;
+        const Vec3f* stored = patches.get_nets() + offset;
         for (unsigned int i = 0; i < 24; ++i) out[i] += stored[i] * weight;
         return;
     }
-    const sds::DerivativeNets<Vec3f> nets(patches.controls.get_data() + 16 * size_t{primitive});
+    const sds::DerivativeNets<Vec3f> nets(patches.get_controls() + 16 * size_t{primitive});
     for (unsigned int i = 0; i < 12; ++i) {
         out[i] += (&nets.u[0][0])[i] * weight;
         out[12 + i] += (&nets.v[0][0])[i] * weight;

@@ -29,7 +29,7 @@ class PolyMesh;
 namespace sds {
 class PatchPlaces;
 struct PatchArrays;
-struct RefinedPatches;
+class RefinedPatches;
 }  // namespace sds
 
 class SDS_EXPORT SdsMeshGeometry : public ResourceData {
@@ -116,7 +116,7 @@ public:
     unsigned int get_finest_level() const;
 
     // Equal for geometries of one build and its copies, and for no others; 0 before the first build.
-    std::uint64_t get_positions_stamp() const { return positions_stamp; }
+    std::uint64_t get_positions_stamp() const { return arrays.positions_stamp; }
     // Null before `set`.
     const SdsMeshBase* get_base() const { return base; }
     const SdsBezierMesh& get_bezier_mesh() const { return bezier_mesh; }
@@ -131,17 +131,19 @@ public:
     void get_bezier_controls(const unsigned int& patch, Vec3f* out) const {
         bezier_mesh.get_patch_controls(patch, out);
     }
-    const CoreArray<SdsMeshBase::VertexInfo>& get_vertex_infos() const { return vertex_infos; }
-    const CoreArray<SdsMeshBase::VertexLocalTopology>& get_local_topologies() const { return local_topologies; }
-    const CoreArray<SdsMeshBase::PatchTangentInfo>& get_tangent_infos() const { return tangent_infos; }
-    const CoreArray<SdsMeshBase::BezierPatch>& get_bezier_patches() const { return bezier_patches; }
-    const CoreArray<Vec3f>& get_bezier_corners() const { return bezier_corners; }
-    const CoreArray<Vec3f>& get_bezier_tangents_array() const { return bezier_tangents; }
+    const CoreArray<SdsMeshBase::VertexInfo>& get_vertex_infos() const { return arrays.vertex_infos; }
+    const CoreArray<SdsMeshBase::VertexLocalTopology>& get_local_topologies() const { return arrays.local_topologies; }
+    const CoreArray<SdsMeshBase::PatchTangentInfo>& get_tangent_infos() const { return arrays.tangent_infos; }
+    const CoreArray<SdsMeshBase::BezierPatch>& get_bezier_patches() const { return arrays.bezier_patches; }
+    const CoreArray<Vec3f>& get_bezier_corners() const { return arrays.bezier_corners; }
+    const CoreArray<Vec3f>& get_bezier_tangents_array() const { return arrays.bezier_tangents; }
 
     // Boxes of the control points. A shading group without patches has the empty box.
-    const GMathBbox3<float>& get_bbox() const { return bbox; }
-    const GMathBbox3<float>& get_shading_group_bbox(const unsigned int& group) const { return group_bboxes[group]; }
-    const AreaRecord& get_area_record() const { return area_record; }
+    const GMathBbox3<float>& get_bbox() const { return arrays.bbox; }
+    const GMathBbox3<float>& get_shading_group_bbox(const unsigned int& group) const {
+        return arrays.group_bboxes[group];
+    }
+    const AreaRecord& get_area_record() const { return arrays.area_record; }
     // Constant-time estimates under an affine map; with the identity, the summed area of the build.
     double estimate_area(const CtxEval& ctx, const GMathMatrix4x4<double>& matrix) const;
     double estimate_shading_group_area(const CtxEval& ctx, const unsigned int& group,
@@ -227,7 +229,24 @@ private:
     struct CornerCache;
     struct Refinement;
     class PointCloudSampleLoader;
-    friend class ComputeSdsBboxesTask;
+
+    // What a build makes of topology and positions, and copies have too.
+    struct BuiltArrays {
+        CoreArray<SdsMeshBase::VertexInfo> vertex_infos;
+        CoreArray<SdsMeshBase::VertexLocalTopology> local_topologies;
+        CoreArray<SdsMeshBase::PatchTangentInfo> tangent_infos;
+        CoreArray<SdsMeshBase::BezierPatch> bezier_patches;
+        CoreArray<Vec3f> bezier_corners;
+        CoreArray<Vec3f> bezier_corner_motion_vectors;
+        CoreArray<Vec3f> bezier_tangents;
+        CoreArray<GMathBbox3<float>> group_bboxes;
+        CoreArray<AreaRecord> group_area_records;
+        GMathBbox3<float> bbox{{0, 0, 0}, {0, 0, 0}};
+        AreaRecord area_record;
+        // Last, so that an assignment that runs out of memory does not set them.
+        std::uint64_t topology_stamp = 0;  // of the base that the first four arrays were made for
+        std::uint64_t positions_stamp = 0;
+    };
 
     // A time as at most two samples.
     struct SampleBlend {
@@ -241,18 +260,16 @@ private:
                            AppProgressBar* progress);
     void build_quads(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors, const bool& is_update,
                      AppProgressBar* progress);
+    // Null `tasks`, here and below, where the calling thread is enough.
     void build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress);
     // `former` is what the geometry had before, or null.
     void build_refined(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors, const bool& is_update,
                        std::shared_ptr<Refinement> former, AppProgressBar* progress);
     void build_boxes(const float& weight, SysThreadTaskManager* tasks, AppProgressBar* progress);
-    // Null where the calling thread is enough.
     static std::unique_ptr<SysThreadTaskManager> make_task_manager(const unsigned int& patch_count);
     void bind_view();
     SdsMeshBase::TopologyContext get_topology_context() const;
-    void update_bbox_and_area(AppProgressBar* progress);
-    void update_bbox_and_area(SysThreadTaskManager& manager, AppProgressBar* progress);
-    void store_bboxes_and_areas(const GMathBbox3<float>* boxes, const double* areas);
+    void update_bbox_and_area(SysThreadTaskManager* tasks, AppProgressBar* progress);
     // Refined surfaces have no void patches.
     bool is_patch_void(const unsigned int& patch) const {
         return refinement == nullptr && base->is_primitive_void(patch);
@@ -284,19 +301,7 @@ private:
     const SdsMeshBase* base = nullptr;
     InterpolationMode mode = InterpolationMode::all_fixed;
     GeometryPointCloud point_cloud;
-    CoreArray<SdsMeshBase::VertexInfo> vertex_infos;
-    CoreArray<SdsMeshBase::VertexLocalTopology> local_topologies;
-    CoreArray<SdsMeshBase::PatchTangentInfo> tangent_infos;
-    CoreArray<SdsMeshBase::BezierPatch> bezier_patches;
-    std::uint64_t topology_stamp = 0;  // of the base that the four arrays above were made for
-    std::uint64_t positions_stamp = 0;
-    CoreArray<Vec3f> bezier_corners;
-    CoreArray<Vec3f> bezier_corner_motion_vectors;
-    CoreArray<Vec3f> bezier_tangents;
-    CoreArray<GMathBbox3<float>> group_bboxes;
-    CoreArray<AreaRecord> group_area_records;
-    GMathBbox3<float> bbox{{0, 0, 0}, {0, 0, 0}};
-    AreaRecord area_record;
+    BuiltArrays arrays;
     SdsBezierMesh bezier_mesh;
     std::shared_ptr<SysThreadLock> sample_lock;
     std::shared_ptr<CornerCache> corner_cache;

@@ -115,21 +115,21 @@ SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_sample(const unsigned int& sample
     return {base->get_primitive_count(),
             point_cloud.get_count(),
             base->get_quad_indices().get_data(),
-            bezier_patches.get_data(),
+            arrays.bezier_patches.get_data(),
             get_vertices_sample(sample).get_data(),
             get_bezier_corners_sample(sample),
             nullptr};
 }
 
 SdsBezierMesh SdsMeshGeometry::make_view() const {
-    return {get_patch_count(), point_cloud.get_count(), base->get_quad_indices().get_data(), bezier_patches.get_data(),
-            nullptr};
+    return {get_patch_count(), point_cloud.get_count(), base->get_quad_indices().get_data(),
+            arrays.bezier_patches.get_data(), nullptr};
 }
 
 void SdsMeshGeometry::add_sample(const unsigned int& sample, const float& weight, SdsBezierMesh& mesh) const {
     const Vec3f* vertices = get_vertices_sample(sample).get_data();
     if (refinement)
-        mesh.add_controls(vertices, get_refined_sample(sample).controls.get_data(), weight);
+        mesh.add_controls(vertices, get_refined_sample(sample).get_controls(), weight);
     else
         mesh.add_vertices(vertices, get_bezier_corners_sample(sample), weight);
 }
@@ -137,9 +137,9 @@ void SdsMeshGeometry::add_sample(const unsigned int& sample, const float& weight
 void SdsMeshGeometry::add_motion(const float& weight, SdsBezierMesh& mesh) const {
     const Vec3f* motion = point_cloud.get_velocities().get_data();
     if (refinement)
-        mesh.add_controls(motion, refinement->motion.controls.get_data(), weight);
+        mesh.add_controls(motion, refinement->motion.get_controls(), weight);
     else
-        mesh.add_vertices(motion, bezier_corner_motion_vectors.get_data(), weight);
+        mesh.add_vertices(motion, arrays.bezier_corner_motion_vectors.get_data(), weight);
 }
 
 SdsMeshGeometry::SampleBlend SdsMeshGeometry::get_sample_blend(const double& time) const {

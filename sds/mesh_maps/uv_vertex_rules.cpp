@@ -6,34 +6,18 @@ void SdsMeshMaps::set_vertices_interpolation(const CoreArray<unsigned int>& quad
                                              const SdsMeshBase::EdgesTopology& map_edges,
                                              const SdsMeshBase::EdgesTopology& base_edges,
                                              const InterpolationMode& mode, CoreArray<SdsMeshBase::VertexInfo>& infos) {
-    switch (mode) {
-        case InterpolationMode::all_fixed:
-            SdsMeshBase::set_all_vertices_as_fixed(quad_indices, map_edges, infos);
-            break;
-        case InterpolationMode::corners_fixed:
-            SdsMeshBase::set_corner_vertices_as_fixed(quad_indices, map_edges, infos);
-            break;
-        case InterpolationMode::all_smoothed:
-            SdsMeshBase::set_all_vertices_as_smoothed(quad_indices, map_edges, infos);
-            break;
-        case InterpolationMode::borders_fixed:
-            SdsMeshBase::set_border_vertices_as_fixed(quad_indices, map_edges, infos);
-            break;
-        case InterpolationMode::smoothed_seam_corners_fixed:
-            SdsMeshBase::set_all_vertices_as_smoothed(quad_indices, map_edges, infos);
-            set_discontinuities_corner_vertices_as_fixed(quad_indices, map_edges, base_edges, infos);
-            break;
-        case InterpolationMode::smoothed_seams_fixed:
-            SdsMeshBase::set_all_vertices_as_smoothed(quad_indices, map_edges, infos);
-            set_discontinuities_border_vertices_as_fixed(quad_indices, map_edges, base_edges, infos);
-            break;
-        case InterpolationMode::corners_and_seams_fixed:
-            SdsMeshBase::set_corner_vertices_as_fixed(quad_indices, map_edges, infos);
-            set_discontinuities_border_vertices_as_fixed(quad_indices, map_edges, base_edges, infos);
-            break;
-        default:
-            break;
-    }
+    using Mode = InterpolationMode;
+    using Rule = SdsMeshBase::VertexRule;
+    const bool smooths = mode == Mode::smoothed_seam_corners_fixed || mode == Mode::smoothed_seams_fixed;
+    SdsMeshBase::set_vertices_by_rule(quad_indices, map_edges,
+                                      smooths                                 ? Rule::all_smoothed
+                                      : mode == Mode::corners_and_seams_fixed ? Rule::corners_fixed
+                                                                              : static_cast<Rule>(mode),
+                                      infos);
+    if (mode == Mode::smoothed_seam_corners_fixed)
+        set_discontinuities_corner_vertices_as_fixed(quad_indices, map_edges, base_edges, infos);
+    if (mode == Mode::smoothed_seams_fixed || mode == Mode::corners_and_seams_fixed)
+        set_discontinuities_border_vertices_as_fixed(quad_indices, map_edges, base_edges, infos);
 }
 
 void SdsMeshMaps::set_discontinuities_border_vertices_as_fixed(const CoreArray<unsigned int>& quad_indices,

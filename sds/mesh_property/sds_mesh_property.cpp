@@ -131,20 +131,10 @@ bool SdsMeshProperty::init_indices() {
                                   item_count, indices, own->vertex_infos, own->edges, nullptr);
 
     const Mode mode = mesh->get_geometry()->get_interpolation_mode();
-    switch (mode) {
-        case Mode::corners_fixed:
-            SdsMeshBase::set_corner_vertices_as_fixed(indices, own->edges, own->vertex_infos);
-            break;
-        case Mode::all_smoothed:
-            SdsMeshBase::set_all_vertices_as_smoothed(indices, own->edges, own->vertex_infos);
-            break;
-        case Mode::borders_fixed:
-            SdsMeshBase::set_border_vertices_as_fixed(indices, own->edges, own->vertex_infos);
-            break;
-        default:
-            SdsMeshBase::set_all_vertices_as_fixed(indices, own->edges, own->vertex_infos);
-            break;
-    }
+    // Unlike a surface of an unknown mode, its properties are fixed.
+    const auto rule =
+        mode <= Mode::borders_fixed ? static_cast<SdsMeshBase::VertexRule>(mode) : SdsMeshBase::VertexRule::all_fixed;
+    SdsMeshBase::set_vertices_by_rule(indices, own->edges, rule, own->vertex_infos);
     const bool linear = mode == Mode::all_fixed;
     own->local_topologies.resize(indices.get_count());
     SdsMeshBase::analyse_vertices_local_topology(own->edges, own->local_topologies, linear, nullptr);

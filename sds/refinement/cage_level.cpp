@@ -14,6 +14,12 @@ bool is_void(const RefinementCage& cage, unsigned int begin, unsigned int end) {
     return false;
 }
 
+// Into the storage that the array has.
+void copy(const CoreBasicArray<unsigned int>& from, CoreArray<unsigned int>& to) {
+    to.resize(from.get_count());
+    std::copy(from.begin(), from.end(), to.begin());
+}
+
 // Void polygons become holes around one more vertex that nothing else touches.
 void copy_polygons(const RefinementCage& cage, RefinementLevel& level) {
     const unsigned int face_count = cage.polygon_counts.get_count();
@@ -23,7 +29,7 @@ void copy_polygons(const RefinementCage& cage, RefinementLevel& level) {
     bool is_quads = true;
     for (unsigned int f = 0; f < face_count; ++f) is_quads &= cage.polygon_counts[f] == 4;
     level.depth = is_quads ? 0 : -1;
-    level.corner_vertices = cage.polygon_indices;
+    copy(cage.polygon_indices, level.corner_vertices);
     level.states.assign(face_count, FaceState::support);
     if (!is_quads) {
         level.offsets.resize(face_count + 1);
@@ -210,7 +216,7 @@ CoreArray<unsigned int> opposite_corners(const CoreBasicArray<unsigned int>& nei
 
 void make_cage_level(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
     copy_polygons(cage, level);
-    level.edges.opposite_edges = cage.opposite_corners;
+    copy(cage.opposite_corners, level.edges.opposite_edges);
     number_sharp_edges(cage, options, level);
     for (unsigned int v = 0; v < cage.vertex_sharpness.get_count(); ++v)
         if (const float s = clean_sharpness(cage.vertex_sharpness[v], options); s > 0.0f) tag_vertex(level, v, s);

@@ -1,7 +1,6 @@
 // Which faces of a level are regular.
 #include <cmath>
 
-#include "sds/common/array_bytes.h"
 #include "sds/refinement/refinement_level.h"
 
 namespace sds {
@@ -146,15 +145,6 @@ void classify(RefinementLevel& level, bool is_last) {
         if (level.states[f] != FaceState::support) continue;
         level.states[f] = is_regular(level, f) ? FaceState::emitted : is_last ? FaceState::leaf : FaceState::refined;
     }
-}
-
-size_t RefinementLevel::get_memory_size() const {
-    return bytes_of(offsets) + bytes_of(corner_faces) + bytes_of(corner_vertices) + bytes_of(corner_edges) +
-           bytes_of(edges.opposite_edges) + bytes_of(edges.quad_edge_flags) + bytes_of(states) + bytes_of(places) +
-           bytes_of(face_patches) + bytes_of(edge_corners) + bytes_of(edge_ends) + bytes_of(edge_sharpness) +
-           bytes_of(edge_marks) + bytes_of(sharp_edges) + bytes_of(valences) + bytes_of(vertex_kinds) +
-           bytes_of(sharp_indices) + bytes_of(sharp_vertices) + bytes_of(tagged_vertices) + bytes_of(vertex_children) +
-           bytes_of(edge_children) + bytes_of(face_children) + bytes_of(first_children) + bytes_of(edge_halves);
 }
 
 }  // namespace sds

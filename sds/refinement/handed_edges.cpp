@@ -1,7 +1,9 @@
 #include "sds/refinement/handed_edges.h"
 
+#include <functional>
 #include <utility>
 
+#include "sds/common/array_bytes.h"
 #include "sds/common/control_grid.h"
 
 namespace sds {
@@ -11,6 +13,14 @@ void HandedEdges::Level::start(const RefinementLevel& level) {
     edges.resize(0);
     has_point.assign(level.vertex_count, static_cast<unsigned char>(0));
     points.resize(level.vertex_count);
+}
+
+size_t HandedEdges::Levels::get_memory_size() const {
+    size_t size = 0;
+    for (const Level& level : {std::cref(here), std::cref(below)})
+        size +=
+            bytes_of(level.edge_indices) + bytes_of(level.edges) + bytes_of(level.has_point) + bytes_of(level.points);
+    return size;
 }
 
 void HandedEdges::begin_level(const RefinementLevel& level, const RefinementLevel* fine) {

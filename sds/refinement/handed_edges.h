@@ -7,6 +7,7 @@
 #pragma once
 
 #include "qn_gmath/gmath_vec.h"
+#include "sds/refinement/kept_scratch.h"
 #include "sds/refinement/refinement_level.h"
 
 namespace sds {
@@ -34,6 +35,11 @@ private:
         CoreArray<Vec3f> points;
         void start(const RefinementLevel& level);
     };
+    struct Levels {
+        Level here;
+        Level below;
+        size_t get_memory_size() const;
+    };
 
     void hand_point(unsigned int v, const Vec3f& point);
     void hand_halves(unsigned int edge, unsigned int start, const Vec3f* controls);
@@ -41,8 +47,9 @@ private:
     const RefinementLevel* m_level = nullptr;
     const RefinementLevel* m_fine = nullptr;
     bool m_is_first = true;  // nothing was handed to it
-    Level m_here;
-    Level m_below;
+    KeptScratch<Levels> m_scratch;
+    Level& m_here = m_scratch->here;
+    Level& m_below = m_scratch->below;
 };
 
 }  // namespace sds

@@ -63,6 +63,7 @@ struct QuadPoint {
 class PatchPlaces {
 public:
     unsigned int get_patch_count() const { return m_patches.get_count(); }
+    unsigned int get_leaf_count() const { return m_leaf_count; }
     unsigned int get_quad_count() const { return m_quad_count; }
     const RefinedPatch& get_patch(unsigned int patch) const { return m_patches[patch]; }
     // The patches first_patch(quad) to first_patch(quad + 1) - 1 are the quad's own.
@@ -99,9 +100,12 @@ public:
         m_patches.reserve(patch_count);
         m_block_offsets.clear();
         m_block_offsets.reserve(quad_count / block + 2);
-        m_quad_count = 0;
+        m_quad_count = m_leaf_count = 0;
     }
-    void add_patch(const RefinedPatch& patch) { m_patches.add(patch); }
+    void add_patch(const RefinedPatch& patch) {
+        m_patches.add(patch);
+        m_leaf_count += patch.is_leaf() ? 1 : 0;
+    }
     void end_quads(unsigned int count) {
         for (m_quad_count += count; m_block_offsets.get_count() * block <= m_quad_count;)
             m_block_offsets.add(m_patches.get_count());
@@ -176,6 +180,7 @@ private:
     CoreArray<RefinedPatch> m_patches;
     CoreArray<unsigned int> m_block_offsets;  // per block of quads: its first patch
     unsigned int m_quad_count = 0;
+    unsigned int m_leaf_count = 0;
 };
 
 }  // namespace sds

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 
+#include "sds/common/array_bytes.h"
 #include "sds/common/progress.h"
+#include "sds/refinement/kept_scratch.h"
 #include "sds/refinement/leaf_patches.h"
 #include "sds/refinement/refined_topology.h"
 
@@ -24,6 +26,31 @@ inline void mark_leaf_rings(const RefinementLevel& level, CoreArray<unsigned cha
         is_marked[f] = vertices[v[0]] | vertices[v[1]] | vertices[v[2]] | vertices[v[3]];
     }
 }
+
+// The values of two levels at a time, and what a level's patches need of them.
+template <class Value>
+struct VisitScratch {
+    LevelValues<Value> values;
+    LevelValues<Value> next;
+    CoreArray<unsigned char> leaf_rings;
+    PatchLimits<Value> limits;
+
+    // For the largest level at once: arrays that grow from level to level would be touched anew each time.
+    void reserve(const RefinedTopology& topology) {
+        unsigned int face_count = 0;
+        unsigned int vertex_count = 0;
+        for (unsigned int i = 0; i < topology.get_level_count(); ++i) {
+            face_count = std::max(face_count, topology.get_level(i).face_count);
+            vertex_count = std::max(vertex_count, topology.get_level(i).vertex_count);
+        }
+        values.reserve(face_count, vertex_count);
+        next.points.reserve(vertex_count);
+        limits.reserve(vertex_count);
+    }
+    size_t get_memory_size() const {
+        return values.get_memory_size() + next.get_memory_size() + bytes_of(leaf_rings) + limits.get_memory_size();
+    }
+};
 
 template <class Value, class Sink>
 void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values, const RegularPatches<Value>& regular,
@@ -54,20 +81,9 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
                    AppProgressBar* progress = nullptr) {
     const unsigned int level_count = topology.get_level_count();
     if (level_count == 0) return;
-    LevelValues<Value> values;
-    LevelValues<Value> next;
-    CoreArray<unsigned char> leaf_rings;
-    PatchLimits<Value> limits;
-    // Sized for the largest level at once: arrays that grow from level to level would be touched anew each time.
-    unsigned int face_count = 0;
-    unsigned int vertex_count = 0;
-    for (unsigned int i = 0; i < level_count; ++i) {
-        face_count = std::max(face_count, topology.get_level(i).face_count);
-        vertex_count = std::max(vertex_count, topology.get_level(i).vertex_count);
-    }
-    values.reserve(face_count, vertex_count);
-    next.points.reserve(vertex_count);
-    limits.reserve(vertex_count);
+    KeptScratch<VisitScratch<Value>> scratch;
+    scratch->reserve(topology);
+    auto& [values, next, leaf_rings, limits] = *scratch;
     values.points.resize(topology.get_level(0).vertex_count);
     for (unsigned int v = 0; v < values.points.get_count(); ++v)
         values.points[v] = v < topology.get_vertex_count() ? value_at(v) : ValueOps<Value>::zero();

@@ -10,6 +10,8 @@
 // Those of a level of polygons begin at their own vertex instead, as the quads that users see do.
 #include <algorithm>
 
+#include "sds/common/array_bytes.h"
+#include "sds/refinement/kept_scratch.h"
 #include "sds/refinement/refinement_level.h"
 
 namespace sds {
@@ -19,8 +21,17 @@ namespace {
 // The faces of a level that the step makes a point of, in order.
 using TouchedFaces = CoreArray<unsigned int>;
 
+struct StepScratch {
+    TouchedFaces touched;
+    // Per face-corner of the coarse level, the edge from its edge point to the face point, where both are.
+    CoreArray<unsigned int> inner_edges;
+    CoreArray<SharpnessStep> sharpness;
+
+    size_t get_memory_size() const { return bytes_of(touched) + bytes_of(inner_edges) + bytes_of(sharpness); }
+};
+
 // Vertices of refined faces come first among the next level's.
-TouchedFaces number_vertices(RefinementLevel& coarse, RefinementLevel& fine) {
+void number_vertices(RefinementLevel& coarse, RefinementLevel& fine, TouchedFaces& touched) {
     coarse.vertex_children.resize(coarse.vertex_count);
     unsigned int* children = coarse.vertex_children.get_data();
     std::fill(children, children + coarse.vertex_count, none);
@@ -37,13 +48,12 @@ TouchedFaces number_vertices(RefinementLevel& coarse, RefinementLevel& fine) {
         if (children[v] != none) children[v] = next++;
     fine.vertex_count = next;
 
-    TouchedFaces touched;
+    touched.resize(0);
     touched.reserve(4 * refined_count);
     coarse.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
         for (unsigned int j = 0; j < count; ++j)
             if (children[corners[begin + j]] != none) return touched.add(f);
     });
-    return touched;
 }
 
 float half_sharpness(const RefinementLevel& coarse, float s, unsigned int end, bool chaikin) {
@@ -85,10 +95,10 @@ private:
     unsigned char* m_marks;
 };
 
-// Points of edges and faces, and the edges between them and the vertices. Returns, per face-corner of the coarse level,
-// the edge from its edge point to the face point, where both are.
-CoreArray<unsigned int> split_edges(RefinementLevel& coarse, RefinementLevel& fine, const TouchedFaces& touched,
-                                    bool has_unnumbered, bool chaikin) {
+// Points of edges and faces, and the edges between them and the vertices.
+void split_edges(RefinementLevel& coarse, RefinementLevel& fine, StepScratch& scratch, bool has_unnumbered,
+                 bool chaikin) {
+    const TouchedFaces& touched = scratch.touched;
     unsigned int corner_count = 0;
     for (const unsigned int f : touched) corner_count += coarse.face_end(f) - coarse.face_begin(f);
     if (has_unnumbered) {
@@ -107,7 +117,8 @@ CoreArray<unsigned int> split_edges(RefinementLevel& coarse, RefinementLevel& fi
     coarse.edge_halves.resize(2 * coarse.edge_count);
     coarse.face_children.resize(coarse.face_count);
     std::fill(coarse.face_children.begin(), coarse.face_children.end(), none);
-    CoreArray<unsigned int> inner_edges(coarse.corner_edges.get_count());
+    scratch.inner_edges.resize(coarse.corner_edges.get_count());
+    unsigned int* inner_edges = scratch.inner_edges.get_data();
 
     const unsigned int* corner_edges = coarse.corner_edges.get_data();
     const unsigned int* vertex_children = coarse.vertex_children.get_data();
@@ -137,7 +148,6 @@ CoreArray<unsigned int> split_edges(RefinementLevel& coarse, RefinementLevel& fi
     }
     fine.vertex_count = next;
     adder.end();
-    return inner_edges;
 }
 
 // Adds children and joins them along their edges.
@@ -301,9 +311,10 @@ void make_children(RefinementLevel& coarse, RefinementLevel& fine, const Touched
 }
 
 // Sharp vertices of the next level, and the masks of the sharp ones of this.
-void step_sharp_vertices(RefinementLevel& coarse, RefinementLevel& fine, BorderRule border_rule) {
+void step_sharp_vertices(RefinementLevel& coarse, RefinementLevel& fine, BorderRule border_rule,
+                         CoreArray<SharpnessStep>& steps) {
     if (coarse.sharp_vertices.is_empty()) return;
-    CoreArray<SharpnessStep> steps(coarse.sharp_vertices.get_count());
+    steps.resize(coarse.sharp_vertices.get_count());
     for (unsigned int i = 0; i < coarse.sharp_vertices.get_count(); ++i) {
         const SharpVertex& vertex = coarse.sharp_vertices[i];
         const unsigned int child = coarse.vertex_children[vertex.vertex];
@@ -343,10 +354,11 @@ void step_sharp_vertices(RefinementLevel& coarse, RefinementLevel& fine, BorderR
 
 void refine_level(RefinementLevel& coarse, RefinementLevel& fine, bool is_cage, const RefinementOptions& options) {
     fine.depth = coarse.depth + 1;
-    const TouchedFaces touched = number_vertices(coarse, fine);
-    const CoreArray<unsigned int> inner_edges = split_edges(coarse, fine, touched, is_cage, options.chaikin);
-    make_children(coarse, fine, touched, inner_edges);
-    step_sharp_vertices(coarse, fine, options.border_rule);
+    KeptScratch<StepScratch> scratch;
+    number_vertices(coarse, fine, scratch->touched);
+    split_edges(coarse, fine, *scratch, is_cage, options.chaikin);
+    make_children(coarse, fine, scratch->touched, scratch->inner_edges);
+    step_sharp_vertices(coarse, fine, options.border_rule, scratch->sharpness);
     coarse.has_step = true;
     complete_level(fine);
 }

@@ -16,18 +16,21 @@ enum class NetStorage : unsigned char {
     all,
 };
 
-// Arrays in the order of the topology's flat list. Built by one thread, then read by any number.
-struct RefinedPatches {
+// In the order of the topology's flat list. Built by one thread, then read by any number.
+class RefinedPatches {
+public:
     using Vec3f = GMathVec3<float>;
     using Vec3d = GMathVec3<double>;
 
-    // Sixteen controls per patch, by corner (see control_grid.h). Shared edges have the same bits on both sides; where
-    // a coarse patch meets finer ones, theirs are its edge's halves.
-    CoreArray<Vec3f> controls;
-    // Per patch: where its 24 vectors begin in `nets`, or none; U[r][i] at 3r + i, V[r][c] at 12 + 4r + c, to be
+    unsigned int get_patch_count() const { return m_net_offsets.get_count(); }
+    // Sixteen per patch, by corner (see control_grid.h). Shared edges have the same bits on both sides; where a coarse
+    // patch meets finer ones, theirs are its edge's halves.
+    const Vec3f* get_controls() const { return m_points.get_data(); }
+    // Per patch: where its 24 vectors begin in the nets, or none; U[r][i] at 3r + i, V[r][c] at 12 + 4r + c, to be
     // multiplied by 3 for derivatives by the patch's (u, v).
-    CoreArray<unsigned int> net_offsets;
-    CoreArray<Vec3f> nets;
+    const CoreArray<unsigned int>& get_net_offsets() const { return m_net_offsets; }
+    const Vec3f* get_nets() const { return m_points.get_data() + 16 * size_t{get_patch_count()}; }
+    unsigned int get_net_count() const { return (m_points.get_count() - 16 * get_patch_count()) / 24; }
 
     // `positions` holds one per vertex of the cage, or any other vectors that follow the same weights, as motion
     // vectors do. Reuses the arrays. One step of progress per level; what is thrown, AppCancelled included, leaves
@@ -41,9 +44,15 @@ struct RefinedPatches {
     size_t get_memory_size() const;
 
 private:
+    friend class RoundingSink;
+
     template <class Sink>
-    void build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink&& sink,
-               AppProgressBar* progress);
+    void build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, unsigned int net_count,
+               Sink&& sink, AppProgressBar* progress);
+
+    // Controls and after them the nets: together they more often fill large pages.
+    CoreArray<Vec3f> m_points;
+    CoreArray<unsigned int> m_net_offsets;
 };
 
 // The unrounded controls of every patch, `out` of sixteen per patch, and `nets` of 24 per patch when not null: what the

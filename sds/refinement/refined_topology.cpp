@@ -1,6 +1,7 @@
 #include "sds/refinement/refined_topology.h"
 
 #include <memory>
+#include <utility>
 
 #include "sds/common/progress.h"
 #include "sds/refinement/depth_per_vertex.h"
@@ -11,6 +12,7 @@ void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions&
                             const CoreBasicArray<GMathVec3<float>>& positions, AppProgressBar* progress) {
     clear();
     CoreArray<RefinementLevel> levels(1);
+    levels[0] = take_level();
     make_cage_level(cage, options, levels[0]);
     const auto depth = static_cast<int>(std::min(options.depth, RefinementOptions::max_depth));
     levels.reserve(static_cast<unsigned int>(depth) + 2);
@@ -30,6 +32,7 @@ void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions&
         progress_step(progress, levels.get_count());
         if (!is_refined) break;
         levels.resize(levels.get_count() + 1);
+        levels[levels.get_count() - 1] = take_level();
         refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], levels.get_count() == 2, options);
         if (depths) depths->refine(levels[levels.get_count() - 2], levels[levels.get_count() - 1]);
     }
@@ -43,6 +46,11 @@ void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions&
         clear();
         throw;
     }
+}
+
+void RefinedTopology::drop_levels() {
+    for (unsigned int i = m_levels.get_count(); i-- != 0;) give_level(std::move(m_levels[i]));
+    m_levels.clear();
 }
 
 void RefinedTopology::clear() {

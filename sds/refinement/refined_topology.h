@@ -21,7 +21,7 @@ public:
     void clear();
     // Frees all but the places: enough for patches that are built and never change. Values can be refined again only
     // after another build.
-    void drop_levels() { m_levels.clear(); }
+    void drop_levels();
     bool has_levels() const { return !m_levels.is_empty(); }
 
     const PatchPlaces& get_places() const { return m_places; }

@@ -150,7 +150,13 @@ struct RefinementLevel {
     }
 
     size_t get_memory_size() const;
+    // Empties all arrays but keeps their storage.
+    void restart();
 };
+
+// Levels that later builds of this thread may use the storage of.
+RefinementLevel take_level();
+void give_level(RefinementLevel&& level);
 
 // The polygons of a cage as the first level, up to its classification.
 void make_cage_level(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level);

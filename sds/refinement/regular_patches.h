@@ -29,6 +29,7 @@ public:
         m_limits[v] = limit;
     }
     const Value& get(unsigned int v) const { return m_limits[v]; }
+    size_t get_memory_size() const { return (sizeof(Value) + 1) * size_t{m_limits.get_count()}; }
 
 private:
     CoreArray<Value> m_limits;

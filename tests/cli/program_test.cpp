@@ -162,6 +162,13 @@ TEST_F(Program, SaysWhatItFoundUnlessQuiet) {
     EXPECT_EQ(creases("drop"), 0);
 }
 
+TEST_F(Program, JsonHoldsNamesOfAnyBytes) {
+    const std::string mesh = folder.write("caf\xe9.obj", "usemtl caf\xe9\nmtllib \xe9.mtl\n" + std::string(cube_obj));
+    const SdsRun run = run_sds(folder, {"info", mesh, "--json"});
+    EXPECT_SUCCESS(run);
+    EXPECT_EQ(nlohmann::json::parse(run.out)["shading_groups"], nlohmann::json::array({"caf\u00e9"}));
+}
+
 // Sends SIGINT once the process has a handler for it.
 void interrupt(pid_t pid) {
     for (unsigned int i = 0; i < 100000; ++i) {

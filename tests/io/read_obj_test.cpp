@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <tuple>
@@ -54,6 +56,9 @@ TEST(ReadObj, RefusesWhatIsNoMesh) {
     expect_finding("\x89PNG\r\n\x1a\n", not_obj, 0);
     expect_finding(std::string("v 0 0 0\0f 1 2 3", 15), not_obj, 0);
     expect_finding("# nothing here\n", not_obj, 0);
+    const ReadObjResult ply = read_obj_text("ply\nformat ascii 1.0\nelement vertex 3\n", "cage.ply");
+    ASSERT_EQ(ply.findings.get_entries().size(), 1u) << "no word on its records";
+    EXPECT_EQ(to_text(ply.findings.get_entries()[0]), "cage.ply: error: not an OBJ file (a PLY file)");
     expect_finding("f 1 2 3\n", no_vertices, 0);
     expect_finding(square, no_polygons, 0);
     expect_finding(square + "f 1 2\n", no_polygons, 0);
@@ -85,14 +90,65 @@ TEST(ReadObj, RefusesBadIndicesAtTheirLine) {
     expect_finding(square + "f -5 -2 -1\n", index_before_start, 5);
     expect_finding(square + "f -99999999999999999999999 -2 -1\n", index_before_start, 5);
     expect_finding("f -1 -2 -3\n" + square, index_before_start, 1, 3);
-    expect_finding(square + "f\n", missing_index, 5);
-    expect_finding(square + "f 1/ 2 3\n", missing_index, 5);
-    expect_finding(square + "f 1// 2 3\n", missing_index, 5);
     expect_finding(square + "f /1 2 3\n", missing_index, 5);
     expect_finding(square + "f 1.0 2 3\n", not_a_number, 5);
     expect_finding(square + "f 1/1/1/1 2 3\nvt 0 0\n", not_a_number, 5);
     expect_finding(square + "vt 0 0\nf 1/1 2/1 3/2\n", uv_index_out_of_range, 6);
-    expect_finding(square + "f 1 2 3\nf 4\n", one_corner_polygon, 6);
+    expect_finding(square + "vt 0 0\nf 1/-2 2 3\n", index_before_start, 6);
+    expect_finding(square + "f 1 2 3\nf 9\n", vertex_index_out_of_range, 6);  // dropped, and wrong all the same
+}
+
+TEST(ReadObj, TakesWhatIsSoundAndNamesTheRest) {
+    const std::string quad = square + "f 1 2 3 4\n";
+    const ControlCage whole = cage_of(quad);
+    const struct {
+        std::string text;
+        FindingCode code;
+        int line;
+        std::uint64_t count = 1;
+    } odd[] = {
+        {square + "f 1/ 2/ 3/ 4/\n", empty_index, 5, 4},
+        {square + "f 1// 2// 3// 4//\n", empty_index, 5, 4},
+        {square + "f 1/1 2/2 3/3 4/4\n", uvs_without_points, 5, 4},
+        {square + "f -4/-4 -3/-3 -2/-2 -1/-1\nf 1/1 2/2\n", uvs_without_points, 5, 6},
+        {quad + "f 1\nf\n", one_corner_polygon, 6, 2},
+        {quad + std::string(5, '\0'), trailing_zeros, 0},
+        {"v 0 0 0 1 0 0 1\nv 1 0 0\nv 1 1 0 5 5\nv 0 1 0\nf 1 2 3 4\n", surplus_numbers, 1, 2},
+        {"v 0 0 0 x\nv 1 0 0\nv 1 1 0\nv 0 1 0\nf 1 2 3 4\n", ignored_weight, 1},
+        {quad + "vt 0 0 0 0\n", surplus_numbers, 6},
+        {quad + "vn 0 0 1\ns off\no box\nvn 0 1 0\nvp 1\n", unused_record, 6, 5},
+    };
+    for (const auto& [text, code, line, count] : odd) {
+        expect_finding(text, code, line, count);
+        const ReadObjResult read = read_obj_text(text, "cage.obj");
+        ASSERT_TRUE(read.cage);
+        EXPECT_EQ(std::tie(read.cage->positions, read.cage->polygon_indices, read.cage->polygon_counts),
+                  std::tie(whole.positions, whole.polygon_indices, whole.polygon_counts));
+        EXPECT_FALSE(read.cage->has_uvs() || read.cage->has_colors());
+    }
+    EXPECT_EQ(cage_of(square + "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\nf 1/1/ 2/2/ 3/3/ 4/4/\n", 1).uv_indices,
+              (Indices{0, 1, 2, 3}));
+    expect_finding("v 0 0 0 nan 0 0\nv 1 0 0 1 0 0\nv 1 1 0 0 red 0\nf 1 2 3\n", unusable_color, 1, 2);
+    EXPECT_EQ(cage_of("v 0 0 0 nan 0 0\nv 1 0 0 1 0 0\nv 1 1 0 0 1 0\nf 1 2 3\n", 1).vertex_colors,
+              (std::vector<std::uint8_t>{255, 255, 255, 255, 255, 0, 0, 255, 0, 255, 0, 255}));
+    EXPECT_EQ(to_text(*find(read_obj_text(odd[9].text, "cage.obj"), unused_record)),
+              "cage.obj:6: note: record without a bearing on the surface ('vn', 's', 'o', 'vp'), ignored; 5 cases, "
+              "first here");
+}
+
+TEST(ReadObj, UnpacksGzip) {
+    const ScratchFolder folder;
+    const std::string plain = folder.path("cage.obj"), packed = folder.path("cage.obj.gz");
+    std::ofstream(plain) << square << "f 1 2 3 4\n";
+    ASSERT_EQ(std::system(("gzip -c " + plain + " > " + packed + " && gzip -c " + plain + " >> " + packed).c_str()), 0);
+    const ReadObjResult twice = read_obj(packed);
+    ASSERT_TRUE(twice.cage) << to_json(twice.findings).dump(1);
+    EXPECT_EQ(twice.cage->get_polygon_count(), 2u) << "members follow each other";
+    std::filesystem::resize_file(packed, std::filesystem::file_size(packed) - 12);
+    EXPECT_EQ(to_text(read_obj(packed).findings.get_entries().at(0)),
+              packed + ": error: cannot read the file (gzipped and cut short)");
+    std::ofstream(packed, std::ios::binary) << "\x1f\x8b\x08 and then nothing of the kind";
+    EXPECT_NE(find(read_obj(packed), unreadable_file), nullptr);
 }
 
 TEST(ReadObj, RefusesTagsThatDoNotAddUp) {
@@ -149,7 +205,7 @@ TEST(ReadObj, AcceptsEveryWayToWriteAPolygon) {
           "f\t-4/-4  -3/-3 \\\n -2/-2 \\\r\n-1/-1", "f 1 2 3 4 # the only one", "f +1 2 3 4\r"}) {
         SCOPED_TRACE(polygon);
         const ControlCage cage =
-            cage_of("\xEF\xBB\xBF" + square + "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\nvn 0 0 1\n" + polygon);
+            cage_of("\xEF\xBB\xBF" + square + "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\nvn 0 0 1\n" + polygon, 1);
         EXPECT_EQ(cage.polygon_indices, expected);
         EXPECT_EQ(cage.polygon_counts, Indices{4});
         EXPECT_EQ(cage.corner_creases, std::vector<std::uint8_t>(4, 0));
@@ -266,13 +322,30 @@ TEST(ReadObj, KeepsAllTagsForRefinedSurfaces) {
 
 TEST(ReadObj, MaterialsMakeShadingGroupsBeforeGroupsDo) {
     const std::string faces = square + "f 1 2 3\ng left arm\nf 2 3 4\ng\nf 3 4 1\ng left arm\nf 4 1 2\n";
-    const ControlCage by_group = cage_of(faces, 1);  // the triangles overlap with one winding
+    const ControlCage by_group = cage_of(faces, 2);  // the triangles overlap with one winding
     EXPECT_EQ(by_group.group_names, (std::vector<std::string>{"default", "left arm"}));
     EXPECT_EQ(by_group.polygon_groups, (Indices{0, 1, 0, 1}));
 
-    const ControlCage by_material = cage_of("usemtl unused\nusemtl red\n" + faces, 1);
+    const ControlCage by_material = cage_of("usemtl unused\nusemtl red\n" + faces, 3);
     EXPECT_EQ(by_material.group_names, std::vector<std::string>{"red"});
     EXPECT_EQ(by_material.polygon_groups, (Indices{0, 0, 0, 0}));
+
+    expect_finding(faces, joined_groups, 6, 2);
+    expect_finding("usemtl red\n" + faces, unused_group, 8);
+    const ReadObjResult latin = read_obj_text(
+        "mtllib a.mtl b.mtl\nusemtl Stra\xDF"
+        "e\n" +
+            faces,
+        "cage.obj");
+    EXPECT_EQ(latin.cage.value().group_names, std::vector<std::string>{"Stra\xC3\x9F"
+                                                                       "e"});
+    EXPECT_EQ(latin.material_libraries, (std::vector<std::string>{"a.mtl", "b.mtl"}));
+    EXPECT_EQ(find(latin, name_not_utf8)->first.place, "cage.obj:2");
+    // Well-formed; overlong, a surrogate, cut short.
+    EXPECT_EQ(cage_of("usemtl \xE2\x82\xAC\xF0\x9F\x98\x80\n" + square + "f 1 2 3 4\n").group_names[0],
+              "\xE2\x82\xAC\xF0\x9F\x98\x80");
+    for (const char* name : {"\xC0\xAF", "\xED\xA0\x80", "\xE2\x82"})
+        expect_finding(std::string("usemtl ") + name + "\n" + square + "f 1 2 3 4\n", name_not_utf8, 1);
 }
 
 TEST(ReadObj, UvsAreWholePolygonsOrNothing) {

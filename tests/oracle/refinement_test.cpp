@@ -206,7 +206,7 @@ TEST(Refinement, SharedEdgesHaveTheSameBitsAcrossLevels) {
                     Piece edge;
                     const unsigned int places[4] = {4 * k, 4 * k + 1, 4 * ((k + 1) & 3u) + 3, 4 * ((k + 1) & 3u)};
                     for (unsigned int i = 0; i < 12; ++i)
-                        edge[i] = surface.patches.controls[16 * size_t{p} + places[i / 3]][i % 3];
+                        edge[i] = surface.patches.get_controls()[16 * size_t{p} + places[i / 3]][i % 3];
                     cut(cut, edge, static_cast<int>(depth) - surface.topology.get_places().get_patch(p).level());
                 }
             std::sort(pieces.begin(), pieces.end());

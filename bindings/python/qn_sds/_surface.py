@@ -311,7 +311,7 @@ def load_obj(
         pass
     surface = object.__new__(Surface)
     modes = _modes(interpolation, uv_interpolation, fractional, isolation, isolation_error, crease_method, triangle_rule)
-    surface._native = _native.Surface.load_obj(os.fsdecode(path), modes)
+    surface._native = _native.Surface.load_obj(os.fsencode(path), modes)
     surface._warn(stacklevel=2)
     return surface
 

@@ -19,7 +19,7 @@ void translate(std::exception_ptr pointer) {  // NOLINT(performance-unnecessary-
         if (pointer) std::rethrow_exception(pointer);
     } catch (const sds_python::MeshError& error) {
         const py::object type = py::module_::import("qn_sds._errors").attr("MeshError");
-        const py::object value = type(error.what(), sds_python::to_list(error.findings()));
+        const py::object value = type(sds_python::to_path_text(error.what()), sds_python::to_list(error.findings()));
         PyErr_SetObject(type.ptr(), value.ptr());
     }
 }

@@ -78,13 +78,18 @@ py::dict to_counts(const Counts& items) {
 
 }  // namespace
 
+py::str to_path_text(const std::string& text) {
+    return py::reinterpret_steal<py::str>(
+        PyUnicode_DecodeFSDefaultAndSize(text.data(), static_cast<Py_ssize_t>(text.size())));
+}
+
 py::list to_list(const sds_model::Findings& findings) {
     py::list list;
     for (const nlohmann::json& finding : sds_io::to_json(findings)) {
         py::dict entry;
         for (const char* key : {"code", "severity", "message", "detail", "action"})
             entry[key] = finding[key].get<std::string>();
-        entry["place"] = finding["first"].get<std::string>();
+        entry["place"] = to_path_text(finding["first"].get<std::string>());
         entry["cases"] = finding["count"].get<std::uint64_t>();
         list.append(entry);
     }

@@ -101,6 +101,9 @@ private:
     SurfaceFacts m_facts;
 };
 
+/// Text that may hold the name of a file, in any bytes, as the interpreter spells such names.
+pybind11::str to_path_text(const std::string& text);
+
 /// The findings as dictionaries with the keys code, severity, cases, place, message, detail and action.
 pybind11::list to_list(const sds_model::Findings& findings);
 

@@ -1,6 +1,7 @@
 """Refusals: which error, and what it says."""
 
 import ast
+import os
 import pathlib
 
 import numpy as np
@@ -120,6 +121,21 @@ def test_files_name_their_lines(tmp_path):
     with pytest.raises(qn_sds.MeshError) as caught:
         qn_sds.load_obj(path)
     assert caught.value.findings[0].place == f"{path}:4"
+
+
+def test_names_of_files_and_groups_may_be_any_bytes(tmp_path):
+    path = os.fsencode(tmp_path) + b"/caf\xe9.obj"
+    with open(path, "wb") as file:
+        file.write(b"usemtl Stra\xdfe\nv 0 0 0\nv 1 0 0\nv 1 1 0\nf 1 2 3\n")
+    with pytest.warns(qn_sds.MeshWarning, match="Latin-1"):
+        surface = qn_sds.load_obj(path)
+    assert surface.info["shading_groups"] == ["Straße"]
+    assert surface.findings[0].place == os.fsdecode(path) + ":1"
+    with open(path, "ab") as file:
+        file.write(b"f 1 2 9\n")
+    with pytest.raises(qn_sds.MeshError) as caught:
+        qn_sds.load_obj(path)
+    assert os.fsdecode(path) in str(caught.value)
 
 
 def test_arrays_of_the_right_type_are_not_copied():
