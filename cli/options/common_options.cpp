@@ -75,7 +75,12 @@ constexpr Choice<FractionalSharpness> fractional_choices[] = {
 }  // namespace
 
 void add_common_options(CLI::App& command, CommonOptions& options, const std::string& uv_flag) {
-    command.add_option("MESH", options.mesh, "Control cage, an OBJ file")->required();
+    command.add_option("MESH", options.mesh, "Control cage, an OBJ file, or a scene, a USD text file (.usda)")
+        ->required();
+    command
+        .add_option("--frame", options.frame,
+                    "Frame of a scene, a time code; its first by default. Times are counted from there")
+        ->type_name("CODE");
     add_choice(command, "--interpolation", options.modes.positions, position_modes,
                "Which vertices stay: linear (0, bilinear), corners (1, edgeAndCorner, the default), smooth (2, "
                "edgeOnly), borders (3); none (4) has no surface beside borders and needs isolation",

@@ -105,6 +105,8 @@ bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0u) ==
 UsdSeverity severity_of(UsdFindingCode code) { return text_of(code).severity; }
 
 const char* to_name(UsdFindingCode code) { return text_of(code).name; }
+const char* message_of(UsdFindingCode code) { return text_of(code).message; }
+const char* action_of(UsdFindingCode code) { return text_of(code).action; }
 
 const char* to_name(UsdSeverity severity) {
     switch (severity) {

@@ -61,6 +61,8 @@ enum class UsdSeverity : std::uint8_t { error, warning, note };
 
 UsdSeverity severity_of(UsdFindingCode code);
 const char* to_name(UsdFindingCode code);
+const char* message_of(UsdFindingCode code);
+const char* action_of(UsdFindingCode code);  ///< what was done about it; may be empty
 const char* to_name(UsdSeverity severity);
 
 /// Finds lines and columns of offsets that do not decrease, in one pass over the text.
