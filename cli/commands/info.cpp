@@ -179,6 +179,9 @@ Json describe_scene(const InfoOptions& options, const LoadedScene& scene) {
     return json;
 }
 
+/// Names may have any bytes.
+std::string to_json_text(const Json& json) { return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
+
 /// What a machine reads about input that is refused.
 std::string refusal_text(const InfoOptions& options, const InputError& error) {
     Json json;
@@ -373,7 +376,7 @@ void run_info(const InfoOptions& options) {
         if (options.statistics) print_build_rate(loaded.surfaces);
         const Json info = loaded.has_names() ? describe_scene(options, loaded) : describe(loaded.surfaces.front());
         const auto to_any_text = [&] { return loaded.has_names() ? to_scene_text(info) : to_text(info); };
-        print_text(options.json ? info.dump(2) + "\n" : to_any_text());
+        print_text(options.json ? to_json_text(info) : to_any_text());
     } catch (const InputError& error) {
         if (options.json) print_text(refusal_text(options, error));
         throw;

@@ -150,18 +150,31 @@ sds_render::SurfaceColor make_property_color(const RenderCommandOptions& options
                     [&] { return make_ramp_color(meshes, options.color_by, options.color_map, range); });
 }
 
+/// Meshes of a layer that have no such map keep the color that they have without it.
+sds_render::SurfaceColor where_mapped(sds_render::SurfaceColor mapped, sds_render::SurfaceColor plain,
+                                      unsigned int map) {
+    return [mapped = std::move(mapped), plain = std::move(plain), map](const sds_render::SurfacePoint& point) {
+        return map < point.object->get_uv_map_count() ? mapped(point) : plain(point);
+    };
+}
+
 sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const LoadedScene& scene,
                                     const MeshScene& meshes) {
     if (!options.texture.empty() || options.uv_map > 0) check_maps(options, scene);
     bool has_colors = false;
     for (const LoadedSurface& loaded : scene.surfaces)
         has_colors |= loaded.surface->get_maps().get_color_map_count() > 0;
+    const sds_render::SurfaceColor plain =
+        has_colors ? sds_render::make_map_color(0, sds_render::clay) : sds_render::make_group_color();
+    sds_render::SurfaceColor mapped;
     if (!options.texture.empty())
-        return make_texture_color(std::make_shared<const Texture>(Texture::read_png(options.texture)), options.uv_map);
-    if (options.checker) return sds_render::make_checker(options.uv_map, checks_per_unit);
-    if (!options.color_by.empty()) return make_property_color(options, meshes);
-    if (has_colors) return sds_render::make_map_color(0, sds_render::clay);
-    return sds_render::make_group_color();
+        mapped =
+            make_texture_color(std::make_shared<const Texture>(Texture::read_png(options.texture)), options.uv_map);
+    else if (options.checker)
+        mapped = sds_render::make_checker(options.uv_map, checks_per_unit);
+    else
+        return options.color_by.empty() ? plain : make_property_color(options, meshes);
+    return scene.has_names() ? where_mapped(mapped, plain, options.uv_map) : mapped;
 }
 
 void check_options(const RenderCommandOptions& options) {

@@ -54,7 +54,9 @@ void run_select(const SelectOptions& options) {
         list.back()[loaded.has_names() ? "path" : "mode"] = loaded.has_names() ? instance.name : options.mode;
     }
     if (!options.json) return print_text(text);
-    print_text((loaded.has_names() ? nlohmann::json{{"mode", options.mode}, {"meshes", list}} : list[0]).dump() + "\n");
+    print_text((loaded.has_names() ? nlohmann::json{{"mode", options.mode}, {"meshes", list}} : list[0])
+                   .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) +
+               "\n");
 }
 
 }  // namespace

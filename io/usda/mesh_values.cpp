@@ -184,6 +184,7 @@ void PrimvarTaker::take(const UsdPrimvar& primvar) {
         [&]<class T>(const Timed<T>& timed) {
             if constexpr (!std::is_same_v<T, std::string>) {
                 const std::vector<T> values = values_at(timed, frame_.time);
+                if (values.empty()) return;
                 if constexpr (std::is_floating_point_v<T>) {
                     const bool is_map = primvar.type_name.starts_with("texCoord") || primvar.name == "st";
                     const bool is_pair = primvar.components == 2 || primvar.components == 3;

@@ -28,7 +28,7 @@ TEST_F(Program, RefusesWrongUsage) {
         {"info", cube, "--uv-interpolation", "7"},
         {"info", cube, "--threads", "-1"},
         {"render", cube},
-        {"render", cube, "-o", folder.path("out.jpg")},
+        {"render", cube, "-o", folder.path("out.gif")},
         {"render", cube, "-o", png, "--level", "13"},
         {"render", cube, "-o", png, "--level", "-1"},
         {"render", cube, "-o", png, "--width", "0"},
