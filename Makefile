@@ -4,7 +4,7 @@ OUT ?= build/render.png
 ARGS ?=
 JOBS ?= $(shell nproc)
 
-SOURCE_DIRS := host sds render model io cli oracles tests bench examples tools bindings
+SOURCE_DIRS := host sds render model io cli oracles tests bench examples tools bindings web/src web/toolchain
 # Recursive on purpose: on a fresh machine ninja is there only once the packages are.
 export CMAKE_GENERATOR = $(if $(shell command -v ninja),Ninja,Unix Makefiles)
 
@@ -14,14 +14,14 @@ build_preset = cmake --build --preset $(1) -j $(JOBS)
 
 .PHONY: all build render test install package abi accuracy rays bench docs gallery format check check-format \
         check-layering check-length \
-        tidy asan tsan scalar fuzz clang arm64 dependencies cross-dependencies clean
+        tidy asan tsan scalar fuzz clang arm64 web web-test dependencies cross-dependencies clean
 .PHONY: dependencies-program dependencies-tests dependencies-checks dependencies-docs dependencies-all
 .DELETE_ON_ERROR:
 
 all: build
 
 dependencies: dependencies-all
-$(addprefix dependencies-,program tests checks docs all): dependencies-%:
+$(addprefix dependencies-,program tests checks docs web all): dependencies-%:
 	@scripts/install_dependencies.sh $*
 
 cross-dependencies:
@@ -113,7 +113,7 @@ check-length: dependencies-program
 	scripts/check_length
 
 # DIRS="sds" for some of them.
-DIRS ?= host sds render model io cli bindings
+DIRS ?= host sds render model io cli bindings web
 tidy: build/tidy/CMakeCache.txt
 	run-clang-tidy -quiet -p build/tidy -j $(JOBS) -extra-arg=-Wno-unknown-warning-option \
 	    '$(CURDIR)/($(call any_of,$(DIRS)))/'
@@ -140,6 +140,20 @@ arm64: build/all_parts build/arm64/CMakeCache.txt
 	$(call build_preset,release) --target surface_hashes
 	$(call build_preset,arm64)
 	JOBS=$(JOBS) scripts/check_arm64
+
+# The page: build/web/page is one folder that any static server serves, such as `python3 -m http.server -d build/web/page`.
+build/web/CMakeCache.txt: | dependencies-web
+web/node_modules/.package-lock.json: web/package-lock.json | dependencies-web
+	cd web && npm ci --no-audit --no-fund --ignore-scripts
+	@touch $@
+web: build/web/CMakeCache.txt web/node_modules/.package-lock.json
+	$(call build_preset,web)
+	node web/build.mjs
+
+# The page in a headless browser, against build/bin/sds.
+web-test: web build/CMakeCache.txt
+	$(call build_preset,release) --target sds
+	node web/tests/run.mjs
 
 clean:
 	rm -rf build

@@ -29,6 +29,10 @@ function(qn_configure_target target)
     # Contraction would make one expression round differently in two translation units, and the controls
     # that two patches share must be the same bits.
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -ffp-contract=off)
+    if(EMSCRIPTEN) # one static file; addresses in it are known
+        set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+        target_compile_options(${target} PRIVATE -include "${PROJECT_SOURCE_DIR}/web/toolchain/older_library.h")
+    endif()
     if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
         # Reported in C++ by clang alone; a constant may be there for its name.
         target_compile_options(${target} PRIVATE -Wno-unused-const-variable)
@@ -41,6 +45,23 @@ function(qn_configure_target target)
         target_compile_options(${target} PRIVATE -Werror)
     endif()
     qn_sanitize_target(${target})
+endfunction()
+
+# What turns an overrun into an end: a guard behind arrays on the stack, library calls that know the size they write to,
+# and, in what is linked, no table of functions that stays writable. For all that touches files, options and callers'
+# arrays; the kernels, which read fixed arrays alone, go without the guards.
+function(qn_harden_target target)
+    if(QN_SANITIZE OR NOT CMAKE_SYSTEM_NAME STREQUAL "Linux")
+        return()
+    endif()
+    target_compile_options(${target} PRIVATE -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    qn_bind_at_start(${target})
+endfunction()
+
+function(qn_bind_at_start target)
+    if(NOT QN_SANITIZE AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
+        target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now)
+    endif()
 endfunction()
 
 # Compiles the kernels in `ARGN`, sources of the target as they are, once more for every wider instruction set that the

@@ -2,6 +2,7 @@
 
 import os
 import re
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -18,6 +19,12 @@ extensions = ["myst_parser", "breathe", "sphinx.ext.autodoc"]
 html_theme = "furo"
 html_title = f"qn_sds {release}"
 exclude_patterns = ["_tools"]
+
+# `make web` builds it; without it the manual has its picture.
+PAGE = ROOT / "build" / "web" / "page"
+EXTRA = GENERATED / "extra"
+EXTRA.mkdir(parents=True, exist_ok=True)
+html_extra_path = [str(EXTRA)]
 
 myst_heading_anchors = 3
 breathe_projects = {"qn_sds": str(ROOT / "build" / "docs" / "xml")}
@@ -36,8 +43,26 @@ MEASURED = ("accuracy", "rays", "performance", "reliability")  # written by comm
 LINK = re.compile(r"(?<!!)\[([^\]]+)\]\(([^)#:]+)[^):]*\)")
 
 
+EMBEDDED_PAGE = """```{raw} html
+<iframe src="page/index.html" title="A cage and its limit surface, to turn and to change" loading="lazy"
+        style="width: 100%; height: 34rem; border: 1px solid var(--color-background-border)"></iframe>
+<p><a href="page/index.html">The page by itself</a></p>
+```
+"""
+PICTURED_PAGE = "![The page: a cage, its surface and the controls](/images/page.png)\n"
+
+
+def write_page():
+    shutil.rmtree(EXTRA / "page", ignore_errors=True)
+    is_built = (PAGE / "index.html").exists()
+    if is_built:
+        shutil.copytree(PAGE, EXTRA / "page")
+    (GENERATED / "page.md").write_text(EMBEDDED_PAGE if is_built else PICTURED_PAGE)
+
+
 def write_generated(app):
     GENERATED.mkdir(parents=True, exist_ok=True)
+    write_page()
     program = BUILD / "bin" / "sds"
     for command in COMMANDS:
         text = subprocess.run([program, command, "--help"], check=True, capture_output=True, text=True).stdout

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -15,20 +14,18 @@ public:
     OutputError(const std::string& file, const std::string& reason) : std::runtime_error(file + ": " + reason) {}
 };
 
-/// Throws when the work is to be given up, and does nothing otherwise.
-using Cancel = std::function<void()>;
-
-/// An output file that appears whole or not at all.
+/// An output file that appears whole or not at all; every file of this system is written through it.
 ///
-/// Bytes go to a temporary file beside the target, which commit() puts in the target's place; without commit() the
-/// temporary file is removed and the target stays as it was. A symbolic link is followed, an existing target keeps its
-/// permissions. Two kinds of target have no "before" to return to and are written directly: "-", which is standard
-/// output, and what is no regular file (a pipe, /dev/null). Not thread-safe.
+/// Bytes go to a temporary file of an unpredictable name in the target's folder, which commit() puts in the target's
+/// place; without commit() the temporary file is removed and the target stays as it was. Symbolic links are followed,
+/// also one to a file that does not exist yet; an existing target keeps its permissions and, where the system lets us,
+/// its owner. Two kinds of target have no "before" to return to and are written directly: "-", which is standard
+/// output, and what is no regular file (a pipe, /dev/null). Opening a named pipe waits for its reader. Not thread-safe;
+/// any number may be open at once.
 class AtomicFile {
 public:
-    /// Opens the output. Throws OutputError. `cancel` may be null; it is called before every block that goes to disk
-    /// and gives the file up by throwing.
-    explicit AtomicFile(const std::string& path, Cancel cancel = nullptr);
+    /// Opens the output. Throws OutputError.
+    explicit AtomicFile(const std::string& path);
     AtomicFile(const AtomicFile&) = delete;
     AtomicFile& operator=(const AtomicFile&) = delete;
     ~AtomicFile();
@@ -41,16 +38,33 @@ public:
     void commit();
 
 private:
+    struct Temporary;
+
+    void open_temporary();
     void flush();
     void write_through(std::string_view bytes);
     [[noreturn]] void fail() const;
 
+    friend void check_writable(const std::string& path);
+    friend void remove_temporary_files() noexcept;
+
     std::string m_path;
-    std::string m_target;  // path with symbolic links resolved
-    Cancel m_cancel;
-    std::string m_temporary;  // empty when the target is written directly
+    std::string m_target;              // path with symbolic links resolved
+    Temporary* m_temporary = nullptr;  // null when the target is written directly
     std::string m_buffer;
     int m_descriptor = -1;
 };
+
+/// The file that `path` means: symbolic links at its end followed, whether or not they lead to a file. Throws
+/// OutputError when they lead in a circle.
+std::string follow_links(const std::string& path);
+
+/// Throws OutputError when no output can be opened at `path`, by opening one where that has no effect: asked before
+/// work that may take long. "-" is fine.
+void check_writable(const std::string& path);
+
+/// Removes the temporary file of every AtomicFile of the process, none of which may be used afterwards: for a signal
+/// handler that ends the process.
+void remove_temporary_files() noexcept;
 
 }  // namespace sds_io

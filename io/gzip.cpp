@@ -1,5 +1,7 @@
 #include "io/gzip.h"
 
+#include "model/array_size.h"
+
 #ifdef QN_HAS_ZLIB
 #include <zlib.h>
 
@@ -13,7 +15,8 @@ namespace sds_io {
 #ifdef QN_HAS_ZLIB
 
 std::string gunzip(std::string_view packed, std::string& bytes) {
-    constexpr std::size_t block = std::size_t{1} << 20, longest = std::size_t{1} << 36;
+    constexpr std::size_t block = std::size_t{1} << 20;
+    const std::size_t longest = sds_model::get_machine_memory() / 2;
     constexpr std::size_t most_input = std::numeric_limits<uInt>::max();
     constexpr int gzip_window = 16 + MAX_WBITS;
     z_stream stream{};
@@ -27,7 +30,7 @@ std::string gunzip(std::string_view packed, std::string& bytes) {
             inflateReset(&stream);
         }
         const std::size_t have = bytes.size();
-        if (have > longest) return "unpacks to more than 64 GiB";
+        if (have > longest) return "unpacks to more than " + sds_model::to_size_text(longest);
         if (bytes.capacity() < have + block) bytes.reserve(std::max(2 * have, 4 * block));
         bytes.resize(have + block);
         const std::size_t offered = std::min(packed.size() - taken, most_input);

@@ -9,7 +9,6 @@
 #include <half.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace sds_io {
@@ -64,8 +63,8 @@ std::string encode(const sds_render::Image& image) {
 
 }  // namespace
 
-void write_exr(const std::string& path, const sds_render::Image& image, Cancel cancel) {
-    AtomicFile file(path, std::move(cancel));
+void write_exr(const std::string& path, const sds_render::Image& image) {
+    AtomicFile file(path);
     try {
         file.write(encode(image));
     } catch (const Iex::BaseExc& error) {

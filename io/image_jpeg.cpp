@@ -4,7 +4,6 @@
 #include <csetjmp>
 #include <cstdio>  // before the library's header, which does not include it
 #include <cstdlib>
-#include <utility>
 #include <vector>
 
 namespace sds_io {
@@ -56,12 +55,12 @@ bool encode(const unsigned char* rgb, unsigned int width, unsigned int height, E
 
 }  // namespace
 
-void write_jpeg(const std::string& path, const sds_render::Image& image, const std::string& layer, Cancel cancel) {
+void write_jpeg(const std::string& path, const sds_render::Image& image, const std::string& layer) {
     const sds_render::Pixels8 pixels = make_preview(image, layer);
     std::vector<unsigned char> rgb;
     rgb.reserve(pixels.size() / 4 * 3);
     for (std::size_t i = 0; i < pixels.size(); i += 4) rgb.insert(rgb.end(), &pixels[i], &pixels[i] + 3);
-    AtomicFile file(path, std::move(cancel));
+    AtomicFile file(path);
     ErrorManager error;
     unsigned char* bytes = nullptr;
     unsigned long size = 0;

@@ -1,13 +1,12 @@
 #include "io/image_files.h"
 
 #include <png.h>
-#include <utility>
 
 namespace sds_io {
 
-void write_png(const std::string& path, const sds_render::Image& image, const std::string& layer, Cancel cancel) {
+void write_png(const std::string& path, const sds_render::Image& image, const std::string& layer) {
     const sds_render::Pixels8 pixels = make_preview(image, layer);
-    AtomicFile file(path, std::move(cancel));
+    AtomicFile file(path);
     png_image header{};
     header.version = PNG_IMAGE_VERSION;
     header.width = image.get_width();

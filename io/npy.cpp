@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -37,8 +38,7 @@ constexpr std::string_view type_code(type_letters<T>.data(), type_letters<T>.siz
 
 class NpyReader {
 public:
-    explicit NpyReader(const std::string& path)
-        : m_path(path), m_file(path == "-" ? "/dev/stdin" : path, std::ios::binary) {
+    NpyReader(std::istream& file, const std::string& path) : m_path(path), m_file(file) {
         if (!m_file) fail(std::strerror(errno));
     }
 
@@ -149,13 +149,13 @@ private:
                 fail("truncated: " + std::to_string(count) + " values announced, " +
                      std::to_string(have + got / sizeof(T)) + " found");
         }
-        if (m_file.peek() != std::ifstream::traits_type::eof())
+        if (m_file.peek() != std::istream::traits_type::eof())
             fail("more data than the " + std::to_string(count) + " values that its shape announces");
         return true;
     }
 
     const std::string& m_path;
-    std::ifstream m_file;
+    std::istream& m_file;
     std::string m_header;
     std::string_view m_type;  // within m_header
 };
@@ -168,10 +168,18 @@ std::string to_text(const std::vector<std::size_t>& shape) {
     return text + ")";
 }
 
-NpyArray read_npy(const std::string& path) { return NpyReader(path).read(); }
+NpyArray read_npy(const std::string& path) {
+    std::ifstream file(path == "-" ? "/dev/stdin" : path, std::ios::binary);
+    return NpyReader(file, path).read();
+}
+
+NpyArray read_npy_text(std::string_view bytes, const std::string& name) {
+    std::istringstream file{std::string(bytes)};
+    return NpyReader(file, name).read();
+}
 
 template <class T>
-void write_npy(const std::string& path, Shape shape, std::span<const T> values, Cancel cancel) {
+void write_npy(const std::string& path, Shape shape, std::span<const T> values) {
     std::string header = "{'descr': '" + std::string(type_code<T>) + "', 'fortran_order': False, 'shape': (";
     [[maybe_unused]] std::size_t count = 1;
     for (const std::size_t extent : shape) {
@@ -185,7 +193,7 @@ void write_npy(const std::string& path, Shape shape, std::span<const T> values, 
     header += '\n';
     const auto length = static_cast<std::uint16_t>(header.size());
 
-    AtomicFile file(path, std::move(cancel));
+    AtomicFile file(path);
     file.write(magic);
     file.write("\x01");
     file.write(std::string_view("\0", 1));
@@ -195,15 +203,15 @@ void write_npy(const std::string& path, Shape shape, std::span<const T> values, 
     file.commit();
 }
 
-template void write_npy<float>(const std::string&, Shape, std::span<const float>, Cancel);
-template void write_npy<double>(const std::string&, Shape, std::span<const double>, Cancel);
-template void write_npy<std::int8_t>(const std::string&, Shape, std::span<const std::int8_t>, Cancel);
-template void write_npy<std::uint8_t>(const std::string&, Shape, std::span<const std::uint8_t>, Cancel);
-template void write_npy<std::int16_t>(const std::string&, Shape, std::span<const std::int16_t>, Cancel);
-template void write_npy<std::uint16_t>(const std::string&, Shape, std::span<const std::uint16_t>, Cancel);
-template void write_npy<std::int32_t>(const std::string&, Shape, std::span<const std::int32_t>, Cancel);
-template void write_npy<std::uint32_t>(const std::string&, Shape, std::span<const std::uint32_t>, Cancel);
-template void write_npy<std::int64_t>(const std::string&, Shape, std::span<const std::int64_t>, Cancel);
-template void write_npy<std::uint64_t>(const std::string&, Shape, std::span<const std::uint64_t>, Cancel);
+template void write_npy<float>(const std::string&, Shape, std::span<const float>);
+template void write_npy<double>(const std::string&, Shape, std::span<const double>);
+template void write_npy<std::int8_t>(const std::string&, Shape, std::span<const std::int8_t>);
+template void write_npy<std::uint8_t>(const std::string&, Shape, std::span<const std::uint8_t>);
+template void write_npy<std::int16_t>(const std::string&, Shape, std::span<const std::int16_t>);
+template void write_npy<std::uint16_t>(const std::string&, Shape, std::span<const std::uint16_t>);
+template void write_npy<std::int32_t>(const std::string&, Shape, std::span<const std::int32_t>);
+template void write_npy<std::uint32_t>(const std::string&, Shape, std::span<const std::uint32_t>);
+template void write_npy<std::int64_t>(const std::string&, Shape, std::span<const std::int64_t>);
+template void write_npy<std::uint64_t>(const std::string&, Shape, std::span<const std::uint64_t>);
 
 }  // namespace sds_io

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -30,11 +31,13 @@ std::string to_text(const std::vector<std::size_t>& shape);
 /// says.
 NpyArray read_npy(const std::string& path);
 
+/// The same for a file in memory; `name` stands for it in messages.
+NpyArray read_npy_text(std::string_view bytes, const std::string& name);
+
 /// Writes values with the given shape as an .npy file of version 1.0, whole or not at all; "-" is standard output. The
-/// product of `shape` must be values.size(). Throws OutputError, and what `cancel` throws. T is one of the element
+/// product of `shape` must be values.size(). Throws OutputError. T is one of the element
 /// types of NpyArray.
 template <class T>
-void write_npy(const std::string& path, std::span<const std::size_t> shape, std::span<const T> values,
-               Cancel cancel = nullptr);
+void write_npy(const std::string& path, std::span<const std::size_t> shape, std::span<const T> values);
 
 }  // namespace sds_io

@@ -27,10 +27,18 @@ using Json = nlohmann::json;
 using Kind = PolyMeshProperty::Type;
 using Shape = std::vector<std::size_t>;
 
-constexpr Kind kinds[] = {Kind::per_vertex, Kind::per_polygon, Kind::constant};
+constexpr Kind kinds[] = {Kind::per_vertex, Kind::varying, Kind::per_polygon, Kind::constant};
+
+/// Kinds whose items are the cage's vertices, unless there are indices.
+constexpr bool is_of_vertices(Kind kind) { return kind == Kind::per_vertex || kind == Kind::varying; }
+
 constexpr const char* keys[] = {"name", "kind", "type", "extent", "values", "indices", "times"};
 constexpr unsigned int max_extent = 4096;
 constexpr std::size_t max_count = 0xFFFFFFFEu;
+
+/// Evaluation is in double precision, in which sums and derivatives of doubles need room above them.
+template <class T>
+constexpr T greatest_real = std::is_same_v<T, double> ? T(1e300) : std::numeric_limits<T>::max();
 
 /// What is wrong with one key of a property: "expected what, found what".
 class ValueError : public std::runtime_error {
@@ -50,7 +58,7 @@ std::optional<T> to_element(N number) {
         return std::isfinite(sds::to_real(half)) ? std::optional<T>(half) : std::nullopt;
     } else if constexpr (std::is_floating_point_v<T>) {
         const T real = static_cast<T>(number);
-        return std::isfinite(real) ? std::optional<T>(real) : std::nullopt;
+        return std::fabs(real) <= greatest_real<T> ? std::optional<T>(real) : std::nullopt;
     } else if constexpr (std::is_floating_point_v<N>) {
         const bool is_held = number == std::trunc(number) &&
                              number >= static_cast<double>(std::numeric_limits<T>::min()) &&
@@ -146,7 +154,7 @@ private:
     }
 
     void read_kind(const Json& value) {
-        const std::string expected = "vertex, uniform or constant", word = read_word(value, expected);
+        const std::string expected = "vertex, varying, uniform or constant", word = read_word(value, expected);
         const auto kind =
             std::find_if(std::begin(kinds), std::end(kinds), [&](const Kind k) { return word == to_name(k); });
         if (kind == std::end(kinds)) throw ValueError(expected, "'" + word + "'");
@@ -184,6 +192,7 @@ private:
     std::string expected_items() const {
         switch (m_source.kind) {
             case Kind::per_vertex:
+            case Kind::varying:
                 return std::to_string(m_cage.get_vertex_count()) + " vertices";
             case Kind::per_polygon:
                 return std::to_string(m_cage.get_polygon_count()) + " polygons";
@@ -200,7 +209,7 @@ private:
         const Shape found = squeezed(array.shape), rows = squeezed({samples, items, extent}),
                     flat = squeezed({samples, items * extent});
         if (array.values.empty() || (found != rows && found != flat)) {
-            const bool has_own_items = m_entry.contains("indices") && m_source.kind == Kind::per_vertex;
+            const bool has_own_items = m_entry.contains("indices") && is_of_vertices(m_source.kind);
             std::string expected = has_own_items ? "items" : expected_items();
             if (samples > 1) expected = std::to_string(samples) + " times of " + expected;
             if (extent > 1) expected += " of " + std::to_string(extent) + " numbers";
@@ -237,11 +246,13 @@ private:
         if (m_source.extent > 1) place += ", number " + std::to_string(component);
         if (m_source.times.size() > 1) place += ", time " + std::to_string(sample + 1);
         const std::string type = ResourceProperty::get_type_name(m_source.type);
-        throw ValueError("numbers that " + type + " holds", to_text(number) + " in " + place);
+        const bool is_double = type == "float64";
+        throw ValueError("numbers that " + type + " holds" + (is_double ? ", at most 1e300 in size" : ""),
+                         to_text(number) + " in " + place);
     }
 
     void read_indices(const Json& value) {
-        if (m_source.kind != Kind::per_vertex)
+        if (!is_of_vertices(m_source.kind))
             throw ValueError("none for kind " + std::string(to_name(m_source.kind)), "indices of its own");
         const NumberArray array = read_numbers(value, m_folder);
         if (array.shape.size() != 1) throw ValueError("a list of indices", "shape " + to_text(array.shape));

@@ -23,8 +23,9 @@ using namespace sds_model;
 /// as a list or an .npy file; there are then as many items as values. With `times` the values get a leading axis of
 /// time, or are a list of one VALUES per time.
 ///
-/// Throws InputError: wrong types, shapes or keys, numbers that are not finite or beyond the type, and what the host's
-/// checker finds in lengths, indices and times. It names the property, what was expected and what was found.
+/// Throws InputError: wrong types, shapes or keys, numbers that are not finite, beyond the type or beyond 1e300, and
+/// what the host's checker finds in lengths, indices and times. It names the property, what was expected and what was
+/// found.
 std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage);
 
 /// The same for text in memory; `path` stands for the file in messages, and its folder is where .npy files are seen

@@ -1,6 +1,7 @@
 #include "io/texture.h"
 
 #include "io/input_error.h"
+#include "model/array_size.h"
 
 #include <png.h>
 #include <array>
@@ -35,39 +36,56 @@ struct TexelPair {
     }
 };
 
-/// Frees what the library holds for a picture.
-struct PngImage {
-    png_image image{};
-    PngImage() { image.version = PNG_IMAGE_VERSION; }
-    ~PngImage() { png_image_free(&image); }
-    PngImage(const PngImage&) = delete;
-    PngImage& operator=(const PngImage&) = delete;
-};
+constexpr std::uint64_t texel_size = 3;
 
 }  // namespace
 
-Texture Texture::read_png(const std::string& path) {
-    PngImage png;
-    if (png_image_begin_read_from_file(&png.image, path.c_str()) == 0) throw InputError(path, png.image.message);
-    png.image.format = PNG_FORMAT_RGB;
-    std::vector<png_byte> bytes(PNG_IMAGE_SIZE(png.image));
+/// A picture whose header is read. Frees what the library holds for it.
+struct Texture::PngFile {
+    png_image image{};
+
+    explicit PngFile(const std::string& path) {
+        image.version = PNG_IMAGE_VERSION;
+        if (png_image_begin_read_from_file(&image, path.c_str()) == 0) throw InputError(path, image.message);
+        image.format = PNG_FORMAT_RGB;
+    }
+    ~PngFile() { png_image_free(&image); }
+    PngFile(const PngFile&) = delete;
+    PngFile& operator=(const PngFile&) = delete;
+
+    std::uint64_t get_size() const { return texel_size * image.width * image.height; }
+};
+
+std::uint64_t Texture::read_png_size(const std::string& path) { return PngFile(path).get_size(); }
+
+Texture Texture::read_png(const std::string& path, std::size_t limit) {
+    PngFile png(path);
+    if (png.get_size() > limit)
+        throw InputError(path, std::to_string(png.image.width) + " x " + std::to_string(png.image.height) +
+                                   " texels take " + sds_model::to_size_text(png.get_size()) +
+                                   ", more than the limit of " + sds_model::to_size_text(limit));
+    Texture texture;
+    texture.m_width = png.image.width;
+    texture.m_height = png.image.height;
+    // Left unset, so that memory is touched as rows are decoded, not because a header announces them.
+    texture.m_texels.reset(new std::uint8_t[png.get_size()]);
     const png_color black{0, 0, 0};  // behind transparent texels
-    if (png_image_finish_read(&png.image, &black, bytes.data(), 0, nullptr) == 0)
+    const auto row_size = static_cast<png_int_32>(texel_size * png.image.width);
+    if (png_image_finish_read(&png.image, &black, texture.m_texels.get(), row_size, nullptr) == 0)
         throw InputError(path, png.image.message);
-    Texture texture(png.image.width, png.image.height);
-    static const std::array<float, 256> decode = make_decoder();
-    texture.m_texels.reserve(bytes.size() / 3);
-    for (std::size_t i = 0; i + 3 <= bytes.size(); i += 3)
-        texture.m_texels.push_back({decode[bytes[i]], decode[bytes[i + 1]], decode[bytes[i + 2]]});
     return texture;
 }
 
 Color Texture::look_up(double u, double v) const {
     if (!std::isfinite(u) || !std::isfinite(v)) return {0, 0, 0};
+    static const std::array<float, 256> decode = make_decoder();
     const TexelPair x(u, m_width), y(-v, m_height);
+    const auto color = [&](unsigned int line, unsigned int column) {
+        const std::uint8_t* texel = m_texels.get() + texel_size * (std::size_t{line} * m_width + column);
+        return Color{decode[texel[0]], decode[texel[1]], decode[texel[2]]};
+    };
     const auto row = [&](unsigned int line) {
-        const Color* texels = m_texels.data() + std::size_t{line} * m_width;
-        return sds_render::mix(texels[x.first], texels[x.second], x.share);
+        return sds_render::mix(color(line, x.first), color(line, x.second), x.share);
     };
     return sds_render::mix(row(y.first), row(y.second), y.share);
 }

@@ -2,17 +2,24 @@
 
 #include "render/surface_point.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace sds_io {
 
 /// A picture to be looked up: bilinear, repeated in both directions, v upwards. Concurrent reads are safe.
 class Texture {
 public:
-    /// Reads a PNG of any kind; samples are taken for sRGB. Throws InputError.
-    static Texture read_png(const std::string& path);
+    static constexpr std::size_t default_limit = std::size_t{1} << 30;
+
+    /// Reads a PNG of any kind; samples are taken for sRGB. Throws InputError, and before any memory is taken when the
+    /// size that the file announces takes more than `limit` bytes.
+    static Texture read_png(const std::string& path, std::size_t limit = default_limit);
+
+    /// Bytes that read_png would keep, by what the file announces. Throws InputError.
+    static std::uint64_t read_png_size(const std::string& path);
 
     unsigned int get_width() const { return m_width; }
     unsigned int get_height() const { return m_height; }
@@ -21,11 +28,12 @@ public:
     sds_render::Color look_up(double u, double v) const;
 
 private:
-    Texture(unsigned int width, unsigned int height) : m_width(width), m_height(height) {}
+    struct PngFile;
+    Texture() = default;
 
-    unsigned int m_width;
-    unsigned int m_height;
-    std::vector<sds_render::Color> m_texels;  // row by row from the top
+    unsigned int m_width = 0;
+    unsigned int m_height = 0;
+    std::unique_ptr<std::uint8_t[]> m_texels;  // r g b in sRGB, row by row from the top
 };
 
 /// The texture through a UV map of the object, clay where a primitive is not mapped.

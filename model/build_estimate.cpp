@@ -203,20 +203,4 @@ std::vector<Stage> estimate_stages(const ControlCage& cage, const SurfaceModes& 
     return stages;
 }
 
-std::string to_size_text(std::size_t bytes) {
-    constexpr const char* units[] = {"bytes", "KiB", "MiB", "GiB", "TiB"};
-    double size = static_cast<double>(bytes);
-    unsigned int unit = 0;
-    for (; size >= 1024.0 && unit < 4; ++unit) size /= 1024.0;
-    char text[32];
-    std::snprintf(text, sizeof(text), unit == 0 ? "%.0f %s" : "%.1f %s", size, units[unit]);
-    return text;
-}
-
-void check_memory_limit(const BuildEstimate& estimate, std::size_t limit) {
-    if (limit == 0 || estimate.get_peak() <= limit) return;
-    throw std::runtime_error("the surface needs about " + to_size_text(estimate.get_peak()) +
-                             ", more than the limit of " + to_size_text(limit) + "; nothing was built");
-}
-
 }  // namespace sds_model

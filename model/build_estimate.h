@@ -25,10 +25,4 @@ BuildEstimate estimate_build(const ControlCage& cage, const std::vector<UvSource
 /// Seconds of every stage, from a build of the first polygons of the cage on this machine.
 std::vector<Stage> estimate_stages(const ControlCage& cage, const SurfaceModes& modes);
 
-/// Throws std::runtime_error when the build would need more than `limit` bytes; 0 is no limit.
-void check_memory_limit(const BuildEstimate& estimate, std::size_t limit);
-
-/// "1.5 GiB".
-std::string to_size_text(std::size_t bytes);
-
 }  // namespace sds_model

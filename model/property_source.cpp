@@ -12,6 +12,8 @@ const char* to_name(PolyMeshProperty::Type kind) {
             return "uniform";
         case PolyMeshProperty::Type::constant:
             return "constant";
+        case PolyMeshProperty::Type::varying:
+            return "varying";
     }
     return "unknown";
 }

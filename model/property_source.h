@@ -20,7 +20,7 @@ struct PropertySource {
     unsigned int item_count() const { return samples.front().get_item_count(); }
 };
 
-/// The kinds in the field's words: vertex, uniform, constant.
+/// The kinds in the field's words: vertex, varying, uniform, constant.
 const char* to_name(PolyMeshProperty::Type kind);
 
 /// The property as the host holds it, on the polygons of its cage, which outlive it.

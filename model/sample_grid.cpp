@@ -1,5 +1,6 @@
 #include "model/sample_grid.h"
 
+#include "model/array_size.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_sys/sys_thread.h"
 #include "sds/refinement/patch_places.h"
@@ -20,7 +21,7 @@ template <class Sample>
 std::vector<double> sample_grid(std::uint32_t quads, unsigned int n, std::size_t row_size, double time,
                                 const Sample& sample) {
     const std::size_t side = std::size_t{n} + 1;
-    std::vector<double> values(quads * side * side * row_size);
+    std::vector<double> values(checked_count({quads, side, side, row_size}, sizeof(double)));
     sys_parallel_for(quads, [&](unsigned int q, unsigned int) {
         double* row = &values[q * side * side * row_size];
         for (unsigned int j = 0; j <= n; ++j)
@@ -33,6 +34,7 @@ std::vector<double> sample_grid(std::uint32_t quads, unsigned int n, std::size_t
 }  // namespace
 
 std::vector<double> sample_surface(const Surface& surface, unsigned int n, double time) {
+    surface.check_time(time);
     const CtxShader shader;
     const CtxEval ctx(shader);
     const SdsMesh mesh = surface.make_mesh(0);
@@ -66,6 +68,7 @@ std::vector<double> sample_property(const SdsMesh& mesh, const SurfaceProperty& 
 }
 
 std::vector<float> patch_controls(const Surface& surface, double time) {
+    surface.check_time(time);
     const std::uint32_t count = surface.get_geometry().get_patch_count();
     const SdsBezierMesh patches = surface.get_geometry().get_bezier_mesh_at(time);
     std::vector<float> values(48 * std::size_t{count});

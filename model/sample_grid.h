@@ -12,6 +12,8 @@ inline constexpr unsigned int uv_row_size = 9;
 /// Values per patch of `patch_places`.
 inline constexpr unsigned int patch_place_size = 4;
 
+// Throw std::length_error for a grid that the machine cannot hold, and what Surface::check_time throws.
+
 /// Limit samples at a time on (n + 1) x (n + 1) points per quad: [quad][v][u][sample_row_size]; NaN on holes.
 std::vector<double> sample_surface(const Surface& surface, unsigned int n, double time);
 

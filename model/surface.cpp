@@ -1,6 +1,12 @@
 #include "model/surface.h"
 
 #include "model/array_view.h"
+#include "qn_poly/poly_check.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <stdexcept>
 
 namespace sds_model {
 
@@ -34,6 +40,7 @@ SdsRefinement to_refinement(const CageView& cage, const SurfaceModes& modes) {
     refinement.chaikin = modes.chaikin;
     refinement.smooth_triangles = modes.smooth_triangles;
     refinement.open_borders = modes.open_borders;
+    refinement.refine_maps = true;
     refinement.edge_sharpness = view_of(cage.corner_sharpness);
     refinement.vertex_sharpness = view_of(cage.vertex_sharpness);
     refinement.holes = view_of(cage.holes);
@@ -52,10 +59,12 @@ SdsMeshMaps::InterpolationMode to_uv_mode(CageRules::FaceVarying rule) {
             return Mode::borders_fixed;
         case Rule::all:
             return Mode::all_fixed;
+        case Rule::corners_plus1:
+            return Mode::corners_plus1;
+        case Rule::corners_plus2:
+            return Mode::corners_plus2;
         case Rule::unsaid:
         case Rule::corners_only:
-        case Rule::corners_plus1:
-        case Rule::corners_plus2:
             break;
     }
     return Mode::corners_fixed;
@@ -78,6 +87,7 @@ SurfaceModes follow_rules(SurfaceModes modes, const CageRules& rules, bool has_b
 Surface::Surface(const CageView& cage, const std::vector<UvSource>& further_uvs, std::span<const float> motion,
                  const SurfaceModes& modes, AppProgressBar* progress)
     : m_base(std::make_shared<SdsMeshBase>()), m_maps(std::make_shared<SdsMeshMaps>()) {
+    measure(cage.positions, motion);
     StageTimer timer(progress);
     build_base(cage, modes, timer);
     {
@@ -115,13 +125,38 @@ std::unique_ptr<Surface> Surface::moved(std::span<const float> positions, std::s
     std::unique_ptr<Surface> result(new Surface(m_base, m_maps, m_geometry));
     result->m_geometry.set(*m_base, to_points(positions), to_points(motion), m_geometry.get_interpolation_mode(),
                            nullptr);
+    result->measure(positions, motion);
     return result;
+}
+
+void Surface::measure(std::span<const float> positions, std::span<const float> motion) {
+    const auto greatest = [](std::span<const float> values) {
+        float most = 0.0f;
+        for (const float value : values) most = std::max(most, std::fabs(value));
+        return static_cast<double>(most);
+    };
+    m_reach = greatest(positions);
+    m_velocity = greatest(motion);
+}
+
+void Surface::check_time(double time) const {
+    if (!std::isfinite(time)) throw std::invalid_argument("time is not finite");
+    // What one unit of time can do to coordinates and vectors that were checked.
+    constexpr double farthest = 2.0 * static_cast<double>(poly_max_coordinate);
+    if (m_velocity == 0.0 || std::fabs(time) * m_velocity + m_reach <= farthest) return;
+    char text[80];
+    std::snprintf(text, sizeof(text), "time %.9g may carry a vertex beyond %.3g", time, farthest);
+    throw std::invalid_argument(text);
 }
 
 SdsMesh Surface::make_mesh(unsigned int level) const {
     SdsMesh mesh;
     mesh.set(m_geometry, *m_maps, level, nullptr);
     return mesh;
+}
+
+std::size_t Surface::get_memory_size() const {
+    return m_base->get_memory_size() + m_geometry.get_memory_size() + m_maps->get_memory_size();
 }
 
 double Surface::get_build_seconds() const {

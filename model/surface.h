@@ -29,7 +29,8 @@ struct SurfaceModes {
     bool chaikin = false;
     bool smooth_triangles = false;
 
-    /// Whether fractional sharpness, sharp vertices, holes and open borders are kept.
+    /// Whether fractional sharpness, sharp vertices, holes and open borders are kept. UV maps and properties of kind
+    /// vertex are then refined too.
     bool is_refined() const { return depth > 0 && positions != SdsMeshGeometry::InterpolationMode::all_fixed; }
 };
 
@@ -37,7 +38,7 @@ struct SurfaceModes {
 /// `has_uv_rule` leave them open.
 SurfaceModes follow_rules(SurfaceModes modes, const CageRules& rules, bool has_border_rule, bool has_uv_rule);
 
-/// The mode that comes closest to a rule of UVs.
+/// The mode of a rule of UVs.
 SdsMeshMaps::InterpolationMode to_uv_mode(CageRules::FaceVarying rule);
 
 /// The subdivision surface of a cage: base, geometry and maps together, built on construction.
@@ -66,15 +67,22 @@ public:
     const SdsMeshGeometry& get_geometry() const { return m_geometry; }
     SdsMeshGeometry& get_geometry() { return m_geometry; }
 
+    /// Throws std::invalid_argument for a time that is not finite or at which the motion vectors may have carried a
+    /// vertex beyond the range of coordinates, so that nothing but finite numbers comes of the others. Every time that
+    /// a caller names is asked about here.
+    void check_time(double time) const;
+
     /// A renderable mesh at a tessellation level, 0 for the limit surface. It refers to this surface.
     SdsMesh make_mesh(unsigned int level) const;
 
+    std::size_t get_memory_size() const;  ///< bytes of base, geometry and maps
     const std::vector<Stage>& get_stages() const { return m_stages; }
     double get_build_seconds() const;  ///< the outermost stages together
 
 private:
     Surface(std::shared_ptr<SdsMeshBase> base, std::shared_ptr<SdsMeshMaps> maps, const SdsMeshGeometry& geometry)
         : m_base(std::move(base)), m_maps(std::move(maps)), m_geometry(geometry) {}
+    void measure(std::span<const float> positions, std::span<const float> motion);
     void build_base(const CageView& cage, const SurfaceModes& modes, AppProgressBar& progress);
     void build_maps(const CageView& cage, const std::vector<UvSource>& further_uvs, SdsMeshMaps::InterpolationMode mode,
                     AppProgressBar& progress);
@@ -82,6 +90,8 @@ private:
     std::shared_ptr<SdsMeshBase> m_base;
     std::shared_ptr<SdsMeshMaps> m_maps;
     SdsMeshGeometry m_geometry;
+    double m_reach = 0.0;     ///< greatest coordinate at rest
+    double m_velocity = 0.0;  ///< greatest component of the motion vectors
     std::vector<Stage> m_stages;
 };
 

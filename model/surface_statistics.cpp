@@ -4,6 +4,7 @@
 #include "sds/common/half_edge.h"
 #include "sds/refinement/patch_places.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace sds_model {
@@ -18,14 +19,12 @@ void for_each_edge(const SdsMeshBase& base, const Visit& visit) {
         if (opposite[e] == sds::none || e < opposite[e]) visit(e);
 }
 
-enum class CornerClass { regular, boundary, irregular };
-
-CornerClass classify_corner(const SdsMeshBase::VertexLocalTopology& fan, SdsMeshBase::VertexInfo info) {
+PatchClass classify_corner(const SdsMeshBase::VertexLocalTopology& fan, SdsMeshBase::VertexInfo info) {
     const unsigned int sharp = info.get_sharp_edge_count();
-    if (fan.closed) return sharp == 0 && fan.valence == 4 ? CornerClass::regular : CornerClass::irregular;
+    if (fan.closed) return sharp == 0 && fan.valence == 4 ? PatchClass::regular : PatchClass::irregular;
     const bool is_straight = fan.valence == 2 && sharp == 2 && !info.is_kept();
     const bool is_corner = fan.valence == 1 && (info.is_kept() || sharp == 3);
-    return is_straight || is_corner ? CornerClass::boundary : CornerClass::irregular;
+    return is_straight || is_corner ? PatchClass::boundary : PatchClass::irregular;
 }
 
 /// Gathers the arrays of a surface.
@@ -43,11 +42,12 @@ public:
         const std::size_t of_quads = sds::bytes_of(map.quad_indices) + sds::bytes_of(map.edges.opposite_edges) +
                                      sds::bytes_of(map.edges.quad_edge_flags) + sds::bytes_of(map.patch_indices) +
                                      sds::bytes_of(map.patches);
-        const std::size_t all = map.get_memory_size();
+        const std::size_t refined = map.get_refined_memory_size(), all = map.get_memory_size() - refined;
         ArraySize& size = put({"uv map " + map.name.to_std()}, all - of_points - of_quads, &ArraySize::fixed, 1);
         size.per_quad = of_quads / quads;
         if (map.vertex_count != 0) size.per_uv_point = of_points / map.vertex_count;
         size.bytes = all;
+        add_refined(("uv map " + map.name.to_std() + ": refined").c_str(), refined);
     }
     void add_color_map(const SdsMeshMaps& maps, unsigned int m, std::size_t vertices) {
         put({"color map " + maps.get_color_map_name(m).to_std()},
@@ -96,22 +96,25 @@ VertexClasses classify_vertices(const Surface& surface) {
     return classes;
 }
 
-PatchClasses classify_patches(const Surface& surface) {
+std::vector<PatchClass> patch_classes(const Surface& surface) {
     const SdsMeshBase& base = surface.get_base();
     // Not the geometry's own fans: a bilinear one has trivial records.
     CoreArray<SdsMeshBase::VertexLocalTopology> fans(base.get_quad_indices().get_count());
     SdsMeshBase::analyse_vertices_local_topology(base.get_edges(), fans, false, nullptr);
     const auto& infos = surface.get_geometry().get_vertex_infos();
-    PatchClasses classes;
-    for (unsigned int q = 0; q < base.get_primitive_count(); ++q) {
-        CornerClass worst = CornerClass::regular;
-        for (unsigned int e = 4 * q; e < 4 * q + 4; ++e)
-            worst = std::max(worst, classify_corner(fans[e], infos[base.get_quad_indices()[e]]));
-        ++(worst == CornerClass::regular    ? classes.regular
-           : worst == CornerClass::boundary ? classes.boundary
-                                            : classes.irregular);
-    }
+    std::vector<PatchClass> classes(base.get_primitive_count(), PatchClass::regular);
+    for (unsigned int e = 0; e < fans.get_count(); ++e)
+        classes[e / 4] = std::max(classes[e / 4], classify_corner(fans[e], infos[base.get_quad_indices()[e]]));
     return classes;
+}
+
+PatchClasses classify_patches(const Surface& surface) {
+    PatchClasses counts;
+    for (const PatchClass patch : patch_classes(surface))
+        ++(patch == PatchClass::regular    ? counts.regular
+           : patch == PatchClass::boundary ? counts.boundary
+                                           : counts.irregular);
+    return counts;
 }
 
 RefinementStatistics refinement_statistics(const Surface& surface) {

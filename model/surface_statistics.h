@@ -19,6 +19,9 @@ struct VertexClasses {
     std::uint32_t border = 0;  ///< others on a border
 };
 
+/// How far one patch is the limit surface on a quad, as PatchClasses counts them.
+enum class PatchClass : std::uint8_t { regular, boundary, irregular };
+
 /// The quads, by how far one patch each is the limit surface.
 struct PatchClasses {
     std::uint32_t regular = 0;    ///< four smooth corners of valence four: the surface is exact
@@ -52,6 +55,8 @@ struct ArraySize {
 
 VertexClasses classify_vertices(const Surface& surface);
 PatchClasses classify_patches(const Surface& surface);
+/// Of every quad.
+std::vector<PatchClass> patch_classes(const Surface& surface);
 /// One patch per quad where the surface is not refined.
 RefinementStatistics refinement_statistics(const Surface& surface);
 /// Used vertices by the number of edges that meet there.

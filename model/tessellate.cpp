@@ -1,6 +1,8 @@
 #include "model/tessellate.h"
 
+#include "model/array_size.h"
 #include "model/quad_places.h"
+#include "qn_ctx/ctx_eval.h"
 #include "sds/common/cubic_basis.h"
 
 #include <algorithm>
@@ -136,11 +138,19 @@ std::uint32_t WeldedGrid::point(std::uint32_t quad, unsigned int i, unsigned int
     return m_interiors[quad] + (j - 1) * (m_cells - 1) + (i - 1);
 }
 
+std::size_t tessellated_cell_size(const Surface& surface, unsigned int uv_map) {
+    // A cell has four corners and, all in all, one point.
+    constexpr std::size_t corners = 4 * sizeof(std::uint32_t), point = 3 * sizeof(float);
+    const bool has_uvs = uv_map < surface.get_maps().get_uv_map_count();
+    return sizeof(std::uint32_t) + (corners + point) * (has_uvs ? 2 : 1);
+}
+
 Tessellation tessellate(const Surface& surface, unsigned int level, double time, unsigned int uv_map) {
     const SdsMeshBase& base = surface.get_base();
     const std::uint32_t quads = base.get_primitive_count();
     const unsigned int cells = base.get_tessellation_sample_count(level) - 1;
-    const std::uint64_t faces = std::uint64_t{quads} * cells * cells;
+    surface.check_time(time);
+    const std::uint64_t faces = checked_count({quads, cells, cells}, 8 * sizeof(std::uint32_t));
     if (4 * faces >= unmapped_corner)
         throw std::length_error(std::to_string(faces) + " faces are more than a file can number");
 
@@ -166,8 +176,15 @@ Tessellation tessellate(const Surface& surface, unsigned int level, double time,
     const SdsMeshMaps::SdsUvMap& map = maps.get_uv_map(uv_map);
     const WeldedGrid uv_grid(map.quad_indices, map.edges.opposite_edges, cells);
     PatchEvaluator evaluate_uv([&](std::uint32_t q, Vec3f* c) { maps.get_bezier_controls(uv_map, q, c); });
+    const CtxShader shader;
+    const CtxEval ctx(shader);
+    const bool is_map_refined = maps.is_uv_map_refined(uv_map);
     out.uv_points = evaluate_points(uv_grid, quads, cells, [&](std::uint32_t q, unsigned int i, unsigned int j) {
-        return evaluate_uv(q, bases[i], bases[j]);
+        if (!is_map_refined) return evaluate_uv(q, bases[i], bases[j]);
+        const GeometryFragment at{q, static_cast<double>(i) / cells, static_cast<double>(j) / cells, 0.0, 0.0};
+        Vec3d uvw, du, dv;
+        maps.compute_fragment_uvw(ctx, at, uv_map, uvw, du, dv);
+        return uvw;
     });
     out.uv_indices = cell_corners(uv_grid, grid, quads, cells);
     return out;

@@ -48,9 +48,12 @@ struct Tessellation {
     std::vector<std::uint32_t> uv_indices;  // per face-corner, 0xFFFFFFFF where not mapped; empty without UVs
 };
 
+/// Bytes of a Tessellation for every cell of it.
+std::size_t tessellated_cell_size(const Surface& surface, unsigned int uv_map);
+
 /// The flat cells of a level (at least 1) at a time, row by row within each quad of the surface; holes have none.
 /// `uv_map` is ignored when the surface has no such map. Throws std::length_error when the level gives too many
-/// vertices.
+/// vertices, and what Surface::check_time throws.
 Tessellation tessellate(const Surface& surface, unsigned int level, double time, unsigned int uv_map);
 
 }  // namespace sds_model

@@ -48,10 +48,10 @@ OpenSubdivOracle::OpenSubdivOracle(const ZooMesh& cage, Boundary boundary, FaceV
     m_surface.make_map();
 }
 
-OpenSubdivOracle::OpenSubdivOracle(const TaggedCage& cage, int isolation)
+OpenSubdivOracle::OpenSubdivOracle(const TaggedCage& cage, int isolation, FaceVarying rule)
     : m_cage(make_cage(cage)),
-      m_surface(*m_cage, {static_cast<unsigned int>(isolation), cage.boundary, FaceVarying::corners_only, cage.chaikin,
-                          cage.smooth_triangles}) {
+      m_surface(*m_cage,
+                {static_cast<unsigned int>(isolation), cage.boundary, rule, cage.chaikin, cage.smooth_triangles}) {
     m_surface.make_map();
 }
 

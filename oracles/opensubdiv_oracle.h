@@ -54,7 +54,7 @@ public:
     explicit OpenSubdivOracle(const ZooMesh& cage, Boundary boundary = Boundary::edge_and_corner,
                               FaceVarying rule = FaceVarying::corners_only);
     // Tagged, with features isolated to a level of at most 10.
-    OpenSubdivOracle(const TaggedCage& cage, int isolation);
+    OpenSubdivOracle(const TaggedCage& cage, int isolation, FaceVarying rule = FaceVarying::corners_only);
 
     // The limit surface at (u, v) of one of the quads that SdsMeshBase makes of the cage.
     SurfacePoint evaluate(unsigned int quad, double u, double v) const;

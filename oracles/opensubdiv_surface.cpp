@@ -29,6 +29,9 @@ using Vec3f = GMathVec3<float>;
 struct Place {
     int face;
     int quarter;
+    // A quad that the step made of another polygon: the library's derivatives are by the parameters of the polygon that
+    // it would be a quarter of.
+    bool is_split;
 };
 
 std::vector<Place> locate_quads(const Far::TopologyRefiner& refiner, const OpenSubdivCage& cage) {
@@ -37,11 +40,11 @@ std::vector<Place> locate_quads(const Far::TopologyRefiner& refiner, const OpenS
     for (size_t p = 0; p < cage.counts.size(); ++p) {
         const int face = faces.GetFaceId(static_cast<int>(p));
         if (cage.is_all_quads()) {
-            places.push_back({face, -1});
+            places.push_back({face, -1, false});
             continue;
         }
         for (int c = 0; c < cage.counts[p]; ++c)
-            places.push_back(cage.counts[p] == 4 ? Place{face, c} : Place{face + c, -1});
+            places.push_back(cage.counts[p] == 4 ? Place{face, c, false} : Place{face + c, -1, true});
     }
     return places;
 }
@@ -173,7 +176,7 @@ typename OpenSubdivSurface<Real>::Sample OpenSubdivSurface<Real>::Impl::evaluate
         sample.du += value * s_weights[i];
         sample.dv += value * t_weights[i];
     }
-    if (!is_quarter) return sample;
+    if (!is_quarter && !place.is_split) return sample;
     sample.du *= Real(0.5);
     sample.dv *= Real(0.5);
     for (int turn = 0; turn < place.quarter; ++turn) sample.dv = std::exchange(sample.du, sample.dv) * Real(-1);

@@ -29,7 +29,9 @@ const char* name_of(UvMode mode) {
                                             "borders_fixed",
                                             "smoothed_seam_corners_fixed",
                                             "smoothed_seams_fixed",
-                                            "corners_and_seams_fixed"};
+                                            "corners_and_seams_fixed",
+                                            "corners_plus1",
+                                            "corners_plus2"};
     return names[static_cast<unsigned int>(mode)];
 }
 

@@ -14,7 +14,9 @@ inline constexpr UvMode uv_modes[] = {UvMode::all_fixed,
                                       UvMode::borders_fixed,
                                       UvMode::smoothed_seam_corners_fixed,
                                       UvMode::smoothed_seams_fixed,
-                                      UvMode::corners_and_seams_fixed};
+                                      UvMode::corners_and_seams_fixed,
+                                      UvMode::corners_plus1,
+                                      UvMode::corners_plus2};
 inline constexpr FaceVarying face_varying_rules[] = {FaceVarying::linear_none,   FaceVarying::corners_only,
                                                      FaceVarying::corners_plus1, FaceVarying::corners_plus2,
                                                      FaceVarying::boundaries,    FaceVarying::linear_all};

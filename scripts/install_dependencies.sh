@@ -2,7 +2,7 @@
 # Installs the Debian packages that the named groups need, each group with those it stands on. Says what it installs;
 # with nothing to do it is silent and quick.
 #
-#   install_dependencies.sh [program] [tests] [checks] [docs]      no name: all of them
+#   install_dependencies.sh [program] [tests] [checks] [docs] [web]      no name: all of them
 set -euo pipefail
 
 program=(
@@ -22,6 +22,8 @@ checks=(
     clang libclang-rt-14-dev                                        # fuzzers
     valgrind                                                        # scripts/check_valgrind
 )
+web=(emscripten chromium)
+command -v npm >/dev/null || web+=(npm)                             # a node from elsewhere brings its own
 docs=(doxygen python3-sphinx python3-breathe python3-myst-parser furo)
 
 packages=()
@@ -31,9 +33,10 @@ for group in "${@:-all}"; do
         tests) packages+=("${program[@]}" "${tests[@]}") ;;
         checks) packages+=("${program[@]}" "${checks[@]}") ;;
         docs) packages+=("${program[@]}" "${tests[@]}" "${docs[@]}") ;;
-        all) packages+=("${program[@]}" "${tests[@]}" "${checks[@]}" "${docs[@]}") ;;
+        web) packages+=("${program[@]}" "${web[@]}") ;;
+        all) packages+=("${program[@]}" "${tests[@]}" "${checks[@]}" "${docs[@]}" "${web[@]}") ;;
         *)
-            echo "install_dependencies: no group '$group'; there are program, tests, checks, docs" >&2
+            echo "install_dependencies: no group '$group'; there are program, tests, checks, docs, web" >&2
             exit 2
             ;;
     esac

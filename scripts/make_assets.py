@@ -8,6 +8,9 @@
     sheet.obj   wavy sheet with borders, a hole and vertex colors
     knot.obj    trefoil knot with buds: closed, a vertex of valence 5 and one of valence 3 for every bud corner
     seams.obj   rounded box unwrapped as a cross: UV seams, two crease loops and a crease that ends in a dart
+    bracket.obj angle with a window: soft creases of several sharpnesses, a sharp foot
+    shell.obj   ribbed shell wound around its axis: open at both ends, a UV map with one seam
+    lantern.usda ball with openings: holes, sharp corners and soft creases, as a layer
 
 All are y up and wound counter-clockwise seen from outside. Standard library only; the same input gives the same bytes.
 """
@@ -28,7 +31,9 @@ class Cage:
         self.uvs = []
         self.uv_polygons = []  # one index tuple a polygon, or none at all
         self.materials = []  # one name a polygon, or none at all
-        self.creases = []  # vertex pairs
+        self.creases = []  # vertex pairs, or these and a sharpness
+        self.corners = []  # vertices and their sharpness
+        self.holes = []  # polygons
 
     def add_point(self, point):
         self.points.append(tuple(point))
@@ -58,8 +63,29 @@ class Cage:
                 lines.append("f " + " ".join(f"{v + 1}/{t + 1}" for v, t in corners))
             else:
                 lines.append("f " + " ".join(str(v + 1) for v in self.polygons[p]))
-        lines += [f"t crease 2/1/0 {a} {b} 10.0" for a, b in self.creases]
+        lines += [f"t crease 2/1/0 {a} {b} {sharpness(crease)}" for crease in self.creases for a, b in [crease[:2]]]
         path.write_text("\n".join(lines) + "\n", encoding="ascii", newline="\n")
+
+    def write_layer(self, path):
+        def array(values):
+            return "[" + ", ".join(values) + "]"
+
+        corners = [corner for polygon in self.polygons for corner in polygon]
+        values = [
+            ("int[] faceVertexCounts", [str(len(polygon)) for polygon in self.polygons]),
+            ("int[] faceVertexIndices", map(str, corners)),
+            ("point3f[] points", ["(" + ", ".join(decimal(x) for x in point) + ")" for point in self.points]),
+            ("int[] creaseIndices", [str(v) for crease in self.creases for v in crease[:2]]),
+            ("int[] creaseLengths", ["2"] * len(self.creases)),
+            ("float[] creaseSharpnesses", [sharpness(crease) for crease in self.creases]),
+            ("int[] cornerIndices", [str(v) for v, _ in self.corners]),
+            ("float[] cornerSharpnesses", [str(s) for _, s in self.corners]),
+            ("int[] holeIndices", map(str, self.holes)),
+        ]
+        lines = ["#usda 1.0", "(", f'    doc = "{self.title}; written by scripts/make_assets.py"', '    upAxis = "Y"', ")"]
+        lines += ["", f'def Mesh "{path.stem}"', "{", '    uniform token subdivisionScheme = "catmullClark"']
+        lines += [f"    {name} = {array(value)}" for name, value in values]
+        path.write_text("\n".join(lines + ["}", ""]), encoding="ascii", newline="\n")
 
     def material_rank(self, polygon):
         return self.materials.index(self.materials[polygon]) if self.materials else 0
@@ -68,6 +94,10 @@ class Cage:
 def decimal(x):
     text = f"{x:.6f}"
     return text[1:] if text == "-0.000000" else text
+
+
+def sharpness(crease):
+    return str(crease[2]) if len(crease) > 2 else "10.0"
 
 
 def add(a, b):
@@ -386,18 +416,114 @@ def make_seams(cells=8):
     return cage
 
 
-MAKERS = {"body": make_body, "turned": make_turned, "sheet": make_sheet, "knot": make_knot, "seams": make_seams}
+# --- bracket: the skin of blocks, its edges soft creases
+
+BRACKET_BLOCKS = [
+    ((0, 0, 0), (4, 0, 5)),  # foot
+    ((0, 1, 0), (4, 3, 0)),  # back, around a window
+    ((0, 4, 0), (0, 4, 0)),
+    ((4, 4, 0), (4, 4, 0)),
+    ((0, 5, 0), (4, 5, 0)),
+    ((2, 1, 1), (2, 2, 2)),  # rib
+]
+
+
+def make_bracket():
+    cage = Cage("angle with a window and a rib: soft creases, sharp where it stands")
+    numbers, sides = {}, {}
+
+    def number(point):
+        if point not in numbers:
+            numbers[point] = cage.add_point(scaled(sub(point, (2.5, 3.0, 2.0)), 0.4))
+        return numbers[point]
+
+    for quad in block_skin(BRACKET_BLOCKS):
+        normal = cross(sub(quad[1], quad[0]), sub(quad[3], quad[0]))
+        polygon = [number(point) for point in quad]
+        cage.add_polygon(polygon)
+        for k in range(4):
+            edge = tuple(sorted((polygon[k], polygon[(k + 1) % 4])))
+            ends = (quad[k], quad[(k + 1) % 4])
+            sides.setdefault(edge, []).append((normal, ends))
+    for edge, faces in sorted(sides.items()):
+        if len(faces) == 2 and faces[0][0] != faces[1][0]:
+            ends = faces[0][1]
+            is_foot = all(y == 0 for _, y, _ in ends)
+            is_window = all(4 <= y <= 5 and 1 <= x <= 4 for x, y, _ in ends)
+            cage.creases.append((*edge, "10.0" if is_foot else "3.5" if is_window else "1.8"))
+    return cage
+
+
+# --- shell: a ribbed tube on a spiral that grows
+
+def make_shell(along=44, around=14):
+    cage = Cage("ribbed shell: open at both ends, UVs with a seam")
+    for i in range(along + 1):
+        turn = 2.0 * math.pi * 2.6 * i / along
+        size = 0.09 * math.exp(0.155 * turn)
+        out = (math.cos(turn), 0.0, math.sin(turn))
+        middle = add(scaled(out, size), (0.0, 1.0 - 1.45 * size, 0.0))
+        rib = 1.0 + 0.10 * (i % 4 == 0)
+        for j in range(around):
+            angle = 2.0 * math.pi * j / around
+            ring = add(scaled(out, math.cos(angle)), (0.0, 1.1 * math.sin(angle), 0.0))
+            cage.add_point(add(middle, scaled(ring, 0.62 * size * rib)))
+    cage.uvs = [(j / around, i / along) for i in range(along + 1) for j in range(around + 1)]
+    for i in range(along):
+        for j in range(around):
+            steps = ((i, j), (i, j + 1), (i + 1, j + 1), (i + 1, j))
+            cage.add_polygon(a * around + b % around for a, b in steps)
+            cage.uv_polygons.append([a * (around + 1) + b for a, b in steps])
+    return cage
+
+
+# --- lantern: a ball over a cube with openings
+
+def make_lantern(cells=5):
+    cage = Cage("ball with openings: holes, sharp corners, soft creases")
+    numbers = {}
+
+    def number(lattice):
+        if lattice not in numbers:
+            point = tuple(x / cells for x in lattice)
+            numbers[lattice] = cage.add_point(scaled(add(scaled(normalized(point), 0.8), scaled(point, 0.2)), 1.0))
+        return numbers[lattice]
+
+    for _, middle, u, v in BOX_SIDES:
+        for j in range(cells):
+            for i in range(cells):
+                square = ((i, j), (i + 1, j), (i + 1, j + 1), (i, j + 1))
+                across = [add(scaled(u, 2 * a - cells), scaled(v, 2 * b - cells)) for a, b in square]
+                polygon = cage.add_polygon(number(add(scaled(middle, cells), offset)) for offset in across)
+                if i % 2 and j % 2:
+                    cage.holes.append(polygon)
+    rim = [p for p in numbers if sum(abs(x) == cells for x in p) >= 2]
+    for p in sorted(rim):
+        for axis in range(3):
+            q = tuple(x + 2 * (k == axis) for k, x in enumerate(p))
+            if q in numbers and sum(abs(x) == cells for x in q) >= 2 and abs(p[axis] + 1) < cells:
+                cage.creases.append((numbers[p], numbers[q], "2.5"))
+    cage.corners = [(numbers[p], "10.0") for p in sorted(rim) if all(abs(x) == cells for x in p)]
+    return cage
+
+
+MAKERS = {"body": make_body, "turned": make_turned, "sheet": make_sheet, "knot": make_knot, "seams": make_seams,
+          "bracket": make_bracket, "shell": make_shell}
+LAYER_MAKERS = {"lantern": make_lantern}
 
 
 def main():
     default = pathlib.Path(__file__).resolve().parent.parent / "assets"
     directory = pathlib.Path(sys.argv[1]) if len(sys.argv) > 1 else default
     directory.mkdir(parents=True, exist_ok=True)
-    for name, make in MAKERS.items():
+    for name, make in (MAKERS | LAYER_MAKERS).items():
         cage = make()
-        cage.write(directory / f"{name}.obj")
+        if name in LAYER_MAKERS:
+            cage.write_layer(directory / f"{name}.usda")
+        else:
+            cage.write(directory / f"{name}.obj")
         sizes = f"{len(cage.points)} vertices, {len(cage.polygons)} polygons, {len(cage.creases)} crease edges"
-        print(f"{name}.obj: {sizes}")
+        print(f"{name}: {sizes}")
 
 
 if __name__ == "__main__":

@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 fs::path get_path(const std::string& name) {
     const fs::path source(QN_SOURCE_DIR);
-    if (name == "body") return source / "assets" / "body.obj";
+    if (name == "body" || name == "knot") return source / "assets" / (name + ".obj");
     const char* folder = std::getenv("QN_MESHES");
     const fs::path meshes = folder != nullptr ? fs::path(folder) : source.parent_path() / "shared" / "meshes";
     return meshes / (name + ".obj");

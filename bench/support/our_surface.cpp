@@ -45,13 +45,50 @@ HostCage HostCage::make_mapped() const {
     return mapped;
 }
 
+HostCage HostCage::make_mixed() const {
+    HostCage mixed = *this;
+    mixed.name += ", 1 % triangles";
+    for (CoreArray<unsigned int>* array : {&mixed.counts, &mixed.indices, &mixed.groups}) array->clear();
+    mixed.creases.clear();
+    mixed.uv_maps.clear();
+    const auto add = [&](unsigned int quad, std::initializer_list<unsigned int> corners) {
+        mixed.counts.add(static_cast<unsigned int>(corners.size()));
+        mixed.groups.add(groups[quad]);
+        for (const unsigned int k : corners) {
+            mixed.indices.add(indices[4 * size_t{quad} + k]);
+            // An edge is a crease when either side says so: the neighbours' flags are left.
+            mixed.creases.add(corners.size() == 4 ? creases[4 * size_t{quad} + k] : static_cast<unsigned char>(0));
+        }
+    };
+    for (unsigned int quad = 0; quad < counts.get_count(); ++quad) {
+        if (quad % 200 != 100) {
+            add(quad, {0, 1, 2, 3});
+            continue;
+        }
+        add(quad, {0, 1, 2});
+        add(quad, {0, 2, 3});
+    }
+    return mixed;
+}
+
+HostCage HostCage::make_distant() const {
+    HostCage distant = *this;
+    distant.name += ", far from the origin";
+    const auto offset = static_cast<float>(1000.0 * get_diagonal());
+    for (Vec3f& position : distant.positions) position += Vec3f(offset, 0.0f, 0.0f);
+    return distant;
+}
+
 OpenSubdivCage make_opensubdiv_cage(const HostCage& cage) {
     const auto span_of = [](const auto& array) { return std::span(array.get_data(), array.get_count()); };
     return {span_of(cage.counts), span_of(cage.indices), span_of(cage.creases), span_of(cage.positions)};
 }
 
-void OurSurface::build(const HostCage& cage, AppProgressBar* progress) {
+void OurSurface::build(const HostCage& cage, unsigned int depth, AppProgressBar* progress) {
     const PolyCreaseScope creases(cage.creases);
+    SdsRefinement refinement;
+    refinement.depth = depth;
+    base.set_refinement(refinement);
     base.set(cage.get_vertex_count(), cage.indices, cage.counts, cage.groups, cage.group_names, progress);
     geometry.set(base, cage.positions, cage.motion, SdsMeshGeometry::InterpolationMode::corners_fixed, progress);
 }

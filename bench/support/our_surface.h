@@ -35,6 +35,10 @@ struct HostCage {
     bool is_all_quads() const { return 4 * counts.get_count() == indices.get_count(); }
     // The same cage with a motion vector per vertex: a slow turn about the middle, a twentieth of the size.
     HostCage make_moving() const;
+    // The same cage of quads with one quad in two hundred cut into two triangles.
+    HostCage make_mixed() const;
+    // The same cage so far from the origin that single precision spoils differences of its patches' controls.
+    HostCage make_distant() const;
     // The same cage with a UV map over its own vertices, from above.
     HostCage make_mapped() const;
 };
@@ -45,8 +49,9 @@ struct OurSurface {
     OurSurface(const OurSurface&) = delete;
     OurSurface& operator=(const OurSurface&) = delete;
 
-    // Base and geometry, what the patches need.
-    void build(const HostCage& cage, AppProgressBar* progress = nullptr);
+    // Base and geometry, what the patches need; refined to a depth.
+    void build(const HostCage& cage, AppProgressBar* progress = nullptr) { build(cage, 0, progress); }
+    void build(const HostCage& cage, unsigned int depth, AppProgressBar* progress = nullptr);
     void build_maps(const HostCage& cage);
     // A mesh at a level, which refers to this surface. The maps need not have been built.
     SdsMesh make_mesh(unsigned int level) const;

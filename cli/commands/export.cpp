@@ -1,12 +1,12 @@
 #include "cli/commands/export.h"
 
-#include "cli/interrupt.h"
 #include "cli/options/common_options.h"
 #include "cli/options/load_scene.h"
 #include "cli/options/usage_error.h"
 #include "io/npy.h"
 #include "io/obj/write_obj.h"
 #include "io/usda/write_cage.h"
+#include "model/array_size.h"
 #include "model/mesh_properties.h"
 #include "model/sample_grid.h"
 #include "model/tessellate.h"
@@ -69,7 +69,7 @@ void check_options(const ExportOptions& options) {
         throw UsageError(
             "nothing to export: give --patches, --patch-places, --tessellation, --cage, --samples, --uv or "
             "--property");
-    for (const std::string& path : paths) check_output(path);
+    check_outputs(paths);
 }
 
 void check_uv_map(const ExportOptions& options, const std::string& name, const Surface& surface) {
@@ -89,13 +89,26 @@ void report_unmapped(const ExportOptions& options, const Surface& surface) {
                    " quads are not mapped, their UVs are NaN");
 }
 
-const SurfaceProperty& find_property(const MeshProperties& properties, const std::string& name) {
-    return asked_by("", [&]() -> const SurfaceProperty& { return properties.find(name); });
+/// What is written next to each other takes memory one after the other.
+void check_memory(const ExportOptions& options, const Surface& surface) {
+    const std::size_t quads = surface.get_base().get_primitive_count();
+    const std::size_t held = surface.get_memory_size();
+    const auto check = [&](const std::string& path, const char* what, std::initializer_list<std::size_t> extents,
+                           std::size_t element_size) {
+        if (path.empty()) return;
+        const std::size_t bytes = checked_count(extents, element_size) * element_size;
+        check_memory_limit(what, held + bytes, options.memory_limit);
+    };
+    const std::size_t cells = std::size_t{1} << options.level;
+    const std::size_t samples = std::size_t{options.samples.cells} + 1, uvs = std::size_t{options.uvs.cells} + 1;
+    const std::size_t cell_size = tessellated_cell_size(surface, options.uv_map);
+    check(options.tessellation, "--tessellation", {quads, cells, cells}, cell_size);
+    check(options.samples.path, "--samples", {quads, samples, samples, sample_row_size}, sizeof(double));
+    check(options.uvs.path, "--uv", {quads, uvs, uvs, uv_row_size}, sizeof(double));
 }
 
-template <class T>
-void write_array(const std::string& path, std::span<const std::size_t> shape, const std::vector<T>& values) {
-    write_interruptibly([&](const Cancel& cancel) { write_npy<T>(path, shape, values, cancel); });
+const SurfaceProperty& find_property(const MeshProperties& properties, const std::string& name) {
+    return asked_by("", [&]() -> const SurfaceProperty& { return properties.find(name); });
 }
 
 void export_properties(const ExportOptions& options, const LoadedSurface& loaded) {
@@ -107,7 +120,7 @@ void export_properties(const ExportOptions& options, const LoadedSurface& loaded
         const SurfaceProperty& property = find_property(properties, name);
         const std::size_t shape[] = {mesh.get_base()->get_primitive_count(), side, side,
                                      3 * std::size_t{property.get_extent()}};
-        write_array<double>(path, shape, sample_property(mesh, property, options.property_cells, options.time));
+        write_npy<double>(path, shape, sample_property(mesh, property, options.property_cells, options.time));
     }
 }
 
@@ -119,7 +132,7 @@ sds_usda::UsdaStage stage_of(const LoadedScene& scene) {
 void export_cage(const ExportOptions& options, const LoadedScene& scene, const LoadedSurface& loaded) {
     const ControlCage& cage = loaded.get_cage();
     if (!is_usda(options.cage)) {
-        write_interruptibly([&](const Cancel& cancel) { write_obj(options.cage, to_obj_mesh(cage), cancel); });
+        write_obj(options.cage, to_obj_mesh(cage));
         return;
     }
     const SurfaceModes modes = get_modes(options, cage.rules);
@@ -127,9 +140,7 @@ void export_cage(const ExportOptions& options, const LoadedScene& scene, const L
         print_line(options.cage + ": note: a USD layer has no word for the rule chaikin, left out");
     const std::string name = std::filesystem::path(loaded.name).stem().string();
     const sds_usda::UsdaCage written(name, cage, loaded.further_uvs, modes);
-    write_interruptibly([&](const Cancel& cancel) {
-        write_usda_file(options.cage, {&written.get_mesh(), 1}, stage_of(scene), cancel);
-    });
+    write_usda_file(options.cage, {&written.get_mesh(), 1}, stage_of(scene));
 }
 
 /// In the scene's space.
@@ -153,11 +164,8 @@ void export_tessellation(const ExportOptions& options, const LoadedScene& scene,
     for (const MeshInstance& instance : instances) meshes.push_back(tessellate_instance(options, scene, instance));
     if (!is_usda(options.tessellation)) {
         const Tessellation& mesh = meshes.front();
-        write_interruptibly([&](const Cancel& cancel) {
-            write_obj(options.tessellation,
-                      {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices},
-                      cancel);
-        });
+        write_obj(options.tessellation,
+                  {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices});
         return;
     }
     std::vector<sds_usda::UsdaMesh> written;
@@ -170,8 +178,7 @@ void export_tessellation(const ExportOptions& options, const LoadedScene& scene,
             written.back().primvars.push_back(
                 {"st", "texCoord2f", sds_usda::Interpolation::face_varying, 2, 3, mesh.uv_points, mesh.uv_indices});
     }
-    write_interruptibly(
-        [&](const Cancel& cancel) { write_usda_file(options.tessellation, written, stage_of(scene), cancel); });
+    write_usda_file(options.tessellation, written, stage_of(scene));
 }
 
 /// The one that is meant, or all where that is all that is asked for.
@@ -191,29 +198,31 @@ void run_export(const ExportOptions& options) {
     const LoadedSurface& loaded = scene.surfaces[instances.front().mesh];
     const Surface& surface = *loaded.surface;
     check_uv_map(options, loaded.name, surface);
+    asked_by("--time: ", [&] { surface.check_time(options.time); });
+    check_memory(options, surface);
     if (options.statistics) print_build_rate(scene.surfaces);
     const std::size_t quads = surface.get_base().get_primitive_count();
 
     if (!options.properties.empty()) export_properties(options, loaded);
     if (!options.patches.empty()) {
         const std::size_t shape[] = {surface.get_geometry().get_patch_count(), 16, 3};
-        write_array<float>(options.patches, shape, patch_controls(surface, options.time));
+        write_npy<float>(options.patches, shape, patch_controls(surface, options.time));
     }
     if (!options.patch_places.empty()) {
         const std::size_t shape[] = {surface.get_geometry().get_patch_count(), patch_place_size};
-        write_array<std::int32_t>(options.patch_places, shape, patch_places(surface));
+        write_npy<std::int32_t>(options.patch_places, shape, patch_places(surface));
     }
     if (!options.cage.empty()) export_cage(options, scene, loaded);
     if (!options.tessellation.empty()) export_tessellation(options, scene, instances);
     if (!options.samples.path.empty()) {
         const std::size_t side = std::size_t{options.samples.cells} + 1;
         const std::size_t shape[] = {quads, side, side, sample_row_size};
-        write_array<double>(options.samples.path, shape, sample_surface(surface, options.samples.cells, options.time));
+        write_npy<double>(options.samples.path, shape, sample_surface(surface, options.samples.cells, options.time));
     }
     if (!options.uvs.path.empty()) {
         const std::size_t side = std::size_t{options.uvs.cells} + 1;
         const std::size_t shape[] = {quads, side, side, uv_row_size};
-        write_array<double>(options.uvs.path, shape, sample_uvs(surface, options.uvs.cells, options.uv_map));
+        write_npy<double>(options.uvs.path, shape, sample_uvs(surface, options.uvs.cells, options.uv_map));
         report_unmapped(options, surface);
     }
 }

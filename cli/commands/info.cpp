@@ -5,6 +5,8 @@
 #include "cli/options/usage_error.h"
 #include "io/input_error.h"
 #include "io/json.h"
+#include "io/utf8.h"
+#include "model/array_size.h"
 #include "model/array_view.h"
 #include "model/build_estimate.h"
 #include "model/mesh_properties.h"
@@ -135,8 +137,7 @@ Json describe(const LoadedSurface& loaded) {
     for (unsigned int m = 0; m < mesh.get_color_map_count(); ++m)
         json["color_maps"].push_back(mesh.get_color_map_name(m).to_std());
     json["properties"] = to_json(MeshProperties(loaded.properties, loaded.get_cage(), mesh));
-    json["bytes"] = {{"total", surface.get_base().get_memory_size() + surface.get_geometry().get_memory_size() +
-                                   surface.get_maps().get_memory_size() + mesh.get_memory_size()}};
+    json["bytes"] = {{"total", surface.get_memory_size() + mesh.get_memory_size()}};
     add_arrays(array_sizes(surface), json["bytes"]);
     json["build_seconds"] = surface.get_build_seconds();
     json["stages"] = to_json(surface.get_stages());
@@ -179,9 +180,6 @@ Json describe_scene(const InfoOptions& options, const LoadedScene& scene) {
     return json;
 }
 
-/// Names may have any bytes.
-std::string to_json_text(const Json& json) { return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
-
 /// What a machine reads about input that is refused.
 std::string refusal_text(const InfoOptions& options, const InputError& error) {
     Json json;
@@ -207,9 +205,9 @@ public:
         put(label, std::string(value));
     }
     void put(const std::string& label, const std::string& value) {
-        m_text += label;
+        m_text += printable(label);
         m_text.append(label.size() < width ? width - label.size() : 1, ' ');
-        m_text += value + "\n";
+        m_text += printable(value) + "\n";
     }
     /// "key between value" of every entry.
     void put_entries(const std::string& label, const Json& object, const char* between) {
@@ -342,7 +340,7 @@ Json describe_estimate(const InfoOptions& options) {
     const std::vector<UvSource> uvs = load_uvs(options, *mesh.cage);
     const SurfaceModes modes = get_modes(options, mesh.cage->rules);
     const BuildEstimate estimate = estimate_build(*mesh.cage, uvs, !options.motion.next.empty(), modes);
-    check_memory_limit(estimate, options.memory_limit);
+    check_memory_limit("the surface", estimate.get_peak(), options.memory_limit);
     Json json;
     json["bytes"] = {{"total", estimate.bytes}, {"scratch", estimate.scratch}, {"peak", estimate.get_peak()}};
     add_arrays(estimate.arrays, json["bytes"]);

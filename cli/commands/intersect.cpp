@@ -1,8 +1,8 @@
 #include "cli/commands/intersect.h"
 
-#include "cli/interrupt.h"
 #include "cli/options/common_options.h"
 #include "cli/options/load_scene.h"
+#include "cli/options/usage_error.h"
 #include "io/npy.h"
 #include "io/ray_file.h"
 #include "model/mesh_scene.h"
@@ -90,7 +90,7 @@ sds_usda::UsdFrame choose_frame(const IntersectOptions& options, const std::vect
 }
 
 void run_intersect(const IntersectOptions& options) {
-    check_output(options.hits);
+    check_outputs({options.hits});
     RayFile file;
     LoadedScene loaded;
     if (is_layer(options.mesh)) {
@@ -107,8 +107,12 @@ void run_intersect(const IntersectOptions& options) {
                    " cases, first here");
 
     const std::unique_ptr<MeshScene> meshes = loaded.make_meshes(options.level);
-    sds_render::Scene scene(sds_render::get_shutter_of(
-        file.rays.size(), [&](std::size_t i) -> const GeometryRay& { return file.rays[i]; }));
+    const sds_render::Shutter shutter =
+        sds_render::get_shutter_of(file.rays.size(), [&](std::size_t i) -> const GeometryRay& { return file.rays[i]; });
+    for (const double time : {shutter.open, shutter.close})
+        for (const LoadedSurface& each : loaded.surfaces)
+            asked_by((options.rays + ": ").c_str(), [&] { each.surface->check_time(time); });
+    sds_render::Scene scene(shutter);
     meshes->add_to(scene);
     scene.commit();
     const auto begin = std::chrono::steady_clock::now();
@@ -117,7 +121,7 @@ void run_intersect(const IntersectOptions& options) {
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
 
     const std::size_t shape[] = {file.rays.size(), hits.get_row_size()};
-    write_interruptibly([&](const Cancel& cancel) { write_npy<double>(options.hits, shape, hits.rows, cancel); });
+    write_npy<double>(options.hits, shape, hits.rows);
     if (loaded.has_names() && options.hits != "-") print_text(to_text(hits));
     if (options.statistics) {
         const auto is_hit = [](const GeometryRay& ray) { return ray.hit.primitive != sds_render::no_index; };

@@ -1,6 +1,5 @@
 #include "cli/commands/render.h"
 
-#include "cli/interrupt.h"
 #include "cli/options/camera_options.h"
 #include "cli/options/common_options.h"
 #include "cli/options/load_scene.h"
@@ -8,6 +7,7 @@
 #include "io/environment.h"
 #include "io/image_files.h"
 #include "io/texture.h"
+#include "model/array_size.h"
 #include "model/color_map.h"
 #include "model/mesh_scene.h"
 #include "render/framing.h"
@@ -45,6 +45,7 @@ struct RenderCommandOptions : CommonOptions {
     bool wire = false;
     std::vector<std::string> aovs;
     std::string texture;
+    std::size_t texture_limit = Texture::default_limit;
     bool checker = false;
     unsigned int uv_map = 0;
     std::vector<double> shutter;
@@ -110,6 +111,19 @@ std::vector<sds_render::Layer> make_layers(const std::vector<std::string>& names
     return layers;
 }
 
+/// What a picture takes while it is made and written, with what is held besides.
+void check_memory(const RenderCommandOptions& options, const LoadedScene& loaded,
+                  const std::vector<sds_render::Layer>& layers) {
+    std::size_t channels = 4, held = 0;
+    for (const sds_render::Layer& layer : layers) channels += layer.components.size();
+    for (const LoadedSurface& each : loaded.surfaces) held += each.surface->get_memory_size();
+    if (!options.texture.empty()) held += Texture::read_png_size(options.texture);
+    // A file is encoded in memory: the pixels once more, and their bytes at worst as many again.
+    const std::size_t pixel_size = sizeof(float) * (channels + (is_exr(options.output) ? 2 * channels : 2));
+    const std::size_t pixels = checked_count({options.width, options.height}, pixel_size);
+    check_memory_limit("the picture", held + pixels * pixel_size, options.memory_limit);
+}
+
 /// Of a layer: what --shutter says, or its camera's, around the frame; else the whole motion of the first mesh.
 sds_render::Shutter parse_shutter(const RenderCommandOptions& options, const sds_render::Shutter& otherwise) {
     if (options.shutter.empty()) return otherwise;
@@ -168,8 +182,8 @@ sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const L
         has_colors ? sds_render::make_map_color(0, sds_render::clay) : sds_render::make_group_color();
     sds_render::SurfaceColor mapped;
     if (!options.texture.empty())
-        mapped =
-            make_texture_color(std::make_shared<const Texture>(Texture::read_png(options.texture)), options.uv_map);
+        mapped = make_texture_color(
+            std::make_shared<const Texture>(Texture::read_png(options.texture, options.texture_limit)), options.uv_map);
     else if (options.checker)
         mapped = sds_render::make_checker(options.uv_map, checks_per_unit);
     else
@@ -183,7 +197,7 @@ void check_options(const RenderCommandOptions& options) {
         throw UsageError("--output: '" + options.output + "' ends neither with .png nor with .exr or .jpg");
     if (is_stream && !options.aovs.empty()) throw UsageError("--aov: layers need a file, not standard output");
     if (is_stream && isatty(STDOUT_FILENO) != 0) throw UsageError("--output: standard output is a terminal");
-    check_output(options.output);
+    check_outputs({options.output});
     if (!options.further_meshes.empty() &&
         (options.motion.has_motion() || !options.uv_files.empty() || !options.property_file.empty()))
         throw UsageError("--motion, --time-samples, --uv and --properties belong to one mesh, and there are " +
@@ -197,14 +211,13 @@ void check_options(const RenderCommandOptions& options) {
 void write_picture(const RenderCommandOptions& options, const sds_render::Image& image,
                    const std::vector<sds_render::Layer>& layers) {
     if (is_exr(options.output)) {
-        write_exr(options.output, image, throw_if_interrupted);
+        write_exr(options.output, image);
         return;
     }
     const auto write = is_jpeg(options.output) ? &write_jpeg : &write_png;
-    write(options.output, image, "", throw_if_interrupted);
+    write(options.output, image, "");
     if (options.output == "-") return;
-    for (const sds_render::Layer& layer : layers)
-        write(layer_path(options.output, layer.name), image, layer.name, throw_if_interrupted);
+    for (const sds_render::Layer& layer : layers) write(layer_path(options.output, layer.name), image, layer.name);
 }
 
 void print_statistics(const LoadedScene& loaded, double hierarchy_seconds, const sds_render::RenderStatistics& trace) {
@@ -238,7 +251,6 @@ void run_render(const RenderCommandOptions& options) {
     render_options.samples = options.samples;
     render_options.shading.wire = options.wire;
 
-    const InterruptScope interrupts;
     std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds render");
     LoadedScene loaded;
     {
@@ -249,11 +261,16 @@ void run_render(const RenderCommandOptions& options) {
     const ScenePose pose = make_pose(options.camera, view, loaded, options.width, options.height);
     set_lights(options, pose.view.up, render_options.shading);
     const std::unique_ptr<MeshScene> meshes = loaded.make_meshes(options.level);
-    render_options.shading.color = make_color(options, loaded, *meshes);
     render_options.layers = make_layers(names, *meshes);
+    check_memory(options, loaded, render_options.layers);
+    render_options.shading.color = make_color(options, loaded, *meshes);
     const Motion& motion = loaded.surfaces.front().motion;
-    sds_render::Scene scene(loaded.layer ? sds_render::Shutter{loaded.frame.open, loaded.frame.close}
-                                         : parse_shutter(options, {motion.get_first_time(), motion.get_last_time()}));
+    const sds_render::Shutter shutter = loaded.layer
+                                            ? sds_render::Shutter{loaded.frame.open, loaded.frame.close}
+                                            : parse_shutter(options, {motion.get_first_time(), motion.get_last_time()});
+    for (const double time : {shutter.open, shutter.close})
+        asked_by("--shutter: ", [&] { loaded.surfaces.front().surface->check_time(time); });
+    sds_render::Scene scene(shutter);
     const auto begin = std::chrono::steady_clock::now();
     {
         const AppProgressTask task(progress.get(), "hierarchy", 0.05f);
@@ -273,7 +290,6 @@ void run_render(const RenderCommandOptions& options) {
                                          ? *pose.camera
                                          : sds_render::frame_scene(scene, pose.view, options.width, options.height),
                                      render_options, progress.get());
-        throw_if_interrupted();
         write_picture(options, rendering.image, render_options.layers);
         statistics = rendering.statistics;
     }
@@ -360,6 +376,8 @@ void add_render_command(CLI::App& program, Action& action) {
         ->allow_extra_args(false);
     CLI::Option* texture =
         command.add_option("--texture", options->texture, "PNG on the surface, through its UVs")->type_name("FILE");
+    add_size_option(command, "--texture-limit", options->texture_limit,
+                    "Refuse a texture that takes more, 1G by default");
     command.add_flag("--checker", options->checker, "Squares on the surface, through its UVs")->excludes(texture);
     command.add_option("--map", options->uv_map, "UV map of --texture and --checker, 0 the mesh's own")
         ->capture_default_str();

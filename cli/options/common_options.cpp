@@ -1,17 +1,18 @@
 #include "cli/options/common_options.h"
 
-#include "cli/interrupt.h"
 #include "cli/options/usage_error.h"
 #include "io/atomic_file.h"
+#include "io/utf8.h"
 #include "qn_app_base/app_terminal_progress.h"
 
-#include <unistd.h>
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
+#include <charconv>
+#include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
+#include <set>
+#include <string_view>
 
 namespace sds_cli {
 
@@ -64,6 +65,15 @@ constexpr Choice<UvMode> uv_modes[] = {
     {"smoothed_seam_corners_fixed", UvMode::smoothed_seam_corners_fixed},
     {"smoothed_seams_fixed", UvMode::smoothed_seams_fixed},
     {"corners_and_seams_fixed", UvMode::corners_and_seams_fixed},
+    {"corners_plus1", UvMode::corners_plus1},
+    {"corners_plus2", UvMode::corners_plus2},
+    // USD's words
+    {"all", UvMode::all_fixed},
+    {"cornersOnly", UvMode::corners_fixed},
+    {"none", UvMode::all_smoothed},
+    {"boundaries", UvMode::borders_fixed},
+    {"cornersPlus1", UvMode::corners_plus1},
+    {"cornersPlus2", UvMode::corners_plus2},
 };
 
 constexpr Choice<FractionalSharpness> fractional_choices[] = {
@@ -86,7 +96,8 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
                "edgeOnly), borders (3); none (4) has no surface beside borders and needs isolation",
                &options.has_border_rule);
     add_choice(command, "--uv-interpolation", options.modes.uvs, uv_modes,
-               "Which UVs stay: all_fixed (linear), corners_fixed (the default) or one of the others",
+               "Which UVs stay: all_fixed (linear, all), corners_fixed (the default, cornersOnly), cornersPlus1 (also "
+               "where three UVs meet), cornersPlus2, borders_fixed (boundaries) or one of the others",
                &options.has_uv_rule);
     command.add_option(uv_flag, options.uv_files, "A further UV map: the vt records of a file with the same polygons")
         ->type_name("FILE")
@@ -96,8 +107,10 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
         "What becomes of a sharpness between 0 and 10: exact (the default; without isolation it is sharp), sharp "
         "(infinitely so) or drop");
     command
-        .add_option("--isolation", options.modes.depth,
-                    "Levels by which quads that are not regular are refined; 0 is one patch per quad")
+        .add_option(
+            "--isolation", options.modes.depth,
+            "Levels by which quads that are not regular are refined, and with them UV maps and properties of kind "
+            "vertex; 0 is one patch per quad")
         ->check(CLI::Range(0u, SdsRefinement::max_depth))
         ->capture_default_str();
     command
@@ -107,21 +120,40 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
         ->check(CLI::Range(0.0f, 1.0f))
         ->type_name("TAU");
     command.add_option("--threads", options.threads, "Threads to use, 0 for every core")->check(CLI::Range(0u, 1024u));
-    command
-        .add_option("--memory-limit", options.memory_limit,
-                    "Build nothing that needs more memory than this, such as 500M or 2G")
-        ->type_name("SIZE")
-        ->transform(CLI::AsSizeValue(false));
+    add_size_option(
+        command, "--memory-limit", options.memory_limit,
+        "Begin nothing that needs more memory than this, such as 500M or 1.5G: surfaces, pictures, textures, "
+        "arrays");
     command.add_option("--log-level", options.log_level, "0 errors, 1 warnings, 2 statistics, 3 details")
         ->check(CLI::Range(0u, 3u));
     command.add_flag("--quiet", options.quiet, "Print errors only");
     command.add_flag("--stats", options.statistics, "Print how long building and tracing took, and their rates");
 }
 
+void add_size_option(CLI::App& command, const std::string& flag, std::size_t& size, const std::string& help) {
+    const auto parse = [flag, &size](const std::string& text) {
+        constexpr std::string_view units = "KMGT";
+        double number = 0.0;
+        const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        std::string unit(stop, text.data() + text.size());
+        std::transform(unit.begin(), unit.end(), unit.begin(), [](char c) { return c >= 'a' ? c - 'a' + 'A' : c; });
+        if (unit.ends_with('B')) unit.pop_back();
+        if (unit.ends_with('I') && unit.size() == 2) unit.pop_back();
+        const std::size_t power = unit.empty() ? 0 : units.find(unit) + 1;
+        const double bytes = std::ldexp(number, static_cast<int>(10 * power));
+        const bool is_known = unit.empty() || (unit.size() == 1 && power != 0);
+        if (error != std::errc{} || !is_known || !(bytes >= 1.0 && bytes < 0x1p63))
+            throw CLI::ValidationError(flag, "'" + text + "' is no size; such as 500M, 1.5G");
+        size = static_cast<std::size_t>(bytes);
+    };
+    command.add_option_function<std::string>(flag, parse, help)->type_name("SIZE");
+}
+
 void add_property_option(CLI::App& command, CommonOptions& options) {
     command
         .add_option("--properties", options.property_file,
-                    "Values on the cage, a .json list of {name, kind (vertex, uniform, constant), type (float32, ...), "
+                    "Values on the cage, a .json list of {name, kind (vertex, varying, uniform, constant), type "
+                    "(float32, ...), "
                     "extent, values, indices, times}")
         ->type_name("FILE");
 }
@@ -132,19 +164,6 @@ void add_level_option(CLI::App& command, unsigned int& level) {
                     "0 for the limit surface (the default), N for flat cells, 2^N along an edge of a quad of the cage")
         ->check(CLI::Range(0u, max_level));
 }
-
-namespace {
-
-template <class Bar>
-class InterruptibleBar : public Bar {
-public:
-    using Bar::Bar;
-
-protected:
-    bool is_cancelled() override { return get_interrupt() != 0; }
-};
-
-}  // namespace
 
 SurfaceModes get_modes(const CommonOptions& options, const CageRules& rules) {
     SurfaceModes modes = options.modes;
@@ -157,27 +176,29 @@ SurfaceModes get_modes(const CommonOptions& options, const CageRules& rules) {
 }
 
 std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title) {
-    if (options.quiet) return std::make_unique<InterruptibleBar<AppProgressBar>>();
-    return std::make_unique<InterruptibleBar<AppTerminalProgress>>(stderr, CoreString(title));
+    if (options.quiet) return std::make_unique<AppProgressBar>();
+    return std::make_unique<AppTerminalProgress>(stderr, CoreString(title));
 }
 
-void print_line(const std::string& line) { std::fputs((line + "\n").c_str(), stderr); }
+void print_line(const std::string& line) { std::fputs((printable(line) + "\n").c_str(), stderr); }
 
 void print_text(const std::string& text) {
-    AtomicFile out("-", throw_if_interrupted);
+    AtomicFile out("-");
     out.write(text);
     out.commit();
 }
 
-void check_output(const std::string& path) {
-    if (path == "-") return;
-    namespace fs = std::filesystem;
-    std::error_code error;
-    if (fs::is_directory(path, error)) throw OutputError(path, "is a folder");
-    const fs::path folder = fs::path(path).parent_path();
-    const bool is_special = fs::exists(path, error) && !fs::is_regular_file(path, error);
-    if (!is_special && access(folder.empty() ? "." : folder.c_str(), W_OK) != 0)
-        throw OutputError(path, std::strerror(errno));
+void check_outputs(const std::vector<std::string>& paths) {
+    std::set<std::string> files;
+    for (const std::string& path : paths) {
+        check_writable(path);
+        std::error_code error;
+        const std::filesystem::path file =
+            std::filesystem::weakly_canonical(std::filesystem::absolute(follow_links(path)), error);
+        const bool is_kept = path == "-" || !exists(file, error) || is_regular_file(file, error);
+        if (is_kept && !files.insert(path == "-" ? path : file.string()).second)
+            throw UsageError(path + ": two outputs in one place");
+    }
 }
 
 }  // namespace sds_cli

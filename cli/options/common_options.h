@@ -30,7 +30,7 @@ struct CommonOptions {
     FractionalSharpness fractional = FractionalSharpness::exact;
     unsigned int threads = 0;  ///< 0: one per core
     unsigned int log_level = 1;
-    std::size_t memory_limit = 0;  ///< bytes that a build may need; 0: no limit
+    std::size_t memory_limit = 0;  ///< bytes that may be needed at once; 0: no limit
     bool quiet = false;
     bool statistics = false;
 };
@@ -49,24 +49,28 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
 /// The modes of a cage's surface: those that the options ask for and, where they leave it open, the cage's own rules.
 SurfaceModes get_modes(const CommonOptions& options, const CageRules& rules);
 
+/// Adds an option that takes a size in bytes, above 0, with a unit of 1024, its square, cube or fourth power: 1.5G,
+/// 500M, 64k, 2GiB.
+void add_size_option(CLI::App& command, const std::string& flag, std::size_t& size, const std::string& help);
+
 /// Adds --properties FILE.
 void add_property_option(CLI::App& command, CommonOptions& options);
 
 /// Adds --level N with 0 (the limit surface) as default.
 void add_level_option(CLI::App& command, unsigned int& level);
 
-/// A progress bar that a signal cancels within an InterruptScope. It shows itself on the standard error stream unless
-/// the options ask for quiet.
+/// A progress bar, shown on the standard error stream unless the options ask for quiet.
 std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title);
 
-/// Prints a line to the standard error stream.
+/// Prints a line to the standard error stream, as printable() has it.
 void print_line(const std::string& line);
 
 /// Writes text to the standard output stream. Throws OutputError.
 void print_text(const std::string& text);
 
-/// Throws OutputError when no file can be made at `path`: asked before work that may take long. "-" is fine.
-void check_output(const std::string& path);
+/// Throws OutputError when one of the outputs cannot be opened and UsageError when two of them are one file: asked
+/// before work that may take long. "-" is standard output.
+void check_outputs(const std::vector<std::string>& paths);
 
 /// Makes `action` run `function` on `options` when the command is called. The options live as long as the action.
 template <class Options>

@@ -2,6 +2,7 @@
 
 #include "cli/options/common_options.h"
 #include "io/input_error.h"
+#include "model/array_size.h"
 #include "model/build_estimate.h"
 #include "model/uv_join.h"
 
@@ -79,7 +80,8 @@ LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& mot
     const SurfaceModes modes = get_modes(common, loaded.get_cage().rules);
     if (common.memory_limit != 0) {
         const bool has_motion = !loaded.motion.vectors.empty();
-        check_memory_limit(estimate_build(loaded.get_cage(), uvs, has_motion, modes), common.memory_limit);
+        const BuildEstimate estimate = estimate_build(loaded.get_cage(), uvs, has_motion, modes);
+        check_memory_limit("the surface", estimate.get_peak(), common.memory_limit);
     }
     loaded.surface = std::make_unique<Surface>(loaded.get_cage(), uvs, loaded.motion.vectors, modes, progress);
     install_time_samples(*loaded.surface, loaded.motion, loaded.get_cage().get_vertex_count());

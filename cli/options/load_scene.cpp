@@ -4,6 +4,7 @@
 #include "cli/options/usage_error.h"
 #include "io/input_error.h"
 #include "io/read_file.h"
+#include "model/array_size.h"
 #include "model/build_estimate.h"
 
 #include <CLI/CLI.hpp>
@@ -40,7 +41,8 @@ LoadedSurface build_mesh(const CommonOptions& common, MeshSource&& source, Findi
     if (findings.has_errors()) throw CageError(common.mesh, std::move(findings));
     const SurfaceModes modes = get_modes(common, source.cage.rules);
     if (common.memory_limit != 0)
-        check_memory_limit(estimate_build(source.cage, source.further_uvs, source.motion.is_moving(), modes),
+        check_memory_limit("the surface",
+                           estimate_build(source.cage, source.further_uvs, source.motion.is_moving(), modes).get_peak(),
                            common.memory_limit);
     LoadedSurface loaded;
     loaded.surface = build_surface(source, modes, progress);

@@ -244,7 +244,7 @@ void poly_check_colors(unsigned int color_count, const CoreBasicArray<unsigned i
 
 void poly_check_times(const CoreBasicArray<double>& times, PolyFindings& findings) {
     for (unsigned int i = 0; i < times.get_count(); ++i) {
-        if (!std::isfinite(times[i]))
+        if (!std::isfinite(times[i]) || !std::isfinite(times[i] - times[0]))
             findings.record(non_finite_value, {PolyArray::sample_times, none, none, i});
         else if (i > 0 && !(times[i] > times[i - 1]))
             findings.record(times_not_increasing, {PolyArray::sample_times, none, none, i});
@@ -268,7 +268,8 @@ void poly_check_property(const PolyMeshProperty& property, unsigned int vertex_c
     const PolyMesh& mesh = property.get_mesh();
     const bool is_indexed = property.has_indices();
     unsigned int items = 1;
-    if (property.get_type() == PolyMeshProperty::Type::per_vertex)
+    if (property.get_type() == PolyMeshProperty::Type::per_vertex ||
+        property.get_type() == PolyMeshProperty::Type::varying)
         items = is_indexed ? property.get_value_count() : vertex_count;
     else if (property.get_type() == PolyMeshProperty::Type::per_polygon)
         items = mesh.get_polygon_count();

@@ -14,6 +14,7 @@ public:
         per_vertex = 0,   // "vertex": smooth over the surface
         per_polygon = 1,  // "uniform"
         constant = 2,     // "constant": one item
+        varying = 3,      // "varying": one per vertex, linear on the polygons
     };
 
     PolyMeshProperty(const PolyMesh& mesh, const CoreString& name, const Type& type,
@@ -33,8 +34,8 @@ public:
     virtual const unsigned int& get_index_count() const { return m_indices.get_count(); }
     virtual const unsigned int& get_value_count() const { return m_value_count; }
 
-    // Per face-corner item of a per-vertex property whose items are not the mesh's vertices; empty for the vertices
-    // themselves.
+    // Per face-corner item of a per-vertex or varying property whose items are not the mesh's vertices; empty for the
+    // vertices themselves.
     bool has_indices() const { return !m_indices.is_empty(); }
     const CoreArray<unsigned int>& get_indices() const { return m_indices; }
     void set_indices(const CoreBasicArray<unsigned int>& indices) { m_indices = indices; }

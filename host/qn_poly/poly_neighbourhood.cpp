@@ -12,7 +12,7 @@ namespace {
 constexpr unsigned int none = 0xFFFFFFFF;
 
 // Buckets of more halves pair through slots: comparing all pairs costs the square.
-constexpr unsigned int max_compared_halves = 16;
+constexpr std::ptrdiff_t max_compared_halves = 16;
 constexpr unsigned int vertices_per_task = 16384;
 
 // What the bucket under work has seen of the edge to one higher vertex.

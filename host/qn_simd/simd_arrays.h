@@ -54,6 +54,13 @@ inline void store3(float* p, const Float4& v) {
     for (int i = 0; i < 3; ++i) p[i] = v[i];
 }
 inline Double4 join_doubles(double a, double b, double c, double d) { return {a, b, c, d}; }
+inline Double4 load_doubles(const double* p) { return {p[0], p[1], p[2], p[3]}; }
+inline void store_doubles(double* p, const Double4& v) {
+    for (int i = 0; i < 4; ++i) p[i] = v[i];
+}
+inline Float4 round_lanes(const Double4& v) {
+    return Float4::fill([&](int i) { return static_cast<float>(v[i]); });
+}
 inline void store_doubles3(double* p, const Double4& v) {
     for (int i = 0; i < 3; ++i) p[i] = v[i];
 }
@@ -83,6 +90,7 @@ inline Double4 take_root(const Double4& a) {
 inline Double4 clear_sign(const Double4& a) {
     return Double4::fill([&](int i) { return __builtin_fabs(a[i]); });
 }
+inline double add_lanes3(const Double4& v) { return (v[0] + v[1]) + v[2]; }
 inline double add_lanes(const Double4& v) { return (v[0] + v[1]) + (v[2] + v[3]); }
 
 }  // namespace QN_SIMD_NAMESPACE

@@ -13,11 +13,16 @@ struct SimdDouble4 {
     QN_SIMD_INLINE explicit SimdDouble4(double s) : v(join_doubles(s, s, s, s)) {}
     // Three numbers at any address, the last lane 0. Nothing beyond them is read or written.
     QN_SIMD_INLINE static SimdDouble4 load3(const double* p) { return join_doubles(p[0], p[1], p[2], 0.0); }
+    QN_SIMD_INLINE static SimdDouble4 load4(const double* p) { return load_doubles(p); }
+    QN_SIMD_INLINE void store4(double* p) const { store_doubles(p, v); }
     QN_SIMD_INLINE void store3(double* p) const { store_doubles3(p, v); }
     // The first three rounded to single precision, to any address.
     QN_SIMD_INLINE void store_rounded3(float* p) const { store_rounded_doubles3(p, v); }
+    QN_SIMD_INLINE void store_rounded4(float* p) const { store(p, round_lanes(v)); }
     // Four floats at any address, widened.
     QN_SIMD_INLINE explicit SimdDouble4(const float* p) : v(widen(load(p))) {}
+    // (0 + 1) + 2.
+    QN_SIMD_INLINE double sum3() const { return add_lanes3(v); }
     // (0 + 1) + (2 + 3).
     QN_SIMD_INLINE double sum() const { return add_lanes(v); }
 };

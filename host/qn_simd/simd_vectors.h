@@ -58,6 +58,13 @@ QN_SIMD_INLINE Float8 choose_less(Float8 a, Float8 b, Float8 x, Float8 y) { retu
 QN_SIMD_INLINE Float8 swap_halves(Float8 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3); }
 QN_SIMD_INLINE Float8 fill(float low, float high) { return Float8{low, low, low, low, high, high, high, high}; }
 QN_SIMD_INLINE Double4 join_doubles(double a, double b, double c, double d) { return Double4{a, b, c, d}; }
+QN_SIMD_INLINE Double4 load_doubles(const double* p) {
+    Double4 v;
+    __builtin_memcpy(&v, p, sizeof v);
+    return v;
+}
+QN_SIMD_INLINE void store_doubles(double* p, Double4 v) { __builtin_memcpy(p, &v, sizeof v); }
+QN_SIMD_INLINE Float4 round_lanes(Double4 v) { return __builtin_convertvector(v, Float4); }
 
 #else
 
@@ -106,6 +113,20 @@ QN_SIMD_INLINE Float8 fill(float low, float high) {
     return {Float4{low, low, low, low}, Float4{high, high, high, high}};
 }
 QN_SIMD_INLINE Double4 join_doubles(double a, double b, double c, double d) { return {Double2{a, b}, Double2{c, d}}; }
+QN_SIMD_INLINE Double4 load_doubles(const double* p) {
+    Double4 v;
+    __builtin_memcpy(&v.low, p, sizeof v.low);
+    __builtin_memcpy(&v.high, p + 2, sizeof v.high);
+    return v;
+}
+QN_SIMD_INLINE void store_doubles(double* p, Double4 v) {
+    __builtin_memcpy(p, &v.low, sizeof v.low);
+    __builtin_memcpy(p + 2, &v.high, sizeof v.high);
+}
+QN_SIMD_INLINE Float4 round_lanes(Double4 v) {
+    const Float2 low = __builtin_convertvector(v.low, Float2), high = __builtin_convertvector(v.high, Float2);
+    return __builtin_shufflevector(low, high, 0, 1, 2, 3);
+}
 QN_SIMD_INLINE Double4 widen(Float4 a) { return {widen_low(a), widen_high(a)}; }
 QN_SIMD_INLINE Double4 take_root(Double4 a) { return {take_root(a.low), take_root(a.high)}; }
 QN_SIMD_INLINE Double4 clear_sign(Double4 a) {
@@ -125,6 +146,11 @@ QN_SIMD_INLINE void store_rounded_doubles3(float* p, Double4 v) {
     const Float2 low = __builtin_convertvector(get_low(v), Float2);
     __builtin_memcpy(p, &low, sizeof low);
     p[2] = static_cast<float>(get_high(v)[0]);
+}
+// (0 + 1) + 2.
+QN_SIMD_INLINE double add_lanes3(Double4 v) {
+    const Double2 low = get_low(v);
+    return (low[0] + low[1]) + get_high(v)[0];
 }
 // (0 + 1) + (2 + 3).
 QN_SIMD_INLINE double add_lanes(Double4 v) {

@@ -1,5 +1,6 @@
 // Threads: locks, tasks and the task manager. The threads behind them come from the scheduler of the calling thread's
-// arena, so that whoever limits the arena (SysThreadArena) limits every manager made inside it.
+// arena, so that whoever limits the arena (SysThreadArena) limits every manager made inside it. Where the system
+// refuses threads, work goes on with those there are, at least the caller's.
 #pragma once
 
 #include <memory>

@@ -274,12 +274,12 @@ void MeshChecker::set_holes() {
             continue;
         }
         if (m_cage.holes.empty()) m_cage.holes.assign(m_cage.get_polygon_count(), 0);
-        m_cage.holes[record_number - static_cast<std::size_t>(before - dropped.begin())] = 1;
+        m_cage.holes[static_cast<std::size_t>(tag.polygon - (before - dropped.begin()))] = 1;
     }
 }
 
 std::uint32_t MeshChecker::first_corner(std::uint32_t polygon) const {
-    const auto end = m_cage.polygon_counts.begin() + polygon;
+    const auto end = m_cage.polygon_counts.begin() + static_cast<std::ptrdiff_t>(polygon);
     return std::accumulate(m_cage.polygon_counts.begin(), end, std::uint32_t{0});
 }
 

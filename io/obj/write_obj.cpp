@@ -14,7 +14,7 @@ namespace {
 
 class ObjWriter {
 public:
-    ObjWriter(const std::string& path, Cancel cancel) : m_file(path, std::move(cancel)) {}
+    explicit ObjWriter(const std::string& path) : m_file(path) {}
 
     void points(std::string_view keyword, std::span<const float> xyz, std::size_t kept) {
         for (std::size_t i = 0; i + 3 <= xyz.size(); i += 3) {
@@ -103,8 +103,8 @@ ObjMesh to_obj_mesh(const ControlCage& cage) {
             cage.corner_creases, cage.corner_sharpness, cage.vertex_sharpness, cage.holes,     cage.rules};
 }
 
-void write_obj(const std::string& path, const ObjMesh& mesh, Cancel cancel) {
-    ObjWriter writer(path, std::move(cancel));
+void write_obj(const std::string& path, const ObjMesh& mesh) {
+    ObjWriter writer(path);
     writer.points("v", mesh.positions, 3);
     writer.points("vt", mesh.uv_points, 2);
     std::size_t first = 0;

@@ -27,7 +27,7 @@ struct ObjMesh {
 ObjMesh to_obj_mesh(const sds_model::ControlCage& cage);
 
 /// Writes `mesh` as an OBJ file, whole or not at all; "-" is standard output. Numbers are the shortest that read back
-/// to the same float. Throws OutputError, and what `cancel` throws.
-void write_obj(const std::string& path, const ObjMesh& mesh, Cancel cancel = nullptr);
+/// to the same float. Throws OutputError.
+void write_obj(const std::string& path, const ObjMesh& mesh);
 
 }  // namespace sds_io

@@ -26,9 +26,15 @@ FaceVaryingLinear to_rule(SdsMeshMaps::InterpolationMode mode) {
         case Mode::smoothed_seams_fixed:
         case Mode::corners_and_seams_fixed:
             return FaceVaryingLinear::boundaries;
-        default:
-            return FaceVaryingLinear::corners_only;
+        case Mode::corners_plus1:
+            return FaceVaryingLinear::corners_plus1;
+        case Mode::corners_plus2:
+            return FaceVaryingLinear::corners_plus2;
+        case Mode::corners_fixed:
+        case Mode::smoothed_seam_corners_fixed:
+            break;
     }
+    return FaceVaryingLinear::corners_only;
 }
 
 }  // namespace
@@ -96,9 +102,8 @@ void UsdaCage::add_colors(const sds_model::ControlCage& cage) {
                               cage.color_indices});
 }
 
-void write_usda_file(const std::string& path, std::span<const UsdaMesh> meshes, const UsdaStage& stage,
-                     sds_io::Cancel cancel) {
-    sds_io::AtomicFile file(path, std::move(cancel));
+void write_usda_file(const std::string& path, std::span<const UsdaMesh> meshes, const UsdaStage& stage) {
+    sds_io::AtomicFile file(path);
     write_usda(meshes, stage, [&](std::string_view bytes) { file.write(bytes); });
     file.commit();
 }

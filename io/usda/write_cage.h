@@ -33,8 +33,7 @@ private:
     std::vector<float> crease_sharpnesses_, corner_sharpnesses_, colors_;
 };
 
-/// Writes a layer, whole or not at all; "-" is standard output. Throws OutputError, and what `cancel` throws.
-void write_usda_file(const std::string& path, std::span<const UsdaMesh> meshes, const UsdaStage& stage,
-                     sds_io::Cancel cancel = nullptr);
+/// Writes a layer, whole or not at all; "-" is standard output. Throws OutputError.
+void write_usda_file(const std::string& path, std::span<const UsdaMesh> meshes, const UsdaStage& stage);
 
 }  // namespace sds_usda

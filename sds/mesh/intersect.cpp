@@ -1,5 +1,6 @@
 // Rays and frusta against primitives.
 #include <algorithm>
+#include <cmath>
 
 #include "qn_ctx/ctx_eval.h"
 #include "sds/intersection/bezier_intersection.h"
@@ -27,13 +28,6 @@ private:
     GMathVec3<double> m_former;
 };
 
-float find_largest_coordinate(const GMathBbox3<float>& box) {
-    float largest = 0.0f;
-    for (unsigned int axis = 0; axis < 3; ++axis)
-        largest = std::max({largest, -box.get_min()[axis], box.get_max()[axis]});
-    return largest;
-}
-
 }  // namespace
 
 void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
@@ -60,7 +54,7 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
     if (!rays.has_motion_blur()) {
         sds::trace_patch(ctx, primitive,
                          ctx.get_thread()->get_kept_scratch().keep<sds::ControlCache>().get(*geometry, primitive),
-                         count, rays, geometry->is_refined() ? find_largest_coordinate(geometry->get_bbox()) : 0.0f);
+                         count, rays, geometry->get_largest_coordinate());
         return;
     }
     Vec3f controls[16];
@@ -69,9 +63,9 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
     float extent = 0.0f;
     if (geometry->is_refined()) {
         // Where the patch is by then may be farther out than the surface at rest.
-        GMathBbox3<float> box = geometry->get_bbox();
-        for (const Vec3f& c : controls) box.grow(c);
-        extent = find_largest_coordinate(box);
+        extent = geometry->get_largest_coordinate();
+        for (const Vec3f& c : controls)
+            for (unsigned int axis = 0; axis < 3; ++axis) extent = std::max(extent, std::fabs(c[axis]));
     }
     sds::trace_patch(ctx, primitive, sds::ControlLanes(controls), count, rays, extent);
 }

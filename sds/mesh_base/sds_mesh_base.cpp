@@ -6,6 +6,7 @@
 
 #include "sds/common/polygon_offsets.h"
 #include "sds/common/progress.h"
+#include "sds/mesh_base/control_opposites.h"
 #include "sds/mesh_base/cosine_table.h"
 
 SdsMeshBase::SdsMeshBase() { sds::build_cosine_table(); }
@@ -111,7 +112,6 @@ const SdsRefinement& SdsMeshBase::get_refinement() const {
     return refinement ? *refinement : unrefined;
 }
 
-// The quads know their neighbours already: those of the step lie behind each other along the halves of an edge.
 void SdsMeshBase::keep_control_cage(const unsigned int& vertex_count,
                                     const CoreBasicArray<unsigned int>& polygon_indices,
                                     const CoreBasicArray<unsigned int>& polygon_counts) {
@@ -120,27 +120,9 @@ void SdsMeshBase::keep_control_cage(const unsigned int& vertex_count,
     cage->polygon_counts = polygon_counts;
     cage->polygon_indices = polygon_indices;
     const unsigned int corner_count = polygon_indices.get_count();
-    cage->opposite_corners.resize(corner_count);
-    const auto quad_at = [this](unsigned int c) { return subdivision ? c : sds::quad_of(c); };
+    cage->opposite_corners = sds::control_opposites(quad_indices, edges, subdivision != nullptr);
     bool has_creases = false;
-    for (unsigned int c = 0; c < corner_count; ++c) {
-        unsigned int& opposite = cage->opposite_corners[c];
-        has_creases |= is_edge_crease(subdivision ? 4 * c : c);
-        opposite = sds::none;
-        if (is_primitive_void(quad_at(c))) continue;
-        if (subdivision) {
-            const unsigned int ahead = edges.opposite_edges[4 * size_t{c}];
-            if (ahead == sds::none) continue;
-            // The half that begins at a corner of the polygon across has that corner's number; where the two wind the
-            // same way it is the one behind.
-            const unsigned int next = sds::quad_of(edges.opposite_edges[4 * size_t{c} + 1]);
-            const unsigned int behind = edges.opposite_edges[4 * size_t{next} + 3];
-            opposite = sds::quad_of(sds::corner_of(ahead) == 0 ? ahead : behind);
-        } else {
-            opposite = edges.opposite_edges[c];
-        }
-        if (opposite != sds::none && is_primitive_void(quad_at(opposite))) opposite = sds::none;
-    }
+    for (unsigned int c = 0; c < corner_count; ++c) has_creases |= is_edge_crease(subdivision ? 4 * c : c);
 
     const auto has_one_per = [](unsigned int count, const auto& array) { return array.get_count() == count; };
     if (has_one_per(corner_count, refinement->edge_sharpness)) cage->edge_sharpness = refinement->edge_sharpness;

@@ -7,6 +7,7 @@
 #include "sds/mesh_geometry/corner_cache.h"
 #include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
 #include "sds/mesh_geometry/refined_surface.h"
+#include "sds/refinement/refined_chart.h"
 
 using Vec3f = GMathVec3<float>;
 using Mode = SdsMeshGeometry::InterpolationMode;
@@ -14,11 +15,7 @@ using Mode = SdsMeshGeometry::InterpolationMode;
 namespace {
 
 sds::RefinementOptions get_options(const SdsRefinement& settings, Mode mode) {
-    sds::RefinementOptions options;
-    options.depth = settings.depth;
-    options.error = static_cast<double>(settings.error);
-    options.chaikin = settings.chaikin;
-    options.smooth_triangles = settings.smooth_triangles;
+    sds::RefinementOptions options = sds::get_refinement_options(settings);
     options.border_rule = settings.open_borders         ? sds::BorderRule::open
                           : mode == Mode::corners_fixed ? sds::BorderRule::edge_and_corner
                           : mode == Mode::borders_fixed ? sds::BorderRule::fixed
@@ -45,6 +42,7 @@ unsigned int find_finest_level(const sds::PatchPlaces& places) {
 
 const sds::PatchPlaces& SdsMeshGeometry::get_places() const { return refinement->get_places(); }
 unsigned int SdsMeshGeometry::get_finest_level() const { return refinement->finest_level; }
+float SdsMeshGeometry::get_largest_coordinate() const { return refinement ? refinement->largest_coordinate : 0.0f; }
 unsigned int SdsMeshGeometry::get_patch_count() const {
     return refinement ? refinement->get_places().get_patch_count() : base->get_primitive_count();
 }
@@ -75,22 +73,33 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
             built->topology = refine(cage, mode, positions, progress);
         built->finest_level = find_finest_level(built->get_places());
     }
+    const auto tasks = make_task_manager(built->get_places().get_patch_count());
+    SysThreadTaskManager* const helpers = tasks && tasks->get_thread_count() > 1 ? tasks.get() : nullptr;
     former.reset();
     const bool has_motion = point_cloud.has_velocities();
     {
         const sds::ProgressTask task(progress, "compute refined patches", has_motion ? 0.2f : 0.4f);
-        built->rest.build(*built->topology, positions, sds::NetStorage::where_needed, progress);
+        built->rest.build(*built->topology, positions, sds::NetStorage::where_needed, progress, helpers);
     }
     if (has_motion) {
         const sds::ProgressTask task(progress, "compute refined motion vectors", 0.2f);
-        built->motion.build_like(built->rest, *built->topology, motion_vectors, progress);
+        built->motion.build_like(built->rest, *built->topology, motion_vectors, progress, helpers);
     } else {
         built->motion = {};
     }
     if (!is_update && has_fixed_depth) built->topology->drop_levels();
     refinement = built;
     bind_view();
-    build_boxes(0.2f, make_task_manager(get_patch_count()).get(), progress);
+    build_boxes(0.2f, tasks.get(), progress);
+    for (unsigned int axis = 0; axis < 3; ++axis)
+        built->largest_coordinate =
+            std::max({axis == 0 ? 0.0f : built->largest_coordinate, -arrays.bbox.get_min()[axis], arrays.bbox.get_max()[axis]});
+}
+
+std::shared_ptr<const sds::RefinedTopology> SdsMeshGeometry::get_refined_levels() const {
+    if (refinement->topology->has_levels()) return refinement->topology;
+    // Levels went because positions did not decide them.
+    return refine(*base->get_control_cage(), mode, {}, nullptr);
 }
 
 void SdsMeshGeometry::keep_refined_levels() {

@@ -12,6 +12,7 @@ struct SdsMeshGeometry::Refinement {
     // decided the depth; else they are made again when they are needed.
     std::shared_ptr<sds::RefinedTopology> topology;
     unsigned int finest_level = 0;
+    float largest_coordinate = 0.0f;  // of the box at rest
     sds::RefinedPatches rest;
     sds::RefinedPatches motion;  // of the motion vectors; empty without
 

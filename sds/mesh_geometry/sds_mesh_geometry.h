@@ -30,6 +30,7 @@ namespace sds {
 class PatchPlaces;
 struct PatchArrays;
 class RefinedPatches;
+class RefinedTopology;
 }  // namespace sds
 
 class SDS_EXPORT SdsMeshGeometry : public ResourceData {
@@ -112,8 +113,13 @@ public:
     unsigned int get_patch_count() const;
     // Of a refined surface only: which quad each patch lies on, and where.
     const sds::PatchPlaces& get_places() const;
+    // Its topology with all levels, which values at the cage's vertices are refined by; made anew where the geometry
+    // keeps none. Not concurrent with set and set_positions_sampling.
+    std::shared_ptr<const sds::RefinedTopology> get_refined_levels() const;
     // The level of its smallest patches.
     unsigned int get_finest_level() const;
+    // The largest coordinate of the box, whatever its sign; 0 when the surface is not refined.
+    float get_largest_coordinate() const;
 
     // Equal for geometries of one build and its copies, and for no others; 0 before the first build.
     std::uint64_t get_positions_stamp() const { return arrays.positions_stamp; }

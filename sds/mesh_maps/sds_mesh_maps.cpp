@@ -5,6 +5,7 @@
 #include "sds/common/array_bytes.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_maps/control_polygons.h"
+#include "sds/mesh_maps/refined_map.h"
 
 using sds::bytes_of;
 using sds::none;
@@ -22,11 +23,17 @@ SdsMeshMaps::SdsUvMap& SdsMeshMaps::SdsUvMap::operator=(const SdsUvMap& other) {
     patch_indices = other.patch_indices;
     patches = other.patches;
     corners = other.corners;
+    refined = other.refined;
     bind_controls();
     return *this;
 }
 
 void SdsMeshMaps::SdsUvMap::bind_controls() {
+    if (refined) {
+        controls = SdsBezierMesh(refined->get_patch_count(), vertex_count, quad_indices.get_data(), nullptr, nullptr);
+        controls.add_controls(vertices.get_data(), refined->controls.get_data(), 1.0f);
+        return;
+    }
     controls = SdsBezierMesh(quad_indices.get_count() / 4, vertex_count, quad_indices.get_data(), patches.get_data(),
                              vertices.get_data(), corners.get_data(), patch_indices.get_data());
 }
@@ -34,8 +41,10 @@ void SdsMeshMaps::SdsUvMap::bind_controls() {
 size_t SdsMeshMaps::SdsUvMap::get_memory_size() const {
     return sizeof(*this) + name.get_count() + bytes_of(quad_indices) + bytes_of(vertices) + bytes_of(vertex_infos) +
            bytes_of(edges.opposite_edges) + bytes_of(edges.quad_edge_flags) + bytes_of(patch_indices) +
-           bytes_of(patches) + bytes_of(corners);
+           bytes_of(patches) + bytes_of(corners) + get_refined_memory_size();
 }
+
+size_t SdsMeshMaps::SdsUvMap::get_refined_memory_size() const { return refined ? refined->get_memory_size() : 0; }
 
 const CoreClassInfo& SdsMeshMaps::get_class_info() const { return class_info(); }
 const CoreClassInfo& SdsMeshMaps::class_info() {
@@ -94,10 +103,16 @@ void SdsMeshMaps::set_uv_map(const GeometryUvMap& source, const ControlPolygons&
                                   map.quad_indices, map.vertex_infos, map.edges, progress);
     }
     set_vertices_interpolation(map.quad_indices, map.edges, base->get_edges(), mode, map.vertex_infos);
+    if (mode == InterpolationMode::corners_plus1 || mode == InterpolationMode::corners_plus2)
+        set_junction_vertices_as_fixed(map);
     map.vertex_count = map.vertex_infos.get_count();
+    map.refined.reset();
+    const SdsMeshBase::ControlCage* cage = base->get_control_cage();
+    const bool is_refined = !linear && cage != nullptr && cage->refinement.refine_maps;
 
-    CoreArray<SdsMeshBase::VertexLocalTopology> fans(map.quad_indices.get_count());
-    {
+    CoreArray<SdsMeshBase::VertexLocalTopology> fans;
+    if (!is_refined) {
+        fans.resize(map.quad_indices.get_count());
         // One weight whatever the number of maps: with several of them the bar runs ahead here.
         const sds::ProgressTask task(progress, "analyse vertices topology", subdivided ? 0.25f : 0.33f);
         SdsMeshBase::analyse_vertices_local_topology(map.edges, fans, linear, progress);
@@ -111,6 +126,11 @@ void SdsMeshMaps::set_uv_map(const GeometryUvMap& source, const ControlPolygons&
         SdsMeshBase::compute_subdivision_positions(source.vertices, context, map.vertices.get_data(), linear, progress);
     } else {
         map.vertices = source.vertices;
+    }
+    if (is_refined) {
+        const sds::ProgressTask task(progress, "refine UV map", share * (subdivided ? 0.5f : 0.66f));
+        refine_uv_map(source, map, progress);
+        return;
     }
     const sds::ProgressTask task(progress, "compute UV map controls", share * (subdivided ? 0.25f : 0.33f));
     compute_uv_map_controls(context, map, linear, progress);

@@ -5,9 +5,14 @@
 // mesh; a UV map is then a second surface with the quads of the mesh, evaluated as bicubic patches. Colors are
 // subdivided and looked up bilinearly.
 //
+// Where the base is refined and says so (SdsRefinement::refine_maps), smooth UV maps are refined too, by the same rules
+// and to the same depth, with irregular vertices of their own. All is still asked by the quads and their (u, v).
+//
 // The base stays alive and unchanged as long as the maps refer to it. Built by one thread, read by any number. Inputs
 // are trusted: one index per corner (0xFFFFFFFF where a corner is unmapped), indices below the map's count.
 #pragma once
+
+#include <memory>
 
 #include "qn_geometry/geometry_fragment.h"
 #include "qn_geometry/geometry_maps.h"
@@ -34,7 +39,12 @@ public:
         smoothed_seam_corners_fixed = 4,  // only the corners of seams
         smoothed_seams_fixed = 5,         // every vertex on a seam
         corners_and_seams_fixed = 6,      // 1 and 5 together
+        corners_plus1 = 7,                // 1, and where three or more UVs meet at a vertex
+        corners_plus2 = 8,                // 7, and the ends of seams, and both of two UVs if a corner is among them
     };
+
+    // The patches of a refined map and where they are on the quads. Never changed, shared by copies.
+    struct RefinedMap;
 
     // A UV map on the surface.
     struct SdsUvMap {
@@ -47,7 +57,9 @@ public:
         CoreArray<unsigned int> patch_indices;        // per quad: fully mapped quads before it
         CoreArray<SdsMeshBase::BezierPatch> patches;  // per fully mapped quad; empty for a linear map
         CoreArray<Vec3f> corners;                     // limit point per vertex; empty for a linear map
-        SdsBezierMesh controls;                       // view over the arrays above
+        // Null unless the map is refined, which then has no patches and corners of quads.
+        std::shared_ptr<const RefinedMap> refined;
+        SdsBezierMesh controls;  // view over the arrays above; of a refined map, by its own patches
 
         SdsUvMap() = default;
         SdsUvMap(const SdsUvMap& other) { *this = other; }
@@ -56,6 +68,8 @@ public:
         SdsUvMap& operator=(SdsUvMap&&) = default;
         void bind_controls();
         size_t get_memory_size() const;
+        // Of the refined patches and their places among it.
+        size_t get_refined_memory_size() const;
     };
 
     struct SdsColorMap {
@@ -79,7 +93,8 @@ public:
              const CoreArray<GeometryUvMap>& uv_maps, const CoreArray<GeometryColorMap>& color_maps,
              const InterpolationMode& mode, AppProgressBar* progress);
 
-    // The vertex classification of a mode; an unknown one changes nothing.
+    // The vertex classification of a mode; an unknown one changes nothing. Modes 7 and 8 classify as 1 does: what they
+    // add depends on the other values at a vertex of the mesh, and is `set`'s.
     static void set_vertices_interpolation(const CoreArray<unsigned int>& quad_indices,
                                            const SdsMeshBase::EdgesTopology& map_edges,
                                            const SdsMeshBase::EdgesTopology& base_edges, const InterpolationMode& mode,
@@ -112,10 +127,11 @@ public:
     // Whether all four corners have a UV; false without maps and beyond the last quad. The map index is not checked
     // when there are maps.
     bool is_primitive_uv_mapped(const unsigned int& quad, const unsigned int& uv_map) const;
-    // A quad's sixteen controls in a UV map, NaN when it is not mapped.
+    bool is_uv_map_refined(const unsigned int& uv_map) const { return uv_maps[uv_map].refined != nullptr; }
+    // A quad's sixteen controls in a UV map, NaN when it is not mapped. A refined map has no such patch.
     void get_bezier_controls(const unsigned int& uv_map, const unsigned int& quad, Vec3f* controls) const;
 
-    // u, v, w and their derivatives per patch parameter. Ask is_primitive_uv_mapped first: all is NaN where it is
+    // u, v, w and their derivatives by the quad's (u, v). Ask is_primitive_uv_mapped first: all is NaN where it is
     // false.
     void compute_fragment_uvw(const CtxEval& ctx, const GeometryFragment& fragment, const unsigned int& uv_map,
                               Vec3d& uvw, Vec3d& duvw_du, Vec3d& duvw_dv) const;
@@ -133,6 +149,9 @@ private:
                     AppProgressBar* progress) const;
     void set_color_map(const GeometryColorMap& source, const ControlPolygons& polygons, float share, SdsColorMap& map,
                        AppProgressBar* progress) const;
+    void refine_uv_map(const GeometryUvMap& source, SdsUvMap& map, AppProgressBar* progress) const;
+    // Modes 7 and 8: what the seams of the whole map say of a value.
+    void set_junction_vertices_as_fixed(SdsUvMap& map) const;
     static void compute_uv_map_controls(const SdsMeshBase::TopologyContext& context, SdsUvMap& map, const bool& linear,
                                         AppProgressBar* progress);
     static void compute_subdivision_colors(const CoreBasicArray<Color8>& colors,

@@ -9,10 +9,12 @@ void SdsMeshMaps::set_vertices_interpolation(const CoreArray<unsigned int>& quad
     using Mode = InterpolationMode;
     using Rule = SdsMeshBase::VertexRule;
     const bool smooths = mode == Mode::smoothed_seam_corners_fixed || mode == Mode::smoothed_seams_fixed;
+    const bool fixes_corners =
+        mode == Mode::corners_and_seams_fixed || mode == Mode::corners_plus1 || mode == Mode::corners_plus2;
     SdsMeshBase::set_vertices_by_rule(quad_indices, map_edges,
-                                      smooths                                 ? Rule::all_smoothed
-                                      : mode == Mode::corners_and_seams_fixed ? Rule::corners_fixed
-                                                                              : static_cast<Rule>(mode),
+                                      smooths         ? Rule::all_smoothed
+                                      : fixes_corners ? Rule::corners_fixed
+                                                      : static_cast<Rule>(mode),
                                       infos);
     if (mode == Mode::smoothed_seam_corners_fixed)
         set_discontinuities_corner_vertices_as_fixed(quad_indices, map_edges, base_edges, infos);

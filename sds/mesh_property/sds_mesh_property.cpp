@@ -4,6 +4,7 @@
 
 #include "sds/mesh_property/property_callbacks.h"
 #include "sds/mesh_property/property_rules.h"
+#include "sds/mesh_property/refined_values.h"
 
 using Mode = SdsMeshGeometry::InterpolationMode;
 
@@ -11,6 +12,7 @@ void SdsMeshProperty::Sample::clear() {
     values = nullptr;
     surface_values.reset();
     corners.reset();
+    refined.reset();
 }
 
 SdsMeshProperty::SdsMeshProperty(const SdsMesh& sds_mesh, const PolyMeshProperty& property)
@@ -26,7 +28,7 @@ SdsMeshProperty::SdsMeshProperty(const SdsMesh& sds_mesh, const PolyMeshProperty
 }
 
 SdsMeshProperty::SdsMeshProperty(const SdsMeshProperty& other)
-    : GeometryProperty(other), source(other.source), mesh(other.mesh), indices(other.indices) {
+    : GeometryProperty(other), source(other.source), mesh(other.mesh), indices(other.indices), levels(other.levels) {
     if (other.topology) {
         topology = std::make_unique<Topology>();
         topology->vertex_infos = other.topology->vertex_infos;
@@ -43,6 +45,7 @@ SdsMeshProperty::SdsMeshProperty(const SdsMeshProperty& other)
         const Sample& from = other.samples[i];
         if (from.surface_values) samples[i].surface_values = std::make_unique<ResourceProperty>(*from.surface_values);
         if (from.corners) samples[i].corners = std::make_unique<ResourceProperty>(*from.corners);
+        samples[i].refined = from.refined;
         samples[i].values = from.surface_values ? samples[i].surface_values.get() : from.values;
     }
 }
@@ -61,7 +64,10 @@ size_t SdsMeshProperty::get_memory_size() const {
     for (const Sample& sample : samples) {
         if (sample.surface_values) size += sample.surface_values->get_memory_size();
         if (sample.corners) size += sample.corners->get_memory_size();
+        if (sample.refined) size += sample.refined->get_memory_size();
     }
+    if (levels.topology) size += levels.topology->get_memory_size();
+    if (levels.places) size += levels.places->get_memory_size();
     if (topology) {
         size += sizeof(Topology) + topology->vertex_infos.get_count() + topology->edges.quad_edge_flags.get_count();
         size += sizeof(unsigned int) *
@@ -107,7 +113,7 @@ void SdsMeshProperty::init_quads() {
 }
 
 bool SdsMeshProperty::init_indices() {
-    if (!source->has_indices() && !topology && mesh->get_geometry()->is_refined() &&
+    if (!source->has_indices() && !topology && mesh->get_geometry()->is_refined() && !is_refined() &&
         source->get_type() == PolyMeshProperty::Type::per_vertex)
         init_quads();
     if (!need_indices_init()) return true;
@@ -135,6 +141,10 @@ bool SdsMeshProperty::init_indices() {
     const auto rule =
         mode <= Mode::borders_fixed ? static_cast<SdsMeshBase::VertexRule>(mode) : SdsMeshBase::VertexRule::all_fixed;
     SdsMeshBase::set_vertices_by_rule(indices, own->edges, rule, own->vertex_infos);
+    if (is_refined()) {
+        topology = std::move(own);
+        return true;
+    }
     const bool linear = mode == Mode::all_fixed;
     own->local_topologies.resize(indices.get_count());
     SdsMeshBase::analyse_vertices_local_topology(own->edges, own->local_topologies, linear, nullptr);
@@ -148,10 +158,14 @@ bool SdsMeshProperty::init(const unsigned int& sample, const ResourceProperty* v
     Sample& entry = samples[sample];
     entry.clear();
     if (values == nullptr || values->get_type() != get_value_type()) return false;
-    const bool has_topology = init_indices();
+    const bool has_topology = source->get_type() == PolyMeshProperty::Type::varying || init_indices();
     switch (source->get_type()) {
         case PolyMeshProperty::Type::per_vertex:
             break;
+        case PolyMeshProperty::Type::varying:
+            entry.surface_values = std::make_unique<ResourceProperty>(*values);
+            entry.values = entry.surface_values.get();
+            return true;
         case PolyMeshProperty::Type::per_polygon:
         case PolyMeshProperty::Type::constant:
             entry.values = values;
@@ -160,6 +174,10 @@ bool SdsMeshProperty::init(const unsigned int& sample, const ResourceProperty* v
             return false;
     }
     if (!has_topology) return false;
+    if (is_refined()) {
+        init_refined(entry, *values);
+        return true;
+    }
 
     const SdsMeshBase& base = *mesh->get_base();
     const bool linear = mesh->get_geometry()->get_interpolation_mode() == Mode::all_fixed;

@@ -7,6 +7,11 @@
 //   per vertex   smooth: carried through the surface's own subdivision, limit and patch rules, in double precision;
 //                derivatives along u and v are per patch parameter, the third derivative is zero. At a fixed
 //                tessellation level the value is that of the cell's corner (SdsMesh::get_cell_corner), as for UVs.
+//                Where the base is refined and says so (SdsRefinement::refine_maps), values are refined like positions,
+//                by the same rules and as deep.
+//   varying      linear: bilinear on polygons of four corners, and on the quads of the others between their corners,
+//   the
+//                edges' middles and the mean of the corners. Same derivatives, same cells.
 //   per polygon  the same all over a polygon's quads; derivatives zero.
 //   constant     item 0; derivatives zero.
 //
@@ -23,6 +28,11 @@
 #include "sds/common/sds_export.h"
 #include "sds/mesh/sds_mesh.h"
 
+namespace sds {
+class RefinedTopology;
+class RefinedValues;
+}  // namespace sds
+
 class SDS_EXPORT SdsMeshProperty : public GeometryProperty {
 public:
     SdsMeshProperty(const SdsMesh& mesh, const PolyMeshProperty& property);
@@ -36,8 +46,8 @@ public:
     size_t get_memory_size() const override;
 
     // Makes one time sample ready to be evaluated. Per-polygon and constant values are used where they are and must
-    // stay alive. False, with the sample emptied, for missing values, values of another type, or a kind of property
-    // that is not evaluated. Void primitives and quads with a corner that has no index give no values.
+    // stay alive; others are copied. False, with the sample emptied, for missing values, values of another type, or a
+    // kind of property that is not evaluated. Void primitives and quads with a corner that has no index give no values.
     bool init(const unsigned int& sample, const ResourceProperty* values);
 
     const SdsMesh& get_mesh() const { return *mesh; }
@@ -54,6 +64,11 @@ public:
         return samples[sample].corners.get();
     }
 
+    // The refined values of a sample, which has no values and limit values of quads then; null when absent.
+    const sds::RefinedValues* get_refined_values(const unsigned int& sample) const {
+        return samples[sample].refined.get();
+    }
+
     // What evaluation reads: the indices and patch records (null for bilinear patches) that the surface values belong
     // to.
     const CoreBasicArray<unsigned int>& get_quad_indices() const;
@@ -64,6 +79,7 @@ private:
         const ResourceProperty* values = nullptr;
         std::unique_ptr<ResourceProperty> surface_values;
         std::unique_ptr<ResourceProperty> corners;
+        std::shared_ptr<const sds::RefinedValues> refined;
 
         void clear();
     };
@@ -75,8 +91,18 @@ private:
         CoreArray<SdsMeshBase::BezierPatch> patches;
     };
 
+    // What the samples of a refined property share.
+    struct RefinedLevels {
+        // The levels are there until every sample is ready.
+        std::shared_ptr<const sds::RefinedTopology> topology;
+        std::shared_ptr<const sds::PatchPlaces> places;
+    };
+
+    bool is_refined() const;
     bool init_indices();
     void init_quads();
+    void init_levels(const ResourceProperty& values);
+    void init_refined(Sample& entry, const ResourceProperty& values);
     bool need_indices_init() const { return source->has_indices() && indices.is_empty(); }
     SdsMeshBase::TopologyContext get_topology_context() const;
 
@@ -85,4 +111,5 @@ private:
     CoreArray<Sample> samples;
     CoreArray<unsigned int> indices;
     std::unique_ptr<Topology> topology;
+    RefinedLevels levels;
 };

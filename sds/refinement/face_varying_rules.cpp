@@ -12,7 +12,7 @@ CoreArray<float> chart_vertex_sharpness(const RefinementCage& mesh, const Refine
     for (const unsigned int count : chart.polygon_counts) {
         for (unsigned int j = 0; j < count; ++j) {
             const unsigned int c = begin + j;
-            if (chart.polygon_indices[c] == none) continue;
+            if (chart.polygon_indices[c] == none || mesh.polygon_indices[c] == none) continue;
             ValueSurroundings& value = values[chart.polygon_indices[c]];
             ++value.face_count;
             if (vertices[chart.polygon_indices[c]] == none)

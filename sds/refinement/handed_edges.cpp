@@ -25,49 +25,62 @@ size_t HandedEdges::Levels::get_memory_size() const {
 
 void HandedEdges::begin_level(const RefinementLevel& level, const RefinementLevel* fine) {
     m_is_first = m_level == nullptr;
-    if (m_is_first) m_here.start(level);
     m_level = &level;
     m_fine = fine;
     if (fine != nullptr) m_below.start(*fine);
 }
 
+// Whether there may be finer patches across the edge at a face-corner.
+bool HandedEdges::is_finer_across(unsigned int c) const {
+    const unsigned int o = m_level->edges.opposite_edges[c];
+    return o == none || m_level->states[m_level->face_of(o)] == FaceState::refined;
+}
+
 void HandedEdges::exchange(unsigned int face, Vec3f* controls) {
-    if (m_is_first && (m_fine == nullptr || m_level->face_children[face] == none)) return;
+    if (!concerns(face)) return;
     const unsigned int begin = m_level->face_begin(face);
+    const unsigned int* vertices = m_level->corner_vertices.get_data() + begin;
+    bool has_point[4];
     for (unsigned int k = 0; k < 4; ++k) {
-        const unsigned int v = m_level->corner_vertices[begin + k];
-        if (m_here.has_point[v] != 0) controls[corner_control(k)] = m_here.points[v];
-        if (m_fine != nullptr) hand_point(v, controls[corner_control(k)]);
+        has_point[k] = !m_is_first && m_here.has_point[vertices[k]] != 0;
+        if (has_point[k]) controls[corner_control(k)] = m_here.points[vertices[k]];
     }
+    const bool hands_on = m_fine != nullptr && m_level->face_children[face] != none;
     for (unsigned int k = 0; k < 4; ++k) {
-        const unsigned int edge = m_level->corner_edges[begin + k];
         const unsigned int next = (k + 1) & 3u;
-        if (const unsigned int index = m_here.edge_indices[edge]; index != none) {
+        const unsigned int edge = m_level->corner_edges[begin + k];
+        // The ends of an edge are handed with it.
+        const unsigned int index = has_point[k] && has_point[next] ? m_here.edge_indices[edge] : none;
+        if (index != none) {
             const Edge& handed = m_here.edges[index];
-            const bool is_forward = handed.start == m_level->corner_vertices[begin + k];
+            const bool is_forward = handed.start == vertices[k];
             controls[leaving_edge_control(k)] = handed.controls[is_forward ? 1 : 2];
             controls[arriving_edge_control(next)] = handed.controls[is_forward ? 2 : 1];
-        } else if (m_fine != nullptr && m_level->has_halves(edge)) {
+        } else if (hands_on && is_finer_across(begin + k) && m_level->has_halves(edge)) {
             const Vec3f own[4] = {controls[corner_control(k)], controls[leaving_edge_control(k)],
                                   controls[arriving_edge_control(next)], controls[corner_control(next)]};
-            hand_halves(edge, m_level->corner_vertices[begin + k], own);
+            hand_halves(edge, vertices[k], own);
         }
     }
 }
 
-void HandedEdges::end_level() {
+void HandedEdges::end_level(const PatchLimits<GMathVec3<double>>& limits) {
     if (m_fine == nullptr) return;
-    for (unsigned int v = 0; v < m_level->vertex_count; ++v)
-        if (m_here.has_point[v] != 0) hand_point(v, m_here.points[v]);
-    for (unsigned int e = 0; e < m_level->edge_count; ++e)
-        if (const unsigned int index = m_here.edge_indices[e]; index != none && m_level->has_halves(e))
-            hand_halves(e, m_here.edges[index].start, m_here.edges[index].controls);
+    const unsigned int* children = m_level->vertex_children.get_data();
+    for (unsigned int v = 0; v < m_level->vertex_count; ++v) {
+        if (children[v] == none) continue;
+        if (!m_is_first && m_here.has_point[v] != 0)
+            hand_point(children[v], m_here.points[v]);
+        else if (limits.is_touched(v))
+            hand_point(children[v], Vec3f(limits.get(v)));
+    }
+    for (unsigned int i = 0; !m_is_first && i < m_here.edges.get_count(); ++i)
+        if (const unsigned int e = m_here.edges[i].edge; m_level->has_halves(e))
+            hand_halves(e, m_here.edges[i].start, m_here.edges[i].controls);
     std::swap(m_here, m_below);
 }
 
-void HandedEdges::hand_point(unsigned int v, const Vec3f& point) {
-    const unsigned int child = m_level->vertex_children[v];
-    if (child == none) return;
+void HandedEdges::hand_point(unsigned int child, const Vec3f& point) {
     m_below.has_point[child] = 1;
     m_below.points[child] = point;
 }
@@ -87,9 +100,10 @@ void HandedEdges::hand_halves(unsigned int edge, unsigned int start, const Vec3f
     m_below.has_point[point] = 1;
     m_below.points[point] = middle;
     m_below.edge_indices[first] = m_below.edges.get_count();
-    m_below.edges.add({m_level->vertex_children[start], {p[0], ab, abc, middle}});
-    m_below.edge_indices[halves[is_forward ? 1 : 0]] = m_below.edges.get_count();
-    m_below.edges.add({point, {middle, bcd, cd, p[3]}});
+    m_below.edges.add({first, m_level->vertex_children[start], {p[0], ab, abc, middle}});
+    const unsigned int second = halves[is_forward ? 1 : 0];
+    m_below.edge_indices[second] = m_below.edges.get_count();
+    m_below.edges.add({second, point, {middle, bcd, cd, p[3]}});
 }
 
 }  // namespace sds

@@ -8,7 +8,7 @@
 
 #include "qn_gmath/gmath_vec.h"
 #include "sds/refinement/kept_scratch.h"
-#include "sds/refinement/refinement_level.h"
+#include "sds/refinement/regular_patches.h"
 
 namespace sds {
 
@@ -18,13 +18,24 @@ public:
 
     // Levels come in order, `fine` null at the last.
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine);
-    // Puts what was handed to a patch of the level in place of its own controls, and hands on what finer patches share
-    // with it.
+    // Whether anything is handed to or from the level, or a face.
+    bool concerns_level() const { return !m_is_first || m_fine != nullptr; }
+    bool concerns(unsigned int face) const {
+        if (m_fine != nullptr && m_level->face_children[face] != none) return true;
+        if (m_is_first) return false;
+        const unsigned int* v = m_level->corner_vertices.get_data() + 4 * size_t{face};
+        const unsigned char* has_point = m_here.has_point.get_data();
+        return (has_point[v[0]] | has_point[v[1]] | has_point[v[2]] | has_point[v[3]]) != 0;
+    }
+    // Puts what was handed to a patch of the level in place of its own controls, and hands on the edges that finer
+    // patches share with it.
     void exchange(unsigned int face, Vec3f* controls);
-    void end_level();
+    // Hands on the limit points that patches of the level touch.
+    void end_level(const PatchLimits<GMathVec3<double>>& limits);
 
 private:
     struct Edge {
+        unsigned int edge;   // of the level
         unsigned int start;  // vertex
         Vec3f controls[4];
     };
@@ -41,7 +52,8 @@ private:
         size_t get_memory_size() const;
     };
 
-    void hand_point(unsigned int v, const Vec3f& point);
+    bool is_finer_across(unsigned int c) const;
+    void hand_point(unsigned int child, const Vec3f& point);
     void hand_halves(unsigned int edge, unsigned int start, const Vec3f* controls);
 
     const RefinementLevel* m_level = nullptr;

@@ -20,7 +20,6 @@ LeafPatches::LeafPatches(const RefinementLevel& level)
 
 // A large fan is walked once for all of its corners, which keeps huge valences linear.
 SdsMeshBase::VertexLocalTopology LeafPatches::Reading::corner_fan(unsigned int e) {
-    constexpr unsigned int great_valence = 16;
     if (!great_fans.is_empty() && great_fans[e].valence != 0) return great_fans[e];
     Fan fan;
     SdsMeshBase::analyse_vertex_local_topology(*edges, e, fan);

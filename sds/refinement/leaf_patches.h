@@ -15,6 +15,9 @@ public:
     using Vec3d = GMathVec3<double>;
     using Nets = DerivativeNets<Vec3d>;
 
+    // Fans of so many quads are walked once, for all of their corners, and begin at the corner that comes first.
+    static constexpr unsigned int great_valence = 16;
+
     explicit LeafPatches(const RefinementLevel& level);
 
     // The limit point of the vertex at half-edge e.

@@ -1,4 +1,5 @@
 // What a level takes, and levels that builds leave to the next of their thread.
+#include <new>
 #include <utility>
 
 #include "sds/common/array_bytes.h"
@@ -57,12 +58,16 @@ RefinementLevel take_level() {
     return level;
 }
 
-void give_level(RefinementLevel&& level) {
+void give_level(RefinementLevel&& level) noexcept {
     KeptLevels& kept = kept_levels();
     const size_t size = level.get_memory_size();
     if (kept.bytes + size > max_kept_bytes) return;
     const unsigned int count = kept.levels.get_count();
-    kept.levels.resize(count + 1);
+    try {
+        kept.levels.resize(count + 1);
+    } catch (const std::bad_alloc&) {
+        return;  // nothing is kept then
+    }
     kept.levels[count] = std::move(level);
     kept.bytes += size;
 }

@@ -18,6 +18,7 @@
 #include <algorithm>
 
 #include "qn_core/core_array.h"
+#include "qn_geometry/geometry_fragment.h"
 #include "sds/common/half_edge.h"
 
 namespace sds {
@@ -81,7 +82,16 @@ public:
         return {found, u * scale - patch.x(), v * scale - patch.y(), 0};
     }
 
-    // The inverse. On a patch that covers four quads the middle lines belong to the quads with the larger coordinate.
+    // How derivatives by the (u, v) of a patch that was found become those by the quad's.
+    GeometryPlace get_frame(const PatchPlace& at) const {
+        GeometryPlace frame;
+        frame.turns = at.turns;
+        frame.derivative_scale = static_cast<double>(m_patches[at.patch].derivative_scale());
+        return frame;
+    }
+
+    // The inverse of find_patch. On a patch that covers four quads the middle lines belong to the quads with the larger
+    // coordinate.
     QuadPoint find_quad(unsigned int patch, double u, double v) const {
         const RefinedPatch& place = m_patches[patch];
         if (place.covers_four_quads()) return find_quarter(place.quad(), u, v);

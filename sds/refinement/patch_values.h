@@ -5,6 +5,7 @@
 
 #include "sds/common/array_bytes.h"
 #include "sds/common/progress.h"
+#include "sds/mesh_base/task_chunks.h"
 #include "sds/refinement/kept_scratch.h"
 #include "sds/refinement/leaf_patches.h"
 #include "sds/refinement/refined_topology.h"
@@ -44,7 +45,7 @@ struct VisitScratch {
             vertex_count = std::max(vertex_count, topology.get_level(i).vertex_count);
         }
         values.reserve(face_count, vertex_count);
-        next.points.reserve(vertex_count);
+        next.points.reserve(vertex_count + 1);
         limits.reserve(vertex_count);
     }
     size_t get_memory_size() const {
@@ -52,33 +53,75 @@ struct VisitScratch {
     }
 };
 
+// body(begin, end) over parts of a level's candidates, on the manager's threads when there is one and enough to do.
+template <class Body>
+void run_faces(SysThreadTaskManager* tasks, const RefinementLevel& level, const Body& body) {
+    constexpr unsigned int min_threaded_faces = 256;
+    const auto work = [&body](const WorkRange& range) { body(range.begin, range.end); };
+    run_tasks<RangeTask<decltype(work)>>(level.candidate_count >= min_threaded_faces ? tasks : nullptr,
+                                         level.candidate_count, 4, nullptr, work);
+}
+
+// body(face) for the candidates from begin to end that are in a state.
+template <class Body>
+void for_each_face(const RefinementLevel& level, FaceState state, unsigned int begin, unsigned int end,
+                   const Body& body) {
+    const FaceState* states = level.states.get_data();
+    for (unsigned int f = begin; f < end; ++f)
+        if (states[f] == state) body(f);
+}
+template <class Body>
+void for_each_face(const RefinementLevel& level, FaceState state, const Body& body) {
+    for_each_face(level, state, 0, level.candidate_count, body);
+}
+
 template <class Value, class Sink>
 void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values, const RegularPatches<Value>& regular,
-                  PatchLimits<Value>& limits, Sink& sink) {
+                  PatchLimits<Value>& limits, Sink& sink, SysThreadTaskManager* tasks) {
     LeafPatches leaves(level);
-    for (unsigned int f = 0; f < level.candidate_count; ++f) {
-        if (level.states[f] != FaceState::leaf) continue;
+    unsigned int largest_valence = 0;
+    for_each_face(level, FaceState::leaf, [&](unsigned int f) {
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int v = level.corner_vertices[4 * f + k];
-            if (limits.is_known(v)) continue;
+            largest_valence = std::max(largest_valence, level.valences[v]);
+            if (limits.is_known(v)) {
+                limits.touch(v);
+                continue;
+            }
             const bool is_regular = level.vertex_kinds[v] == RefinementLevel::regular_vertex;
             limits.set(v, is_regular ? regular.limit_at(f, k) : leaves.limit_at(4 * f + k, values));
         }
-        Value controls[16];
-        leaves.compute(f, values, limits, controls);
-        sink.add_leaf(f, level.face_patches[f], controls, values, leaves);
-    }
+    });
+    sink.begin_leaves(level);
+    const auto visit = [&](LeafPatches& own, unsigned int begin, unsigned int end) {
+        for_each_face(level, FaceState::leaf, begin, end, [&](unsigned int f) {
+            Value controls[16];
+            own.compute(f, values, limits, controls);
+            sink.add_leaf(f, level.face_patches[f], controls, values, own);
+        });
+    };
+    // A great fan belongs to the face that meets it first.
+    if (tasks == nullptr || largest_valence >= LeafPatches::great_valence)
+        visit(leaves, 0, level.candidate_count);
+    else
+        run_faces(tasks, level, [&](unsigned int begin, unsigned int end) {
+            LeafPatches own(level);
+            visit(own, begin, end);
+        });
+    sink.end_leaves(level);
 }
 
 // Gives every patch's exact controls to the sink, level by level, the leaves of a level last:
 //     sink.begin_level(level, next level or null)
-//     sink.add_regular(face, patch, compute), where compute(put) calls put(control, lanes) for all sixteen
-//     sink.add_leaf(face, patch, 16 controls, values of the level, leaves)
-//     sink.end_level()
+//     sink.add_regular(level, values, limits, regular), for all emitted faces at once
+//     sink.begin_leaves(level), where it has any
+//     sink.add_leaf(face, patch, 16 controls, values of the level, leaves), on the manager's threads when there is one
+//     sink.end_leaves(level)
+//     sink.end_level(limits)
 // `value_at(v)` is the value of the cage's vertex v. One step of progress per level.
 template <class Value, class ValueAt, class Sink>
 void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sink& sink,
-                   AppProgressBar* progress = nullptr) {
+                   AppProgressBar* progress = nullptr, SysThreadTaskManager* tasks = nullptr) {
     const unsigned int level_count = topology.get_level_count();
     if (level_count == 0) return;
     KeptScratch<VisitScratch<Value>> scratch;
@@ -105,11 +148,9 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         sink.begin_level(level, fine);
         limits.start(level.vertex_count);
         RegularPatches<Value> regular(level, values, limits);
-        for (unsigned int f = 0; f < level.candidate_count; ++f)
-            if (states[f] == FaceState::emitted)
-                sink.add_regular(f, level.face_patches[f], [&](const auto& put) { regular.compute(f, put); });
-        if (has_leaves) visit_leaves(level, values, regular, limits, sink);
-        sink.end_level();
+        sink.add_regular(level, values, limits, regular);
+        if (has_leaves) visit_leaves(level, values, regular, limits, sink, tasks);
+        sink.end_level(limits);
         values.points.swap(next.points);
         progress_step(progress, i + 1);
     }
@@ -122,13 +163,18 @@ struct ControlsVisitor {
     const Sink& sink;
 
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
-    void end_level() {}
-    template <class Compute>
-    void add_regular(unsigned int, unsigned int patch, const Compute& compute) {
-        Value controls[16];
-        compute([&](unsigned int i, const typename Access::Type& lanes) { Access::store(lanes, controls[i]); });
-        const Value* begin = controls;
-        sink(patch, begin);
+    void end_level(const PatchLimits<Value>&) {}
+    void begin_leaves(const RefinementLevel&) {}
+    void end_leaves(const RefinementLevel&) {}
+    void add_regular(const RefinementLevel& level, const LevelValues<Value>&, PatchLimits<Value>&,
+                     RegularPatches<Value>& regular) {
+        for_each_face(level, FaceState::emitted, [&](unsigned int f) {
+            Value controls[16];
+            regular.compute(
+                f, [&](unsigned int i, const typename Access::Type& lanes) { Access::store(lanes, controls[i]); });
+            const Value* begin = controls;
+            sink(level.face_patches[f], begin);
+        });
     }
     void add_leaf(unsigned int, unsigned int patch, const Value* controls, const LevelValues<Value>&, LeafPatches&) {
         sink(patch, controls);

@@ -1,11 +1,13 @@
 #include "sds/refinement/refined_patches.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 
 #include "sds/common/array_bytes.h"
 #include "sds/refinement/handed_edges.h"
 #include "sds/refinement/patch_values.h"
+#include "sds/refinement/regular_kernels/regular_kernels.h"
 
 namespace sds {
 
@@ -22,9 +24,9 @@ void store_nets(const Nets& nets, Vec3f* out) {
         for (const Vec3d& d : row) *out++ = Vec3f(d);
 }
 
-template <class Compute>
-void store_controls(const Compute& compute, Vec3d* controls) {
-    compute([controls](unsigned int i, const PointLanes& lanes) { ValueLanes<Vec3d>::store(lanes, controls[i]); });
+void compute_exact(RegularPatches<Vec3d>& regular, unsigned int face, Vec3d* controls) {
+    regular.compute(
+        face, [controls](unsigned int i, const PointLanes& lanes) { ValueLanes<Vec3d>::store(lanes, controls[i]); });
 }
 
 Nets leaf_nets(unsigned int face, const Vec3d* controls, const LevelValues<Vec3d>& values, LeafPatches& leaves) {
@@ -38,12 +40,17 @@ struct ExactSink {
     Vec3d* nets;
 
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
-    void end_level() {}
-    template <class Compute>
-    void add_regular(unsigned int, unsigned int patch, const Compute& compute) {
-        Vec3d* exact = controls + 16 * size_t{patch};
-        store_controls(compute, exact);
-        if (nets != nullptr) copy_nets(Nets(exact), patch);
+    void end_level(const PatchLimits<Vec3d>&) {}
+    void begin_leaves(const RefinementLevel&) {}
+    void end_leaves(const RefinementLevel&) {}
+    void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>&, PatchLimits<Vec3d>&,
+                     RegularPatches<Vec3d>& regular) {
+        for_each_face(level, FaceState::emitted, [&](unsigned int f) {
+            const unsigned int patch = level.face_patches[f];
+            Vec3d* exact = controls + 16 * size_t{patch};
+            compute_exact(regular, f, exact);
+            if (nets != nullptr) copy_nets(Nets(exact), patch);
+        });
     }
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
@@ -69,20 +76,25 @@ double shortest_safe_edge(const CoreBasicArray<Vec3f>& positions) {
 
 template <class Sink>
 void visit_points(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink& sink,
-                  AppProgressBar* progress) {
+                  AppProgressBar* progress, SysThreadTaskManager* tasks) {
     visit_patches<Vec3d>(
         topology, [&](unsigned int v) { return v < positions.get_count() ? Vec3d(positions[v]) : Vec3d(0, 0, 0); },
-        sink, progress);
+        sink, progress, tasks);
 }
 
 }  // namespace
 
 class RoundingSink {
 public:
-    RoundingSink(RefinedPatches& patches, NetStorage storage, double shortest_edge)
-        : m_patches(patches), m_storage(storage), m_shortest_squared(shortest_edge * shortest_edge) {}
-    RoundingSink(RefinedPatches& patches, const RefinedPatches& like) : m_patches(patches), m_like(&like) {}
+    RoundingSink(RefinedPatches& patches, NetStorage storage, double shortest_edge, SysThreadTaskManager* tasks)
+        : m_patches(patches),
+          m_storage(storage),
+          m_shortest_squared(storage == NetStorage::where_needed ? shortest_edge * shortest_edge : 0.0),
+          m_tasks(tasks) {}
+    RoundingSink(RefinedPatches& patches, const RefinedPatches& like, SysThreadTaskManager* tasks)
+        : m_patches(patches), m_storage(NetStorage::where_needed), m_like(&like), m_tasks(tasks) {}
 
+    SysThreadTaskManager* get_tasks() const { return m_tasks; }
     // Room for controls, and for nets after them.
     void start(unsigned int patch_count, unsigned int net_count) {
         m_capacity = 16 * patch_count + 24 * net_count;
@@ -92,60 +104,139 @@ public:
         m_patches.m_net_offsets.resize(patch_count);
     }
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine) { m_handed.begin_level(level, fine); }
-    void end_level() { m_handed.end_level(); }
+    void end_level(const PatchLimits<Vec3d>& limits) { m_handed.end_level(limits); }
 
-    template <class Compute>
-    void add_regular(unsigned int face, unsigned int patch, const Compute& compute) {
-        Vec3f* controls = m_patches.m_points.get_data() + 16 * size_t{patch};
-        PointLanes corners[4];
-        compute([&](unsigned int i, const PointLanes& lanes) {
-            lanes.v.store_rounded3(controls[i].get_data());
-            if ((i & 3u) == 0) corners[i >> 2] = lanes;
+    void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits,
+                     RegularPatches<Vec3d>& regular) {
+        set_sharp_limits(level, values, limits);
+        const bool has_short = compute_controls(level, view(level, values, limits));
+        if (!has_short && m_like == nullptr && m_storage != NetStorage::all) return;
+        make_room_for_nets(level, FaceState::emitted);
+        run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
+            for_each_face(level, FaceState::emitted, begin, end, [&](unsigned int f) {
+                Vec3f* nets = get_nets(level.face_patches[f]);
+                if (nets == nullptr) return;
+                Vec3d exact[16];
+                compute_exact(regular, f, exact);
+                store_nets(Nets(exact), nets);
+            });
         });
-        m_handed.exchange(face, controls);
-        if (!stores_nets(patch, false, [&] { return is_short(corners); })) return;
-        Vec3d exact[16];
-        store_controls(compute, exact);
-        add_nets(patch, Nets(exact));
     }
+    void begin_leaves(const RefinementLevel& level) {
+        for_each_face(level, FaceState::leaf, [&](unsigned int f) {
+            m_patches.m_net_offsets[level.face_patches[f]] = m_storage == NetStorage::never ? none : 0;
+        });
+        make_room_for_nets(level, FaceState::leaf);
+    }
+    // Any thread.
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
-        Vec3f* controls = m_patches.m_points.get_data() + 16 * size_t{patch};
+        Vec3f* controls = get_controls(patch);
         for (unsigned int i = 0; i < 16; ++i) controls[i] = Vec3f(exact[i]);
-        m_handed.exchange(face, controls);
-        if (stores_nets(patch, true, [] { return true; })) add_nets(patch, leaf_nets(face, exact, values, leaves));
+        if (m_tasks == nullptr) m_handed.exchange(face, controls);
+        if (Vec3f* nets = get_nets(patch); nets != nullptr) store_nets(leaf_nets(face, exact, values, leaves), nets);
+    }
+    void end_leaves(const RefinementLevel& level) {
+        if (m_tasks != nullptr) exchange(level, FaceState::leaf, 0, level.candidate_count);
     }
 
 private:
-    template <class IsShort>
-    bool stores_nets(unsigned int patch, bool is_leaf, const IsShort& is_short_patch) {
-        m_patches.m_net_offsets[patch] = none;
-        if (m_like != nullptr) return m_like->m_net_offsets[patch] != none;
-        if (m_storage != NetStorage::where_needed) return m_storage == NetStorage::all;
-        return is_leaf || is_short_patch();
+    // The limits that smooth neighbours do not tell.
+    static void set_sharp_limits(const RefinementLevel& level, const LevelValues<Vec3d>& values,
+                                 PatchLimits<Vec3d>& limits) {
+        for (const SharpVertex& vertex : level.sharp_vertices)
+            if (level.vertex_kinds[vertex.vertex] != RefinementLevel::irregular_vertex)
+                limits.set_untouched(vertex.vertex, limit_point(level, values, vertex.vertex));
     }
-    bool is_short(const PointLanes (&corners)[4]) const {
-        bool is_any = false;
-        for (unsigned int k = 0; k < 4; ++k)
-            is_any |= (corners[(k + 1) & 3u] - corners[k]).length_squared() < m_shortest_squared;
-        return is_any;
+    RegularFaces view(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits) {
+        static_assert(sizeof(FaceState) == 1);
+        RegularFaces faces;
+        faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
+        faces.patches = level.face_patches.get_data();
+        faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
+        faces.faces = level.corner_faces.get_data();
+        faces.edge_bits = level.edges.quad_edge_flags.get_data();
+        faces.vertices = level.corner_vertices.get_data();
+        faces.opposites = level.edges.opposite_edges.get_data();
+        faces.points = reinterpret_cast<const double*>(values.points.get_data());
+        faces.limits = reinterpret_cast<double*>(limits.get_data());
+        faces.is_known = limits.get_known();
+        faces.controls = reinterpret_cast<float*>(m_patches.m_points.get_data());
+        faces.net_offsets = m_patches.m_net_offsets.get_data();
+        faces.shortest_squared = m_shortest_squared;
+        faces.emitted = static_cast<unsigned char>(FaceState::emitted);
+        return faces;
     }
-    void add_nets(unsigned int patch, const Nets& nets) {
+    // Exchanges what is handed, too. Returns whether any patch is so short that it needs nets; the net offsets say
+    // which.
+    bool compute_controls(const RefinementLevel& level, const RegularFaces& faces) {
+        const RegularKernels& kernels = get_regular_kernels();
+        if (m_tasks == nullptr) {
+            // Few at a time, so that what is exchanged is still in the cache.
+            constexpr unsigned int chunk = 32;
+            unsigned int count = 0;
+            for (unsigned int begin = 0; begin < level.candidate_count; begin += chunk) {
+                const unsigned int end = std::min(begin + chunk, level.candidate_count);
+                count += kernels.compute_controls(faces, begin, end);
+                exchange(level, FaceState::emitted, begin, end);
+            }
+            return count != 0;
+        }
+        // All limit points first, each from the face that asks for it first.
+        CoreArray<unsigned int> first(level.vertex_count, none);
+        for_each_face(level, FaceState::emitted, [&](unsigned int f) {
+            for (unsigned int c = level.face_begin(f), end = c + 4; c < end; ++c) {
+                unsigned int& corner = first[level.corner_vertices[c]];
+                corner = std::min(corner, c);
+            }
+        });
+        run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
+            kernels.compute_limits(faces, first.get_data(), begin, end);
+        });
+        std::atomic<unsigned int> short_count{0};
+        run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
+            short_count += kernels.compute_controls(faces, begin, end);
+        });
+        exchange(level, FaceState::emitted, 0, level.candidate_count);
+        return short_count != 0;
+    }
+    void exchange(const RefinementLevel& level, FaceState state, unsigned int begin, unsigned int end) {
+        if (!m_handed.concerns_level()) return;
+        for_each_face(level, state, begin, end, [&](unsigned int f) {
+            if (m_handed.concerns(f)) m_handed.exchange(f, get_controls(level.face_patches[f]));
+        });
+    }
+    // Gives the patches of a level's faces that store nets, which the net offsets say, their places.
+    void make_room_for_nets(const RefinementLevel& level, FaceState state) {
         CoreArray<Vec3f>& points = m_patches.m_points;
-        const unsigned int begin = points.get_count();
-        if (begin + 24 > m_capacity) {
-            m_capacity = std::max(begin + 24 * 64, begin + begin / 8);
+        unsigned int count = points.get_count();
+        for_each_face(level, state, [&](unsigned int f) {
+            const unsigned int patch = level.face_patches[f];
+            unsigned int& offset = m_patches.m_net_offsets[patch];
+            const bool is_stored =
+                m_storage == NetStorage::all || (m_like != nullptr ? m_like->m_net_offsets[patch] : offset) != none;
+            offset = is_stored ? count - 16 * m_patches.get_patch_count() : none;
+            count += is_stored ? 24 : 0;
+        });
+        if (count > m_capacity) {
+            m_capacity = std::max(count, m_capacity + m_capacity / 8);
             points.reserve(m_capacity);
         }
-        points.resize(begin + 24);
-        m_patches.m_net_offsets[patch] = begin - 16 * m_patches.get_patch_count();
-        store_nets(nets, points.get_data() + begin);
+        points.resize(count);
+    }
+    Vec3f* get_controls(unsigned int patch) { return m_patches.m_points.get_data() + 16 * size_t{patch}; }
+    // Null for a patch that stores none.
+    Vec3f* get_nets(unsigned int patch) {
+        const unsigned int offset = m_patches.m_net_offsets[patch];
+        if (offset == none) return nullptr;
+        return m_patches.m_points.get_data() + 16 * size_t{m_patches.get_patch_count()} + offset;
     }
 
     RefinedPatches& m_patches;
-    NetStorage m_storage = NetStorage::never;
-    double m_shortest_squared = 0.0;
+    NetStorage m_storage;
+    double m_shortest_squared = 0.0;  // of edges whose patches need no nets
     const RefinedPatches* m_like = nullptr;
+    SysThreadTaskManager* m_tasks;
     unsigned int m_capacity = 0;  // of points
     HandedEdges m_handed;
 };
@@ -155,7 +246,7 @@ void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray
                            unsigned int net_count, Sink&& sink, AppProgressBar* progress) {
     try {
         sink.start(topology.get_places().get_patch_count(), net_count);
-        visit_points(topology, positions, sink, progress);
+        visit_points(topology, positions, sink, progress, sink.get_tasks());
     } catch (...) {
         *this = RefinedPatches();
         throw;
@@ -163,17 +254,21 @@ void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray
 }
 
 void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, NetStorage storage,
-                           AppProgressBar* progress) {
+                           AppProgressBar* progress, SysThreadTaskManager* tasks) {
     const PatchPlaces& places = topology.get_places();
+    // A few short patches are in most surfaces, and growing would copy all controls. Room that is not filled is memory
+    // that is never touched.
+    const unsigned int leaf_count = places.get_leaf_count();
     const unsigned int net_count = storage == NetStorage::never ? 0
                                    : storage == NetStorage::all ? places.get_patch_count()
-                                                                : places.get_leaf_count();
-    build(topology, positions, net_count, RoundingSink(*this, storage, shortest_safe_edge(positions)), progress);
+                                                                : leaf_count + leaf_count / 8 + 64;
+    build(topology, positions, net_count, RoundingSink(*this, storage, shortest_safe_edge(positions), tasks), progress);
 }
 
 void RefinedPatches::build_like(const RefinedPatches& other, const RefinedTopology& topology,
-                                const CoreBasicArray<Vec3f>& positions, AppProgressBar* progress) {
-    build(topology, positions, other.get_net_count(), RoundingSink(*this, other), progress);
+                                const CoreBasicArray<Vec3f>& positions, AppProgressBar* progress,
+                                SysThreadTaskManager* tasks) {
+    build(topology, positions, other.get_net_count(), RoundingSink(*this, other, tasks), progress);
 }
 
 size_t RefinedPatches::get_memory_size() const { return bytes_of(m_points) + bytes_of(m_net_offsets); }
@@ -181,7 +276,7 @@ size_t RefinedPatches::get_memory_size() const { return bytes_of(m_points) + byt
 void compute_exact_patches(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Vec3d* out,
                            Vec3d* nets) {
     ExactSink sink{out, nets};
-    visit_points(topology, positions, sink, nullptr);
+    visit_points(topology, positions, sink, nullptr, nullptr);
 }
 
 }  // namespace sds

@@ -3,6 +3,7 @@
 
 #include "qn_app_base/app_progress_bar.h"
 #include "qn_gmath/gmath_vec.h"
+#include "qn_sys/sys_thread.h"
 #include "sds/refinement/refined_topology.h"
 
 namespace sds {
@@ -34,12 +35,13 @@ public:
 
     // `positions` holds one per vertex of the cage, or any other vectors that follow the same weights, as motion
     // vectors do. Reuses the arrays. One step of progress per level; what is thrown, AppCancelled included, leaves
-    // them empty.
+    // them empty. With a manager its threads take part; the bits are the same for any number of them.
     void build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, NetStorage storage,
-               AppProgressBar* progress = nullptr);
+               AppProgressBar* progress = nullptr, SysThreadTaskManager* tasks = nullptr);
     // The same with nets for the patches that have them in `other`, which is of the same topology.
     void build_like(const RefinedPatches& other, const RefinedTopology& topology,
-                    const CoreBasicArray<Vec3f>& positions, AppProgressBar* progress = nullptr);
+                    const CoreBasicArray<Vec3f>& positions, AppProgressBar* progress = nullptr,
+                    SysThreadTaskManager* tasks = nullptr);
 
     size_t get_memory_size() const;
 

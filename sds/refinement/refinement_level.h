@@ -156,7 +156,7 @@ struct RefinementLevel {
 
 // Levels that later builds of this thread may use the storage of.
 RefinementLevel take_level();
-void give_level(RefinementLevel&& level);
+void give_level(RefinementLevel&& level) noexcept;
 
 // The polygons of a cage as the first level, up to its classification.
 void make_cage_level(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level);

@@ -13,6 +13,11 @@ namespace sds {
 // The limit points of the vertices that patches of a level touch, each computed once.
 template <class Value>
 class PatchLimits {
+    struct Slot {
+        // Points take four lanes, so that they can be read by one load as soon as they were written by one store.
+        alignas(std::is_same_v<Value, GMathVec3<double>> ? 32 : alignof(Value)) Value value;
+    };
+
 public:
     void reserve(unsigned int vertex_count) {
         m_limits.reserve(vertex_count);
@@ -24,15 +29,25 @@ public:
         std::fill(m_known.begin(), m_known.end(), static_cast<unsigned char>(0));
     }
     bool is_known(unsigned int v) const { return m_known[v] != 0; }
-    void set(unsigned int v, const Value& limit) {
-        m_known[v] = 1;
-        m_limits[v] = limit;
-    }
-    const Value& get(unsigned int v) const { return m_limits[v]; }
-    size_t get_memory_size() const { return (sizeof(Value) + 1) * size_t{m_limits.get_count()}; }
+    // Of a vertex that a patch touches, or may touch.
+    void set(unsigned int v, const Value& limit) { set(v, limit, touched); }
+    void set_untouched(unsigned int v, const Value& limit) { set(v, limit, untouched); }
+    void touch(unsigned int v) { m_known[v] = touched; }
+    bool is_touched(unsigned int v) const { return m_known[v] == touched; }
+    const Value& get(unsigned int v) const { return m_limits[v].value; }
+    Slot* get_data() { return m_limits.get_data(); }
+    unsigned char* get_known() { return m_known.get_data(); }
+    size_t get_memory_size() const { return (sizeof(Slot) + 1) * size_t{m_limits.get_count()}; }
+
+    static constexpr unsigned char touched = 1, untouched = 2;
 
 private:
-    CoreArray<Value> m_limits;
+    void set(unsigned int v, const Value& limit, unsigned char known) {
+        m_known[v] = known;
+        m_limits[v].value = limit;
+    }
+
+    CoreArray<Slot> m_limits;
     CoreArray<unsigned char> m_known;
 };
 

@@ -20,7 +20,7 @@ struct LevelValues {
     CoreArray<Sums> sums;
 
     void reserve(unsigned int face_count, unsigned int vertex_count) {
-        points.reserve(vertex_count);
+        points.reserve(vertex_count + 1);  // kernels read one number behind the last
         face_points.reserve(face_count);
         sums.reserve(vertex_count);
     }

@@ -64,7 +64,7 @@ TEST(BuildEstimate, LimitStopsEveryBuildingCommand) {
     };
     const SdsRun refused = exported(std::to_string(peak - 1));
     EXPECT_EQ(refused.code, 1);
-    EXPECT_THAT(refused.err, testing::HasSubstr("nothing was built"));
+    EXPECT_THAT(refused.err, testing::HasSubstr("more than the limit"));
     EXPECT_FALSE(std::filesystem::exists(out));
     EXPECT_EQ(run_sds(folder, {"info", mesh, "--memory-limit", "1K"}).code, 1);
     EXPECT_EQ(run_sds(folder, {"info", mesh, "--memory-limit", "much"}).code, 2);

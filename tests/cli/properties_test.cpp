@@ -189,9 +189,10 @@ TEST_F(Properties, RefusesWithNameExpectedAndFound) {
         {with({{"values", {1, 2, 3, 4, 5, 6, 7, 256}}, {"type", "uint8"}}), {"uint8", "256 in item 7"}},
         {with({{"values", {1, 2, 3, 4, 5, 6, 7, 0.5}}, {"type", "int32"}}), {"int32", "0.5 in item 7"}},
         {with({{"values", {1, 2, 3, 4, 5, 6, 7, 1e39}}}), {"float32", "1e+39 in item 7"}},
+        {with({{"type", "float64"}, {"values", {1, 2, 3, 4, 5, 6, 7, 1.7e308}}}), {"1e300", "1.7e+308 in item 7"}},
         {with({{"values", {1, 2, 3, 4, 5, 6, 7, 65520}}, {"type", "float16"}}), {"float16", "65520 in item 7"}},
         {with({{"type", "float"}}), {"'heat': type:", "float16, float32", "found 'float'"}},
-        {with({{"kind", "varying"}}), {"vertex, uniform or constant", "varying"}},
+        {with({{"kind", "vary"}}), {"vertex, varying, uniform or constant", "vary"}},
         {with({{"extent", 0}}), {"extent: expected a whole number", "found 0"}},
         {with({{"color", 1}}), {"found 'color'"}},
         {with({{"name", "a b"}}), {"name: expected", "a b"}},
@@ -208,8 +209,8 @@ TEST_F(Properties, RefusesWithNameExpectedAndFound) {
     };
     for (const auto& [list, reasons] : wrong) {
         const std::string sidecar = write_sidecar(folder, list);
-        const SdsRun run =
-            run_sds(folder, {"export", cube, "--properties", sidecar, "--property", "heat", out, "--patches", out});
+        const SdsRun run = run_sds(
+            folder, {"export", cube, "--properties", sidecar, "--property", "heat", out, "--patches", "/dev/null"});
         EXPECT_EQ(run.code, 2) << list << run.err;
         EXPECT_THAT(run.err, HasSubstr(sidecar + ": "));
         for (const char* reason : reasons) EXPECT_THAT(run.err, HasSubstr(reason)) << list;

@@ -1,6 +1,5 @@
 #include "fuzz/byte_source.h"
 #include "fuzz/targets.h"
-#include "io/frustum_file.h"
 #include "io/input_error.h"
 #include "io/property_file.h"
 
@@ -24,13 +23,9 @@ void sds_fuzz::read_json_bytes(const std::uint8_t* data, std::size_t size) {
     if (text.find("npy") != std::string_view::npos) return;
     static const ControlCage cage = two_quads();
     try {
-        if (text.starts_with('[')) {
-            for (const PropertySource& source : read_properties_text(text, "fuzz.json", cage)) {
-                require(source.samples.size() == std::max<std::size_t>(source.times.size(), 1));
-                for (const std::uint32_t index : source.indices) require(index < source.item_count());
-            }
-        } else {
-            require(read_frustum_text(text, "fuzz.json").side_count <= GeometryFrustum::max_side_count);
+        for (const PropertySource& source : read_properties_text(text, "fuzz.json", cage)) {
+            require(source.samples.size() == std::max<std::size_t>(source.times.size(), 1));
+            for (const std::uint32_t index : source.indices) require(index < source.item_count());
         }
     } catch (const InputError&) {
     }

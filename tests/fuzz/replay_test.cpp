@@ -28,6 +28,8 @@ void replay(const char* corpus, void (*target)(const std::uint8_t*, std::size_t)
 TEST(FuzzReplay, Obj) { replay("read_obj", read_obj_bytes); }
 TEST(FuzzReplay, Usda) { replay("read_usda", read_usda_bytes); }
 TEST(FuzzReplay, Json) { replay("read_json", read_json_bytes); }
+TEST(FuzzReplay, Npy) { replay("read_npy", read_npy_bytes); }
+TEST(FuzzReplay, Frustum) { replay("read_frustum", read_frustum_bytes); }
 TEST(FuzzReplay, Mesh) { replay("build_mesh", build_mesh_bytes); }
 TEST(FuzzReplay, Patch) { replay("trace_patch", trace_patch_bytes); }
 

@@ -11,8 +11,12 @@ namespace sds_fuzz {
 void read_obj_bytes(const std::uint8_t* data, std::size_t size);
 // A USD text layer, to its meshes and transforms.
 void read_usda_bytes(const std::uint8_t* data, std::size_t size);
-// JSON: properties on a cube, or a frustum when the text does not begin with a list.
+// JSON: properties on two quads.
 void read_json_bytes(const std::uint8_t* data, std::size_t size);
+// JSON: a frustum, which then selects from a sheet.
+void read_frustum_bytes(const std::uint8_t* data, std::size_t size);
+// An array of numbers.
+void read_npy_bytes(const std::uint8_t* data, std::size_t size);
 // Counts, indices, creases, groups, UVs and rays of a mesh, through the checker to the build and its queries.
 void build_mesh_bytes(const std::uint8_t* data, std::size_t size);
 // Sixteen control points, a level and rays for the three kernels.

@@ -109,6 +109,12 @@ void run_doubles(const float* in, Results& r) {
     r.put(abs(a + b).sum());
     r.put(sqrt(a * a + b * b).sum());
     r.put(sqrt(a).sum());
+    r.put((a - b).sum3());
+    double lanes[4];
+    (a * b).store4(lanes);
+    float rounded[4];
+    SimdDouble4::load4(lanes).store_rounded4(rounded);
+    for (const float x : rounded) r.put(x);
 }
 
 void run_all(const float* in, unsigned int* out) {

@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """Installs a build into a scratch folder and uses what is there as a stranger would.
 
-Usage: check_install.py consumers|subproject|package|abi SOURCE BUILD
+Usage: check_install.py consumers|subproject|package|hardened|abi SOURCE BUILD
 
     consumers   install, move the tree, compile every public header and build the examples against it, by CMake and by
                 pkg-config; run them and the program
     subproject  a project that adds this one as a folder gets libraries, and no tests or programs
     package     pack a .deb, unpack it, run what it holds, look at its dependencies
+    hardened    the program, the libraries and the extension have the guards that they are built with
     abi         the symbols of both libraries are those on record
 
 Nothing but the named build is read, nothing in it but what cmake --install and cpack write is changed.
@@ -131,12 +132,25 @@ def package(source, build, scratch):
     check_program(scratch / "root" / "usr", source)
 
 
+def hardened(_source, build, _scratch):
+    libraries = [*(build / "lib").glob("libqn_*.so.?"), *(build / "lib").glob("*/libqn_*.so.?")]
+    extensions = list((build / "python" / "qn_sds").glob("_native*.so"))
+    expect(len(libraries) == 2, f"two libraries, not {libraries}")
+    for path in [build / "bin" / "sds", *libraries, *extensions]:
+        dynamic = run("readelf", "--wide", "--dynamic", "--segments", path)
+        expect("NOW" in dynamic and "GNU_RELRO" in dynamic, f"{path} does not bind at the start")
+        symbols = run("readelf", "--wide", "--dyn-syms", path)
+        has_guards = "__stack_chk_fail" in symbols
+        expect(has_guards or path.name.startswith("libqn_sds"), f"{path} has no guards on the stack")
+    expect("_chk@" in run("readelf", "--wide", "--dyn-syms", build / "bin" / "sds"), "no checked library calls in sds")
+
+
 def abi(source, build, _scratch):
     print(run(source / "scripts" / "check_abi", build))
 
 
 def main():
-    if len(sys.argv) != 4 or sys.argv[1] not in ("consumers", "subproject", "package", "abi"):
+    if len(sys.argv) != 4 or sys.argv[1] not in ("consumers", "subproject", "package", "hardened", "abi"):
         sys.exit(__doc__)
     # What points at other copies of the library must not help.
     for name in ("LD_LIBRARY_PATH", "CMAKE_PREFIX_PATH", "qn_sds_DIR", "DESTDIR"):

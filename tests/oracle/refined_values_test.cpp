@@ -4,9 +4,12 @@
 #include <numeric>
 #include <random>
 
+#include "oracles/built_surface.h"
 #include "oracles/refined_surface.h"
+#include "qn_ctx/ctx_eval.h"
 #include "qn_poly/poly_neighbourhood.h"
 #include "sds/common/polygon_offsets.h"
+#include "sds/mesh_maps/refined_map.h"
 #include "sds/refinement/face_varying_rules.h"
 #include "sds/refinement/patch_values.h"
 
@@ -92,36 +95,6 @@ ZooMesh cut_map(ZooMesh mesh, unsigned int seed) {
     return mesh;
 }
 
-TEST(RefinedValues, PositionsAsAPropertyReproduceTheSurface) {
-    using Property = sds::ValueComponents<double, 5>;
-    for (const char* name : {"cube_two_darts", "torus_dart", "tetrahedron_dart", "quad_fan5", "bow_tie"}) {
-        TaggedCage cage = tag_cage(zoo_mesh(name));
-        for (size_t c = 0; c < cage.edge_sharpness.size(); c += 5) cage.edge_sharpness[c] = 2.5f;
-        SCOPED_TRACE(name);
-        CoreArray<Property> values;
-        for (const Vec3f& p : cage.mesh.positions) {
-            const Vec3d q(p);
-            values.add({{q[0], q[1], q[2], 1.0, 3.0 * q[0] - q[2]}});
-        }
-        for (const unsigned int depth : {0u, 1u, 3u}) {
-            const RefinedSurface surface(cage, depth);
-            size_t visited = 0;
-            double worst = 0.0;
-            sds::compute_patch_values(surface.topology, values, [&](unsigned int patch, const Property* controls) {
-                ++visited;
-                for (unsigned int i = 0; i < 16; ++i) {
-                    const Vec3d& p = surface.controls[16 * size_t{patch} + i];
-                    const double expected[5] = {p[0], p[1], p[2], 1.0, 3.0 * p[0] - p[2]};
-                    for (unsigned int k = 0; k < 5; ++k)
-                        worst = std::max(worst, std::fabs(controls[i].c[k] - expected[k]));
-                }
-            });
-            EXPECT_EQ(visited, surface.patch_count());
-            EXPECT_LE(worst, 1e-14 * cage.mesh.diagonal());
-        }
-    }
-}
-
 // Regular patches of charts, which are most of them from level 2 on.
 TEST(RefinedValues, ChartsFollowTheFaceVaryingRules) {
     const std::pair<FaceVaryingRule, OpenSubdivOracle::FaceVarying> rules[] = {
@@ -168,6 +141,59 @@ TEST(RefinedValues, ChartsFollowTheFaceVaryingRules) {
         }
         EXPECT_GT(compared, 3000u);
     }
+}
+
+// Maps of a mesh with semi-sharp creases and sharp vertices, as the module builds them: textures turn where the surface
+// does.
+TEST(RefinedValues, MapsFollowSharpnessAsTheLibraryDoes) {
+    using FaceVarying = OpenSubdivOracle::FaceVarying;
+    using UvMode = SdsMeshMaps::InterpolationMode;
+    const std::pair<UvMode, FaceVarying> rules[] = {{UvMode::corners_fixed, FaceVarying::corners_only},
+                                                    {UvMode::corners_plus1, FaceVarying::corners_plus1},
+                                                    {UvMode::corners_plus2, FaceVarying::corners_plus2},
+                                                    {UvMode::borders_fixed, FaceVarying::boundaries},
+                                                    {UvMode::all_fixed, FaceVarying::linear_all}};
+    static const CtxShader shader;
+    const CtxEval ctx(shader);
+    std::vector<TaggedCage> cages;
+    for (const unsigned int seed : {3u, 4u})
+        for (const ZooMesh& mesh : {make_torus(6, 5), make_sheet(4), make_cut_torus(), make_pole(7)}) {
+            cages.push_back(tag_cage(cut_map(mesh, seed)));
+            cages.back().vertex_sharpness.assign(mesh.positions.size(), 0.0f);
+            cages.back().vertex_sharpness[7] = seed == 3 ? 10.0f : 1.3f;
+            const std::vector<unsigned int>& quad = mesh.indices;
+            sharpen(cages.back(), {quad[8], quad[9], quad[10]}, 1.7f);
+        }
+    for (const TaggedCage& cage : cages)
+        for (const auto& [mode, rule] : rules) {
+            SCOPED_TRACE(cage.mesh.name + ", " + OpenSubdivOracle::name_of(rule));
+            const OpenSubdivOracle oracle(cage, 9, rule);
+            BuiltSurface::Options options;
+            options.uv_mode = mode;
+            options.refinement = refinement_of(cage, 3);
+            options.refinement.refine_maps = true;
+            const BuiltSurface surface(cage.mesh, options);
+            const SdsMeshMaps::RefinedMap* map = surface.maps.get_uv_map(0).refined.get();
+            ASSERT_EQ(map == nullptr, mode == UvMode::all_fixed);
+            const unsigned int count = map != nullptr ? map->get_patch_count() : surface.quad_count();
+            double worst = 0.0, worst_derivative = 0.0;
+            for (unsigned int p = 0; p < count; ++p) {
+                if (map != nullptr && map->get_places().get_patch(p).is_leaf()) continue;
+                for (const double s : {0.0625, 0.25, 0.875})
+                    for (const double t : {0.125, 0.625}) {
+                        sds::QuadPoint at{p, s, t, 0};
+                        if (map != nullptr) at = map->get_places().find_quad(p, s, t);
+                        const SurfacePoint limit = oracle.evaluate_uv(at.quad, at.u, at.v);
+                        Vec3d uvw, du, dv;
+                        surface.maps.compute_fragment_uvw(ctx, {at.quad, at.u, at.v, 0, 0}, 0, uvw, du, dv);
+                        worst = std::max(worst, (uvw - limit.position).length());
+                        worst_derivative =
+                            std::max({worst_derivative, (du - limit.du).length(), (dv - limit.dv).length()});
+                    }
+            }
+            EXPECT_LE(worst, 1e-6);
+            EXPECT_LE(worst_derivative, 2e-5);
+        }
 }
 
 // Polygons without a map are cut out: the others are refined as if they were all there is.

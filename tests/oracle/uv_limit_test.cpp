@@ -41,6 +41,8 @@ void expect_rule(UvMode mode, FaceVarying rule,
 }
 
 TEST(UvLimit, CornersFixedIsCornersOnly) { expect_rule(UvMode::corners_fixed, FaceVarying::corners_only); }
+TEST(UvLimit, CornersPlus1IsItsRule) { expect_rule(UvMode::corners_plus1, FaceVarying::corners_plus1); }
+TEST(UvLimit, CornersPlus2IsItsRule) { expect_rule(UvMode::corners_plus2, FaceVarying::corners_plus2); }
 TEST(UvLimit, BordersFixedIsBoundaries) { expect_rule(UvMode::borders_fixed, FaceVarying::boundaries); }
 TEST(UvLimit, AllFixedIsLinear) { expect_rule(UvMode::all_fixed, FaceVarying::linear_all); }
 // The corners of the mesh are then smooth too.

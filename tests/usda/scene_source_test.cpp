@@ -232,6 +232,7 @@ TEST(SceneSource, EveryAttributeIsThatOfTheArrays) {
         MeshSource expected = make_arrays();
         SurfaceModes modes;
         modes.depth = 2;
+        modes.uvs = UvMode::corners_plus1;  // the schema's default
         each.arrays(expected, modes);
         ASSERT_NO_FATAL_FAILURE(
             expect_same_surfaces(read_one(std::string(mesh_begin) + each.text + "\n}\n"), expected, modes));
@@ -240,10 +241,9 @@ TEST(SceneSource, EveryAttributeIsThatOfTheArrays) {
 
 TEST(SceneSource, EveryRuleOfUvsIsAMode) {
     const std::pair<const char*, UvMode> rules[] = {
-        {"none", UvMode::all_smoothed},
-        {"cornersOnly", UvMode::corners_fixed},
-        {"boundaries", UvMode::borders_fixed},
-        {"all", UvMode::all_fixed},
+        {"cornersPlus1", UvMode::corners_plus1}, {"cornersPlus2", UvMode::corners_plus2},
+        {"none", UvMode::all_smoothed},          {"cornersOnly", UvMode::corners_fixed},
+        {"boundaries", UvMode::borders_fixed},   {"all", UvMode::all_fixed},
     };
     for (const auto& [word, mode] : rules) {
         SCOPED_TRACE(word);

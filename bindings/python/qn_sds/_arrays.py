@@ -45,6 +45,8 @@ def indices(value, name):
     """uint32 [n]. Negative values wrap around, so that -1 is "none"; the extension says where an index is out of range.
     Signed and unsigned 32-bit arrays are not copied."""
     array = _integers(value, name)
+    if not array.dtype.isnative:
+        array = array.astype(array.dtype.newbyteorder("="))
     if array.dtype.itemsize > 4:
         array = np.clip(array, -(2**31), 2**32 - 2).astype(np.int64).astype(np.uint32)
     elif array.dtype.itemsize == 4:
@@ -121,7 +123,9 @@ def motion(value, point_count):
         samples = np.ascontiguousarray(value[1], dtype=np.float32)
         if samples.shape != (len(times), point_count, 3):
             raise ValueError(f"motion: samples of shape {samples.shape}, expected [{len(times)}, {point_count}, 3]")
-        if len(times) == 0 or not np.all(np.isfinite(times)) or not np.all(np.diff(times) > 0):
+        with np.errstate(over="ignore"):
+            is_increasing = len(times) > 0 and np.isfinite(times[-1] - times[0]) and np.all(np.diff(times) > 0)
+        if not is_increasing or not np.all(np.isfinite(times)):
             raise ValueError("motion: times are finite and strictly increasing")
         return none[0], times, samples
     vectors = points(value, "motion")

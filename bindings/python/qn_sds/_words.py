@@ -26,11 +26,13 @@ UV_INTERPOLATION = {
     "smoothed_seam_corners_fixed": 4,
     "smoothed_seams_fixed": 5,
     "corners_and_seams_fixed": 6,
-    # USD's, the nearest of ours
+    "corners_plus1": 7,
+    "corners_plus2": 8,
+    # USD's
     "all": 0,
     "cornersOnly": 1,
-    "cornersPlus1": 1,
-    "cornersPlus2": 1,
+    "cornersPlus1": 7,
+    "cornersPlus2": 8,
     "none": 2,
     "boundaries": 3,
 }

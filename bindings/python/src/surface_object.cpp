@@ -58,10 +58,6 @@ void check_level(unsigned int level) {
     if (level > max_level) throw std::invalid_argument("level " + std::to_string(level) + ", at most 12");
 }
 
-void check_time(double time) {
-    if (!std::isfinite(time)) throw std::invalid_argument("time is not finite");
-}
-
 Fragments make_fragments(const Array<std::int32_t>& primitives, const Array<double>& uv,
                          std::span<const double> times) {
     return {span_of(primitives), span_of(uv), times};
@@ -119,7 +115,7 @@ SurfaceObject::SurfaceObject(MeshWords words, const ModeWords& mode_words) {
     m_facts.point_count = mesh.points.size() / 3;
     m_facts.face_count = mesh.face_counts.size();
 
-    const py::gil_scoped_release release;
+    const LockRelease release;
     check_arrays(mesh, m_facts.findings);
     check_finite(time_samples.positions, "time samples, point", m_facts.findings);
     throw_errors(m_facts.findings);
@@ -146,7 +142,7 @@ SurfaceObject::SurfaceObject(MeshWords words, const ModeWords& mode_words) {
 }
 
 std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, const ModeWords& words) {
-    const py::gil_scoped_release release;
+    const LockRelease release;
     const sds_model::SurfaceModes modes = make_modes(words);
     sds_io::ReadObjResult read =
         sds_io::read_obj(path, {.fractional = get_fractional(words), .is_refined = modes.is_refined()});
@@ -170,7 +166,7 @@ void SurfaceObject::update(const Array<float>& points, const Array<float>& motio
     TimeSamples time_samples = make_time_samples(times, samples);
     std::shared_ptr<const SurfaceState> next;
     {
-        const py::gil_scoped_release release;
+        const LockRelease release;
         sds_model::Findings findings;
         check_finite(span_of(points), "point", findings);
         check_finite(span_of(motion), "motion of point", findings);
@@ -194,9 +190,10 @@ py::tuple SurfaceObject::intersect(const Array<double>& origins, const Array<dou
     const HitArrays hits{primitives.mutable_data(), u.mutable_data(), v.mutable_data(), t.mutable_data()};
     const sds_render::Shutter shutter =
         sds_render::get_shutter_of(rays.size(), [&](std::size_t i) { return rays.at(i); });
+    for (const double time : {shutter.open, shutter.close}) state->surface().check_time(time);
     for (std::size_t first = 0; first < rays.size(); first += rays_per_chunk) {
         {
-            const py::gil_scoped_release release;
+            const LockRelease release;
             state->intersect(rays, first, std::min(first + rays_per_chunk, rays.size()), level, shutter, hits);
         }
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
@@ -212,7 +209,7 @@ py::array SurfaceObject::sample(const Array<std::int32_t>& primitives, const Arr
     py::array_t<double> out(Shape{extent(fragments.size()), sds_model::sample_row_size});
     double* data = out.mutable_data();
     {
-        const py::gil_scoped_release release;
+        const LockRelease release;
         state->sample(fragments, level, data);
     }
     return out;
@@ -225,7 +222,7 @@ py::array SurfaceObject::limit_points(const Array<std::int32_t>& primitives, con
     py::array_t<float> out(Shape{extent(fragments.size()), extent(limit_row_size)});
     float* data = out.mutable_data();
     {
-        const py::gil_scoped_release release;
+        const LockRelease release;
         state->compute_limit_points(fragments, data);
     }
     return out;
@@ -233,11 +230,10 @@ py::array SurfaceObject::limit_points(const Array<std::int32_t>& primitives, con
 
 py::array SurfaceObject::limit_grid(unsigned int cells, double time) const {
     if (cells == 0) throw std::invalid_argument("a grid has at least one cell");
-    check_time(time);
     const std::shared_ptr<const SurfaceState> state = m_state;
     std::vector<double> rows;
     {
-        const py::gil_scoped_release release;
+        const LockRelease release;
         rows = sds_model::sample_surface(state->surface(), cells, time);
     }
     const auto side = extent(cells) + 1;
@@ -245,11 +241,10 @@ py::array SurfaceObject::limit_grid(unsigned int cells, double time) const {
 }
 
 py::array SurfaceObject::patches(double time) const {
-    check_time(time);
     const std::shared_ptr<const SurfaceState> state = m_state;
     std::vector<float> controls;
     {
-        const py::gil_scoped_release release;
+        const LockRelease release;
         controls = sds_model::patch_controls(state->surface(), time);
     }
     const auto count = extent(controls.size()) / 48;
@@ -270,7 +265,7 @@ py::array SurfaceObject::look_up_uvs(const Array<std::int32_t>& primitives, cons
     py::array_t<double> out(Shape{extent(fragments.size()), sds_model::uv_row_size});
     double* data = out.mutable_data();
     {
-        const py::gil_scoped_release release;
+        const LockRelease release;
         state->look_up_uvs(fragments, map, data);
     }
     return out;
@@ -284,7 +279,7 @@ py::array SurfaceObject::look_up_colors(const Array<std::int32_t>& primitives, c
     py::array_t<float> out(Shape{extent(fragments.size()), 4});
     float* data = out.mutable_data();
     {
-        const py::gil_scoped_release release;
+        const LockRelease release;
         state->look_up_colors(fragments, map, data);
     }
     return out;
@@ -304,7 +299,7 @@ py::array SurfaceObject::select(const Array<double>& sides, const Array<double>&
     const std::shared_ptr<const SurfaceState> state = m_state;
     std::vector<unsigned int> selected;
     {
-        const py::gil_scoped_release release;
+        const LockRelease release;
         selected =
             state->select(frustum, inside ? sds_render::SelectMode::inside : sds_render::SelectMode::touch, level);
     }

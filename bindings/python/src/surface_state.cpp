@@ -85,9 +85,7 @@ void SurfaceState::check(const Fragments& fragments) const {
         if (!is_unit(fragments.uv[2 * i]) || !is_unit(fragments.uv[2 * i + 1]))
             throw std::invalid_argument("fragment " + std::to_string(i) + ": u and v are between 0 and 1");
     }
-    for (std::size_t i = 0; i < fragments.times.size(); ++i)
-        if (!std::isfinite(fragments.times[i]))
-            throw std::invalid_argument("time " + std::to_string(i) + " is not finite");
+    for (const double time : fragments.times) m_surface->check_time(time);
 }
 
 template <class Visit>

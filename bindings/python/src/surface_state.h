@@ -51,7 +51,7 @@ public:
     const sds_model::Surface& surface() const { return *m_surface; }
 
     /// Throws std::out_of_range for a primitive the surface does not have, std::invalid_argument for u or v outside
-    /// [0, 1] and times that are not finite.
+    /// [0, 1] and for what Surface::check_time refuses.
     void check(const Fragments& fragments) const;
 
     /// Writes sds_model::sample_row_size values per fragment, of the cells of a level or of the limit.

@@ -38,7 +38,7 @@ private:
 // Values per vertex, per polygon or for the whole mesh, the same at all times.
 class PolyMeshProperty : public ResourceData {
 public:
-    enum class Type : unsigned int { per_vertex = 0, per_polygon = 1, constant = 2 };
+    enum class Type : unsigned int { per_vertex = 0, per_polygon = 1, constant = 2, varying = 3 };
 
     PolyMeshProperty(const PolyMesh& mesh, Type type, const ResourceProperty& values)
         : m_mesh(&mesh), m_type(type), m_values(values), m_value_count(values.get_item_count()) {}

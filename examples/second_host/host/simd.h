@@ -145,9 +145,16 @@ struct SimdDouble4 {
     static SimdDouble4 load3(const double* p) {
         return make([&](int i) { return i < 3 ? p[i] : 0.0; });
     }
+    static SimdDouble4 load4(const double* p) {
+        return make([&](int i) { return p[i]; });
+    }
     void store3(double* p) const { std::copy_n(v, 3, p); }
+    void store4(double* p) const { std::copy_n(v, 4, p); }
     void store_rounded3(float* p) const {
         for (int i = 0; i < 3; ++i) p[i] = static_cast<float>(v[i]);
+    }
+    void store_rounded4(float* p) const {
+        for (int i = 0; i < 4; ++i) p[i] = static_cast<float>(v[i]);
     }
     template <class Lane>
     static SimdDouble4 make(Lane&& lane) {
@@ -155,6 +162,7 @@ struct SimdDouble4 {
         for (int i = 0; i < 4; ++i) r.v[i] = lane(i);
         return r;
     }
+    double sum3() const { return (v[0] + v[1]) + v[2]; }
     double sum() const { return (v[0] + v[1]) + (v[2] + v[3]); }
     friend SimdDouble4 operator+(const SimdDouble4& a, const SimdDouble4& b) {
         return make([&](int i) { return a.v[i] + b.v[i]; });

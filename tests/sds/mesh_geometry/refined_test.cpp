@@ -91,11 +91,7 @@ TEST(RefinedGeometry, SamplesOfEmittedPatchesAreTheLimit) {
                                       (Vec3d(point.dv) - sample.get_geometric_dpdv()).length()});
                         if (surface.geometry.get_places().get_patch(p).is_leaf()) continue;
                         const GeometryPlace place = surface.mesh.get_primitive_place(p, u, v);
-                        SurfacePoint limit = oracle.evaluate(place.face, place.u, place.v);
-                        // On the quads of other polygons the library's parameters run half as far.
-                        const unsigned int corners = cage.mesh.counts[surface.mesh.get_primitive_polygon_id(p)];
-                        limit.du *= corners == 4 ? 1.0 : 0.5;
-                        limit.dv *= corners == 4 ? 1.0 : 0.5;
+                        const SurfacePoint limit = oracle.evaluate(place.face, place.u, place.v);
                         Vec3d du = sample.get_geometric_dpdu(), dv = sample.get_geometric_dpdv();
                         place.turn_to_face(du, dv);
                         worst = std::max(worst, (sample.get_geometric_position() - limit.position).length());
@@ -253,6 +249,42 @@ TEST(RefinedGeometry, UpdatesEqualFreshBuilds) {
 }
 
 // Holes and borders that are open have no patches; the areas are those of the others.
+// Also where patches far from the origin store nets, fractional creases blend leaves, and many quads share a vertex.
+TEST(RefinedGeometry, ThreadsGiveTheSameBits) {
+    std::vector<TaggedCage> cages{tag_cage(make_torus(24, 16)), tag_cage(make_pole(40)), tag_cage(make_sheet(12))};
+    const std::vector<unsigned int> quad(cages[0].mesh.indices.begin(), cages[0].mesh.indices.begin() + 4);
+    sharpen(cages[0], {quad[0], quad[1], quad[2]}, 4.3f);
+    cages.push_back(cages[0]);
+    for (Vec3f& p : cages.back().mesh.positions) p += Vec3f(3000.0f, 0.0f, 0.0f);
+    for (const TaggedCage& cage : cages) {
+        SCOPED_TRACE(cage.mesh.name);
+        sds::RefinedTopology topology;
+        build_topology(cage, 3, topology);
+        const CoreArray<Vec3f> positions = to_core_array(cage.mesh.positions);
+        for (const auto storage : {sds::NetStorage::where_needed, sds::NetStorage::all}) {
+            sds::RefinedPatches alone, together;
+            alone.build(topology, positions, storage);
+            SysThreadArena(4).execute([&] {
+                SysThreadTaskManager tasks;
+                together.build(topology, positions, storage, nullptr, &tasks);
+            });
+            const size_t patches = alone.get_patch_count();
+            ASSERT_EQ(patches, together.get_patch_count());
+            ASSERT_EQ(alone.get_net_count(), together.get_net_count());
+            EXPECT_EQ(to_vectors(alone.get_controls(), 16 * patches),
+                      to_vectors(together.get_controls(), 16 * patches));
+            EXPECT_EQ(to_vectors(alone.get_nets(), 24 * size_t{alone.get_net_count()}),
+                      to_vectors(together.get_nets(), 24 * size_t{alone.get_net_count()}));
+            EXPECT_TRUE(std::equal(alone.get_net_offsets().begin(), alone.get_net_offsets().end(),
+                                   together.get_net_offsets().begin()));
+        }
+        // The kernels round what is computed for other values too; inner controls are nobody else's.
+        const RefinedSurface exact(cage, 3);
+        for (size_t c = 0; c < exact.controls.size(); ++c)
+            if (c % 4 == 2) ASSERT_EQ(exact.patches.get_controls()[c], Vec3f(exact.controls[c])) << c;
+    }
+}
+
 TEST(RefinedGeometry, HolesHaveNoPatches) {
     for (const char* name : {"cube", "prism7_uvs", "sheet_dart"})
         for (const bool opens : {false, true}) {

@@ -6,7 +6,9 @@
 #include <set>
 
 #include "../surface_checks.h"
+#include "oracles/refined_surface.h"
 #include "qn_ctx/ctx_eval.h"
+#include "sds/common/cubic_basis.h"
 #include "support/recorders.h"
 
 namespace {
@@ -56,7 +58,9 @@ TEST(UvVertexRules, SeamBetweenTwoQuads) {
         {Mode::smoothed_seam_corners_fixed, seam},  // the outer ones are corners of the mesh too
         {Mode::smoothed_seams_fixed, seam},
         {Mode::corners_and_seams_fixed, all},
-        {Mode(7), {}},
+        {Mode::corners_plus1, all},
+        {Mode::corners_plus2, all},
+        {Mode(9), {}},
     };
     for (const auto& [mode, fixed] : expected)
         EXPECT_EQ(fixed_by(cage, mode), fixed) << static_cast<unsigned int>(mode);
@@ -127,6 +131,71 @@ TEST(UvMaps, MapOfThePositionsIsTheSurface) {
             for (unsigned int i = 0; i < 16; ++i) EXPECT_EQ(a[i], b[i]) << "quad " << q << " control " << i;
         }
     }
+}
+
+// A refined map is the surface of its chart, cut out as a mesh: at every depth, and asked by quads or by patches.
+TEST(UvMaps, RefinedMapsAreTheSurfacesOfTheirCharts) {
+    std::vector<ZooMesh> cages{make_cut_torus()};
+    for (const ZooMesh& cage : mesh_zoo()) cages.push_back(cage.is_in(uvs) ? cage : map_positions(cage));
+    const std::pair<Mode, SdsMeshGeometry::InterpolationMode> modes[] = {
+        {Mode::corners_fixed, SdsMeshGeometry::InterpolationMode::corners_fixed},
+        {Mode::all_smoothed, SdsMeshGeometry::InterpolationMode::all_smoothed}};
+    for (const ZooMesh& cage : cages)
+        for (const auto& [mode, geometry_mode] : modes)
+            for (const unsigned int depth : {1u, 3u}) {
+                SCOPED_TRACE(cage.name + " at depth " + std::to_string(depth));
+                if (std::find(cage.uv_indices.begin(), cage.uv_indices.end(), none) != cage.uv_indices.end()) continue;
+                TaggedCage tagged = tag_cage(cage);
+                for (size_t c = 0; c < tagged.edge_sharpness.size(); c += 7) tagged.edge_sharpness[c] = 1.7f;
+                ZooMesh chart = cage;
+                chart.indices = cage.uv_indices;
+                chart.positions = cage.uv_points;
+                BuiltSurface::Options options;
+                options.mode = geometry_mode;
+                options.uv_mode = mode;
+                options.refinement = refinement_of(tagged, depth);
+                options.refinement.refine_maps = true;
+                // Both sides of an edge of the mesh say its sharpness, which a chart may have one of.
+                CageAdjacency adjacency(cage);
+                for (unsigned int c = 0; c < options.refinement.edge_sharpness.get_count(); ++c)
+                    for (const unsigned int side : adjacency.sides[c])
+                        options.refinement.edge_sharpness[c] =
+                            std::max(options.refinement.edge_sharpness[c], tagged.edge_sharpness[side]);
+                const BuiltSurface surface(cage, options);
+                const BuiltSurface expected(chart, options);
+                const SdsMeshMaps copy(surface.maps);
+                ASSERT_TRUE(surface.maps.is_uv_map_refined(0));
+                double worst = 0.0, worst_derivative = 0.0;
+                for (unsigned int p = 0; p < surface.mesh.get_primitive_count(); ++p)
+                    for (const double u : {0.0, 0.3125, 1.0})
+                        for (const double v : {0.0, 0.5625}) {
+                            const GeometryFragment at{p, u, v, 0, 0};
+                            const GeometryPlace place = surface.mesh.get_primitive_place(p, u, v);
+                            ASSERT_TRUE(surface.mesh.is_primitive_uv_mapped(p, 0));
+                            Vec3d uvw, du, dv, same, same_du, same_dv;
+                            copy.compute_fragment_uvw(ctx, {place.face, place.u, place.v, 0, 0}, 0, same, same_du,
+                                                      same_dv);
+                            surface.mesh.compute_fragment_uvw(ctx, at, 0, uvw, du, dv);
+                            EXPECT_EQ(uvw, same);
+                            place.turn_to_face(du, dv);
+                            expect_near(du, same_du, 1e-9 * (1.0 + du.length()));
+                            const auto patch = expected.mesh.find_primitive(place.face, place.u, place.v);
+                            Vec3f controls[16];
+                            expected.geometry.get_bezier_controls(patch.primitive, controls);
+                            const auto jet =
+                                sds::evaluate_jet(controls, static_cast<float>(patch.u), static_cast<float>(patch.v));
+                            Vec3d limit_du(jet.du), limit_dv(jet.dv);
+                            GeometryPlace frame;
+                            frame.turns = patch.turns;
+                            frame.derivative_scale = patch.derivative_scale;
+                            frame.turn_to_face(limit_du, limit_dv);
+                            worst = std::max(worst, (uvw - Vec3d(jet.value)).length());
+                            worst_derivative =
+                                std::max({worst_derivative, (du - limit_du).length(), (dv - limit_dv).length()});
+                        }
+                EXPECT_LE(worst, 1e-6 * expected.diagonal());
+                EXPECT_LE(worst_derivative, 4e-5 * expected.diagonal());
+            }
 }
 
 TEST(UvMaps, UnmappedQuadsShiftThePatchesAfterThem) {

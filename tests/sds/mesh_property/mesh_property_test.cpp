@@ -89,6 +89,8 @@ ResourceProperty positions_as_items(const ZooMesh& cage) {
     return make_items(Type::float32, 3, flat);
 }
 
+unsigned int size_of(const std::vector<unsigned int>& items) { return static_cast<unsigned int>(items.size()); }
+
 // Values of one element type at the ends of its range and between.
 template <class T>
 std::vector<T> extremes_of() {
@@ -115,38 +117,114 @@ TEST(MeshProperty, PositionsAsAPropertyGiveTheSurfaceItself) {
          {"cube", "cube_crease_loop", "torus_dart", "prism5_crease_loop", "bow_tie", "strip", "lone_triangle"}) {
         const ZooMesh& cage = zoo_mesh(name);
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed, Mode::borders_fixed}) {
-            for (const bool indexed : {false, true}) {
-                const BuiltSurface surface(cage, {.mode = mode});
-                BoundProperty bound(surface, cage, Kind::per_vertex, positions_as_items(cage),
-                                    indexed ? cage.indices : std::vector<unsigned int>{});
-                const CoreArray<unsigned char> creases = to_core_array(cage.corner_creases);
-                const PolyCreaseScope scope(creases);
-                ASSERT_TRUE(bound.property.init(0, &bound.values)) << name;
-                const double tolerance = 1e-6 * std::max(1.0, surface.diagonal());
-                const std::vector<Vec3f> controls = controls_of(surface.geometry);
-                for (unsigned int q = 0; q < surface.quad_count(); ++q) {
-                    const std::vector<Vec3d> wide(&controls[16 * size_t{q}], &controls[16 * size_t{q}] + 16);
-                    for (const double u : {0.0, 0.3, 1.0})
-                        for (const double v : {0.0, 0.6, 1.0}) {
-                            std::vector<double> du, dv;
-                            const std::vector<double> p = bound.read(q, u, v, &du, &dv);
-                            ASSERT_EQ(p.size(), 3u);
-                            const auto jet = sds::evaluate_jet(wide.data(), u, v);
-                            SCOPED_TRACE(testing::Message() << name << " quad " << q);
-                            expect_near(Vec3d(p[0], p[1], p[2]), jet.value, tolerance);
-                            expect_near(Vec3d(du[0], du[1], du[2]), jet.du, 8 * tolerance);
-                            expect_near(Vec3d(dv[0], dv[1], dv[2]), jet.dv, 8 * tolerance);
-                        }
+            for (const bool indexed : {false, true})
+                for (const unsigned int depth : {0u, 3u}) {
+                    BuiltSurface::Options options;
+                    options.mode = mode;
+                    options.refinement.depth = depth;
+                    options.refinement.refine_maps = true;
+                    if (depth != 0) options.refinement.edge_sharpness.assign(size_of(cage.indices), 0.0f);
+                    for (unsigned int c = 0; c < options.refinement.edge_sharpness.get_count(); c += 5)
+                        options.refinement.edge_sharpness[c] = 2.3f;
+                    const BuiltSurface surface(cage, options);
+                    BoundProperty bound(surface, cage, Kind::per_vertex, positions_as_items(cage),
+                                        indexed ? cage.indices : std::vector<unsigned int>{});
+                    const CoreArray<unsigned char> creases = to_core_array(cage.corner_creases);
+                    const PolyCreaseScope scope(creases);
+                    ASSERT_TRUE(bound.property.init(0, &bound.values)) << name;
+                    EXPECT_EQ(bound.property.get_refined_values(0) != nullptr, surface.geometry.is_refined());
+                    const SdsMeshProperty copy(bound.property);
+                    EXPECT_EQ(copy.get_refined_values(0), bound.property.get_refined_values(0));
+                    const double tolerance = 1e-6 * std::max(1.0, surface.diagonal());
+                    const std::vector<Vec3f> controls = controls_of(surface.geometry);
+                    for (unsigned int q = 0; q < surface.mesh.get_primitive_count(); ++q) {
+                        const std::vector<Vec3d> wide(&controls[16 * size_t{q}], &controls[16 * size_t{q}] + 16);
+                        for (const double u : {0.0, 0.3, 0.9375})
+                            for (const double v : {0.0, 0.6, 0.9375}) {
+                                std::vector<double> du, dv;
+                                const std::vector<double> p = bound.read(q, u, v, &du, &dv);
+                                ASSERT_EQ(p.size(), 3u);
+                                const auto jet = sds::evaluate_jet(wide.data(), u, v);
+                                SCOPED_TRACE(testing::Message() << name << " patch " << q << " depth " << depth);
+                                expect_near(Vec3d(p[0], p[1], p[2]), jet.value, tolerance);
+                                expect_near(Vec3d(du[0], du[1], du[2]), jet.du, 8 * tolerance);
+                                expect_near(Vec3d(dv[0], dv[1], dv[2]), jet.dv, 8 * tolerance);
+                            }
+                    }
                 }
-            }
         }
     }
 }
 
+// Values of two charts that meet along a seam, on a refined cage: each is refined as if the other were not there.
+TEST(MeshProperty, RefinedSeamsDoNotBleed) {
+    const ZooMesh cage = make_cut_torus();
+    BuiltSurface::Options options;
+    options.refinement.depth = 2;
+    options.refinement.refine_maps = true;
+    const BuiltSurface surface(cage, options);
+    // The first two triangles and their neighbours have items of their own.
+    std::vector<unsigned int> indices(cage.indices.size());
+    const auto vertex_count = static_cast<unsigned int>(cage.positions.size());
+    for (unsigned int c = 0; c < indices.size(); ++c) indices[c] = cage.indices[c] + (c < 30 ? vertex_count : 0);
+    std::vector<float> items(2 * size_t{vertex_count}, 1.0f);
+    for (unsigned int v = 0; v < vertex_count; ++v) items[vertex_count + v] = 3.0f + static_cast<float>(v % 3);
+    BoundProperty bound(surface, cage, Kind::per_vertex, make_items(Type::float32, 1, items), indices);
+    ASSERT_TRUE(bound.property.init(0, &bound.values));
+    for (unsigned int p = 0; p < surface.mesh.get_primitive_count(); ++p)
+        for (const double u : {0.0, 0.5, 1.0}) {
+            const unsigned int polygon = surface.mesh.get_primitive_polygon_id(p);
+            const std::vector<double> value = bound.read(p, u, 0.25);
+            ASSERT_EQ(value.size(), 1u);
+            const unsigned int first_corner = polygon < 2 ? 3 * polygon : 6 + 4 * (polygon - 2);
+            if (first_corner >= 30)
+                EXPECT_EQ(value[0], 1.0);
+            else
+                EXPECT_GE(value[0], 3.0 - 1e-6);
+        }
+}
+
+// Linear on the cage's polygons: what a bilinear surface makes of the same values, whatever the surface it is read on.
+TEST(MeshProperty, VaryingValuesAreLinearOnThePolygons) {
+    for (const ZooMesh& cage : {make_cut_torus(), make_sheet(3), make_pole(5)})
+        for (const unsigned int depth : {0u, 2u})
+            for (const bool indexed : {false, true}) {
+                BuiltSurface::Options options;
+                const BuiltSurface flat(cage, {.mode = Mode::all_fixed});
+                options.refinement.depth = depth;
+                options.refinement.refine_maps = true;
+                const BuiltSurface surface(cage, options);
+                const std::vector<unsigned int> indices = indexed ? cage.indices : std::vector<unsigned int>();
+                BoundProperty varying(surface, cage, Kind::varying, positions_as_items(cage), indices);
+                BoundProperty expected(flat, cage, Kind::per_vertex, positions_as_items(cage));
+                EXPECT_TRUE(varying.read(0, 0.5, 0.5).empty());
+                ASSERT_TRUE(varying.property.init(0, &varying.values));
+                ASSERT_TRUE(expected.property.init(0, &expected.values));
+                for (unsigned int p = 0; p < surface.mesh.get_primitive_count(); ++p)
+                    for (const double u : {0.0, 0.3, 1.0})
+                        for (const double v : {0.25, 1.0}) {
+                            const GeometryPlace place = surface.mesh.get_primitive_place(p, u, v);
+                            std::vector<double> du, dv, limit_du, limit_dv;
+                            const std::vector<double> value = varying.read(p, u, v, &du, &dv);
+                            const std::vector<double> limit =
+                                expected.read(place.face, place.u, place.v, &limit_du, &limit_dv);
+                            ASSERT_EQ(value.size(), 3u);
+                            expect_near(Vec3d(value[0], value[1], value[2]), Vec3d(limit[0], limit[1], limit[2]), 2e-6);
+                            Vec3d a(du[0], du[1], du[2]), b(dv[0], dv[1], dv[2]);
+                            place.turn_to_face(a, b);
+                            expect_near(a, Vec3d(limit_du[0], limit_du[1], limit_du[2]), 4e-6);
+                            expect_near(b, Vec3d(limit_dv[0], limit_dv[1], limit_dv[2]), 4e-6);
+                        }
+            }
+}
+
 TEST(MeshProperty, ConstantsAndExtremesOfEveryTypeSurviveOnTheSurface) {
-    // With the subdivision step and without.
-    for (const ZooMesh& cage : {make_pole(5), make_sheet(3)}) {
-        const BuiltSurface surface(cage);
+    // With the subdivision step and without, and refined.
+    for (const auto& [cage, depth] : {std::pair{make_pole(5), 0u}, {make_sheet(3), 0u}, {make_pole(5), 2u}}) {
+        BuiltSurface::Options options;
+        options.refinement.depth = depth;
+        options.refinement.refine_maps = true;
+        const BuiltSurface surface(cage, options);
         for_all_types([&](Type type, auto element) {
             using T = decltype(element);
             for (const T value : extremes_of<T>()) {
@@ -221,7 +299,7 @@ TEST(MeshProperty, BindingRefusesWhatItCannotEvaluate) {
     ASSERT_TRUE(indexed_polygons.property.init(0, &indexed_polygons.values));
     EXPECT_TRUE(indexed_polygons.read(0, 0.5, 0.5).empty()) << "polygons with indices of their own have no item";
 
-    BoundProperty other(surface, cage, static_cast<Kind>(3), items);
+    BoundProperty other(surface, cage, static_cast<Kind>(4), items);
     EXPECT_FALSE(other.property.has_callbacks());
     EXPECT_FALSE(other.property.init(0, &other.values));
 
