@@ -38,7 +38,7 @@ public:
     }
 
 private:
-    static constexpr int max_depth = 6;
+    static constexpr int max_depth = 10;
 
     void bridge(double begin, const Matrix4& first, double end, const Matrix4& last, int depth) {
         const double middle = 0.5 * (begin + end);

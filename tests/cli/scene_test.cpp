@@ -25,7 +25,8 @@ std::string scene_text() {
            "3: (4, 0, 6) }; uniform token[] xformOpOrder = ['xformOp:translate', 'xformOp:rotateZ']\n def Mesh "
            "\"body\" { " +
            cube_text + "}\n def Mesh \"hint\" { uniform token purpose = 'guide'; " + cube_text +
-           "} }\ndef Camera \"eye\" { double3 xformOp:translate = (2, 0, 30); double shutter:close = 1 }\ndef Sphere "
+           "} }\ndef Camera \"eye\" { double3 xformOp:translate = (2, 0, 30); uniform token[] xformOpOrder = "
+           "['xformOp:translate']; double shutter:close = 1 }\ndef Sphere "
            "\"ball\" {}\n";
 }
 
