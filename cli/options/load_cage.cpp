@@ -69,9 +69,11 @@ void check_same_topology(const ControlCage& cage, const std::string& cage_path, 
 
 LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& motion, AppProgressBar* progress) {
     LoadedSurface loaded;
+    loaded.name = common.mesh;
     loaded.mesh = load_cage(common.mesh, common, CageReport::everything);
     join_uvs(*loaded.mesh.cage);
-    const std::vector<UvSource> uvs = load_uvs(common, loaded.get_cage());
+    loaded.further_uvs = load_uvs(common, loaded.get_cage());
+    const std::vector<UvSource>& uvs = loaded.further_uvs;
     if (loaded.get_cage().has_uvs()) loaded.uv_joins.push_back(loaded.get_cage().uv_join);
     for (const UvSource& map : uvs) loaded.uv_joins.push_back(map.join);
     loaded.motion = load_motion(motion, common, loaded.get_cage());
