@@ -54,7 +54,8 @@ void add_grid_option(CLI::App& command, const std::string& flag, GridOutput& out
 bool is_usda(const std::string& path) { return path.ends_with(".usda"); }
 
 void check_mesh_suffix(const std::string& flag, const std::string& path) {
-    if (path.empty() || path == "-" || path.ends_with(".obj") || is_usda(path)) return;
+    const bool has_suffix = !std::filesystem::path(path).extension().empty();
+    if (!has_suffix || path.ends_with(".obj") || is_usda(path)) return;
     throw UsageError(flag + ": '" + path + "' ends neither with .obj nor with .usda");
 }
 

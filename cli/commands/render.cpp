@@ -195,7 +195,6 @@ sds_render::SurfaceColor make_plain_color(const RenderCommandOptions& options, c
 
 sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const LoadedScene& scene,
                                     const MeshScene& meshes) {
-    if (!options.texture.empty() || options.uv_map > 0) check_maps(options, scene);
     bool has_colors = false;
     for (const LoadedSurface& loaded : scene.surfaces)
         has_colors |= loaded.surface->get_maps().get_color_map_count() > 0;
@@ -283,6 +282,7 @@ void run_render(const RenderCommandOptions& options) {
     set_lights(options, pose.view.up, render_options.shading);
     const std::unique_ptr<MeshScene> meshes = loaded.make_meshes(options.level);
     render_options.layers = make_layers(names, *meshes);
+    if (!options.texture.empty() || options.uv_map > 0) check_maps(options, loaded);
     check_memory(options, loaded, render_options.layers);
     render_options.shading.color = make_color(options, loaded, *meshes);
     const Motion& motion = loaded.surfaces.front().motion;

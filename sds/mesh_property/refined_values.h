@@ -90,12 +90,28 @@ void RefinedValues::fill(const RefinedTopology& topology, const ResourceProperty
     }
 }
 
+// Whether single precision holds the differences of values, as digits and in size.
+template <class T>
+bool has_single_differences(const ResourceProperty& values) {
+    constexpr double largest = 1e37;
+    if constexpr (sizeof(T) <= 2) return true;
+    if constexpr (!std::is_same_v<T, float>) return false;
+    const unsigned int extent = values.get_min_item_length();
+    for (unsigned int first = 0; first < extent; first += components_at_once) {
+        const ComponentAccess<T> access(values, first, extent);
+        for (unsigned int item = 0; item < values.get_item_count(); ++item)
+            for (const double value : access.get(item).c)
+                if (std::isfinite(value) && std::fabs(value) > largest) return false;
+    }
+    return true;
+}
+
 template <class T>
 void RefinedValues::build(const RefinedTopology& topology, std::shared_ptr<const PatchPlaces> places,
                           const ResourceProperty& values) {
     m_places = std::move(places);
     m_reference.assign(values.get_min_item_length(), 0.0);
-    if constexpr (std::is_same_v<T, float> || sizeof(T) <= 2)
+    if (has_single_differences<T>(values))
         fill<T>(topology, values, m_single);
     else
         fill<T>(topology, values, m_double);

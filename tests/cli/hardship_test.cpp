@@ -169,7 +169,7 @@ TEST_F(Hardship, TimesThatCarryVerticesAwayAreRefused) {
     const std::vector<std::vector<std::string>> refused = {
         {"export", cube, "--motion", next, "--patches", out, "--time", "1e39"},
         {"export", cube, "--motion", next, "--samples", "2", out, "--time", "-1e39"},
-        {"export", cube, "--motion", next, "--tessellation", out, "--time", "1e39"},
+        {"export", cube, "--motion", next, "--tessellation", folder.path("a.obj"), "--time", "1e39"},
         {"export", cube, "--time-samples", cube, next, "--times", "-1.7e308", "1.7e308", "--patches", out},
         {"render", cube, "--motion", next, "-o", folder.path("a.png"), "--shutter", "0", "1e39"},
         {"intersect", cube, "--motion", next, "--rays", rays, "--hits", out},
@@ -222,7 +222,7 @@ TEST_F(Hardship, SizesAreCheckedBeforeMemoryIsTaken) {
         {{"render", cube, "-o", png, "--width", "8192", "--height", "8192", "--memory-limit", "100M"},
          1,
          "the picture"},
-        {{"export", cube, "--tessellation", out, "--level", "12", "--memory-limit", "1G"}, 1, "--tessellation needs"},
+        {{"export", cube, "--tessellation", folder.path("a.obj"), "--level", "12", "--memory-limit", "1G"}, 1, "--tessellation needs"},
         {{"export", cube, "--samples", "4096", out, "--memory-limit", "1.5GiB"}, 1, "limit of 1.5 GiB"},
         {{"info", cube, "--memory-limit", "-1"}, 2, "is no size"},
         {{"info", cube, "--memory-limit", "1.5X"}, 2, "is no size"},

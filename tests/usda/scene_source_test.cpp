@@ -293,7 +293,7 @@ TEST(SceneSource, PrimvarsOfAllInterpolationsAreProperties) {
          make_property(Kind::per_vertex, per_vertex, 1)},
         {"float[] primvars:x = [0, 1, 2] (interpolation = 'varying')\nint[] primvars:x:indices = [0, 1, 2, 0, 1, 2, 0, "
          "1, 2, 0, 1]",
-         make_property(Kind::per_vertex, per_vertex, 1)},
+         make_property(Kind::varying, per_vertex, 1)},
         {"float[] primvars:x = [0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15] (interpolation = 'faceVarying')",
          make_property(Kind::per_vertex, per_corner, 1, own)},
     };
