@@ -53,6 +53,14 @@ class UvSamples(NamedTuple):
     dv: np.ndarray
 
 
+class PropertySamples(NamedTuple):
+    """A property at points, with its derivatives by the quad's u and v."""
+
+    value: np.ndarray
+    du: np.ndarray
+    dv: np.ndarray
+
+
 def split(record, rows):
     """The record whose fields are consecutive threes of the last axis."""
     return record(*(rows[..., 3 * i : 3 * i + 3] for i in range(len(record._fields))))
