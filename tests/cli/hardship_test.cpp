@@ -57,7 +57,7 @@ TEST_F(Hardship, SignalsEndItAtOnceAndLeaveNothing) {
     const std::string picture = folder.write("out.exr", "old"), mesh = folder.write("out.obj", "old");
     const std::vector<std::string> trace{"render",   cube,   "-o",        picture, "--width", "4000",
                                          "--height", "4000", "--samples", "256",   "--quiet"};
-    const std::vector<std::string> write{"export", cube, "--tessellation", mesh, "--level", "9"};
+    const std::vector<std::string> write{"export", cube, "--tessellation", mesh, "--level", "9", "--quiet"};
     struct Case {
         int signal;
         const std::vector<std::string>& command;

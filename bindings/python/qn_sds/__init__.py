@@ -12,12 +12,13 @@ the GIL released.
 from . import _native
 from ._errors import Finding, MeshError, MeshWarning
 from ._properties import Property
-from ._results import Hits, LimitPoints, PropertySamples, Samples, UvSamples
+from ._results import Hits, LimitPoints, PropertySamples, Samples, SceneHits, UvSamples
+from ._scene import Scene
 from ._surface import Surface, load_obj
 
 __version__ = _native.version
 
 __all__ = [
-    "Finding", "Hits", "LimitPoints", "MeshError", "MeshWarning", "Property", "PropertySamples", "Samples", "Surface",
-    "UvSamples", "load_obj",
+    "Finding", "Hits", "LimitPoints", "MeshError", "MeshWarning", "Property", "PropertySamples", "Samples", "Scene",
+    "SceneHits", "Surface", "UvSamples", "load_obj",
 ]

@@ -1,5 +1,5 @@
 from os import PathLike
-from typing import Any, Literal, Mapping, NamedTuple, Sequence, Union
+from typing import Any, Callable, Iterable, Literal, Mapping, NamedTuple, Sequence, Union
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
@@ -59,6 +59,17 @@ class MeshError(ValueError):
 class MeshWarning(UserWarning): ...
 
 class Hits(NamedTuple):
+    primitive: NDArray[np.int32]
+    u: NDArray[np.float64]
+    v: NDArray[np.float64]
+    t: NDArray[np.float64]
+    @property
+    def hit(self) -> NDArray[np.bool_]: ...
+    @property
+    def uv(self) -> NDArray[np.float64]: ...
+
+class SceneHits(NamedTuple):
+    instance: NDArray[np.int32]
     primitive: NDArray[np.int32]
     u: NDArray[np.float64]
     v: NDArray[np.float64]
@@ -199,6 +210,49 @@ class Surface:
     def quad_faces(self) -> NDArray[np.uint32]: ...
     @property
     def quad_groups(self) -> NDArray[np.uint32]: ...
+
+_Layer = Literal["N", "Ng", "P", "Z", "st", "uv", "id", "object", "group", "color", "checker", "lines"]
+
+class Scene:
+    def __init__(
+        self, surfaces: Iterable[Surface], transforms: ArrayLike | None = None, *, level: int = 0
+    ) -> None: ...
+    def __len__(self) -> int: ...
+    def intersect(
+        self,
+        origins: ArrayLike,
+        directions: ArrayLike,
+        *,
+        tnear: ArrayLike = 0.0,
+        tfar: ArrayLike = ...,
+        time: ArrayLike = 0.0,
+    ) -> SceneHits: ...
+    def occluded(
+        self,
+        origins: ArrayLike,
+        directions: ArrayLike,
+        *,
+        tnear: ArrayLike = 0.0,
+        tfar: ArrayLike = ...,
+        time: ArrayLike = 0.0,
+    ) -> NDArray[np.bool_]: ...
+    def render(
+        self,
+        width: int = 640,
+        height: int = 480,
+        *,
+        layers: _Layer | Iterable[_Layer] = (),
+        samples: int = 16,
+        camera: Sequence[ArrayLike] | None = None,
+        azimuth: float = 35.0,
+        elevation: float = 22.0,
+        field_of_view: float = 35.0,
+        time: ArrayLike = 0.0,
+        background: bool = True,
+        progress: Callable[[float], object] | None = None,
+    ) -> dict[str, NDArray[Any]]: ...
+    @property
+    def bbox(self) -> NDArray[np.float64]: ...
 
 def load_obj(
     path: str | PathLike[str],

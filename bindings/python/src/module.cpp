@@ -2,7 +2,7 @@
 // hand over.
 #include <pybind11/stl.h>
 
-#include "surface_object.h"
+#include "scene_object.h"
 
 namespace py = pybind11;
 
@@ -10,7 +10,9 @@ namespace {
 
 using sds_python::MeshWords;
 using sds_python::ModeWords;
+using sds_python::PictureWords;
 using sds_python::PropertyArrays;
+using sds_python::SceneObject;
 using sds_python::SurfaceObject;
 using sds_python::UvArrays;
 
@@ -122,4 +124,19 @@ PYBIND11_MODULE(_native, module) {
         .def("quad_faces", &SurfaceObject::quad_faces)
         .def("neighbours", &SurfaceObject::neighbours)
         .def("vertices", &SurfaceObject::vertices);
+
+    py::class_<PictureWords>(module, "Picture")
+        .def(py::init([](unsigned int width, unsigned int height, unsigned int samples, const Array<double>& position,
+                         const Array<double>& target, const Array<double>& up, double azimuth, double elevation,
+                         double field_of_view, bool background, std::vector<std::string> layers) {
+            return PictureWords{width,   height,    samples,       position,   target,           up,
+                                azimuth, elevation, field_of_view, background, std::move(layers)};
+        }));
+    py::class_<SceneObject>(module, "Scene")
+        .def(py::init<const std::vector<const SurfaceObject*>&, const Array<double>&, unsigned int>())
+        .def("intersect", &SceneObject::intersect)
+        .def("occluded", &SceneObject::occluded)
+        .def("render", &SceneObject::render)
+        .def("bbox", &SceneObject::bbox)
+        .def("size", &SceneObject::size);
 }

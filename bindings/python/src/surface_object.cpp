@@ -196,7 +196,7 @@ std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, 
     object->m_facts = {read.cage->get_vertex_count(), read.cage->get_polygon_count(), read.findings, {}};
     if (read.cage->has_uvs()) object->m_facts.uv_joins.push_back(read.cage->uv_join);
     const bool has_border_rule = words.interpolation != ModeWords::as_file_says;
-    object->m_modes = follow_rules(modes, read.cage->rules, has_border_rule);
+    object->m_modes = follow_rules(modes, read.cage->rules, has_border_rule, true);
     object->m_state = std::make_shared<const SurfaceState>(
         std::make_unique<sds_model::Surface>(read.cage->view(), std::vector<sds_model::UvSource>{},
                                              std::span<const float>{}, object->m_modes, nullptr),

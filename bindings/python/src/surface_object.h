@@ -99,6 +99,9 @@ public:
     /// What a file held, in the words of Surface's arguments, with numbers for the modes. Of surfaces from files only.
     pybind11::dict cage() const;
 
+    /// As it is now; later updates do not change it.
+    std::shared_ptr<const SurfaceState> state() const { return m_state; }
+
     pybind11::array bbox() const;
     double area() const;
     pybind11::dict info() const;

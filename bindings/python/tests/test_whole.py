@@ -5,6 +5,7 @@ import os
 import pathlib
 import pickle
 import re
+import signal
 import subprocess
 
 import numpy as np
@@ -143,6 +144,64 @@ def test_properties_follow_the_surface():
     before = place.value[is_on]
     surface.update(3 * CUBE_POINTS)
     np.testing.assert_array_equal(surface.look_up("place", primitives, uv).value[is_on], before)
+
+
+def place(scale, shift):
+    matrix = np.diag([scale, scale, scale, 1.0])
+    matrix[3, :3] = shift
+    return matrix
+
+
+def test_a_scene_holds_surfaces_at_places(cube, knot):
+    """Each instance against its surface alone, with the rays moved into its space."""
+    matrices = [place(1, (0, 0, 0)), place(0.5, (4, 0, 1)), place(2, (-5, 1, 0))]
+    scene = qn_sds.Scene([knot, cube, knot], matrices)
+    origins, directions = random_rays(scene, 3000, 8)
+    hits = scene.intersect(origins, directions)
+    alone = []
+    for surface, matrix in zip((knot, cube, knot), matrices):
+        scale, shift = matrix[0, 0], matrix[3, :3]
+        alone.append(surface.intersect((origins - shift) / scale, directions / scale))
+    t = np.stack([each.t for each in alone])
+    assert set(hits.instance) == {-1, 0, 1, 2} and np.array_equal(hits.hit, hits.instance >= 0)
+    np.testing.assert_array_equal(hits.instance, np.where(np.isinf(t.min(0)), -1, t.argmin(0)))
+    np.testing.assert_allclose(hits.t, t.min(0), rtol=1e-6)
+    for i, each in enumerate(alone):
+        on = hits.instance == i
+        assert np.mean(each.primitive[on] == hits.primitive[on]) > 0.99
+    assert np.array_equal(scene.occluded(origins, directions), hits.hit)
+    copy = pickle.loads(pickle.dumps(scene))
+    cube.update(2 * CUBE_POINTS)
+    for other in (copy, scene):
+        assert all(np.array_equal(*pair) for pair in zip(other.intersect(origins, directions), hits))
+
+    eye, target = scene.bbox[1] + [0, 0, 20], scene.bbox.mean(0)
+    shares = []
+    picture = scene.render(48, 32, layers=["object", "Z", "P"], samples=4, camera=(eye, target), background=False,
+                           progress=shares.append)
+    assert [picture[name].shape for name in ("rgba", "object", "Z", "P")] == [(32, 48, 4), (32, 48), (32, 48), (32, 48, 3)]
+    seen = np.isfinite(picture["Z"])
+    assert set(picture["object"][seen]) == {0, 1, 2} and shares[-1] == 1.0 and shares == sorted(shares)
+    points = picture["P"][seen].astype(float)
+    again = scene.intersect(eye, points - eye, tfar=2.0)
+    np.testing.assert_array_equal(again.instance, picture["object"][seen])
+    np.testing.assert_allclose(again.t, 1.0, atol=1e-5)
+    for refused, sentence in (({"transforms": np.transpose(matrices, (0, 2, 1))}, "last row"), ({"level": -1}, "level")):
+        with pytest.raises(ValueError, match=sentence):
+            qn_sds.Scene([knot, cube, knot], **refused)
+    with pytest.raises(ValueError, match="lines"):
+        scene.render(8, 8, layers=["normals"])
+
+
+@pytest.mark.parametrize("way", ["progress", "signal"])
+def test_a_picture_ends_when_it_is_told_to(knot, way):
+    def stop(share):
+        if way == "progress":
+            raise RuntimeError("enough")
+        signal.raise_signal(signal.SIGINT)
+
+    with pytest.raises(RuntimeError if way == "progress" else KeyboardInterrupt):
+        qn_sds.Scene([knot]).render(2000, 2000, samples=1024, progress=stop)
 
 
 def choices_of_the_program(option):
