@@ -39,13 +39,17 @@ class MeshWarning(UserWarning):
     """Something of the mesh was changed, dropped or looks wrong."""
 
 
-# Of arrays, which have no records as files do.
-_MESSAGES = {("no_vertices", "points"): "there are no points", ("no_polygons", "face_counts"): "there are no faces"}
+# Of arrays, which have no records as files do; by code and the first word of the place.
+_MESSAGES = {
+    ("no_vertices", "points"): "there are no points",
+    ("no_polygons", "face_counts"): "there are no faces",
+    ("void_polygon", "face"): "vertex index out of range",
+}
 
 
 def to_findings(entries):
     findings = (Finding(**entry) for entry in entries)
-    return tuple(f._replace(message=_MESSAGES.get((f.code, f.place), f.message)) for f in findings)
+    return tuple(f._replace(message=_MESSAGES.get((f.code, f.place.split(" ")[0]), f.message)) for f in findings)
 
 
 def index_error(code, message, place, index, cases):

@@ -244,7 +244,7 @@ MISTAKES = {
     "level below": (lambda s: s.intersect(*RAY, level=-1), ValueError, "level: -1, expected a whole number from 0 to 12"),
     "level between": (lambda s: s.sample([0], HALF, level=2.5), TypeError, "level: 2.5 is no whole number"),
     "isolation": (lambda s: qn_sds.Surface(*MESH, isolation=11), ValueError, "isolation: 11, .* from 0 to 10"),
-    "index -1": (lambda s: qn_sds.Surface(CUBE_POINTS, [3], [0, 1, -1]), qn_sds.MeshError, "face 0, corner 2: .*index -1"),
+    "index -1": (lambda s: qn_sds.Surface(CUBE_POINTS, [3], [0, 1, -1]), qn_sds.MeshError, "face 0, corner 2: error: vertex index out of range .index -1"),
     "index 2^40": (lambda s: qn_sds.Surface(CUBE_POINTS, [3], [0, 2**40, 1]), qn_sds.MeshError,
                    "face 0, corner 1: .*index 1099511627776"),
     "hole 2^40": (lambda s: qn_sds.Surface(*MESH, holes=[2**40]), qn_sds.MeshError, "holes, entry 0: .*1099511627776"),
