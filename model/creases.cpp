@@ -14,10 +14,15 @@ State state_of(float sharpness) {
     return sharpness >= infinite_sharpness ? crease : sharpness > 0.0f ? fractional_crease : smooth;
 }
 
-FirstCase describe_fractional(const DescribeEntry& describe, FindingCode code, std::size_t entry, float sharpness,
-                              bool harden) {
+FirstCase describe_sharpness(const DescribeEntry& describe, FindingCode code, std::size_t entry, float sharpness) {
     FirstCase first = describe(code, entry);
     first.detail = "sharpness " + std::to_string(sharpness);
+    return first;
+}
+
+FirstCase describe_fractional(const DescribeEntry& describe, FindingCode code, std::size_t entry, float sharpness,
+                              bool harden) {
+    FirstCase first = describe_sharpness(describe, code, entry, sharpness);
     if (!harden) first.action = "left smooth";
     return first;
 }
@@ -35,6 +40,10 @@ SettledCreases settle_creases(const PolyEdgeBuckets& edges, std::size_t corner_c
         const auto sides = edges.find(creases[i].a, creases[i].b);
         if (sides.empty())
             findings.record(FindingCode::tag_without_edge, [&] { return describe(FindingCode::tag_without_edge, i); });
+        if (creases[i].sharpness < 0.0f)
+            findings.record(FindingCode::negative_sharpness, [&] {
+                return describe_sharpness(describe, FindingCode::negative_sharpness, i, creases[i].sharpness);
+            });
         const State state = state_of(creases[i].sharpness);
         if (state == fractional_crease) {
             first_fractional = std::min(first_fractional, i);
@@ -67,6 +76,10 @@ std::vector<float> settle_corners(std::size_t vertex_count, std::span<const Shar
                                   FractionalSharpness fractional, Findings& findings, const DescribeEntry& describe) {
     std::vector<float> sharpness;
     for (std::size_t i = 0; i < corners.size(); ++i) {
+        if (corners[i].sharpness < 0.0f)
+            findings.record(FindingCode::negative_sharpness, [&] {
+                return describe_sharpness(describe, FindingCode::negative_sharpness, i, corners[i].sharpness);
+            });
         float kept = std::max(corners[i].sharpness, 0.0f);
         if (state_of(kept) == fractional_crease && fractional != FractionalSharpness::exact) {
             const bool harden = fractional == FractionalSharpness::harden;

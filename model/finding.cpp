@@ -61,6 +61,7 @@ constexpr Row rows[] = {
     in_words_of(nonmanifold_vertex, PolyFindingCode::nonmanifold_vertex),
     in_words_of(opposite_winding, PolyFindingCode::opposite_winding),
     {fractional_sharpness, "fractional_sharpness", warning, "edge of fractional sharpness", "made infinitely sharp"},
+    {negative_sharpness, "negative_sharpness", warning, "sharpness below zero", "left smooth"},
     {fractional_corner, "fractional_corner", warning, "vertex of fractional sharpness", "made infinitely sharp"},
     {unkept_corner, "unkept_corner", warning, "sharp vertex of a surface that is not refined", "left as it was"},
     {unkept_hole, "unkept_hole", warning, "hole in a surface that is not refined", "filled"},

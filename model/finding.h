@@ -45,6 +45,7 @@ enum class FindingCode : std::uint8_t {
     nonmanifold_vertex,
     opposite_winding,
     fractional_sharpness,
+    negative_sharpness,
     fractional_corner,
     unkept_corner,
     unkept_hole,

@@ -28,8 +28,7 @@ void SurfaceProperty::evaluate(const CtxEval& ctx, const GeometryFragment& fragm
             out[row][i] += (other[row][i] - out[row][i]) * share;
 }
 
-MeshProperties::MeshProperties(const std::vector<PropertySource>& sources, const ControlCage& cage,
-                               const SdsMesh& mesh) {
+MeshProperties::MeshProperties(const std::vector<PropertySource>& sources, const CageView& cage, const SdsMesh& mesh) {
     m_polygons.set_polygons(view_of(cage.polygon_counts), view_of(cage.polygon_indices), view_of(cage.corner_creases));
     const PolyCreaseScope creases(view_of(cage.corner_creases));
     for (const PropertySource& source : sources) m_properties.emplace_back(m_polygons, mesh, source);

@@ -38,7 +38,9 @@ private:
 /// The properties of a cage on a mesh of its surface, which outlives them.
 class MeshProperties {
 public:
-    MeshProperties(const std::vector<PropertySource>& sources, const ControlCage& cage, const SdsMesh& mesh);
+    MeshProperties(const std::vector<PropertySource>& sources, const CageView& cage, const SdsMesh& mesh);
+    MeshProperties(const std::vector<PropertySource>& sources, const ControlCage& cage, const SdsMesh& mesh)
+        : MeshProperties(sources, cage.view(), mesh) {}
 
     const std::deque<SurfaceProperty>& get_all() const { return m_properties; }
     /// Throws std::invalid_argument, with the known names, when there is none of that name.

@@ -54,10 +54,11 @@ using PositionMode = SdsMeshGeometry::InterpolationMode;
 constexpr auto open_borders = static_cast<PositionMode>(4);
 // The second names are the field's.
 constexpr Choice<PositionMode> position_modes[] = {
-    {"linear", PositionMode::all_fixed},      {"corners", PositionMode::corners_fixed},
-    {"smooth", PositionMode::all_smoothed},   {"borders", PositionMode::borders_fixed},
-    {"bilinear", PositionMode::all_fixed},    {"edgeAndCorner", PositionMode::corners_fixed},
-    {"edgeOnly", PositionMode::all_smoothed}, {"none", open_borders},
+    {"linear", PositionMode::all_fixed},           {"corners", PositionMode::corners_fixed},
+    {"smooth", PositionMode::all_smoothed},        {"borders", PositionMode::borders_fixed},
+    {"bilinear", PositionMode::all_fixed},         {"edgeAndCorner", PositionMode::corners_fixed},
+    {"edgeOnly", PositionMode::all_smoothed},      {"none", open_borders},
+    {"bordersFixed", PositionMode::borders_fixed},
 };
 
 using UvMode = SdsMeshMaps::InterpolationMode;
@@ -88,6 +89,7 @@ constexpr Choice<FractionalSharpness> fractional_choices[] = {
     {"exact", FractionalSharpness::exact},
     {"sharp", FractionalSharpness::harden},
     {"drop", FractionalSharpness::drop},
+    {"harden", FractionalSharpness::harden},
 };
 
 }  // namespace

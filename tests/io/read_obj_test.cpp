@@ -219,7 +219,7 @@ TEST(ReadObj, MarksCreasesOnEverySideOfTheirEdge) {
         << "chain";
     EXPECT_EQ(cage_of(strip + "t crease 3/2/0 0 1 2 10 0\n").corner_creases, (Flags{1, 0, 0, 0, 0, 0, 0, 0}))
         << "each its own";
-    EXPECT_EQ(cage_of(strip + "t crease 2/1/0 1 2 -1\n").corner_creases, Flags(8, 0));
+    EXPECT_EQ(cage_of(strip + "t crease 2/1/0 1 2 -1\n", 1).corner_creases, Flags(8, 0));
     EXPECT_EQ(cage_of(strip + "t crease 2/1/0 1 2 10\nt crease 2/1/0 2 1 0\n").corner_creases, Flags(8, 0))
         << "last one";
     EXPECT_EQ(cage_of("t crease 2/1/0 1 2 10\n" + strip).corner_creases, (Flags{0, 1, 0, 0, 0, 0, 0, 1}))

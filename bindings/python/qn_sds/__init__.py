@@ -9,8 +9,16 @@ mesh, smaller ones where it is not regular, and answers rays, samples, maps and 
 the GIL released.
 """
 
+from . import _native
 from ._errors import Finding, MeshError, MeshWarning
-from ._results import Hits, LimitPoints, Samples, UvSamples
+from ._properties import Property
+from ._results import Hits, LimitPoints, PropertySamples, Samples, SceneHits, UvSamples
+from ._scene import Scene
 from ._surface import Surface, load_obj
 
-__all__ = ["Finding", "Hits", "LimitPoints", "MeshError", "MeshWarning", "Samples", "Surface", "UvSamples", "load_obj"]
+__version__ = _native.version
+
+__all__ = [
+    "Finding", "Hits", "LimitPoints", "MeshError", "MeshWarning", "Property", "PropertySamples", "Samples", "Scene",
+    "SceneHits", "Surface", "UvSamples", "load_obj",
+]

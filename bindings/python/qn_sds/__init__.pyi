@@ -1,14 +1,51 @@
 from os import PathLike
-from typing import Any, Mapping, NamedTuple, Sequence, Union
+from typing import Any, Callable, Iterable, Literal, Mapping, NamedTuple, Sequence, Union
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 _Map = Union[ArrayLike, tuple[ArrayLike, ArrayLike]]
 
+_Interpolation = Literal[
+    "bilinear",
+    "edgeAndCorner",
+    "edgeOnly",
+    "bordersFixed",
+    "none",
+    "linear",
+    "corners",
+    "smooth",
+    "borders",
+]
+_UvInterpolation = Literal[
+    "all_fixed",
+    "corners_fixed",
+    "all_smoothed",
+    "borders_fixed",
+    "smoothed_seam_corners_fixed",
+    "smoothed_seams_fixed",
+    "corners_and_seams_fixed",
+    "corners_plus1",
+    "corners_plus2",
+    "all",
+    "cornersOnly",
+    "cornersPlus1",
+    "cornersPlus2",
+    "none",
+    "boundaries",
+]
+_Fractional = Literal["harden", "drop", "exact", "sharp"]
+_CreaseMethod = Literal["uniform", "chaikin"]
+_TriangleRule = Literal["catmullClark", "smooth"]
+_Orientation = Literal["rightHanded", "leftHanded"]
+_Scheme = Literal["catmullClark", "bilinear"]
+_Kind = Literal["vertex", "varying", "uniform", "constant"]
+
+__version__: str
+
 class Finding(NamedTuple):
     code: str
-    severity: str
+    severity: Literal["error", "warning", "note"]
     cases: int
     place: str
     message: str
@@ -17,11 +54,22 @@ class Finding(NamedTuple):
 
 class MeshError(ValueError):
     findings: tuple[Finding, ...]
-    def __init__(self, message: str, findings: Sequence[Mapping[str, Any]] = ()) -> None: ...
+    def __init__(self, message: str | None = None, findings: Sequence[Mapping[str, Any]] = ()) -> None: ...
 
 class MeshWarning(UserWarning): ...
 
 class Hits(NamedTuple):
+    primitive: NDArray[np.int32]
+    u: NDArray[np.float64]
+    v: NDArray[np.float64]
+    t: NDArray[np.float64]
+    @property
+    def hit(self) -> NDArray[np.bool_]: ...
+    @property
+    def uv(self) -> NDArray[np.float64]: ...
+
+class SceneHits(NamedTuple):
+    instance: NDArray[np.int32]
     primitive: NDArray[np.int32]
     u: NDArray[np.float64]
     v: NDArray[np.float64]
@@ -49,6 +97,17 @@ class UvSamples(NamedTuple):
     du: NDArray[np.float64]
     dv: NDArray[np.float64]
 
+class Property(NamedTuple):
+    values: ArrayLike
+    kind: _Kind = "vertex"
+    indices: ArrayLike | None = None
+    times: ArrayLike | None = None
+
+class PropertySamples(NamedTuple):
+    value: NDArray[np.float64]
+    du: NDArray[np.float64]
+    dv: NDArray[np.float64]
+
 class Surface:
     def __init__(
         self,
@@ -61,26 +120,27 @@ class Surface:
         colors: ArrayLike | None = None,
         groups: ArrayLike | None = None,
         group_names: Sequence[str] | None = None,
-        interpolation: str | None = None,
-        uv_interpolation: str | None = None,
+        interpolation: _Interpolation | None = None,
+        uv_interpolation: _UvInterpolation | None = None,
         motion: _Map | None = None,
         corners: _Map | None = None,
         holes: ArrayLike | None = None,
         isolation: int = ...,
         isolation_error: float = 0.0,
-        fractional: str = "exact",
-        crease_method: str = "uniform",
-        triangle_rule: str | None = None,
-        orientation: str = "rightHanded",
+        fractional: _Fractional = "exact",
+        crease_method: _CreaseMethod = "uniform",
+        triangle_rule: _TriangleRule | None = None,
+        orientation: _Orientation = "rightHanded",
+        properties: Mapping[str, ArrayLike | Property] | None = None,
         faceVertexCounts: ArrayLike | None = ...,
         faceVertexIndices: ArrayLike | None = ...,
         creaseIndices: ArrayLike | None = ...,
         creaseLengths: ArrayLike | None = ...,
         creaseSharpnesses: ArrayLike | None = ...,
-        interpolateBoundary: str | None = ...,
-        faceVaryingLinearInterpolation: str | None = ...,
-        subdivisionScheme: str | None = ...,
-        triangleSubdivisionRule: str | None = ...,
+        interpolateBoundary: _Interpolation | None = ...,
+        faceVaryingLinearInterpolation: _UvInterpolation | None = ...,
+        subdivisionScheme: _Scheme | None = ...,
+        triangleSubdivisionRule: _TriangleRule | None = ...,
         cornerIndices: ArrayLike | None = ...,
         cornerSharpnesses: ArrayLike | None = ...,
         holeIndices: ArrayLike | None = ...,
@@ -97,6 +157,16 @@ class Surface:
         tfar: ArrayLike = ...,
         time: ArrayLike = 0.0,
     ) -> Hits: ...
+    def occluded(
+        self,
+        origins: ArrayLike,
+        directions: ArrayLike,
+        level: int = 0,
+        *,
+        tnear: ArrayLike = 0.0,
+        tfar: ArrayLike = ...,
+        time: ArrayLike = 0.0,
+    ) -> NDArray[np.bool_]: ...
     def sample(self, primitives: ArrayLike, uv: ArrayLike, *, time: ArrayLike = 0.0, level: int = 0) -> Samples: ...
     def limit_points(self, primitives: ArrayLike, uv: ArrayLike) -> LimitPoints: ...
     def limit_grid(self, n: int, *, time: float = 0.0) -> Samples: ...
@@ -104,6 +174,11 @@ class Surface:
     @property
     def patch_places(self) -> NDArray[np.int32]: ...
     def uv(self, primitives: ArrayLike, uv: ArrayLike, map: int | str = 0) -> UvSamples: ...
+    def look_up(
+        self, name: str, primitives: ArrayLike, uv: ArrayLike, *, time: ArrayLike = 0.0
+    ) -> PropertySamples: ...
+    @property
+    def property_names(self) -> list[str]: ...
     def color(self, primitives: ArrayLike, uv: ArrayLike) -> NDArray[np.float32]: ...
     def select(
         self,
@@ -136,14 +211,57 @@ class Surface:
     @property
     def quad_groups(self) -> NDArray[np.uint32]: ...
 
+_Layer = Literal["N", "Ng", "P", "Z", "st", "uv", "id", "object", "group", "color", "checker", "lines"]
+
+class Scene:
+    def __init__(
+        self, surfaces: Iterable[Surface], transforms: ArrayLike | None = None, *, level: int = 0
+    ) -> None: ...
+    def __len__(self) -> int: ...
+    def intersect(
+        self,
+        origins: ArrayLike,
+        directions: ArrayLike,
+        *,
+        tnear: ArrayLike = 0.0,
+        tfar: ArrayLike = ...,
+        time: ArrayLike = 0.0,
+    ) -> SceneHits: ...
+    def occluded(
+        self,
+        origins: ArrayLike,
+        directions: ArrayLike,
+        *,
+        tnear: ArrayLike = 0.0,
+        tfar: ArrayLike = ...,
+        time: ArrayLike = 0.0,
+    ) -> NDArray[np.bool_]: ...
+    def render(
+        self,
+        width: int = 640,
+        height: int = 480,
+        *,
+        layers: _Layer | Iterable[_Layer] = (),
+        samples: int = 16,
+        camera: Sequence[ArrayLike] | None = None,
+        azimuth: float = 35.0,
+        elevation: float = 22.0,
+        field_of_view: float = 35.0,
+        time: ArrayLike = 0.0,
+        background: bool = True,
+        progress: Callable[[float], object] | None = None,
+    ) -> dict[str, NDArray[Any]]: ...
+    @property
+    def bbox(self) -> NDArray[np.float64]: ...
+
 def load_obj(
     path: str | PathLike[str],
     *,
-    interpolation: str | None = None,
-    uv_interpolation: str = "corners_fixed",
+    interpolation: _Interpolation | None = None,
+    uv_interpolation: _UvInterpolation = "corners_fixed",
     isolation: int = ...,
     isolation_error: float = 0.0,
-    fractional: str = "exact",
-    crease_method: str = "uniform",
-    triangle_rule: str = "catmullClark",
+    fractional: _Fractional = "exact",
+    crease_method: _CreaseMethod = "uniform",
+    triangle_rule: _TriangleRule = "catmullClark",
 ) -> Surface: ...

@@ -1,11 +1,41 @@
 """Arrays of the exact types that the extension takes. An array that has the type already is passed on as it is."""
 
+import operator
+import reprlib
+
 import numpy as np
+
+from ._errors import index_error
+
+LEVELS = (0, 12)
+
+
+def whole(value, name, low, high):
+    """An integer within a range, or the sentence that says what was expected."""
+    try:
+        number = operator.index(value)
+    except TypeError:
+        raise TypeError(f"{name}: {reprlib.repr(value)} is no whole number; it is one from {low} to {high}") from None
+    if not low <= number <= high:
+        raise ValueError(f"{name}: {number}, expected a whole number from {low} to {high}")
+    return number
+
+
+def real(value, name):
+    try:
+        return float(value)
+    except (TypeError, ValueError, OverflowError):
+        raise TypeError(f"{name}: {reprlib.repr(value)} is no number") from None
+
+
+def _rows_of_nothing(array, width):
+    """An empty list has no second axis of its own."""
+    return array.reshape(0, width) if array.ndim == 1 and array.size == 0 else array
 
 
 def points(value, name, width=3):
     """float32 [n, width]."""
-    array = np.asarray(value)
+    array = _rows_of_nothing(np.asarray(value), width)
     if array.dtype.kind not in "fiu":
         raise TypeError(f"{name}: numbers expected, not {array.dtype}")
     if array.ndim != 2 or array.shape[1] != width:
@@ -17,11 +47,25 @@ def points(value, name, width=3):
 def doubles(value, name, width=None):
     """float64 [n] or [n, width]."""
     array = np.ascontiguousarray(value, dtype=np.float64)
+    if width is not None:
+        array = _rows_of_nothing(array, width)
     if width is None and array.ndim == 0:
         array = array.reshape(1)
     if array.ndim != (1 if width is None else 2) or (width is not None and array.shape[1] != width):
         raise ValueError(f"{name}: shape {array.shape}, expected {'[n]' if width is None else f'[n, {width}]'}")
     return array
+
+
+def rays(origins, directions):
+    """float64 [n, 3] each, or a single one for all of the other."""
+    rows = []
+    for value, name in ((origins, "origins"), (directions, "directions")):
+        array = np.asarray(value)
+        rows.append(doubles(array.reshape(1, 3) if array.shape == (3,) else array, name, 3))
+    counts = [len(each) for each in rows]
+    if counts[0] != counts[1] and 1 not in counts:
+        raise ValueError(f"directions: {counts[1]} for {counts[0]} origins, expected as many, or one of either")
+    return (*rows, counts[1] if counts[0] == 1 else counts[0])
 
 
 def per_item(value, name, count):
@@ -41,14 +85,27 @@ def _integers(value, name):
     return array
 
 
-def indices(value, name):
-    """uint32 [n]. Negative values wrap around, so that -1 is "none"; the extension says where an index is out of range.
-    Signed and unsigned 32-bit arrays are not copied."""
+def _first_beyond(array, low, high):
+    """Where the integers leave a range that is wider than 32 bits: the first entry and how many there are."""
+    beyond = np.flatnonzero(((array < low) | (array > high)).reshape(-1))
+    return (int(beyond[0]), len(beyond)) if len(beyond) else (None, 0)
+
+
+def indices(value, name, place_of=None):
+    """uint32 [n]. Negative values wrap around, so that -1 is "none"; the extension says where an index is out of range,
+    but for those beyond 32 bits, which it cannot see. `place_of` names the place of an entry. Signed and unsigned
+    32-bit arrays are not copied."""
     array = _integers(value, name)
     if not array.dtype.isnative:
         array = array.astype(array.dtype.newbyteorder("="))
     if array.dtype.itemsize > 4:
-        array = np.clip(array, -(2**31), 2**32 - 2).astype(np.int64).astype(np.uint32)
+        entry, cases = _first_beyond(array, -(2**31), 2**32 - 2)
+        if entry is not None:
+            index = int(array.reshape(-1)[entry])
+            if place_of is None:
+                raise index_error("index_out_of_range", "index out of range", f"{name}, entry {entry}", index, cases)
+            raise index_error("vertex_index_out_of_range", "vertex index out of range", place_of(entry), index, cases)
+        array = array.astype(np.int64).astype(np.uint32)
     elif array.dtype.itemsize == 4:
         array = array.view(np.uint32)
     else:
@@ -60,7 +117,9 @@ def primitives(value, name="primitives"):
     """int32 [n]; -1 is "none"."""
     array = _integers(value, name)
     if array.dtype.itemsize >= 4 and array.dtype != np.int32:
-        array = np.clip(array, -(2**31), 2**31 - 1)  # out of range stays out of range
+        entry, _ = _first_beyond(array, -(2**31), 2**31 - 1)
+        if entry is not None:
+            raise IndexError(f"fragment {entry}: primitive {array.reshape(-1)[entry]}, more than any surface has")
     return np.ascontiguousarray(array, dtype=np.int32).reshape(-1)
 
 

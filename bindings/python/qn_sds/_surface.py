@@ -1,13 +1,14 @@
 """The surface as users see it: checks shapes and words, makes exact arrays, leaves the work to the extension."""
 
 import os
+import threading
 import warnings
 
 import numpy as np
 
-from . import _arrays, _native, _words
-from ._errors import MeshWarning, to_findings
-from ._results import Hits, LimitPoints, Samples, UvSamples, split
+from . import _arrays, _native, _properties, _recipe, _words
+from ._errors import Finding, MeshWarning, to_findings
+from ._results import Hits, LimitPoints, PropertySamples, Samples, UvSamples, split
 
 _ISOLATION = 2
 
@@ -32,16 +33,19 @@ class Surface:
         colors            [n, 3] or [n, 4], floats in [0, 1] or uint8
         groups            [faces], shading group of every face, an index into group_names
         group_names       one name per group; "group 0", "group 1", ... by default
-        interpolation     "edgeAndCorner", "edgeOnly", "bilinear", "bordersFixed", or "none": no surface beside borders
+        interpolation     "edgeAndCorner" or "corners", "edgeOnly" or "smooth", "bilinear" or "linear", "bordersFixed"
+                          or "borders", "none": no surface beside borders
         uv_interpolation  the same for UVs: "corners_fixed" and others, see the page on modes, or USD's "cornersPlus1"
                           and the like
         motion            vectors [n, 3] per unit of time, or (times, samples) with samples [k, n, 3]
+        properties        a dictionary by name of values per point, or `Property` for other kinds: per face, constant,
+                          varying, with indices per face-corner, with samples in time; see `look_up`
         isolation         levels by which quads that are not regular are refined, and UV maps with them, 0 to 10;
                           corners, holes, fractional sharpness and open borders are followed from 1 on
         isolation_error   above 0, refining stops around a point that is this close to the surface, a share of the
                           mesh's diagonal
         fractional        what becomes of a sharpness between 0 and 10: "exact" (without isolation as "harden"),
-                          "harden" or "drop"
+                          "harden" or "sharp", "drop"
         crease_method     how it decays: "uniform" or "chaikin"
         triangle_rule     "catmullClark" or "smooth"
         orientation       "rightHanded", or "leftHanded": faces are turned over, their first corners stay
@@ -54,9 +58,12 @@ class Surface:
     and warnings among it are issued as MeshWarning.
 
     Primitives are quads at every isolation: the faces themselves when all are quads, else n quads of every n-gon, in
-    order. Points on the
-    surface are a primitive with u, v in [0, 1]. Methods may be called from any number of threads; they see the surface
-    as it was when they began, whatever `update` does meanwhile. Arrays handed over must not change during the call.
+    order. Points on the surface are a primitive with u, v in [0, 1]. Methods may be called from any number of threads;
+    they see the surface as it was when they began, whatever `update` does meanwhile. Arrays handed over must not change
+    during the call.
+
+    A surface can be pickled and copied: it keeps its cage and options, from which the copy is built, checked like any
+    other, with the same bits.
     """
 
     def __init__(
@@ -81,68 +88,50 @@ class Surface:
         crease_method="uniform",
         triangle_rule=None,
         orientation="rightHanded",
+        properties=None,
         **usd,
     ):
         given = {
+            "points": points,
             "face_counts": face_counts,
             "face_indices": face_indices,
             "creases": creases,
-            "colors": colors,
-            "interpolation": interpolation,
-            "uv_interpolation": uv_interpolation,
-            "motion": motion,
             "corners": corners,
             "holes": holes,
+            "uvs": uvs,
+            "colors": colors,
+            "groups": groups,
+            "group_names": group_names,
+            "motion": motion,
+            "properties": properties,
+            "interpolation": interpolation,
+            "uv_interpolation": uv_interpolation,
+            "isolation": isolation,
+            "isolation_error": isolation_error,
+            "fractional": fractional,
+            "crease_method": crease_method,
             "triangle_rule": triangle_rule,
+            "orientation": orientation,
         }
         _words.translate_usd(given, usd)
-        if given["face_counts"] is None or given["face_indices"] is None:
-            raise TypeError("face_counts and face_indices are needed")
-
-        point_array = _arrays.points(points, "points")
-        counts = _arrays.indices(given["face_counts"], "face_counts")
-        face_corners = _arrays.indices(given["face_indices"], "face_indices")
-        if int(counts.sum(dtype=np.uint64)) != len(face_corners):
-            raise ValueError(
-                f"face_indices: {len(face_corners)} where face_counts add up to {counts.sum(dtype=np.uint64)}"
-            )
-        if len(face_corners) > 2**30 or len(point_array) > 2**30:
-            raise ValueError("at most 2^30 points and face-corners")
-        group_array, names = _settle_groups(groups, group_names, len(counts))
-        color_array = np.zeros((0, 4), np.uint8)
-        if given["colors"] is not None:
-            color_array = _arrays.colors(given["colors"], len(point_array))
-        maps = [
-            (name, *_arrays.uv_map(value, name, face_corners, len(point_array))) for name, value in _named_maps(uvs)
-        ]
-        if _words.code_of(orientation, _words.ORIENTATION, "orientation"):
-            order = _words.reversed_corners(counts)
-            face_corners = face_corners[order]
-            maps = [(name, values, map_corners[order]) for name, values, map_corners in maps]
-        mesh = _native.Mesh(
-            point_array,
-            counts,
-            face_corners,
-            *_words.crease_edges(given["creases"]),
-            *_words.sharp_corners(given["corners"]),
-            _arrays.indices(() if given["holes"] is None else given["holes"], "holes"),
-            group_array,
-            names,
-            [_native.UvArrays(*each) for each in maps],
-            color_array,
-            *_arrays.motion(given["motion"], len(point_array)),
-        )
-        modes = _modes(
-            given["interpolation"] or "edgeAndCorner",
-            given["uv_interpolation"] or "corners_fixed",
-            fractional,
-            isolation,
-            isolation_error,
-            crease_method,
-            given["triangle_rule"] or "catmullClark",
-        )
-        self._native = _native.Surface(mesh, modes)
+        self._build(given)
         self._warn(stacklevel=3)
+
+    def _build(self, given):
+        """From arguments, or from a recipe, which is trusted no more than they are."""
+        recipe = _recipe.settle(given)
+        self._begin(_recipe.build(recipe), recipe)
+
+    def _begin(self, native, recipe):
+        self._native = native
+        self._recipe = recipe  # None for a file, whose cage the extension keeps
+        self._moved = {}  # what `update` put in its place
+        self._findings = to_findings(native.findings())
+        self._updating = threading.Lock()
+
+    def __reduce__(self):
+        recipe = _recipe.from_cage(self._native.cage()) if self._recipe is None else self._recipe
+        return _rebuild, (1, {**recipe, **self._moved}, self._findings)
 
     def intersect(self, origins, directions, level=0, *, tnear=0.0, tfar=np.inf, time=0.0):
         """Nearest hits of rays: `Hits`, one row per ray.
@@ -153,16 +142,15 @@ class Surface:
             level                0 for the limit surface, up to 12 for flat cells, 2^level along an edge of a face
             tnear, tfar, time    one value or one per ray
 
-        A ray that is not finite or has no direction hits nothing. The first call at a level builds a hierarchy.
+        One origin, or one direction, [3] or [1, 3], goes with all of the other. A ray that is not finite or has no
+        direction hits nothing. The first call at a level builds a hierarchy.
         """
-        ray_origins = _arrays.doubles(origins, "origins", 3)
-        ray_directions = _arrays.doubles(directions, "directions", 3)
-        count = len(ray_origins)
-        if len(ray_directions) != count:
-            raise ValueError(f"directions: {len(ray_directions)} for {count} origins")
-        limits = (_arrays.per_item(value, name, count) for value, name in
-                  ((tnear, "tnear"), (tfar, "tfar"), (time, "time")))
-        return Hits(*self._native.intersect(ray_origins, ray_directions, *limits, level))
+        return Hits(*self._trace(self._native.intersect, origins, directions, tnear, tfar, time, level))
+
+    def occluded(self, origins, directions, level=0, *, tnear=0.0, tfar=np.inf, time=0.0):
+        """Whether rays hit anything: bool [n]. Arguments as for `intersect`, of which it is the faster form: a ray ends
+        at the first hit that is found, not at the nearest."""
+        return self._trace(self._native.occluded, origins, directions, tnear, tfar, time, level)
 
     def sample(self, primitives, uv, *, time=0.0, level=0):
         """Position, first derivatives and normals at points: `Samples` of [n, 3].
@@ -173,7 +161,8 @@ class Surface:
             uv          [n, 2] in [0, 1]
         """
         prims, pairs = _arrays.fragments(primitives, uv)
-        return split(Samples, self._native.sample(prims, pairs, _arrays.per_item(time, "time", len(prims)), level))
+        times = _arrays.per_item(time, "time", len(prims))
+        return split(Samples, self._native.sample(prims, pairs, times, _arrays.whole(level, "level", *_arrays.LEVELS)))
 
     def limit_points(self, primitives, uv):
         """Position, first derivatives and normal of the surface at rest: `LimitPoints`, float32 [n, 3].
@@ -184,11 +173,11 @@ class Surface:
 
     def limit_grid(self, n, *, time=0.0):
         """`Samples` at (n + 1) x (n + 1) points of every quad: arrays [quad, v, u, 3]."""
-        return split(Samples, self._native.limit_grid(n, time))
+        return split(Samples, self._native.limit_grid(_arrays.whole(n, "n", 1, 2**32 - 1), _arrays.real(time, "time")))
 
     def patches(self, *, time=0.0):
         """The control points of every patch, float32 [patch, 16, 3]: control 4 k + j belongs to corner k."""
-        return self._native.patches(time)
+        return self._native.patches(_arrays.real(time, "time"))
 
     @property
     def patch_places(self):
@@ -200,6 +189,25 @@ class Surface:
         """A UV map, by number or name, at points: `UvSamples` of [n, 3]."""
         prims, pairs = _arrays.fragments(primitives, uv)
         return split(UvSamples, self._native.look_up_uvs(prims, pairs, self._map_number(map)))
+
+    def look_up(self, name, primitives, uv, *, time=0.0):
+        """A property at points: `PropertySamples`, float64 [n] of single numbers, [n, numbers] of rows; derivatives are
+        by the quad's u and v. NaN where the primitive is -1 and on holes. 64-bit integers are rounded to float64.
+
+        The first call, and the first after `update`, prepares all properties.
+        """
+        if name not in (names := self._native.property_names()):
+            raise LookupError(f"no property {name!r}; there are {names}")
+        prims, pairs = _arrays.fragments(primitives, uv)
+        times = _arrays.per_item(time, "time", len(prims))
+        rows = self._native.look_up_property(prims, pairs, times, names.index(name))
+        shape = (len(prims), *_properties.item_shape(self._recipe["properties"][name]))
+        return PropertySamples(*(rows[:, i].reshape(shape) for i in range(3)))
+
+    @property
+    def property_names(self):
+        """Names of the properties."""
+        return self._native.property_names()
 
     def color(self, primitives, uv):
         """The colors at points: float32 rgba [n, 4]."""
@@ -215,7 +223,7 @@ class Surface:
         rows = [_arrays.planes(value, name) for value, name in ((sides, "sides"), (near, "near"), (far, "far"))]
         if len(rows[0]) > 4 or len(rows[1]) > 1 or len(rows[2]) > 1:
             raise ValueError("a frustum has up to four sides, one near and one far plane")
-        return self._native.select(*rows, bool(inside), level)
+        return self._native.select(*rows, bool(inside), _arrays.whole(level, "level", *_arrays.LEVELS))
 
     def update(self, points, motion=None):
         """New positions, and motion, on the same topology and maps. Views taken before keep the former ones."""
@@ -223,7 +231,10 @@ class Surface:
         count = self._native.point_count()
         if len(point_array) != count:
             raise ValueError(f"points: {len(point_array)} where the surface has {count}")
-        self._native.update(point_array, *_arrays.motion(motion, count))
+        moved = {"points": point_array.copy(), "motion": _recipe.settle_motion(motion, count)}
+        with self._updating:
+            self._native.update(moved["points"], *_arrays.motion(moved["motion"], count))
+            self._moved = moved
 
     @property
     def bbox(self):
@@ -243,7 +254,7 @@ class Surface:
     @property
     def findings(self):
         """What was found in the mesh, a tuple of `Finding`."""
-        return to_findings(self._native.findings())
+        return self._findings
 
     @property
     def quad_count(self):
@@ -283,14 +294,30 @@ class Surface:
             if map not in names:
                 raise LookupError(f"no UV map {map!r}; there are {names}")
             return names.index(map)
-        if not 0 <= map < len(names):
-            raise LookupError(f"UV map {map} of {len(names)}")
-        return map
+        if not names:
+            raise LookupError("the surface has no UV maps")
+        return _arrays.whole(map, "map", 0, len(names) - 1)
+
+    def _trace(self, trace, origins, directions, tnear, tfar, time, level):
+        *rays, count = _arrays.rays(origins, directions)
+        limits = (_arrays.per_item(value, name, count) for value, name in
+                  ((tnear, "tnear"), (tfar, "tfar"), (time, "time")))
+        return trace(*rays, *limits, _arrays.whole(level, "level", *_arrays.LEVELS))
 
     def _warn(self, stacklevel):
         for finding in self.findings:
             if finding.severity == "warning":
                 warnings.warn(str(finding), MeshWarning, stacklevel=stacklevel + 1)
+
+
+def _rebuild(version, recipe, findings):
+    """A pickled surface. Warnings were given when it was first built."""
+    if version != 1 or set(recipe) != set(_recipe.ARGUMENTS):
+        raise ValueError("a surface that another version of qn_sds has pickled")
+    surface = object.__new__(Surface)
+    surface._build(recipe)
+    surface._findings = tuple(Finding(*each) for each in findings)
+    return surface
 
 
 def load_obj(
@@ -311,45 +338,9 @@ def load_obj(
     with open(path, "rb"):
         pass
     surface = object.__new__(Surface)
-    modes = _modes(interpolation, uv_interpolation, fractional, isolation, isolation_error, crease_method, triangle_rule)
-    surface._native = _native.Surface.load_obj(os.fsencode(path), modes)
+    modes = _recipe.modes(
+        interpolation, uv_interpolation, fractional, isolation, isolation_error, crease_method, triangle_rule
+    )
+    surface._begin(_native.Surface.load_obj(os.fsencode(path), modes), None)
     surface._warn(stacklevel=2)
     return surface
-
-
-def _modes(interpolation, uv_interpolation, fractional, isolation, isolation_error, crease_method, triangle_rule):
-    if interpolation is None:
-        interpolation_code = _words.AS_FILE_SAYS
-    else:
-        interpolation_code = _words.code_of(interpolation, _words.INTERPOLATION, "interpolation")
-    return _native.Modes(
-        interpolation_code,
-        _words.code_of(uv_interpolation, _words.UV_INTERPOLATION, "uv_interpolation"),
-        _words.code_of(fractional, _words.FRACTIONAL, "fractional"),
-        isolation,
-        isolation_error,
-        _words.code_of(crease_method, _words.CREASE_METHOD, "crease_method"),
-        _words.code_of(triangle_rule, _words.TRIANGLE_RULE, "triangle_rule"),
-    )
-
-
-def _named_maps(uvs):
-    if uvs is None:
-        return []
-    return list(uvs.items()) if isinstance(uvs, dict) else [("uv", uvs)]
-
-
-def _settle_groups(groups, names, face_count):
-    if groups is None:
-        return np.zeros(face_count, np.uint32), list(names or ["default"])[:1]
-    array = _arrays.indices(groups, "groups")
-    if len(array) != face_count:
-        raise ValueError(f"groups: {len(array)} for {face_count} faces")
-    highest = int(array.max(initial=0))
-    if names is None:
-        if highest >= 2**20:
-            raise ValueError(f"groups: index {highest} without group_names")
-        return array, [f"group {i}" for i in range(highest + 1)]
-    if highest >= len(names):
-        raise ValueError(f"groups: index {highest} of {len(names)} names")
-    return array, [str(name) for name in names]

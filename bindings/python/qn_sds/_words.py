@@ -10,10 +10,15 @@ INTERPOLATION = {
     "edgeOnly": 2,
     "bordersFixed": 3,
     "none": 4,
+    # the program's
+    "linear": 0,
+    "corners": 1,
+    "smooth": 2,
+    "borders": 3,
 }
 AS_FILE_SAYS = 5
 
-FRACTIONAL = {"harden": 0, "drop": 1, "exact": 2}
+FRACTIONAL = {"harden": 0, "drop": 1, "exact": 2, "sharp": 0}
 CREASE_METHOD = {"uniform": False, "chaikin": True}
 TRIANGLE_RULE = {"catmullClark": False, "smooth": True}
 ORIENTATION = {"rightHanded": False, "leftHanded": True}
@@ -50,8 +55,9 @@ _USD_NAMES = {
 _USD_CREASES = ("creaseIndices", "creaseLengths", "creaseSharpnesses")
 _USD_CORNERS = ("cornerIndices", "cornerSharpnesses")
 
+
 def code_of(word, known, what):
-    if word not in known:
+    if not isinstance(word, str) or word not in known:
         raise ValueError(f"{what}: unknown word {word!r}; known are {', '.join(known)}")
     return known[word]
 

@@ -116,6 +116,26 @@ void settle_uvs(std::span<const std::uint32_t> face_counts, sds_model::UvSource&
     }
 }
 
+void check_properties(const MeshArrays& mesh, Findings& findings) {
+    if (mesh.properties.empty()) return;
+    PolyMesh polygons;
+    polygons.set_polygons(sds_model::view_of(mesh.face_counts), sds_model::view_of(mesh.face_indices), {});
+    for (const sds_model::PropertySource& source : mesh.properties) {
+        PolyFindings found;
+        poly_check_property(sds_model::make_host_property(polygons, source),
+                            static_cast<std::uint32_t>(mesh.points.size() / 3), found);
+        poly_check_times(sds_model::view_of(source.times), found);
+        sds_model::add_mesh_findings(found, findings, [&](PolyFindingCode code, const PolyPlace& place) {
+            const std::string name = "property '" + source.name + "'";
+            if (code == PolyFindingCode::index_out_of_range)
+                return FirstCase{name + ", face-corner " + std::to_string(place.corner),
+                                 index_of(place.item, source.item_count()),
+                                 {}};
+            return FirstCase{name, std::string(poly_array_name(place.array)) + ", " + std::to_string(place.item), {}};
+        });
+    }
+}
+
 void check_creases(const MeshArrays& mesh, Findings& findings) {
     const std::size_t point_count = mesh.points.size() / 3;
     for (std::size_t i = 0; i < mesh.creases.sharpness.size(); ++i) {
@@ -198,6 +218,7 @@ void check_arrays(MeshArrays& mesh, Findings& findings) {
     check_creases(mesh, findings);
     check_corners_and_holes(mesh, findings);
     for (sds_model::UvSource& uvs : mesh.uvs) settle_uvs(mesh.face_counts, uvs, findings);
+    if (!findings.has_errors()) check_properties(mesh, findings);
 }
 
 Sharpness settle_sharpness(const MeshArrays& mesh, Findings& findings) {
@@ -206,8 +227,10 @@ Sharpness settle_sharpness(const MeshArrays& mesh, Findings& findings) {
     const std::size_t entries = mesh.corners.vertices.size();
     if (!mesh.is_refined) {
         for (std::size_t i = 0; i < entries; ++i)
-            if (mesh.corners.sharpness[i] > 0.0f)
-                findings.record(FindingCode::unkept_corner, [&] { return FirstCase{corner_entry_place(i), {}, {}}; });
+            if (const float sharpness = mesh.corners.sharpness[i]; sharpness != 0.0f)
+                findings.record(sharpness > 0.0f ? FindingCode::unkept_corner : FindingCode::negative_sharpness, [&] {
+                    return FirstCase{corner_entry_place(i), {}, {}};
+                });
         findings.record(
             FindingCode::unkept_hole,
             [&] {

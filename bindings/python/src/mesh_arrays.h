@@ -9,6 +9,7 @@
 
 #include "model/creases.h"
 #include "model/finding.h"
+#include "model/property_source.h"
 #include "model/surface.h"
 
 namespace sds_python {
@@ -52,6 +53,7 @@ struct MeshArrays {
     std::vector<sds_model::UvSource> uvs;
     std::span<const std::uint8_t> colors;  ///< rgba per point or empty
     std::span<const float> motion;         ///< like points or empty
+    std::vector<sds_model::PropertySource> properties = {};
 };
 
 /// Checks the contents; records errors, warnings and notes in `findings`. Places read "face 3, corner 1", "point 7".

@@ -13,6 +13,7 @@
 #include "model/uv_join.h"
 #include "qn_ctx/ctx_eval.h"
 #include "render/batch.h"
+#include "sds/mesh_property/element_types.h"
 
 namespace py = pybind11;
 
@@ -52,6 +53,39 @@ TimeSamples make_time_samples(const Array<double>& times, const Array<float>& sa
     const auto t = span_of(times);
     const auto s = span_of(samples);
     return {{t.begin(), t.end()}, {s.begin(), s.end()}};
+}
+
+sds_model::PropertySource make_source(const PropertyArrays& given) {
+    sds_model::PropertySource source{given.name, {}, {}, given.extent, {}, {}, {}};
+    using Kind = PolyMeshProperty::Type;
+    const Kind kinds[] = {Kind::per_vertex, Kind::varying, Kind::per_polygon, Kind::constant};
+    const auto* const kind =
+        std::find_if(std::begin(kinds), std::end(kinds), [&](Kind k) { return given.kind == sds_model::to_name(k); });
+    if (kind == std::end(kinds) || !ResourceProperty::find_type(CoreString(given.type), source.type))
+        throw std::invalid_argument("property '" + given.name + "': unknown kind or type");
+    source.kind = *kind;
+    const auto indices = span_of(given.indices);
+    const auto times = span_of(given.times);
+    source.indices.assign(indices.begin(), indices.end());
+    source.times.assign(times.begin(), times.end());
+    const std::size_t samples = std::max<std::size_t>(times.size(), 1);
+    const std::size_t item_size = std::size_t{given.extent} * ResourceProperty::get_type_size(source.type);
+    const auto bytes = span_of(given.bytes);
+    if (given.extent == 0 || bytes.size() % (samples * item_size) != 0)
+        throw std::invalid_argument("property '" + given.name + "': values of another size");
+    const std::size_t items = bytes.size() / (samples * item_size);
+    for (std::size_t s = 0; s < samples; ++s) {
+        ResourceProperty& values = source.samples.emplace_back(CoreString(given.name));
+        values.init(source.type, given.extent, static_cast<unsigned int>(items));
+        const std::uint8_t* at = bytes.data() + s * items * item_size;
+        sds::with_element(source.type, [&](auto element) {
+            using T = decltype(element);
+            for (std::size_t i = 0; i < items; ++i)
+                values.set_item_values(static_cast<unsigned int>(i), reinterpret_cast<const T*>(at + i * item_size),
+                                       given.extent);
+        });
+    }
+    return source;
 }
 
 void check_level(unsigned int level) {
@@ -111,6 +145,7 @@ SurfaceObject::SurfaceObject(MeshWords words, const ModeWords& mode_words) {
         const auto uv_indices = span_of(uv.indices);
         mesh.uvs.push_back({uv.name, {uv_points.begin(), uv_points.end()}, {uv_indices.begin(), uv_indices.end()}});
     }
+    for (const PropertyArrays& property : words.properties) mesh.properties.push_back(make_source(property));
     TimeSamples time_samples = make_time_samples(words.times, words.samples);
     m_facts.point_count = mesh.points.size() / 3;
     m_facts.face_count = mesh.face_counts.size();
@@ -137,8 +172,16 @@ SurfaceObject::SurfaceObject(MeshWords words, const ModeWords& mode_words) {
         join_uvs(cage, map);
         m_facts.uv_joins.push_back(map.join);
     }
+    std::shared_ptr<CageProperties> properties;
+    if (!mesh.properties.empty())
+        properties =
+            std::make_shared<CageProperties>(CageProperties{{mesh.face_counts.begin(), mesh.face_counts.end()},
+                                                            {mesh.face_indices.begin(), mesh.face_indices.end()},
+                                                            sharpness.creases.flags,
+                                                            std::move(mesh.properties)});
     m_state = std::make_shared<const SurfaceState>(
-        std::make_unique<sds_model::Surface>(cage, mesh.uvs, mesh.motion, modes, nullptr), std::move(time_samples));
+        std::make_unique<sds_model::Surface>(cage, mesh.uvs, mesh.motion, modes, nullptr), std::move(time_samples),
+        std::move(properties));
 }
 
 std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, const ModeWords& words) {
@@ -147,16 +190,17 @@ std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, 
     sds_io::ReadObjResult read =
         sds_io::read_obj(path, {.fractional = get_fractional(words), .is_refined = modes.is_refined()});
     throw_errors(read.findings);
-    join_uvs(*read.cage);
     std::unique_ptr<SurfaceObject> object(new SurfaceObject);
+    object->m_cage = std::make_shared<const sds_model::ControlCage>(*read.cage);
+    join_uvs(*read.cage);
     object->m_facts = {read.cage->get_vertex_count(), read.cage->get_polygon_count(), read.findings, {}};
     if (read.cage->has_uvs()) object->m_facts.uv_joins.push_back(read.cage->uv_join);
     const bool has_border_rule = words.interpolation != ModeWords::as_file_says;
+    object->m_modes = follow_rules(modes, read.cage->rules, has_border_rule, true);
     object->m_state = std::make_shared<const SurfaceState>(
         std::make_unique<sds_model::Surface>(read.cage->view(), std::vector<sds_model::UvSource>{},
-                                             std::span<const float>{},
-                                             follow_rules(modes, read.cage->rules, has_border_rule, true), nullptr),
-        TimeSamples{});
+                                             std::span<const float>{}, object->m_modes, nullptr),
+        TimeSamples{}, nullptr);
     return object;
 }
 
@@ -173,7 +217,7 @@ void SurfaceObject::update(const Array<float>& points, const Array<float>& motio
         check_finite(time_samples.positions, "time samples, point", findings);
         throw_errors(findings);
         next = std::make_shared<const SurfaceState>(state->surface().moved(span_of(points), span_of(motion)),
-                                                    std::move(time_samples));
+                                                    std::move(time_samples), state->get_properties());
     }
     m_state = std::move(next);
 }
@@ -181,24 +225,43 @@ void SurfaceObject::update(const Array<float>& points, const Array<float>& motio
 py::tuple SurfaceObject::intersect(const Array<double>& origins, const Array<double>& directions,
                                    const Array<double>& tnear, const Array<double>& tfar, const Array<double>& times,
                                    unsigned int level) const {
-    check_level(level);
-    const std::shared_ptr<const SurfaceState> state = m_state;
     const RayArrays rays{span_of(origins), span_of(directions), span_of(tnear), span_of(tfar), span_of(times)};
     const Shape shape{extent(rays.size())};
     py::array_t<std::int32_t> primitives(shape);
     py::array_t<double> u(shape), v(shape), t(shape);
     const HitArrays hits{primitives.mutable_data(), u.mutable_data(), v.mutable_data(), t.mutable_data()};
+    trace_chunks(rays, level,
+                 [&](const SurfaceState& state, const sds_render::Shutter& shutter, std::size_t first,
+                     std::size_t last) { state.intersect(rays, first, last, level, shutter, hits); });
+    return py::make_tuple(primitives, u, v, t);
+}
+
+py::array SurfaceObject::occluded(const Array<double>& origins, const Array<double>& directions,
+                                  const Array<double>& tnear, const Array<double>& tfar, const Array<double>& times,
+                                  unsigned int level) const {
+    const RayArrays rays{span_of(origins), span_of(directions), span_of(tnear), span_of(tfar), span_of(times)};
+    py::array_t<bool> out(Shape{extent(rays.size())});
+    bool* data = out.mutable_data();
+    trace_chunks(rays, level,
+                 [&](const SurfaceState& state, const sds_render::Shutter& shutter, std::size_t first,
+                     std::size_t last) { state.find_occluded(rays, first, last, level, shutter, data); });
+    return out;
+}
+
+template <class Trace>
+void SurfaceObject::trace_chunks(const RayArrays& rays, unsigned int level, const Trace& trace) const {
+    check_level(level);
+    const std::shared_ptr<const SurfaceState> state = m_state;
     const sds_render::Shutter shutter =
         sds_render::get_shutter_of(rays.size(), [&](std::size_t i) { return rays.at(i); });
     for (const double time : {shutter.open, shutter.close}) state->surface().check_time(time);
     for (std::size_t first = 0; first < rays.size(); first += rays_per_chunk) {
         {
             const LockRelease release;
-            state->intersect(rays, first, std::min(first + rays_per_chunk, rays.size()), level, shutter, hits);
+            trace(*state, shutter, first, std::min(first + rays_per_chunk, rays.size()));
         }
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
     }
-    return py::make_tuple(primitives, u, v, t);
 }
 
 py::array SurfaceObject::sample(const Array<std::int32_t>& primitives, const Array<double>& uv,
@@ -269,6 +332,27 @@ py::array SurfaceObject::look_up_uvs(const Array<std::int32_t>& primitives, cons
         state->look_up_uvs(fragments, map, data);
     }
     return out;
+}
+
+py::array SurfaceObject::look_up_property(const Array<std::int32_t>& primitives, const Array<double>& uv,
+                                          const Array<double>& times, unsigned int property) const {
+    const std::shared_ptr<const SurfaceState> state = m_state;
+    const Fragments fragments = make_fragments(primitives, uv, span_of(times));
+    const auto width = extent(state->get_properties()->sources.at(property).extent);
+    py::array_t<double> out(Shape{extent(fragments.size()), 3, width});
+    double* data = out.mutable_data();
+    {
+        const LockRelease release;
+        state->look_up_property(fragments, property, data);
+    }
+    return out;
+}
+
+std::vector<std::string> SurfaceObject::property_names() const {
+    std::vector<std::string> names;
+    if (const auto& properties = m_state->get_properties())
+        for (const sds_model::PropertySource& source : properties->sources) names.push_back(source.name);
+    return names;
 }
 
 py::array SurfaceObject::look_up_colors(const Array<std::int32_t>& primitives, const Array<double>& uv,

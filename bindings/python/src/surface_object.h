@@ -17,6 +17,16 @@ struct UvArrays {
     Array<std::uint32_t> indices;
 };
 
+/// Of a property: name, kind and element type by their words, numbers of an item, and the bytes of the values
+/// [time][item][number]. `indices` and `times` may be empty.
+struct PropertyArrays {
+    std::string name, kind, type;
+    unsigned int extent;
+    Array<std::uint8_t> bytes;
+    Array<std::uint32_t> indices;
+    Array<double> times;
+};
+
 /// Numbers of a surface that do not change with its positions, and everything that was said about its mesh.
 struct SurfaceFacts {
     std::size_t point_count = 0, face_count = 0;
@@ -40,6 +50,7 @@ struct MeshWords {
     Array<float> motion;
     Array<double> times;
     Array<float> samples;
+    std::vector<PropertyArrays> properties;
 };
 
 /// How the surface is made, in the numbers of qn_sds/_words.py.
@@ -65,6 +76,8 @@ public:
 
     pybind11::tuple intersect(const Array<double>& origins, const Array<double>& directions, const Array<double>& tnear,
                               const Array<double>& tfar, const Array<double>& times, unsigned int level) const;
+    pybind11::array occluded(const Array<double>& origins, const Array<double>& directions, const Array<double>& tnear,
+                             const Array<double>& tfar, const Array<double>& times, unsigned int level) const;
     pybind11::array sample(const Array<std::int32_t>& primitives, const Array<double>& uv, const Array<double>& times,
                            unsigned int level) const;
     pybind11::array limit_points(const Array<std::int32_t>& primitives, const Array<double>& uv) const;
@@ -77,6 +90,17 @@ public:
     /// Rows nx ny nz d; near and far may have no row.
     pybind11::array select(const Array<double>& sides, const Array<double>& near_plane, const Array<double>& far_plane,
                            bool inside, unsigned int level) const;
+
+    /// Value, d/du and d/dv: [n, 3, extent].
+    pybind11::array look_up_property(const Array<std::int32_t>& primitives, const Array<double>& uv,
+                                     const Array<double>& times, unsigned int property) const;
+    std::vector<std::string> property_names() const;
+
+    /// What a file held, in the words of Surface's arguments, with numbers for the modes. Of surfaces from files only.
+    pybind11::dict cage() const;
+
+    /// As it is now; later updates do not change it.
+    std::shared_ptr<const SurfaceState> state() const { return m_state; }
 
     pybind11::array bbox() const;
     double area() const;
@@ -97,8 +121,15 @@ public:
 private:
     SurfaceObject() = default;
 
+    /// trace(state, shutter, first, last), without the GIL, for a range of rays after the other; signals are looked at
+    /// in between.
+    template <class Trace>
+    void trace_chunks(const RayArrays& rays, unsigned int level, const Trace& trace) const;
+
     std::shared_ptr<const SurfaceState> m_state;
     SurfaceFacts m_facts;
+    std::shared_ptr<const sds_model::ControlCage> m_cage;  ///< as read, of files only
+    sds_model::SurfaceModes m_modes;
 };
 
 /// Text that may hold the name of a file, in any bytes, as the interpreter spells such names.

@@ -21,6 +21,7 @@ constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 double item(std::span<const double> values, std::size_t i) { return values[values.size() == 1 ? 0 : i]; }
 
 GMathVec3<double> vector(std::span<const double> values, std::size_t i) {
+    if (values.size() == 3) i = 0;
     return {values[3 * i], values[3 * i + 1], values[3 * i + 2]};
 }
 
@@ -64,8 +65,9 @@ GeometryRay RayArrays::at(std::size_t i) const {
     return ray;
 }
 
-SurfaceState::SurfaceState(std::unique_ptr<sds_model::Surface> surface, TimeSamples samples)
-    : m_surface(std::move(surface)), m_traced(*m_surface) {
+SurfaceState::SurfaceState(std::unique_ptr<sds_model::Surface> surface, TimeSamples samples,
+                           std::shared_ptr<const CageProperties> properties)
+    : m_surface(std::move(surface)), m_traced(*m_surface), m_properties(std::move(properties)) {
     if (samples.times.empty()) return;
     using Loader = CoreSharedPointer<SdsMeshGeometry::SampleLoader, CoreSharedCounter>;
     m_surface->get_geometry().set_positions_sampling(
@@ -80,7 +82,7 @@ void SurfaceState::check(const Fragments& fragments) const {
         const std::int64_t primitive = fragments.primitives[i];
         if (primitive < -1 || primitive >= count)
             throw std::out_of_range("fragment " + std::to_string(i) + ": primitive " + std::to_string(primitive) +
-                                    " of " + std::to_string(count));
+                                    ", the surface has 0 to " + std::to_string(count - 1) + ", -1 is none");
         if (primitive == -1) continue;
         if (!is_unit(fragments.uv[2 * i]) || !is_unit(fragments.uv[2 * i + 1]))
             throw std::invalid_argument("fragment " + std::to_string(i) + ": u and v are between 0 and 1");
@@ -166,6 +168,26 @@ void SurfaceState::look_up_uvs(const Fragments& fragments, unsigned int map, dou
     });
 }
 
+void SurfaceState::look_up_property(const Fragments& fragments, unsigned int property, double* out) const {
+    std::call_once(m_is_bound, [&] {
+        const CageProperties& of = *m_properties;
+        m_property_mesh = m_surface->make_mesh(0);
+        sds_model::CageView cage{};
+        cage.polygon_counts = of.face_counts;
+        cage.polygon_indices = of.face_indices;
+        cage.corner_creases = of.corner_creases;
+        m_bound = std::make_unique<sds_model::MeshProperties>(of.sources, cage, m_property_mesh);
+    });
+    const sds_model::SurfaceProperty& bound = m_bound->get_all()[property];
+    const std::size_t row_size = 3 * std::size_t{bound.get_extent()};
+    for_each_fragment(fragments, [&](const CtxEval& ctx, std::size_t i) {
+        if (fragments.primitives[i] == -1)
+            std::fill_n(out + i * row_size, row_size, nan);
+        else
+            sds_model::evaluate_on_quad(bound, m_property_mesh, ctx, fragments.at(i), out + i * row_size);
+    });
+}
+
 void SurfaceState::look_up_colors(const Fragments& fragments, unsigned int map, float* out) const {
     const SdsMeshMaps& maps = m_surface->get_maps();
     for_each_fragment(fragments, [&](const CtxEval& ctx, std::size_t i) {
@@ -179,13 +201,30 @@ void SurfaceState::look_up_colors(const Fragments& fragments, unsigned int map, 
     });
 }
 
+std::vector<GeometryRay> SurfaceState::trace(const RayArrays& rays, std::size_t first, std::size_t last,
+                                             const TracedMesh& traced, GeometryRayMode mode) const {
+    std::vector<GeometryRay> records;
+    records.reserve(last - first);
+    for (std::size_t i = first; i < last; ++i) {
+        records.push_back(rays.at(i));
+        records.back().mode = mode;
+    }
+    sds_render::intersect_batch(traced.scene, records.data(), records.size(), {});
+    return records;
+}
+
+void SurfaceState::find_occluded(const RayArrays& rays, std::size_t first, std::size_t last, unsigned int level,
+                                 const sds_render::Shutter& shutter, bool* is_occluded) const {
+    const std::shared_ptr<const TracedMesh> traced = m_traced.get(level, shutter);
+    const std::vector<GeometryRay> records = trace(rays, first, last, *traced, GeometryRayMode::any);
+    for (std::size_t i = first; i < last; ++i)
+        is_occluded[i] = records[i - first].hit.primitive != sds_render::no_index;
+}
+
 void SurfaceState::intersect(const RayArrays& rays, std::size_t first, std::size_t last, unsigned int level,
                              const sds_render::Shutter& shutter, const HitArrays& hits) const {
     const std::shared_ptr<const TracedMesh> traced = m_traced.get(level, shutter);
-    std::vector<GeometryRay> records;
-    records.reserve(last - first);
-    for (std::size_t i = first; i < last; ++i) records.push_back(rays.at(i));
-    sds_render::intersect_batch(traced->scene, records.data(), records.size(), {});
+    std::vector<GeometryRay> records = trace(rays, first, last, *traced, GeometryRayMode::closest);
     for (std::size_t i = first; i < last; ++i) {
         GeometryHit& hit = records[i - first].hit;
         sds_model::move_to_quad(traced->mesh, hit);

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <span>
 #include <vector>
 
 #include "mesh_arrays.h"
+#include "model/mesh_properties.h"
 #include "traced_meshes.h"
 
 namespace sds_python {
@@ -28,11 +30,18 @@ struct Fragments {
 
 inline constexpr std::size_t limit_row_size = 12;
 
+/// The properties of a cage and what they are bound to.
+struct CageProperties {
+    std::vector<std::uint32_t> face_counts, face_indices;
+    std::vector<std::uint8_t> corner_creases;
+    std::vector<sds_model::PropertySource> sources;
+};
+
 struct RayArrays {
-    std::span<const double> origins, directions;  ///< three per ray
+    std::span<const double> origins, directions;  ///< three per ray or, of one of them, three for all
     std::span<const double> tnear, tfar, times;   ///< one per ray or one for all
 
-    std::size_t size() const { return origins.size() / 3; }
+    std::size_t size() const { return (origins.size() == 3 ? directions : origins).size() / 3; }
     GeometryRay at(std::size_t i) const;
 };
 
@@ -46,7 +55,9 @@ struct HitArrays {
 /// topology and the maps. All operations check what they are given and run on every core.
 class SurfaceState {
 public:
-    SurfaceState(std::unique_ptr<sds_model::Surface> surface, TimeSamples samples);
+    /// `properties` may be null.
+    SurfaceState(std::unique_ptr<sds_model::Surface> surface, TimeSamples samples,
+                 std::shared_ptr<const CageProperties> properties);
 
     const sds_model::Surface& surface() const { return *m_surface; }
 
@@ -60,17 +71,27 @@ public:
     void compute_limit_points(const Fragments& fragments, float* out) const;
     /// Writes sds_model::uv_row_size values per fragment; NaN where the face is not mapped. The map exists.
     void look_up_uvs(const Fragments& fragments, unsigned int map, double* out) const;
+    /// Writes value, d/du and d/dv per fragment, each of the property's extent. The property exists; the first call
+    /// prepares all.
+    void look_up_property(const Fragments& fragments, unsigned int property, double* out) const;
+    const std::shared_ptr<const CageProperties>& get_properties() const { return m_properties; }
     /// Writes r g b a per fragment. The color map exists.
     void look_up_colors(const Fragments& fragments, unsigned int map, float* out) const;
 
     /// Rays first to last. `shutter` holds their times.
     void intersect(const RayArrays& rays, std::size_t first, std::size_t last, unsigned int level,
                    const sds_render::Shutter& shutter, const HitArrays& hits) const;
+    /// Rays first to last, into one flag each.
+    void find_occluded(const RayArrays& rays, std::size_t first, std::size_t last, unsigned int level,
+                       const sds_render::Shutter& shutter, bool* is_occluded) const;
 
     std::vector<unsigned int> select(const GeometryFrustum& frustum, sds_render::SelectMode mode,
                                      unsigned int level) const;
 
 private:
+    /// The rays as records, with their hits on the mesh.
+    std::vector<GeometryRay> trace(const RayArrays& rays, std::size_t first, std::size_t last, const TracedMesh& traced,
+                                   GeometryRayMode mode) const;
     /// visit(first, last) for ranges of up to fragments_per_task fragments.
     template <class Visit>
     void for_each_range(const Fragments& fragments, const Visit& visit) const;
@@ -79,6 +100,10 @@ private:
 
     std::unique_ptr<sds_model::Surface> m_surface;
     mutable TracedMeshes m_traced;
+    std::shared_ptr<const CageProperties> m_properties;
+    mutable std::once_flag m_is_bound;
+    mutable SdsMesh m_property_mesh;
+    mutable std::unique_ptr<sds_model::MeshProperties> m_bound;
 };
 
 }  // namespace sds_python

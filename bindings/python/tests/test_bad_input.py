@@ -26,7 +26,6 @@ MESHES = {
     "two corners": (CUBE_POINTS, [2, 4], [0, 1, 0, 1, 3, 2], {}, "small_polygon", "face 0", "2 corners"),
     "beyond float32": (changed(CUBE_POINTS, 0, 1e300), CUBE_COUNTS, CUBE_INDICES, {},
                        "non_finite_number", "point 0", "x"),
-    "no faces": (CUBE_POINTS, [], [], {}, "no_polygons", "face_counts", ""),
     "crease of nothing": (CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, {"creases": [[0, 1], [0, 7]]},
                           "tag_without_edge", "crease edge 1", "points 0 and 7"),
     "uv index": (CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, {"uvs": {"st": (np.zeros((3, 2)), CUBE_INDICES)}},
@@ -76,12 +75,8 @@ def test_fragments_rays_and_levels_are_checked(cube):
     for uv in ([[1.01, 0.5]], [[0.5, np.nan]]):
         with pytest.raises(ValueError, match="between 0 and 1"):
             cube.sample([0], uv)
-    with pytest.raises(ValueError, match="at most 12"):
+    with pytest.raises(ValueError, match="from 0 to 12"):
         cube.intersect([[0, 0, 5]], [[0, 0, -1]], level=13)
-    with pytest.raises(ValueError):
-        cube.intersect(np.zeros((2, 3)), np.zeros((3, 3)))
-    with pytest.raises(LookupError):
-        cube.uv([0], half)
     with pytest.raises(ValueError, match="8"):
         cube.update(CUBE_POINTS[:7])
     idle = cube.intersect([[0, 0, 5], [np.nan, 0, 5], [0, 0, 5]], [[0, 0, -1], [0, 0, -1], [0, 0, 0]])
