@@ -78,8 +78,10 @@ rays: build/all_parts
 	$(call build_preset,release) --target rays
 	build/bin/rays --rays 100000 --checks cells,limit --kernels fast > build/agreement.md
 	build/bin/rays --rays 70000 --checks holes,far --kernels fast,scene > build/holes.md
+	build/bin/rays --rays 14000 --checks refined --kernels fast,reference,scene cube toroidal_tet prism5_crease_loop \
+		torus_dart car > build/refined_rays.md
 	@printf '# Rays\n\nPrinted by `make rays`.\n' > docs/rays.md
-	@for part in agreement holes; do echo; sed -n '/^## /,$$p' build/$$part.md; done >> docs/rays.md
+	@for part in agreement holes refined_rays; do echo; sed -n '/^## /,$$p' build/$$part.md; done >> docs/rays.md
 
 # ARGS="--full" for all levels and sizes.
 bench: build/all_parts

@@ -30,4 +30,18 @@ nlohmann::json to_json(const Findings& findings) {
     return list;
 }
 
+nlohmann::json to_json(const sds_usda::UsdFindings& findings) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const sds_usda::UsdFinding& finding : findings.entries())
+        list.push_back({{"code", to_name(finding.code)},
+                        {"severity", to_name(severity_of(finding.code))},
+                        {"count", finding.count},
+                        {"line", finding.line},
+                        {"column", finding.column},
+                        {"message", message_of(finding.code)},
+                        {"detail", finding.detail},
+                        {"action", action_of(finding.code)}});
+    return list;
+}
+
 }  // namespace sds_io

@@ -19,4 +19,11 @@ std::vector<std::uint32_t> ControlCage::get_polygon_offsets() const {
     return offsets;
 }
 
+void turn_over(ControlCage& cage) {
+    turn_corners_over(cage.polygon_counts, false, cage.polygon_indices);
+    turn_corners_over(cage.polygon_counts, false, cage.uv_indices);
+    turn_corners_over(cage.polygon_counts, true, cage.corner_creases);
+    turn_corners_over(cage.polygon_counts, true, cage.corner_sharpness);
+}
+
 }  // namespace sds_model

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -31,7 +32,12 @@ struct CageRules {
         edges
     };  // the last three as files number them
 
+    /// Which UVs stay, in the words of scene files; the borders of a map are its seams too.
+    enum class FaceVarying : std::uint8_t { unsaid, none, corners_only, corners_plus1, corners_plus2, boundaries, all };
+
     Borders borders = Borders::unsaid;
+    FaceVarying face_varying = FaceVarying::unsaid;
+    bool is_linear = false;         ///< every vertex stays, and every UV
     bool chaikin = false;           ///< how fractional sharpness decays: drawn to that along the crease
     bool smooth_triangles = false;  ///< triangles weigh more in the first step
 };
@@ -48,6 +54,7 @@ struct CageView {
     std::span<const std::uint8_t> vertex_colors;
     std::span<const float> corner_sharpness = {}, vertex_sharpness = {};
     std::span<const std::uint8_t> holes = {};
+    std::span<const std::uint32_t> color_indices = {};
 
     std::size_t get_vertex_count() const { return positions.size() / 3; }
 };
@@ -75,7 +82,8 @@ struct ControlCage {
     std::vector<std::uint32_t> uv_indices;  ///< UV point of every face-corner or `unmapped_corner`; empty without UVs.
                                             ///< A polygon is mapped at all its corners or at none
     UvJoinCounts uv_join;                   ///< what became of the file's UV points
-    std::vector<std::uint8_t> vertex_colors;  ///< r g b a of every vertex; empty without colors
+    std::vector<std::uint8_t> vertex_colors;   ///< r g b a of every vertex, or of every color; empty without
+    std::vector<std::uint32_t> color_indices;  ///< color of every face-corner; empty where vertices have theirs
 
     std::size_t get_vertex_count() const { return positions.size() / 3; }
     std::size_t get_polygon_count() const { return polygon_counts.size(); }
@@ -91,9 +99,25 @@ struct ControlCage {
     std::vector<std::uint32_t> get_polygon_offsets() const;
 
     CageView view() const {
-        return {positions, polygon_counts, polygon_indices, corner_creases,   polygon_groups,   group_names,
-                uv_points, uv_indices,     vertex_colors,   corner_sharpness, vertex_sharpness, holes};
+        return {positions,  polygon_counts, polygon_indices,  corner_creases,   polygon_groups, group_names,  uv_points,
+                uv_indices, vertex_colors,  corner_sharpness, vertex_sharpness, holes,          color_indices};
     }
 };
+
+/// Values per face-corner (`of_edges`: of the edge that leaves it) of polygons that are turned over: the first corner
+/// of each stays the first, the others follow the other way round.
+template <class T>
+void turn_corners_over(const std::vector<std::uint32_t>& polygon_counts, bool of_edges, std::vector<T>& values) {
+    if (values.empty()) return;
+    auto begin = values.begin();
+    for (const std::uint32_t count : polygon_counts) {
+        const auto end = begin + static_cast<std::ptrdiff_t>(count);
+        std::reverse(of_edges || count == 0 ? begin : begin + 1, end);
+        begin = end;
+    }
+}
+
+/// Turns every polygon over, for files whose polygons run clockwise seen from outside.
+void turn_over(ControlCage& cage);
 
 }  // namespace sds_model

@@ -58,6 +58,8 @@ enum class FindingCode : std::uint8_t {
     trailing_zeros,
     name_not_utf8,
     ignored_weight,
+    lost_crease,
+    unkept_property,
     unknown_record,
     // notes
     unused_vertex,

@@ -22,6 +22,8 @@ public:
     const std::string& get_name() const { return m_name; }
     unsigned int get_extent() const { return m_property.get_value_extent(); }
     const SdsMeshProperty& get_property() const { return m_property; }
+    /// On the cage.
+    const PolyMeshProperty& get_source() const { return m_source; }
 
     /// get_extent() numbers each: the value at the fragment and its time, blended between samples, and its derivatives
     /// per patch parameter, which may be null.

@@ -25,8 +25,9 @@ GeometryUvMap to_uv_map(const std::string& name, std::span<const float> points,
     return {name, to_points(points), CoreArray<unsigned int>(view_of(indices))};
 }
 
-GeometryColorMap to_color_map(std::span<const std::uint8_t> rgba) {
-    GeometryColorMap map{"color", CoreArray<GMathVec4<unsigned char>>(static_cast<unsigned int>(rgba.size() / 4)), {}};
+GeometryColorMap to_color_map(std::span<const std::uint8_t> rgba, std::span<const std::uint32_t> indices) {
+    GeometryColorMap map{"color", CoreArray<GMathVec4<unsigned char>>(static_cast<unsigned int>(rgba.size() / 4)),
+                         CoreArray<unsigned int>(view_of(indices))};
     for (std::size_t i = 0; i < map.colors.get_count(); ++i)
         map.colors[i] = {rgba[4 * i], rgba[4 * i + 1], rgba[4 * i + 2], rgba[4 * i + 3]};
     return map;
@@ -48,13 +49,38 @@ SdsRefinement to_refinement(const CageView& cage, const SurfaceModes& modes) {
 
 }  // namespace
 
-SurfaceModes follow_rules(SurfaceModes modes, const CageRules& rules, bool has_border_rule) {
+SdsMeshMaps::InterpolationMode to_uv_mode(CageRules::FaceVarying rule) {
+    using Rule = CageRules::FaceVarying;
+    using Mode = SdsMeshMaps::InterpolationMode;
+    switch (rule) {
+        case Rule::none:
+            return Mode::all_smoothed;
+        case Rule::boundaries:
+            return Mode::borders_fixed;
+        case Rule::all:
+            return Mode::all_fixed;
+        case Rule::corners_plus1:
+            return Mode::corners_plus1;
+        case Rule::corners_plus2:
+            return Mode::corners_plus2;
+        case Rule::unsaid:
+        case Rule::corners_only:
+            break;
+    }
+    return Mode::corners_fixed;
+}
+
+SurfaceModes follow_rules(SurfaceModes modes, const CageRules& rules, bool has_border_rule, bool has_uv_rule) {
     using Borders = CageRules::Borders;
     modes.chaikin |= rules.chaikin;
     modes.smooth_triangles |= rules.smooth_triangles;
+    if (!has_uv_rule && rules.face_varying != CageRules::FaceVarying::unsaid)
+        modes.uvs = to_uv_mode(rules.face_varying);
+    if (!has_uv_rule && rules.is_linear) modes.uvs = SdsMeshMaps::InterpolationMode::all_fixed;
     if (has_border_rule) return modes;
-    modes.open_borders = rules.borders == Borders::none;
+    modes.open_borders = rules.borders == Borders::none && !rules.is_linear;
     if (rules.borders == Borders::edges) modes.positions = SdsMeshGeometry::InterpolationMode::all_smoothed;
+    if (rules.is_linear) modes.positions = SdsMeshGeometry::InterpolationMode::all_fixed;
     return modes;
 }
 
@@ -89,7 +115,7 @@ void Surface::build_maps(const CageView& cage, const std::vector<UvSource>& furt
     if (!cage.uv_indices.empty()) uv_maps.add(to_uv_map("uv", cage.uv_points, cage.uv_indices));
     for (const UvSource& source : further_uvs) uv_maps.add(to_uv_map(source.name, source.points, source.indices));
     CoreArray<GeometryColorMap> color_maps;
-    if (!cage.vertex_colors.empty()) color_maps.add(to_color_map(cage.vertex_colors));
+    if (!cage.vertex_colors.empty()) color_maps.add(to_color_map(cage.vertex_colors, cage.color_indices));
     const PolyCreaseScope creases(view_of(cage.corner_creases));
     m_maps->set(*m_base, CoreArray<unsigned int>(view_of(cage.polygon_counts)), uv_maps, color_maps, mode, &progress);
 }

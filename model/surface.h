@@ -34,8 +34,12 @@ struct SurfaceModes {
     bool is_refined() const { return depth > 0 && positions != SdsMeshGeometry::InterpolationMode::all_fixed; }
 };
 
-/// Modes with what a file says of its surface added; its border rule only where `has_border_rule` leaves it open.
-SurfaceModes follow_rules(SurfaceModes modes, const CageRules& rules, bool has_border_rule);
+/// Modes with what a file says of its surface added; its rules of borders and of UVs only where `has_border_rule` and
+/// `has_uv_rule` leave them open.
+SurfaceModes follow_rules(SurfaceModes modes, const CageRules& rules, bool has_border_rule, bool has_uv_rule);
+
+/// The mode of a rule of UVs.
+SdsMeshMaps::InterpolationMode to_uv_mode(CageRules::FaceVarying rule);
 
 /// The subdivision surface of a cage: base, geometry and maps together, built on construction.
 ///

@@ -1,6 +1,7 @@
 #include "oracles/moving_holes.h"
 
 #include <random>
+#include <span>
 
 #include "qn_sys/sys_thread.h"
 #include "render/scene.h"
@@ -48,7 +49,7 @@ MovingHoles count_moving_holes(const ZooMesh& cage, CageMotion motion, unsigned 
             scene.intersect(ray, *threads[worker]);
         };
         for (const double diagonals : {0.0, 1.0, 10.0, 1000.0})
-            for (const Aim aim : all_aims) {
+            for (const Aim aim : depth == 0 ? std::span<const Aim>(all_aims) : std::span<const Aim>(refined_aims)) {
                 holes.fast += count_holes(oracle, trace_patches, inside, aim, diagonals, rays_per_aim, report);
                 holes.scene += count_holes(oracle, trace_scene, inside, aim, diagonals, rays_per_aim, report);
             }

@@ -230,7 +230,8 @@ std::vector<Vec3d> find_inside_points(const RayOracle& oracle, unsigned int coun
 }
 
 const char* name_of(Aim aim) {
-    constexpr const char* names[] = {"surface", "patch corners", "edge middles", "cell corners", "lines"};
+    constexpr const char* names[] = {"surface", "patch corners", "edge middles",   "cell corners",
+                                     "lines",   "T-edges",       "ends of T-edges"};
     return names[static_cast<unsigned int>(aim)];
 }
 
@@ -244,7 +245,13 @@ HoleCounts& HoleCounts::operator+=(const HoleCounts& other) {
 
 namespace {
 
-Vec3d pick_target(const RayOracle& oracle, Aim aim, Random& random) {
+Vec3d pick_target(const RayOracle& oracle, const std::vector<TEdge>& t_edges, Aim aim, Random& random) {
+    if (!t_edges.empty()) {
+        const TEdge& edge = t_edges[below(random, static_cast<unsigned int>(t_edges.size()))];
+        const double s = aim == Aim::t_ends ? 0.25 * below(random, 5) : unit(random);
+        return oracle.point(edge.primitive, edge.begin[0] + s * (edge.end[0] - edge.begin[0]),
+                            edge.begin[1] + s * (edge.end[1] - edge.begin[1]));
+    }
     const unsigned int patch = below(random, oracle.patch_count());
     const unsigned int n = oracle.is_limit() ? 8 : oracle.cells_per_side(patch);
     const double whole[2] = {static_cast<double>(below(random, n + 1)) / n,
@@ -268,7 +275,7 @@ Vec3d pick_target(const RayOracle& oracle, Aim aim, Random& random) {
             uv[0] = whole[0];
             uv[1] = whole[1];
             break;
-        case Aim::lines:
+        default:
             uv[turn] = whole[turn];
             uv[1 - turn] = unit(random);
             break;
@@ -281,12 +288,14 @@ Vec3d pick_target(const RayOracle& oracle, Aim aim, Random& random) {
 HoleCounts count_holes(const RayOracle& oracle, const TraceFunction& trace, const std::vector<Vec3d>& inside_points,
                        Aim aim, double diagonals, std::uint64_t ray_count, const FaultReport& report) {
     const double slack = 1e-5 * oracle.diagonal() + 4.0 * get_nudge(oracle);
+    const bool is_at_t_edges = aim == Aim::t_edges || aim == Aim::t_ends;
+    const std::vector<TEdge> t_edges = is_at_t_edges ? oracle.find_t_edges() : std::vector<TEdge>();
     std::mutex mutex;
     return run_chunks<HoleCounts>(ray_count, [&](Random& random, std::uint64_t count, unsigned int worker) {
         HoleCounts result;
         for (std::uint64_t i = 0; i < count; ++i) {
             const Vec3d inside = inside_points[below(random, static_cast<unsigned int>(inside_points.size()))];
-            const Vec3d target = pick_target(oracle, aim, random);
+            const Vec3d target = pick_target(oracle, t_edges, aim, random);
             // The surface is met at t = 1 at the latest.
             GeometryRay ray;
             ray.origin = inside;

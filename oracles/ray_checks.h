@@ -66,8 +66,13 @@ enum class Aim {
     edge_middles,   // of patches
     cell_corners,   // of flat cells, or at eighths of a limit patch
     lines,          // random points on the lines between them
+    t_edges,        // random points on edges that smaller patches share
+    t_ends,         // their ends, middles and quarters
 };
 inline constexpr Aim all_aims[] = {Aim::surface, Aim::patch_corners, Aim::edge_middles, Aim::cell_corners, Aim::lines};
+// Of refined surfaces; where one has no T-edges, lines instead.
+inline constexpr Aim refined_aims[] = {Aim::surface, Aim::patch_corners, Aim::edge_middles, Aim::cell_corners,
+                                       Aim::lines,   Aim::t_edges,       Aim::t_ends};
 const char* name_of(Aim aim);
 
 struct HoleCounts {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <set>
 
 namespace sds_test {
 
@@ -179,6 +180,38 @@ Vec3d RayOracle::point(unsigned int primitive, double u, double v) const {
     const Vec3d c0 = grid_point(primitive, i, j), c2 = grid_point(primitive, i + 1, j + 1);
     if (a >= b) return c0 * (1 - a) + grid_point(primitive, i + 1, j) * (a - b) + c2 * b;
     return c0 * (1 - b) + c2 * a + grid_point(primitive, i, j + 1) * (b - a);
+}
+
+std::vector<TEdge> RayOracle::find_t_edges() const {
+    // Places of an edge's four controls in the grid, and its ends' coordinates.
+    static constexpr struct {
+        unsigned int places[4];
+        double begin[2], end[2];
+    } edges[] = {{{0, 1, 2, 3}, {0, 0}, {1, 0}},
+                 {{3, 7, 11, 15}, {1, 0}, {1, 1}},
+                 {{15, 14, 13, 12}, {1, 1}, {0, 1}},
+                 {{12, 8, 4, 0}, {0, 1}, {0, 0}}};
+    using Point = std::array<float, 3>;
+    const auto round = [](const Vec3d& p) {
+        return Point{static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
+    };
+    const auto halve = [](const Point& a, const Point& b) {
+        return Point{(a[0] + b[0]) * 0.5f, (a[1] + b[1]) * 0.5f, (a[2] + b[2]) * 0.5f};
+    };
+    std::set<Point> corners;
+    for (const Grid& grid : m_patches)
+        for (const unsigned int place : {0u, 3u, 12u, 15u}) corners.insert(round(grid[place]));
+    std::vector<TEdge> found;
+    for (unsigned int primitive = 0; primitive < patch_count(); ++primitive)
+        for (const auto& edge : edges) {
+            Point c[4];
+            for (unsigned int i = 0; i < 4; ++i) c[i] = round(m_patches[primitive][edge.places[i]]);
+            const Point inner = halve(c[1], c[2]);
+            const Point middle = halve(halve(halve(c[0], c[1]), inner), halve(inner, halve(c[2], c[3])));
+            if (corners.contains(middle))
+                found.push_back({primitive, {edge.begin[0], edge.begin[1]}, {edge.end[0], edge.end[1]}});
+        }
+    return found;
 }
 
 BoxTree::Box RayOracle::block_box(const Block& block) const {

@@ -15,6 +15,12 @@
 
 namespace sds_test {
 
+// An edge of a patch that other patches meet halfway: patch coordinates at its two ends.
+struct TEdge {
+    unsigned int primitive;
+    double begin[2], end[2];
+};
+
 struct Crossing {
     double t;  // in lengths of the direction
     unsigned int primitive;
@@ -48,6 +54,9 @@ public:
     Vec3d point(unsigned int primitive, double u, double v) const;
     // The limit patch at (u, v), whatever the level.
     Vec3d limit_point(unsigned int primitive, double u, double v) const;
+
+    // Edges of patches at whose middle others have a corner, to the bit; none unless the surface is refined.
+    std::vector<TEdge> find_t_edges() const;
 
     // Crossings with t in (near, far), unsorted. A crossing of a common edge of limit patches may come twice.
     void find_all(const Vec3d& origin, const Vec3d& direction, double near, double far,

@@ -21,6 +21,11 @@ bool is_traceable(const GeometryRay& ray) {
 
 void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count,
                      const std::function<void(std::size_t, RenderThread&)>& visit) {
+    intersect_batch(scene, rays, count, nullptr, visit);
+}
+
+void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count, unsigned int* objects,
+                     const std::function<void(std::size_t, RenderThread&)>& visit) {
     std::vector<std::unique_ptr<RenderThread>> threads(sys_max_worker_count());
     for (auto& thread : threads) thread = std::make_unique<RenderThread>(scene.get_shader_ctx());
     const auto tasks = static_cast<unsigned int>((count + rays_per_task - 1) / rays_per_task);
@@ -28,7 +33,7 @@ void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count,
         RenderThread& thread = *threads[worker];
         const std::size_t first = task * rays_per_task;
         for (std::size_t i = first; i < std::min(first + rays_per_task, count); ++i) {
-            if (is_traceable(rays[i])) scene.intersect(rays[i], thread);
+            if (is_traceable(rays[i])) scene.intersect(rays[i], thread, objects != nullptr ? objects + i : nullptr);
             if (visit) visit(i, thread);
         }
     });

@@ -35,6 +35,9 @@ Shutter get_shutter_of(std::size_t count, const RayAt& ray_at) {
 // at the same time; what one of them throws is thrown here.
 void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count,
                      const std::function<void(std::size_t ray, RenderThread& thread)>& visit);
+// The same with the index of the object that was hit: `objects` holds `count`, and stays as it is where nothing is.
+void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count, unsigned int* objects,
+                     const std::function<void(std::size_t ray, RenderThread& thread)>& visit);
 
 enum class SelectMode : int {
     touch = 0,   // some part of the primitive

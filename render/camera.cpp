@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <stdexcept>
 
 namespace sds_render {
 
@@ -93,17 +94,64 @@ Camera::Camera(const std::vector<Vec3>& points, const CameraView& view, unsigned
     m_position = center + m_right * x.at + m_up * y.at + toward * distance;
 }
 
+CameraPose look_at(const Vec3& position, const Vec3& target, const Vec3& up, double field_of_view, unsigned int width,
+                   unsigned int height) {
+    CameraPose pose;
+    pose.position = position;
+    pose.forward = normalised(target - position);
+    pose.right = normalised(pose.forward.cross(up));
+    pose.up = pose.right.cross(pose.forward);
+    if (!(pose.right.length() > 0.5)) throw std::invalid_argument("the camera looks along its up axis, or nowhere");
+    const double smaller = std::min(width, height);
+    pose.width = 2.0 * std::tan(0.5 * field_of_view * std::numbers::pi / 180.0) * width / smaller;
+    return pose;
+}
+
+Camera::Camera(const CameraPose& pose, unsigned int width, unsigned int height)
+    : m_width(width),
+      m_height(height),
+      m_pixels_per_slope(width / pose.width),
+      m_shift_x(pose.shift_x),
+      m_shift_y(pose.shift_y),
+      m_is_parallel(pose.is_parallel),
+      m_lens_radius(pose.lens_radius),
+      m_focus(pose.focus),
+      m_position(pose.position),
+      m_right(pose.right),
+      m_up(pose.up),
+      m_forward(pose.forward) {}
+
 GeometryRay Camera::camera_ray(double x, double y) const {
     GeometryRay ray;
     ray.origin = m_position;
-    const double right = (x - 0.5 * m_width) / m_pixels_per_slope;
-    const double up = (0.5 * m_height - y) / m_pixels_per_slope;
+    const double right = (x - 0.5 * m_width) / m_pixels_per_slope + m_shift_x;
+    const double up = (0.5 * m_height - y) / m_pixels_per_slope + m_shift_y;
+    if (m_is_parallel) {
+        ray.origin = m_position + m_right * right + m_up * up;
+        ray.direction = m_forward;
+        return ray;
+    }
     ray.direction = normalised(m_forward + m_right * right + m_up * up);
+    return ray;
+}
+
+GeometryRay Camera::camera_ray(double x, double y, double lens_x, double lens_y) const {
+    GeometryRay ray = camera_ray(x, y);
+    if (!has_lens()) return ray;
+    const Vec3 sharp = ray.origin + ray.direction * (m_focus / ray.direction.dot(m_forward));
+    const double radius = m_lens_radius * std::sqrt(lens_x), angle = 2.0 * std::numbers::pi * lens_y;
+    ray.origin += m_right * (radius * std::cos(angle)) + m_up * (radius * std::sin(angle));
+    ray.direction = normalised(sharp - ray.origin);
     return ray;
 }
 
 // x = r / d with r the way to the right and d the depth: dx = (dr - x dd) / d.
 void Camera::get_pixel_step(const Vec3& point, const Vec3& step, double& x, double& y) const {
+    if (m_is_parallel) {
+        x = m_pixels_per_slope * step.dot(m_right);
+        y = -m_pixels_per_slope * step.dot(m_up);
+        return;
+    }
     const Vec3 arm = point - m_position;
     const double depth = arm.dot(m_forward);
     const double sink = step.dot(m_forward);

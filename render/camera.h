@@ -1,4 +1,4 @@
-// A pin-hole camera that frames a box.
+// A camera: one that frames a box, or one that stands where it is told.
 #pragma once
 
 #include <vector>
@@ -20,8 +20,26 @@ struct CameraView {
     double distance_factor = 1.0;  // of the distance at which the box just fits
 };
 
+// A camera that stands somewhere. Axes are of unit length and at right angles.
+struct CameraPose {
+    Vec3 position{0, 0, 0};
+    Vec3 right{1, 0, 0}, up{0, 1, 0}, forward{0, 0, -1};
+    // Width of the picture, and what the picture's middle is to the right of and above the axis: at depth 1, or
+    // anywhere for a parallel camera.
+    double width = 1.0, shift_x = 0.0, shift_y = 0.0;
+    bool is_parallel = false;
+    // Of the lens, 0 for a pin-hole, and the depth that is sharp.
+    double lens_radius = 0.0, focus = 1.0;
+};
+
+// At `position`, looking at `target`, with `up` upwards; `field_of_view` of the smaller side, in degrees. Throws
+// std::invalid_argument when nothing is left to look at.
+CameraPose look_at(const Vec3& position, const Vec3& target, const Vec3& up, double field_of_view, unsigned int width,
+                   unsigned int height);
+
 class Camera {
 public:
+    Camera(const CameraPose& pose, unsigned int width, unsigned int height);
     // Stands as close as it can so that the points are inside a picture of width x height square pixels with a little
     // room around, in its middle. There are at least two different points.
     Camera(const std::vector<Vec3>& points, const CameraView& view, unsigned int width, unsigned int height);
@@ -31,6 +49,9 @@ public:
     // The ray through a point of the picture in pixels, x to the right and y down from the upper left corner: pixel
     // (i, j) has its center at (i + 0.5, j + 0.5). Unit direction.
     GeometryRay camera_ray(double x, double y) const;
+    // The same through a point of the lens, given in [0, 1) x [0, 1).
+    GeometryRay camera_ray(double x, double y, double lens_x, double lens_y) const;
+    bool has_lens() const { return m_lens_radius > 0.0; }
 
     // Distance of a point from the camera along the viewing axis.
     double get_depth(const Vec3& point) const { return (point - m_position).dot(m_forward); }
@@ -49,7 +70,10 @@ public:
 private:
     unsigned int m_width;
     unsigned int m_height;
-    double m_pixels_per_slope;  // pixels per unit of (sideways / depth)
+    double m_pixels_per_slope;  // pixels per unit of (sideways / depth), or of sideways for a parallel camera
+    double m_shift_x = 0.0, m_shift_y = 0.0;
+    bool m_is_parallel = false;
+    double m_lens_radius = 0.0, m_focus = 1.0;
     Vec3 m_position{0, 0, 0};
     Vec3 m_right{1, 0, 0};
     Vec3 m_up{0, 1, 0};

@@ -39,13 +39,19 @@ constexpr Color ground{0.17f, 0.14f, 0.12f};
 }  // namespace
 
 Shader::Shader(const Scene& scene, const Camera& camera, const ShadingOptions& options)
-    : m_scene(&scene), m_camera(&camera), m_options(options) {
+    : m_scene(&scene), m_camera(&camera), m_options(options), m_up(camera.get_up()) {
     const auto aim = [&](double right, double up, double back) {
         return normalised(camera.get_right() * right + camera.get_up() * up - camera.get_forward() * back);
     };
     m_key = {aim(-0.62, 0.80, 0.62), {2.00f, 1.90f, 1.76f}};
     m_fill = {aim(0.90, 0.05, 0.45), {0.20f, 0.27f, 0.38f}};
     m_rim = {aim(0.55, 0.45, -0.80), {1.00f, 1.06f, 1.15f}};
+    if (m_options.sun || m_options.environment) {
+        m_fill.color = m_rim.color = {0, 0, 0};
+        m_key.color *= m_options.sun ? static_cast<float>(m_options.sun->strength) : 0.0f;
+        if (m_options.sun) m_key.direction = m_options.sun->direction;
+        m_up = m_options.up;
+    }
 
     // Positions are single precision somewhere along the way: far from the origin that is the coarser measure.
     const Vec3 center = scene.get_bbox().is_empty() ? Vec3{0, 0, 0} : scene.get_bbox().get_center();
@@ -106,19 +112,36 @@ double Shader::get_ambient_share(const Facing& facing, double time, const PixelS
     return free_share / m_options.ambient_rays;
 }
 
+// Mean of what comes from cosine-weighted directions.
+Color Shader::get_environment_light(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
+                                    RenderThread& thread) const {
+    const unsigned int count = std::max(m_options.ambient_rays, 1u);
+    Color sum{0, 0, 0};
+    for (unsigned int i = 0; i < count; ++i) {
+        const SamplePoint at = sampler.get(sample * count + i, first_dimension_pair + 1);
+        const Vec3 direction = get_disc_point(facing.normal, at) + facing.normal * std::sqrt(1.0 - at.x);
+        const double infinity = std::numeric_limits<double>::infinity();
+        if (m_options.ambient_rays != 0 && is_blocked(facing, direction, infinity, time, thread)) continue;
+        sum += m_options.environment(direction);
+    }
+    return sum * (1.0f / static_cast<float>(count));
+}
+
 Color Shader::shade(const SurfacePoint& point, const PixelSampler& sampler, unsigned int sample,
                     RenderThread& thread) const {
     const Facing facing = get_facing(point);
     const Vec3& normal = facing.normal;
     const double time = point.fragment.time;
     const double key = get_key_share(facing, time, sampler, sample, thread);
-    const double ambient = get_ambient_share(facing, time, sampler, sample, thread);
+    const bool has_environment = static_cast<bool>(m_options.environment);
+    const double ambient = has_environment ? 0.0 : get_ambient_share(facing, time, sampler, sample, thread);
     const double fill = get_soft_cosine(normal, m_fill.direction, 0.4) * ambient;
     const double facing_ratio = clamp_unit(-normal.dot(point.direction));
     const double rim = get_soft_cosine(normal, m_rim.direction, 0.0) * ambient;
 
-    const double skyward = 0.5 + 0.5 * normal.dot(m_camera->get_up());
+    const double skyward = 0.5 + 0.5 * normal.dot(m_up);
     Color light = mix(ground, sky, static_cast<float>(skyward)) * static_cast<float>(ambient);
+    if (has_environment) light = get_environment_light(facing, time, sampler, sample, thread);
     light += m_key.color * static_cast<float>(key);
     light += m_fill.color * static_cast<float>(fill);
     light += m_rim.color * static_cast<float>(rim);
@@ -139,7 +162,8 @@ Color Shader::shade(const SurfacePoint& point, const PixelSampler& sampler, unsi
     return out;
 }
 
-Color Shader::get_background(double x, double y) const {
+Color Shader::get_background(double x, double y, const Vec3& direction) const {
+    if (m_options.environment) return m_options.environment(direction);
     const double width = m_camera->get_width(), height = m_camera->get_height();
     constexpr Color top{0.085f, 0.098f, 0.118f}, bottom{0.23f, 0.238f, 0.248f};
     const Color base = mix(top, bottom, static_cast<float>(smooth_step(0.0, 1.0, y / height)));

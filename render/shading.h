@@ -1,6 +1,9 @@
 // Light on a hit: a soft key light, a cool fill, a rim light and the sky, all fixed to the camera so that every view is
-// well lit, with shadows and ambient occlusion by rays.
+// well lit, with shadows and ambient occlusion by rays. Or, fixed to the scene, a sun and an environment.
 #pragma once
+
+#include <functional>
+#include <optional>
 
 #include "render/camera.h"
 #include "render/sampling.h"
@@ -9,7 +12,19 @@
 
 namespace sds_render {
 
+struct Sun {
+    Vec3 direction{0, 1, 0};  // towards it, unit
+    double strength = 1.0;    // times the key light
+};
+
+// Light from a direction, of unit length. Called from many threads at once.
+using Environment = std::function<Color(const Vec3&)>;
+
 struct ShadingOptions {
+    // Either takes the place of all that is fixed to the camera; without an environment there is a plain sky.
+    std::optional<Sun> sun;
+    Environment environment;
+    Vec3 up{0, 1, 0};  // of that sky
     SurfaceColor color = make_uniform_color(clay);
     // Shade with the smoothing normal, else with the geometric one.
     bool smoothing_normal = true;
@@ -28,6 +43,8 @@ class Shader {
 public:
     // Dimension pairs of a pixel's sampler that shading leaves alone, for the picture plane and the time.
     static constexpr unsigned int first_dimension_pair = 2;
+    // One that is left to the camera's lens.
+    static constexpr unsigned int lens_dimension_pair = 6;
 
     // Scene and camera outlive the shader.
     Shader(const Scene& scene, const Camera& camera, const ShadingOptions& options);
@@ -36,8 +53,8 @@ public:
     Color shade(const SurfacePoint& point, const PixelSampler& sampler, unsigned int sample,
                 RenderThread& thread) const;
 
-    // Light beside the surface at a point of the picture, in pixels.
-    Color get_background(double x, double y) const;
+    // Light beside the surface at a point of the picture, in pixels, along the ray there.
+    Color get_background(double x, double y, const Vec3& direction) const;
 
 private:
     struct Light {
@@ -57,9 +74,13 @@ private:
     double get_ambient_share(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
                              RenderThread& thread) const;
 
+    Color get_environment_light(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
+                                RenderThread& thread) const;
+
     const Scene* m_scene;
     const Camera* m_camera;
     ShadingOptions m_options;
+    Vec3 m_up;  // of the sky
     double m_ray_offset;
     Light m_key, m_fill, m_rim;
 };

@@ -88,6 +88,23 @@ Layer make_checker_layer() {
     return layer;
 }
 
+// Where a stripe has a kink the surface has a crease, where it breaks in direction the curvature jumps.
+Layer make_reflection_layer() {
+    constexpr double stripes = 14.0;  // around the ring
+    Layer layer;
+    layer.name = "lines";
+    layer.components = {"R", "G", "B"};
+    layer.kind = ChannelKind::color;
+    layer.evaluate = [](const SurfacePoint& point) {
+        const Vec3 normal = point.sample.get_smoothing_normal();
+        const Vec3 mirrored = point.direction - normal * (2.0 * point.direction.dot(normal));
+        const double turn = std::atan2(mirrored[1], mirrored[2]) / 6.283185307179586;
+        const bool is_dark = std::fabs(std::fmod(std::floor(turn * 2.0 * stripes), 2.0)) == 1.0;
+        return to_value(is_dark ? Color{0.02f, 0.02f, 0.03f} : Color{0.80f, 0.80f, 0.78f});
+    };
+    return layer;
+}
+
 const std::vector<Layer>& get_layers() {
     static const std::vector<Layer> layers{
         make_vector_layer("N", {"X", "Y", "Z"},
@@ -117,7 +134,8 @@ const std::vector<Layer>& get_layers() {
                           return point.object->get_primitive_shading_group_index(point.fragment.primitive);
                       }),
         make_color_map_layer(),
-        make_checker_layer()};
+        make_checker_layer(),
+        make_reflection_layer()};
     return layers;
 }
 

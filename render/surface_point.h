@@ -65,6 +65,7 @@ struct Layer {
 //   st       patch coordinates X Y              uv     UV map 0 X Y (patch coordinates where not mapped)
 //   id       primitive index                    object object index         group  shading group index
 //   color    color map 0, R G B A              checker  squares of UV map 0, R G B
+//   lines    reflection lines: stripes of a ring of lights along x, mirrored by the smoothing normal, R G B
 // Throws std::invalid_argument, with the known names, for another one.
 Layer make_layer(const std::string& name);
 const std::vector<std::string>& get_layer_names();

@@ -90,12 +90,15 @@ TileRenderer::Sample TileRenderer::make_sample(unsigned int x, unsigned int y, u
 }
 
 GeometryRay TileRenderer::make_ray(const Sample& sample) const {
+    const PixelSampler sampler(sample.x, sample.y, m_options->samples);
     GeometryRay ray = m_camera->camera_ray(sample.at_x, sample.at_y);
+    if (m_camera->has_lens()) {
+        const SamplePoint lens = sampler.get(sample.index, Shader::lens_dimension_pair);
+        ray = m_camera->camera_ray(sample.at_x, sample.at_y, lens.x, lens.y);
+    }
     const Shutter& shutter = m_scene->get_shutter();
     ray.time = shutter.open;
-    if (shutter.close > shutter.open)
-        ray.time += (shutter.close - shutter.open) *
-                    PixelSampler(sample.x, sample.y, m_options->samples).get(sample.index, 1).x;
+    if (shutter.close > shutter.open) ray.time += (shutter.close - shutter.open) * sampler.get(sample.index, 1).x;
     return ray;
 }
 
@@ -130,7 +133,7 @@ void TileRenderer::add_hit(const Packet& packet, unsigned int i, Pixel& pixel, R
     if (ray.hit.primitive == no_index) {
         add_layers(nullptr, is_nearest, pixel);
         if (!m_options->background) return;
-        pixel.color += m_shader.get_background(sample.at_x, sample.at_y);
+        pixel.color += m_shader.get_background(sample.at_x, sample.at_y, ray.direction);
         pixel.alpha += 1.0f;
         return;
     }

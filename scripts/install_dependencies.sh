@@ -7,7 +7,8 @@ set -euo pipefail
 
 program=(
     build-essential cmake ninja-build pkg-config python3
-    libembree-dev libtbb-dev libcli11-dev nlohmann-json3-dev libopenexr-dev libpng-dev zlib1g-dev
+    libembree-dev libtbb-dev libcli11-dev nlohmann-json3-dev libopenexr-dev libpng-dev libjpeg-dev
+    zlib1g-dev
     help2man                                                        # manual pages
 )
 tests=(

@@ -7,6 +7,7 @@
     turned.obj  finial turned on a lathe: 24-gon caps, crease tags on rings, a material per part
     sheet.obj   wavy sheet with borders, a hole and vertex colors
     knot.obj    trefoil knot with buds: closed, a vertex of valence 5 and one of valence 3 for every bud corner
+    robot.obj   a figure of blocks: closed, all quads, every edge a fillet by a fractional sharpness of its part
     seams.obj   rounded box unwrapped as a cross: UV seams, two crease loops and a crease that ends in a dart
     bracket.obj angle with a window: soft creases of several sharpnesses, a sharp foot
     shell.obj   ribbed shell wound around its axis: open at both ends, a UV map with one seam
@@ -205,6 +206,62 @@ def make_body():
     cage.points = relaxed(cage.points, cage.polygons, 16)
     center = (3.0, 3.0, 1.5)
     cage.points = [scaled(sub(p, center), 0.4) for p in cage.points]
+    return cage
+
+
+# --- robot: the skin of a few blocks of several sizes
+
+ROBOT_BLOCKS = [
+    # blocks by the numbers of their cells, as above
+    ((2, 0, 1), (2, 0, 3), 3.2),  # feet
+    ((4, 0, 1), (4, 0, 3), 3.2),
+    ((2, 1, 1), (2, 1, 2), 2.3),  # legs
+    ((4, 1, 1), (4, 1, 2), 2.3),
+    ((2, 2, 0), (4, 4, 2), 2.3),  # trunk
+    ((1, 4, 1), (1, 4, 1), 2.3),  # shoulders
+    ((5, 4, 1), (5, 4, 1), 2.3),
+    ((0, 2, 1), (0, 4, 1), 1.2),  # arms
+    ((6, 2, 1), (6, 4, 1), 1.2),
+    ((0, 1, 1), (0, 1, 2), 2.8),  # hands
+    ((6, 1, 1), (6, 1, 2), 2.8),
+    ((3, 5, 1), (3, 5, 1), 0.6),  # neck
+    ((2, 6, 0), (4, 8, 2), 1.6),  # head
+    ((3, 7, 3), (3, 7, 3), 0.8),  # nose
+    ((1, 7, 1), (1, 7, 1), 1.2),  # ears
+    ((5, 7, 1), (5, 7, 1), 1.2),
+    ((3, 9, 1), (3, 9, 1), 2.8),  # antenna
+]
+ROBOT_LINES = (
+    (-2.35, -1.65, -1.25, -0.4, 0.4, 1.25, 1.65, 2.35),
+    (0.0, 0.55, 2.0, 2.5, 3.6, 4.4, 4.75, 5.4, 5.9, 6.6, 7.3),
+    (-0.85, -0.4, 0.4, 0.85, 1.4),
+)
+
+
+def make_robot():
+    cage = Cage("a figure of blocks: closed, all quads, fillets by fractional sharpness")
+    numbers, normals = {}, {}
+
+    def number(corner):
+        if corner not in numbers:
+            numbers[corner] = cage.add_point(line[i] for line, i in zip(ROBOT_LINES, corner))
+        return numbers[corner]
+
+    def sharpness_at(quad):
+        inside = sub(mean(quad), scaled(normalized(cross(sub(quad[1], quad[0]), sub(quad[2], quad[0]))), 0.5))
+        cell = tuple(math.floor(x) for x in inside)
+        return next(s for first, last, s in ROBOT_BLOCKS if all(a <= c <= b for a, c, b in zip(first, cell, last)))
+
+    for quad in block_skin([(first, last) for first, last, _ in ROBOT_BLOCKS]):
+        polygon = [number(corner) for corner in quad]
+        cage.add_polygon(polygon)
+        normal = cross(sub(quad[1], quad[0]), sub(quad[2], quad[0]))
+        for a, b in zip(polygon, polygon[1:] + polygon[:1]):
+            normals.setdefault((min(a, b), max(a, b)), []).append((normal, sharpness_at(quad)))
+    for edge, sides in sorted(normals.items()):
+        if dot(sides[0][0], sides[1][0]) <= 0.0:
+            cage.creases.append((*edge, str(min(sides[0][1], sides[1][1]))))
+    cage.points = [sub(p, (0.0, 3.6, 0.2)) for p in cage.points]
     return cage
 
 
@@ -507,8 +564,8 @@ def make_lantern(cells=5):
     return cage
 
 
-MAKERS = {"body": make_body, "turned": make_turned, "sheet": make_sheet, "knot": make_knot, "seams": make_seams,
-          "bracket": make_bracket, "shell": make_shell}
+MAKERS = {"body": make_body, "turned": make_turned, "sheet": make_sheet, "knot": make_knot, "robot": make_robot,
+          "seams": make_seams, "bracket": make_bracket, "shell": make_shell}
 LAYER_MAKERS = {"lantern": make_lantern}
 
 

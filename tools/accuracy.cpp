@@ -1,7 +1,8 @@
 // Prints docs/accuracy.md: how far the surface is from the limit surface, mesh by mesh, and how pictures agree.
 //
-//     accuracy [--pictures FOLDER] [CAGE...]
+//     accuracy [--pictures FOLDER] [--refined] [CAGE...]
 //
+// --refined prints the tables of refined surfaces only.
 // CAGE is a name as printed in the first column; without any, all cages on disk are measured. FOLDER gets the pictures
 // that are compared and their differences.
 #include <algorithm>
@@ -14,6 +15,7 @@
 #include "oracles/surface_errors.h"
 #include "oracles/uv_errors.h"
 #include "tools/accuracy/picture_checks.h"
+#include "tools/accuracy/refinement_tables.h"
 
 using namespace sds_test;
 
@@ -261,14 +263,24 @@ int main(int argc, char** argv) {
             folder = names[1];
             names.erase(names.begin(), names.begin() + 2);
         }
+        const auto refined = std::find(names.begin(), names.end(), "--refined");
+        const bool only_refined = refined != names.end();
+        if (only_refined) names.erase(refined);
         std::vector<const ZooMesh*> cages;
         for (const ZooMesh& mesh : cages_on_disk())
             if (names.empty() || std::find(names.begin(), names.end(), mesh.name) != names.end())
                 cages.push_back(&mesh);
         if (cages.empty()) throw std::runtime_error("no cage to measure");
         std::printf("# Accuracy\n\nPrinted by `make accuracy`.\n\n");
+        if (only_refined) {
+            print_refinement_table(cages);
+            print_regular_patches_table(cages);
+            return 0;
+        }
         print_position_table(cages);
         print_normal_table(cages);
+        print_refinement_table(cages);
+        print_regular_patches_table(cages);
         print_uv_table(cages);
         print_level_table(cages, folder);
         print_bounds_table(cages);

@@ -1,10 +1,11 @@
 #include "cli/commands/export.h"
 
 #include "cli/options/common_options.h"
-#include "cli/options/load_cage.h"
+#include "cli/options/load_scene.h"
 #include "cli/options/usage_error.h"
 #include "io/npy.h"
 #include "io/obj/write_obj.h"
+#include "io/usda/write_cage.h"
 #include "model/array_size.h"
 #include "model/build_estimate.h"
 #include "model/mesh_properties.h"
@@ -13,6 +14,8 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
+#include <deque>
+#include <filesystem>
 
 namespace sds_cli {
 
@@ -26,7 +29,8 @@ struct GridOutput {
 
 struct ExportOptions : CommonOptions {
     MotionOptions motion;
-    std::string patches, patch_places, tessellation;
+    std::string patches, patch_places, tessellation, cage;
+    std::string prim;
     unsigned int level = 3;
     GridOutput samples, uvs;
     unsigned int uv_map = 0;
@@ -47,24 +51,32 @@ void add_grid_option(CLI::App& command, const std::string& flag, GridOutput& out
     command.add_option_function<std::vector<std::string>>(flag, parse, help)->expected(2)->type_name("N FILE");
 }
 
+bool is_usda(const std::string& path) { return path.ends_with(".usda"); }
+
+void check_mesh_suffix(const std::string& flag, const std::string& path) {
+    if (path.empty() || path == "-" || path.ends_with(".obj") || is_usda(path)) return;
+    throw UsageError(flag + ": '" + path + "' ends neither with .obj nor with .usda");
+}
+
 void check_options(const ExportOptions& options) {
-    // Motion goes on along its vectors: later the largest that are accepted would leave single precision.
-    constexpr double latest_time = 1e9;
-    if (!(std::fabs(options.time) <= latest_time)) throw UsageError("--time: not between -1e9 and 1e9");
-    std::vector<std::string> paths{options.patches, options.patch_places, options.tessellation, options.samples.path,
-                                   options.uvs.path};
+    if (!std::isfinite(options.time)) throw UsageError("--time: not finite");
+    check_mesh_suffix("--tessellation", options.tessellation);
+    check_mesh_suffix("--cage", options.cage);
+    std::vector<std::string> paths{options.patches, options.patch_places, options.tessellation,
+                                   options.cage,    options.samples.path, options.uvs.path};
     for (const auto& [name, path] : options.properties) paths.push_back(path);
     std::erase(paths, "");
     if (paths.empty())
         throw UsageError(
-            "nothing to export: give --patches, --patch-places, --tessellation, --samples, --uv or --property");
+            "nothing to export: give --patches, --patch-places, --tessellation, --cage, --samples, --uv or "
+            "--property");
     check_outputs(paths);
 }
 
-void check_map(const ExportOptions& options, const Surface& surface) {
-    const unsigned int count = surface.get_maps().get_uv_map_count();
-    if (!options.uvs.path.empty()) check_uv_map("--uv", options.mesh, options.uv_map, count);
-    if (options.uv_map > 0) check_uv_map("--map", options.mesh, options.uv_map, count);
+void check_map(const ExportOptions& options, const LoadedSurface& loaded) {
+    const unsigned int count = loaded.surface->get_maps().get_uv_map_count();
+    if (!options.uvs.path.empty()) check_uv_map("--uv", loaded.name, options.uv_map, count);
+    if (options.uv_map > 0) check_uv_map("--map", loaded.name, options.uv_map, count);
 }
 
 void report_unmapped(const ExportOptions& options, const Surface& surface) {
@@ -120,32 +132,95 @@ void announce_tessellation(const ExportOptions& options, const Surface& surface)
     print_line(options.tessellation + ": note: " + std::to_string(faces) + " faces, about " + to_size_text(bytes));
 }
 
-void export_tessellation(const ExportOptions& options, const Surface& surface, AppProgressBar* progress) {
+sds_usda::UsdaStage stage_of(const LoadedScene& scene) {
+    if (!scene.layer) return {};
+    return {scene.layer->up_axis, scene.layer->meters_per_unit};
+}
+
+void export_cage(const ExportOptions& options, const LoadedScene& scene, const LoadedSurface& loaded) {
+    const ControlCage& cage = loaded.get_cage();
+    if (!is_usda(options.cage)) {
+        write_obj(options.cage, to_obj_mesh(cage));
+        return;
+    }
+    const SurfaceModes modes = get_modes(options, cage.rules);
+    if (modes.chaikin && !options.quiet)
+        print_line(options.cage + ": note: a USD layer has no word for the rule chaikin, left out");
+    const std::string name = std::filesystem::path(loaded.name).stem().string();
+    const sds_usda::UsdaCage written(name, cage, loaded.further_uvs, modes);
+    write_usda_file(options.cage, {&written.get_mesh(), 1}, stage_of(scene));
+}
+
+/// In the scene's space.
+Tessellation tessellate_instance(const ExportOptions& options, const LoadedScene& scene, const MeshInstance& instance,
+                                 AppProgressBar* progress) {
+    const Surface& surface = *scene.surfaces[instance.mesh].surface;
     announce_tessellation(options, surface);
-    Tessellation mesh;
-    {
-        const AppProgressTask task(progress, "tessellation", 0.4f);
-        mesh = asked_by("--level: ",
-                        [&] { return tessellate(surface, options.level, options.time, options.uv_map, progress); });
+    Tessellation mesh = asked_by(
+        "--level: ", [&] { return tessellate(surface, options.level, options.time, options.uv_map, progress); });
+    if (instance.transform.is_identity()) return mesh;
+    const sds_render::Matrix4 matrix = instance.transform.at(options.time);
+    for (std::size_t i = 0; i < mesh.positions.size(); i += 3) {
+        float* const p = &mesh.positions[i];
+        const GMathVec3<double> moved = sds_render::transform_point(matrix, GMathVec3<double>(p[0], p[1], p[2]));
+        for (unsigned int c = 0; c < 3; ++c) p[c] = static_cast<float>(moved[c]);
+    }
+    return mesh;
+}
+
+void export_tessellation(const ExportOptions& options, const LoadedScene& scene,
+                         std::span<const MeshInstance> instances, AppProgressBar* progress) {
+    std::deque<Tessellation> meshes;
+    for (const MeshInstance& instance : instances) {
+        const AppProgressTask task(progress, "tessellation", 0.4f / static_cast<float>(instances.size()));
+        meshes.push_back(tessellate_instance(options, scene, instance, progress));
     }
     const AppProgressTask task(progress, "write", 0.5f);
-    write_obj(options.tessellation,
-              {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices}, progress);
+    if (!is_usda(options.tessellation)) {
+        const Tessellation& mesh = meshes.front();
+        write_obj(options.tessellation,
+                  {mesh.positions, mesh.polygon_counts, mesh.polygon_indices, mesh.uv_points, mesh.uv_indices},
+                  progress);
+        return;
+    }
+    std::vector<sds_usda::UsdaMesh> written;
+    for (std::size_t i = 0; i < meshes.size(); ++i) {
+        const Tessellation& mesh = meshes[i];
+        const std::string name = std::filesystem::path(instances[i].name).stem().string();
+        written.push_back({name, mesh.positions, mesh.polygon_counts, mesh.polygon_indices});
+        written.back().scheme = sds_usda::SubdivisionScheme::none;
+        if (!mesh.uv_indices.empty())
+            written.back().primvars.push_back(
+                {"st", "texCoord2f", sds_usda::Interpolation::face_varying, 2, 3, mesh.uv_points, mesh.uv_indices});
+    }
+    write_usda_file(options.tessellation, written, stage_of(scene));
+}
+
+/// The one that is meant, or all where that is all that is asked for.
+std::span<const MeshInstance> choose_instances(const ExportOptions& options, const LoadedScene& scene) {
+    const bool is_only = options.patches.empty() && options.patch_places.empty() && options.cage.empty() &&
+                         options.samples.path.empty() && options.uvs.path.empty() && options.properties.empty();
+    if (options.prim.empty() && is_only && is_usda(options.tessellation)) return scene.instances;
+    return {&choose_instance(scene, options.prim), 1};
 }
 
 void run_export(const ExportOptions& options) {
     check_options(options);
+    if (is_layer(options.mesh) && options.time != 0.0) throw UsageError("--time: of a scene, say --frame");
+    const auto choose = [&](const sds_usda::UsdScene& layer) { return choose_moment(options, layer); };
     const std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds export");
-    LoadedSurface loaded;
+    LoadedScene scene;
     {
         const AppProgressTask task(progress.get(), "build", 0.1f);
-        loaded = load_surface(options, options.motion, progress.get());
+        scene = load_scene(options, options.motion, {}, choose, progress.get());
     }
+    const std::span<const MeshInstance> instances = choose_instances(options, scene);
+    const LoadedSurface& loaded = scene.surfaces[instances.front().mesh];
     const Surface& surface = *loaded.surface;
-    check_map(options, surface);
+    check_map(options, loaded);
     asked_by("--time: ", [&] { surface.check_time(options.time); });
     check_memory(options, surface);
-    if (options.statistics) print_build_rate({&loaded, 1});
+    if (options.statistics) print_build_rate(scene.surfaces);
     const std::size_t quads = surface.get_base().get_primitive_count();
 
     if (!options.properties.empty()) export_properties(options, loaded);
@@ -157,7 +232,8 @@ void run_export(const ExportOptions& options) {
         const std::size_t shape[] = {surface.get_geometry().get_patch_count(), patch_place_size};
         write_npy<std::int32_t>(options.patch_places, shape, patch_places(surface));
     }
-    if (!options.tessellation.empty()) export_tessellation(options, surface, progress.get());
+    if (!options.cage.empty()) export_cage(options, scene, loaded);
+    if (!options.tessellation.empty()) export_tessellation(options, scene, instances, progress.get());
     if (!options.samples.path.empty()) {
         const std::size_t side = std::size_t{options.samples.cells} + 1;
         const std::size_t shape[] = {quads, side, side, sample_row_size};
@@ -189,8 +265,15 @@ void add_export_command(CLI::App& program, Action& action) {
             "Where the patches lie, .npy: int32 [patch][4], quad, level, x, y: u in [x, x + 1] / 2^level of the "
             "quad, v likewise; level -1: this quad and the next three")
         ->type_name("FILE");
-    command.add_option("--tessellation", options->tessellation, "Flat cells of --level with shared vertices, .obj")
+    command
+        .add_option("--tessellation", options->tessellation,
+                    "Flat cells of --level with shared vertices, .obj or .usda")
         ->type_name("FILE");
+    command
+        .add_option("--cage", options->cage,
+                    "The cage itself with creases, corners, holes and UVs, .obj or .usda: turns one into the other")
+        ->type_name("FILE");
+    add_prim_option(command, options->prim);
     command
         .add_option("--level", options->level, "Level of --tessellation: 2^N cells along an edge of a quad of the cage")
         ->check(CLI::Range(1u, max_level))
@@ -211,7 +294,7 @@ void add_export_command(CLI::App& program, Action& action) {
     command.add_option("--cells", options->property_cells, "Cells of --property along an edge of a quad")
         ->check(CLI::Range(1u, max_grid_cells))
         ->capture_default_str();
-    command.add_option("--time", options->time, "Time of the motion to export, -1e9 to 1e9")->capture_default_str();
+    command.add_option("--time", options->time, "Time of the motion to export")->capture_default_str();
     set_action(command, action, options, run_export);
 }
 

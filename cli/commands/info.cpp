@@ -1,7 +1,8 @@
 #include "cli/commands/info.h"
 
 #include "cli/options/common_options.h"
-#include "cli/options/load_cage.h"
+#include "cli/options/load_scene.h"
+#include "cli/options/usage_error.h"
 #include "io/input_error.h"
 #include "io/json.h"
 #include "io/utf8.h"
@@ -14,6 +15,7 @@
 #include "qn_ctx/ctx_eval.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -31,7 +33,7 @@ struct InfoOptions : CommonOptions {
 };
 
 std::vector<double> sample_times(const Motion& motion) {
-    return motion.files.empty() ? std::vector<double>{motion.get_first_time(), motion.get_last_time()} : motion.times;
+    return motion.times.empty() ? std::vector<double>{motion.get_first_time(), motion.get_last_time()} : motion.times;
 }
 
 /// Of every patch's controls. They move straight between samples, so that the boxes at the samples hold all.
@@ -58,7 +60,7 @@ Json to_json(const std::vector<Stage>& stages) {
 
 Json to_json(const Motion& motion) {
     if (!motion.has_motion()) return nullptr;
-    return {{"kind", motion.files.empty() ? "vectors" : "samples"}, {"times", sample_times(motion)}};
+    return {{"kind", motion.times.empty() ? "vectors" : "samples"}, {"times", sample_times(motion)}};
 }
 
 Json to_json(const std::vector<MapStatistics>& maps, const std::vector<UvJoinCounts>& joins) {
@@ -97,7 +99,7 @@ void add_arrays(const std::vector<ArraySize>& arrays, Json& bytes) {
 }
 
 /// Everything that is known of a surface; the text is printed from it.
-Json describe(const InfoOptions& options, const LoadedSurface& loaded) {
+Json describe(const LoadedSurface& loaded) {
     const Surface& surface = *loaded.surface;
     const SdsMesh mesh = surface.make_mesh(0);
     const CtxShader shader;
@@ -107,7 +109,7 @@ Json describe(const InfoOptions& options, const LoadedSurface& loaded) {
     const GMathBbox3<double> box =
         loaded.motion.has_motion() ? motion_box(mesh, sample_times(loaded.motion)) : mesh.get_bbox();
     Json json;
-    json["mesh"] = options.mesh;
+    json["mesh"] = loaded.name;
     json["polygons"] = loaded.get_cage().get_polygon_count();
     json["control_vertices"] = loaded.get_cage().get_vertex_count();
     json["quads"] = surface.get_base().get_primitive_count();
@@ -146,13 +148,48 @@ Json describe(const InfoOptions& options, const LoadedSurface& loaded) {
 /// The names of files may be any bytes; what is not UTF-8 in them is replaced.
 std::string to_json_text(const Json& json) { return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
 
+Json to_json(const sds_render::Matrix4& matrix) {
+    Json rows = Json::array();
+    for (unsigned int r = 0; r < 4; ++r) rows.push_back({matrix[r][0], matrix[r][1], matrix[r][2], matrix[r][3]});
+    return rows;
+}
+
+/// Of a layer, at a frame: its meshes, each with its places, and its cameras.
+Json describe_scene(const InfoOptions& options, const LoadedScene& scene) {
+    const sds_usda::UsdScene& layer = *scene.layer;
+    Json json;
+    json["scene"] = options.mesh;
+    json["frame"] = scene.frame.time;
+    json["frames"] = nullptr;
+    if (layer.start_time_code && layer.end_time_code) json["frames"] = {*layer.start_time_code, *layer.end_time_code};
+    json["codes_per_second"] = layer.time_codes_per_second;
+    json["up"] = layer.up_axis == sds_usda::UpAxis::z ? "z" : "y";
+    json["meters_per_unit"] = layer.meters_per_unit;
+    json["cameras"] = Json::array();
+    for (const sds_usda::UsdCamera& camera : layer.cameras) json["cameras"].push_back(prim_path(layer, camera.node));
+    json["meshes"] = Json::array();
+    for (const LoadedSurface& loaded : scene.surfaces) {
+        json["meshes"].push_back(describe(loaded));
+        json["meshes"].back()["instances"] = Json::array();
+    }
+    for (const MeshInstance& instance : scene.instances)
+        json["meshes"][instance.mesh]["instances"].push_back({{"path", instance.name},
+                                                              {"transform", to_json(instance.transform.at(0.0))},
+                                                              {"moves", instance.transform.is_moving()}});
+    json["findings"] = sds_io::to_json(scene.layer_findings);
+    return json;
+}
+
 /// What a machine reads about input that is refused.
 std::string refusal_text(const InfoOptions& options, const InputError& error) {
     Json json;
     json["mesh"] = options.mesh;
     json["error"] = error.what();
-    const auto* cage = dynamic_cast<const CageError*>(&error);
-    json["findings"] = cage == nullptr ? Json::array() : Json(sds_io::to_json(cage->get_findings()));
+    json["findings"] = Json::array();
+    if (const auto* cage = dynamic_cast<const CageError*>(&error))
+        json["findings"] = sds_io::to_json(cage->get_findings());
+    if (const auto* layer = dynamic_cast<const LayerError*>(&error))
+        json["findings"] = sds_io::to_json(layer->get_findings());
     return to_json_text(json);
 }
 
@@ -256,6 +293,46 @@ std::string to_text(const Json& info) {
     return report.get_text();
 }
 
+std::string to_scene_text(const Json& scene) {
+    Report report;
+    report.line("frame", "%.9g", scene["frame"].get<double>());
+    if (const Json& frames = scene["frames"]; !frames.is_null())
+        report.line("frames", "%.9g to %.9g, %.9g a second", frames[0].get<double>(), frames[1].get<double>(),
+                    scene["codes_per_second"].get<double>());
+    report.put("up", scene["up"].get<std::string>());
+    for (const Json& path : scene["cameras"]) report.put("camera", path.get<std::string>());
+    report.put("meshes", std::to_string(scene["meshes"].size()));
+    std::string text = report.get_text();
+    for (const Json& mesh : scene["meshes"]) {
+        Report places;
+        for (const Json& instance : mesh["instances"]) {
+            const Json& at = instance["transform"][3];
+            places.put(instance["moves"].get<bool>() ? "  moves" : "  stands",
+                       instance["path"].get<std::string>() + " " + to_point_text(at));
+        }
+        text += "\nmesh " + mesh["mesh"].get<std::string>() + ", " + std::to_string(mesh["instances"].size()) +
+                (mesh["instances"].size() == 1 ? " place\n" : " places\n") + places.get_text() + to_text(mesh);
+    }
+    return text;
+}
+
+/// All that a layer's range of frames shows, or its samples where it names none.
+sds_usda::UsdFrame choose_range(const InfoOptions& options, const sds_usda::UsdScene& layer) {
+    sds_usda::UsdFrame frame = choose_moment(options, layer);
+    const auto grow = [&](double code) {
+        frame.open = std::min(frame.open, code - frame.time);
+        frame.close = std::max(frame.close, code - frame.time);
+    };
+    if (layer.start_time_code) grow(*layer.start_time_code);
+    if (layer.end_time_code) grow(*layer.end_time_code);
+    if (layer.start_time_code || layer.end_time_code) return frame;
+    for (const sds_usda::UsdMesh& mesh : layer.meshes) {
+        for (const double code : mesh.points.times) grow(code);
+        for (const double code : transform_times(layer, mesh.node)) grow(code);
+    }
+    return frame;
+}
+
 /// What a build would need; the text is printed from it.
 Json describe_estimate(const InfoOptions& options) {
     ReadObjResult mesh = load_cage(options.mesh, options, CageReport::everything);
@@ -286,15 +363,18 @@ std::string to_estimate_text(const Json& estimate) {
 
 void run_info(const InfoOptions& options) {
     try {
+        if (options.estimate && is_layer(options.mesh)) throw UsageError("--estimate belongs to OBJ cages");
         if (options.estimate) {
             const Json estimate = describe_estimate(options);
             print_text(options.json ? to_json_text(estimate) : to_estimate_text(estimate));
             return;
         }
-        const LoadedSurface loaded = load_surface(options, options.motion, nullptr);
-        if (options.statistics) print_build_rate({&loaded, 1});
-        const Json info = describe(options, loaded);
-        print_text(options.json ? to_json_text(info) : to_text(info));
+        const auto choose = [&](const sds_usda::UsdScene& layer) { return choose_range(options, layer); };
+        const LoadedScene loaded = load_scene(options, options.motion, {}, choose, nullptr);
+        if (options.statistics) print_build_rate(loaded.surfaces);
+        const Json info = loaded.has_names() ? describe_scene(options, loaded) : describe(loaded.surfaces.front());
+        const auto to_any_text = [&] { return loaded.has_names() ? to_scene_text(info) : to_text(info); };
+        print_text(options.json ? to_json_text(info) : to_any_text());
     } catch (const InputError& error) {
         if (options.json) print_text(refusal_text(options, error));
         throw;

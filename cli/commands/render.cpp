@@ -1,13 +1,16 @@
 #include "cli/commands/render.h"
 
+#include "cli/options/camera_options.h"
 #include "cli/options/common_options.h"
-#include "cli/options/load_cage.h"
+#include "cli/options/load_scene.h"
 #include "cli/options/material_color.h"
 #include "cli/options/usage_error.h"
+#include "io/environment.h"
 #include "io/image_files.h"
 #include "io/texture.h"
 #include "model/array_size.h"
-#include "model/mesh_properties.h"
+#include "model/color_map.h"
+#include "model/mesh_scene.h"
 #include "render/framing.h"
 #include "render/renderer.h"
 #include "render/turntable.h"
@@ -33,8 +36,12 @@ struct RenderCommandOptions : CommonOptions {
     unsigned int level = 0;
     unsigned int width = 960, height = 720;
     unsigned int samples = 16;
-    std::string view;
-    std::string up = "y";
+    CameraOptions camera;
+    std::vector<double> sun;  ///< azimuth and elevation in degrees
+    double sun_strength = 1.0;
+    std::string environment;
+    std::string color_by, color_map = "viridis";
+    std::vector<double> color_range;
     unsigned int turntable = 0;  ///< views of a contact sheet, 0 for one picture
     bool wire = false;
     std::vector<std::string> aovs;
@@ -55,28 +62,12 @@ bool has_suffix(const std::string& path, const char* suffix) {
 }
 bool is_exr(const std::string& path) { return has_suffix(path, ".exr"); }
 bool is_png(const std::string& path) { return has_suffix(path, ".png"); }
+bool is_jpeg(const std::string& path) { return has_suffix(path, ".jpg") || has_suffix(path, ".jpeg"); }
 
-/// Where a PNG of one layer goes: beside the picture, the layer's name before the suffix.
+/// Where the picture of one layer goes: beside the whole one, the layer's name before the suffix.
 std::string layer_path(const std::string& output, const std::string& layer) {
     std::filesystem::path path(output);
-    return path.replace_extension(layer + ".png").string();
-}
-
-sds_render::CameraView parse_view(const RenderCommandOptions& options) {
-    using Up = sds_render::UpAxis;
-    sds_render::CameraView view;
-    view.up = options.up == "x" ? Up::x : options.up == "z" ? Up::z : Up::y;
-    const std::string& text = options.view;
-    if (text.empty()) return view;
-    std::string numbers = text;
-    std::replace(numbers.begin(), numbers.end(), ',', ' ');
-    std::istringstream stream(numbers);
-    std::string rest;
-    if (!(stream >> view.azimuth >> view.elevation) || (stream >> rest))
-        throw UsageError("--view: '" + text + "' is not azimuth and elevation in degrees, such as 35 22");
-    if (!std::isfinite(view.azimuth) || !(std::fabs(view.elevation) <= 90.0))
-        throw UsageError("--view: the elevation is between -90 and 90 degrees");
-    return view;
+    return path.replace_extension(layer + path.extension().string()).string();
 }
 
 std::vector<std::string> layer_names(const RenderCommandOptions& options) {
@@ -105,12 +96,12 @@ void check_layers(const std::vector<std::string>& names) {
     }
 }
 
-std::vector<sds_render::Layer> make_layers(const std::vector<std::string>& names, const MeshProperties& properties) {
+std::vector<sds_render::Layer> make_layers(const std::vector<std::string>& names, const MeshScene& meshes) {
     std::vector<sds_render::Layer> layers;
     std::vector<std::string> channels{"R", "G", "B", "A"};
     for (const std::string& name : names) {
         layers.push_back(asked_by("", [&] {
-            return is_property_layer(name) ? make_property_layer(properties.find(name.substr(property_prefix.size())))
+            return is_property_layer(name) ? meshes.make_property_layer(name.substr(property_prefix.size()))
                                            : sds_render::make_layer(name);
         }));
         for (unsigned int c = 0; c < layers.back().components.size(); ++c) {
@@ -124,24 +115,12 @@ std::vector<sds_render::Layer> make_layers(const std::vector<std::string>& names
     return layers;
 }
 
-/// The meshes of the scene, in the order of the command line.
-std::vector<LoadedSurface> load_surfaces(const RenderCommandOptions& options, AppProgressBar* progress) {
-    std::vector<LoadedSurface> loaded;
-    loaded.push_back(load_surface(options, options.motion, progress));
-    for (const std::string& path : options.further_meshes) {
-        CommonOptions further = options;
-        further.mesh = path;
-        loaded.push_back(load_surface(further, {}, nullptr));
-    }
-    return loaded;
-}
-
 /// What a picture takes while it is made and written, with what is held besides.
-void check_memory(const RenderCommandOptions& options, const std::vector<LoadedSurface>& loaded,
+void check_memory(const RenderCommandOptions& options, const LoadedScene& loaded,
                   const std::vector<sds_render::Layer>& layers) {
     std::size_t channels = 4, held = 0;
     for (const sds_render::Layer& layer : layers) channels += layer.components.size();
-    for (const LoadedSurface& each : loaded) held += each.surface->get_memory_size();
+    for (const LoadedSurface& each : loaded.surfaces) held += each.surface->get_memory_size();
     if (!options.texture.empty()) {
         const std::size_t texture = Texture::read_png_size(options.texture);
         if (texture > options.texture_limit)
@@ -155,41 +134,88 @@ void check_memory(const RenderCommandOptions& options, const std::vector<LoadedS
     check_memory_limit("the picture", held + pixels * pixel_size, options.memory_limit);
 }
 
-sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const std::vector<LoadedSurface>& loaded) {
-    const bool needs_map = !options.texture.empty() || options.uv_map > 0;
-    bool has_colors = false;
-    for (std::size_t i = 0; i < loaded.size(); ++i) {
-        const unsigned int maps = loaded[i].surface->get_maps().get_uv_map_count();
-        has_colors |= loaded[i].surface->get_maps().get_color_map_count() > 0;
-        if (needs_map)
-            check_uv_map(options.texture.empty() ? "--map" : "--texture",
-                         i == 0 ? options.mesh : options.further_meshes[i - 1], options.uv_map, maps);
-    }
-    if (!options.texture.empty())
-        return make_texture_color(
-            std::make_shared<const Texture>(Texture::read_png(options.texture, options.texture_limit)), options.uv_map);
-    if (options.checker) return sds_render::make_checker(options.uv_map, checks_per_unit);
-    if (has_colors) return sds_render::make_map_color(0, sds_render::clay);
-    std::vector<std::string> paths{options.mesh};
-    paths.insert(paths.end(), options.further_meshes.begin(), options.further_meshes.end());
-    const sds_render::SurfaceColor group_color = sds_render::make_group_color();
-    const sds_render::SurfaceColor material_color =
-        make_material_color(loaded, paths, options.uv_map, group_color, options, options.texture_limit);
-    return material_color ? material_color : group_color;
-}
-
-sds_render::Shutter make_shutter(const RenderCommandOptions& options, const Motion& motion) {
-    if (options.shutter.empty()) return {motion.get_first_time(), motion.get_last_time()};
+/// Of a layer: what --shutter says, or its camera's, around the frame; else the whole motion of the first mesh.
+sds_render::Shutter parse_shutter(const RenderCommandOptions& options, const sds_render::Shutter& otherwise) {
+    if (options.shutter.empty()) return otherwise;
     const sds_render::Shutter shutter{options.shutter[0], options.shutter[1]};
     if (!std::isfinite(shutter.open) || !std::isfinite(shutter.close) || shutter.close < shutter.open)
         throw UsageError("--shutter: opens at a finite time and does not close earlier");
     return shutter;
 }
 
+sds_usda::UsdFrame choose_frame(const RenderCommandOptions& options, const sds_usda::UsdScene& layer) {
+    sds_usda::UsdFrame frame = choose_moment(options, layer);
+    const sds_render::Shutter shutter = parse_shutter(options, camera_shutter(options.camera, layer, frame.time));
+    frame.open = shutter.open;
+    frame.close = shutter.close;
+    return frame;
+}
+
+/// A map is asked for: every cage must have it, and one mesh of a layer.
+void check_maps(const RenderCommandOptions& options, const LoadedScene& scene) {
+    const LoadedSurface* without = nullptr;
+    bool has_map = false;
+    for (const LoadedSurface& loaded : scene.surfaces) {
+        const bool is_there = options.uv_map < loaded.surface->get_maps().get_uv_map_count();
+        has_map |= is_there;
+        if (!is_there && without == nullptr) without = &loaded;
+    }
+    if (without != nullptr && !(scene.has_names() && has_map))
+        check_uv_map(options.texture.empty() ? "--map" : "--texture", without->name, options.uv_map,
+                     without->surface->get_maps().get_uv_map_count());
+}
+
+sds_render::SurfaceColor make_property_color(const RenderCommandOptions& options, const MeshScene& meshes) {
+    const ValueRange range =
+        options.color_range.empty() ? ValueRange{} : ValueRange{options.color_range[0], options.color_range[1]};
+    if (!options.color_range.empty() && !(range.low < range.high))
+        throw UsageError("--color-range: the first number is less than the second");
+    return asked_by("--color-by: ",
+                    [&] { return make_ramp_color(meshes, options.color_by, options.color_map, range); });
+}
+
+/// Meshes of a layer that have no such map keep the color that they have without it.
+sds_render::SurfaceColor where_mapped(sds_render::SurfaceColor mapped, sds_render::SurfaceColor plain,
+                                      unsigned int map) {
+    return [mapped = std::move(mapped), plain = std::move(plain), map](const sds_render::SurfacePoint& point) {
+        return map < point.object->get_uv_map_count() ? mapped(point) : plain(point);
+    };
+}
+
+/// Of the groups: by their materials, which cages read from libraries of their own, else by their numbers.
+sds_render::SurfaceColor make_plain_color(const RenderCommandOptions& options, const LoadedScene& scene) {
+    sds_render::SurfaceColor by_group = sds_render::make_group_color();
+    if (scene.has_names()) return by_group;
+    std::vector<std::string> paths{options.mesh};
+    paths.insert(paths.end(), options.further_meshes.begin(), options.further_meshes.end());
+    sds_render::SurfaceColor by_material =
+        make_material_color(scene.surfaces, paths, options.uv_map, by_group, options, options.texture_limit);
+    return by_material ? by_material : by_group;
+}
+
+sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const LoadedScene& scene,
+                                    const MeshScene& meshes) {
+    if (!options.texture.empty() || options.uv_map > 0) check_maps(options, scene);
+    bool has_colors = false;
+    for (const LoadedSurface& loaded : scene.surfaces)
+        has_colors |= loaded.surface->get_maps().get_color_map_count() > 0;
+    const sds_render::SurfaceColor plain =
+        has_colors ? sds_render::make_map_color(0, sds_render::clay) : make_plain_color(options, scene);
+    sds_render::SurfaceColor mapped;
+    if (!options.texture.empty())
+        mapped = make_texture_color(
+            std::make_shared<const Texture>(Texture::read_png(options.texture, options.texture_limit)), options.uv_map);
+    else if (options.checker)
+        mapped = sds_render::make_checker(options.uv_map, checks_per_unit);
+    else
+        return options.color_by.empty() ? plain : make_property_color(options, meshes);
+    return scene.has_names() ? where_mapped(mapped, plain, options.uv_map) : mapped;
+}
+
 void check_options(const RenderCommandOptions& options) {
     const bool is_stream = options.output == "-";
-    if (!is_stream && !is_png(options.output) && !is_exr(options.output))
-        throw UsageError("--output: '" + options.output + "' ends neither with .png nor with .exr");
+    if (!is_stream && !is_png(options.output) && !is_exr(options.output) && !is_jpeg(options.output))
+        throw UsageError("--output: '" + options.output + "' ends neither with .png nor with .exr or .jpg");
     if (is_stream && !options.aovs.empty()) throw UsageError("--aov: layers need a file, not standard output");
     if (is_stream && isatty(STDOUT_FILENO) != 0) throw UsageError("--output: standard output is a terminal");
     check_outputs({options.output});
@@ -209,23 +235,37 @@ void write_picture(const RenderCommandOptions& options, const sds_render::Image&
         write_exr(options.output, image);
         return;
     }
-    write_png(options.output, image, "");
+    const auto write = is_jpeg(options.output) ? &write_jpeg : &write_png;
+    write(options.output, image, "");
     if (options.output == "-") return;
-    for (const sds_render::Layer& layer : layers) write_png(layer_path(options.output, layer.name), image, layer.name);
+    for (const sds_render::Layer& layer : layers) write(layer_path(options.output, layer.name), image, layer.name);
 }
 
-void print_statistics(const std::vector<LoadedSurface>& loaded, double hierarchy_seconds,
-                      const sds_render::RenderStatistics& trace) {
-    print_build_rate(loaded);
+void print_statistics(const LoadedScene& loaded, double hierarchy_seconds, const sds_render::RenderStatistics& trace) {
+    print_build_rate(loaded.surfaces);
     std::fprintf(stderr, "hierarchy  %.3f s\n", hierarchy_seconds);
     std::fprintf(stderr, "trace      %llu rays, %llu hits, %.3f s, %.3g rays/s\n",
                  static_cast<unsigned long long>(trace.rays), static_cast<unsigned long long>(trace.hits),
                  trace.seconds, trace.get_rays_per_second());
 }
 
+void set_lights(const RenderCommandOptions& options, sds_render::UpAxis up, sds_render::ShadingOptions& shading) {
+    shading.up = {0, 0, 0};
+    shading.up[static_cast<unsigned int>(up)] = 1.0;
+    if (!options.environment.empty()) shading.environment = read_environment(options.environment, up);
+    if (options.sun.empty()) return;
+    sds_render::CameraView view;
+    view.azimuth = options.sun[0];
+    view.elevation = options.sun[1];
+    view.up = up;
+    const sds_render::Camera towards(sds_render::Bbox3::empty(), view, 1, 1);
+    shading.sun = sds_render::Sun{-towards.get_forward(), options.sun_strength};
+}
+
 void run_render(const RenderCommandOptions& options) {
     check_options(options);
-    const sds_render::CameraView view = parse_view(options);
+    const sds_render::CameraView view = parse_view(options.camera);
+    check_camera(options.camera, is_layer(options.mesh), options.turntable > 0);
     const std::vector<std::string> names = layer_names(options);
     check_layers(names);
     sds_render::RenderOptions render_options;
@@ -233,26 +273,29 @@ void run_render(const RenderCommandOptions& options) {
     render_options.shading.wire = options.wire;
 
     std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds render");
-    std::vector<LoadedSurface> loaded;
+    LoadedScene loaded;
     {
         const AppProgressTask task(progress.get(), "build", 0.1f);
-        loaded = load_surfaces(options, progress.get());
+        const auto choose = [&](const sds_usda::UsdScene& layer) { return choose_frame(options, layer); };
+        loaded = load_scene(options, options.motion, options.further_meshes, choose, progress.get());
     }
-    std::vector<SdsMesh> meshes;
-    meshes.reserve(loaded.size());
-    for (const LoadedSurface& mesh : loaded) meshes.push_back(mesh.surface->make_mesh(options.level));
-    const MeshProperties properties(loaded[0].properties, loaded[0].get_cage(), meshes[0]);
-    render_options.layers = make_layers(names, properties);
+    const ScenePose pose = make_pose(options.camera, view, loaded, options.width, options.height);
+    set_lights(options, pose.view.up, render_options.shading);
+    const std::unique_ptr<MeshScene> meshes = loaded.make_meshes(options.level);
+    render_options.layers = make_layers(names, *meshes);
     check_memory(options, loaded, render_options.layers);
-    render_options.shading.color = make_color(options, loaded);
-    const sds_render::Shutter shutter = make_shutter(options, loaded[0].motion);
+    render_options.shading.color = make_color(options, loaded, *meshes);
+    const Motion& motion = loaded.surfaces.front().motion;
+    const sds_render::Shutter shutter = loaded.layer
+                                            ? sds_render::Shutter{loaded.frame.open, loaded.frame.close}
+                                            : parse_shutter(options, {motion.get_first_time(), motion.get_last_time()});
     for (const double time : {shutter.open, shutter.close})
-        asked_by("--shutter: ", [&] { loaded[0].surface->check_time(time); });
+        asked_by("--shutter: ", [&] { loaded.surfaces.front().surface->check_time(time); });
     sds_render::Scene scene(shutter);
     const auto begin = std::chrono::steady_clock::now();
     {
         const AppProgressTask task(progress.get(), "hierarchy", 0.05f);
-        for (const SdsMesh& mesh : meshes) scene.add(mesh);
+        meshes->add_to(scene);
         scene.commit();
     }
     const std::chrono::duration<double> hierarchy = std::chrono::steady_clock::now() - begin;
@@ -261,9 +304,12 @@ void run_render(const RenderCommandOptions& options) {
         const AppProgressTask task(progress.get(), "trace", 0.85f);
         const sds_render::Rendering rendering =
             options.turntable > 0
-                ? sds_render::render_turntable(scene, view, options.turntable, options.width, options.height,
+                ? sds_render::render_turntable(scene, pose.view, options.turntable, options.width, options.height,
                                                render_options, progress.get())
-                : sds_render::render(scene, sds_render::frame_scene(scene, view, options.width, options.height),
+                : sds_render::render(scene,
+                                     pose.camera
+                                         ? *pose.camera
+                                         : sds_render::frame_scene(scene, pose.view, options.width, options.height),
                                      render_options, progress.get());
         write_picture(options, rendering.image, render_options.layers);
         statistics = rendering.statistics;
@@ -273,7 +319,7 @@ void run_render(const RenderCommandOptions& options) {
 }
 
 void add_picture_options(CLI::App& command, RenderCommandOptions& options) {
-    command.add_option("-o,--output", options.output, "Picture, .png or .exr; - writes a PNG to standard output")
+    command.add_option("-o,--output", options.output, "Picture, .png, .jpg or .exr; - writes a PNG to standard output")
         ->type_name("FILE")
         ->required();
     command.add_option("--width", options.width, "Pixels")
@@ -285,18 +331,48 @@ void add_picture_options(CLI::App& command, RenderCommandOptions& options) {
     command.add_option("--samples", options.samples, "Samples per pixel; powers of two spread best")
         ->check(CLI::Range(1u, max_samples))
         ->capture_default_str();
-    command.add_option("--view", options.view, "Azimuth and elevation of the camera in degrees, 35 22 by default")
-        ->type_name("A E");
     command
         .add_option("--turntable", options.turntable,
                     "A contact sheet: N views from all sides, the first as --view says, in one picture")
         ->type_name("N")
         ->check(CLI::Range(1u, max_views));
-    command
-        .add_option("--up", options.up, "The axis that points up; azimuth 0 is the side of +z, of -y when z points up")
-        ->transform(CLI::IsMember({"x", "y", "z"}, CLI::ignore_case))
+}
+
+void add_light_options(CLI::App& command, RenderCommandOptions& options) {
+    CLI::Option* sun =
+        command
+            .add_option("--sun", options.sun,
+                        "Where the sun stands, azimuth and elevation in degrees as --view counts them; it stays there "
+                        "and replaces the lights that go with the camera")
+            ->expected(2)
+            ->type_name("AZIMUTH ELEVATION");
+    command.add_option("--sun-strength", options.sun_strength, "How bright the sun is")
+        ->check(CLI::Range(0.0, 1e6))
         ->capture_default_str()
-        ->type_name("AXIS");
+        ->needs(sun);
+    command
+        .add_option("--environment", options.environment,
+                    "Light from all around, an .exr twice as wide as high: the middle is behind a scene that is seen "
+                    "from azimuth 0")
+        ->type_name("FILE");
+}
+
+void add_color_options(CLI::App& command, RenderCommandOptions& options, CLI::Option* texture) {
+    CLI::Option* by =
+        command
+            .add_option("--color-by", options.color_by, "Colors by a property: its number, or the length of several")
+            ->type_name("PROPERTY")
+            ->excludes(texture);
+    command.add_option("--color-map", options.color_map, "Colors of --color-by")
+        ->check(CLI::IsMember(color_map_names()))
+        ->capture_default_str()
+        ->needs(by);
+    command
+        .add_option("--color-range", options.color_range,
+                    "Values at both ends of the colors; the property's own by default")
+        ->expected(2)
+        ->type_name("LOW HIGH")
+        ->needs(by);
 }
 
 }  // namespace
@@ -308,13 +384,16 @@ void add_render_command(CLI::App& program, Action& action) {
     command.add_option("MORE", options->further_meshes, "Further cages of the same scene")->type_name("MESH");
     add_level_option(command, options->level);
     add_picture_options(command, *options);
+    add_camera_options(command, options->camera);
+    add_light_options(command, *options);
     add_property_option(command, *options);
     command.add_flag("--wire", options->wire, "Draw the edges of the cage on the surface");
     command
-        .add_option("--aov", options->aovs,
-                    "Layers, separated by commas: N Ng P Z st uv id object group color checker, and prop:NAME for a "
-                    "property. In an .exr they are channels (P, N, uv, id, Z by default), beside a .png pictures "
-                    "FILE.LAYER.png")
+        .add_option(
+            "--aov", options->aovs,
+            "Layers, separated by commas: N Ng P Z st uv id object group color checker lines, and prop:NAME for a "
+            "property. In an .exr they are channels (P, N, uv, id, Z by default), beside a .png pictures "
+            "FILE.LAYER.png")
         ->type_name("NAMES")
         ->allow_extra_args(false);
     CLI::Option* texture =
@@ -328,10 +407,12 @@ void add_render_command(CLI::App& program, Action& action) {
     command.add_flag("--checker", options->checker, "Squares on the surface, through its UVs")->excludes(texture);
     command.add_option("--map", options->uv_map, "UV map of --texture and --checker, 0 the mesh's own")
         ->capture_default_str();
+    add_color_options(command, *options, texture);
     add_motion_options(command, options->motion);
     command
         .add_option("--shutter", options->shutter,
-                    "Times at which the shutter opens and closes; by default the whole motion is blurred")
+                    "Times at which the shutter opens and closes; by default the whole motion is blurred. Of a scene, "
+                    "from the frame; by default what its camera says")
         ->expected(2)
         ->type_name("OPEN CLOSE");
     set_action(command, action, options, run_render);

@@ -80,6 +80,10 @@ constexpr Choice<UvMode> uv_modes[] = {
     {"cornersPlus2", UvMode::corners_plus2},
 };
 
+constexpr Choice<bool> crease_methods[] = {{"uniform", false}, {"chaikin", true}};
+constexpr Choice<bool> triangle_rules[] = {{"catmullClark", false}, {"smooth", true}};
+constexpr Choice<bool> orientations[] = {{"rightHanded", false}, {"leftHanded", true}};
+
 constexpr Choice<FractionalSharpness> fractional_choices[] = {
     {"exact", FractionalSharpness::exact},
     {"sharp", FractionalSharpness::harden},
@@ -89,14 +93,20 @@ constexpr Choice<FractionalSharpness> fractional_choices[] = {
 }  // namespace
 
 void add_common_options(CLI::App& command, CommonOptions& options, const std::string& uv_flag) {
-    command.add_option("MESH", options.mesh, "Control cage, an OBJ file")->required();
+    command.add_option("MESH", options.mesh, "Control cage, an OBJ file, or a scene, a USD text file (.usda)")
+        ->required();
+    command
+        .add_option("--frame", options.frame,
+                    "Frame of a scene, a time code; its first by default. Times are counted from there")
+        ->type_name("CODE");
     add_choice(command, "--interpolation", options.modes.positions, position_modes,
                "Which vertices stay: linear (0, bilinear), corners (1, edgeAndCorner, the default), smooth (2, "
                "edgeOnly), borders (3); none (4) has no surface beside borders and needs isolation",
                &options.has_border_rule);
     add_choice(command, "--uv-interpolation", options.modes.uvs, uv_modes,
                "Which UVs stay: all_fixed (linear, all), corners_fixed (the default, cornersOnly), cornersPlus1 (also "
-               "where three UVs meet), cornersPlus2, borders_fixed (boundaries) or one of the others");
+               "where three UVs meet), cornersPlus2, borders_fixed (boundaries) or one of the others",
+               &options.has_uv_rule);
     command.add_option(uv_flag, options.uv_files, "A further UV map: the vt records of a file with the same polygons")
         ->type_name("FILE")
         ->allow_extra_args(false);
@@ -104,6 +114,12 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
         command, "--fractional", options.fractional, fractional_choices,
         "What becomes of a sharpness between 0 and 10: exact (the default; without isolation it is sharp), sharp "
         "(infinitely so) or drop");
+    add_choice(command, "--crease-method", options.modes.chaikin, crease_methods,
+               "How fractional sharpness decays: uniform (the default) or chaikin, as a file's creasemethod says too");
+    add_choice(command, "--triangle-rule", options.modes.smooth_triangles, triangle_rules,
+               "How triangles weigh in the first step: catmullClark (the default) or smooth, as smoothtriangles says");
+    add_choice(command, "--orientation", options.is_left_handed, orientations,
+               "Which way polygons run seen from outside: rightHanded (counterclockwise, the default) or leftHanded");
     command
         .add_option(
             "--isolation", options.modes.depth,
@@ -173,7 +189,11 @@ SurfaceModes get_modes(const CommonOptions& options, const CageRules& rules) {
         modes.positions = PositionMode::corners_fixed;
         modes.open_borders = true;
     }
-    return follow_rules(modes, rules, options.has_border_rule);
+    if (modes.depth == 0 && modes.chaikin)
+        throw UsageError("--crease-method: chaikin needs an --isolation of 1 and more");
+    if (modes.depth == 0 && modes.smooth_triangles)
+        throw UsageError("--triangle-rule: smooth needs an --isolation of 1 and more");
+    return follow_rules(modes, rules, options.has_border_rule, options.has_uv_rule);
 }
 
 std::unique_ptr<AppProgressBar> make_progress(const CommonOptions& options, const std::string& title) {

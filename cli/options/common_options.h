@@ -7,6 +7,7 @@
 #include <CLI/App.hpp>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,9 +20,12 @@ inline constexpr unsigned int default_isolation = 2;
 
 /// What every subcommand understands.
 struct CommonOptions {
-    std::string mesh;
+    std::string mesh;             ///< an OBJ cage or a USD layer
+    std::optional<double> frame;  ///< of a layer, a time code
     SurfaceModes modes{.depth = default_isolation};
     bool has_border_rule = false;  ///< --interpolation is given
+    bool is_left_handed = false;   ///< polygons of all files run clockwise seen from outside
+    bool has_uv_rule = false;      ///< --uv-interpolation is given
     std::vector<std::string> uv_files;
     std::string property_file;  ///< empty: none
     FractionalSharpness fractional = FractionalSharpness::exact;

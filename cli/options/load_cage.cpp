@@ -41,6 +41,7 @@ ReadObjResult load_cage(const std::string& path, const CommonOptions& common, Ca
     for (const Finding& finding : read.findings.get_entries())
         if (!errors_only || severity_of(finding.code) == Severity::error) print_line(to_text(finding));
     if (!read.cage) throw CageError(path, std::move(read.findings));
+    if (common.is_left_handed) turn_over(*read.cage);
     return read;
 }
 
@@ -68,13 +69,18 @@ void check_same_topology(const ControlCage& cage, const std::string& cage_path, 
 
 LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& motion, AppProgressBar* progress) {
     LoadedSurface loaded;
+    loaded.name = common.mesh;
     loaded.mesh = load_cage(common.mesh, common, CageReport::everything);
     join_uvs(*loaded.mesh.cage);
-    const std::vector<UvSource> uvs = load_uvs(common, loaded.get_cage());
+    loaded.further_uvs = load_uvs(common, loaded.get_cage());
+    const std::vector<UvSource>& uvs = loaded.further_uvs;
     if (loaded.get_cage().has_uvs()) loaded.uv_joins.push_back(loaded.get_cage().uv_join);
     for (const UvSource& map : uvs) loaded.uv_joins.push_back(map.join);
     loaded.motion = load_motion(motion, common, loaded.get_cage());
     if (!common.property_file.empty()) loaded.properties = read_properties(common.property_file, loaded.get_cage());
+    if (common.is_left_handed)
+        for (PropertySource& property : loaded.properties)
+            turn_corners_over(loaded.get_cage().polygon_counts, false, property.indices);
     const SurfaceModes modes = get_modes(common, loaded.get_cage().rules);
     if (common.memory_limit != 0) {
         const bool has_motion = !loaded.motion.vectors.empty();

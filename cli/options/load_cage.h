@@ -28,9 +28,11 @@ std::vector<UvSource> load_uvs(const CommonOptions& common, const ControlCage& c
 
 /// A surface with what was read for it.
 struct LoadedSurface {
+    std::string name;  ///< the file, or the path of the prim
     ReadObjResult mesh;
     Motion motion;
     std::vector<PropertySource> properties;
+    std::vector<UvSource> further_uvs;
     std::vector<UvJoinCounts> uv_joins;  ///< per UV map of the surface
     std::unique_ptr<Surface> surface;
 

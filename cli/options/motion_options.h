@@ -28,10 +28,10 @@ void add_motion_options(CLI::App& command, MotionOptions& options);
 /// How a cage moves, read and checked.
 struct Motion {
     std::vector<float> vectors;      ///< x y z per vertex and unit of time; empty without --motion
-    std::vector<std::string> files;  ///< one per time sample
-    std::vector<double> times;       ///< strictly increasing
+    std::vector<std::string> files;  ///< one per time sample of OBJ cages
+    std::vector<double> times;       ///< of the samples, strictly increasing
 
-    bool has_motion() const { return !vectors.empty() || !files.empty(); }
+    bool has_motion() const { return !vectors.empty() || !times.empty(); }
 
     /// The interval of time that the motion covers; [0, 0] without motion.
     double get_first_time() const { return times.empty() ? 0.0 : times.front(); }

@@ -86,7 +86,12 @@ CodeText text_of(UsdFindingCode code) {
         case ignored_attribute:
             return {"ignored_attribute", note, "property without a bearing on the surface", "ignored"};
         case ignored_primvar:
-            return {"ignored_primvar", note, "primvar on a prim that is no mesh", "ignored: nothing inherits it"};
+            return {"ignored_primvar", note, "primvar that is not constant on a prim that is no mesh",
+                    "ignored: meshes below inherit constant ones"};
+        case unused_primvar:
+            return {"unused_primvar", note, "primvar of words", "ignored"};
+        case held_primvar:
+            return {"held_primvar", note, "primvar with time samples", "taken at the frame"};
     }
     return {"unknown", error, "unknown finding", ""};
 }
@@ -98,6 +103,8 @@ bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0u) ==
 UsdSeverity severity_of(UsdFindingCode code) { return text_of(code).severity; }
 
 const char* to_name(UsdFindingCode code) { return text_of(code).name; }
+const char* message_of(UsdFindingCode code) { return text_of(code).message; }
+const char* action_of(UsdFindingCode code) { return text_of(code).action; }
 
 const char* to_name(UsdSeverity severity) {
     switch (severity) {
@@ -132,20 +139,24 @@ void UsdFindings::record_each(UsdFindingCode code, std::size_t offset, std::stri
 void UsdFindings::settle_places(std::string_view text) {
     std::stable_sort(entries_.begin(), entries_.end(),
                      [](const UsdFinding& a, const UsdFinding& b) { return a.offset + 1 < b.offset + 1; });
-    std::size_t at = 0, line = 1, column = 1;
+    PlaceWalker walker(text);
     for (UsdFinding& entry : entries_) {
         if (entry.offset == whole_file) continue;
-        for (; at < entry.offset && at < text.size(); ++at) {
-            const bool ends_line = text[at] == '\n' || (text[at] == '\r' && text.substr(at + 1, 1) != "\n");
-            if (ends_line) {
-                ++line;
-                column = 1;
-            } else if (!is_continuation(text[at])) {
-                ++column;
-            }
+        walker.move_to(entry.offset);
+        entry.line = walker.line;
+        entry.column = walker.column;
+    }
+}
+
+void PlaceWalker::move_to(std::size_t offset) {
+    for (; at < offset && at < text.size(); ++at) {
+        const bool ends_line = text[at] == '\n' || (text[at] == '\r' && text.substr(at + 1, 1) != "\n");
+        if (ends_line) {
+            ++line;
+            column = 1;
+        } else if (!is_continuation(text[at])) {
+            ++column;
         }
-        entry.line = line;
-        entry.column = column;
     }
 }
 

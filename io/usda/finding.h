@@ -52,13 +52,26 @@ enum class UsdFindingCode : std::uint8_t {
     ignored_normals,
     ignored_attribute,
     ignored_primvar,
+    unused_primvar,
+    held_primvar,
 };
 
 enum class UsdSeverity : std::uint8_t { error, warning, note };
 
 UsdSeverity severity_of(UsdFindingCode code);
 const char* to_name(UsdFindingCode code);
+const char* message_of(UsdFindingCode code);
+const char* action_of(UsdFindingCode code);  ///< what was done about it; may be empty
 const char* to_name(UsdSeverity severity);
+
+/// Finds lines and columns of offsets that do not decrease, in one pass over the text.
+struct PlaceWalker {
+    explicit PlaceWalker(std::string_view looked_at) : text(looked_at) {}
+    void move_to(std::size_t offset);
+
+    std::string_view text;
+    std::size_t at = 0, line = 1, column = 1;  ///< from 1, columns in characters
+};
 
 /// Offset of what concerns the file as a whole.
 inline constexpr std::size_t whole_file = std::numeric_limits<std::size_t>::max();

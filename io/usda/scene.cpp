@@ -28,8 +28,8 @@ private:
     void read_stage();
     std::optional<double> stage_number(std::string_view key) const;
     void record_arcs(const Prim& prim);
-    void visit(Prim& prim, std::uint32_t parent);
-    void note_primvars(PrimReader& reader);
+    void visit(Prim& prim, std::uint32_t parent, const std::vector<UsdPrimvar>& inherited);
+    std::vector<UsdPrimvar> add_primvars(PrimReader& reader, std::vector<UsdPrimvar> inherited);
 
     Layer& layer_;
     UsdFindings& findings_;
@@ -70,17 +70,29 @@ void SceneReader::record_arcs(const Prim& prim) {
     }
 }
 
-/// A constant primvar would be inherited by the meshes below.
-void SceneReader::note_primvars(PrimReader& reader) {
-    for (const Property& property : reader.prim().properties) {
-        if (!property.name.starts_with("primvars:")) continue;
+/// Meshes below inherit what is constant; the prim's own stand before those of its ancestors.
+std::vector<UsdPrimvar> SceneReader::add_primvars(PrimReader& reader, std::vector<UsdPrimvar> inherited) {
+    for (Property& property : reader.prim().properties) {
+        if (!is_primvar(property)) continue;
+        const std::string_view name = property.name.substr(primvar_prefix.size());
+        std::erase_if(inherited, [name](const UsdPrimvar& other) { return other.name == name; });
         reader.find(property.name);
-        findings_.record(UsdFindingCode::ignored_primvar, property.offset,
-                         [&] { return name_in(property.name, reader.prim()); });
+        if (!property.value && !property.samples) continue;  // blocked
+        const auto is_said = [](const Metadatum& entry) {
+            return entry.key == "interpolation" && entry.value.string().value_or("constant") != "constant";
+        };
+        if (std::any_of(property.metadata.begin(), property.metadata.end(), is_said)) {
+            reader.find(std::string(property.name) + ":indices");
+            findings_.record(UsdFindingCode::ignored_primvar, property.offset,
+                             [&] { return name_in(property.name, reader.prim()); });
+        } else if (auto primvar = read_primvar(reader, property, {})) {
+            inherited.push_back(std::move(*primvar));
+        }
     }
+    return inherited;
 }
 
-void SceneReader::visit(Prim& prim, std::uint32_t parent) {
+void SceneReader::visit(Prim& prim, std::uint32_t parent, const std::vector<UsdPrimvar>& inherited) {
     if (prim.specifier == Specifier::class_ || prim.type == "GeomSubset") return;
     record_arcs(prim);
     if (prim.specifier == Specifier::over) {
@@ -100,23 +112,27 @@ void SceneReader::visit(Prim& prim, std::uint32_t parent) {
     read_node(reader, scene_.nodes[parent], node);
     scene_.nodes.push_back(std::move(node));
     if (prim.type == "Mesh") {
-        if (auto mesh = read_mesh(reader, *layer_.text)) {
+        if (auto mesh = read_mesh(reader, *layer_.text, inherited)) {
             mesh->node = index;
+            mesh->line = prim.offset;
             scene_.meshes.push_back(std::move(*mesh));
         }
     } else if (prim.type == "Camera") {
         scene_.cameras.push_back(read_camera(reader));
         scene_.cameras.back().node = index;
     }
-    if (prim.type != "Mesh") note_primvars(reader);
+    const bool has_primvars =
+        prim.type != "Mesh" && std::any_of(prim.properties.begin(), prim.properties.end(), is_primvar);
+    std::vector<UsdPrimvar> own;
+    if (has_primvars) own = add_primvars(reader, inherited);
     if (is_known_schema(prim.type)) reader.record_ignored();
-    for (Prim& child : prim.children) visit(child, index);
+    for (Prim& child : prim.children) visit(child, index, has_primvars ? own : inherited);
 }
 
 UsdScene SceneReader::read() {
     read_stage();
     record_arcs(layer_.root);
-    for (Prim& prim : layer_.root.children) visit(prim, 0);
+    for (Prim& prim : layer_.root.children) visit(prim, 0, {});
     if (scene_.meshes.empty() && !findings_.has_errors())
         findings_.record(UsdFindingCode::no_mesh, whole_file, [] { return std::string(); });
     return std::move(scene_);
@@ -144,6 +160,22 @@ UsdCamera read_camera(PrimReader& reader) {
     return camera;
 }
 
+namespace {
+
+void settle_places(std::string_view text, std::vector<UsdMesh>& meshes) {
+    std::vector<UsdMesh*> sorted;
+    for (UsdMesh& mesh : meshes) sorted.push_back(&mesh);
+    std::sort(sorted.begin(), sorted.end(), [](const UsdMesh* a, const UsdMesh* b) { return a->line < b->line; });
+    PlaceWalker walker(text);
+    for (UsdMesh* mesh : sorted) {
+        walker.move_to(mesh->line);
+        mesh->line = walker.line;
+        mesh->column = walker.column;
+    }
+}
+
+}  // namespace
+
 UsdSceneResult read_usd_scene(std::string text) {
     UsdSceneResult result;
     Layer layer = parse_layer(std::move(text), result.findings);
@@ -153,6 +185,7 @@ UsdSceneResult read_usd_scene(std::string text) {
         scene = SceneReader(layer, result.findings).read();
     }
     result.findings.settle_places(*layer.text);
+    settle_places(*layer.text, scene.meshes);
     if (!result.findings.has_errors()) result.scene = std::move(scene);
     return result;
 }

@@ -26,6 +26,7 @@ struct Timed {
         const std::size_t first = i == 0 ? 0 : ends[i - 1];
         return {values.data() + first, ends[i] - first};
     }
+    bool operator==(const Timed&) const = default;
 };
 
 enum class SubdivisionScheme : std::uint8_t { catmull_clark, bilinear, none };
@@ -57,6 +58,8 @@ struct UsdPrimvar {
     std::uint32_t components = 1, element_size = 1;
     Values values;
     Timed<std::uint32_t> indices;  ///< of elements; empty: element i belongs to place i
+
+    bool operator==(const UsdPrimvar&) const = default;
 };
 
 /// A named set of faces.
@@ -64,15 +67,18 @@ struct UsdSubset {
     std::string name;    ///< the display name where there is one
     std::string family;  ///< may be empty
     std::vector<std::uint32_t> faces;
+
+    bool operator==(const UsdSubset&) const = default;
 };
 
 /// A mesh in its own space; every index and count is checked, every position finite. Faces of fewer than three corners
 /// are kept.
 struct UsdMesh {
-    std::uint32_t node = 0;      ///< of UsdScene::nodes
-    Timed<float> points;         ///< x y z; every sample of one size
-    Timed<float> velocities;     ///< x y z per point and second, as many as points in every sample, or empty
-    Timed<float> accelerations;  ///< likewise
+    std::uint32_t node = 0;            ///< of UsdScene::nodes
+    std::size_t line = 0, column = 0;  ///< of its prim in the text, from 1
+    Timed<float> points;               ///< x y z; every sample of one size
+    Timed<float> velocities;           ///< x y z per point and second, as many as points in every sample, or empty
+    Timed<float> accelerations;        ///< likewise
     std::vector<std::uint32_t> counts, indices;
     SubdivisionScheme scheme = SubdivisionScheme::catmull_clark;
     InterpolateBoundary interpolate_boundary = InterpolateBoundary::edge_and_corner;
@@ -138,6 +144,14 @@ struct UsdScene {
 
 /// "/World/Car/Body".
 std::string prim_path(const UsdScene& scene, std::uint32_t node);
+
+/// The sample at or before a time, the first for earlier ones, and how far it is from there to the next, in [0, 1];
+/// samples without times are one.
+struct SamplePlace {
+    std::size_t sample = 0;
+    double share = 0.0;
+};
+SamplePlace find_sample(const std::vector<double>& times, double time);
 
 /// All times at which the transforms of a node and its ancestors have samples, increasing; empty where it stands still.
 std::vector<double> transform_times(const UsdScene& scene, std::uint32_t node);

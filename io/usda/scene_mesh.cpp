@@ -2,23 +2,17 @@
 
 #include <cmath>
 #include <limits>
-#include <numeric>
+#include <unordered_set>
 
 namespace sds_usda {
 
 namespace {
 
-constexpr std::string_view primvar_prefix = "primvars:", indices_suffix = ":indices";
-
-std::string counts_differ(std::size_t found, const char* of, std::size_t wanted) {
-    return std::to_string(found) + " for " + std::to_string(wanted) + " " + of;
-}
-
 class MeshReader {
 public:
     MeshReader(PrimReader& reader, const std::string& text) : reader_(reader), text_(text) {}
 
-    std::optional<UsdMesh> read();
+    std::optional<UsdMesh> read(const std::vector<UsdPrimvar>& inherited);
 
 private:
     bool has_all();
@@ -30,10 +24,7 @@ private:
     void check_count(std::string_view name, std::size_t found, const char* of, std::size_t wanted);
     void read_words();
     void note_ignored();
-    void read_primvars();
-    std::optional<UsdPrimvar> read_primvar(Property& property, Property* indices);
-    std::string fault_of(const UsdPrimvar& primvar) const;
-    std::size_t places_of(Interpolation interpolation) const;
+    void read_primvars(const std::vector<UsdPrimvar>& inherited);
     void read_subset(Prim& child);
 
     PrimReader& reader_;
@@ -172,102 +163,17 @@ void MeshReader::note_ignored() {
         if (property.name.starts_with("subsetFamily:")) reader_.find(property.name);
 }
 
-std::size_t MeshReader::places_of(Interpolation interpolation) const {
-    switch (interpolation) {
-        case Interpolation::constant:
-            return 1;
-        case Interpolation::uniform:
-            return mesh_.counts.size();
-        case Interpolation::varying:
-        case Interpolation::vertex:
-            return mesh_.point_count();
-        case Interpolation::face_varying:
-            return mesh_.indices.size();
-    }
-    return 0;
-}
-
-void MeshReader::read_primvars() {
+void MeshReader::read_primvars(const std::vector<UsdPrimvar>& inherited) {
+    std::unordered_set<std::string_view> own;
     for (Property& property : reader_.prim().properties) {
-        const bool is_primvar = property.name.starts_with(primvar_prefix) && !property.name.ends_with(indices_suffix);
-        if (!is_primvar || property.name == "primvars:normals" || (!property.value && !property.samples)) continue;
-        reader_.find(property.name);
-        Property* indices = reader_.find(std::string(property.name) + std::string(indices_suffix));
-        if (auto primvar = read_primvar(property, indices)) mesh_.primvars.push_back(std::move(*primvar));
+        if (!is_primvar(property)) continue;
+        own.insert(property.name);
+        if (!property.value && !property.samples) continue;
+        const PlaceCounts counts{mesh_.counts.size(), mesh_.point_count(), mesh_.indices.size()};
+        if (auto primvar = read_primvar(reader_, property, counts)) mesh_.primvars.push_back(std::move(*primvar));
     }
-}
-
-std::optional<UsdPrimvar> MeshReader::read_primvar(Property& property, Property* indices) {
-    const auto metadatum = [&](std::string_view key) -> const Value* {
-        for (const Metadatum& entry : property.metadata)
-            if (entry.key == key) return &entry.value;
-        return nullptr;
-    };
-    UsdPrimvar primvar;
-    primvar.name = property.name.substr(primvar_prefix.size());
-    primvar.type_name = property.type;
-    std::string fault;
-    if (const Value* word = metadatum("interpolation")) {
-        const auto text = word->string().value_or("");
-        const auto known = std::find(interpolation_words.begin(), interpolation_words.end(), text);
-        if (known == interpolation_words.end()) fault = "interpolation " + quoted(text);
-        primvar.interpolation = static_cast<Interpolation>(known - interpolation_words.begin());
-    }
-    if (const Value* size = metadatum("elementSize")) {
-        const double number = size->number().value_or(0.0);
-        if (!(number >= 1.0 && number <= 1e6)) fault = "its elementSize";
-        primvar.element_size = fault.empty() ? static_cast<std::uint32_t>(number) : 1;
-    }
-    const ValueType type = property.samples ? property.samples->values.type : property.value->type;
-    primvar.components = type.components;
-    if (type.kind == ValueKind::untyped || type.kind == ValueKind::dictionary)
-        fault = "type " + quoted(property.type);
-    else
-        with_storage(type.kind, [&]<class T>(T) {
-            using Kept = std::conditional_t<std::is_same_v<T, std::string_view>, std::string, T>;
-            primvar.values = take_timed<Kept>(property);
-        });
-    if (indices != nullptr) {
-        const Timed<std::int32_t> signed_indices = reader_.take<std::int32_t>(indices->name, 1, true);
-        // a negative index becomes one that is out of range
-        primvar.indices = {
-            signed_indices.times, signed_indices.ends, {signed_indices.values.begin(), signed_indices.values.end()}};
-    }
-    if (fault.empty()) fault = fault_of(primvar);
-    if (fault.empty()) return primvar;
-    reader_.findings().record(UsdFindingCode::bad_primvar, property.offset,
-                              [&] { return name_in(property.name, reader_.prim()) + ": " + fault; });
-    return std::nullopt;
-}
-
-/// What does not fit the mesh, or nothing.
-std::string MeshReader::fault_of(const UsdPrimvar& primvar) const {
-    const std::size_t stride = std::size_t{primvar.components} * primvar.element_size;
-    const std::size_t places = places_of(primvar.interpolation);
-    const std::string of =
-        std::string(interpolation_words[static_cast<std::size_t>(primvar.interpolation)]) + " places";
-    const bool is_constant = primvar.interpolation == Interpolation::constant;
-    std::size_t fewest = std::numeric_limits<std::size_t>::max();
-    std::string fault = std::visit(
-        [&](const auto& values) -> std::string {
-            if (values.is_empty()) return "no value";
-            for (std::size_t s = 0; s < values.sample_count(); ++s) {
-                const std::size_t count = values.sample(s).size() / stride;
-                fewest = std::min(fewest, count);
-                if (values.sample(s).size() % stride != 0) return "values that are no whole elements";
-                if (primvar.indices.is_empty() && !is_constant && count != places)
-                    return counts_differ(count, of.c_str(), places);
-            }
-            return {};
-        },
-        primvar.values);
-    for (std::size_t s = 0; s < primvar.indices.sample_count() && fault.empty(); ++s)
-        if (!is_constant && primvar.indices.sample(s).size() != places)
-            fault = counts_differ(primvar.indices.sample(s).size(), ("indices at " + of).c_str(), places);
-    for (const std::uint32_t index : primvar.indices.values)
-        if (index >= fewest && fault.empty())
-            fault = "index " + std::to_string(static_cast<std::int32_t>(index)) + " of " + std::to_string(fewest);
-    return fault;
+    for (const UsdPrimvar& primvar : inherited)
+        if (!own.contains(std::string(primvar_prefix) + primvar.name)) mesh_.primvars.push_back(primvar);
 }
 
 void MeshReader::read_subset(Prim& child) {
@@ -298,13 +204,13 @@ void MeshReader::read_subset(Prim& child) {
     reader.record_ignored();
 }
 
-std::optional<UsdMesh> MeshReader::read() {
+std::optional<UsdMesh> MeshReader::read(const std::vector<UsdPrimvar>& inherited) {
     read_words();
     if (!has_all()) return std::nullopt;
     read_topology();
     note_ignored();
     if (reader_.findings().has_errors()) return std::nullopt;
-    read_primvars();
+    read_primvars(inherited);
     for (Prim& child : reader_.prim().children)
         if (child.specifier == Specifier::def && child.type == "GeomSubset") read_subset(child);
     return std::move(mesh_);
@@ -312,8 +218,9 @@ std::optional<UsdMesh> MeshReader::read() {
 
 }  // namespace
 
-std::optional<UsdMesh> read_mesh(PrimReader& reader, const std::string& text) {
-    return MeshReader(reader, text).read();
+std::optional<UsdMesh> read_mesh(PrimReader& reader, const std::string& text,
+                                 const std::vector<UsdPrimvar>& inherited) {
+    return MeshReader(reader, text).read(inherited);
 }
 
 }  // namespace sds_usda

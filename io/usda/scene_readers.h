@@ -7,8 +7,27 @@
 
 namespace sds_usda {
 
-/// The mesh of a prim and its subsets, its node not yet set; nothing where it lacks points or faces or is wrong.
-std::optional<UsdMesh> read_mesh(PrimReader& reader, const std::string& text);
+/// The mesh of a prim and its subsets, its node not yet set; nothing where it lacks points or faces or is wrong. Of the
+/// `inherited` primvars it takes those that it does not have itself. `line` is its offset until places are settled.
+std::optional<UsdMesh> read_mesh(PrimReader& reader, const std::string& text, const std::vector<UsdPrimvar>& inherited);
+
+/// "3 for 4 points".
+inline std::string counts_differ(std::size_t found, const char* of, std::size_t wanted) {
+    return std::to_string(found) + " for " + std::to_string(wanted) + " " + of;
+}
+
+inline constexpr std::string_view primvar_prefix = "primvars:";
+
+/// Not so for the indices of one, and for normals.
+bool is_primvar(const Property& property);
+
+/// How many places the interpolations have.
+struct PlaceCounts {
+    std::size_t faces = 0, points = 0, corners = 0;
+};
+
+/// A primvar with its indices, or nothing and a finding where it does not fit the mesh.
+std::optional<UsdPrimvar> read_primvar(PrimReader& reader, Property& property, const PlaceCounts& mesh);
 
 UsdCamera read_camera(PrimReader& reader);
 

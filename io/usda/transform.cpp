@@ -69,19 +69,10 @@ std::array<double, 16> slerp(const std::array<double, 16>& a, const std::array<d
     return out;
 }
 
-/// Index of the last sample at or before `time`, 0 before all of them.
-template <class T>
-std::size_t sample_before(const Timed<T>& timed, double time) {
-    const auto after = std::upper_bound(timed.times.begin(), timed.times.end(), time);
-    return after == timed.times.begin() ? 0 : static_cast<std::size_t>(after - timed.times.begin()) - 1;
-}
-
 Matrix4 op_matrix_at(const UsdXformOp& op, const Timed<double>& value, double time) {
-    const std::size_t s = sample_before(value, time);
+    const auto [s, t] = find_sample(value.times, time);
     const std::span<const double> before = value.sample(s);
-    if (s + 1 >= value.times.size() || time <= value.times[s]) return op_matrix(op, before);
-
-    const double t = (time - value.times[s]) / (value.times[s + 1] - value.times[s]);
+    if (!(t > 0.0)) return op_matrix(op, before);
     const std::span<const double> after = value.sample(s + 1);
     std::array<double, 16> a{}, b{};
     std::copy(before.begin(), before.end(), a.begin());
@@ -150,6 +141,13 @@ std::optional<Matrix4> inverse(const Matrix4& matrix) {
     return right;
 }
 
+SamplePlace find_sample(const std::vector<double>& times, double time) {
+    const auto after = static_cast<std::size_t>(std::upper_bound(times.begin(), times.end(), time) - times.begin());
+    if (after == 0) return {};
+    if (after == times.size()) return {after - 1, 0.0};
+    return {after - 1, (time - times[after - 1]) / (times[after] - times[after - 1])};
+}
+
 std::string prim_path(const UsdScene& scene, std::uint32_t node) {
     std::string path;
     for (; node != 0; node = scene.nodes[node].parent) path = "/" + scene.nodes[node].name + path;
@@ -195,7 +193,8 @@ Timed<double> world_transform(const UsdScene& scene, std::uint32_t node) {
 bool is_visible(const UsdScene& scene, std::uint32_t node, double time) {
     for (; node != 0; node = scene.nodes[node].parent) {
         const Timed<std::uint8_t>& invisible = scene.nodes[node].invisible;
-        if (!invisible.is_empty() && invisible.sample(sample_before(invisible, time)).front() != 0) return false;
+        if (!invisible.is_empty() && invisible.sample(find_sample(invisible.times, time).sample).front() != 0)
+            return false;
     }
     return true;
 }

@@ -21,18 +21,6 @@ using testing::Not;
 
 class Hardship : public InFolder {
 protected:
-    // By a shell, in which `sds` is the program; the texts it prints end up in `out` of the result.
-    SdsRun run_shell(const std::string& command) const {
-        const std::string out = folder.path(".shell");
-        const std::string shell = "sds() { " QN_SDS_PROGRAM_PATH " \"$@\"; }; { " + command + "; } > " + out + " 2>&1";
-        SdsRun run;
-        const int status = std::system(shell.c_str());
-        run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-        run.out = ScratchFolder::read(out);
-        std::filesystem::remove(out);
-        return run;
-    }
-
     bool has_temporary_file() const {
         for (const auto& entry : std::filesystem::directory_iterator(folder.path("")))
             if (entry.path().filename().string().starts_with(".sds-")) return true;
@@ -43,21 +31,17 @@ protected:
 TEST_F(Hardship, ClosedStreamsAreNotMistakenForFiles) {
     const std::string array = folder.path("a.npy"), export_array = "sds export " + cube + " --quiet --patches " + array;
     for (const char* closed : {" >&-", " <&-", " <&- >&- 2>&-"}) {
-        EXPECT_EQ(run_shell(export_array + closed).code, 0) << closed;
+        EXPECT_EQ(run_shell(folder, export_array + closed).code, 0) << closed;
         EXPECT_EQ(read_npy(array).shape, (std::vector<std::size_t>{96, 16, 3})) << closed;
         std::filesystem::remove(array);
     }
-    const std::string fails[] = {"sds export " + cube + " --patches - >&-", "sds info " + cube + " >&-",
-                                 "sds --help >&-", "sds --help >/dev/full", "sds info " + cube + " >/dev/full"};
-    for (const std::string& command : fails) EXPECT_EQ(run_shell(command).code, 1) << command;
-    EXPECT_EQ(run_shell("sds info - <&-").code, 2);
 }
 
 TEST_F(Hardship, SignalsEndItAtOnceAndLeaveNothing) {
     const std::string picture = folder.write("out.exr", "old"), mesh = folder.write("out.obj", "old");
     const std::vector<std::string> trace{"render",   cube,   "-o",        picture, "--width", "4000",
                                          "--height", "4000", "--samples", "256",   "--quiet"};
-    const std::vector<std::string> write{"export", cube, "--tessellation", mesh, "--level", "9"};
+    const std::vector<std::string> write{"export", cube, "--tessellation", mesh, "--level", "9", "--quiet"};
     struct Case {
         int signal;
         const std::vector<std::string>& command;
@@ -92,9 +76,9 @@ TEST_F(Hardship, FilesBeyondTheSizeLimitFailLikeAFullDisk) {
     const std::string before = folder.write("old.npy", "old");
     const std::size_t files = folder.file_count();
     for (const std::string& out : {folder.path("new.npy"), before}) {
-        const SdsRun run = run_shell("ulimit -f 8; sds export " + cube + " --quiet --samples 32 " + out);
+        const SdsRun run = run_shell(folder, "ulimit -f 8; sds export " + cube + " --quiet --samples 32 " + out);
         EXPECT_EQ(run.code, 1);
-        EXPECT_THAT(run.out, HasSubstr("File too large"));
+        EXPECT_THAT(run.err, HasSubstr("File too large"));
         EXPECT_EQ(folder.file_count(), files);
         EXPECT_EQ(ScratchFolder::read(before), "old");
     }
@@ -108,24 +92,24 @@ TEST_F(Hardship, TargetsStayWhatTheyAre) {
     std::filesystem::permissions(victim, std::filesystem::perms(0600));
     std::filesystem::create_symlink("victim.png", link);
     std::filesystem::create_symlink("new.png", dangling);
-    EXPECT_EQ(run_shell("sds render " + cube + to + link + " && sds render " + cube + to + dangling).code, 0);
+    EXPECT_EQ(run_shell(folder, "sds render " + cube + to + link + " && sds render " + cube + to + dangling).code, 0);
     EXPECT_TRUE(std::filesystem::is_symlink(link) && std::filesystem::is_symlink(dangling));
     EXPECT_EQ(std::filesystem::status(victim).permissions(), std::filesystem::perms(0600));
     EXPECT_THAT(ScratchFolder::read(victim), HasSubstr("PNG"));
     EXPECT_EQ(ScratchFolder::read(folder.path("new.png")), ScratchFolder::read(victim));
 
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    const SdsRun piped = run_shell("timeout 60 cat " + pipe + " & timeout 60 " QN_SDS_PROGRAM_PATH " export " + cube +
-                                   " --quiet --level 1 --tessellation " + pipe + "; wait");
+    const SdsRun piped = run_shell(folder, "timeout 60 cat " + pipe + " & timeout 60 " QN_SDS_PROGRAM_PATH " export " +
+                                               cube + " --quiet --level 1 --tessellation " + pipe + "; wait");
     EXPECT_THAT(piped.out, HasSubstr("\nf "));
     EXPECT_TRUE(std::filesystem::is_fifo(pipe));
 
     std::filesystem::create_symlink("/dev/full", folder.path("full.png"));
     std::filesystem::create_symlink("circle.png", folder.path("circle.png"));
     const std::string never = " --width 16384 --height 16384 --samples 65536 -o ";
-    EXPECT_EQ(run_shell("sds render " + cube + to + folder.path("full.png")).code, 1);
+    EXPECT_EQ(run_shell(folder, "sds render " + cube + to + folder.path("full.png")).code, 1);
     for (const std::string& path : {folder.path("circle.png"), std::string("/proc/x.png"), folder.path("no/x.png")})
-        EXPECT_EQ(run_shell("sds render " + cube + never + path).code, 1) << "asked before the picture is made";
+        EXPECT_EQ(run_shell(folder, "sds render " + cube + never + path).code, 1) << "asked before the picture is made";
     EXPECT_FALSE(has_temporary_file());
 }
 
@@ -138,9 +122,10 @@ TEST_F(Hardship, LittleAddressSpaceNeverAborts) {
     unsigned int done = 0;
     for (unsigned int limit = 40000; limit < 1500000; limit += limit / 5)
         for (const char* threads : {" --threads 0", " --threads 3", " --threads 64"}) {
-            const SdsRun run = run_shell("ulimit -c 0; ulimit -v " + std::to_string(limit) + ";" + render + threads);
-            EXPECT_THAT(run.code, AnyOf(0, 1, 127)) << limit << threads << run.out;
-            EXPECT_THAT(run.out, Not(HasSubstr("terminate")));
+            const SdsRun run =
+                run_shell(folder, "ulimit -c 0; ulimit -v " + std::to_string(limit) + ";" + render + threads);
+            EXPECT_THAT(run.code, AnyOf(0, 1, 127)) << limit << threads << run.err;
+            EXPECT_THAT(run.err, Not(HasSubstr("terminate")));
             done += run.code == 0;
         }
     EXPECT_GT(done, 20u) << "it goes on with the threads there are";
@@ -149,8 +134,8 @@ TEST_F(Hardship, LittleAddressSpaceNeverAborts) {
 // What stands still, or is held at its last sample, may be asked for at any time.
 TEST_F(Hardship, AnyTimeIsGoodForWhatStaysInReach) {
     const std::string out = folder.path("out.npy"), next = folder.write("next.obj", moved(cube_obj, 0.5));
-    EXPECT_SUCCESS(run_sds(folder, {"export", cube, "--patches", out, "--time", "1e9"}));
-    EXPECT_SUCCESS(run_sds(folder, {"export", cube, "--time-samples", cube, next, "--patches", out, "--time", "1e9"}));
+    EXPECT_SUCCESS(run_sds(folder, {"export", cube, "--patches", out, "--time", "1e39"}));
+    EXPECT_SUCCESS(run_sds(folder, {"export", cube, "--time-samples", cube, next, "--patches", out, "--time", "1e39"}));
 }
 
 TEST_F(Hardship, PropertiesAtTheEndsOfTheirTypesStayFinite) {

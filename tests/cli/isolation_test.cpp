@@ -88,6 +88,38 @@ TEST_F(Isolation, PatchesOfTaggedCagesAreTheModules) {
     EXPECT_THAT(codes, testing::UnorderedElementsAre("fractional_sharpness", "unkept_corner", "unkept_hole"));
 }
 
+// Flags say what tags of a file say, and an orientation turns the normals only.
+TEST_F(Isolation, FlagsStandForTags) {
+    const std::string creases = "t crease 5/1/0 4 5 6 7 4 2.5\nt crease 2/1/0 4 0 1.5\n";
+    const std::string mixed = std::string(cube_obj) + "v 0 0 3\nf 5 6 9\n" + creases;
+    const std::string base = folder.write("base.obj", mixed);
+    const std::string tagged =
+        folder.write("tagged.obj", mixed + "t creasemethod 0/0/1 chaikin\nt smoothtriangles 0/0/1 smooth\n");
+    const auto sample = [&](const std::string& mesh, const std::vector<std::string>& flags) {
+        EXPECT_SUCCESS(run_sds(folder, {"export", mesh, "--quiet", "--samples", "2", folder.path("s.npy")}, flags));
+        return std::get<std::vector<double>>(read_npy(folder.path("s.npy")).values);
+    };
+    const std::vector<double> plain = sample(base, {}), expected = sample(tagged, {});
+    EXPECT_NE(plain, expected);
+    EXPECT_EQ(sample(base, {"--crease-method", "chaikin", "--triangle-rule", "smooth"}), expected);
+
+    // Rows of 15 numbers at 3 x 3 places; u and v change places about the first corner, which stays.
+    const std::string quads = folder.write("quads.obj", std::string(cube_obj) + creases);
+    const std::vector<double> right = sample(quads, {}), left = sample(quads, {"--orientation", "leftHanded"});
+    ASSERT_EQ(right.size(), left.size());
+    for (std::size_t row = 0; row < right.size() / 15; ++row) {
+        const std::size_t i = row % 3, j = row / 3 % 3, mirrored = row - i - 3 * j + 3 * i + j;
+        const double *a = &right[15 * row], *b = &left[15 * mirrored];
+        for (unsigned int c = 0; c < 3; ++c) {
+            EXPECT_NEAR(a[c], b[c], 1e-6);
+            EXPECT_NEAR(a[12 + c], -b[12 + c], 1e-5);
+        }
+    }
+    const SdsRun refused = run_sds(folder, {"info", base, "--isolation", "0", "--crease-method", "chaikin"});
+    EXPECT_EQ(refused.code, 2);
+    EXPECT_THAT(refused.err, testing::HasSubstr("--isolation"));
+}
+
 // A sheet of quads with a triangulated one among them: patches of level -1 in every orientation, and smaller ones.
 TEST_F(Isolation, HitsAreOnTheQuads) {
     const std::string mesh = folder.write("mixed.obj", grid_obj(7, 17));

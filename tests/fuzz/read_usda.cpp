@@ -6,6 +6,7 @@
 #include "fuzz/byte_source.h"
 #include "fuzz/targets.h"
 #include "io/usda/scene.h"
+#include "io/usda/scene_source.h"
 #include "io/usda/write_layer.h"
 
 namespace {
@@ -58,6 +59,31 @@ void check_round_trip(const UsdMesh& mesh) {
     require(again.crease_sharpnesses == mesh.crease_sharpnesses);
 }
 
+/// What becomes of a layer is ready to be built.
+void check_source(const UsdScene& scene) {
+    const UsdFrame frame{first_frame(scene), -1.0, 1.0, 24.0};
+    const SceneSource source =
+        make_scene_source(scene, frame, {sds_model::FractionalSharpness::exact, true}, "fuzz.usda");
+    for (const sds_model::MeshInstance& instance : source.instances) require(instance.mesh < source.meshes.size());
+    for (std::size_t m = 0; m < source.meshes.size(); ++m) {
+        if (source.findings[m].has_errors()) continue;
+        const sds_model::ControlCage& cage = source.meshes[m].cage;
+        const std::size_t corners = cage.get_corner_count(), vertices = cage.get_vertex_count();
+        require(std::accumulate(cage.polygon_counts.begin(), cage.polygon_counts.end(), std::size_t{0}) == corners);
+        require(are_below(cage.polygon_indices, vertices) && cage.corner_creases.size() == corners);
+        require(cage.polygon_groups.size() == cage.get_polygon_count());
+        require(are_below(cage.polygon_groups, cage.group_names.size()));
+        require(cage.color_indices.empty() || cage.color_indices.size() == corners);
+        require(are_below(cage.color_indices, cage.vertex_colors.size() / 4));
+        for (const sds_model::UvSource& uvs : source.meshes[m].further_uvs)
+            require(uvs.indices.size() == corners && are_below(uvs.indices, uvs.points.size() / 3));
+        for (const std::vector<float>& sample : source.meshes[m].motion.samples)
+            require(sample.size() == cage.positions.size());
+        for (const sds_model::PropertySource& property : source.meshes[m].properties)
+            require(are_below(property.indices, property.item_count()));
+    }
+}
+
 }  // namespace
 
 void sds_fuzz::read_usda_bytes(const std::uint8_t* data, std::size_t size) {
@@ -69,6 +95,7 @@ void sds_fuzz::read_usda_bytes(const std::uint8_t* data, std::size_t size) {
         require((finding.line == 0) == (finding.offset == whole_file) && finding.line <= size + 1);
     }
     if (!read.scene) return;
+    check_source(*read.scene);
     for (const UsdMesh& mesh : read.scene->meshes) {
         check_mesh(mesh);
         check_round_trip(mesh);

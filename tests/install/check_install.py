@@ -86,7 +86,8 @@ def check_pkg_config_consumer(source, prefix, library_folder, scratch):
 def check_program(prefix, source):
     program = prefix / "bin" / "sds"
     expect(re.match(r"\d+\.\d+\.\d+$", run(program, "--version").strip()), "sds --version")
-    texts = ("man/man1/sds.1", "man/man1/sds-render.1", "bash-completion/completions/sds", "zsh/vendor-completions/_sds")
+    texts = ("man/man1/sds.1", "man/man1/sds-render.1", "bash-completion/completions/sds", "zsh/vendor-completions/_sds",
+             "fish/vendor_completions.d/sds.fish")
     for name in texts:
         expect((prefix / "share" / name).stat().st_size > 500, f"share/{name} is not whole")
     expect("quads" in run(program, "info", source / "assets" / "knot.obj"), "sds info")

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "io/json.h"
 #include "io/obj/read_obj.h"
@@ -40,7 +41,15 @@ TEST(Assets, EachTriesWhatItIsMadeFor) {
     };
     const ControlCage body = load("body.obj"), turned = load("turned.obj"), sheet = load("sheet.obj"),
                       knot = load("knot.obj"), seams = load("seams.obj");
-    for (const ControlCage* closed : {&body, &turned, &knot, &seams}) EXPECT_EQ(EdgeCounts(*closed).borders, 0u);
+    const ReadObjOptions exact{.fractional = FractionalSharpness::exact, .is_refined = true};
+    const ReadObjResult robot_file = read_obj(QN_SOURCE_DIR "/assets/robot.obj", exact);
+    EXPECT_TRUE(robot_file.findings.get_entries().empty());
+    const ControlCage robot = robot_file.cage.value_or(ControlCage{});
+    EXPECT_TRUE(robot.is_all_quads());
+    EXPECT_EQ(EdgeCounts(robot).creases, 0u);
+    EXPECT_EQ(std::set<float>(robot.corner_sharpness.begin(), robot.corner_sharpness.end()).size(), 8u);
+    for (const ControlCage* closed : {&body, &turned, &knot, &robot, &seams})
+        EXPECT_EQ(EdgeCounts(*closed).borders, 0u);
     EXPECT_TRUE(body.is_all_quads());
 
     EXPECT_FALSE(turned.is_all_quads());

@@ -60,7 +60,8 @@ TEST(BrokenUsda, NoCutIsTooMuch) {
 TEST(BrokenUsda, FindingsAreBounded) {
     std::string text = "#usda 1.0\n";
     for (int i = 0; i < 1000; ++i)
-        text += "def Kind" + std::to_string(i) + " \"p" + std::to_string(i) + "\" { float primvars:x = 1 }\n";
+        text += "def Kind" + std::to_string(i) + " \"p" + std::to_string(i) +
+                "\" { float primvars:x = 1 (interpolation = \"vertex\") }\n";
     const UsdSceneResult result = read_usd_scene(text);
     EXPECT_EQ(result.findings.entries().size(), UsdFindings::max_details + 2);  // primvars and no mesh
     std::uint64_t count = 0;

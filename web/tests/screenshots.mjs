@@ -35,7 +35,7 @@ await shoot('page', { width: 1040, height: 700, scheme: 'light' }, async (opened
   await opened.after('built', () => opened.set('sample', 'lantern.usda'));
   await opened.set('show-borders', true);
   const width = await opened.page.$eval('#canvas', (canvas) => canvas.clientWidth);
-  await opened.after('hit', () => opened.page.mouse.click(width / 2 - 130, 345));
+  await opened.after('hit', () => opened.page.mouse.click(width / 2 - 96, 335));
 });
 for (const [name, sample, view, settings] of pictures)
   await shoot(name, { width: 768, height: 400, scheme: name === 'page_patches' ? 'dark' : 'light' }, async (opened) => {

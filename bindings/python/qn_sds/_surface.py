@@ -33,10 +33,11 @@ class Surface:
         groups            [faces], shading group of every face, an index into group_names
         group_names       one name per group; "group 0", "group 1", ... by default
         interpolation     "edgeAndCorner", "edgeOnly", "bilinear", "bordersFixed", or "none": no surface beside borders
-        uv_interpolation  the same for UVs: "corners_fixed" and others, see the page on modes
+        uv_interpolation  the same for UVs: "corners_fixed" and others, see the page on modes, or USD's "cornersPlus1"
+                          and the like
         motion            vectors [n, 3] per unit of time, or (times, samples) with samples [k, n, 3]
-        isolation         levels by which quads that are not regular are refined, 0 to 10; corners, holes, fractional
-                          sharpness and open borders are followed from 1 on
+        isolation         levels by which quads that are not regular are refined, and UV maps with them, 0 to 10;
+                          corners, holes, fractional sharpness and open borders are followed from 1 on
         isolation_error   above 0, refining stops around a point that is this close to the surface, a share of the
                           mesh's diagonal
         fractional        what becomes of a sharpness between 0 and 10: "exact" (without isolation as "harden"),

@@ -155,7 +155,7 @@ std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, 
     object->m_state = std::make_shared<const SurfaceState>(
         std::make_unique<sds_model::Surface>(read.cage->view(), std::vector<sds_model::UvSource>{},
                                              std::span<const float>{},
-                                             follow_rules(modes, read.cage->rules, has_border_rule), nullptr),
+                                             follow_rules(modes, read.cage->rules, has_border_rule, true), nullptr),
         TimeSamples{});
     return object;
 }

@@ -1,0 +1,209 @@
+// UV maps, colors and properties from primvars.
+#include "io/usda/mesh_source.h"
+
+#include "model/array_view.h"
+#include "model/uv_join.h"
+#include "qn_poly/poly_check.h"
+
+#include <algorithm>
+#include <cmath>
+#include <type_traits>
+
+namespace sds_usda {
+
+namespace {
+
+using sds_model::FindingCode;
+using sds_model::Findings;
+using sds_model::FirstCase;
+using Kind = PolyMeshProperty::Type;
+
+/// The values of a frame: numbers that are no whole ones are blended between samples, others hold until the next.
+template <class T>
+std::vector<T> values_at(const Timed<T>& timed, double time) {
+    const auto [sample, share] = find_sample(timed.times, time);
+    const std::span<const T> from = timed.sample(sample);
+    std::vector<T> out(from.begin(), from.end());
+    if constexpr (std::is_floating_point_v<T>) {
+        if (!(share > 0.0) || timed.sample(sample + 1).size() != from.size()) return out;
+        const std::span<const T> to = timed.sample(sample + 1);
+        for (std::size_t i = 0; i < out.size(); ++i)
+            out[i] = static_cast<T>((1.0 - share) * static_cast<double>(from[i]) + share * static_cast<double>(to[i]));
+    }
+    return out;
+}
+
+template <class T>
+constexpr ResourceProperty::Type type_of() {
+    using Type = ResourceProperty::Type;
+    if constexpr (std::is_same_v<T, std::int32_t>) return Type::int32;
+    if constexpr (std::is_same_v<T, std::uint32_t>) return Type::uint32;
+    if constexpr (std::is_same_v<T, std::int64_t>) return Type::int64;
+    if constexpr (std::is_same_v<T, std::uint64_t>) return Type::uint64;
+    if constexpr (std::is_same_v<T, double>) return Type::float64;
+    return Type::float32;
+}
+
+class PrimvarTaker {
+public:
+    PrimvarTaker(const FaceMap& map, const UsdFrame& frame, const std::string& place, sds_model::MeshSource& out,
+                 Findings& findings)
+        : map_(map), frame_(frame), place_(place), out_(out), findings_(findings) {}
+
+    void take(const UsdPrimvar& primvar);
+
+private:
+    FirstCase at(const UsdPrimvar& primvar) const {
+        return {place_, "primvars:" + primvar.name + " of '" + out_.name + "'", {}};
+    }
+    std::size_t element_of(std::size_t place) const { return elements_.empty() ? place : elements_[place]; }
+    std::vector<std::uint32_t> corner_elements(Interpolation interpolation) const;
+    template <class T>
+    void take_uvs(const UsdPrimvar& primvar, const std::vector<T>& values);
+    template <class T>
+    void take_colors(const UsdPrimvar& primvar, const std::vector<T>& values);
+    template <class T>
+    void take_property(const UsdPrimvar& primvar, const std::vector<T>& values);
+
+    const FaceMap& map_;
+    const UsdFrame& frame_;
+    const std::string& place_;
+    sds_model::MeshSource& out_;
+    Findings& findings_;
+    std::vector<std::uint32_t> elements_;  // of the primvar at hand, per place; empty: their own
+};
+
+/// Element of every face-corner of the cage.
+std::vector<std::uint32_t> PrimvarTaker::corner_elements(Interpolation interpolation) const {
+    const sds_model::ControlCage& cage = out_.cage;
+    std::vector<std::uint32_t> out;
+    out.reserve(map_.corners.size());
+    std::size_t corner = 0;
+    for (std::size_t p = 0; p < cage.polygon_counts.size(); ++p)
+        for (std::uint32_t k = 0; k < cage.polygon_counts[p]; ++k, ++corner) {
+            std::size_t place = 0;
+            if (interpolation == Interpolation::uniform) place = map_.faces[p];
+            if (interpolation == Interpolation::face_varying) place = map_.corners[corner];
+            if (interpolation == Interpolation::vertex || interpolation == Interpolation::varying)
+                place = cage.polygon_indices[corner];
+            out.push_back(static_cast<std::uint32_t>(element_of(place)));
+        }
+    return out;
+}
+
+template <class T>
+void PrimvarTaker::take_uvs(const UsdPrimvar& primvar, const std::vector<T>& values) {
+    const std::size_t stride = primvar.components;
+    sds_model::UvSource uvs;
+    uvs.name = primvar.name;
+    for (std::size_t i = 0; i + stride <= values.size(); i += stride)
+        for (std::size_t c = 0; c < 3; ++c) uvs.points.push_back(c < stride ? static_cast<float>(values[i + c]) : 0.0f);
+    uvs.indices = corner_elements(primvar.interpolation);
+    PolyFindings found;
+    poly_check_uvs(sds_model::points_view(uvs.points), sds_model::view_of(uvs.indices),
+                   sds_model::view_of(out_.cage.polygon_counts), found);
+    sds_model::add_mesh_findings(found, findings_, [&](PolyFindingCode, const PolyPlace&) { return at(primvar); });
+    if (found.has_errors()) return;
+    sds_model::join_uvs(out_.cage.view(), uvs);
+    // the usual map first
+    const bool is_first = primvar.name == "st";
+    out_.further_uvs.insert(is_first ? out_.further_uvs.begin() : out_.further_uvs.end(), std::move(uvs));
+}
+
+template <class T>
+void PrimvarTaker::take_colors(const UsdPrimvar& primvar, const std::vector<T>& values) {
+    bool is_clamped = false;
+    const auto to_byte = [&](T value) {
+        is_clamped |= !(value >= 0 && value <= 1);
+        return static_cast<std::uint8_t>(std::lround(255.0 * std::clamp(static_cast<double>(value), 0.0, 1.0)));
+    };
+    const bool is_per_vertex =
+        primvar.interpolation == Interpolation::vertex || primvar.interpolation == Interpolation::varying;
+    sds_model::ControlCage& cage = out_.cage;
+    const std::size_t count = is_per_vertex ? cage.get_vertex_count() : values.size() / 3;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t element = is_per_vertex ? element_of(i) : i;
+        for (std::size_t c = 0; c < 3; ++c) {
+            const T value = values[3 * element + c];
+            cage.vertex_colors.push_back(std::isnan(value) ? std::uint8_t{255} : to_byte(value));
+        }
+        cage.vertex_colors.push_back(255);
+    }
+    if (!is_per_vertex) cage.color_indices = corner_elements(primvar.interpolation);
+    if (is_clamped) findings_.record(FindingCode::color_out_of_range, [&] { return at(primvar); });
+}
+
+template <class T>
+void PrimvarTaker::take_property(const UsdPrimvar& primvar, const std::vector<T>& values) {
+    if constexpr (std::is_floating_point_v<T>) {
+        if (!std::all_of(values.begin(), values.end(), [](T v) { return std::isfinite(v); }))
+            return findings_.record(FindingCode::unkept_property, [&] { return at(primvar); });
+    }
+    std::size_t extent = std::size_t{primvar.components} * primvar.element_size;
+    sds_model::PropertySource source;
+    source.name = primvar.name;
+    source.type = type_of<T>();
+    std::vector<std::size_t> items;
+    const auto add_all = [&](std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) items.push_back(i);
+    };
+    switch (primvar.interpolation) {
+        case Interpolation::constant:
+            source.kind = Kind::constant;
+            items = {elements_.empty() ? 0 : elements_[0]};
+            if (elements_.empty()) extent = values.size();  // an array is one item
+            break;
+        case Interpolation::uniform:
+            source.kind = Kind::per_polygon;
+            for (const std::uint32_t face : map_.faces) items.push_back(element_of(face));
+            break;
+        case Interpolation::varying:
+        case Interpolation::vertex:
+            source.kind = primvar.interpolation == Interpolation::varying ? Kind::varying : Kind::per_vertex;
+            for (std::size_t v = 0; v < out_.cage.get_vertex_count(); ++v) items.push_back(element_of(v));
+            break;
+        case Interpolation::face_varying:
+            source.kind = Kind::per_vertex;
+            add_all(values.size() / extent);
+            source.indices = corner_elements(primvar.interpolation);
+            break;
+    }
+    if (extent == 0) return;
+    source.extent = static_cast<unsigned int>(extent);
+    ResourceProperty sample{CoreString(source.name)};
+    sample.init(source.type, source.extent, static_cast<unsigned int>(items.size()));
+    for (std::size_t i = 0; i < items.size(); ++i)
+        sample.set_item_values(static_cast<unsigned int>(i), values.data() + items[i] * extent, source.extent);
+    source.samples.push_back(std::move(sample));
+    out_.properties.push_back(std::move(source));
+}
+
+void PrimvarTaker::take(const UsdPrimvar& primvar) {
+    elements_ = primvar.indices.is_empty() ? std::vector<std::uint32_t>{} : values_at(primvar.indices, frame_.time);
+    std::visit(
+        [&]<class T>(const Timed<T>& timed) {
+            if constexpr (!std::is_same_v<T, std::string>) {
+                const std::vector<T> values = values_at(timed, frame_.time);
+                if (values.empty()) return;
+                if constexpr (std::is_floating_point_v<T>) {
+                    const bool is_map = primvar.type_name.starts_with("texCoord") || primvar.name == "st";
+                    const bool is_pair = primvar.components == 2 || primvar.components == 3;
+                    if (is_map && is_pair && primvar.element_size == 1) return take_uvs(primvar, values);
+                    if (primvar.name == "displayColor" && primvar.components == 3 && primvar.element_size == 1)
+                        return take_colors(primvar, values);
+                }
+                take_property(primvar, values);
+            }
+        },
+        primvar.values);
+}
+
+}  // namespace
+
+void add_primvars(const UsdMesh& mesh, const FaceMap& map, const UsdFrame& frame, const std::string& place,
+                  sds_model::MeshSource& out, Findings& findings) {
+    PrimvarTaker taker(map, frame, place, out, findings);
+    for (const UsdPrimvar& primvar : mesh.primvars) taker.take(primvar);
+}
+
+}  // namespace sds_usda

@@ -1,0 +1,154 @@
+#include "io/usda/scene_source.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <unordered_map>
+
+namespace sds_usda {
+
+namespace {
+
+using sds_render::Transform;
+
+sds_render::Matrix4 to_matrix(const Matrix4& from) {
+    sds_render::Matrix4 out;
+    for (unsigned int r = 0; r < 4; ++r)
+        for (unsigned int c = 0; c < 4; ++c) out[r][c] = from[4 * r + c];
+    return out;
+}
+
+/// Matrices at the times that a piecewise linear way needs.
+class WaySampler {
+public:
+    WaySampler(const UsdScene& scene, std::uint32_t node) : scene_(scene), node_(node) {}
+
+    void add(double time) {
+        const Matrix4 matrix = world_matrix(scene_, node_, time);
+        if (!times_.empty()) bridge(times_.back(), matrices_.back(), time, matrix, max_depth);
+        times_.push_back(time);
+        matrices_.push_back(matrix);
+    }
+
+    Transform finish(double origin) {
+        std::vector<sds_render::Matrix4> matrices;
+        for (double& time : times_) time -= origin;
+        for (const Matrix4& matrix : matrices_) matrices.push_back(to_matrix(matrix));
+        return {std::move(times_), std::move(matrices)};
+    }
+
+private:
+    static constexpr int max_depth = 10;
+
+    void bridge(double begin, const Matrix4& first, double end, const Matrix4& last, int depth) {
+        const double middle = 0.5 * (begin + end);
+        const Matrix4 real = world_matrix(scene_, node_, middle);
+        if (depth == 0 || !(middle > begin && middle < end) || is_straight(first, real, last)) return;
+        bridge(begin, first, middle, real, depth - 1);
+        times_.push_back(middle);
+        matrices_.push_back(real);
+        bridge(middle, real, end, last, depth - 1);
+    }
+
+    static bool is_straight(const Matrix4& first, const Matrix4& middle, const Matrix4& last) {
+        constexpr double tolerance = 1e-5;
+        double off = 0.0, size = 0.0;
+        for (std::size_t i = 0; i < 12; ++i) {
+            off = std::max(off, std::abs(0.5 * (first[i] + last[i]) - middle[i]));
+            size = std::max(size, std::abs(middle[i]));
+        }
+        for (std::size_t i = 12; i < 15; ++i) {
+            const double step = std::abs(last[i] - first[i]) + size;
+            off = std::max(off, std::abs(0.5 * (first[i] + last[i]) - middle[i]) / std::max(step, 1e-300) * size);
+        }
+        return off <= tolerance * size;
+    }
+
+    const UsdScene& scene_;
+    std::uint32_t node_;
+    std::vector<double> times_;
+    std::vector<Matrix4> matrices_;
+};
+
+/// Of what tells most meshes apart; equal meshes have equal keys.
+std::size_t key_of(const UsdMesh& mesh) {
+    std::size_t key = 14695981039346656037u;
+    const auto add = [&key](std::size_t value) { key = (key ^ value) * 1099511628211u; };
+    add(mesh.points.values.size());
+    add(mesh.indices.size());
+    const std::size_t stride = mesh.points.values.size() / 64 + 1;
+    for (std::size_t i = 0; i < mesh.points.values.size(); i += stride) add(std::hash<float>()(mesh.points.values[i]));
+    return key;
+}
+
+bool is_same(const UsdMesh& a, const UsdMesh& b) {
+    const auto arrays = [](const UsdMesh& m) {
+        return std::tie(m.points, m.velocities, m.accelerations, m.counts, m.indices, m.hole_indices, m.crease_indices,
+                        m.crease_lengths, m.crease_sharpnesses, m.corner_indices, m.corner_sharpnesses, m.primvars,
+                        m.subsets);
+    };
+    const auto words = [](const UsdMesh& m) {
+        return std::tie(m.scheme, m.interpolate_boundary, m.face_varying_linear, m.triangle_rule, m.is_left_handed);
+    };
+    return words(a) == words(b) && arrays(a) == arrays(b);
+}
+
+bool is_shown(const UsdScene& scene, std::uint32_t node, double time) {
+    const Purpose purpose = scene.nodes[node].purpose;
+    return (purpose == Purpose::default_ || purpose == Purpose::render) && is_visible(scene, node, time);
+}
+
+}  // namespace
+
+double first_frame(const UsdScene& scene) {
+    if (scene.start_time_code) return *scene.start_time_code;
+    double first = std::numeric_limits<double>::infinity();
+    const auto look = [&first](const std::vector<double>& times) {
+        if (!times.empty()) first = std::min(first, times.front());
+    };
+    for (const UsdMesh& mesh : scene.meshes) {
+        look(mesh.points.times);
+        look(transform_times(scene, mesh.node));
+    }
+    return std::isfinite(first) ? first : 0.0;
+}
+
+Transform make_transform(const UsdScene& scene, std::uint32_t node, const UsdFrame& frame) {
+    if (frame.is_moment()) return Transform(to_matrix(world_matrix(scene, node, frame.time)));
+    const double begin = frame.time + frame.open, end = frame.time + frame.close;
+    WaySampler way(scene, node);
+    way.add(begin);
+    const std::vector<double> times = transform_times(scene, node);
+    for (const double time : times)
+        if (time > begin && time < end) way.add(time);
+    if (!times.empty()) way.add(end);
+    return way.finish(frame.time);
+}
+
+SceneSource make_scene_source(const UsdScene& scene, const UsdFrame& frame, const UsdMeshOptions& options,
+                              const std::string& file) {
+    SceneSource out;
+    std::unordered_multimap<std::size_t, std::uint32_t> known;  // indices of scene.meshes
+    std::vector<std::uint32_t> made(scene.meshes.size());
+    for (std::uint32_t m = 0; m < scene.meshes.size(); ++m) {
+        const UsdMesh& mesh = scene.meshes[m];
+        if (!is_shown(scene, mesh.node, frame.time)) continue;
+        const std::string path = prim_path(scene, mesh.node);
+        const std::size_t key = key_of(mesh);
+        const auto [first, last] = known.equal_range(key);
+        const auto same =
+            std::find_if(first, last, [&](const auto& entry) { return is_same(scene.meshes[entry.second], mesh); });
+        if (same == last) {
+            made[m] = static_cast<std::uint32_t>(out.meshes.size());
+            known.emplace(key, m);
+            const std::string place = file + ":" + std::to_string(mesh.line) + ":" + std::to_string(mesh.column);
+            out.meshes.push_back(make_mesh_source(mesh, path, place, frame, options, out.findings.emplace_back()));
+        } else {
+            made[m] = made[same->second];
+        }
+        out.instances.push_back({path, made[m], make_transform(scene, mesh.node, frame)});
+    }
+    return out;
+}
+
+}  // namespace sds_usda
