@@ -180,7 +180,7 @@ BuildEstimate estimate_build(const ControlCage& cage, const std::vector<UvSource
         if (size.bytes != 0) estimate.arrays.push_back(std::move(size));
     }
 
-    // Neighbours and edge buckets of the topology, or the fans of one UV map.
+    // Neighbors and edge buckets of the topology, or the fans of one UV map.
     const std::size_t vector = sizeof(GMathVec3<float>), index = sizeof(unsigned int);
     const std::size_t pairing = counts.corners * (5 * index + 1) + cage.get_vertex_count() * 4 * index;
     const std::size_t fans = points.empty() ? 0 : 4 * sizeof(SdsMeshBase::VertexLocalTopology) * counts.quads;

@@ -1,7 +1,7 @@
 #include "model/surface_statistics.h"
 
-#include "sds/common/array_bytes.h"
 #include "sds/common/half_edge.h"
+#include "sds/mesh/array_sizes.h"
 #include "sds/refinement/patch_places.h"
 
 #include <algorithm>
@@ -27,46 +27,51 @@ PatchClass classify_corner(const SdsMeshBase::VertexLocalTopology& fan, SdsMeshB
     return is_straight || is_corner ? PatchClass::boundary : PatchClass::irregular;
 }
 
-/// Gathers the arrays of a surface.
+/// Gathers the arrays of a surface with these counts.
 class ArrayList {
 public:
-    using Unit = std::size_t ArraySize::*;
+    ArrayList(std::size_t quads, std::size_t vertices, std::size_t tangents)
+        : m_quads(quads), m_vertices(vertices), m_tangents(tangents) {}
 
-    template <class T>
-    void add(const char* name, const CoreBasicArray<T>& array, Unit unit, std::size_t unit_count) {
-        if (!array.is_empty()) put({name}, sds::bytes_of(array), unit, unit_count);
+    void add(std::string name, std::size_t bytes, sds::ArrayUnit unit) {
+        ArraySize size{std::move(name)};
+        put(size, bytes, unit);
+        finish(std::move(size));
     }
-    void add_uv_map(const SdsMeshMaps::SdsUvMap& map, std::size_t quads) {
-        const std::size_t of_points =
-            sds::bytes_of(map.vertices) + sds::bytes_of(map.vertex_infos) + sds::bytes_of(map.corners);
-        const std::size_t of_quads = sds::bytes_of(map.quad_indices) + sds::bytes_of(map.edges.opposite_edges) +
-                                     sds::bytes_of(map.edges.quad_edge_flags) + sds::bytes_of(map.patch_indices) +
-                                     sds::bytes_of(map.patches);
-        const std::size_t refined = map.get_refined_memory_size(), all = map.get_memory_size() - refined;
-        ArraySize& size = put({"uv map " + map.name.to_std()}, all - of_points - of_quads, &ArraySize::fixed, 1);
-        size.per_quad = of_quads / quads;
-        if (map.vertex_count != 0) size.per_uv_point = of_points / map.vertex_count;
-        size.bytes = all;
-        add_refined(("uv map " + map.name.to_std() + ": refined").c_str(), refined);
-    }
-    void add_color_map(const SdsMeshMaps& maps, unsigned int m, std::size_t vertices) {
-        put({"color map " + maps.get_color_map_name(m).to_std()},
-            sds::bytes_of(maps.get_color_map_colors(m)) + sds::bytes_of(maps.get_color_map_indices(m)),
-            &ArraySize::per_vertex, vertices);
-    }
-
-    void add_refined(const char* name, std::size_t bytes) {
-        if (bytes != 0) put({name}, bytes, &ArraySize::fixed, 1).is_refined = true;
+    /// The arrays of a map in one, but for those of its refined patches.
+    void add_uv_map(const SdsMeshMaps::SdsUvMap& map) {
+        ArraySize whole{"uv map " + map.name.to_std()}, refined{whole.name + ": refined"};
+        sds::for_each_array(map, [&](const char*, std::size_t bytes, sds::ArrayUnit unit) {
+            put(unit == sds::ArrayUnit::patch ? refined : whole, bytes, unit);
+        });
+        finish(std::move(whole), map.vertex_count);
+        finish(std::move(refined));
     }
 
     std::vector<ArraySize> sizes;
 
 private:
-    ArraySize& put(ArraySize size, std::size_t bytes, Unit unit, std::size_t unit_count) {
-        size.bytes = bytes;
-        size.*unit = bytes / unit_count;
-        return sizes.emplace_back(std::move(size));
+    static void put(ArraySize& size, std::size_t bytes, sds::ArrayUnit unit) {
+        size.bytes += bytes;
+        size.is_refined = unit == sds::ArrayUnit::patch;
+        (unit == sds::ArrayUnit::quad        ? size.per_quad
+         : unit == sds::ArrayUnit::vertex    ? size.per_vertex
+         : unit == sds::ArrayUnit::tangent   ? size.per_tangent
+         : unit == sds::ArrayUnit::map_point ? size.per_uv_point
+                                             : size.fixed) += bytes;
     }
+    /// Adds an array, with what one unit of it takes in place of what all do.
+    void finish(ArraySize size, std::size_t uv_points = 0) {
+        if (size.bytes == 0) return;
+        for (const auto& [bytes, count] : {std::pair(&size.per_quad, m_quads),
+                                           {&size.per_vertex, m_vertices},
+                                           {&size.per_tangent, m_tangents},
+                                           {&size.per_uv_point, uv_points}})
+            *bytes /= std::max<std::size_t>(1, count);
+        sizes.push_back(std::move(size));
+    }
+
+    std::size_t m_quads, m_vertices, m_tangents;
 };
 
 }  // namespace
@@ -166,47 +171,18 @@ std::vector<MapStatistics> uv_map_statistics(const Surface& surface) {
 std::vector<ArraySize> array_sizes(const Surface& surface) {
     const SdsMeshBase& base = surface.get_base();
     const SdsMeshGeometry& geometry = surface.get_geometry();
-    const std::size_t quads = base.get_primitive_count(), vertices = base.get_vertex_infos().get_count();
-    ArrayList list;
-    const auto by_quad = [&](const char* name, const auto& array) {
-        list.add(name, array, &ArraySize::per_quad, quads);
-    };
-    const auto by_vertex = [&](const char* name, const auto& array) {
-        list.add(name, array, &ArraySize::per_vertex, vertices);
-    };
-    by_quad("quad indices", base.get_quad_indices());
-    by_quad("opposite edges", base.get_edges().opposite_edges);
-    by_quad("edge flags", base.get_edges().quad_edge_flags);
-    by_vertex("vertex infos", base.get_vertex_infos());
-    if (const auto* step = base.get_subdivision()) {
-        by_vertex("step: vertex rings", step->vertex_rings);
-        by_quad("step: ring edges", step->ring_edges);
-        by_quad("step: quad parents", step->quad_parents);
-    }
-    by_vertex("vertices", geometry.get_vertices());
-    by_vertex("motion vectors", geometry.get_motion_vectors());
-    by_vertex("interpolated vertex infos", geometry.get_vertex_infos());
-    by_quad("vertex fans", geometry.get_local_topologies());
-    by_quad("tangent infos", geometry.get_tangent_infos());
-    by_quad("patches", geometry.get_bezier_patches());
-    by_vertex("limit corners", geometry.get_bezier_corners());
-    const auto& tangents = geometry.get_bezier_tangents_array();
-    list.add("tangents", tangents, &ArraySize::per_tangent, tangents.get_count());
-    if (const auto* cage = base.get_control_cage())
-        list.add_refined("control cage",
-                         sds::bytes_of(cage->polygon_counts) + sds::bytes_of(cage->polygon_indices) +
-                             sds::bytes_of(cage->opposite_corners) + sds::bytes_of(cage->edge_sharpness) +
-                             sds::bytes_of(cage->refinement.vertex_sharpness) + sds::bytes_of(cage->refinement.holes));
-    if (geometry.is_refined()) {
-        // What the geometry holds besides its vertices: patches, their places, and what updates are made from.
-        const std::size_t vertex_bytes = sds::bytes_of(geometry.get_vertex_infos());
-        const std::size_t others =
-            sizeof(geometry) - sizeof(GeometryPointCloud) + geometry.get_point_cloud().get_memory_size() + vertex_bytes;
-        list.add_refined("refined patches", geometry.get_memory_size() - others);
-    }
+    ArrayList list(base.get_primitive_count(), base.get_vertex_infos().get_count(),
+                   geometry.get_bezier_tangents_array().get_count());
+    const auto add = [&list](const char* name, std::size_t bytes, sds::ArrayUnit unit) { list.add(name, bytes, unit); };
+    sds::for_each_array(base, add);
+    sds::for_each_array(geometry, add);
+    std::ranges::stable_partition(list.sizes, [](const ArraySize& size) { return !size.is_refined; });
     const SdsMeshMaps& maps = surface.get_maps();
-    for (unsigned int m = 0; m < maps.get_uv_map_count(); ++m) list.add_uv_map(maps.get_uv_map(m), quads);
-    for (unsigned int m = 0; m < maps.get_color_map_count(); ++m) list.add_color_map(maps, m, vertices);
+    for (unsigned int m = 0; m < maps.get_uv_map_count(); ++m) list.add_uv_map(maps.get_uv_map(m));
+    for (unsigned int m = 0; m < maps.get_color_map_count(); ++m)
+        list.add("color map " + maps.get_color_map_name(m).to_std(),
+                 sds::bytes_of(maps.get_color_map_colors(m)) + sds::bytes_of(maps.get_color_map_indices(m)),
+                 sds::ArrayUnit::vertex);
     return std::move(list.sizes);
 }
 

@@ -183,7 +183,7 @@ std::vector<ZooMesh> make_zoo() {
                                   {-0.5f, 0, -0.8f},
                                   {-0.5f, 1, -0.8f}},
                                  {{0, 2, 3, 1}, {0, 4, 5, 1}, {1, 7, 6, 0}}));
-    // Two quads that share two neighbouring edges: vertex 1 has valence two inside the surface.
+    // Two quads that share two neighboring edges: vertex 1 has valence two inside the surface.
     add("valence_two", make_mesh({{0, 0, 0}, {1, 0, 0.2f}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}, {0.5f, -1, 0}},
                                  {{0, 1, 2, 3}, {1, 0, 4, 2}}));
 

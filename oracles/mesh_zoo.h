@@ -21,7 +21,7 @@ enum ZooGroup : unsigned int {
     ngon = 16,                // a polygon that is not a quad
     nonmanifold_edge = 32,    // an edge with three polygons or more
     nonmanifold_vertex = 64,  // a vertex whose polygons form more than one fan
-    opposite_winding = 128,   // two neighbours that run along their edge the same way
+    opposite_winding = 128,   // two neighbors that run along their edge the same way
     huge_valence = 256,       // a vertex of 48 polygons or more
     uvs = 512,                // a UV map
     corner_tags = 1024,       // the file asks for sharp vertices, which a cage here cannot say

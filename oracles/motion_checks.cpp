@@ -18,7 +18,7 @@ using sds_render::UnitSpace;
 
 constexpr unsigned int chunk_size = 4096;
 
-// The boxes of two neighbouring steps and how far a time is from the first, as the hierarchy finds it from the float
+// The boxes of two neighboring steps and how far a time is from the first, as the hierarchy finds it from the float
 // that a ray carries.
 struct StepPair {
     unsigned int first;

@@ -26,7 +26,7 @@ const char* name_of(UvMode mode);
 // Shares of the larger side of the UV points' box, over a 9 x 9 grid per fully mapped patch.
 struct UvErrors {
     ErrorSummary regular;  // regular in the map and on the mesh
-    ErrorSummary corners;  // limit corners, darts and their neighbours aside
+    ErrorSummary corners;  // limit corners, darts and their neighbors aside
     ErrorSummary other;
 };
 // `surface` has one UV map, built in any mode.

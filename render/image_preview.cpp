@@ -28,7 +28,7 @@ std::uint8_t to_byte(double x, double noise = 0.0) {
     return static_cast<std::uint8_t>(std::floor(clamp_unit(x) * 255.0 + 0.5 + noise * 0.998));
 }
 
-// In [-0.5, 0.5), even over any neighbourhood (interleaved gradient noise, J. Jimenez 2014).
+// In [-0.5, 0.5), even over any neighborhood (interleaved gradient noise, J. Jimenez 2014).
 double get_noise(unsigned int x, unsigned int y) {
     const double fine = 0.06711056 * x + 0.00583715 * y;
     const double coarse = 52.9829189 * (fine - std::floor(fine));

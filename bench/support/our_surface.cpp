@@ -56,7 +56,7 @@ HostCage HostCage::make_mixed() const {
         mixed.groups.add(groups[quad]);
         for (const unsigned int k : corners) {
             mixed.indices.add(indices[4 * size_t{quad} + k]);
-            // An edge is a crease when either side says so: the neighbours' flags are left.
+            // An edge is a crease when either side says so: the neighbors' flags are left.
             mixed.creases.add(corners.size() == 4 ? creases[4 * size_t{quad} + k] : static_cast<unsigned char>(0));
         }
     };

@@ -40,7 +40,7 @@ QN_EXPORT void poly_check_mesh(const PolyMeshView& mesh, PolyFindings& findings)
 QN_EXPORT bool poly_check_polygons(unsigned int vertex_count, const CoreBasicArray<unsigned int>& polygon_counts,
                                    const CoreBasicArray<unsigned int>& polygon_indices, PolyFindings& findings);
 
-// Edges of three polygons and more and neighbours of opposite winding; the place is the last face-corner of the edge.
+// Edges of three polygons and more and neighbors of opposite winding; the place is the last face-corner of the edge.
 // Vertices whose polygons form several fans, which share nothing but the vertex; the place is the first corner of the
 // second fan. The ends of an edge of three and more, which parts fans too, are not counted again.
 // Only for polygons that poly_check_polygons found no error in.

@@ -10,7 +10,7 @@ namespace {
 constexpr unsigned int none = 0xFFFFFFFF;
 
 // Steps between the face-corners of one vertex. A face-corner has an edge that leaves it and one that arrives, hence at
-// most two neighbours at its vertex: joined corners form chains and rings.
+// most two neighbors at its vertex: joined corners form chains and rings.
 class VertexSteps {
 public:
     struct Corner {
@@ -47,7 +47,7 @@ public:
         const unsigned int polygon = m_polygons[edge];
         if (polygon == none) return false;
         const unsigned int other = m_offsets[polygon] + m_edges[edge], after_other = next(other, polygon);
-        // Neighbours of opposite winding leave the vertex by the same edge.
+        // Neighbors of opposite winding leave the vertex by the same edge.
         if (m_indices[other] == vertex)
             crossing = {from, {other, polygon, false}, far_from, after_other};
         else
@@ -66,7 +66,7 @@ private:
     const CoreBasicArray<unsigned int>& m_counts;
     const CoreBasicArray<unsigned int>& m_indices;
     CoreArray<unsigned int> m_offsets;
-    CoreArray<unsigned int> m_polygons, m_edges;  // neighbours per face-corner
+    CoreArray<unsigned int> m_polygons, m_edges;  // neighbors per face-corner
 };
 
 // Which face-corners on both sides of an edge have the same UV point: by index, or the whole edge by value.

@@ -55,7 +55,7 @@ QN_SIMD_INLINE SimdFloat8 shuffle(SimdFloat8 a) {
 QN_SIMD_INLINE SimdFloat8 next_lanes(SimdFloat8 a) { return shuffle<1, 2, 3, 3>(a); }
 QN_SIMD_INLINE SimdFloat8 first_lanes(SimdFloat8 a) { return shuffle<0, 1, 2, 2>(a); }
 QN_SIMD_INLINE SimdFloat8 swap_pairs(SimdFloat8 a) { return shuffle<2, 3, 0, 1>(a); }
-QN_SIMD_INLINE SimdFloat8 swap_neighbours(SimdFloat8 a) { return shuffle<1, 0, 3, 2>(a); }
+QN_SIMD_INLINE SimdFloat8 swap_neighbors(SimdFloat8 a) { return shuffle<1, 0, 3, 2>(a); }
 QN_SIMD_INLINE SimdFloat8 swap_last(SimdFloat8 a) { return shuffle<0, 1, 3, 2>(a); }
 // The next axis of a vector in three lanes.
 QN_SIMD_INLINE SimdFloat8 rotate_axes(SimdFloat8 a) { return shuffle<1, 2, 0, 3>(a); }
@@ -80,11 +80,11 @@ QN_SIMD_INLINE void transpose(SimdFloat8& a, SimdFloat8& b, SimdFloat8& c, SimdF
 // Every lane becomes the least (greatest) of its group.
 QN_SIMD_INLINE SimdFloat8 group_min(SimdFloat8 a) {
     const SimdFloat8 pairs = min(a, swap_pairs(a));
-    return min(pairs, swap_neighbours(pairs));
+    return min(pairs, swap_neighbors(pairs));
 }
 QN_SIMD_INLINE SimdFloat8 group_max(SimdFloat8 a) {
     const SimdFloat8 pairs = max(a, swap_pairs(a));
-    return max(pairs, swap_neighbours(pairs));
+    return max(pairs, swap_neighbors(pairs));
 }
 // Lane i of each group becomes the least (greatest) of that group of the i-th vector.
 QN_SIMD_INLINE SimdFloat8 min_of_four(const SimdFloat8& a, const SimdFloat8& b, const SimdFloat8& c,

@@ -1,6 +1,6 @@
 // Numbering of a patch's sixteen control points.
 //
-// Four in a row belong to each corner: its own point, then its neighbours in the net, turning from the edge that leaves
+// Four in a row belong to each corner: its own point, then its neighbors in the net, turning from the edge that leaves
 // it over the inside to the edge that arrives. Drawn as a net:
 //
 //        v
@@ -19,7 +19,7 @@ inline constexpr unsigned char grid_order[16] = {0, 1, 7, 4, 3, 2, 6, 5, 13, 14,
 // The other way round: the grid place of a control.
 inline constexpr unsigned char grid_places[16] = {0, 1, 5, 4, 3, 7, 6, 2, 15, 14, 10, 11, 12, 8, 9, 13};
 
-// The corner's own control, and its two edge and one interior neighbours.
+// The corner's own control, and its two edge and one interior neighbors.
 constexpr unsigned int corner_control(unsigned int k) { return 4 * k; }
 constexpr unsigned int leaving_edge_control(unsigned int k) { return 4 * k + 1; }
 constexpr unsigned int interior_control(unsigned int k) { return 4 * k + 2; }

@@ -1,5 +1,5 @@
 // Control points of patches that a thread's rays met recently. Rays that follow each other meet the same patches, and
-// making the sixteen points anew from quads and neighbours takes as long as a third of an intersection.
+// making the sixteen points anew from quads and neighbors takes as long as a third of an intersection.
 #pragma once
 
 #include "sds/common/control_lanes.h"

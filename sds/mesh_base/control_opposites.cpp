@@ -2,7 +2,7 @@
 
 namespace sds {
 
-// The quads know their neighbours already: those of the step lie behind each other along the halves of an edge.
+// The quads know their neighbors already: those of the step lie behind each other along the halves of an edge.
 CoreArray<unsigned int> control_opposites(const CoreBasicArray<unsigned int>& quad_indices,
                                           const SdsMeshBase::EdgesTopology& edges, bool is_subdivided) {
     CoreArray<unsigned int> opposites(is_subdivided ? quad_indices.get_count() / 4 : quad_indices.get_count());

@@ -1,4 +1,4 @@
-// The control points of one patch from its quad and its neighbours, for any value and precision. `vertex(w)` returns
+// The control points of one patch from its quad and its neighbors, for any value and precision. `vertex(w)` returns
 // quad-mesh vertex w, `corner(w)` its limit point; controls in corner order.
 #pragma once
 

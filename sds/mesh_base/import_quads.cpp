@@ -34,9 +34,9 @@ unsigned int count_sharp_edges(const SdsMeshBase::EdgesTopology& edges, const Co
 constexpr unsigned char plain_quad = 0xF0;
 constexpr unsigned int min_threaded_quads = 16384;
 
-// Turns neighbour polygons, which stand in opposite_edges, into half-edges, and flags the plain quads; others get 0.
-void join_neighbours(const CoreArray<unsigned int>& neighbour_edges, const CoreArray<unsigned char>& edge_smooth_flags,
-                     SdsMeshBase::EdgesTopology& edges) {
+// Turns neighbor polygons, which stand in opposite_edges, into half-edges, and flags the plain quads; others get 0.
+void join_neighbors(const CoreArray<unsigned int>& neighbour_edges, const CoreArray<unsigned char>& edge_smooth_flags,
+                    SdsMeshBase::EdgesTopology& edges) {
     const auto join = [&](unsigned int q) {
         unsigned int* opposite = edges.opposite_edges.get_data() + 4 * size_t{q};
         const unsigned int* slot = neighbour_edges.get_data() + 4 * size_t{q};
@@ -68,7 +68,7 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
         compute_polygons_neighbourhood(edges.opposite_edges, neighbour_edges, edge_smooth_flags, polygon_indices,
                                        polygon_counts, polygon_offsets, vertex_count, progress);
         edges.quad_edge_flags.resize(quad_count);
-        join_neighbours(neighbour_edges, edge_smooth_flags, edges);
+        join_neighbors(neighbour_edges, edge_smooth_flags, edges);
     }
 
     vertex_infos.assign(vertex_count, VertexInfo{});

@@ -19,7 +19,7 @@ void SdsMeshBase::compute_bezier_topology(const TopologyContext& context, const 
         const auto n = static_cast<float>(fan.valence);
         patch.edge_weights[k] = fan.closed ? n + n : 4.0f * n;
         patch.corner_weights[k] = fan.closed ? n : std::max(4.0f, n + n);
-        // A void neighbour that lacks one of the two gives the edge nothing to join.
+        // A void neighbor that lacks one of the two gives the edge nothing to join.
         const bool is_joined = patch.neighbour_vertices[2 * k] != none && patch.neighbour_vertices[2 * k + 1] != none;
         if (!is_joined || edges.is_sharp(e)) patch.sharp_edges |= 1u << k;
     }

@@ -52,7 +52,7 @@ void set_edge_point(const SdsMeshBase::TopologyContext& context, unsigned int w,
     const Value ends = source(quad_indices[h - 1]) + source(quad_indices[o - 2]);
     const unsigned int g = h - 1;
     if (!linear && !edges.is_sharp(g)) {
-        // The half-edge before the opposite one starts at the neighbour's face point when both polygons wind the same
+        // The half-edge before the opposite one starts at the neighbor's face point when both polygons wind the same
         // way, and at another vertex of its when they do not, which then takes the part of the face point. Where there
         // is no such vertex the edge stays straight.
         const unsigned int across = edges.opposite_edges[g] - 1;
@@ -139,7 +139,7 @@ Value limit_point(const SdsMeshBase::TopologyContext& context, unsigned int e, c
     if (info.is_kept() || info.get_sharp_edge_count() == 3) return p;
     const SdsMeshBase::VertexLocalTopology& fan = context.local_topologies[e];
     if (fan.closed) {
-        // (n^2 P + 4 sum of edge neighbours + sum of diagonal neighbours) / (n (n + 5)); a neighbour that a void quad
+        // (n^2 P + 4 sum of edge neighbors + sum of diagonal neighbors) / (n (n + 5)); a neighbor that a void quad
         // lacks takes its weight with it.
         const auto n = static_cast<Scalar>(fan.valence);
         Value sum = p * (n * n);

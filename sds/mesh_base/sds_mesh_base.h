@@ -111,7 +111,7 @@ public:
         unsigned int neighbour_vertices[8];
         float edge_weights[4];    // of each corner in its edge points: 2n in a closed fan of n quads, 4n otherwise
         float corner_weights[4];  // of each corner in its interior point: n in a closed fan, otherwise max(4, 2n)
-        // A bit for each edge that joins nothing: creases, borders, and neighbours without one of the two vertices.
+        // A bit for each edge that joins nothing: creases, borders, and neighbors without one of the two vertices.
         unsigned int sharp_edges;
     };
 
@@ -219,7 +219,7 @@ public:
                              EdgesTopology& edges, AppProgressBar* progress);
 
     // One subdivision step: quad c of face-corner c is (control vertex, edge point ahead, face point, edge point
-    // behind). Neighbours that do not have the two vertices of their edge in common stay apart there, with a warning.
+    // behind). Neighbors that do not have the two vertices of their edge in common stay apart there, with a warning.
     static void subdivide(const CoreBasicArray<unsigned int>& polygon_indices,
                           const CoreBasicArray<unsigned int>& polygon_counts,
                           const CoreBasicArray<unsigned int>& polygon_offsets, const unsigned int& vertex_count,

@@ -1,7 +1,7 @@
 // SdsRefinement: what a subdivision surface is refined by, beyond one patch per quad of its cage.
 //
 // Given to SdsMeshBase before it is built. At depth 0 the other settings have no effect, and the surface is one patch
-// per quad: exact where the quad and its neighbourhood are regular, close elsewhere. At other depths quads that are not
+// per quad: exact where the quad and its neighborhood are regular, close elsewhere. At other depths quads that are not
 // regular are split, level by level, until they are or the depth is reached; regular quads of any level are the limit
 // surface itself. The primitives of such a surface are its patches, of several sizes; users go on seeing the quads of
 // depth 0 and (u, v) on them (SdsMesh::get_primitive_place, SdsMesh::find_primitive).
@@ -18,7 +18,7 @@ struct SdsRefinement {
     // as a share of the diagonal of the control positions' box; the surface is then off by about a tenth of it there.
     // `depth` is the cap. Every build then looks at its positions anew.
     float error = 0.0f;
-    // How fractional sharpness decays: by 1 a level, or drawn to that of the neighbours along the crease.
+    // How fractional sharpness decays: by 1 a level, or drawn to that of the neighbors along the crease.
     bool chaikin = false;
     // Triangles weigh more in the edge points of the first step.
     bool smooth_triangles = false;
@@ -33,7 +33,7 @@ struct SdsRefinement {
     CoreArray<float> edge_sharpness;
     // Per control vertex, or empty.
     CoreArray<float> vertex_sharpness;
-    // Per polygon, non-zero where it is a hole, or empty. Holes have no patches; neighbours are shaped as beside any
+    // Per polygon, non-zero where it is a hole, or empty. Holes have no patches; neighbors are shaped as beside any
     // other polygon.
     CoreArray<unsigned char> holes;
 };

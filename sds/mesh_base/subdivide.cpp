@@ -7,7 +7,7 @@
 //      0 ------- 1 ----> c_next
 //
 // Inside a polygon edge 1 of quad c meets edge 2 of quad c_next. Across the parent edge, edge 0 of quad c meets edge 3
-// of the quad at the other end of the neighbour's edge, and edge 3 of quad c_next meets edge 0 of the neighbour's quad.
+// of the quad at the other end of the neighbor's edge, and edge 3 of quad c_next meets edge 0 of the neighbor's quad.
 #include "qn_poly/poly_neighbourhood.h"
 #include "sds/common/log_line.h"
 #include "sds/common/progress.h"
@@ -30,7 +30,7 @@ struct Polygons {
     CoreArray<unsigned int> neighbour_edges;
     CoreArray<unsigned char> edge_smooth_flags;
 
-    // The face-corner of the neighbour that shares c's edge, none on borders.
+    // The face-corner of the neighbor that shares c's edge, none on borders.
     unsigned int opposite_corner(unsigned int c) const {
         const unsigned int neighbour = neighbour_polygons[c];
         return neighbour == none ? none : offsets[neighbour] + neighbour_edges[c];
@@ -65,7 +65,7 @@ unsigned int number_edge_points(const Polygons& polygons, unsigned int first_edg
     return next;
 }
 
-// Links the two halves of the parent edge of c to the neighbour's quads.
+// Links the two halves of the parent edge of c to the neighbor's quads.
 void link_parent_edge(const Polygons& polygons, unsigned int c, unsigned int c_next,
                       CoreArray<unsigned int>& opposite_edges) {
     unsigned int& ahead = opposite_edges[4 * size_t{c}];

@@ -57,7 +57,7 @@ struct FanFrame {
 
 // Tangents of the limit surface in a closed fan of n quads (Halstead, Kass, DeRose 1993, appendix A): the eigenvectors
 // of the subdivision matrix to the subdominant eigenvalue, scaled so that valence 4 gives the derivatives of the
-// B-spline. At angle x an edge neighbour weighs edge * cos(x) and a diagonal neighbour diagonal * cos(x).
+// B-spline. At angle x an edge neighbor weighs edge * cos(x) and a diagonal neighbor diagonal * cos(x).
 template <class Trig>
 struct ClosedFanScale {
     using Real = typename Trig::Real;
@@ -102,7 +102,7 @@ FanFrame<typename Trig::Real> closed_fan_frame(const unsigned int* quad_indices,
     return frame;
 }
 
-// The weights of neighbour i of a closed fan in its first tangent.
+// The weights of neighbor i of a closed fan in its first tangent.
 template <class Trig>
 struct ClosedFanWeights {
     using Real = typename Trig::Real;
@@ -176,7 +176,7 @@ TangentPair<typename Trig::Real> summed_vertex_tangents(const unsigned int* quad
 
 // The frame of an open fan of m > 1 quads between two sharp edges (Biermann, Levin, Zorin 2000): x along the sharp
 // edges, y across them; the leaving sharp edge is number 0, the arriving one number m. visit(h, i) as above. All is
-// seen from vertex `v`: over neighbours of opposite winding the corners of one fan lie at different vertices.
+// seen from vertex `v`: over neighbors of opposite winding the corners of one fan lie at different vertices.
 template <class Trig, class Position, class Visit>
 FanFrame<typename Trig::Real> open_fan_frame(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
                                              unsigned int v, const SdsMeshBase::VertexLocalTopology& fan,

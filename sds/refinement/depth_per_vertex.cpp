@@ -33,7 +33,7 @@ bool DepthPerVertex::is_close(const RefinementLevel& level, unsigned int v) cons
 
 void DepthPerVertex::stop(RefinementLevel& level) {
     if (level.depth < 1) return;
-    sum_neighbours(level, m_values);
+    sum_neighbors(level, m_values);
     m_longest_edges.assign(level.vertex_count, 0.0);
     for (unsigned int c = 0; c < level.corner_vertices.get_count(); ++c) {
         const unsigned int a = level.edge_start(c);
@@ -75,7 +75,7 @@ void DepthPerVertex::stop(RefinementLevel& level) {
 }
 
 void DepthPerVertex::refine(const RefinementLevel& level, const RefinementLevel& fine) {
-    if (level.depth < 1) sum_neighbours(level, m_values);
+    if (level.depth < 1) sum_neighbors(level, m_values);
     refine_values(level, fine, m_smooth_triangles && !level.is_quads(), m_values, m_next);
     std::swap(m_values, m_next);
 }

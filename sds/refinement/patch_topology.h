@@ -20,7 +20,7 @@ inline SdsMeshBase::BezierPatch regular_patch(const RefinementLevel& level, unsi
             patch.neighbour_vertices[2 * k] = patch.neighbour_vertices[2 * k + 1] = none;
             continue;
         }
-        // The corners before and after the shared edge in the neighbour; one that winds the other way has them swapped.
+        // The corners before and after the shared edge in the neighbor; one that winds the other way has them swapped.
         const unsigned int after = level.corner_vertices[level.next_corner(level.next_corner(o))];
         const unsigned int before = level.corner_vertices[level.previous_corner(o)];
         const bool is_flipped = level.corner_vertices[o] == level.corner_vertices[c];

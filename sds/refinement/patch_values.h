@@ -143,7 +143,7 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
             std::find(states, states + level.candidate_count, FaceState::leaf) != states + level.candidate_count;
         if (has_leaves) mark_leaf_rings(level, leaf_rings);
         if (fine != nullptr || has_leaves)
-            sum_neighbours(level, values, [&](unsigned int f) {
+            sum_neighbors(level, values, [&](unsigned int f) {
                 return (fine != nullptr && level.face_children[f] != none) || (has_leaves && leaf_rings[f] != 0);
             });
         if (fine != nullptr) refine_values(level, *fine, topology.has_smooth_triangles() && i == 0, values, next);

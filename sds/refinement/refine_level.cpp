@@ -141,10 +141,10 @@ void split_edges(RefinementLevel& coarse, RefinementLevel& fine, StepScratch& sc
                     adder.add(children[i], point, half_sharpness(coarse, s, ends[i], chaikin), coarse_marks[e]);
     }
     for (const unsigned int f : touched) {
-        const unsigned int centre = coarse.face_children[f] = next++;
+        const unsigned int center = coarse.face_children[f] = next++;
         for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c)
             if (const unsigned int point = edge_children[corner_edges[c]]; point != none)
-                inner_edges[c] = adder.add(point, centre, 0.0f, 0);
+                inner_edges[c] = adder.add(point, center, 0.0f, 0);
     }
     fine.vertex_count = next;
     adder.end();
@@ -173,10 +173,10 @@ public:
     // All children of a quad: those of add, with the four inner edges joined without looking.
     template <unsigned int turned>
     void add_four(unsigned int f, unsigned int begin) {
-        const unsigned int centre = m_coarse.face_children[f];
+        const unsigned int center = m_coarse.face_children[f];
         const unsigned int first = 4 * m_count;
         m_count += 4;
-        m_valences[centre] = 4;
+        m_valences[center] = 4;
         unsigned int points[4], inner[4], starts[4], ends[4];  // of the four edges; halves at their two ends
         for (unsigned int j = 0; j < 4; ++j) {
             const unsigned int c = begin + j;
@@ -195,7 +195,7 @@ public:
             const unsigned int vertex = m_coarse.vertex_children[m_coarse.corner_vertices[begin + j]];
             m_corner_vertices[corner(0)] = vertex;
             m_corner_vertices[corner(1)] = points[j];
-            m_corner_vertices[corner(2)] = centre;
+            m_corner_vertices[corner(2)] = center;
             m_corner_vertices[corner(3)] = points[behind];
             ++m_valences[vertex];
             m_valences[points[j]] += 2;

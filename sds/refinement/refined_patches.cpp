@@ -141,7 +141,7 @@ public:
     }
 
 private:
-    // The limits that smooth neighbours do not tell.
+    // The limits that smooth neighbors do not tell.
     static void set_sharp_limits(const RefinementLevel& level, const LevelValues<Vec3d>& values,
                                  PatchLimits<Vec3d>& limits) {
         for (const SharpVertex& vertex : level.sharp_vertices)

@@ -10,7 +10,7 @@ namespace sds {
 struct RefinementCage {
     unsigned int vertex_count = 0;
     // Corners per polygon; vertices of all polygons, one polygon after the other. A polygon that holds the index
-    // 0xFFFFFFFF is void: it has no patches and its neighbours end there.
+    // 0xFFFFFFFF is void: it has no patches and its neighbors end there.
     CoreBasicArray<unsigned int> polygon_counts;
     CoreBasicArray<unsigned int> polygon_indices;
     // Per face-corner: the one other face-corner of the same edge, whatever its direction, or 0xFFFFFFFF.
@@ -48,7 +48,7 @@ struct RefinementOptions {
     float infinite_from = 7.0f;
 };
 
-// The opposite corners of polygons whose neighbours are known as pairs of polygon and slot.
+// The opposite corners of polygons whose neighbors are known as pairs of polygon and slot.
 CoreArray<unsigned int> opposite_corners(const CoreBasicArray<unsigned int>& neighbour_polygons,
                                          const CoreBasicArray<unsigned int>& neighbour_edges,
                                          const CoreBasicArray<unsigned int>& polygon_offsets);

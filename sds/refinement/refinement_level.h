@@ -2,7 +2,7 @@
 // vertices of the next level they make. Topology only; values are carried along by value_rules.h.
 //
 // A level holds its candidates first, the children of all quads refined one level up, and after them the support: the
-// children that those quads' neighbours have at shared vertices. Rings around the candidates' vertices are complete,
+// children that those quads' neighbors have at shared vertices. Rings around the candidates' vertices are complete,
 // rings around the outer vertices of the support are not, and nothing ever asks for them.
 //
 // The polygons of a cage that are not all quads are a level too, of depth -1; its children are the quads that users
@@ -20,7 +20,7 @@ enum class FaceState : unsigned char {
     emitted,  // regular: exactly one bicubic patch
     refined,
     leaf,  // irregular, and not refined any more
-    hole,  // in its neighbours' rings, but no surface itself
+    hole,  // in its neighbors' rings, but no surface itself
 };
 
 // Where a candidate lies in the quad that users see: the square at (x, y) / 2^depth of side 1 / 2^depth.
@@ -125,7 +125,7 @@ struct RefinementLevel {
     Turn turn_around(unsigned int v, unsigned int c) const {
         const unsigned int o = edges.opposite_edges[c];
         if (corner_vertices[o] != v) return {next_corner(o), next_corner(o)};
-        return {o, previous_corner(o)};  // a neighbour that winds the other way
+        return {o, previous_corner(o)};  // a neighbor that winds the other way
     }
     float sharpness_at(unsigned int c) const {
         return corner_edges[c] == none ? 0.0f : edge_sharpness[corner_edges[c]];

@@ -62,8 +62,8 @@ public:
         : m_level(level),
           m_values(values),
           m_limits(limits),
-          m_neighbours{level.corner_vertices.get_data(), level.edges.opposite_edges.get_data(),
-                       level.offsets.get_data(), level.corner_faces.get_data(), values.points.get_data()} {}
+          m_neighbors{level.corner_vertices.get_data(), level.edges.opposite_edges.get_data(), level.offsets.get_data(),
+                      level.corner_faces.get_data(), values.points.get_data()} {}
 
     // Calls put(control, lanes) for all sixteen.
     template <class Put>
@@ -76,8 +76,8 @@ public:
 
     // The limit point of corner k of a face of a level of quads, a regular vertex.
     Value limit_at(unsigned int face, unsigned int k) const {
-        return regular_limit(4 * face, k, m_neighbours.template beside<true>(4 * face + k),
-                             m_neighbours.template beside<true>(4 * face + ((k + 3) & 3u)),
+        return regular_limit(4 * face, k, m_neighbors.template beside<true>(4 * face + k),
+                             m_neighbors.template beside<true>(4 * face + ((k + 3) & 3u)),
                              opposite_diagonal<true>(4 * face + k));
     }
 
@@ -87,7 +87,7 @@ private:
         unsigned int start, end;
     };
     // Used as a local copy: what `this` points to would be read again after every store of lanes.
-    struct Neighbours {
+    struct Neighbors {
         const unsigned int* vertices;
         const unsigned int* opposites;
         const unsigned int* offsets;
@@ -105,13 +105,13 @@ private:
             const unsigned int begin = begin_of<is_quads>(o);
             const Beside found = {vertices[begin + ((o - begin + 2) & 3u)], vertices[begin + ((o - begin + 3) & 3u)]};
             if (vertices[o] != vertices[c]) return found;
-            return {found.end, found.start};  // a neighbour that winds the other way
+            return {found.end, found.start};  // a neighbor that winds the other way
         }
     };
 
     template <bool is_quads, class Put>
     void compute(unsigned int face, unsigned int begin, const Put& put) {
-        const Neighbours around = m_neighbours;
+        const Neighbors around = m_neighbors;
         const auto load = [&around](unsigned int v) { return around.load(v); };
         const unsigned int* quad = around.vertices + begin;
         const Lanes q[4] = {load(quad[0]), load(quad[1]), load(quad[2]), load(quad[3])};
@@ -157,7 +157,7 @@ private:
     // Of corner k, with what is beside its edge k and beside the one before.
     Value regular_limit(unsigned int begin, unsigned int k, const Beside& ahead, const Beside& behind,
                         unsigned int opposite) const {
-        const Neighbours& around = m_neighbours;
+        const Neighbors& around = m_neighbors;
         const unsigned int* quad = around.vertices + begin;
         const Lanes edges = around.load(quad[(k + 1) & 3u]) + around.load(quad[(k + 3) & 3u]) +
                             around.load(ahead.start) + around.load(behind.end);
@@ -169,19 +169,19 @@ private:
         return limit;
     }
 
-    // The last of a regular vertex's eight neighbours, that of the face opposite to face-corner c.
+    // The last of a regular vertex's eight neighbors, that of the face opposite to face-corner c.
     template <bool is_quads>
     unsigned int opposite_diagonal(unsigned int c) const {
-        const unsigned int v = m_neighbours.vertices[c];
+        const unsigned int v = m_neighbors.vertices[c];
         const unsigned int corner = m_level.turn_around(v, m_level.turn_around(v, c).edge).corner;
-        const unsigned int begin = m_neighbours.template begin_of<is_quads>(corner);
-        return m_neighbours.vertices[begin + ((corner - begin + 2) & 3u)];
+        const unsigned int begin = m_neighbors.template begin_of<is_quads>(corner);
+        return m_neighbors.vertices[begin + ((corner - begin + 2) & 3u)];
     }
 
     const RefinementLevel& m_level;
     const LevelValues<Value>& m_values;
     PatchLimits<Value>& m_limits;
-    Neighbours m_neighbours;
+    Neighbors m_neighbors;
 };
 
 }  // namespace sds

@@ -29,7 +29,7 @@ struct LevelValues {
 // Face points and sums from the points, of the faces that is_needed(face) says so of and the vertices that have no
 // other faces.
 template <class Value, class IsNeeded>
-void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values, const IsNeeded& is_needed) {
+void sum_neighbors(const RefinementLevel& level, LevelValues<Value>& values, const IsNeeded& is_needed) {
     using Scalar = typename ValueOps<Value>::Scalar;
     using Sums = typename LevelValues<Value>::Sums;
     values.face_points.resize(level.face_count);
@@ -51,31 +51,31 @@ void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values, co
             const Value& d = points[corners[3]];
             const Value ac = a + c;
             const Value bd = b + d;
-            const Value centre = (ac + bd) * Scalar(0.25);
-            values.face_points[f] = centre;
+            const Value center = (ac + bd) * Scalar(0.25);
+            values.face_points[f] = center;
             for (unsigned int k = 0; k < 4; ++k) {
                 Sums& sum = sums[corners[k]];
                 sum.edges = sum.edges + ((k & 1u) == 0 ? bd : ac);
-                sum.faces = sum.faces + centre;
+                sum.faces = sum.faces + center;
             }
         } else {
-            Value centre = ValueOps<Value>::zero();
-            for (unsigned int j = 0; j < count; ++j) centre = centre + points[corners[j]];
-            if (count != 0) centre = ValueOps<Value>::divide(centre, static_cast<Scalar>(count));
-            values.face_points[f] = centre;
+            Value center = ValueOps<Value>::zero();
+            for (unsigned int j = 0; j < count; ++j) center = center + points[corners[j]];
+            if (count != 0) center = ValueOps<Value>::divide(center, static_cast<Scalar>(count));
+            values.face_points[f] = center;
             for (unsigned int j = 0; j < count; ++j) {
                 Sums& sum = sums[corners[j]];
                 sum.edges = sum.edges + points[corners[j + 1 == count ? 0 : j + 1]] +
                             points[corners[j == 0 ? count - 1 : j - 1]];
-                sum.faces = sum.faces + centre;
+                sum.faces = sum.faces + center;
             }
         }
     });
 }
 
 template <class Value>
-void sum_neighbours(const RefinementLevel& level, LevelValues<Value>& values) {
-    sum_neighbours(level, values, [](unsigned int) { return true; });
+void sum_neighbors(const RefinementLevel& level, LevelValues<Value>& values) {
+    sum_neighbors(level, values, [](unsigned int) { return true; });
 }
 
 // Weights in smooth edge points: of the two ends and of the two face points.

@@ -177,7 +177,6 @@ TEST_F(Properties, RefusesWithNameExpectedAndFound) {
     const std::string sidecar = write_sidecar(
         folder, Json::array({Json{{"name", "heat"}, {"kind", "constant"}, {"type", "int8"}, {"values", {1}}}}));
     EXPECT_EQ(run_sds(folder, {"export", cube, "--properties", sidecar, "--property", "cold", out}).code, 2);
-    EXPECT_EQ(run_sds(folder, {"export", cube, "--property", "heat", out}).code, 2);
     EXPECT_FALSE(std::filesystem::exists(out));
 }
 

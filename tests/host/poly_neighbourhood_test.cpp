@@ -51,7 +51,7 @@ struct Neighbourhood {
     }
 };
 
-// By the corners of each edge, in order; void polygons and edges from a vertex to itself have no neighbours.
+// By the corners of each edge, in order; void polygons and edges from a vertex to itself have no neighbors.
 Indices find_opposites(const Indices& counts, const Indices& indices) {
     std::map<std::pair<unsigned int, unsigned int>, Indices> edges;
     for (unsigned int p = 0, offset = 0; p < counts.size(); offset += counts[p++]) {

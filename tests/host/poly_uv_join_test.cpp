@@ -137,7 +137,7 @@ TEST(PolyUvJoin, PlacesAreTheFansOfTheMesh) {
     const std::vector<Vec3f> square{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
     // Two quads that meet in a vertex alone, which they share, as they do its place on the mesh.
     expect_joined_classes(with_uvs(zoo_mesh("bow_tie"), square, {0, 1, 2, 3, 0, 1, 2, 3}));
-    // Neighbours of opposite winding share the edge's points: 1 0 4 5 leaves vertex 1 as 0 1 2 3 arrives.
+    // Neighbors of opposite winding share the edge's points: 1 0 4 5 leaves vertex 1 as 0 1 2 3 arrives.
     const ZooMesh turned =
         make_mesh({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0, -1, 0}, {1, -1, 0}}, {{0, 1, 2, 3}, {0, 1, 5, 4}});
     EXPECT_FALSE(join(with_uvs(turned, turned.positions, turned.indices)).is_changed());

@@ -89,7 +89,7 @@ TEST(Simd, ShufflesMoveTheLanesTheyName) {
     EXPECT_EQ(lanes_of(next_lanes(x)), (Lanes{1, 2, 3, 3, 5, 6, 7, 7}));
     EXPECT_EQ(lanes_of(first_lanes(x)), (Lanes{0, 1, 2, 2, 4, 5, 6, 6}));
     EXPECT_EQ(lanes_of(swap_pairs(x)), (Lanes{2, 3, 0, 1, 6, 7, 4, 5}));
-    EXPECT_EQ(lanes_of(swap_neighbours(x)), (Lanes{1, 0, 3, 2, 5, 4, 7, 6}));
+    EXPECT_EQ(lanes_of(swap_neighbors(x)), (Lanes{1, 0, 3, 2, 5, 4, 7, 6}));
     EXPECT_EQ(lanes_of(swap_last(x)), (Lanes{0, 1, 3, 2, 4, 5, 7, 6}));
     EXPECT_EQ(lanes_of(rotate_axes(x)), (Lanes{1, 2, 0, 3, 5, 6, 4, 7}));
     EXPECT_EQ(lanes_of(broadcast_lane<3>(x)), (Lanes{3, 3, 3, 3, 7, 7, 7, 7}));

@@ -136,7 +136,7 @@ TEST(Refinement, PointsOfAllLevelsEqualUniformRefinement) {
             for (unsigned int l = 0; l + 1 < topology.get_level_count(); ++l) {
                 const sds::RefinementLevel& level = topology.get_level(l);
                 const sds::RefinementLevel& fine = topology.get_level(l + 1);
-                sds::sum_neighbours(level, values);
+                sds::sum_neighbors(level, values);
                 sds::refine_values(level, fine, false, values, next);
                 const int fine_level = static_cast<int>(l) + 1;
                 std::vector<int> fine_faces(fine.candidate_count);

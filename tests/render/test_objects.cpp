@@ -135,7 +135,7 @@ ViewPlace place_in_view(const sds_render::Camera& camera, unsigned int width, co
 
 Vec3 random_direction(std::mt19937& random) {
     std::normal_distribution<double> normal;
-    return sds_render::normalised(Vec3{normal(random), normal(random), normal(random)});
+    return sds_render::normalized(Vec3{normal(random), normal(random), normal(random)});
 }
 
 Expected find_nearest(const SphereCloud& cloud, const GeometryRay& ray) {

@@ -43,6 +43,7 @@ TEST(Progress, IsToldAsKept) {
         Mode mode;
         bool moves;
         unsigned int threads;
+        unsigned int depth = 0;
     } cases[] = {
         {"quads", zoo_mesh("cube_uv_islands"), Mode::corners_fixed, false, 1},
         {"polygons that move", zoo_mesh("prism7_uvs"), Mode::all_smoothed, true, 1},
@@ -51,6 +52,8 @@ TEST(Progress, IsToldAsKept) {
         {"unknown mode", zoo_mesh("lone_triangle"), Mode(17), false, 8},
         {"one thread", torus, Mode::corners_fixed, false, 1},
         {"four threads", torus, Mode::corners_fixed, true, 4},
+        {"refined", zoo_mesh("prism7_uvs"), Mode::corners_fixed, false, 1, 2},
+        {"refined that moves", zoo_mesh("prism7_uvs"), Mode::corners_fixed, true, 1, 2},
         {"nothing", ZooMesh(), Mode::corners_fixed, false, 1},
     };
     std::string found;
@@ -58,6 +61,7 @@ TEST(Progress, IsToldAsKept) {
         SysThreadArena(each.threads).execute([&] {
             RecordingProgress bar, first, again;
             BuiltSurface::Options options{.mode = each.mode, .progress = &bar};
+            options.refinement.depth = each.depth;
             if (each.moves) options.motion_vectors = each.cage.positions;
             const BuiltSurface surface(each.cage, options);
             found += std::string("# ") + each.name + "\n" + describe(bar);

@@ -94,7 +94,7 @@ inline SimdFloat8 shuffle(const SimdFloat8& a, const int (&order)[4]) {
 inline SimdFloat8 next_lanes(const SimdFloat8& a) { return shuffle(a, {1, 2, 3, 3}); }
 inline SimdFloat8 first_lanes(const SimdFloat8& a) { return shuffle(a, {0, 1, 2, 2}); }
 inline SimdFloat8 swap_pairs(const SimdFloat8& a) { return shuffle(a, {2, 3, 0, 1}); }
-inline SimdFloat8 swap_neighbours(const SimdFloat8& a) { return shuffle(a, {1, 0, 3, 2}); }
+inline SimdFloat8 swap_neighbors(const SimdFloat8& a) { return shuffle(a, {1, 0, 3, 2}); }
 inline SimdFloat8 swap_last(const SimdFloat8& a) { return shuffle(a, {0, 1, 3, 2}); }
 inline SimdFloat8 rotate_axes(const SimdFloat8& a) { return shuffle(a, {1, 2, 0, 3}); }
 // Every lane of a group becomes its lane k.
@@ -108,11 +108,11 @@ inline SimdFloat8 swap_groups(const SimdFloat8& a) {
 // Every lane becomes the least, the greatest of its group.
 inline SimdFloat8 group_min(const SimdFloat8& a) {
     const SimdFloat8 pairs = min(a, swap_pairs(a));
-    return min(pairs, swap_neighbours(pairs));
+    return min(pairs, swap_neighbors(pairs));
 }
 inline SimdFloat8 group_max(const SimdFloat8& a) {
     const SimdFloat8 pairs = max(a, swap_pairs(a));
-    return max(pairs, swap_neighbours(pairs));
+    return max(pairs, swap_neighbors(pairs));
 }
 
 // Lane k of a group: fold(the four lanes of that group of the k-th vector), halves 0 2 and 1 3 first.

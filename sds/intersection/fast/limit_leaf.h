@@ -28,11 +28,11 @@ struct LimitLeaf {
             if (may_split) {
                 const SlopeBounds slopes(rows);
                 if (!slopes.is_injective()) return false;
-                const PlaneJet centre = evaluate_plane(rows, 0.5f, 0.5f);
-                if (is_wide ? slopes.excludes_root_near(centre.p, centre.q, ray.edge_slack)
-                            : slopes.excludes_root(centre.p, centre.q))
+                const PlaneJet center = evaluate_plane(rows, 0.5f, 0.5f);
+                if (is_wide ? slopes.excludes_root_near(center.p, center.q, ray.edge_slack)
+                            : slopes.excludes_root(center.p, center.q))
                     return true;
-                if (!find_root<is_wide>(rows, centre, ray.edge_slack, s, t, det)) return false;
+                if (!find_root<is_wide>(rows, center, ray.edge_slack, s, t, det)) return false;
             } else {
                 // A root that is found anyway, unproven to be the only one, or none.
                 ++hits.unsettled_count;

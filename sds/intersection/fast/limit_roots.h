@@ -69,7 +69,7 @@ struct SlopeBounds {
     // takes the difference of two images through such a matrix). At most one root is in the node then.
     bool is_injective() const { return det_min > 0.0f || det_max < 0.0f; }
 
-    // True when the square of an injective node holds no root, `centre` being the image of its middle: by Cramer's
+    // True when the square of an injective node holds no root, `center` being the image of its middle: by Cramer's
     // rule a root lies at -(p * d.q - q * d.p) / (3 det) and -(q * e.p - p * e.q) / (3 det) from the middle for some
     // members of the nets (interval Newton; Moore, Methods and Applications of Interval Analysis, 1979), and 1/2 is the
     // farthest in the square. The reach is taken a little larger for the rounding of all this.
@@ -94,7 +94,7 @@ private:
     }
 };
 
-// The place of the node's root by Newton's iteration from its centre, where the jet is `jet`; false when it does not
+// The place of the node's root by Newton's iteration from its center, where the jet is `jet`; false when it does not
 // converge inside the node, or within `slack` in the plane.
 template <bool is_wide>
 inline bool find_root(const SimdFloat8* rows, PlaneJet jet, float slack, float& s, float& t, float& det) {

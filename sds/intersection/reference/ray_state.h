@@ -22,7 +22,7 @@ inline float narrow_up(double x) {
 }
 
 // The origin is first moved along the ray, in double precision, to the place nearest to the context's reference point,
-// and only then narrowed: the same narrowed ray for every patch of an object, so that neighbours agree on their shared
+// and only then narrowed: the same narrowed ray for every patch of an object, so that neighbors agree on their shared
 // edge, and one whose rounding does not grow with the distance it came from. Distances count from the moved origin;
 // `shift` takes them back.
 struct RayState {

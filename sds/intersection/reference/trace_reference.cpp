@@ -47,13 +47,13 @@ struct Batch {
     }
 };
 
-// A leaf of the limit surface: its point at the parametric centre, and the tangents there.
-struct LeafCentre {
+// A leaf of the limit surface: its point at the parametric center, and the tangents there.
+struct LeafCenter {
     Vec3f point;
     Vec3f along_rows;
     Vec3f along_columns;
 
-    explicit LeafCentre(const PatchNode& node) {
+    explicit LeafCenter(const PatchNode& node) {
         // Rows at one half: weights 1/8, 3/8, 3/8, 1/8 for points; (p3 + p2 - p1 - p0) * 3/4 for derivatives.
         Vec3f row_points[4];
         Vec3f row_tangents[4];
@@ -82,13 +82,13 @@ public:
     }
 
     bool operator()(const PatchNode& node) const {
-        const LeafCentre centre(node);
+        const LeafCenter center(node);
         for (unsigned int i = 0; i < m_batch.count; ++i) {
             // A leaf that some ray of the batch enters is no hit for those that pass it by.
             const RayState& ray = m_batch.scratch.rays[i];
             float entry = ray.entry_bound;
             if (sds::slab_test(ray, node.box, m_batch.get_far(i), entry))
-                intersect(node, centre, ray, m_batch.scratch.slots[i]);
+                intersect(node, center, ray, m_batch.scratch.slots[i]);
         }
         return false;
     }
@@ -107,12 +107,12 @@ public:
     }
 
 private:
-    void intersect(const PatchNode& node, const LeafCentre& centre, const RayState& ray, sds::HitSlots& slots) const {
+    void intersect(const PatchNode& node, const LeafCenter& center, const RayState& ray, sds::HitSlots& slots) const {
         const Vec3f scaled = ray.direction * (1.0f / ray.direction.length_squared());
-        const float t = (centre.point - ray.origin).dot(scaled);
+        const float t = (center.point - ray.origin).dot(scaled);
         const double ray_t = ray.to_ray(static_cast<double>(t));
         if (!(ray_t >= m_batch.rays.get_tnear(ray.index) && ray_t < m_batch.rays.get_tfar(ray.index))) return;
-        const Vec3f normal = centre.along_rows.cross(centre.along_columns);
+        const Vec3f normal = center.along_rows.cross(center.along_columns);
         const bool facing = normal.dot(ray.direction) <= 0.0f;
         const unsigned int side = (facing ? 1u : 0u) ^ node.direction;
         const float a = (node.range[0] + node.range[2]) * 0.5f;
@@ -227,9 +227,9 @@ void trace(const CtxEval& ctx, unsigned int primitive, const sds::ControlLanes& 
 }
 
 float get_tolerance(const sds::PatchBox& box) {
-    float centre = 0.0f;
-    for (unsigned int axis = 0; axis < 3; ++axis) centre += std::fabs((box.min[axis] + box.max[axis]) * 0.5f);
-    return std::max(3.0f, centre) * GMath<float>::s_epsilon;
+    float center = 0.0f;
+    for (unsigned int axis = 0; axis < 3; ++axis) center += std::fabs((box.min[axis] + box.max[axis]) * 0.5f);
+    return std::max(3.0f, center) * GMath<float>::s_epsilon;
 }
 
 }  // namespace

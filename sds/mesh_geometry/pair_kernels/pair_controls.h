@@ -90,7 +90,7 @@ public:
     SimdFloat8 get_origin() const { return m_origin; }
     SimdFloat8 quad(unsigned int k) const { return load(m_vertices, m_quads[0][k], m_quads[1][k]); }
     SimdFloat8 corner(unsigned int k) const { return load(m_corners, m_quads[0][k], m_quads[1][k]); }
-    // A sharp edge has no use for a neighbour and may have none.
+    // A sharp edge has no use for a neighbor and may have none.
     SimdFloat8 neighbour(unsigned int k, unsigned int i) const {
         const auto find = [&](const SdsMeshBase::BezierPatch& patch, unsigned int sharp, const unsigned int* quad) {
             return ((sharp >> k) & 1u) != 0 ? quad[0] : patch.neighbour_vertices[2 * k + i];

@@ -158,7 +158,7 @@ private:
     }
 };
 
-// The sums of one group while patches of no other come: neighbours mostly share their group.
+// The sums of one group while patches of no other come: neighbors mostly share their group.
 class GroupRun {
 public:
     GroupRun(PatchSums* sums, unsigned int group) : m_sums(sums) { begin(group); }

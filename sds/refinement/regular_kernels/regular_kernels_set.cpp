@@ -51,7 +51,7 @@ public:
         const unsigned int begin = m_corners.begin_of(o);
         start = m_level.vertices[begin + ((o - begin + 2) & 3u)];
         end = m_level.vertices[begin + ((o - begin + 3) & 3u)];
-        if (m_level.vertices[o] == m_level.vertices[c]) {  // a neighbour that winds the other way
+        if (m_level.vertices[o] == m_level.vertices[c]) {  // a neighbor that winds the other way
             const unsigned int former = start;
             start = end;
             end = former;
@@ -59,7 +59,7 @@ public:
         return true;
     }
 
-    // The last of a regular vertex's eight neighbours, that of the face opposite to face-corner c.
+    // The last of a regular vertex's eight neighbors, that of the face opposite to face-corner c.
     unsigned int find_opposite(unsigned int c) const {
         const unsigned int v = m_level.vertices[c];
         unsigned int edge = c, corner = c;

@@ -1,4 +1,4 @@
-// What the module makes of neighbours that only the second host finds.
+// What the module makes of neighbors that only the second host finds.
 #include <gtest/gtest.h>
 
 #include "host_calls.h"

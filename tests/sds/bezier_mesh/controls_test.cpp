@@ -16,7 +16,7 @@ std::vector<Vec3f> random_points(unsigned int count, unsigned int seed) {
     return points;
 }
 
-// A quad with neighbours on all sides: 16 vertices of a 4 x 4 grid, row by row, the quad in the middle.
+// A quad with neighbors on all sides: 16 vertices of a 4 x 4 grid, row by row, the quad in the middle.
 struct RegularQuad {
     unsigned int quad[4] = {5, 6, 10, 9};
     SdsMeshBase::BezierPatch patch{{1, 2, 7, 11, 14, 13, 8, 4}, {8, 8, 8, 8}, {4, 4, 4, 4}, 0};

@@ -31,11 +31,11 @@ TEST(CosineLookup, StaysNearTheCosine) {
         EXPECT_NEAR(sds::lookup_cosine(x), std::cos(static_cast<double>(x)), 7e-6) << x;
 }
 
-// k quads around an interior vertex, given as rings of edge and diagonal neighbours.
+// k quads around an interior vertex, given as rings of edge and diagonal neighbors.
 struct Fan {
     ZooMesh cage;
     Fan(unsigned int k, bool is_open) {
-        // vertex 0, edge neighbours 1 ..., diagonals after them
+        // vertex 0, edge neighbors 1 ..., diagonals after them
         const unsigned int edge_count = is_open ? k + 1 : k;
         cage.positions.emplace_back(0.1f, -0.05f, 0.2f);
         for (unsigned int i = 0; i < edge_count; ++i) {
@@ -131,7 +131,7 @@ ZooMesh turn_last_quad(ZooMesh cage) {
     return cage;
 }
 
-// Over a neighbour of opposite winding the corners of one fan lie at different vertices: each has its tangents there.
+// Over a neighbor of opposite winding the corners of one fan lie at different vertices: each has its tangents there.
 TEST(CornerTangents, AreSeenFromTheCornersOwnVertex) {
     const std::vector<Vec3f> p{{0, 0, 0}, {1, 0, 0.2f}, {1.1f, 1, 0}, {0, 1, 0.3f}, {2.2f, 0, 0}, {2, 1.2f, 0.5f}};
     const BuiltSurface surface(make_cage({4, 4}, {0, 1, 2, 3, 1, 2, 5, 4}, p), {.mode = Mode::all_smoothed});
@@ -149,7 +149,7 @@ TEST(CornerTangents, AreSeenFromTheCornersOwnVertex) {
     }
 }
 
-// Great fans are walked once for all their corners; one quad alone gives the same bits, over neighbours of opposite
+// Great fans are walked once for all their corners; one quad alone gives the same bits, over neighbors of opposite
 // winding, with crease flags on one side only and from weighted positions too.
 TEST(PatchTangents, OneQuadGivesTheBitsOfAllQuads) {
     for (const ZooMesh& cage : {Fan(40, false).cage, Fan(40, true).cage, turn_last_quad(Fan(40, true).cage),

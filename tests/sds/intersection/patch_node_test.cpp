@@ -7,7 +7,7 @@
 
 namespace {
 
-// Neighbours see their common edge from opposite ends.
+// Neighbors see their common edge from opposite ends.
 TEST(CubicHalves, AReversedEdgeHalvesToTheSameBits) {
     std::mt19937 random(2);
     std::uniform_real_distribution<float> unit(-1.0f, 1.0f);

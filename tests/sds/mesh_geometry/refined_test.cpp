@@ -10,7 +10,6 @@
 #include "oracles/refined_surface.h"
 #include "qn_ctx/ctx_eval.h"
 #include "sds/refinement/regular_kernels/regular_kernels.h"
-#include "support/recorders.h"
 
 namespace {
 
@@ -377,29 +376,6 @@ TEST(RefinedGeometry, DepthZeroIsTheSurfaceWithoutRefinement) {
             EXPECT_EQ(place.face, 1u);
             EXPECT_EQ(set.mesh.find_primitive(1, 0.25, 0.5).v, 0.5);
         }
-}
-
-TEST(RefinedGeometry, ReportsItsOwnStages) {
-    using Labels = std::vector<std::string>;
-    const ZooMesh cage = make_cut_torus();
-    for (const bool moves : {false, true}) {
-        BuiltSurface::Options options = refined_to(2);
-        const BuiltSurface surface(cage, options);
-        RecordingProgress bar;
-        const CoreArray<Vec3f> positions = to_core_array(cage.positions);
-        SdsMeshGeometry geometry;
-        geometry.set(surface.base, positions, moves ? positions : CoreArray<Vec3f>(), Mode::corners_fixed, &bar);
-        Labels labels;
-        float sum = 0.0f;
-        for (const RecordingProgress::Task& task : bar.tasks)
-            if (!task.label.empty()) labels.push_back(task.label), sum += task.weight;
-        Labels expected{"compute subdivision positions", "refine cage", "compute refined patches"};
-        if (moves) expected.push_back("compute refined motion vectors");
-        expected.push_back("update bbox and area");
-        EXPECT_EQ(labels, expected);
-        EXPECT_NEAR(sum, 1.0f, 1e-6f);
-        EXPECT_EQ(bar.values.back(), 1.0f);
-    }
 }
 
 }  // namespace

@@ -163,7 +163,7 @@ TEST(MeshProperty, RefinedSeamsDoNotBleed) {
     options.refinement.depth = 2;
     options.refinement.refine_maps = true;
     const BuiltSurface surface(cage, options);
-    // The first two triangles and their neighbours have items of their own.
+    // The first two triangles and their neighbors have items of their own.
     std::vector<unsigned int> indices(cage.indices.size());
     const auto vertex_count = static_cast<unsigned int>(cage.positions.size());
     for (unsigned int c = 0; c < indices.size(); ++c) indices[c] = cage.indices[c] + (c < 30 ? vertex_count : 0);
