@@ -128,7 +128,7 @@ std::uint32_t WeldedGrid::edge_point(std::uint32_t half_edge, unsigned int t) co
     if (t == 0) return m_corners[m_quad_indices[half_edge]];
     if (t == m_cells) return m_corners[end_vertex(half_edge)];
     const std::uint32_t owner = m_owners[half_edge];
-    return m_edges[owner] + (owner != half_edge ? m_cells - t : t) - 1;  // neighbours run the other way
+    return m_edges[owner] + (owner != half_edge ? m_cells - t : t) - 1;  // neighbors run the other way
 }
 
 std::uint32_t WeldedGrid::point(std::uint32_t quad, unsigned int i, unsigned int j) const {

@@ -7,8 +7,8 @@
 
 namespace sds_model {
 
-/// A grid of points over the quads of a mesh, numbered so that neighbouring quads share the points of their corners and
-/// edges. Neighbours of opposite winding share corners only: their patches part ways along the edge. Points of a quad
+/// A grid of points over the quads of a mesh, numbered so that neighboring quads share the points of their corners and
+/// edges. Neighbors of opposite winding share corners only: their patches part ways along the edge. Points of a quad
 /// are addressed by (i, j), both 0 .. cells, i along u (edge 0), j along v (edge 3 backwards).
 class WeldedGrid {
 public:

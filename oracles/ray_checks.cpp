@@ -46,7 +46,7 @@ double get_nudge(const RayOracle& oracle) {
 
 // True when the distance found is the oracle's for some ray up to two nudges beside this one, or lies between those of
 // such rays.
-bool holds_for_a_neighbour(const RayOracle& oracle, const GeometryRay& ray, double found, double tolerance) {
+bool holds_for_a_neighbor(const RayOracle& oracle, const GeometryRay& ray, double found, double tolerance) {
     Vec3d axis{0, 0, 0};
     axis[std::fabs(ray.direction[0]) < 0.5 * ray.direction.length() ? 0 : 1] = 1.0;
     Vec3d across = ray.direction.cross(axis);
@@ -146,7 +146,7 @@ HitAgreement compare_hits(const RayOracle& oracle, const TraceFunction& trace, s
             const double scale = diagonal + std::fabs(std::isfinite(t) ? t : expected.t);
             const double error = std::fabs(t - expected.t) / scale;
             if (!(error <= tolerance)) {
-                if (holds_for_a_neighbour(oracle, ray, t, tolerance * scale)) {
+                if (holds_for_a_neighbor(oracle, ray, t, tolerance * scale)) {
                     ++result.silhouettes;
                 } else {
                     ++result.wrong;
@@ -312,7 +312,7 @@ HoleCounts count_holes(const RayOracle& oracle, const TraceFunction& trace, cons
             if (t <= 1.0 + tolerance) continue;
             const Crossing expected = oracle.find_nearest(ray.origin, ray.direction, 0.0, infinity);
             if (t <= expected.t + tolerance && expected.primitive != none) continue;
-            if (std::isfinite(t) && holds_for_a_neighbour(oracle, ray, t, tolerance)) {
+            if (std::isfinite(t) && holds_for_a_neighbor(oracle, ray, t, tolerance)) {
                 ++result.grazing;
                 continue;
             }

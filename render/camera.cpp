@@ -98,8 +98,8 @@ CameraPose look_at(const Vec3& position, const Vec3& target, const Vec3& up, dou
                    unsigned int height) {
     CameraPose pose;
     pose.position = position;
-    pose.forward = normalised(target - position);
-    pose.right = normalised(pose.forward.cross(up));
+    pose.forward = normalized(target - position);
+    pose.right = normalized(pose.forward.cross(up));
     pose.up = pose.right.cross(pose.forward);
     if (!(pose.right.length() > 0.5)) throw std::invalid_argument("the camera looks along its up axis, or nowhere");
     const double smaller = std::min(width, height);
@@ -131,7 +131,7 @@ GeometryRay Camera::camera_ray(double x, double y) const {
         ray.direction = m_forward;
         return ray;
     }
-    ray.direction = normalised(m_forward + m_right * right + m_up * up);
+    ray.direction = normalized(m_forward + m_right * right + m_up * up);
     return ray;
 }
 
@@ -141,7 +141,7 @@ GeometryRay Camera::camera_ray(double x, double y, double lens_x, double lens_y)
     const Vec3 sharp = ray.origin + ray.direction * (m_focus / ray.direction.dot(m_forward));
     const double radius = m_lens_radius * std::sqrt(lens_x), angle = 2.0 * std::numbers::pi * lens_y;
     ray.origin += m_right * (radius * std::cos(angle)) + m_up * (radius * std::sin(angle));
-    ray.direction = normalised(sharp - ray.origin);
+    ray.direction = normalized(sharp - ray.origin);
     return ray;
 }
 

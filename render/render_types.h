@@ -13,7 +13,7 @@ using Color = GMathVec3<float>;
 
 inline constexpr unsigned int no_index = 0xFFFFFFFF;
 
-inline Vec3 normalised(const Vec3& v) {
+inline Vec3 normalized(const Vec3& v) {
     const double length = v.length();
     return length > 0.0 ? v * (1.0 / length) : v;
 }

@@ -18,7 +18,7 @@ struct SamplePoint {
 // All pixels draw from one sequence, along a curve that visits blocks of 2 x 1, 2 x 2, 4 x 2, ... pixels one after the
 // other, shuffled within every such block (Ahmed and Wonka, "Screen-Space Blue-Noise Diffusion of Monte Carlo Sampling
 // Error via Hierarchical Ordering of Pixels", 2020). A block's samples are then as well spread as a pixel's, so that
-// errors of neighbours cancel, where independent pixels would show grain.
+// errors of neighbors cancel, where independent pixels would show grain.
 class PixelSampler {
 public:
     // `count` is the number of samples that the pixel takes.

@@ -41,7 +41,7 @@ constexpr Color ground{0.17f, 0.14f, 0.12f};
 Shader::Shader(const Scene& scene, const Camera& camera, const ShadingOptions& options)
     : m_scene(&scene), m_camera(&camera), m_options(options), m_up(camera.get_up()) {
     const auto aim = [&](double right, double up, double back) {
-        return normalised(camera.get_right() * right + camera.get_up() * up - camera.get_forward() * back);
+        return normalized(camera.get_right() * right + camera.get_up() * up - camera.get_forward() * back);
     };
     m_key = {aim(-0.62, 0.80, 0.62), {2.00f, 1.90f, 1.76f}};
     m_fill = {aim(0.90, 0.05, 0.45), {0.20f, 0.27f, 0.38f}};
@@ -86,7 +86,7 @@ double Shader::get_key_share(const Facing& facing, double time, const PixelSampl
     const double cosine = get_soft_cosine(facing.normal, m_key.direction, 0.08);
     if (!(cosine > 0.0) || !m_options.shadow) return cosine;
     const Vec3 spread = get_disc_point(m_key.direction, sampler.get(sample, first_dimension_pair));
-    const Vec3 direction = normalised(m_key.direction + spread * key_radius);
+    const Vec3 direction = normalized(m_key.direction + spread * key_radius);
     const double infinity = std::numeric_limits<double>::infinity();
     return is_blocked(facing, direction, infinity, time, thread) ? 0.0 : cosine;
 }
@@ -150,7 +150,7 @@ Color Shader::shade(const SurfacePoint& point, const PixelSampler& sampler, unsi
 
     Color out = multiply(m_options.color(point), light);
     // A broad sheen tells curvature apart from shade (Blinn 1977, with Schlick's Fresnel term).
-    const Vec3 half = normalised(m_key.direction - point.direction);
+    const Vec3 half = normalized(m_key.direction - point.direction);
     const double fresnel = 0.04 + 0.96 * std::pow(1.0 - clamp_unit(half.dot(m_key.direction)), 5.0);
     const double sheen = key > 0.0 ? 2.2 * fresnel * std::pow(clamp_unit(normal.dot(half)), 26.0) : 0.0;
     out += m_key.color * static_cast<float>(sheen * std::min(1.0, 4.0 * key));

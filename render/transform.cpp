@@ -137,7 +137,7 @@ bool place_sample(const Transform& transform, double time, GeometrySample& sampl
                         vector(before.get_geometric_dpdv()), vector(before.get_d2pduu()), vector(before.get_d2pduv()),
                         vector(before.get_d2pdvv()));
     const Vec3 smooth = normal(before.get_smoothing_normal());
-    sample.set_smoothing(transform_point(matrix, before.get_smoothing_position()), normalised(smooth),
+    sample.set_smoothing(transform_point(matrix, before.get_smoothing_position()), normalized(smooth),
                          unit_derivative(smooth, normal(before.get_smoothing_dndu())),
                          unit_derivative(smooth, normal(before.get_smoothing_dndv())));
     const Vec3 carried = transform_point(transform.rate_at(time), before.get_geometric_position());

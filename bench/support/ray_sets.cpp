@@ -40,7 +40,7 @@ RaySet make_random_rays(const GMathBbox3<double>& box, unsigned int count) {
         Vec3d target;
         for (unsigned int a = 0; a < 3; ++a)
             target[a] = box.get_min()[a] + unit(random) * (box.get_max()[a] - box.get_min()[a]);
-        rays.push_back({origin, sds_render::normalised(target - origin), 0.0});
+        rays.push_back({origin, sds_render::normalized(target - origin), 0.0});
     }
     return rays;
 }

@@ -40,9 +40,9 @@ CameraPose pose_of(const UsdScene& layer, const UsdCamera& camera, double frame)
     const auto row = [&](std::size_t r) { return Vec3{matrix[4 * r], matrix[4 * r + 1], matrix[4 * r + 2]}; };
     CameraPose pose;
     pose.position = row(3);
-    pose.right = sds_render::normalised(row(0));
-    pose.up = sds_render::normalised(row(1));
-    pose.forward = -sds_render::normalised(row(2));
+    pose.right = sds_render::normalized(row(0));
+    pose.up = sds_render::normalized(row(1));
+    pose.forward = -sds_render::normalized(row(2));
     pose.is_parallel = camera.is_orthographic;
     const double focal = number_at(camera.focal_length, frame);
     const double unit = camera.is_orthographic ? tenth : 1.0 / focal;

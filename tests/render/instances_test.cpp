@@ -160,7 +160,7 @@ TEST(Instances, SamplesAreThoseOfTheTransformedSurface) {
             EXPECT_LT((difference(step, 0, normal) - sample.get_smoothing_dndu()).length(), 1e-6);
             EXPECT_LT((difference(0, step, normal) - sample.get_smoothing_dndv()).length(), 1e-6);
             // Both stay across the surface, the smoothing normal on the outside.
-            EXPECT_NEAR(sample.get_smoothing_normal().dot(normalised(sample.get_geometric_dpdu())), 0.0, 1e-9);
+            EXPECT_NEAR(sample.get_smoothing_normal().dot(normalized(sample.get_geometric_dpdu())), 0.0, 1e-9);
             EXPECT_NEAR(sample.get_smoothing_normal().dot(sample.get_geometric_normal()), -1.0, 1e-9);
         }
 }

@@ -349,7 +349,7 @@ TEST(Sampling, EveryElementaryIntervalGetsOneSample) {
                 if (std::has_single_bit(i + 1)) expect_spread(points);
             }
             points.clear();
-            for (unsigned int i = 0; i < 4 * 32; ++i)  // two each for the 16 samples of four neighbours
+            for (unsigned int i = 0; i < 4 * 32; ++i)  // two each for the 16 samples of four neighbors
                 points.push_back(PixelSampler(x + i / 32 % 2, y + i / 64, 16).get(i % 32, pair, 2));
             expect_spread(points);
         }
