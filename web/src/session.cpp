@@ -90,7 +90,7 @@ void Session::build(const Settings& settings) {
     SurfaceModes modes;
     modes.positions = settings.positions;
     modes.depth = settings.depth;
-    modes = follow_rules(modes, cage.rules, !settings.follows_file);
+    modes = follow_rules(modes, cage.rules, !settings.follows_file, false);
     check_memory_limit("the surface", estimate_build(cage, {}, false, modes).get_peak(), memory_limit);
     auto surface = std::make_unique<Surface>(cage, std::vector<UvSource>{}, std::vector<float>{}, modes, nullptr);
     SurfaceGrid grid;
