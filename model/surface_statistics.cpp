@@ -176,7 +176,7 @@ std::vector<ArraySize> array_sizes(const Surface& surface) {
     const auto add = [&list](const char* name, std::size_t bytes, sds::ArrayUnit unit) { list.add(name, bytes, unit); };
     sds::for_each_array(base, add);
     sds::for_each_array(geometry, add);
-    std::ranges::stable_partition(list.sizes, [](const ArraySize& size) { return !size.is_refined; });
+    std::stable_partition(list.sizes.begin(), list.sizes.end(), [](const ArraySize& size) { return !size.is_refined; });
     const SdsMeshMaps& maps = surface.get_maps();
     for (unsigned int m = 0; m < maps.get_uv_map_count(); ++m) list.add_uv_map(maps.get_uv_map(m));
     for (unsigned int m = 0; m < maps.get_color_map_count(); ++m)

@@ -71,9 +71,9 @@ private:
 };
 
 /// Of what tells most meshes apart; equal meshes have equal keys.
-std::size_t key_of(const UsdMesh& mesh) {
-    std::size_t key = 14695981039346656037u;
-    const auto add = [&key](std::size_t value) { key = (key ^ value) * 1099511628211u; };
+std::uint64_t key_of(const UsdMesh& mesh) {
+    std::uint64_t key = 14695981039346656037u;
+    const auto add = [&key](std::uint64_t value) { key = (key ^ value) * 1099511628211u; };
     add(mesh.points.values.size());
     add(mesh.indices.size());
     const std::size_t stride = mesh.points.values.size() / 64 + 1;
@@ -128,13 +128,13 @@ Transform make_transform(const UsdScene& scene, std::uint32_t node, const UsdFra
 SceneSource make_scene_source(const UsdScene& scene, const UsdFrame& frame, const UsdMeshOptions& options,
                               const std::string& file) {
     SceneSource out;
-    std::unordered_multimap<std::size_t, std::uint32_t> known;  // indices of scene.meshes
+    std::unordered_multimap<std::uint64_t, std::uint32_t> known;  // indices of scene.meshes
     std::vector<std::uint32_t> made(scene.meshes.size());
     for (std::uint32_t m = 0; m < scene.meshes.size(); ++m) {
         const UsdMesh& mesh = scene.meshes[m];
         if (!is_shown(scene, mesh.node, frame.time)) continue;
         const std::string path = prim_path(scene, mesh.node);
-        const std::size_t key = key_of(mesh);
+        const std::uint64_t key = key_of(mesh);
         const auto [first, last] = known.equal_range(key);
         const auto same =
             std::find_if(first, last, [&](const auto& entry) { return is_same(scene.meshes[entry.second], mesh); });
