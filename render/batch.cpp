@@ -20,12 +20,7 @@ bool is_traceable(const GeometryRay& ray) {
 }
 
 void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count,
-                     const std::function<void(std::size_t, RenderThread&)>& visit) {
-    intersect_batch(scene, rays, count, nullptr, visit);
-}
-
-void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count, unsigned int* objects,
-                     const std::function<void(std::size_t, RenderThread&)>& visit) {
+                     const std::function<void(std::size_t, RenderThread&)>& visit, unsigned int* objects) {
     std::vector<std::unique_ptr<RenderThread>> threads(sys_max_worker_count());
     for (auto& thread : threads) thread = std::make_unique<RenderThread>(scene.get_shader_ctx());
     const auto tasks = static_cast<unsigned int>((count + rays_per_task - 1) / rays_per_task);

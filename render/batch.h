@@ -32,12 +32,11 @@ Shutter get_shutter_of(std::size_t count, const RayAt& ray_at) {
 
 // Scene::intersect for every ray that is_traceable; the others keep their record without a hit. `visit`, which may be
 // empty, is called once for every ray, after it was traced, on the thread that traced it. Calls for different rays run
-// at the same time; what one of them throws is thrown here.
+// at the same time; what one of them throws is thrown here. `objects`, which may be null, holds `count` indices of the
+// objects that are hit, which stay as they are where nothing is.
 void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count,
-                     const std::function<void(std::size_t ray, RenderThread& thread)>& visit);
-// The same with the index of the object that was hit: `objects` holds `count`, and stays as it is where nothing is.
-void intersect_batch(const Scene& scene, GeometryRay* rays, std::size_t count, unsigned int* objects,
-                     const std::function<void(std::size_t ray, RenderThread& thread)>& visit);
+                     const std::function<void(std::size_t ray, RenderThread& thread)>& visit,
+                     unsigned int* objects = nullptr);
 
 enum class SelectMode : int {
     touch = 0,   // some part of the primitive

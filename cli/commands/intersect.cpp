@@ -59,10 +59,10 @@ void HitRows::write(const GeometryRay& ray, unsigned int object, const CtxEval& 
 void HitRows::trace(const sds_render::Scene& scene, std::vector<GeometryRay>& rays) {
     rows.resize(rays.size() * get_row_size());
     objects.assign(rays.size(), sds_render::no_index);
-    sds_render::intersect_batch(scene, rays.data(), rays.size(), objects.data(),
-                                [&](std::size_t i, sds_render::RenderThread& thread) {
-                                    write(rays[i], objects[i], thread.get_eval(), &rows[i * get_row_size()]);
-                                });
+    const auto write_row = [&](std::size_t i, sds_render::RenderThread& thread) {
+        write(rays[i], objects[i], thread.get_eval(), &rows[i * get_row_size()]);
+    };
+    sds_render::intersect_batch(scene, rays.data(), rays.size(), write_row, objects.data());
 }
 
 /// Number, path and hits of every mesh, a line each.

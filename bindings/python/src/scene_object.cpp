@@ -85,7 +85,7 @@ void SceneObject::trace(const RayArrays& rays, GeometryRayMode mode, const Visit
                 records[i] = rays.at(first + i);
                 records[i].mode = mode;
             }
-            sds_render::intersect_batch(*scene, records.data(), count, objects.data(), {});
+            sds_render::intersect_batch(*scene, records.data(), count, {}, objects.data());
             for (std::size_t i = 0; i < count; ++i) visit(first + i, records[i].hit, objects[i]);
         }
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
