@@ -149,10 +149,12 @@ unsigned int compute_controls_of(const RegularFaces& level, unsigned int begin, 
 #pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int v = quad[k], behind = (k + 3) & 3u;
-            corner[k] = level.is_known[v] != 0
-                            ? SimdDouble4::load4(level.limits + 4 * size_t{v})
-                            : ring.make_limit(c, k, q, starts[k], ends[k], starts[behind], ends[behind]);
-            level.is_known[v] = 1;
+            if (level.is_known[v] != 0) {
+                corner[k] = SimdDouble4::load4(level.limits + 4 * size_t{v});
+                continue;
+            }
+            corner[k] = ring.make_limit(c, k, q, starts[k], ends[k], starts[behind], ends[behind]);
+            level.is_known[v] = 1;  // written by one thread at most
         }
 
         const SimdDouble4 q4[4] = {q[0] * four, q[1] * four, q[2] * four, q[3] * four};
