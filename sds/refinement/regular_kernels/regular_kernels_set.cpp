@@ -102,14 +102,16 @@ void compute_limits_of(const RegularFaces& level, const unsigned int* first, uns
         const unsigned int c = corners.begin_of_face(f);
         const unsigned int* quad = level.vertices + c;
         for (unsigned int k = 0; k < 4; ++k) {
-            if (first[quad[k]] != c + k || level.is_known[quad[k]] != 0) continue;
+            if (first[quad[k]] != c + k) continue;
+            const bool is_known = level.is_known[quad[k]] != 0;
+            level.is_known[quad[k]] = 1;
+            if (is_known) continue;
             const SimdDouble4 q[4] = {ring.load(quad[0]), ring.load(quad[1]), ring.load(quad[2]), ring.load(quad[3])};
             unsigned int start = 0, end_ahead = 0, start_behind = 0, end_behind = 0;
             ring.find_beside(c + k, start, end_ahead);
             ring.find_beside(c + ((k + 3) & 3u), start_behind, end_behind);
             ring.make_limit(c, k, q, ring.load(start), ring.load(end_ahead), ring.load(start_behind),
                             ring.load(end_behind));
-            level.is_known[quad[k]] = 1;
         }
     }
 }
@@ -149,12 +151,10 @@ unsigned int compute_controls_of(const RegularFaces& level, unsigned int begin, 
 #pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int v = quad[k], behind = (k + 3) & 3u;
-            if (level.is_known[v] != 0) {
-                corner[k] = SimdDouble4::load4(level.limits + 4 * size_t{v});
-                continue;
-            }
-            corner[k] = ring.make_limit(c, k, q, starts[k], ends[k], starts[behind], ends[behind]);
-            level.is_known[v] = 1;  // written by one thread at most
+            const unsigned char known = level.is_known[v];
+            corner[k] = known != 0 ? SimdDouble4::load4(level.limits + 4 * size_t{v})
+                                   : ring.make_limit(c, k, q, starts[k], ends[k], starts[behind], ends[behind]);
+            if (known != 1) level.is_known[v] = 1;  // on many threads all are 1 from compute_limits
         }
 
         const SimdDouble4 q4[4] = {q[0] * four, q[1] * four, q[2] * four, q[3] * four};
