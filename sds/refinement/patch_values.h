@@ -95,6 +95,7 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
     sink.begin_leaves(level);
     const auto visit = [&](LeafPatches& own, unsigned int begin, unsigned int end) {
         for_each_face(level, FaceState::leaf, begin, end, [&](unsigned int f) {
+            if (sink.add_smooth_leaf(f, level.face_patches[f])) return;
             Value controls[16];
             own.compute(f, values, limits, controls);
             sink.add_leaf(f, level.face_patches[f], controls, values, own);
@@ -115,7 +116,8 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
 //     sink.begin_level(level, next level or null)
 //     sink.add_regular(level, values, limits, regular), for all emitted faces at once
 //     sink.begin_leaves(level), where it has any
-//     sink.add_leaf(face, patch, 16 controls, values of the level, leaves), on the manager's threads when there is one
+//     sink.add_smooth_leaf(face, patch), on the manager's threads when there is one: whether the sink has a way of its
+//     own sink.add_leaf(face, patch, 16 controls, values of the level, leaves) for the other leaves, likewise
 //     sink.end_leaves(level)
 //     sink.end_level(limits)
 // `value_at(v)` is the value of the cage's vertex v. One step of progress per level.
@@ -169,6 +171,7 @@ struct ControlsVisitor {
     void end_level(const PatchLimits<Value>&) {}
     void begin_leaves(const RefinementLevel&) {}
     void end_leaves(const RefinementLevel&) {}
+    static bool add_smooth_leaf(unsigned int, unsigned int) { return false; }
     void add_regular(const RefinementLevel& level, const LevelValues<Value>&, PatchLimits<Value>&,
                      RegularPatches<Value>& regular) {
         for_each_face(level, FaceState::emitted, [&](unsigned int f) {

@@ -1,5 +1,5 @@
-// Control points of the regular faces of a level, straight to their rounded places: what RegularPatches computes, with
-// the same bits, for points only.
+// Control points of a level's patches, straight to their rounded places: what RegularPatches and LeafPatches compute,
+// with the same bits, for points only.
 //
 // The kernels are plain functions on plain records, compiled once per instruction set and chosen at run time
 // (sds/common/kernel_set.h). All sets give the same bits.
@@ -7,8 +7,17 @@
 
 namespace sds {
 
+constexpr unsigned int max_leaf_valence = 32;
+
+// What the points around a smooth vertex count in its tangents, by the edges that lead to them, and the cosine of the
+// angle between two edges.
+struct LeafWeights {
+    const double *edge, *diagonal;
+    double turn_cosine;
+};
+
 // Views of a level, its points and its patches.
-struct RegularFaces {
+struct LevelFaces {
     const unsigned char* states;     // per face
     const unsigned int* patches;     // per face
     const unsigned int* offsets;     // per face: its first face-corner; null when all faces are quads
@@ -23,30 +32,38 @@ struct RegularFaces {
     unsigned int* net_offsets;       // per patch
     double shortest_squared;         // of an edge whose patch needs no nets
     unsigned char emitted;           // the state of regular faces
+    // Of leaves only, which are quads.
+    const unsigned char* kinds;         // per vertex, 0 for regular ones
+    const unsigned int* valences;       // per vertex
+    const unsigned int* sharp_indices;  // per vertex, none for smooth ones; null when all are
+    const LeafWeights* leaf_weights;    // per valence up to max_leaf_valence
 };
 
-struct RegularKernels {
+struct LevelKernels {
     // The limit points of the vertices whose first face-corner, first[v], belongs to the emitted faces begin to end.
-    void (*compute_limits)(const RegularFaces& level, const unsigned int* first, unsigned int begin, unsigned int end);
+    void (*compute_limits)(const LevelFaces& level, const unsigned int* first, unsigned int begin, unsigned int end);
     // The patches of the emitted faces begin to end, and limit points where they are not known. The net offset of a
     // patch that needs nets becomes 0, of another none. Returns how many need them.
-    unsigned int (*compute_controls)(const RegularFaces& level, unsigned int begin, unsigned int end);
+    unsigned int (*compute_controls)(const LevelFaces& level, unsigned int begin, unsigned int end);
+    // The controls of a leaf, 48 floats, from limit points that are known, and its nets, 72 floats, where not null.
+    // False, with nothing written, unless all at its corners is smooth and of small valence.
+    bool (*compute_leaf)(const LevelFaces& level, unsigned int face, float* controls, float* nets);
 };
 
 // The table of the best instruction set that the processor has.
-const RegularKernels& get_regular_kernels();
+const LevelKernels& get_level_kernels();
 // The tables that this build and processor have, baseline first; null ends the list.
-const RegularKernels* const* get_all_regular_kernels();
+const LevelKernels* const* get_all_level_kernels();
 
 namespace baseline {
-extern const RegularKernels regular_kernels;
+extern const LevelKernels level_kernels;
 }
 // In builds with QN_WIDE_KERNELS.
 namespace avx2 {
-extern const RegularKernels regular_kernels;
+extern const LevelKernels level_kernels;
 }
 namespace avx512 {
-extern const RegularKernels regular_kernels;
+extern const LevelKernels level_kernels;
 }
 
 }  // namespace sds
