@@ -233,9 +233,8 @@ private:
     }
     void exchange(const RefinementLevel& level, FaceState state, unsigned int begin, unsigned int end) {
         if (!m_handed.concerns_level()) return;
-        for_each_face(level, state, begin, end, [&](unsigned int f) {
-            if (m_handed.concerns(f)) m_handed.exchange(f, get_controls(level.face_patches[f]));
-        });
+        for_each_face(level, state, begin, end,
+                      [&](unsigned int f) { m_handed.exchange(f, get_controls(level.face_patches[f])); });
     }
     // Gives the patches of a level's faces that store nets, which the net offsets say, their places.
     void make_room_for_nets(const RefinementLevel& level, FaceState state) {

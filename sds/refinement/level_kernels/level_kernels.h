@@ -1,5 +1,5 @@
-// Control points of a level's patches, straight to their rounded places: what RegularPatches and LeafPatches compute,
-// with the same bits, for points only.
+// Points of levels, and control points of their patches straight to their rounded places: what value_rules.h,
+// RegularPatches and LeafPatches compute, with the same bits, for points only.
 //
 // The kernels are plain functions on plain records, compiled once per instruction set and chosen at run time
 // (sds/common/kernel_set.h). All sets give the same bits.
@@ -39,6 +39,24 @@ struct LevelFaces {
     const LeafWeights* leaf_weights;    // per valence up to max_leaf_valence
 };
 
+// Views of a level of quads with its step, and of the points around it. Arrays of points hold one number more than
+// their points have.
+struct LevelPoints {
+    unsigned int face_count, edge_count, vertex_count;
+    const unsigned int* vertices;   // per face-corner
+    const unsigned int* opposites;  // per face-corner, not none beside edges of sharpness 0
+    const unsigned int* valences;   // per vertex
+    const unsigned int* edge_corners;
+    const unsigned int* edge_ends;  // two per edge
+    const float* edge_sharpness;
+    float infinite_sharpness;
+    const unsigned int *vertex_children, *edge_children, *face_children;  // or none, in increasing order
+    const double* points;                                                 // three per vertex
+    double* face_points;                                                  // three per face
+    double* sums;         // eight per vertex: three over edges, three over faces, and a number after each
+    double* fine_points;  // of the next level
+};
+
 struct LevelKernels {
     // The limit points of the vertices whose first face-corner, first[v], belongs to the emitted faces begin to end.
     void (*compute_limits)(const LevelFaces& level, const unsigned int* first, unsigned int begin, unsigned int end);
@@ -48,6 +66,12 @@ struct LevelKernels {
     // The controls of a leaf, 48 floats, from limit points that are known, and its nets, 72 floats, where not null.
     // False, with nothing written, unless all at its corners is smooth and of small valence.
     bool (*compute_leaf)(const LevelFaces& level, unsigned int face, float* controls, float* nets);
+    // Face points of the given faces, in increasing order, and the sums of their vertices over these faces. Needs
+    // neither edges nor children.
+    void (*sum_neighbors)(const LevelPoints& level, const unsigned int* faces, unsigned int count);
+    // The next level's points by the rules of smooth vertices, and of smooth or infinitely sharp edges. False when
+    // there are other edges.
+    bool (*refine_points)(const LevelPoints& level);
 };
 
 // The table of the best instruction set that the processor has.

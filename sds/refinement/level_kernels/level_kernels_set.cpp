@@ -4,6 +4,7 @@
 #include "qn_simd/simd_double4.h"
 #include "sds/common/kernel_set.h"
 #include "sds/refinement/level_kernels/level_kernels.h"
+#include "sds/refinement/level_kernels/level_points.h"
 #include "sds/refinement/level_kernels/smooth_leaf.h"
 
 namespace sds {
@@ -207,6 +208,7 @@ unsigned int compute_controls(const LevelFaces& level, unsigned int begin, unsig
 
 }  // namespace
 
-const LevelKernels QN_KERNEL_SET::level_kernels = {&compute_limits, &compute_controls, &compute_smooth_leaf};
+const LevelKernels QN_KERNEL_SET::level_kernels = {&compute_limits, &compute_controls, &compute_smooth_leaf,
+                                                   &sum_neighbors, &refine_points};
 
 }  // namespace sds
