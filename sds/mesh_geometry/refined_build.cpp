@@ -137,14 +137,14 @@ sds::PatchArrays SdsMeshGeometry::get_refined_arrays() const {
     const sds::RefinedPatches& rest = refinement->rest;
     sds::PatchArrays patches{};
     patches.controls = rest.get_patch_count() == 0 ? nullptr : rest.get_controls()->get_data();
-    patches.net_offsets = rest.get_net_offsets().get_data();
+    patches.net_places = rest.get_net_places();
     patches.nets = rest.get_net_count() == 0 ? nullptr : rest.get_nets()->get_data();
     return patches;
 }
 
 void SdsMeshGeometry::add_refined_nets(const sds::RefinedPatches& patches, const unsigned int& primitive,
                                        const float& weight, Vec3f* out) {
-    const unsigned int offset = patches.get_net_offsets()[primitive];
+    const unsigned int offset = patches.get_net_places().find(primitive);
     if (offset != sds::none) {
         const Vec3f* stored = patches.get_nets() + offset;
         for (unsigned int i = 0; i < 24; ++i) out[i] += stored[i] * weight;
