@@ -156,7 +156,9 @@ Color Shader::shade(const SurfacePoint& point, const PixelSampler& sampler, unsi
     out += m_key.color * static_cast<float>(sheen * std::min(1.0, 4.0 * key));
 
     if (m_options.wire) {
-        const double coverage = get_wire_coverage(point, *m_camera, m_options.wire_width);
+        const double coverage = m_camera->is_moving()
+                                    ? get_wire_coverage(point, m_camera->at(point.fragment.time), m_options.wire_width)
+                                    : get_wire_coverage(point, *m_camera, m_options.wire_width);
         out = mix(out, m_options.wire_color, static_cast<float>(0.85 * coverage));
     }
     return out;

@@ -91,14 +91,16 @@ TileRenderer::Sample TileRenderer::make_sample(unsigned int x, unsigned int y, u
 
 GeometryRay TileRenderer::make_ray(const Sample& sample) const {
     const PixelSampler sampler(sample.x, sample.y, m_options->samples);
-    GeometryRay ray = m_camera->camera_ray(sample.at_x, sample.at_y);
-    if (m_camera->has_lens()) {
-        const SamplePoint lens = sampler.get(sample.index, Shader::lens_dimension_pair);
-        ray = m_camera->camera_ray(sample.at_x, sample.at_y, lens.x, lens.y);
-    }
     const Shutter& shutter = m_scene->get_shutter();
-    ray.time = shutter.open;
-    if (shutter.close > shutter.open) ray.time += (shutter.close - shutter.open) * sampler.get(sample.index, 1).x;
+    double time = shutter.open;
+    if (shutter.close > shutter.open) time += (shutter.close - shutter.open) * sampler.get(sample.index, 1).x;
+    const auto take = [&](const Camera& camera) {
+        if (!camera.has_lens()) return camera.camera_ray(sample.at_x, sample.at_y);
+        const SamplePoint lens = sampler.get(sample.index, Shader::lens_dimension_pair);
+        return camera.camera_ray(sample.at_x, sample.at_y, lens.x, lens.y);
+    };
+    GeometryRay ray = m_camera->is_moving() ? take(m_camera->at(time)) : take(*m_camera);
+    ray.time = time;
     return ray;
 }
 
@@ -149,7 +151,8 @@ void TileRenderer::add_hit(const Packet& packet, unsigned int i, Pixel& pixel, R
     point.is_mirrored = !place_sample(m_scene->get_transform(point.object_index), ray.time, point.sample);
     point.position = ray.origin + ray.direction * ray.hit.t;
     point.direction = ray.direction;
-    point.depth = m_camera->get_depth(point.position);
+    point.depth =
+        m_camera->is_moving() ? m_camera->at(ray.time).get_depth(point.position) : m_camera->get_depth(point.position);
     pixel.color += m_shader.shade(point, PixelSampler(sample.x, sample.y, m_options->samples), sample.index, thread);
     pixel.alpha += 1.0f;
     add_layers(&point, is_nearest, pixel);
