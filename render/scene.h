@@ -76,10 +76,13 @@ public:
     // True when anything lies between tnear and tfar. Sets the ray's mode to `any`.
     bool occluded(GeometryRay& ray, RenderThread& thread) const;
 
-    // `intersect` for `count` rays at once, 1 to RenderThread::packet_size. Rays that meet the same primitive reach it
-    // together, as one range with an intersection map, unless it moves and their times differ. `objects` holds `count`
-    // indices, no_index where there is no hit.
+    // `intersect` for `count` rays of one mode at once, 1 to RenderThread::packet_size. Rays that meet the same
+    // primitive reach it together, as one range with an intersection map, unless it moves and their times differ.
+    // `objects` holds `count` indices, no_index where there is no hit.
     void intersect_packet(GeometryRay* rays, unsigned int count, RenderThread& thread, unsigned int* objects) const;
+
+    // `occluded` for as many: a ray has a hit where something is in its way. Sets the rays' modes to `any`.
+    void occluded_packet(GeometryRay* rays, unsigned int count, RenderThread& thread) const;
 
 private:
     struct Impl;
