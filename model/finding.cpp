@@ -79,7 +79,7 @@ constexpr Row rows[] = {
     {unkept_property, "unkept_property", warning, "property with NaN, infinite, huge or too many numbers", "left out"},
     {unknown_record, "unknown_record", warning, "unknown record", "skipped"},
     in_words_of(unused_vertex, PolyFindingCode::unused_vertex),
-    {unkept_rule, "unkept_rule", note, "rule that only refined surfaces follow", "ignored"},
+    {unkept_rule, "unkept_rule", note, "rule that the surface does not follow", "ignored"},
     {ignored_tag, "ignored_tag", note, "unknown tag", "ignored"},
     {unused_record, "unused_record", note, "record without a bearing on the surface", "ignored"},
     {unused_group, "unused_group", note, "groups of one material; materials make the shading groups", "not told apart"},
