@@ -5,6 +5,7 @@
 #pragma once
 
 #include "sds/mesh_base/sds_mesh_base.h"
+#include "sds/refinement/net_places.h"
 
 namespace sds {
 
@@ -19,7 +20,7 @@ struct PatchArrays {
     // Of a refined surface, else null, and then instead of all above: sixteen controls a patch, and per patch where its
     // 24 vectors of derivative nets begin, or none.
     const float* controls = nullptr;
-    const unsigned int* net_offsets = nullptr;
+    NetPlaces net_places = {};
     const float* nets = nullptr;
 };
 
@@ -45,6 +46,10 @@ struct PairKernels {
     // of the boxes with their points, and cells without a finite area of the areas.
     void (*add_patches)(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
                         PatchSums* sums);
+
+    // Writes the boxes of the patches begin to end, least and greatest coordinates, six numbers each: those of single
+    // patches, to the bit.
+    void (*compute_boxes)(const PatchArrays& surface, unsigned int begin, unsigned int end, double* boxes);
 };
 
 // The table of the best instruction set that the processor has.
