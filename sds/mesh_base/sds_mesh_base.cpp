@@ -104,6 +104,7 @@ void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<uns
     is_step_due = false;
     step_source.reset();
     control_cage.reset();
+    quad_count = 0;
 
     const CoreArray<unsigned int> polygon_offsets = sds::polygon_offsets(polygon_counts);
     const bool all_quads =

@@ -19,16 +19,18 @@ constexpr unsigned int min_threaded_indices = 512;
 
 }  // namespace
 
-SdsMeshGeometry::SdsMeshGeometry() : sample_lock(std::make_shared<SysThreadLock>()) {}
+SdsMeshGeometry::SdsMeshGeometry()
+    : area_lock(std::make_unique<SysThreadLock>()), sample_lock(std::make_shared<SysThreadLock>()) {}
 
 SdsMeshGeometry::SdsMeshGeometry(const SdsMeshGeometry& other)
     : ResourceData(other),
       base(other.base),
       mode(other.mode),
+      area_lock(std::make_unique<SysThreadLock>()),
       sample_lock(std::make_shared<SysThreadLock>()),
       refinement(other.refinement) {
     const GeometryPointCloud& cloud = other.get_point_cloud();
-    arrays = other.arrays;
+    copy_arrays(other);
     point_cloud.init(cloud.get_count(), cloud.get_positions().get_data(), nullptr,
                      cloud.has_velocities() ? cloud.get_velocities().get_data() : nullptr);
     if (other.has_positions_sampling()) set_positions_sampling(other.get_positions_sampling(), other.sample_loader);
@@ -50,11 +52,18 @@ SdsMeshGeometry& SdsMeshGeometry::operator=(const SdsMeshGeometry& other) {
     sample_loader = other.sample_loader;
     cloud_loader = other.cloud_loader;
     refinement = other.refinement;
-    arrays = other.arrays;
+    copy_arrays(other);
     return *this;
 }
 
 SdsMeshGeometry::~SdsMeshGeometry() = default;
+
+// Others may be reading areas meanwhile.
+void SdsMeshGeometry::copy_arrays(const SdsMeshGeometry& other) {
+    const SysThreadLockGuard guard(*other.area_lock);
+    are_areas_due = other.are_areas_due.load();
+    arrays = other.arrays;
+}
 
 const CoreClassInfo& SdsMeshGeometry::get_class_info() const { return class_info(); }
 const CoreClassInfo& SdsMeshGeometry::class_info() {
@@ -189,7 +198,7 @@ void SdsMeshGeometry::build_quads(const CoreArray<Vec3f>& positions, const CoreA
 
 void SdsMeshGeometry::build_boxes(const float& weight, SysThreadTaskManager* tasks, AppProgressBar* progress) {
     const sds::ProgressTask task(progress, "update bbox and area", weight);
-    update_bbox_and_area(tasks, progress);
+    update_bbox(tasks, progress);
 }
 
 void SdsMeshGeometry::build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress) {
