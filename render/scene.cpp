@@ -130,7 +130,14 @@ Bbox3 SceneObject::settle_box() {
     Bbox3 box = Bbox3::empty();
     for (const Bbox3& primitive : bounds.boxes)
         if (is_valid_box(primitive)) box.grow(primitive);
-    if (!box.is_empty()) reference = box.get_center();
+    if (box.is_empty()) return box;
+    reference = box.get_center();
+    if (is_animated() || bounds.step_count != 1) return box;
+    ray_index = object->make_ray_index(CoreBasicArray<Bbox3>(bounds.primitive_count, bounds.boxes.data()));
+    if (ray_index) {
+        bounds.primitive_count = 1;
+        bounds.boxes = {box};
+    }
     return box;
 }
 
@@ -173,6 +180,10 @@ void Scene::Impl::compute_instance_bounds(InstanceGroup& group, bool moves) {
 
 void Scene::Impl::build() {
     if (bbox.is_empty()) return;
+    if (entries.size() == 1 && objects.size() == 1 && objects.front()->ray_index) {
+        only_object = objects.front().get();
+        return;
+    }
     // Building runs in the calling arena. A thread count given to the device would limit the whole process.
     device.reset(rtcNewDevice(nullptr));
     if (!device) check_device(nullptr);
@@ -197,7 +208,7 @@ void Scene::Impl::build() {
 }
 
 void Scene::Impl::build_shared(SharedObject& shared) {
-    if (shared.box.is_empty()) return;
+    if (shared.box.is_empty() || shared.primitives.ray_index) return;
     shared.primitives.space = &shared.own_space;
     shared.hierarchy = build_hierarchy(device.get(), [&](RTCScene scene) {
         attach(scene, shared.primitives, 0, &intersect_primitive_callback, &occlude_primitive_callback);

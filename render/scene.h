@@ -65,9 +65,9 @@ public:
     // True when anything lies between tnear and tfar. Sets the ray's mode to `any`.
     bool occluded(GeometryRay& ray, RenderThread& thread) const;
 
-    // `intersect` for `count` rays at once, 1 to RenderThread::packet_size. Rays that meet the same primitive reach it
-    // together, as one range with an intersection map, unless it moves and their times differ. `objects` holds `count`
-    // indices, no_index where there is no hit.
+    // `intersect` for `count` rays at once, 1 to RenderThread::packet_size. Rays that meet the same primitive, or
+    // object with a hierarchy of its own, reach it together, as one range, unless it moves and their times differ.
+    // `objects` holds `count` indices, no_index where there is no hit.
     void intersect_packet(GeometryRay* rays, unsigned int count, RenderThread& thread, unsigned int* objects) const;
 
 private:

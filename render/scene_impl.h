@@ -32,12 +32,14 @@ struct BoundedPrimitives {
 
 struct SceneObject : BoundedPrimitives {
     bool is_animated() const { return ray_data.has_motion_blur; }
-    // Box over the whole shutter; gives the object its reference.
+    // Box over the whole shutter; gives the object its reference, and its own hierarchy if it has one. Such an object
+    // is one primitive to the scene's.
     Bbox3 settle_box();
 
     const GeometryObject* object = nullptr;
     unsigned int index = 0;
     GeometryRaytraceData ray_data;
+    std::unique_ptr<const GeometryRayIndex> ray_index;
     // One point per object, so that its kernels narrow a ray the same way for all primitives.
     Vec3 reference{0, 0, 0};
 };
@@ -47,7 +49,7 @@ struct SharedObject {
     SceneObject primitives;
     UnitSpace own_space;
     Bbox3 box = Bbox3::empty();  // with room for hits that kernels accept beside it
-    HierarchyHandle hierarchy;   // null without primitives
+    HierarchyHandle hierarchy;   // null without primitives, and where the object has its own
 };
 
 struct Instance {
@@ -78,7 +80,8 @@ struct Scene::Impl {
     std::vector<std::unique_ptr<SharedObject>> shared_objects;
     InstanceGroup still_instances, moving_instances;
     DeviceHandle device;
-    HierarchyHandle hierarchy;  // null until built, and in a scene without primitives
+    HierarchyHandle hierarchy;  // null until built, in a scene without primitives, and where there is only_object
+    const SceneObject* only_object = nullptr;  // all that is in the scene, with a hierarchy of its own
 
     void sort_entries();
     void set_motion_sampling();
