@@ -24,7 +24,7 @@ using HierarchyHandle = std::unique_ptr<std::remove_pointer_t<RTCScene>, Hierarc
 
 // Primitives of one geometry of a hierarchy. Its user pointer is this part of what they belong to.
 struct BoundedPrimitives {
-    // Only while the hierarchy is built.
+    // Only while the hierarchy is built, unless it is refitted later.
     const UnitSpace* space = nullptr;
     PrimitiveBounds bounds;
     SysHandOver build_started, build_finished;
@@ -32,14 +32,18 @@ struct BoundedPrimitives {
 
 struct SceneObject : BoundedPrimitives {
     bool is_animated() const { return ray_data.has_motion_blur; }
-    // Box over the whole shutter; gives the object its reference, and its own hierarchy if it has one. Such an object
-    // is one primitive to the scene's.
+    // Box over the whole shutter; gives the object its reference.
     Bbox3 settle_box();
+    // Asks an object that stands still for a hierarchy of its own.
+    void make_ray_index(const Bbox3& box);
 
     const GeometryObject* object = nullptr;
     unsigned int index = 0;
     GeometryRaytraceData ray_data;
+    // Null unless the object has a hierarchy of its own; it is one primitive of the scene's then.
     std::unique_ptr<const GeometryRayIndex> ray_index;
+    // Still primitives without a valid box.
+    std::vector<unsigned int> left_out;
     // One point per object, so that its kernels narrow a ray the same way for all primitives.
     Vec3 reference{0, 0, 0};
 };
@@ -82,6 +86,7 @@ struct Scene::Impl {
     DeviceHandle device;
     HierarchyHandle hierarchy;  // null until built, in a scene without primitives, and where there is only_object
     const SceneObject* only_object = nullptr;  // all that is in the scene, with a hierarchy of its own
+    bool is_refitted = false;                  // by updates; the bounds are kept then
 
     void sort_entries();
     void set_motion_sampling();
@@ -90,6 +95,10 @@ struct Scene::Impl {
     void build();
     void build_shared(SharedObject& shared);
     void forget_bounds();
+    bool can_be_refitted() const;
+    // False, and the hierarchy of no use, where it has to be built anew.
+    bool refit();
+    void forget_commit();
 
     bool is_moving() const { return shutter.close > shutter.open; }
     float get_hierarchy_time(double time) const;

@@ -7,6 +7,8 @@
 
 namespace sds {
 
+struct NetWeights;
+
 class RayIndex final : public GeometryRayIndex, private TreeSurface {
 public:
     // Above these counts what rays meet leaves the second-level cache, and what is saved is lost on fetching it.
@@ -25,7 +27,7 @@ private:
     const ControlLanes& get_controls(const CtxEval& ctx, unsigned int patch) const override;
     unsigned int get_level(unsigned int patch) const override { return m_mesh->get_cell_level(patch); }
 
-    void set_parts(unsigned int patch, unsigned int level, float margin);
+    void set_parts(unsigned int patch, const NetWeights& weights, float margin);
 
     const SdsMesh* m_mesh = nullptr;
     GMathVec3<double> m_center{0, 0, 0};

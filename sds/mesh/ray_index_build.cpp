@@ -11,6 +11,20 @@
 
 namespace sds {
 
+// Weights of the points i / 2^level along one side, in every lane.
+struct NetWeights {
+    static constexpr unsigned int max_size = 9;
+    SimdFloat4 at[max_size][4];
+
+    explicit NetWeights(unsigned int level) {
+        const unsigned int size = get_kept_side(level);
+        for (unsigned int i = 0; i < size; ++i) {
+            const auto basis = CubicBasis<float>::make_symmetric(static_cast<float>(i) / static_cast<float>(size - 1));
+            for (unsigned int k = 0; k < 4; ++k) at[i][k] = SimdFloat4(basis.b[k]);
+        }
+    }
+};
+
 namespace {
 
 // Thirteen points or rows of points: those of four parts, each sharing its last with the next one's first.
@@ -66,18 +80,13 @@ void find_bounds(const float* coords, PartBounds& bounds) {
 
 // The corners of a patch's flat cells of level 2 or 3, one coordinate of (i, j) in row i, place j.
 struct CellNet {
-    static constexpr unsigned int max_size = 9, row_size = 12;
-    float at[max_size][row_size];
+    static constexpr unsigned int row_size = 12;
+    float at[NetWeights::max_size][row_size];
 
     // Every point by symmetric sums first along v, then along u, with weights that are exactly 0 and 1 at the ends:
     // patches that share an edge get its points to the same bits.
-    CellNet(const float* coords, unsigned int level) {
-        const unsigned int size = (1u << level) + 1;
-        SimdFloat4 weights[max_size][4];
-        for (unsigned int i = 0; i < size; ++i) {
-            const auto basis = CubicBasis<float>::make_symmetric(static_cast<float>(i) / static_cast<float>(size - 1));
-            for (unsigned int k = 0; k < 4; ++k) weights[i][k] = SimdFloat4(basis.b[k]);
-        }
+    CellNet(const float* coords, unsigned int level, const NetWeights& weights) {
+        const unsigned int size = get_kept_side(level);
         const auto blend = [](const SimdFloat4* c, const SimdFloat4* w) {
             return (c[0] * w[0] + c[3] * w[3]) + (c[1] * w[1] + c[2] * w[2]);
         };
@@ -85,9 +94,9 @@ struct CellNet {
                                     SimdFloat4::load_unaligned(coords + 8), SimdFloat4::load_unaligned(coords + 12)};
         for (unsigned int j = 0; j < size; j += 4) {
             SimdFloat4 curves[4];
-            for (unsigned int k = 0; k < 4; ++k) curves[k] = blend(rows, weights[std::min(j + k, size - 1)]);
+            for (unsigned int k = 0; k < 4; ++k) curves[k] = blend(rows, weights.at[std::min(j + k, size - 1)]);
             transpose(curves[0], curves[1], curves[2], curves[3]);
-            for (unsigned int i = 0; i < size; ++i) blend(curves, weights[i]).store_unaligned(at[i] + j);
+            for (unsigned int i = 0; i < size; ++i) blend(curves, weights.at[i]).store_unaligned(at[i] + j);
         }
     }
 
@@ -104,8 +113,9 @@ struct CellNet {
                     high[j] = std::max(high[j], at[i][j]);
                 }
             for (unsigned int v = 0; v < 4; ++v) {
-                bounds.low[v][u] = *std::min_element(low + step * v, low + step * (v + 1) + 1);
-                bounds.high[v][u] = *std::max_element(high + step * v, high + step * (v + 1) + 1);
+                const float *l = low + step * v, *h = high + step * v;
+                bounds.low[v][u] = std::min(l[0], std::min(l[step / 2], l[step]));
+                bounds.high[v][u] = std::max(h[0], std::max(h[step / 2], h[step]));
             }
         }
     }
@@ -116,8 +126,19 @@ struct CellNet {
     }
 };
 
-// 0 to 255, NaN as 0.
-unsigned char round_down(float x) { return static_cast<unsigned char>(x > 0.0f ? std::min(x, 255.0f) : 0.0f); }
+// The part at each place of PartBounds, v first.
+struct PartOrder {
+    unsigned char at[part_count];
+
+    constexpr PartOrder() : at{} {
+        for (unsigned int part = 0; part < part_count; ++part)
+            at[4 * get_part_v(part) + get_part_u(part)] = static_cast<unsigned char>(part);
+    }
+};
+constexpr PartOrder part_order;
+
+// Steps from 0 to 255; NaN, as those of a point that is not finite, as 0.
+int round_down(float x) { return static_cast<int>(x > 0.0f ? std::min(x, 255.0f) : 0.0f); }
 
 // Boxes take in, by `margin`, the rounding of points, of the ray and of the test that they are for, and hits that
 // kernels accept beside a part.
@@ -129,11 +150,15 @@ void set_boxes(const PartBounds& bounds, float margin, unsigned int axis, PartBo
     const float step = (high + pad - origin) * ((1.0f + 0x1p-20f) / 255.0f), inverse = 1.0f / step;
     boxes.origin[axis] = origin;
     boxes.step[axis] = step;
-    for (unsigned int part = 0; part < part_count; ++part) {
-        const unsigned int u = get_part_u(part), v = get_part_v(part);
-        boxes.sides[axis][0][part] = round_down((bounds.low[v][u] - pad - origin) * inverse);
-        const unsigned char above = round_down(255.0f - (bounds.high[v][u] + pad - origin) * inverse);
-        boxes.sides[axis][1][part] = static_cast<unsigned char>(255 - above);
+    const float *lows = &bounds.low[0][0], *highs = &bounds.high[0][0];
+    int first[part_count], last[part_count];
+    for (unsigned int i = 0; i < part_count; ++i) {
+        first[i] = round_down((lows[i] - pad - origin) * inverse);
+        last[i] = 255 - round_down(255.0f - (highs[i] + pad - origin) * inverse);
+    }
+    for (unsigned int i = 0; i < part_count; ++i) {
+        boxes.sides[axis][0][part_order.at[i]] = static_cast<unsigned char>(first[i]);
+        boxes.sides[axis][1][part_order.at[i]] = static_cast<unsigned char>(last[i]);
     }
 }
 
@@ -188,13 +213,15 @@ std::unique_ptr<const RayIndex> RayIndex::make(const SdsMesh& mesh, const CoreBa
     // Refined surfaces have cells of several levels, which share parts of edges.
     const bool keeps_cells = (level == 2 || level == 3) && count <= max_kept_patch_count && !geometry.is_refined();
     if (keeps_cells) index->m_cells.assign(get_kept_size(level) * count, 0.0f);
-    for (const TreeItem& item : items) index->set_parts(item.patch, level, margin);
+    const NetWeights weights(keeps_cells ? level : 2);
     index->m_tree = {index->m_nodes.get_data(), index->m_boxes.get_data(),
                      keeps_cells ? index->m_cells.get_data() : nullptr, level};
+    for (const TreeItem& item : items) index->set_parts(item.patch, weights, margin);
     return index;
 }
 
-void RayIndex::set_parts(unsigned int patch, unsigned int level, float margin) {
+void RayIndex::set_parts(unsigned int patch, const NetWeights& weights, float margin) {
+    const unsigned int level = m_tree.cell_level;
     GMathVec3<float> points[16];
     m_mesh->get_geometry()->get_bezier_controls(patch, points);
     const ControlLanes controls(points);
@@ -206,7 +233,7 @@ void RayIndex::set_parts(unsigned int patch, unsigned int level, float margin) {
             // Cells larger than parts leave the parts' hulls.
             if (!is_limit && m_mesh->get_cell_level(patch) < 2) bounds.join();
         } else {
-            const CellNet net(controls.coords[axis], level);
+            const CellNet net(controls.coords[axis], level, weights);
             net.find_bounds(level, bounds);
             const unsigned int side = get_kept_side(level);
             net.store(level, m_cells.get_data() + size_t{get_kept_size(level)} * patch + size_t{axis} * side * side);

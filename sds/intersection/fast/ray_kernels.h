@@ -69,10 +69,9 @@ struct RayKernels {
                            unsigned int parts, RayHits& hits);
     void (*adaptive_parts)(const float (*controls)[16], const RaySpace& ray, unsigned int parts, RayHits& hits);
 
-    // One ray, number `slot`, through a hierarchy. `hits` is room; its sums go on.
-    void (*trace_tree)(const RayTree& tree, const RaySpace& ray, const TreeSink& sink, unsigned int slot,
-                       RayHits& hits);
-    // Up to eight, numbered as they stand; their far ends change. False, and nothing done, where they do not run the
+    // One ray, number `slot`, through a hierarchy; its far end changes. `hits` is room; its sums go on.
+    void (*trace_tree)(const RayTree& tree, RaySpace& ray, const TreeSink& sink, unsigned int slot, RayHits& hits);
+    // Up to eight, numbered as they stand. False, and nothing done, where they do not run the
     // same way.
     bool (*trace_tree_packet)(const RayTree& tree, RaySpace* rays, unsigned int count, const TreeSink& sink,
                               RayHits& hits);

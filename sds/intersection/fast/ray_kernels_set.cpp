@@ -222,16 +222,9 @@ void adaptive_parts(const float (*controls)[16], const RaySpace& ray, unsigned i
     trace_limit<true>(controls, ray, parts, hits);
 }
 
-void trace_tree(const RayTree& tree, const RaySpace& ray, const TreeSink& sink, unsigned int slot, RayHits& hits) {
-    trace_tree_single(tree, ray, sink, slot, hits);
-}
-bool trace_packet(const RayTree& tree, RaySpace* rays, unsigned int count, const TreeSink& sink, RayHits& hits) {
-    return trace_tree_packet(tree, rays, count, sink, hits);
-}
-
 }  // namespace
 
 const RayKernels QN_KERNEL_SET::ray_kernels = {&estimate,       &adaptive,   &estimate_parts,
-                                               &adaptive_parts, &trace_tree, &trace_packet};
+                                               &adaptive_parts, &trace_tree, &trace_tree_packet};
 
 }  // namespace sds

@@ -81,8 +81,7 @@ private:
 }
 
 // One ray; its far end comes nearer with every hit that the sink takes.
-inline void trace_tree_single(const RayTree& tree, RaySpace ray, const TreeSink& sink, unsigned int slot,
-                              RayHits& hits) {
+void trace_tree(const RayTree& tree, RaySpace& ray, const TreeSink& sink, unsigned int slot, RayHits& hits) {
     BoxRay box_ray(ray);
     TreeStack stack;
     stack.set_limit(box_ray.end - box_ray.begin);
@@ -190,8 +189,7 @@ private:
 
 // Up to eight rays that run the same way: a node is looked at once for all, a patch's box by eight at a time. False,
 // and nothing done, for rays that do not.
-inline bool trace_tree_packet(const RayTree& tree, RaySpace* rays, unsigned int count, const TreeSink& sink,
-                              RayHits& hits) {
+bool trace_tree_packet(const RayTree& tree, RaySpace* rays, unsigned int count, const TreeSink& sink, RayHits& hits) {
     BoxRay box_rays[8];
     for (unsigned int i = 0; i < count; ++i) box_rays[i] = BoxRay(rays[i]);
     RayPacket packet;
