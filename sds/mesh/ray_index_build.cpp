@@ -212,7 +212,7 @@ std::unique_ptr<const RayIndex> RayIndex::make(const SdsMesh& mesh, const CoreBa
     const unsigned int level = mesh.get_level() == 0 ? limit_surface : mesh.get_cell_level(0);
     // Refined surfaces have cells of several levels, which share parts of edges.
     const bool keeps_cells = (level == 2 || level == 3) && count <= max_kept_patch_count && !geometry.is_refined();
-    if (keeps_cells) index->m_cells.assign(get_kept_size(level) * count, 0.0f);
+    if (keeps_cells) index->m_cells.resize(get_kept_size(level) * count);
     const NetWeights weights(keeps_cells ? level : 2);
     index->m_tree = {index->m_nodes.get_data(), index->m_boxes.get_data(),
                      keeps_cells ? index->m_cells.get_data() : nullptr, level};
@@ -226,17 +226,20 @@ void RayIndex::set_parts(unsigned int patch, const NetWeights& weights, float ma
     m_mesh->get_geometry()->get_bezier_controls(patch, points);
     const ControlLanes controls(points);
     const bool is_limit = m_mesh->get_level() == 0;
+    float* const cells = m_cells.is_empty() ? nullptr : m_cells.get_data() + size_t{get_kept_size(level)} * patch;
+    const unsigned int corner_count = cells != nullptr ? get_kept_side(level) * get_kept_side(level) : 0;
+    // What is loaded with the last corners.
+    if (cells != nullptr) std::fill(cells + 3 * corner_count, cells + get_kept_size(level), 0.0f);
     for (unsigned int axis = 0; axis < 3; ++axis) {
         PartBounds bounds;
-        if (m_cells.is_empty()) {
+        if (cells == nullptr) {
             find_bounds(controls.coords[axis], bounds);
             // Cells larger than parts leave the parts' hulls.
             if (!is_limit && m_mesh->get_cell_level(patch) < 2) bounds.join();
         } else {
             const CellNet net(controls.coords[axis], level, weights);
             net.find_bounds(level, bounds);
-            const unsigned int side = get_kept_side(level);
-            net.store(level, m_cells.get_data() + size_t{get_kept_size(level)} * patch + size_t{axis} * side * side);
+            net.store(level, cells + axis * corner_count);
         }
         set_boxes(bounds, margin, axis, m_boxes[patch]);
     }

@@ -40,9 +40,29 @@ struct ItemRange {
     unsigned int get_count() const { return end - begin; }
 };
 
+// Where to divide a range: what lies in lower bins, and the bounds of both sides.
 struct Split {
     unsigned int axis, bin;
-    float cost;
+    float cost = std::numeric_limits<float>::infinity();
+    Bounds before, after;
+};
+
+// Items by their centers along one axis.
+struct Bins {
+    Bounds bounds[bin_count];
+    unsigned int counts[bin_count] = {};
+};
+
+// The bin of an item along each axis, from twice its center. Bins are in the middle of the range that they divide.
+struct BinScale {
+    SimdFloat4 low, scale;
+
+    void find(const TreeItem& item, int* bins) const {
+        float places[4];
+        const SimdFloat4 center = SimdFloat4::load3(item.low) + SimdFloat4::load3(item.high);
+        min((center - low) * scale, SimdFloat4(static_cast<float>(bin_count - 1))).store_unaligned(places);
+        for (unsigned int axis = 0; axis < 3; ++axis) bins[axis] = static_cast<int>(places[axis]);
+    }
 };
 
 class TreeBuilder {
@@ -72,9 +92,7 @@ private:
             ItemRange* largest = std::max_element(
                 ranges, ranges + count, [&](const ItemRange& a, const ItemRange& b) { return size(a) < size(b); });
             if (largest->get_count() < 2) break;
-            const unsigned int middle = divide(*largest, by_count);
-            ranges[count++] = make_range(middle, largest->end);
-            *largest = make_range(largest->begin, middle);
+            divide(*largest, by_count, ranges[count++]);
         }
         for (unsigned int i = 0; i < RayTreeNode::width; ++i) {
             // Far outside, and turned round.
@@ -97,79 +115,85 @@ private:
         return index;
     }
 
-    // Twice the center.
-    static float get_center(const TreeItem& item, unsigned int axis) { return item.low[axis] + item.high[axis]; }
-
-    // Moves items so that either side of the returned one has some.
-    unsigned int divide(const ItemRange& range, bool by_count) {
-        float low[3], high[3];
-        for (unsigned int axis = 0; axis < 3; ++axis) low[axis] = high[axis] = get_center(m_items[range.begin], axis);
-        for (unsigned int i = range.begin + 1; i < range.end; ++i)
-            for (unsigned int axis = 0; axis < 3; ++axis) {
-                const float center = get_center(m_items[i], axis);
-                low[axis] = std::min(low[axis], center);
-                high[axis] = std::max(high[axis], center);
-            }
+    // Moves items so that both sides have some, and makes `range` the first of them.
+    void divide(ItemRange& range, bool by_count, ItemRange& second) {
         TreeItem* const first = m_items.get_data() + range.begin;
         TreeItem* const last = m_items.get_data() + range.end;
-        Split best{0, 0, std::numeric_limits<float>::infinity()};
-        float scale[3];
-        if (!by_count)
-            for (unsigned int axis = 0; axis < 3; ++axis) {
-                // All in one place along the axis: nothing to choose from.
-                scale[axis] = high[axis] > low[axis] ? static_cast<float>(bin_count) / (high[axis] - low[axis]) : 0.0f;
-                if (scale[axis] > 0.0f && scale[axis] < std::numeric_limits<float>::max())
-                    find_split(range, axis, low[axis], scale[axis], best);
-            }
-        TreeItem* middle = first;
-        if (best.cost < std::numeric_limits<float>::infinity())
-            middle = std::partition(first, last, [&](const TreeItem& item) {
-                return find_bin(item, best.axis, low[best.axis], scale[best.axis]) < best.bin;
-            });
-        if (middle == first || middle == last) {
-            const unsigned int axis = find_longest(low, high);
-            middle = first + (last - first) / 2;
-            std::nth_element(first, middle, last, [axis](const TreeItem& a, const TreeItem& b) {
-                const float a_center = get_center(a, axis), b_center = get_center(b, axis);
-                return a_center != b_center ? a_center < b_center : a.patch < b.patch;
-            });
+        if (range.get_count() == 2) return set_sides(range, range.begin + 1, second);
+        SimdFloat4 low(std::numeric_limits<float>::infinity()), high = SimdFloat4(0.0f) - low;
+        for (const TreeItem* item = first; item != last; ++item) {
+            const SimdFloat4 center = SimdFloat4::load3(item->low) + SimdFloat4::load3(item->high);
+            low = min(low, center);
+            high = max(high, center);
         }
-        return static_cast<unsigned int>(middle - m_items.get_data());
+        float extents[4], scales[4] = {};
+        (high - low).store_unaligned(extents);
+        // All in one place along an axis: nothing to choose from.
+        for (unsigned int axis = 0; axis < 3; ++axis)
+            if (extents[axis] > std::numeric_limits<float>::min())
+                scales[axis] = static_cast<float>(bin_count) * 0.999f / extents[axis];
+        if (!by_count) {
+            const BinScale scale{low, SimdFloat4::load_unaligned(scales)};
+            const Split split = find_split(range, scale);
+            if (split.cost < std::numeric_limits<float>::infinity()) {
+                const TreeItem* const middle = std::partition(first, last, [&](const TreeItem& item) {
+                    int bins[3];
+                    scale.find(item, bins);
+                    return bins[split.axis] < static_cast<int>(split.bin);
+                });
+                const auto at = static_cast<unsigned int>(middle - m_items.get_data());
+                second = {at, range.end, split.after, split.after.get_area()};
+                range = {range.begin, at, split.before, split.before.get_area()};
+                return;
+            }
+        }
+        const auto axis = static_cast<unsigned int>(std::max_element(extents, extents + 3) - extents);
+        TreeItem* const middle = first + (last - first) / 2;
+        std::nth_element(first, middle, last, [axis](const TreeItem& a, const TreeItem& b) {
+            const float a_center = a.low[axis] + a.high[axis], b_center = b.low[axis] + b.high[axis];
+            return a_center != b_center ? a_center < b_center : a.patch < b.patch;
+        });
+        set_sides(range, static_cast<unsigned int>(middle - m_items.get_data()), second);
     }
-    static unsigned int find_longest(const float* low, const float* high) {
-        unsigned int longest = 0;
-        for (unsigned int axis = 1; axis < 3; ++axis)
-            if (high[axis] - low[axis] > high[longest] - low[longest]) longest = axis;
-        return longest;
-    }
-    static unsigned int find_bin(const TreeItem& item, unsigned int axis, float low, float scale) {
-        const auto bin = static_cast<unsigned int>((get_center(item, axis) - low) * scale);
-        return std::min(bin, bin_count - 1);
+    void set_sides(ItemRange& range, unsigned int middle, ItemRange& second) const {
+        second = make_range(middle, range.end);
+        range = make_range(range.begin, middle);
     }
 
-    // Takes the axis' best split when it is better.
-    void find_split(const ItemRange& range, unsigned int axis, float low, float scale, Split& best) const {
-        Bounds bins[bin_count];
-        unsigned int counts[bin_count] = {};
+    Split find_split(const ItemRange& range, const BinScale& scale) const {
+        Bins bins[3];
         for (unsigned int i = range.begin; i < range.end; ++i) {
-            const unsigned int bin = find_bin(m_items[i], axis, low, scale);
-            bins[bin].grow(Bounds(m_items[i]));
-            ++counts[bin];
+            int at[3];
+            scale.find(m_items[i], at);
+            const Bounds bounds(m_items[i]);
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                bins[axis].bounds[at[axis]].grow(bounds);
+                ++bins[axis].counts[at[axis]];
+            }
         }
+        Split best;
+        for (unsigned int axis = 0; axis < 3; ++axis) choose_bin(bins[axis], axis, range.get_count(), best);
+        return best;
+    }
+    // Takes the axis' best split when it is better.
+    static void choose_bin(const Bins& bins, unsigned int axis, unsigned int count, Split& best) {
+        if (bins.counts[0] == count) return;
+        Bounds befores[bin_count], after;
         float costs[bin_count];
-        Bounds before, after;
         unsigned int before_count = 0, after_count = 0;
         for (unsigned int b = 1; b < bin_count; ++b) {
-            before.grow(bins[b - 1]);
-            before_count += counts[b - 1];
-            costs[b] = before_count != 0 ? before.get_area() * static_cast<float>(before_count) : 0.0f;
+            befores[b] = befores[b - 1];
+            befores[b].grow(bins.bounds[b - 1]);
+            before_count += bins.counts[b - 1];
+            costs[b] = before_count != 0 ? befores[b].get_area() * static_cast<float>(before_count) : 0.0f;
         }
         for (unsigned int b = bin_count - 1; b != 0; --b) {
-            after.grow(bins[b]);
-            after_count += counts[b];
-            if (after_count == 0 || after_count == range.get_count()) continue;
+            if (bins.counts[b] == 0) continue;
+            after.grow(bins.bounds[b]);
+            after_count += bins.counts[b];
+            if (after_count == count) break;
             const float cost = costs[b] + after.get_area() * static_cast<float>(after_count);
-            if (cost < best.cost) best = {axis, b, cost};
+            if (cost < best.cost) best = {axis, b, cost, befores[b], after};
         }
     }
 
