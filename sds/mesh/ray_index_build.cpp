@@ -173,11 +173,13 @@ bool holds_points(const GMathBbox3<double>& box) {
 }
 
 // The box in single precision, with room for what the hierarchy's tests round and for hits beside the patch.
-TreeItem make_item(const GMathBbox3<double>& box, unsigned int patch, double margin) {
+TreeItem make_item(const GMathBbox3<double>& box, unsigned int patch, const float* center, double margin) {
     TreeItem item{{}, {}, patch};
     constexpr double outside = 0x1p-17;
     for (unsigned int axis = 0; axis < 3; ++axis) {
-        const double low = box.get_min()[axis], high = box.get_max()[axis], pad = margin + outside * (high - low);
+        const double from = static_cast<double>(center[axis]);
+        const double low = box.get_min()[axis] - from, high = box.get_max()[axis] - from;
+        const double pad = margin + outside * (high - low);
         item.low[axis] = static_cast<float>(low - pad);
         item.high[axis] = static_cast<float>(high + pad);
     }
@@ -198,10 +200,13 @@ std::unique_ptr<const RayIndex> RayIndex::make(const SdsMesh& mesh, const CoreBa
     // A few times the rounding of the largest coordinate.
     const float margin = 0x1p-19f * extent;
 
+    // What is kept is rounded as the surface is large, not as it is far from the origin.
+    const GMathVec3<float> middle = box.get_center();
+    const float center[3] = {middle[0], middle[1], middle[2]};
     CoreArray<TreeItem> items;
     items.reserve(count);
     for (unsigned int patch = 0; patch < count; ++patch) {
-        if (holds_points(boxes[patch])) items.add(make_item(boxes[patch], patch, static_cast<double>(margin)));
+        if (holds_points(boxes[patch])) items.add(make_item(boxes[patch], patch, center, static_cast<double>(margin)));
     }
     if (items.is_empty()) return nullptr;
     auto index = std::make_unique<RayIndex>();
@@ -214,8 +219,11 @@ std::unique_ptr<const RayIndex> RayIndex::make(const SdsMesh& mesh, const CoreBa
     const bool keeps_cells = (level == 2 || level == 3) && count <= max_kept_patch_count && !geometry.is_refined();
     if (keeps_cells) index->m_cells.resize(get_kept_size(level) * count);
     const NetWeights weights(keeps_cells ? level : 2);
-    index->m_tree = {index->m_nodes.get_data(), index->m_boxes.get_data(),
-                     keeps_cells ? index->m_cells.get_data() : nullptr, level};
+    index->m_tree = {{center[0], center[1], center[2]},
+                     index->m_nodes.get_data(),
+                     index->m_boxes.get_data(),
+                     keeps_cells ? index->m_cells.get_data() : nullptr,
+                     level};
     for (const TreeItem& item : items) index->set_parts(item.patch, weights, margin);
     return index;
 }
@@ -224,6 +232,8 @@ void RayIndex::set_parts(unsigned int patch, const NetWeights& weights, float ma
     const unsigned int level = m_tree.cell_level;
     GMathVec3<float> points[16];
     m_mesh->get_geometry()->get_bezier_controls(patch, points);
+    for (GMathVec3<float>& point : points)
+        for (unsigned int axis = 0; axis < 3; ++axis) point[axis] -= m_tree.center[axis];
     const ControlLanes controls(points);
     const bool is_limit = m_mesh->get_level() == 0;
     float* const cells = m_cells.is_empty() ? nullptr : m_cells.get_data() + size_t{get_kept_size(level)} * patch;

@@ -9,10 +9,11 @@ namespace sds {
 namespace {
 
 // Reports the hits of one ray with the cells of one part of a patch: one cell at level 2, two by two at level 3.
-// Patches that share an edge keep the same bits there, and every corner is moved into the plane by itself.
+// Patches that share an edge keep the same bits there, and every corner is moved into the plane by itself. `origin` is
+// the ray's, from the center that corners are kept by.
 template <unsigned int level>
-[[gnu::always_inline]] inline void intersect_kept_part(const float* corners, unsigned int part, const RaySpace& ray,
-                                                       RayHits& hits) {
+[[gnu::always_inline]] inline void intersect_kept_part(const float* corners, const float* origin, unsigned int part,
+                                                       const RaySpace& ray, RayHits& hits) {
     constexpr unsigned int side = get_kept_side(level), count = side * side;
     constexpr unsigned int cells = 1u << (level - 2), row_count = cells + 1;
     constexpr unsigned int inside = cells == 1 ? 0x1u : 0x3u;  // of a nibble, the cells along v
@@ -20,7 +21,7 @@ template <unsigned int level>
     const float *x = corners + side * first_i + first_j, *y = x + count, *z = y + count;
     const SimdFloat8 across_x(ray.across[0][0], ray.across[1][0]), across_y(ray.across[0][1], ray.across[1][1]),
         across_z(ray.across[0][2], ray.across[1][2]);
-    const SimdFloat8 zero(0.0f), ox(ray.origin[0]), oy(ray.origin[1]), oz(ray.origin[2]);
+    const SimdFloat8 zero(0.0f), ox(origin[0]), oy(origin[1]), oz(origin[2]);
     float p[row_count][4], q[row_count][4];
     unsigned int found = 0, before = 0;
     for (unsigned int r = 0; r < row_count; ++r) {
@@ -45,8 +46,8 @@ template <unsigned int level>
         intersect_cell<false>(cell, first_i + r, first_j + c, level, ray, hits, [&](float* t) {
             for (unsigned int k = 0; k < 4; ++k) {
                 const unsigned int at = side * rows[k] + lanes[k];
-                t[k] = (x[at] - ray.origin[0]) * ray.along[0] + (y[at] - ray.origin[1]) * ray.along[1] +
-                       (z[at] - ray.origin[2]) * ray.along[2];
+                t[k] = (x[at] - origin[0]) * ray.along[0] + (y[at] - origin[1]) * ray.along[1] +
+                       (z[at] - origin[2]) * ray.along[2];
             }
         });
     }

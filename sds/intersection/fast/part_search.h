@@ -8,7 +8,8 @@ namespace sds {
 
 namespace {
 
-// A ray as boxes see it: lengths along it, by `scale` of the ray's own, per length along each axis.
+// A ray as boxes see it, from the center of what they are in: lengths along it, by `scale` of the ray's own, per length
+// along each axis.
 struct BoxRay {
     float origin[3], slope[3];
     unsigned int near_side[3];  // the side of a box that the ray enters by
@@ -16,7 +17,7 @@ struct BoxRay {
     double scale;
 
     BoxRay() = default;
-    explicit BoxRay(const RaySpace& ray) {
+    BoxRay(const RaySpace& ray, const float* center) {
         // A component this much smaller than the largest changes nothing over the length of the object.
         constexpr float least_share = 0x1p-24f;
         float along[3] = {ray.along[0], ray.along[1], ray.along[2]};
@@ -27,7 +28,7 @@ struct BoxRay {
         const float least =
             least_share * greatest(greatest(magnitude(along[0]), magnitude(along[1])), magnitude(along[2]));
         for (unsigned int axis = 0; axis < 3; ++axis) {
-            origin[axis] = ray.origin[axis];
+            origin[axis] = ray.origin[axis] - center[axis];
             slope[axis] = square / __builtin_copysignf(greatest(magnitude(along[axis]), least), along[axis]);
             near_side[axis] = __builtin_signbit(along[axis]) ? 1u : 0u;
         }
@@ -71,10 +72,11 @@ template <class GetSides>
     }
 }
 
-// Parts whose boxes the ray meets, as bits.
-[[gnu::always_inline]] inline unsigned int find_parts(const PartBoxes& boxes, const BoxRay& ray) {
-    SimdFloat8 near[2] = {SimdFloat8(ray.begin), SimdFloat8(ray.begin)};
-    SimdFloat8 far[2] = {SimdFloat8(ray.end), SimdFloat8(ray.end)};
+// Parts whose boxes the ray meets between two places, as bits.
+[[gnu::always_inline]] inline unsigned int find_parts(const PartBoxes& boxes, const BoxRay& ray, float begin,
+                                                      float end) {
+    SimdFloat8 near[2] = {SimdFloat8(begin), SimdFloat8(begin)};
+    SimdFloat8 far[2] = {SimdFloat8(end), SimdFloat8(end)};
     for (unsigned int axis = 0; axis < 3; ++axis) {
         const SimdFloat8 step(boxes.step[axis] * ray.slope[axis]);
         const SimdFloat8 start((boxes.origin[axis] - ray.origin[axis]) * ray.slope[axis]);

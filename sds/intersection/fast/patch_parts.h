@@ -47,6 +47,7 @@ struct RayTree {
     // Entries that wait while a ray goes through the deepest tree.
     static constexpr unsigned int max_depth = 48, stack_size = max_depth * (RayTreeNode::width - 1) + 1;
 
+    float center[3];           // that boxes and corners are relative to
     const RayTreeNode* nodes;  // the first is the root
     const PartBoxes* boxes;    // of every patch
     const float* cells;        // kept corners of every patch, or null

@@ -64,25 +64,25 @@ private:
     TreeEntry m_entries[RayTree::stack_size];
 };
 
-// The hits of a ray with one patch.
+// The hits of a ray with one patch. `kept_level` is that of the cells that the tree keeps, 0 where it keeps none.
+template <unsigned int kept_level>
 [[gnu::always_inline]] inline void intersect_leaf(const RayTree& tree, unsigned int patch, const RaySpace& ray,
                                                   const BoxRay& box_ray, const TreeSink& sink, RayHits& hits) {
-    unsigned int parts = find_parts(tree.boxes[patch], box_ray);
-    if (parts == 0) return;
-    if (tree.cells == nullptr) return sink.trace(sink.self, patch, parts, ray, hits);
-    const float* corners = tree.cells + static_cast<unsigned long>(get_kept_size(tree.cell_level)) * patch;
-    do {
-        const unsigned int part = take_lowest_bit(parts);
-        if (tree.cell_level == 3)
-            intersect_kept_part<3>(corners, part, ray, hits);
-        else
-            intersect_kept_part<2>(corners, part, ray, hits);
-    } while (parts != 0);
+    if constexpr (kept_level == 0) {
+        // Roots are found from the parts, which must not depend on what was met before.
+        const unsigned int parts = find_parts(tree.boxes[patch], box_ray, -__builtin_inff(), __builtin_inff());
+        if (parts != 0) sink.trace(sink.self, patch, parts, ray, hits);
+    } else {
+        const float* corners = tree.cells + static_cast<unsigned long>(get_kept_size(kept_level)) * patch;
+        for (unsigned int parts = find_parts(tree.boxes[patch], box_ray, box_ray.begin, box_ray.end); parts != 0;)
+            intersect_kept_part<kept_level>(corners, box_ray.origin, take_lowest_bit(parts), ray, hits);
+    }
 }
 
 // One ray; its far end comes nearer with every hit that the sink takes.
-void trace_tree(const RayTree& tree, RaySpace& ray, const TreeSink& sink, unsigned int slot, RayHits& hits) {
-    BoxRay box_ray(ray);
+template <unsigned int kept_level>
+void trace_tree_ray(const RayTree& tree, RaySpace& ray, const TreeSink& sink, unsigned int slot, RayHits& hits) {
+    BoxRay box_ray(ray, tree.center);
     TreeStack stack;
     stack.set_limit(box_ray.end - box_ray.begin);
     TreeEntry entry = 0;
@@ -105,7 +105,7 @@ void trace_tree(const RayTree& tree, RaySpace& ray, const TreeSink& sink, unsign
         } else {
             hits.count = 0;
             const unsigned int patch = child & ~RayTreeNode::leaf_flag;
-            intersect_leaf(tree, patch, ray, box_ray, sink, hits);
+            intersect_leaf<kept_level>(tree, patch, ray, box_ray, sink, hits);
             if (hits.count != 0) {
                 ray.far = sink.take(sink.self, slot, patch, hits);
                 box_ray.set_end(ray.far - ray.shift);
@@ -189,9 +189,10 @@ private:
 
 // Up to eight rays that run the same way: a node is looked at once for all, a patch's box by eight at a time. False,
 // and nothing done, for rays that do not.
-bool trace_tree_packet(const RayTree& tree, RaySpace* rays, unsigned int count, const TreeSink& sink, RayHits& hits) {
+template <unsigned int kept_level>
+bool trace_tree_rays(const RayTree& tree, RaySpace* rays, unsigned int count, const TreeSink& sink, RayHits& hits) {
     BoxRay box_rays[8];
-    for (unsigned int i = 0; i < count; ++i) box_rays[i] = BoxRay(rays[i]);
+    for (unsigned int i = 0; i < count; ++i) box_rays[i] = BoxRay(rays[i], tree.center);
     RayPacket packet;
     if (!packet.set(box_rays, count)) return false;
     TreeStack stack;
@@ -224,7 +225,7 @@ bool trace_tree_packet(const RayTree& tree, RaySpace* rays, unsigned int count, 
             for (unsigned int found = packet.find_rays(node, place % RayTreeNode::width); found != 0;) {
                 const unsigned int i = take_lowest_bit(found);
                 hits.count = 0;
-                intersect_leaf(tree, patch, rays[i], box_rays[i], sink, hits);
+                intersect_leaf<kept_level>(tree, patch, rays[i], box_rays[i], sink, hits);
                 if (hits.count == 0) continue;
                 rays[i].far = sink.take(sink.self, i, patch, hits);
                 box_rays[i].set_end(rays[i].far - rays[i].shift);
@@ -238,6 +239,17 @@ bool trace_tree_packet(const RayTree& tree, RaySpace* rays, unsigned int count, 
         }
         if (!stack.pop(entry)) return true;
     }
+}
+
+void trace_tree(const RayTree& tree, RaySpace& ray, const TreeSink& sink, unsigned int slot, RayHits& hits) {
+    if (tree.cells == nullptr) return trace_tree_ray<0>(tree, ray, sink, slot, hits);
+    if (tree.cell_level == 3) return trace_tree_ray<3>(tree, ray, sink, slot, hits);
+    trace_tree_ray<2>(tree, ray, sink, slot, hits);
+}
+bool trace_tree_packet(const RayTree& tree, RaySpace* rays, unsigned int count, const TreeSink& sink, RayHits& hits) {
+    if (tree.cells == nullptr) return trace_tree_rays<0>(tree, rays, count, sink, hits);
+    if (tree.cell_level == 3) return trace_tree_rays<3>(tree, rays, count, sink, hits);
+    return trace_tree_rays<2>(tree, rays, count, sink, hits);
 }
 
 }  // namespace
