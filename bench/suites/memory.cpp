@@ -1,5 +1,6 @@
 // Bytes per quad, array by array.
 #include "bench/support/session.h"
+#include "qn_ctx/ctx_eval.h"
 
 namespace sds_bench {
 
@@ -45,6 +46,17 @@ void bench_memory_of(Session& session, const HostCage& cage) {
     row.ratio = row.ours;
     row.floor = Floor{400.0, true};
     session.report.add(row);
+    const SdsMesh mesh = surface.make_mesh(3);
+    CoreArray<GMathBbox3<double>> boxes(mesh.get_primitive_count());
+    const CtxShader shader;
+    for (unsigned int i = 0; i < boxes.get_count(); ++i) mesh.compute_primitive_bbox(CtxEval(shader), i, boxes[i]);
+    if (const auto index = mesh.make_ray_index(boxes)) {
+        Row traced{"memory", "the same and the mesh's own hierarchy, level 3; ratio is the bytes", cage.name, "B/quad",
+                   scale * (total + static_cast<double>(index->get_memory_size()))};
+        traced.ratio = traced.ours;
+        traced.floor = Floor{2500.0, true};
+        session.report.add(traced);
+    }
     const double reported = static_cast<double>(base.get_memory_size() + geometry.get_memory_size());
     session.report.add(Check{"memory of " + cage.name + " as base and geometry report it",
                              reported > 0.95 * total && reported < 1.05 * total + 4096.0,

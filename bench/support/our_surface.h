@@ -72,6 +72,9 @@ public:
     explicit ReferenceMesh(const SdsMesh& mesh) : SdsMesh(mesh) {}
 
     using SdsMesh::intersect_primitive;
+    std::unique_ptr<const GeometryRayIndex> make_ray_index(const CoreBasicArray<GMathBbox3<double>>&) const override {
+        return nullptr;
+    }
     void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                              GeometryRaytraceCtx& rays) const override;
 };

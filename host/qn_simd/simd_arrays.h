@@ -46,6 +46,12 @@ using Float8 = Array<float, 8>;
 using Double4 = Array<double, 4>;
 
 inline Float4 load(const float* p) { return {p[0], p[1], p[2], p[3]}; }
+inline Float8 load8(const float* p) {
+    return Float8::fill([&](int i) { return p[i]; });
+}
+inline Float8 load8(const unsigned char* p) {
+    return Float8::fill([&](int i) { return static_cast<float>(p[i]); });
+}
 inline Float4 load3(const float* p) { return {p[0], p[1], p[2], 0.0f}; }
 inline void store(float* p, const Float4& v) {
     for (int i = 0; i < 4; ++i) p[i] = v[i];

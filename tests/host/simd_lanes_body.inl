@@ -70,6 +70,8 @@ void run_eight(const float* in, Results& r) {
     r.put_moved(swap_groups(a));
     r.put_moved(SimdFloat8(in[3], in[4]));
     r.put_moved(SimdFloat8::load3(in + 1, in + 6));
+    r.put_moved(SimdFloat8::load8(in + 3));
+    r.put_moved(SimdFloat8::load8(reinterpret_cast<const unsigned char*>(in) + 5));
     transpose(a, b, c, d);
     r.put_moved(a);
     r.put_moved(b);

@@ -25,6 +25,10 @@ struct Lanes {
         std::copy_n(p, N, r.v);
         return r;
     }
+    static Lanes load8(const float* p) { return load(p); }
+    static Lanes load8(const unsigned char* p) {
+        return make([&](int i) { return float(p[i]); });
+    }
     static Lanes load_unaligned(const float* p) { return load(p); }
     // Three floats, the last lane 0.
     static Lanes load3(const float* p) requires(N == 4) { return {p[0], p[1], p[2], 0.0f}; }
