@@ -47,18 +47,18 @@ void print_regular_row(const TaggedCage& cage, const std::string& name) {
     std::fflush(stdout);
 }
 
-// A cube of two by two quads a side, with infinite creases: three that meet on top, two quads in one of their sectors,
-// and end in darts, and one that is a dart at both ends.
-TaggedCage make_creased_cube() {
+// A ball of two by two quads a side of a cube, with infinite creases: three that meet on top, two quads in one of their
+// sectors, and end in darts, and one that is a dart at both ends.
+TaggedCage make_creased_ball() {
     ZooMesh mesh;
-    mesh.name = "cube of 24, darts and a concave corner";
+    mesh.name = "ball of 24, darts and a concave corner";
     unsigned int numbers[3][3][3] = {};
     for (unsigned int i = 0; i < 27; ++i) {
         const unsigned int x = i % 3, y = i / 3 % 3, z = i / 9;
         if (x == 1 && y == 1 && z == 1) continue;
         numbers[x][y][z] = static_cast<unsigned int>(mesh.positions.size());
-        mesh.positions.emplace_back(static_cast<float>(x) - 1.0f, static_cast<float>(y) - 1.0f,
-                                    static_cast<float>(z) - 1.0f);
+        const Vec3f p(static_cast<float>(x) - 1.0f, static_cast<float>(y) - 1.0f, static_cast<float>(z) - 1.0f);
+        mesh.positions.push_back(p * (1.0f / static_cast<float>(p.length())));
     }
     for (unsigned int axis = 0; axis < 3; ++axis)
         for (const unsigned int side : {0u, 2u})
@@ -136,7 +136,7 @@ void print_refinement_table(const std::vector<const ZooMesh*>& cages) {
                                      {"meshes/cube", {0, 1, 2, 4, 6}},    {"meshes/toroidal_tet", {0, 2, 4, 6}},
                                      {"meshes/pole64", {0, 1, 2, 6}},     {"meshes/gregory_test2", {0, 2, 4, 6}},
                                      {"meshes/inf_crease1", {0, 2, 4, 6}}};
-    const TaggedCage creased = make_creased_cube();
+    const TaggedCage creased = make_creased_ball();
     std::printf(
         "\n## Refined surfaces\n\n"
         "Isolated to a depth, in double precision, against OpenSubdiv's limit at isolation %d. Patches and supporting "
