@@ -8,6 +8,7 @@
 #include "sds/common/progress.h"
 #include "sds/mesh_base/control_opposites.h"
 #include "sds/mesh_base/cosine_table.h"
+#include "sds/mesh_base/task_chunks.h"
 
 SdsMeshBase::SdsMeshBase() { sds::build_cosine_table(); }
 
@@ -87,7 +88,7 @@ void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<uns
         subdivision.reset();
         import_quads(polygon_indices, polygon_counts, polygon_offsets, vertex_count, quad_indices, vertex_infos, edges,
                      progress);
-        quad_shading_groups = polygon_shading_groups;
+        sds::copy_array(polygon_shading_groups, quad_shading_groups);
     } else {
         // A record that another base shares stays as it is for that base.
         if (!subdivision || subdivision.use_count() > 1) subdivision = std::make_shared<SubdivisionTopology>();

@@ -62,16 +62,14 @@ public:
     explicit CellAreas(const CellEdges& edges) : m_edges(edges) {}
 
     // Adds those of patch 0 or 1.
-    void add(unsigned int patch, double* areas) const {
+    SimdDouble4 add(unsigned int patch, SimdDouble4 sums) const {
         const unsigned int first = patch * cell_count;
         const Row a(m_edges, first), b(m_edges, first + cell_row), c(m_edges, first + 2 * cell_row);
-        const double x = ((a.x + b.x) + c.x).sum(), y = ((a.y + b.y) + c.y).sum(), z = ((a.z + b.z) + c.z).sum();
-        const double length = ((a.length + b.length) + c.length).sum();
-        if (!is_finite(length)) return add_finite(first, areas);
-        areas[0] += x;
-        areas[1] += y;
-        areas[2] += z;
-        areas[3] += length;
+        const SimdDouble4 areas =
+            sum_of_four((a.x + b.x) + c.x, (a.y + b.y) + c.y, (a.z + b.z) + c.z, (a.length + b.length) + c.length);
+        double lanes[4];
+        areas.store4(lanes);
+        return is_finite(lanes[3]) ? sums + areas : add_finite(first, sums);
     }
 
 private:
@@ -93,7 +91,9 @@ private:
     };
 
     // Of the cells with a finite area.
-    void add_finite(unsigned int first, double* areas) const {
+    SimdDouble4 add_finite(unsigned int first, SimdDouble4 sums) const {
+        double areas[4];
+        sums.store4(areas);
         for (unsigned int cell = first; cell < first + cell_count; ++cell) {
             double u[3], v[3], normal[3];
             for (unsigned int axis = 0; axis < 3; ++axis) {
@@ -109,6 +109,7 @@ private:
             for (unsigned int axis = 0; axis < 3; ++axis) areas[axis] += normal[axis];
             areas[3] += length;
         }
+        return SimdDouble4::load4(areas);
     }
 
     const CellEdges& m_edges;
@@ -167,8 +168,7 @@ public:
         set_group(group);
         m_low = min(boxes.low, m_low);
         m_high = max(boxes.high, m_high);
-        areas.add(0, m_areas);
-        areas.add(1, m_areas);
+        m_areas = areas.add(1, areas.add(0, m_areas));
     }
     // One of the two patches.
     void add(unsigned int group, unsigned int patch, const BoxPair& boxes, const CellAreas& areas) {
@@ -178,7 +178,7 @@ public:
         boxes.high.store(high);
         m_low = min(SimdFloat8(low + 4 * patch, low + 4 * patch), m_low);
         m_high = max(SimdFloat8(high + 4 * patch, high + 4 * patch), m_high);
-        areas.add(patch, m_areas);
+        m_areas = areas.add(patch, m_areas);
     }
     void end() {
         PatchSums& sums = m_sums[m_group];
@@ -189,7 +189,7 @@ public:
             sums.low[axis] = low[axis] < low[axis + 4] ? low[axis] : low[axis + 4];
             sums.high[axis] = high[axis] > high[axis + 4] ? high[axis] : high[axis + 4];
         }
-        for (unsigned int i = 0; i < 4; ++i) sums.areas[i] = m_areas[i];
+        m_areas.store4(sums.areas);
     }
 
 private:
@@ -205,13 +205,13 @@ private:
         const float high[4] = {sums.high[0], sums.high[1], sums.high[2], 0.0f};
         m_low = SimdFloat8(low, low);
         m_high = SimdFloat8(high, high);
-        for (unsigned int i = 0; i < 4; ++i) m_areas[i] = sums.areas[i];
+        m_areas = SimdDouble4::load4(sums.areas);
     }
 
     PatchSums* m_sums;
     unsigned int m_group;
     SimdFloat8 m_low, m_high;
-    double m_areas[4];
+    SimdDouble4 m_areas;
 };
 
 inline void get_controls(const PatchArrays& surface, const unsigned int* primitives, ControlPair& grid) {
