@@ -5,6 +5,7 @@
 #include "io/npy.h"
 #include "io/number_array.h"
 #include "io/read_file.h"
+#include "model/array_size.h"
 #include "model/array_view.h"
 #include "qn_poly/poly_check.h"
 #include "sds/mesh_property/element_types.h"
@@ -33,12 +34,7 @@ constexpr Kind kinds[] = {Kind::per_vertex, Kind::varying, Kind::per_polygon, Ki
 constexpr bool is_of_vertices(Kind kind) { return kind == Kind::per_vertex || kind == Kind::varying; }
 
 constexpr const char* keys[] = {"name", "kind", "type", "extent", "values", "indices", "times"};
-constexpr unsigned int max_extent = 4096;
 constexpr std::size_t max_count = 0xFFFFFFFEu;
-
-/// Evaluation is in double precision, in which sums and derivatives of doubles need room above them.
-template <class T>
-constexpr T greatest_real = std::is_same_v<T, double> ? T(1e300) : std::numeric_limits<T>::max();
 
 /// What is wrong with one key of a property: "expected what, found what".
 class ValueError : public std::runtime_error {
@@ -58,7 +54,7 @@ std::optional<T> to_element(N number) {
         return std::isfinite(sds::to_real(half)) ? std::optional<T>(half) : std::nullopt;
     } else if constexpr (std::is_floating_point_v<T>) {
         const T real = static_cast<T>(number);
-        return std::fabs(real) <= greatest_real<T> ? std::optional<T>(real) : std::nullopt;
+        return std::fabs(real) <= greatest_property_value<T> ? std::optional<T>(real) : std::nullopt;
     } else if constexpr (std::is_floating_point_v<N>) {
         const bool is_held = number == std::trunc(number) &&
                              number >= static_cast<double>(std::numeric_limits<T>::min()) &&
@@ -97,8 +93,10 @@ bool is_layer_name(const std::string& name) {
 /// Reads one object of the list.
 class EntryReader {
 public:
-    EntryReader(const Json& entry, const std::string& folder, const ControlCage& cage, const PolyMesh& polygons)
-        : m_entry(entry), m_folder(folder), m_cage(cage), m_polygons(polygons) {}
+    /// `held` bytes belong to the entries before.
+    EntryReader(const Json& entry, const std::string& folder, const ControlCage& cage, const PolyMesh& polygons,
+                std::size_t held, std::size_t limit)
+        : m_entry(entry), m_folder(folder), m_cage(cage), m_polygons(polygons), m_held(held), m_limit(limit) {}
 
     PropertySource read() {
         check_keys();
@@ -146,6 +144,14 @@ private:
         return value.get<std::string>();
     }
 
+    /// An array from a file is held three times for a while: as it was read, as numbers of any kind, and as it is kept.
+    NumberArray read_array(const Json& value) const {
+        return read_numbers(value, m_folder, [&](std::size_t count, std::size_t element_size) {
+            const std::size_t bytes = get_array_size(count, 2 * element_size + sizeof(Number));
+            check_memory_limit("property '" + m_source.name + "'", std::max(bytes, bytes + m_held), m_limit);
+        });
+    }
+
     void read_name(const Json& value) {
         const std::string expected = "a name without blanks, commas, dots and slashes";
         const std::string name = read_word(value, expected);
@@ -167,14 +173,15 @@ private:
     }
 
     void read_extent(const Json& value) {
-        const bool is_held =
-            value.is_number_unsigned() && value.get<std::uint64_t>() >= 1 && value.get<std::uint64_t>() <= max_extent;
-        if (!is_held) throw ValueError("a whole number from 1 to " + std::to_string(max_extent), describe(value));
+        const bool is_held = value.is_number_unsigned() && value.get<std::uint64_t>() >= 1 &&
+                             value.get<std::uint64_t>() <= max_property_extent;
+        if (!is_held)
+            throw ValueError("a whole number from 1 to " + std::to_string(max_property_extent), describe(value));
         m_source.extent = value.get<unsigned int>();
     }
 
     void read_times(const Json& value) {
-        const NumberArray array = read_numbers(value, m_folder);
+        const NumberArray array = read_array(value);
         if (array.shape.size() != 1 || array.values.empty())
             throw ValueError("a list of one time or more", "shape " + to_text(array.shape));
         for (const Number& number : array.values)
@@ -203,7 +210,7 @@ private:
     }
 
     void read_values(const Json& value) {
-        const NumberArray array = read_numbers(value, m_folder);
+        const NumberArray array = read_array(value);
         const std::size_t samples = std::max<std::size_t>(m_source.times.size(), 1), extent = m_source.extent;
         const std::size_t items = array.values.size() / (samples * extent);
         const Shape found = squeezed(array.shape), rows = squeezed({samples, items, extent}),
@@ -254,7 +261,7 @@ private:
     void read_indices(const Json& value) {
         if (!is_of_vertices(m_source.kind))
             throw ValueError("none for kind " + std::string(to_name(m_source.kind)), "indices of its own");
-        const NumberArray array = read_numbers(value, m_folder);
+        const NumberArray array = read_array(value);
         if (array.shape.size() != 1) throw ValueError("a list of indices", "shape " + to_text(array.shape));
         m_source.indices.reserve(array.values.size());
         for (const Number& number : array.values) {
@@ -290,19 +297,20 @@ private:
     const std::string& m_folder;
     const ControlCage& m_cage;
     const PolyMesh& m_polygons;
+    std::size_t m_held, m_limit;
     PropertySource m_source;
 };
 
 }  // namespace
 
-std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage) {
+std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage, std::size_t limit) {
     std::string text;
     if (const std::string reason = read_file(path, text); !reason.empty()) throw InputError(path, reason);
-    return read_properties_text(text, path, cage);
+    return read_properties_text(text, path, cage, limit);
 }
 
 std::vector<PropertySource> read_properties_text(std::string_view text, const std::string& path,
-                                                 const ControlCage& cage) {
+                                                 const ControlCage& cage, std::size_t limit) {
     const Json json = parse_json(text, path);
     if (!json.is_array())
         throw InputError(path, std::string("expected a list of properties, found ") + json.type_name());
@@ -310,8 +318,9 @@ std::vector<PropertySource> read_properties_text(std::string_view text, const st
     PolyMesh polygons;
     polygons.set_polygons(view_of(cage.polygon_counts), view_of(cage.polygon_indices), {});
     std::vector<PropertySource> sources;
+    std::size_t held = 0;
     for (const Json& entry : json) {
-        EntryReader reader(entry, folder, cage, polygons);
+        EntryReader reader(entry, folder, cage, polygons, held, limit);
         const auto place = [&] {
             return "property " +
                    (reader.get_name().empty() ? std::to_string(sources.size() + 1) : "'" + reader.get_name() + "'");
@@ -323,6 +332,7 @@ std::vector<PropertySource> read_properties_text(std::string_view text, const st
         } catch (const std::runtime_error& error) {
             throw InputError(path, place() + ": " + error.what());
         }
+        held += sources.back().get_memory_size();
         const std::string& name = sources.back().name;
         if (std::any_of(sources.begin(), sources.end() - 1, [&](const auto& other) { return other.name == name; }))
             throw InputError(path, "property '" + name + "': expected a name of its own, found it twice");

@@ -42,6 +42,10 @@ public:
     // objects' time; where it flattens space there is nothing to hit.
     unsigned int add(const GeometryObject& object, const Transform& transform = {});
 
+    // About the most bytes that commit takes for so many primitives, with `step_count` boxes each: more than one where
+    // they move.
+    static std::size_t estimate_hierarchy_size(std::size_t primitive_count, std::size_t step_count);
+
     // Builds the hierarchy on the threads of the calling arena. Primitives whose box is empty or not finite are left
     // out. Throws std::bad_alloc or std::runtime_error when the build fails; the scene is then empty.
     void commit(const HierarchyUse& use = HierarchyUse::still);
@@ -76,10 +80,13 @@ public:
     // True when anything lies between tnear and tfar. Sets the ray's mode to `any`.
     bool occluded(GeometryRay& ray, RenderThread& thread) const;
 
-    // `intersect` for `count` rays at once, 1 to RenderThread::packet_size. Rays that meet the same primitive reach it
-    // together, as one range with an intersection map, unless it moves and their times differ. `objects` holds `count`
-    // indices, no_index where there is no hit.
+    // `intersect` for `count` rays of one mode at once, 1 to RenderThread::packet_size. Rays that meet the same
+    // primitive reach it together, as one range with an intersection map, unless it moves and their times differ.
+    // `objects` holds `count` indices, no_index where there is no hit.
     void intersect_packet(GeometryRay* rays, unsigned int count, RenderThread& thread, unsigned int* objects) const;
+
+    // `occluded` for as many: a ray has a hit where something is in its way. Sets the rays' modes to `any`.
+    void occluded_packet(GeometryRay* rays, unsigned int count, RenderThread& thread) const;
 
 private:
     struct Impl;

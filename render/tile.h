@@ -22,7 +22,7 @@ public:
 
 private:
     // Camera rays that are traced together.
-    static constexpr unsigned int packet_size = 8;
+    static constexpr unsigned int packet_size = Shader::packet_size;
     struct Sample {
         unsigned int x, y, index;  // pixel of the picture, sample in the pixel
         double at_x, at_y;         // in pixels
@@ -32,19 +32,22 @@ private:
         Sample samples[packet_size];
         GeometryRay rays[packet_size];
         unsigned int objects[packet_size];
+        Shader::Hit hits[packet_size];
     };
     // A pixel while its samples come in; they come one pixel after the other and in order.
     struct Pixel {
         Color color{0, 0, 0};
         float alpha = 0.0f;
         double nearest = 1e30;  // squared distance from the center of the sample that the data layers show
+        PixelOcclusion occlusion;
         std::vector<Layer::Value> layers;
     };
 
     Sample make_sample(unsigned int x, unsigned int y, unsigned int index) const;
     GeometryRay make_ray(const Sample& sample) const;
     void trace(Packet& packet, RenderThread& thread) const;
-    void shade(const Packet& packet, Pixel& pixel, RenderThread& thread) const;
+    void shade(Packet& packet, Pixel& pixel, RenderThread& thread) const;
+    void set_hit(Packet& packet, unsigned int i, RenderThread& thread) const;
     void add_hit(const Packet& packet, unsigned int i, Pixel& pixel, RenderThread& thread) const;
     void add_layers(const SurfacePoint* point, bool is_nearest, Pixel& pixel) const;
     void reset(Pixel& pixel) const;

@@ -5,9 +5,8 @@
 #include "cli/options/load_scene.h"
 #include "cli/options/material_color.h"
 #include "cli/options/usage_error.h"
-#include "io/environment.h"
 #include "io/image_files.h"
-#include "io/texture.h"
+#include "io/picture.h"
 #include "model/array_size.h"
 #include "model/color_map.h"
 #include "model/mesh_scene.h"
@@ -29,33 +28,21 @@ namespace sds_cli {
 
 namespace {
 
-struct RenderCommandOptions : CommonOptions {
+struct RenderCommandOptions : CommonOptions, PictureOptions {
     std::vector<std::string> further_meshes;
     MotionOptions motion;
     std::string output;
     unsigned int level = 0;
     unsigned int width = 960, height = 720;
-    unsigned int samples = 16;
     CameraOptions camera;
-    std::vector<double> sun;  ///< azimuth and elevation in degrees
-    double sun_strength = 1.0;
-    std::string environment;
-    std::string color_by, color_map = "viridis";
-    std::vector<double> color_range;
-    unsigned int turntable = 0;  ///< views of a contact sheet, 0 for one picture
-    bool wire = false;
-    std::vector<std::string> aovs;
-    std::string texture;
-    std::size_t texture_limit = Texture::default_limit;
-    bool checker = false;
-    unsigned int uv_map = 0;
+    unsigned int turntable = 0;     ///< views of a contact sheet, 0 for one picture
+    std::vector<std::string> aovs;  ///< names of layers, several in one separated by commas
     std::vector<double> shutter;
 };
 
 constexpr unsigned int max_picture_side = 16384;
 constexpr unsigned int max_samples = 1u << 16;
 constexpr unsigned int max_views = 256;
-constexpr double checks_per_unit = 16.0;
 
 bool has_suffix(const std::string& path, const char* suffix) {
     return CLI::detail::to_lower(std::filesystem::path(path).extension().string()) == suffix;
@@ -82,45 +69,11 @@ std::vector<std::string> layer_names(const RenderCommandOptions& options) {
     return names;
 }
 
-constexpr std::string_view property_prefix = "prop:";
-
-bool is_property_layer(const std::string& name) { return name.starts_with(property_prefix); }
-
-/// Asked before anything is read.
-void check_layers(const std::vector<std::string>& names) {
-    try {
-        for (const std::string& name : names)
-            if (!is_property_layer(name)) sds_render::make_layer(name);
-    } catch (const std::invalid_argument& error) {
-        throw UsageError(std::string("--aov: ") + error.what() + ", prop:NAME");
-    }
-}
-
-std::vector<sds_render::Layer> make_layers(const std::vector<std::string>& names, const MeshScene& meshes) {
-    std::vector<sds_render::Layer> layers;
-    std::vector<std::string> channels{"R", "G", "B", "A"};
-    for (const std::string& name : names) {
-        layers.push_back(asked_by("", [&] {
-            return is_property_layer(name) ? meshes.make_property_layer(name.substr(property_prefix.size()))
-                                           : sds_render::make_layer(name);
-        }));
-        for (unsigned int c = 0; c < layers.back().components.size(); ++c) {
-            const std::string channel = layers.back().get_channel_name(c);
-            if (std::find(channels.begin(), channels.end(), channel) != channels.end())
-                throw UsageError(std::string("--aov: ").append(name).append(" gives channel ").append(channel) +
-                                 " a second time");
-            channels.push_back(channel);
-        }
-    }
-    return layers;
-}
-
-/// What a picture takes while it is made and written, with what is held besides.
-void check_memory(const RenderCommandOptions& options, const LoadedScene& loaded,
-                  const std::vector<sds_render::Layer>& layers) {
-    std::size_t channels = 4, held = 0;
+/// What a picture takes while it is made and written, with what is held besides: returns both.
+std::size_t check_memory(const RenderCommandOptions& options, const LoadedScene& loaded,
+                         const sds_render::Shutter& shutter, const std::vector<sds_render::Layer>& layers) {
+    std::size_t channels = 4, held = loaded.get_memory_size() + loaded.estimate_hierarchy_size(shutter);
     for (const sds_render::Layer& layer : layers) channels += layer.components.size();
-    for (const LoadedSurface& each : loaded.surfaces) held += each.surface->get_memory_size();
     if (!options.texture.empty()) {
         const std::size_t texture = Texture::read_png_size(options.texture);
         if (texture > options.texture_limit)
@@ -131,7 +84,9 @@ void check_memory(const RenderCommandOptions& options, const LoadedScene& loaded
     // A file is encoded in memory: the pixels once more, and their bytes at worst as many again.
     const std::size_t pixel_size = sizeof(float) * (channels + (is_exr(options.output) ? 2 * channels : 2));
     const std::size_t pixels = checked_count({options.width, options.height}, pixel_size);
-    check_memory_limit("the picture", held + pixels * pixel_size, options.memory_limit);
+    held += pixels * pixel_size;
+    check_memory_limit("the picture", held, options.memory_limit);
+    return held;
 }
 
 /// Of a layer: what --shutter says, or its camera's, around the frame; else the whole motion of the first mesh.
@@ -145,7 +100,7 @@ sds_render::Shutter parse_shutter(const RenderCommandOptions& options, const sds
 
 sds_usda::UsdFrame choose_frame(const RenderCommandOptions& options, const sds_usda::UsdScene& layer) {
     sds_usda::UsdFrame frame = choose_moment(options, layer);
-    const sds_render::Shutter shutter = parse_shutter(options, camera_shutter(options.camera, layer, frame.time));
+    const sds_render::Shutter shutter = parse_shutter(options, choose_shutter(options.camera, layer, frame.time));
     frame.open = shutter.open;
     frame.close = shutter.close;
     return frame;
@@ -165,50 +120,17 @@ void check_maps(const RenderCommandOptions& options, const LoadedScene& scene) {
                      without->surface->get_maps().get_uv_map_count());
 }
 
-sds_render::SurfaceColor make_property_color(const RenderCommandOptions& options, const MeshScene& meshes) {
-    const ValueRange range =
-        options.color_range.empty() ? ValueRange{} : ValueRange{options.color_range[0], options.color_range[1]};
-    if (!options.color_range.empty() && !(range.low < range.high))
-        throw UsageError("--color-range: the first number is less than the second");
-    return asked_by("--color-by: ",
-                    [&] { return make_ramp_color(meshes, options.color_by, options.color_map, range); });
-}
-
-/// Meshes of a layer that have no such map keep the color that they have without it.
-sds_render::SurfaceColor where_mapped(sds_render::SurfaceColor mapped, sds_render::SurfaceColor plain,
-                                      unsigned int map) {
-    return [mapped = std::move(mapped), plain = std::move(plain), map](const sds_render::SurfacePoint& point) {
-        return map < point.object->get_uv_map_count() ? mapped(point) : plain(point);
-    };
-}
-
 /// Of the groups: by their materials, which cages read from libraries of their own, else by their numbers.
-sds_render::SurfaceColor make_plain_color(const RenderCommandOptions& options, const LoadedScene& scene) {
+/// `held` bytes are held besides.
+sds_render::SurfaceColor make_unsaid_color(const RenderCommandOptions& options, const LoadedScene& scene,
+                                           std::size_t held) {
     sds_render::SurfaceColor by_group = sds_render::make_group_color();
     if (scene.has_names()) return by_group;
     std::vector<std::string> paths{options.mesh};
     paths.insert(paths.end(), options.further_meshes.begin(), options.further_meshes.end());
     sds_render::SurfaceColor by_material =
-        make_material_color(scene.surfaces, paths, options.uv_map, by_group, options, options.texture_limit);
+        make_material_color(scene.surfaces, paths, options.uv_map, by_group, options, options.texture_limit, held);
     return by_material ? by_material : by_group;
-}
-
-sds_render::SurfaceColor make_color(const RenderCommandOptions& options, const LoadedScene& scene,
-                                    const MeshScene& meshes) {
-    bool has_colors = false;
-    for (const LoadedSurface& loaded : scene.surfaces)
-        has_colors |= loaded.surface->get_maps().get_color_map_count() > 0;
-    const sds_render::SurfaceColor plain =
-        has_colors ? sds_render::make_map_color(0, sds_render::clay) : make_plain_color(options, scene);
-    sds_render::SurfaceColor mapped;
-    if (!options.texture.empty())
-        mapped = make_texture_color(
-            std::make_shared<const Texture>(Texture::read_png(options.texture, options.texture_limit)), options.uv_map);
-    else if (options.checker)
-        mapped = sds_render::make_checker(options.uv_map, checks_per_unit);
-    else
-        return options.color_by.empty() ? plain : make_property_color(options, meshes);
-    return scene.has_names() ? where_mapped(mapped, plain, options.uv_map) : mapped;
 }
 
 void check_options(const RenderCommandOptions& options) {
@@ -248,28 +170,12 @@ void print_statistics(const LoadedScene& loaded, double hierarchy_seconds, const
                  trace.seconds, trace.get_rays_per_second());
 }
 
-void set_lights(const RenderCommandOptions& options, sds_render::UpAxis up, sds_render::ShadingOptions& shading) {
-    shading.up = {0, 0, 0};
-    shading.up[static_cast<unsigned int>(up)] = 1.0;
-    if (!options.environment.empty()) shading.environment = read_environment(options.environment, up);
-    if (options.sun.empty()) return;
-    sds_render::CameraView view;
-    view.azimuth = options.sun[0];
-    view.elevation = options.sun[1];
-    view.up = up;
-    const sds_render::Camera towards(sds_render::Bbox3::empty(), view, 1, 1);
-    shading.sun = sds_render::Sun{-towards.get_forward(), options.sun_strength};
-}
-
 void run_render(const RenderCommandOptions& options) {
     check_options(options);
     const sds_render::CameraView view = parse_view(options.camera);
     check_camera(options.camera, is_layer(options.mesh), options.turntable > 0);
     const std::vector<std::string> names = layer_names(options);
-    check_layers(names);
-    sds_render::RenderOptions render_options;
-    render_options.samples = options.samples;
-    render_options.shading.wire = options.wire;
+    asked_by("--aov: ", [&] { check_layer_names(names); });
 
     std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds render");
     LoadedScene loaded;
@@ -279,18 +185,21 @@ void run_render(const RenderCommandOptions& options) {
         loaded = load_scene(options, options.motion, options.further_meshes, choose, progress.get());
     }
     const ScenePose pose = make_pose(options.camera, view, loaded, options.width, options.height);
-    set_lights(options, pose.view.up, render_options.shading);
     const std::unique_ptr<MeshScene> meshes = loaded.make_meshes(options.level);
-    render_options.layers = make_layers(names, *meshes);
+    std::vector<sds_render::Layer> layers = asked_by("--aov: ", [&] { return make_layers(names, *meshes); });
     if (!options.texture.empty() || options.uv_map > 0) check_maps(options, loaded);
-    check_memory(options, loaded, render_options.layers);
-    render_options.shading.color = make_color(options, loaded, *meshes);
     const Motion& motion = loaded.surfaces.front().motion;
     const sds_render::Shutter shutter = loaded.layer
                                             ? sds_render::Shutter{loaded.frame.open, loaded.frame.close}
                                             : parse_shutter(options, {motion.get_first_time(), motion.get_last_time()});
     for (const double time : {shutter.open, shutter.close})
         asked_by("--shutter: ", [&] { loaded.surfaces.front().surface->check_time(time); });
+    const std::size_t held = check_memory(options, loaded, shutter, layers);
+    sds_render::RenderOptions render_options = asked_by("--color-by: ", [&] {
+        const sds_render::SurfaceColor unsaid = make_unsaid_color(options, loaded, held);
+        return make_render_options(options, *meshes, pose.view.up, unsaid, loaded.has_names());
+    });
+    render_options.layers = std::move(layers);
     sds_render::Scene scene(shutter);
     const auto begin = std::chrono::steady_clock::now();
     {

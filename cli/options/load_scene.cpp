@@ -113,10 +113,26 @@ LoadedScene load_scene(const CommonOptions& common, const MotionOptions& motion,
     return loaded;
 }
 
+std::size_t LoadedScene::get_memory_size() const {
+    std::size_t bytes = 0;
+    for (const LoadedSurface& loaded : surfaces) bytes += loaded.get_memory_size();
+    return bytes;
+}
+
+std::size_t LoadedScene::estimate_hierarchy_size(const sds_render::Shutter& shutter) const {
+    std::size_t bytes = 0;
+    for (const LoadedSurface& loaded : surfaces) {
+        const bool moves = shutter.close > shutter.open && loaded.motion.has_motion();
+        const std::size_t steps = moves ? std::max<std::size_t>(loaded.motion.times.size(), 2) : 1;
+        bytes += sds_render::Scene::estimate_hierarchy_size(loaded.surface->get_geometry().get_patch_count(), steps);
+    }
+    return bytes;
+}
+
 std::unique_ptr<MeshScene> LoadedScene::make_meshes(unsigned int level) const {
     std::vector<MeshScene::Mesh> meshes;
     for (const LoadedSurface& loaded : surfaces)
-        meshes.push_back({loaded.surface.get(), &loaded.get_cage(), &loaded.properties});
+        meshes.push_back({loaded.surface.get(), loaded.get_cage().view(), &loaded.properties});
     return std::make_unique<MeshScene>(meshes, instances, level);
 }
 

@@ -26,6 +26,12 @@ struct LoadedScene {
     /// Whether output should say which mesh it is about.
     bool has_names() const { return layer.has_value(); }
 
+    /// Bytes of what was read and built.
+    std::size_t get_memory_size() const;
+
+    /// About the most bytes that a hierarchy over the surfaces takes, while a shutter is open if they move.
+    std::size_t estimate_hierarchy_size(const sds_render::Shutter& shutter) const;
+
     /// At a tessellation level. The scene outlives it.
     std::unique_ptr<MeshScene> make_meshes(unsigned int level) const;
 };

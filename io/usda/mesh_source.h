@@ -16,10 +16,14 @@ struct UsdFrame {
     bool is_moment() const { return !(close > open); }
 };
 
+/// The ends of a frame's span and what lies between them of `codes`, time codes, from the frame; increasing.
+std::vector<double> span_times(const UsdFrame& frame, const std::vector<double>& codes);
+
 /// What surfaces can follow.
 struct UsdMeshOptions {
     sds_model::FractionalSharpness fractional = sds_model::FractionalSharpness::harden;
     bool is_refined = false;  ///< whether cages keep what only refined surfaces follow, as ReadObjOptions has it
+    bool joins_uvs = true;    ///< false: maps are left as they are read, and are the caller's to join
 };
 
 /// A mesh as the model has it. `place` is "file:line:column" of its prim and stands in the findings. With errors among
@@ -36,7 +40,7 @@ struct FaceMap {
 };
 
 /// UV maps, colors and properties of a mesh, on a cage that has its polygons.
-void add_primvars(const UsdMesh& mesh, const FaceMap& map, const UsdFrame& frame, const std::string& place,
-                  sds_model::MeshSource& out, sds_model::Findings& findings);
+void add_primvars(const UsdMesh& mesh, const FaceMap& map, const UsdFrame& frame, const UsdMeshOptions& options,
+                  const std::string& place, sds_model::MeshSource& out, sds_model::Findings& findings);
 
 }  // namespace sds_usda

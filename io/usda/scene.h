@@ -29,6 +29,14 @@ struct Timed {
     bool operator==(const Timed&) const = default;
 };
 
+/// Whether all samples have as many values, so that there is something between two of them.
+template <class T>
+bool has_even_samples(const Timed<T>& timed) {
+    for (std::size_t s = 1; s < timed.sample_count(); ++s)
+        if (timed.sample(s).size() != timed.sample(0).size()) return false;
+    return true;
+}
+
 enum class SubdivisionScheme : std::uint8_t { catmull_clark, bilinear, none };
 enum class InterpolateBoundary : std::uint8_t { none, edge_only, edge_and_corner };
 enum class FaceVaryingLinear : std::uint8_t { none, corners_only, corners_plus1, corners_plus2, boundaries, all };
@@ -61,6 +69,12 @@ struct UsdPrimvar {
 
     bool operator==(const UsdPrimvar&) const = default;
 };
+
+/// Whether a primvar is a UV map: of a type for them, or called "st", with two or three numbers that are no whole ones.
+bool is_uv_map(const UsdPrimvar& primvar);
+
+/// Whether a primvar is the color that meshes are shown in.
+bool is_display_color(const UsdPrimvar& primvar);
 
 /// A named set of faces.
 struct UsdSubset {

@@ -81,14 +81,17 @@ PatchSums make_empty_sums() {
     return {{largest, largest, largest}, {-largest, -largest, -largest}, {0, 0, 0, 0}};
 }
 
-// The shading groups of a refined surface's patches.
-CoreArray<unsigned int> get_patch_groups(const SdsMeshGeometry& geometry) {
+// The shading groups of the patches where the base has no array of them.
+CoreArray<unsigned int> get_patch_groups(const SdsMeshGeometry& geometry, unsigned int group_count) {
     CoreArray<unsigned int> groups;
-    if (!geometry.is_refined()) return groups;
-    const sds::PatchPlaces& places = geometry.get_places();
-    groups.resize(places.get_patch_count());
-    for (unsigned int p = 0; p < groups.get_count(); ++p)
-        groups[p] = geometry.get_base()->get_primitive_shading_group_index(places.get_patch(p).quad());
+    const SdsMeshBase& base = *geometry.get_base();
+    if (!geometry.is_refined() && !base.has_late_step()) return groups;
+    groups.assign(geometry.get_patch_count(), 0u);
+    if (group_count == 1) return groups;
+    for (unsigned int p = 0; p < groups.get_count(); ++p) {
+        const unsigned int quad = geometry.is_refined() ? geometry.get_places().get_patch(p).quad() : p;
+        groups[p] = base.get_primitive_shading_group_index(quad);
+    }
     return groups;
 }
 
@@ -104,11 +107,11 @@ void for_each_run(const SdsMeshGeometry& geometry, unsigned int begin, unsigned 
     }
 }
 
-// `groups` are a refined surface's, or empty.
+// `groups` are those of the patches, or empty.
 void add_patches(const SdsMeshGeometry& geometry, const CoreArray<unsigned int>& groups, unsigned int begin,
                  unsigned int end, PatchSums* sums) {
     const unsigned int* const patch_groups =
-        geometry.is_refined() ? groups.get_data() : &geometry.get_base()->get_primitive_shading_group_index(0);
+        groups.is_empty() ? &geometry.get_base()->get_primitive_shading_group_index(0) : groups.get_data();
     const sds::PatchArrays surface = sds::get_patch_arrays(geometry);
     for_each_run(geometry, begin, end, [&](unsigned int first, unsigned int last) {
         sds::get_pair_kernels().add_patches(surface, patch_groups, first, last, sums);
@@ -149,10 +152,10 @@ void merge(const PatchSums& part, PatchSums& sums) {
 void SdsMeshGeometry::update_bbox_and_area(SysThreadTaskManager* tasks, AppProgressBar* progress) {
     const unsigned int group_count = get_group_count(*base);
     const unsigned int workers = tasks != nullptr ? tasks->get_max_thread_count() : 1;
-    const bool has_points = !point_cloud.is_empty();
+    const bool has_points = has_vertices();
     CoreArray<PatchSums> sums(workers * group_count, has_points ? make_empty_sums() : PatchSums{});
     if (has_points) {
-        const CoreArray<unsigned int> groups = get_patch_groups(*this);
+        const CoreArray<unsigned int> groups = get_patch_groups(*this, group_count);
         sds::run_tasks<ComputeSdsBboxesTask>(tasks, get_patch_count(), 4, progress,
                                              {*this, groups, group_count, sums.get_data()});
     }
@@ -264,7 +267,7 @@ void SdsMeshGeometry::compute_primitive_bbox_at(const CtxEval& ctx, const unsign
 }
 
 GMathBbox3<float> SdsMeshGeometry::get_bbox_at(const CtxEval& ctx, const double& time) const {
-    if (point_cloud.is_empty() || is_rest_time(time) || !is_animated()) return arrays.bbox;
+    if (!has_vertices() || is_rest_time(time) || !is_animated()) return arrays.bbox;
     if (refinement) {
         // The vertices are not what the patches are made from.
         const SdsBezierMesh mesh = get_bezier_mesh_at(time);

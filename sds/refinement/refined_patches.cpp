@@ -6,8 +6,8 @@
 
 #include "sds/common/array_bytes.h"
 #include "sds/refinement/handed_edges.h"
+#include "sds/refinement/level_kernels/level_kernels.h"
 #include "sds/refinement/patch_values.h"
-#include "sds/refinement/regular_kernels/regular_kernels.h"
 
 namespace sds {
 
@@ -43,6 +43,7 @@ struct ExactSink {
     void end_level(const PatchLimits<Vec3d>&) {}
     void begin_leaves(const RefinementLevel&) {}
     void end_leaves(const RefinementLevel&) {}
+    static bool add_smooth_leaf(unsigned int, unsigned int) { return false; }
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>&, PatchLimits<Vec3d>&,
                      RegularPatches<Vec3d>& regular) {
         for_each_face(level, FaceState::emitted, [&](unsigned int f) {
@@ -74,6 +75,21 @@ double shortest_safe_edge(const CoreBasicArray<Vec3f>& positions) {
     return 4096.0 * static_cast<double>(std::nextafter(largest, 2.0f * largest) - largest);
 }
 
+const LeafWeights* get_leaf_weights() {
+    struct Table {
+        LeafWeights at[max_leaf_valence + 1] = {};
+        Table() {
+            static_assert(max_leaf_valence == max_summed_valence);
+            for (unsigned int n = 1; n <= max_leaf_valence; ++n) {
+                const ClosedFanWeights<ExactTrig>& weights = closed_fan_weights<ExactTrig>(n);
+                at[n] = {weights.edge, weights.diagonal, turn_cosine<ExactTrig>(n)};
+            }
+        }
+    };
+    static const Table table;
+    return table.at;
+}
+
 template <class Sink>
 void visit_points(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink& sink,
                   AppProgressBar* progress, SysThreadTaskManager* tasks) {
@@ -101,7 +117,26 @@ public:
         m_patches.m_points.resize(0);
         m_patches.m_points.reserve(m_capacity);
         m_patches.m_points.resize(16 * patch_count);
-        m_patches.m_net_offsets.resize(patch_count);
+        m_patches.m_patch_count = patch_count;
+        m_offsets->array.resize(patch_count);
+    }
+    // Keeps where the nets are.
+    void end() {
+        const unsigned int patch_count = m_patches.m_patch_count;
+        const unsigned int* found = m_offsets->array.get_data();
+        m_patches.m_net_words.resize((patch_count + 31) / 32);
+        m_patches.m_net_offsets.resize(m_patches.get_net_count());
+        unsigned int* out = m_patches.m_net_offsets.get_data();
+        unsigned int count = 0;
+        for (unsigned int w = 0; w < m_patches.m_net_words.get_count(); ++w) {
+            NetPlaces::Word word{0, count};
+            for (unsigned int p = 32 * w, end = std::min(p + 32, patch_count); p < end; ++p) {
+                if (found[p] == none) continue;
+                word.has_nets |= 1u << p % 32;
+                out[count++] = found[p];
+            }
+            m_patches.m_net_words[w] = word;
+        }
     }
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine) { m_handed.begin_level(level, fine); }
     void end_level(const PatchLimits<Vec3d>& limits) { m_handed.end_level(limits); }
@@ -109,7 +144,8 @@ public:
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits,
                      RegularPatches<Vec3d>& regular) {
         set_sharp_limits(level, values, limits);
-        const bool has_short = compute_controls(level, view(level, values, limits));
+        m_faces = view(level, values, limits);
+        const bool has_short = compute_controls(level, m_faces);
         if (!has_short && m_like == nullptr && m_storage != NetStorage::all) return;
         make_room_for_nets(level, FaceState::emitted);
         run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
@@ -124,11 +160,20 @@ public:
     }
     void begin_leaves(const RefinementLevel& level) {
         for_each_face(level, FaceState::leaf, [&](unsigned int f) {
-            m_patches.m_net_offsets[level.face_patches[f]] = m_storage == NetStorage::never ? none : 0;
+            m_offsets->array[level.face_patches[f]] = m_storage == NetStorage::never ? none : 0;
         });
         make_room_for_nets(level, FaceState::leaf);
     }
     // Any thread.
+    bool add_smooth_leaf(unsigned int face, unsigned int patch) {
+        Vec3f* controls = get_controls(patch);
+        Vec3f* nets = get_nets(patch);
+        if (!get_level_kernels().compute_leaf(m_faces, face, controls->get_data(),
+                                              nets != nullptr ? nets->get_data() : nullptr))
+            return false;
+        if (m_tasks == nullptr) m_handed.exchange(face, controls);
+        return true;
+    }
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
         Vec3f* controls = get_controls(patch);
@@ -148,9 +193,9 @@ private:
             if (level.vertex_kinds[vertex.vertex] != RefinementLevel::irregular_vertex)
                 limits.set_untouched(vertex.vertex, limit_point(level, values, vertex.vertex));
     }
-    RegularFaces view(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits) {
+    LevelFaces view(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits) {
         static_assert(sizeof(FaceState) == 1);
-        RegularFaces faces;
+        LevelFaces faces;
         faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
         faces.patches = level.face_patches.get_data();
         faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
@@ -162,15 +207,20 @@ private:
         faces.limits = reinterpret_cast<double*>(limits.get_data());
         faces.is_known = limits.get_known();
         faces.controls = reinterpret_cast<float*>(m_patches.m_points.get_data());
-        faces.net_offsets = m_patches.m_net_offsets.get_data();
+        faces.net_offsets = m_offsets->array.get_data();
         faces.shortest_squared = m_shortest_squared;
         faces.emitted = static_cast<unsigned char>(FaceState::emitted);
+        static_assert(RefinementLevel::regular_vertex == 0);
+        faces.kinds = level.vertex_kinds.get_data();
+        faces.valences = level.valences.get_data();
+        faces.sharp_indices = level.sharp_indices.is_empty() ? nullptr : level.sharp_indices.get_data();
+        faces.leaf_weights = get_leaf_weights();
         return faces;
     }
     // Exchanges what is handed, too. Returns whether any patch is so short that it needs nets; the net offsets say
     // which.
-    bool compute_controls(const RefinementLevel& level, const RegularFaces& faces) {
-        const RegularKernels& kernels = get_regular_kernels();
+    bool compute_controls(const RefinementLevel& level, const LevelFaces& faces) {
+        const LevelKernels& kernels = get_level_kernels();
         if (m_tasks == nullptr) {
             // Few at a time, so that what is exchanged is still in the cache.
             constexpr unsigned int chunk = 32;
@@ -202,9 +252,8 @@ private:
     }
     void exchange(const RefinementLevel& level, FaceState state, unsigned int begin, unsigned int end) {
         if (!m_handed.concerns_level()) return;
-        for_each_face(level, state, begin, end, [&](unsigned int f) {
-            if (m_handed.concerns(f)) m_handed.exchange(f, get_controls(level.face_patches[f]));
-        });
+        for_each_face(level, state, begin, end,
+                      [&](unsigned int f) { m_handed.exchange(f, get_controls(level.face_patches[f])); });
     }
     // Gives the patches of a level's faces that store nets, which the net offsets say, their places.
     void make_room_for_nets(const RefinementLevel& level, FaceState state) {
@@ -212,9 +261,9 @@ private:
         unsigned int count = points.get_count();
         for_each_face(level, state, [&](unsigned int f) {
             const unsigned int patch = level.face_patches[f];
-            unsigned int& offset = m_patches.m_net_offsets[patch];
-            const bool is_stored =
-                m_storage == NetStorage::all || (m_like != nullptr ? m_like->m_net_offsets[patch] : offset) != none;
+            unsigned int& offset = m_offsets->array[patch];
+            const bool is_stored = m_storage == NetStorage::all ||
+                                   (m_like != nullptr ? m_like->get_net_places().find(patch) : offset) != none;
             offset = is_stored ? count - 16 * m_patches.get_patch_count() : none;
             count += is_stored ? 24 : 0;
         });
@@ -227,17 +276,24 @@ private:
     Vec3f* get_controls(unsigned int patch) { return m_patches.m_points.get_data() + 16 * size_t{patch}; }
     // Null for a patch that stores none.
     Vec3f* get_nets(unsigned int patch) {
-        const unsigned int offset = m_patches.m_net_offsets[patch];
+        const unsigned int offset = m_offsets->array[patch];
         if (offset == none) return nullptr;
         return m_patches.m_points.get_data() + 16 * size_t{m_patches.get_patch_count()} + offset;
     }
 
+    struct Offsets {
+        CoreArray<unsigned int> array;
+        size_t get_memory_size() const { return bytes_of(array); }
+    };
+
     RefinedPatches& m_patches;
+    KeptScratch<Offsets> m_offsets;  // per patch: where its nets begin, or none
     NetStorage m_storage;
     double m_shortest_squared = 0.0;  // of edges whose patches need no nets
     const RefinedPatches* m_like = nullptr;
     SysThreadTaskManager* m_tasks;
     unsigned int m_capacity = 0;  // of points
+    LevelFaces m_faces{};         // of the level under work
     HandedEdges m_handed;
 };
 
@@ -247,6 +303,7 @@ void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray
     try {
         sink.start(topology.get_places().get_patch_count(), net_count);
         visit_points(topology, positions, sink, progress, sink.get_tasks());
+        sink.end();
     } catch (...) {
         *this = RefinedPatches();
         throw;
@@ -271,7 +328,9 @@ void RefinedPatches::build_like(const RefinedPatches& other, const RefinedTopolo
     build(topology, positions, other.get_net_count(), RoundingSink(*this, other, tasks), progress);
 }
 
-size_t RefinedPatches::get_memory_size() const { return bytes_of(m_points) + bytes_of(m_net_offsets); }
+size_t RefinedPatches::get_memory_size() const {
+    return bytes_of(m_points) + bytes_of(m_net_words) + bytes_of(m_net_offsets);
+}
 
 void compute_exact_patches(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Vec3d* out,
                            Vec3d* nets) {

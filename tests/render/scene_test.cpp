@@ -84,9 +84,13 @@ void expect_nearest_hits(const SphereCloud& cloud, const Scene& scene, const std
         scene.intersect_packet(packet, width, thread, objects);
         for (unsigned int i = 0; i < width; ++i)
             ASSERT_NO_FATAL_FAILURE(expect_hit(packet[i], objects[i], expected[begin + i], begin + i));
+        std::copy_n(rays.begin() + static_cast<std::ptrdiff_t>(begin), width, packet);
+        scene.occluded_packet(packet, width, thread);
+        for (unsigned int i = 0; i < width; ++i)
+            ASSERT_EQ(packet[i].hit.primitive != no_index, expected[begin + i].primitive != no_index) << begin + i;
     }
-    EXPECT_EQ(thread.hit_count, 3u * hit_count);
-    EXPECT_EQ(thread.ray_count, 3u * rays.size());
+    EXPECT_EQ(thread.hit_count, 4u * hit_count);
+    EXPECT_EQ(thread.ray_count, 4u * rays.size());
 }
 void expect_nearest_hits(const SphereCloud& cloud, const Shutter& shutter, const std::vector<GeometryRay>& rays,
                          double tolerance) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "sds/mesh_base/sds_mesh_base.h"
+#include "sds/refinement/net_places.h"
 
 namespace sds {
 
@@ -19,7 +20,7 @@ struct PatchArrays {
     // Of a refined surface, else null, and then instead of all above: sixteen controls a patch, and per patch where its
     // 24 vectors of derivative nets begin, or none.
     const float* controls = nullptr;
-    const unsigned int* net_offsets = nullptr;
+    NetPlaces net_places = {};
     const float* nets = nullptr;
     // Where controls of smooth patches are ready: LocalControls of every patch. Else null.
     const struct LocalControls* local = nullptr;
