@@ -73,13 +73,10 @@ public:
         m_blocks[m_count++] = block;
         m_size += block.size;
     }
-    // False where there was nothing to release.
-    bool release() noexcept {
+    void release() noexcept {
         const std::lock_guard lock(m_mutex);
-        const bool has_any = m_count != 0;
         for (size_t i = 0; i < m_count; ++i) m_blocks[i].free();
         m_count = m_size = 0;
-        return has_any;
     }
     size_t get_size() noexcept {
         const std::lock_guard lock(m_mutex);
@@ -119,12 +116,6 @@ constexpr bool keeps_blocks = true;
 constexpr bool keeps_blocks = true;
 #endif
 
-void* allocate_block(size_t size, std::align_val_t alignment) {
-    void* const block = ::operator new(size, alignment, std::nothrow);
-    if (block != nullptr || !kept_blocks().release()) return block;
-    return ::operator new(size, alignment, std::nothrow);
-}
-
 }  // namespace
 
 void* CoreMemory::allocate(const size_t& size, const size_t& alignment) {
@@ -132,8 +123,7 @@ void* CoreMemory::allocate(const size_t& size, const size_t& alignment) {
     const std::align_val_t aligned = get_alignment(large_size, alignment);
     if (keeps_blocks && is_kept_size(rounded))
         if (void* const kept = kept_blocks().take(rounded, aligned); kept != nullptr) return kept;
-    void* const block = allocate_block(std::max(rounded, large_size), aligned);
-    if (block == nullptr) throw std::bad_alloc();
+    void* const block = ::operator new(std::max(rounded, large_size), aligned);
     if (large_size != 0) ask_for_large_pages(block, large_size);
     return block;
 }
