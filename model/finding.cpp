@@ -54,6 +54,7 @@ constexpr Row rows[] = {
     {tag_index_out_of_range, "tag_index_out_of_range", error, "tag on a vertex out of range", ""},
     {tag_without_edge, "tag_without_edge", error, "crease tag on an edge that no polygon has", ""},
     {tag_without_polygon, "tag_without_polygon", error, "hole tag on a polygon out of range", ""},
+    {too_many_instances, "too_many_instances", error, "instancers with more places than are held", ""},
     {one_corner_polygon, "one_corner_polygon", warning, "polygon with less than two corners", "dropped"},
     {two_corner_polygon, "two_corner_polygon", warning, "polygon with two corners", "dropped"},
     in_words_of(repeated_vertex, PolyFindingCode::repeated_vertex),

@@ -162,7 +162,11 @@ void export_cage(const ExportOptions& options, const LoadedScene& scene, const L
     if (modes.chaikin && !options.quiet)
         print_line(options.cage + ": note: a USD layer has no word for the rule chaikin, left out");
     const std::string name = std::filesystem::path(loaded.name).stem().string();
-    const sds_usda::UsdaCage written(name, cage, loaded.further_uvs, modes);
+    for (const PropertySource& property : loaded.properties)
+        if (property.kind == PolyMeshProperty::Type::varying && !property.indices.empty() && !options.quiet)
+            print_line(options.cage + ": note: a USD layer has no word for property '" + property.name +
+                       "', varying with seams; written as faceVarying");
+    const sds_usda::UsdaCage written(name, cage, loaded.further_uvs, modes, loaded.properties);
     write_usda_file(options.cage, {&written.get_mesh(), 1}, stage_of(scene));
 }
 

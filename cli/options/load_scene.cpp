@@ -10,6 +10,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <cstdio>
 
 namespace sds_cli {
 
@@ -22,9 +24,10 @@ void refuse(bool is_given, const char* option, const char* belongs_to) {
     if (is_given) throw UsageError(std::string(option) + " belongs to " + belongs_to);
 }
 
-UsdScene read_layer(const CommonOptions& common, sds_usda::UsdFindings& findings) {
+UsdScene read_layer(const CommonOptions& common, sds_usda::UsdFindings& findings, std::size_t& size) {
     std::string text;
     if (const std::string reason = read_file(common.mesh, text); !reason.empty()) throw InputError(common.mesh, reason);
+    size = text.size();
     sds_usda::UsdSceneResult read = sds_usda::read_usd_scene(std::move(text));
     for (const sds_usda::UsdFinding& finding : read.findings.entries())
         if (!common.quiet || severity_of(finding.code) == sds_usda::UsdSeverity::error)
@@ -34,11 +37,15 @@ UsdScene read_layer(const CommonOptions& common, sds_usda::UsdFindings& findings
     return std::move(*read.scene);
 }
 
-LoadedSurface build_mesh(const CommonOptions& common, MeshSource&& source, Findings&& findings,
-                         AppProgressBar* progress) {
+void report(const CommonOptions& common, const Findings& findings) {
     for (const Finding& finding : findings.get_entries())
         if (!common.quiet || severity_of(finding.code) == Severity::error) print_line(to_text(finding));
-    if (findings.has_errors()) throw CageError(common.mesh, std::move(findings));
+    if (findings.has_errors()) throw CageError(common.mesh, findings);
+}
+
+LoadedSurface build_mesh(const CommonOptions& common, MeshSource&& source, Findings&& findings,
+                         AppProgressBar* progress) {
+    report(common, findings);
     const SurfaceModes modes = get_modes(common, source.cage.rules);
     if (common.memory_limit != 0) {
         std::size_t bytes =
@@ -59,9 +66,10 @@ LoadedSurface build_mesh(const CommonOptions& common, MeshSource&& source, Findi
     return loaded;
 }
 
-LoadedScene load_layer(const CommonOptions& common, const ChooseFrame& choose, AppProgressBar* progress) {
-    LoadedScene loaded;
-    loaded.layer = read_layer(common, loaded.layer_findings);
+sds_usda::SceneSource read_source(const CommonOptions& common, const ChooseFrame& choose, LoadedScene& loaded) {
+    const auto begin = std::chrono::steady_clock::now();
+    std::size_t size = 0;
+    loaded.layer = read_layer(common, loaded.layer_findings, size);
     loaded.frame = choose(*loaded.layer);
     loaded.frame.codes_per_second = loaded.layer->time_codes_per_second;
     sds_usda::SceneSource source =
@@ -69,6 +77,25 @@ LoadedScene load_layer(const CommonOptions& common, const ChooseFrame& choose, A
     if (source.instances.empty())
         throw InputError(common.mesh, "no mesh is visible at frame " + CLI::detail::to_string(loaded.frame.time));
     loaded.layer->meshes.clear();
+    if (common.statistics) {
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+        const double megabytes = 1e-6 * static_cast<double>(size);
+        std::fprintf(stderr, "read       %.3g MB, %.3f s, %.3g MB/s\n", megabytes, seconds, megabytes / seconds);
+    }
+    return source;
+}
+
+void refuse_cage_options(const CommonOptions& common, const MotionOptions& motion) {
+    constexpr const char* cages = "OBJ cages; a USD scene brings its own";
+    refuse(!motion.next.empty(), "--motion", cages);
+    refuse(!motion.files.empty(), "--time-samples", cages);
+    refuse(!common.uv_files.empty(), "--uv", cages);
+    refuse(!common.property_file.empty(), "--properties", cages);
+}
+
+LoadedScene load_layer(const CommonOptions& common, const ChooseFrame& choose, AppProgressBar* progress) {
+    LoadedScene loaded;
+    sds_usda::SceneSource source = read_source(common, choose, loaded);
     loaded.instances = std::move(source.instances);
     const float share = 1.0f / static_cast<float>(source.meshes.size());
     for (std::size_t m = 0; m < source.meshes.size(); ++m) {
@@ -90,14 +117,19 @@ UsdFrame choose_moment(const CommonOptions& common, const UsdScene& layer) {
     return {.time = common.frame.value_or(first_frame(layer))};
 }
 
+sds_usda::SceneSource read_layer_meshes(const CommonOptions& common, const MotionOptions& motion,
+                                        const ChooseFrame& choose) {
+    refuse_cage_options(common, motion);
+    LoadedScene loaded;
+    sds_usda::SceneSource source = read_source(common, choose, loaded);
+    for (const Findings& findings : source.findings) report(common, findings);
+    return source;
+}
+
 LoadedScene load_scene(const CommonOptions& common, const MotionOptions& motion,
                        const std::vector<std::string>& further, const ChooseFrame& choose, AppProgressBar* progress) {
     if (is_layer(common.mesh)) {
-        constexpr const char* cages = "OBJ cages; a USD scene brings its own";
-        refuse(!motion.next.empty(), "--motion", cages);
-        refuse(!motion.files.empty(), "--time-samples", cages);
-        refuse(!common.uv_files.empty(), "--uv", cages);
-        refuse(!common.property_file.empty(), "--properties", cages);
+        refuse_cage_options(common, motion);
         if (!further.empty()) throw UsageError("a USD scene stands alone: " + further.front());
         return load_layer(common, choose, progress);
     }

@@ -48,6 +48,10 @@ sds_usda::UsdFrame choose_moment(const CommonOptions& common, const sds_usda::Us
 LoadedScene load_scene(const CommonOptions& common, const MotionOptions& motion,
                        const std::vector<std::string>& further, const ChooseFrame& choose, AppProgressBar* progress);
 
+/// Reads the meshes of the layer of `common`, and builds none; otherwise like load_scene.
+sds_usda::SceneSource read_layer_meshes(const CommonOptions& common, const MotionOptions& motion,
+                                        const ChooseFrame& choose);
+
 /// The instance of that path; of an empty one, the only instance. Throws UsageError with the known paths.
 const MeshInstance& choose_instance(const LoadedScene& scene, const std::string& path);
 

@@ -19,16 +19,18 @@ constexpr unsigned int min_threaded_indices = 512;
 
 }  // namespace
 
-SdsMeshGeometry::SdsMeshGeometry() : sample_lock(std::make_shared<SysThreadLock>()) {}
+SdsMeshGeometry::SdsMeshGeometry()
+    : area_lock(std::make_unique<SysThreadLock>()), sample_lock(std::make_shared<SysThreadLock>()) {}
 
 SdsMeshGeometry::SdsMeshGeometry(const SdsMeshGeometry& other)
     : ResourceData(other),
       base(other.base),
       mode(other.mode),
+      area_lock(std::make_unique<SysThreadLock>()),
       sample_lock(std::make_shared<SysThreadLock>()),
       refinement(other.refinement) {
     const GeometryPointCloud& cloud = other.get_point_cloud();
-    arrays = other.arrays;
+    copy_arrays(other);
     point_cloud.init(cloud.get_count(), cloud.get_positions().get_data(), nullptr,
                      cloud.has_velocities() ? cloud.get_velocities().get_data() : nullptr);
     if (other.has_positions_sampling()) set_positions_sampling(other.get_positions_sampling(), other.sample_loader);
@@ -50,11 +52,18 @@ SdsMeshGeometry& SdsMeshGeometry::operator=(const SdsMeshGeometry& other) {
     sample_loader = other.sample_loader;
     cloud_loader = other.cloud_loader;
     refinement = other.refinement;
-    arrays = other.arrays;
+    copy_arrays(other);
     return *this;
 }
 
 SdsMeshGeometry::~SdsMeshGeometry() = default;
+
+// Others may be reading areas meanwhile.
+void SdsMeshGeometry::copy_arrays(const SdsMeshGeometry& other) {
+    const SysThreadLockGuard guard(*other.area_lock);
+    are_areas_due = other.are_areas_due.load();
+    arrays = other.arrays;
+}
 
 const CoreClassInfo& SdsMeshGeometry::get_class_info() const { return class_info(); }
 const CoreClassInfo& SdsMeshGeometry::class_info() {
@@ -177,8 +186,8 @@ void SdsMeshGeometry::build_quads(const CoreArray<Vec3f>& positions, const CoreA
         }
     }
     if (!is_update) arrays.bezier_patches.clear();
-    arrays.bezier_corners.clear();
-    arrays.bezier_corner_motion_vectors.clear();
+    if (linear) arrays.bezier_corners.clear();
+    if (linear || !point_cloud.has_velocities()) arrays.bezier_corner_motion_vectors.clear();
     if (!linear)
         build_patches(is_update, tasks, progress);
     else
@@ -189,7 +198,7 @@ void SdsMeshGeometry::build_quads(const CoreArray<Vec3f>& positions, const CoreA
 
 void SdsMeshGeometry::build_boxes(const float& weight, SysThreadTaskManager* tasks, AppProgressBar* progress) {
     const sds::ProgressTask task(progress, "update bbox and area", weight);
-    update_bbox_and_area(tasks, progress);
+    update_bbox(tasks, progress);
 }
 
 void SdsMeshGeometry::build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress) {
@@ -203,19 +212,14 @@ void SdsMeshGeometry::build_patches(const bool& is_update, SysThreadTaskManager*
             SdsMeshBase::compute_bezier_topology(context, arrays.bezier_patches, tasks, progress);
         }
     }
-    // Vertices that no quad uses stay where they are.
-    const auto compute_corners = [&](const CoreBasicArray<Vec3f>& points, CoreArray<Vec3f>& corners) {
-        corners = points;
-        SdsMeshBase::compute_bezier_corners(context, points, corners.get_data(), tasks, progress);
-    };
     const bool has_motion = point_cloud.has_velocities();
     {
         const sds::ProgressTask task(progress, "compute bezier corners", has_motion ? 0.1f : 0.2f);
-        compute_corners(point_cloud.get_positions(), arrays.bezier_corners);
+        build_corners(point_cloud.get_positions(), arrays.bezier_corners, tasks, progress);
     }
     if (has_motion) {
         const sds::ProgressTask task(progress, "compute bezier corners motion vectors", 0.1f);
-        compute_corners(point_cloud.get_velocities(), arrays.bezier_corner_motion_vectors);
+        build_corners(point_cloud.get_velocities(), arrays.bezier_corner_motion_vectors, tasks, progress);
     }
     bind_view();
     const sds::ProgressTask task(progress, "compute bezier tangents", 0.2f);

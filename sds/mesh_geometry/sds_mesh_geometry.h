@@ -160,8 +160,13 @@ public:
     const GMathBbox3<float>& get_shading_group_bbox(const unsigned int& group) const {
         return arrays.group_bboxes[group];
     }
-    const AreaRecord& get_area_record() const { return arrays.area_record; }
-    // Constant-time estimates under an affine map; with the identity, the summed area of the build.
+    // Areas are summed when one is asked for first after a build, by any thread; that call may throw std::bad_alloc,
+    // and the next one tries again.
+    const AreaRecord& get_area_record() const {
+        sum_areas();
+        return arrays.area_record;
+    }
+    // Constant-time estimates, but for the first, under an affine map; with the identity, the summed area.
     double estimate_area(const CtxEval& ctx, const GMathMatrix4x4<double>& matrix) const;
     double estimate_shading_group_area(const CtxEval& ctx, const unsigned int& group,
                                        const GMathMatrix4x4<double>& matrix) const;
@@ -260,9 +265,9 @@ private:
         CoreArray<Vec3f> bezier_corner_motion_vectors;
         CoreArray<Vec3f> bezier_tangents;
         CoreArray<GMathBbox3<float>> group_bboxes;
-        CoreArray<AreaRecord> group_area_records;
+        mutable CoreArray<AreaRecord> group_area_records;
         GMathBbox3<float> bbox{{0, 0, 0}, {0, 0, 0}};
-        AreaRecord area_record;
+        mutable AreaRecord area_record;
         // Last, so that an assignment that runs out of memory does not set them.
         std::uint64_t topology_stamp = 0;  // of the base that the first four arrays were made for
         std::uint64_t positions_stamp = 0;
@@ -294,8 +299,12 @@ private:
     GeometryPositionArray get_vertices_of(const SdsBezierMesh& mesh, const double& time) const;
     void build_quads(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors, const bool& is_update,
                      AppProgressBar* progress);
+    void copy_arrays(const SdsMeshGeometry& other);
     // Null `tasks`, here and below, where the calling thread is enough.
     void build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress);
+    // Where the vertices at `points` come to lie on the limit.
+    void build_corners(const CoreBasicArray<Vec3f>& points, CoreArray<Vec3f>& corners, SysThreadTaskManager* tasks,
+                       AppProgressBar* progress) const;
     // `former` is what the geometry had before, or null.
     void build_refined(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors, const bool& is_update,
                        std::shared_ptr<Refinement> former, AppProgressBar* progress);
@@ -303,7 +312,11 @@ private:
     static std::unique_ptr<SysThreadTaskManager> make_task_manager(const unsigned int& patch_count);
     void bind_view();
     SdsMeshBase::TopologyContext get_topology_context() const;
-    void update_bbox_and_area(SysThreadTaskManager* tasks, AppProgressBar* progress);
+    void update_bbox(SysThreadTaskManager* tasks, AppProgressBar* progress);
+    void sum_areas() const {
+        if (are_areas_due.load(std::memory_order_acquire)) build_areas();
+    }
+    void build_areas() const;
     // Refined surfaces have no void patches.
     bool is_patch_void(const unsigned int& patch) const {
         return refinement == nullptr && base->is_primitive_void(patch);
@@ -338,8 +351,10 @@ private:
     mutable GeometryPointCloud point_cloud;
     BuiltArrays arrays;
     SdsBezierMesh bezier_mesh;
+    mutable std::atomic<bool> are_areas_due{false};  // those of the arrays
     mutable std::atomic<bool> are_vertices_due{false};
     std::unique_ptr<LateVertices> late_vertices;  // of a refined surface whose base's step is late
+    std::unique_ptr<SysThreadLock> area_lock;
     std::shared_ptr<SysThreadLock> sample_lock;
     std::shared_ptr<CornerCache> corner_cache;
     std::shared_ptr<Refinement> refinement;  // null at depth 0
