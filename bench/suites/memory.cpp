@@ -1,4 +1,5 @@
 // Bytes per quad, array by array.
+#include "bench/support/figure_cage.h"
 #include "bench/support/session.h"
 #include "qn_ctx/ctx_eval.h"
 
@@ -63,10 +64,22 @@ void bench_memory_of(Session& session, const HostCage& cage) {
                              to_text(scale * reported) + " B per quad"});
 }
 
+// What the figure is like, which its rows rest on.
+void check_figure(Session& session) {
+    const CageFigures figures = measure_quads(make_figure_cage());
+    session.report.add(Check{"the figure is a closed body with irregular vertices and quads of all sizes",
+                             figures.is_closed && figures.quad_count > 5500 && figures.quad_count < 6500 &&
+                                 figures.irregular_share > 0.17 && figures.irregular_share < 0.19 &&
+                                 figures.edge_ratio > 35.0 && figures.edge_ratio < 45.0,
+                             std::to_string(figures.quad_count) + " quads, " + to_text(100 * figures.irregular_share) +
+                                 " % irregular, edges 1 to " + to_text(figures.edge_ratio)});
+}
+
 }  // namespace
 
 void bench_memory(Session& session) {
-    for (const char* name : {"car", "bishop", "28k"})
+    if (session.wants("memory/figure")) check_figure(session);
+    for (const char* name : {"car", "bishop", "28k", "figure"})
         if (const HostCage* cage = session.find("memory", name); cage != nullptr) bench_memory_of(session, *cage);
 }
 

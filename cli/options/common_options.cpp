@@ -146,7 +146,8 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
     command.add_flag_function(
         "-v,--verbose", [&options](std::int64_t count) { options.log_level = count > 1 ? 3u : 2u; },
         "Print statistics, as --log-level 2 does; twice: details");
-    command.add_flag("--stats", options.statistics, "Print how long building and tracing took, and their rates");
+    command.add_flag("--stats", options.statistics,
+                     "Print how long reading a scene, building and tracing took, and their rates");
 }
 
 void add_size_option(CLI::App& command, const std::string& flag, std::size_t& size, const std::string& help) {

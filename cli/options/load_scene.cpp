@@ -10,6 +10,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <cstdio>
 
 namespace sds_cli {
 
@@ -22,9 +24,10 @@ void refuse(bool is_given, const char* option, const char* belongs_to) {
     if (is_given) throw UsageError(std::string(option) + " belongs to " + belongs_to);
 }
 
-UsdScene read_layer(const CommonOptions& common, sds_usda::UsdFindings& findings) {
+UsdScene read_layer(const CommonOptions& common, sds_usda::UsdFindings& findings, std::size_t& size) {
     std::string text;
     if (const std::string reason = read_file(common.mesh, text); !reason.empty()) throw InputError(common.mesh, reason);
+    size = text.size();
     sds_usda::UsdSceneResult read = sds_usda::read_usd_scene(std::move(text));
     for (const sds_usda::UsdFinding& finding : read.findings.entries())
         if (!common.quiet || severity_of(finding.code) == sds_usda::UsdSeverity::error)
@@ -44,10 +47,12 @@ LoadedSurface build_mesh(const CommonOptions& common, MeshSource&& source, Findi
                          AppProgressBar* progress) {
     report(common, findings);
     const SurfaceModes modes = get_modes(common, source.cage.rules);
-    if (common.memory_limit != 0)
-        check_memory_limit("the surface",
-                           estimate_build(source.cage, source.further_uvs, source.motion.is_moving(), modes).get_peak(),
-                           common.memory_limit);
+    if (common.memory_limit != 0) {
+        std::size_t bytes =
+            estimate_build(source.cage, source.further_uvs, source.motion.is_moving(), modes).get_peak();
+        for (const PropertySource& property : source.properties) bytes += property.get_memory_size();
+        check_memory_limit("the surface", bytes, common.memory_limit);
+    }
     LoadedSurface loaded;
     loaded.surface = build_surface(source, modes, progress);
     loaded.name = std::move(source.name);
@@ -62,7 +67,9 @@ LoadedSurface build_mesh(const CommonOptions& common, MeshSource&& source, Findi
 }
 
 sds_usda::SceneSource read_source(const CommonOptions& common, const ChooseFrame& choose, LoadedScene& loaded) {
-    loaded.layer = read_layer(common, loaded.layer_findings);
+    const auto begin = std::chrono::steady_clock::now();
+    std::size_t size = 0;
+    loaded.layer = read_layer(common, loaded.layer_findings, size);
     loaded.frame = choose(*loaded.layer);
     loaded.frame.codes_per_second = loaded.layer->time_codes_per_second;
     sds_usda::SceneSource source =
@@ -70,6 +77,11 @@ sds_usda::SceneSource read_source(const CommonOptions& common, const ChooseFrame
     if (source.instances.empty())
         throw InputError(common.mesh, "no mesh is visible at frame " + CLI::detail::to_string(loaded.frame.time));
     loaded.layer->meshes.clear();
+    if (common.statistics) {
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+        const double megabytes = 1e-6 * static_cast<double>(size);
+        std::fprintf(stderr, "read       %.3g MB, %.3f s, %.3g MB/s\n", megabytes, seconds, megabytes / seconds);
+    }
     return source;
 }
 

@@ -98,6 +98,9 @@ inline Double4 clear_sign(const Double4& a) {
 }
 inline double add_lanes3(const Double4& v) { return (v[0] + v[1]) + v[2]; }
 inline double add_lanes(const Double4& v) { return (v[0] + v[1]) + (v[2] + v[3]); }
+inline Double4 add_lanes_of_four(const Double4& a, const Double4& b, const Double4& c, const Double4& d) {
+    return {add_lanes(a), add_lanes(b), add_lanes(c), add_lanes(d)};
+}
 
 }  // namespace QN_SIMD_NAMESPACE
 

@@ -172,6 +172,15 @@ QN_SIMD_INLINE double add_lanes(Double4 v) {
     const Double2 pairs = __builtin_shufflevector(low, high, 0, 2) + __builtin_shufflevector(low, high, 1, 3);
     return pairs[0] + pairs[1];
 }
+QN_SIMD_INLINE Double4 add_lanes_of_four(Double4 a, Double4 b, Double4 c, Double4 d) {
+#if defined(__AVX2__)
+    const Double4 ab = __builtin_shufflevector(a, b, 0, 4, 2, 6) + __builtin_shufflevector(a, b, 1, 5, 3, 7);
+    const Double4 cd = __builtin_shufflevector(c, d, 0, 4, 2, 6) + __builtin_shufflevector(c, d, 1, 5, 3, 7);
+    return __builtin_shufflevector(ab, cd, 0, 1, 4, 5) + __builtin_shufflevector(ab, cd, 2, 3, 6, 7);
+#else
+    return join_doubles(add_lanes(a), add_lanes(b), add_lanes(c), add_lanes(d));
+#endif
+}
 
 }  // namespace QN_SIMD_NAMESPACE
 

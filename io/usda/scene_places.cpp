@@ -152,7 +152,9 @@ bool PlaceVisitor::visit_step(const Step& step) {
 }
 
 bool PlaceVisitor::visit_prototype(const UsdLink& link) {
-    if (links_.size() == max_depth) return true;
+    const bool is_within_itself =
+        std::any_of(links_.begin(), links_.end(), [&](const UsdLink& outer) { return outer.root == link.root; });
+    if (is_within_itself || links_.size() == max_depth) return true;
     links_.push_back(link);
     const bool is_done = visit_below(link.root);
     links_.pop_back();

@@ -36,10 +36,10 @@ std::vector<double> place_times(const UsdScene& scene, const UsdPlace& place);
 /// Whether it is visible at a time code and meant for pictures.
 bool is_place_shown(const UsdScene& scene, const UsdPlace& place, double time);
 
-inline constexpr std::size_t max_places = std::size_t{1} << 22;
+inline constexpr std::size_t max_places = std::size_t{1} << 20;
 
-/// visit(number of the mesh, place) for every place of a mesh at the frame, in the order of the layer. Stops at
-/// max_places that are brought, in prototypes without a mesh too, and returns false.
+/// visit(number of the mesh, place) for every place of a mesh at the frame, in the order of the layer. Nothing is
+/// brought within itself. Stops at max_places that are brought, in prototypes without a mesh too, and returns false.
 bool visit_places(const UsdScene& scene, const UsdFrame& frame,
                   const std::function<void(std::uint32_t, const UsdPlace&)>& visit);
 

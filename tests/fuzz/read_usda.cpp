@@ -6,6 +6,7 @@
 #include "fuzz/byte_source.h"
 #include "fuzz/targets.h"
 #include "io/usda/scene.h"
+#include "io/usda/scene_camera.h"
 #include "io/usda/scene_source.h"
 #include "io/usda/write_layer.h"
 
@@ -80,8 +81,14 @@ void check_source(const UsdScene& scene) {
         for (const std::vector<float>& sample : source.meshes[m].motion.samples)
             require(sample.size() == cage.positions.size());
         for (const sds_model::PropertySource& property : source.meshes[m].properties)
-            require(are_below(property.indices, property.item_count()));
+            require(are_below(property.indices, property.item_count()) &&
+                    property.samples.size() == std::max<std::size_t>(property.times.size(), 1));
     }
+    for (const UsdCamera& camera : scene.cameras) try {
+            const CameraWay way = make_camera_way(scene, camera, frame);
+            require(way.poses.size() == std::max<std::size_t>(way.times.size(), 1));
+        } catch (const std::invalid_argument&) {  // it sees nothing
+        }
 }
 
 }  // namespace

@@ -117,6 +117,10 @@ void run_doubles(const float* in, Results& r) {
     float rounded[4];
     SimdDouble4::load4(lanes).store_rounded4(rounded);
     for (const float x : rounded) r.put(x);
+    r.put((a / b).sum());
+    r.put(SimdDouble4::widen3(in + 3).sum3());
+    sum_of_four(a, b, c, a * b).store4(lanes);
+    for (const double x : lanes) r.put(x);
 }
 
 void run_all(const float* in, unsigned int* out) {

@@ -267,6 +267,35 @@ TEST(Renderer, ABlurredPictureIsTheMeanOfStillOnes) {
     EXPECT_GT(partial, 50u);
 }
 
+TEST(Renderer, ACameraThatGoesAlongSeesAStillPicture) {
+    const SphereCloud standing({{{0, 0, 0}, 1.0}});
+    SphereCloud going = standing;
+    going.set_path({0.0, 1.0}, {{0, 0, 0}, {1.5, 0.5, 0}});
+    CameraPose pose;
+    pose.position = {0, 0, 6};
+    pose.width = 0.6;
+    pose.lens_radius = 0.2;
+    pose.focus = 5.0;
+    CameraPose later = pose;
+    later.position = {1.5, 0.5, 6};
+    RenderOptions options = unshaded(16);
+    options.layers = {make_layer("Z")};
+    const SceneOf still(standing), moving(going, {0.0, 1.0});
+    const Rendering expected = render(still, Camera(pose, 32, 24), options, nullptr);
+    const Rendering found = render(moving, Camera({0.0, 1.0}, {pose, later}, 32, 24), options, nullptr);
+    unsigned int partial = 0;
+    for (const char* channel : {"A", "Z"}) {
+        const std::vector<float>&a = values_of(expected, channel), &b = values_of(found, channel);
+        unsigned int off = 0;
+        for (size_t p = 0; p < a.size(); ++p) {
+            off += a[p] == b[p] || std::fabs(a[p] - b[p]) < 1e-4f ? 0 : 1;
+            partial += a[p] > 0.2f && a[p] < 0.8f ? 1 : 0;
+        }
+        EXPECT_LE(off, 3u) << channel;  // a ray at the rim may be rounded to its other side
+    }
+    EXPECT_GT(partial, 20u);
+}
+
 class SlowCloud : public SphereCloud {
 public:
     using SphereCloud::intersect_primitive;
