@@ -7,6 +7,9 @@
 // An object may be added any number of times, each with a transform of its own: these are its instances, and they share
 // one hierarchy of the object's primitives. Below, "object" counts instances.
 //
+// Objects that stand still may bring a hierarchy of their own (GeometryObject::make_ray_index): to the scene's they are
+// one primitive, and where nothing else is in the scene there is none but theirs. Scenes to be refitted ask for none.
+//
 // The hierarchy works in single precision, in coordinates relative to the scene's center and radius, so that its boxes
 // are equally tight at any size and distance from the origin. The objects themselves see the caller's double-precision
 // rays.

@@ -19,7 +19,7 @@ struct PlainMesh : SdsMesh {
     }
 };
 
-// Rays in packets of eight that run nearly the same way, some of them past the surface.
+// Rays in packets of eight that run nearly the same way, some of them past the surface, with directions of any length.
 std::vector<GeometryRay> make_rays(const GMathBbox3<double>& box, unsigned int packet_count) {
     std::mt19937_64 random(packet_count);
     std::normal_distribution<double> normal;
@@ -30,9 +30,10 @@ std::vector<GeometryRay> make_rays(const GMathBbox3<double>& box, unsigned int p
     std::vector<GeometryRay> rays;
     for (unsigned int k = 0; k < packet_count; ++k) {
         const Vec3d origin = box.get_center() + around(2.0), target = box.get_center() + around(0.8);
+        const double length = k % 4 == 0 ? 1e-15 : k % 4 == 1 ? 1e15 : 1.0;
         for (unsigned int i = 0; i < 8; ++i) {
             GeometryRay ray;
-            ray.start(origin, target + around(0.02) - origin);
+            ray.start(origin, (target + around(0.02) - origin) * length);
             rays.push_back(ray);
         }
     }
