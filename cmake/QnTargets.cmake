@@ -29,6 +29,13 @@ function(qn_configure_target target)
     # Contraction would make one expression round differently in two translation units, and the controls
     # that two patches share must be the same bits.
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -ffp-contract=off)
+    # Debug information names files from the checkout on: the same bytes wherever it lies. A compiler cache that several
+    # checkouts share holds objects of any of them.
+    if(NOT "${CMAKE_CXX_COMPILER_LAUNCHER}" MATCHES "ccache")
+        target_compile_options(
+            ${target} PRIVATE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=."
+                              "-ffile-prefix-map=${PROJECT_BINARY_DIR}=./build")
+    endif()
     if(EMSCRIPTEN) # one static file; addresses in it are known
         set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
         target_compile_options(${target} PRIVATE -include "${PROJECT_SOURCE_DIR}/web/toolchain/older_library.h")

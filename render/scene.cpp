@@ -161,15 +161,26 @@ Bbox3 SceneObject::settle_box() {
     return box;
 }
 
+void SceneObject::make_ray_index(const Bbox3& box) {
+    if (is_animated() || box.is_empty()) return;
+    ray_index = object->make_ray_index(CoreBasicArray<Bbox3>(bounds.primitive_count, bounds.boxes.data()));
+    if (!ray_index) return;
+    bounds.primitive_count = 1;
+    bounds.boxes = {box};
+}
+
 void Scene::Impl::compute_bounds() {
     for (const auto& object : objects) {
         object->bounds = compute_primitive_bounds(*object);
-        bbox.grow(object->settle_box());
+        const Bbox3 box = object->settle_box();
+        bbox.grow(box);
+        if (!is_refitted) object->make_ray_index(box);
     }
     for (const auto& shared : shared_objects) {
         shared->primitives.bounds = compute_primitive_bounds(shared->primitives);
         const Bbox3 box = shared->primitives.settle_box();
         if (box.is_empty()) continue;
+        shared->primitives.make_ray_index(box);
         shared->own_space = UnitSpace(box);
         shared->box = shared->own_space.pad(box);
     }
@@ -200,6 +211,10 @@ void Scene::Impl::compute_instance_bounds(InstanceGroup& group, bool moves) {
 
 void Scene::Impl::build() {
     if (bbox.is_empty()) return;
+    if (entries.size() == 1 && objects.size() == 1 && objects.front()->ray_index) {
+        only_object = objects.front().get();
+        return;
+    }
     // Building runs in the calling arena. A thread count given to the device would limit the whole process.
     device.reset(rtcNewDevice(nullptr));
     if (!device) check_device(nullptr);
@@ -224,7 +239,7 @@ void Scene::Impl::build() {
 }
 
 void Scene::Impl::build_shared(SharedObject& shared) {
-    if (shared.box.is_empty()) return;
+    if (shared.box.is_empty() || shared.primitives.ray_index) return;
     shared.primitives.space = &shared.own_space;
     shared.hierarchy = build_hierarchy(device.get(), false, [&](RTCScene scene) {
         attach(scene, shared.primitives, 0, &intersect_primitive_callback, &occlude_primitive_callback);
@@ -276,6 +291,7 @@ bool Scene::Impl::refit() {
 }
 
 void Scene::Impl::forget_commit() {
+    only_object = nullptr;
     hierarchy.reset();
     objects.clear();
     shared_objects.clear();

@@ -81,8 +81,8 @@ public:
     bool occluded(GeometryRay& ray, RenderThread& thread) const;
 
     // `intersect` for `count` rays of one mode at once, 1 to RenderThread::packet_size. Rays that meet the same
-    // primitive reach it together, as one range with an intersection map, unless it moves and their times differ.
-    // `objects` holds `count` indices, no_index where there is no hit.
+    // primitive, or object with a hierarchy of its own, reach it together, as one range, unless it moves and their
+    // times differ. `objects` holds `count` indices, no_index where there is no hit.
     void intersect_packet(GeometryRay* rays, unsigned int count, RenderThread& thread, unsigned int* objects) const;
 
     // `occluded` for as many: a ray has a hit where something is in its way. Sets the rays' modes to `any`.

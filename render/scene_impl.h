@@ -34,10 +34,14 @@ struct SceneObject : BoundedPrimitives {
     bool is_animated() const { return ray_data.has_motion_blur; }
     // Box over the whole shutter; gives the object its reference.
     Bbox3 settle_box();
+    // Asks an object that stands still for a hierarchy of its own.
+    void make_ray_index(const Bbox3& box);
 
     const GeometryObject* object = nullptr;
     unsigned int index = 0;
     GeometryRaytraceData ray_data;
+    // Null unless the object has a hierarchy of its own; it is one primitive of the scene's then.
+    std::unique_ptr<const GeometryRayIndex> ray_index;
     // Still primitives without a valid box.
     std::vector<unsigned int> left_out;
     // One point per object, so that its kernels narrow a ray the same way for all primitives.
@@ -49,7 +53,7 @@ struct SharedObject {
     SceneObject primitives;
     UnitSpace own_space;
     Bbox3 box = Bbox3::empty();  // with room for hits that kernels accept beside it
-    HierarchyHandle hierarchy;   // null without primitives
+    HierarchyHandle hierarchy;   // null without primitives, and where the object has its own
 };
 
 struct Instance {
@@ -80,8 +84,9 @@ struct Scene::Impl {
     std::vector<std::unique_ptr<SharedObject>> shared_objects;
     InstanceGroup still_instances, moving_instances;
     DeviceHandle device;
-    HierarchyHandle hierarchy;  // null until built, and in a scene without primitives
-    bool is_refitted = false;   // by updates; the bounds are kept then
+    HierarchyHandle hierarchy;  // null until built, in a scene without primitives, and where there is only_object
+    const SceneObject* only_object = nullptr;  // all that is in the scene, with a hierarchy of its own
+    bool is_refitted = false;                  // by updates; the bounds are kept then
 
     void sort_entries();
     void set_motion_sampling();

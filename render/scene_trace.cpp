@@ -74,7 +74,10 @@ void offer_range(const SceneObject& object, unsigned int primitive, RenderThread
     GeometryRaytraceCtx ctx(rays, last + 1, object.ray_data);
     ctx.set_ray_range(first, last);
     ctx.set_reference_point(object.reference);
-    object.object->intersect_primitive(thread.get_eval(), primitive, ctx);
+    if (object.ray_index)
+        object.ray_index->intersect(thread.get_eval(), ctx);
+    else
+        object.object->intersect_primitive(thread.get_eval(), primitive, ctx);
 }
 
 bool offer_single(const SceneObject& object, unsigned int primitive, TraceContext& trace, unsigned int ray) {
@@ -185,6 +188,7 @@ bool enter(const Instance& instance, const GeometryRay& ray, GeometryRay& local)
 }
 
 void trace_shared(const SharedObject& shared, GeometryRay& ray, float time, RenderThread& thread) {
+    if (shared.primitives.ray_index) return offer_range(shared.primitives, 0, thread, &ray, 0, 0);
     SceneRay narrowed;
     if (!shared.hierarchy || !narrowed.init(shared.own_space, ray.origin, ray.direction, ray.tnear, ray.tfar)) return;
     unsigned int unused = no_index;
@@ -216,6 +220,15 @@ bool offer_instance(const Instance& instance, TraceContext& trace, unsigned int 
 
 const Instance& get_instance(void* user_pointer, unsigned int primitive) {
     return static_cast<const InstanceGroup&>(*static_cast<const BoundedPrimitives*>(user_pointer)).instances[primitive];
+}
+
+// Rays without hits against a scene's only object, by the object's own hierarchy. True when some hit it.
+bool trace_only(const SceneObject& object, GeometryRay* rays, unsigned int count, RenderThread& thread) {
+    offer_range(object, 0, thread, rays, 0, count - 1);
+    unsigned int hit_count = 0;
+    for (unsigned int i = 0; i < count; ++i) hit_count += rays[i].hit.primitive != no_index ? 1 : 0;
+    thread.hit_count += hit_count;
+    return hit_count != 0;
 }
 
 struct Packet8 {
@@ -326,6 +339,11 @@ float Scene::Impl::get_hierarchy_time(double time) const {
 
 bool Scene::intersect(GeometryRay& ray, RenderThread& thread, unsigned int* object) const {
     ++thread.ray_count;
+    if (m_impl->only_object != nullptr) {
+        if (!trace_only(*m_impl->only_object, &ray, 1, thread)) return false;
+        if (object != nullptr) *object = 0;
+        return true;
+    }
     SceneRay narrowed;
     if (!m_impl->hierarchy || !narrowed.init(m_impl->space, ray.origin, ray.direction, ray.tnear, ray.tfar))
         return false;
@@ -344,6 +362,7 @@ bool Scene::intersect(GeometryRay& ray, RenderThread& thread, unsigned int* obje
 bool Scene::occluded(GeometryRay& ray, RenderThread& thread) const {
     ++thread.ray_count;
     ray.mode = GeometryRayMode::any;
+    if (m_impl->only_object != nullptr) return trace_only(*m_impl->only_object, &ray, 1, thread);
     SceneRay narrowed;
     if (!m_impl->hierarchy || !narrowed.init(m_impl->space, ray.origin, ray.direction, ray.tnear, ray.tfar))
         return false;
@@ -359,6 +378,12 @@ bool Scene::occluded(GeometryRay& ray, RenderThread& thread) const {
 void Scene::intersect_packet(GeometryRay* rays, unsigned int count, RenderThread& thread, unsigned int* objects) const {
     for (unsigned int i = 0; i < count; ++i) objects[i] = no_index;
     thread.ray_count += count;
+    if (m_impl->only_object != nullptr) {
+        trace_only(*m_impl->only_object, rays, count, thread);
+        for (unsigned int i = 0; i < count; ++i)
+            if (rays[i].hit.primitive != no_index) objects[i] = 0;
+        return;
+    }
     if (!m_impl->hierarchy) return;
     if (count <= Packet8::width)
         trace_packet<Packet8>(*m_impl, rays, count, objects, thread);

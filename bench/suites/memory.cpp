@@ -1,5 +1,7 @@
 // Bytes per quad, array by array.
+#include "bench/support/figure_cage.h"
 #include "bench/support/session.h"
+#include "qn_ctx/ctx_eval.h"
 
 namespace sds_bench {
 
@@ -45,16 +47,39 @@ void bench_memory_of(Session& session, const HostCage& cage) {
     row.ratio = row.ours;
     row.floor = Floor{400.0, true};
     session.report.add(row);
+    const SdsMesh mesh = surface.make_mesh(3);
+    CoreArray<GMathBbox3<double>> boxes(mesh.get_primitive_count());
+    const CtxShader shader;
+    for (unsigned int i = 0; i < boxes.get_count(); ++i) mesh.compute_primitive_bbox(CtxEval(shader), i, boxes[i]);
+    if (const auto index = mesh.make_ray_index(boxes)) {
+        Row traced{"memory", "the same and the mesh's own hierarchy, level 3; ratio is the bytes", cage.name, "B/quad",
+                   scale * (total + static_cast<double>(index->get_memory_size()))};
+        traced.ratio = traced.ours;
+        traced.floor = Floor{2500.0, true};
+        session.report.add(traced);
+    }
     const double reported = static_cast<double>(base.get_memory_size() + geometry.get_memory_size());
     session.report.add(Check{"memory of " + cage.name + " as base and geometry report it",
                              reported > 0.95 * total && reported < 1.05 * total + 4096.0,
                              to_text(scale * reported) + " B per quad"});
 }
 
+// What the figure is like, which its rows rest on.
+void check_figure(Session& session) {
+    const CageFigures figures = measure_quads(make_figure_cage());
+    session.report.add(Check{"the figure is a closed body with irregular vertices and quads of all sizes",
+                             figures.is_closed && figures.quad_count > 5500 && figures.quad_count < 6500 &&
+                                 figures.irregular_share > 0.17 && figures.irregular_share < 0.19 &&
+                                 figures.edge_ratio > 35.0 && figures.edge_ratio < 45.0,
+                             std::to_string(figures.quad_count) + " quads, " + to_text(100 * figures.irregular_share) +
+                                 " % irregular, edges 1 to " + to_text(figures.edge_ratio)});
+}
+
 }  // namespace
 
 void bench_memory(Session& session) {
-    for (const char* name : {"car", "bishop", "28k"})
+    if (session.wants("memory/figure")) check_figure(session);
+    for (const char* name : {"car", "bishop", "28k", "figure"})
         if (const HostCage* cage = session.find("memory", name); cage != nullptr) bench_memory_of(session, *cage);
 }
 

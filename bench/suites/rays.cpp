@@ -121,9 +121,9 @@ struct Floors {
 };
 
 Floors get_floors(const std::string& cage, unsigned int level) {
-    if (cage == "car" && level == 3) return {Floor{0.75}, Floor{0.7}, Floor{0.75}};
-    if (cage == "28k" && level == 3) return {Floor{1.3}, Floor{0.7}, Floor{1.1}};
-    if (cage == "car" && level == 0) return {Floor{1.0}, Floor{0.6}, std::nullopt};
+    if (cage == "car" && level == 3) return {Floor{1.0}, Floor{0.9}, Floor{0.85}};
+    if (cage == "28k" && level == 3) return {Floor{1.92}, Floor{1.4}, Floor{1.55}};
+    if (cage == "car" && level == 0) return {Floor{1.5}, Floor{1.05}, std::nullopt};
     if (cage == "28k" && level == 0) return {Floor{2.0}, Floor{1.2}, std::nullopt};
     return {};
 }

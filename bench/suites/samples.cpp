@@ -85,10 +85,16 @@ void bench_samples_of(Session& session, Subject& subject) {
         session.get_budget(1.0), Clock::thread_cpu);
     Row row = make_rate_row("samples", "P, Du, Dv; ours with normal", subject.cage.name, "M/s", subject.get_amount(),
                             times[0], "OpenSubdiv", times[2]);
-    row.floor = Floor{3.0};
+    // A place and a point; a quad, its record and its tangents' one, and its own and its neighbors' points.
+    constexpr double bytes = 12 + 48 + 16 + 68 + 8 + 12 * (4 + 4 + 8);
+    row.bytes = bytes;
+    row.floor = Floor{subject.cage.name == "car" ? 3.5 : 3.0};
     session.report.add(row);
-    session.report.add(make_rate_row("samples", "one by one, with curvature, double", subject.cage.name, "M/s",
-                                     subject.get_amount(), times[1], "OpenSubdiv", times[2]));
+    row = make_rate_row("samples", "one by one, with curvature, double", subject.cage.name, "M/s", subject.get_amount(),
+                        times[1], "OpenSubdiv", times[2]);
+    row.bytes = bytes + sizeof(GeometrySample) - 48;
+    row.floor = Floor{1.0};
+    session.report.add(row);
 }
 
 void bench_lookups_of(Session& session, Subject& subject) {
@@ -168,7 +174,7 @@ void bench_frustum_of(Session& session, Subject& subject) {
 }  // namespace
 
 void bench_samples(Session& session) {
-    std::vector<std::string> names{"car", "28k"};
+    std::vector<std::string> names{"car", "28k", "figure"};
     if (session.is_full) names.insert(names.end(), {"bishop", "1M"});
     for (const std::string& name : names)
         if (const HostCage* cage = session.find("samples", name); cage != nullptr)

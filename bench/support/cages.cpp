@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "bench/support/figure_cage.h"
 #include "io/obj/read_obj.h"
 #include "sds/common/cubic_basis.h"
 #include "sds/common/half_edge.h"
@@ -125,7 +126,9 @@ const HostCage* CageStore::find(const std::string& name) {
     const auto found = m_cages.find(name);
     if (found != m_cages.end()) return found->second.get();
     std::unique_ptr<HostCage> cage;
-    if (const unsigned int n = get_cut_count(name); n == 0)
+    if (name == "figure")
+        cage = std::make_unique<HostCage>(make_figure_cage(), name);
+    else if (const unsigned int n = get_cut_count(name); n == 0)
         cage = read_cage(name);
     else if (const HostCage* body = find("body"); body != nullptr)
         cage = std::make_unique<HostCage>(cut_quads(*body, n), name);

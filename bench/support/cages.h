@@ -1,8 +1,9 @@
 // The cages that are measured, by name:
 //
-//   car, bishop, cube             small cages, two with creases, read from ../shared/meshes (or the folder in
-//   QN_MESHES) knot                          assets/knot.obj 10k, 28k, 100k, 1M, 10M       assets/body.obj with every
-//   quad cut into n x n on its limit surface: nearly flat
+//   car, bishop, cube             small ones, two with creases, read from ../shared/meshes (or the folder in QN_MESHES)
+//   knot                          assets/knot.obj
+//   figure                        a body with limbs and irregular vertices: figure_cage.h
+//   10k, 28k, 100k, 1M, 10M       assets/body.obj with every quad cut into n x n on its limit surface: nearly flat
 //                                 quads, closed, a few vertices of valence 3 and 5
 #pragma once
 

@@ -93,6 +93,20 @@ void OurSurface::build(const HostCage& cage, unsigned int depth, AppProgressBar*
     geometry.set(base, cage.positions, cage.motion, SdsMeshGeometry::InterpolationMode::corners_fixed, progress);
 }
 
+double OurSurface::get_build_bytes(const HostCage& cage) const {
+    const double input =
+        12.0 * cage.get_vertex_count() + 8.0 * cage.get_polygon_count() + 5.0 * cage.indices.get_count();
+    return input + static_cast<double>(base.get_memory_size()) + static_cast<double>(geometry.get_memory_size());
+}
+
+double OurSurface::get_update_bytes() const {
+    // Per quad its vertices, edges across, group, fans and records; per vertex the new position, where it is kept, and
+    // the limit corner.
+    constexpr double quad = 16 + 16 + 4 + 64 + 8 + 68, vertex = 12 + 12 + 12;
+    return quad * base.get_primitive_count() + vertex * geometry.get_vertices().get_count() +
+           12.0 * geometry.get_bezier_tangents_array().get_count();
+}
+
 void OurSurface::build_maps(const HostCage& cage) {
     const PolyCreaseScope creases(cage.creases);
     maps.set(base, cage.counts, cage.uv_maps, {}, SdsMeshMaps::InterpolationMode::corners_fixed, nullptr);

@@ -53,6 +53,9 @@ struct OurSurface {
     void build(const HostCage& cage, AppProgressBar* progress = nullptr) { build(cage, 0, progress); }
     void build(const HostCage& cage, unsigned int depth, AppProgressBar* progress = nullptr);
     void build_maps(const HostCage& cage);
+    // Bytes that a build has to touch, its input's and its results', each once; and new positions on the same topology.
+    double get_build_bytes(const HostCage& cage) const;
+    double get_update_bytes() const;
     // A mesh at a level, which refers to this surface. The maps need not have been built.
     SdsMesh make_mesh(unsigned int level) const;
 
@@ -72,6 +75,9 @@ public:
     explicit ReferenceMesh(const SdsMesh& mesh) : SdsMesh(mesh) {}
 
     using SdsMesh::intersect_primitive;
+    std::unique_ptr<const GeometryRayIndex> make_ray_index(const CoreBasicArray<GMathBbox3<double>>&) const override {
+        return nullptr;
+    }
     void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                              GeometryRaytraceCtx& rays) const override;
 };

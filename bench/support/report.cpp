@@ -104,6 +104,29 @@ Table Report::make_floors_table() const {
     return table;
 }
 
+// How far each row is from what the machine allows: its memory touched once, its page faults.
+Table Report::make_limits_table() const {
+    Table table{"What bounds each row",
+                {"work", "cage", "ns a unit", "bytes a unit", "ns to touch them", "page faults per 1000",
+                 "ns of faults", "instructions", "cache misses", "bound by"},
+                {}};
+    const MachineSpeed& speed = get_machine_speed();
+    for (const Row& row : m_rows) {
+        if (std::isnan(row.unit_count)) continue;
+        const double ns = 1e3 / row.ours;  // rates are in millions a second
+        const double touch = 1e9 * row.bytes / speed.bytes_per_second;
+        const double faults = row.counts.page_faults / row.unit_count, fault_ns = 1e9 * faults * speed.page_fault;
+        const char* const bound = fault_ns > 0.4 * ns ? "first touches of pages"
+                                  : touch > 0.4 * ns  ? "memory"
+                                                      : "instructions";
+        table.rows.push_back({row.suite + ": " + row.work, row.cage, to_text(ns), to_text(row.bytes), to_text(touch),
+                              to_text(1e3 * faults), to_text(fault_ns),
+                              to_text(row.counts.instructions / row.unit_count),
+                              to_text(row.counts.cache_misses / row.unit_count), bound});
+    }
+    return table;
+}
+
 void Report::print_floors(std::ostream& out) const { print_table(out, make_floors_table()); }
 
 void Report::write_markdown(std::ostream& out) const {
@@ -115,6 +138,15 @@ void Report::write_markdown(std::ostream& out) const {
         for (; i < m_rows.size() && m_rows[i].suite == suite; ++i) table.rows.push_back(get_cells(m_rows[i]));
         write_table(out, table);
     }
+    const MachineSpeed& speed = get_machine_speed();
+    write_table(out, make_limits_table());
+    out << "\nBytes are those of the arrays that a unit reads and writes, each counted once; the time to touch them is "
+           "that of\n"
+           "this run's copying speed, "
+        << to_text(1e-9 * speed.bytes_per_second)
+        << " GB/s of reads and writes outside the caches; a first touch of a page of 4 KB takes "
+        << to_text(1e9 * speed.page_fault)
+        << " ns.\nInstructions and cache misses stand where the kernel counts them.\n";
     for (const Table& table : m_tables) write_table(out, table);
     Table checks{"Answers compared", {"what", "agrees", "detail"}, {}};
     for (const Check& check : m_checks) checks.rows.push_back({check.what, check.is_good ? "yes" : "no", check.detail});

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/support/counters.h"
+
 namespace sds_bench {
 
 // What a ratio has to keep to.
@@ -30,6 +32,11 @@ struct Row {
     double opponent = none;
     double ratio = none;  // above 1: ours is the better one, unless the work's text says what is divided by what
     std::optional<Floor> floor = std::nullopt;
+    // Of one run of ours, where it is known: how many units it does, what it costs, and how many bytes of memory a unit
+    // has to touch at least.
+    double unit_count = none;
+    Counts counts = {};
+    double bytes = none;
 };
 
 struct Check {
@@ -59,6 +66,7 @@ public:
 
 private:
     Table make_floors_table() const;
+    Table make_limits_table() const;
 
     std::string m_title;
     std::vector<Row> m_rows;

@@ -35,24 +35,22 @@ void run_alone(Work&& work) {
     SysThreadArena(1).execute(work);
 }
 
-// A row from one job's timings, or two.
+// A row from one job's timings, or two. `amount` counts millions.
 inline Row make_rate_row(const std::string& suite, const std::string& work, const std::string& cage,
                          const std::string& unit, double amount, const Timings& ours) {
-    return {suite, work, cage, unit, amount / ours.median(), ours.spread(), "", Row::none, Row::none, std::nullopt};
+    Row row{suite, work, cage, unit, amount / ours.median(), ours.spread()};
+    row.unit_count = 1e6 * amount;
+    row.counts = ours.counts;
+    return row;
 }
 inline Row make_rate_row(const std::string& suite, const std::string& work, const std::string& cage,
                          const std::string& unit, double amount, const Timings& ours, const std::string& opponent_name,
                          const Timings& opponent) {
-    return {suite,
-            work,
-            cage,
-            unit,
-            amount / ours.median(),
-            ours.spread(),
-            opponent_name,
-            amount / opponent.median(),
-            median_ratio(opponent, ours),
-            std::nullopt};
+    Row row = make_rate_row(suite, work, cage, unit, amount, ours);
+    row.opponent_name = opponent_name;
+    row.opponent = amount / opponent.median();
+    row.ratio = median_ratio(opponent, ours);
+    return row;
 }
 
 // Every suite leaves out what the filter does not want and the cages that are not there.

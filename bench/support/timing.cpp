@@ -45,9 +45,11 @@ std::vector<Timings> run_interleaved(const std::vector<Job>& jobs, const Budget&
     for (unsigned int round = 0; round < budget.max_rounds; ++round) {
         if (round >= budget.min_rounds && get_seconds(Clock::wall) - begin > budget.seconds) break;
         for (size_t j = 0; j < jobs.size(); ++j) {
+            const Counts before = read_counts();
             const double start = get_seconds(clock);
             jobs[j].run();
             timings[j].seconds.push_back(get_seconds(clock) - start);
+            timings[j].counts = read_counts() - before;
             jobs[j].reset();
         }
     }

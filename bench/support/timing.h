@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/support/counters.h"
+
 namespace sds_bench {
 
 enum class Clock {
@@ -25,6 +27,7 @@ struct Job {
 
 struct Timings {
     std::vector<double> seconds;  // per round
+    Counts counts;                // of the last round
 
     double median() const;
     double fastest() const;

@@ -47,10 +47,12 @@ LoadedSurface build_mesh(const CommonOptions& common, MeshSource&& source, Findi
                          AppProgressBar* progress) {
     report(common, findings);
     const SurfaceModes modes = get_modes(common, source.cage.rules);
-    if (common.memory_limit != 0)
-        check_memory_limit("the surface",
-                           estimate_build(source.cage, source.further_uvs, source.motion.is_moving(), modes).get_peak(),
-                           common.memory_limit);
+    if (common.memory_limit != 0) {
+        std::size_t bytes =
+            estimate_build(source.cage, source.further_uvs, source.motion.is_moving(), modes).get_peak();
+        for (const PropertySource& property : source.properties) bytes += property.get_memory_size();
+        check_memory_limit("the surface", bytes, common.memory_limit);
+    }
     LoadedSurface loaded;
     loaded.surface = build_surface(source, modes, progress);
     loaded.name = std::move(source.name);

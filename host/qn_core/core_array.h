@@ -78,6 +78,12 @@ public:
     // Replaces the content by a copy of `other`; nothing happens when both are the same storage.
     void copy_from(const CoreBasicArray<T>& other) {
         if (m_data == other.get_data() && m_count == other.get_count()) return;
+        if constexpr (std::is_trivially_copyable_v<T>)
+            if (other.get_count() != 0 && other.get_count() <= m_capacity && m_capacity / 2 <= other.get_count()) {
+                std::memmove(m_data, other.get_data(), sizeof(T) * other.get_count());
+                m_count = other.get_count();
+                return;
+            }
         CoreArray copy;
         copy.reserve(other.get_count());
         if constexpr (std::is_trivially_copyable_v<T>) {

@@ -2,8 +2,11 @@
 //
 // The first touch of a page costs as much as filling it several times over: a build's arrays spend a third of its time
 // there. Storage of one and a half megabytes and more therefore asks the system for pages of two, the last of which is
-// filled by three quarters at least, or stays in small ones. A system without such pages is no worse off. Any
-// thread may call.
+// filled by three quarters at least, or stays in small ones. A system without such pages is no worse off.
+//
+// For the same reason storage of 64 KB to 16 MB that is freed is kept for the next array of its size: 64 MB at most, of
+// which what was freed first goes first. So a surface that is built again, or another one like it, finds its pages
+// there. Any thread may call.
 #pragma once
 
 #include <cstddef>
@@ -15,4 +18,10 @@ struct QN_EXPORT CoreMemory {
     static void* allocate(const size_t& size, const size_t& alignment);
     // `size` and `alignment` as they were for allocate; `block` may be null.
     static void free(void* block, const size_t& size, const size_t& alignment) noexcept;
+
+    static constexpr size_t max_kept_size = size_t{64} << 20;
+    // Freed storage that waits for its next use, in bytes.
+    static size_t get_kept_size() noexcept;
+    // Gives it back to the system.
+    static void release_kept() noexcept;
 };

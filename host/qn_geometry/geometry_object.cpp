@@ -59,5 +59,9 @@ bool GeometryObject::get_normal_map_data(const unsigned int&, CoreArray<GMathVec
 }
 bool GeometryObject::is_primitive_uv_mapped(const unsigned int&, const unsigned int&) const { return false; }
 bool GeometryObject::is_primitive_edge_visible(const unsigned int&, const unsigned int&) const { return true; }
+std::unique_ptr<const GeometryRayIndex> GeometryObject::make_ray_index(
+    const CoreBasicArray<GMathBbox3<double>>&) const {
+    return nullptr;
+}
 bool GeometryObject::is_primitive_linear(const unsigned int&) const { return false; }
 bool GeometryObject::is_primitive_edge_linear(const unsigned int&, const unsigned int&) const { return false; }

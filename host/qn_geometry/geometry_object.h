@@ -5,6 +5,8 @@
 // primitive, edge, group and map indices.
 #pragma once
 
+#include <memory>
+
 #include "qn_core/core_array.h"
 #include "qn_geometry/geometry_fragment.h"
 #include "qn_geometry/geometry_frustum_ctx.h"
@@ -90,4 +92,9 @@ public:
                                      GeometryFrustumCtx& frustum) const = 0;
     virtual void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                                      GeometryRaytraceCtx& rays) const = 0;
+    // For a host that traces many rays: the object's own hierarchy over its primitives, for as long as the object stays
+    // as it is. `boxes` hold one box per primitive; primitives whose box is empty or not finite are left out. Null
+    // where the host's own hierarchy does as well. Throws std::bad_alloc.
+    virtual std::unique_ptr<const GeometryRayIndex> make_ray_index(
+        const CoreBasicArray<GMathBbox3<double>>& boxes) const;
 };

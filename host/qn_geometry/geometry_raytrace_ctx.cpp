@@ -28,6 +28,8 @@ double get_shift(const GMathVec3<double>& point, const GeometryRay& ray, double 
 
 }  // namespace
 
+GeometryRayIndex::~GeometryRayIndex() = default;
+
 double GeometryRaytraceCtx::get_reference_shift(const unsigned int& i) const {
     const GeometryRay& ray = m_rays[i];
     return get_shift(m_reference_point, ray, DirectionScale(ray.direction.length_squared()).inverse_square);

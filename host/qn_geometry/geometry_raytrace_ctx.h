@@ -5,6 +5,7 @@
 // context at a time.
 #pragma once
 
+#include <cstddef>
 #include <limits>
 
 #include "qn_core/core_export.h"
@@ -156,4 +157,16 @@ private:
     GeometryRaytraceData m_data;
     unsigned int m_start_node = 0;
     GMathVec3<double> m_reference_point{0, 0, 0};
+};
+
+// A hierarchy that an object keeps over its own primitives: GeometryObject::make_ray_index. Any number of threads may
+// use it.
+class QN_EXPORT GeometryRayIndex {
+public:
+    virtual ~GeometryRayIndex();
+    // As intersect_primitive with every primitive, for rays without a map and the fastest kernel family. Of two hits at
+    // the same distance the one with the smaller primitive index is kept.
+    virtual void intersect(const CtxEval& ctx, GeometryRaytraceCtx& rays) const = 0;
+    // In bytes, with all that it holds.
+    virtual size_t get_memory_size() const = 0;
 };

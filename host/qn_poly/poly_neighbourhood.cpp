@@ -1,8 +1,8 @@
 #include "qn_poly/poly_neighbourhood.h"
 
 #include <algorithm>
-#include <cstdint>
 
+#include "qn_poly/poly_corner_pairs.h"
 #include "qn_poly/poly_crease_scope.h"
 #include "qn_poly/poly_edge_buckets.h"
 #include "qn_sys/sys_thread.h"
@@ -13,7 +13,6 @@ constexpr unsigned int none = 0xFFFFFFFF;
 
 // Buckets of more halves pair through slots: comparing all pairs costs the square.
 constexpr std::ptrdiff_t max_compared_halves = 16;
-constexpr unsigned int vertices_per_task = 16384;
 
 // What the bucket under work has seen of the edge to one higher vertex.
 struct EdgeSlot {
@@ -40,26 +39,17 @@ void pair_by_comparing(const PolyHalfEdge* begin, const PolyHalfEdge* end, const
     }
 }
 
-// Links the halves of every edge that has just two. Buckets are apart, so that many may be paired at once.
-template <class Link>
-void pair_halves(const PolyEdgeBuckets& buckets, unsigned int vertex_count, const Link& link) {
-    const unsigned int tasks = vertex_count / vertices_per_task + 1;
-    const auto pair_range = [&](unsigned int task, unsigned int) {
-        const unsigned int first = task * vertices_per_task;
-        const unsigned int last = vertex_count - first < vertices_per_task ? vertex_count : first + vertices_per_task;
-        buckets.for_each_bucket(first, last, [&](unsigned int, const PolyHalfEdge* begin, const PolyHalfEdge* end) {
-            if (end - begin <= max_compared_halves) pair_by_comparing(begin, end, link);
-        });
+// The partners of all face-corners by sorted edges: linear for any input.
+void pair_by_sorting(const PolyEdgeBuckets& buckets, unsigned int vertex_count, CoreArray<unsigned int>& partners) {
+    partners.assign(partners.get_count(), none);
+    const auto link = [&partners](unsigned int a, unsigned int b) {
+        partners[a] = b;
+        partners[b] = a;
     };
-    if (tasks == 1)
-        pair_range(0, 0);
-    else
-        sys_parallel_for(tasks, pair_range);
-
     // One slot per higher vertex, for whichever bucket is at work.
     CoreArray<EdgeSlot> slots;
     buckets.for_each_bucket([&](unsigned int low, const PolyHalfEdge* half, const PolyHalfEdge* end) {
-        if (end - half <= max_compared_halves) return;
+        if (end - half <= max_compared_halves) return pair_by_comparing(half, end, link);
         if (slots.is_empty()) slots.resize(vertex_count);
         const PolyHalfEdge* const begin = half;
         for (; half != end; ++half) {
@@ -77,20 +67,15 @@ void pair_halves(const PolyEdgeBuckets& buckets, unsigned int vertex_count, cons
     });
 }
 
-// One slice on a small mesh, a few of them, as even as can be, on large ones and many threads.
-CoreArray<PolySlice> make_slices(unsigned int polygon_count, const CoreBasicArray<unsigned int>& polygon_offsets,
-                                 unsigned int corner_count) {
-    constexpr unsigned int max_slice_count = 8, min_slice_size = 65536;
-    const unsigned int most = std::min(max_slice_count, corner_count / min_slice_size);
-    const unsigned int count = most < 2 ? 1 : std::min(most, SysThreadTaskManager().get_thread_count());
-    CoreArray<PolySlice> slices;
-    const auto corner_of = [&](unsigned int p) { return p < polygon_count ? polygon_offsets[p] : corner_count; };
-    for (unsigned int s = 0, first = 0; s < count; ++s) {
-        const auto end = static_cast<unsigned int>(std::uint64_t{polygon_count} * (s + 1) / count);
-        slices.add({first, end, corner_of(first), corner_of(end)});
-        first = end;
-    }
-    return slices;
+// use(first, end) for runs of [0, count), on all threads when there are many.
+template <class Use>
+void for_each_run(unsigned int count, const Use& use) {
+    constexpr unsigned int run_size = 65536;
+    if (count <= 2 * run_size) return use(0u, count);
+    sys_parallel_for(count / run_size + 1, [&](unsigned int i, unsigned int) {
+        const unsigned int first = i * run_size;
+        use(first, first + std::min(run_size, count - first));
+    });
 }
 
 }  // namespace
@@ -109,37 +94,31 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
 
     const bool is_all_quads =
         std::all_of(polygon_counts.begin(), polygon_counts.end(), [](unsigned int count) { return count == 4; });
-    CoreArray<unsigned int> corner_polygons(is_all_quads ? 0 : corner_count);
-    const PolyEdgeBuckets buckets(
-        polygon_indices.get_data(), polygon_counts, vertex_count,
-        make_slices(polygon_counts.get_count(), polygon_offsets, corner_count),
-        [&](const PolySlice& slice) {
-            const unsigned int first = slice.first_corner, count = slice.end_corner - first;
-            std::fill_n(neighbour_polygons.get_data() + first, count, none);
-            std::fill_n(neighbour_edges.get_data() + first, count, none);
-            std::fill_n(edge_smooth_flags.get_data() + first, count, static_cast<unsigned char>(1));
-            if (is_all_quads) return;
-            for (unsigned int p = slice.first_polygon; p < slice.end_polygon; ++p)
-                std::fill_n(corner_polygons.get_data() + polygon_offsets[p], polygon_counts[p], p);
-        },
-        [progress] {
-            if (progress != nullptr) progress->set_value(0.3f);
-        });
+    if (progress != nullptr) progress->set_value(0.3f);
+    CoreArray<unsigned int>& partners = neighbour_edges;  // at first
+    if (!PolyCornerPairs::find(polygon_indices.get_data(), polygon_counts, corner_count, vertex_count, is_all_quads,
+                               partners.get_data()))
+        pair_by_sorting(PolyEdgeBuckets(polygon_indices.get_data(), polygon_counts, vertex_count), vertex_count,
+                        partners);
     if (progress != nullptr) progress->set_value(0.6f);
 
-    const auto link_by = [&](const auto& polygon_of) {
-        pair_halves(buckets, vertex_count, [&](unsigned int a, unsigned int b) {
-            const unsigned int polygon_a = polygon_of(a), polygon_b = polygon_of(b);
-            neighbour_polygons[a] = polygon_b;
-            neighbour_edges[a] = b - polygon_offsets[polygon_b];
-            neighbour_polygons[b] = polygon_a;
-            neighbour_edges[b] = a - polygon_offsets[polygon_a];
-        });
-    };
-    if (is_all_quads)
-        link_by([](unsigned int corner) { return corner / 4; });
-    else
-        link_by([&](unsigned int corner) { return corner_polygons[corner]; });
+    CoreArray<unsigned int> corner_polygons(is_all_quads ? 0 : corner_count);
+    if (!is_all_quads)
+        for (unsigned int p = 0; p < polygon_counts.get_count(); ++p)
+            std::fill_n(corner_polygons.get_data() + polygon_offsets[p], polygon_counts[p], p);
+    for_each_run(corner_count, [&](unsigned int first, unsigned int end) {
+        for (unsigned int c = first; c < end; ++c) {
+            const unsigned int partner = partners[c];
+            if (is_all_quads) {
+                neighbour_polygons[c] = partner == none ? none : partner / 4;
+                neighbour_edges[c] = partner == none ? none : partner & 3u;
+            } else {
+                neighbour_polygons[c] = partner == none ? none : corner_polygons[partner];
+                neighbour_edges[c] = partner == none ? none : partner - polygon_offsets[neighbour_polygons[c]];
+            }
+        }
+        std::fill(edge_smooth_flags.begin() + first, edge_smooth_flags.begin() + end, static_cast<unsigned char>(1));
+    });
 
     const CoreBasicArray<unsigned char>* const creases = PolyCreaseScope::get_current();
     if (creases != nullptr && creases->get_count() == corner_count) {

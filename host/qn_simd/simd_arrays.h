@@ -46,6 +46,12 @@ using Float8 = Array<float, 8>;
 using Double4 = Array<double, 4>;
 
 inline Float4 load(const float* p) { return {p[0], p[1], p[2], p[3]}; }
+inline Float8 load8(const float* p) {
+    return Float8::fill([&](int i) { return p[i]; });
+}
+inline Float8 load8(const unsigned char* p) {
+    return Float8::fill([&](int i) { return static_cast<float>(p[i]); });
+}
 inline Float4 load3(const float* p) { return {p[0], p[1], p[2], 0.0f}; }
 inline void store(float* p, const Float4& v) {
     for (int i = 0; i < 4; ++i) p[i] = v[i];
@@ -92,6 +98,9 @@ inline Double4 clear_sign(const Double4& a) {
 }
 inline double add_lanes3(const Double4& v) { return (v[0] + v[1]) + v[2]; }
 inline double add_lanes(const Double4& v) { return (v[0] + v[1]) + (v[2] + v[3]); }
+inline Double4 add_lanes_of_four(const Double4& a, const Double4& b, const Double4& c, const Double4& d) {
+    return {add_lanes(a), add_lanes(b), add_lanes(c), add_lanes(d)};
+}
 
 }  // namespace QN_SIMD_NAMESPACE
 

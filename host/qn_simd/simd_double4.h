@@ -21,6 +21,8 @@ struct SimdDouble4 {
     QN_SIMD_INLINE void store_rounded4(float* p) const { store(p, round_lanes(v)); }
     // Four floats at any address, widened.
     QN_SIMD_INLINE explicit SimdDouble4(const float* p) : v(widen(load(p))) {}
+    // Three floats at any address, widened, the last lane 0. Nothing beyond them is read.
+    QN_SIMD_INLINE static SimdDouble4 widen3(const float* p) { return widen(QN_SIMD_NAMESPACE::load3(p)); }
     // (0 + 1) + 2.
     QN_SIMD_INLINE double sum3() const { return add_lanes3(v); }
     // (0 + 1) + (2 + 3).
@@ -30,6 +32,11 @@ struct SimdDouble4 {
 QN_SIMD_INLINE SimdDouble4 operator+(SimdDouble4 a, SimdDouble4 b) { return a.v + b.v; }
 QN_SIMD_INLINE SimdDouble4 operator-(SimdDouble4 a, SimdDouble4 b) { return a.v - b.v; }
 QN_SIMD_INLINE SimdDouble4 operator*(SimdDouble4 a, SimdDouble4 b) { return a.v * b.v; }
+QN_SIMD_INLINE SimdDouble4 operator/(SimdDouble4 a, SimdDouble4 b) { return a.v / b.v; }
+// Lane i becomes the sum() of the i-th vector.
+QN_SIMD_INLINE SimdDouble4 sum_of_four(SimdDouble4 a, SimdDouble4 b, SimdDouble4 c, SimdDouble4 d) {
+    return add_lanes_of_four(a.v, b.v, c.v, d.v);
+}
 QN_SIMD_INLINE SimdDouble4 sqrt(SimdDouble4 a) { return take_root(a.v); }
 QN_SIMD_INLINE SimdDouble4 abs(SimdDouble4 a) { return clear_sign(a.v); }
 

@@ -16,6 +16,9 @@ struct SimdFloat8 {
     QN_SIMD_INLINE SimdFloat8(float low, float high) : v(fill(low, high)) {}
     // The first four lanes from `low`, the others from `high`; any address.
     QN_SIMD_INLINE SimdFloat8(const float* low, const float* high) : v(join(load(low), load(high))) {}
+    // Eight floats, or bytes made into floats, that follow each other; any address.
+    QN_SIMD_INLINE static SimdFloat8 load8(const float* p) { return QN_SIMD_NAMESPACE::load8(p); }
+    QN_SIMD_INLINE static SimdFloat8 load8(const unsigned char* p) { return QN_SIMD_NAMESPACE::load8(p); }
     // Three floats each at any address, the fourth lanes 0. Nothing beyond them is read.
     QN_SIMD_INLINE static SimdFloat8 load3(const float* low, const float* high) {
         return join(QN_SIMD_NAMESPACE::load3(low), QN_SIMD_NAMESPACE::load3(high));

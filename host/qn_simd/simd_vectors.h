@@ -32,6 +32,13 @@ QN_SIMD_INLINE Float4 load(const float* p) {
     __builtin_memcpy(&v, p, sizeof v);
     return v;
 }
+QN_SIMD_INLINE Float4 load_bytes(const unsigned char* p) {
+    using Byte4 __attribute__((vector_size(4))) = unsigned char;
+    using Int4 __attribute__((vector_size(16))) = int;
+    Byte4 bytes;
+    __builtin_memcpy(&bytes, p, sizeof bytes);
+    return __builtin_convertvector(__builtin_convertvector(bytes, Int4), Float4);
+}
 QN_SIMD_INLINE void store(float* p, Float4 v) { __builtin_memcpy(p, &v, sizeof v); }
 QN_SIMD_INLINE void store3(float* p, Float4 v) {
     const Long2 pairs = reinterpret_cast<Long2>(v);
@@ -50,6 +57,11 @@ QN_SIMD_INLINE Float4 choose_less(Float4 a, Float4 b, Float4 x, Float4 y) { retu
 
 #if defined(__AVX2__)
 
+QN_SIMD_INLINE Float8 load8(const float* p) {
+    Float8 v;
+    __builtin_memcpy(&v, p, sizeof v);
+    return v;
+}
 template <int... k>
 QN_SIMD_INLINE Float8 shuffle(Float8 a, Float8 b) {
     return __builtin_shufflevector(a, b, (k + (k & 4))..., (k + (k & 4) + 4)...);
@@ -108,6 +120,8 @@ QN_SIMD_INLINE Float8 choose_less(Float8 a, Float8 b, Float8 x, Float8 y) {
 QN_SIMD_INLINE int less_equal_bits(Float8 a, Float8 b) {
     return less_equal_bits(a.low, b.low) | less_equal_bits(a.high, b.high) << 4;
 }
+QN_SIMD_INLINE Float8 load8(const float* p) { return {load(p), load(p + 4)}; }
+QN_SIMD_INLINE Float8 load8(const unsigned char* p) { return {load_bytes(p), load_bytes(p + 4)}; }
 QN_SIMD_INLINE Float8 swap_halves(Float8 v) { return {v.high, v.low}; }
 QN_SIMD_INLINE Float8 fill(float low, float high) {
     return {Float4{low, low, low, low}, Float4{high, high, high, high}};
@@ -157,6 +171,15 @@ QN_SIMD_INLINE double add_lanes(Double4 v) {
     const Double2 low = get_low(v), high = get_high(v);
     const Double2 pairs = __builtin_shufflevector(low, high, 0, 2) + __builtin_shufflevector(low, high, 1, 3);
     return pairs[0] + pairs[1];
+}
+QN_SIMD_INLINE Double4 add_lanes_of_four(Double4 a, Double4 b, Double4 c, Double4 d) {
+#if defined(__AVX2__)
+    const Double4 ab = __builtin_shufflevector(a, b, 0, 4, 2, 6) + __builtin_shufflevector(a, b, 1, 5, 3, 7);
+    const Double4 cd = __builtin_shufflevector(c, d, 0, 4, 2, 6) + __builtin_shufflevector(c, d, 1, 5, 3, 7);
+    return __builtin_shufflevector(ab, cd, 0, 1, 4, 5) + __builtin_shufflevector(ab, cd, 2, 3, 6, 7);
+#else
+    return join_doubles(add_lanes(a), add_lanes(b), add_lanes(c), add_lanes(d));
+#endif
 }
 
 }  // namespace QN_SIMD_NAMESPACE

@@ -4,6 +4,7 @@
 #include "qn_gmath/gmath_vec.h"
 #include "qn_simd/simd_float4.h"
 #include "sds/common/control_grid.h"
+#include "sds/common/point_lanes.h"
 
 namespace sds {
 
@@ -13,10 +14,16 @@ struct ControlLanes {
     ControlLanes() = default;
     // `controls` in corner order.
     explicit ControlLanes(const GMathVec3<float>* controls) { set(controls); }
+    explicit ControlLanes(const PointLanes* controls) {
+        set_by([controls](unsigned int place) { return controls[grid_order[place]].lanes; });
+    }
     void set(const GMathVec3<float>* controls) {
-        const auto load = [controls](unsigned int place) {
-            return SimdFloat4::load3(controls[grid_order[place]].get_data());
-        };
+        set_by([controls](unsigned int place) { return SimdFloat4::load3(controls[grid_order[place]].get_data()); });
+    }
+
+private:
+    template <class Load>
+    void set_by(const Load& load) {
         for (unsigned int row = 0; row < 16; row += 4) {
             SimdFloat4 x = load(row), y = load(row + 1), z = load(row + 2), w = load(row + 3);
             transpose(x, y, z, w);

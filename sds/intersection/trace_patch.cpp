@@ -3,27 +3,9 @@
 #include "qn_ctx/ctx_eval.h"
 #include "qn_geometry/geometry_raytrace_ctx.h"
 #include "sds/intersection/bezier_intersection.h"
+#include "sds/intersection/fast/ray_hand_over.h"
 #include "sds/intersection/fast/trace_fast.h"
 #include "sds/intersection/reference/trace_reference.h"
-
-namespace {
-
-// Flat cells are no nodes of the host's tree: hits on them are reported as from its root.
-class StartNodeScope {
-public:
-    explicit StartNodeScope(GeometryRaytraceCtx& rays) : m_rays(rays), m_former(rays.get_start_node()) {
-        rays.set_start_node(0);
-    }
-    ~StartNodeScope() { m_rays.set_start_node(m_former); }
-    StartNodeScope(const StartNodeScope&) = delete;
-    StartNodeScope& operator=(const StartNodeScope&) = delete;
-
-private:
-    GeometryRaytraceCtx& m_rays;
-    unsigned int m_former;
-};
-
-}  // namespace
 
 void sds::trace_patch(const CtxEval& ctx, unsigned int primitive, const ControlLanes& controls, unsigned int level,
                       GeometryRaytraceCtx& rays, float shared_extent) {

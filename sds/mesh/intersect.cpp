@@ -4,31 +4,13 @@
 
 #include "qn_ctx/ctx_eval.h"
 #include "sds/intersection/bezier_intersection.h"
+#include "sds/intersection/fast/ray_hand_over.h"
 #include "sds/intersection/trace_patch.h"
 #include "sds/mesh/control_cache.h"
+#include "sds/mesh/ray_index.h"
 #include "sds/mesh/sds_mesh.h"
 
 using Vec3f = GMathVec3<float>;
-
-namespace {
-
-// Sets the rays' reference point to the object's center for the duration of a call. Boxes hold finite points only.
-class ReferencePointScope {
-public:
-    ReferencePointScope(GeometryRaytraceCtx& rays, const GMathBbox3<float>& bbox)
-        : m_rays(rays), m_former(rays.get_reference_point()) {
-        rays.set_reference_point(GMathBbox3<double>(bbox).get_center());
-    }
-    ~ReferencePointScope() { m_rays.set_reference_point(m_former); }
-    ReferencePointScope(const ReferencePointScope&) = delete;
-    ReferencePointScope& operator=(const ReferencePointScope&) = delete;
-
-private:
-    GeometryRaytraceCtx& m_rays;
-    GMathVec3<double> m_former;
-};
-
-}  // namespace
 
 void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                                   GeometryFrustumCtx& frustum) const {
@@ -49,7 +31,8 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
 
 void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primitive, GeometryRaytraceCtx& rays) const {
     if (ctx.get_thread() == nullptr) return;
-    const ReferencePointScope reference(rays, geometry->get_bbox());
+    // Boxes hold finite points only.
+    const sds::ReferencePointScope reference(rays, GMathBbox3<double>(geometry->get_bbox()).get_center());
     const unsigned int count = level == 0 ? sds::limit_surface : get_cell_level(primitive);
     if (!rays.has_motion_blur()) {
         sds::trace_patch(ctx, primitive,
@@ -68,4 +51,8 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
             for (unsigned int axis = 0; axis < 3; ++axis) extent = std::max(extent, std::fabs(c[axis]));
     }
     sds::trace_patch(ctx, primitive, sds::ControlLanes(controls), count, rays, extent);
+}
+
+std::unique_ptr<const GeometryRayIndex> SdsMesh::make_ray_index(const CoreBasicArray<GMathBbox3<double>>& boxes) const {
+    return sds::RayIndex::make(*this, boxes);
 }

@@ -1,4 +1,6 @@
 #include "qn_poly/poly_neighbourhood.h"
+#include "sds/common/array_bytes.h"
+#include "sds/common/kept_scratch.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_base/sds_mesh_base.h"
 #include "sds/mesh_base/task_chunks.h"
@@ -6,6 +8,14 @@
 using sds::none;
 
 namespace {
+
+// What the host says of the quads' edges and only the import reads.
+struct Neighbourhood {
+    CoreArray<unsigned int> neighbour_edges;
+    CoreArray<unsigned char> edge_smooth_flags;
+
+    size_t get_memory_size() const { return sds::bytes_of(neighbour_edges) + sds::bytes_of(edge_smooth_flags); }
+};
 
 // Counts the quad's sharp edges at their vertices; returns its creases as bits.
 unsigned int count_sharp_edges(const SdsMeshBase::EdgesTopology& edges, const CoreArray<unsigned int>& quad_indices,
@@ -58,13 +68,13 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
                                const CoreBasicArray<unsigned int>& polygon_offsets, const unsigned int& vertex_count,
                                CoreArray<unsigned int>& quad_indices, CoreArray<VertexInfo>& vertex_infos,
                                EdgesTopology& edges, AppProgressBar* progress) {
-    quad_indices = polygon_indices;
+    sds::copy_array(polygon_indices, quad_indices);
 
     const unsigned int quad_count = polygon_counts.get_count();
-    CoreArray<unsigned char> edge_smooth_flags;
+    sds::KeptScratch<Neighbourhood> scratch;
+    auto& [neighbour_edges, edge_smooth_flags] = *scratch;
     {
         const sds::ProgressTask task(progress, "compute polygons neighbourhood", 0.5f);
-        CoreArray<unsigned int> neighbour_edges;
         compute_polygons_neighbourhood(edges.opposite_edges, neighbour_edges, edge_smooth_flags, polygon_indices,
                                        polygon_counts, polygon_offsets, vertex_count, progress);
         edges.quad_edge_flags.resize(quad_count);

@@ -1,3 +1,4 @@
+#include "sds/common/point_lanes.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_base/position_rules.h"
 #include "sds/mesh_base/task_chunks.h"
@@ -5,12 +6,39 @@
 using sds::none;
 using Vec3f = GMathVec3<float>;
 
+namespace sds {
+
 namespace {
+
+// A point of the step, in lanes: the same bits as three scalars.
+struct StepPoint {
+    PointLanes lanes;
+
+    explicit StepPoint(PointLanes l) : lanes(l) {}
+    explicit StepPoint(const Vec3f& p) : lanes(p) {}
+    friend StepPoint operator+(StepPoint a, StepPoint b) { return StepPoint(a.lanes + b.lanes); }
+    friend StepPoint operator*(StepPoint a, float s) { return StepPoint(a.lanes * s); }
+};
+
+}  // namespace
+
+template <>
+struct ValueOps<StepPoint> {
+    using Scalar = float;
+    static StepPoint zero() { return StepPoint(Vec3f(0, 0, 0)); }
+    static StepPoint divide(StepPoint a, float s) { return StepPoint(ValueOps<Vec3f>::divide(Vec3f(a.lanes), s)); }
+};
+
+}  // namespace sds
+
+namespace {
+
+using sds::StepPoint;
 
 struct PointTarget {
     Vec3f* points;
-    const Vec3f& get(unsigned int w) const { return points[w]; }
-    void set(unsigned int w, const Vec3f& value) { points[w] = value; }
+    StepPoint get(unsigned int w) const { return StepPoint(points[w]); }
+    void set(unsigned int w, StepPoint value) { value.lanes.store(points[w]); }
 };
 
 struct PairTarget {
@@ -39,8 +67,8 @@ void run_step(const SdsMeshBase::TopologyContext& context, bool linear, const So
 
 void SdsMeshBase::compute_subdivision_positions(const CoreBasicArray<Vec3f>& positions, const TopologyContext& context,
                                                 Vec3f* out, const bool& linear, AppProgressBar* progress) {
-    run_step<Vec3f>(
-        context, linear, [&](unsigned int w) -> const Vec3f& { return positions[w]; }, PointTarget{out}, progress);
+    run_step<StepPoint>(
+        context, linear, [&](unsigned int w) { return StepPoint(positions[w]); }, PointTarget{out}, progress);
 }
 
 void SdsMeshBase::compute_subdivision_positions(const CoreBasicArray<Vec3f>& positions,

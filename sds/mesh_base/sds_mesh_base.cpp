@@ -8,6 +8,7 @@
 #include "sds/common/progress.h"
 #include "sds/mesh_base/cosine_table.h"
 #include "sds/mesh_base/step_source.h"
+#include "sds/mesh_base/task_chunks.h"
 
 namespace {
 
@@ -115,7 +116,7 @@ void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<uns
         subdivision.reset();
         import_quads(polygon_indices, polygon_counts, polygon_offsets, vertex_count, quad_indices, vertex_infos, edges,
                      progress);
-        quad_shading_groups = polygon_shading_groups;
+        sds::copy_array(polygon_shading_groups, quad_shading_groups);
         quad_count = quad_indices.get_count() / 4;
         if (refinement != nullptr) {
             // A pair of a void quad is none already.

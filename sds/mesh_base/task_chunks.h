@@ -85,4 +85,22 @@ void for_each_entry(SysThreadTaskManager* manager, unsigned int count, AppProgre
     run_tasks<RangeTask<decltype(work)>>(manager, count, 4, progress, work);
 }
 
+// A copy of an array; a large one is made on all threads of the arena, which share the first touch of its pages.
+template <class T>
+void copy_array(const CoreBasicArray<T>& from, CoreArray<T>& to) {
+    constexpr size_t min_threaded_bytes = size_t{1} << 22;
+    const unsigned int count = from.get_count();
+    if (sizeof(T) * count < min_threaded_bytes) {
+        to = from;
+        return;
+    }
+    to.resize(0);
+    to.resize(count);
+    const auto work = [&](const WorkRange& range) {
+        std::copy(from.begin() + range.begin, from.begin() + range.end, to.begin() + range.begin);
+    };
+    SysThreadTaskManager manager;
+    run_tasks<RangeTask<decltype(work)>>(&manager, count, 2, nullptr, work);
+}
+
 }  // namespace sds

@@ -26,8 +26,18 @@ void SdsMeshBase::set_border_vertices_as_fixed(const CoreBasicArray<unsigned int
 
 void SdsMeshBase::set_corner_vertices_as_fixed(const CoreBasicArray<unsigned int>& quad_indices,
                                                const EdgesTopology& edges, CoreArray<VertexInfo>& vertex_infos) {
-    // One pass, on purpose: where quads touch at a vertex only, that with the highest number decides for all.
-    for (unsigned int e = 0; e < quad_indices.get_count(); ++e) {
+    // One pass, on purpose: where quads touch at a vertex only, that with the highest number decides for all. While
+    // nothing is fixed, quads without borders have nothing to clear.
+    unsigned char bits = 0;
+    for (const VertexInfo& info : vertex_infos) bits |= info.bits;
+    unsigned int e = 0;
+    if ((bits & VertexInfo::fixed_bit) == 0) {
+        const auto has_border = [&edges](unsigned int h) {
+            return edges.is_border(h) || edges.is_border(h + 1) || edges.is_border(h + 2) || edges.is_border(h + 3);
+        };
+        while (e < quad_indices.get_count() && !has_border(e)) e += 4;
+    }
+    for (; e < quad_indices.get_count(); ++e) {
         const unsigned int v = quad_indices[e];
         if (v != none) vertex_infos[v].set_fixed(edges.is_border(e) && edges.is_border(sds::previous_in_quad(e)));
     }

@@ -7,13 +7,14 @@
 #include "sds/common/cubic_basis.h"
 #include "sds/common/point_lanes.h"
 #include "sds/mesh_base/tangent_rules.h"
+#include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
 #include "sds/mesh_geometry/sds_mesh_geometry.h"
 #include "sds/refinement/patch_places.h"
 
 using Vec3f = GMathVec3<float>;
 using Vec3d = GMathVec3<double>;
-using Nets = sds::DerivativeNets<Vec3f>;
 using sds::PointLanes;
+using Nets = sds::DerivativeNets<PointLanes>;
 
 namespace {
 
@@ -41,14 +42,11 @@ Derivatives evaluate_nets(const Nets& nets, float u, float v) {
     const sds::CubicBasis<float> cv(v);
     const sds::QuadraticBasis<float> qu(u);
     const sds::QuadraticBasis<float> qv(v);
-    const auto lanes = [](const Vec3f& p) { return PointLanes(p); };
     PointLanes rows[4];
-    for (unsigned int r = 0; r < 4; ++r)
-        rows[r] = sds::quadratic_sum(qu, lanes(nets.u[r][0]), lanes(nets.u[r][1]), lanes(nets.u[r][2]));
+    for (unsigned int r = 0; r < 4; ++r) rows[r] = sds::quadratic_sum(qu, nets.u[r][0], nets.u[r][1], nets.u[r][2]);
     const PointLanes du = sds::cubic_sum(cv, rows[0], rows[1], rows[2], rows[3]);
     for (unsigned int r = 0; r < 3; ++r)
-        rows[r] =
-            sds::cubic_sum(cu, lanes(nets.v[r][0]), lanes(nets.v[r][1]), lanes(nets.v[r][2]), lanes(nets.v[r][3]));
+        rows[r] = sds::cubic_sum(cu, nets.v[r][0], nets.v[r][1], nets.v[r][2], nets.v[r][3]);
     const PointLanes dv = sds::quadratic_sum(qv, rows[0], rows[1], rows[2]);
     return {widen(du) * degree, widen(dv) * degree};
 }
@@ -61,10 +59,10 @@ Vec3d normal_direction(const Derivatives& d) {
 }
 
 // First derivatives; one that is below the patch's rounding is no direction and counts as zero.
-Derivatives significant_derivatives(const Nets& nets, const Vec3f* controls, float u, float v) {
+Derivatives significant_derivatives(const Nets& nets, const PointLanes* controls, float u, float v) {
     Derivatives d = evaluate_nets(nets, u, v);
     const auto diagonal = [controls](unsigned int a, unsigned int b) {
-        return (Vec3d(controls[sds::corner_control(a)]) - Vec3d(controls[sds::corner_control(b)])).length_squared();
+        return (widen(controls[sds::corner_control(a)]) - widen(controls[sds::corner_control(b)])).length_squared();
     };
     const double noise = derivative_noise * derivative_noise * std::max(diagonal(0, 2), diagonal(1, 3));
     if (!(d.du.length_squared() > noise)) d.du = {0, 0, 0};
@@ -77,48 +75,10 @@ struct NetPoint {
     Vec3d position, uu, uv, vv;
 };
 
-// One coordinate of the sixteen points at a time: columns blended along v with the weights of the value, the first and
-// the second derivative, then along u.
-NetPoint evaluate_net(const Vec3f* controls, double u, double v) {
-    struct Weights {
-        double value[4], first[4], second[4];
-
-        explicit Weights(double t) {
-            const sds::CubicBasis<double> cubic(t);
-            const sds::QuadraticBasis<double> quadratic(t);
-            const double s = 1.0 - t;
-            for (unsigned int i = 0; i < 4; ++i) {
-                value[i] = cubic.b[i];
-                first[i] = degree * ((i > 0 ? quadratic.b[i - 1] : 0.0) - (i < 3 ? quadratic.b[i] : 0.0));
-            }
-            second[0] = 6.0 * s;
-            second[1] = 6.0 * (t - 2.0 * s);
-            second[2] = 6.0 * (s - 2.0 * t);
-            second[3] = 6.0 * t;
-        }
-    };
-    const Weights wu(u), wv(v);
-    const sds::ControlLanes grid(controls);
+NetPoint evaluate_net(const sds::ControlLanes& grid, double u, double v) {
     NetPoint point;
-    for (unsigned int axis = 0; axis < 3; ++axis) {
-        const float* c = grid.coords[axis];
-        double value[4], first[4], second[4];
-        for (unsigned int i = 0; i < 4; ++i) value[i] = first[i] = second[i] = 0.0;
-        for (unsigned int r = 0; r < 4; ++r)
-            for (unsigned int i = 0; i < 4; ++i) {
-                const auto p = static_cast<double>(c[4 * r + i]);
-                value[i] += p * wv.value[r];
-                first[i] += p * wv.first[r];
-                second[i] += p * wv.second[r];
-            }
-        const auto sum = [](const double* w, const double* p) {
-            return (w[0] * p[0] + w[1] * p[1]) + (w[2] * p[2] + w[3] * p[3]);
-        };
-        point.position[axis] = sum(wu.value, value);
-        point.uu[axis] = sum(wu.second, value);
-        point.uv[axis] = sum(wu.first, first);
-        point.vv[axis] = sum(wu.value, second);
-    }
+    static_assert(sizeof(point) == 12 * sizeof(double));
+    sds::get_pair_kernels().evaluate_net(grid.coords, u, v, &point.position[0]);
     return point;
 }
 
@@ -129,27 +89,29 @@ void set_second_derivatives(const Nets& nets, double u, double v, NetPoint& poin
     const sds::QuadraticBasis<double> qu(u), qv(v);
     point.uu = point.uv = point.vv = {0, 0, 0};
     for (unsigned int r = 0; r < 4; ++r) {
-        const Vec3d along_u[3] = {Vec3d(nets.u[r][0]), Vec3d(nets.u[r][1]), Vec3d(nets.u[r][2])};
-        const Vec3d along_v[3] = {Vec3d(nets.v[0][r]), Vec3d(nets.v[1][r]), Vec3d(nets.v[2][r])};
+        const Vec3d along_u[3] = {widen(nets.u[r][0]), widen(nets.u[r][1]), widen(nets.u[r][2])};
+        const Vec3d along_v[3] = {widen(nets.v[0][r]), widen(nets.v[1][r]), widen(nets.v[2][r])};
         point.uu += ((along_u[1] - along_u[0]) * (1.0 - u) + (along_u[2] - along_u[1]) * u) * (6.0 * cv.b[r]);
         point.vv += ((along_v[1] - along_v[0]) * (1.0 - v) + (along_v[2] - along_v[1]) * v) * (6.0 * cu.b[r]);
         if (r == 3) continue;
         for (unsigned int i = 0; i < 3; ++i)
-            point.uv += (Vec3d(nets.u[r + 1][i]) - Vec3d(nets.u[r][i])) * (9.0 * qv.b[r] * qu.b[i]);
+            point.uv += (widen(nets.u[r + 1][i]) - widen(nets.u[r][i])) * (9.0 * qv.b[r] * qu.b[i]);
     }
 }
 
 // Puts stored tangents, two per set bit, in the place of the differences.
-void replace_entries(unsigned int irregular, const Vec3f* stored, Nets& nets) {
+template <class Vec>
+void replace_entries(unsigned int irregular, const Vec3f* stored, sds::DerivativeNets<Vec>& nets) {
     if ((irregular & 0xFFu) == 0) return;
     for (unsigned int bit = 0; bit < 8; ++bit) {
         if (((irregular >> bit) & 1u) == 0) continue;
-        for (unsigned int i = 0; i < 2; ++i) nets.entry(bit, i) = *stored++;
+        for (unsigned int i = 0; i < 2; ++i) nets.entry(bit, i) = Vec(*stored++);
     }
 }
 
 // The stored tangents of a patch in their places.
-void replace_with_stored(const SdsMeshGeometry& geometry, unsigned int primitive, Nets& nets) {
+template <class Vec>
+void replace_with_stored(const SdsMeshGeometry& geometry, unsigned int primitive, sds::DerivativeNets<Vec>& nets) {
     const SdsMeshBase::PatchTangentInfo& info = geometry.get_tangent_infos()[primitive];
     replace_entries(info.irregular, geometry.get_bezier_tangents_array().get_data() + info.tangent_offset, nets);
 }
@@ -158,7 +120,7 @@ void replace_with_stored(const SdsMeshGeometry& geometry, unsigned int primitive
 // and the derivative nets that get_bezier_tangents gives. Stored controls stand where they are, and have their nets
 // from elsewhere.
 struct LocalPatch {
-    Vec3f controls[16];
+    PointLanes controls[16];
     Vec3d origin;
     Nets nets;
     bool has_exact_nets = false;  // which are those of the control net, and not made from it
@@ -170,24 +132,26 @@ struct LocalPatch {
         : origin(load_stored(mesh, primitive, controls)),
           nets(controls),
           has_exact_nets(!geometry.get_places().get_patch(primitive).is_leaf()) {
-        std::copy(stored, stored + 12, &nets.u[0][0]);
-        std::copy(stored + 12, stored + 24, &nets.v[0][0]);
+        for (unsigned int i = 0; i < 24; ++i) sds::get_net_slot(nets, i) = PointLanes(stored[i]);
     }
 
     NetPoint evaluate(double u, double v) const {
-        NetPoint point = evaluate_net(controls, u, v);
+        NetPoint point = evaluate_net(sds::ControlLanes(controls), u, v);
         point.position += origin;
         if (has_exact_nets) set_second_derivatives(nets, u, v, point);
         return point;
     }
 
 private:
-    static Vec3d load(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive, Vec3f* out) {
+    static Vec3d load(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive,
+                      PointLanes* out) {
         mesh.get_local_patch_controls(primitive, out);
         return Vec3d(mesh.get_quad_vertices()[geometry.get_base()->get_quad_indices(primitive)[0]]);
     }
-    static Vec3d load_stored(const SdsBezierMesh& mesh, unsigned int primitive, Vec3f* out) {
-        mesh.get_patch_controls(primitive, out);
+    static Vec3d load_stored(const SdsBezierMesh& mesh, unsigned int primitive, PointLanes* out) {
+        Vec3f stored[16];
+        mesh.get_patch_controls(primitive, stored);
+        for (unsigned int i = 0; i < 16; ++i) out[i] = PointLanes(stored[i]);
         return {0, 0, 0};
     }
 };
@@ -217,14 +181,14 @@ LocalPatch compute_moved(const SdsMeshGeometry& geometry, const SdsBezierMesh& m
 }
 
 // A direction for the normal where the derivatives at (u, v) give none.
-Vec3d fallback_normal(const Nets& nets, const Vec3f* controls, double u, double v) {
+Vec3d fallback_normal(const Nets& nets, const PointLanes* controls, double u, double v) {
     for (const double step : center_steps) {
         const Vec3d n = normal_direction(
             evaluate_nets(nets, static_cast<float>(u + (0.5 - u) * step), static_cast<float>(v + (0.5 - v) * step)));
         if (n.length_squared() > 0.0) return n;
     }
-    const Vec3d diagonal02 = Vec3d(controls[sds::corner_control(2)]) - Vec3d(controls[sds::corner_control(0)]);
-    const Vec3d diagonal13 = Vec3d(controls[sds::corner_control(3)]) - Vec3d(controls[sds::corner_control(1)]);
+    const Vec3d diagonal02 = widen(controls[sds::corner_control(2)]) - widen(controls[sds::corner_control(0)]);
+    const Vec3d diagonal13 = widen(controls[sds::corner_control(3)]) - widen(controls[sds::corner_control(1)]);
     return diagonal02.cross(diagonal13);
 }
 
@@ -234,7 +198,7 @@ void SdsMeshGeometry::get_bezier_tangents(const unsigned int& primitive, Vec3f* 
     if (refinement) return get_refined_nets_at(primitive, 0.0, out);
     Vec3f controls[16];
     get_bezier_controls(primitive, controls);
-    Nets nets(controls);
+    sds::DerivativeNets<Vec3f> nets(controls);
     replace_with_stored(*this, primitive, nets);
     std::copy(&nets.u[0][0], &nets.u[0][0] + 12, out);
     std::copy(&nets.v[0][0], &nets.v[0][0] + 12, out + 12);
@@ -279,7 +243,7 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
 
     Vec3f velocities[16];
     if (get_bezier_velocities(fragment, velocities))
-        sample.set_geometric_position_dt(evaluate_net(velocities, fragment.u, fragment.v).position);
+        sample.set_geometric_position_dt(evaluate_net(sds::ControlLanes(velocities), fragment.u, fragment.v).position);
 }
 
 SdsMeshGeometry::LimitPoint SdsMeshGeometry::compute_limit_point(const LimitPlace& place) const {

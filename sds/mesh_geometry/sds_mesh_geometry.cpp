@@ -186,8 +186,8 @@ void SdsMeshGeometry::build_quads(const CoreArray<Vec3f>& positions, const CoreA
         }
     }
     if (!is_update) arrays.bezier_patches.clear();
-    arrays.bezier_corners.clear();
-    arrays.bezier_corner_motion_vectors.clear();
+    if (linear) arrays.bezier_corners.clear();
+    if (linear || !point_cloud.has_velocities()) arrays.bezier_corner_motion_vectors.clear();
     if (!linear)
         build_patches(is_update, tasks, progress);
     else
@@ -212,19 +212,14 @@ void SdsMeshGeometry::build_patches(const bool& is_update, SysThreadTaskManager*
             SdsMeshBase::compute_bezier_topology(context, arrays.bezier_patches, tasks, progress);
         }
     }
-    // Vertices that no quad uses stay where they are.
-    const auto compute_corners = [&](const CoreBasicArray<Vec3f>& points, CoreArray<Vec3f>& corners) {
-        corners = points;
-        SdsMeshBase::compute_bezier_corners(context, points, corners.get_data(), tasks, progress);
-    };
     const bool has_motion = point_cloud.has_velocities();
     {
         const sds::ProgressTask task(progress, "compute bezier corners", has_motion ? 0.1f : 0.2f);
-        compute_corners(point_cloud.get_positions(), arrays.bezier_corners);
+        build_corners(point_cloud.get_positions(), arrays.bezier_corners, tasks, progress);
     }
     if (has_motion) {
         const sds::ProgressTask task(progress, "compute bezier corners motion vectors", 0.1f);
-        compute_corners(point_cloud.get_velocities(), arrays.bezier_corner_motion_vectors);
+        build_corners(point_cloud.get_velocities(), arrays.bezier_corner_motion_vectors, tasks, progress);
     }
     bind_view();
     const sds::ProgressTask task(progress, "compute bezier tangents", 0.2f);

@@ -7,7 +7,7 @@
 #pragma once
 
 #include "qn_gmath/gmath_vec.h"
-#include "sds/refinement/kept_scratch.h"
+#include "sds/common/kept_scratch.h"
 #include "sds/refinement/regular_patches.h"
 
 namespace sds {

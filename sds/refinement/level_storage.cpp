@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "sds/common/array_bytes.h"
-#include "sds/refinement/kept_scratch.h"
+#include "sds/common/kept_scratch.h"
 #include "sds/refinement/refinement_level.h"
 
 namespace sds {

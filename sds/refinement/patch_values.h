@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
+#include "sds/common/kept_scratch.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_base/task_chunks.h"
-#include "sds/refinement/kept_scratch.h"
 #include "sds/refinement/leaf_patches.h"
 #include "sds/refinement/refined_topology.h"
 

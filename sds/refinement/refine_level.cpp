@@ -11,7 +11,7 @@
 #include <algorithm>
 
 #include "sds/common/array_bytes.h"
-#include "sds/refinement/kept_scratch.h"
+#include "sds/common/kept_scratch.h"
 #include "sds/refinement/refinement_level.h"
 
 namespace sds {

@@ -7,6 +7,7 @@
 
 #include "battery/examine.h"
 #include "battery/failing_allocator.h"
+#include "qn_core/core_memory.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_poly/poly_mesh_property.h"
 #include "qn_sys/sys_thread.h"
@@ -51,6 +52,12 @@ struct Everything {
     }
 };
 
+// Live bytes without those that wait for their next use.
+std::size_t bytes_in_use() {
+    CoreMemory::release_kept();
+    return live_bytes();
+}
+
 template <unsigned int depth>
 void build_everything(const ZooMesh& cage) {
     Everything(cage, depth).read();
@@ -58,15 +65,15 @@ void build_everything(const ZooMesh& cage) {
 
 // A worker lets go of the exception that it handed on a moment after the caller has caught it.
 bool settles_at(std::size_t bytes) {
-    for (unsigned int i = 0; i < 10000 && live_bytes() > bytes; ++i) std::this_thread::yield();
-    return live_bytes() <= bytes;
+    for (unsigned int i = 0; i < 10000 && bytes_in_use() > bytes; ++i) std::this_thread::yield();
+    return bytes_in_use() <= bytes;
 }
 
 // Builds with the k-th allocation refused; returns whether it came to that. `is_clean` tells whether no more bytes
 // live afterwards than before: what a thread keeps for its next build may go with a build that fails.
 template <unsigned int depth>
 bool refuse_allocation(const ZooMesh& cage, std::size_t k, bool& is_clean) {
-    const std::size_t before = live_bytes();
+    const std::size_t before = bytes_in_use();
     bool threw = false;
     fail_allocation(k);
     try {
@@ -175,12 +182,12 @@ bool cancel_at(unsigned int k, const ZooMesh& cage, BuiltSurface& surface) {
         EXPECT_EQ(threw, bar.get_point_count() >= k);
         return threw;
     };
-    const std::size_t before = live_bytes();
+    const std::size_t before = bytes_in_use();
     {
         BuiltSurface fresh;
         if (!is_cancelled(fresh)) return false;
     }
-    EXPECT_TRUE(settles_at(before)) << "point " << k << ": " << live_bytes() - before << " bytes left";
+    EXPECT_TRUE(settles_at(before)) << "point " << k << ": " << bytes_in_use() - before << " bytes left";
     for (const bool keeps_base : {false, true}) {
         options.keeps_base = keeps_base;
         options.mode = keeps_base ? Mode::all_smoothed : Mode::corners_fixed;

@@ -70,6 +70,8 @@ void run_eight(const float* in, Results& r) {
     r.put_moved(swap_groups(a));
     r.put_moved(SimdFloat8(in[3], in[4]));
     r.put_moved(SimdFloat8::load3(in + 1, in + 6));
+    r.put_moved(SimdFloat8::load8(in + 3));
+    r.put_moved(SimdFloat8::load8(reinterpret_cast<const unsigned char*>(in) + 5));
     transpose(a, b, c, d);
     r.put_moved(a);
     r.put_moved(b);
@@ -115,6 +117,10 @@ void run_doubles(const float* in, Results& r) {
     float rounded[4];
     SimdDouble4::load4(lanes).store_rounded4(rounded);
     for (const float x : rounded) r.put(x);
+    r.put((a / b).sum());
+    r.put(SimdDouble4::widen3(in + 3).sum3());
+    sum_of_four(a, b, c, a * b).store4(lanes);
+    for (const double x : lanes) r.put(x);
 }
 
 void run_all(const float* in, unsigned int* out) {

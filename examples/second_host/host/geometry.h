@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "host/system.h"
 
@@ -101,8 +102,11 @@ struct GeometryRaySpace {
     float origin[3], across[2][3], along[3];
 };
 
+enum class GeometryRayMode : unsigned char { closest, any };
+
 struct GeometryRay {
     GMathVec3<double> origin, direction;
+    GeometryRayMode mode = GeometryRayMode::closest;
     double tnear = 0.0, tfar = std::numeric_limits<double>::infinity(), time = 0.0;
     unsigned int primitive = 0xFFFFFFFF;  // of the nearest hit so far
     double u = 0.0, v = 0.0;
@@ -149,6 +153,14 @@ private:
     GeometryRaytraceData m_data;
     GeometryIntersectionPath m_path;
     GMathVec3<double> m_reference{};
+};
+
+// This host asks for none.
+class GeometryRayIndex {
+public:
+    virtual ~GeometryRayIndex() = default;
+    virtual void intersect(const CtxEval&, GeometryRaytraceCtx&) const = 0;
+    virtual size_t get_memory_size() const = 0;
 };
 
 struct GeometryUvMap {
@@ -338,4 +350,5 @@ public:
                                      const bool& reversed, GeometrySample&) const = 0;
     virtual void intersect_primitive(const CtxEval&, const Index& primitive, GeometryFrustumCtx&) const = 0;
     virtual void intersect_primitive(const CtxEval&, const Index& primitive, GeometryRaytraceCtx&) const = 0;
+    virtual std::unique_ptr<const GeometryRayIndex> make_ray_index(const CoreBasicArray<Box>& boxes) const = 0;
 };

@@ -25,6 +25,10 @@ struct Lanes {
         std::copy_n(p, N, r.v);
         return r;
     }
+    static Lanes load8(const float* p) { return load(p); }
+    static Lanes load8(const unsigned char* p) {
+        return make([&](int i) { return float(p[i]); });
+    }
     static Lanes load_unaligned(const float* p) { return load(p); }
     // Three floats, the last lane 0.
     static Lanes load3(const float* p) requires(N == 4) { return {p[0], p[1], p[2], 0.0f}; }
@@ -148,6 +152,9 @@ struct SimdDouble4 {
     static SimdDouble4 load4(const double* p) {
         return make([&](int i) { return p[i]; });
     }
+    static SimdDouble4 widen3(const float* p) {
+        return make([&](int i) { return i < 3 ? static_cast<double>(p[i]) : 0.0; });
+    }
     void store3(double* p) const { std::copy_n(v, 3, p); }
     void store4(double* p) const { std::copy_n(v, 4, p); }
     void store_rounded3(float* p) const {
@@ -172,6 +179,13 @@ struct SimdDouble4 {
     }
     friend SimdDouble4 operator*(const SimdDouble4& a, const SimdDouble4& b) {
         return make([&](int i) { return a.v[i] * b.v[i]; });
+    }
+    friend SimdDouble4 operator/(const SimdDouble4& a, const SimdDouble4& b) {
+        return make([&](int i) { return a.v[i] / b.v[i]; });
+    }
+    friend SimdDouble4 sum_of_four(const SimdDouble4& a, const SimdDouble4& b, const SimdDouble4& c,
+                                   const SimdDouble4& d) {
+        return make([&](int i) { return (i == 0 ? a : i == 1 ? b : i == 2 ? c : d).sum(); });
     }
     friend SimdDouble4 sqrt(const SimdDouble4& a) {
         return make([&](int i) { return std::sqrt(a.v[i]); });

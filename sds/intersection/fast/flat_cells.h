@@ -19,7 +19,7 @@ struct FlatCell {
     double p[4], q[4];  // corners in cyclic order
 
     // The lower triangle, then the upper.
-    template <class Report>
+    template <bool is_wide, class Report>
     void intersect(float edge_slack, Report&& report) const {
         // Edge function of corners i, j: twice the area of the triangle that they span with the origin.
         const double e01 = p[0] * q[1] - p[1] * q[0];
@@ -29,10 +29,10 @@ struct FlatCell {
         const double e30 = p[3] * q[0] - p[0] * q[3];
         const double reach = static_cast<double>(edge_slack);
         const auto width = [&](unsigned int i, unsigned int j) {
-            return reach * (__builtin_fabs(p[i] - p[j]) + __builtin_fabs(q[i] - q[j]));
+            return is_wide ? reach * (__builtin_fabs(p[i] - p[j]) + __builtin_fabs(q[i] - q[j])) : 0.0;
         };
-        const Weights lower{e12, e20, e01, width(1, 2), width(2, 0), width(0, 1)};
-        const Weights upper{e23, e30, -e20, width(2, 3), width(3, 0), width(2, 0)};
+        const Weights<is_wide> lower{e12, e20, e01, width(1, 2), width(2, 0), width(0, 1)};
+        const Weights<is_wide> upper{e23, e30, -e20, width(2, 3), width(3, 0), width(2, 0)};
         const bool in_lower = lower.are_inside(), in_upper = upper.are_inside();
         if (in_lower) lower.report_to(report, false);
         if (in_upper) upper.report_to(report, true);
@@ -40,6 +40,7 @@ struct FlatCell {
 
 private:
     // Of c0, the second and the third corner, before the division by their sum, and what each may be below zero.
+    template <bool is_wide>
     struct Weights {
         double w0, w1, w2;
         double reach0, reach1, reach2;
@@ -48,6 +49,10 @@ private:
         bool are_inside() const {
             const double det = w0 + w1 + w2, sign = det < 0.0 ? -1.0 : 1.0;
             const double slack = barycentric_epsilon * (det * sign);
+            if constexpr (!is_wide) {
+                const double a = w0 * sign, b = w1 * sign, c = w2 * sign, ab = a < b ? a : b;
+                return (static_cast<int>((ab < c ? ab : c) >= -slack) & static_cast<int>(det != 0.0)) != 0;
+            }
             return (static_cast<int>(w0 * sign >= -(slack + reach0)) &
                     static_cast<int>(w1 * sign >= -(slack + reach1)) &
                     static_cast<int>(w2 * sign >= -(slack + reach2)) & static_cast<int>(det != 0.0)) != 0;
@@ -251,19 +256,19 @@ private:
     SimdFloat8 m_corner;   // point 4 of row 4, in every lane
 };
 
-// Reports the hits of one ray with a flat cell, number i, j of 2^level each way; distances come from the patch.
+// Reports the hits of one ray with a flat cell, number i, j of 2^level each way; find_depths(t) says how far along the
+// ray its corners are.
+template <bool is_wide, class FindDepths>
 inline void intersect_cell(const FlatCell& cell, unsigned int i, unsigned int j, unsigned int level,
-                           const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
-    cell.intersect(ray.edge_slack, [&](double b1, double b2, bool upper, double det) {
+                           const RaySpace& ray, RayHits& hits, const FindDepths& find_depths) {
+    cell.intersect<is_wide>(ray.edge_slack, [&](double b1, double b2, bool upper, double det) {
         const float size = 1.0f / static_cast<float>(1u << level);
         const float u[2] = {static_cast<float>(i) * size, static_cast<float>(i + 1) * size};
         const float v[2] = {static_cast<float>(j) * size, static_cast<float>(j + 1) * size};
         double a = 0.0, b = 0.0;
         cell_place(b1, b2, upper, a, b);
         float t_at[4];
-        DepthPatch(controls, ray)
-            .evaluate_cell(get_cell_weights(i, level).w, get_cell_weights(i + 1, level).w, get_cell_weights(j, level).w,
-                           get_cell_weights(j + 1, level).w, t_at);
+        find_depths(t_at);
         // Distances of the triangle's corners: c0, then second and third.
         const double t0 = static_cast<double>(t_at[0]), t1 = static_cast<double>(t_at[upper ? 2 : 1]);
         const double t2 = static_cast<double>(t_at[upper ? 3 : 2]);
@@ -285,7 +290,12 @@ inline void intersect_window(const CellWindow& window, const SimdFloat8* rows, c
     corners.store(stored);
     do {
         const unsigned int place = take_lowest_bit(found), x = place % 4, y = place / 4;
-        intersect_cell(stored.get_cell(x, y), window.i + x, window.j + y, window.level, controls, ray, hits);
+        const unsigned int i = window.i + x, j = window.j + y, level = window.level;
+        intersect_cell<true>(stored.get_cell(x, y), i, j, level, ray, hits, [&](float* t) {
+            DepthPatch(controls, ray)
+                .evaluate_cell(get_cell_weights(i, level).w, get_cell_weights(i + 1, level).w,
+                               get_cell_weights(j, level).w, get_cell_weights(j + 1, level).w, t);
+        });
     } while (found != 0);
 }
 

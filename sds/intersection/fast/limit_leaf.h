@@ -18,6 +18,8 @@ struct LimitLeaf {
     const float (*controls)[16];
     const RaySpace& ray;
     RayHits& hits;
+    // How far outside a sub-patch a root counts as inside, in the sub-patch's coordinates.
+    float root_slack = sds::root_slack;
 
     // `is_point` says that the sub-patch is as good as a point: it is a hit if it holds no root that can be proven.
     template <class Place>
@@ -32,11 +34,12 @@ struct LimitLeaf {
                 if (is_wide ? slopes.excludes_root_near(center.p, center.q, ray.edge_slack)
                             : slopes.excludes_root(center.p, center.q))
                     return true;
-                if (!find_root<is_wide>(rows, center, ray.edge_slack, s, t, det)) return false;
+                if (!find_root<is_wide>(rows, center, root_slack, ray.edge_slack, s, t, det)) return false;
             } else {
                 // A root that is found anyway, unproven to be the only one, or none.
                 ++hits.unsettled_count;
-                if (!find_root<is_wide>(rows, evaluate_plane(rows, 0.5f, 0.5f), ray.edge_slack, s, t, det)) return true;
+                if (!find_root<is_wide>(rows, evaluate_plane(rows, 0.5f, 0.5f), root_slack, ray.edge_slack, s, t, det))
+                    return true;
             }
         }
         if (det == 0.0f) det = find_determinant(rows, s, t);

@@ -10,7 +10,8 @@ namespace {
 
 constexpr unsigned int max_newton_steps = 8;
 constexpr unsigned int max_graze_steps = 12;
-// A root this far outside its sub-patch, in the sub-patch's own coordinates, still counts as inside.
+// A root this far outside its sub-patch, in the sub-patch's own coordinates, still counts as inside. Interval tests
+// leave room for a few of it.
 constexpr float root_slack = 1e-6f;
 constexpr float newton_convergence = 1e-5f;
 
@@ -95,9 +96,10 @@ private:
 };
 
 // The place of the node's root by Newton's iteration from its center, where the jet is `jet`; false when it does not
-// converge inside the node, or within `slack` in the plane.
+// converge inside the node, or as near to it as `outside` in its coordinates and `slack` in the plane.
 template <bool is_wide>
-inline bool find_root(const SimdFloat8* rows, PlaneJet jet, float slack, float& s, float& t, float& det) {
+inline bool find_root(const SimdFloat8* rows, PlaneJet jet, float outside, float slack, float& s, float& t,
+                      float& det) {
     s = t = 0.5f;
     for (unsigned int i = 0; i < max_newton_steps; ++i) {
         if (i != 0) jet = evaluate_plane(rows, s, t);
@@ -111,7 +113,7 @@ inline bool find_root(const SimdFloat8* rows, PlaneJet jet, float slack, float& 
         if (!(s > -1.0f && s < 2.0f && t > -1.0f && t < 2.0f)) return false;
         const float step = (ds < 0.0f ? -ds : ds) + (dt < 0.0f ? -dt : dt);
         if (step <= newton_convergence) {
-            float slack_s = root_slack, slack_t = root_slack;
+            float slack_s = outside, slack_t = outside;
             if constexpr (is_wide) {
                 const float share = slack * (inverse < 0.0f ? -inverse : inverse);
                 slack_s += share * (greatest(-jet.p_t, jet.p_t) + greatest(-jet.q_t, jet.q_t));

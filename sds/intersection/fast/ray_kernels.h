@@ -9,6 +9,8 @@
 // (sds/common/kernel_set.h).
 #pragma once
 
+#include "sds/intersection/fast/patch_parts.h"
+
 namespace sds {
 
 // A ray as the kernels see it: origin near the object, two vectors across the direction, and the direction divided by
@@ -45,13 +47,34 @@ struct RayHits {
         unsettled_count;  // sub-patches left when the splits ran out, and patches at coarser levels than asked for
 };
 
-// Both add to `hits`, whose counts the caller sets to 0.
+// What a search of a hierarchy calls.
+struct TreeSink {
+    void* self;
+    // Adds the ray's hits with those parts of a patch; where the hierarchy keeps no cells.
+    void (*trace)(void* self, unsigned int patch, unsigned int parts, const RaySpace& ray, RayHits& hits);
+    // Takes a patch's hits, one or more, of ray `slot`. Returns where the ray ends from now on, as RaySpace::far.
+    double (*take)(void* self, unsigned int slot, unsigned int patch, const RayHits& hits);
+};
+
+// Those that trace a patch add to `hits`, whose counts the caller sets to 0.
 struct RayKernels {
     // Flat cells, 2^level_count each way. `controls` are the sixteen points in grid order, x y z each:
     // controls[axis][place].
     void (*estimate)(const float (*controls)[16], const RaySpace& ray, unsigned int level_count, RayHits& hits);
     // The limit surface.
     void (*adaptive)(const float (*controls)[16], const RaySpace& ray, RayHits& hits);
+    // The same in the given parts of the patch and, where that takes no longer, in others. Hits of flat cells are the
+    // same to the bit; roots of the limit surface come from another start.
+    void (*estimate_parts)(const float (*controls)[16], const RaySpace& ray, unsigned int level_count,
+                           unsigned int parts, RayHits& hits);
+    void (*adaptive_parts)(const float (*controls)[16], const RaySpace& ray, unsigned int parts, RayHits& hits);
+
+    // One ray, number `slot`, through a hierarchy; its far end changes. `hits` is room; its sums go on.
+    void (*trace_tree)(const RayTree& tree, RaySpace& ray, const TreeSink& sink, unsigned int slot, RayHits& hits);
+    // Up to eight, numbered as they stand. False, and nothing done, where they do not run the
+    // same way.
+    bool (*trace_tree_packet)(const RayTree& tree, RaySpace* rays, unsigned int count, const TreeSink& sink,
+                              RayHits& hits);
 };
 
 // The table of the best instruction set that the processor has.

@@ -4,6 +4,7 @@
 #include "sds/intersection/fast/flat_cells.h"
 #include "sds/intersection/fast/limit_leaf.h"
 #include "sds/intersection/fast/ray_kernels.h"
+#include "sds/intersection/fast/tree_search.h"
 
 namespace sds {
 
@@ -21,10 +22,21 @@ constexpr unsigned int few_windows = 128;
 // Sub-patches halved this often, to 2^-18 either way, are taken as points on the limit surface.
 constexpr unsigned int point_depth = 2 * point_level;
 
+// Two halvings each way make a patch's parts.
+constexpr unsigned int part_level = 2;
+
+// Quarters that have one of the parts, bit k for parts 4 k to 4 k + 3.
+inline unsigned int find_quarters(unsigned int parts) {
+    const unsigned int pairs = parts | parts >> 1, any = (pairs | pairs >> 2) & 0x1111u;
+    return (any | any >> 3 | any >> 6 | any >> 9) & 15u;
+}
+
 // Windows of 4 x 4 cells are looked at as a whole, without a branch: which of two halves a ray enters is as good as
 // random to the processor's branch predictor. Above them two splits at a time: the four tests of a quartering share one
 // branch. The quarters of each level wait in their own place; nothing is moved.
-void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int level_count, RayHits& hits) {
+template <bool is_guided>
+inline void estimate_in(const float (*controls)[16], const RaySpace& ray, unsigned int level_count, unsigned int parts,
+                        RayHits& hits) {
     struct Level {
         SimdFloat8 quarters[4][4];
         unsigned int pending;  // quarters still to be visited, as bits
@@ -32,10 +44,20 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
     };
     SimdFloat8 rows[4];
     transform_to_plane(controls, ray, rows);
-    if (!comes_near_origin(rows, SimdFloat8(ray.edge_slack))) return;
+    if (!is_guided && !comes_near_origin(rows, SimdFloat8(ray.edge_slack))) return;
     const unsigned int level_last = level_count < max_cell_level ? level_count : max_cell_level;
     if (level_last < level_count) ++hits.unsettled_count;
     if (level_last <= window_level) return intersect_window({0, 0, level_last}, rows, controls, ray, hits);
+    if (is_guided && level_last <= part_level + window_level) {
+        // Windows are quarters or parts.
+        for (unsigned int left = level_last == part_level + window_level ? parts : find_quarters(parts); left != 0;) {
+            const unsigned int part = take_lowest_bit(left);
+            ++hits.step_count;
+            intersect_window({get_part_u(part) * window_size, get_part_v(part) * window_size, level_last}, rows,
+                             controls, ray, hits);
+        }
+        return;
+    }
     Level levels[max_cell_level - window_level];
     const unsigned int last = level_last - window_level;
     const SkewedPatch skewed(rows, ray.edge_slack);
@@ -47,6 +69,8 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
         Level* level = levels + depth;
         quarter(node, level->quarters);
         level->pending = find_origin(level->quarters, skewed.slack);
+        if (is_guided && depth == 0) level->pending &= find_quarters(parts);
+        if (is_guided && depth == 1) level->pending &= parts >> (8 * i + 4 * j);
         level->i = 2 * i;
         level->j = 2 * j;
         ++depth;
@@ -75,6 +99,14 @@ void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int lev
     }
 }
 
+void estimate(const float (*controls)[16], const RaySpace& ray, unsigned int level_count, RayHits& hits) {
+    estimate_in<false>(controls, ray, level_count, all_parts, hits);
+}
+void estimate_parts(const float (*controls)[16], const RaySpace& ray, unsigned int level_count, unsigned int parts,
+                    RayHits& hits) {
+    estimate_in<true>(controls, ray, level_count, parts, hits);
+}
+
 // A sub-patch that waits for its turn. Splitting ends at `point_depth`, with one more waiting per split.
 struct StackedPlane {
     SimdFloat8 rows[4];
@@ -94,13 +126,11 @@ template <bool is_wide>
 // Goes through the sub-patches that hold the origin; false when a few splits were not enough. Rows and path live in
 // registers from split to split: only the second of two halves goes through memory.
 template <bool is_wide>
-inline bool traverse_plane(const LimitLeaf<is_wide>& leaf) {
+[[gnu::always_inline]] inline bool traverse_plane(const LimitLeaf<is_wide>& leaf, const SimdFloat8* from, Path path) {
     StackedPlane stack[point_depth];
     unsigned int stack_count = 0;
-    SimdFloat8 rows[4];
-    transform_to_plane(leaf.controls, leaf.ray, rows);
+    SimdFloat8 rows[4] = {from[0], from[1], from[2], from[3]};
     if (leaf.find(rows, rows) == 0) return true;
-    Path path{0, 0, 0};
     unsigned int split_count = 0;
     for (;;) {
         if (!leaf(rows, path, path.depth >= point_depth, true)) {
@@ -134,25 +164,67 @@ inline bool traverse_plane(const LimitLeaf<is_wide>& leaf) {
     }
 }
 
+// Replaces rows by those of a quarter, k as quarter() counts them.
+inline void take_quarter(SimdFloat8* rows, unsigned int k) {
+    for (unsigned int bit = 2; bit != 0; bit >>= 1) {
+        SimdFloat8 halves[2][4];
+        halve(rows[0], rows[1], rows[2], rows[3], halves[0], halves[1]);
+        const SimdFloat8* half = halves[(k & bit) != 0 ? 1 : 0];
+        for (unsigned int r = 0; r < 4; ++r) rows[r] = half[r];
+    }
+}
+
+// Starts at the quarters that have some of the parts, or at the part where it is the only one.
 template <bool is_wide>
-void trace_limit(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
+inline bool traverse_parts(const LimitLeaf<is_wide>& root, const SimdFloat8* rows, unsigned int parts) {
+    LimitLeaf<is_wide> leaf = root;
+    for (unsigned int quarters = find_quarters(parts); quarters != 0;) {
+        const unsigned int k = take_lowest_bit(quarters), inside = parts >> (4 * k) & 15u;
+        SimdFloat8 start[4] = {rows[0], rows[1], rows[2], rows[3]};
+        take_quarter(start, k);
+        Path path{k / 2, k % 2, 2};
+        if ((inside & (inside - 1)) == 0) {
+            const auto part = static_cast<unsigned int>(__builtin_ctz(inside));
+            take_quarter(start, part);
+            path = {2 * path.a + part / 2, 2 * path.b + part % 2, 4};
+        }
+        // As far outside in the patch's coordinates as from the patch on.
+        leaf.root_slack = root_slack * static_cast<float>(1u << path.depth / 2);
+        if (!traverse_plane(leaf, start, path)) return false;
+    }
+    return true;
+}
+
+template <bool is_wide, bool is_guided>
+inline void trace_limit(const float (*controls)[16], const RaySpace& ray, unsigned int parts, RayHits& hits) {
     const LimitLeaf<is_wide> leaf{controls, ray, hits};
     const unsigned int dropped_before = hits.dropped_count;
-    if (traverse_plane(leaf)) return;
+    SimdFloat8 rows[4];
+    transform_to_plane(controls, ray, rows);
+    if (is_guided ? traverse_parts(leaf, rows, parts) : traverse_plane(leaf, rows, {0, 0, 0})) return;
     hits.count = 0;
     hits.dropped_count = dropped_before;
     search_nearest_first(leaf);
 }
 
-void adaptive(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
+template <bool is_guided>
+inline void trace_limit(const float (*controls)[16], const RaySpace& ray, unsigned int parts, RayHits& hits) {
     if (ray.edge_slack == 0.0f)
-        trace_limit<false>(controls, ray, hits);
+        trace_limit<false, is_guided>(controls, ray, parts, hits);
     else
-        trace_limit<true>(controls, ray, hits);
+        trace_limit<true, is_guided>(controls, ray, parts, hits);
+}
+
+void adaptive(const float (*controls)[16], const RaySpace& ray, RayHits& hits) {
+    trace_limit<false>(controls, ray, all_parts, hits);
+}
+void adaptive_parts(const float (*controls)[16], const RaySpace& ray, unsigned int parts, RayHits& hits) {
+    trace_limit<true>(controls, ray, parts, hits);
 }
 
 }  // namespace
 
-const RayKernels QN_KERNEL_SET::ray_kernels = {&estimate, &adaptive};
+const RayKernels QN_KERNEL_SET::ray_kernels = {&estimate,       &adaptive,   &estimate_parts,
+                                               &adaptive_parts, &trace_tree, &trace_tree_packet};
 
 }  // namespace sds

@@ -2,48 +2,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "qn_ctx/ctx_eval.h"
-#include "qn_geometry/geometry_raytrace_ctx.h"
 #include "sds/common/control_lanes.h"
-#include "sds/common/log_line.h"
-#include "sds/intersection/fast/ray_kernels.h"
-#include "sds/intersection/hit_slots.h"
+#include "sds/intersection/fast/ray_hand_over.h"
 
 namespace {
 
 using sds::RayHit;
 using sds::RayHits;
 using sds::RaySpace;
-
-// False for a ray without a finite origin or a usable direction, which would cost a patch its whole depth in NaN.
-bool can_meet(const GeometryRaySpace& space) {
-    const float sum = (space.origin[0] + space.origin[1] + space.origin[2]) + space.along[0];
-    return std::fabs(sum) <= std::numeric_limits<float>::max();
-}
-
-bool push_hit(const CtxEval& ctx, unsigned int primitive, GeometryRaytraceCtx& rays, unsigned int i, double t, float u,
-              float v, float cell) {
-    const double size = rays.get_data().hit_detail == 1 ? static_cast<double>(cell) : 0.0;
-    return rays.push_intersection(ctx, i, primitive, static_cast<double>(u), static_cast<double>(v), 0.0,
-                                  sds::no_sub_element, size, size, 0.0, t, sds::duplicate_separation,
-                                  GeometryMediumDescriptor(), nullptr);
-}
-
-// Coordinates of an edge and of its halves, rounded and moved into the plane apart from each other, differ by a few
-// units in the last place of what they are made from.
-float find_edge_slack(const GeometryRaySpace& space, float extent) {
-    float slack = 0.0f;
-    if (extent > 0.0f)
-        for (const auto& across : space.across) {
-            float sum = 0.0f;
-            for (unsigned int axis = 0; axis < 3; ++axis)
-                sum += std::fabs(across[axis]) * (extent + std::fabs(space.origin[axis]));
-            slack = std::max(slack, sum);
-        }
-    return slack * 0x1p-22f;
-}
 
 float find_largest(const float* values, unsigned int count) {
     float largest = 0.0f;
@@ -79,7 +47,7 @@ void trace_scaled(const ScaledPatch& patch, const GeometryRaySpace& space, doubl
     std::copy_n(patch.origin, 3, scaled.origin);
     kernel(patch.grid.coords,
            {scaled.origin, scaled.across, scaled.along, space.shift * patch.factor, near * patch.factor,
-            far * patch.factor, find_edge_slack(scaled, patch.scale(shared_extent))},
+            far * patch.factor, sds::find_edge_slack(scaled, patch.scale(shared_extent))},
            hits);
     for (unsigned int h = 0; h < hits.count; ++h)
         hits.hits[h].t = static_cast<float>(static_cast<double>(hits.hits[h].t) / patch.factor);
@@ -95,7 +63,7 @@ void trace_rays(const CtxEval& ctx, const char* routine, const sds::ControlLanes
     for (unsigned int i = rays.get_first_ray(); i <= rays.get_last_ray(); ++i) {
         if (rays.is_ray_finished(i)) continue;
         const GeometryRaySpace& space = rays.get_ray_space(i);
-        if (!can_meet(space)) continue;
+        if (!sds::can_meet(space)) continue;
         hits.count = 0;
         const float from_origin = find_largest(space.origin, 3);
         if (from_origin < least_extent) {
@@ -109,14 +77,11 @@ void trace_rays(const CtxEval& ctx, const char* routine, const sds::ControlLanes
         }
         kernel(grid.coords,
                {space.origin, space.across, space.along, space.shift, rays.get_tnear(i), rays.get_tfar(i),
-                find_edge_slack(space, shared_extent)},
+                sds::find_edge_slack(space, shared_extent)},
                hits);
         if (hits.count != 0) push(i, space.shift, hits);
     }
-    if ((hits.dropped_count | hits.unsettled_count) == 0) return;
-    sds::log_line(sds::log_level_statistics, "sds.ray_bezier_intersection_", routine, ": ", hits.unsettled_count,
-                  " parts of the patch not settled, ", hits.dropped_count, " hits or parts behind ", RayHits::capacity,
-                  " nearer hits left out\n");
+    sds::log_limits(routine, hits);
 }
 
 }  // namespace
@@ -132,7 +97,7 @@ void sds::trace_limit_fast(const CtxEval& ctx, unsigned int primitive, const Con
         }
         slots.flush(static_cast<float>(duplicate_separation), [&](const HitSlots::Entry& entry) {
             const bool accepted =
-                push_hit(ctx, primitive, rays, i, shift + static_cast<double>(entry.t), entry.u, entry.v, 0.0f);
+                sds::push_hit(ctx, primitive, rays, i, shift + static_cast<double>(entry.t), entry.u, entry.v, 0.0f);
             if (accepted && rays.is_ray_finished(i)) rays.set_occluder(i, {primitive, entry.node, &hits});
         });
     };
@@ -148,7 +113,7 @@ void sds::trace_cells_fast(const CtxEval& ctx, unsigned int primitive, const Con
     const auto push = [&](unsigned int i, double shift, const RayHits& hits) {
         for (unsigned int h = 0; h < hits.count && !rays.is_ray_finished(i); ++h) {
             const RayHit& hit = hits.hits[h];
-            push_hit(ctx, primitive, rays, i, shift + static_cast<double>(hit.t), hit.u, hit.v, hit.cell);
+            sds::push_hit(ctx, primitive, rays, i, shift + static_cast<double>(hit.t), hit.u, hit.v, hit.cell);
         }
     };
     trace_rays(ctx, "estimate", controls, shared_extent, rays, kernel, push);

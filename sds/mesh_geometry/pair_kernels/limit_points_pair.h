@@ -103,11 +103,18 @@ struct Bases {
     }
 };
 
+void compute_local_controls(const PatchArrays& surface, const unsigned int* primitives, LocalControls* const* out) {
+    ControlPair grid;
+    compute_controls<true>(surface, primitives, grid).store(out[0]->origin, out[1]->origin);
+    for (unsigned int i = 0; i < 16; ++i) (&grid[0][0])[i].store(out[0]->grid[i], out[1]->grid[i]);
+}
+
 unsigned int compute_limit_points(const PatchArrays& surface, const PlacePair& places, float* const* points) {
     ControlPair grid;
     const bool is_stored = surface.controls != nullptr;
-    const SimdFloat8 origin = is_stored ? load_controls<true>(surface, places.primitives, grid)
-                                        : compute_controls<true>(surface, places.primitives, grid);
+    const SimdFloat8 origin = surface.local != nullptr ? load_ready_controls(surface, places.primitives, grid)
+                              : is_stored              ? load_controls<true>(surface, places.primitives, grid)
+                                                       : compute_controls<true>(surface, places.primitives, grid);
     NetPair nets(grid);
     if (is_stored)
         nets.replace_all(surface, places.primitives);

@@ -63,48 +63,26 @@ inline SimdFloat8 load_pair(const float* points, unsigned int first, unsigned in
                              points + 3 * static_cast<unsigned long>(second));
 }
 
-// Two patches as smooth_controls asks for them; with `is_local`, relative to the quads' first vertices.
+// The points of two patches; with `is_local`, relative to the quads' first vertices.
 template <bool is_local>
-class PairSource {
+class PairPoints {
 public:
     using Value = SimdFloat8;
 
-    PairSource(const PatchArrays& surface, const unsigned int* primitives)
+    PairPoints(const PatchArrays& surface, const unsigned int* primitives)
         : m_vertices(surface.vertices),
           m_corners(surface.corners),
           m_quads{surface.quads + 4 * static_cast<unsigned long>(primitives[0]),
                   surface.quads + 4 * static_cast<unsigned long>(primitives[1])},
           m_a(surface.patches[primitives[0]]),
           m_b(surface.patches[primitives[1]]),
-          m_sharp{m_a.sharp_edges & 15u, m_b.sharp_edges & 15u},
-          m_origin(load_pair(surface.vertices, m_quads[0][0], m_quads[1][0])),
-          m_leaving(SimdFloat8(m_a.edge_weights, m_b.edge_weights),
-                    SimdFloat8(bit_lanes.lanes[m_sharp[0]], bit_lanes.lanes[m_sharp[1]])),
-          m_arriving(SimdFloat8(m_a.edge_weights, m_b.edge_weights),
-                     SimdFloat8(bit_lanes.lanes[next_bits(m_sharp[0])], bit_lanes.lanes[next_bits(m_sharp[1])])) {
-        const SimdFloat8 weights(m_a.corner_weights, m_b.corner_weights);
-        spread(weights, m_interior_weights);
-        spread(SimdFloat8(1.0f) / (weights + SimdFloat8(5.0f)), m_interior_reciprocals);
-    }
+          m_origin(load_pair(surface.vertices, m_quads[0][0], m_quads[1][0])) {}
 
     SimdFloat8 get_origin() const { return m_origin; }
     SimdFloat8 quad(unsigned int k) const { return load(m_vertices, m_quads[0][k], m_quads[1][k]); }
     SimdFloat8 corner(unsigned int k) const { return load(m_corners, m_quads[0][k], m_quads[1][k]); }
-    // A sharp edge has no use for a neighbor and may have none.
-    SimdFloat8 neighbour(unsigned int k, unsigned int i) const {
-        const auto find = [&](const SdsMeshBase::BezierPatch& patch, unsigned int sharp, const unsigned int* quad) {
-            return ((sharp >> k) & 1u) != 0 ? quad[0] : patch.neighbour_vertices[2 * k + i];
-        };
-        return load(m_vertices, find(m_a, m_sharp[0], m_quads[0]), find(m_b, m_sharp[1], m_quads[1]));
-    }
-    EdgeSharesPair leaving(unsigned int k) const { return m_leaving.get(k); }
-    EdgeSharesPair arriving(unsigned int k) const { return m_arriving.get(k); }
-    SimdFloat8 interior_weight(unsigned int k) const { return m_interior_weights[k]; }
-    SimdFloat8 interior_reciprocal(unsigned int k) const { return m_interior_reciprocals[k]; }
 
-private:
-    // The bits of four edges, each at its end corner's place.
-    static unsigned int next_bits(unsigned int edges) { return ((edges << 1) | (edges >> 3)) & 15u; }
+protected:
     SimdFloat8 load(const float* points, unsigned int first, unsigned int second) const {
         const SimdFloat8 point = load_pair(points, first, second);
         if constexpr (is_local)
@@ -118,8 +96,71 @@ private:
     const unsigned int* const m_quads[2];
     const SdsMeshBase::BezierPatch& m_a;
     const SdsMeshBase::BezierPatch& m_b;
-    const unsigned int m_sharp[2];
     const SimdFloat8 m_origin;
+};
+
+// Two patches whose corners all lie in closed fans of four quads, as smooth_controls asks for them.
+template <bool is_local>
+class RegularPairSource : public PairPoints<is_local> {
+public:
+    using Points = PairPoints<is_local>;
+    using Points::Points;
+
+    static bool holds(const PatchArrays& surface, const unsigned int* primitives) {
+        unsigned int bits = 0;
+        for (unsigned int i = 0; i < 2; ++i)
+            bits |= (surface.infos[primitives[i]].irregular & 0xFFu) | surface.patches[primitives[i]].sharp_edges;
+        return bits == 0;
+    }
+
+    SimdFloat8 neighbour(unsigned int k, unsigned int i) const {
+        return Points::load(Points::m_vertices, Points::m_a.neighbour_vertices[2 * k + i],
+                            Points::m_b.neighbour_vertices[2 * k + i]);
+    }
+    static EdgeShares<SimdFloat8> leaving(unsigned int) {
+        return {SimdFloat8(8.0f), SimdFloat8(4.0f), SimdFloat8(1.0f / 18.0f)};
+    }
+    static EdgeShares<SimdFloat8> arriving(unsigned int k) { return leaving(k); }
+    static SimdFloat8 interior_weight(unsigned int) { return SimdFloat8(4.0f); }
+    static SimdFloat8 interior_reciprocal(unsigned int) { return SimdFloat8(1.0f / 9.0f); }
+};
+
+// Any two patches likewise.
+template <bool is_local>
+class PairSource : public PairPoints<is_local> {
+public:
+    using Points = PairPoints<is_local>;
+
+    PairSource(const PatchArrays& surface, const unsigned int* primitives)
+        : Points(surface, primitives),
+          m_sharp{Points::m_a.sharp_edges & 15u, Points::m_b.sharp_edges & 15u},
+          m_leaving(SimdFloat8(Points::m_a.edge_weights, Points::m_b.edge_weights),
+                    SimdFloat8(bit_lanes.lanes[m_sharp[0]], bit_lanes.lanes[m_sharp[1]])),
+          m_arriving(SimdFloat8(Points::m_a.edge_weights, Points::m_b.edge_weights),
+                     SimdFloat8(bit_lanes.lanes[next_bits(m_sharp[0])], bit_lanes.lanes[next_bits(m_sharp[1])])) {
+        const SimdFloat8 weights(Points::m_a.corner_weights, Points::m_b.corner_weights);
+        spread(weights, m_interior_weights);
+        spread(SimdFloat8(1.0f) / (weights + SimdFloat8(5.0f)), m_interior_reciprocals);
+    }
+
+    // A sharp edge has no use for a neighbor and may have none.
+    SimdFloat8 neighbour(unsigned int k, unsigned int i) const {
+        const auto find = [&](const SdsMeshBase::BezierPatch& patch, unsigned int sharp, const unsigned int* quad) {
+            return ((sharp >> k) & 1u) != 0 ? quad[0] : patch.neighbour_vertices[2 * k + i];
+        };
+        return Points::load(Points::m_vertices, find(Points::m_a, m_sharp[0], Points::m_quads[0]),
+                            find(Points::m_b, m_sharp[1], Points::m_quads[1]));
+    }
+    EdgeSharesPair leaving(unsigned int k) const { return m_leaving.get(k); }
+    EdgeSharesPair arriving(unsigned int k) const { return m_arriving.get(k); }
+    SimdFloat8 interior_weight(unsigned int k) const { return m_interior_weights[k]; }
+    SimdFloat8 interior_reciprocal(unsigned int k) const { return m_interior_reciprocals[k]; }
+
+private:
+    // The bits of four edges, each at its end corner's place.
+    static unsigned int next_bits(unsigned int edges) { return ((edges << 1) | (edges >> 3)) & 15u; }
+
+    const unsigned int m_sharp[2];
     const EdgeSharesOfCorners m_leaving, m_arriving;
     SimdFloat8 m_interior_weights[4], m_interior_reciprocals[4];
 };
@@ -128,9 +169,13 @@ private:
 // vertices, which it returns.
 template <bool is_local>
 inline SimdFloat8 compute_controls(const PatchArrays& surface, const unsigned int* primitives, ControlPair& grid) {
-    const PairSource<is_local> source(surface, primitives);
-    smooth_controls(source, [&grid](unsigned int i) -> SimdFloat8& { return (&grid[0][0])[grid_places[i]]; });
-    return source.get_origin();
+    const auto fill = [&grid](const auto& source) {
+        smooth_controls(source, [&grid](unsigned int i) -> SimdFloat8& { return (&grid[0][0])[grid_places[i]]; });
+        return source.get_origin();
+    };
+    if (RegularPairSource<is_local>::holds(surface, primitives))
+        return fill(RegularPairSource<is_local>(surface, primitives));
+    return fill(PairSource<is_local>(surface, primitives));
 }
 
 // Controls that are stored; with `is_local`, relative to the first of them, which it returns.
@@ -143,6 +188,13 @@ inline SimdFloat8 load_controls(const PatchArrays& surface, const unsigned int* 
         (&grid[0][0])[i] = is_local ? point - origin : point;
     }
     return origin;
+}
+
+// Local controls that are ready; returns their origin.
+inline SimdFloat8 load_ready_controls(const PatchArrays& surface, const unsigned int* primitives, ControlPair& grid) {
+    const LocalControls &a = surface.local[primitives[0]], &b = surface.local[primitives[1]];
+    for (unsigned int i = 0; i < 16; ++i) (&grid[0][0])[i] = SimdFloat8(a.grid[i], b.grid[i]);
+    return SimdFloat8(a.origin, b.origin);
 }
 
 // The controls of two bilinear patches, to the same bits as those of one.

@@ -22,12 +22,30 @@ struct PatchArrays {
     const float* controls = nullptr;
     NetPlaces net_places = {};
     const float* nets = nullptr;
+    // Where controls of smooth patches are ready: LocalControls of every patch. Else null.
+    const struct LocalControls* local = nullptr;
+};
+
+// The controls of a patch relative to its quad's first vertex, in grid order, and that vertex; fourth lanes are 0.
+struct alignas(16) LocalControls {
+    float grid[16][4];
+    float origin[4];
 };
 
 struct PlacePair {
     unsigned int primitives[2];
     float u[2];
     float v[2];
+};
+
+// What limit corners are computed from: the fans around vertices, three floats a vertex.
+struct CornerArrays {
+    const unsigned int* quads;
+    const unsigned int* opposite_edges;
+    const SdsMeshBase::VertexInfo* infos;
+    const SdsMeshBase::VertexLocalTopology* fans;
+    const unsigned int* first_edges;  // per vertex the least half-edge that leaves it, or none
+    const float* points;
 };
 
 // What the control points of patches add up to.
@@ -42,6 +60,14 @@ struct PairKernels {
     // or from parallel ones: its normal means nothing then.
     unsigned int (*compute_limit_points)(const PatchArrays& surface, const PlacePair& places, float* const* points);
 
+    // Of two smooth patches, what compute_limit_points makes of them on its way.
+    void (*compute_local_controls)(const PatchArrays& surface, const unsigned int* primitives,
+                                   LocalControls* const* out);
+
+    // The place and the second derivatives uu, uv and vv of a net at (u, v), three numbers each. `coords` as those of
+    // ControlLanes.
+    void (*evaluate_net)(const float (*coords)[16], double u, double v, double* out);
+
     // Adds the boxes, or the areas, of the patches begin to end to the sums of their groups, in order. Coordinates that
     // are not finite are left out of the boxes with their points, and cells without a finite area of the areas.
     void (*add_boxes)(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
@@ -52,6 +78,11 @@ struct PairKernels {
     // Writes the boxes of the patches begin to end, least and greatest coordinates, six numbers each: those of single
     // patches, to the bit.
     void (*compute_boxes)(const PatchArrays& surface, unsigned int begin, unsigned int end, double* boxes);
+
+    // Writes the limit corners of the vertices begin to end, up to the first one that is neither kept in place nor has
+    // a whole fan without sharp edges and void quads around it: returns that one, or the end. Corners of vertices that
+    // are kept, or that no quad has, are left as they are.
+    unsigned int (*compute_corners)(const CornerArrays& mesh, unsigned int begin, unsigned int end, float* corners);
 };
 
 // The table of the best instruction set that the processor has.

@@ -62,16 +62,14 @@ public:
     explicit CellAreas(const CellEdges& edges) : m_edges(edges) {}
 
     // Adds those of patch 0 or 1.
-    void add(unsigned int patch, double* areas) const {
+    SimdDouble4 add(unsigned int patch, SimdDouble4 sums) const {
         const unsigned int first = patch * cell_count;
         const Row a(m_edges, first), b(m_edges, first + cell_row), c(m_edges, first + 2 * cell_row);
-        const double x = ((a.x + b.x) + c.x).sum(), y = ((a.y + b.y) + c.y).sum(), z = ((a.z + b.z) + c.z).sum();
-        const double length = ((a.length + b.length) + c.length).sum();
-        if (!is_finite(length)) return add_finite(first, areas);
-        areas[0] += x;
-        areas[1] += y;
-        areas[2] += z;
-        areas[3] += length;
+        const SimdDouble4 areas =
+            sum_of_four((a.x + b.x) + c.x, (a.y + b.y) + c.y, (a.z + b.z) + c.z, (a.length + b.length) + c.length);
+        double lanes[4];
+        areas.store4(lanes);
+        return is_finite(lanes[3]) ? sums + areas : add_finite(first, sums);
     }
 
 private:
@@ -93,7 +91,9 @@ private:
     };
 
     // Of the cells with a finite area.
-    void add_finite(unsigned int first, double* areas) const {
+    SimdDouble4 add_finite(unsigned int first, SimdDouble4 sums) const {
+        double areas[4];
+        sums.store4(areas);
         for (unsigned int cell = first; cell < first + cell_count; ++cell) {
             double u[3], v[3], normal[3];
             for (unsigned int axis = 0; axis < 3; ++axis) {
@@ -109,6 +109,7 @@ private:
             for (unsigned int axis = 0; axis < 3; ++axis) areas[axis] += normal[axis];
             areas[3] += length;
         }
+        return SimdDouble4::load4(areas);
     }
 
     const CellEdges& m_edges;
@@ -217,13 +218,20 @@ inline void get_controls(const PatchArrays& surface, const unsigned int* primiti
         compute_linear_controls(surface, primitives, grid);
 }
 
-void compute_boxes(const PatchArrays& surface, unsigned int begin, unsigned int end, double* boxes) {
+// use(q, count, grid) for the patches begin to end by the pair; the last of an odd number takes both groups of lanes.
+template <class Use>
+inline void for_each_pair(const PatchArrays& surface, unsigned int begin, unsigned int end, const Use& use) {
     for (unsigned int q = begin; q < end; q += 2) {
-        // The last of an odd number takes both groups of lanes.
         const unsigned int count = end - q < 2 ? 1 : 2;
         const unsigned int primitives[2] = {q, q + count - 1};
         ControlPair grid;
         get_controls(surface, primitives, grid);
+        use(q, count, grid);
+    }
+}
+
+void compute_boxes(const PatchArrays& surface, unsigned int begin, unsigned int end, double* boxes) {
+    for_each_pair(surface, begin, end, [&](unsigned int, unsigned int count, const ControlPair& grid) {
         // In the order of the controls, which tells of which zeros and NaN a box is made.
         SimdFloat8 low = grid[0][0], high = low;
         for (unsigned int i = 1; i < 16; ++i) {
@@ -239,19 +247,7 @@ void compute_boxes(const PatchArrays& surface, unsigned int begin, unsigned int 
                 boxes[axis] = static_cast<double>(lows[4 * i + axis]);
                 boxes[3 + axis] = static_cast<double>(highs[4 * i + axis]);
             }
-    }
-}
-
-// use(q, count, grid) for the patches begin to end by the pair; the last of an odd number takes both groups of lanes.
-template <class Use>
-inline void for_each_pair(const PatchArrays& surface, unsigned int begin, unsigned int end, const Use& use) {
-    for (unsigned int q = begin; q < end; q += 2) {
-        const unsigned int count = end - q < 2 ? 1 : 2;
-        const unsigned int primitives[2] = {q, q + count - 1};
-        ControlPair grid;
-        get_controls(surface, primitives, grid);
-        use(q, count, grid);
-    }
+    });
 }
 
 void add_boxes(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
@@ -268,11 +264,22 @@ void add_boxes(const PatchArrays& surface, const unsigned int* groups, unsigned 
 
 void add_areas(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
                PatchSums* sums) {
+    if (begin == end) return;
+    unsigned int group = groups[begin];
+    SimdDouble4 run = SimdDouble4::load4(sums[group].areas);  // of one group while patches of no other come
     for_each_pair(surface, begin, end, [&](unsigned int q, unsigned int count, const ControlPair& grid) {
         const CellEdges edges(grid);
         const CellAreas areas(edges);
-        for (unsigned int i = 0; i < count; ++i) areas.add(i, sums[groups[q + i]].areas);
+        for (unsigned int i = 0; i < count; ++i) {
+            if (groups[q + i] != group) {
+                run.store4(sums[group].areas);
+                group = groups[q + i];
+                run = SimdDouble4::load4(sums[group].areas);
+            }
+            run = areas.add(i, run);
+        }
     });
+    run.store4(sums[group].areas);
 }
 
 }  // namespace

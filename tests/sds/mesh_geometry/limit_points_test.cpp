@@ -83,6 +83,27 @@ TEST(LimitPoints, AnyCountAndNone) {
     }
 }
 
+// A small surface's controls are made once a thread, for the surface that was read last, and not for a single point.
+TEST(LimitPoints, SurfacesInTurnAndInMotionHaveTheirOwn) {
+    ZooMesh cage = zoo_mesh("cube");
+    const BuiltSurface first(cage);
+    for (Vec3f& p : cage.positions) p = p * 2.0f + Vec3f(0.5f, p[2], 0.0f);
+    BuiltSurface second(cage);
+    const std::vector<Place> places = make_places(first.quad_count(), 101);
+    for (unsigned int round = 0; round < 4; ++round) {
+        if (round == 3)
+            second.geometry.set(second.base, first.geometry.get_vertices(), {}, Mode::corners_fixed, nullptr);
+        const SdsMeshGeometry& geometry = round % 2 == 0 ? first.geometry : second.geometry;
+        std::vector<Point> together(places.size());
+        geometry.compute_limit_points(places.data(), static_cast<unsigned int>(places.size()), together.data());
+        for (size_t i = 0; i < places.size(); ++i) {
+            Point alone;
+            geometry.compute_limit_points(&places[i], 1, &alone);
+            EXPECT_EQ(std::memcmp(&alone, &together[i], sizeof alone), 0) << "round " << round << ", place " << i;
+        }
+    }
+}
+
 TEST(LimitPoints, InstructionSetsAgreeToTheBit) {
     const BuiltSurface surface(zoo_mesh("cube_crease_corner"));
     const SdsMeshGeometry& geometry = surface.geometry;

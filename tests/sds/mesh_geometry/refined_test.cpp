@@ -9,6 +9,7 @@
 #include "oracles/moving_surface.h"
 #include "oracles/refined_surface.h"
 #include "qn_ctx/ctx_eval.h"
+#include "sds/refinement/leaf_patches.h"
 #include "sds/refinement/level_kernels/level_kernels.h"
 #include "sds/refinement/value_rules.h"
 
@@ -364,6 +365,37 @@ TEST(RefinedGeometry, KernelsOfPointsFollowTheRulesOfAnyValue) {
         }
         values.points.swap(next.points);
     }
+
+    // Leaves, whatever their limit points, are the same by all sets.
+    const sds::RefinementLevel& last = topology.get_level(topology.get_level_count() - 1);
+    sds::LeafWeights weights[sds::max_leaf_valence + 1] = {};
+    for (unsigned int n = 1; n <= sds::max_leaf_valence; ++n)
+        weights[n] = {sds::closed_fan_weights<sds::ExactTrig>(n).edge,
+                      sds::closed_fan_weights<sds::ExactTrig>(n).diagonal, sds::turn_cosine<sds::ExactTrig>(n)};
+    std::vector<double> limits(4 * size_t{last.vertex_count}, 0.25);
+    values.points.reserve(last.vertex_count + 1);
+    sds::LevelFaces faces{};
+    faces.vertices = last.corner_vertices.get_data();
+    faces.opposites = last.edges.opposite_edges.get_data();
+    faces.points = &values.points.get_data()->c[0];
+    faces.limits = limits.data();
+    faces.kinds = last.vertex_kinds.get_data();
+    faces.valences = last.valences.get_data();
+    faces.leaf_weights = weights;
+    unsigned int leaves = 0;
+    for (unsigned int f = 0; f < last.candidate_count; ++f) {
+        if (last.states[f] != sds::FaceState::leaf) continue;
+        ++leaves;
+        float first[48 + 72] = {};
+        const sds::LevelKernels* const* sets = sds::get_all_level_kernels();
+        EXPECT_TRUE((*sets)->compute_leaf(faces, f, first, first + 48));
+        for (const sds::LevelKernels* const* set = sets + 1; *set != nullptr; ++set) {
+            float out[48 + 72] = {};
+            EXPECT_TRUE((*set)->compute_leaf(faces, f, out, out + 48));
+            EXPECT_EQ(std::memcmp(out, first, sizeof out), 0) << f;
+        }
+    }
+    EXPECT_GT(leaves, 0u);
 }
 
 TEST(RefinedGeometry, HolesHaveNoPatches) {

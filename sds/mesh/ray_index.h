@@ -1,0 +1,40 @@
+// A mesh's own hierarchy: SdsMesh::make_ray_index.
+#pragma once
+
+#include "sds/common/array_bytes.h"
+#include "sds/intersection/fast/trace_tree.h"
+#include "sds/mesh/sds_mesh.h"
+
+namespace sds {
+
+struct NetWeights;
+
+class RayIndex final : public GeometryRayIndex, private TreeSurface {
+public:
+    // Above these counts what rays meet leaves the second-level cache, and what is saved is lost on fetching it.
+    static constexpr unsigned int max_patch_count = 8192, max_kept_patch_count = 2048;
+
+    // Null for surfaces without patches, with more than the greatest count, in motion, or so small or large that
+    // lengths cannot be multiplied.
+    static std::unique_ptr<const RayIndex> make(const SdsMesh& mesh, const CoreBasicArray<GMathBbox3<double>>& boxes);
+
+    void intersect(const CtxEval& ctx, GeometryRaytraceCtx& rays) const override;
+    size_t get_memory_size() const override {
+        return sizeof(*this) + bytes_of(m_nodes) + bytes_of(m_boxes) + bytes_of(m_cells);
+    }
+
+private:
+    const ControlLanes& get_controls(const CtxEval& ctx, unsigned int patch) const override;
+    unsigned int get_level(unsigned int patch) const override { return m_mesh->get_cell_level(patch); }
+
+    void set_parts(unsigned int patch, const NetWeights& weights, float margin);
+
+    const SdsMesh* m_mesh = nullptr;
+    GMathVec3<double> m_center{0, 0, 0};
+    RayTree m_tree{};
+    CoreArray<RayTreeNode> m_nodes;
+    CoreArray<PartBoxes> m_boxes;
+    CoreArray<float> m_cells;
+};
+
+}  // namespace sds

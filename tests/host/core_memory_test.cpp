@@ -1,0 +1,62 @@
+#include "qn_core/core_memory.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+bool keeps_blocks() {
+    CoreMemory::release_kept();
+    CoreMemory::free(CoreMemory::allocate(1u << 20, 64), 1u << 20, 64);
+    return CoreMemory::get_kept_size() != 0;
+}
+
+TEST(CoreMemory, KeepsFreedBlocksForTheirSizeWithinABound) {
+    if (!keeps_blocks()) GTEST_SKIP() << "a checker of memory is at work";
+    CoreMemory::release_kept();
+    ASSERT_EQ(CoreMemory::get_kept_size(), 0u);
+    for (const size_t size : {size_t{70000}, size_t{1} << 20, size_t{5} << 20}) {
+        void* const block = CoreMemory::allocate(size, 64);
+        CoreMemory::free(block, size, 64);
+        EXPECT_GE(CoreMemory::get_kept_size(), size);
+        void* const other = CoreMemory::allocate(2 * size, 64);
+        EXPECT_NE(other, block);
+        // Every size that rounds to the same one fits.
+        void* const again = CoreMemory::allocate(size - 1, 64);
+        EXPECT_EQ(again, block);
+        std::memset(again, 1, size - 1);
+        CoreMemory::free(again, size - 1, 64);
+        CoreMemory::free(other, 2 * size, 64);
+        CoreMemory::release_kept();
+    }
+    std::vector<void*> blocks;
+    for (unsigned int i = 0; i < 30; ++i) blocks.push_back(CoreMemory::allocate(size_t{4} << 20, 64));
+    for (void* const block : blocks) CoreMemory::free(block, size_t{4} << 20, 64);
+    EXPECT_LE(CoreMemory::get_kept_size(), CoreMemory::max_kept_size);
+    EXPECT_EQ(CoreMemory::allocate(size_t{4} << 20, 64), blocks.back()) << "what was freed last is warm";
+    CoreMemory::free(blocks.back(), size_t{4} << 20, 64);
+    CoreMemory::release_kept();
+}
+
+TEST(CoreMemory, BlocksAreAlignedAndApart) {
+    std::vector<std::pair<unsigned char*, size_t>> blocks;
+    for (size_t size = 1; size < (size_t{1} << 25); size = size * 3 / 2 + 1) {
+        auto* const block = static_cast<unsigned char*>(CoreMemory::allocate(size, 64));
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % 64, 0u) << size;
+        block[0] = block[size - 1] = static_cast<unsigned char>(blocks.size());
+        blocks.emplace_back(block, size);
+    }
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        const auto [block, size] = blocks[i];
+        EXPECT_EQ(block[0], static_cast<unsigned char>(i));
+        EXPECT_EQ(block[size - 1], static_cast<unsigned char>(i));
+        CoreMemory::free(block, size, 64);
+    }
+    CoreMemory::free(nullptr, 100, 64);
+    CoreMemory::release_kept();
+}
+
+}  // namespace
