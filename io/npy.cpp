@@ -1,6 +1,7 @@
 #include "io/npy.h"
 
 #include "io/input_error.h"
+#include "io/input_places.h"
 
 #include <algorithm>
 #include <array>
@@ -170,7 +171,7 @@ std::string to_text(const std::vector<std::size_t>& shape) {
 NpyArray read_npy(std::istream& file, const std::string& name) { return NpyReader(file, name).read(); }
 
 NpyArray read_npy(const std::string& path) {
-    std::ifstream file(path == "-" ? "/dev/stdin" : path, std::ios::binary);
+    std::ifstream file(path == "-" ? "/dev/stdin" : locate_input(path), std::ios::binary);
     return read_npy(file, path);
 }
 
