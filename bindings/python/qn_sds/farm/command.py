@@ -8,6 +8,7 @@ import sys
 from .frames import Frame, has_number, parse_frames, put_number
 from .renderer import Refused, Renderer, RendererGone, find_program
 from .watcher import Watcher
+from .worker import ignore_interrupts
 
 NAME = "qn_sds.farm"
 FAILED, WRONG_USAGE, SIGNALLED = 1, 2, 128  # as the program has them
@@ -132,7 +133,6 @@ def make_cluster(options):
     count = options.workers or len(os.sched_getaffinity(0))
     # The renderers' memory is not the workers' own, which is all that a limit would see.
     return LocalCluster(n_workers=count, threads_per_worker=1, memory_limit=0, silence_logs=50,
-                        preload=["qn_sds.farm.local_worker"],
                         dashboard_address=":0" if options.dashboard else None)
 
 
@@ -157,6 +157,8 @@ def render(options, rest, watcher_of):
         if cluster is None and not options.scheduler:
             cluster = make_cluster(options)
         client = make_connect(options, cluster)()
+        if cluster is not None:
+            client.register_worker_callbacks(ignore_interrupts)
         if options.dashboard:
             watcher.say(f"dashboard: {client.dashboard_link}")
         return client

@@ -248,16 +248,15 @@ class Driver:
                 self._send(frame, digest)
             self._try_again(task, "its files do not reach the workers")
         else:
-            self._watcher.tell(answer["messages"])
             self._take_tiles(task, answer)
 
     def _take_tiles(self, task, answer):
         frame = task.frame
-        is_new = not answer["inputs"].keys() <= frame.files.keys()
         for name in answer["inputs"]:
             if name not in frame.files:
                 frame.files[name] = self._hash(name)
-        if any(frame.files[name] != digest for name, digest in answer["inputs"].items()) or is_new:
+        is_as_here = all(frame.files[name] == digest for name, digest in answer["inputs"].items())
+        if "pixels" not in answer or not is_as_here:
             if any(frame.files[name] != self._hash(name) for name in answer["inputs"]):
                 self._fail(frame, ["its files changed while it was rendered"])
             else:
@@ -266,6 +265,7 @@ class Driver:
         frame.inputs = answer["inputs"]
         self._known = [name for name in frame.inputs if name not in frame.words]
         frame.add_part(answer, task.tiles)
+        self._watcher.tell(answer["messages"])
         self._watcher.count(frame, task, answer)
         if frame.is_rendered():
             self._write(frame)

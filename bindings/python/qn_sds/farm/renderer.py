@@ -39,14 +39,18 @@ def find_program(given=None):
 class Renderer:
     """One process. Not thread-safe."""
 
-    def __init__(self, program):
+    def __init__(self, program, patience=60.0):
         self._program = program
         self._messages = tempfile.TemporaryFile(buffering=0)
         # In a session of its own: Ctrl-C is for who asked, who then ends it.
         self._process = subprocess.Popen([program, "serve"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                          stderr=self._messages, start_new_session=True, bufsize=0)
         self._buffer = bytearray()
-        self.version = self._read_answer(None)[0]["version"]
+        try:
+            self.version = self._read_answer(patience)[0]["version"]
+        except RendererGone:
+            self.close()
+            raise
 
     def ask(self, what, patience=None, content=(), **members):
         """Answer and its bytes. `content`, a list of bytes, goes behind the request. Raises `Refused`, and

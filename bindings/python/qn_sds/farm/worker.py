@@ -7,6 +7,7 @@ their content comes with the job, and is kept by hash as long as the worker live
 import hashlib
 import json
 import os
+import signal
 import tempfile
 import threading
 
@@ -29,6 +30,17 @@ def hash_file(path, known):
         return None
 
 
+class BuiltScene:
+    """What a scene was built of, and what the first answer with its pixels has to tell."""
+
+    def __init__(self, inputs, messages, open_seconds):
+        self.inputs, self.messages, self.open_seconds = inputs, messages, open_seconds
+
+    def fits(self, job):
+        """Whether the job means these files, as far as it knows them."""
+        return all(job["files"].get(name, digest) == digest for name, digest in self.inputs.items())
+
+
 class TileWorker:
     """Of one process: its renderer, its files, and what the renderer has built. Thread-safe: one job at a time."""
 
@@ -37,7 +49,7 @@ class TileWorker:
         self._lock = threading.Lock()
         self._renderer = None
         self._hashes = {}
-        self._built = {}  # by scene: the files it was built of
+        self._built = {}  # by scene
 
     def render(self, job, tiles, contents):
         with self._lock:
@@ -74,37 +86,46 @@ class TileWorker:
 
     def _get_renderer(self, job):
         if self._renderer is None:
-            self._renderer = Renderer(find_program(job["program"]))
+            self._renderer = Renderer(find_program(job["program"]), job["patience"])
         if self._renderer.version != job["version"]:
             raise RuntimeError(f"sds is of version {self._renderer.version} here and {job['version']} where the "
                                "picture is written")
         return self._renderer
 
     def _ask(self, job, tiles, places):
-        renderer, scene, answer = self._get_renderer(job), job["scene"], {"is_open": False}
-        patience, messages, open_seconds = job["patience"], [], 0.0
-        inputs = self._built.get(scene)
-        if inputs is not None and all(job["files"].get(name, digest) == digest for name, digest in inputs.items()):
-            answer, pixels = self._render(renderer, job, tiles, inputs)
+        renderer, answer = self._get_renderer(job), {"is_open": False}
+        built = self._built.get(job["scene"])
+        if built is not None and built.fits(job):
+            answer, pixels = self._render(renderer, job, tiles, built)
         if not answer["is_open"]:
-            opened, _ = renderer.ask("open", patience, scene=scene, arguments=job["arguments"], folder=job["folder"],
-                                     places=places, threads=self._threads)
-            inputs = {name: self._digest(job, name, places) for name in opened["inputs"]}
-            self._built[scene] = inputs
-            messages, open_seconds = renderer.take_messages(), opened["seconds"]
-            answer, pixels = self._render(renderer, job, tiles, inputs)
-        messages += renderer.take_messages()
-        return {**answer, "pixels": pixels, "inputs": inputs, "messages": messages, "open_seconds": open_seconds}
+            self._built[job["scene"]] = built = self._open(renderer, job, places)
+            answer, pixels = self._render(renderer, job, tiles, built)
+        if "channels" not in answer:
+            return {"inputs": built.inputs}  # whether they are the right ones is for the client to say
+        opened, built.open_seconds, messages, built.messages = built.open_seconds, 0.0, built.messages, []
+        return {**answer, "pixels": pixels, "inputs": built.inputs, "open_seconds": opened,
+                "messages": messages + renderer.take_messages()}
 
-    def _render(self, renderer, job, tiles, inputs):
-        if not all(name in job["files"] for name in inputs):
-            return {"is_open": True, "unknown": True}, b""  # whether they are the right ones is for the client to say
+    def _open(self, renderer, job, places):
+        answer, _ = renderer.ask("open", job["patience"], scene=job["scene"], arguments=job["arguments"],
+                                 folder=job["folder"], places=places, threads=self._threads)
+        return BuiltScene({name: self._digest(job, name, places) for name in answer["inputs"]},
+                          renderer.take_messages(), answer["seconds"])
+
+    def _render(self, renderer, job, tiles, built):
+        if not all(name in job["files"] for name in built.inputs):
+            return {"is_open": True}, b""
         return renderer.ask("render", job["patience"], scene=job["scene"], tiles=tiles)
 
     def _digest(self, job, name, places):
         # A kept file is of the job's hash; another one may have changed since it was compared.
         path = places.get(name) or os.path.join(job["folder"], name)
         return hash_file(path, self._hashes)
+
+
+def ignore_interrupts():
+    """Run by the workers of a cluster for one run: Ctrl-C reaches them too, and is for the farm, which ends them."""
+    signal.signal(signal.SIGINT, signal.SIG_IGN)
 
 
 _worker = None
