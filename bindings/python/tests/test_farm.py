@@ -96,7 +96,7 @@ def renderers(cluster):
 @pytest.fixture(scope="module")
 def cluster():
     with dask.config.set({"distributed.scheduler.worker-ttl": f"{PATIENCE}s"}):
-        with distributed.LocalCluster(n_workers=2, threads_per_worker=1, memory_limit=0, dashboard_address=None,
+        with distributed.LocalCluster(n_workers=2, threads_per_worker=1, memory_limit=0, dashboard_address="127.0.0.1:0",
                                       silence_logs=50) as standing:
             yield standing
 
@@ -305,7 +305,7 @@ def test_tls_is_passed_through(scenes):
            for what in ("cert", "key")}
     security = distributed.Security(tls_ca_file=str(scenes / "cert.pem"), require_encryption=True, **own)
     with distributed.LocalCluster(n_workers=1, threads_per_worker=1, security=security, protocol="tls://",
-                                  dashboard_address=None, memory_limit=0, silence_logs=50) as cluster:
+                                  dashboard_address="127.0.0.1:0", memory_limit=0, silence_logs=50) as cluster:
         words = ["knot.obj", *SIZE, "-o", "a.png", "--patience", "5", "--scheduler", cluster.scheduler_address]
         farm(scenes, *words, code=1)  # without a certificate
         farm(scenes, *words, "--tls-ca-file", "cert.pem", "--tls-cert", "cert.pem", "--tls-key", "key.pem")

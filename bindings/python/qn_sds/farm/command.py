@@ -133,7 +133,8 @@ def make_cluster(options):
     count = options.workers or len(os.sched_getaffinity(0))
     # The renderers' memory is not the workers' own, which is all that a limit would see.
     return LocalCluster(n_workers=count, threads_per_worker=1, memory_limit=0, silence_logs=50,
-                        dashboard_address=":0" if options.dashboard else None)
+                        dashboard_address="127.0.0.1:0",
+                        scheduler_kwargs={"dashboard": options.dashboard})
 
 
 def render(options, rest, watcher_of):

@@ -7,6 +7,7 @@ of one frame go where its scene is built while there are as many frames as worke
 import os
 import queue
 import time
+from collections import deque
 from concurrent.futures import CancelledError, ThreadPoolExecutor
 
 from distributed import Client
@@ -83,6 +84,7 @@ class Driver:
         self._sent = {}     # by hash: its content on the cluster
         self._is_shared = True  # until a worker misses a file
         self._costs = None  # seconds of the tiles of the last whole frame
+        self._frame_size = 0  # bytes of the pixels of the last frame that answered
         self._client = None
 
     def run(self):
@@ -90,8 +92,10 @@ class Driver:
         for frame in self._frames:
             if self._is_there(frame):
                 frame.state = "kept"
+        self._waiting = deque(frame for frame in self._frames if not frame.is_over)
+        self._left = len(self._waiting)
         try:
-            if not all(frame.is_over for frame in self._frames):
+            if self._left:
                 self._client = self._connect()
                 self._look_at_workers(time.monotonic())
                 self._loop()
@@ -103,7 +107,7 @@ class Driver:
 
     def _loop(self):
         last_event = time.monotonic()
-        while not all(frame.is_over for frame in self._frames):
+        while self._left:
             self._fill()
             try:
                 self._events.get(timeout=0.25)()
@@ -148,21 +152,17 @@ class Driver:
 
     def _fill(self):
         """Begins frames while workers could run out of tasks."""
-        waiting = [frame for frame in self._frames if frame.state == "waiting"]
-        active = sum(frame.state in ("rendering", "writing") for frame in self._frames)
         workers = max(1, self._workers)
-        while waiting and (active < 2 or len(self._tasks) < 2 * workers and active < self._get_most_active()):
-            frame = waiting.pop(0)
-            self._begin(frame, max(1, workers // (len(waiting) + active + 1)))
-            active += frame.state == "rendering"
+        while self._waiting:
+            active = self._left - len(self._waiting)
+            if active >= 2 and (len(self._tasks) >= 2 * workers or active >= self._get_most_active()):
+                break
+            self._begin(self._waiting.popleft(), max(1, workers // self._left))
 
     def _get_most_active(self):
         """Frames whose pixels a quarter of the memory holds."""
-        size = max((sum(len(pixels) for _, pixels in frame.parts) * frame.tile_count //
-                    max(1, sum(len(tiles) for tiles, _ in frame.parts)) for frame in self._frames if frame.parts),
-                   default=0)
         memory = os.sysconf("SC_PAGE_SIZE") * os.sysconf("SC_PHYS_PAGES")
-        return max(2, memory // 4 // size) if size else 2 * max(1, self._workers)
+        return max(2, memory // 4 // self._frame_size) if self._frame_size else 2 * max(1, self._workers)
 
     def _begin(self, frame, openers):
         frame.state, frame.begin = "rendering", time.time()
@@ -193,7 +193,7 @@ class Driver:
             tiles, frame.todo = frame.todo[:self._task_tiles], frame.todo[self._task_tiles:]
             return tiles
         left = sum(costs[tile] for tile in frame.todo)
-        left += sum(costs) * sum(other.state == "waiting" for other in self._frames)
+        left += sum(costs) * len(self._waiting)
         seconds = left / (3 * max(1, self._workers))
         return frame.take_run(costs, min(max(seconds, LEAST_SECONDS), MOST_SECONDS))
 
@@ -201,8 +201,7 @@ class Driver:
         frame = task.frame
         job = frame.make_job(self._job["folder"], self._job["version"], self._job["program"], self._job["patience"])
         contents = {digest: self._sent[digest] for digest in frame.files.values() if digest in self._sent}
-        is_apart = sum(not other.is_over for other in self._frames) < self._workers
-        near = None if task.is_first or is_apart else frame.near
+        near = None if task.is_first or self._left < self._workers else frame.near
         future = self._client.submit(render_tiles, job, task.tiles, contents, near, pure=False, retries=2,
                                      priority=-frame.order)
         if task.is_first:
@@ -265,6 +264,7 @@ class Driver:
         frame.inputs = answer["inputs"]
         self._known = [name for name in frame.inputs if name not in frame.words]
         frame.add_part(answer, task.tiles)
+        self._frame_size = len(answer["pixels"]) // len(task.tiles) * frame.tile_count
         self._watcher.tell(answer["messages"])
         self._watcher.count(frame, task, answer)
         if frame.is_rendered():
@@ -274,17 +274,19 @@ class Driver:
 
     def _fail(self, frame, finding):
         frame.state, frame.finding, frame.end = "failed", [line for line in finding if line], time.time()
-        self._forget(frame)
-        self._watcher.end(frame)
+        self._end(frame)
 
-    def _forget(self, frame):
-        """Lets go of what the cluster and the memory hold for a frame."""
+    def _end(self, frame):
+        """Lets go of what the cluster and the memory hold for a frame that is over."""
+        self._left -= 1
         frame.parts, frame.near = [], None
         for future in [future for future, task in self._tasks.items() if task.frame is frame]:
             del self._tasks[future]
             future.cancel()
-        needed = {digest for other in self._frames if not other.is_over for digest in other.files.values()}
-        self._sent = {digest: content for digest, content in self._sent.items() if digest in needed}
+        if self._sent:
+            needed = {digest for other in self._frames if not other.is_over for digest in other.files.values()}
+            self._sent = {digest: content for digest, content in self._sent.items() if digest in needed}
+        self._watcher.end(frame)
 
     # Files
 
@@ -321,5 +323,4 @@ class Driver:
             self._fail(frame, [reason])
             return
         frame.state, frame.end = "done", time.time()
-        self._forget(frame)
-        self._watcher.end(frame)
+        self._end(frame)
