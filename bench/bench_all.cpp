@@ -50,9 +50,9 @@ int main(int argc, char** argv) {
                                  " threads, g++ " __VERSION__
                                  ". Opponent and self took turns in one process; single thread by processor time "
                                  "unless the row says otherwise; medians, spread is between the quartiles.");
-        for (const auto suite : {&sds_bench::bench_build, &sds_bench::bench_refined, &sds_bench::bench_memory,
-                                 &sds_bench::bench_samples, &sds_bench::bench_rays, &sds_bench::bench_moving_rays,
-                                 &sds_bench::bench_scaling, &sds_bench::bench_threads})
+        for (const auto suite : {&sds_bench::bench_build, &sds_bench::bench_animation, &sds_bench::bench_refined,
+                                 &sds_bench::bench_memory, &sds_bench::bench_samples, &sds_bench::bench_rays,
+                                 &sds_bench::bench_moving_rays, &sds_bench::bench_scaling, &sds_bench::bench_threads})
             suite(session);
         session.report.print_floors(std::cout);
         write_file(json_path, [&](std::ostream& out) { session.report.write_json(out); });

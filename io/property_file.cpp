@@ -33,12 +33,7 @@ constexpr Kind kinds[] = {Kind::per_vertex, Kind::varying, Kind::per_polygon, Ki
 constexpr bool is_of_vertices(Kind kind) { return kind == Kind::per_vertex || kind == Kind::varying; }
 
 constexpr const char* keys[] = {"name", "kind", "type", "extent", "values", "indices", "times"};
-constexpr unsigned int max_extent = 4096;
 constexpr std::size_t max_count = 0xFFFFFFFEu;
-
-/// Evaluation is in double precision, in which sums and derivatives of doubles need room above them.
-template <class T>
-constexpr T greatest_real = std::is_same_v<T, double> ? T(1e300) : std::numeric_limits<T>::max();
 
 /// What is wrong with one key of a property: "expected what, found what".
 class ValueError : public std::runtime_error {
@@ -58,7 +53,7 @@ std::optional<T> to_element(N number) {
         return std::isfinite(sds::to_real(half)) ? std::optional<T>(half) : std::nullopt;
     } else if constexpr (std::is_floating_point_v<T>) {
         const T real = static_cast<T>(number);
-        return std::fabs(real) <= greatest_real<T> ? std::optional<T>(real) : std::nullopt;
+        return std::fabs(real) <= greatest_property_value<T> ? std::optional<T>(real) : std::nullopt;
     } else if constexpr (std::is_floating_point_v<N>) {
         const bool is_held = number == std::trunc(number) &&
                              number >= static_cast<double>(std::numeric_limits<T>::min()) &&
@@ -167,9 +162,10 @@ private:
     }
 
     void read_extent(const Json& value) {
-        const bool is_held =
-            value.is_number_unsigned() && value.get<std::uint64_t>() >= 1 && value.get<std::uint64_t>() <= max_extent;
-        if (!is_held) throw ValueError("a whole number from 1 to " + std::to_string(max_extent), describe(value));
+        const bool is_held = value.is_number_unsigned() && value.get<std::uint64_t>() >= 1 &&
+                             value.get<std::uint64_t>() <= max_property_extent;
+        if (!is_held)
+            throw ValueError("a whole number from 1 to " + std::to_string(max_property_extent), describe(value));
         m_source.extent = value.get<unsigned int>();
     }
 

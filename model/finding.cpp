@@ -76,7 +76,7 @@ constexpr Row rows[] = {
     {name_not_utf8, "name_not_utf8", warning, "name that is not UTF-8", "read as Latin-1"},
     {ignored_weight, "ignored_weight", warning, "rational vertex weight other than 1", "ignored"},
     {lost_crease, "lost_crease", warning, "crease where there is no edge", "ignored"},
-    {unkept_property, "unkept_property", warning, "property with NaN or infinite numbers", "left out"},
+    {unkept_property, "unkept_property", warning, "property with NaN, infinite, huge or too many numbers", "left out"},
     {unknown_record, "unknown_record", warning, "unknown record", "skipped"},
     in_words_of(unused_vertex, PolyFindingCode::unused_vertex),
     {unkept_rule, "unkept_rule", note, "rule that only refined surfaces follow", "ignored"},

@@ -38,7 +38,7 @@ MeshScene::MeshScene(const std::vector<Mesh>& meshes, std::vector<MeshInstance> 
     : m_instances(std::move(instances)) {
     for (const Mesh& mesh : meshes) {
         m_meshes.push_back(mesh.surface->make_mesh(level));
-        m_properties.emplace_back(*mesh.properties, *mesh.cage, m_meshes.back());
+        m_properties.emplace_back(*mesh.properties, mesh.cage, m_meshes.back());
     }
 }
 

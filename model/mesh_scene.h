@@ -46,7 +46,7 @@ class MeshScene {
 public:
     struct Mesh {
         const Surface* surface;
-        const ControlCage* cage;
+        CageView cage;
         const std::vector<PropertySource>* properties;
     };
 

@@ -2,10 +2,18 @@
 
 #include "qn_poly/poly_mesh_property.h"
 
+#include <limits>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace sds_model {
+
+inline constexpr unsigned int max_property_extent = 4096;
+
+/// Evaluation is in double precision, in which sums and derivatives of doubles need room above them.
+template <class T>
+inline constexpr T greatest_property_value = std::is_same_v<T, double> ? T(1e300) : std::numeric_limits<T>::max();
 
 /// Values carried by a cage, every count, index and number checked.
 struct PropertySource {

@@ -121,6 +121,38 @@ Camera::Camera(const CameraPose& pose, unsigned int width, unsigned int height)
       m_up(pose.up),
       m_forward(pose.forward) {}
 
+struct Camera::Way {
+    std::vector<double> times;
+    std::vector<CameraPose> poses;
+};
+
+Camera::Camera(std::vector<double> times, std::vector<CameraPose> poses, unsigned int width, unsigned int height)
+    : Camera(poses.front(), width, height) {
+    if (times.size() > 1) m_way = std::make_shared<const Way>(Way{std::move(times), std::move(poses)});
+}
+
+Camera Camera::at(double time) const {
+    if (!is_moving()) return *this;
+    const std::vector<double>& times = m_way->times;
+    const auto next = static_cast<std::size_t>(std::upper_bound(times.begin(), times.end(), time) - times.begin());
+    if (next == 0 || next == times.size()) return {m_way->poses[next == 0 ? 0 : next - 1], m_width, m_height};
+    const CameraPose &from = m_way->poses[next - 1], &to = m_way->poses[next];
+    const double share = (time - times[next - 1]) / (times[next] - times[next - 1]);
+    const auto blend = [share](const auto& a, const auto& b) { return a * (1.0 - share) + b * share; };
+    CameraPose pose;
+    pose.position = blend(from.position, to.position);
+    pose.right = normalized(blend(from.right, to.right));
+    pose.up = normalized(blend(from.up, to.up));
+    pose.forward = normalized(blend(from.forward, to.forward));
+    pose.width = blend(from.width, to.width);
+    pose.shift_x = blend(from.shift_x, to.shift_x);
+    pose.shift_y = blend(from.shift_y, to.shift_y);
+    pose.is_parallel = from.is_parallel;
+    pose.lens_radius = blend(from.lens_radius, to.lens_radius);
+    pose.focus = blend(from.focus, to.focus);
+    return {pose, m_width, m_height};
+}
+
 GeometryRay Camera::camera_ray(double x, double y) const {
     GeometryRay ray;
     ray.origin = m_position;

@@ -1,6 +1,7 @@
 // A camera: one that frames a box, or one that stands where it is told.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "qn_geometry/geometry_raytrace_ctx.h"
@@ -40,6 +41,9 @@ CameraPose look_at(const Vec3& position, const Vec3& target, const Vec3& up, dou
 class Camera {
 public:
     Camera(const CameraPose& pose, unsigned int width, unsigned int height);
+    // One on its way: poses at strictly increasing times, as many, at least one. Between them numbers are blended
+    // linearly and axes are made unit again; outside of them the nearest holds. Members but at() answer for the first.
+    Camera(std::vector<double> times, std::vector<CameraPose> poses, unsigned int width, unsigned int height);
     // Stands as close as it can so that the points are inside a picture of width x height square pixels with a little
     // room around, in its middle. There are at least two different points.
     Camera(const std::vector<Vec3>& points, const CameraView& view, unsigned int width, unsigned int height);
@@ -52,6 +56,9 @@ public:
     // The same through a point of the lens, given in [0, 1) x [0, 1).
     GeometryRay camera_ray(double x, double y, double lens_x, double lens_y) const;
     bool has_lens() const { return m_lens_radius > 0.0; }
+    bool is_moving() const { return m_way != nullptr; }
+    // As it stands at a time.
+    Camera at(double time) const;
 
     // Distance of a point from the camera along the viewing axis.
     double get_depth(const Vec3& point) const { return (point - m_position).dot(m_forward); }
@@ -68,9 +75,12 @@ public:
     const Vec3& get_forward() const { return m_forward; }
 
 private:
+    struct Way;
+
     unsigned int m_width;
     unsigned int m_height;
-    double m_pixels_per_slope;  // pixels per unit of (sideways / depth), or of sideways for a parallel camera
+    std::shared_ptr<const Way> m_way;  // null when still
+    double m_pixels_per_slope;         // pixels per unit of (sideways / depth), or of sideways for a parallel camera
     double m_shift_x = 0.0, m_shift_y = 0.0;
     bool m_is_parallel = false;
     double m_lens_radius = 0.0, m_focus = 1.0;

@@ -23,7 +23,9 @@ class PixelSampler {
 public:
     // `count` is the number of samples that the pixel takes.
     PixelSampler(std::uint32_t x, std::uint32_t y, std::uint32_t count)
-        : m_place(spread_bits(x) | spread_bits(y) << 1), m_bits(get_bits(count)) {}
+        : m_place(spread_bits(x) | spread_bits(y) << 1), m_count(count), m_bits(get_bits(count)) {}
+
+    std::uint32_t get_count() const { return m_count; }
 
     // Point `sample` of a pair of dimensions; `share` of them belong to each of the pixel's samples.
     SamplePoint get(std::uint32_t sample, std::uint32_t dimension_pair, std::uint32_t share = 1) const {
@@ -81,6 +83,7 @@ private:
     static constexpr double to_unit(std::uint32_t x) { return x * 0x1p-32; }
 
     std::uint32_t m_place;  // along the curve
+    std::uint32_t m_count;
     std::uint32_t m_bits;
 };
 

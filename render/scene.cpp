@@ -33,17 +33,23 @@ void bounds_callback(const RTCBoundsFunctionArguments* arguments) {
     primitives.build_finished.publish();
 }
 
-// `attach_all` gives the new hierarchy its geometries and returns their primitives.
-template <class AttachAll>
-HierarchyHandle build_hierarchy(RTCDevice device, const AttachAll& attach_all) {
-    HierarchyHandle hierarchy(rtcNewScene(device));
-    check_device(device);
-    rtcSetSceneFlags(hierarchy.get(), RTC_SCENE_FLAG_ROBUST);
-    const std::vector<BoundedPrimitives*> all = attach_all(hierarchy.get());
+void commit_hierarchy(RTCDevice device, RTCScene hierarchy, const std::vector<BoundedPrimitives*>& all) {
     for (BoundedPrimitives* primitives : all) primitives->build_started.publish();
-    rtcCommitScene(hierarchy.get());
+    rtcCommitScene(hierarchy);
     for (BoundedPrimitives* primitives : all) primitives->build_finished.observe();
     check_device(device);
+}
+
+// `attach_all` gives the new hierarchy its geometries and returns their primitives.
+template <class AttachAll>
+HierarchyHandle build_hierarchy(RTCDevice device, bool is_refitted, const AttachAll& attach_all) {
+    HierarchyHandle hierarchy(rtcNewScene(device));
+    check_device(device);
+    rtcSetSceneFlags(hierarchy.get(),
+                     is_refitted ? RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_DYNAMIC : RTC_SCENE_FLAG_ROBUST);
+    // Gives each geometry a hierarchy of its own, built as its own quality says.
+    if (is_refitted) rtcSetSceneBuildQuality(hierarchy.get(), RTC_BUILD_QUALITY_LOW);
+    commit_hierarchy(device, hierarchy.get(), attach_all(hierarchy.get()));
     return hierarchy;
 }
 
@@ -57,12 +63,19 @@ unsigned int Scene::add(const GeometryObject& object, const Transform& transform
     return get_object_count() - 1;
 }
 
-void Scene::commit() {
+void Scene::commit(const HierarchyUse& use) {
     m_impl->sort_entries();
     m_impl->set_motion_sampling();
+    m_impl->is_refitted = use == HierarchyUse::refitted && m_impl->can_be_refitted();
     m_impl->compute_bounds();
     m_impl->build();
-    m_impl->forget_bounds();
+    if (!m_impl->is_refitted) m_impl->forget_bounds();
+}
+
+void Scene::update() {
+    if (m_impl->is_refitted && m_impl->hierarchy && m_impl->refit()) return;
+    m_impl->forget_commit();
+    commit(HierarchyUse::refitted);
 }
 
 unsigned int Scene::get_object_count() const { return static_cast<unsigned int>(m_impl->entries.size()); }
@@ -122,14 +135,22 @@ std::vector<double> Scene::Impl::get_sample_times() const {
 
 PrimitiveBounds Scene::Impl::compute_primitive_bounds(const SceneObject& object) const {
     const bool moves = object.is_animated() && is_moving();
-    return moves ? compute_moving_bounds(shader, *object.object, get_sample_times())
-                 : compute_still_bounds(shader, *object.object, shutter.open);
+    if (moves) return compute_moving_bounds(shader, *object.object, get_sample_times());
+    PrimitiveBounds bounds;
+    compute_still_bounds(shader, *object.object, shutter.open, bounds);
+    // A primitive that stands where another does may leave it later.
+    if (!is_refitted && !object.is_animated()) leave_out_repeated(shader, *object.object, bounds);
+    return bounds;
 }
 
 Bbox3 SceneObject::settle_box() {
     Bbox3 box = Bbox3::empty();
-    for (const Bbox3& primitive : bounds.boxes)
-        if (is_valid_box(primitive)) box.grow(primitive);
+    left_out.clear();
+    for (size_t i = 0; i < bounds.boxes.size(); ++i)
+        if (is_valid_box(bounds.boxes[i]))
+            box.grow(bounds.boxes[i]);
+        else if (bounds.step_count == 1)
+            left_out.push_back(static_cast<unsigned int>(i));
     if (!box.is_empty()) reference = box.get_center();
     return box;
 }
@@ -193,13 +214,13 @@ void Scene::Impl::build() {
     };
     for (const auto& object : objects) object->space = &space;
     still_instances.space = moving_instances.space = &space;
-    hierarchy = build_hierarchy(device.get(), build_all);
+    hierarchy = build_hierarchy(device.get(), is_refitted, build_all);
 }
 
 void Scene::Impl::build_shared(SharedObject& shared) {
     if (shared.box.is_empty()) return;
     shared.primitives.space = &shared.own_space;
-    shared.hierarchy = build_hierarchy(device.get(), [&](RTCScene scene) {
+    shared.hierarchy = build_hierarchy(device.get(), false, [&](RTCScene scene) {
         attach(scene, shared.primitives, 0, &intersect_primitive_callback, &occlude_primitive_callback);
         return std::vector<BoundedPrimitives*>{&shared.primitives};
     });
@@ -213,12 +234,50 @@ void Scene::Impl::attach(RTCScene to, BoundedPrimitives& primitives, unsigned in
     rtcSetGeometryUserPrimitiveCount(geometry, primitives.bounds.primitive_count);
     rtcSetGeometryTimeStepCount(geometry, primitives.bounds.step_count);
     rtcSetGeometryUserData(geometry, &primitives);
+    if (is_refitted) rtcSetGeometryBuildQuality(geometry, RTC_BUILD_QUALITY_REFIT);
     rtcSetGeometryBoundsFunction(geometry, &bounds_callback, nullptr);
     rtcSetGeometryIntersectFunction(geometry, intersect);
     rtcSetGeometryOccludedFunction(geometry, occlude);
     rtcCommitGeometry(geometry);
     rtcAttachGeometryByID(to, geometry, id);
     rtcReleaseGeometry(geometry);
+}
+
+bool Scene::Impl::can_be_refitted() const {
+    return shared_objects.empty() && still_instances.instances.empty() && moving_instances.instances.empty() &&
+           !is_moving();
+}
+
+bool Scene::Impl::refit() {
+    Bbox3 all = Bbox3::empty();
+    std::vector<BoundedPrimitives*> fitted;
+    for (const auto& object : objects) {
+        PrimitiveBounds& bounds = object->bounds;
+        if (object->object->get_primitive_count() != bounds.primitive_count) return false;
+        compute_still_bounds(shader, *object->object, shutter.open, bounds);
+        // The hierarchy does not know what it was built without.
+        for (const unsigned int primitive : object->left_out)
+            if (is_valid_box(bounds.boxes[primitive])) return false;
+        all.grow(object->settle_box());
+        fitted.push_back(object.get());
+    }
+    if (all.is_empty()) return false;
+    bbox = all;
+    space = UnitSpace(bbox);
+    for (const auto& object : objects) rtcCommitGeometry(rtcGetGeometry(hierarchy.get(), object->index));
+    commit_hierarchy(device.get(), hierarchy.get(), fitted);
+    return true;
+}
+
+void Scene::Impl::forget_commit() {
+    hierarchy.reset();
+    objects.clear();
+    shared_objects.clear();
+    still_instances.instances.clear();
+    moving_instances.instances.clear();
+    bbox = Bbox3::empty();
+    space = UnitSpace();
+    device.reset();
 }
 
 void Scene::Impl::forget_bounds() {

@@ -1,7 +1,8 @@
 // Geometry objects under one bounding volume hierarchy, and rays against them.
 //
 // Life of a scene: add objects, commit once, trace from any number of threads. The objects belong to the caller,
-// outlive the scene and do not change after commit.
+// outlive the scene and do not change after commit, unless the scene is committed for that: then any number of frames
+// follow, each of which changes the objects' shapes, calls update, and traces.
 //
 // An object may be added any number of times, each with a transform of its own: these are its instances, and they share
 // one hierarchy of the object's primitives. Below, "object" counts instances.
@@ -27,6 +28,9 @@ struct Shutter {
     double close = 0.0;
 };
 
+// What the hierarchy is made for. One that is refitted has rays take a little longer.
+enum class HierarchyUse { still, refitted };
+
 class Scene {
 public:
     explicit Scene(const Shutter& shutter = {});
@@ -40,7 +44,14 @@ public:
 
     // Builds the hierarchy on the threads of the calling arena. Primitives whose box is empty or not finite are left
     // out. Throws std::bad_alloc or std::runtime_error when the build fails; the scene is then empty.
-    void commit();
+    void commit(const HierarchyUse& use = HierarchyUse::still);
+
+    // Follows the objects to new shapes: finds their boxes again and fits the hierarchy to them, which takes a fraction
+    // of a build. What rays find is the same as in a new scene; the more the shapes differ from those of the commit,
+    // the longer they take to find it. Builds anew where there is nothing to fit: after a commit for a still scene,
+    // with instances or a shutter that is open, where objects have another number of primitives, and where one that
+    // was left out has a box now. Not while others trace. Throws as commit does.
+    void update();
 
     unsigned int get_object_count() const;
     const GeometryObject& get_object(const unsigned int& index) const;
@@ -65,10 +76,13 @@ public:
     // True when anything lies between tnear and tfar. Sets the ray's mode to `any`.
     bool occluded(GeometryRay& ray, RenderThread& thread) const;
 
-    // `intersect` for `count` rays at once, 1 to RenderThread::packet_size. Rays that meet the same primitive reach it
-    // together, as one range with an intersection map, unless it moves and their times differ. `objects` holds `count`
-    // indices, no_index where there is no hit.
+    // `intersect` for `count` rays of one mode at once, 1 to RenderThread::packet_size. Rays that meet the same
+    // primitive reach it together, as one range with an intersection map, unless it moves and their times differ.
+    // `objects` holds `count` indices, no_index where there is no hit.
     void intersect_packet(GeometryRay* rays, unsigned int count, RenderThread& thread, unsigned int* objects) const;
+
+    // `occluded` for as many: a ray has a hit where something is in its way. Sets the rays' modes to `any`.
+    void occluded_packet(GeometryRay* rays, unsigned int count, RenderThread& thread) const;
 
 private:
     struct Impl;

@@ -19,12 +19,18 @@ constexpr unsigned int max_step_count = 33;
 
 constexpr float infinity = std::numeric_limits<float>::infinity();
 
+// body(begin, end) for the chunks of [0, count).
 template <class Body>
-void for_each_primitive(unsigned int count, Body&& body) {
+void for_each_chunk(unsigned int count, Body&& body) {
     const unsigned int chunks = count / chunk_size + (count % chunk_size != 0 ? 1 : 0);
     sys_parallel_for(chunks, [&](unsigned int chunk, unsigned int) {
         const unsigned int begin = chunk * chunk_size;
-        const unsigned int end = begin + std::min(chunk_size, count - begin);
+        body(begin, begin + std::min(chunk_size, count - begin));
+    });
+}
+template <class Body>
+void for_each_primitive(unsigned int count, Body&& body) {
+    for_each_chunk(count, [&](unsigned int begin, unsigned int end) {
         for (unsigned int i = begin; i < end; ++i) body(i);
     });
 }
@@ -161,9 +167,30 @@ bool is_same_patch(const CtxEval& ctx, const GeometryObject& object, unsigned in
     return true;
 }
 
-// Of primitives that are the same, a ray's hit is on the first: the others need not be offered.
-void leave_out_repeated(const CtxShader& shader, const GeometryObject& object, std::vector<Bbox3>& boxes) {
+}  // namespace
+
+bool is_valid_box(const Bbox3& box) {
+    return !box.is_empty() && box.get_min().is_finite() && box.get_max().is_finite();
+}
+
+void compute_still_bounds(const CtxShader& shader, const GeometryObject& object, double time, PrimitiveBounds& bounds) {
+    bounds.primitive_count = object.get_primitive_count();
+    bounds.step_count = 1;
+    bounds.boxes.resize(bounds.primitive_count);
+    const bool is_animated = object.is_animated();
+    for_each_chunk(bounds.primitive_count, [&](unsigned int begin, unsigned int end) {
+        const CtxEval ctx(shader);
+        if (!is_animated) return object.compute_primitive_bboxes(ctx, begin, end - begin, bounds.boxes.data() + begin);
+        for (unsigned int i = begin; i < end; ++i) {
+            object.compute_primitive_bbox_at(ctx, i, time, bounds.boxes[i]);
+            if (is_valid_box(bounds.boxes[i])) pad_moving_box(bounds.boxes[i], bounds.boxes[i]);
+        }
+    });
+}
+
+void leave_out_repeated(const CtxShader& shader, const GeometryObject& object, PrimitiveBounds& bounds) {
     const CtxEval ctx(shader);
+    std::vector<Bbox3>& boxes = bounds.boxes;
     KnownPrimitives known(boxes.size());
     std::vector<unsigned int> repeated;
     for (unsigned int i = 0; i < boxes.size(); ++i)
@@ -171,27 +198,6 @@ void leave_out_repeated(const CtxShader& shader, const GeometryObject& object, s
             known.repeats(boxes, i, [&](unsigned int earlier) { return is_same_patch(ctx, object, earlier, i); }))
             repeated.push_back(i);
     for (const unsigned int i : repeated) boxes[i] = Bbox3::empty();
-}
-
-}  // namespace
-
-bool is_valid_box(const Bbox3& box) {
-    return !box.is_empty() && box.get_min().is_finite() && box.get_max().is_finite();
-}
-
-PrimitiveBounds compute_still_bounds(const CtxShader& shader, const GeometryObject& object, double time) {
-    PrimitiveBounds bounds;
-    bounds.primitive_count = object.get_primitive_count();
-    bounds.boxes.resize(bounds.primitive_count);
-    const bool is_animated = object.is_animated();
-    for_each_primitive(bounds.primitive_count, [&](unsigned int i) {
-        const CtxEval ctx(shader);
-        if (!is_animated) return object.compute_primitive_bbox(ctx, i, bounds.boxes[i]);
-        object.compute_primitive_bbox_at(ctx, i, time, bounds.boxes[i]);
-        if (is_valid_box(bounds.boxes[i])) pad_moving_box(bounds.boxes[i], bounds.boxes[i]);
-    });
-    if (!is_animated) leave_out_repeated(shader, object, bounds.boxes);
-    return bounds;
 }
 
 PrimitiveBounds compute_moving_bounds(const CtxShader& shader, const GeometryObject& object,

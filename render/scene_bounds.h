@@ -21,8 +21,13 @@ struct PrimitiveBounds {
     }
 };
 
-// Box of a still object's primitives; `time` counts for objects that are animated.
-PrimitiveBounds compute_still_bounds(const CtxShader& shader, const GeometryObject& object, double time);
+// Boxes of a still object's primitives into `bounds`, whose storage is used again; `time` counts for objects that are
+// animated.
+void compute_still_bounds(const CtxShader& shader, const GeometryObject& object, double time, PrimitiveBounds& bounds);
+
+// Of primitives that are the same, a ray's hit is on the first: the others lose their boxes. For objects that are not
+// animated.
+void leave_out_repeated(const CtxShader& shader, const GeometryObject& object, PrimitiveBounds& bounds);
 
 // Boxes of an animated object while `times` (at least two, strictly increasing) go by; its first and last are the
 // shutter's ends. The object's positions must be linear in time between two of them.

@@ -24,7 +24,7 @@ using HierarchyHandle = std::unique_ptr<std::remove_pointer_t<RTCScene>, Hierarc
 
 // Primitives of one geometry of a hierarchy. Its user pointer is this part of what they belong to.
 struct BoundedPrimitives {
-    // Only while the hierarchy is built.
+    // Only while the hierarchy is built, unless it is refitted later.
     const UnitSpace* space = nullptr;
     PrimitiveBounds bounds;
     SysHandOver build_started, build_finished;
@@ -38,6 +38,8 @@ struct SceneObject : BoundedPrimitives {
     const GeometryObject* object = nullptr;
     unsigned int index = 0;
     GeometryRaytraceData ray_data;
+    // Still primitives without a valid box.
+    std::vector<unsigned int> left_out;
     // One point per object, so that its kernels narrow a ray the same way for all primitives.
     Vec3 reference{0, 0, 0};
 };
@@ -79,6 +81,7 @@ struct Scene::Impl {
     InstanceGroup still_instances, moving_instances;
     DeviceHandle device;
     HierarchyHandle hierarchy;  // null until built, and in a scene without primitives
+    bool is_refitted = false;   // by updates; the bounds are kept then
 
     void sort_entries();
     void set_motion_sampling();
@@ -87,6 +90,10 @@ struct Scene::Impl {
     void build();
     void build_shared(SharedObject& shared);
     void forget_bounds();
+    bool can_be_refitted() const;
+    // False, and the hierarchy of no use, where it has to be built anew.
+    bool refit();
+    void forget_commit();
 
     bool is_moving() const { return shutter.close > shutter.open; }
     float get_hierarchy_time(double time) const;

@@ -222,12 +222,38 @@ struct Packet8 {
     static constexpr unsigned int width = 8;
     using RayHit = RTCRayHit8;
     static constexpr auto intersect = &rtcIntersect8;
+    static constexpr auto occlude = &rtcOccluded8;
 };
 struct Packet16 {
     static constexpr unsigned int width = 16;
     using RayHit = RTCRayHit16;
     static constexpr auto intersect = &rtcIntersect16;
+    static constexpr auto occlude = &rtcOccluded16;
 };
+
+// All rays have one mode.
+template <class Packet, class SceneImpl>
+void trace_packet(const SceneImpl& scene, GeometryRay* rays, unsigned int count, unsigned int* objects,
+                  RenderThread& thread) {
+    SceneRay narrowed[RenderThread::packet_size];
+    TraceContext trace = make_trace(rays, narrowed, objects, thread);
+    alignas(64) int valid[Packet::width];
+    typename Packet::RayHit hierarchy_rays;
+    for (unsigned int i = 0; i < Packet::width; ++i) {
+        const GeometryRay* ray = i < count ? rays + i : nullptr;
+        const bool is_valid =
+            ray != nullptr && narrowed[i].init(scene.space, ray->origin, ray->direction, ray->tnear, ray->tfar);
+        valid[i] = is_valid ? -1 : 0;
+        if (is_valid)
+            set_packet_ray(hierarchy_rays, i, narrowed[i], scene.get_hierarchy_time(ray->time));
+        else
+            set_packet_ray(hierarchy_rays, i, SceneRay{}, 0.0f);
+    }
+    if (rays[0].mode == GeometryRayMode::any)
+        Packet::occlude(valid, scene.hierarchy.get(), &trace.base, &hierarchy_rays.ray);
+    else
+        Packet::intersect(valid, scene.hierarchy.get(), &trace.base, &hierarchy_rays);
+}
 
 }  // namespace
 
@@ -334,29 +360,17 @@ void Scene::intersect_packet(GeometryRay* rays, unsigned int count, RenderThread
     for (unsigned int i = 0; i < count; ++i) objects[i] = no_index;
     thread.ray_count += count;
     if (!m_impl->hierarchy) return;
-    SceneRay narrowed[RenderThread::packet_size];
-    TraceContext trace = make_trace(rays, narrowed, objects, thread);
-    const auto run = [&](auto packet) {
-        using Packet = decltype(packet);
-        alignas(64) int valid[Packet::width];
-        typename Packet::RayHit hierarchy_rays;
-        for (unsigned int i = 0; i < Packet::width; ++i) {
-            const GeometryRay* ray = i < count ? rays + i : nullptr;
-            const bool is_valid =
-                ray != nullptr && narrowed[i].init(m_impl->space, ray->origin, ray->direction, ray->tnear, ray->tfar);
-            valid[i] = is_valid ? -1 : 0;
-            if (is_valid)
-                set_packet_ray(hierarchy_rays, i, narrowed[i], m_impl->get_hierarchy_time(ray->time));
-            else
-                set_packet_ray(hierarchy_rays, i, SceneRay{}, 0.0f);
-        }
-        Packet::intersect(valid, m_impl->hierarchy.get(), &trace.base, &hierarchy_rays);
-    };
     if (count <= Packet8::width)
-        run(Packet8{});
+        trace_packet<Packet8>(*m_impl, rays, count, objects, thread);
     else
-        run(Packet16{});
+        trace_packet<Packet16>(*m_impl, rays, count, objects, thread);
     for (unsigned int i = 0; i < count; ++i) thread.hit_count += rays[i].hit.primitive != no_index ? 1 : 0;
+}
+
+void Scene::occluded_packet(GeometryRay* rays, unsigned int count, RenderThread& thread) const {
+    for (unsigned int i = 0; i < count; ++i) rays[i].mode = GeometryRayMode::any;
+    unsigned int unused[RenderThread::packet_size];
+    intersect_packet(rays, count, thread, unused);
 }
 
 }  // namespace sds_render

@@ -59,89 +59,110 @@ Shader::Shader(const Scene& scene, const Camera& camera, const ShadingOptions& o
     m_ray_offset = std::max(1e-4 * scene.get_radius(), 4.0 * std::numeric_limits<float>::epsilon() * coordinate);
 }
 
-Shader::Facing Shader::get_facing(const SurfacePoint& point) const {
+void Shader::face(Hit& hit) const {
+    const SurfacePoint& point = hit.point;
     const auto turn = [&](const Vec3& n) { return n.dot(point.direction) > 0.0 ? -n : n; };
     const Vec3 geometric = turn(point.sample.get_geometric_normal());
-    Vec3 normal = geometric;
+    hit.normal = geometric;
     if (m_options.smoothing_normal) {
         // Turned with the surface, so that a smooth normal that leans away from the camera does not flip.
-        normal = point.sample.get_smoothing_normal();
-        if (normal.dot(geometric) < 0.0) normal = -normal;
+        hit.normal = point.sample.get_smoothing_normal();
+        if (hit.normal.dot(geometric) < 0.0) hit.normal = -hit.normal;
     }
-    return {normal, point.position + geometric * m_ray_offset};
+    hit.start = point.position + geometric * m_ray_offset;
 }
 
-bool Shader::is_blocked(const Facing& facing, const Vec3& direction, double reach, double time,
-                        RenderThread& thread) const {
+GeometryRay Shader::make_key_ray(const Hit& hit, unsigned int index) const {
+    const Vec3 spread =
+        get_disc_point(m_key.direction, hit.sampler.get(index, first_dimension_pair, m_options.key_rays));
     GeometryRay ray;
-    ray.origin = facing.start;
-    ray.direction = direction;
-    ray.tfar = reach;
-    ray.time = time;
-    return m_scene->occluded(ray, thread);
+    ray.origin = hit.start;
+    ray.direction = normalized(m_key.direction + spread * key_radius);
+    ray.time = hit.point.fragment.time;
+    return ray;
 }
 
-double Shader::get_key_share(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
-                             RenderThread& thread) const {
-    const double cosine = get_soft_cosine(facing.normal, m_key.direction, 0.08);
-    if (!(cosine > 0.0) || !m_options.shadow) return cosine;
-    const Vec3 spread = get_disc_point(m_key.direction, sampler.get(sample, first_dimension_pair));
-    const Vec3 direction = normalized(m_key.direction + spread * key_radius);
-    const double infinity = std::numeric_limits<double>::infinity();
-    return is_blocked(facing, direction, infinity, time, thread) ? 0.0 : cosine;
+void Shader::light(Hit* const* hits, unsigned int count, RenderThread& thread) const {
+    constexpr unsigned int most_rays = RenderThread::packet_size;
+    GeometryRay rays[most_rays];
+    Hit* lit[most_rays];
+    unsigned int ray_count = 0;
+    for (unsigned int i = 0; i < count; ++i) {
+        Hit& hit = *hits[i];
+        face(hit);
+        hit.key = get_soft_cosine(hit.normal, m_key.direction, 0.08);
+        if (!(hit.key > 0.0)) continue;
+        for (unsigned int k = 0; k < m_options.key_rays; ++k) {
+            rays[ray_count] = make_key_ray(hit, hit.sample * m_options.key_rays + k);
+            lit[ray_count++] = &hit;
+        }
+    }
+    if (ray_count == 0) return;
+    m_scene->occluded_packet(rays, ray_count, thread);
+    for (unsigned int i = 0; i < ray_count; i += m_options.key_rays) {
+        unsigned int free_count = 0;
+        for (unsigned int k = 0; k < m_options.key_rays; ++k)
+            free_count += rays[i + k].hit.primitive == no_index ? 1 : 0;
+        lit[i]->key *= static_cast<double>(free_count) / m_options.key_rays;
+    }
+}
+
+// A direction with the normal's cosine as density.
+GeometryRay Shader::make_ambient_ray(const Hit& hit, unsigned int index, unsigned int share) const {
+    const SamplePoint at = hit.sampler.get(index, first_dimension_pair + 1, share);
+    GeometryRay ray;
+    ray.origin = hit.start;
+    ray.direction = get_disc_point(hit.normal, at) + hit.normal * std::sqrt(1.0 - at.x);
+    ray.time = hit.point.fragment.time;
+    return ray;
 }
 
 // Share of cosine-weighted directions that leave the surface freely. The weight of what blocks falls off linearly with
-// its distance.
-double Shader::get_ambient_share(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
-                                 RenderThread& thread) const {
-    if (m_options.ambient_rays == 0) return 1.0;
+// its distance. A pixel whose first half of rays met nothing takes no more.
+double Shader::get_ambient_share(const Hit& hit, PixelOcclusion& occlusion, RenderThread& thread) const {
+    constexpr unsigned int least_count = 16;
+    const unsigned int count = m_options.ambient_rays;
+    if (count == 0) return 1.0;
+    const unsigned int half = std::max(hit.sampler.get_count() * count / 2, least_count);
+    if (occlusion.is_free && occlusion.ray_count >= half) return 1.0;
     const double reach = m_options.ambient_reach * m_scene->get_radius();
     double free_share = 0.0;
-    for (unsigned int i = 0; i < m_options.ambient_rays; ++i) {
-        const SamplePoint at =
-            sampler.get(sample * m_options.ambient_rays + i, first_dimension_pair + 1, m_options.ambient_rays);
-        GeometryRay ray;
-        ray.origin = facing.start;
-        ray.direction = get_disc_point(facing.normal, at) + facing.normal * std::sqrt(1.0 - at.x);
+    for (unsigned int i = 0; i < count; ++i) {
+        GeometryRay ray = make_ambient_ray(hit, hit.sample * count + i, count);
         ray.tfar = reach;
-        ray.time = time;
-        m_scene->intersect(ray, thread);
-        free_share += ray.hit.primitive == no_index ? 1.0 : ray.hit.t / reach;
+        const bool is_blocked = m_scene->intersect(ray, thread);
+        free_share += is_blocked ? ray.hit.t / reach : 1.0;
+        occlusion.is_free = occlusion.is_free && !is_blocked;
     }
-    return free_share / m_options.ambient_rays;
+    occlusion.ray_count += count;
+    return free_share / count;
 }
 
 // Mean of what comes from cosine-weighted directions.
-Color Shader::get_environment_light(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
-                                    RenderThread& thread) const {
+Color Shader::get_environment_light(const Hit& hit, RenderThread& thread) const {
     const unsigned int count = std::max(m_options.ambient_rays, 1u);
     Color sum{0, 0, 0};
     for (unsigned int i = 0; i < count; ++i) {
-        const SamplePoint at = sampler.get(sample * count + i, first_dimension_pair + 1);
-        const Vec3 direction = get_disc_point(facing.normal, at) + facing.normal * std::sqrt(1.0 - at.x);
-        const double infinity = std::numeric_limits<double>::infinity();
-        if (m_options.ambient_rays != 0 && is_blocked(facing, direction, infinity, time, thread)) continue;
-        sum += m_options.environment(direction);
+        GeometryRay ray = make_ambient_ray(hit, hit.sample * count + i, count);
+        if (m_options.ambient_rays != 0 && m_scene->occluded(ray, thread)) continue;
+        sum += m_options.environment(ray.direction);
     }
     return sum * (1.0f / static_cast<float>(count));
 }
 
-Color Shader::shade(const SurfacePoint& point, const PixelSampler& sampler, unsigned int sample,
-                    RenderThread& thread) const {
-    const Facing facing = get_facing(point);
-    const Vec3& normal = facing.normal;
-    const double time = point.fragment.time;
-    const double key = get_key_share(facing, time, sampler, sample, thread);
+Color Shader::shade(const Hit& hit, PixelOcclusion& occlusion, RenderThread& thread) const {
+    const SurfacePoint& point = hit.point;
+    const Vec3& normal = hit.normal;
+    const double key = hit.key;
     const bool has_environment = static_cast<bool>(m_options.environment);
-    const double ambient = has_environment ? 0.0 : get_ambient_share(facing, time, sampler, sample, thread);
+    const double ambient = has_environment ? 0.0 : get_ambient_share(hit, occlusion, thread);
     const double fill = get_soft_cosine(normal, m_fill.direction, 0.4) * ambient;
     const double facing_ratio = clamp_unit(-normal.dot(point.direction));
     const double rim = get_soft_cosine(normal, m_rim.direction, 0.0) * ambient;
 
     const double skyward = 0.5 + 0.5 * normal.dot(m_up);
     Color light = mix(ground, sky, static_cast<float>(skyward)) * static_cast<float>(ambient);
-    if (has_environment) light = get_environment_light(facing, time, sampler, sample, thread);
+    if (has_environment) light = get_environment_light(hit, thread);
     light += m_key.color * static_cast<float>(key);
     light += m_fill.color * static_cast<float>(fill);
     light += m_rim.color * static_cast<float>(rim);
@@ -156,7 +177,9 @@ Color Shader::shade(const SurfacePoint& point, const PixelSampler& sampler, unsi
     out += m_key.color * static_cast<float>(sheen * std::min(1.0, 4.0 * key));
 
     if (m_options.wire) {
-        const double coverage = get_wire_coverage(point, *m_camera, m_options.wire_width);
+        const double coverage = m_camera->is_moving()
+                                    ? get_wire_coverage(point, m_camera->at(point.fragment.time), m_options.wire_width)
+                                    : get_wire_coverage(point, *m_camera, m_options.wire_width);
         out = mix(out, m_options.wire_color, static_cast<float>(0.85 * coverage));
     }
     return out;

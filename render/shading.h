@@ -28,8 +28,8 @@ struct ShadingOptions {
     SurfaceColor color = make_uniform_color(clay);
     // Shade with the smoothing normal, else with the geometric one.
     bool smoothing_normal = true;
-    // A shadow ray towards a point of the key light per sample.
-    bool shadow = true;
+    // Shadow rays towards points of the key light per sample: 1 or 2, 0 for none.
+    unsigned int key_rays = 1;
     // Occlusion rays per sample, 0 for none, and how far they reach in scene radii.
     unsigned int ambient_rays = 2;
     double ambient_reach = 0.6;
@@ -39,8 +39,17 @@ struct ShadingOptions {
     Color wire_color{0.035f, 0.04f, 0.05f};
 };
 
+// What the occlusion rays of a pixel's samples have met so far.
+struct PixelOcclusion {
+    unsigned int ray_count = 0;
+    bool is_free = true;  // they met nothing
+};
+
 class Shader {
 public:
+    // Points that are lit together.
+    static constexpr unsigned int packet_size = 8;
+
     // Dimension pairs of a pixel's sampler that shading leaves alone, for the picture plane and the time.
     static constexpr unsigned int first_dimension_pair = 2;
     // One that is left to the camera's lens.
@@ -49,9 +58,25 @@ public:
     // Scene and camera outlive the shader.
     Shader(const Scene& scene, const Camera& camera, const ShadingOptions& options);
 
-    // Light from the point towards the camera. `sample` is the sample's index in its pixel.
-    Color shade(const SurfacePoint& point, const PixelSampler& sampler, unsigned int sample,
-                RenderThread& thread) const;
+    // A hit, seen by one of its pixel's samples.
+    struct Hit {
+        SurfacePoint point;
+        PixelSampler sampler{0, 0, 1};
+        unsigned int sample = 0;
+
+    private:
+        friend class Shader;
+        // The surface turned towards the camera.
+        Vec3 normal;       // to shade with
+        Vec3 start;        // where rays leave, off the surface
+        double key = 0.0;  // share of the key light
+    };
+
+    // Finds which of `count` hits, at most packet_size, the key light reaches.
+    void light(Hit* const* hits, unsigned int count, RenderThread& thread) const;
+
+    // Light from a lit hit towards the camera. A pixel's samples come in order, with its own `occlusion`.
+    Color shade(const Hit& hit, PixelOcclusion& occlusion, RenderThread& thread) const;
 
     // Light beside the surface at a point of the picture, in pixels, along the ray there.
     Color get_background(double x, double y, const Vec3& direction) const;
@@ -61,21 +86,11 @@ private:
         Vec3 direction{0, 0, 1};
         Color color{0, 0, 0};
     };
-    // The surface turned towards the camera.
-    struct Facing {
-        Vec3 normal;  // to shade with
-        Vec3 start;   // where rays leave, off the surface
-    };
-
-    Facing get_facing(const SurfacePoint& point) const;
-    bool is_blocked(const Facing& facing, const Vec3& direction, double reach, double time, RenderThread& thread) const;
-    double get_key_share(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
-                         RenderThread& thread) const;
-    double get_ambient_share(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
-                             RenderThread& thread) const;
-
-    Color get_environment_light(const Facing& facing, double time, const PixelSampler& sampler, unsigned int sample,
-                                RenderThread& thread) const;
+    void face(Hit& hit) const;
+    GeometryRay make_key_ray(const Hit& hit, unsigned int index) const;
+    GeometryRay make_ambient_ray(const Hit& hit, unsigned int index, unsigned int share) const;
+    double get_ambient_share(const Hit& hit, PixelOcclusion& occlusion, RenderThread& thread) const;
+    Color get_environment_light(const Hit& hit, RenderThread& thread) const;
 
     const Scene* m_scene;
     const Camera* m_camera;

@@ -102,14 +102,16 @@ TileRenderer::Sample TileRenderer::make_sample(unsigned int x, unsigned int y, u
 
 GeometryRay TileRenderer::make_ray(const Sample& sample) const {
     const PixelSampler sampler(sample.x, sample.y, m_options->samples);
-    GeometryRay ray = m_camera->camera_ray(sample.at_x, sample.at_y);
-    if (m_camera->has_lens()) {
-        const SamplePoint lens = sampler.get(sample.index, Shader::lens_dimension_pair);
-        ray = m_camera->camera_ray(sample.at_x, sample.at_y, lens.x, lens.y);
-    }
     const Shutter& shutter = m_scene->get_shutter();
-    ray.time = shutter.open;
-    if (shutter.close > shutter.open) ray.time += (shutter.close - shutter.open) * sampler.get(sample.index, 1).x;
+    double time = shutter.open;
+    if (shutter.close > shutter.open) time += (shutter.close - shutter.open) * sampler.get(sample.index, 1).x;
+    const auto take = [&](const Camera& camera) {
+        if (!camera.has_lens()) return camera.camera_ray(sample.at_x, sample.at_y);
+        const SamplePoint lens = sampler.get(sample.index, Shader::lens_dimension_pair);
+        return camera.camera_ray(sample.at_x, sample.at_y, lens.x, lens.y);
+    };
+    GeometryRay ray = m_camera->is_moving() ? take(m_camera->at(time)) : take(*m_camera);
+    ray.time = time;
     return ray;
 }
 
@@ -124,7 +126,15 @@ void TileRenderer::trace(Packet& packet, RenderThread& thread) const {
     }
 }
 
-void TileRenderer::shade(const Packet& packet, const Place& place, Pixel& pixel, RenderThread& thread) const {
+void TileRenderer::shade(Packet& packet, const Place& place, Pixel& pixel, RenderThread& thread) const {
+    Shader::Hit* hits[packet_size];
+    unsigned int hit_count = 0;
+    for (unsigned int i = 0; i < packet.count; ++i) {
+        if (packet.rays[i].hit.primitive == no_index) continue;
+        set_hit(packet, i, thread);
+        hits[hit_count++] = &packet.hits[i];
+    }
+    m_shader.light(hits, hit_count, thread);
     for (unsigned int i = 0; i < packet.count; ++i) {
         const Sample& sample = packet.samples[i];
         add_hit(packet, i, pixel, thread);
@@ -132,6 +142,29 @@ void TileRenderer::shade(const Packet& packet, const Place& place, Pixel& pixel,
         store(pixel, place.first + (sample.y - place.top) * place.stride + (sample.x - place.left));
         reset(pixel);
     }
+}
+
+void TileRenderer::set_hit(Packet& packet, unsigned int i, RenderThread& thread) const {
+    const Sample& sample = packet.samples[i];
+    const GeometryRay& ray = packet.rays[i];
+    Shader::Hit& hit = packet.hits[i];
+    hit = {};
+    hit.sampler = PixelSampler(sample.x, sample.y, m_options->samples);
+    hit.sample = sample.index;
+    SurfacePoint& point = hit.point;
+    point.ctx = &thread.get_eval();
+    point.object_index = packet.objects[i];
+    point.object = &m_scene->get_object(point.object_index);
+    point.fragment.primitive = ray.hit.primitive;
+    point.fragment.u = ray.hit.u;
+    point.fragment.v = ray.hit.v;
+    point.fragment.time = ray.time;
+    point.object->compute_fragment_sample(*point.ctx, point.fragment, point.sample);
+    point.is_mirrored = !place_sample(m_scene->get_transform(point.object_index), ray.time, point.sample);
+    point.position = ray.origin + ray.direction * ray.hit.t;
+    point.direction = ray.direction;
+    point.depth =
+        m_camera->is_moving() ? m_camera->at(ray.time).get_depth(point.position) : m_camera->get_depth(point.position);
 }
 
 void TileRenderer::add_hit(const Packet& packet, unsigned int i, Pixel& pixel, RenderThread& thread) const {
@@ -148,22 +181,9 @@ void TileRenderer::add_hit(const Packet& packet, unsigned int i, Pixel& pixel, R
         pixel.alpha += 1.0f;
         return;
     }
-    SurfacePoint point;
-    point.ctx = &thread.get_eval();
-    point.object_index = packet.objects[i];
-    point.object = &m_scene->get_object(point.object_index);
-    point.fragment.primitive = ray.hit.primitive;
-    point.fragment.u = ray.hit.u;
-    point.fragment.v = ray.hit.v;
-    point.fragment.time = ray.time;
-    point.object->compute_fragment_sample(*point.ctx, point.fragment, point.sample);
-    point.is_mirrored = !place_sample(m_scene->get_transform(point.object_index), ray.time, point.sample);
-    point.position = ray.origin + ray.direction * ray.hit.t;
-    point.direction = ray.direction;
-    point.depth = m_camera->get_depth(point.position);
-    pixel.color += m_shader.shade(point, PixelSampler(sample.x, sample.y, m_options->samples), sample.index, thread);
+    pixel.color += m_shader.shade(packet.hits[i], pixel.occlusion, thread);
     pixel.alpha += 1.0f;
-    add_layers(&point, is_nearest, pixel);
+    add_layers(&packet.hits[i].point, is_nearest, pixel);
 }
 
 void TileRenderer::add_layers(const SurfacePoint* point, bool is_nearest, Pixel& pixel) const {
@@ -184,6 +204,7 @@ void TileRenderer::reset(Pixel& pixel) const {
     pixel.color = {0, 0, 0};
     pixel.alpha = 0.0f;
     pixel.nearest = 1e30;
+    pixel.occlusion = {};
     pixel.layers.assign(m_options->layers.size(), Layer::Value{});
 }
 

@@ -21,7 +21,7 @@ public:
 
 private:
     // Camera rays that are traced together.
-    static constexpr unsigned int packet_size = 8;
+    static constexpr unsigned int packet_size = Shader::packet_size;
     struct Sample {
         unsigned int x, y, index;  // pixel of the picture, sample in the pixel
         double at_x, at_y;         // in pixels
@@ -31,6 +31,7 @@ private:
         Sample samples[packet_size];
         GeometryRay rays[packet_size];
         unsigned int objects[packet_size];
+        Shader::Hit hits[packet_size];
     };
     // Where the pixels of a tile are in the image.
     struct Place {
@@ -42,6 +43,7 @@ private:
         Color color{0, 0, 0};
         float alpha = 0.0f;
         double nearest = 1e30;  // squared distance from the center of the sample that the data layers show
+        PixelOcclusion occlusion;
         std::vector<Layer::Value> layers;
     };
 
@@ -49,7 +51,8 @@ private:
     GeometryRay make_ray(const Sample& sample) const;
     void trace(Packet& packet, RenderThread& thread) const;
     void render(const Place& place, RenderThread& thread, AppProgressBar* progress) const;
-    void shade(const Packet& packet, const Place& place, Pixel& pixel, RenderThread& thread) const;
+    void shade(Packet& packet, const Place& place, Pixel& pixel, RenderThread& thread) const;
+    void set_hit(Packet& packet, unsigned int i, RenderThread& thread) const;
     void add_hit(const Packet& packet, unsigned int i, Pixel& pixel, RenderThread& thread) const;
     void add_layers(const SurfacePoint* point, bool is_nearest, Pixel& pixel) const;
     void reset(Pixel& pixel) const;

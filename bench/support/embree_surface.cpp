@@ -79,6 +79,15 @@ EmbreeSurface::EmbreeSurface(const HostCage& cage, float rate) : m_device(rtcNew
     rtcCommitScene(m_scene.get());
 }
 
+void EmbreeSurface::set_positions(const CoreArray<Vec3f>& positions) {
+    RTCGeometry geometry = rtcGetGeometry(m_scene.get(), 0);
+    std::memcpy(rtcGetGeometryBufferData(geometry, RTC_BUFFER_TYPE_VERTEX, 0), positions.get_data(),
+                sizeof(Vec3f) * positions.get_count());
+    rtcUpdateGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0);
+    rtcCommitGeometry(geometry);
+    rtcCommitScene(m_scene.get());
+}
+
 TraceResult EmbreeSurface::trace_single(const RaySet& rays, size_t begin, size_t end) const {
     TraceResult result;
     RTCIntersectContext context = make_context(false);

@@ -17,6 +17,9 @@ public:
     // pinned. A cage with motion vectors moves from time 0 to 1. Built in the calling arena.
     EmbreeSurface(const HostCage& cage, float rate);
 
+    // One position per vertex, in the buffer that was made for them, and a commit. Not for a cage that moves.
+    void set_positions(const CoreArray<Vec3f>& positions);
+
     TraceResult trace_single(const RaySet& rays, size_t begin, size_t end) const;
     TraceResult trace_packets(const RaySet& rays, size_t begin, size_t end) const;
     TraceResult trace_occlusion(const RaySet& rays, size_t begin, size_t end) const;

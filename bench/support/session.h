@@ -57,6 +57,7 @@ inline Row make_rate_row(const std::string& suite, const std::string& work, cons
 
 // Every suite leaves out what the filter does not want and the cages that are not there.
 void bench_build(Session& session);
+void bench_animation(Session& session);
 void bench_refined(Session& session);
 void bench_scaling(Session& session);
 void bench_memory(Session& session);

@@ -2,11 +2,8 @@
 
 #include "cli/options/material_color.h"
 #include "cli/options/usage_error.h"
-#include "io/environment.h"
 #include "io/image_files.h"
-#include "io/texture.h"
 #include "model/array_size.h"
-#include "model/color_map.h"
 #include "render/framing.h"
 #include "render/turntable.h"
 
@@ -23,8 +20,6 @@ namespace sds_cli {
 
 namespace {
 
-constexpr double checks_per_unit = 16.0;
-
 bool has_suffix(const std::string& path, const char* suffix) {
     return CLI::detail::to_lower(std::filesystem::path(path).extension().string()) == suffix;
 }
@@ -38,7 +33,7 @@ std::string layer_path(const std::string& output, const std::string& layer) {
     return path.replace_extension(layer + path.extension().string()).string();
 }
 
-std::vector<std::string> layer_names(const PictureOptions& options) {
+std::vector<std::string> layer_names(const RenderCommandOptions& options) {
     std::vector<std::string> names;
     for (std::string words : options.aovs) {
         std::replace(words.begin(), words.end(), ',', ' ');
@@ -50,46 +45,8 @@ std::vector<std::string> layer_names(const PictureOptions& options) {
     return names;
 }
 
-constexpr std::string_view property_prefix = "prop:";
-
-bool is_property_layer(const std::string& name) { return name.starts_with(property_prefix); }
-
-/// Of a layer, as its channels and files have it.
-std::string layer_title(const std::string& name) {
-    return is_property_layer(name) ? name.substr(property_prefix.size()) : name;
-}
-
-/// Asked before anything is read.
-void check_layers(const std::vector<std::string>& names) {
-    try {
-        for (const std::string& name : names)
-            if (!is_property_layer(name)) sds_render::make_layer(name);
-    } catch (const std::invalid_argument& error) {
-        throw UsageError(std::string("--aov: ") + error.what() + ", prop:NAME");
-    }
-}
-
-std::vector<sds_render::Layer> make_layers(const std::vector<std::string>& names, const MeshScene& meshes) {
-    std::vector<sds_render::Layer> layers;
-    std::vector<std::string> channels{"R", "G", "B", "A"};
-    for (const std::string& name : names) {
-        layers.push_back(asked_by("", [&] {
-            return is_property_layer(name) ? meshes.make_property_layer(name.substr(property_prefix.size()))
-                                           : sds_render::make_layer(name);
-        }));
-        for (unsigned int c = 0; c < layers.back().components.size(); ++c) {
-            const std::string channel = layers.back().get_channel_name(c);
-            if (std::find(channels.begin(), channels.end(), channel) != channels.end())
-                throw UsageError(std::string("--aov: ").append(name).append(" gives channel ").append(channel) +
-                                 " a second time");
-            channels.push_back(channel);
-        }
-    }
-    return layers;
-}
-
 /// What a picture takes while it is made and written, with what is held besides.
-void check_memory(const PictureOptions& options, const LoadedScene& loaded,
+void check_memory(const RenderCommandOptions& options, const LoadedScene& loaded,
                   const std::vector<sds_render::Layer>& layers) {
     std::size_t channels = 4, held = 0;
     for (const sds_render::Layer& layer : layers) channels += layer.components.size();
@@ -108,7 +65,7 @@ void check_memory(const PictureOptions& options, const LoadedScene& loaded,
 }
 
 /// Of a layer: what --shutter says, or its camera's, around the frame; else the whole motion of the first mesh.
-sds_render::Shutter parse_shutter(const PictureOptions& options, const sds_render::Shutter& otherwise) {
+sds_render::Shutter parse_shutter(const RenderCommandOptions& options, const sds_render::Shutter& otherwise) {
     if (options.shutter.empty()) return otherwise;
     const sds_render::Shutter shutter{options.shutter[0], options.shutter[1]};
     if (!std::isfinite(shutter.open) || !std::isfinite(shutter.close) || shutter.close < shutter.open)
@@ -116,16 +73,16 @@ sds_render::Shutter parse_shutter(const PictureOptions& options, const sds_rende
     return shutter;
 }
 
-sds_usda::UsdFrame choose_frame(const PictureOptions& options, const sds_usda::UsdScene& layer) {
+sds_usda::UsdFrame choose_frame(const RenderCommandOptions& options, const sds_usda::UsdScene& layer) {
     sds_usda::UsdFrame frame = choose_moment(options, layer);
-    const sds_render::Shutter shutter = parse_shutter(options, camera_shutter(options.camera, layer, frame.time));
+    const sds_render::Shutter shutter = parse_shutter(options, choose_shutter(options.camera, layer, frame.time));
     frame.open = shutter.open;
     frame.close = shutter.close;
     return frame;
 }
 
 /// A map is asked for: every cage must have it, and one mesh of a layer.
-void check_maps(const PictureOptions& options, const LoadedScene& scene) {
+void check_maps(const RenderCommandOptions& options, const LoadedScene& scene) {
     const LoadedSurface* without = nullptr;
     bool has_map = false;
     for (const LoadedSurface& loaded : scene.surfaces) {
@@ -138,25 +95,8 @@ void check_maps(const PictureOptions& options, const LoadedScene& scene) {
                      without->surface->get_maps().get_uv_map_count());
 }
 
-sds_render::SurfaceColor make_property_color(const PictureOptions& options, const MeshScene& meshes) {
-    const ValueRange range =
-        options.color_range.empty() ? ValueRange{} : ValueRange{options.color_range[0], options.color_range[1]};
-    if (!options.color_range.empty() && !(range.low < range.high))
-        throw UsageError("--color-range: the first number is less than the second");
-    return asked_by("--color-by: ",
-                    [&] { return make_ramp_color(meshes, options.color_by, options.color_map, range); });
-}
-
-/// Meshes of a layer that have no such map keep the color that they have without it.
-sds_render::SurfaceColor where_mapped(sds_render::SurfaceColor mapped, sds_render::SurfaceColor plain,
-                                      unsigned int map) {
-    return [mapped = std::move(mapped), plain = std::move(plain), map](const sds_render::SurfacePoint& point) {
-        return map < point.object->get_uv_map_count() ? mapped(point) : plain(point);
-    };
-}
-
 /// Of the groups: by their materials, which cages read from libraries of their own, else by their numbers.
-sds_render::SurfaceColor make_plain_color(const PictureOptions& options, const LoadedScene& scene) {
+sds_render::SurfaceColor make_unsaid_color(const RenderCommandOptions& options, const LoadedScene& scene) {
     sds_render::SurfaceColor by_group = sds_render::make_group_color();
     if (scene.has_names()) return by_group;
     std::vector<std::string> paths{options.mesh};
@@ -166,40 +106,16 @@ sds_render::SurfaceColor make_plain_color(const PictureOptions& options, const L
     return by_material ? by_material : by_group;
 }
 
-sds_render::SurfaceColor make_color(const PictureOptions& options, const LoadedScene& scene, const MeshScene& meshes) {
-    bool has_colors = false;
-    for (const LoadedSurface& loaded : scene.surfaces)
-        has_colors |= loaded.surface->get_maps().get_color_map_count() > 0;
-    const sds_render::SurfaceColor plain =
-        has_colors ? sds_render::make_map_color(0, sds_render::clay) : make_plain_color(options, scene);
-    sds_render::SurfaceColor mapped;
-    if (!options.texture.empty())
-        mapped = make_texture_color(
-            std::make_shared<const Texture>(Texture::read_png(options.texture, options.texture_limit)), options.uv_map);
-    else if (options.checker)
-        mapped = sds_render::make_checker(options.uv_map, checks_per_unit);
-    else
-        return options.color_by.empty() ? plain : make_property_color(options, meshes);
-    return scene.has_names() ? where_mapped(mapped, plain, options.uv_map) : mapped;
-}
-
-void set_lights(const PictureOptions& options, sds_render::UpAxis up, sds_render::ShadingOptions& shading) {
-    shading.up = {0, 0, 0};
-    shading.up[static_cast<unsigned int>(up)] = 1.0;
-    if (!options.environment.empty()) shading.environment = read_environment(options.environment, up);
-    if (options.sun.empty()) return;
-    sds_render::CameraView view;
-    view.azimuth = options.sun[0];
-    view.elevation = options.sun[1];
-    view.up = up;
-    const sds_render::Camera towards(sds_render::Bbox3::empty(), view, 1, 1);
-    shading.sun = sds_render::Sun{-towards.get_forward(), options.sun_strength};
+/// Of a layer, as its channels and files have it.
+std::string layer_title(const std::string& name) {
+    constexpr std::string_view property_prefix = "prop:";
+    return name.starts_with(property_prefix) ? name.substr(property_prefix.size()) : name;
 }
 
 /// Tiles of one area each in a run: calls `take(area, first, tiles)` with their places from `first` on and their
 /// numbers in the area.
 template <class Take>
-void for_each_area(const PictureOptions& options, std::span<const unsigned int> tiles, const Take& take) {
+void for_each_area(const RenderCommandOptions& options, std::span<const unsigned int> tiles, const Take& take) {
     const std::vector<sds_render::ImageArea> areas = picture_areas(options);
     const unsigned int per_area = sds_render::count_tiles(areas[0].width, areas[0].height);
     std::vector<unsigned int> own;
@@ -236,7 +152,7 @@ void append(const sds_render::Rendering& part, std::size_t first, std::size_t co
 
 }  // namespace
 
-void check_picture(const PictureOptions& options) {
+void check_picture(const RenderCommandOptions& options) {
     const bool is_stream = options.output == "-";
     if (!is_stream && !is_png(options.output) && !is_exr(options.output) && !is_jpeg(options.output))
         throw UsageError("--output: '" + options.output + "' ends neither with .png nor with .exr or .jpg");
@@ -251,30 +167,30 @@ void check_picture(const PictureOptions& options) {
                          std::to_string(options.width) + " x " + std::to_string(options.height) + " pixels");
     parse_view(options.camera);
     check_camera(options.camera, is_layer(options.mesh), options.turntable > 0);
-    check_layers(layer_names(options));
+    asked_by("--aov: ", [&] { check_layer_names(layer_names(options)); });
 }
 
-void check_picture_files(const PictureOptions& options) {
+void check_picture_files(const RenderCommandOptions& options) {
     if (options.output == "-" && isatty(STDOUT_FILENO) != 0)
         throw UsageError("--output: standard output is a terminal");
     check_outputs({options.output});
 }
 
-std::vector<std::string> picture_files(const PictureOptions& options) {
+std::vector<std::string> picture_files(const RenderCommandOptions& options) {
     std::vector<std::string> files{options.output};
     if (options.output == "-" || is_exr(options.output)) return files;
     for (const std::string& name : layer_names(options)) files.push_back(layer_path(options.output, layer_title(name)));
     return files;
 }
 
-std::vector<sds_render::ImageArea> picture_areas(const PictureOptions& options) {
+std::vector<sds_render::ImageArea> picture_areas(const RenderCommandOptions& options) {
     const sds_render::SheetGrid grid(std::max(options.turntable, 1u), options.width, options.height);
     std::vector<sds_render::ImageArea> areas;
     for (unsigned int i = 0; i < std::max(options.turntable, 1u); ++i) areas.push_back(grid.get_area(i));
     return areas;
 }
 
-void write_picture(const PictureOptions& options, const sds_render::Image& image, const std::string& note) {
+void write_picture(const RenderCommandOptions& options, const sds_render::Image& image, const std::string& note) {
     if (is_exr(options.output)) {
         write_exr(options.output, image, note);
         return;
@@ -286,7 +202,7 @@ void write_picture(const PictureOptions& options, const sds_render::Image& image
         write(layer_path(options.output, layer_title(name)), image, layer_title(name), note);
 }
 
-Picture::Picture(const PictureOptions& options, AppProgressBar* progress) : m_options(options) {
+Picture::Picture(const RenderCommandOptions& options, AppProgressBar* progress) : m_options(options) {
     {
         const AppProgressTask task(progress, "build", 0.1f);
         const auto choose = [&](const sds_usda::UsdScene& layer) { return choose_frame(m_options, layer); };
@@ -294,14 +210,16 @@ Picture::Picture(const PictureOptions& options, AppProgressBar* progress) : m_op
     }
     const ScenePose pose =
         make_pose(m_options.camera, parse_view(m_options.camera), m_loaded, m_options.width, m_options.height);
-    m_render_options.samples = m_options.samples;
-    m_render_options.shading.wire = m_options.wire;
-    set_lights(m_options, pose.view.up, m_render_options.shading);
     m_meshes = m_loaded.make_meshes(m_options.level);
-    m_render_options.layers = make_layers(layer_names(m_options), *m_meshes);
+    std::vector<sds_render::Layer> layers =
+        asked_by("--aov: ", [&] { return make_layers(layer_names(m_options), *m_meshes); });
     if (!m_options.texture.empty() || m_options.uv_map > 0) check_maps(m_options, m_loaded);
-    check_memory(m_options, m_loaded, m_render_options.layers);
-    m_render_options.shading.color = make_color(m_options, m_loaded, *m_meshes);
+    check_memory(m_options, m_loaded, layers);
+    m_render_options = asked_by("--color-by: ", [&] {
+        const sds_render::SurfaceColor unsaid = make_unsaid_color(m_options, m_loaded);
+        return make_render_options(m_options, *m_meshes, pose.view.up, unsaid, m_loaded.has_names());
+    });
+    m_render_options.layers = std::move(layers);
     const Motion& motion = m_loaded.surfaces.front().motion;
     const sds_render::Shutter shutter =
         m_loaded.layer ? sds_render::Shutter{m_loaded.frame.open, m_loaded.frame.close}
@@ -344,8 +262,8 @@ sds_render::Rendering Picture::render_tiles(std::span<const unsigned int> tiles,
     return std::move(*all);
 }
 
-void paste_tiles(const PictureOptions& options, const sds_render::Image& strip, std::span<const unsigned int> tiles,
-                 sds_render::Image& picture) {
+void paste_tiles(const RenderCommandOptions& options, const sds_render::Image& strip,
+                 std::span<const unsigned int> tiles, sds_render::Image& picture) {
     const std::vector<sds_render::ImageArea> areas = picture_areas(options);
     for_each_area(options, tiles, [&](unsigned int area, std::size_t first, std::span<const unsigned int> own) {
         for (std::size_t i = 0; i < own.size(); ++i)

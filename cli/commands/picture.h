@@ -1,7 +1,7 @@
 #pragma once
 
 #include "cli/options/load_scene.h"
-#include "cli/options/picture_options.h"
+#include "cli/options/render_options.h"
 #include "model/mesh_scene.h"
 #include "render/renderer.h"
 
@@ -14,26 +14,26 @@
 namespace sds_cli {
 
 /// Asked before anything is read. Throws UsageError.
-void check_picture(const PictureOptions& options);
+void check_picture(const RenderCommandOptions& options);
 
 /// The files of the picture: its own, and for those that hold one layer the ones beside it.
-std::vector<std::string> picture_files(const PictureOptions& options);
+std::vector<std::string> picture_files(const RenderCommandOptions& options);
 
 /// Asked before work that may take long. Throws UsageError and OutputError.
-void check_picture_files(const PictureOptions& options);
+void check_picture_files(const RenderCommandOptions& options);
 
 /// What stands where in the picture: one area, or those of the views of a contact sheet.
-std::vector<sds_render::ImageArea> picture_areas(const PictureOptions& options);
+std::vector<sds_render::ImageArea> picture_areas(const RenderCommandOptions& options);
 
 /// Writes the picture's files, each with the note (io/image_files.h). Throws OutputError.
-void write_picture(const PictureOptions& options, const sds_render::Image& image, const std::string& note = "");
+void write_picture(const RenderCommandOptions& options, const sds_render::Image& image, const std::string& note = "");
 
 /// A scene that is ready for the picture. Options are checked; what is wrong with files throws from the constructor as
 /// from load_scene.
 class Picture {
 public:
     /// `progress` may be null.
-    Picture(const PictureOptions& options, AppProgressBar* progress);
+    Picture(const RenderCommandOptions& options, AppProgressBar* progress);
     Picture(const Picture&) = delete;
     Picture& operator=(const Picture&) = delete;
 
@@ -47,7 +47,7 @@ public:
     sds_render::Rendering render_tiles(std::span<const unsigned int> tiles, std::vector<double>& seconds) const;
 
 private:
-    PictureOptions m_options;
+    RenderCommandOptions m_options;
     LoadedScene m_loaded;
     std::unique_ptr<MeshScene> m_meshes;
     sds_render::RenderOptions m_render_options;
@@ -57,7 +57,7 @@ private:
 };
 
 /// Puts tiles of Picture::render_tiles where they belong in a picture of the same channels.
-void paste_tiles(const PictureOptions& options, const sds_render::Image& strip, std::span<const unsigned int> tiles,
-                 sds_render::Image& picture);
+void paste_tiles(const RenderCommandOptions& options, const sds_render::Image& strip,
+                 std::span<const unsigned int> tiles, sds_render::Image& picture);
 
 }  // namespace sds_cli

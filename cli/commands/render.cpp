@@ -17,7 +17,7 @@ void print_statistics(const LoadedScene& loaded, double hierarchy_seconds, const
                  trace.seconds, trace.get_rays_per_second());
 }
 
-void run_render(const PictureOptions& options) {
+void run_render(const RenderCommandOptions& options) {
     check_picture(options);
     check_picture_files(options);
     std::unique_ptr<AppProgressBar> progress = make_progress(options, "sds render");
@@ -37,8 +37,8 @@ void run_render(const PictureOptions& options) {
 
 void add_render_command(CLI::App& program, Action& action) {
     CLI::App& command = *program.add_subcommand("render", "Make a picture of the surface");
-    const auto options = std::make_shared<PictureOptions>();
-    add_picture_options(command, *options);
+    const auto options = std::make_shared<RenderCommandOptions>();
+    add_render_options(command, *options);
     set_action(command, action, options, run_render);
 }
 

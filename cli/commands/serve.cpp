@@ -38,7 +38,7 @@ const std::set<std::string> immaterial{"--output", "--threads",   "--memory-limi
 
 /// The command line of a picture behind `sds render`.
 struct PictureWords {
-    PictureOptions options;
+    RenderCommandOptions options;
     Json given = Json::object();  ///< what of it the picture depends on, by option
 
     explicit PictureWords(const Json& arguments) {
@@ -49,7 +49,7 @@ struct PictureWords {
         words = read_words(static_cast<int>(argv.size()), argv.data());
         CLI::App program("", "sds");
         CLI::App& command = *program.add_subcommand("render", "");
-        add_picture_options(command, options);
+        add_render_options(command, options);
         try {
             program.parse(std::vector<std::string>(words.rbegin(), words.rend()));
         } catch (const CLI::ParseError& error) {

@@ -1,6 +1,7 @@
 #include "cli/options/camera_options.h"
 
 #include "cli/options/usage_error.h"
+#include "io/usda/scene_camera.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -11,52 +12,12 @@ namespace sds_cli {
 
 namespace {
 
-using sds_render::CameraPose;
 using sds_usda::UsdCamera;
 using sds_usda::UsdScene;
 using Vec3 = sds_render::Vec3;
 
-const UsdCamera& find_camera(const UsdScene& layer, const std::string& path) {
-    std::string known;
-    for (const UsdCamera& camera : layer.cameras) {
-        const std::string here = prim_path(layer, camera.node);
-        if (here == path) return camera;
-        known += (known.empty() ? "" : ", ") + here;
-    }
-    throw UsageError("--camera: no camera '" + path + "'; there are " + (known.empty() ? "none" : known));
-}
-
-double number_at(const sds_usda::Timed<double>& timed, double time) {
-    const auto [sample, share] = sds_usda::find_sample(timed.times, time);
-    const double from = timed.sample(sample)[0];
-    return share > 0.0 ? (1.0 - share) * from + share * timed.sample(sample + 1)[0] : from;
-}
-
-/// Lengths of a camera's optics are tenths of scene units. The picture is as wide as the aperture; its height follows
-/// from the pixels.
-CameraPose pose_of(const UsdScene& layer, const UsdCamera& camera, double frame) {
-    constexpr double tenth = 0.1;
-    const sds_usda::Matrix4 matrix = world_matrix(layer, camera.node, frame);
-    const auto row = [&](std::size_t r) { return Vec3{matrix[4 * r], matrix[4 * r + 1], matrix[4 * r + 2]}; };
-    CameraPose pose;
-    pose.position = row(3);
-    pose.right = sds_render::normalized(row(0));
-    pose.up = sds_render::normalized(row(1));
-    pose.forward = -sds_render::normalized(row(2));
-    pose.is_parallel = camera.is_orthographic;
-    const double focal = number_at(camera.focal_length, frame);
-    const double unit = camera.is_orthographic ? tenth : 1.0 / focal;
-    pose.width = number_at(camera.horizontal_aperture, frame) * unit;
-    pose.shift_x = number_at(camera.horizontal_aperture_offset, frame) * unit;
-    pose.shift_y = number_at(camera.vertical_aperture_offset, frame) * unit;
-    const double f_stop = number_at(camera.f_stop, frame), focus = number_at(camera.focus_distance, frame);
-    if (f_stop > 0.0 && focus > 0.0 && !pose.is_parallel) {
-        pose.lens_radius = 0.5 * focal * tenth / f_stop;
-        pose.focus = focus;
-    }
-    if (!(pose.width > 0.0) || !std::isfinite(pose.width) || !(pose.forward.length() > 0.5))
-        throw UsageError("--camera: " + prim_path(layer, camera.node) + " has no aperture, focal length or direction");
-    return pose;
+const UsdCamera& named_camera(const UsdScene& layer, const std::string& path) {
+    return asked_by("--camera: ", [&]() -> const UsdCamera& { return sds_usda::find_camera(layer, path); });
 }
 
 Vec3 to_vector(const std::vector<double>& numbers) { return {numbers[0], numbers[1], numbers[2]}; }
@@ -90,11 +51,9 @@ void check_camera(const CameraOptions& options, bool is_of_layer, bool is_turnta
             throw UsageError("--position, --target and --up-vector are finite numbers");
 }
 
-sds_render::Shutter camera_shutter(const CameraOptions& options, const UsdScene& layer, double frame) {
-    if (options.path.empty()) return {};
-    const UsdCamera& camera = find_camera(layer, options.path);
-    const sds_render::Shutter shutter{number_at(camera.shutter_open, frame), number_at(camera.shutter_close, frame)};
-    return shutter.close > shutter.open ? shutter : sds_render::Shutter{};
+sds_render::Shutter choose_shutter(const CameraOptions& options, const UsdScene& layer, double frame) {
+    return options.path.empty() ? sds_render::Shutter{}
+                                : sds_usda::camera_shutter(named_camera(layer, options.path), frame);
 }
 
 ScenePose make_pose(const CameraOptions& options, const sds_render::CameraView& view, const LoadedScene& scene,
@@ -102,9 +61,12 @@ ScenePose make_pose(const CameraOptions& options, const sds_render::CameraView& 
     ScenePose pose{view, std::nullopt};
     const bool is_z_up = scene.layer && scene.layer->up_axis == sds_usda::UpAxis::z;
     if (options.up.empty() && is_z_up) pose.view.up = sds_render::UpAxis::z;
-    if (!options.path.empty())
-        pose.camera.emplace(pose_of(*scene.layer, find_camera(*scene.layer, options.path), scene.frame.time), width,
-                            height);
+    if (!options.path.empty()) {
+        const UsdCamera& camera = named_camera(*scene.layer, options.path);
+        sds_usda::CameraWay way =
+            asked_by("--camera: ", [&] { return make_camera_way(*scene.layer, camera, scene.frame); });
+        pose.camera.emplace(std::move(way.times), std::move(way.poses), width, height);
+    }
     if (options.position.empty()) return pose;
     Vec3 up{0, 0, 0};
     up[static_cast<unsigned int>(pose.view.up)] = 1.0;

@@ -30,7 +30,7 @@ void check_camera(const CameraOptions& options, bool is_of_layer, bool is_turnta
 
 /// When the layer's camera opens and closes at a frame, in time codes from there; a moment without one. Throws
 /// UsageError when it has no such camera.
-sds_render::Shutter camera_shutter(const CameraOptions& options, const sds_usda::UsdScene& layer, double frame);
+sds_render::Shutter choose_shutter(const CameraOptions& options, const sds_usda::UsdScene& layer, double frame);
 
 /// The camera where one is told, and the view to frame the scene with otherwise.
 struct ScenePose {

@@ -116,7 +116,7 @@ LoadedScene load_scene(const CommonOptions& common, const MotionOptions& motion,
 std::unique_ptr<MeshScene> LoadedScene::make_meshes(unsigned int level) const {
     std::vector<MeshScene::Mesh> meshes;
     for (const LoadedSurface& loaded : surfaces)
-        meshes.push_back({loaded.surface.get(), &loaded.get_cage(), &loaded.properties});
+        meshes.push_back({loaded.surface.get(), loaded.get_cage().view(), &loaded.properties});
     return std::make_unique<MeshScene>(meshes, instances, level);
 }
 

@@ -13,6 +13,10 @@ unsigned int GeometryObject::get_vertex_count() const {
     const GeometryPointCloud* cloud = get_point_cloud();
     return cloud != nullptr ? cloud->get_count() : 0;
 }
+void GeometryObject::compute_primitive_bboxes(const CtxEval& ctx, const unsigned int& first, const unsigned int& count,
+                                              GMathBbox3<double>* bboxes) const {
+    for (unsigned int i = 0; i < count; ++i) compute_primitive_bbox(ctx, first + i, bboxes[i]);
+}
 void GeometryObject::compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& primitive, const double&,
                                                GMathBbox3<double>& bbox) const {
     compute_primitive_bbox(ctx, primitive, bbox);

@@ -37,6 +37,9 @@ public:
     virtual unsigned int get_primitive_edge_count(const unsigned int& primitive) const = 0;
     virtual void compute_primitive_bbox(const CtxEval& ctx, const unsigned int& primitive,
                                         GMathBbox3<double>& bbox) const = 0;
+    // The same for `count` primitives from `first` on, in one call.
+    virtual void compute_primitive_bboxes(const CtxEval& ctx, const unsigned int& first, const unsigned int& count,
+                                          GMathBbox3<double>* bboxes) const;
     virtual void compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& primitive, const double& time,
                                            GMathBbox3<double>& bbox) const;
     virtual double estimate_area(const CtxEval& ctx, const GMathMatrix4x4<double>& matrix) const = 0;

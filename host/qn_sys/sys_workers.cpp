@@ -16,13 +16,16 @@
 
 namespace {
 
+bool is_address_space_limited() {
+    rlimit limit{};
+    return getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+}
+
 // What a thread takes of the address space: the scheduler's stack and, where that space is limited, what the allocator
 // sets aside for a thread that allocates; the rest of the process needs some of it too.
 size_t get_thread_space() {
     constexpr size_t stack = size_t{4} << 20, heap = size_t{128} << 20;
-    rlimit limit{};
-    const bool is_limited = getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
-    return is_limited ? stack + heap : stack;
+    return is_address_space_limited() ? stack + heap : stack;
 }
 
 // Threads that wait for each other, so that all are there at once.
@@ -92,7 +95,8 @@ unsigned int sys_prepare_workers(unsigned int wanted) {
         new tbb::global_control(tbb::global_control::max_allowed_parallelism, size_t{count} + 1);
         most = count;
     }
-    if (count > 0) call_workers(count);
+    // What is allocated meanwhile could leave no space for threads that come later.
+    if (count > 0 && (count < wanted || is_address_space_limited())) call_workers(count);
     prepared = count;
     return count;
 }

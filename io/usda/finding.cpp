@@ -57,6 +57,8 @@ CodeText text_of(UsdFindingCode code) {
             return {"composition_arc", warning, "composition arc", "ignored; flatten first"};
         case negative_sharpness:
             return {"negative_sharpness", warning, "negative sharpness", "taken as smooth"};
+        case name_not_utf8:
+            return {"name_not_utf8", warning, "name that is not UTF-8", "taken for Latin-1"};
         case unknown_token:
             return {"unknown_token", warning, "value that the schema does not know", "the default taken"};
         case unknown_variant:

@@ -36,6 +36,7 @@ enum class UsdFindingCode : std::uint8_t {
     composition_arc,
     missing_attribute,
     negative_sharpness,
+    name_not_utf8,
     unknown_token,
     unknown_variant,
     blocked_sample,

@@ -255,7 +255,7 @@ void SourceMaker::make() {
     set_creases();
     set_corners_and_holes();
     set_rules();
-    add_primvars(mesh_, map_, frame_, place_, out_, findings_);
+    add_primvars(mesh_, map_, frame_, options_, place_, out_, findings_);
 }
 
 }  // namespace

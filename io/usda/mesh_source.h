@@ -20,6 +20,7 @@ struct UsdFrame {
 struct UsdMeshOptions {
     sds_model::FractionalSharpness fractional = sds_model::FractionalSharpness::harden;
     bool is_refined = false;  ///< whether cages keep what only refined surfaces follow, as ReadObjOptions has it
+    bool joins_uvs = true;    ///< false: maps are left as they are read, and are the caller's to join
 };
 
 /// A mesh as the model has it. `place` is "file:line:column" of its prim and stands in the findings. With errors among
@@ -36,7 +37,7 @@ struct FaceMap {
 };
 
 /// UV maps, colors and properties of a mesh, on a cage that has its polygons.
-void add_primvars(const UsdMesh& mesh, const FaceMap& map, const UsdFrame& frame, const std::string& place,
-                  sds_model::MeshSource& out, sds_model::Findings& findings);
+void add_primvars(const UsdMesh& mesh, const FaceMap& map, const UsdFrame& frame, const UsdMeshOptions& options,
+                  const std::string& place, sds_model::MeshSource& out, sds_model::Findings& findings);
 
 }  // namespace sds_usda

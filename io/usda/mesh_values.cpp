@@ -46,9 +46,9 @@ constexpr ResourceProperty::Type type_of() {
 
 class PrimvarTaker {
 public:
-    PrimvarTaker(const FaceMap& map, const UsdFrame& frame, const std::string& place, sds_model::MeshSource& out,
-                 Findings& findings)
-        : map_(map), frame_(frame), place_(place), out_(out), findings_(findings) {}
+    PrimvarTaker(const FaceMap& map, const UsdFrame& frame, const UsdMeshOptions& options, const std::string& place,
+                 sds_model::MeshSource& out, Findings& findings)
+        : map_(map), frame_(frame), options_(options), place_(place), out_(out), findings_(findings) {}
 
     void take(const UsdPrimvar& primvar);
 
@@ -67,6 +67,7 @@ private:
 
     const FaceMap& map_;
     const UsdFrame& frame_;
+    const UsdMeshOptions& options_;
     const std::string& place_;
     sds_model::MeshSource& out_;
     Findings& findings_;
@@ -104,7 +105,7 @@ void PrimvarTaker::take_uvs(const UsdPrimvar& primvar, const std::vector<T>& val
                    sds_model::view_of(out_.cage.polygon_counts), found);
     sds_model::add_mesh_findings(found, findings_, [&](PolyFindingCode, const PolyPlace&) { return at(primvar); });
     if (found.has_errors()) return;
-    sds_model::join_uvs(out_.cage.view(), uvs);
+    if (options_.joins_uvs) sds_model::join_uvs(out_.cage.view(), uvs);
     // the usual map first
     const bool is_first = primvar.name == "st";
     out_.further_uvs.insert(is_first ? out_.further_uvs.begin() : out_.further_uvs.end(), std::move(uvs));
@@ -136,7 +137,8 @@ void PrimvarTaker::take_colors(const UsdPrimvar& primvar, const std::vector<T>& 
 template <class T>
 void PrimvarTaker::take_property(const UsdPrimvar& primvar, const std::vector<T>& values) {
     if constexpr (std::is_floating_point_v<T>) {
-        if (!std::all_of(values.begin(), values.end(), [](T v) { return std::isfinite(v); }))
+        const auto is_kept = [](T v) { return std::fabs(v) <= sds_model::greatest_property_value<T>; };
+        if (!std::all_of(values.begin(), values.end(), is_kept))
             return findings_.record(FindingCode::unkept_property, [&] { return at(primvar); });
     }
     std::size_t extent = std::size_t{primvar.components} * primvar.element_size;
@@ -169,6 +171,8 @@ void PrimvarTaker::take_property(const UsdPrimvar& primvar, const std::vector<T>
             break;
     }
     if (extent == 0) return;
+    if (extent > sds_model::max_property_extent)
+        return findings_.record(FindingCode::unkept_property, [&] { return at(primvar); });
     source.extent = static_cast<unsigned int>(extent);
     ResourceProperty sample{CoreString(source.name)};
     sample.init(source.type, source.extent, static_cast<unsigned int>(items.size()));
@@ -200,9 +204,9 @@ void PrimvarTaker::take(const UsdPrimvar& primvar) {
 
 }  // namespace
 
-void add_primvars(const UsdMesh& mesh, const FaceMap& map, const UsdFrame& frame, const std::string& place,
-                  sds_model::MeshSource& out, Findings& findings) {
-    PrimvarTaker taker(map, frame, place, out, findings);
+void add_primvars(const UsdMesh& mesh, const FaceMap& map, const UsdFrame& frame, const UsdMeshOptions& options,
+                  const std::string& place, sds_model::MeshSource& out, Findings& findings) {
+    PrimvarTaker taker(map, frame, options, place, out, findings);
     for (const UsdPrimvar& primvar : mesh.primvars) taker.take(primvar);
 }
 

@@ -1,6 +1,7 @@
 #include "io/usda/prim_reader.h"
 
 #include "io/usda/lexer.h"
+#include "io/utf8.h"
 
 namespace sds_usda {
 
@@ -76,6 +77,12 @@ bool PrimReader::take_bool(std::string_view name, bool otherwise) {
     Property* property = find(name);
     const Value* value = property == nullptr ? nullptr : value_of(*property);
     return value == nullptr ? otherwise : value->boolean().value_or(otherwise);
+}
+
+std::string PrimReader::take_name(std::string_view name) {
+    if (sds_io::is_utf8(name)) return std::string(name);
+    findings_.record(UsdFindingCode::name_not_utf8, prim_.offset, [&] { return quoted(name); });
+    return sds_io::from_latin1(name);
 }
 
 std::size_t PrimReader::place_of(std::string_view name) const {

@@ -44,6 +44,9 @@ public:
     template <class Enum, std::size_t n>
     Enum take_word(std::string_view name, const std::array<std::string_view, n>& words, Enum otherwise);
 
+    /// A name in UTF-8, with a finding where the text has another encoding.
+    std::string take_name(std::string_view name);
+
     /// Where the value of `name` stands, or its scalar `index`.
     std::size_t place_of(std::string_view name) const;
     std::size_t place_of(std::string_view name, std::size_t index) const;

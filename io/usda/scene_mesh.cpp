@@ -180,9 +180,8 @@ void MeshReader::read_subset(Prim& child) {
     UsdFindings& findings = reader_.findings();
     PrimReader reader(child, text_, findings);
     UsdSubset subset;
-    subset.name = child.name;
-    if (const Metadatum* shown = child.find_metadatum("displayName"))
-        subset.name = shown->value.string().value_or(child.name);
+    const Metadatum* shown = child.find_metadatum("displayName");
+    subset.name = reader.take_name(shown == nullptr ? child.name : shown->value.string().value_or(child.name));
     subset.family = reader.take_string("familyName").value_or("");
     const std::string_view element = reader.take_string("elementType").value_or("face");
     const std::vector<std::int32_t> faces = reader.take_array<std::int32_t>("indices");

@@ -81,7 +81,7 @@ std::optional<UsdPrimvar> read_primvar(PrimReader& reader, Property& property, c
         return nullptr;
     };
     UsdPrimvar primvar;
-    primvar.name = property.name.substr(primvar_prefix.size());
+    primvar.name = reader.take_name(property.name.substr(primvar_prefix.size()));
     primvar.type_name = property.type;
     std::string fault;
     if (const Value* word = metadatum("interpolation")) {

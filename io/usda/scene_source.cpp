@@ -110,6 +110,7 @@ double first_frame(const UsdScene& scene) {
         look(mesh.points.times);
         look(transform_times(scene, mesh.node));
     }
+    for (const UsdCamera& camera : scene.cameras) look(transform_times(scene, camera.node));
     return std::isfinite(first) ? first : 0.0;
 }
 

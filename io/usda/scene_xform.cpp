@@ -136,7 +136,7 @@ Timed<std::uint8_t> read_visibility(PrimReader& reader) {
 }  // namespace
 
 void read_node(PrimReader& reader, const UsdNode& parent, UsdNode& node) {
-    node.name = reader.prim().name;
+    node.name = reader.take_name(reader.prim().name);
     OpReader(reader, node).read();
     node.invisible = read_visibility(reader);
     node.purpose = reader.take_word("purpose", purpose_words, parent.purpose);

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "sds/bezier_mesh/sds_bezier_mesh.h"
+#include "sds/common/point_lanes.h"
 #include "sds/mesh_base/tangent_rules.h"
 #include "sds/mesh_base/task_chunks.h"
 
@@ -13,6 +14,7 @@ namespace {
 using EdgesTopology = SdsMeshBase::EdgesTopology;
 using VertexLocalTopology = SdsMeshBase::VertexLocalTopology;
 using TangentPair = sds::TangentPair<float>;
+using sds::PointLanes;
 
 // The tangents of all corners in fans of more than max_summed_valence quads, each fan walked once. Corners that a walk
 // meets but that have another fan, beyond an edge whose two sides differ, or lie at another vertex are left to a walk
@@ -81,21 +83,21 @@ private:
     CoreArray<Corner> m_corners;  // by half-edge, ascending
 };
 
-// One quad's tangents; tangents_at(e, fan) returns the limit tangents of a corner.
-template <class TangentsAt>
+// One quad's tangents, computed with vectors of type Vec; tangents_at(e, fan) returns the limit tangents of a corner.
+template <class Vec, class TangentsAt>
 void compute_quad_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges, unsigned int q,
                            unsigned int irregular, const VertexLocalTopology* fans, const TangentsAt& tangents_at,
                            Vec3f* tangents) {
     if ((irregular & 0xFFu) == 0) return;
-    Vec3f controls[16];
+    Vec controls[16];
     mesh.get_local_patch_controls(q, controls);
-    sds::DerivativeNets<Vec3f> nets(controls);
+    sds::DerivativeNets<Vec> nets(controls);
     if (!sds::is_void_quad(mesh.get_vertex_indices() + 4 * size_t{q}))
         sds::replace_irregular_entries<sds::TableTrig>(edges, q, irregular, fans, tangents_at, nets);
     unsigned int slot = 0;
     for (unsigned int bit = 0; bit < 8; ++bit) {
         if (((irregular >> bit) & 1u) == 0) continue;
-        for (unsigned int i = 0; i < 2; ++i) tangents[slot++] = nets.entry(bit, i);
+        for (unsigned int i = 0; i < 2; ++i) tangents[slot++] = Vec3f(nets.entry(bit, i));
     }
 }
 
@@ -118,21 +120,26 @@ struct TangentWork {
 
 private:
     void compute(unsigned int q) const {
+        if ((infos[q].irregular & 0xFFu) == 0) return;
         // Points that need no weight are read where they are.
         const bool is_plain = mesh.get_source_count() == 1 && mesh.get_weight(0) == 1.0f;
         if (const Vec3f* points = is_plain ? mesh.get_quad_vertices(0) : nullptr; points != nullptr)
-            compute(q, [points](unsigned int w) -> const Vec3f& { return points[w]; });
+            compute(q, [points](unsigned int w) { return PointLanes(points[w]); });
         else
             compute(q, [this](unsigned int w) { return positions[w]; });
     }
     template <class Position>
     void compute(unsigned int q, const Position& position) const {
-        const auto tangents_at = [&](unsigned int e, const VertexLocalTopology& fan) {
-            if (GreatFanTangents::is_great(fan)) return great_fans.get(e);
+        using Vec = sds::PositionVec<Position>;
+        const auto tangents_at = [&](unsigned int e, const VertexLocalTopology& fan) -> sds::VecTangents<Vec> {
+            if (GreatFanTangents::is_great(fan)) {
+                const TangentPair& t = great_fans.get(e);
+                return {Vec(t.t1), Vec(t.t2)};
+            }
             return sds::limit_tangents<sds::TableTrig>(mesh.get_vertex_indices(), edges, e, fan, position);
         };
-        compute_quad_tangents(mesh, edges, q, infos[q].irregular, fans.get_data() + 4 * size_t{q}, tangents_at,
-                              tangents + infos[q].tangent_offset);
+        compute_quad_tangents<Vec>(mesh, edges, q, infos[q].irregular, fans.get_data() + 4 * size_t{q}, tangents_at,
+                                   tangents + infos[q].tangent_offset);
     }
 };
 
@@ -163,7 +170,7 @@ void SdsMeshBase::compute_bezier_tangents(const SdsBezierMesh& mesh, const Edges
         return sds::limit_tangents<sds::TableTrig>(mesh.get_vertex_indices(), edges, e, fan,
                                                    [&mesh](unsigned int w) { return mesh.get_quad_vertex(w); });
     };
-    compute_quad_tangents(mesh, edges, q, info.irregular, corners, tangents_at, tangents);
+    compute_quad_tangents<Vec3f>(mesh, edges, q, info.irregular, corners, tangents_at, tangents);
 }
 
 void SdsMeshBase::compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,

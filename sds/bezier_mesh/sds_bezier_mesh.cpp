@@ -100,19 +100,31 @@ void SdsBezierMesh::get_local_patch_controls(const unsigned int& patch, Vec3f* o
         for (unsigned int i = 0; i < 16; ++i) out[i] = out[i] - origin;
         return;
     }
+    PointLanes controls[16];
+    get_local_patch_controls(patch, controls);
+    for (unsigned int i = 0; i < 16; ++i) controls[i].store(out[i]);
+}
+
+void SdsBezierMesh::get_local_patch_controls(const unsigned int& patch, PointLanes* out) const {
     const unsigned int* quad = vertex_indices + 4 * size_t{patch};
-    if (sds::is_void_quad(quad)) return set_void_controls(out);
+    if (has_stored_controls() || sds::is_void_quad(quad)) {
+        Vec3f controls[16];
+        if (has_stored_controls())
+            get_local_patch_controls(patch, controls);
+        else
+            set_void_controls(controls);
+        for (unsigned int i = 0; i < 16; ++i) out[i] = PointLanes(controls[i]);
+        return;
+    }
     const SdsMeshBase::BezierPatch* record = get_patch(patch);
     const auto compute = [&](const auto& vertex, const auto& corner) {
         const PointLanes origin(vertex(quad[0]));
         const auto local_vertex = [&](unsigned int w) { return PointLanes(vertex(w)) - origin; };
         const auto local_corner = [&](unsigned int w) { return PointLanes(corner(w)) - origin; };
-        PointLanes controls[16];
         if (record != nullptr)
-            sds::smooth_controls(quad, *record, local_vertex, local_corner, controls);
+            sds::smooth_controls(quad, *record, local_vertex, local_corner, out);
         else
-            sds::linear_controls(quad, local_vertex, controls);
-        for (unsigned int i = 0; i < 16; ++i) controls[i].store(out[i]);
+            sds::linear_controls(quad, local_vertex, out);
     };
     if (source_count == 1)
         compute([this](unsigned int w) -> const Vec3f& { return quad_vertices[0][w]; },

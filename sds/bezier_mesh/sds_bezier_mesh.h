@@ -23,6 +23,10 @@
 #include "sds/common/sds_export.h"
 #include "sds/mesh_base/sds_mesh_base.h"
 
+namespace sds {
+struct PointLanes;
+}
+
 class SDS_EXPORT SdsBezierMesh : public CoreBaseType {
 public:
     using Vec3f = GMathVec3<float>;
@@ -90,9 +94,11 @@ public:
     }
 
     // The sixteen controls relative to the quad's first vertex, stored ones to the first of them: the same rules on
-    // differences. Their own differences
-    // keep the digits that those of get_patch_controls lose on an object far from the origin.
+    // differences. Their own differences keep the digits that those of get_patch_controls lose on an object far from
+    // the origin.
     void get_local_patch_controls(const unsigned int& patch, Vec3f* out) const;
+    // The same in lanes, for this module's own kernels.
+    void get_local_patch_controls(const unsigned int& patch, sds::PointLanes* out) const;
 
     // The four routines: smooth or bilinear, one source or several (_w). The quad's corners all have a vertex.
     static void compute_bezier_controls(const SdsBezierMesh& mesh, const unsigned int* quad,

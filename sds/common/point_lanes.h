@@ -15,9 +15,17 @@ struct PointLanes {
     explicit PointLanes(const GMathVec3<float>& p) : lanes(SimdFloat4::load3(p.get_data())) {}
 
     void store(GMathVec3<float>& p) const { lanes.store3(p.get_data()); }
+    explicit operator GMathVec3<float>() const {
+        GMathVec3<float> p;
+        store(p);
+        return p;
+    }
 
     friend PointLanes operator+(PointLanes a, PointLanes b) { return PointLanes(a.lanes + b.lanes); }
     friend PointLanes operator-(PointLanes a, PointLanes b) { return PointLanes(a.lanes - b.lanes); }
+    friend PointLanes operator-(PointLanes a) { return a * -1.0f; }
+    PointLanes& operator+=(PointLanes a) { return *this = *this + a; }
+    PointLanes& operator-=(PointLanes a) { return *this = *this - a; }
     friend PointLanes operator*(PointLanes a, float s) { return PointLanes(a.lanes * SimdFloat4(s)); }
 };
 

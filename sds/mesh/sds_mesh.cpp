@@ -81,6 +81,10 @@ void SdsMesh::compute_primitive_bbox(const CtxEval& ctx, const unsigned int& pri
                                      GMathBbox3<double>& bbox) const {
     geometry->compute_primitive_bbox(ctx, primitive, bbox);
 }
+void SdsMesh::compute_primitive_bboxes(const CtxEval&, const unsigned int& first, const unsigned int& count,
+                                       GMathBbox3<double>* bboxes) const {
+    geometry->compute_primitive_bboxes(first, count, bboxes);
+}
 void SdsMesh::compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& primitive, const double& time,
                                         GMathBbox3<double>& bbox) const {
     geometry->compute_primitive_bbox_at(ctx, primitive, time, bbox);

@@ -98,6 +98,8 @@ public:
     unsigned int get_primitive_edge_count(const unsigned int& primitive) const override;
     void compute_primitive_bbox(const CtxEval& ctx, const unsigned int& primitive,
                                 GMathBbox3<double>& bbox) const override;
+    void compute_primitive_bboxes(const CtxEval& ctx, const unsigned int& first, const unsigned int& count,
+                                  GMathBbox3<double>* bboxes) const override;
     void compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& primitive, const double& time,
                                    GMathBbox3<double>& bbox) const override;
     double estimate_area(const CtxEval& ctx, const GMathMatrix4x4<double>& matrix) const override;

@@ -1,13 +1,15 @@
 // Limit tangents at vertices and the derivative vectors of irregular patch edges, apart from storage and precision.
 //
-// `position(w)` returns the quad-mesh vertex w. Trig gives cosines: TableTrig the process-wide single-precision table,
-// ExactTrig the library's, for double-precision checks. Corners are those of quads that are not void; where a void quad
-// beside them lacks a vertex, it counts as if it stood at the corner.
+// `position(w)` returns the quad-mesh vertex w, as a vector of any type or in lanes, which is the type of all that is
+// computed from it. Trig gives cosines: TableTrig the process-wide single-precision table, ExactTrig the library's, for
+// double-precision checks. Corners are those of quads that are not void; where a void quad beside them lacks a vertex,
+// it counts as if it stood at the corner.
 #pragma once
 
 #include <algorithm>
 #include <cassert>
 #include <cmath>
+#include <type_traits>
 
 #include "sds/common/control_grid.h"
 #include "sds/common/net_slots.h"
@@ -32,11 +34,18 @@ struct ExactTrig {
     static double sine(double x) { return std::sin(x); }
 };
 
-template <class Real>
-struct TangentPair {
-    GMathVec3<Real> t1;  // along the corner's half-edge e
-    GMathVec3<Real> t2;  // along the half-edge that arrives before it, pointing away from the vertex
+template <class Vec>
+struct VecTangents {
+    Vec t1;  // along the corner's half-edge e
+    Vec t2;  // along the half-edge that arrives before it, pointing away from the vertex
 };
+
+template <class Real>
+using TangentPair = VecTangents<GMathVec3<Real>>;
+
+// What `position` returns, by value.
+template <class Position>
+using PositionVec = std::decay_t<std::invoke_result_t<const Position&, unsigned int>>;
 
 // Fans of more quads have one frame for all their corners: a sum per corner would cost the square of the valence.
 inline constexpr unsigned int max_summed_valence = 32;
@@ -72,10 +81,24 @@ struct ClosedFanScale {
     }
 };
 
+template <class Vec>
+Vec zero_vec() {
+    return Vec(GMathVec3<float>(0, 0, 0));
+}
+
+// A vector as one of another type; lanes become others by way of three scalars.
+template <class To, class From>
+To convert_vec(const From& from) {
+    if constexpr (std::is_constructible_v<To, const From&>)
+        return To(from);
+    else
+        return To(GMathVec3<float>(from));
+}
+
 // Where vertex w stands, seen from `vertex`.
 template <class Vec, class Position>
 Vec offset_of(const Position& position, unsigned int w, const Vec& vertex) {
-    if (w == none) return {0, 0, 0};
+    if (w == none) return zero_vec<Vec>();
     return Vec(position(w)) - vertex;
 }
 
@@ -151,21 +174,21 @@ typename Trig::Real turn_cosine(unsigned int turns) {
 
 // Tangents at the corner of half-edge e of a closed fan, summed in the order that starts there.
 template <class Trig, class Position>
-TangentPair<typename Trig::Real> summed_vertex_tangents(const unsigned int* quad_indices,
-                                                        const SdsMeshBase::EdgesTopology& edges, unsigned int e,
-                                                        unsigned int valence, const Position& position) {
-    using Real = typename Trig::Real;
+VecTangents<PositionVec<Position>> summed_vertex_tangents(const unsigned int* quad_indices,
+                                                          const SdsMeshBase::EdgesTopology& edges, unsigned int e,
+                                                          unsigned int valence, const Position& position) {
+    using Vec = PositionVec<Position>;
     assert(valence > 0 && valence <= max_summed_valence);
     const ClosedFanWeights<Trig>& weights = closed_fan_weights<Trig>(valence);
-    TangentPair<Real> t{{0, 0, 0}, {0, 0, 0}};
-    const GMathVec3<Real> vertex = position(quad_indices[e]);
+    VecTangents<Vec> t{zero_vec<Vec>(), zero_vec<Vec>()};
+    const Vec vertex = position(quad_indices[e]);
     unsigned int h = e;
     unsigned int i = 0;
     do {
         const unsigned int j = i == 0 ? 0 : valence - i;
-        const GMathVec3<Real> ahead = offset_of(position, quad_indices[next_in_quad(h)], vertex);
-        const GMathVec3<Real> diagonal = offset_of(position, quad_indices[turn_in_quad(h, 2)], vertex);
-        const GMathVec3<Real> behind = offset_of(position, quad_indices[previous_in_quad(h)], vertex);
+        const Vec ahead = offset_of(position, quad_indices[next_in_quad(h)], vertex);
+        const Vec diagonal = offset_of(position, quad_indices[turn_in_quad(h, 2)], vertex);
+        const Vec behind = offset_of(position, quad_indices[previous_in_quad(h)], vertex);
         t.t1 += ahead * weights.edge[i] + diagonal * weights.diagonal[i];
         t.t2 += behind * weights.edge[j] + diagonal * weights.diagonal[j];
         h = edges.opposite_edges[previous_in_quad(h)];
@@ -174,56 +197,116 @@ TangentPair<typename Trig::Real> summed_vertex_tangents(const unsigned int* quad
     return t;
 }
 
-// The frame of an open fan of m > 1 quads between two sharp edges (Biermann, Levin, Zorin 2000): x along the sharp
-// edges, y across them; the leaving sharp edge is number 0, the arriving one number m. visit(h, i) as above. All is
-// seen from vertex `v`: over neighbors of opposite winding the corners of one fan lie at different vertices.
-template <class Trig, class Position, class Visit>
-FanFrame<typename Trig::Real> open_fan_frame(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
-                                             unsigned int v, const SdsMeshBase::VertexLocalTopology& fan,
-                                             const Position& position, Visit&& visit) {
+// The weights in the cross tangent of an open fan of m > 1 quads. Edge k is k steps from the leaving sharp edge.
+template <class Trig>
+struct OpenFanScale {
     using Real = typename Trig::Real;
-    using Vec = GMathVec3<Real>;
+    Real step, r, end;  // `end` weighs the far ends of both sharp edges
+
+    explicit OpenFanScale(unsigned int m) {
+        step = Real(1) / static_cast<Real>(m) * Trig::pi;
+        const Real c = Trig::cosine(step);
+        r = Real(3) * static_cast<Real>(m) + c;
+        end = -((Real(2) * c + Real(1)) * std::sqrt(c + Real(1))) / (std::sqrt(Real(1) - c) * r);
+    }
+    Real sine(int k) const { return Trig::sine(static_cast<Real>(k) * step); }
+    // Of the far end of edge k, and of the diagonal between the edges k - 1 and k.
+    Real edge(unsigned int k) const { return Real(4) * sine(static_cast<int>(k)) / r; }
+    Real diagonal(unsigned int k) const { return (sine(static_cast<int>(k) - 1) + sine(static_cast<int>(k))) / r; }
+};
+
+// The same, and the cosines and sines of the edges' angles, ready.
+template <class Trig>
+struct OpenFanWeights {
+    using Real = typename Trig::Real;
+    Real step{}, end{};
+    Real edges[max_summed_valence + 1]{}, diagonals[max_summed_valence + 1]{};
+    Real cosines[max_summed_valence + 1]{}, sines[max_summed_valence + 1]{};
+
+    OpenFanWeights() = default;
+    explicit OpenFanWeights(unsigned int m) {
+        const OpenFanScale<Trig> scale(m);
+        step = scale.step;
+        end = scale.end;
+        for (unsigned int k = 0; k <= m; ++k) {
+            edges[k] = scale.edge(k);
+            diagonals[k] = scale.diagonal(k);
+            cosines[k] = Trig::cosine(static_cast<Real>(k) * step);
+            sines[k] = scale.sine(static_cast<int>(k));
+        }
+    }
+    Real edge(unsigned int k) const { return edges[k]; }
+    Real diagonal(unsigned int k) const { return diagonals[k]; }
+    template <class Vec>
+    Vec tangent(const Vec& x, const Vec& y, unsigned int i) const {
+        return x * cosines[i] + y * sines[i];
+    }
+};
+
+// Of all summed valences, made once.
+template <class Trig>
+const OpenFanWeights<Trig>& open_fan_weights(unsigned int valence) {
+    struct Table {
+        OpenFanWeights<Trig> at[max_summed_valence + 1];
+        Table() {
+            for (unsigned int m = 2; m <= max_summed_valence; ++m) at[m] = OpenFanWeights<Trig>(m);
+        }
+    };
+    static const Table table;
+    return table.at[valence];
+}
+
+// Whether the far ends of two sharp edges lie the same way, and span nothing.
+template <class Vec>
+bool point_the_same_way(const Vec& a, const Vec& b) {
+    if constexpr (requires { b.cross(a); }) {
+        using Real = std::decay_t<decltype(a[0])>;
+        return b.cross(a).length_squared() < Real(0.0001) && b.dot(a) >= Real(0);
+    } else {
+        return point_the_same_way(GMathVec3<float>(a), GMathVec3<float>(b));
+    }
+}
+
+template <class Vec>
+struct FanAxes {
+    Vec x, y;
+};
+
+// The axes of the frame of an open fan of m > 1 quads between two sharp edges (Biermann, Levin, Zorin 2000): x along
+// the sharp edges, y across them; the leaving sharp edge is number 0, the arriving one number m. visit(h, i) as above.
+// All is seen from vertex `v`: over neighbors of opposite winding the corners of one fan lie at different vertices.
+template <class Weights, class Position, class Visit>
+auto open_fan_axes(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges, unsigned int v,
+                   const SdsMeshBase::VertexLocalTopology& fan, const Weights& weights, const Position& position,
+                   Visit&& visit) {
+    using Real = typename Weights::Real;
+    using Vec = PositionVec<Position>;
     const Vec vertex = position(v);
-    const unsigned int m = fan.valence;
 
-    // Weights of the cross tangent.
-    const Real step = Real(1) / static_cast<Real>(m) * Trig::pi;
-    const Real c = Trig::cosine(step);
-    const Real r = Real(3) * static_cast<Real>(m) + c;
-    const Real end_weight = -((Real(2) * c + Real(1)) * std::sqrt(c + Real(1))) / (std::sqrt(Real(1) - c) * r);
-
-    // Far ends of the two sharp edges. When both point the same way they span nothing: each gives way a little to its
-    // quad's diagonal.
+    // Far ends of the two sharp edges. Where they span nothing, each gives way a little to its quad's diagonal.
     const Vec first_diagonal = offset_of(position, quad_indices[turn_in_quad(fan.first_edge, 2)], vertex);
     const Vec last_diagonal = offset_of(position, quad_indices[turn_in_quad(fan.last_edge, 2)], vertex);
     Vec end_a = offset_of(position, quad_indices[next_in_quad(fan.last_edge)], vertex);
     Vec end_b = offset_of(position, quad_indices[previous_in_quad(fan.first_edge)], vertex);
-    const Vec& da = end_a;
-    const Vec& db = end_b;
-    if (db.cross(da).length_squared() < Real(0.0001) && db.dot(da) >= Real(0)) {
+    if (point_the_same_way(end_a, end_b)) {
         end_a = end_a * Real(0.9) + last_diagonal * Real(0.1);
         end_b = end_b * Real(0.9) + first_diagonal * Real(0.1);
     }
 
     // Sum over the fan, from the arriving sharp edge (angle pi) to the leaving one (angle 0).
-    const Vec along = (end_a - end_b) * Real(0.5);
-    Vec across = (end_a + end_b) * end_weight;
-    unsigned int k = m;
-    Real s_previous = Trig::sine(static_cast<Real>(m) * step);
+    FanAxes<Vec> axes{(end_a - end_b) * Real(0.5), (end_a + end_b) * weights.end};
+    unsigned int k = fan.valence;
     // A void quad may end the walk before it comes to the leaving edge.
     for (unsigned int h = fan.first_edge; h != fan.last_edge && k > 0 && !edges.is_border(h);
          h = next_in_quad(edges.opposite_edges[h])) {
+        visit(h, k - 1);
+        axes.y += offset_of(position, quad_indices[next_in_quad(h)], vertex) * weights.edge(k - 1) +
+                  offset_of(position, quad_indices[turn_in_quad(h, 2)], vertex) * weights.diagonal(k);
         --k;
-        visit(h, k);
-        const Real s_k = Trig::sine(static_cast<Real>(k) * step);
-        across += offset_of(position, quad_indices[next_in_quad(h)], vertex) * (Real(4) * s_k / r) +
-                  offset_of(position, quad_indices[turn_in_quad(h, 2)], vertex) * ((s_k + s_previous) / r);
-        s_previous = s_k;
     }
     visit(fan.last_edge, 0u);
-    const Real s_last = Trig::sine((static_cast<Real>(k) - Real(1)) * step);
-    across += last_diagonal * ((s_last + s_previous) / r);
-    return {along, across, step};
+    axes.y += last_diagonal * weights.diagonal(k);
+    return axes;
 }
 
 // The frame of a fan of more than max_summed_valence quads in double precision: a sum of so many terms needs it. `e` is
@@ -232,9 +315,11 @@ template <class Position, class Visit>
 FanFrame<double> great_fan_frame(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
                                  unsigned int e, const SdsMeshBase::VertexLocalTopology& fan, const Position& position,
                                  Visit&& visit) {
-    const auto exact_position = [&position](unsigned int w) { return GMathVec3<double>(position(w)); };
+    const auto exact_position = [&position](unsigned int w) { return convert_vec<GMathVec3<double>>(position(w)); };
     if (fan.closed) return closed_fan_frame<ExactTrig>(quad_indices, edges, e, fan.valence, exact_position, visit);
-    return open_fan_frame<ExactTrig>(quad_indices, edges, quad_indices[e], fan, exact_position, visit);
+    const OpenFanScale<ExactTrig> scale(fan.valence);
+    const auto axes = open_fan_axes(quad_indices, edges, quad_indices[e], fan, scale, exact_position, visit);
+    return {axes.x, axes.y, scale.step};
 }
 
 // The tangents at the corner whose own half-edge is number i of a great fan. Two corners that share the edge i + 1 get
@@ -261,24 +346,27 @@ inline unsigned int great_fan_start(const unsigned int* quad_indices, const SdsM
 
 // The tangents at one corner of a great fan, by a walk around all of it.
 template <class Real, class Position>
-TangentPair<Real> great_fan_tangents(const unsigned int* quad_indices, const SdsMeshBase::EdgesTopology& edges,
-                                     unsigned int e, const SdsMeshBase::VertexLocalTopology& fan,
-                                     const Position& position) {
+VecTangents<PositionVec<Position>> great_fan_tangents(const unsigned int* quad_indices,
+                                                      const SdsMeshBase::EdgesTopology& edges, unsigned int e,
+                                                      const SdsMeshBase::VertexLocalTopology& fan,
+                                                      const Position& position) {
     const unsigned int start = great_fan_start(quad_indices, edges, e, fan);
     unsigned int number = 0;
     const FanFrame<double> frame =
         great_fan_frame(quad_indices, edges, start, fan, position, [&number, e](unsigned int h, unsigned int i) {
             if (h == e) number = i;
         });
-    return great_fan_tangents<Real>(frame, fan, number);
+    const TangentPair<Real> t = great_fan_tangents<Real>(frame, fan, number);
+    using Vec = PositionVec<Position>;
+    return {convert_vec<Vec>(t.t1), convert_vec<Vec>(t.t2)};
 }
 
 // The limit tangents at the corner of half-edge e in its closed fan.
 template <class Trig, class Position>
-TangentPair<typename Trig::Real> vertex_tangents(const unsigned int* quad_indices,
-                                                 const SdsMeshBase::EdgesTopology& edges, unsigned int e,
-                                                 const SdsMeshBase::VertexLocalTopology& fan,
-                                                 const Position& position) {
+VecTangents<PositionVec<Position>> vertex_tangents(const unsigned int* quad_indices,
+                                                   const SdsMeshBase::EdgesTopology& edges, unsigned int e,
+                                                   const SdsMeshBase::VertexLocalTopology& fan,
+                                                   const Position& position) {
     if (fan.valence > max_summed_valence)
         return great_fan_tangents<typename Trig::Real>(quad_indices, edges, e, fan, position);
     return summed_vertex_tangents<Trig>(quad_indices, edges, e, fan.valence, position);
@@ -287,31 +375,35 @@ TangentPair<typename Trig::Real> vertex_tangents(const unsigned int* quad_indice
 // The limit tangents at the corner of half-edge e in its open fan. A lone corner's point to the middles of the edges
 // across.
 template <class Trig, class Position>
-TangentPair<typename Trig::Real> corner_tangents(const unsigned int* quad_indices,
-                                                 const SdsMeshBase::EdgesTopology& edges, unsigned int e,
-                                                 const SdsMeshBase::VertexLocalTopology& fan,
-                                                 const Position& position) {
+VecTangents<PositionVec<Position>> corner_tangents(const unsigned int* quad_indices,
+                                                   const SdsMeshBase::EdgesTopology& edges, unsigned int e,
+                                                   const SdsMeshBase::VertexLocalTopology& fan,
+                                                   const Position& position) {
     using Real = typename Trig::Real;
-    if (fan.valence > max_summed_valence) return great_fan_tangents<Real>(quad_indices, edges, e, fan, position);
+    using Vec = PositionVec<Position>;
+    if (fan.valence > max_summed_valence)
+        return great_fan_tangents<typename Trig::Real>(quad_indices, edges, e, fan, position);
     if (fan.valence == 1) {
-        const GMathVec3<Real> vertex = position(quad_indices[e]);
-        const GMathVec3<Real> diagonal = position(quad_indices[turn_in_quad(e, 2)]);
+        const Vec vertex = position(quad_indices[e]);
+        const Vec diagonal = position(quad_indices[turn_in_quad(e, 2)]);
         return {(position(quad_indices[next_in_quad(e)]) + diagonal) * Real(0.5) - vertex,
                 (position(quad_indices[previous_in_quad(e)]) + diagonal) * Real(0.5) - vertex};
     }
     unsigned int number = 0;
-    const FanFrame<Real> frame = open_fan_frame<Trig>(quad_indices, edges, quad_indices[e], fan, position,
-                                                      [&number, e](unsigned int h, unsigned int i) {
-                                                          if (h == e) number = i;
-                                                      });
-    return {frame.template tangent<Trig>(number), frame.template tangent<Trig>(number + 1)};
+    const OpenFanWeights<Trig>& weights = open_fan_weights<Trig>(fan.valence);
+    const FanAxes<Vec> axes = open_fan_axes(quad_indices, edges, quad_indices[e], fan, weights, position,
+                                            [&number, e](unsigned int h, unsigned int i) {
+                                                if (h == e) number = i;
+                                            });
+    return {weights.tangent(axes.x, axes.y, number), weights.tangent(axes.x, axes.y, number + 1)};
 }
 
 // The limit tangents at the corner of half-edge e.
 template <class Trig, class Position>
-TangentPair<typename Trig::Real> limit_tangents(const unsigned int* quad_indices,
-                                                const SdsMeshBase::EdgesTopology& edges, unsigned int e,
-                                                const SdsMeshBase::VertexLocalTopology& fan, const Position& position) {
+VecTangents<PositionVec<Position>> limit_tangents(const unsigned int* quad_indices,
+                                                  const SdsMeshBase::EdgesTopology& edges, unsigned int e,
+                                                  const SdsMeshBase::VertexLocalTopology& fan,
+                                                  const Position& position) {
     return fan.closed ? vertex_tangents<Trig>(quad_indices, edges, e, fan, position)
                       : corner_tangents<Trig>(quad_indices, edges, e, fan, position);
 }
@@ -349,12 +441,11 @@ struct DerivativeNets {
 //     v1 = d1 + (2 c0 u1 - c1 u0) / 3        v2 = d2 + (c0 u2 - 2 c1 u1) / 3
 // Sharp edges join nothing and keep their differences. Quad k's edges by rotation: along runs from corner k to k + 1,
 // across points in.
-template <class Trig, class TangentsAt>
+template <class Trig, class TangentsAt, class Vec>
 void replace_irregular_entries(const SdsMeshBase::EdgesTopology& edges, unsigned int q, unsigned int irregular,
                                const SdsMeshBase::VertexLocalTopology* fans, const TangentsAt& tangents_at,
-                               DerivativeNets<GMathVec3<typename Trig::Real>>& nets) {
+                               DerivativeNets<Vec>& nets) {
     using Real = typename Trig::Real;
-    using Vec = GMathVec3<Real>;
     // Which of t1, t2 lies along u and along v at each corner, and its sign.
     static constexpr struct {
         int u_tangent;
@@ -368,7 +459,7 @@ void replace_irregular_entries(const SdsMeshBase::EdgesTopology& edges, unsigned
         const unsigned int turns = fan.closed ? fan.valence : 2 * fan.valence;
         cosines[k] = turn_cosine<Trig>(turns);
         if (((irregular >> k) & 1u) == 0) continue;
-        const TangentPair<Real> t = tangents_at(4 * q + k, fan);
+        const VecTangents<Vec> t = tangents_at(4 * q + k, fan);
         const auto& frame = corner_frames[k];
         const Vec& tu = frame.u_tangent == 1 ? t.t1 : t.t2;
         const Vec& tv = frame.u_tangent == 1 ? t.t2 : t.t1;

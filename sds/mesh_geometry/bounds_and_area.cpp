@@ -92,18 +92,27 @@ CoreArray<unsigned int> get_patch_groups(const SdsMeshGeometry& geometry) {
     return groups;
 }
 
-// `groups` are a refined surface's, or empty.
-void add_patches(const SdsMeshGeometry& geometry, const CoreArray<unsigned int>& groups, unsigned int begin,
-                 unsigned int end, PatchSums* sums) {
+// use(first, end) for the runs between void patches: nearly always a single one.
+template <class Use>
+void for_each_run(const SdsMeshGeometry& geometry, unsigned int begin, unsigned int end, const Use& use) {
+    if (geometry.is_refined()) return use(begin, end);
     const SdsMeshBase& base = *geometry.get_base();
-    const sds::PatchArrays surface = sds::get_patch_arrays(geometry);
-    if (geometry.is_refined()) return sds::get_pair_kernels().add_patches(surface, groups.get_data(), begin, end, sums);
-    // The runs between void quads: nearly always a single one.
     for (unsigned int q = begin; q < end; ++q) {
         const unsigned int first = q;
         while (q < end && !base.is_primitive_void(q)) ++q;
-        sds::get_pair_kernels().add_patches(surface, &base.get_primitive_shading_group_index(0), first, q, sums);
+        use(first, q);
     }
+}
+
+// `groups` are a refined surface's, or empty.
+void add_patches(const SdsMeshGeometry& geometry, const CoreArray<unsigned int>& groups, unsigned int begin,
+                 unsigned int end, PatchSums* sums) {
+    const unsigned int* const patch_groups =
+        geometry.is_refined() ? groups.get_data() : &geometry.get_base()->get_primitive_shading_group_index(0);
+    const sds::PatchArrays surface = sds::get_patch_arrays(geometry);
+    for_each_run(geometry, begin, end, [&](unsigned int first, unsigned int last) {
+        sds::get_pair_kernels().add_patches(surface, patch_groups, first, last, sums);
+    });
 }
 
 // Every worker adds to the sums of its own row, one entry per group.
@@ -214,6 +223,16 @@ void SdsMeshGeometry::compute_primitive_bbox(const CtxEval&, const unsigned int&
     Vec3f controls[16];
     bezier_mesh.get_patch_controls(patch, controls);
     box = controls_bbox(controls);
+}
+
+void SdsMeshGeometry::compute_primitive_bboxes(const unsigned int& first, const unsigned int& count,
+                                               GMathBbox3<double>* boxes) const {
+    static_assert(sizeof(GMathBbox3<double>) == 6 * sizeof(double));
+    const sds::PatchArrays surface = sds::get_patch_arrays(*this);
+    std::fill_n(boxes, count, GMathBbox3<double>::empty());
+    for_each_run(*this, first, first + count, [&](unsigned int begin, unsigned int end) {
+        sds::get_pair_kernels().compute_boxes(surface, begin, end, reinterpret_cast<double*>(boxes + (begin - first)));
+    });
 }
 
 void SdsMeshGeometry::compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& patch, const double& time,

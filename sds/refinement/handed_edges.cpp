@@ -33,20 +33,28 @@ bool HandedEdges::is_finer_across(unsigned int c) const {
 }
 
 void HandedEdges::exchange(unsigned int face, Vec3f* controls) {
-    if (!concerns(face)) return;
     const unsigned int begin = m_level->face_begin(face);
     const unsigned int* vertices = m_level->corner_vertices.get_data() + begin;
-    bool has_point[4];
-    for (unsigned int k = 0; k < 4; ++k) {
-        has_point[k] = !m_is_first && m_here.has_point[vertices[k]] != 0;
-        if (has_point[k]) controls[corner_control(k)] = m_here.points[vertices[k]];
-    }
     const bool hands_on = m_fine != nullptr && m_level->face_children[face] != none;
+    unsigned int known = 0;  // corners with a point that was handed
+    if (!m_is_first) {
+        const unsigned char* has_point = m_here.has_point.get_data();
+        const Vec3f* points = m_here.points.get_data();
+        for (unsigned int k = 0; k < 4; ++k) {
+            if (has_point[vertices[k]] == 0) continue;
+            known |= 1u << k;
+            controls[corner_control(k)] = points[vertices[k]];
+        }
+    }
+    // The ends of an edge are handed with it.
+    const unsigned int known_edges = known & (known >> 1 | known << 3);
+    if (!hands_on && known_edges == 0) return;
     for (unsigned int k = 0; k < 4; ++k) {
+        const bool may_be_known = ((known_edges >> k) & 1u) != 0;
+        if (!may_be_known && !hands_on) continue;
         const unsigned int next = (k + 1) & 3u;
         const unsigned int edge = m_level->corner_edges[begin + k];
-        // The ends of an edge are handed with it.
-        const unsigned int index = has_point[k] && has_point[next] ? m_here.edge_indices[edge] : none;
+        const unsigned int index = may_be_known ? m_here.edge_indices[edge] : none;
         if (index != none) {
             const Edge& handed = m_here.edges[index];
             const bool is_forward = handed.start == vertices[k];

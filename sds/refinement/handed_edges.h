@@ -18,15 +18,8 @@ public:
 
     // Levels come in order, `fine` null at the last.
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine);
-    // Whether anything is handed to or from the level, or a face.
+    // Whether anything is handed to or from the level.
     bool concerns_level() const { return !m_is_first || m_fine != nullptr; }
-    bool concerns(unsigned int face) const {
-        if (m_fine != nullptr && m_level->face_children[face] != none) return true;
-        if (m_is_first) return false;
-        const unsigned int* v = m_level->corner_vertices.get_data() + 4 * size_t{face};
-        const unsigned char* has_point = m_here.has_point.get_data();
-        return (has_point[v[0]] | has_point[v[1]] | has_point[v[2]] | has_point[v[3]]) != 0;
-    }
     // Puts what was handed to a patch of the level in place of its own controls, and hands on the edges that finer
     // patches share with it.
     void exchange(unsigned int face, Vec3f* controls);

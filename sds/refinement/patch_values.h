@@ -11,20 +11,30 @@
 
 namespace sds {
 
-// Marks the faces around the irregular corners of leaves, whose limit points need the sums of all of them.
-inline void mark_leaf_rings(const RefinementLevel& level, CoreArray<unsigned char>& is_marked) {
-    CoreArray<unsigned char> vertices(level.vertex_count, static_cast<unsigned char>(0));
-    const auto is_irregular = [&](unsigned int v) { return level.vertex_kinds[v] != RefinementLevel::regular_vertex; };
-    for (unsigned int f = 0; f < level.candidate_count; ++f) {
-        if (level.states[f] != FaceState::leaf) continue;
-        for (unsigned int c = 4 * f; c < 4 * f + 4; ++c)
-            if (is_irregular(level.corner_vertices[c])) vertices[level.corner_vertices[c]] = 1;
+// The faces that sums are needed of: those with a point in the next level, and those around the irregular corners of
+// leaves, whose limit points need the sums of all of them.
+inline void find_summed_faces(const RefinementLevel& level, bool has_step, bool has_leaves,
+                              CoreArray<unsigned char>& leaf_vertices, CoreArray<unsigned int>& faces) {
+    faces.resize(0);
+    if (!has_step && !has_leaves) return;
+    if (has_leaves) {
+        leaf_vertices.assign(level.vertex_count, static_cast<unsigned char>(0));
+        for (unsigned int f = 0; f < level.candidate_count; ++f) {
+            if (level.states[f] != FaceState::leaf) continue;
+            for (unsigned int c = 4 * f; c < 4 * f + 4; ++c) {
+                const unsigned int v = level.corner_vertices[c];
+                leaf_vertices[v] = level.vertex_kinds[v] != RefinementLevel::regular_vertex;
+            }
+        }
     }
-    is_marked.resize(level.face_count);
-    for (unsigned int f = 0; f < level.face_count; ++f) {
+    const auto is_at_leaf = [&](unsigned int f) {
         const unsigned int* v = level.corner_vertices.get_data() + 4 * size_t{f};
-        is_marked[f] = vertices[v[0]] | vertices[v[1]] | vertices[v[2]] | vertices[v[3]];
-    }
+        const unsigned char* marks = leaf_vertices.get_data();
+        return (marks[v[0]] | marks[v[1]] | marks[v[2]] | marks[v[3]]) != 0;
+    };
+    faces.reserve(level.face_count);
+    for (unsigned int f = 0; f < level.face_count; ++f)
+        if ((has_step && level.face_children[f] != none) || (has_leaves && is_at_leaf(f))) faces.add(f);
 }
 
 // The values of two levels at a time, and what a level's patches need of them.
@@ -32,7 +42,8 @@ template <class Value>
 struct VisitScratch {
     LevelValues<Value> values;
     LevelValues<Value> next;
-    CoreArray<unsigned char> leaf_rings;
+    CoreArray<unsigned char> leaf_vertices;
+    CoreArray<unsigned int> summed_faces;
     PatchLimits<Value> limits;
 
     // For the largest level at once: arrays that grow from level to level would be touched anew each time.
@@ -46,7 +57,7 @@ struct VisitScratch {
         values.reserve(face_count, vertex_count);
         next.points.reserve(vertex_count + 1);
         limits.reserve(vertex_count);
-        bytes = size_t{face_count} * (sizeof(Value) + 1) + size_t{vertex_count} * (6 * sizeof(Value));
+        bytes = size_t{face_count} * (sizeof(Value) + 4) + size_t{vertex_count} * (6 * sizeof(Value) + 1);
     }
     size_t get_memory_size() const { return bytes; }
 
@@ -95,6 +106,7 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
     sink.begin_leaves(level);
     const auto visit = [&](LeafPatches& own, unsigned int begin, unsigned int end) {
         for_each_face(level, FaceState::leaf, begin, end, [&](unsigned int f) {
+            if (sink.add_smooth_leaf(f, level.face_patches[f])) return;
             Value controls[16];
             own.compute(f, values, limits, controls);
             sink.add_leaf(f, level.face_patches[f], controls, values, own);
@@ -115,7 +127,8 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
 //     sink.begin_level(level, next level or null)
 //     sink.add_regular(level, values, limits, regular), for all emitted faces at once
 //     sink.begin_leaves(level), where it has any
-//     sink.add_leaf(face, patch, 16 controls, values of the level, leaves), on the manager's threads when there is one
+//     sink.add_smooth_leaf(face, patch), on the manager's threads when there is one: whether the sink has a way of its
+//     own sink.add_leaf(face, patch, 16 controls, values of the level, leaves) for the other leaves, likewise
 //     sink.end_leaves(level)
 //     sink.end_level(limits)
 // `value_at(v)` is the value of the cage's vertex v. One step of progress per level.
@@ -128,7 +141,6 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
     scratch->reserve(topology);
     LevelValues<Value>& values = scratch->values;
     LevelValues<Value>& next = scratch->next;
-    CoreArray<unsigned char>& leaf_rings = scratch->leaf_rings;
     PatchLimits<Value>& limits = scratch->limits;
     values.points.resize(topology.get_level(0).vertex_count);
     for (unsigned int v = 0; v < values.points.get_count(); ++v)
@@ -141,11 +153,8 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         const FaceState* states = level.states.get_data();
         const bool has_leaves =
             std::find(states, states + level.candidate_count, FaceState::leaf) != states + level.candidate_count;
-        if (has_leaves) mark_leaf_rings(level, leaf_rings);
-        if (fine != nullptr || has_leaves)
-            sum_neighbors(level, values, [&](unsigned int f) {
-                return (fine != nullptr && level.face_children[f] != none) || (has_leaves && leaf_rings[f] != 0);
-            });
+        find_summed_faces(level, fine != nullptr, has_leaves, scratch->leaf_vertices, scratch->summed_faces);
+        if (!scratch->summed_faces.is_empty()) sum_neighbors(level, values, scratch->summed_faces);
         if (fine != nullptr) refine_values(level, *fine, topology.has_smooth_triangles() && i == 0, values, next);
 
         sink.begin_level(level, fine);
@@ -169,6 +178,7 @@ struct ControlsVisitor {
     void end_level(const PatchLimits<Value>&) {}
     void begin_leaves(const RefinementLevel&) {}
     void end_leaves(const RefinementLevel&) {}
+    static bool add_smooth_leaf(unsigned int, unsigned int) { return false; }
     void add_regular(const RefinementLevel& level, const LevelValues<Value>&, PatchLimits<Value>&,
                      RegularPatches<Value>& regular) {
         for_each_face(level, FaceState::emitted, [&](unsigned int f) {

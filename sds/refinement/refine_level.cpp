@@ -95,9 +95,10 @@ private:
     unsigned char* m_marks;
 };
 
-// Points of edges and faces, and the edges between them and the vertices.
+// Points of edges and faces, and the edges between them and the vertices. Those that lie inside coarse faces are smooth
+// and have a number only when another step may split them.
 void split_edges(RefinementLevel& coarse, RefinementLevel& fine, StepScratch& scratch, bool has_unnumbered,
-                 bool chaikin) {
+                 bool has_inner_edges, bool chaikin) {
     const TouchedFaces& touched = scratch.touched;
     unsigned int corner_count = 0;
     for (const unsigned int f : touched) corner_count += coarse.face_end(f) - coarse.face_begin(f);
@@ -112,12 +113,12 @@ void split_edges(RefinementLevel& coarse, RefinementLevel& fine, StepScratch& sc
                 if (coarse.corner_edges[c] == none) add_edge(coarse, c, 0.0f, 0);
     }
     // Two halves and one inner edge for every corner at most.
-    EdgeAdder adder(fine, 3 * corner_count);
+    EdgeAdder adder(fine, (has_inner_edges ? 3 : 2) * corner_count);
     coarse.edge_children.resize(coarse.edge_count);
     coarse.edge_halves.resize(2 * coarse.edge_count);
     coarse.face_children.resize(coarse.face_count);
     std::fill(coarse.face_children.begin(), coarse.face_children.end(), none);
-    scratch.inner_edges.resize(coarse.corner_edges.get_count());
+    scratch.inner_edges.resize(has_inner_edges ? coarse.corner_edges.get_count() : 0);
     unsigned int* inner_edges = scratch.inner_edges.get_data();
 
     const unsigned int* corner_edges = coarse.corner_edges.get_data();
@@ -142,6 +143,7 @@ void split_edges(RefinementLevel& coarse, RefinementLevel& fine, StepScratch& sc
     }
     for (const unsigned int f : touched) {
         const unsigned int center = coarse.face_children[f] = next++;
+        if (!has_inner_edges) continue;
         for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c)
             if (const unsigned int point = edge_children[corner_edges[c]]; point != none)
                 inner_edges[c] = adder.add(point, center, 0.0f, 0);
@@ -150,11 +152,20 @@ void split_edges(RefinementLevel& coarse, RefinementLevel& fine, StepScratch& sc
     adder.end();
 }
 
-// Adds children and joins them along their edges.
+// Adds children and joins them along their edges. The edges inside a coarse face are those between the children of two
+// neighboring corners of it.
 class ChildMaker {
 public:
     ChildMaker(const RefinementLevel& coarse, RefinementLevel& fine, const CoreArray<unsigned int>& inner_edges)
-        : m_coarse(coarse), m_inner_edges(inner_edges.get_data()) {
+        : m_corners(coarse.corner_vertices.get_data()),
+          m_edges(coarse.corner_edges.get_data()),
+          m_vertex_children(coarse.vertex_children.get_data()),
+          m_edge_children(coarse.edge_children.get_data()),
+          m_face_children(coarse.face_children.get_data()),
+          m_edge_ends(coarse.edge_ends.get_data()),
+          m_edge_halves(coarse.edge_halves.get_data()),
+          m_inner_edges(inner_edges.is_empty() ? nullptr : inner_edges.get_data()),
+          m_turned(coarse.is_quads() ? 1 : 0) {
         fine.corner_vertices.resize(4 * fine.face_count);
         fine.corner_edges.resize(4 * fine.face_count);
         fine.edges.opposite_edges.resize(4 * fine.face_count);
@@ -166,33 +177,28 @@ public:
         m_edge_corners = fine.edge_corners.get_data();
         m_edge_marks = fine.edge_marks.get_data();
         m_valences = fine.valences.get_data();
-        m_edge_ends = coarse.edge_ends.get_data();
-        m_edge_halves = coarse.edge_halves.get_data();
     }
 
-    // All children of a quad: those of add, with the four inner edges joined without looking.
+    // All children of a quad.
     template <unsigned int turned>
     void add_four(unsigned int f, unsigned int begin) {
-        const unsigned int center = m_coarse.face_children[f];
+        const unsigned int center = m_face_children[f];
         const unsigned int first = 4 * m_count;
         m_count += 4;
         m_valences[center] = 4;
-        unsigned int points[4], inner[4], starts[4], ends[4];  // of the four edges; halves at their two ends
+        unsigned int points[4], starts[4], ends[4];  // of the four edges; halves at their two ends
         for (unsigned int j = 0; j < 4; ++j) {
-            const unsigned int c = begin + j;
-            const unsigned int e = m_coarse.corner_edges[c];
-            const unsigned int is_forward = m_edge_ends[2 * e] == m_coarse.corner_vertices[c] ? 1 : 0;
-            points[j] = m_coarse.edge_children[e];
-            inner[j] = m_inner_edges[c];
+            const unsigned int e = m_edges[begin + j];
+            const unsigned int is_forward = m_edge_ends[2 * e] == m_corners[begin + j] ? 1 : 0;
+            points[j] = m_edge_children[e];
             starts[j] = m_edge_halves[2 * e + 1 - is_forward];
             ends[j] = m_edge_halves[2 * e + is_forward];
         }
 #pragma GCC unroll 4
         for (unsigned int j = 0; j < 4; ++j) {
-            const unsigned int behind = (j + 3) & 3u;
-            const unsigned int turn = turned * j;
-            const auto corner = [&](unsigned int k) { return first + 4 * j + ((k + turn) & 3u); };
-            const unsigned int vertex = m_coarse.vertex_children[m_coarse.corner_vertices[begin + j]];
+            const unsigned int behind = (j + 3) & 3u, next = (j + 1) & 3u;
+            const auto corner = [&](unsigned int k) { return first + 4 * j + ((k + turned * j) & 3u); };
+            const unsigned int vertex = m_vertex_children[m_corners[begin + j]];
             m_corner_vertices[corner(0)] = vertex;
             m_corner_vertices[corner(1)] = points[j];
             m_corner_vertices[corner(2)] = center;
@@ -200,59 +206,89 @@ public:
             ++m_valences[vertex];
             m_valences[points[j]] += 2;
             // Inner edge j is the second of child j and the third of child j + 1.
-            const unsigned int next = (j + 1) & 3u;
-            const unsigned int opposite = first + 4 * next + ((2 + turned * next) & 3u);
-            m_corner_edges[corner(1)] = m_corner_edges[opposite] = inner[j];
-            m_opposites[corner(1)] = opposite;
-            m_opposites[opposite] = corner(1);
-            m_edge_corners[inner[j]] = corner(1);
+            join_inside(begin + j, corner(1), first + 4 * next + ((2 + turned * next) & 3u));
             join(corner(0), starts[j]);
             join(corner(3), ends[behind]);
         }
     }
 
-    // The child at corner j of a face.
-    void add(unsigned int f, unsigned int begin, unsigned int count, unsigned int j) {
-        const unsigned int c = begin + j;
-        const unsigned int p = begin + (j == 0 ? count - 1 : j - 1);
-        const unsigned int v = m_coarse.corner_vertices[c];
-        const unsigned int ahead = m_coarse.corner_edges[c];
-        const unsigned int behind = m_coarse.corner_edges[p];
-        const unsigned int vertices[4] = {m_coarse.vertex_children[v], m_coarse.edge_children[ahead],
-                                          m_coarse.face_children[f], m_coarse.edge_children[behind]};
-        const unsigned int edges[4] = {half_at(ahead, v), m_inner_edges[c], m_inner_edges[p], half_at(behind, v)};
-        const unsigned int turn = m_coarse.is_quads() ? j : 0;
-        const unsigned int first = 4 * m_count++;
-        for (unsigned int k = 0; k < 4; ++k) {
-            const unsigned int corner = first + ((k + turn) & 3u);
-            m_corner_vertices[corner] = vertices[k];
-            ++m_valences[vertices[k]];
-            join(corner, edges[k]);
+    // The children at those of a face's corners whose vertices have some.
+    void add_some(unsigned int f, unsigned int begin, unsigned int count) {
+        const unsigned int center = m_face_children[f];
+        const unsigned int last = begin + count - 1;
+        unsigned int first_child = none, former = none;  // the children at corner 0 and at the corner before
+        unsigned int behind = last;
+        for (unsigned int c = begin; c <= last; behind = c++) {
+            const unsigned int vertex = m_vertex_children[m_corners[c]];
+            if (vertex == none) {
+                former = none;
+                continue;
+            }
+            const unsigned int child = 4 * m_count++;
+            const unsigned int turn = m_turned * (c - begin);
+            const auto corner = [&](unsigned int k) { return child + ((k + turn) & 3u); };
+            const unsigned int ahead_point = m_edge_children[m_edges[c]];
+            const unsigned int behind_point = m_edge_children[m_edges[behind]];
+            m_corner_vertices[corner(0)] = vertex;
+            m_corner_vertices[corner(1)] = ahead_point;
+            m_corner_vertices[corner(2)] = center;
+            m_corner_vertices[corner(3)] = behind_point;
+            ++m_valences[vertex];
+            ++m_valences[ahead_point];
+            ++m_valences[center];
+            ++m_valences[behind_point];
+            join(corner(0), half_at(m_edges[c], m_corners[c]));
+            join(corner(3), half_at(m_edges[behind], m_corners[c]));
+            if (former != none)
+                join_inside(behind, former, corner(2));
+            else
+                end_inside(behind, corner(2));
+            end_inside(c, corner(1));
+            former = corner(1);
+            if (c == begin) first_child = corner(2);
         }
+        if (former != none && first_child != none) join_inside(last, former, first_child);
     }
 
     unsigned int count() const { return m_count; }
 
 private:
+    // The first that comes has none across until the second does.
     void join(unsigned int corner, unsigned int e) {
+        const unsigned int former = m_edge_corners[e];
+        const unsigned int other = m_edge_marks[e] == 0 ? former : none;
+        const bool is_joined = other != none;
         m_corner_edges[corner] = e;
+        m_edge_corners[e] = former == none ? corner : former;
+        m_opposites[corner] = other;
+        m_opposites[is_joined ? other : corner] = is_joined ? corner : none;
+    }
+    // The edge inside a face that begins at the point of its face-corner c's edge.
+    void join_inside(unsigned int c, unsigned int corner, unsigned int other) {
+        end_inside(c, corner);
+        const unsigned int e = m_corner_edges[other] = m_corner_edges[corner];
+        if (e != none) m_edge_corners[e] = corner;
+        m_opposites[corner] = other;
+        m_opposites[other] = corner;
+    }
+    void end_inside(unsigned int c, unsigned int corner) {
+        const unsigned int e = m_corner_edges[corner] = m_inner_edges != nullptr ? m_inner_edges[c] : none;
+        if (e != none) m_edge_corners[e] = corner;
         m_opposites[corner] = none;
-        const unsigned int other = m_edge_corners[e];
-        if (other == none) {
-            m_edge_corners[e] = corner;
-        } else if (m_edge_marks[e] == 0) {
-            m_opposites[corner] = other;
-            m_opposites[other] = corner;
-        }
     }
     unsigned int half_at(unsigned int edge, unsigned int v) const {
         return m_edge_halves[2 * edge + (m_edge_ends[2 * edge] == v ? 0 : 1)];
     }
 
-    const RefinementLevel& m_coarse;
-    const unsigned int* m_inner_edges;
+    const unsigned int* m_corners;
+    const unsigned int* m_edges;
+    const unsigned int* m_vertex_children;
+    const unsigned int* m_edge_children;
+    const unsigned int* m_face_children;
     const unsigned int* m_edge_ends;
     const unsigned int* m_edge_halves;
+    const unsigned int* m_inner_edges;  // null: they have no numbers
+    unsigned int m_turned;              // whether children keep their parent's frame
     unsigned int* m_corner_vertices;
     unsigned int* m_corner_edges;
     unsigned int* m_opposites;
@@ -296,7 +332,7 @@ void make_children(RefinementLevel& coarse, RefinementLevel& fine, const Touched
         coarse.first_children[f] = maker.count();
         for (unsigned int j = 0; j < count; ++j) fine.places[maker.count() + j] = child_place(coarse, f, begin, j);
         if (count != 4)
-            for (unsigned int j = 0; j < count; ++j) maker.add(f, begin, count, j);
+            maker.add_some(f, begin, count);
         else if (coarse.is_quads())
             maker.add_four<1>(f, begin);
         else
@@ -304,9 +340,7 @@ void make_children(RefinementLevel& coarse, RefinementLevel& fine, const Touched
     }
     for (const unsigned int f : touched) {
         if (coarse.states[f] == FaceState::refined) continue;
-        const unsigned int begin = coarse.face_begin(f), count = coarse.face_end(f) - begin;
-        for (unsigned int j = 0; j < count; ++j)
-            if (is_child(begin + j)) maker.add(f, begin, count, j);
+        maker.add_some(f, coarse.face_begin(f), coarse.face_end(f) - coarse.face_begin(f));
     }
 }
 
@@ -356,7 +390,8 @@ void refine_level(RefinementLevel& coarse, RefinementLevel& fine, bool is_cage, 
     fine.depth = coarse.depth + 1;
     KeptScratch<StepScratch> scratch;
     number_vertices(coarse, fine, scratch->touched);
-    split_edges(coarse, fine, *scratch, is_cage, options.chaikin);
+    const bool is_last = fine.depth >= static_cast<int>(std::min(options.depth, RefinementOptions::max_depth));
+    split_edges(coarse, fine, *scratch, is_cage, !is_last, options.chaikin);
     make_children(coarse, fine, scratch->touched, scratch->inner_edges);
     step_sharp_vertices(coarse, fine, options.border_rule, scratch->sharpness);
     coarse.has_step = true;

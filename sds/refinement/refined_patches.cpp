@@ -6,8 +6,8 @@
 
 #include "sds/common/array_bytes.h"
 #include "sds/refinement/handed_edges.h"
+#include "sds/refinement/level_kernels/level_kernels.h"
 #include "sds/refinement/patch_values.h"
-#include "sds/refinement/regular_kernels/regular_kernels.h"
 
 namespace sds {
 
@@ -43,6 +43,7 @@ struct ExactSink {
     void end_level(const PatchLimits<Vec3d>&) {}
     void begin_leaves(const RefinementLevel&) {}
     void end_leaves(const RefinementLevel&) {}
+    static bool add_smooth_leaf(unsigned int, unsigned int) { return false; }
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>&, PatchLimits<Vec3d>&,
                      RegularPatches<Vec3d>& regular) {
         for_each_face(level, FaceState::emitted, [&](unsigned int f) {
@@ -72,6 +73,21 @@ double shortest_safe_edge(const CoreBasicArray<Vec3f>& positions) {
     for (const Vec3f& p : positions)
         for (unsigned int i = 0; i < 3; ++i) largest = std::max(largest, std::fabs(p[i]));
     return 4096.0 * static_cast<double>(std::nextafter(largest, 2.0f * largest) - largest);
+}
+
+const LeafWeights* get_leaf_weights() {
+    struct Table {
+        LeafWeights at[max_leaf_valence + 1] = {};
+        Table() {
+            static_assert(max_leaf_valence == max_summed_valence);
+            for (unsigned int n = 1; n <= max_leaf_valence; ++n) {
+                const ClosedFanWeights<ExactTrig>& weights = closed_fan_weights<ExactTrig>(n);
+                at[n] = {weights.edge, weights.diagonal, turn_cosine<ExactTrig>(n)};
+            }
+        }
+    };
+    static const Table table;
+    return table.at;
 }
 
 template <class Sink>
@@ -109,7 +125,8 @@ public:
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits,
                      RegularPatches<Vec3d>& regular) {
         set_sharp_limits(level, values, limits);
-        const bool has_short = compute_controls(level, view(level, values, limits));
+        m_faces = view(level, values, limits);
+        const bool has_short = compute_controls(level, m_faces);
         if (!has_short && m_like == nullptr && m_storage != NetStorage::all) return;
         make_room_for_nets(level, FaceState::emitted);
         run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
@@ -129,6 +146,15 @@ public:
         make_room_for_nets(level, FaceState::leaf);
     }
     // Any thread.
+    bool add_smooth_leaf(unsigned int face, unsigned int patch) {
+        Vec3f* controls = get_controls(patch);
+        Vec3f* nets = get_nets(patch);
+        if (!get_level_kernels().compute_leaf(m_faces, face, controls->get_data(),
+                                              nets != nullptr ? nets->get_data() : nullptr))
+            return false;
+        if (m_tasks == nullptr) m_handed.exchange(face, controls);
+        return true;
+    }
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
         Vec3f* controls = get_controls(patch);
@@ -148,9 +174,9 @@ private:
             if (level.vertex_kinds[vertex.vertex] != RefinementLevel::irregular_vertex)
                 limits.set_untouched(vertex.vertex, limit_point(level, values, vertex.vertex));
     }
-    RegularFaces view(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits) {
+    LevelFaces view(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits) {
         static_assert(sizeof(FaceState) == 1);
-        RegularFaces faces;
+        LevelFaces faces;
         faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
         faces.patches = level.face_patches.get_data();
         faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
@@ -165,12 +191,17 @@ private:
         faces.net_offsets = m_patches.m_net_offsets.get_data();
         faces.shortest_squared = m_shortest_squared;
         faces.emitted = static_cast<unsigned char>(FaceState::emitted);
+        static_assert(RefinementLevel::regular_vertex == 0);
+        faces.kinds = level.vertex_kinds.get_data();
+        faces.valences = level.valences.get_data();
+        faces.sharp_indices = level.sharp_indices.is_empty() ? nullptr : level.sharp_indices.get_data();
+        faces.leaf_weights = get_leaf_weights();
         return faces;
     }
     // Exchanges what is handed, too. Returns whether any patch is so short that it needs nets; the net offsets say
     // which.
-    bool compute_controls(const RefinementLevel& level, const RegularFaces& faces) {
-        const RegularKernels& kernels = get_regular_kernels();
+    bool compute_controls(const RefinementLevel& level, const LevelFaces& faces) {
+        const LevelKernels& kernels = get_level_kernels();
         if (m_tasks == nullptr) {
             // Few at a time, so that what is exchanged is still in the cache.
             constexpr unsigned int chunk = 32;
@@ -202,9 +233,8 @@ private:
     }
     void exchange(const RefinementLevel& level, FaceState state, unsigned int begin, unsigned int end) {
         if (!m_handed.concerns_level()) return;
-        for_each_face(level, state, begin, end, [&](unsigned int f) {
-            if (m_handed.concerns(f)) m_handed.exchange(f, get_controls(level.face_patches[f]));
-        });
+        for_each_face(level, state, begin, end,
+                      [&](unsigned int f) { m_handed.exchange(f, get_controls(level.face_patches[f])); });
     }
     // Gives the patches of a level's faces that store nets, which the net offsets say, their places.
     void make_room_for_nets(const RefinementLevel& level, FaceState state) {
@@ -238,6 +268,7 @@ private:
     const RefinedPatches* m_like = nullptr;
     SysThreadTaskManager* m_tasks;
     unsigned int m_capacity = 0;  // of points
+    LevelFaces m_faces{};         // of the level under work
     HandedEdges m_handed;
 };
 

@@ -3,48 +3,83 @@
 #pragma once
 
 #include "sds/common/value_ops.h"
+#include "sds/refinement/level_kernels/level_kernels.h"
 #include "sds/refinement/refinement_level.h"
 
 namespace sds {
+
+// Values that have kernels of their own.
+template <class Value>
+inline constexpr bool is_point = std::is_same_v<Value, GMathVec3<double>>;
 
 // The values of one level and what its rules need of them.
 template <class Value>
 struct LevelValues {
     // What is around a vertex: `edges` is summed over the two edges of every face, so that an edge between two faces
     // counts twice; `faces` over the face points.
+    // Points take four lanes each.
     struct Sums {
-        Value edges, faces;
+        alignas(is_point<Value> ? 32 : alignof(Value)) Value edges;
+        alignas(is_point<Value> ? 32 : alignof(Value)) Value faces;
     };
     CoreArray<Value> points;
     CoreArray<Value> face_points;
     CoreArray<Sums> sums;
 
     void reserve(unsigned int face_count, unsigned int vertex_count) {
-        points.reserve(vertex_count + 1);  // kernels read one number behind the last
-        face_points.reserve(face_count);
+        points.reserve(vertex_count + 1);  // kernels read and write one number behind the last
+        face_points.reserve(face_count + 1);
         sums.reserve(vertex_count);
     }
 };
 
-// Face points and sums from the points, of the faces that is_needed(face) says so of and the vertices that have no
-// other faces.
-template <class Value, class IsNeeded>
-void sum_neighbors(const RefinementLevel& level, LevelValues<Value>& values, const IsNeeded& is_needed) {
+// A level of quads as the kernels of points see it; the sums have been resized.
+inline LevelPoints get_level_points(const RefinementLevel& level, LevelValues<GMathVec3<double>>& values) {
+    LevelPoints view{};
+    view.face_count = level.face_count;
+    view.edge_count = level.edge_count;
+    view.vertex_count = level.vertex_count;
+    view.vertices = level.corner_vertices.get_data();
+    view.opposites = level.edges.opposite_edges.get_data();
+    view.valences = level.valences.get_data();
+    view.edge_corners = level.edge_corners.get_data();
+    view.edge_ends = level.edge_ends.get_data();
+    view.edge_sharpness = level.edge_sharpness.get_data();
+    view.infinite_sharpness = infinite_sharpness;
+    view.vertex_children = level.vertex_children.get_data();
+    view.edge_children = level.edge_children.get_data();
+    view.face_children = level.face_children.get_data();
+    view.points = reinterpret_cast<const double*>(values.points.get_data());
+    view.face_points = reinterpret_cast<double*>(values.face_points.get_data());
+    view.sums = reinterpret_cast<double*>(values.sums.get_data());
+    static_assert(sizeof(LevelValues<GMathVec3<double>>::Sums) == 8 * sizeof(double));
+    return view;
+}
+
+// Face points and sums from the points, of the given faces, in increasing order, and of the vertices that have no
+// others.
+template <class Value>
+void sum_neighbors(const RefinementLevel& level, LevelValues<Value>& values,
+                   const CoreBasicArray<unsigned int>& faces) {
     using Scalar = typename ValueOps<Value>::Scalar;
     using Sums = typename LevelValues<Value>::Sums;
+    values.reserve(level.face_count, level.vertex_count);
     values.face_points.resize(level.face_count);
     values.sums.resize(level.vertex_count);
+    if constexpr (is_point<Value>)
+        if (level.is_quads())
+            return get_level_kernels().sum_neighbors(get_level_points(level, values), faces.get_data(),
+                                                     faces.get_count());
     const Value* points = values.points.get_data();
     Sums* sums = values.sums.get_data();
-    for (unsigned int f = 0; f < level.face_count; ++f) {
-        if (!is_needed(f)) continue;
+    for (const unsigned int f : faces)
         for (unsigned int c = level.face_begin(f), end = level.face_end(f); c < end; ++c)
             sums[level.corner_vertices[c]] = {ValueOps<Value>::zero(), ValueOps<Value>::zero()};
-    }
-    level.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
-        if (!is_needed(f)) return;
+    for (const unsigned int f : faces) {
+        const unsigned int begin = level.face_begin(f);
+        const unsigned int count = level.face_end(f) - begin;
         const unsigned int* corners = level.corner_vertices.get_data() + begin;
-        if constexpr (!std::is_same_v<decltype(count), unsigned int>) {
+        if (count == 4 && level.is_quads()) {
             const Value& a = points[corners[0]];
             const Value& b = points[corners[1]];
             const Value& c = points[corners[2]];
@@ -70,12 +105,14 @@ void sum_neighbors(const RefinementLevel& level, LevelValues<Value>& values, con
                 sum.faces = sum.faces + center;
             }
         }
-    });
+    }
 }
 
 template <class Value>
 void sum_neighbors(const RefinementLevel& level, LevelValues<Value>& values) {
-    sum_neighbors(level, values, [](unsigned int) { return true; });
+    CoreArray<unsigned int> all(level.face_count);
+    for (unsigned int f = 0; f < level.face_count; ++f) all[f] = f;
+    sum_neighbors(level, values, all);
 }
 
 // Weights in smooth edge points: of the two ends and of the two face points.
@@ -91,21 +128,17 @@ inline EdgeWeights smooth_edge_weights(unsigned int size0, unsigned int size1, b
     return {0.5 * (1.0 - 2.0 * face), face};
 }
 
-// Points of the next level. `values` is complete; `next` gets its points.
+// Points of the next level. `values` is complete where the step makes points; `next` gets its points.
 template <class Value>
 void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bool smooth_triangles,
-                   const LevelValues<Value>& values, LevelValues<Value>& next) {
+                   LevelValues<Value>& values, LevelValues<Value>& next) {
     using Scalar = typename ValueOps<Value>::Scalar;
+    next.points.reserve(fine.vertex_count + 1);
     next.points.resize(fine.vertex_count);
     const Value* points = values.points.get_data();
     Value* out = next.points.get_data();
 
-    for (unsigned int f = 0; f < level.face_count; ++f)
-        if (level.face_children[f] != none) out[level.face_children[f]] = values.face_points[f];
-
-    for (unsigned int e = 0; e < level.edge_count; ++e) {
-        const unsigned int child = level.edge_children[e];
-        if (child == none) continue;
+    const auto edge_point = [&](unsigned int e) {
         const Value ends = points[level.edge_ends[2 * e]] + points[level.edge_ends[2 * e + 1]];
         const float s = level.edge_sharpness[e];
         Scalar crease = 1;
@@ -116,10 +149,7 @@ void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bo
             };
             crease = s > 0.0f ? static_cast<Scalar>(edge_crease_weight(s, half(0), half(1))) : Scalar(0);
         }
-        if (crease == Scalar(1)) {
-            out[child] = ends * Scalar(0.5);
-            continue;
-        }
+        if (crease == Scalar(1)) return Value(ends * Scalar(0.5));
         const unsigned int c = level.edge_corners[e];
         const unsigned int f0 = level.face_of(c);
         const unsigned int f1 = level.face_of(level.edges.opposite_edges[c]);
@@ -132,9 +162,8 @@ void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bo
                                                       level.face_end(f1) - level.face_begin(f1), smooth_triangles);
             smooth = ends * static_cast<Scalar>(w.end) + faces * static_cast<Scalar>(w.face);
         }
-        out[child] = crease == Scalar(0) ? smooth : ends * (Scalar(0.5) * crease) + smooth * (Scalar(1) - crease);
-    }
-
+        return crease == Scalar(0) ? smooth : ends * (Scalar(0.5) * crease) + smooth * (Scalar(1) - crease);
+    };
     // (n - 2) / n V + mean of the edges' ends / n + mean of the face points / n (Catmull and Clark 1978).
     const auto smooth_point = [&](unsigned int v) {
         const auto n = static_cast<Scalar>(level.valences[v]);
@@ -142,8 +171,26 @@ void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bo
         const auto& sum = values.sums[v];
         return points[v] * ((n - Scalar(2)) * inverse) + (sum.edges * Scalar(0.5) + sum.faces) * (inverse * inverse);
     };
-    for (unsigned int v = 0; v < level.vertex_count; ++v)
-        if (level.vertex_children[v] != none) out[level.vertex_children[v]] = smooth_point(v);
+
+    bool has_kernel = false;
+    if constexpr (is_point<Value>) {
+        has_kernel = level.is_quads();
+        if (has_kernel) {
+            LevelPoints view = get_level_points(level, values);
+            view.fine_points = reinterpret_cast<double*>(out);
+            if (!get_level_kernels().refine_points(view))
+                for (const unsigned int e : level.sharp_edges)
+                    if (level.edge_children[e] != none) out[level.edge_children[e]] = edge_point(e);
+        }
+    }
+    if (!has_kernel) {
+        for (unsigned int f = 0; f < level.face_count; ++f)
+            if (level.face_children[f] != none) out[level.face_children[f]] = values.face_points[f];
+        for (unsigned int e = 0; e < level.edge_count; ++e)
+            if (level.edge_children[e] != none) out[level.edge_children[e]] = edge_point(e);
+        for (unsigned int v = 0; v < level.vertex_count; ++v)
+            if (level.vertex_children[v] != none) out[level.vertex_children[v]] = smooth_point(v);
+    }
     for (const SharpVertex& vertex : level.sharp_vertices) {
         const unsigned int v = vertex.vertex;
         if (level.vertex_children[v] == none) continue;

@@ -50,7 +50,7 @@ CameraView front_view() {
 RenderOptions unshaded(unsigned int samples) {
     RenderOptions options;
     options.background = false;
-    options.shading.shadow = false;
+    options.shading.key_rays = 0;
     options.shading.ambient_rays = 0;
     options.samples = samples;
     return options;
@@ -191,7 +191,7 @@ TEST(Renderer, ShadowsAndOcclusionOnlyTakeLightAwayFromOthers) {
         const SceneOf scene(cloud);
         RenderOptions options;
         options.samples = 4;
-        options.shading.shadow = shadow;
+        options.shading.key_rays = shadow ? 1 : 0;
         if (ambient_rays == 0) options.shading.ambient_rays = 0;
         return values_of(render(scene, Camera(scene.get_bbox(), {}, 48, 48), options, nullptr), "G");
     };

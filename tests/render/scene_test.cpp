@@ -49,9 +49,8 @@ TEST(Scene, OffersTheFirstOfEqualPrimitivesOnly) {
 
 // Traces the rays one by one, in packets of every size, and for occlusion, and compares with `find_nearest`.
 // `tolerance` is a distance.
-void expect_nearest_hits(const SphereCloud& cloud, const Shutter& shutter, const std::vector<GeometryRay>& rays,
+void expect_nearest_hits(const SphereCloud& cloud, const Scene& scene, const std::vector<GeometryRay>& rays,
                          double tolerance) {
-    const SceneOf scene(cloud, shutter);
     RenderThread thread(scene.get_shader_ctx());
     unsigned int hit_count = 0;
     const auto expect_hit = [&](const GeometryRay& ray, unsigned int object, const Expected& expected, size_t i) {
@@ -85,9 +84,17 @@ void expect_nearest_hits(const SphereCloud& cloud, const Shutter& shutter, const
         scene.intersect_packet(packet, width, thread, objects);
         for (unsigned int i = 0; i < width; ++i)
             ASSERT_NO_FATAL_FAILURE(expect_hit(packet[i], objects[i], expected[begin + i], begin + i));
+        std::copy_n(rays.begin() + static_cast<std::ptrdiff_t>(begin), width, packet);
+        scene.occluded_packet(packet, width, thread);
+        for (unsigned int i = 0; i < width; ++i)
+            ASSERT_EQ(packet[i].hit.primitive != no_index, expected[begin + i].primitive != no_index) << begin + i;
     }
-    EXPECT_EQ(thread.hit_count, 3u * hit_count);
-    EXPECT_EQ(thread.ray_count, 3u * rays.size());
+    EXPECT_EQ(thread.hit_count, 4u * hit_count);
+    EXPECT_EQ(thread.ray_count, 4u * rays.size());
+}
+void expect_nearest_hits(const SphereCloud& cloud, const Shutter& shutter, const std::vector<GeometryRay>& rays,
+                         double tolerance) {
+    expect_nearest_hits(cloud, SceneOf(cloud, shutter), rays, tolerance);
 }
 
 TEST(Scene, FindsTheNearestHitAtAnySizeAndDistance) {
@@ -105,7 +112,30 @@ TEST(Scene, FindsTheNearestHitAtAnySizeAndDistance) {
         SCOPED_TRACE(each.name);
         const SphereCloud cloud(make_spheres(200, each.center, each.size));
         const double tolerance = 1e-8 * each.size * each.distance + 1e-9 * each.center.length();
-        expect_nearest_hits(cloud, {}, make_rays(4000, each.center, each.size, each.distance), tolerance);
+        expect_nearest_hits(cloud, Shutter{}, make_rays(4000, each.center, each.size, each.distance), tolerance);
+    }
+}
+
+// Frames of other spheres in the same scene: some that stood in one place part, one vanishes and comes back, their
+// number changes.
+TEST(Scene, FollowsItsObjectsFromFrameToFrame) {
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const HierarchyUse use : {HierarchyUse::refitted, HierarchyUse::still}) {
+        SphereCloud cloud(std::vector<render_test::Sphere>(200));
+        Scene scene;
+        scene.add(cloud);
+        scene.commit(use);
+        for (const double size : {1.0, 3.0, 0.2, 1.5, 1e-3}) {
+            SCOPED_TRACE(size);
+            const Vec3 center{10 * size, 0, -size};
+            std::vector<render_test::Sphere> spheres = make_spheres(size == 1.5 ? 150 : 200, center, size);
+            if (size == 0.2) spheres[17].center[0] = nan;
+            cloud.set_spheres(spheres);
+            scene.update();
+            expect_nearest_hits(cloud, scene, make_rays(1000, center, size, 3.0), 3e-8 * size + 1e-9 * center.length());
+            EXPECT_TRUE(scene.get_bbox().contains(spheres[0].center));
+            EXPECT_LT(scene.get_radius(), 3.0 * size);
+        }
     }
 }
 

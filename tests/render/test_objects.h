@@ -51,6 +51,7 @@ public:
     void set_path(const std::vector<double>& times, const std::vector<Vec3>& offsets);
 
     const std::vector<Sphere>& get_spheres() const { return m_spheres; }
+    void set_spheres(std::vector<Sphere> spheres) { m_spheres = std::move(spheres); }
     Vec3 get_offset(double time) const;
 
     GMathBbox3<double> get_bbox() const override;

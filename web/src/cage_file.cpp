@@ -25,11 +25,14 @@ std::string to_sentence(std::string text, const std::string& detail, const std::
     return text;
 }
 
-/// "file:12" as "line 12"; places that are no lines stay as they are.
+/// "file:12:3" as "line 12, column 3"; places that are no lines stay as they are.
 std::string to_place(const std::string& place) {
     if (place == file_name) return {};
     const std::string head = std::string(file_name) + ":";
-    return place.starts_with(head) ? "line " + place.substr(head.size()) : place;
+    if (!place.starts_with(head)) return place;
+    const std::size_t colon = place.find(':', head.size());
+    const std::string line = "line " + place.substr(head.size(), colon - head.size());
+    return colon == std::string::npos ? line : line + ", column " + place.substr(colon + 1);
 }
 
 CageFile read_obj_cage(std::string_view text, bool is_refined) {
@@ -56,7 +59,7 @@ CageFile read_usda_cage(std::string_view text, bool is_refined) {
     for (const sds_usda::UsdFinding& finding : read.findings.entries()) file.notes.push_back(to_note(finding));
     if (!read.scene) return file;
     Findings findings;
-    file.cage = make_cage(*read.scene, is_refined, findings);
+    file.cage = make_cage(*read.scene, is_refined, file_name, findings);
     for (Note& note : to_notes(findings)) file.notes.push_back(std::move(note));
     return file;
 }

@@ -5,14 +5,14 @@
 #include "model/finding.h"
 
 #include <optional>
+#include <string>
 
 namespace sds_page {
 
-/// The meshes of a scene as one cage, in the world's space at the first time code, a shading group for every mesh. Left
-/// out are meshes that are invisible there or made for guides and proxies. Rules of borders, creases and triangles are
-/// the first mesh's; UVs are its `st` or first pair of texture coordinates. Nothing, with errors in `findings`, when
-/// what is left is no mesh to subdivide.
+/// The meshes that are visible at a scene's first frame as one cage, in the world's space, a shading group for every
+/// instance. Its rules of borders and triangles are the first mesh's. Nothing, with errors in `findings`, whose places
+/// begin with `file`, when what is left is no mesh to subdivide.
 std::optional<sds_model::ControlCage> make_cage(const sds_usda::UsdScene& scene, bool is_refined,
-                                                sds_model::Findings& findings);
+                                                const std::string& file, sds_model::Findings& findings);
 
 }  // namespace sds_page

@@ -1,8 +1,9 @@
 from os import PathLike
-from typing import Any, Callable, Iterable, Literal, Mapping, NamedTuple, Sequence, Union
+from typing import Any, Callable, Iterable, Literal, Mapping, NamedTuple, Sequence, TypedDict, Union
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
+from typing_extensions import Unpack
 
 _Map = Union[ArrayLike, tuple[ArrayLike, ArrayLike]]
 
@@ -41,7 +42,24 @@ _Orientation = Literal["rightHanded", "leftHanded"]
 _Scheme = Literal["catmullClark", "bilinear"]
 _Kind = Literal["vertex", "varying", "uniform", "constant"]
 
+_UpAxis = Literal["x", "y", "z"]
+_ColorMap = Literal["viridis", "heat", "gray", "blue-red"]
+
 __version__: str
+
+class _RayLimits(TypedDict, total=False):
+    tnear: ArrayLike
+    tfar: ArrayLike
+    time: ArrayLike
+
+class _Modes(TypedDict, total=False):
+    interpolation: _Interpolation | None
+    uv_interpolation: _UvInterpolation | None
+    isolation: int
+    isolation_error: float
+    fractional: _Fractional
+    crease_method: _CreaseMethod
+    triangle_rule: _TriangleRule
 
 class Finding(NamedTuple):
     code: str
@@ -117,7 +135,7 @@ class Surface:
         *,
         creases: _Map | None = None,
         uvs: _Map | Mapping[str, _Map] | None = None,
-        colors: ArrayLike | None = None,
+        colors: _Map | None = None,
         groups: ArrayLike | None = None,
         group_names: Sequence[str] | None = None,
         interpolation: _Interpolation | None = None,
@@ -148,24 +166,10 @@ class Surface:
         displayColor: ArrayLike | None = ...,
     ) -> None: ...
     def intersect(
-        self,
-        origins: ArrayLike,
-        directions: ArrayLike,
-        level: int = 0,
-        *,
-        tnear: ArrayLike = 0.0,
-        tfar: ArrayLike = ...,
-        time: ArrayLike = 0.0,
+        self, origins: ArrayLike, directions: ArrayLike, level: int = 0, **limits: Unpack[_RayLimits]
     ) -> Hits: ...
     def occluded(
-        self,
-        origins: ArrayLike,
-        directions: ArrayLike,
-        level: int = 0,
-        *,
-        tnear: ArrayLike = 0.0,
-        tfar: ArrayLike = ...,
-        time: ArrayLike = 0.0,
+        self, origins: ArrayLike, directions: ArrayLike, level: int = 0, **limits: Unpack[_RayLimits]
     ) -> NDArray[np.bool_]: ...
     def sample(self, primitives: ArrayLike, uv: ArrayLike, *, time: ArrayLike = 0.0, level: int = 0) -> Samples: ...
     def limit_points(self, primitives: ArrayLike, uv: ArrayLike) -> LimitPoints: ...
@@ -211,31 +215,47 @@ class Surface:
     @property
     def quad_groups(self) -> NDArray[np.uint32]: ...
 
-_Layer = Literal["N", "Ng", "P", "Z", "st", "uv", "id", "object", "group", "color", "checker", "lines"]
+class Camera(NamedTuple):
+    position: ArrayLike
+    right: ArrayLike
+    up: ArrayLike
+    forward: ArrayLike
+    width: ArrayLike
+    shift_x: ArrayLike = 0.0
+    shift_y: ArrayLike = 0.0
+    lens_radius: ArrayLike = 0.0
+    focus: ArrayLike = 1.0
+    is_parallel: bool = False
+    times: ArrayLike | None = None
+    shutter: tuple[float, float] = ...
+    @property
+    def target(self) -> NDArray[np.float64]: ...
+    @property
+    def field_of_view(self) -> NDArray[np.float64]: ...
+
+_Layer = Union[Literal["N", "Ng", "P", "Z", "st", "uv", "id", "object", "group", "color", "checker", "lines"], str]
+_Transform = Union[ArrayLike, tuple[ArrayLike, ArrayLike]]
 
 class Scene:
     def __init__(
-        self, surfaces: Iterable[Surface], transforms: ArrayLike | None = None, *, level: int = 0
+        self,
+        surfaces: Iterable[Surface],
+        transforms: ArrayLike | Iterable[_Transform] | None = None,
+        *,
+        level: int = 0,
+        names: Iterable[str] | None = None,
+        cameras: Mapping[str, Camera] | None = None,
+        up: _UpAxis = "y",
     ) -> None: ...
     def __len__(self) -> int: ...
+    def __getitem__(self, name: str) -> Surface: ...
     def intersect(
-        self,
-        origins: ArrayLike,
-        directions: ArrayLike,
-        *,
-        tnear: ArrayLike = 0.0,
-        tfar: ArrayLike = ...,
-        time: ArrayLike = 0.0,
+        self, origins: ArrayLike, directions: ArrayLike, **limits: Unpack[_RayLimits]
     ) -> SceneHits: ...
     def occluded(
-        self,
-        origins: ArrayLike,
-        directions: ArrayLike,
-        *,
-        tnear: ArrayLike = 0.0,
-        tfar: ArrayLike = ...,
-        time: ArrayLike = 0.0,
+        self, origins: ArrayLike, directions: ArrayLike, **limits: Unpack[_RayLimits]
     ) -> NDArray[np.bool_]: ...
+    def names_of(self, hits: SceneHits) -> NDArray[np.str_]: ...
     def render(
         self,
         width: int = 640,
@@ -243,25 +263,50 @@ class Scene:
         *,
         layers: _Layer | Iterable[_Layer] = (),
         samples: int = 16,
-        camera: Sequence[ArrayLike] | None = None,
+        camera: str | Camera | Sequence[ArrayLike] | None = None,
         azimuth: float = 35.0,
         elevation: float = 22.0,
         field_of_view: float = 35.0,
-        time: ArrayLike = 0.0,
+        time: ArrayLike | None = None,
         background: bool = True,
+        sun: ArrayLike | None = None,
+        sun_strength: float = 1.0,
+        environment: str | PathLike[str] | None = None,
+        color_by: str | None = None,
+        color_map: _ColorMap = "viridis",
+        color_range: ArrayLike | None = None,
+        texture: str | PathLike[str] | None = None,
+        checker: bool = False,
+        map: int = 0,
+        wire: bool = False,
         progress: Callable[[float], object] | None = None,
     ) -> dict[str, NDArray[Any]]: ...
     @property
     def bbox(self) -> NDArray[np.float64]: ...
+    @property
+    def names(self) -> tuple[str, ...]: ...
+    @property
+    def cameras(self) -> dict[str, Camera]: ...
+    @property
+    def up(self) -> _UpAxis: ...
+    @property
+    def frame(self) -> float: ...
+    @property
+    def frames(self) -> tuple[float, float] | None: ...
+    @property
+    def codes_per_second(self) -> float: ...
+    @property
+    def meters_per_unit(self) -> float: ...
+    @property
+    def findings(self) -> tuple[Finding, ...]: ...
 
-def load_obj(
+def load_obj(path: str | PathLike[str], **modes: Unpack[_Modes]) -> Surface: ...
+def load_usd(
     path: str | PathLike[str],
     *,
-    interpolation: _Interpolation | None = None,
-    uv_interpolation: _UvInterpolation = "corners_fixed",
-    isolation: int = ...,
-    isolation_error: float = 0.0,
-    fractional: _Fractional = "exact",
-    crease_method: _CreaseMethod = "uniform",
-    triangle_rule: _TriangleRule = "catmullClark",
-) -> Surface: ...
+    frame: float | None = None,
+    shutter: ArrayLike | None = None,
+    camera: str | None = None,
+    level: int = 0,
+    **modes: Unpack[_Modes],
+) -> Scene: ...

@@ -131,11 +131,33 @@ def fragments(primitive_values, uv):
     return prims, pairs
 
 
-def colors(value, count):
-    """uint8 rgba [n, 4] from floats in [0, 1] or bytes, with or without alpha."""
-    array = np.asarray(value)
-    if array.ndim != 2 or array.shape[0] != count or array.shape[1] not in (3, 4):
-        raise ValueError(f"colors: shape {array.shape}, expected [{count}, 3] or [{count}, 4]")
+def vector(value, name):
+    """Three finite numbers."""
+    array = doubles(value, name)
+    if array.shape != (3,) or not np.all(np.isfinite(array)):
+        raise ValueError(f"{name}: expected three finite numbers")
+    return array
+
+
+def span(value, name):
+    """The ends of a span, from (open, close) or one number."""
+    times = doubles(value, name)
+    if len(times) not in (1, 2) or not np.all(np.isfinite(times)) or times[0] > times[-1]:
+        raise ValueError(f"{name}: expected one, or (open, close)")
+    return float(times[0]), float(times[-1])
+
+
+def colors(value, point_count, corner_count):
+    """uint8 rgba [n, 4] from floats in [0, 1] or bytes, with or without alpha; one per point, or a pair with an index
+    per face-corner."""
+    if isinstance(value, tuple) and len(value) == 2:
+        corner_indices = indices(value[1], "colors").copy()
+        if len(corner_indices) != corner_count:
+            raise ValueError(f"colors: {len(corner_indices)} indices for {corner_count} face-corners")
+        return colors(value[0], len(value[0]), 0), corner_indices
+    array = np.array(value)
+    if array.ndim != 2 or array.shape[0] != point_count or array.shape[1] not in (3, 4):
+        raise ValueError(f"colors: shape {array.shape}, expected [{point_count}, 3] or [{point_count}, 4]")
     if array.dtype.kind == "f":
         if not np.all(np.isfinite(array)):
             raise ValueError("colors: not finite")
@@ -143,7 +165,7 @@ def colors(value, count):
     elif array.dtype != np.uint8:
         raise TypeError(f"colors: floats or uint8 expected, not {array.dtype}")
     if array.shape[1] == 3:
-        array = np.concatenate([array, np.full((count, 1), 255, np.uint8)], axis=1)
+        array = np.concatenate([array, np.full((len(array), 1), 255, np.uint8)], axis=1)
     return np.ascontiguousarray(array)
 
 

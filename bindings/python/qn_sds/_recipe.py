@@ -30,11 +30,12 @@ def settle(given):
         name: _properties.settle(name, value, len(points), len(counts), len(corners))
         for name, value in (given["properties"] or {}).items()
     }
+    turned = None
     if _words.code_of(given["orientation"], _words.ORIENTATION, "orientation"):
-        order = _words.reversed_corners(counts)
-        corners = corners[order]
-        maps = {name: (values, map_corners[order]) for name, (values, map_corners) in maps.items()}
-        properties = {name: each if each.indices is None else each._replace(indices=each.indices[order])
+        turned = _words.reversed_corners(counts)
+        corners = corners[turned]
+        maps = {name: (values, map_corners[turned]) for name, (values, map_corners) in maps.items()}
+        properties = {name: each if each.indices is None else each._replace(indices=each.indices[turned])
                       for name, each in properties.items()}
     edges, sharpness = _words.crease_edges(given["creases"])
     recipe = {
@@ -56,7 +57,9 @@ def settle(given):
         "orientation": "rightHanded",
     }
     if given["colors"] is not None:
-        recipe["colors"] = _arrays.colors(given["colors"], len(points)).copy()
+        recipe["colors"] = _arrays.colors(given["colors"], len(points), len(corners))
+        if turned is not None and isinstance(recipe["colors"], tuple):
+            recipe["colors"] = recipe["colors"][0], recipe["colors"][1][turned]
     return recipe
 
 
@@ -73,13 +76,15 @@ def from_cage(cage):
         ("interpolation", _words.INTERPOLATION), ("uv_interpolation", _words.UV_INTERPOLATION),
         ("crease_method", _words.CREASE_METHOD), ("triangle_rule", _words.TRIANGLE_RULE))}
     words = {name: codes[cage[name]] for name, codes in word.items()}
-    more = {"motion": None, "properties": {}, "fractional": "exact", "orientation": "rightHanded"}
-    return {**cage, **words, **more}
+    properties = {name: _properties.Property(*each) for name, each in cage["properties"].items()}
+    return {**cage, **words, "properties": properties, "orientation": "rightHanded"}
 
 
 def build(recipe):
     """The extension's surface."""
     edges, sharpness = recipe["creases"]
+    colors = np.zeros((0, 4), np.uint8) if recipe["colors"] is None else recipe["colors"]
+    colors, color_corners = colors if isinstance(colors, tuple) else (colors, np.zeros(0, np.uint32))
     mesh = _native.Mesh(
         recipe["points"],
         recipe["face_counts"],
@@ -91,7 +96,8 @@ def build(recipe):
         recipe["groups"],
         recipe["group_names"],
         [_native.UvArrays(name, *each) for name, each in recipe["uvs"].items()],
-        np.zeros((0, 4), np.uint8) if recipe["colors"] is None else recipe["colors"],
+        colors,
+        color_corners,
         *_arrays.motion(recipe["motion"], len(recipe["points"])),
         [_properties.to_native(name, each) for name, each in recipe["properties"].items()],
     )
@@ -105,9 +111,12 @@ def modes(interpolation, uv_interpolation, fractional, isolation, isolation_erro
         interpolation_code = _words.AS_FILE_SAYS
     else:
         interpolation_code = _words.code_of(interpolation, _words.INTERPOLATION, "interpolation")
+    uv_code = _words.UVS_AS_FILE_SAYS
+    if uv_interpolation is not None:
+        uv_code = _words.code_of(uv_interpolation, _words.UV_INTERPOLATION, "uv_interpolation")
     return _native.Modes(
         interpolation_code,
-        _words.code_of(uv_interpolation, _words.UV_INTERPOLATION, "uv_interpolation"),
+        uv_code,
         _words.code_of(fractional, _words.FRACTIONAL, "fractional"),
         _arrays.whole(isolation, "isolation", 0, 10),
         _arrays.real(isolation_error, "isolation_error"),

@@ -28,20 +28,13 @@ class SceneHits(NamedTuple):
     """Nearest hits of rays in a scene, one per ray."""
 
     instance: np.ndarray  # int32 index of the surface that is hit, -1 where nothing is
-    primitive: np.ndarray  # int32 quad of it, -1 where nothing is hit
+    primitive: np.ndarray  # the others as in `Hits`
     u: np.ndarray
     v: np.ndarray
-    t: np.ndarray  # in lengths of the direction, inf where nothing is hit
+    t: np.ndarray
 
-    @property
-    def hit(self):
-        """True where something is hit."""
-        return self.primitive >= 0
-
-    @property
-    def uv(self):
-        """Coordinates on the quads, [n, 2]."""
-        return np.stack([self.u, self.v], axis=-1)
+    hit = Hits.hit
+    uv = Hits.uv
 
 
 class Samples(NamedTuple):

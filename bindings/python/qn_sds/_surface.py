@@ -10,7 +10,7 @@ from . import _arrays, _native, _properties, _recipe, _words
 from ._errors import Finding, MeshWarning, to_findings
 from ._results import Hits, LimitPoints, PropertySamples, Samples, UvSamples, split
 
-_ISOLATION = 2
+ISOLATION = 2
 
 
 class Surface:
@@ -30,7 +30,8 @@ class Surface:
                           face-corner, -1 where there is none; or values per point; or values per face-corner. Faces
                           share a UV where they are joined on the mesh only; equal values per face-corner of joined
                           faces are one UV
-        colors            [n, 3] or [n, 4], floats in [0, 1] or uint8
+        colors            [n, 3] or [n, 4], floats in [0, 1] or uint8; or (values, indices) with one index per
+                          face-corner
         groups            [faces], shading group of every face, an index into group_names
         group_names       one name per group; "group 0", "group 1", ... by default
         interpolation     "edgeAndCorner" or "corners", "edgeOnly" or "smooth", "bilinear" or "linear", "bordersFixed"
@@ -82,7 +83,7 @@ class Surface:
         motion=None,
         corners=None,
         holes=None,
-        isolation=_ISOLATION,
+        isolation=ISOLATION,
         isolation_error=0.0,
         fractional="exact",
         crease_method="uniform",
@@ -115,7 +116,7 @@ class Surface:
         }
         _words.translate_usd(given, usd)
         self._build(given)
-        self._warn(stacklevel=3)
+        warn_of(self.findings, stacklevel=2)
 
     def _build(self, given):
         """From arguments, or from a recipe, which is trusted no more than they are."""
@@ -201,8 +202,11 @@ class Surface:
         prims, pairs = _arrays.fragments(primitives, uv)
         times = _arrays.per_item(time, "time", len(prims))
         rows = self._native.look_up_property(prims, pairs, times, names.index(name))
-        shape = (len(prims), *_properties.item_shape(self._recipe["properties"][name]))
-        return PropertySamples(*(rows[:, i].reshape(shape) for i in range(3)))
+        if self._recipe is None:
+            item = rows.shape[2:] if rows.shape[2] > 1 else ()
+        else:
+            item = _properties.item_shape(self._recipe["properties"][name])
+        return PropertySamples(*(rows[:, i].reshape(len(prims), *item) for i in range(3)))
 
     @property
     def property_names(self):
@@ -304,10 +308,18 @@ class Surface:
                   ((tnear, "tnear"), (tfar, "tfar"), (time, "time")))
         return trace(*rays, *limits, _arrays.whole(level, "level", *_arrays.LEVELS))
 
-    def _warn(self, stacklevel):
-        for finding in self.findings:
-            if finding.severity == "warning":
-                warnings.warn(str(finding), MeshWarning, stacklevel=stacklevel + 1)
+
+def warn_of(findings, stacklevel):
+    for finding in findings:
+        if finding.severity == "warning":
+            warnings.warn(str(finding), MeshWarning, stacklevel=stacklevel + 1)
+
+
+def from_native(native):
+    """The surface of a file, which the extension has built."""
+    surface = object.__new__(Surface)
+    surface._begin(native, None)
+    return surface
 
 
 def _rebuild(version, recipe, findings):
@@ -325,7 +337,7 @@ def load_obj(
     *,
     interpolation=None,
     uv_interpolation="corners_fixed",
-    isolation=_ISOLATION,
+    isolation=ISOLATION,
     isolation_error=0.0,
     fractional="exact",
     crease_method="uniform",
@@ -337,10 +349,9 @@ def load_obj(
     path = os.fspath(path)
     with open(path, "rb"):
         pass
-    surface = object.__new__(Surface)
     modes = _recipe.modes(
         interpolation, uv_interpolation, fractional, isolation, isolation_error, crease_method, triangle_rule
     )
-    surface._begin(_native.Surface.load_obj(os.fsencode(path), modes), None)
-    surface._warn(stacklevel=2)
+    surface = from_native(_native.Surface.load_obj(os.fsencode(path), modes))
+    warn_of(surface.findings, stacklevel=2)
     return surface

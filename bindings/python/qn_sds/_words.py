@@ -17,6 +17,8 @@ INTERPOLATION = {
     "borders": 3,
 }
 AS_FILE_SAYS = 5
+UVS_AS_FILE_SAYS = 9
+UP = {"x": 0, "y": 1, "z": 2}
 
 FRACTIONAL = {"harden": 0, "drop": 1, "exact": 2, "sharp": 0}
 CREASE_METHOD = {"uniform": False, "chaikin": True}

@@ -116,6 +116,16 @@ void settle_uvs(std::span<const std::uint32_t> face_counts, sds_model::UvSource&
     }
 }
 
+void check_colors(const MeshArrays& mesh, Findings& findings) {
+    const std::size_t count = mesh.colors.size() / 4;
+    for (std::size_t c = 0; c < mesh.color_indices.size(); ++c)
+        if (mesh.color_indices[c] >= count)
+            findings.record(FindingCode::index_out_of_range, [&] {
+                return FirstCase{
+                    "colors, face-corner " + std::to_string(c), index_of(mesh.color_indices[c], count), {}};
+            });
+}
+
 void check_properties(const MeshArrays& mesh, Findings& findings) {
     if (mesh.properties.empty()) return;
     PolyMesh polygons;
@@ -218,6 +228,7 @@ void check_arrays(MeshArrays& mesh, Findings& findings) {
     check_creases(mesh, findings);
     check_corners_and_holes(mesh, findings);
     for (sds_model::UvSource& uvs : mesh.uvs) settle_uvs(mesh.face_counts, uvs, findings);
+    check_colors(mesh, findings);
     if (!findings.has_errors()) check_properties(mesh, findings);
 }
 

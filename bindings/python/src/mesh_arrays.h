@@ -51,8 +51,9 @@ struct MeshArrays {
     std::span<const std::uint32_t> groups;
     std::vector<std::string> group_names;
     std::vector<sds_model::UvSource> uvs;
-    std::span<const std::uint8_t> colors;  ///< rgba per point or empty
-    std::span<const float> motion;         ///< like points or empty
+    std::span<const std::uint8_t> colors;          ///< rgba per point, or per color; or empty
+    std::span<const std::uint32_t> color_indices;  ///< color of every face-corner, or empty
+    std::span<const float> motion;                 ///< like points or empty
     std::vector<sds_model::PropertySource> properties = {};
 };
 

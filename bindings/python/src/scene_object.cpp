@@ -8,6 +8,7 @@
 #include <future>
 #include <limits>
 #include <map>
+#include <optional>
 #include <thread>
 
 #include "model/array_size.h"
@@ -38,22 +39,69 @@ sds_render::Vec3 to_vector(const Array<double>& values) {
     return {values.data()[0], values.data()[1], values.data()[2]};
 }
 
+sds_render::Transform make_transform(const PlaceWords& place) {
+    const auto times = span_of(place.times);
+    std::vector<sds_render::Matrix4> matrices(std::max<std::size_t>(times.size(), 1));
+    const double* row = place.matrices.data();
+    for (sds_render::Matrix4& matrix : matrices)
+        for (unsigned int r = 0; r < 4; ++r, row += 4) std::copy_n(row, 4, matrix[r]);
+    if (times.empty()) return sds_render::Transform(matrices.front());
+    return {{times.begin(), times.end()}, std::move(matrices)};
+}
+
+sds_render::CameraPose read_pose(const double* row) {
+    sds_render::CameraPose pose;
+    for (sds_render::Vec3* vector : {&pose.position, &pose.right, &pose.up, &pose.forward}) {
+        *vector = {row[0], row[1], row[2]};
+        row += 3;
+    }
+    for (double* number : {&pose.width, &pose.shift_x, &pose.shift_y, &pose.lens_radius, &pose.focus}) *number = *row++;
+    pose.is_parallel = *row != 0.0;
+    return pose;
+}
+
+/// Nothing where the scene is to be framed.
+std::optional<sds_render::Camera> make_camera(const ViewWords& words, unsigned int width, unsigned int height) {
+    const auto rows = span_of(words.camera_rows), times = span_of(words.camera_times);
+    std::vector<sds_render::CameraPose> poses;
+    for (std::size_t i = 0; i < rows.size(); i += camera_row_size) poses.push_back(read_pose(&rows[i]));
+    if (!poses.empty()) return sds_render::Camera({times.begin(), times.end()}, std::move(poses), width, height);
+    if (words.position.size() == 0) return std::nullopt;
+    return sds_render::Camera(sds_render::look_at(to_vector(words.position), to_vector(words.target),
+                                                  to_vector(words.up_vector), words.field_of_view, width, height),
+                              width, height);
+}
+
 }  // namespace
 
-SceneObject::SceneObject(const std::vector<const SurfaceObject*>& surfaces, const Array<double>& matrices,
+void write_pose(const sds_render::CameraPose& pose, double* row) {
+    for (const sds_render::Vec3& vector : {pose.position, pose.right, pose.up, pose.forward})
+        row = std::copy_n(vector.get_data(), 3, row);
+    for (const double number :
+         {pose.width, pose.shift_x, pose.shift_y, pose.lens_radius, pose.focus, pose.is_parallel ? 1.0 : 0.0})
+        *row++ = number;
+}
+
+SceneObject::SceneObject(const std::vector<const SurfaceObject*>& surfaces, const std::vector<PlaceWords>& places,
                          unsigned int level) {
-    std::map<const SurfaceState*, std::size_t> known;
+    static const CageProperties none;
+    std::map<const SurfaceState*, std::uint32_t> known;
+    std::vector<sds_model::MeshScene::Mesh> meshes;
+    std::vector<sds_model::MeshInstance> instances;
     for (std::size_t i = 0; i < surfaces.size(); ++i) {
-        m_states.push_back(surfaces[i]->state());
-        const sds_model::Surface& surface = m_states.back()->surface();
-        const auto [entry, is_new] = known.emplace(m_states.back().get(), m_meshes.size());
-        if (is_new) m_meshes.push_back(surface.make_mesh(level));
-        m_mesh_of.push_back(entry->second);
-        m_is_animated |= surface.get_geometry().is_animated();
-        sds_render::Matrix4 matrix;
-        for (unsigned int row = 0; row < 4; ++row) std::copy_n(matrices.data() + 16 * i + 4 * row, 4, matrix[row]);
-        m_transforms.emplace_back(matrix);
+        const std::shared_ptr<const SurfaceState> state = surfaces[i]->state();
+        const auto [entry, is_new] = known.emplace(state.get(), static_cast<std::uint32_t>(meshes.size()));
+        if (is_new) {
+            const CageProperties& properties = state->get_properties() ? *state->get_properties() : none;
+            meshes.push_back({&state->surface(), properties.get_cage(), &properties.sources});
+            m_states.push_back(state);
+            m_is_animated |= state->surface().get_geometry().is_animated();
+        }
+        instances.push_back({places[i].name, entry->second, make_transform(places[i])});
+        m_is_animated |= instances.back().transform.is_moving();
     }
+    const LockRelease release;
+    m_meshes = std::make_unique<sds_model::MeshScene>(meshes, std::move(instances), level);
 }
 
 std::shared_ptr<const sds_render::Scene> SceneObject::get_scene(sds_render::Shutter shutter) const {
@@ -65,7 +113,7 @@ std::shared_ptr<const sds_render::Scene> SceneObject::get_scene(sds_render::Shut
     for (const auto& state : m_states)
         for (const double time : {shutter.open, shutter.close}) state->surface().check_time(time);
     auto scene = std::make_shared<sds_render::Scene>(shutter);
-    for (std::size_t i = 0; i < size(); ++i) scene->add(m_meshes[m_mesh_of[i]], m_transforms[i]);
+    m_meshes->add_to(*scene);
     scene->commit();
     return m_scene = std::move(scene);
 }
@@ -103,7 +151,7 @@ py::tuple SceneObject::intersect(const Array<double>& origins, const Array<doubl
     double *const u_out = u.mutable_data(), *const v_out = v.mutable_data(), *const t_out = t.mutable_data();
     trace(rays, GeometryRayMode::closest, [&](std::size_t i, GeometryHit hit, unsigned int object) {
         const bool is_hit = object != sds_render::no_index;
-        if (is_hit) sds_model::move_to_quad(m_meshes[m_mesh_of[object]], hit);
+        if (is_hit) sds_model::move_to_quad(m_meshes->get_mesh(m_meshes->get_instances()[object]), hit);
         instance_out[i] = is_hit ? static_cast<std::int32_t>(object) : -1;
         primitive_out[i] = is_hit ? static_cast<std::int32_t>(hit.primitive) : -1;
         u_out[i] = is_hit ? hit.u : 0.0;
@@ -124,31 +172,24 @@ py::array SceneObject::occluded(const Array<double>& origins, const Array<double
     return out;
 }
 
-py::dict SceneObject::render(const PictureWords& words, double open, double close, const py::object& progress) const {
-    sds_render::RenderOptions options;
-    options.samples = words.samples;
-    options.background = words.background;
-    for (const std::string& name : words.layers) options.layers.push_back(sds_render::make_layer(name));
-    sds_model::checked_count({words.height, words.width, 4 * (options.layers.size() + 1)}, sizeof(float));
-    const bool is_placed = words.target.size() == 3;
-    const sds_render::Vec3 position = is_placed ? to_vector(words.position) : sds_render::Vec3{0, 0, 0},
-                           target = is_placed ? to_vector(words.target) : position,
-                           up = is_placed ? to_vector(words.up) : position;
+py::dict SceneObject::render(unsigned int width, unsigned int height, const ViewWords& words,
+                             const sds_io::PictureOptions& options, bool keeps_unmapped, double open, double close,
+                             const py::object& progress) const {
+    const auto up = static_cast<sds_render::UpAxis>(words.up);
+    sds_io::check_layer_names(options.layers);
+    sds_model::checked_count({height, width, 4 * (options.layers.size() + 1)}, sizeof(float));
+    const std::optional<sds_render::Camera> placed = make_camera(words, width, height);
+    const sds_render::CameraView view{words.azimuth, words.elevation, up, words.field_of_view};
 
     WatchedProgress bar;
     // On a thread of its own, so that this one, which alone sees signals, can look at them.
     std::future<sds_render::Rendering> picture = std::async(std::launch::async, [&] {
+        sds_render::RenderOptions render_options =
+            make_render_options(options, *m_meshes, up, sds_render::make_group_color(), keeps_unmapped);
+        render_options.layers = sds_io::make_layers(options.layers, *m_meshes);
         const std::shared_ptr<const sds_render::Scene> scene = get_scene({open, close});
-        sds_render::CameraView view;
-        view.azimuth = words.azimuth;
-        view.elevation = words.elevation;
-        view.field_of_view = words.field_of_view;
-        const sds_render::Camera camera =
-            is_placed ? sds_render::Camera(
-                            sds_render::look_at(position, target, up, words.field_of_view, words.width, words.height),
-                            words.width, words.height)
-                      : sds_render::frame_scene(*scene, view, words.width, words.height);
-        return sds_render::render(*scene, camera, options, &bar);
+        return sds_render::render(*scene, placed ? *placed : sds_render::frame_scene(*scene, view, width, height),
+                                  render_options, &bar);
     });
     try {
         for (bool is_done = false; !is_done;) {
@@ -168,7 +209,7 @@ py::dict SceneObject::render(const PictureWords& words, double open, double clos
     sds_render::Rendering rendering = picture.get();
     if (!progress.is_none()) progress(1.0);
     py::dict channels;
-    const Shape shape{extent(words.height), extent(words.width)};
+    const Shape shape{extent(height), extent(width)};
     for (const sds_render::Channel& channel : rendering.image.get_channels()) {
         if (channel.kind == sds_render::ChannelKind::id)
             channels[py::cast(channel.name)] = to_numpy(std::vector(channel.ids), shape);

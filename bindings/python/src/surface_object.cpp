@@ -24,31 +24,6 @@ namespace {
 constexpr std::size_t rays_per_chunk = 1u << 17;  // between two looks at signals
 constexpr unsigned int max_level = 12;
 
-sds_model::FractionalSharpness get_fractional(const ModeWords& words) {
-    return static_cast<sds_model::FractionalSharpness>(words.fractional);
-}
-
-sds_model::SurfaceModes make_modes(const ModeWords& words) {
-    using Mode = SdsMeshGeometry::InterpolationMode;
-    if (words.isolation > SdsRefinement::max_depth)
-        throw std::invalid_argument("isolation " + std::to_string(words.isolation) + ", at most " +
-                                    std::to_string(SdsRefinement::max_depth));
-    if (!(words.isolation_error >= 0.0f && words.isolation_error <= 1.0f))
-        throw std::invalid_argument("isolation_error is a share, from 0 to 1");
-    if (words.interpolation == ModeWords::open_borders && words.isolation == 0)
-        throw std::invalid_argument("interpolation 'none' needs an isolation of 1 and more");
-    sds_model::SurfaceModes modes;
-    modes.positions =
-        words.interpolation < ModeWords::open_borders ? static_cast<Mode>(words.interpolation) : Mode::corners_fixed;
-    modes.uvs = static_cast<SdsMeshMaps::InterpolationMode>(words.uv_interpolation);
-    modes.depth = words.isolation;
-    modes.error = words.isolation_error;
-    modes.open_borders = words.interpolation == ModeWords::open_borders;
-    modes.chaikin = words.chaikin;
-    modes.smooth_triangles = words.smooth_triangles;
-    return modes;
-}
-
 TimeSamples make_time_samples(const Array<double>& times, const Array<float>& samples) {
     const auto t = span_of(times);
     const auto s = span_of(samples);
@@ -108,6 +83,31 @@ py::dict to_counts(const Counts& items) {
 
 }  // namespace
 
+sds_model::SurfaceModes ModeWords::get_modes() const {
+    using Mode = SdsMeshGeometry::InterpolationMode;
+    using UvMode = SdsMeshMaps::InterpolationMode;
+    if (isolation > SdsRefinement::max_depth)
+        throw std::invalid_argument("isolation " + std::to_string(isolation) + ", at most " +
+                                    std::to_string(SdsRefinement::max_depth));
+    if (!(isolation_error >= 0.0f && isolation_error <= 1.0f))
+        throw std::invalid_argument("isolation_error is a share, from 0 to 1");
+    if (interpolation == open_borders && isolation == 0)
+        throw std::invalid_argument("interpolation 'none' needs an isolation of 1 and more");
+    sds_model::SurfaceModes modes;
+    if (interpolation < open_borders) modes.positions = static_cast<Mode>(interpolation);
+    if (uv_interpolation < uvs_as_file_says) modes.uvs = static_cast<UvMode>(uv_interpolation);
+    modes.depth = isolation;
+    modes.error = isolation_error;
+    modes.open_borders = interpolation == open_borders;
+    modes.chaikin = chaikin;
+    modes.smooth_triangles = smooth_triangles;
+    return modes;
+}
+
+sds_model::SurfaceModes ModeWords::get_modes(const sds_model::CageRules& rules) const {
+    return follow_rules(get_modes(), rules, interpolation != as_file_says, uv_interpolation != uvs_as_file_says);
+}
+
 py::str to_path_text(const std::string& text) {
     return py::reinterpret_steal<py::str>(
         PyUnicode_DecodeFSDefaultAndSize(text.data(), static_cast<Py_ssize_t>(text.size())));
@@ -127,11 +127,11 @@ py::list to_list(const sds_model::Findings& findings) {
 }
 
 SurfaceObject::SurfaceObject(MeshWords words, const ModeWords& mode_words) {
-    const sds_model::SurfaceModes modes = make_modes(mode_words);
+    const sds_model::SurfaceModes modes = mode_words.get_modes();
     MeshArrays mesh{span_of(words.points),
                     span_of(words.face_counts),
                     span_of(words.face_indices),
-                    {span_of(words.crease_vertices), span_of(words.crease_sharpness), get_fractional(mode_words)},
+                    {span_of(words.crease_vertices), span_of(words.crease_sharpness), mode_words.get_fractional()},
                     {span_of(words.corner_vertices), span_of(words.corner_sharpness)},
                     span_of(words.holes),
                     modes.is_refined(),
@@ -139,6 +139,7 @@ SurfaceObject::SurfaceObject(MeshWords words, const ModeWords& mode_words) {
                     std::move(words.group_names),
                     {},
                     span_of(words.colors),
+                    span_of(words.color_indices),
                     span_of(words.motion)};
     for (const UvArrays& uv : words.uvs) {
         const auto uv_points = span_of(uv.points);
@@ -167,7 +168,8 @@ SurfaceObject::SurfaceObject(MeshWords words, const ModeWords& mode_words) {
                                    mesh.colors,
                                    sharpness.creases.sharpness,
                                    sharpness.vertices,
-                                   sharpness.holes};
+                                   sharpness.holes,
+                                   mesh.color_indices};
     for (sds_model::UvSource& map : mesh.uvs) {
         join_uvs(cage, map);
         m_facts.uv_joins.push_back(map.join);
@@ -184,24 +186,42 @@ SurfaceObject::SurfaceObject(MeshWords words, const ModeWords& mode_words) {
         std::move(properties));
 }
 
+SurfaceObject::SurfaceObject(sds_model::MeshSource source, sds_model::Findings findings, const ModeWords& words) {
+    throw_errors(findings);
+    m_source = std::make_shared<const sds_model::MeshSource>(std::move(source));
+    const sds_model::ControlCage& cage = m_source->cage;
+    m_facts = {cage.get_vertex_count(), cage.get_polygon_count(), std::move(findings), {}};
+    m_modes = words.get_modes(cage.rules);
+    std::vector<sds_model::UvSource> maps = m_source->further_uvs;
+    if (cage.has_uvs()) maps.insert(maps.begin(), {"uv", cage.uv_points, cage.uv_indices});
+    for (sds_model::UvSource& map : maps) {
+        join_uvs(cage.view(), map);
+        m_facts.uv_joins.push_back(map.join);
+    }
+    sds_model::CageView view = cage.view();
+    view.uv_points = {};
+    view.uv_indices = {};
+    TimeSamples samples{m_source->motion.times, {}};
+    for (const std::vector<float>& each : m_source->motion.samples)
+        samples.positions.insert(samples.positions.end(), each.begin(), each.end());
+    std::shared_ptr<const CageProperties> properties;
+    if (!m_source->properties.empty())
+        properties = std::make_shared<const CageProperties>(
+            CageProperties{cage.polygon_counts, cage.polygon_indices, cage.corner_creases, m_source->properties});
+    m_state = std::make_shared<const SurfaceState>(
+        std::make_unique<sds_model::Surface>(view, maps, m_source->motion.vectors, m_modes, nullptr),
+        std::move(samples), std::move(properties));
+}
+
 std::unique_ptr<SurfaceObject> SurfaceObject::load_obj(const std::string& path, const ModeWords& words) {
     const LockRelease release;
-    const sds_model::SurfaceModes modes = make_modes(words);
     sds_io::ReadObjResult read =
-        sds_io::read_obj(path, {.fractional = get_fractional(words), .is_refined = modes.is_refined()});
+        sds_io::read_obj(path, {.fractional = words.get_fractional(), .is_refined = words.get_modes().is_refined()});
     throw_errors(read.findings);
-    std::unique_ptr<SurfaceObject> object(new SurfaceObject);
-    object->m_cage = std::make_shared<const sds_model::ControlCage>(*read.cage);
-    join_uvs(*read.cage);
-    object->m_facts = {read.cage->get_vertex_count(), read.cage->get_polygon_count(), read.findings, {}};
-    if (read.cage->has_uvs()) object->m_facts.uv_joins.push_back(read.cage->uv_join);
-    const bool has_border_rule = words.interpolation != ModeWords::as_file_says;
-    object->m_modes = follow_rules(modes, read.cage->rules, has_border_rule, true);
-    object->m_state = std::make_shared<const SurfaceState>(
-        std::make_unique<sds_model::Surface>(read.cage->view(), std::vector<sds_model::UvSource>{},
-                                             std::span<const float>{}, object->m_modes, nullptr),
-        TimeSamples{}, nullptr);
-    return object;
+    sds_model::MeshSource source;
+    source.name = path;
+    source.cage = std::move(*read.cage);
+    return std::make_unique<SurfaceObject>(std::move(source), std::move(read.findings), words);
 }
 
 void SurfaceObject::update(const Array<float>& points, const Array<float>& motion, const Array<double>& times,

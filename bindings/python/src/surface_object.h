@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "model/mesh_scene.h"
 #include "numpy_arrays.h"
 #include "surface_state.h"
 
@@ -47,6 +48,7 @@ struct MeshWords {
     std::vector<std::string> group_names;
     std::vector<UvArrays> uvs;
     Array<std::uint8_t> colors;
+    Array<std::uint32_t> color_indices;
     Array<float> motion;
     Array<double> times;
     Array<float> samples;
@@ -59,8 +61,17 @@ struct ModeWords {
     float isolation_error;
     bool chaikin, smooth_triangles;
 
-    static constexpr unsigned int open_borders = 4;  ///< of `interpolation`
-    static constexpr unsigned int as_file_says = 5;  ///< of `interpolation`
+    static constexpr unsigned int open_borders = 4;      ///< of `interpolation`
+    static constexpr unsigned int as_file_says = 5;      ///< of `interpolation`
+    static constexpr unsigned int uvs_as_file_says = 9;  ///< of `uv_interpolation`
+
+    sds_model::FractionalSharpness get_fractional() const {
+        return static_cast<sds_model::FractionalSharpness>(fractional);
+    }
+    /// Throws std::invalid_argument for what does not go together.
+    sds_model::SurfaceModes get_modes() const;
+    /// The same with what a file says where the words leave it open.
+    sds_model::SurfaceModes get_modes(const sds_model::CageRules& rules) const;
 };
 
 /// Members are used with the GIL held; those that take long give it back and work on a snapshot, so that an update
@@ -68,6 +79,10 @@ struct ModeWords {
 class SurfaceObject {
 public:
     SurfaceObject(MeshWords words, const ModeWords& modes);
+
+    /// Of a mesh from a file, its UV maps not yet joined. Throws MeshError when there are errors among the findings. To
+    /// be called without the GIL.
+    SurfaceObject(sds_model::MeshSource source, sds_model::Findings findings, const ModeWords& modes);
 
     static std::unique_ptr<SurfaceObject> load_obj(const std::string& path, const ModeWords& modes);
 
@@ -96,7 +111,8 @@ public:
                                      const Array<double>& times, unsigned int property) const;
     std::vector<std::string> property_names() const;
 
-    /// What a file held, in the words of Surface's arguments, with numbers for the modes. Of surfaces from files only.
+    /// What a file held of the mesh, in the words of Surface's arguments, with numbers for the modes. Of surfaces from
+    /// files only.
     pybind11::dict cage() const;
 
     /// As it is now; later updates do not change it.
@@ -119,8 +135,6 @@ public:
     pybind11::array vertices() const;
 
 private:
-    SurfaceObject() = default;
-
     /// trace(state, shutter, first, last), without the GIL, for a range of rays after the other; signals are looked at
     /// in between.
     template <class Trace>
@@ -128,7 +142,7 @@ private:
 
     std::shared_ptr<const SurfaceState> m_state;
     SurfaceFacts m_facts;
-    std::shared_ptr<const sds_model::ControlCage> m_cage;  ///< as read, of files only
+    std::shared_ptr<const sds_model::MeshSource> m_source;  ///< as read, of files only
     sds_model::SurfaceModes m_modes;
 };
 

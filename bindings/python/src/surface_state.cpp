@@ -55,6 +55,14 @@ GeometryFragment Fragments::at(std::size_t i) const {
     return {static_cast<unsigned int>(primitives[i]), uv[2 * i], uv[2 * i + 1], item(times, i), 0.0};
 }
 
+sds_model::CageView CageProperties::get_cage() const {
+    sds_model::CageView cage{};
+    cage.polygon_counts = face_counts;
+    cage.polygon_indices = face_indices;
+    cage.corner_creases = corner_creases;
+    return cage;
+}
+
 GeometryRay RayArrays::at(std::size_t i) const {
     GeometryRay ray;
     ray.origin = vector(origins, i);
@@ -172,11 +180,7 @@ void SurfaceState::look_up_property(const Fragments& fragments, unsigned int pro
     std::call_once(m_is_bound, [&] {
         const CageProperties& of = *m_properties;
         m_property_mesh = m_surface->make_mesh(0);
-        sds_model::CageView cage{};
-        cage.polygon_counts = of.face_counts;
-        cage.polygon_indices = of.face_indices;
-        cage.corner_creases = of.corner_creases;
-        m_bound = std::make_unique<sds_model::MeshProperties>(of.sources, cage, m_property_mesh);
+        m_bound = std::make_unique<sds_model::MeshProperties>(of.sources, of.get_cage(), m_property_mesh);
     });
     const sds_model::SurfaceProperty& bound = m_bound->get_all()[property];
     const std::size_t row_size = 3 * std::size_t{bound.get_extent()};

@@ -35,6 +35,9 @@ struct CageProperties {
     std::vector<std::uint32_t> face_counts, face_indices;
     std::vector<std::uint8_t> corner_creases;
     std::vector<sds_model::PropertySource> sources;
+
+    /// The cage's polygons and creases.
+    sds_model::CageView get_cage() const;
 };
 
 struct RayArrays {

@@ -38,7 +38,7 @@ def moved(surface):
 SURFACES = {
     "everything": lambda _: qn_sds.Surface(
         *MESH, creases=(CUBE_EDGES[:5], [0.5, 2.5, np.inf, 1, 3]), corners=([2], [1.5]), holes=[3],
-        uvs={"a": CUBE_POINTS[:, :2], "b": np.arange(48).reshape(24, 2) % 7}, colors=np.eye(8, 3),
+        uvs={"a": CUBE_POINTS[:, :2], "b": np.arange(48).reshape(24, 2) % 7}, colors=(np.eye(5, 3), np.arange(24) % 5),
         groups=[0, 1, 0, 1, 0, 1], motion=([0.0, 2.0], np.stack([CUBE_POINTS, 2 * CUBE_POINTS])), isolation=3,
         isolation_error=1e-3, crease_method="chaikin", triangle_rule="smooth", orientation="leftHanded",
         properties={"heat": np.arange(8.0), "seam": Property(np.arange(24), indices=np.arange(24)),

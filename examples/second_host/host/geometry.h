@@ -314,6 +314,7 @@ public:
     virtual Index get_primitive_count() const = 0;
     virtual Index get_primitive_edge_count(const Index& primitive) const = 0;
     virtual void compute_primitive_bbox(const CtxEval&, const Index& primitive, Box&) const = 0;
+    virtual void compute_primitive_bboxes(const CtxEval&, const Index& first, const Index& count, Box*) const = 0;
     virtual void compute_primitive_bbox_at(const CtxEval&, const Index& primitive, const double& time, Box&) const = 0;
     virtual double estimate_area(const CtxEval&, const GMathMatrix4x4<double>&) const = 0;
     virtual double estimate_shading_group_area(const CtxEval&, const Index&, const GMathMatrix4x4<double>&) const = 0;

@@ -45,6 +45,10 @@ struct PairKernels {
     // of the boxes with their points, and cells without a finite area of the areas.
     void (*add_patches)(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
                         PatchSums* sums);
+
+    // Writes the boxes of the patches begin to end, least and greatest coordinates, six numbers each: those of single
+    // patches, to the bit.
+    void (*compute_boxes)(const PatchArrays& surface, unsigned int begin, unsigned int end, double* boxes);
 };
 
 // The table of the best instruction set that the processor has.

@@ -6,6 +6,6 @@
 
 namespace sds {
 
-const PairKernels QN_KERNEL_SET::pair_kernels = {&compute_limit_points, &add_patches};
+const PairKernels QN_KERNEL_SET::pair_kernels = {&compute_limit_points, &add_patches, &compute_boxes};
 
 }  // namespace sds

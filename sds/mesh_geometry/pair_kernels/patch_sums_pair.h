@@ -214,6 +214,40 @@ private:
     double m_areas[4];
 };
 
+inline void get_controls(const PatchArrays& surface, const unsigned int* primitives, ControlPair& grid) {
+    if (surface.controls != nullptr)
+        load_controls<false>(surface, primitives, grid);
+    else if (surface.patches != nullptr)
+        compute_controls<false>(surface, primitives, grid);
+    else
+        compute_linear_controls(surface, primitives, grid);
+}
+
+void compute_boxes(const PatchArrays& surface, unsigned int begin, unsigned int end, double* boxes) {
+    for (unsigned int q = begin; q < end; q += 2) {
+        // The last of an odd number takes both groups of lanes.
+        const unsigned int count = end - q < 2 ? 1 : 2;
+        const unsigned int primitives[2] = {q, q + count - 1};
+        ControlPair grid;
+        get_controls(surface, primitives, grid);
+        // In the order of the controls, which tells of which zeros and NaN a box is made.
+        SimdFloat8 low = grid[0][0], high = low;
+        for (unsigned int i = 1; i < 16; ++i) {
+            const SimdFloat8 control = (&grid[0][0])[grid_places[i]];
+            low = min(control, low);
+            high = max(control, high);
+        }
+        float lows[8], highs[8];
+        low.store(lows);
+        high.store(highs);
+        for (unsigned int i = 0; i < count; ++i, boxes += 6)
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                boxes[axis] = static_cast<double>(lows[4 * i + axis]);
+                boxes[3 + axis] = static_cast<double>(highs[4 * i + axis]);
+            }
+    }
+}
+
 void add_patches(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
                  PatchSums* sums) {
     if (begin == end) return;
@@ -223,12 +257,7 @@ void add_patches(const PatchArrays& surface, const unsigned int* groups, unsigne
         const unsigned int count = end - q < 2 ? 1 : 2;
         const unsigned int primitives[2] = {q, q + count - 1};
         ControlPair grid;
-        if (surface.controls != nullptr)
-            load_controls<false>(surface, primitives, grid);
-        else if (surface.patches != nullptr)
-            compute_controls<false>(surface, primitives, grid);
-        else
-            compute_linear_controls(surface, primitives, grid);
+        get_controls(surface, primitives, grid);
         const BoxPair boxes(grid);
         const CellEdges edges(grid);
         const CellAreas areas(edges);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <random>
@@ -99,13 +100,18 @@ TEST(Bounds, GroupsHoldTheControlPointsOfTheirPatches) {
             const SdsMeshGeometry& geometry = surface->geometry;
             std::vector<GMathBbox3<float>> boxes(group_count, GMathBbox3<float>::empty());
             std::vector<double> areas(group_count, 0.0);
-            for (unsigned int q = 0; q < surface->base.get_primitive_count(); ++q) {
+            const unsigned int quad_count = surface->base.get_primitive_count();
+            std::vector<GMathBbox3<double>> together(quad_count);
+            geometry.compute_primitive_bboxes(0, quad_count, together.data());
+            geometry.compute_primitive_bboxes(quad_count / 2, 1, &together[quad_count / 2]);
+            for (unsigned int q = 0; q < quad_count; ++q) {
                 const unsigned int group = surface->base.get_primitive_shading_group_index(q);
                 Vec3f controls[16];
                 geometry.get_bezier_controls(q, controls);
                 areas[group] += geometry.estimate_primitive_area(ctx, q, Matrix());
                 GMathBbox3<double> box;
                 geometry.compute_primitive_bbox(ctx, q, box);
+                EXPECT_EQ(std::memcmp(&box, &together[q], sizeof box), 0) << q;
                 for (const Vec3f& p : controls) {
                     boxes[group].grow(p);
                     EXPECT_TRUE(box.contains(Vec3d(p)));

@@ -9,7 +9,7 @@
 #include "oracles/moving_surface.h"
 #include "oracles/refined_surface.h"
 #include "qn_ctx/ctx_eval.h"
-#include "sds/refinement/regular_kernels/regular_kernels.h"
+#include "sds/refinement/level_kernels/level_kernels.h"
 
 namespace {
 
@@ -294,12 +294,12 @@ TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
         std::vector<double> points(3 * mesh.positions.size() + 1);
         for (unsigned int i = 0; i + 1 < points.size(); ++i)
             points[i] = static_cast<double>(mesh.positions[i / 3][i % 3]);
-        for (const sds::RegularKernels* const* set = sds::get_all_regular_kernels(); *set != nullptr; ++set) {
+        for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr; ++set) {
             std::vector<double> limits(4 * mesh.positions.size());
             std::vector<unsigned char> is_known(mesh.positions.size());
             std::vector<Vec3f> controls(16 * size_t{surface.patch_count()});
             std::vector<unsigned int> offsets(surface.patch_count());
-            sds::RegularFaces faces{};
+            sds::LevelFaces faces{};
             faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
             faces.patches = level.face_patches.get_data();
             faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();

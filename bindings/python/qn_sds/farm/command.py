@@ -11,6 +11,7 @@ from .watcher import Watcher
 from .worker import ignore_interrupts
 
 NAME = "qn_sds.farm"
+FIRST_PATIENCE = 20.0  # seconds for a scheduler that has not answered yet: its address may be wrong
 FAILED, WRONG_USAGE, SIGNALLED = 1, 2, 128  # as the program has them
 
 
@@ -103,38 +104,52 @@ def make_frames(options, rest, renderer):
     return frames, check["quiet"]
 
 
-def make_connect(options, cluster):
-    """Of a new client, on the cluster for this run or the one that stands."""
-    from distributed import Client, Security
+class Cluster:
+    """The one that stands, or one for this run: a process per core, with one renderer of one thread each."""
 
-    from .driver import NoCluster
+    def __init__(self, options, say):
+        self._options, self._say = options, say
+        self._own = self._security = None
+        self._timeout = min(FIRST_PATIENCE, options.patience)
 
-    security = None
-    if options.tls_key:
-        security = Security(tls_ca_file=options.tls_ca_file, tls_client_cert=options.tls_cert,
-                            tls_client_key=options.tls_key, require_encryption=True)
+    def connect(self):
+        """A new client."""
+        from distributed import Client, Security
 
-    def connect():
+        from .driver import NoCluster
+
+        options = self._options
+        if options.tls_key:
+            self._security = Security(tls_ca_file=options.tls_ca_file, tls_client_cert=options.tls_cert,
+                                      tls_client_key=options.tls_key, require_encryption=True)
+        if self._own is None and not options.scheduler:
+            self._own = self._start()
         try:
-            return Client(cluster or options.scheduler, security=security, timeout=options.patience, set_as_default=False)
+            client = Client(self._own or options.scheduler, security=self._security, timeout=self._timeout,
+                            set_as_default=False)
         except (OSError, TimeoutError, ValueError) as error:
             raise NoCluster(f"{options.scheduler}: no scheduler answers: {error}") from None
+        self._timeout = options.patience
+        if self._own is not None:
+            client.register_worker_callbacks(ignore_interrupts)
+        if options.dashboard:
+            self._say(f"dashboard: {client.dashboard_link}")
+        return client
 
-    return connect
+    def close(self):
+        if self._own is not None:
+            self._own.close()
 
+    def _start(self):
+        import dask
+        from distributed import LocalCluster
 
-def make_cluster(options):
-    """A process per core, one renderer of one thread each."""
-    import dask
-    from distributed import LocalCluster
-
-    dask.config.set({"distributed.scheduler.worker-ttl": f"{options.patience:g}s",
-                     "distributed.worker.profile.interval": "1s", "distributed.admin.tick.limit": "1h"})
-    count = options.workers or len(os.sched_getaffinity(0))
-    # The renderers' memory is not the workers' own, which is all that a limit would see.
-    return LocalCluster(n_workers=count, threads_per_worker=1, memory_limit=0, silence_logs=50,
-                        dashboard_address="127.0.0.1:0",
-                        scheduler_kwargs={"dashboard": options.dashboard})
+        dask.config.set({"distributed.scheduler.worker-ttl": f"{self._options.patience:g}s",
+                         "distributed.worker.profile.interval": "1s", "distributed.admin.tick.limit": "1h"})
+        # The renderers' memory is not the workers' own, which is all that a limit would see.
+        return LocalCluster(n_workers=self._options.workers or len(os.sched_getaffinity(0)), threads_per_worker=1,
+                            memory_limit=0, silence_logs=50, dashboard_address="127.0.0.1:0",
+                            scheduler_kwargs={"dashboard": self._options.dashboard})
 
 
 def render(options, rest, watcher_of):
@@ -149,23 +164,10 @@ def render(options, rest, watcher_of):
     from .driver import Driver, NoCluster, WriterPool
 
     job = {"folder": os.getcwd(), "version": version, "program": options.program, "patience": options.patience}
-    cluster, code = None, FAILED
+    cluster, code = Cluster(options, watcher.say), FAILED
     writers = WriterPool(program, max(1, min(4, (os.cpu_count() or 1) // 2)))
-    driver = None
-
-    def connect():
-        nonlocal cluster
-        if cluster is None and not options.scheduler:
-            cluster = make_cluster(options)
-        client = make_connect(options, cluster)()
-        if cluster is not None:
-            client.register_worker_callbacks(ignore_interrupts)
-        if options.dashboard:
-            watcher.say(f"dashboard: {client.dashboard_link}")
-        return client
-
     try:
-        driver = Driver(frames, connect, job, writers, watcher, options.task_tiles)
+        driver = Driver(frames, cluster.connect, job, writers, watcher, options.task_tiles)
         driver.run()
         code = FAILED if any(frame.state == "failed" for frame in frames) else 0
     except NoCluster as error:
@@ -177,8 +179,7 @@ def render(options, rest, watcher_of):
     finally:
         signal.signal(signal.SIGINT, signal.SIG_IGN)
         writers.close()
-        if cluster is not None:
-            cluster.close()
+        cluster.close()
         watcher.close()
     finish(options, frames, watcher, code)
     return code

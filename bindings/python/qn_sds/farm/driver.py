@@ -166,7 +166,8 @@ class Driver:
 
     def _begin(self, frame, openers):
         frame.state, frame.begin = "rendering", time.time()
-        named = [word for word in frame.words if os.path.isfile(os.path.join(self._job["folder"], word))]
+        named = [word for word in frame.words
+                 if word not in frame.outputs and os.path.isfile(os.path.join(self._job["folder"], word))]
         frame.files = {name: self._hash(name) for name in (*frame.meshes, *named, *self._known)}
         if not self._is_shared:
             for digest in frame.files.values():

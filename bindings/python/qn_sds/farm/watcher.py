@@ -1,6 +1,7 @@
 """What a run shows of itself: a progress line, findings, and at the end a report."""
 
 import json
+import os
 import sys
 import time
 from collections import deque
@@ -80,6 +81,7 @@ class Watcher:
                         "begin": frame.begin, "end": frame.end, "made_of": frame.inputs} for frame in frames],
             "tasks": self._tasks, "workers": workers,
         }
-        with open(path, "w") as file:
+        with open(path + ".new", "w") as file:
             json.dump(report, file, indent=1)
             file.write("\n")
+        os.replace(path + ".new", path)

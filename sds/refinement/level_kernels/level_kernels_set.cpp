@@ -1,21 +1,21 @@
-// The kernels of regular faces for one instruction set.
+// The kernels of a level's faces for one instruction set.
 #include <cstddef>
 
 #include "qn_simd/simd_double4.h"
 #include "sds/common/kernel_set.h"
-#include "sds/refinement/regular_kernels/regular_kernels.h"
+#include "sds/refinement/level_kernels/level_kernels.h"
+#include "sds/refinement/level_kernels/level_points.h"
+#include "sds/refinement/level_kernels/smooth_leaf.h"
 
 namespace sds {
 
 namespace {
 
-using QN_SIMD_NAMESPACE::SimdDouble4;
-
 constexpr unsigned int no_corner = 0xFFFFFFFF;
 
 // The quads of a level, whose face-corners are numbered by four.
 struct QuadCorners {
-    explicit QuadCorners(const RegularFaces&) {}
+    explicit QuadCorners(const LevelFaces&) {}
     unsigned int begin_of_face(unsigned int f) const { return 4 * f; }
     unsigned int begin_of(unsigned int c) const { return c & ~3u; }
     unsigned int next(unsigned int c) const { return (c & ~3u) | ((c + 1) & 3u); }
@@ -25,7 +25,7 @@ struct QuadCorners {
 // Those of a level of polygons, whose quads are among others.
 struct PolygonCorners {
     const unsigned int *offsets, *faces;
-    explicit PolygonCorners(const RegularFaces& level) : offsets(level.offsets), faces(level.faces) {}
+    explicit PolygonCorners(const LevelFaces& level) : offsets(level.offsets), faces(level.faces) {}
     unsigned int begin_of_face(unsigned int f) const { return offsets[f]; }
     unsigned int begin_of(unsigned int c) const { return offsets[faces[c]]; }
     unsigned int next(unsigned int c) const { return c + 1 == offsets[faces[c] + 1] ? offsets[faces[c]] : c + 1; }
@@ -40,7 +40,7 @@ struct PolygonCorners {
 template <class Corners>
 class Ring {
 public:
-    Ring(const RegularFaces& level, Corners corners) : m_level(level), m_corners(corners) {}
+    Ring(const LevelFaces& level, Corners corners) : m_level(level), m_corners(corners) {}
 
     SimdDouble4 load(unsigned int v) const { return SimdDouble4::load4(m_level.points + 3 * size_t{v}); }
 
@@ -89,12 +89,12 @@ public:
     }
 
 private:
-    const RegularFaces& m_level;
+    const LevelFaces& m_level;
     Corners m_corners;
 };
 
 template <class Corners>
-void compute_limits_of(const RegularFaces& level, const unsigned int* first, unsigned int begin, unsigned int end) {
+void compute_limits_of(const LevelFaces& level, const unsigned int* first, unsigned int begin, unsigned int end) {
     const Corners corners(level);
     const Ring<Corners> ring(level, corners);
     for (unsigned int f = begin; f < end; ++f) {
@@ -125,7 +125,7 @@ void prefetch_patch(const float* controls) {
 
 // Controls leave in order, four floats at a time: the fourth is overwritten by the next.
 template <class Corners>
-unsigned int compute_controls_of(const RegularFaces& level, unsigned int begin, unsigned int end) {
+unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, unsigned int end) {
     const Corners corners(level);
     const Ring<Corners> ring(level, corners);
     const SimdDouble4 two(2.0), four(4.0), third(1.0 / 3.0), ninth(1.0 / 9.0), eighteenth(1.0 / 18.0);
@@ -194,20 +194,21 @@ unsigned int compute_controls_of(const RegularFaces& level, unsigned int begin, 
     return short_count;
 }
 
-void compute_limits(const RegularFaces& level, const unsigned int* first, unsigned int begin, unsigned int end) {
+void compute_limits(const LevelFaces& level, const unsigned int* first, unsigned int begin, unsigned int end) {
     if (level.offsets == nullptr)
         compute_limits_of<QuadCorners>(level, first, begin, end);
     else
         compute_limits_of<PolygonCorners>(level, first, begin, end);
 }
 
-unsigned int compute_controls(const RegularFaces& level, unsigned int begin, unsigned int end) {
+unsigned int compute_controls(const LevelFaces& level, unsigned int begin, unsigned int end) {
     return level.offsets == nullptr ? compute_controls_of<QuadCorners>(level, begin, end)
                                     : compute_controls_of<PolygonCorners>(level, begin, end);
 }
 
 }  // namespace
 
-const RegularKernels QN_KERNEL_SET::regular_kernels = {&compute_limits, &compute_controls};
+const LevelKernels QN_KERNEL_SET::level_kernels = {&compute_limits, &compute_controls, &compute_smooth_leaf,
+                                                   &sum_neighbors, &refine_points};
 
 }  // namespace sds

@@ -1,4 +1,4 @@
-#include "cli/options/picture_options.h"
+#include "cli/options/render_options.h"
 
 #include "model/color_map.h"
 
@@ -12,7 +12,7 @@ constexpr unsigned int max_picture_side = 16384;
 constexpr unsigned int max_samples = 1u << 16;
 constexpr unsigned int max_views = 256;
 
-void add_size_options(CLI::App& command, PictureOptions& options) {
+void add_size_options(CLI::App& command, RenderCommandOptions& options) {
     command.add_option("-o,--output", options.output, "Picture, .png, .jpg or .exr; - writes a PNG to standard output")
         ->type_name("FILE")
         ->required();
@@ -32,7 +32,7 @@ void add_size_options(CLI::App& command, PictureOptions& options) {
         ->check(CLI::Range(1u, max_views));
 }
 
-void add_light_options(CLI::App& command, PictureOptions& options) {
+void add_light_options(CLI::App& command, RenderCommandOptions& options) {
     CLI::Option* sun =
         command
             .add_option("--sun", options.sun,
@@ -51,7 +51,7 @@ void add_light_options(CLI::App& command, PictureOptions& options) {
         ->type_name("FILE");
 }
 
-void add_color_options(CLI::App& command, PictureOptions& options, CLI::Option* texture) {
+void add_color_options(CLI::App& command, RenderCommandOptions& options, CLI::Option* texture) {
     CLI::Option* by =
         command
             .add_option("--color-by", options.color_by, "Colors by a property: its number, or the length of several")
@@ -71,7 +71,7 @@ void add_color_options(CLI::App& command, PictureOptions& options, CLI::Option* 
 
 }  // namespace
 
-void add_picture_options(CLI::App& command, PictureOptions& options) {
+void add_render_options(CLI::App& command, RenderCommandOptions& options) {
     add_common_options(command, options);
     command.add_option("MORE", options.further_meshes, "Further cages of the same scene")->type_name("MESH");
     add_level_option(command, options.level);

@@ -1,0 +1,93 @@
+// Points of levels, and control points of their patches straight to their rounded places: what value_rules.h,
+// RegularPatches and LeafPatches compute, with the same bits, for points only.
+//
+// The kernels are plain functions on plain records, compiled once per instruction set and chosen at run time
+// (sds/common/kernel_set.h). All sets give the same bits.
+#pragma once
+
+namespace sds {
+
+constexpr unsigned int max_leaf_valence = 32;
+
+// What the points around a smooth vertex count in its tangents, by the edges that lead to them, and the cosine of the
+// angle between two edges.
+struct LeafWeights {
+    const double *edge, *diagonal;
+    double turn_cosine;
+};
+
+// Views of a level, its points and its patches.
+struct LevelFaces {
+    const unsigned char* states;     // per face
+    const unsigned int* patches;     // per face
+    const unsigned int* offsets;     // per face: its first face-corner; null when all faces are quads
+    const unsigned int* faces;       // per face-corner, null as well
+    const unsigned char* edge_bits;  // per face: the edges that are infinitely sharp
+    const unsigned int* vertices;    // per face-corner
+    const unsigned int* opposites;   // per face-corner, or none
+    const double* points;            // three per vertex, and one more that may be read
+    double* limits;                  // four per vertex, where known; the fourth means nothing
+    unsigned char* is_known;         // per vertex, not 0 for those that are not between smooth edges; 1 afterwards
+    float* controls;                 // sixteen points a patch
+    unsigned int* net_offsets;       // per patch
+    double shortest_squared;         // of an edge whose patch needs no nets
+    unsigned char emitted;           // the state of regular faces
+    // Of leaves only, which are quads.
+    const unsigned char* kinds;         // per vertex, 0 for regular ones
+    const unsigned int* valences;       // per vertex
+    const unsigned int* sharp_indices;  // per vertex, none for smooth ones; null when all are
+    const LeafWeights* leaf_weights;    // per valence up to max_leaf_valence
+};
+
+// Views of a level of quads with its step, and of the points around it. Arrays of points hold one number more than
+// their points have.
+struct LevelPoints {
+    unsigned int face_count, edge_count, vertex_count;
+    const unsigned int* vertices;   // per face-corner
+    const unsigned int* opposites;  // per face-corner, not none beside edges of sharpness 0
+    const unsigned int* valences;   // per vertex
+    const unsigned int* edge_corners;
+    const unsigned int* edge_ends;  // two per edge
+    const float* edge_sharpness;
+    float infinite_sharpness;
+    const unsigned int *vertex_children, *edge_children, *face_children;  // or none, in increasing order
+    const double* points;                                                 // three per vertex
+    double* face_points;                                                  // three per face
+    double* sums;         // eight per vertex: three over edges, three over faces, and a number after each
+    double* fine_points;  // of the next level
+};
+
+struct LevelKernels {
+    // The limit points of the vertices whose first face-corner, first[v], belongs to the emitted faces begin to end.
+    void (*compute_limits)(const LevelFaces& level, const unsigned int* first, unsigned int begin, unsigned int end);
+    // The patches of the emitted faces begin to end, and limit points where they are not known. The net offset of a
+    // patch that needs nets becomes 0, of another none. Returns how many need them.
+    unsigned int (*compute_controls)(const LevelFaces& level, unsigned int begin, unsigned int end);
+    // The controls of a leaf, 48 floats, from limit points that are known, and its nets, 72 floats, where not null.
+    // False, with nothing written, unless all at its corners is smooth and of small valence.
+    bool (*compute_leaf)(const LevelFaces& level, unsigned int face, float* controls, float* nets);
+    // Face points of the given faces, in increasing order, and the sums of their vertices over these faces. Needs
+    // neither edges nor children.
+    void (*sum_neighbors)(const LevelPoints& level, const unsigned int* faces, unsigned int count);
+    // The next level's points by the rules of smooth vertices, and of smooth or infinitely sharp edges. False when
+    // there are other edges.
+    bool (*refine_points)(const LevelPoints& level);
+};
+
+// The table of the best instruction set that the processor has.
+const LevelKernels& get_level_kernels();
+// The tables that this build and processor have, baseline first; null ends the list.
+const LevelKernels* const* get_all_level_kernels();
+
+namespace baseline {
+extern const LevelKernels level_kernels;
+}
+// In builds with QN_WIDE_KERNELS.
+namespace avx2 {
+extern const LevelKernels level_kernels;
+}
+namespace avx512 {
+extern const LevelKernels level_kernels;
+}
+
+}  // namespace sds

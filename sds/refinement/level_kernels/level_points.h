@@ -1,0 +1,79 @@
+// Points of the next level, in lanes: what value_rules.h computes for any value, with the same bits. For the kernels of
+// one instruction set.
+//
+// Points go out in the order of their numbers, four lanes at a time: the fourth is overwritten by the next.
+#pragma once
+
+#include "qn_simd/simd_double4.h"
+#include "sds/refinement/level_kernels/level_kernels.h"
+
+namespace sds {
+
+namespace {
+
+using QN_SIMD_NAMESPACE::SimdDouble4;
+
+constexpr unsigned int sum_stride = 8;
+
+void sum_neighbors(const LevelPoints& level, const unsigned int* faces, unsigned int count) {
+    const SimdDouble4 zero(0.0), quarter(0.25);
+    for (unsigned int i = 0; i < count; ++i)
+        for (unsigned int k = 0; k < 4; ++k) {
+            double* sum = level.sums + sum_stride * size_t{level.vertices[4 * size_t{faces[i]} + k]};
+            zero.store4(sum);
+            zero.store4(sum + 4);
+        }
+    for (unsigned int i = 0; i < count; ++i) {
+        const unsigned int* quad = level.vertices + 4 * size_t{faces[i]};
+        const auto load = [&level](unsigned int v) { return SimdDouble4::load4(level.points + 3 * size_t{v}); };
+        const SimdDouble4 ac = load(quad[0]) + load(quad[2]), bd = load(quad[1]) + load(quad[3]);
+        const SimdDouble4 center = (ac + bd) * quarter;
+        center.store4(level.face_points + 3 * size_t{faces[i]});
+        for (unsigned int k = 0; k < 4; ++k) {
+            double* sum = level.sums + sum_stride * size_t{quad[k]};
+            (SimdDouble4::load4(sum) + ((k & 1u) == 0 ? bd : ac)).store4(sum);
+            (SimdDouble4::load4(sum + 4) + center).store4(sum + 4);
+        }
+    }
+}
+
+bool refine_points(const LevelPoints& level) {
+    constexpr unsigned int no_point = 0xFFFFFFFF;
+    const auto load = [](const double* points, unsigned int i) { return SimdDouble4::load4(points + 3 * size_t{i}); };
+    const auto store = [&level](unsigned int i, SimdDouble4 point) { point.store4(level.fine_points + 3 * size_t{i}); };
+    const SimdDouble4 half(0.5), quarter(0.25);
+    for (unsigned int v = 0; v < level.vertex_count; ++v) {
+        if (level.vertex_children[v] == no_point) continue;
+        const double n = static_cast<double>(level.valences[v]);
+        const double inverse = level.valences[v] == 4 ? 0.25 : 1.0 / n;
+        const double* sum = level.sums + sum_stride * size_t{v};
+        store(level.vertex_children[v],
+              load(level.points, v) * SimdDouble4((n - 2.0) * inverse) +
+                  (SimdDouble4::load4(sum) * half + SimdDouble4::load4(sum + 4)) * SimdDouble4(inverse * inverse));
+    }
+    bool is_complete = true;
+    for (unsigned int e = 0; e < level.edge_count; ++e) {
+        const unsigned int child = level.edge_children[e];
+        if (child == no_point) continue;
+        const SimdDouble4 ends =
+            load(level.points, level.edge_ends[2 * size_t{e}]) + load(level.points, level.edge_ends[2 * size_t{e} + 1]);
+        const float sharpness = level.edge_sharpness[e];
+        if (sharpness == 0.0f) {
+            const unsigned int c = level.edge_corners[e];
+            const SimdDouble4 faces =
+                load(level.face_points, c >> 2) + load(level.face_points, level.opposites[c] >> 2);
+            store(child, (ends + faces) * quarter);
+        } else if (sharpness >= level.infinite_sharpness) {
+            store(child, ends * half);
+        } else {
+            is_complete = false;
+        }
+    }
+    for (unsigned int f = 0; f < level.face_count; ++f)
+        if (level.face_children[f] != no_point) store(level.face_children[f], load(level.face_points, f));
+    return is_complete;
+}
+
+}  // namespace
+
+}  // namespace sds

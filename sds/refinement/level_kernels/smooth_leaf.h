@@ -1,0 +1,194 @@
+// Patches of leaves that touch nothing sharp, in lanes: what LeafPatches computes, with the same bits. For the kernels
+// of one instruction set.
+#pragma once
+
+#include "qn_simd/simd_double4.h"
+#include "sds/common/net_slots.h"
+#include "sds/common/smooth_controls.h"
+#include "sds/refinement/level_kernels/level_kernels.h"
+
+namespace sds {
+
+namespace {
+
+using QN_SIMD_NAMESPACE::SimdDouble4;
+
+SimdDouble4 load_point(const LevelFaces& level, unsigned int v) {
+    return SimdDouble4::load4(level.points + 3 * size_t{v});
+}
+
+constexpr unsigned int next_corner(unsigned int c) { return (c & ~3u) | ((c + 1) & 3u); }
+constexpr unsigned int far_corner(unsigned int c) { return c ^ 2u; }
+constexpr unsigned int previous_corner(unsigned int c) { return (c & ~3u) | ((c + 3) & 3u); }
+
+// The valences at the corners of a leaf between smooth edges.
+struct LeafCorners {
+    unsigned int valences[4];
+
+    // False unless the quads at every corner are one smooth fan in which all wind the same way.
+    bool find(const LevelFaces& level, unsigned int face) {
+        for (unsigned int k = 0; k < 4; ++k) {
+            const unsigned int e = 4 * face + k, v = level.vertices[e], o = level.opposites[e];
+            if (o == 0xFFFFFFFF || level.vertices[o] == v) return false;
+            valences[k] = 4;
+            if (level.kinds[v] == 0) continue;
+            if (level.sharp_indices != nullptr && level.sharp_indices[v] != 0xFFFFFFFF) return false;
+            valences[k] = level.valences[v];
+            if (valences[k] > max_leaf_valence || !is_fan(level, e, valences[k])) return false;
+        }
+        return true;
+    }
+
+private:
+    static bool is_fan(const LevelFaces& level, unsigned int e, unsigned int valence) {
+        unsigned int h = e;
+        for (unsigned int i = 1; i <= valence; ++i) {
+            h = level.opposites[previous_corner(h)];
+            if (level.vertices[h] != level.vertices[e]) return false;
+            if (h == e) return i == valence;
+        }
+        return false;
+    }
+};
+
+// The leaf as smooth_controls asks for it.
+class LeafSource {
+public:
+    using Value = SimdDouble4;
+
+    LeafSource(const LevelFaces& level, unsigned int face, const LeafCorners& corners)
+        : m_level(level), m_first(4 * face), m_corners(corners) {}
+
+    SimdDouble4 quad(unsigned int k) const { return load_point(m_level, m_level.vertices[m_first + k]); }
+    SimdDouble4 corner(unsigned int k) const {
+        return SimdDouble4::load4(m_level.limits + 4 * size_t{m_level.vertices[m_first + k]});
+    }
+    SimdDouble4 neighbour(unsigned int k, unsigned int i) const {
+        const unsigned int o = m_level.opposites[m_first + k];
+        return load_point(m_level, m_level.vertices[i == 0 ? far_corner(o) : previous_corner(o)]);
+    }
+    EdgeShares<SimdDouble4> leaving(unsigned int k) const {
+        const double n = valence(k);
+        return {SimdDouble4(n + n), SimdDouble4(4.0), SimdDouble4(1.0 / (n + n + 10.0))};
+    }
+    EdgeShares<SimdDouble4> arriving(unsigned int k) const { return leaving(k); }
+    SimdDouble4 interior_weight(unsigned int k) const { return SimdDouble4(valence(k)); }
+    SimdDouble4 interior_reciprocal(unsigned int k) const { return SimdDouble4(1.0 / (valence(k) + 5.0)); }
+
+private:
+    double valence(unsigned int k) const { return static_cast<double>(m_corners.valences[k]); }
+
+    const LevelFaces& m_level;
+    unsigned int m_first;
+    const LeafCorners& m_corners;
+};
+
+// Derivative nets in lanes, as DerivativeNets has them.
+struct LeafNets {
+    SimdDouble4 u[4][3], v[3][4];
+
+    explicit LeafNets(const SimdDouble4* controls) {
+        for (unsigned int r = 0; r < 4; ++r)
+            for (unsigned int i = 0; i < 3; ++i) {
+                u[r][i] = controls[grid_order[4 * r + i + 1]] - controls[grid_order[4 * r + i]];
+                v[i][r] = controls[grid_order[4 * i + r + 4]] - controls[grid_order[4 * i + r]];
+            }
+    }
+    void store(float* out) const {
+        for (unsigned int i = 0; i < 12; ++i, out += 3) (&u[0][0])[i].store_rounded4(out);
+        for (unsigned int i = 0; i < 11; ++i, out += 3) (&v[0][0])[i].store_rounded4(out);
+        v[2][3].store_rounded3(out);
+    }
+};
+
+// The tangents at half-edge e of a closed fan, as summed_vertex_tangents has them.
+void sum_tangents(const LevelFaces& level, unsigned int e, unsigned int valence, SimdDouble4& t1, SimdDouble4& t2) {
+    const LeafWeights& weights = level.leaf_weights[valence];
+    const SimdDouble4 vertex = load_point(level, level.vertices[e]);
+    t1 = t2 = SimdDouble4(0.0);
+    unsigned int h = e;
+    for (unsigned int i = 0; i < valence; ++i) {
+        const unsigned int j = i == 0 ? 0 : valence - i;
+        const SimdDouble4 ahead = load_point(level, level.vertices[next_corner(h)]) - vertex;
+        const SimdDouble4 diagonal = load_point(level, level.vertices[far_corner(h)]) - vertex;
+        const SimdDouble4 behind = load_point(level, level.vertices[previous_corner(h)]) - vertex;
+        t1 = t1 + (ahead * SimdDouble4(weights.edge[i]) + diagonal * SimdDouble4(weights.diagonal[i]));
+        t2 = t2 + (behind * SimdDouble4(weights.edge[j]) + diagonal * SimdDouble4(weights.diagonal[j]));
+        h = level.opposites[previous_corner(h)];
+    }
+}
+
+// Replaces the entries of irregular corners and of the edges that touch them, as replace_irregular_entries does.
+void replace_entries(const LevelFaces& level, unsigned int face, const LeafCorners& corners, LeafNets& nets) {
+    const SimdDouble4 third(1.0 / 3.0), minus_third(-(1.0 / 3.0));
+    double cosines[4];
+    unsigned int irregular = 0;
+    for (unsigned int k = 0; k < 4; ++k) {
+        const unsigned int valence = corners.valences[k];
+        cosines[k] = level.leaf_weights[valence].turn_cosine;
+        if (valence == 4) continue;
+        irregular |= 1u << k | 1u << ((k + 3) & 3u);
+        SimdDouble4 t1, t2;
+        sum_tangents(level, 4 * face + k, valence, t1, t2);
+        // t1 runs along the edge that leaves the corner, t2 against the one that arrives.
+        const bool is_turned = (k & 1u) != 0;
+        const bool is_u_forward = k == 0 || k == 3, is_v_forward = k < 2;
+        get_net_slot(nets, net_slots[k][0]) = (is_turned ? t2 : t1) * (is_u_forward ? third : minus_third);
+        get_net_slot(nets, net_slots[k][1]) = (is_turned ? t1 : t2) * (is_v_forward ? third : minus_third);
+    }
+    const SimdDouble4 minus_one(-1.0);
+    for (unsigned int k = 0; k < 4; ++k) {
+        if (((irregular >> k) & 1u) == 0) continue;
+        const double c0 = cosines[k], c1 = cosines[(k + 1) & 3u];
+        SimdDouble4 u0, u1, u2;  // along the edge, in its direction
+        switch (k) {
+            case 0:
+                u0 = nets.u[0][0], u1 = nets.u[0][1], u2 = nets.u[0][2];
+                break;
+            case 1:
+                u0 = nets.v[0][3], u1 = nets.v[1][3], u2 = nets.v[2][3];
+                break;
+            case 2:
+                u0 = nets.u[3][2] * minus_one, u1 = nets.u[3][1] * minus_one, u2 = nets.u[3][0] * minus_one;
+                break;
+            default:
+                u0 = nets.v[2][0] * minus_one, u1 = nets.v[1][0] * minus_one, u2 = nets.v[0][0] * minus_one;
+                break;
+        }
+        const SimdDouble4 first = (u1 * SimdDouble4(2.0 * c0) - u0 * SimdDouble4(c1)) * third;
+        const SimdDouble4 second = (u2 * SimdDouble4(c0) - u1 * SimdDouble4(2.0 * c1)) * third;
+        switch (k) {
+            case 0:
+                nets.v[0][1] = nets.v[0][1] + first, nets.v[0][2] = nets.v[0][2] + second;
+                break;
+            case 1:
+                nets.u[1][2] = nets.u[1][2] - first, nets.u[2][2] = nets.u[2][2] - second;
+                break;
+            case 2:
+                nets.v[2][2] = nets.v[2][2] - first, nets.v[2][1] = nets.v[2][1] - second;
+                break;
+            default:
+                nets.u[2][0] = nets.u[2][0] + first, nets.u[1][0] = nets.u[1][0] + second;
+                break;
+        }
+    }
+}
+
+bool compute_smooth_leaf(const LevelFaces& level, unsigned int face, float* controls_out, float* nets_out) {
+    LeafCorners corners;
+    if (!corners.find(level, face)) return false;
+    SimdDouble4 controls[16];
+    smooth_controls(LeafSource(level, face, corners),
+                    [&controls](unsigned int i) -> SimdDouble4& { return controls[i]; });
+    for (unsigned int i = 0; i < 15; ++i) controls[i].store_rounded4(controls_out + 3 * i);
+    controls[15].store_rounded3(controls_out + 45);
+    if (nets_out == nullptr) return true;
+    LeafNets nets(controls);
+    replace_entries(level, face, corners, nets);
+    nets.store(nets_out);
+    return true;
+}
+
+}  // namespace
+
+}  // namespace sds
