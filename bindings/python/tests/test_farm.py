@@ -22,13 +22,13 @@ dask = pytest.importorskip("dask")
 from conftest import KNOT, random_rays  # noqa: E402
 from qn_sds.farm import frames as farm_frames  # noqa: E402
 from qn_sds.farm import notes  # noqa: E402
-from qn_sds.farm.renderer import Renderer, find_program  # noqa: E402
+from qn_sds.farm.renderer import Refused, Renderer, find_program  # noqa: E402
 
 ASSETS = KNOT.parent
 PROGRAM = os.environ.get("SDS") or find_program()
 SIZE = "--width 200 --height 150 --samples 4".split()
 SLOW = "--width 160 --height 120 --samples 128".split()  # some five seconds on two cores
-PATIENCE = 4
+PATIENCE = 6
 
 
 def sds_render(*words, folder):
@@ -142,6 +142,10 @@ def test_any_tiles_in_any_order_make_the_picture(name, scenes, monkeypatch):
             if not note:
                 assert pathlib.Path(output).read_bytes() == pathlib.Path(output[5:]).read_bytes(), output
             assert (notes.read_note(output) or "") == note
+    for what, rest in (("bake", {}), ("write", {"arguments": words + ["a.png"], "note": "", "channels": [], "parts": []}),
+                       ("render", {"scene": "s", "tiles": "all"})):
+        with pytest.raises(Refused):
+            renderer.ask(what, **rest)
     renderer.close()
 
 

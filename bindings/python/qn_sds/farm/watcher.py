@@ -13,6 +13,7 @@ class Watcher:
     def __init__(self, quiet):
         self._quiet, self._has_line = quiet, False
         self._begin, self._shown = time.time(), 0.0
+        self._first = None  # when the first tiles came, and how many
         self._told, self._tasks, self._recent = set(), [], deque()
 
     def say(self, line):
@@ -30,6 +31,7 @@ class Watcher:
 
     def count(self, frame, task, answer):
         now = time.time()
+        self._first = self._first or (now, len(task.tiles))
         self._recent.append((now, answer["rays"]))
         self._tasks.append({
             "frame": frame.number, "tiles": task.tiles, "worker": answer["worker"], "received": now,
@@ -56,7 +58,9 @@ class Watcher:
         wanted = [frame for frame in frames if frame.state not in ("kept", "failed")]
         tiles = sum(frame.tile_count for frame in wanted)
         done = sum(seconds is not None for frame in wanted for seconds in frame.seconds)
-        left = f"{(now - self._begin) * (tiles - done) / done:.0f} s left" if done else "time left not known yet"
+        left = "time left not known yet"
+        if self._first is not None and done > self._first[1]:
+            left = f"{(now - self._first[0]) * (tiles - done) / (done - self._first[1]):.0f} s left"
         over = sum(frame.is_over for frame in frames)
         print(f"\r\x1b[K{over} of {len(frames)} frames, {done} of {tiles} tiles, {rays:.3g} rays/s, {workers} workers, "
               f"{left}", end="", file=sys.stderr, flush=True)
