@@ -4,11 +4,11 @@ import argparse
 import os
 import signal
 import sys
+from multiprocessing import forkserver
 
 from .frames import Frame, has_number, parse_frames, put_number
 from .renderer import Refused, Renderer, RendererGone, find_program
 from .watcher import Watcher
-from .worker import ignore_interrupts
 
 NAME = "qn_sds.farm"
 FIRST_PATIENCE = 20.0  # seconds for a scheduler that has not answered yet: its address may be wrong
@@ -123,15 +123,13 @@ class Cluster:
             self._security = Security(tls_ca_file=options.tls_ca_file, tls_client_cert=options.tls_cert,
                                       tls_client_key=options.tls_key, require_encryption=True)
         if self._own is None and not options.scheduler:
-            self._own = self._start()
+            self._start()
         try:
             client = Client(self._own or options.scheduler, security=self._security, timeout=self._timeout,
                             set_as_default=False)
         except (OSError, TimeoutError, ValueError) as error:
             raise NoCluster(f"{options.scheduler}: no scheduler answers: {error}") from None
         self._timeout = options.patience
-        if self._own is not None:
-            client.register_worker_callbacks(ignore_interrupts)
         if options.dashboard:
             self._say(f"dashboard: {client.dashboard_link}")
         return client
@@ -147,9 +145,14 @@ class Cluster:
         dask.config.set({"distributed.scheduler.worker-ttl": f"{self._options.patience:g}s",
                          "distributed.worker.profile.interval": "1s", "distributed.admin.tick.limit": "1h"})
         # The renderers' memory is not the workers' own, which is all that a limit would see.
-        return LocalCluster(n_workers=self._options.workers or len(os.sched_getaffinity(0)), threads_per_worker=1,
-                            memory_limit=0, silence_logs=50, dashboard_address="127.0.0.1:0",
-                            scheduler_kwargs={"dashboard": self._options.dashboard})
+        count = self._options.workers or len(os.sched_getaffinity(0))
+        # Ctrl-C reaches the workers too and is for the farm, which ends them: they inherit that it is ignored.
+        former = signal.signal(signal.SIGINT, signal.SIG_IGN)
+        forkserver.ensure_running()
+        signal.signal(signal.SIGINT, former)
+        self._own = LocalCluster(n_workers=count, threads_per_worker=1, memory_limit=0, silence_logs=50,
+                                 dashboard_address="127.0.0.1:0",
+                                 scheduler_kwargs={"dashboard": self._options.dashboard})
 
 
 def render(options, rest, watcher_of):
@@ -203,6 +206,9 @@ def run(words=None):
 
     try:
         options, rest = parse(words)
+        # Dask reads it when it is loaded. Workers are then forked from one process that has loaded it, which starts and
+        # ends a cluster several seconds sooner.
+        os.environ.setdefault("DASK_DISTRIBUTED__WORKER__MULTIPROCESSING_METHOD", "forkserver")
         try:
             import distributed  # noqa: F401
         except ImportError:

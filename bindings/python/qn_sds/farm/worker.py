@@ -7,7 +7,6 @@ their content comes with the job, and is kept by hash as long as the worker live
 import hashlib
 import json
 import os
-import signal
 import tempfile
 import threading
 
@@ -121,11 +120,6 @@ class TileWorker:
         # A kept file is of the job's hash; another one may have changed since it was compared.
         path = places.get(name) or os.path.join(job["folder"], name)
         return hash_file(path, self._hashes)
-
-
-def ignore_interrupts():
-    """Run by the workers of a cluster for one run: Ctrl-C reaches them too, and is for the farm, which ends them."""
-    signal.signal(signal.SIGINT, signal.SIG_IGN)
 
 
 _worker = None
