@@ -194,7 +194,7 @@ class Driver:
             tiles, frame.todo = frame.todo[:self._task_tiles], frame.todo[self._task_tiles:]
             return tiles
         left = sum(costs[tile] for tile in frame.todo)
-        left += sum(costs) * len(self._waiting)
+        left += sum(costs) * (self._left - 1)
         seconds = left / (3 * max(1, self._workers))
         return frame.take_run(costs, min(max(seconds, LEAST_SECONDS), MOST_SECONDS))
 
