@@ -73,11 +73,12 @@ accuracy: build/all_parts
 	build/bin/accuracy $(ARGS) > build/accuracy.md
 	@mkdir -p docs && cp build/accuracy.md docs/accuracy.md && cat docs/accuracy.md
 
-# Agreement with double precision, and holes: some twenty million rays.
+# Agreement with double precision, and holes: some twenty million rays. HOLE_RAYS=512000 for a hundred million.
+HOLE_RAYS ?= 70000
 rays: build/all_parts
 	$(call build_preset,release) --target rays
 	build/bin/rays --rays 100000 --checks cells,limit --kernels fast > build/agreement.md
-	build/bin/rays --rays 70000 --checks holes,far --kernels fast,scene > build/holes.md
+	build/bin/rays --rays $(HOLE_RAYS) --checks holes,far --kernels fast,scene > build/holes.md
 	build/bin/rays --rays 14000 --checks refined --kernels fast,reference,scene cube toroidal_tet prism5_crease_loop \
 		torus_dart car > build/refined_rays.md
 	@printf '# Rays\n\nPrinted by `make rays`.\n' > docs/rays.md

@@ -38,7 +38,8 @@ constexpr std::string_view type_code(type_letters<T>.data(), type_letters<T>.siz
 
 class NpyReader {
 public:
-    NpyReader(std::istream& file, const std::string& path) : m_path(path), m_file(file) {
+    NpyReader(std::istream& file, const std::string& path, const NpyCheck& check)
+        : m_path(path), m_file(file), m_check(check) {
         if (!m_file) fail(std::strerror(errno));
     }
 
@@ -137,6 +138,7 @@ private:
         for (const std::size_t extent : array.shape)
             if (__builtin_mul_overflow(count, extent, &count) || count > SIZE_MAX / sizeof(T))
                 fail("shape is too large");
+        if (m_check) m_check(count, sizeof(T));
         // grows with the data that is really there: a wrong shape must not cost memory
         constexpr std::size_t block = (std::size_t{1} << 24) / sizeof(T);
         std::vector<T>& values = array.values.emplace<std::vector<T>>();
@@ -156,6 +158,7 @@ private:
 
     const std::string& m_path;
     std::istream& m_file;
+    const NpyCheck& m_check;
     std::string m_header;
     std::string_view m_type;  // within m_header
 };
@@ -168,11 +171,13 @@ std::string to_text(const std::vector<std::size_t>& shape) {
     return text + ")";
 }
 
-NpyArray read_npy(std::istream& file, const std::string& name) { return NpyReader(file, name).read(); }
+NpyArray read_npy(std::istream& file, const std::string& name, const NpyCheck& check) {
+    return NpyReader(file, name, check).read();
+}
 
-NpyArray read_npy(const std::string& path) {
+NpyArray read_npy(const std::string& path, const NpyCheck& check) {
     std::ifstream file(path == "-" ? "/dev/stdin" : locate_input(path), std::ios::binary);
-    return read_npy(file, path);
+    return read_npy(file, path, check);
 }
 
 template <class T>

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <istream>
 #include <span>
 #include <string>
@@ -26,13 +27,17 @@ struct NpyArray {
 /// A shape as text: "(3, 7)".
 std::string to_text(const std::vector<std::size_t>& shape);
 
+/// Called with the number of values that a file announces and the bytes of each, before memory is taken for them; may
+/// throw.
+using NpyCheck = std::function<void(std::size_t count, std::size_t element_size)>;
+
 /// Reads an .npy file of version 1.0 or 2.0. Throws InputError when it cannot be read or is no such file, for other
 /// element types, Fortran order of two or more dimensions, big-endian data, and data shorter or longer than the shape
 /// says.
-NpyArray read_npy(const std::string& path);
+NpyArray read_npy(const std::string& path, const NpyCheck& check = {});
 
 /// The same from an open stream of bytes; `name` stands for the file in messages.
-NpyArray read_npy(std::istream& file, const std::string& name);
+NpyArray read_npy(std::istream& file, const std::string& name, const NpyCheck& check = {});
 
 /// Writes values with the given shape as an .npy file of version 1.0, whole or not at all; "-" is standard output. The
 /// product of `shape` must be values.size(). Throws OutputError. T is one of the element

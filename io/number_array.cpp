@@ -1,7 +1,5 @@
 #include "io/number_array.h"
 
-#include "io/npy.h"
-
 #include <charconv>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -29,8 +27,8 @@ Number to_number(const Json& value) {
     return value.get<long long>();
 }
 
-NumberArray read_file_numbers(const std::string& name, const std::string& folder) {
-    NpyArray file = read_npy((std::filesystem::path(folder) / name).string());
+NumberArray read_file_numbers(const std::string& name, const std::string& folder, const NpyCheck& check) {
+    NpyArray file = read_npy((std::filesystem::path(folder) / name).string(), check);
     NumberArray array{std::move(file.shape), {}};
     std::visit(
         [&array](const auto& values) {
@@ -43,9 +41,9 @@ NumberArray read_file_numbers(const std::string& name, const std::string& folder
 
 constexpr unsigned int most_axes = 8;
 
-NumberArray read_value(const Json& value, const std::string& folder, unsigned int axes);
+NumberArray read_value(const Json& value, const std::string& folder, const NpyCheck& check, unsigned int axes);
 
-NumberArray read_list(const Json& list, const std::string& folder, unsigned int axes) {
+NumberArray read_list(const Json& list, const std::string& folder, const NpyCheck& check, unsigned int axes) {
     if (axes == most_axes) throw std::invalid_argument("lists nested too deeply");
     NumberArray array{{list.size()}, {}};
     if (list.empty()) return array;
@@ -60,7 +58,7 @@ NumberArray read_list(const Json& list, const std::string& folder, unsigned int 
     }
     std::vector<std::size_t> shape;  // of every entry
     for (std::size_t i = 0; i < list.size(); ++i) {
-        const NumberArray entry = read_value(list[i], folder, axes + 1);
+        const NumberArray entry = read_value(list[i], folder, check, axes + 1);
         if (i == 0) shape = entry.shape;
         if (entry.shape != shape)
             throw std::invalid_argument("entry " + std::to_string(i) + " has shape " + to_text(entry.shape) +
@@ -71,10 +69,10 @@ NumberArray read_list(const Json& list, const std::string& folder, unsigned int 
     return array;
 }
 
-NumberArray read_value(const Json& value, const std::string& folder, unsigned int axes) {
+NumberArray read_value(const Json& value, const std::string& folder, const NpyCheck& check, unsigned int axes) {
     if (value.is_number()) return {{}, {to_number(value)}};
-    if (value.is_string()) return read_file_numbers(value.get<std::string>(), folder);
-    if (value.is_array()) return read_list(value, folder, axes);
+    if (value.is_string()) return read_file_numbers(value.get<std::string>(), folder, check);
+    if (value.is_array()) return read_list(value, folder, check, axes);
     throw std::invalid_argument(std::string(value.type_name()) + " is neither a list of numbers nor an .npy file");
 }
 
@@ -89,6 +87,8 @@ std::string to_text(const Number& number) {
         number);
 }
 
-NumberArray read_numbers(const Json& value, const std::string& folder) { return read_value(value, folder, 0); }
+NumberArray read_numbers(const Json& value, const std::string& folder, const NpyCheck& check) {
+    return read_value(value, folder, check, 0);
+}
 
 }  // namespace sds_io

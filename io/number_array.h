@@ -1,5 +1,7 @@
 #pragma once
 
+#include "io/npy.h"
+
 #include <cstddef>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
@@ -20,7 +22,8 @@ struct NumberArray {
 };
 
 /// What a JSON value says: a number, a list of such values with equal shapes, or the path of an .npy file, seen from
-/// `folder`. Throws std::invalid_argument when it is nothing of this kind; InputError when the .npy file is unusable.
-NumberArray read_numbers(const nlohmann::json& value, const std::string& folder);
+/// `folder`, which `check` may refuse. Throws std::invalid_argument when it is nothing of this kind; InputError when
+/// the .npy file is unusable.
+NumberArray read_numbers(const nlohmann::json& value, const std::string& folder, const NpyCheck& check = {});
 
 }  // namespace sds_io

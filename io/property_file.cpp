@@ -5,6 +5,7 @@
 #include "io/npy.h"
 #include "io/number_array.h"
 #include "io/read_file.h"
+#include "model/array_size.h"
 #include "model/array_view.h"
 #include "qn_poly/poly_check.h"
 #include "sds/mesh_property/element_types.h"
@@ -92,8 +93,10 @@ bool is_layer_name(const std::string& name) {
 /// Reads one object of the list.
 class EntryReader {
 public:
-    EntryReader(const Json& entry, const std::string& folder, const ControlCage& cage, const PolyMesh& polygons)
-        : m_entry(entry), m_folder(folder), m_cage(cage), m_polygons(polygons) {}
+    /// `held` bytes belong to the entries before.
+    EntryReader(const Json& entry, const std::string& folder, const ControlCage& cage, const PolyMesh& polygons,
+                std::size_t held, std::size_t limit)
+        : m_entry(entry), m_folder(folder), m_cage(cage), m_polygons(polygons), m_held(held), m_limit(limit) {}
 
     PropertySource read() {
         check_keys();
@@ -141,6 +144,14 @@ private:
         return value.get<std::string>();
     }
 
+    /// An array from a file is held three times for a while: as it was read, as numbers of any kind, and as it is kept.
+    NumberArray read_array(const Json& value) const {
+        return read_numbers(value, m_folder, [&](std::size_t count, std::size_t element_size) {
+            const std::size_t bytes = get_array_size(count, 2 * element_size + sizeof(Number));
+            check_memory_limit("property '" + m_source.name + "'", std::max(bytes, bytes + m_held), m_limit);
+        });
+    }
+
     void read_name(const Json& value) {
         const std::string expected = "a name without blanks, commas, dots and slashes";
         const std::string name = read_word(value, expected);
@@ -170,7 +181,7 @@ private:
     }
 
     void read_times(const Json& value) {
-        const NumberArray array = read_numbers(value, m_folder);
+        const NumberArray array = read_array(value);
         if (array.shape.size() != 1 || array.values.empty())
             throw ValueError("a list of one time or more", "shape " + to_text(array.shape));
         for (const Number& number : array.values)
@@ -199,7 +210,7 @@ private:
     }
 
     void read_values(const Json& value) {
-        const NumberArray array = read_numbers(value, m_folder);
+        const NumberArray array = read_array(value);
         const std::size_t samples = std::max<std::size_t>(m_source.times.size(), 1), extent = m_source.extent;
         const std::size_t items = array.values.size() / (samples * extent);
         const Shape found = squeezed(array.shape), rows = squeezed({samples, items, extent}),
@@ -250,7 +261,7 @@ private:
     void read_indices(const Json& value) {
         if (!is_of_vertices(m_source.kind))
             throw ValueError("none for kind " + std::string(to_name(m_source.kind)), "indices of its own");
-        const NumberArray array = read_numbers(value, m_folder);
+        const NumberArray array = read_array(value);
         if (array.shape.size() != 1) throw ValueError("a list of indices", "shape " + to_text(array.shape));
         m_source.indices.reserve(array.values.size());
         for (const Number& number : array.values) {
@@ -286,19 +297,20 @@ private:
     const std::string& m_folder;
     const ControlCage& m_cage;
     const PolyMesh& m_polygons;
+    std::size_t m_held, m_limit;
     PropertySource m_source;
 };
 
 }  // namespace
 
-std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage) {
+std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage, std::size_t limit) {
     std::string text;
     if (const std::string reason = read_file(path, text); !reason.empty()) throw InputError(path, reason);
-    return read_properties_text(text, path, cage);
+    return read_properties_text(text, path, cage, limit);
 }
 
 std::vector<PropertySource> read_properties_text(std::string_view text, const std::string& path,
-                                                 const ControlCage& cage) {
+                                                 const ControlCage& cage, std::size_t limit) {
     const Json json = parse_json(text, path);
     if (!json.is_array())
         throw InputError(path, std::string("expected a list of properties, found ") + json.type_name());
@@ -306,8 +318,9 @@ std::vector<PropertySource> read_properties_text(std::string_view text, const st
     PolyMesh polygons;
     polygons.set_polygons(view_of(cage.polygon_counts), view_of(cage.polygon_indices), {});
     std::vector<PropertySource> sources;
+    std::size_t held = 0;
     for (const Json& entry : json) {
-        EntryReader reader(entry, folder, cage, polygons);
+        EntryReader reader(entry, folder, cage, polygons, held, limit);
         const auto place = [&] {
             return "property " +
                    (reader.get_name().empty() ? std::to_string(sources.size() + 1) : "'" + reader.get_name() + "'");
@@ -319,6 +332,7 @@ std::vector<PropertySource> read_properties_text(std::string_view text, const st
         } catch (const std::runtime_error& error) {
             throw InputError(path, place() + ": " + error.what());
         }
+        held += sources.back().get_memory_size();
         const std::string& name = sources.back().name;
         if (std::any_of(sources.begin(), sources.end() - 1, [&](const auto& other) { return other.name == name; }))
             throw InputError(path, "property '" + name + "': expected a name of its own, found it twice");

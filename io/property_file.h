@@ -25,12 +25,13 @@ using namespace sds_model;
 ///
 /// Throws InputError: wrong types, shapes or keys, numbers that are not finite, beyond the type or beyond 1e300, and
 /// what the host's checker finds in lengths, indices and times. It names the property, what was expected and what was
-/// found.
-std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage);
+/// found. Throws MemoryLimitError before the arrays of .npy files and what is made of them take more than `limit`
+/// bytes; 0 is no limit.
+std::vector<PropertySource> read_properties(const std::string& path, const ControlCage& cage, std::size_t limit = 0);
 
 /// The same for text in memory; `path` stands for the file in messages, and its folder is where .npy files are seen
 /// from.
 std::vector<PropertySource> read_properties_text(std::string_view text, const std::string& path,
-                                                 const ControlCage& cage);
+                                                 const ControlCage& cage, std::size_t limit = 0);
 
 }  // namespace sds_io

@@ -3,6 +3,7 @@
 #include "io/input_error.h"
 #include "io/npy.h"
 #include "io/obj/obj_cursor.h"
+#include "model/array_size.h"
 #include "render/batch.h"
 
 #include <algorithm>
@@ -80,7 +81,7 @@ RayFile to_rays(const std::string& path, const std::vector<std::size_t>& shape, 
 
 }  // namespace
 
-RayFile read_rays(const std::string& path) {
+RayFile read_rays(const std::string& path, std::size_t limit) {
     std::ifstream in(path == "-" ? "/dev/stdin" : path, std::ios::binary);
     if (!in) throw InputError(path, std::strerror(errno));
     constexpr int first_of_npy = 0x93;
@@ -89,7 +90,10 @@ RayFile read_rays(const std::string& path) {
         if (in.bad()) throw InputError(path, "read error");
         return read_lines(path, text);
     }
-    const NpyArray array = read_npy(in, path);
+    const NpyArray array = read_npy(in, path, [&](std::size_t count, std::size_t element_size) {
+        const std::size_t per_number = sizeof(GeometryRay) / still_row;
+        check_memory_limit(path, get_array_size(count, element_size + per_number), limit);
+    });
     if (const auto* doubles = std::get_if<std::vector<double>>(&array.values))
         return to_rays(path, array.shape, *doubles);
     if (const auto* floats = std::get_if<std::vector<float>>(&array.values)) return to_rays(path, array.shape, *floats);

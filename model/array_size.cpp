@@ -24,6 +24,11 @@ std::size_t checked_count(std::initializer_list<std::size_t> extents, std::size_
     throw std::length_error("an array of " + shape + " numbers is more than this machine can hold");
 }
 
+std::size_t get_array_size(std::size_t count, std::size_t element_size) {
+    std::size_t bytes = 0;
+    return __builtin_mul_overflow(count, element_size, &bytes) ? SIZE_MAX : bytes;
+}
+
 std::string to_size_text(std::size_t bytes) {
     constexpr const char* units[] = {"bytes", "KiB", "MiB", "GiB", "TiB"};
     double size = static_cast<double>(bytes);
@@ -36,8 +41,8 @@ std::string to_size_text(std::size_t bytes) {
 
 void check_memory_limit(const std::string& what, std::size_t bytes, std::size_t limit) {
     if (limit == 0 || bytes <= limit) return;
-    throw std::runtime_error(what + " needs about " + to_size_text(bytes) + ", more than the limit of " +
-                             to_size_text(limit));
+    throw MemoryLimitError(what + " needs about " + to_size_text(bytes) + ", more than the limit of " +
+                           to_size_text(limit));
 }
 
 }  // namespace sds_model

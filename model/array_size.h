@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <exception>
 #include <initializer_list>
 #include <string>
 
@@ -16,7 +17,20 @@ std::size_t get_machine_memory();
 /// "1.5 GiB".
 std::string to_size_text(std::size_t bytes);
 
-/// Throws std::runtime_error when `what` needs more than `limit` bytes; 0 is no limit.
+/// More memory is needed than the user allows.
+class MemoryLimitError : public std::exception {
+public:
+    explicit MemoryLimitError(std::string message) : m_message(std::move(message)) {}
+    const char* what() const noexcept override { return m_message.c_str(); }
+
+private:
+    std::string m_message;
+};
+
+/// Bytes of `count` elements, as many as a size can say at most.
+std::size_t get_array_size(std::size_t count, std::size_t element_size);
+
+/// Throws MemoryLimitError when `what` needs more than `limit` bytes; 0 is no limit.
 void check_memory_limit(const std::string& what, std::size_t bytes, std::size_t limit);
 
 }  // namespace sds_model

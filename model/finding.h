@@ -37,6 +37,7 @@ enum class FindingCode : std::uint8_t {
     tag_index_out_of_range,
     tag_without_edge,
     tag_without_polygon,
+    too_many_instances,
     // warnings: something was changed, dropped or looks wrong
     one_corner_polygon,
     two_corner_polygon,

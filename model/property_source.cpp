@@ -18,6 +18,13 @@ const char* to_name(PolyMeshProperty::Type kind) {
     return "unknown";
 }
 
+std::size_t PropertySource::get_memory_size() const {
+    const std::size_t item_size = std::size_t{extent} * ResourceProperty::get_type_size(type);
+    std::size_t bytes = indices.size() * sizeof(indices[0]) + times.size() * sizeof(times[0]);
+    for (const ResourceProperty& sample : samples) bytes += sample.get_item_count() * item_size;
+    return bytes;
+}
+
 PolyMeshProperty make_host_property(const PolyMesh& polygons, const PropertySource& source) {
     PolyMeshProperty property(polygons, CoreString(source.name), source.kind, source.type, source.extent);
     property.set_indices(view_of(source.indices));

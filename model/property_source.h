@@ -25,6 +25,7 @@ struct PropertySource {
     std::vector<double> times;              ///< strictly increasing; empty: one set of values
     std::vector<ResourceProperty> samples;  ///< one per time, or one
 
+    std::size_t get_memory_size() const;  ///< bytes of the arrays
     unsigned int item_count() const { return samples.front().get_item_count(); }
 };
 

@@ -16,13 +16,16 @@ using Vec3d = GMathVec3<double>;
 
 double* put(const Vec3d& v, double* out) { return std::copy(v.get_data(), v.get_data() + 3, out); }
 
-/// Calls sample(fragment, row) for every point of every quad's grid, on all threads.
+/// Calls sample(fragment, row) for every point of every quad's grid, on all threads. The progress may be null.
 template <class Sample>
 std::vector<double> sample_grid(std::uint32_t quads, unsigned int n, std::size_t row_size, double time,
-                                const Sample& sample) {
+                                AppProgressBar* progress, const Sample& sample) {
     const std::size_t side = std::size_t{n} + 1;
     std::vector<double> values(checked_count({quads, side, side, row_size}, sizeof(double)));
+    const std::uint32_t quads_per_step = std::max(quads / 1024, 1u);
     sys_parallel_for(quads, [&](unsigned int q, unsigned int) {
+        if (progress != nullptr && q % quads_per_step == 0)
+            progress->increment(static_cast<float>(quads_per_step) / static_cast<float>(quads));
         double* row = &values[q * side * side * row_size];
         for (unsigned int j = 0; j <= n; ++j)
             for (unsigned int i = 0; i <= n; ++i, row += row_size)
@@ -33,21 +36,21 @@ std::vector<double> sample_grid(std::uint32_t quads, unsigned int n, std::size_t
 
 }  // namespace
 
-std::vector<double> sample_surface(const Surface& surface, unsigned int n, double time) {
+std::vector<double> sample_surface(const Surface& surface, unsigned int n, double time, AppProgressBar* progress) {
     surface.check_time(time);
     const CtxShader shader;
     const CtxEval ctx(shader);
     const SdsMesh mesh = surface.make_mesh(0);
     return sample_grid(
-        surface.get_base().get_primitive_count(), n, sample_row_size, time,
+        surface.get_base().get_primitive_count(), n, sample_row_size, time, progress,
         [&](const GeometryFragment& fragment, double* row) { sample_on_quad(mesh, ctx, fragment, row); });
 }
 
-std::vector<double> sample_uvs(const Surface& surface, unsigned int n, unsigned int uv_map) {
+std::vector<double> sample_uvs(const Surface& surface, unsigned int n, unsigned int uv_map, AppProgressBar* progress) {
     const CtxShader shader;
     const CtxEval ctx(shader);
     const SdsMeshMaps& maps = surface.get_maps();
-    return sample_grid(surface.get_base().get_primitive_count(), n, uv_row_size, 0.0,
+    return sample_grid(surface.get_base().get_primitive_count(), n, uv_row_size, 0.0, progress,
                        [&](const GeometryFragment& fragment, double* row) {
                            if (!maps.is_primitive_uv_mapped(fragment.primitive, uv_map)) {
                                std::fill_n(row, uv_row_size, std::numeric_limits<double>::quiet_NaN());
@@ -59,11 +62,12 @@ std::vector<double> sample_uvs(const Surface& surface, unsigned int n, unsigned 
                        });
 }
 
-std::vector<double> sample_property(const SdsMesh& mesh, const SurfaceProperty& property, unsigned int n, double time) {
+std::vector<double> sample_property(const SdsMesh& mesh, const SurfaceProperty& property, unsigned int n, double time,
+                                    AppProgressBar* progress) {
     const CtxShader shader;
     const CtxEval ctx(shader);
     return sample_grid(
-        mesh.get_base()->get_primitive_count(), n, 3 * std::size_t{property.get_extent()}, time,
+        mesh.get_base()->get_primitive_count(), n, 3 * std::size_t{property.get_extent()}, time, progress,
         [&](const GeometryFragment& fragment, double* row) { evaluate_on_quad(property, mesh, ctx, fragment, row); });
 }
 

@@ -19,10 +19,11 @@ using Vec3d = GMathVec3<double>;
 /// The corners of every cell in the quad's grid.
 constexpr std::pair<unsigned int, unsigned int> cell_corner_offsets[] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
 
-/// Positions at the points of a grid: point(quad, i, j) is one.
+/// Positions at the points of a grid: point(quad, i, j) is one. A task of `weight` of the progress, which may be null.
 template <class Point>
 std::vector<float> evaluate_points(const WeldedGrid& grid, std::uint32_t quads, unsigned int cells,
-                                   AppProgressBar* progress, const Point& point) {
+                                   AppProgressBar* progress, float weight, const Point& point) {
+    const AppProgressTask task(progress, "tessellation", weight);
     std::vector<float> xyz(3 * std::size_t{grid.point_count()});
     for (std::uint32_t q = 0; q < quads; ++q) {
         if (progress != nullptr) progress->set_value(static_cast<float>(q) / static_cast<float>(quads));
@@ -165,16 +166,19 @@ Tessellation tessellate(const Surface& surface, unsigned int level, double time,
     const WeldedGrid grid(quad_indices, base.get_edges().opposite_edges, cells);
     const SdsBezierMesh patches = surface.get_geometry().get_bezier_mesh_at(time);
     PatchEvaluator evaluate([&](std::uint32_t p, Vec3f* c) { patches.get_patch_controls(p, c); });
-    out.positions = evaluate_points(grid, quads, cells, progress, [&](std::uint32_t q, unsigned int i, unsigned int j) {
+    const SdsMeshMaps& maps = surface.get_maps();
+    const bool has_uvs = uv_map < maps.get_uv_map_count();
+    const float weight = has_uvs ? 0.5f : 1.0f;
+    const auto evaluate_position = [&](std::uint32_t q, unsigned int i, unsigned int j) {
         if (!is_refined) return evaluate(q, bases[i], bases[j]);
         const auto at = mesh.find_primitive(q, static_cast<double>(i) / cells, static_cast<double>(j) / cells);
         return evaluate(at.primitive, sds::CubicBasis<double>(at.u), sds::CubicBasis<double>(at.v));
-    });
+    };
+    out.positions = evaluate_points(grid, quads, cells, progress, weight, evaluate_position);
     out.polygon_indices = cell_corners(grid, grid, quads, cells);
     out.polygon_counts.assign(out.polygon_indices.size() / 4, 4);
 
-    const SdsMeshMaps& maps = surface.get_maps();
-    if (uv_map >= maps.get_uv_map_count()) return out;
+    if (!has_uvs) return out;
     const SdsMeshMaps::SdsUvMap& map = maps.get_uv_map(uv_map);
     const WeldedGrid uv_grid(map.quad_indices, map.edges.opposite_edges, cells);
     PatchEvaluator evaluate_uv([&](std::uint32_t q, Vec3f* c) { maps.get_bezier_controls(uv_map, q, c); });
@@ -188,7 +192,7 @@ Tessellation tessellate(const Surface& surface, unsigned int level, double time,
         maps.compute_fragment_uvw(ctx, at, uv_map, uvw, du, dv);
         return uvw;
     };
-    out.uv_points = evaluate_points(uv_grid, quads, cells, nullptr, evaluate_map);
+    out.uv_points = evaluate_points(uv_grid, quads, cells, progress, weight, evaluate_map);
     out.uv_indices = cell_corners(uv_grid, grid, quads, cells);
     return out;
 }

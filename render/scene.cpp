@@ -63,6 +63,12 @@ unsigned int Scene::add(const GeometryObject& object, const Transform& transform
     return get_object_count() - 1;
 }
 
+std::size_t Scene::estimate_hierarchy_size(std::size_t primitive_count, std::size_t step_count) {
+    // Peaks of Embree's builders from 10,000 primitives on are 113 to 142 and 224 to 248 bytes.
+    const std::size_t still = 144, moving = 256;
+    return primitive_count * ((step_count > 1 ? moving : still) + step_count * sizeof(Bbox3));
+}
+
 void Scene::commit(const HierarchyUse& use) {
     m_impl->sort_entries();
     m_impl->set_motion_sampling();

@@ -42,6 +42,10 @@ public:
     // objects' time; where it flattens space there is nothing to hit.
     unsigned int add(const GeometryObject& object, const Transform& transform = {});
 
+    // About the most bytes that commit takes for so many primitives, with `step_count` boxes each: more than one where
+    // they move.
+    static std::size_t estimate_hierarchy_size(std::size_t primitive_count, std::size_t step_count);
+
     // Builds the hierarchy on the threads of the calling arena. Primitives whose box is empty or not finite are left
     // out. Throws std::bad_alloc or std::runtime_error when the build fails; the scene is then empty.
     void commit(const HierarchyUse& use = HierarchyUse::still);

@@ -239,8 +239,9 @@ PrimitiveBounds compute_box_bounds(unsigned int count, const std::vector<double>
 }
 
 void append_sample_times(const GeometryObject& object, double open, double close, std::vector<double>& times) {
+    if (!object.is_animated()) return;
     const GeometryPointCloud* cloud = object.get_point_cloud();
-    if (!object.is_animated() || cloud == nullptr || !cloud->has_sampling()) return;
+    if (cloud == nullptr || !cloud->has_sampling()) return;
     const GMathTimeSampling& sampling = cloud->get_sampling();
     const auto append = [&](double time) {
         if (time > open && time < close) times.push_back(time);

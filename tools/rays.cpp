@@ -168,14 +168,15 @@ public:
             "Closed cages, rays lost / late / grazing. From inside and from 1, 10 and 1000 diagonals away, aimed at "
             "random points and exactly at corners, edge middles and lines.\n\n"
             "| cage | level | kernels | rays | inside | 1 | 10 | 1000 |\n|---|--:|---|--:|--:|--:|--:|--:|\n");
+        HoleCounts all;
         for (const ZooMesh* cage : m_cages) {
             if (!is_solid(*cage)) continue;
             const ZooMesh placed = is_far ? moved(*cage, {148376, 1234, -223423}, 2.0) : *cage;
             for (unsigned int level = 0; level <= 6; ++level)
                 for (const std::string& kernels : m_kernels)
-                    if (m_options.wants_level(level)) print_hole_line(placed, level, kernels);
+                    if (m_options.wants_level(level)) all += print_hole_line(placed, level, kernels);
         }
-        std::printf("\n");
+        std::printf("| all | | | %zu | %zu / %zu / %zu | | | |\n\n", all.rays, all.lost, all.late, all.grazing);
     }
 
     void print_moving_holes() {
@@ -246,13 +247,14 @@ private:
         };
     }
 
-    void print_hole_line(const ZooMesh& cage, unsigned int level, const std::string& kernels) {
+    HoleCounts print_hole_line(const ZooMesh& cage, unsigned int level, const std::string& kernels) {
         const Subject subject(cage, level, kernels);
         const std::vector<Vec3d> inside = find_inside_points(subject.oracle(), 16);
         if (inside.empty()) {
             std::printf("| %s | %u | %s | no inside | | | | |\n", cage.name.c_str(), level, kernels.c_str());
-            return;
+            return {};
         }
+        HoleCounts line;
         std::printf("| %s | %u | %s | %zu |", cage.name.c_str(), level, kernels.c_str(), m_options.rays);
         for (const double diagonals : {0.0, 1.0, 10.0, 1000.0}) {
             HoleCounts all;
@@ -262,10 +264,12 @@ private:
                                    get_fault_report(cage, level, kernels + ", aimed at " + name_of(aim)));
             }
             std::printf(" %zu / %zu / %zu |", all.lost, all.late, all.grazing);
-            m_faults += all.lost + all.late;
+            line += all;
         }
+        m_faults += line.lost + line.late;
         std::printf("\n");
         std::fflush(stdout);
+        return line;
     }
 
     HoleCounts count_refined_holes(const Subject& subject, std::uint64_t rays, const FaultReport& report) {

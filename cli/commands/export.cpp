@@ -13,6 +13,8 @@
 #include "model/tessellate.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <deque>
 #include <filesystem>
@@ -90,9 +92,11 @@ void report_unmapped(const ExportOptions& options, const Surface& surface) {
 }
 
 /// What is written next to each other takes memory one after the other.
-void check_memory(const ExportOptions& options, const Surface& surface) {
+void check_memory(const ExportOptions& options, const LoadedSurface& loaded) {
+    const Surface& surface = *loaded.surface;
     const std::size_t quads = surface.get_base().get_primitive_count();
-    const std::size_t held = surface.get_memory_size();
+    const std::size_t patches = surface.get_geometry().get_patch_count();
+    const std::size_t held = loaded.get_memory_size();
     const auto check = [&](const std::string& path, const char* what, std::initializer_list<std::size_t> extents,
                            std::size_t element_size) {
         if (path.empty()) return;
@@ -105,22 +109,32 @@ void check_memory(const ExportOptions& options, const Surface& surface) {
     check(options.tessellation, "--tessellation", {quads, cells, cells}, cell_size);
     check(options.samples.path, "--samples", {quads, samples, samples, sample_row_size}, sizeof(double));
     check(options.uvs.path, "--uv", {quads, uvs, uvs, uv_row_size}, sizeof(double));
+    check(options.patches, "--patches", {patches, 16, 3}, sizeof(float));
+    check(options.patch_places, "--patch-places", {patches, patch_place_size}, sizeof(std::int32_t));
+    const std::size_t side = std::size_t{options.property_cells} + 1;
+    for (const auto& [name, path] : options.properties)
+        for (const PropertySource& property : loaded.properties)
+            if (property.name == name)
+                check(path, "--property", {quads, side, side, 3 * std::size_t{property.extent}}, sizeof(double));
 }
 
 const SurfaceProperty& find_property(const MeshProperties& properties, const std::string& name) {
     return asked_by("", [&]() -> const SurfaceProperty& { return properties.find(name); });
 }
 
-void export_properties(const ExportOptions& options, const LoadedSurface& loaded) {
+/// `weight` of the progress for each.
+void export_properties(const ExportOptions& options, const LoadedSurface& loaded, AppProgressBar* progress,
+                       float weight) {
     const SdsMesh mesh = loaded.surface->make_mesh(0);
     const MeshProperties properties(loaded.properties, loaded.get_cage(), mesh);
     for (const auto& [name, path] : options.properties) find_property(properties, name);
     const std::size_t side = std::size_t{options.property_cells} + 1;
     for (const auto& [name, path] : options.properties) {
+        const AppProgressTask task(progress, "property", weight);
         const SurfaceProperty& property = find_property(properties, name);
         const std::size_t shape[] = {mesh.get_base()->get_primitive_count(), side, side,
                                      3 * std::size_t{property.get_extent()}};
-        write_npy<double>(path, shape, sample_property(mesh, property, options.property_cells, options.time));
+        write_npy<double>(path, shape, sample_property(mesh, property, options.property_cells, options.time, progress));
     }
 }
 
@@ -148,7 +162,11 @@ void export_cage(const ExportOptions& options, const LoadedScene& scene, const L
     if (modes.chaikin && !options.quiet)
         print_line(options.cage + ": note: a USD layer has no word for the rule chaikin, left out");
     const std::string name = std::filesystem::path(loaded.name).stem().string();
-    const sds_usda::UsdaCage written(name, cage, loaded.further_uvs, modes);
+    for (const PropertySource& property : loaded.properties)
+        if (property.kind == PolyMeshProperty::Type::varying && !property.indices.empty() && !options.quiet)
+            print_line(options.cage + ": note: a USD layer has no word for property '" + property.name +
+                       "', varying with seams; written as faceVarying");
+    const sds_usda::UsdaCage written(name, cage, loaded.further_uvs, modes, loaded.properties);
     write_usda_file(options.cage, {&written.get_mesh(), 1}, stage_of(scene));
 }
 
@@ -173,10 +191,10 @@ void export_tessellation(const ExportOptions& options, const LoadedScene& scene,
                          std::span<const MeshInstance> instances, AppProgressBar* progress) {
     std::deque<Tessellation> meshes;
     for (const MeshInstance& instance : instances) {
-        const AppProgressTask task(progress, "tessellation", 0.4f / static_cast<float>(instances.size()));
+        const AppProgressTask task(progress, "tessellation", 0.45f / static_cast<float>(instances.size()));
         meshes.push_back(tessellate_instance(options, scene, instance, progress));
     }
-    const AppProgressTask task(progress, "write", 0.5f);
+    const AppProgressTask task(progress, "write", 0.55f);
     if (!is_usda(options.tessellation)) {
         const Tessellation& mesh = meshes.front();
         write_obj(options.tessellation,
@@ -220,11 +238,16 @@ void run_export(const ExportOptions& options) {
     const Surface& surface = *loaded.surface;
     check_map(options, loaded);
     asked_by("--time: ", [&] { surface.check_time(options.time); });
-    check_memory(options, surface);
+    check_memory(options, loaded);
     if (options.statistics) print_build_rate(scene.surfaces);
     const std::size_t quads = surface.get_base().get_primitive_count();
 
-    if (!options.properties.empty()) export_properties(options, loaded);
+    const std::size_t sampled_count =
+        options.properties.size() +
+        std::ranges::count_if(std::array{&options.tessellation, &options.samples.path, &options.uvs.path},
+                              [](const std::string* path) { return !path->empty(); });
+    const float weight = 0.9f / static_cast<float>(std::max<std::size_t>(sampled_count, 1));
+    if (!options.properties.empty()) export_properties(options, loaded, progress.get(), weight);
     if (!options.patches.empty()) {
         const std::size_t shape[] = {surface.get_geometry().get_patch_count(), 16, 3};
         write_npy<float>(options.patches, shape, patch_controls(surface, options.time));
@@ -234,16 +257,23 @@ void run_export(const ExportOptions& options) {
         write_npy<std::int32_t>(options.patch_places, shape, patch_places(surface));
     }
     if (!options.cage.empty()) export_cage(options, scene, loaded);
-    if (!options.tessellation.empty()) export_tessellation(options, scene, instances, progress.get());
+    if (!options.tessellation.empty()) {
+        const AppProgressTask task(progress.get(), "tessellation", weight);
+        export_tessellation(options, scene, instances, progress.get());
+    }
     if (!options.samples.path.empty()) {
+        const AppProgressTask task(progress.get(), "samples", weight);
         const std::size_t side = std::size_t{options.samples.cells} + 1;
         const std::size_t shape[] = {quads, side, side, sample_row_size};
-        write_npy<double>(options.samples.path, shape, sample_surface(surface, options.samples.cells, options.time));
+        write_npy<double>(options.samples.path, shape,
+                          sample_surface(surface, options.samples.cells, options.time, progress.get()));
     }
     if (!options.uvs.path.empty()) {
+        const AppProgressTask task(progress.get(), "uvs", weight);
         const std::size_t side = std::size_t{options.uvs.cells} + 1;
         const std::size_t shape[] = {quads, side, side, uv_row_size};
-        write_npy<double>(options.uvs.path, shape, sample_uvs(surface, options.uvs.cells, options.uv_map));
+        write_npy<double>(options.uvs.path, shape,
+                          sample_uvs(surface, options.uvs.cells, options.uv_map, progress.get()));
         report_unmapped(options, surface);
     }
 }

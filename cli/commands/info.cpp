@@ -333,18 +333,56 @@ sds_usda::UsdFrame choose_range(const InfoOptions& options, const sds_usda::UsdS
     return frame;
 }
 
-/// What a build would need; the text is printed from it.
+struct EstimatedMesh {
+    MeshSource source;
+    SurfaceModes modes;
+};
+
+/// What would be built.
+std::vector<EstimatedMesh> read_meshes(const InfoOptions& options) {
+    std::vector<EstimatedMesh> meshes;
+    if (is_layer(options.mesh)) {
+        const auto choose = [&](const sds_usda::UsdScene& layer) { return choose_range(options, layer); };
+        for (MeshSource& source : read_layer_meshes(options, options.motion, choose).meshes)
+            meshes.push_back({std::move(source), {}});
+    } else {
+        MeshSource& source = meshes.emplace_back().source;
+        source.cage = std::move(*load_cage(options.mesh, options, CageReport::everything).cage);
+        join_uvs(source.cage);
+        source.further_uvs = load_uvs(options, source.cage);
+        if (!options.motion.next.empty()) source.motion.vectors.resize(source.cage.positions.size());
+    }
+    for (EstimatedMesh& mesh : meshes) mesh.modes = get_modes(options, mesh.source.cage.rules);
+    return meshes;
+}
+
+/// What a build would need, of all meshes together, one after the other; the text is printed from it.
 Json describe_estimate(const InfoOptions& options) {
-    ReadObjResult mesh = load_cage(options.mesh, options, CageReport::everything);
-    join_uvs(*mesh.cage);
-    const std::vector<UvSource> uvs = load_uvs(options, *mesh.cage);
-    const SurfaceModes modes = get_modes(options, mesh.cage->rules);
-    const BuildEstimate estimate = estimate_build(*mesh.cage, uvs, !options.motion.next.empty(), modes);
-    check_memory_limit("the surface", estimate.get_peak(), options.memory_limit);
+    BuildEstimate whole;
+    std::vector<Stage> stages;
+    for (const auto& [source, modes] : read_meshes(options)) {
+        const bool has_vectors = !source.motion.vectors.empty();
+        const BuildEstimate estimate = estimate_build(source.cage, source.further_uvs, has_vectors, modes);
+        for (const ArraySize& array : estimate.arrays) {
+            const auto known = std::find_if(whole.arrays.begin(), whole.arrays.end(),
+                                            [&](const ArraySize& other) { return other.name == array.name; });
+            if (known == whole.arrays.end())
+                whole.arrays.push_back(array);
+            else
+                known->bytes += array.bytes;
+        }
+        whole.bytes += estimate.bytes;
+        whole.scratch = std::max(whole.scratch, estimate.scratch);
+        const std::vector<Stage> of_mesh = estimate_stages(source.cage, modes);
+        for (std::size_t s = 0; s < std::min(stages.size(), of_mesh.size()); ++s)
+            stages[s].seconds += of_mesh[s].seconds;
+        if (stages.empty()) stages = of_mesh;
+    }
+    check_memory_limit("the surface", whole.get_peak(), options.memory_limit);
     Json json;
-    json["bytes"] = {{"total", estimate.bytes}, {"scratch", estimate.scratch}, {"peak", estimate.get_peak()}};
-    add_arrays(estimate.arrays, json["bytes"]);
-    json["stages"] = to_json(estimate_stages(*mesh.cage, modes));
+    json["bytes"] = {{"total", whole.bytes}, {"scratch", whole.scratch}, {"peak", whole.get_peak()}};
+    add_arrays(whole.arrays, json["bytes"]);
+    json["stages"] = to_json(stages);
     return json;
 }
 
@@ -363,7 +401,6 @@ std::string to_estimate_text(const Json& estimate) {
 
 void run_info(const InfoOptions& options) {
     try {
-        if (options.estimate && is_layer(options.mesh)) throw UsageError("--estimate belongs to OBJ cages");
         if (options.estimate) {
             const Json estimate = describe_estimate(options);
             print_text(options.json ? to_json_text(estimate) : to_estimate_text(estimate));

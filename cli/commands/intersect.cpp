@@ -5,6 +5,7 @@
 #include "cli/options/usage_error.h"
 #include "io/npy.h"
 #include "io/ray_file.h"
+#include "model/array_size.h"
 #include "model/mesh_scene.h"
 #include "model/quad_places.h"
 #include "render/batch.h"
@@ -94,12 +95,12 @@ void run_intersect(const IntersectOptions& options) {
     RayFile file;
     LoadedScene loaded;
     if (is_layer(options.mesh)) {
-        file = read_rays(options.rays);
+        file = read_rays(options.rays, options.memory_limit);
         const auto choose = [&](const sds_usda::UsdScene& layer) { return choose_frame(options, file.rays, layer); };
         loaded = load_scene(options, options.motion, {}, choose, nullptr);
     } else {
         loaded = load_scene(options, options.motion, {}, nullptr, nullptr);
-        file = read_rays(options.rays);
+        file = read_rays(options.rays, options.memory_limit);
     }
     if (file.idle_count > 0 && !options.quiet)
         print_line(options.rays + ": warning: ray " + std::to_string(file.first_idle) +
@@ -112,11 +113,15 @@ void run_intersect(const IntersectOptions& options) {
     for (const double time : {shutter.open, shutter.close})
         for (const LoadedSurface& each : loaded.surfaces)
             asked_by((options.rays + ": ").c_str(), [&] { each.surface->check_time(time); });
+    HitRows hits{*meshes, loaded.has_names(), options.samples, {}, {}};
+    const std::size_t ray_size = sizeof(GeometryRay) + sizeof(unsigned int) + hits.get_row_size() * sizeof(double);
+    check_memory_limit("tracing",
+                       loaded.get_memory_size() + loaded.estimate_hierarchy_size(shutter) + file.rays.size() * ray_size,
+                       options.memory_limit);
     sds_render::Scene scene(shutter);
     meshes->add_to(scene);
     scene.commit();
     const auto begin = std::chrono::steady_clock::now();
-    HitRows hits{*meshes, loaded.has_names(), options.samples, {}, {}};
     hits.trace(scene, file.rays);
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
 

@@ -45,12 +45,11 @@ std::vector<std::string> layer_names(const RenderCommandOptions& options) {
     return names;
 }
 
-/// What a picture takes while it is made and written, with what is held besides.
-void check_memory(const RenderCommandOptions& options, const LoadedScene& loaded,
-                  const std::vector<sds_render::Layer>& layers) {
-    std::size_t channels = 4, held = 0;
+/// What a picture takes while it is made and written, with what is held besides: returns both.
+std::size_t check_memory(const RenderCommandOptions& options, const LoadedScene& loaded,
+                         const sds_render::Shutter& shutter, const std::vector<sds_render::Layer>& layers) {
+    std::size_t channels = 4, held = loaded.get_memory_size() + loaded.estimate_hierarchy_size(shutter);
     for (const sds_render::Layer& layer : layers) channels += layer.components.size();
-    for (const LoadedSurface& each : loaded.surfaces) held += each.surface->get_memory_size();
     if (!options.texture.empty()) {
         const std::size_t texture = Texture::read_png_size(options.texture);
         if (texture > options.texture_limit)
@@ -61,7 +60,9 @@ void check_memory(const RenderCommandOptions& options, const LoadedScene& loaded
     // A file is encoded in memory: the pixels once more, and their bytes at worst as many again.
     const std::size_t pixel_size = sizeof(float) * (channels + (is_exr(options.output) ? 2 * channels : 2));
     const std::size_t pixels = checked_count({options.width, options.height}, pixel_size);
-    check_memory_limit("the picture", held + pixels * pixel_size, options.memory_limit);
+    held += pixels * pixel_size;
+    check_memory_limit("the picture", held, options.memory_limit);
+    return held;
 }
 
 /// Of a layer: what --shutter says, or its camera's, around the frame; else the whole motion of the first mesh.
@@ -96,13 +97,15 @@ void check_maps(const RenderCommandOptions& options, const LoadedScene& scene) {
 }
 
 /// Of the groups: by their materials, which cages read from libraries of their own, else by their numbers.
-sds_render::SurfaceColor make_unsaid_color(const RenderCommandOptions& options, const LoadedScene& scene) {
+/// `held` bytes are held besides.
+sds_render::SurfaceColor make_unsaid_color(const RenderCommandOptions& options, const LoadedScene& scene,
+                                           std::size_t held) {
     sds_render::SurfaceColor by_group = sds_render::make_group_color();
     if (scene.has_names()) return by_group;
     std::vector<std::string> paths{options.mesh};
     paths.insert(paths.end(), options.further_meshes.begin(), options.further_meshes.end());
     sds_render::SurfaceColor by_material =
-        make_material_color(scene.surfaces, paths, options.uv_map, by_group, options, options.texture_limit);
+        make_material_color(scene.surfaces, paths, options.uv_map, by_group, options, options.texture_limit, held);
     return by_material ? by_material : by_group;
 }
 
@@ -214,18 +217,18 @@ Picture::Picture(const RenderCommandOptions& options, AppProgressBar* progress) 
     std::vector<sds_render::Layer> layers =
         asked_by("--aov: ", [&] { return make_layers(layer_names(m_options), *m_meshes); });
     if (!m_options.texture.empty() || m_options.uv_map > 0) check_maps(m_options, m_loaded);
-    check_memory(m_options, m_loaded, layers);
-    m_render_options = asked_by("--color-by: ", [&] {
-        const sds_render::SurfaceColor unsaid = make_unsaid_color(m_options, m_loaded);
-        return make_render_options(m_options, *m_meshes, pose.view.up, unsaid, m_loaded.has_names());
-    });
-    m_render_options.layers = std::move(layers);
     const Motion& motion = m_loaded.surfaces.front().motion;
     const sds_render::Shutter shutter =
         m_loaded.layer ? sds_render::Shutter{m_loaded.frame.open, m_loaded.frame.close}
                        : parse_shutter(m_options, {motion.get_first_time(), motion.get_last_time()});
     for (const double time : {shutter.open, shutter.close})
         asked_by("--shutter: ", [&] { m_loaded.surfaces.front().surface->check_time(time); });
+    const std::size_t held = check_memory(m_options, m_loaded, shutter, layers);
+    m_render_options = asked_by("--color-by: ", [&] {
+        const sds_render::SurfaceColor unsaid = make_unsaid_color(m_options, m_loaded, held);
+        return make_render_options(m_options, *m_meshes, pose.view.up, unsaid, m_loaded.has_names());
+    });
+    m_render_options.layers = std::move(layers);
     m_scene.emplace(shutter);
     const auto begin = std::chrono::steady_clock::now();
     {

@@ -67,6 +67,16 @@ void check_same_topology(const ControlCage& cage, const std::string& cage_path, 
     }
 }
 
+std::size_t LoadedSurface::get_input_size() const {
+    std::size_t bytes = motion.vectors.size() * sizeof(float);
+    for (const UvSource& map : further_uvs)
+        bytes += map.points.size() * sizeof(float) + map.indices.size() * sizeof(std::uint32_t);
+    for (const PropertySource& property : properties) bytes += property.get_memory_size();
+    return bytes;
+}
+
+std::size_t LoadedSurface::get_memory_size() const { return get_input_size() + surface->get_memory_size(); }
+
 LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& motion, AppProgressBar* progress) {
     LoadedSurface loaded;
     loaded.name = common.mesh;
@@ -77,7 +87,8 @@ LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& mot
     if (loaded.get_cage().has_uvs()) loaded.uv_joins.push_back(loaded.get_cage().uv_join);
     for (const UvSource& map : uvs) loaded.uv_joins.push_back(map.join);
     loaded.motion = load_motion(motion, common, loaded.get_cage());
-    if (!common.property_file.empty()) loaded.properties = read_properties(common.property_file, loaded.get_cage());
+    if (!common.property_file.empty())
+        loaded.properties = read_properties(common.property_file, loaded.get_cage(), common.memory_limit);
     if (common.is_left_handed)
         for (PropertySource& property : loaded.properties)
             turn_corners_over(loaded.get_cage().polygon_counts, false, property.indices);
@@ -85,7 +96,7 @@ LoadedSurface load_surface(const CommonOptions& common, const MotionOptions& mot
     if (common.memory_limit != 0) {
         const bool has_motion = !loaded.motion.vectors.empty();
         const BuildEstimate estimate = estimate_build(loaded.get_cage(), uvs, has_motion, modes);
-        check_memory_limit("the surface", estimate.get_peak(), common.memory_limit);
+        check_memory_limit("the surface", estimate.get_peak() + loaded.get_input_size(), common.memory_limit);
     }
     loaded.surface = std::make_unique<Surface>(loaded.get_cage(), uvs, loaded.motion.vectors, modes, progress);
     install_time_samples(*loaded.surface, loaded.motion, loaded.get_cage().get_vertex_count());

@@ -37,6 +37,9 @@ struct LoadedSurface {
     std::unique_ptr<Surface> surface;
 
     const ControlCage& get_cage() const { return *mesh.cage; }
+
+    std::size_t get_input_size() const;   ///< bytes of what was read beside the cage: UV maps, motion, properties
+    std::size_t get_memory_size() const;  ///< that and the surface
 };
 
 /// Reads the mesh, its further UV maps, its motion and its properties, checks everything, then builds. Throws

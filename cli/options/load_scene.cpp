@@ -34,11 +34,15 @@ UsdScene read_layer(const CommonOptions& common, sds_usda::UsdFindings& findings
     return std::move(*read.scene);
 }
 
-LoadedSurface build_mesh(const CommonOptions& common, MeshSource&& source, Findings&& findings,
-                         AppProgressBar* progress) {
+void report(const CommonOptions& common, const Findings& findings) {
     for (const Finding& finding : findings.get_entries())
         if (!common.quiet || severity_of(finding.code) == Severity::error) print_line(to_text(finding));
-    if (findings.has_errors()) throw CageError(common.mesh, std::move(findings));
+    if (findings.has_errors()) throw CageError(common.mesh, findings);
+}
+
+LoadedSurface build_mesh(const CommonOptions& common, MeshSource&& source, Findings&& findings,
+                         AppProgressBar* progress) {
+    report(common, findings);
     const SurfaceModes modes = get_modes(common, source.cage.rules);
     if (common.memory_limit != 0)
         check_memory_limit("the surface",
@@ -57,8 +61,7 @@ LoadedSurface build_mesh(const CommonOptions& common, MeshSource&& source, Findi
     return loaded;
 }
 
-LoadedScene load_layer(const CommonOptions& common, const ChooseFrame& choose, AppProgressBar* progress) {
-    LoadedScene loaded;
+sds_usda::SceneSource read_source(const CommonOptions& common, const ChooseFrame& choose, LoadedScene& loaded) {
     loaded.layer = read_layer(common, loaded.layer_findings);
     loaded.frame = choose(*loaded.layer);
     loaded.frame.codes_per_second = loaded.layer->time_codes_per_second;
@@ -67,6 +70,20 @@ LoadedScene load_layer(const CommonOptions& common, const ChooseFrame& choose, A
     if (source.instances.empty())
         throw InputError(common.mesh, "no mesh is visible at frame " + CLI::detail::to_string(loaded.frame.time));
     loaded.layer->meshes.clear();
+    return source;
+}
+
+void refuse_cage_options(const CommonOptions& common, const MotionOptions& motion) {
+    constexpr const char* cages = "OBJ cages; a USD scene brings its own";
+    refuse(!motion.next.empty(), "--motion", cages);
+    refuse(!motion.files.empty(), "--time-samples", cages);
+    refuse(!common.uv_files.empty(), "--uv", cages);
+    refuse(!common.property_file.empty(), "--properties", cages);
+}
+
+LoadedScene load_layer(const CommonOptions& common, const ChooseFrame& choose, AppProgressBar* progress) {
+    LoadedScene loaded;
+    sds_usda::SceneSource source = read_source(common, choose, loaded);
     loaded.instances = std::move(source.instances);
     const float share = 1.0f / static_cast<float>(source.meshes.size());
     for (std::size_t m = 0; m < source.meshes.size(); ++m) {
@@ -88,14 +105,19 @@ UsdFrame choose_moment(const CommonOptions& common, const UsdScene& layer) {
     return {.time = common.frame.value_or(first_frame(layer))};
 }
 
+sds_usda::SceneSource read_layer_meshes(const CommonOptions& common, const MotionOptions& motion,
+                                        const ChooseFrame& choose) {
+    refuse_cage_options(common, motion);
+    LoadedScene loaded;
+    sds_usda::SceneSource source = read_source(common, choose, loaded);
+    for (const Findings& findings : source.findings) report(common, findings);
+    return source;
+}
+
 LoadedScene load_scene(const CommonOptions& common, const MotionOptions& motion,
                        const std::vector<std::string>& further, const ChooseFrame& choose, AppProgressBar* progress) {
     if (is_layer(common.mesh)) {
-        constexpr const char* cages = "OBJ cages; a USD scene brings its own";
-        refuse(!motion.next.empty(), "--motion", cages);
-        refuse(!motion.files.empty(), "--time-samples", cages);
-        refuse(!common.uv_files.empty(), "--uv", cages);
-        refuse(!common.property_file.empty(), "--properties", cages);
+        refuse_cage_options(common, motion);
         if (!further.empty()) throw UsageError("a USD scene stands alone: " + further.front());
         return load_layer(common, choose, progress);
     }
@@ -111,6 +133,22 @@ LoadedScene load_scene(const CommonOptions& common, const MotionOptions& motion,
     for (std::uint32_t i = 0; i < loaded.surfaces.size(); ++i)
         loaded.instances.push_back({loaded.surfaces[i].name, i, {}});
     return loaded;
+}
+
+std::size_t LoadedScene::get_memory_size() const {
+    std::size_t bytes = 0;
+    for (const LoadedSurface& loaded : surfaces) bytes += loaded.get_memory_size();
+    return bytes;
+}
+
+std::size_t LoadedScene::estimate_hierarchy_size(const sds_render::Shutter& shutter) const {
+    std::size_t bytes = 0;
+    for (const LoadedSurface& loaded : surfaces) {
+        const bool moves = shutter.close > shutter.open && loaded.motion.has_motion();
+        const std::size_t steps = moves ? std::max<std::size_t>(loaded.motion.times.size(), 2) : 1;
+        bytes += sds_render::Scene::estimate_hierarchy_size(loaded.surface->get_geometry().get_patch_count(), steps);
+    }
+    return bytes;
 }
 
 std::unique_ptr<MeshScene> LoadedScene::make_meshes(unsigned int level) const {

@@ -26,6 +26,12 @@ struct LoadedScene {
     /// Whether output should say which mesh it is about.
     bool has_names() const { return layer.has_value(); }
 
+    /// Bytes of what was read and built.
+    std::size_t get_memory_size() const;
+
+    /// About the most bytes that a hierarchy over the surfaces takes, while a shutter is open if they move.
+    std::size_t estimate_hierarchy_size(const sds_render::Shutter& shutter) const;
+
     /// At a tessellation level. The scene outlives it.
     std::unique_ptr<MeshScene> make_meshes(unsigned int level) const;
 };
@@ -41,6 +47,10 @@ sds_usda::UsdFrame choose_moment(const CommonOptions& common, const sds_usda::Us
 /// pass the memory limit. `progress` may be null.
 LoadedScene load_scene(const CommonOptions& common, const MotionOptions& motion,
                        const std::vector<std::string>& further, const ChooseFrame& choose, AppProgressBar* progress);
+
+/// Reads the meshes of the layer of `common`, and builds none; otherwise like load_scene.
+sds_usda::SceneSource read_layer_meshes(const CommonOptions& common, const MotionOptions& motion,
+                                        const ChooseFrame& choose);
 
 /// The instance of that path; of an empty one, the only instance. Throws UsageError with the known paths.
 const MeshInstance& choose_instance(const LoadedScene& scene, const std::string& path);

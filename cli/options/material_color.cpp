@@ -5,6 +5,7 @@
 #include "io/input_error.h"
 #include "io/obj/read_mtl.h"
 #include "io/texture.h"
+#include "model/array_size.h"
 
 #include <filesystem>
 #include <map>
@@ -26,8 +27,8 @@ struct GroupColor {
 
 class MaterialReader {
 public:
-    MaterialReader(const CommonOptions& options, std::size_t texture_limit)
-        : m_options(options), m_texture_limit(texture_limit) {}
+    MaterialReader(const CommonOptions& options, std::size_t texture_limit, std::size_t held)
+        : m_options(options), m_texture_limit(texture_limit), m_held(held) {}
 
     std::vector<GroupColor> read(const LoadedSurface& mesh, const std::string& path) {
         std::map<std::string, Material> materials;
@@ -59,14 +60,21 @@ private:
     std::shared_ptr<const Texture> find_texture(const std::string& path) {
         if (path.empty()) return nullptr;
         const auto [entry, is_new] = m_textures.try_emplace(path);
-        if (is_new)
-            try_to([&] { entry->second = std::make_shared<const Texture>(Texture::read_png(path, m_texture_limit)); },
-                   "map_Kd takes PNG pictures, Kd is used");
+        if (is_new) try_to([&] { entry->second = read_texture(path); }, "map_Kd takes PNG pictures, Kd is used");
         return entry->second;
+    }
+
+    std::shared_ptr<const Texture> read_texture(const std::string& path) {
+        const std::size_t bytes = Texture::read_png_size(path);
+        if (bytes <= m_texture_limit) check_memory_limit(path, m_held + bytes, m_options.memory_limit);
+        auto texture = std::make_shared<const Texture>(Texture::read_png(path, m_texture_limit));
+        m_held += bytes;
+        return texture;
     }
 
     const CommonOptions& m_options;
     const std::size_t m_texture_limit;
+    std::size_t m_held;
     std::map<std::string, std::shared_ptr<const Texture>> m_textures;
 };
 
@@ -75,8 +83,8 @@ private:
 sds_render::SurfaceColor make_material_color(std::span<const LoadedSurface> meshes,
                                              const std::vector<std::string>& paths, unsigned int uv_map,
                                              const sds_render::SurfaceColor& other, const CommonOptions& options,
-                                             std::size_t texture_limit) {
-    MaterialReader reader(options, texture_limit);
+                                             std::size_t texture_limit, std::size_t held) {
+    MaterialReader reader(options, texture_limit, held);
     std::vector<std::vector<GroupColor>> groups;
     bool is_any_given = false;
     for (std::size_t i = 0; i < meshes.size(); ++i) {

@@ -75,6 +75,11 @@ CodeText text_of(UsdFindingCode code) {
             return {"bad_subset", warning, "GeomSubset that does not fit its mesh", "left out"};
         case bad_transform:
             return {"bad_transform", warning, "transform operation that cannot be followed", "left out"};
+        case bad_instancer:
+            return {"bad_instancer", warning, "PointInstancer whose arrays do not fit together", "left out"};
+        case ignored_override:
+            return {"ignored_override", warning, "opinion about what an arc within the layer brings",
+                    "ignored; flatten first"};
         case no_selection:
             return {"no_selection", note, "variant set without a selection", "no variant taken"};
         case unknown_schema:

@@ -45,6 +45,8 @@ enum class UsdFindingCode : std::uint8_t {
     bad_primvar,
     bad_subset,
     bad_transform,
+    bad_instancer,
+    ignored_override,
     // notes
     no_selection,
     unknown_schema,

@@ -119,20 +119,13 @@ void SourceMaker::set_motion() {
     check_vectors(out_.cage.positions, PolyArray::positions, "point ");
     const bool is_moving = has_velocities || mesh_.points.sample_count() > 1;
     if (frame_.is_moment() || !is_moving) return;
-    std::vector<double>& times = out_.motion.times;
-    times = {frame_.open, frame_.close};
-    const auto add_time = [&](double time) {
-        if (time > frame_.open && time < frame_.close) times.push_back(time);
-    };
-    add_time(0.0);
-    if (!has_velocities)
-        for (const double time : mesh_.points.times) add_time(time - frame_.time);
+    std::vector<double> codes{frame_.time};
+    if (!has_velocities) codes.insert(codes.end(), mesh_.points.times.begin(), mesh_.points.times.end());
     constexpr int steps = 8;  // of a curved way
     for (int i = 1; i < steps && !mesh_.accelerations.is_empty(); ++i)
-        add_time(frame_.open + (frame_.close - frame_.open) * i / steps);
-    std::sort(times.begin(), times.end());
-    times.erase(std::unique(times.begin(), times.end()), times.end());
-    for (const double time : times) {
+        codes.push_back(frame_.time + frame_.open + (frame_.close - frame_.open) * i / steps);
+    out_.motion.times = span_times(frame_, codes);
+    for (const double time : out_.motion.times) {
         out_.motion.samples.push_back(points_at(frame_.time + time, has_velocities));
         check_vectors(out_.motion.samples.back(), PolyArray::motion, "motion of point ");
     }
@@ -259,6 +252,15 @@ void SourceMaker::make() {
 }
 
 }  // namespace
+
+std::vector<double> span_times(const UsdFrame& frame, const std::vector<double>& codes) {
+    std::vector<double> times{frame.open, frame.close};
+    for (const double code : codes)
+        if (const double time = code - frame.time; time > frame.open && time < frame.close) times.push_back(time);
+    std::sort(times.begin(), times.end());
+    times.erase(std::unique(times.begin(), times.end()), times.end());
+    return times;
+}
 
 sds_model::MeshSource make_mesh_source(const UsdMesh& mesh, const std::string& path, const std::string& place,
                                        const UsdFrame& frame, const UsdMeshOptions& options, Findings& findings) {

@@ -16,6 +16,9 @@ struct UsdFrame {
     bool is_moment() const { return !(close > open); }
 };
 
+/// The ends of a frame's span and what lies between them of `codes`, time codes, from the frame; increasing.
+std::vector<double> span_times(const UsdFrame& frame, const std::vector<double>& codes);
+
 /// What surfaces can follow.
 struct UsdMeshOptions {
     sds_model::FractionalSharpness fractional = sds_model::FractionalSharpness::harden;

@@ -51,11 +51,11 @@ public:
         : map_(map), frame_(frame), options_(options), place_(place), out_(out), findings_(findings) {}
 
     void take(const UsdPrimvar& primvar);
+    void settle_uv_rule(const std::vector<UsdPrimvar>& primvars);
 
 private:
-    FirstCase at(const UsdPrimvar& primvar) const {
-        return {place_, "primvars:" + primvar.name + " of '" + out_.name + "'", {}};
-    }
+    FirstCase at(const std::string& detail) const { return {place_, detail + " of '" + out_.name + "'", {}}; }
+    FirstCase at(const UsdPrimvar& primvar) const { return at("primvars:" + primvar.name); }
     std::size_t element_of(std::size_t place) const { return elements_.empty() ? place : elements_[place]; }
     std::vector<std::uint32_t> corner_elements(Interpolation interpolation) const;
     template <class T>
@@ -63,7 +63,9 @@ private:
     template <class T>
     void take_colors(const UsdPrimvar& primvar, const std::vector<T>& values);
     template <class T>
-    void take_property(const UsdPrimvar& primvar, const std::vector<T>& values);
+    std::vector<double> property_times(const Timed<T>& timed) const;
+    template <class T>
+    void take_property(const UsdPrimvar& primvar, const Timed<T>& timed);
 
     const FaceMap& map_;
     const UsdFrame& frame_;
@@ -134,15 +136,31 @@ void PrimvarTaker::take_colors(const UsdPrimvar& primvar, const std::vector<T>& 
     if (is_clamped) findings_.record(FindingCode::color_out_of_range, [&] { return at(primvar); });
 }
 
+/// Times at which a primvar is followed, from the frame; none where it holds.
 template <class T>
-void PrimvarTaker::take_property(const UsdPrimvar& primvar, const std::vector<T>& values) {
+std::vector<double> PrimvarTaker::property_times(const Timed<T>& timed) const {
+    const bool is_followed = std::is_floating_point_v<T> && !frame_.is_moment() && timed.sample_count() > 1;
+    if (!is_followed || !has_even_samples(timed)) return {};
+    return span_times(frame_, timed.times);
+}
+
+template <class T>
+void PrimvarTaker::take_property(const UsdPrimvar& primvar, const Timed<T>& timed) {
+    sds_model::PropertySource source;
+    source.times = property_times(timed);
+    std::vector<std::vector<T>> samples;
+    for (const double time : source.times) samples.push_back(values_at(timed, frame_.time + time));
+    if (samples.empty()) samples.push_back(values_at(timed, frame_.time));
+    const std::vector<T>& values = samples.front();
     if constexpr (std::is_floating_point_v<T>) {
-        const auto is_kept = [](T v) { return std::fabs(v) <= sds_model::greatest_property_value<T>; };
-        if (!std::all_of(values.begin(), values.end(), is_kept))
+        const auto is_kept = [](const std::vector<T>& sample) {
+            return std::all_of(sample.begin(), sample.end(),
+                               [](T v) { return std::fabs(v) <= sds_model::greatest_property_value<T>; });
+        };
+        if (!std::all_of(samples.begin(), samples.end(), is_kept))
             return findings_.record(FindingCode::unkept_property, [&] { return at(primvar); });
     }
     std::size_t extent = std::size_t{primvar.components} * primvar.element_size;
-    sds_model::PropertySource source;
     source.name = primvar.name;
     source.type = type_of<T>();
     std::vector<std::size_t> items;
@@ -174,11 +192,12 @@ void PrimvarTaker::take_property(const UsdPrimvar& primvar, const std::vector<T>
     if (extent > sds_model::max_property_extent)
         return findings_.record(FindingCode::unkept_property, [&] { return at(primvar); });
     source.extent = static_cast<unsigned int>(extent);
-    ResourceProperty sample{CoreString(source.name)};
-    sample.init(source.type, source.extent, static_cast<unsigned int>(items.size()));
-    for (std::size_t i = 0; i < items.size(); ++i)
-        sample.set_item_values(static_cast<unsigned int>(i), values.data() + items[i] * extent, source.extent);
-    source.samples.push_back(std::move(sample));
+    for (const std::vector<T>& from : samples) {
+        ResourceProperty& sample = source.samples.emplace_back(CoreString(source.name));
+        sample.init(source.type, source.extent, static_cast<unsigned int>(items.size()));
+        for (std::size_t i = 0; i < items.size(); ++i)
+            sample.set_item_values(static_cast<unsigned int>(i), from.data() + items[i] * extent, source.extent);
+    }
     out_.properties.push_back(std::move(source));
 }
 
@@ -190,16 +209,34 @@ void PrimvarTaker::take(const UsdPrimvar& primvar) {
                 const std::vector<T> values = values_at(timed, frame_.time);
                 if (values.empty()) return;
                 if constexpr (std::is_floating_point_v<T>) {
-                    const bool is_map = primvar.type_name.starts_with("texCoord") || primvar.name == "st";
-                    const bool is_pair = primvar.components == 2 || primvar.components == 3;
-                    if (is_map && is_pair && primvar.element_size == 1) return take_uvs(primvar, values);
-                    if (primvar.name == "displayColor" && primvar.components == 3 && primvar.element_size == 1)
-                        return take_colors(primvar, values);
+                    if (is_uv_map(primvar)) return take_uvs(primvar, values);
+                    if (is_display_color(primvar)) return take_colors(primvar, values);
                 }
-                take_property(primvar, values);
+                take_property(primvar, timed);
             }
         },
         primvar.values);
+}
+
+/// Varying UVs are linear over the faces; a surface has one rule for all of its maps.
+void PrimvarTaker::settle_uv_rule(const std::vector<UsdPrimvar>& primvars) {
+    const UsdPrimvar* varying = nullptr;
+    bool are_all = true;
+    for (const UsdPrimvar& primvar : primvars) {
+        if (!is_uv_map(primvar)) continue;
+        const bool is_varying = primvar.interpolation == Interpolation::varying;
+        if (is_varying && varying == nullptr) varying = &primvar;
+        are_all &= is_varying;
+    }
+    if (varying == nullptr) return;
+    if (are_all)
+        out_.cage.rules.face_varying = sds_model::CageRules::FaceVarying::all;
+    else
+        findings_.record(FindingCode::unkept_rule, [&] {
+            FirstCase first = at("interpolation varying of primvars:" + varying->name);
+            first.action = "taken as vertex, as another map is not varying";
+            return first;
+        });
 }
 
 }  // namespace
@@ -208,6 +245,7 @@ void add_primvars(const UsdMesh& mesh, const FaceMap& map, const UsdFrame& frame
                   const std::string& place, sds_model::MeshSource& out, Findings& findings) {
     PrimvarTaker taker(map, frame, options, place, out, findings);
     for (const UsdPrimvar& primvar : mesh.primvars) taker.take(primvar);
+    taker.settle_uv_rule(mesh.primvars);
 }
 
 }  // namespace sds_usda

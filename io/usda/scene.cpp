@@ -3,13 +3,35 @@
 #include "io/usda/layer.h"
 #include "io/usda/scene_readers.h"
 
+#include <set>
+#include <unordered_map>
+
 namespace sds_usda {
 
 namespace {
 
 bool is_known_schema(std::string_view type) {
     return type.empty() || type == "Mesh" || type == "Xform" || type == "Scope" || type == "Camera" ||
-           type == "GeomSubset";
+           type == "GeomSubset" || type == "PointInstancer";
+}
+
+bool is_arc(const Metadatum& entry) {
+    const std::string_view key = entry.key;
+    const bool is_named = key == "references" || key == "payload" || key == "inherits" || key == "specializes" ||
+                          key == "subLayers" || key == "clips";
+    return is_named && entry.op != ListOp::remove && entry.op != ListOp::reorder && entry.value.scalar_count() != 0;
+}
+
+/// The paths of an arc that stays within the layer; none of others.
+std::vector<std::string_view> targets_of(const Metadatum& entry) {
+    const auto* paths = std::get_if<std::vector<std::string_view>>(&entry.value.data);
+    if (!is_arc(entry) || entry.value.type.kind != ValueKind::path || paths == nullptr) return {};
+    return *paths;
+}
+
+/// A path that may be relative to a prim's.
+std::string resolve(std::string_view path, const std::string& base) {
+    return path.starts_with('/') ? std::string(path) : base + "/" + std::string(path);
 }
 
 Timed<double> take_or(PrimReader& reader, std::string_view name, std::vector<double> otherwise) {
@@ -25,15 +47,46 @@ public:
     UsdScene read();
 
 private:
+    /// On the way to a prim.
+    struct Way {
+        std::string path;  ///< of the parent; empty for the root
+        std::uint32_t parent = 0;
+        bool is_optional = false;  ///< only what somebody asks for is read
+    };
+    /// What is there for others has to be found first.
+    struct Arc {
+        std::uint32_t node;
+        std::string target;
+        std::size_t offset;
+        std::string_view key;
+    };
+    struct Prototypes {
+        std::size_t instancer;
+        std::vector<std::string> targets;
+        std::size_t offset;
+    };
+
     void read_stage();
     std::optional<double> stage_number(std::string_view key) const;
-    void record_arcs(const Prim& prim);
-    void visit(Prim& prim, std::uint32_t parent, const std::vector<UsdPrimvar>& inherited);
+    void collect_targets(const Prim& prim, const std::string& path);
+    bool is_target(const std::string& path) const { return targets_.contains(path); }
+    bool leads_to_target(const std::string& path) const;
+    void record_arcs(const Prim& prim, bool are_near_too);
+    bool take_arcs(const Prim& prim, std::uint32_t node, const std::string& path);
+    void visit(Prim& prim, const Way& way, const std::vector<UsdPrimvar>& inherited);
+    void read_contents(PrimReader& reader, std::uint32_t node, const std::string& path,
+                       const std::vector<UsdPrimvar>& inherited);
+    void read_places(PrimReader& reader, std::uint32_t node, const std::string& path);
+    void record_overrides(PrimReader& reader);
+    void resolve_targets();
     std::vector<UsdPrimvar> add_primvars(PrimReader& reader, std::vector<UsdPrimvar> inherited);
 
     Layer& layer_;
     UsdFindings& findings_;
     UsdScene scene_;
+    std::set<std::string> targets_;
+    std::vector<Arc> arcs_;
+    std::vector<Prototypes> prototypes_;
 };
 
 std::optional<double> SceneReader::stage_number(std::string_view key) const {
@@ -60,14 +113,38 @@ void SceneReader::read_stage() {
     scene_.end_time_code = stage_number("endTimeCode");
 }
 
-void SceneReader::record_arcs(const Prim& prim) {
-    for (const Metadatum& entry : prim.metadata) {
-        const std::string_view key = entry.key;
-        const bool is_arc = key == "references" || key == "payload" || key == "inherits" || key == "specializes" ||
-                            key == "subLayers" || key == "clips";
-        if (is_arc && entry.op != ListOp::remove && entry.op != ListOp::reorder && entry.value.scalar_count() != 0)
-            findings_.record_each(UsdFindingCode::composition_arc, entry.offset, std::string(key));
-    }
+void SceneReader::collect_targets(const Prim& prim, const std::string& path) {
+    for (const Metadatum& entry : prim.metadata)
+        for (const std::string_view target : targets_of(entry)) targets_.insert(resolve(target, path));
+    if (prim.type == "PointInstancer")
+        if (const Property* prototypes = prim.find_property("prototypes"))
+            for (const PathList& list : prototypes->paths)
+                for (const std::string_view target : list.paths) targets_.insert(resolve(target, path));
+    for (const Prim& child : prim.children) collect_targets(child, path + "/" + std::string(child.name));
+}
+
+bool SceneReader::leads_to_target(const std::string& path) const {
+    const auto next = targets_.lower_bound(path + "/");
+    return next != targets_.end() && next->starts_with(path + "/");
+}
+
+void SceneReader::record_arcs(const Prim& prim, bool are_near_too) {
+    for (const Metadatum& entry : prim.metadata)
+        if (is_arc(entry) && (are_near_too || targets_of(entry).empty()))
+            findings_.record_each(UsdFindingCode::composition_arc, entry.offset, std::string(entry.key));
+}
+
+/// Keeps the arcs that stay within the layer and tells of the others. Returns whether there are any.
+bool SceneReader::take_arcs(const Prim& prim, std::uint32_t node, const std::string& path) {
+    // what stands in the prim and what an arc brings cannot both be its mesh
+    const bool is_mesh = prim.find_property("points") != nullptr;
+    record_arcs(prim, is_mesh);
+    if (is_mesh) return false;
+    const std::size_t before = arcs_.size();
+    for (const Metadatum& entry : prim.metadata)
+        for (const std::string_view target : targets_of(entry))
+            arcs_.push_back({node, resolve(target, path), entry.offset, entry.key});
+    return arcs_.size() > before;
 }
 
 /// Meshes below inherit what is constant; the prim's own stand before those of its ancestors.
@@ -92,10 +169,59 @@ std::vector<UsdPrimvar> SceneReader::add_primvars(PrimReader& reader, std::vecto
     return inherited;
 }
 
-void SceneReader::visit(Prim& prim, std::uint32_t parent, const std::vector<UsdPrimvar>& inherited) {
-    if (prim.specifier == Specifier::class_ || prim.type == "GeomSubset") return;
-    record_arcs(prim);
-    if (prim.specifier == Specifier::over) {
+void SceneReader::read_places(PrimReader& reader, std::uint32_t node, const std::string& path) {
+    std::optional<UsdInstancer> instancer = read_instancer(reader);
+    if (!instancer) return;
+    instancer->node = node;
+    Prototypes& prototypes = prototypes_.emplace_back();
+    prototypes.instancer = scene_.instancers.size();
+    prototypes.offset = reader.place_of("prototypes");
+    for (const PathList& list : reader.find("prototypes")->paths)
+        for (const std::string_view target : list.paths) prototypes.targets.push_back(resolve(target, path));
+    scene_.instancers.push_back(std::move(*instancer));
+}
+
+void SceneReader::read_contents(PrimReader& reader, std::uint32_t node, const std::string& path,
+                                const std::vector<UsdPrimvar>& inherited) {
+    Prim& prim = reader.prim();
+    if (prim.type == "Mesh") {
+        if (auto mesh = read_mesh(reader, *layer_.text, inherited)) {
+            mesh->node = node;
+            mesh->line = prim.offset;
+            scene_.meshes.push_back(std::move(*mesh));
+        }
+    } else if (prim.type == "Camera") {
+        scene_.cameras.push_back(read_camera(reader));
+        scene_.cameras.back().node = node;
+    } else if (prim.type == "PointInstancer") {
+        read_places(reader, node, path);
+    }
+}
+
+/// What a prim says itself of what an arc within the layer brings, beyond its place.
+void SceneReader::record_overrides(PrimReader& reader) {
+    const auto record = [&](std::size_t offset, const std::string& what) {
+        findings_.record(UsdFindingCode::ignored_override, offset, [&] { return what; });
+    };
+    for (const Property& property : reader.prim().properties) {
+        const bool is_followed = property.name.starts_with("xformOp") || property.name == "visibility" ||
+                                 property.name == "purpose" || property.is_relationship();
+        if (is_followed) continue;
+        reader.find(property.name);
+        record(property.offset, name_in(property.name, reader.prim()));
+    }
+    for (const Prim& child : reader.prim().children)
+        if (child.specifier == Specifier::over)
+            record(child.offset, "'over' of " + quoted(child.name) + " in " + quoted(reader.prim().name));
+}
+
+void SceneReader::visit(Prim& prim, const Way& way, const std::vector<UsdPrimvar>& inherited) {
+    if (prim.type == "GeomSubset") return;
+    const std::string path = way.path + "/" + std::string(prim.name);
+    const bool is_asked_for = is_target(path) || (!way.is_optional && prim.specifier == Specifier::def);
+    if (!is_asked_for && !leads_to_target(path)) {
+        if (prim.specifier != Specifier::over || way.is_optional) return;
+        record_arcs(prim, true);
         findings_.record(UsdFindingCode::undefined_prim, prim.offset, [&] { return quoted(prim.name); });
         return;
     }
@@ -103,36 +229,72 @@ void SceneReader::visit(Prim& prim, std::uint32_t parent, const std::vector<UsdP
     if (active != nullptr && !active->value.boolean().value_or(true)) return;
     if (!is_known_schema(prim.type))
         findings_.record_each(UsdFindingCode::unknown_schema, prim.offset, quoted(prim.type));
-    if (prim.type == "PointInstancer") return;  // its prototypes are drawn at its points only
 
     const auto index = static_cast<std::uint32_t>(scene_.nodes.size());
     UsdNode node;
-    node.parent = parent;
+    node.parent = way.parent;
+    node.is_hidden = way.is_optional || prim.specifier != Specifier::def;
     PrimReader reader(prim, *layer_.text, findings_);
-    read_node(reader, scene_.nodes[parent], node);
+    read_node(reader, scene_.nodes[way.parent], node);
     scene_.nodes.push_back(std::move(node));
-    if (prim.type == "Mesh") {
-        if (auto mesh = read_mesh(reader, *layer_.text, inherited)) {
-            mesh->node = index;
-            mesh->line = prim.offset;
-            scene_.meshes.push_back(std::move(*mesh));
-        }
-    } else if (prim.type == "Camera") {
-        scene_.cameras.push_back(read_camera(reader));
-        scene_.cameras.back().node = index;
-    }
+    const bool is_brought = take_arcs(prim, index, path);
+    if (is_brought)
+        record_overrides(reader);
+    else if (is_asked_for)
+        read_contents(reader, index, path, inherited);
     const bool has_primvars =
-        prim.type != "Mesh" && std::any_of(prim.properties.begin(), prim.properties.end(), is_primvar);
+        prim.type != "Mesh" && !is_brought && std::any_of(prim.properties.begin(), prim.properties.end(), is_primvar);
     std::vector<UsdPrimvar> own;
     if (has_primvars) own = add_primvars(reader, inherited);
     if (is_known_schema(prim.type)) reader.record_ignored();
-    for (Prim& child : prim.children) visit(child, index, has_primvars ? own : inherited);
+    // below an instancer, and on the way to a target, there is nothing to be seen by itself
+    const Way below{path, index, !is_asked_for || prim.type == "PointInstancer"};
+    for (Prim& child : prim.children)
+        if (!is_brought || child.specifier != Specifier::over) visit(child, below, has_primvars ? own : inherited);
+    scene_.nodes[index].end = static_cast<std::uint32_t>(scene_.nodes.size());
+}
+
+void SceneReader::resolve_targets() {
+    if (arcs_.empty() && prototypes_.empty()) return;
+    std::unordered_map<std::string, std::uint32_t> nodes;
+    std::vector<std::string> paths(scene_.nodes.size());
+    for (std::uint32_t node = 1; node < scene_.nodes.size(); ++node) {
+        paths[node] = paths[scene_.nodes[node].parent] + "/" + scene_.nodes[node].name;
+        nodes.emplace(paths[node], node);
+    }
+    for (const Arc& arc : arcs_) {
+        const auto found = nodes.find(arc.target);
+        const bool holds_itself =
+            found != nodes.end() && found->second <= arc.node && arc.node < scene_.nodes[found->second].end;
+        if (found == nodes.end() || holds_itself)
+            findings_.record_each(UsdFindingCode::composition_arc, arc.offset,
+                                  std::string(arc.key) + " to " + quoted(arc.target));
+        else
+            scene_.references.push_back({arc.node, found->second});
+    }
+    std::vector<UsdInstancer> instancers;
+    for (const Prototypes& prototypes : prototypes_) {
+        UsdInstancer& instancer = scene_.instancers[prototypes.instancer];
+        for (const std::string& target : prototypes.targets) {
+            const auto found = nodes.find(target);
+            if (found != nodes.end()) instancer.prototypes.push_back(found->second);
+        }
+        if (instancer.prototypes.size() == prototypes.targets.size())
+            instancers.push_back(std::move(instancer));
+        else
+            findings_.record(UsdFindingCode::bad_instancer, prototypes.offset,
+                             [&] { return quoted(paths[instancer.node]) + ": a prototype is not there"; });
+    }
+    scene_.instancers = std::move(instancers);
 }
 
 UsdScene SceneReader::read() {
     read_stage();
-    record_arcs(layer_.root);
-    for (Prim& prim : layer_.root.children) visit(prim, 0, {});
+    record_arcs(layer_.root, true);
+    for (const Prim& prim : layer_.root.children) collect_targets(prim, "/" + std::string(prim.name));
+    for (Prim& prim : layer_.root.children) visit(prim, {}, {});
+    scene_.nodes[0].end = static_cast<std::uint32_t>(scene_.nodes.size());
+    resolve_targets();
     if (scene_.meshes.empty() && !findings_.has_errors())
         findings_.record(UsdFindingCode::no_mesh, whole_file, [] { return std::string(); });
     return std::move(scene_);

@@ -29,6 +29,14 @@ struct Timed {
     bool operator==(const Timed&) const = default;
 };
 
+/// Whether all samples have as many values, so that there is something between two of them.
+template <class T>
+bool has_even_samples(const Timed<T>& timed) {
+    for (std::size_t s = 1; s < timed.sample_count(); ++s)
+        if (timed.sample(s).size() != timed.sample(0).size()) return false;
+    return true;
+}
+
 enum class SubdivisionScheme : std::uint8_t { catmull_clark, bilinear, none };
 enum class InterpolateBoundary : std::uint8_t { none, edge_only, edge_and_corner };
 enum class FaceVaryingLinear : std::uint8_t { none, corners_only, corners_plus1, corners_plus2, boundaries, all };
@@ -61,6 +69,12 @@ struct UsdPrimvar {
 
     bool operator==(const UsdPrimvar&) const = default;
 };
+
+/// Whether a primvar is a UV map: of a type for them, or called "st", with two or three numbers that are no whole ones.
+bool is_uv_map(const UsdPrimvar& primvar);
+
+/// Whether a primvar is the color that meshes are shown in.
+bool is_display_color(const UsdPrimvar& primvar);
 
 /// A named set of faces.
 struct UsdSubset {
@@ -123,6 +137,9 @@ struct UsdXformOp {
 struct UsdNode {
     std::string name;
     std::uint32_t parent = 0;  ///< node 0 is the root and its own parent
+    std::uint32_t end = 0;     ///< behind the last node below it; those are the ones in between
+    bool is_hidden = false;    ///< it is there for references and instancers only, with all below it
+    bool says_ops = false;     ///< whether it has an order of operations, which may be empty
     bool resets_stack = false;
     std::vector<UsdXformOp> ops;  ///< first op outermost
     std::vector<Timed<double>> op_values;
@@ -130,11 +147,28 @@ struct UsdNode {
     Purpose purpose = Purpose::default_;
 };
 
+/// What is below `target` stands below `node` too: instead of the target, with its own operations where it says some.
+struct UsdReference {
+    std::uint32_t node = 0, target = 0;
+};
+
+/// Prototypes at many places. Arrays have one element per place, whose number may change with time: all change at once.
+struct UsdInstancer {
+    std::uint32_t node = 0;
+    std::vector<std::uint32_t> prototypes;  ///< nodes
+    Timed<std::uint32_t> proto_indices;     ///< into the prototypes
+    Timed<float> positions;
+    Timed<float> orientations, scales, velocities;  ///< quaternions w x y z; per second; or empty
+    Timed<std::int64_t> ids, invisible_ids;         ///< ids may be empty: the number of the place
+};
+
 /// What one layer holds, as it stands in its arrays.
 struct UsdScene {
     std::vector<UsdNode> nodes;  ///< parents before children
     std::vector<UsdMesh> meshes;
     std::vector<UsdCamera> cameras;
+    std::vector<UsdReference> references;
+    std::vector<UsdInstancer> instancers;
     UpAxis up_axis = UpAxis::y;
     double meters_per_unit = 0.01;
     double time_codes_per_second = 24.0, frames_per_second = 24.0;
@@ -173,7 +207,8 @@ struct UsdSceneResult {
 
 /// Reads the meshes, cameras and transforms of one layer. Never throws on bad input: what is wrong, left out or ignored
 /// is in the findings, each with line and column. Variants are taken as selected; prims that are inactive, classes or
-/// mere overs are no part of the scene; composition arcs are not followed. Time and memory are linear in the text.
+/// mere overs are no part of the scene but where arcs within the layer and instancers ask for them; arcs to other
+/// layers are not followed. Time and memory are linear in the text.
 UsdSceneResult read_usd_scene(std::string text);
 
 }  // namespace sds_usda

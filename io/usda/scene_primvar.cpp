@@ -53,6 +53,11 @@ std::string fault_of(const UsdPrimvar& primvar, const PlaceCounts& mesh) {
     return fault;
 }
 
+bool has_reals(const UsdPrimvar& primvar) {
+    return std::holds_alternative<Timed<float>>(primvar.values) ||
+           std::holds_alternative<Timed<double>>(primvar.values);
+}
+
 /// What surfaces make of a primvar that is not all it says.
 void note_limits(const UsdPrimvar& primvar, std::size_t offset, PrimReader& reader) {
     const auto note = [&](UsdFindingCode code) {
@@ -62,10 +67,22 @@ void note_limits(const UsdPrimvar& primvar, std::size_t offset, PrimReader& read
     const bool is_moving = std::visit([](const auto& values) { return values.sample_count() > 1; }, primvar.values) ||
                            primvar.indices.sample_count() > 1;
     if (std::holds_alternative<Timed<std::string>>(primvar.values)) return note(UsdFindingCode::unused_primvar);
-    if (is_moving) note(UsdFindingCode::held_primvar);
+    const bool is_followed = has_reals(primvar) && !is_uv_map(primvar) && !is_display_color(primvar) &&
+                             primvar.indices.sample_count() <= 1 &&
+                             std::visit([](const auto& values) { return has_even_samples(values); }, primvar.values);
+    if (is_moving && !is_followed) note(UsdFindingCode::held_primvar);
 }
 
 }  // namespace
+
+bool is_uv_map(const UsdPrimvar& primvar) {
+    return has_reals(primvar) && (primvar.components == 2 || primvar.components == 3) && primvar.element_size == 1 &&
+           (primvar.type_name.starts_with("texCoord") || primvar.name == "st");
+}
+
+bool is_display_color(const UsdPrimvar& primvar) {
+    return has_reals(primvar) && primvar.components == 3 && primvar.element_size == 1 && primvar.name == "displayColor";
+}
 
 bool is_primvar(const Property& property) {
     return property.name.starts_with(primvar_prefix) && !property.name.ends_with(indices_suffix) &&

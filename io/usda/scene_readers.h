@@ -39,4 +39,17 @@ Matrix4 op_matrix(const UsdXformOp& op, std::span<const double> value);
 
 std::optional<Matrix4> inverse(const Matrix4& matrix);
 
+inline constexpr Matrix4 identity_matrix{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+
+Matrix4 product(const Matrix4& first, const Matrix4& second);
+
+/// `matrix` followed by a node's own operations at a time code.
+void append_ops(const UsdNode& node, double time, Matrix4& matrix);
+
+/// Quaternions w x y z of any length but 0, along the shorter arc from `first` to `second`.
+std::array<double, 4> slerp(std::array<double, 4> first, std::array<double, 4> second, double share);
+
+/// The arrays of a PointInstancer, its node and prototypes not yet set; nothing and a finding where they do not fit.
+std::optional<UsdInstancer> read_instancer(PrimReader& reader);
+
 }  // namespace sds_usda

@@ -1,8 +1,11 @@
 #include "io/usda/scene_source.h"
 
+#include "io/usda/scene_places.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <tuple>
 #include <unordered_map>
 
 namespace sds_usda {
@@ -21,10 +24,11 @@ sds_render::Matrix4 to_matrix(const Matrix4& from) {
 /// Matrices at the times that a piecewise linear way needs.
 class WaySampler {
 public:
-    WaySampler(const UsdScene& scene, std::uint32_t node) : scene_(scene), node_(node) {}
+    WaySampler(const UsdScene& scene, const UsdPlace& place, const UsdFrame& frame)
+        : scene_(scene), place_(place), frame_(frame) {}
 
     void add(double time) {
-        const Matrix4 matrix = world_matrix(scene_, node_, time);
+        const Matrix4 matrix = place_matrix(scene_, place_, frame_, time);
         if (!times_.empty()) bridge(times_.back(), matrices_.back(), time, matrix, max_depth);
         times_.push_back(time);
         matrices_.push_back(matrix);
@@ -42,7 +46,7 @@ private:
 
     void bridge(double begin, const Matrix4& first, double end, const Matrix4& last, int depth) {
         const double middle = 0.5 * (begin + end);
-        const Matrix4 real = world_matrix(scene_, node_, middle);
+        const Matrix4 real = place_matrix(scene_, place_, frame_, middle);
         if (depth == 0 || !(middle > begin && middle < end) || is_straight(first, real, last)) return;
         bridge(begin, first, middle, real, depth - 1);
         times_.push_back(middle);
@@ -65,7 +69,8 @@ private:
     }
 
     const UsdScene& scene_;
-    std::uint32_t node_;
+    const UsdPlace& place_;
+    const UsdFrame& frame_;
     std::vector<double> times_;
     std::vector<Matrix4> matrices_;
 };
@@ -93,10 +98,54 @@ bool is_same(const UsdMesh& a, const UsdMesh& b) {
     return words(a) == words(b) && arrays(a) == arrays(b);
 }
 
-bool is_shown(const UsdScene& scene, std::uint32_t node, double time) {
-    const Purpose purpose = scene.nodes[node].purpose;
-    return (purpose == Purpose::default_ || purpose == Purpose::render) && is_visible(scene, node, time);
+Transform make_place_transform(const UsdScene& scene, const UsdPlace& place, const UsdFrame& frame) {
+    if (frame.is_moment()) return Transform(to_matrix(place_matrix(scene, place, frame, frame.time)));
+    const double begin = frame.time + frame.open, end = frame.time + frame.close;
+    WaySampler way(scene, place, frame);
+    way.add(begin);
+    const std::vector<double> times = place_times(scene, place);
+    for (const double time : times)
+        if (time > begin && time < end) way.add(time);
+    if (!times.empty()) way.add(end);
+    return way.finish(frame.time);
 }
+
+/// Meshes made once, however often they are in the layer and wherever they stand.
+class SourceMaker {
+public:
+    SourceMaker(const UsdScene& scene, const UsdFrame& frame, const UsdMeshOptions& options, const std::string& file,
+                SceneSource& out)
+        : scene_(scene), frame_(frame), options_(options), file_(file), out_(out), made_(scene.meshes.size(), none) {}
+
+    std::uint32_t make(std::uint32_t m, const std::string& path) {
+        if (made_[m] == none) made_[m] = find_or_make(m, path);
+        return made_[m];
+    }
+
+private:
+    static constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
+
+    std::uint32_t find_or_make(std::uint32_t m, const std::string& path) {
+        const UsdMesh& mesh = scene_.meshes[m];
+        const std::uint64_t key = key_of(mesh);
+        const auto [first, last] = known_.equal_range(key);
+        const auto same =
+            std::find_if(first, last, [&](const auto& entry) { return is_same(scene_.meshes[entry.second], mesh); });
+        if (same != last) return made_[same->second];
+        known_.emplace(key, m);
+        const std::string place = file_ + ":" + std::to_string(mesh.line) + ":" + std::to_string(mesh.column);
+        out_.meshes.push_back(make_mesh_source(mesh, path, place, frame_, options_, out_.findings.emplace_back()));
+        return static_cast<std::uint32_t>(out_.meshes.size() - 1);
+    }
+
+    const UsdScene& scene_;
+    const UsdFrame& frame_;
+    const UsdMeshOptions& options_;
+    const std::string& file_;
+    SceneSource& out_;
+    std::vector<std::uint32_t> made_;                              // of the scene's meshes
+    std::unordered_multimap<std::uint64_t, std::uint32_t> known_;  // indices of the scene's meshes
+};
 
 }  // namespace
 
@@ -110,45 +159,33 @@ double first_frame(const UsdScene& scene) {
         look(mesh.points.times);
         look(transform_times(scene, mesh.node));
     }
+    for (const UsdInstancer& instancer : scene.instancers) {
+        look(instancer.positions.times);
+        look(transform_times(scene, instancer.node));
+    }
+    for (const UsdReference& reference : scene.references) look(transform_times(scene, reference.node));
     for (const UsdCamera& camera : scene.cameras) look(transform_times(scene, camera.node));
     return std::isfinite(first) ? first : 0.0;
 }
 
 Transform make_transform(const UsdScene& scene, std::uint32_t node, const UsdFrame& frame) {
-    if (frame.is_moment()) return Transform(to_matrix(world_matrix(scene, node, frame.time)));
-    const double begin = frame.time + frame.open, end = frame.time + frame.close;
-    WaySampler way(scene, node);
-    way.add(begin);
-    const std::vector<double> times = transform_times(scene, node);
-    for (const double time : times)
-        if (time > begin && time < end) way.add(time);
-    if (!times.empty()) way.add(end);
-    return way.finish(frame.time);
+    return make_place_transform(scene, {node, {}}, frame);
 }
 
 SceneSource make_scene_source(const UsdScene& scene, const UsdFrame& frame, const UsdMeshOptions& options,
                               const std::string& file) {
     SceneSource out;
-    std::unordered_multimap<std::uint64_t, std::uint32_t> known;  // indices of scene.meshes
-    std::vector<std::uint32_t> made(scene.meshes.size());
-    for (std::uint32_t m = 0; m < scene.meshes.size(); ++m) {
-        const UsdMesh& mesh = scene.meshes[m];
-        if (!is_shown(scene, mesh.node, frame.time)) continue;
-        const std::string path = prim_path(scene, mesh.node);
-        const std::uint64_t key = key_of(mesh);
-        const auto [first, last] = known.equal_range(key);
-        const auto same =
-            std::find_if(first, last, [&](const auto& entry) { return is_same(scene.meshes[entry.second], mesh); });
-        if (same == last) {
-            made[m] = static_cast<std::uint32_t>(out.meshes.size());
-            known.emplace(key, m);
-            const std::string place = file + ":" + std::to_string(mesh.line) + ":" + std::to_string(mesh.column);
-            out.meshes.push_back(make_mesh_source(mesh, path, place, frame, options, out.findings.emplace_back()));
-        } else {
-            made[m] = made[same->second];
-        }
-        out.instances.push_back({path, made[m], make_transform(scene, mesh.node, frame)});
-    }
+    SourceMaker maker(scene, frame, options, file, out);
+    const bool is_whole = visit_places(scene, frame, [&](std::uint32_t m, const UsdPlace& place) {
+        if (!is_place_shown(scene, place, frame.time)) return;
+        const std::string path = place_path(scene, place);
+        const std::uint32_t mesh = maker.make(m, path);
+        out.instances.push_back({path, mesh, make_place_transform(scene, place, frame)});
+    });
+    if (!is_whole && !out.findings.empty())
+        out.findings.front().record(sds_model::FindingCode::too_many_instances, [&] {
+            return sds_model::FirstCase{file, std::to_string(max_places) + " at most", {}};
+        });
     return out;
 }
 

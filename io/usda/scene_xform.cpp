@@ -110,6 +110,7 @@ void OpReader::read_op(std::string_view word) {
 void OpReader::read() {
     const Property* order = reader_.find("xformOpOrder");
     if (order == nullptr || !order->value) return;
+    node_.says_ops = true;
     const auto* words = std::get_if<std::vector<std::string_view>>(&order->value->data);
     if (words == nullptr) return fail("xformOpOrder", "no list of words");
     // what stands before the reset has no effect

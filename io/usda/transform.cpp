@@ -8,15 +8,7 @@ namespace sds_usda {
 
 namespace {
 
-constexpr Matrix4 identity{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-
-Matrix4 product(const Matrix4& a, const Matrix4& b) {
-    Matrix4 out{};
-    for (std::size_t i = 0; i < 4; ++i)
-        for (std::size_t j = 0; j < 4; ++j)
-            for (std::size_t k = 0; k < 4; ++k) out[4 * i + j] += a[4 * i + k] * b[4 * k + j];
-    return out;
-}
+constexpr Matrix4 identity = identity_matrix;
 
 std::size_t axis_of(char letter) { return static_cast<std::size_t>(letter - 'X'); }
 
@@ -53,22 +45,6 @@ Matrix4 quaternion_rotation(std::span<const double> q) {
             1};
 }
 
-void normalize(std::array<double, 16>& q) {
-    const double length = std::sqrt(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
-    for (std::size_t i = 0; i < 4 && length > 0.0; ++i) q[i] /= length;
-}
-
-/// Along the shorter arc from a to b, both of length 1.
-std::array<double, 16> slerp(const std::array<double, 16>& a, const std::array<double, 16>& b, double t) {
-    const double dot = a[0] * b[0] + a[1] * b[1] + a[2] * b[2] + a[3] * b[3];
-    const double angle = std::acos(std::min(std::abs(dot), 1.0)), sine = std::sin(angle);
-    const double to_a = sine > 1e-9 ? std::sin((1 - t) * angle) / sine : 1 - t;
-    const double to_b = (sine > 1e-9 ? std::sin(t * angle) / sine : t) * (dot < 0 ? -1.0 : 1.0);
-    std::array<double, 16> out{};
-    for (std::size_t i = 0; i < 4; ++i) out[i] = to_a * a[i] + to_b * b[i];
-    return out;
-}
-
 Matrix4 op_matrix_at(const UsdXformOp& op, const Timed<double>& value, double time) {
     const auto [s, t] = find_sample(value.times, time);
     const std::span<const double> before = value.sample(s);
@@ -78,9 +54,8 @@ Matrix4 op_matrix_at(const UsdXformOp& op, const Timed<double>& value, double ti
     std::copy(before.begin(), before.end(), a.begin());
     std::copy(after.begin(), after.end(), b.begin());
     if (op.kind == UsdXformOp::Kind::orient) {
-        normalize(a);
-        normalize(b);
-        a = slerp(a, b, t);
+        const std::array<double, 4> turned = slerp({a[0], a[1], a[2], a[3]}, {b[0], b[1], b[2], b[3]}, t);
+        std::copy(turned.begin(), turned.end(), a.begin());
     } else {
         for (std::size_t i = 0; i < a.size(); ++i) a[i] = (1 - t) * a[i] + t * b[i];
     }
@@ -88,6 +63,30 @@ Matrix4 op_matrix_at(const UsdXformOp& op, const Timed<double>& value, double ti
 }
 
 }  // namespace
+
+std::array<double, 4> slerp(std::array<double, 4> first, std::array<double, 4> second, double share) {
+    const auto normalize = [](std::array<double, 4>& q) {
+        const double length = std::sqrt(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
+        for (std::size_t i = 0; i < 4 && length > 0.0; ++i) q[i] /= length;
+    };
+    normalize(first);
+    normalize(second);
+    const double dot = first[0] * second[0] + first[1] * second[1] + first[2] * second[2] + first[3] * second[3];
+    const double angle = std::acos(std::min(std::abs(dot), 1.0)), sine = std::sin(angle);
+    const double to_a = sine > 1e-9 ? std::sin((1 - share) * angle) / sine : 1 - share;
+    const double to_b = (sine > 1e-9 ? std::sin(share * angle) / sine : share) * (dot < 0 ? -1.0 : 1.0);
+    std::array<double, 4> out{};
+    for (std::size_t i = 0; i < 4; ++i) out[i] = to_a * first[i] + to_b * second[i];
+    return out;
+}
+
+Matrix4 product(const Matrix4& first, const Matrix4& second) {
+    Matrix4 out{};
+    for (std::size_t i = 0; i < 4; ++i)
+        for (std::size_t j = 0; j < 4; ++j)
+            for (std::size_t k = 0; k < 4; ++k) out[4 * i + j] += first[4 * i + k] * second[4 * k + j];
+    return out;
+}
 
 Matrix4 op_matrix(const UsdXformOp& op, std::span<const double> value) {
     Matrix4 out = identity;
@@ -164,16 +163,17 @@ std::vector<double> transform_times(const UsdScene& scene, std::uint32_t node) {
     return times;
 }
 
+void append_ops(const UsdNode& node, double time, Matrix4& matrix) {
+    for (auto op = node.ops.rbegin(); op != node.ops.rend(); ++op) {
+        const Matrix4 own = op_matrix_at(*op, node.op_values[op->value], time);
+        matrix = product(matrix, op->is_inverted ? inverse(own).value_or(identity) : own);
+    }
+}
+
 Matrix4 world_matrix(const UsdScene& scene, std::uint32_t node, double time) {
     Matrix4 world = identity;
-    for (; node != 0; node = scene.nodes[node].resets_stack ? 0 : scene.nodes[node].parent) {
-        const UsdNode& prim = scene.nodes[node];
-        for (auto op = prim.ops.rbegin(); op != prim.ops.rend(); ++op) {
-            Matrix4 matrix = op_matrix_at(*op, prim.op_values[op->value], time);
-            if (op->is_inverted) matrix = inverse(matrix).value_or(identity);
-            world = product(world, matrix);
-        }
-    }
+    for (; node != 0; node = scene.nodes[node].resets_stack ? 0 : scene.nodes[node].parent)
+        append_ops(scene.nodes[node], time, world);
     return world;
 }
 

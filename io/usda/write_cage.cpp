@@ -40,7 +40,8 @@ FaceVaryingLinear to_rule(SdsMeshMaps::InterpolationMode mode) {
 }  // namespace
 
 UsdaCage::UsdaCage(const std::string& name, const sds_model::ControlCage& cage,
-                   const std::vector<sds_model::UvSource>& further_uvs, const sds_model::SurfaceModes& modes)
+                   const std::vector<sds_model::UvSource>& further_uvs, const sds_model::SurfaceModes& modes,
+                   std::span<const sds_model::PropertySource> properties)
     : mesh_{name, cage.positions, cage.polygon_counts, cage.polygon_indices} {
     const bool is_linear = modes.positions == SdsMeshGeometry::InterpolationMode::all_fixed;
     mesh_.scheme = is_linear ? SubdivisionScheme::bilinear : SubdivisionScheme::catmull_clark;
@@ -61,6 +62,7 @@ UsdaCage::UsdaCage(const std::string& name, const sds_model::ControlCage& cage,
     if (cage.has_uvs()) add_uvs("st", cage.uv_points, cage.uv_indices);
     for (const sds_model::UvSource& uvs : further_uvs) add_uvs(uvs.name, uvs.points, uvs.indices);
     if (cage.has_colors()) add_colors(cage);
+    mesh_.properties = properties;
     if (cage.group_names.size() < 2) return;
     mesh_.polygon_groups = cage.polygon_groups;
     mesh_.group_names = cage.group_names;

@@ -11,13 +11,14 @@
 
 namespace sds_usda {
 
-/// A cage as a Mesh of a layer: creases and corners with their sharpness, holes, groups, UV maps, colors and the rules
-/// of `modes`. Refers to the cage and the maps, which outlive it; stays at its address.
+/// A cage as a Mesh of a layer: creases and corners with their sharpness, holes, groups, UV maps, colors, properties
+/// and the rules of `modes`. Refers to the cage, the maps and the properties, which outlive it; stays at its address.
 class UsdaCage {
 public:
-    /// The cage's own UVs become "st", the further ones keep their names.
+    /// The cage's own UVs become "st", the further ones and the properties keep their names.
     UsdaCage(const std::string& name, const sds_model::ControlCage& cage,
-             const std::vector<sds_model::UvSource>& further_uvs, const sds_model::SurfaceModes& modes);
+             const std::vector<sds_model::UvSource>& further_uvs, const sds_model::SurfaceModes& modes,
+             std::span<const sds_model::PropertySource> properties = {});
     UsdaCage(const UsdaCage&) = delete;
     UsdaCage& operator=(const UsdaCage&) = delete;
 

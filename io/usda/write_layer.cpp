@@ -1,5 +1,7 @@
 #include "io/usda/write_layer.h"
 
+#include "sds/mesh_property/element_types.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -14,15 +16,56 @@ bool is_identifier_char(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
 
-/// A prim's name made of `name`, unlike those in `taken`.
-std::string prim_name(const std::string& name, std::unordered_set<std::string>& taken) {
+/// A prim's name made of `name`, unlike those in `taken`; a primvar's, which may have colons inside.
+std::string identifier(const std::string& name, std::unordered_set<std::string>& taken, bool is_primvar = false) {
     std::string made = name;
-    std::replace_if(
-        made.begin(), made.end(), [](char c) { return !is_identifier_char(c); }, '_');
+    const auto is_wrong = [&](std::size_t i) {
+        const bool is_colon = is_primvar && made[i] == ':' && i != 0 && i + 1 < made.size() && made[i - 1] != ':';
+        return !is_colon && !is_identifier_char(made[i]);
+    };
+    for (std::size_t i = 0; i < made.size(); ++i)
+        if (is_wrong(i)) made[i] = '_';
     if (made.empty() || (made.front() >= '0' && made.front() <= '9')) made.insert(made.begin(), '_');
     const std::string stem = made;
     for (std::size_t i = 1; !taken.insert(made).second; ++i) made = stem + "_" + std::to_string(i);
     return made;
+}
+
+struct PropertyType {
+    std::string_view name;
+    bool has_tuples;
+};
+
+PropertyType property_type(ResourceProperty::Type type) {
+    switch (type) {
+        case ResourceProperty::Type::uint32:
+            return {"uint", false};
+        case ResourceProperty::Type::int64:
+            return {"int64", false};
+        case ResourceProperty::Type::uint64:
+            return {"uint64", false};
+        case ResourceProperty::Type::float16:
+        case ResourceProperty::Type::float32:
+            return {"float", true};
+        case ResourceProperty::Type::float64:
+            return {"double", true};
+        default:
+            return {"int", true};
+    }
+}
+
+Interpolation interpolation_of(const sds_model::PropertySource& source) {
+    switch (source.kind) {
+        case PolyMeshProperty::Type::constant:
+            return Interpolation::constant;
+        case PolyMeshProperty::Type::per_polygon:
+            return Interpolation::uniform;
+        case PolyMeshProperty::Type::varying:
+            return source.indices.empty() ? Interpolation::varying : Interpolation::face_varying;
+        case PolyMeshProperty::Type::per_vertex:
+            break;
+    }
+    return source.indices.empty() ? Interpolation::vertex : Interpolation::face_varying;
 }
 
 class LayerWriter {
@@ -47,7 +90,10 @@ private:
     void write_mesh(const UsdaMesh& mesh);
     void write_extent(std::span<const float> points);
     void write_creases(const UsdaMesh& mesh);
-    void write_primvar(const UsdaPrimvar& primvar);
+    void write_primvar(const UsdaPrimvar& primvar, const std::string& name);
+    void write_property(const sds_model::PropertySource& source, const std::string& name);
+    void write_items(const sds_model::PropertySource& source, std::size_t sample, std::size_t components);
+    void write_indices(const std::string& name, std::span<const std::uint32_t> indices, std::size_t gap);
     void write_groups(const UsdaMesh& mesh);
     void flush();
 
@@ -132,7 +178,7 @@ void LayerWriter::word(std::string_view head, std::string_view value) {
 }
 
 void LayerWriter::begin_prim(std::string_view type, const std::string& name, std::unordered_set<std::string>& taken) {
-    const std::string made = prim_name(name, taken);
+    const std::string made = identifier(name, taken);
     text(indent_ + "def " + std::string(type) + " \"" + made + "\"");
     if (made != name) {
         text(" (\n" + indent_ + "    displayName = ");
@@ -173,24 +219,73 @@ void LayerWriter::write_creases(const UsdaMesh& mesh) {
     }
 }
 
-void LayerWriter::write_primvar(const UsdaPrimvar& primvar) {
+void LayerWriter::write_indices(const std::string& name, std::span<const std::uint32_t> indices, std::size_t gap) {
+    if (indices.empty()) return;
+    text(indent_ + "int[] primvars:" + name + ":indices = ");
+    tuples(indices.size(), 1,
+           [&](std::size_t i, std::size_t) { return indices[i] == no_element ? gap : std::size_t{indices[i]}; });
+    text("\n");
+}
+
+void LayerWriter::write_primvar(const UsdaPrimvar& primvar, const std::string& name) {
     const std::size_t count = (primvar.values.size() + primvar.stride - primvar.components) / primvar.stride;
     const bool has_gaps =
         std::find(primvar.indices.begin(), primvar.indices.end(), no_element) != primvar.indices.end();
-    const std::string name = primvar.type_name + "[] primvars:" + primvar.name;
-    text(indent_ + name + " = ");
+    text(indent_ + primvar.type_name + "[] primvars:" + name + " = ");
     tuples(count + (has_gaps ? 1 : 0), primvar.components,
            [&](std::size_t i, std::size_t k) { return i < count ? primvar.values[i * primvar.stride + k] : 0.0f; });
     text(" (\n");
     const auto interpolation = interpolation_words[static_cast<std::size_t>(primvar.interpolation)];
     line("    interpolation = \"" + std::string(interpolation) + "\"");
     line(")");
-    if (primvar.indices.empty()) return;
-    text(indent_ + "int[] primvars:" + primvar.name + ":indices = ");
-    tuples(primvar.indices.size(), 1, [&](std::size_t i, std::size_t) {
-        return primvar.indices[i] == no_element ? count : std::size_t{primvar.indices[i]};
+    write_indices(name, primvar.indices, count);
+}
+
+void LayerWriter::write_items(const sds_model::PropertySource& source, std::size_t sample, std::size_t components) {
+    const ResourceProperty& items = source.samples[sample];
+    const std::size_t per_item = source.extent / components;
+    sds::with_element(source.type, [&]<class T>(T) {
+        tuples(items.get_item_count() * per_item, components, [&](std::size_t i, std::size_t k) {
+            const T* const item = items.get_item_values<T>(static_cast<unsigned int>(i / per_item));
+            const T value = item[(i % per_item) * components + k];
+            if constexpr (std::is_same_v<T, sds::Half>)
+                return static_cast<float>(sds::to_real(value));
+            else if constexpr (sizeof(T) < sizeof(int))
+                return int{value};
+            else
+                return value;
+        });
     });
-    text("\n");
+}
+
+void LayerWriter::write_property(const sds_model::PropertySource& source, const std::string& name) {
+    const PropertyType type = property_type(source.type);
+    const bool is_tuple = type.has_tuples && source.extent >= 2 && source.extent <= 4;
+    const std::size_t components = is_tuple ? source.extent : 1;
+    const std::string head =
+        indent_ + std::string(type.name) + (is_tuple ? std::to_string(components) : "") + "[] primvars:" + name;
+    text(head);
+    if (source.times.empty()) {
+        text(" = ");
+        write_items(source, 0, components);
+    }
+    text(" (\n");
+    const auto interpolation = interpolation_words[static_cast<std::size_t>(interpolation_of(source))];
+    line("    interpolation = \"" + std::string(interpolation) + "\"");
+    if (!is_tuple && source.extent > 1) line("    elementSize = " + std::to_string(source.extent));
+    line(")");
+    if (!source.times.empty()) {
+        text(head + ".timeSamples = {\n");
+        for (std::size_t s = 0; s < source.times.size(); ++s) {
+            text(indent_ + "    ");
+            number(source.times[s]);
+            text(": ");
+            write_items(source, s, components);
+            text(",\n");
+        }
+        line("}");
+    }
+    write_indices(name, source.indices, 0);
 }
 
 void LayerWriter::write_groups(const UsdaMesh& mesh) {
@@ -222,7 +317,10 @@ void LayerWriter::write_mesh(const UsdaMesh& mesh) {
     array("int[] faceVertexCounts", mesh.counts);
     array("int[] faceVertexIndices", mesh.indices);
     write_creases(mesh);
-    for (const UsdaPrimvar& primvar : mesh.primvars) write_primvar(primvar);
+    std::unordered_set<std::string> names;
+    for (const UsdaPrimvar& primvar : mesh.primvars) write_primvar(primvar, identifier(primvar.name, names, true));
+    for (const sds_model::PropertySource& source : mesh.properties)
+        write_property(source, identifier(source.name, names, true));
     write_groups(mesh);
 }
 

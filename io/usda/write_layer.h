@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "io/usda/scene.h"
+#include "model/property_source.h"
 
 namespace sds_usda {
 
@@ -42,6 +43,7 @@ struct UsdaMesh {
     std::span<const std::uint32_t> corner_indices = {};
     std::span<const float> corner_sharpnesses = {};
     std::vector<UsdaPrimvar> primvars = {};
+    std::span<const sds_model::PropertySource> properties = {};  ///< become primvars, of the next wider type there is
     std::span<const std::uint32_t> polygon_groups = {};  ///< of group_names, one per polygon; empty without groups
     std::span<const std::string> group_names = {};
 };
@@ -52,7 +54,8 @@ struct UsdaStage {
 };
 
 /// Writes a layer of one Xform with the meshes below it, in pieces to `write`. Floats are the shortest that read back
-/// to the same bits. A name that cannot be a prim's is made one, and kept as display name. Throws what `write` throws.
+/// to the same bits. A name that cannot be a prim's or a primvar's is made one, and that of a prim is kept as display
+/// name. Throws what `write` throws.
 void write_usda(std::span<const UsdaMesh> meshes, const UsdaStage& stage,
                 const std::function<void(std::string_view)>& write);
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "sds/common/control_lanes.h"
+#include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
 #include "sds/mesh_geometry/sds_mesh_geometry.h"
 
 namespace sds {
@@ -18,9 +19,7 @@ public:
         const std::uint64_t place = (primitive + stamp * 0x9E37u) % place_count;
         ControlLanes& lanes = m_lanes[place];
         if (m_keys[place] != key || stamp == 0) {
-            GMathVec3<float> controls[16];
-            geometry.get_bezier_controls(primitive, controls);
-            lanes.set(controls);
+            set(geometry, primitive, lanes);
             m_keys[place] = stamp != 0 ? key : 0;
         }
         return lanes;
@@ -28,6 +27,18 @@ public:
 
 private:
     static constexpr unsigned int place_count = 2048;
+
+    static void set(const SdsMeshGeometry& geometry, unsigned int primitive, ControlLanes& lanes) {
+        using Vec3f = GMathVec3<float>;
+        if (geometry.is_refined()) {
+            // Stored ones straight from their place: loads would wait for the stores of a copy.
+            const Vec3f* controls = reinterpret_cast<const Vec3f*>(geometry.get_refined_arrays().controls);
+            return lanes.set(controls + 16 * size_t{primitive});
+        }
+        Vec3f controls[16];
+        geometry.get_bezier_controls(primitive, controls);
+        lanes.set(controls);
+    }
 
     std::uint64_t m_keys[place_count] = {};
     ControlLanes m_lanes[place_count];

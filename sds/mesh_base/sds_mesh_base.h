@@ -9,6 +9,7 @@
 // number of threads. The first SdsMeshBase of a process must be constructed before others are made concurrently.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -23,6 +24,9 @@
 
 class SdsBezierMesh;
 class SysThreadTaskManager;
+namespace sds {
+struct PolygonNeighbors;
+}
 
 class SDS_EXPORT SdsMeshBase : public ResourceData {
 public:
@@ -123,6 +127,9 @@ public:
     };
 
     // The polygons of a build, where the surface is to be refined: what its refinement starts from. Never changed.
+    // Where they are not all quads, the step that makes quads of them is taken when something that only quads have is
+    // asked for first, by any thread: refined surfaces do without. That call may throw std::bad_alloc, and the next one
+    // tries again.
     struct ControlCage {
         unsigned int vertex_count = 0;
         CoreArray<unsigned int> polygon_counts;
@@ -171,41 +178,57 @@ public:
              const CoreBasicArray<unsigned int>& polygon_shading_groups,
              const CoreBasicArray<CoreString>& shading_group_names, AppProgressBar* progress);
 
-    unsigned int get_primitive_count() const { return quad_indices.get_count() >> 2; }
+    unsigned int get_primitive_count() const { return quad_count; }
     unsigned int get_primitive_edge_count(const unsigned int&) const { return 4; }
-    const CoreBasicArray<unsigned int>& get_quad_indices() const { return quad_indices; }
+    const CoreBasicArray<unsigned int>& get_quad_indices() const {
+        take_step();
+        return quad_indices;
+    }
     // The four control-vertex indices of quad q.
     const unsigned int* get_quad_indices(const unsigned int& q) const {
-        return quad_indices.get_data() + 4 * size_t{q};
+        return get_quad_indices().get_data() + 4 * size_t{q};
     }
     const unsigned int& get_primitive_shading_group_index(const unsigned int& q) const {
-        return quad_shading_groups[q];
+        return step_source != nullptr ? get_polygon_group(q) : quad_shading_groups[q];
     }
     const CoreBasicArray<CoreString>& get_shading_group_names() const { return shading_group_names; }
     // Whether the build took its subdivision step.
-    bool get_base_tessellation_level() const { return subdivision != nullptr; }
+    bool get_base_tessellation_level() const { return step_source != nullptr || subdivision != nullptr; }
+    // Whether that step waits until it is needed, or did.
+    bool has_late_step() const { return step_source != nullptr; }
     // Samples along a patch side at a level; level 0 counts as 1, the step that the base took is not counted again.
     unsigned int get_tessellation_sample_count(const unsigned int& level) const;
-    bool is_edge_border(const unsigned int& e) const { return edges.is_border(e); }
-    bool is_edge_crease(const unsigned int& e) const { return edges.is_crease(e); }
-    bool is_edge_sharp(const unsigned int& e) const { return edges.is_sharp(e); }
+    bool is_edge_border(const unsigned int& e) const { return get_edges().is_border(e); }
+    bool is_edge_crease(const unsigned int& e) const { return get_edges().is_crease(e); }
+    bool is_edge_sharp(const unsigned int& e) const { return get_edges().is_sharp(e); }
     // Of the quad's edge k; false for k above 3, whatever k is.
     bool is_primitive_edge_crease(const unsigned int& q, const unsigned int& k) const {
-        return k < 4 && ((edges.quad_edge_flags[q] >> k) & 1u) != 0;
+        return k < 4 && ((get_edge_flags(q) >> k) & 1u) != 0;
     }
     bool is_primitive_edge_visible(const unsigned int& q, const unsigned int& k) const {
-        return k < 4 && ((edges.quad_edge_flags[q] >> (4 + k)) & 1u) != 0;
+        return k < 4 && ((get_edge_flags(q) >> (4 + k)) & 1u) != 0;
     }
     // True for a quad with a corner that has no vertex. There is no surface on it: no rays meet it, it has no part in
     // boxes and areas, its control points are NaN.
-    bool is_primitive_void(const unsigned int& q) const { return sds::is_void_quad(get_quad_indices(q)); }
+    bool is_primitive_void(const unsigned int& q) const {
+        return step_source != nullptr ? is_polygon_void(q) : sds::is_void_quad(get_quad_indices(q));
+    }
     // The control polygon that quad q came from, 0xFFFFFFFF for a quad of a void polygon whose parent was not kept.
     unsigned int get_primitive_polygon_id(const unsigned int& q) const;
 
-    const CoreArray<VertexInfo>& get_vertex_infos() const { return vertex_infos; }
-    const EdgesTopology& get_edges() const { return edges; }
+    const CoreArray<VertexInfo>& get_vertex_infos() const {
+        take_step();
+        return vertex_infos;
+    }
+    const EdgesTopology& get_edges() const {
+        take_step();
+        return edges;
+    }
     // Null when there was no step.
-    const SubdivisionTopology* get_subdivision() const { return subdivision.get(); }
+    const SubdivisionTopology* get_subdivision() const {
+        take_step();
+        return subdivision.get();
+    }
     // The polygons of the build; null when its surface is not refined. Copies share it.
     const ControlCage* get_control_cage() const { return control_cage.get(); }
     // Equal for bases of one build and its copies, and for no others; 0 before the first build.
@@ -343,15 +366,40 @@ public:
     static const float* get_cos_table();
 
 private:
-    void keep_control_cage(const unsigned int& vertex_count, const CoreBasicArray<unsigned int>& polygon_indices,
-                           const CoreBasicArray<unsigned int>& polygon_counts);
+    struct StepSource;
 
-    CoreArray<unsigned int> quad_indices;
-    CoreArray<unsigned int> quad_shading_groups;
+    static void subdivide(const sds::PolygonNeighbors& polygons, const unsigned int& vertex_count,
+                          CoreArray<unsigned int>& quad_indices, CoreArray<VertexInfo>& vertex_infos,
+                          EdgesTopology& edges, SubdivisionTopology& subdivision, AppProgressBar* progress);
+    void set_late(const unsigned int& vertex_count, const CoreBasicArray<unsigned int>& polygon_indices,
+                  const CoreBasicArray<unsigned int>& polygon_counts,
+                  const CoreBasicArray<unsigned int>& polygon_offsets,
+                  const CoreBasicArray<unsigned int>& polygon_shading_groups, AppProgressBar* progress);
+    void keep_control_cage(const unsigned int& vertex_count, const CoreBasicArray<unsigned int>& polygon_indices,
+                           const CoreBasicArray<unsigned int>& polygon_counts,
+                           CoreArray<unsigned int>&& opposite_corners, const CoreBasicArray<unsigned char>& creases);
+    void take_step() const {
+        if (is_step_due.load(std::memory_order_acquire)) make_step();
+    }
+    void make_step() const;
+    const unsigned int& get_polygon_group(const unsigned int& q) const;
+    bool is_polygon_void(const unsigned int& q) const;
+    unsigned int get_edge_flags(const unsigned int& q) const {
+        return step_source != nullptr ? get_step_flags(q) : edges.quad_edge_flags[q];
+    }
+    unsigned int get_step_flags(const unsigned int& q) const;
+    void copy_step(const SdsMeshBase& other);
+
+    unsigned int quad_count = 0;
+    CoreArray<unsigned int> quad_shading_groups;  // empty where there is a step's source
     CoreArray<CoreString> shading_group_names;
-    CoreArray<VertexInfo> vertex_infos;
-    EdgesTopology edges;
-    std::shared_ptr<SubdivisionTopology> subdivision;
+    // A late step writes these, once.
+    mutable CoreArray<unsigned int> quad_indices;
+    mutable CoreArray<VertexInfo> vertex_infos;
+    mutable EdgesTopology edges;
+    mutable std::shared_ptr<SubdivisionTopology> subdivision;
+    mutable std::atomic<bool> is_step_due{false};
+    std::unique_ptr<StepSource> step_source;          // of a late step, taken or not
     std::shared_ptr<const SdsRefinement> refinement;  // null at depth 0
     std::shared_ptr<const ControlCage> control_cage;
     std::uint64_t topology_stamp = 0;

@@ -11,6 +11,7 @@
 #include "qn_poly/poly_neighbourhood.h"
 #include "sds/common/log_line.h"
 #include "sds/common/progress.h"
+#include "sds/mesh_base/polygon_neighbors.h"
 #include "sds/mesh_base/sds_mesh_base.h"
 
 using sds::none;
@@ -20,31 +21,11 @@ namespace {
 using EdgesTopology = SdsMeshBase::EdgesTopology;
 using SubdivisionTopology = SdsMeshBase::SubdivisionTopology;
 using VertexInfo = SdsMeshBase::VertexInfo;
-
-// The polygons of the step and what is known of their edges.
-struct Polygons {
-    const CoreBasicArray<unsigned int>& indices;
-    const CoreBasicArray<unsigned int>& counts;
-    const CoreBasicArray<unsigned int>& offsets;
-    CoreArray<unsigned int> neighbour_polygons;
-    CoreArray<unsigned int> neighbour_edges;
-    CoreArray<unsigned char> edge_smooth_flags;
-
-    // The face-corner of the neighbor that shares c's edge, none on borders.
-    unsigned int opposite_corner(unsigned int c) const {
-        const unsigned int neighbour = neighbour_polygons[c];
-        return neighbour == none ? none : offsets[neighbour] + neighbour_edges[c];
-    }
-    bool is_void(unsigned int polygon) const {
-        for (unsigned int j = 0; j < counts[polygon]; ++j)
-            if (indices[offsets[polygon] + j] == none) return true;
-        return false;
-    }
-};
+using sds::PolygonNeighbors;
 
 // One number per edge in the order in which edges are first met, starting at first_edge_point. Returns the number after
 // the last.
-unsigned int number_edge_points(const Polygons& polygons, unsigned int first_edge_point,
+unsigned int number_edge_points(const PolygonNeighbors& polygons, unsigned int first_edge_point,
                                 CoreArray<unsigned int>& edge_points, AppProgressBar* progress) {
     edge_points.assign(polygons.indices.get_count(),
                        0u);  // 0 = not numbered yet: a control vertex always has that number
@@ -66,7 +47,7 @@ unsigned int number_edge_points(const Polygons& polygons, unsigned int first_edg
 }
 
 // Links the two halves of the parent edge of c to the neighbor's quads.
-void link_parent_edge(const Polygons& polygons, unsigned int c, unsigned int c_next,
+void link_parent_edge(const PolygonNeighbors& polygons, unsigned int c, unsigned int c_next,
                       CoreArray<unsigned int>& opposite_edges) {
     unsigned int& ahead = opposite_edges[4 * size_t{c}];
     unsigned int& behind = opposite_edges[4 * size_t{c_next} + 3];
@@ -89,7 +70,7 @@ void link_parent_edge(const Polygons& polygons, unsigned int c, unsigned int c_n
     }
 }
 
-void create_quads(const Polygons& polygons, const CoreArray<unsigned int>& edge_points,
+void create_quads(const PolygonNeighbors& polygons, const CoreArray<unsigned int>& edge_points,
                   CoreArray<unsigned int>& quad_indices, EdgesTopology& edges, SubdivisionTopology& subdivision,
                   AppProgressBar* progress) {
     for (unsigned int i = 0; i < polygons.counts.get_count(); ++i) {
@@ -166,20 +147,26 @@ void SdsMeshBase::subdivide(const CoreBasicArray<unsigned int>& polygon_indices,
                             const CoreBasicArray<unsigned int>& polygon_offsets, const unsigned int& vertex_count,
                             CoreArray<unsigned int>& quad_indices, CoreArray<VertexInfo>& vertex_infos,
                             EdgesTopology& edges, SubdivisionTopology& subdivision, AppProgressBar* progress) {
-    const unsigned int polygon_count = polygon_counts.get_count();
-    const unsigned int corner_count = polygon_indices.get_count();
-    subdivision.first_edge_point = vertex_count;
-    quad_indices.resize(4 * corner_count);
-    edges.opposite_edges.resize(4 * corner_count);
-    edges.quad_edge_flags.resize(corner_count);
-
-    Polygons polygons{polygon_indices, polygon_counts, polygon_offsets, {}, {}, {}};
+    PolygonNeighbors polygons{polygon_indices, polygon_counts, polygon_offsets, {}, {}, {}};
     {
         const sds::ProgressTask task(progress, "compute polygons neighbourhood", 0.2f);
         compute_polygons_neighbourhood(polygons.neighbour_polygons, polygons.neighbour_edges,
                                        polygons.edge_smooth_flags, polygon_indices, polygon_counts, polygon_offsets,
                                        vertex_count, progress);
     }
+    subdivide(polygons, vertex_count, quad_indices, vertex_infos, edges, subdivision, progress);
+}
+
+void SdsMeshBase::subdivide(const PolygonNeighbors& polygons, const unsigned int& vertex_count,
+                            CoreArray<unsigned int>& quad_indices, CoreArray<VertexInfo>& vertex_infos,
+                            EdgesTopology& edges, SubdivisionTopology& subdivision, AppProgressBar* progress) {
+    const unsigned int polygon_count = polygons.counts.get_count();
+    const unsigned int corner_count = polygons.indices.get_count();
+    subdivision.first_edge_point = vertex_count;
+    quad_indices.resize(4 * corner_count);
+    edges.opposite_edges.resize(4 * corner_count);
+    edges.quad_edge_flags.resize(corner_count);
+
     CoreArray<unsigned int> edge_points;
     {
         const sds::ProgressTask task(progress, "prepare subdivision", 0.2f);

@@ -19,6 +19,7 @@ using AreaRecord = SdsMeshGeometry::AreaRecord;
 namespace {
 
 using sds::PatchSums;
+using AddPatches = decltype(sds::PairKernels::add_boxes);
 
 constexpr unsigned int area_entries = 4;  // |x|, |y|, |z| and the area
 
@@ -81,14 +82,17 @@ PatchSums make_empty_sums() {
     return {{largest, largest, largest}, {-largest, -largest, -largest}, {0, 0, 0, 0}};
 }
 
-// The shading groups of a refined surface's patches.
-CoreArray<unsigned int> get_patch_groups(const SdsMeshGeometry& geometry) {
+// The shading groups of the patches where the base has no array of them.
+CoreArray<unsigned int> get_patch_groups(const SdsMeshGeometry& geometry, unsigned int group_count) {
     CoreArray<unsigned int> groups;
-    if (!geometry.is_refined()) return groups;
-    const sds::PatchPlaces& places = geometry.get_places();
-    groups.resize(places.get_patch_count());
-    for (unsigned int p = 0; p < groups.get_count(); ++p)
-        groups[p] = geometry.get_base()->get_primitive_shading_group_index(places.get_patch(p).quad());
+    const SdsMeshBase& base = *geometry.get_base();
+    if (!geometry.is_refined() && !base.has_late_step()) return groups;
+    groups.assign(geometry.get_patch_count(), 0u);
+    if (group_count == 1) return groups;
+    for (unsigned int p = 0; p < groups.get_count(); ++p) {
+        const unsigned int quad = geometry.is_refined() ? geometry.get_places().get_patch(p).quad() : p;
+        groups[p] = base.get_primitive_shading_group_index(quad);
+    }
     return groups;
 }
 
@@ -104,20 +108,20 @@ void for_each_run(const SdsMeshGeometry& geometry, unsigned int begin, unsigned 
     }
 }
 
-// `groups` are a refined surface's, or empty.
-void add_patches(const SdsMeshGeometry& geometry, const CoreArray<unsigned int>& groups, unsigned int begin,
-                 unsigned int end, PatchSums* sums) {
+// `groups` are those of the patches, or empty; `add` is a pair kernel's.
+void add_patches(const SdsMeshGeometry& geometry, const CoreArray<unsigned int>& groups, AddPatches add,
+                 unsigned int begin, unsigned int end, PatchSums* sums) {
     const unsigned int* const patch_groups =
-        geometry.is_refined() ? groups.get_data() : &geometry.get_base()->get_primitive_shading_group_index(0);
+        groups.is_empty() ? &geometry.get_base()->get_primitive_shading_group_index(0) : groups.get_data();
     const sds::PatchArrays surface = sds::get_patch_arrays(geometry);
-    for_each_run(geometry, begin, end, [&](unsigned int first, unsigned int last) {
-        sds::get_pair_kernels().add_patches(surface, patch_groups, first, last, sums);
-    });
+    for_each_run(geometry, begin, end,
+                 [&](unsigned int first, unsigned int last) { add(surface, patch_groups, first, last, sums); });
 }
 
 // Every worker adds to the sums of its own row, one entry per group.
-struct ComputeSdsBboxes {
+struct SumPatches {
     const SdsMeshGeometry& geometry;
+    AddPatches add;
     const CoreArray<unsigned int>& groups;
     unsigned int group_count;
     PatchSums* rows;
@@ -128,13 +132,12 @@ struct ComputeSdsBboxes {
         CoreArray<PatchSums> sums(CoreBasicArray<PatchSums>(group_count, row));
         const unsigned int size = range.steps != nullptr ? 1 : range.end - range.begin;
         for (unsigned int p = range.begin; p < range.end; p += size) {
-            add_patches(geometry, groups, p, p + size, sums.get_data());
+            add_patches(geometry, groups, add, p, p + size, sums.get_data());
             range.step(p);
         }
         std::copy(sums.begin(), sums.end(), row);
     }
 };
-using ComputeSdsBboxesTask = sds::RangeTask<ComputeSdsBboxes>;
 
 void merge(const PatchSums& part, PatchSums& sums) {
     for (unsigned int axis = 0; axis < 3; ++axis) {
@@ -144,27 +147,48 @@ void merge(const PatchSums& part, PatchSums& sums) {
     for (unsigned int i = 0; i < area_entries; ++i) sums.areas[i] += part.areas[i];
 }
 
-}  // namespace
-
-void SdsMeshGeometry::update_bbox_and_area(SysThreadTaskManager* tasks, AppProgressBar* progress) {
-    const unsigned int group_count = get_group_count(*base);
+// What all patches add up to, per group.
+CoreArray<PatchSums> sum_patches(const SdsMeshGeometry& geometry, bool has_points, AddPatches add,
+                                 SysThreadTaskManager* tasks, AppProgressBar* progress) {
+    const unsigned int group_count = get_group_count(*geometry.get_base());
     const unsigned int workers = tasks != nullptr ? tasks->get_max_thread_count() : 1;
-    const bool has_points = !point_cloud.is_empty();
     CoreArray<PatchSums> sums(workers * group_count, has_points ? make_empty_sums() : PatchSums{});
     if (has_points) {
-        const CoreArray<unsigned int> groups = get_patch_groups(*this);
-        sds::run_tasks<ComputeSdsBboxesTask>(tasks, get_patch_count(), 4, progress,
-                                             {*this, groups, group_count, sums.get_data()});
+        const CoreArray<unsigned int> groups = get_patch_groups(geometry, group_count);
+        sds::run_tasks<sds::RangeTask<SumPatches>>(tasks, geometry.get_patch_count(), 4, progress,
+                                                   {geometry, add, groups, group_count, sums.get_data()});
     }
     for (unsigned int i = group_count; i < sums.get_count(); ++i) merge(sums[i], sums[i % group_count]);
+    sums.resize(group_count);
+    return sums;
+}
 
+}  // namespace
+
+void SdsMeshGeometry::update_bbox(SysThreadTaskManager* tasks, AppProgressBar* progress) {
+    are_areas_due = true;
+    const CoreArray<PatchSums> sums =
+        sum_patches(*this, has_vertices(), sds::get_pair_kernels().add_boxes, tasks, progress);
+    const unsigned int group_count = sums.get_count();
     arrays.group_bboxes.resize(group_count);
     arrays.group_area_records.resize(group_count);
-    float total[area_entries] = {};
     GMathBbox3<double> all = GMathBbox3<double>::empty(1e308);
     for (unsigned int g = 0; g < group_count; ++g) {
         const float *low = sums[g].low, *high = sums[g].high;
         arrays.group_bboxes[g] = {{low[0], low[1], low[2]}, {high[0], high[1], high[2]}};
+        all.grow(GMathBbox3<double>(arrays.group_bboxes[g]));
+    }
+    arrays.bbox = GMathBbox3<float>(all);
+    sds::progress_value(progress, 1.0f);
+}
+
+void SdsMeshGeometry::build_areas() const {
+    const SysThreadLockGuard guard(*area_lock);
+    if (!are_areas_due.load(std::memory_order_relaxed)) return;
+    const CoreArray<PatchSums> sums =
+        sum_patches(*this, has_vertices(), sds::get_pair_kernels().add_areas, nullptr, nullptr);
+    float total[area_entries] = {};
+    for (unsigned int g = 0; g < sums.get_count(); ++g) {
         float record[area_entries];
         for (unsigned int i = 0; i < area_entries; ++i) {
             record[i] = static_cast<float>(sums[g].areas[i]);
@@ -172,19 +196,18 @@ void SdsMeshGeometry::update_bbox_and_area(SysThreadTaskManager* tasks, AppProgr
         }
         arrays.group_area_records[g] = {record[0], record[1], record[2],
                                         blend_ratio(record[0], record[1], record[2], record[3])};
-        all.grow(GMathBbox3<double>(arrays.group_bboxes[g]));
     }
-    arrays.bbox = GMathBbox3<float>(all);
     arrays.area_record = {total[0], total[1], total[2], blend_ratio(total[0], total[1], total[2], total[3])};
-    sds::progress_value(progress, 1.0f);
+    are_areas_due.store(false, std::memory_order_release);
 }
 
 double SdsMeshGeometry::estimate_area(const CtxEval&, const GMathMatrix4x4<double>& matrix) const {
-    return scaled_area(arrays.area_record, matrix);
+    return scaled_area(get_area_record(), matrix);
 }
 
 double SdsMeshGeometry::estimate_shading_group_area(const CtxEval&, const unsigned int& group,
                                                     const GMathMatrix4x4<double>& matrix) const {
+    sum_areas();
     return scaled_area(arrays.group_area_records[group], matrix);
 }
 
@@ -264,7 +287,7 @@ void SdsMeshGeometry::compute_primitive_bbox_at(const CtxEval& ctx, const unsign
 }
 
 GMathBbox3<float> SdsMeshGeometry::get_bbox_at(const CtxEval& ctx, const double& time) const {
-    if (point_cloud.is_empty() || is_rest_time(time) || !is_animated()) return arrays.bbox;
+    if (!has_vertices() || is_rest_time(time) || !is_animated()) return arrays.bbox;
     if (refinement) {
         // The vertices are not what the patches are made from.
         const SdsBezierMesh mesh = get_bezier_mesh_at(time);

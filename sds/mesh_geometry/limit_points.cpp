@@ -18,14 +18,14 @@ constexpr unsigned int points_ahead = 6;
 void prefetch_controls(const PatchArrays& surface, unsigned int primitive) {
     const auto* controls = reinterpret_cast<const char*>(surface.controls + 48 * size_t{primitive});
     for (unsigned int i = 0; i < 192; i += 64) __builtin_prefetch(controls + i);
-    const unsigned int offset = surface.net_offsets[primitive];
+    const unsigned int offset = surface.net_places.find(primitive);
     if (offset == sds::none) return;
     const auto* nets = reinterpret_cast<const char*>(surface.nets + 3 * size_t{offset});
     for (unsigned int i = 0; i < 288; i += 64) __builtin_prefetch(nets + i);
 }
 
 void prefetch_record(const PatchArrays& surface, unsigned int primitive) {
-    if (surface.controls != nullptr) return __builtin_prefetch(surface.net_offsets + primitive);
+    if (surface.controls != nullptr) return __builtin_prefetch(surface.net_places.words + primitive / 32);
     __builtin_prefetch(surface.quads + 4 * size_t{primitive});
     __builtin_prefetch(surface.infos + primitive);
     const auto* patch = reinterpret_cast<const char*>(surface.patches + primitive);

@@ -4,6 +4,7 @@
 #include "sds/common/progress.h"
 #include "sds/mesh_base/tangent_rules.h"
 #include "sds/mesh_geometry/corner_cache.h"
+#include "sds/mesh_geometry/late_vertices.h"
 #include "sds/mesh_geometry/pair_kernels/pair_kernels.h"
 #include "sds/mesh_geometry/refined_surface.h"
 #include "sds/refinement/refined_chart.h"
@@ -58,7 +59,19 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
     }
     arrays.bezier_corners.clear();
     arrays.bezier_corner_motion_vectors.clear();
-    build_point_cloud(positions, motion_vectors, progress);
+    const bool has_motion = motion_vectors.get_count() == positions.get_count() && !positions.is_empty();
+    if (base->has_late_step()) {
+        sds::ProgressTask(progress, "compute subdivision positions", 0.1f);
+        point_cloud.init(0, nullptr, nullptr, nullptr);
+        arrays.vertex_infos.clear();
+        late_vertices = std::make_unique<LateVertices>();
+        late_vertices->has_motion = has_motion;
+        late_vertices->positions = positions;
+        if (has_motion) late_vertices->motion_vectors = motion_vectors;
+        are_vertices_due = true;
+    } else {
+        build_point_cloud(positions, motion_vectors, progress);
+    }
 
     // Copies of the geometry keep what they share; else the arrays are used again.
     const bool keeps_arrays = former && former.use_count() == 1;
@@ -75,7 +88,6 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
     const auto tasks = make_task_manager(built->get_places().get_patch_count());
     SysThreadTaskManager* const helpers = tasks && tasks->get_thread_count() > 1 ? tasks.get() : nullptr;
     former.reset();
-    const bool has_motion = point_cloud.has_velocities();
     {
         const sds::ProgressTask task(progress, "compute refined patches", has_motion ? 0.2f : 0.4f);
         built->rest.build(*built->topology, positions, sds::NetStorage::where_needed, progress, helpers);
@@ -104,7 +116,7 @@ std::shared_ptr<const sds::RefinedTopology> SdsMeshGeometry::get_refined_levels(
 void SdsMeshGeometry::keep_refined_levels() {
     if (refinement->topology->has_levels()) return;
     if (refinement.use_count() > 1) refinement = std::make_shared<Refinement>(*refinement);
-    refinement->topology = refine(*base->get_control_cage(), mode, point_cloud.get_positions(), nullptr);
+    refinement->topology = refine(*base->get_control_cage(), mode, {}, nullptr);
     bind_view();
 }
 
@@ -112,7 +124,7 @@ const sds::RefinedPatches& SdsMeshGeometry::get_refined_sample(const unsigned in
     const auto make = [&] {
         auto patches = std::make_unique<sds::RefinedPatches>();
         const CoreBasicArray<Vec3f> vertices = get_vertices_sample(sample);
-        if (base->get_subdivision() == nullptr)
+        if (!base->get_base_tessellation_level())
             patches->build(*refinement->topology, vertices, sds::NetStorage::where_needed);
         else
             patches->build(*refinement->topology, take_control_positions(sample), sds::NetStorage::where_needed);
@@ -125,14 +137,14 @@ sds::PatchArrays SdsMeshGeometry::get_refined_arrays() const {
     const sds::RefinedPatches& rest = refinement->rest;
     sds::PatchArrays patches{};
     patches.controls = rest.get_patch_count() == 0 ? nullptr : rest.get_controls()->get_data();
-    patches.net_offsets = rest.get_net_offsets().get_data();
+    patches.net_places = rest.get_net_places();
     patches.nets = rest.get_net_count() == 0 ? nullptr : rest.get_nets()->get_data();
     return patches;
 }
 
 void SdsMeshGeometry::add_refined_nets(const sds::RefinedPatches& patches, const unsigned int& primitive,
                                        const float& weight, Vec3f* out) {
-    const unsigned int offset = patches.get_net_offsets()[primitive];
+    const unsigned int offset = patches.get_net_places().find(primitive);
     if (offset != sds::none) {
         const Vec3f* stored = patches.get_nets() + offset;
         for (unsigned int i = 0; i < 24; ++i) out[i] += stored[i] * weight;

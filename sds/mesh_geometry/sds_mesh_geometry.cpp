@@ -7,6 +7,7 @@
 #include "sds/common/array_bytes.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_geometry/corner_cache.h"
+#include "sds/mesh_geometry/late_vertices.h"
 #include "sds/mesh_geometry/refined_surface.h"
 
 using sds::bytes_of;
@@ -18,16 +19,18 @@ constexpr unsigned int min_threaded_indices = 512;
 
 }  // namespace
 
-SdsMeshGeometry::SdsMeshGeometry() : sample_lock(std::make_shared<SysThreadLock>()) {}
+SdsMeshGeometry::SdsMeshGeometry()
+    : area_lock(std::make_unique<SysThreadLock>()), sample_lock(std::make_shared<SysThreadLock>()) {}
 
 SdsMeshGeometry::SdsMeshGeometry(const SdsMeshGeometry& other)
     : ResourceData(other),
       base(other.base),
       mode(other.mode),
-      arrays(other.arrays),
+      area_lock(std::make_unique<SysThreadLock>()),
       sample_lock(std::make_shared<SysThreadLock>()),
       refinement(other.refinement) {
-    const GeometryPointCloud& cloud = other.point_cloud;
+    const GeometryPointCloud& cloud = other.get_point_cloud();
+    copy_arrays(other);
     point_cloud.init(cloud.get_count(), cloud.get_positions().get_data(), nullptr,
                      cloud.has_velocities() ? cloud.get_velocities().get_data() : nullptr);
     if (other.has_positions_sampling()) set_positions_sampling(other.get_positions_sampling(), other.sample_loader);
@@ -38,7 +41,9 @@ SdsMeshGeometry& SdsMeshGeometry::operator=(const SdsMeshGeometry& other) {
     if (this == &other) return *this;
     ResourceData::operator=(other);
     arrays.topology_stamp = arrays.positions_stamp = 0;  // until all arrays are there
-    point_cloud = other.point_cloud;
+    point_cloud = other.get_point_cloud();
+    are_vertices_due = false;
+    late_vertices.reset();
     base = other.base;
     mode = other.mode;
     bezier_mesh = other.bezier_mesh;
@@ -47,11 +52,18 @@ SdsMeshGeometry& SdsMeshGeometry::operator=(const SdsMeshGeometry& other) {
     sample_loader = other.sample_loader;
     cloud_loader = other.cloud_loader;
     refinement = other.refinement;
-    arrays = other.arrays;
+    copy_arrays(other);
     return *this;
 }
 
 SdsMeshGeometry::~SdsMeshGeometry() = default;
+
+// Others may be reading areas meanwhile.
+void SdsMeshGeometry::copy_arrays(const SdsMeshGeometry& other) {
+    const SysThreadLockGuard guard(*other.area_lock);
+    are_areas_due = other.are_areas_due.load();
+    arrays = other.arrays;
+}
 
 const CoreClassInfo& SdsMeshGeometry::get_class_info() const { return class_info(); }
 const CoreClassInfo& SdsMeshGeometry::class_info() {
@@ -62,9 +74,13 @@ const CoreClassInfo& SdsMeshGeometry::class_info() {
 }
 
 size_t SdsMeshGeometry::get_memory_size() const {
-    size_t size = sizeof(*this) - sizeof(point_cloud) + point_cloud.get_memory_size();
-    size += bytes_of(arrays.vertex_infos) + bytes_of(arrays.local_topologies) + bytes_of(arrays.tangent_infos) +
-            bytes_of(arrays.bezier_patches);
+    size_t size = sizeof(*this) - sizeof(point_cloud);
+    size += bytes_of(arrays.local_topologies) + bytes_of(arrays.tangent_infos) + bytes_of(arrays.bezier_patches);
+    if (are_vertices_due.load(std::memory_order_acquire))
+        size += sizeof(point_cloud) + bytes_of(late_vertices->positions) + bytes_of(late_vertices->motion_vectors);
+    else
+        size += point_cloud.get_memory_size() + bytes_of(arrays.vertex_infos);
+    if (late_vertices) size += sizeof(*late_vertices);
     size += bytes_of(arrays.bezier_corners) + bytes_of(arrays.bezier_corner_motion_vectors) +
             bytes_of(arrays.bezier_tangents);
     size += bytes_of(arrays.group_bboxes) + bytes_of(arrays.group_area_records);
@@ -94,7 +110,7 @@ SdsMeshBase::TopologyContext SdsMeshGeometry::get_topology_context() const {
 void SdsMeshGeometry::bind_view() {
     if (refinement) {
         bezier_mesh = make_view();
-        bezier_mesh.add_controls(point_cloud.get_positions().get_data(), refinement->rest.get_controls(), 1.0f);
+        bezier_mesh.add_controls(get_view_vertices(), refinement->rest.get_controls(), 1.0f);
         return;
     }
     bezier_mesh = SdsBezierMesh(base->get_primitive_count(), arrays.vertex_infos.get_count(),
@@ -115,11 +131,14 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     corner_cache.reset();
     sample_loader.reset();
     cloud_loader.reset();
+    are_vertices_due = false;
+    late_vertices.reset();
     std::shared_ptr<Refinement> former = std::move(refinement);
     if (!is_update) {
-        arrays.vertex_infos = mesh_base.get_vertex_infos();
-        SdsMeshBase::set_vertices_by_rule(mesh_base.get_quad_indices(), mesh_base.get_edges(),
-                                          static_cast<SdsMeshBase::VertexRule>(mode), arrays.vertex_infos);
+        if (mesh_base.has_late_step() && mode != InterpolationMode::all_fixed)
+            arrays.vertex_infos.clear();
+        else
+            set_vertex_infos();
     }
     if (mesh_base.get_control_cage() != nullptr && mode != InterpolationMode::all_fixed)
         build_refined(positions, motion_vectors, is_update, std::move(former), progress);
@@ -129,26 +148,6 @@ void SdsMeshGeometry::set(const SdsMeshBase& mesh_base, const CoreArray<Vec3f>& 
     arrays.topology_stamp = mesh_base.get_topology_stamp();
     arrays.positions_stamp = ++build_count;
     sds::progress_value(progress, 1.0f);
-}
-
-void SdsMeshGeometry::build_point_cloud(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
-                                        AppProgressBar* progress) {
-    const bool has_motion = motion_vectors.get_count() == positions.get_count() && !positions.is_empty();
-    const bool linear = mode == InterpolationMode::all_fixed;
-    const sds::ProgressTask task(progress, "compute subdivision positions", 0.1f);
-    if (base->get_subdivision() == nullptr) {
-        point_cloud.init(positions.get_count(), positions.get_data(), nullptr,
-                         has_motion ? motion_vectors.get_data() : nullptr);
-        return;
-    }
-    // Zeroed, because vertices that no quad uses are never written.
-    point_cloud.init(arrays.vertex_infos.get_count(), false, has_motion, true);
-    Vec3f* out = point_cloud.get_positions().get_data();
-    if (has_motion)
-        SdsMeshBase::compute_subdivision_positions(positions, motion_vectors, get_topology_context(), out,
-                                                   point_cloud.get_velocities().get_data(), linear, progress);
-    else
-        SdsMeshBase::compute_subdivision_positions(positions, get_topology_context(), out, linear, progress);
 }
 
 std::unique_ptr<SysThreadTaskManager> SdsMeshGeometry::make_task_manager(const unsigned int& patch_count) {
@@ -199,7 +198,7 @@ void SdsMeshGeometry::build_quads(const CoreArray<Vec3f>& positions, const CoreA
 
 void SdsMeshGeometry::build_boxes(const float& weight, SysThreadTaskManager* tasks, AppProgressBar* progress) {
     const sds::ProgressTask task(progress, "update bbox and area", weight);
-    update_bbox_and_area(tasks, progress);
+    update_bbox(tasks, progress);
 }
 
 void SdsMeshGeometry::build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress) {

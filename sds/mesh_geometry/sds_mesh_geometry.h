@@ -125,19 +125,30 @@ public:
     std::uint64_t get_positions_stamp() const { return arrays.positions_stamp; }
     // Null before `set`.
     const SdsMeshBase* get_base() const { return base; }
+    // Without quad vertices where these were late when it was made.
     const SdsBezierMesh& get_bezier_mesh() const { return bezier_mesh; }
     const InterpolationMode& get_interpolation_mode() const { return mode; }
-    const GeometryPointCloud& get_point_cloud() const { return point_cloud; }
-    const CoreArray<Vec3f>& get_vertices() const { return point_cloud.get_positions(); }
-    const CoreArray<Vec3f>& get_motion_vectors() const { return point_cloud.get_velocities(); }
-    bool has_motion_vectors() const { return point_cloud.has_velocities(); }
+    // Of the base's vertices. Where its step is late (SdsMeshBase::has_late_step) they are computed when they are asked
+    // for first, by any thread; that call may throw std::bad_alloc, and the next one tries again.
+    const GeometryPointCloud& get_point_cloud() const {
+        make_late_vertices();
+        return point_cloud;
+    }
+    const CoreArray<Vec3f>& get_vertices() const { return get_point_cloud().get_positions(); }
+    const CoreArray<Vec3f>& get_motion_vectors() const { return get_point_cloud().get_velocities(); }
+    bool has_motion_vectors() const {
+        return late_vertices != nullptr ? has_late_motion() : point_cloud.has_velocities();
+    }
     bool has_positions_sampling() const { return point_cloud.has_sampling(); }
     const GMathTimeSampling& get_positions_sampling() const { return point_cloud.get_sampling(); }
     bool is_animated() const { return has_motion_vectors() || has_positions_sampling(); }
     void get_bezier_controls(const unsigned int& patch, Vec3f* out) const {
         bezier_mesh.get_patch_controls(patch, out);
     }
-    const CoreArray<SdsMeshBase::VertexInfo>& get_vertex_infos() const { return arrays.vertex_infos; }
+    const CoreArray<SdsMeshBase::VertexInfo>& get_vertex_infos() const {
+        make_late_vertices();
+        return arrays.vertex_infos;
+    }
     const CoreArray<SdsMeshBase::VertexLocalTopology>& get_local_topologies() const { return arrays.local_topologies; }
     const CoreArray<SdsMeshBase::PatchTangentInfo>& get_tangent_infos() const { return arrays.tangent_infos; }
     const CoreArray<SdsMeshBase::BezierPatch>& get_bezier_patches() const { return arrays.bezier_patches; }
@@ -149,8 +160,13 @@ public:
     const GMathBbox3<float>& get_shading_group_bbox(const unsigned int& group) const {
         return arrays.group_bboxes[group];
     }
-    const AreaRecord& get_area_record() const { return arrays.area_record; }
-    // Constant-time estimates under an affine map; with the identity, the summed area of the build.
+    // Areas are summed when one is asked for first after a build, by any thread; that call may throw std::bad_alloc,
+    // and the next one tries again.
+    const AreaRecord& get_area_record() const {
+        sum_areas();
+        return arrays.area_record;
+    }
+    // Constant-time estimates, but for the first, under an affine map; with the identity, the summed area.
     double estimate_area(const CtxEval& ctx, const GMathMatrix4x4<double>& matrix) const;
     double estimate_shading_group_area(const CtxEval& ctx, const unsigned int& group,
                                        const GMathMatrix4x4<double>& matrix) const;
@@ -184,12 +200,12 @@ public:
     // The surface that rays, samples and boxes of a frame see, whatever the samples of its shutter: the one at rest for
     // |time| <= 1e-8, get_bezier_mesh_at(time) otherwise. Give `set` the positions of time 0, so that both agree there.
     SdsBezierMesh get_bezier_mesh_at(const double& time, const GMathTimeSampling& sampling) const;
-    // Per vertex: the quad vertices of the matching mesh.
+    // Per vertex: the quad vertices of the matching mesh, or what would be where the vertices are late.
     GeometryPositionArray get_vertices_at(const double& time) const {
-        return get_bezier_mesh_at(time).get_quad_vertices();
+        return get_vertices_of(get_bezier_mesh_at(time), time);
     }
     GeometryPositionArray get_vertices_at(const double& time, const GMathTimeSampling& sampling) const {
-        return get_bezier_mesh_at(time, sampling).get_quad_vertices();
+        return get_vertices_of(get_bezier_mesh_at(time, sampling), time);
     }
     void get_bezier_controls_sample(const unsigned int& patch, const unsigned int& sample, Vec3f* out) const {
         get_bezier_mesh_sample(sample).get_patch_controls(patch, out);
@@ -241,7 +257,7 @@ private:
 
     // What a build makes of topology and positions, and copies have too.
     struct BuiltArrays {
-        CoreArray<SdsMeshBase::VertexInfo> vertex_infos;
+        mutable CoreArray<SdsMeshBase::VertexInfo> vertex_infos;
         CoreArray<SdsMeshBase::VertexLocalTopology> local_topologies;
         CoreArray<SdsMeshBase::PatchTangentInfo> tangent_infos;
         CoreArray<SdsMeshBase::BezierPatch> bezier_patches;
@@ -249,9 +265,9 @@ private:
         CoreArray<Vec3f> bezier_corner_motion_vectors;
         CoreArray<Vec3f> bezier_tangents;
         CoreArray<GMathBbox3<float>> group_bboxes;
-        CoreArray<AreaRecord> group_area_records;
+        mutable CoreArray<AreaRecord> group_area_records;
         GMathBbox3<float> bbox{{0, 0, 0}, {0, 0, 0}};
-        AreaRecord area_record;
+        mutable AreaRecord area_record;
         // Last, so that an assignment that runs out of memory does not set them.
         std::uint64_t topology_stamp = 0;  // of the base that the first four arrays were made for
         std::uint64_t positions_stamp = 0;
@@ -264,11 +280,26 @@ private:
         float weights[2] = {};
     };
 
+    struct LateVertices;
+
+    // The base's vertices with the mode's rule.
+    void set_vertex_infos() const;
     // The positions, and motion vectors where there are any, of the vertices.
-    void build_point_cloud(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
-                           AppProgressBar* progress);
+    void build_point_cloud(const CoreBasicArray<Vec3f>& positions, const CoreBasicArray<Vec3f>& motion_vectors,
+                           AppProgressBar* progress) const;
+    void make_late_vertices() const {
+        if (are_vertices_due.load(std::memory_order_acquire)) build_late_vertices();
+    }
+    void build_late_vertices() const;
+    bool has_late_motion() const;
+    bool has_vertices() const { return late_vertices != nullptr || !point_cloud.is_empty(); }
+    // For views: null while they are due.
+    const Vec3f* get_view_vertices() const;
+    const Vec3f* get_view_motion() const;
+    GeometryPositionArray get_vertices_of(const SdsBezierMesh& mesh, const double& time) const;
     void build_quads(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors, const bool& is_update,
                      AppProgressBar* progress);
+    void copy_arrays(const SdsMeshGeometry& other);
     // Null `tasks`, here and below, where the calling thread is enough.
     void build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress);
     // `former` is what the geometry had before, or null.
@@ -278,7 +309,11 @@ private:
     static std::unique_ptr<SysThreadTaskManager> make_task_manager(const unsigned int& patch_count);
     void bind_view();
     SdsMeshBase::TopologyContext get_topology_context() const;
-    void update_bbox_and_area(SysThreadTaskManager* tasks, AppProgressBar* progress);
+    void update_bbox(SysThreadTaskManager* tasks, AppProgressBar* progress);
+    void sum_areas() const {
+        if (are_areas_due.load(std::memory_order_acquire)) build_areas();
+    }
+    void build_areas() const;
     // Refined surfaces have no void patches.
     bool is_patch_void(const unsigned int& patch) const {
         return refinement == nullptr && base->is_primitive_void(patch);
@@ -309,9 +344,14 @@ private:
 
     const SdsMeshBase* base = nullptr;
     InterpolationMode mode = InterpolationMode::all_fixed;
-    GeometryPointCloud point_cloud;
+    // Late vertices are written once, with their infos among the arrays.
+    mutable GeometryPointCloud point_cloud;
     BuiltArrays arrays;
     SdsBezierMesh bezier_mesh;
+    mutable std::atomic<bool> are_areas_due{false};  // those of the arrays
+    mutable std::atomic<bool> are_vertices_due{false};
+    std::unique_ptr<LateVertices> late_vertices;  // of a refined surface whose base's step is late
+    std::unique_ptr<SysThreadLock> area_lock;
     std::shared_ptr<SysThreadLock> sample_lock;
     std::shared_ptr<CornerCache> corner_cache;
     std::shared_ptr<Refinement> refinement;  // null at depth 0

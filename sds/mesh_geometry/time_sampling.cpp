@@ -74,6 +74,7 @@ void SdsMeshGeometry::PolyMeshSampleLoader::get_positions(const GMathTimeSamplin
 void SdsMeshGeometry::set_positions_sampling(const GMathTimeSampling& sampling,
                                              CoreSharedPointer<SampleLoader, CoreSharedCounter> loader) {
     if (refinement && sampling.get_sample_count() != 0) keep_refined_levels();
+    make_late_vertices();
     cloud_loader = CoreSharedPointer<GeometryPointCloud::SampleLoader, CoreSharedCounter>(
         new PointCloudSampleLoader(*this, loader));
     point_cloud.init_sampling(sampling, cloud_loader);
@@ -119,6 +120,8 @@ SdsBezierMesh SdsMeshGeometry::get_bezier_mesh_sample(const unsigned int& sample
 }
 
 SdsBezierMesh SdsMeshGeometry::make_view() const {
+    // No quads are seen through stored controls.
+    if (are_vertices_due.load(std::memory_order_acquire)) return {get_patch_count(), 0, nullptr, nullptr, nullptr};
     return {get_patch_count(), point_cloud.get_count(), base->get_quad_indices().get_data(),
             arrays.bezier_patches.get_data(), nullptr};
 }
@@ -132,11 +135,10 @@ void SdsMeshGeometry::add_sample(const unsigned int& sample, const float& weight
 }
 
 void SdsMeshGeometry::add_motion(const float& weight, SdsBezierMesh& mesh) const {
-    const Vec3f* motion = point_cloud.get_velocities().get_data();
     if (refinement)
-        mesh.add_controls(motion, refinement->motion.get_controls(), weight);
+        mesh.add_controls(get_view_motion(), refinement->motion.get_controls(), weight);
     else
-        mesh.add_vertices(motion, arrays.bezier_corner_motion_vectors.get_data(), weight);
+        mesh.add_vertices(get_view_motion(), arrays.bezier_corner_motion_vectors.get_data(), weight);
 }
 
 SdsMeshGeometry::SampleBlend SdsMeshGeometry::get_sample_blend(const double& time) const {

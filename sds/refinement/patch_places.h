@@ -124,7 +124,7 @@ public:
 private:
     static constexpr unsigned int finest = 10;
     // Quads to an offset. Most quads are one patch or share one, so an offset each would be much of the list.
-    static constexpr unsigned int block = 8;
+    static constexpr unsigned int block = 32;
 
     // The first patch at or after a place in the order of quads and cells.
     unsigned int find_first(unsigned int quad, unsigned int key) const {

@@ -117,7 +117,26 @@ public:
         m_patches.m_points.resize(0);
         m_patches.m_points.reserve(m_capacity);
         m_patches.m_points.resize(16 * patch_count);
-        m_patches.m_net_offsets.resize(patch_count);
+        m_patches.m_patch_count = patch_count;
+        m_offsets->array.resize(patch_count);
+    }
+    // Keeps where the nets are.
+    void end() {
+        const unsigned int patch_count = m_patches.m_patch_count;
+        const unsigned int* found = m_offsets->array.get_data();
+        m_patches.m_net_words.resize((patch_count + 31) / 32);
+        m_patches.m_net_offsets.resize(m_patches.get_net_count());
+        unsigned int* out = m_patches.m_net_offsets.get_data();
+        unsigned int count = 0;
+        for (unsigned int w = 0; w < m_patches.m_net_words.get_count(); ++w) {
+            NetPlaces::Word word{0, count};
+            for (unsigned int p = 32 * w, end = std::min(p + 32, patch_count); p < end; ++p) {
+                if (found[p] == none) continue;
+                word.has_nets |= 1u << p % 32;
+                out[count++] = found[p];
+            }
+            m_patches.m_net_words[w] = word;
+        }
     }
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine) { m_handed.begin_level(level, fine); }
     void end_level(const PatchLimits<Vec3d>& limits) { m_handed.end_level(limits); }
@@ -141,7 +160,7 @@ public:
     }
     void begin_leaves(const RefinementLevel& level) {
         for_each_face(level, FaceState::leaf, [&](unsigned int f) {
-            m_patches.m_net_offsets[level.face_patches[f]] = m_storage == NetStorage::never ? none : 0;
+            m_offsets->array[level.face_patches[f]] = m_storage == NetStorage::never ? none : 0;
         });
         make_room_for_nets(level, FaceState::leaf);
     }
@@ -188,7 +207,7 @@ private:
         faces.limits = reinterpret_cast<double*>(limits.get_data());
         faces.is_known = limits.get_known();
         faces.controls = reinterpret_cast<float*>(m_patches.m_points.get_data());
-        faces.net_offsets = m_patches.m_net_offsets.get_data();
+        faces.net_offsets = m_offsets->array.get_data();
         faces.shortest_squared = m_shortest_squared;
         faces.emitted = static_cast<unsigned char>(FaceState::emitted);
         static_assert(RefinementLevel::regular_vertex == 0);
@@ -242,9 +261,9 @@ private:
         unsigned int count = points.get_count();
         for_each_face(level, state, [&](unsigned int f) {
             const unsigned int patch = level.face_patches[f];
-            unsigned int& offset = m_patches.m_net_offsets[patch];
-            const bool is_stored =
-                m_storage == NetStorage::all || (m_like != nullptr ? m_like->m_net_offsets[patch] : offset) != none;
+            unsigned int& offset = m_offsets->array[patch];
+            const bool is_stored = m_storage == NetStorage::all ||
+                                   (m_like != nullptr ? m_like->get_net_places().find(patch) : offset) != none;
             offset = is_stored ? count - 16 * m_patches.get_patch_count() : none;
             count += is_stored ? 24 : 0;
         });
@@ -257,12 +276,18 @@ private:
     Vec3f* get_controls(unsigned int patch) { return m_patches.m_points.get_data() + 16 * size_t{patch}; }
     // Null for a patch that stores none.
     Vec3f* get_nets(unsigned int patch) {
-        const unsigned int offset = m_patches.m_net_offsets[patch];
+        const unsigned int offset = m_offsets->array[patch];
         if (offset == none) return nullptr;
         return m_patches.m_points.get_data() + 16 * size_t{m_patches.get_patch_count()} + offset;
     }
 
+    struct Offsets {
+        CoreArray<unsigned int> array;
+        size_t get_memory_size() const { return bytes_of(array); }
+    };
+
     RefinedPatches& m_patches;
+    KeptScratch<Offsets> m_offsets;  // per patch: where its nets begin, or none
     NetStorage m_storage;
     double m_shortest_squared = 0.0;  // of edges whose patches need no nets
     const RefinedPatches* m_like = nullptr;
@@ -278,6 +303,7 @@ void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray
     try {
         sink.start(topology.get_places().get_patch_count(), net_count);
         visit_points(topology, positions, sink, progress, sink.get_tasks());
+        sink.end();
     } catch (...) {
         *this = RefinedPatches();
         throw;
@@ -302,7 +328,9 @@ void RefinedPatches::build_like(const RefinedPatches& other, const RefinedTopolo
     build(topology, positions, other.get_net_count(), RoundingSink(*this, other, tasks), progress);
 }
 
-size_t RefinedPatches::get_memory_size() const { return bytes_of(m_points) + bytes_of(m_net_offsets); }
+size_t RefinedPatches::get_memory_size() const {
+    return bytes_of(m_points) + bytes_of(m_net_words) + bytes_of(m_net_offsets);
+}
 
 void compute_exact_patches(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Vec3d* out,
                            Vec3d* nets) {

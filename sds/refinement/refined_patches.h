@@ -4,6 +4,7 @@
 #include "qn_app_base/app_progress_bar.h"
 #include "qn_gmath/gmath_vec.h"
 #include "qn_sys/sys_thread.h"
+#include "sds/refinement/net_places.h"
 #include "sds/refinement/refined_topology.h"
 
 namespace sds {
@@ -23,13 +24,13 @@ public:
     using Vec3f = GMathVec3<float>;
     using Vec3d = GMathVec3<double>;
 
-    unsigned int get_patch_count() const { return m_net_offsets.get_count(); }
+    unsigned int get_patch_count() const { return m_patch_count; }
     // Sixteen per patch, by corner (see control_grid.h). Shared edges have the same bits on both sides; where a coarse
     // patch meets finer ones, theirs are its edge's halves.
     const Vec3f* get_controls() const { return m_points.get_data(); }
-    // Per patch: where its 24 vectors begin in the nets, or none; U[r][i] at 3r + i, V[r][c] at 12 + 4r + c, to be
+    // Where the 24 vectors of a patch begin in the nets, or none; U[r][i] at 3r + i, V[r][c] at 12 + 4r + c, to be
     // multiplied by 3 for derivatives by the patch's (u, v).
-    const CoreArray<unsigned int>& get_net_offsets() const { return m_net_offsets; }
+    NetPlaces get_net_places() const { return {m_net_words.get_data(), m_net_offsets.get_data()}; }
     const Vec3f* get_nets() const { return m_points.get_data() + 16 * size_t{get_patch_count()}; }
     unsigned int get_net_count() const { return (m_points.get_count() - 16 * get_patch_count()) / 24; }
 
@@ -54,6 +55,8 @@ private:
 
     // Controls and after them the nets: together they more often fill large pages.
     CoreArray<Vec3f> m_points;
+    unsigned int m_patch_count = 0;
+    CoreArray<NetPlaces::Word> m_net_words;
     CoreArray<unsigned int> m_net_offsets;
 };
 

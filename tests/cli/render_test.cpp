@@ -55,8 +55,8 @@ using Render = InFolder;
 
 TEST_F(Render, WritesPicturesAndTheirLayers) {
     const std::string a = folder.path("a.png"), b = folder.path("b.png");
-    EXPECT_EQ(render(folder, {cube, "-o", a, "--aov", "N,id", "--aov", "Z"}).err, "");
-    for (const char* name : {"a.png", "a.N.png", "a.id.png", "a.Z.png"}) {
+    EXPECT_EQ(render(folder, {cube, "-o", a, "--aov", "N,id", "--aov", "Z,lines"}).err, "");
+    for (const char* name : {"a.png", "a.N.png", "a.id.png", "a.Z.png", "a.lines.png"}) {
         EXPECT_EQ(read_picture(folder.path(name)).width, 48u);
         EXPECT_EQ(read_picture(folder.path(name)).height, 32u);
     }

@@ -124,6 +124,40 @@ TEST_F(Scenes, LayersOfCagesHaveTheirSurfaces) {
     }
 }
 
+// Properties of a cage as primvars of a layer, of every kind.
+TEST_F(Scenes, LayersOfCagesHaveTheirProperties) {
+    const std::string sidecar = folder.write("p.json", R"([
+        {"name": "heat", "kind": "vertex", "type": "float64", "values": [0.5, 1, 2, 3, 4, 5, 6, 7e-5]},
+        {"name": "six", "kind": "constant", "type": "uint8", "extent": 6, "values": [1, 2, 3, 4, 5, 255]},
+        {"name": "flow", "kind": "uniform", "type": "float16", "extent": 3,
+         "values": [[1, 2, 3], [1, 2, 3], [1, 2, 3], [1, 2, 3], [4, 5, 6], [7, 8, 9]]},
+        {"name": "seam", "kind": "vertex", "type": "int64", "values": [1, 2, 9007199254740993],
+         "indices": [0, 1, 2, 0, 1, 2, 0, 1, 2, 0, 1, 2, 0, 1, 2, 0, 1, 2, 0, 1, 2, 0, 1, 2]},
+        {"name": "moving", "kind": "varying", "type": "float32", "times": [0, 2],
+         "values": [[0, 1, 2, 3, 4, 5, 6, 7], [1, 1, 1, 1, 1, 1, 1, 1]]}])");
+    const std::string layer = folder.path("cage.usda"), out = folder.path("p.npy");
+    EXPECT_SUCCESS(run_sds(folder, {"export", cube, "--properties", sidecar, "--cage", layer}));
+    for (const std::string name : {"heat", "six", "flow", "seam", "moving"}) {
+        EXPECT_SUCCESS(
+            run_sds(folder, {"export", cube, "--properties", sidecar, "--property", name, out, "--time", "1.5"}));
+        const std::string expected = ScratchFolder::read(out);
+        EXPECT_SUCCESS(run_sds(folder, {"export", layer, "--frame", "1.5", "--property", name, out}));
+        EXPECT_EQ(ScratchFolder::read(out), expected) << name;
+    }
+}
+
+TEST_F(Scenes, TheirBuildIsForeseen) {
+    const auto peak = [&](const std::string& file) {
+        const SdsRun run = run_sds(folder, {"info", file, "--estimate", "--json", "--quiet"});
+        EXPECT_SUCCESS(run);
+        return nlohmann::json::parse(run.out)["bytes"]["total"].get<std::size_t>();
+    };
+    const std::string one = folder.write("one.usda", std::string("#usda 1.0\ndef Mesh \"one\" { ") + cube_text + "}");
+    EXPECT_EQ(peak(scene), peak(one));  // one build for both places
+    const SdsRun refused = run_sds(folder, {"info", scene, "--estimate", "--memory-limit", "1K", "--quiet"});
+    EXPECT_EQ(refused.code, 1);
+}
+
 TEST_F(Scenes, RenderTakesCamerasLightsAndColors) {
     const auto render = [&](std::vector<std::string> more) {
         more.insert(more.begin(), {"render", scene, "--width", "32", "--height", "24", "--samples", "2", "--quiet"});

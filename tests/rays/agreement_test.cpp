@@ -40,9 +40,24 @@ protected:
         const BuiltSurface surface(*GetParam().cage, options);
         const RayOracle oracle(surface.mesh);
         const PatchTracer tracer(surface.mesh, oracle, GetParam().family);
-        return compare_hits(
+        // Polygons that pass a vertex twice have patches without area. Halving the longer side of one may leave its box
+        // as it was, which is where the reference family stops: its leaf is then as large as the patch.
+        const CtxShader shader;
+        const CtxEval ctx(shader, nullptr);
+        const auto identity = GMathMatrix4x4<double>::scale(1.0, 1.0, 1.0);
+        const double least_area = 1e-8 * surface.diagonal() * surface.diagonal();
+        std::uint64_t without_area = 0;
+        HitAgreement agreement = compare_hits(
             oracle, [&](GeometryRay& ray, unsigned int worker) { tracer.trace(ray, worker); }, rays_per_level,
-            tolerance);
+            tolerance,
+            [&](const GeometryRay& ray, const Crossing&) {
+                const unsigned int primitive = ray.hit.primitive;
+                without_area += GetParam().family == reference_kernels && primitive != sds::none &&
+                                surface.mesh.estimate_primitive_area(ctx, primitive, identity) < least_area;
+            });
+        EXPECT_LE(without_area, 5u);
+        agreement.wrong -= without_area;
+        return agreement;
     }
 };
 
@@ -71,8 +86,6 @@ TEST_P(Agreement, LimitPatchesAreHitWhereTheOracleHitsThem) {
 // Patches of several sizes, and cells of one size on them: what a ray meets is as near.
 TEST_P(Agreement, RefinedSurfacesAreHitWhereTheOracleHitsThem) {
     const bool is_fast = GetParam().family == fast_kernels;
-    if (!is_fast && GetParam().cage->name == "meshes/nonman_edges")
-        GTEST_SKIP() << "polygons that pass a vertex twice make patches without area, which this family meets too soon";
     for (const unsigned int depth : {1u, 3u}) {
         for (const unsigned int level : {0u, 2u}) {
             const HitAgreement agreement = compare(level, level != 0 ? 1e-5 : is_fast ? 2e-6 : 1e-4, depth);

@@ -158,6 +158,30 @@ TEST(Renderer, LayersShowWhatTheCameraSees) {
     EXPECT_GT(covered, 55u * 55u);
 }
 
+TEST(Renderer, ReflectionLinesFollowTheNormal) {
+    const Layer lines = make_layer("lines");
+    // Half a turn of the normal around x is a whole one of the mirrored ray: fourteen dark stripes of equal width.
+    constexpr unsigned int steps = 2800;
+    std::vector<unsigned int> changes;
+    float former = 0.0f, darkest = 1.0f, lightest = 0.0f;
+    for (unsigned int i = 0; i <= steps; ++i) {
+        const double angle = 0.01 + 3.14159265358979 * i / steps;
+        SurfacePoint point;
+        point.direction = {0, 0, -1};
+        point.sample.set_smoothing({0, 0, 0}, {0, std::cos(angle), std::sin(angle)}, {0, 0, 0}, {0, 0, 0});
+        const Layer::Value value = lines.evaluate(point);
+        EXPECT_NEAR(value.components[0], value.components[2], 0.02f);
+        if (i != 0 && value.components[0] != former) changes.push_back(i);
+        former = value.components[0];
+        darkest = std::min(darkest, former);
+        lightest = std::max(lightest, former);
+    }
+    EXPECT_LT(darkest, 0.05f);
+    EXPECT_GT(lightest, 0.75f);
+    ASSERT_EQ(changes.size(), 28u);
+    for (size_t i = 1; i < changes.size(); ++i) EXPECT_NEAR(changes[i] - changes[i - 1], 100u, 1u);
+}
+
 TEST(Renderer, WireRunsAlongVisibleEdgesAtItsWidthInPixels) {
     // Edge k of the single square is on this side of the picture.
     const struct { unsigned int edge, x, y; } sides[] = {{0, 40, 75}, {1, 75, 40}, {2, 40, 4}, {3, 4, 40}};

@@ -205,6 +205,15 @@ const AttributeCase cases[] = {
          for (std::size_t i = 2; i < flat.size(); i += 3) flat[i] = 0.0f;
          add_uvs(source, flat, indices);
      }},
+    {"UVs by vertex, linear",
+     "texCoord2f[] primvars:st = [(0, 0), (1, 0), (1.5, 0.5), (1, 1), (0, 1), (-1, 1), (-2, 0.5), (-1, 0), (2, 0), "
+     "(2, -1), (1, -1)] (interpolation = 'varying')",
+     [](MeshSource& source, SurfaceModes& modes) {
+         std::vector<float> flat = points;
+         for (std::size_t i = 2; i < flat.size(); i += 3) flat[i] = 0.0f;
+         add_uvs(source, flat, indices);
+         modes.uvs = UvMode::all_fixed;
+     }},
     {"a color of the mesh", "color3f[] primvars:displayColor = [(0, 0.5, 1)]",
      [](MeshSource& source, SurfaceModes&) {
          source.cage.vertex_colors = {0, 128, 255, 255};
@@ -306,6 +315,38 @@ TEST(SceneSource, PrimvarsOfAllInterpolationsAreProperties) {
         ASSERT_NO_FATAL_FAILURE(
             expect_same_surfaces(read_one(std::string(mesh_begin) + text + "\n}\n"), expected, modes));
     }
+}
+
+// Between samples reals are blended and whole numbers hold; outside of a span there is one value.
+TEST(SceneSource, PrimvarsMove) {
+    const std::string text = std::string(mesh_begin) +
+                             "float[] primvars:heat.timeSamples = { 10: [0, 1, 2, 3], 14: [4, 1, 2, 11], 20: [0, 0, 0, "
+                             "0] } (interpolation = 'uniform')\n"
+                             "double3 primvars:flow.timeSamples = { 10: (0, 0, 0), 14: (4, 8, 0) }\n"
+                             "int primvars:step.timeSamples = { 10: 1, 12: 2, 14: 3 }\n"
+                             "float[] primvars:ragged.timeSamples = { 10: [1, 2], 14: [1, 2, 3] }\n}";
+    const UsdSceneResult read = read_usd_scene(text);
+    ASSERT_TRUE(read.scene);
+    ASSERT_EQ(read.findings.entries().size(), 1u);
+    EXPECT_EQ(read.findings.entries()[0].code, UsdFindingCode::held_primvar);
+    EXPECT_EQ(read.findings.entries()[0].count, 2u);  // step and ragged
+    const MeshSource moving = read_one(text, {12.5, -1.0, 3.0}), still = read_one(text, {12.5});
+    ASSERT_EQ(moving.properties.size(), 4u);
+    EXPECT_EQ(moving.properties[0].times, (std::vector<double>{-1.0, 1.5, 3.0}));
+    const auto value = [](const sds_model::PropertySource& source, std::size_t sample, unsigned int item) {
+        return *source.samples[sample].get_item_values<float>(item);
+    };
+    EXPECT_FLOAT_EQ(value(moving.properties[0], 0, 3), 6.0f);
+    EXPECT_FLOAT_EQ(value(moving.properties[0], 1, 3), 11.0f);
+    EXPECT_FLOAT_EQ(value(moving.properties[0], 2, 3), 8.25f);
+    EXPECT_EQ(moving.properties[1].samples[1].get_item_values<double>(0)[1], 8.0);
+    for (const MeshSource* source : {&moving, &still}) {
+        EXPECT_TRUE(source->properties[2].times.empty());
+        EXPECT_EQ(*source->properties[2].samples[0].get_item_values<std::int32_t>(0), 2);
+        EXPECT_EQ(source->properties[3].extent, 2u);
+    }
+    EXPECT_TRUE(still.properties[0].times.empty());
+    EXPECT_FLOAT_EQ(value(still.properties[0], 0, 3), 8.0f);
 }
 
 // Samples, velocities and accelerations against the points at each time.

@@ -47,6 +47,41 @@ void print_regular_row(const TaggedCage& cage, const std::string& name) {
     std::fflush(stdout);
 }
 
+// A cube of two by two quads a side, with infinite creases: three that meet on top, two quads in one of their sectors,
+// and end in darts, and one that is a dart at both ends.
+TaggedCage make_creased_cube() {
+    ZooMesh mesh;
+    mesh.name = "cube of 24, darts and a concave corner";
+    unsigned int numbers[3][3][3] = {};
+    for (unsigned int i = 0; i < 27; ++i) {
+        const unsigned int x = i % 3, y = i / 3 % 3, z = i / 9;
+        if (x == 1 && y == 1 && z == 1) continue;
+        numbers[x][y][z] = static_cast<unsigned int>(mesh.positions.size());
+        mesh.positions.emplace_back(static_cast<float>(x) - 1.0f, static_cast<float>(y) - 1.0f,
+                                    static_cast<float>(z) - 1.0f);
+    }
+    for (unsigned int axis = 0; axis < 3; ++axis)
+        for (const unsigned int side : {0u, 2u})
+            for (unsigned int quad = 0; quad < 4; ++quad) {
+                mesh.counts.push_back(4);
+                for (unsigned int k = 0; k < 4; ++k) {
+                    const unsigned int turned = side == 2 ? k : 3 - k;
+                    unsigned int at[3];
+                    at[axis] = side;
+                    at[(axis + 1) % 3] = quad % 2 + (turned == 1 || turned == 2 ? 1 : 0);
+                    at[(axis + 2) % 3] = quad / 2 + (turned >= 2 ? 1 : 0);
+                    mesh.indices.push_back(numbers[at[0]][at[1]][at[2]]);
+                }
+            }
+    mesh.corner_creases.assign(mesh.indices.size(), 0);
+    TaggedCage cage = tag_cage(mesh);
+    const unsigned int top = numbers[1][1][2];
+    for (const unsigned int end : {numbers[2][1][2], numbers[1][2][2], numbers[0][1][2]})
+        sharpen(cage, {top, end}, 10.0f);
+    sharpen(cage, {numbers[1][0][1], numbers[2][0][1]}, 10.0f);
+    return cage;
+}
+
 // A torus whose loops, crossings and corners are as sharp as files have it, by both rules of decay.
 void print_sharp_rows() {
     constexpr unsigned int n = 8, m = 6;
@@ -101,6 +136,7 @@ void print_refinement_table(const std::vector<const ZooMesh*>& cages) {
                                      {"meshes/cube", {0, 1, 2, 4, 6}},    {"meshes/toroidal_tet", {0, 2, 4, 6}},
                                      {"meshes/pole64", {0, 1, 2, 6}},     {"meshes/gregory_test2", {0, 2, 4, 6}},
                                      {"meshes/inf_crease1", {0, 2, 4, 6}}};
+    const TaggedCage creased = make_creased_cube();
     std::printf(
         "\n## Refined surfaces\n\n"
         "Isolated to a depth, in double precision, against OpenSubdiv's limit at isolation %d. Patches and supporting "
@@ -116,6 +152,8 @@ void print_refinement_table(const std::vector<const ZooMesh*>& cages) {
             const OpenSubdivOracle oracle(cage, oracle_isolation);
             for (const unsigned int depth : row.depths) print_depth(cage, oracle, depth);
         }
+    const OpenSubdivOracle oracle(creased, oracle_isolation);
+    for (const unsigned int depth : {0u, 2u, 4u, 6u}) print_depth(creased, oracle, depth);
 }
 
 void print_regular_patches_table(const std::vector<const ZooMesh*>& cages) {

@@ -26,9 +26,12 @@ def settle(given):
         raise ValueError("at most 2^30 points and face-corners")
     groups, names = _settle_groups(given["groups"], given["group_names"], len(counts))
     maps = {name: _arrays.uv_map(value, name, corners, len(points)) for name, value in _named_maps(given["uvs"])}
+    given_properties = {} if given["properties"] is None else given["properties"]
+    if not isinstance(given_properties, dict):
+        raise TypeError(f"properties: expected a dictionary by name, not {type(given_properties).__name__}")
     properties = {
         name: _properties.settle(name, value, len(points), len(counts), len(corners))
-        for name, value in (given["properties"] or {}).items()
+        for name, value in given_properties.items()
     }
     turned = None
     if _words.code_of(given["orientation"], _words.ORIENTATION, "orientation"):

@@ -105,7 +105,6 @@ SceneObject::SceneObject(const std::vector<const SurfaceObject*>& surfaces, cons
 }
 
 std::shared_ptr<const sds_render::Scene> SceneObject::get_scene(sds_render::Shutter shutter) const {
-    if (!m_is_animated) shutter = {};
     const std::scoped_lock lock(m_mutex);
     if (m_scene != nullptr && m_scene->get_shutter().open == shutter.open &&
         m_scene->get_shutter().close == shutter.close)
@@ -120,8 +119,8 @@ std::shared_ptr<const sds_render::Scene> SceneObject::get_scene(sds_render::Shut
 
 template <class Visit>
 void SceneObject::trace(const RayArrays& rays, GeometryRayMode mode, const Visit& visit) const {
-    const sds_render::Shutter shutter =
-        sds_render::get_shutter_of(rays.size(), [&](std::size_t i) { return rays.at(i); });
+    sds_render::Shutter shutter;  // any, where nothing moves
+    if (m_is_animated) shutter = sds_render::get_shutter_of(rays.size(), [&](std::size_t i) { return rays.at(i); });
     for (std::size_t first = 0; first < rays.size(); first += rays_per_chunk) {
         {
             const LockRelease release;

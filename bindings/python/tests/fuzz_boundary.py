@@ -19,6 +19,12 @@ REFUSALS = (ValueError, TypeError, LookupError, MemoryError, OverflowError, OSEr
 POINTS = np.array([[x, y, z] for z in (-1, 1) for y in (-1, 1) for x in (-1, 1)], np.float32)
 COUNTS = np.full(6, 4, np.int32)
 INDICES = np.array([0, 2, 3, 1, 4, 5, 7, 6, 0, 1, 5, 4, 2, 6, 7, 3, 0, 4, 6, 2, 1, 3, 7, 5], np.int32)
+PROPERTIES = {
+    "heat": np.arange(8, dtype=np.uint8),
+    "flow": qn_sds.Property(np.linspace(-1, 1, 48, dtype=np.float32).reshape(2, 8, 3), times=np.array([0.0, 1.0])),
+    "seam": qn_sds.Property(np.arange(3.0), indices=INDICES % 3),
+    "face": qn_sds.Property(np.arange(6.0), kind="uniform"),
+}
 
 TYPES = ["i1", "u1", "<i2", ">i4", "<u4", ">u4", "i8", "u8", ">i8", "f2", "f4", ">f4", "f8", ">f8", "c16", "?", "O", "U8",
          "S4", "M8[s]"]
@@ -62,6 +68,12 @@ def spoil(random_source, value):
     return random_source.choice(ODD_NUMBERS if random_source.random() < 0.7 else ODD_VALUES)
 
 
+def spoil_property(random_source, given):
+    if not isinstance(given, qn_sds.Property):
+        return spoil(random_source, given)
+    return qn_sds.Property(*(each if each is None else spoil(random_source, each) for each in given))
+
+
 def surface_arguments(random_source):
     """Keywords of Surface, some left out."""
     every = {
@@ -76,6 +88,7 @@ def surface_arguments(random_source):
         "isolation": 2,
         "isolation_error": 0.01,
         "fractional": "exact",
+        "properties": {name: spoil_property(random_source, each) for name, each in PROPERTIES.items()},
     }
     chosen = {name: every[name] for name in every if random_source.random() < 0.3}
     return {name: spoil(random_source, value) for name, value in chosen.items()}
@@ -107,13 +120,33 @@ def call_load(random_source, surface, folder):
     return loaded
 
 
-def call_intersect(random_source, surface, folder):
+def call_trace(random_source, surface, folder, **options):
+    """intersect or occluded, of a surface or a scene."""
     count = random_source.choice([0, 1, 5, 300])
     origins = np.random.default_rng(count).normal(size=(count, 3)) * 5
-    options = {"tnear": 0.0, "tfar": np.full(count, np.inf), "time": np.linspace(0, 1, count), "level": 1}
+    options |= {"tnear": 0.0, "tfar": np.full(count, np.inf), "time": np.linspace(0, 1, count)}
     chosen = {name: spoil(random_source, options[name]) for name in options if random_source.random() < 0.4}
-    hits = surface.intersect(spoil(random_source, origins), spoil(random_source, -origins), **chosen)
-    check_finite({"u": hits.u, "v": hits.v, "t": np.where(hits.hit, hits.t, 0.0)})
+    trace = random_source.choice([surface.intersect, surface.occluded])
+    hits = trace(spoil(random_source, origins), spoil(random_source, -origins), **chosen)
+    if not isinstance(hits, np.ndarray):
+        check_finite({"u": hits.u, "v": hits.v, "t": np.where(hits.hit, hits.t, 0.0)})
+
+
+def call_surface_trace(random_source, surface, folder):
+    call_trace(random_source, surface, folder, level=1)
+
+
+def call_scene(random_source, surface, folder):
+    transforms = np.stack([np.eye(4), np.diag([2.0, 2.0, 2.0, 1.0])])
+    given = [] if random_source.random() < 0.5 else [spoil(random_source, transforms)]
+    scene = qn_sds.Scene(spoil(random_source, [surface, surface]), *given, level=random_source.choice([0, 0, 1, -1, 99]))
+    check_finite({"bbox": scene.bbox})
+    call_trace(random_source, scene, folder)
+    options = {"layers": ["N", "id"], "samples": 2, "camera": ((4, 3, 9), (0, 0, 0)), "azimuth": 20.0, "elevation": 8.0,
+               "field_of_view": 40.0, "time": (0.0, 0.5), "background": False, "progress": lambda share: None}
+    chosen = {name: spoil(random_source, options[name]) for name in options if random_source.random() < 0.3}
+    size = random_source.choice([4, 4, 4, 0, -1, "4", 4.5])
+    check_finite(scene.render(size, 3, **chosen))
 
 
 def call_sample(random_source, surface, folder):
@@ -123,6 +156,16 @@ def call_sample(random_source, surface, folder):
     name = random_source.choice(["sample", "limit_points", "uv", "color"])
     options = {} if name != "sample" or random_source.random() < 0.5 else {"time": spoil(random_source, 0.5)}
     getattr(surface, name)(spoil(random_source, primitives), spoil(random_source, uv), **options)
+
+
+def call_look_up(random_source, surface, folder):
+    primitives = np.arange(random_source.choice([0, 1, 5, 2000])) % surface.quad_count
+    name = random_source.choice(surface.property_names or ["heat"])
+    given = spoil(random_source, primitives)
+    uv = np.full((len(primitives), 2), 0.25)
+    found = surface.look_up(spoil(random_source, name), given, spoil(random_source, uv), time=spoil(random_source, 0.5))
+    if given is primitives:
+        check_finite(found._asdict())
 
 
 def call_grid(random_source, surface, folder):
@@ -141,14 +184,14 @@ def call_update(random_source, surface, folder):
     check_finite({"patches": surface.patches()})
 
 
-CALLS = [call_build, call_build, call_load, call_intersect, call_sample, call_grid, call_select, call_update]
+CALLS = [call_build, call_build, call_load, call_surface_trace, call_sample, call_look_up, call_grid, call_select, call_update, call_scene]
 
 
 def run(seed, count):
     """The number of calls that were refused. Raises what no caller would expect."""
     random_source = random.Random(seed)
     refused = 0
-    surface = qn_sds.Surface(POINTS, COUNTS, INDICES, motion=POINTS * np.float32(0.5))
+    surface = qn_sds.Surface(POINTS, COUNTS, INDICES, motion=POINTS * np.float32(0.5), properties=PROPERTIES)
     with tempfile.TemporaryDirectory() as folder, warnings.catch_warnings():
         warnings.simplefilter("ignore")
         for number in range(count):

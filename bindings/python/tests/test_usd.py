@@ -35,7 +35,7 @@ def Xform "World" {{
         texCoord2f[] primvars:st = {text_of(FACE_UVS)} (interpolation = "faceVarying")
         color3f[] primvars:displayColor = {text_of(FACE_COLORS)} (interpolation = "uniform")
         float[] primvars:heat = {text_of(HEAT)} (interpolation = "vertex")
-        vector3f primvars:flow = (1, 2, 3)
+        vector3f primvars:flow.timeSamples = {{ 1: (1, 2, 3), 4: (5, 5, 5) }}
         uniform token interpolateBoundary = "edgeOnly"; uniform token faceVaryingLinearInterpolation = "cornersPlus2"
         int[] creaseIndices = [0, 1, 3]; int[] creaseLengths = [3]; float[] creaseSharpnesses = [2.5]
         int[] cornerIndices = [6]; float[] cornerSharpnesses = [10]; int[] holeIndices = [2]
@@ -132,7 +132,8 @@ def test_meshes_of_a_layer_are_those_of_their_arrays(layer):
     np.testing.assert_allclose(scene.cameras["/Eye"].times, [0, 1])
     surface = qn_sds.Surface(
         CUBE_POINTS, CUBE_COUNTS, CUBE_INDICES, uvs={"st": FACE_UVS}, colors=(FACE_COLORS, np.repeat(np.arange(6), 4)),
-        properties={"heat": HEAT, "flow": qn_sds.Property(np.float32([1, 2, 3]), "constant")},
+        properties={"heat": HEAT, "flow": qn_sds.Property(np.float32([[1, 2, 3], [7 / 3, 3, 11 / 3]]), "constant",
+                                                          times=[0, 1])},
         groups=[0, 0, 1, 1, 1, 1], group_names=["Red", "default"], creases=([[0, 1], [1, 3]], 2.5), corners=[6],
         holes=[2], interpolation="edgeOnly", uv_interpolation="cornersPlus2",
     )

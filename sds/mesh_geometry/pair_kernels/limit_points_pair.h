@@ -74,7 +74,7 @@ struct NetPair {
     // Puts stored nets in the place of the differences.
     void replace_all(const PatchArrays& surface, const unsigned int* primitives) {
         constexpr unsigned int none = 0xFFFFFFFF;
-        const unsigned int a = surface.net_offsets[primitives[0]], b = surface.net_offsets[primitives[1]];
+        const unsigned int a = surface.net_places.find(primitives[0]), b = surface.net_places.find(primitives[1]);
         if ((a & b) == none) return;
         const SimdFloat8 chosen(a != none ? 1.0f : 0.0f, b != none ? 1.0f : 0.0f);
         // A patch without nets reads the other's.

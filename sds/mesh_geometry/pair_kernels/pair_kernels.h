@@ -5,6 +5,7 @@
 #pragma once
 
 #include "sds/mesh_base/sds_mesh_base.h"
+#include "sds/refinement/net_places.h"
 
 namespace sds {
 
@@ -19,7 +20,7 @@ struct PatchArrays {
     // Of a refined surface, else null, and then instead of all above: sixteen controls a patch, and per patch where its
     // 24 vectors of derivative nets begin, or none.
     const float* controls = nullptr;
-    const unsigned int* net_offsets = nullptr;
+    NetPlaces net_places = {};
     const float* nets = nullptr;
 };
 
@@ -41,10 +42,12 @@ struct PairKernels {
     // or from parallel ones: its normal means nothing then.
     unsigned int (*compute_limit_points)(const PatchArrays& surface, const PlacePair& places, float* const* points);
 
-    // Adds the patches begin to end to the sums of their groups, in order. Coordinates that are not finite are left out
-    // of the boxes with their points, and cells without a finite area of the areas.
-    void (*add_patches)(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
-                        PatchSums* sums);
+    // Adds the boxes, or the areas, of the patches begin to end to the sums of their groups, in order. Coordinates that
+    // are not finite are left out of the boxes with their points, and cells without a finite area of the areas.
+    void (*add_boxes)(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
+                      PatchSums* sums);
+    void (*add_areas)(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
+                      PatchSums* sums);
 
     // Writes the boxes of the patches begin to end, least and greatest coordinates, six numbers each: those of single
     // patches, to the bit.

@@ -6,6 +6,6 @@
 
 namespace sds {
 
-const PairKernels QN_KERNEL_SET::pair_kernels = {&compute_limit_points, &add_patches, &compute_boxes};
+const PairKernels QN_KERNEL_SET::pair_kernels = {&compute_limit_points, &add_boxes, &add_areas, &compute_boxes};
 
 }  // namespace sds

@@ -158,27 +158,24 @@ private:
     }
 };
 
-// The sums of one group while patches of no other come: neighbors mostly share their group.
-class GroupRun {
+// The box of one group while patches of no other come: neighbors mostly share their group.
+class BoxRun {
 public:
-    GroupRun(PatchSums* sums, unsigned int group) : m_sums(sums) { begin(group); }
+    BoxRun(PatchSums* sums, unsigned int group) : m_sums(sums) { begin(group); }
 
-    void add(unsigned int group, const BoxPair& boxes, const CellAreas& areas) {
+    void add(unsigned int group, const BoxPair& boxes) {
         set_group(group);
         m_low = min(boxes.low, m_low);
         m_high = max(boxes.high, m_high);
-        areas.add(0, m_areas);
-        areas.add(1, m_areas);
     }
     // One of the two patches.
-    void add(unsigned int group, unsigned int patch, const BoxPair& boxes, const CellAreas& areas) {
+    void add(unsigned int group, unsigned int patch, const BoxPair& boxes) {
         set_group(group);
         float low[8], high[8];
         boxes.low.store(low);
         boxes.high.store(high);
         m_low = min(SimdFloat8(low + 4 * patch, low + 4 * patch), m_low);
         m_high = max(SimdFloat8(high + 4 * patch, high + 4 * patch), m_high);
-        areas.add(patch, m_areas);
     }
     void end() {
         PatchSums& sums = m_sums[m_group];
@@ -189,7 +186,6 @@ public:
             sums.low[axis] = low[axis] < low[axis + 4] ? low[axis] : low[axis + 4];
             sums.high[axis] = high[axis] > high[axis + 4] ? high[axis] : high[axis + 4];
         }
-        for (unsigned int i = 0; i < 4; ++i) sums.areas[i] = m_areas[i];
     }
 
 private:
@@ -205,13 +201,11 @@ private:
         const float high[4] = {sums.high[0], sums.high[1], sums.high[2], 0.0f};
         m_low = SimdFloat8(low, low);
         m_high = SimdFloat8(high, high);
-        for (unsigned int i = 0; i < 4; ++i) m_areas[i] = sums.areas[i];
     }
 
     PatchSums* m_sums;
     unsigned int m_group;
     SimdFloat8 m_low, m_high;
-    double m_areas[4];
 };
 
 inline void get_controls(const PatchArrays& surface, const unsigned int* primitives, ControlPair& grid) {
@@ -248,26 +242,37 @@ void compute_boxes(const PatchArrays& surface, unsigned int begin, unsigned int 
     }
 }
 
-void add_patches(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
-                 PatchSums* sums) {
-    if (begin == end) return;
-    GroupRun run(sums, groups[begin]);
+// use(q, count, grid) for the patches begin to end by the pair; the last of an odd number takes both groups of lanes.
+template <class Use>
+inline void for_each_pair(const PatchArrays& surface, unsigned int begin, unsigned int end, const Use& use) {
     for (unsigned int q = begin; q < end; q += 2) {
-        // The last of an odd number takes both groups of lanes.
         const unsigned int count = end - q < 2 ? 1 : 2;
         const unsigned int primitives[2] = {q, q + count - 1};
         ControlPair grid;
         get_controls(surface, primitives, grid);
+        use(q, count, grid);
+    }
+}
+
+void add_boxes(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
+               PatchSums* sums) {
+    if (begin == end) return;
+    BoxRun run(sums, groups[begin]);
+    for_each_pair(surface, begin, end, [&](unsigned int q, unsigned int count, const ControlPair& grid) {
         const BoxPair boxes(grid);
+        if (count == 2 && groups[q] == groups[q + 1]) return run.add(groups[q], boxes);
+        for (unsigned int i = 0; i < count; ++i) run.add(groups[q + i], i, boxes);
+    });
+    run.end();
+}
+
+void add_areas(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
+               PatchSums* sums) {
+    for_each_pair(surface, begin, end, [&](unsigned int q, unsigned int count, const ControlPair& grid) {
         const CellEdges edges(grid);
         const CellAreas areas(edges);
-        if (count == 2 && groups[q] == groups[q + 1]) {
-            run.add(groups[q], boxes, areas);
-            continue;
-        }
-        for (unsigned int i = 0; i < count; ++i) run.add(groups[q + i], i, boxes, areas);
-    }
-    run.end();
+        for (unsigned int i = 0; i < count; ++i) areas.add(i, sums[groups[q + i]].areas);
+    });
 }
 
 }  // namespace

@@ -152,8 +152,8 @@ TEST(Bounds, HoldTheFiniteControlPoints) {
             for (const sds::PairKernels* const* kernels = sds::get_all_pair_kernels(); *kernels != nullptr; ++kernels) {
                 constexpr float largest = std::numeric_limits<float>::max();
                 sds::PatchSums sums{{largest, largest, largest}, {-largest, -largest, -largest}, {0, 0, 0, 0}};
-                (*kernels)->add_patches(sds::get_patch_arrays(broken.geometry), groups.get_data(), 0,
-                                        broken.quad_count(), &sums);
+                for (const auto add : {(*kernels)->add_boxes, (*kernels)->add_areas})
+                    add(sds::get_patch_arrays(broken.geometry), groups.get_data(), 0, broken.quad_count(), &sums);
                 for (unsigned int axis = 0; axis < 3; ++axis) {
                     EXPECT_EQ(sums.low[axis], expected.get_min()[axis])
                         << "table " << kernels - sds::get_all_pair_kernels();

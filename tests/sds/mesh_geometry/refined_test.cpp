@@ -10,6 +10,7 @@
 #include "oracles/refined_surface.h"
 #include "qn_ctx/ctx_eval.h"
 #include "sds/refinement/level_kernels/level_kernels.h"
+#include "sds/refinement/value_rules.h"
 
 namespace {
 
@@ -275,13 +276,21 @@ TEST(RefinedGeometry, ThreadsGiveTheSameBits) {
                       to_vectors(together.get_controls(), 16 * patches));
             EXPECT_EQ(to_vectors(alone.get_nets(), 24 * size_t{alone.get_net_count()}),
                       to_vectors(together.get_nets(), 24 * size_t{alone.get_net_count()}));
-            EXPECT_TRUE(std::equal(alone.get_net_offsets().begin(), alone.get_net_offsets().end(),
-                                   together.get_net_offsets().begin()));
+            for (unsigned int p = 0; p < patches; ++p)
+                EXPECT_EQ(alone.get_net_places().find(p), together.get_net_places().find(p));
         }
-        // The kernels round what is computed for other values too; inner controls are nobody else's.
+        // The kernels round what is computed for other values too; inner controls are nobody else's, and nets are not
+        // handed on.
         const RefinedSurface exact(cage, 3);
         for (size_t c = 2; c < exact.controls.size(); c += 4)
             ASSERT_EQ(exact.patches.get_controls()[c], Vec3f(exact.controls[c])) << c;
+        for (unsigned int p = 0; p < exact.patch_count(); ++p) {
+            const Vec3f* nets = exact.patches.get_nets() + exact.patches.get_net_places().find(p);
+            for (unsigned int i = 0; i < 24; ++i) {
+                const Vec3d expected = i < 12 ? (&exact.nets[p].u[0][0])[i] : (&exact.nets[p].v[0][0])[i - 12];
+                ASSERT_EQ(nets[i], Vec3f(expected)) << p << " " << i;
+            }
+        }
     }
 }
 
@@ -320,6 +329,40 @@ TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
                 EXPECT_EQ(std::memcmp(&controls[first], surface.patches.get_controls() + first, 16 * sizeof(Vec3f)), 0);
             }
         }
+    }
+}
+
+// On a cage without sharp edges, whose levels have vertices of several valences.
+TEST(RefinedGeometry, KernelsOfPointsFollowTheRulesOfAnyValue) {
+    using Components = sds::ValueComponents<double, 3>;
+    sds::RefinedTopology topology;
+    const ZooMesh mesh = make_cut_torus();
+    build_topology(tag_cage(mesh), 2, topology);
+    sds::LevelValues<Components> values, next;
+    for (const Vec3f& p : mesh.positions) values.points.add({{double{p[0]}, double{p[1]}, double{p[2]}}});
+    for (unsigned int i = 0; i + 1 < topology.get_level_count(); ++i) {
+        const sds::RefinementLevel& level = topology.get_level(i);
+        const sds::RefinementLevel& fine = topology.get_level(i + 1);
+        CoreArray<unsigned int> faces;
+        for (unsigned int f = 0; f < level.face_count; ++f)
+            if (level.face_children[f] != sds::none) faces.add(f);
+        sds::sum_neighbors(level, values, faces);
+        sds::refine_values(level, fine, false, values, next);
+        // The step from polygons has no kernels.
+        for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr && i != 0; ++set) {
+            sds::LevelValues<Vec3d> points;
+            points.reserve(level.face_count, level.vertex_count);
+            points.face_points.resize(level.face_count);
+            points.sums.resize(level.vertex_count);
+            for (const Components& p : values.points) points.points.add({p.c[0], p.c[1], p.c[2]});
+            std::vector<double> out(3 * size_t{fine.vertex_count} + 1);
+            sds::LevelPoints view = sds::get_level_points(level, points);
+            view.fine_points = out.data();
+            (*set)->sum_neighbors(view, faces.get_data(), faces.get_count());
+            EXPECT_TRUE((*set)->refine_points(view));
+            EXPECT_EQ(std::memcmp(out.data(), next.points.get_data(), (out.size() - 1) * sizeof(double)), 0) << i;
+        }
+        values.points.swap(next.points);
     }
 }
 
