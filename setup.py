@@ -23,7 +23,7 @@ class BuildWithCMake(build_ext):
         if not (tree / "python" / "qn_sds" / Path(self.get_ext_filename(ext.name)).name).exists():
             tree = Path(self.build_temp).resolve()
             self._configure(tree)
-        self.spawn(["cmake", "--build", str(tree), "--target", "qn_python", "--parallel", self._jobs()])
+        self.spawn(["cmake", "--build", str(tree), "--target", "qn_python_package", "--parallel", self._jobs()])
         self.spawn(["cmake", "--install", str(tree), "--component", "python", "--prefix", str(prefix)])
 
     def _configure(self, tree):
@@ -31,7 +31,7 @@ class BuildWithCMake(build_ext):
             "CMAKE_BUILD_TYPE": "Release",
             "Python_EXECUTABLE": sys.executable,
             "QN_BUILD_PYTHON": "ON",
-            "QN_BUILD_PROGRAM": "OFF",
+            "QN_BUILD_PROGRAM": "ON",  # which the farm runs
             "QN_BUILD_TESTS": "OFF",
             "QN_BUILD_BENCH": "OFF",
             "QN_BUILD_EXAMPLES": "OFF",

@@ -5,6 +5,7 @@
 #include "cli/commands/intersect.h"
 #include "cli/commands/render.h"
 #include "cli/commands/select.h"
+#include "cli/commands/serve.h"
 #include "cli/options/command_line.h"
 #include "cli/options/common_options.h"
 #include "cli/options/usage_error.h"
@@ -38,13 +39,12 @@ void run_action(const Action& action) {
     arena.execute([&action] { action.run(); });
 }
 
-/// Help and version, or what is wrong with the command line.
-int print_answer(const CLI::App& program, const CLI::ParseError& error) {
+/// Help and version.
+int print_answer(const CLI::App& program, const CLI::Success& asked) {
     std::ostringstream out, err;
-    const bool is_fine = program.exit(error, out, err) == 0;
+    program.exit(asked, out, err);
     print_text(out.str());
-    if (!err.str().empty()) print_line(err.str().substr(0, err.str().size() - 1));
-    return is_fine ? 0 : exit_refused;
+    return 0;
 }
 
 int run(int argc, const char* const* argv) {
@@ -57,6 +57,7 @@ int run(int argc, const char* const* argv) {
     add_export_command(program, action);
     add_intersect_command(program, action);
     add_select_command(program, action);
+    add_serve_command(program, action);
     add_help(program);
     const std::vector<std::string> words = read_words(argc, argv);
     try {
@@ -67,9 +68,7 @@ int run(int argc, const char* const* argv) {
         print_line(unknown);
         return exit_refused;
     } catch (const CLI::ParseError& error) {
-        const std::string unknown = describe_unknown_words(program, words);
-        if (unknown.empty()) return print_answer(program, error);
-        print_line(unknown);
+        print_line(describe_parse_error(program, error, words));
         return exit_refused;
     }
     run_action(action);

@@ -1,6 +1,7 @@
 #include "io/environment.h"
 
 #include "io/input_error.h"
+#include "io/input_places.h"
 
 #include <Iex.h>
 #include <ImfArray.h>
@@ -40,7 +41,7 @@ struct LatLong {
 
 LatLong read_exr(const std::string& path) {
     try {
-        Imf::RgbaInputFile file(path.c_str());
+        Imf::RgbaInputFile file(locate_input(path).c_str());
         const Imath::Box2i window = file.dataWindow();
         const long long width = 1LL + window.max.x - window.min.x, height = 1LL + window.max.y - window.min.y;
         if (width < 1 || height < 1 || width * height > max_pixels) throw InputError(path, "too large a picture");

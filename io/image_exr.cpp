@@ -6,6 +6,7 @@
 #include <ImfHeader.h>
 #include <ImfOutputFile.h>
 #include <ImfStdIO.h>
+#include <ImfStringAttribute.h>
 #include <half.h>
 
 #include <string>
@@ -28,10 +29,11 @@ Imf::Slice make_slice(Imf::PixelType type, const std::vector<T>& pixels, unsigne
     return Imf::Slice(type, base, sizeof(T), sizeof(T) * width);
 }
 
-std::string encode(const sds_render::Image& image) {
+std::string encode(const sds_render::Image& image, const std::string& note) {
     const unsigned int width = image.get_width();
     Imf::Header header(static_cast<int>(width), static_cast<int>(image.get_height()));
     header.compression() = Imf::ZIP_COMPRESSION;
+    if (!note.empty()) header.insert("qn_sds", Imf::StringAttribute(note));
     Imf::FrameBuffer pixels;
     std::vector<std::vector<half>> halves;
     for (const sds_render::Channel& channel : image.get_channels()) {
@@ -63,10 +65,10 @@ std::string encode(const sds_render::Image& image) {
 
 }  // namespace
 
-void write_exr(const std::string& path, const sds_render::Image& image) {
+void write_exr(const std::string& path, const sds_render::Image& image, const std::string& note) {
     AtomicFile file(path);
     try {
-        file.write(encode(image));
+        file.write(encode(image, note));
     } catch (const Iex::BaseExc& error) {
         throw OutputError(path, error.what());
     }

@@ -23,8 +23,8 @@ void leave(j_common_ptr library) {
 }
 
 /// Nothing with a destructor lives here: the library's errors jump out of it. True when all is written.
-bool encode(const unsigned char* rgb, unsigned int width, unsigned int height, ErrorManager& error,
-            unsigned char*& bytes, unsigned long& size) {
+bool encode(const unsigned char* rgb, unsigned int width, unsigned int height, const std::string& note,
+            ErrorManager& error, unsigned char*& bytes, unsigned long& size) {
     constexpr int quality = 92;
     jpeg_compress_struct library;
     library.err = jpeg_std_error(&error.base);
@@ -44,6 +44,9 @@ bool encode(const unsigned char* rgb, unsigned int width, unsigned int height, E
     for (int c = 0; c < library.num_components; ++c)  // full colors
         library.comp_info[c].h_samp_factor = library.comp_info[c].v_samp_factor = 1;
     jpeg_start_compress(&library, TRUE);
+    if (!note.empty() && note.size() <= max_jpeg_note)
+        jpeg_write_marker(&library, JPEG_COM, reinterpret_cast<const JOCTET*>(note.data()),
+                          static_cast<unsigned int>(note.size()));
     while (library.next_scanline < library.image_height) {
         auto* row = const_cast<JSAMPROW>(rgb + std::size_t{3} * width * library.next_scanline);
         jpeg_write_scanlines(&library, &row, 1);
@@ -55,7 +58,8 @@ bool encode(const unsigned char* rgb, unsigned int width, unsigned int height, E
 
 }  // namespace
 
-void write_jpeg(const std::string& path, const sds_render::Image& image, const std::string& layer) {
+void write_jpeg(const std::string& path, const sds_render::Image& image, const std::string& layer,
+                const std::string& note) {
     const sds_render::Pixels8 pixels = make_preview(image, layer);
     std::vector<unsigned char> rgb;
     rgb.reserve(pixels.size() / 4 * 3);
@@ -64,7 +68,7 @@ void write_jpeg(const std::string& path, const sds_render::Image& image, const s
     ErrorManager error;
     unsigned char* bytes = nullptr;
     unsigned long size = 0;
-    const bool is_written = encode(rgb.data(), image.get_width(), image.get_height(), error, bytes, size);
+    const bool is_written = encode(rgb.data(), image.get_width(), image.get_height(), note, error, bytes, size);
     const std::string encoded(reinterpret_cast<const char*>(bytes), is_written ? size : 0);
     std::free(bytes);
     if (!is_written) throw OutputError(path, error.reason);

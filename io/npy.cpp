@@ -1,6 +1,7 @@
 #include "io/npy.h"
 
 #include "io/input_error.h"
+#include "io/input_places.h"
 
 #include <algorithm>
 #include <array>
@@ -175,7 +176,7 @@ NpyArray read_npy(std::istream& file, const std::string& name, const NpyCheck& c
 }
 
 NpyArray read_npy(const std::string& path, const NpyCheck& check) {
-    std::ifstream file(path == "-" ? "/dev/stdin" : path, std::ios::binary);
+    std::ifstream file(path == "-" ? "/dev/stdin" : locate_input(path), std::ios::binary);
     return read_npy(file, path, check);
 }
 

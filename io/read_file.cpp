@@ -1,5 +1,6 @@
 #include "io/read_file.h"
 
+#include "io/input_places.h"
 #include "model/array_size.h"
 
 #include <fcntl.h>
@@ -16,7 +17,8 @@ namespace {
 class Input {
 public:
     explicit Input(const std::string& path)
-        : m_descriptor(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY)) {}
+        : m_descriptor(path == "-" ? STDIN_FILENO : open(locate_input(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY)) {
+    }
     ~Input() {
         if (m_descriptor > STDIN_FILENO) close(m_descriptor);
     }

@@ -1,6 +1,7 @@
 #include "io/texture.h"
 
 #include "io/input_error.h"
+#include "io/input_places.h"
 #include "model/array_size.h"
 
 #include <png.h>
@@ -46,7 +47,8 @@ struct Texture::PngFile {
 
     explicit PngFile(const std::string& path) {
         image.version = PNG_IMAGE_VERSION;
-        if (png_image_begin_read_from_file(&image, path.c_str()) == 0) throw InputError(path, image.message);
+        if (png_image_begin_read_from_file(&image, locate_input(path).c_str()) == 0)
+            throw InputError(path, image.message);
         image.format = PNG_FORMAT_RGB;
     }
     ~PngFile() { png_image_free(&image); }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "qn_app_base/app_progress_bar.h"
@@ -39,5 +40,24 @@ struct Rendering {
 // and the channels of the layers. Ray times are spread over the scene's shutter. The picture is a function of the
 // arguments alone, whatever the number of threads. `progress` may be null; its innermost task goes to its end.
 Rendering render(const Scene& scene, const Camera& camera, const RenderOptions& options, AppProgressBar* progress);
+
+// A picture's tiles, which it may be made of in pieces: numbered row by row from the top left, tile_size pixels wide
+// and high, but cut off at the picture's right and lower end.
+inline constexpr unsigned int tile_size = 32;
+unsigned int count_tiles(unsigned int width, unsigned int height);
+
+// Tiles of the picture that render() makes, to the same bits, one below the other in an image of width tile_size; what
+// is beyond the picture is 0. `seconds`, which may be null, gets what each of them took on its thread.
+Rendering render_tiles(const Scene& scene, const Camera& camera, const RenderOptions& options,
+                       std::span<const unsigned int> tiles, AppProgressBar* progress, double* seconds);
+
+// A part of a picture.
+struct ImageArea {
+    unsigned int left, top, width, height;
+};
+
+// Puts tile `tile` of the picture that is to fill `area` of `image` there: it is place `at` of `strip`, whose channels
+// `image` has.
+void paste_tile(const Image& strip, unsigned int at, unsigned int tile, const ImageArea& area, Image& image);
 
 }  // namespace sds_render

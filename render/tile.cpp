@@ -46,8 +46,7 @@ TileRenderer::TileRenderer(const Scene& scene, const Camera& camera, const Rende
       m_camera(&camera),
       m_options(&options),
       m_shader(scene, camera, options.shading),
-      m_columns((camera.get_width() + tile_size - 1) / tile_size),
-      m_rows((camera.get_height() + tile_size - 1) / tile_size) {
+      m_columns((camera.get_width() + tile_size - 1) / tile_size) {
     for (const char* name : {"R", "G", "B", "A"}) m_channels.push_back(image.find_channel(name));
     for (const Layer& layer : options.layers)
         for (unsigned int c = 0; c < layer.components.size(); ++c)
@@ -56,6 +55,18 @@ TileRenderer::TileRenderer(const Scene& scene, const Camera& camera, const Rende
 
 void TileRenderer::render_tile(unsigned int tile, RenderThread& thread, AppProgressBar* progress) const {
     const unsigned int left = tile % m_columns * tile_size, top = tile / m_columns * tile_size;
+    const size_t width = m_camera->get_width();
+    render({left, top, top * width + left, width}, thread, progress);
+}
+
+void TileRenderer::render_tile_of_strip(unsigned int tile, unsigned int at, RenderThread& thread,
+                                        AppProgressBar* progress) const {
+    render({tile % m_columns * tile_size, tile / m_columns * tile_size, size_t{at} * tile_size * tile_size, tile_size},
+           thread, progress);
+}
+
+void TileRenderer::render(const Place& place, RenderThread& thread, AppProgressBar* progress) const {
+    const unsigned int left = place.left, top = place.top;
     const unsigned int right = std::min(left + tile_size, m_camera->get_width());
     const unsigned int bottom = std::min(top + tile_size, m_camera->get_height());
     Packet packet;
@@ -64,7 +75,7 @@ void TileRenderer::render_tile(unsigned int tile, RenderThread& thread, AppProgr
     reset(pixel);
     const auto flush = [&] {
         trace(packet, thread);
-        shade(packet, pixel, thread);
+        shade(packet, place, pixel, thread);
         packet.count = 0;
         watch.ask();
     };
@@ -115,7 +126,7 @@ void TileRenderer::trace(Packet& packet, RenderThread& thread) const {
     }
 }
 
-void TileRenderer::shade(Packet& packet, Pixel& pixel, RenderThread& thread) const {
+void TileRenderer::shade(Packet& packet, const Place& place, Pixel& pixel, RenderThread& thread) const {
     Shader::Hit* hits[packet_size];
     unsigned int hit_count = 0;
     for (unsigned int i = 0; i < packet.count; ++i) {
@@ -128,7 +139,7 @@ void TileRenderer::shade(Packet& packet, Pixel& pixel, RenderThread& thread) con
         const Sample& sample = packet.samples[i];
         add_hit(packet, i, pixel, thread);
         if (sample.index + 1 != m_options->samples) continue;
-        store(pixel, sample.x, sample.y);
+        store(pixel, place.first + (sample.y - place.top) * place.stride + (sample.x - place.left));
         reset(pixel);
     }
 }
@@ -197,8 +208,7 @@ void TileRenderer::reset(Pixel& pixel) const {
     pixel.layers.assign(m_options->layers.size(), Layer::Value{});
 }
 
-void TileRenderer::store(const Pixel& pixel, unsigned int x, unsigned int y) const {
-    const size_t at = size_t{y} * m_camera->get_width() + x;
+void TileRenderer::store(const Pixel& pixel, size_t at) const {
     const float share = 1.0f / static_cast<float>(m_options->samples);
     for (unsigned int c = 0; c < 3; ++c) m_channels[c]->values[at] = pixel.color[c] * share;
     m_channels[3]->values[at] = pixel.alpha * share;

@@ -78,15 +78,16 @@ std::vector<Vec3> get_turned_points(const Scene& scene, UpAxis up, unsigned int 
     return outline.get_points(count);
 }
 
-void paste(const Image& picture, unsigned int left, unsigned int top, Image& sheet) {
+void paste(const Image& picture, const ImageArea& area, Image& sheet) {
     for (const Channel& from : picture.get_channels()) {
         Channel* known = sheet.find_channel(from.name);
         Channel& to = known != nullptr ? *known : sheet.add_channel(from.name, from.kind);
         const auto copy = [&](const auto& source, auto& target) {
             const std::size_t width = picture.get_width();
             for (std::size_t y = 0; y < picture.get_height(); ++y)
-                std::copy_n(source.begin() + static_cast<std::ptrdiff_t>(y * width), width,
-                            target.begin() + static_cast<std::ptrdiff_t>((top + y) * sheet.get_width() + left));
+                std::copy_n(
+                    source.begin() + static_cast<std::ptrdiff_t>(y * width), width,
+                    target.begin() + static_cast<std::ptrdiff_t>((area.top + y) * sheet.get_width() + area.left));
         };
         if (from.kind == ChannelKind::id)
             copy(from.ids, to.ids);
@@ -123,16 +124,16 @@ SheetGrid::SheetGrid(unsigned int count, unsigned int width, unsigned int height
     }
 }
 
-Rendering render_turntable(const Scene& scene, const CameraView& view, unsigned int count, unsigned int width,
+Rendering render_turntable(const Scene& scene, const std::vector<Camera>& cameras, unsigned int width,
                            unsigned int height, const RenderOptions& options, AppProgressBar* progress) {
+    const auto count = static_cast<unsigned int>(cameras.size());
     const SheetGrid grid(count, width, height);
     Rendering sheet{Image(width, height), {}};
-    const std::vector<Camera> cameras = surround_scene(scene, view, count, grid.cell_width, grid.cell_height);
     for (unsigned int i = 0; i < count; ++i) {
         if (progress != nullptr) progress->begin_task("view", 1.0f / static_cast<float>(count), true);
         const Rendering picture = render(scene, cameras[i], options, progress);
         if (progress != nullptr) progress->end_task();
-        paste(picture.image, i % grid.columns * grid.cell_width, i / grid.columns * grid.cell_height, sheet.image);
+        paste(picture.image, grid.get_area(i), sheet.image);
         sheet.statistics.camera_rays += picture.statistics.camera_rays;
         sheet.statistics.rays += picture.statistics.rays;
         sheet.statistics.hits += picture.statistics.hits;

@@ -19,12 +19,17 @@ struct SheetGrid {
 
     unsigned int columns, rows;
     unsigned int cell_width, cell_height;  // 0 when the sheet is too small
+
+    // Of picture i.
+    ImageArea get_area(unsigned int i) const {
+        return {i % columns * cell_width, i / columns * cell_height, cell_width, cell_height};
+    }
 };
 
-// The pictures of `surround_scene` side by side on one of width x height pixels, which has room for them. What no cell
-// covers is 0 in every channel. Statistics are those of all views together. `progress` may be null; its innermost task
-// goes to its end.
-Rendering render_turntable(const Scene& scene, const CameraView& view, unsigned int count, unsigned int width,
+// The pictures of cameras, such as those of `surround_scene`, side by side on one of width x height pixels, whose cells
+// they are made for. What no cell covers is 0 in every channel. Statistics are those of all views together. `progress`
+// may be null; its innermost task goes to its end.
+Rendering render_turntable(const Scene& scene, const std::vector<Camera>& cameras, unsigned int width,
                            unsigned int height, const RenderOptions& options, AppProgressBar* progress);
 
 }  // namespace sds_render

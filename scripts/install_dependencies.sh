@@ -14,6 +14,7 @@ program=(
 tests=(
     libgtest-dev libgmock-dev libosd-dev libbenchmark-dev           # oracles and opponents with them
     python3-dev python3-numpy python3-matplotlib pybind11-dev python3-pytest
+    python3-distributed openssl                                     # the farm
     python3-setuptools python3-wheel python3-pip python3-venv       # installing the Python package
     file abigail-tools groff-base                                   # packing, and checks of what is installed
 )

@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <sstream>
 
 namespace sds_cli {
 
@@ -21,7 +22,8 @@ std::string get_suggestion(const std::string& word, const std::vector<std::strin
 
 std::string describe_command(const CLI::App& program, const std::string& word) {
     std::vector<std::string> names;
-    for (const CLI::App* command : program.get_subcommands({})) names.push_back(command->get_name());
+    for (const CLI::App* command : program.get_subcommands({}))
+        if (!command->get_group().empty()) names.push_back(command->get_name());
     std::string list;
     for (const std::string& name : names) list += (list.empty() ? "" : ", ") + name;
     const std::string reason = word.empty() ? "a command is required" : "there is no command '" + word + "'";
@@ -77,6 +79,15 @@ std::string describe_unknown_words(const CLI::App& program, const std::vector<st
                title + " --help tells more.";
     }
     return "";
+}
+
+std::string describe_parse_error(const CLI::App& program, const CLI::ParseError& error,
+                                 const std::vector<std::string>& words) {
+    const std::string unknown = describe_unknown_words(program, words);
+    if (!unknown.empty()) return unknown;
+    std::ostringstream out, err;
+    program.exit(error, out, err);
+    return err.str().substr(0, err.str().find_last_not_of('\n') + 1);
 }
 
 }  // namespace sds_cli

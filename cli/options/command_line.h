@@ -14,4 +14,8 @@ std::vector<std::string> read_words(int argc, const char* const* argv);
 /// was meant if it is near. Empty when the parser's own reason is the better one.
 std::string describe_unknown_words(const CLI::App& program, const std::vector<std::string>& words);
 
+/// What to say of words that do not parse, in any case.
+std::string describe_parse_error(const CLI::App& program, const CLI::ParseError& error,
+                                 const std::vector<std::string>& words);
+
 }  // namespace sds_cli

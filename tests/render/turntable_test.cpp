@@ -55,10 +55,10 @@ TEST(Turntable, SheetHoldsTheViewsInOrder) {
     options.samples = 2;
     options.layers = {make_layer("id"), make_layer("P")};
     AppProgressBar progress;
-    const Rendering sheet = render_turntable(scene, {}, count, width, height, options, &progress);
-    EXPECT_FLOAT_EQ(progress.get_position(), 1.0f);
     const SheetGrid grid(count, width, height);
     const std::vector<Camera> cameras = surround_scene(scene, {}, count, grid.cell_width, grid.cell_height);
+    const Rendering sheet = render_turntable(scene, cameras, width, height, options, &progress);
+    EXPECT_FLOAT_EQ(progress.get_position(), 1.0f);
     RenderStatistics together;
     for (unsigned int i = 0; i < count; ++i) {
         const Rendering alone = render(scene, cameras[i], options, nullptr);
