@@ -289,7 +289,8 @@ def _settle_transforms(transforms, count):
     """Times and matrices [k, 4, 4] of every instance; without times there is one matrix."""
     if transforms is None:
         transforms = [np.eye(4)] * count
-    given = list(transforms)
+    # memoryviews of several dimensions have no items of their own
+    given = list(np.asarray(transforms) if isinstance(transforms, memoryview) else transforms)
     if len(given) != count:
         raise ValueError(f"transforms: {len(given)} for {count} surfaces")
     return [_settle_transform(each) for each in given]
