@@ -74,7 +74,8 @@ private:
           m_count(end_vertex - first_vertex),
           m_is_first(is_first),
           m_partners(partners) {
-        std::fill_n(&m_slots[first_vertex].high[0], (sizeof(Slots) / sizeof(unsigned int)) * size_t{m_count}, none);
+        constexpr Slots empty{{none, none, none, none}, {none, none, none, none}};
+        std::fill_n(m_slots + first_vertex, m_count, empty);
     }
 
     template <bool is_whole>
