@@ -61,7 +61,7 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
     arrays.bezier_corner_motion_vectors.clear();
     const bool has_motion = motion_vectors.get_count() == positions.get_count() && !positions.is_empty();
     if (base->has_late_step()) {
-        sds::ProgressTask(progress, "compute subdivision positions", 0.1f);
+        const sds::ProgressTask task(progress, "compute subdivision positions", 0.1f);
         point_cloud.init(0, nullptr, nullptr, nullptr);
         arrays.vertex_infos.clear();
         late_vertices = std::make_unique<LateVertices>();
