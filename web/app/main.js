@@ -179,20 +179,28 @@ async function askPoint(at) {
 
 // --- moving vertices
 
+/** The position asked for last: the fields show it until it is reached. @type {number[] | null} */
+let wanted = null;
+
 const move = latestOnly(async ({ vertex, position }) => {
   try {
     const change = await engine.move(vertex, position);
     moved.set(vertex, position);
     view.surface.update(change);
     view.cage.move(vertex, position);
-    showVertex(vertex);
+    if (position === wanted) showVertex(vertex);
     byId('vertex-reset').disabled = false;
     clearPoint();
-    tell('moved', { vertex, quads: change.quads.length, milliseconds: change.milliseconds });
+    tell('moved', { vertex, position, quads: change.quads.length, milliseconds: change.milliseconds });
   } catch (problem) {
     complain(problem, 'The vertex was not moved: ');
   }
 });
+
+function moveTo(vertex, position) {
+  wanted = position;
+  move({ vertex, position });
+}
 
 function showVertex(vertex) {
   byId('vertex').value = vertex < 0 ? '' : vertex;
@@ -221,7 +229,7 @@ byId('vertex').addEventListener('change', ({ target }) => {
 for (const axis of ['x', 'y', 'z'])
   byId(`vertex-${axis}`).addEventListener('input', () => {
     const position = ['x', 'y', 'z'].map((a) => byId(`vertex-${a}`).valueAsNumber);
-    if (held >= 0 && position.every(Number.isFinite)) move({ vertex: held, position });
+    if (held >= 0 && position.every(Number.isFinite)) moveTo(held, position);
   });
 byId('vertex-reset').addEventListener('click', () => cage && open(cage, { isSample: cage.isSample, camera: view.standpoint }));
 
@@ -229,7 +237,7 @@ watchPointer(view, {
   click: askPoint,
   canHold: () => panel.settings.cage,
   hold,
-  drag: (vertex, position) => move({ vertex, position }),
+  drag: moveTo,
   key(key) {
     if (key === 'c') panel.look({ cage: !panel.settings.cage });
     else if (key === 'b') panel.look({ borders: !panel.settings.borders });

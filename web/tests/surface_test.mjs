@@ -62,8 +62,19 @@ export const tests = {
       const lines = torus(12, 8).split('\n');
       await opened.after('built', () => opened.drop('ring.obj', lines.join('\n')));
       await opened.set('vertex', '20');
-      for (const axis of ['x', 'y', 'z']) await opened.set(`vertex-${axis}`, '0.75');
-      await opened.page.waitForFunction(() => window.told.filter(({ name }) => name === 'moved').length >= 1);
+      // One after the other, while the module still moves the vertex for the one before.
+      await opened.page.evaluate(async () => {
+        const arrived = new Promise((resolve) =>
+          document.addEventListener('qn:moved', ({ detail }) => detail.position.every((x) => x === 0.75) && resolve()),
+        );
+        for (const axis of ['x', 'y', 'z']) {
+          const field = document.getElementById(`vertex-${axis}`);
+          field.value = '0.75';
+          field.dispatchEvent(new Event('input', { bubbles: true }));
+          if (axis === 'y') await new Promise((resolve) => document.addEventListener('qn:moved', resolve, { once: true }));
+        }
+        await arrived;
+      });
       await opened.frames();
       lines[20] = 'v 0.75 0.75 0.75';
       writeFileSync(join(place, 'moved.obj'), lines.join('\n'));
