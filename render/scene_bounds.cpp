@@ -113,7 +113,7 @@ Bbox3 compute_step_box(const MotionTimes& times, unsigned int step, const std::v
 class KnownPrimitives {
 public:
     explicit KnownPrimitives(unsigned int count)
-        : m_slots(static_cast<unsigned int>(std::bit_ceil(2 * size_t{count} + 1)), no_index) {}
+        : m_slots(std::bit_ceil(2 * std::min(count, most_remembered) + 1), no_index) {}
 
     // True when same(earlier) holds for an earlier primitive with the same box; else remembers this one, unless too
     // many differ in spite of their boxes.
@@ -134,6 +134,8 @@ public:
     }
 
 private:
+    static constexpr unsigned int most_remembered = 1u << 29;
+
     // A sum of products, which wait for nothing of each other.
     static size_t get_hash(const Bbox3& box) {
         std::uint64_t hash = 0, factor = 0x9E3779B97F4A7C15u;
