@@ -26,7 +26,10 @@ void GeometrySample::init_surface(const Vec& position, const Vec& dpdu, const Ve
         m_normal = fallback > 0.0 && std::isfinite(fallback) ? m_fallback * (1.0 / fallback) : Vec(0, 0, 1);
         m_dndu = m_dndv = Vec(0, 0, 0);
     }
-    set_smoothing(m_position, m_normal, m_dndu, m_dndv);
+    m_smoothing_position = m_position;
+    m_smoothing_normal = m_normal;
+    m_smoothing_dndu = m_dndu;
+    m_smoothing_dndv = m_dndv;
 }
 
 void GeometrySample::set_smoothing(const Vec& position, const Vec& normal, const Vec& dndu, const Vec& dndv) {
