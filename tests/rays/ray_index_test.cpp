@@ -64,7 +64,7 @@ TEST_P(OwnHierarchy, FindsWhatTheHostsFinds) {
             // Kept corners round in their own way, and so do roots found from another start.
             const unsigned int cells = level != 0 ? surface.mesh.get_cell_level(0) : 2;
             const bool is_exact = (level != 0 && depth != 0) || cells < 2 || cells > 3;
-            const double tolerance = is_exact ? 0.0 : 1e-5 * surface.diagonal();
+            const double tolerance = is_exact ? 0.0 : 1e-5 * surface.get_diagonal();
             unsigned int hits = 0, differences = 0;
             const std::vector<GeometryRay> rays = make_rays(surface.mesh.get_bbox(), 40);
             for (size_t first = 0; first < rays.size(); first += 8) {
@@ -91,7 +91,7 @@ TEST_P(OwnHierarchy, FindsWhatTheHostsFinds) {
                 }
             }
             EXPECT_LE(differences, is_exact ? 0u : 1u);
-            if (surface.quad_count() != 0) {
+            if (surface.get_quad_count() != 0) {
                 EXPECT_GT(hits, 0u);
             }
         }

@@ -98,7 +98,7 @@ TEST(Renderer, LayersOfRefinedSurfacesAreOnTheQuads) {
                         sample.get_geometric_position()[c], 1e-5)
                 << "pixel " << i;
     }
-    EXPECT_EQ(quads.size(), surface.quad_count());
+    EXPECT_EQ(quads.size(), surface.get_quad_count());
 }
 
 TEST(Renderer, ThreadsAndPacketsDoNotChangeThePicture) {
