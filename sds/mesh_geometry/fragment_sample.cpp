@@ -127,6 +127,11 @@ struct LocalPatch {
 
     LocalPatch(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive)
         : origin(load(geometry, mesh, primitive, controls)), nets(controls) {}
+    // At rest, of a surface that is not refined.
+    LocalPatch(const SdsMeshGeometry& geometry, unsigned int primitive)
+        : LocalPatch(geometry, geometry.get_bezier_mesh(), primitive) {
+        replace_with_stored(geometry, primitive, nets);
+    }
     // Of a refined surface; `stored` are 24 vectors.
     LocalPatch(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive, const Vec3f* stored)
         : origin(load_stored(mesh, primitive, controls)),
@@ -156,16 +161,14 @@ private:
     }
 };
 
-// The patch at rest.
+// The patch at rest. It is too large to be copied on its way.
 LocalPatch compute_resting(const SdsMeshGeometry& geometry, unsigned int primitive) {
     if (geometry.is_refined()) {
         Vec3f nets[24];
         geometry.get_bezier_tangents(primitive, nets);
         return {geometry, geometry.get_bezier_mesh(), primitive, nets};
     }
-    LocalPatch patch(geometry, geometry.get_bezier_mesh(), primitive);
-    replace_with_stored(geometry, primitive, patch.nets);
-    return patch;
+    return {geometry, primitive};
 }
 
 // The patch of the surface as it stands in `mesh`, which moves.
@@ -236,9 +239,8 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
         sample.set_smoothing(at.position, moved.get_geometric_normal(), moved.get_geometric_dndu(),
                              moved.get_geometric_dndv());
     } else {
+        // The smoothing part is the same at rest.
         init(patch, patch.evaluate(fragment.u, fragment.v), sample);
-        sample.set_smoothing(sample.get_geometric_position(), sample.get_geometric_normal(),
-                             sample.get_geometric_dndu(), sample.get_geometric_dndv());
     }
 
     Vec3f velocities[16];

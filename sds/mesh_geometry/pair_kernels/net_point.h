@@ -10,23 +10,19 @@ namespace {
 
 using QN_SIMD_NAMESPACE::SimdDouble4;
 
-// The weights of a value, its first and its second derivative.
+// The weights of a value, its first and its second derivative, one a lane. Made in registers: lanes that are stored one
+// by one are slow to load together.
 struct NetWeights {
-    double value[4], first[4], second[4];
+    SimdDouble4 value, first, second;
 
-    explicit NetWeights(double t) {
+    QN_SIMD_INLINE explicit NetWeights(double t) {
         constexpr double degree = 3.0;
         const CubicBasis<double> cubic(t);
         const QuadraticBasis<double> quadratic(t);
-        const double s = 1.0 - t;
-        for (unsigned int i = 0; i < 4; ++i) {
-            value[i] = cubic.b[i];
-            first[i] = degree * ((i > 0 ? quadratic.b[i - 1] : 0.0) - (i < 3 ? quadratic.b[i] : 0.0));
-        }
-        second[0] = 6.0 * s;
-        second[1] = 6.0 * (t - 2.0 * s);
-        second[2] = 6.0 * (s - 2.0 * t);
-        second[3] = 6.0 * t;
+        const double s = 1.0 - t, *const b = cubic.b, *const q = quadratic.b;
+        value = SimdDouble4(b[0], b[1], b[2], b[3]);
+        first = SimdDouble4(degree) * (SimdDouble4(0.0, q[0], q[1], q[2]) - SimdDouble4(q[0], q[1], q[2], 0.0));
+        second = SimdDouble4(6.0) * SimdDouble4(s, t - 2.0 * s, s - 2.0 * t, t);
     }
 };
 
@@ -34,20 +30,23 @@ struct NetWeights {
 // the first and the second derivative, then along u.
 void evaluate_net(const float (*coords)[16], double u, double v, double* out) {
     const NetWeights wu(u), wv(v);
-    const SimdDouble4 value_u = SimdDouble4::load4(wu.value), first_u = SimdDouble4::load4(wu.first),
-                      second_u = SimdDouble4::load4(wu.second);
+    double value_v[4], first_v[4], second_v[4];
+    wv.value.store4(value_v);
+    wv.first.store4(first_v);
+    wv.second.store4(second_v);
+    // Of each axis the place, then uu, uv and vv.
+    double sums[3][4];
     for (unsigned int axis = 0; axis < 3; ++axis) {
         SimdDouble4 value(0.0), first(0.0), second(0.0);
         for (unsigned int r = 0; r < 4; ++r) {
             const SimdDouble4 row(coords[axis] + 4 * r);
-            value = value + row * SimdDouble4(wv.value[r]);
-            first = first + row * SimdDouble4(wv.first[r]);
-            second = second + row * SimdDouble4(wv.second[r]);
+            value = value + row * SimdDouble4(value_v[r]);
+            first = first + row * SimdDouble4(first_v[r]);
+            second = second + row * SimdDouble4(second_v[r]);
         }
-        double sums[4];
-        sum_of_four(value_u * value, second_u * value, first_u * first, value_u * second).store4(sums);
-        for (unsigned int i = 0; i < 4; ++i) out[3 * i + axis] = sums[i];
+        sum_of_four(wu.value * value, wu.second * value, wu.first * first, wu.value * second).store4(sums[axis]);
     }
+    for (unsigned int i = 0; i < 4; ++i) SimdDouble4(sums[0][i], sums[1][i], sums[2][i], 0.0).store3(out + 3 * i);
 }
 
 }  // namespace
