@@ -36,7 +36,7 @@ TEST(RaySpace, InstructionSetsGiveTheSameBits) {
         const GeometryRaySpace& space = rays.get_ray_space(0);
         const sds::RaySpace ray{space.origin, space.across, space.along, space.shift, record.tnear, record.tfar, 0.0f};
         Vec3f controls[16];
-        surface.geometry.get_bezier_controls(i % surface.quad_count(), controls);
+        surface.geometry.get_bezier_controls(i % surface.get_quad_count(), controls);
         float grid[3][16];
         for (unsigned int place = 0; place < 16; ++place)
             for (unsigned int axis = 0; axis < 3; ++axis) grid[axis][place] = controls[sds::grid_order[place]][axis];
