@@ -32,7 +32,7 @@ nlohmann::json to_json(const Findings& findings) {
 
 nlohmann::json to_json(const sds_usda::UsdFindings& findings) {
     nlohmann::json list = nlohmann::json::array();
-    for (const sds_usda::UsdFinding& finding : findings.entries())
+    for (const sds_usda::UsdFinding& finding : findings.get_entries())
         list.push_back({{"code", to_name(finding.code)},
                         {"severity", to_name(severity_of(finding.code))},
                         {"count", finding.count},

@@ -283,7 +283,7 @@ private:
             std::string detail = std::to_string(place.item);
             if (code == PolyFindingCode::index_out_of_range)
                 detail += " at face-corner " + std::to_string(place.corner) + ", items 0 to " +
-                          std::to_string(m_source.item_count() - 1);
+                          std::to_string(m_source.get_item_count() - 1);
             else
                 detail +=
                     ", expected " + (is_of_indices ? std::to_string(m_cage.get_corner_count()) + ", one per face-corner"

@@ -26,7 +26,7 @@ struct PropertySource {
     std::vector<ResourceProperty> samples;  ///< one per time, or one
 
     std::size_t get_memory_size() const;  ///< bytes of the arrays
-    unsigned int item_count() const { return samples.front().get_item_count(); }
+    unsigned int get_item_count() const { return samples.front().get_item_count(); }
 };
 
 /// The kinds in the field's words: vertex, varying, uniform, constant.

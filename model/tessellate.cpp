@@ -24,7 +24,7 @@ template <class Point>
 std::vector<float> evaluate_points(const WeldedGrid& grid, std::uint32_t quads, unsigned int cells,
                                    AppProgressBar* progress, float weight, const Point& point) {
     const AppProgressTask task(progress, "tessellation", weight);
-    std::vector<float> xyz(3 * std::size_t{grid.point_count()});
+    std::vector<float> xyz(3 * std::size_t{grid.get_point_count()});
     for (std::uint32_t q = 0; q < quads; ++q) {
         if (progress != nullptr) progress->set_value(static_cast<float>(q) / static_cast<float>(quads));
         if (!grid.has_quad(q)) continue;

@@ -18,7 +18,7 @@ public:
                unsigned int cells);
 
     bool has_quad(std::uint32_t quad) const { return m_interiors[quad] != none; }
-    std::uint32_t point_count() const { return m_point_count; }
+    std::uint32_t get_point_count() const { return m_point_count; }
     /// Number of a point of a quad that has points.
     std::uint32_t point(std::uint32_t quad, unsigned int i, unsigned int j) const;
 

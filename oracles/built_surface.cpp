@@ -7,7 +7,7 @@ namespace sds_test {
 BuiltSurface::BuiltSurface(const ZooMesh& cage, const Options& options) { build(cage, options); }
 
 void BuiltSurface::build(const ZooMesh& cage, const Options& options) {
-    m_diagonal = cage.diagonal();
+    m_diagonal = cage.get_diagonal();
     const CoreArray<unsigned int> counts = to_core_array(cage.counts);
     const CoreArray<unsigned int> indices = to_core_array(cage.indices);
     const CoreArray<unsigned char> creases = to_core_array(cage.corner_creases);

@@ -43,9 +43,9 @@ public:
     // Builds all of it, whatever it held before.
     void build(const ZooMesh& cage, const Options& options);
 
-    unsigned int quad_count() const { return base.get_primitive_count(); }
+    unsigned int get_quad_count() const { return base.get_primitive_count(); }
     // Length of the diagonal of the control cage's box.
-    double diagonal() const { return m_diagonal; }
+    double get_diagonal() const { return m_diagonal; }
     // Arrays as the geometry used them, for the rules' templates.
     SdsMeshBase::TopologyContext context() const;
 

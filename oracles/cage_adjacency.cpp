@@ -116,13 +116,13 @@ unsigned int find_groups(const ZooMesh& mesh) {
     return groups;
 }
 
-std::vector<unsigned int> ZooMesh::polygon_offsets() const {
+std::vector<unsigned int> ZooMesh::get_polygon_offsets() const {
     std::vector<unsigned int> offsets{0};
     for (const unsigned int count : counts) offsets.push_back(offsets.back() + count);
     return offsets;
 }
 
-double ZooMesh::diagonal() const {
+double ZooMesh::get_diagonal() const {
     GMathVec3<double> low(1e300, 1e300, 1e300);
     GMathVec3<double> high(-1e300, -1e300, -1e300);
     for (const GMathVec3<float>& p : positions)

@@ -30,7 +30,7 @@ ZooMesh with_crease(ZooMesh mesh, const Polygon& chain) {
 }
 
 ZooMesh with_flipped_polygon(ZooMesh mesh, unsigned int polygon) {
-    const unsigned int first = mesh.polygon_offsets()[polygon];
+    const unsigned int first = mesh.get_polygon_offsets()[polygon];
     std::reverse(mesh.indices.begin() + first, mesh.indices.begin() + first + mesh.counts[polygon]);
     return mesh;
 }

@@ -40,9 +40,9 @@ struct ZooMesh {
     bool is_in(unsigned int group) const { return (groups & group) != 0; }
     bool is_all_quads() const { return !is_in(ngon); }
     // First face-corner of each polygon, and the number of face-corners as last entry.
-    std::vector<unsigned int> polygon_offsets() const;
+    std::vector<unsigned int> get_polygon_offsets() const;
     // Length of the diagonal of the control points' box.
-    double diagonal() const;
+    double get_diagonal() const;
 };
 
 // How a polygon mesh hangs together, by brute force and apart from the code under test. Face-corner c stands for the

@@ -74,7 +74,7 @@ MotionBoundsCheck check_motion_bounds(const MovingSurface& surface, const Shutte
     sys_parallel_for(chunk_count, [&](unsigned int c, unsigned int) {
         const CtxEval ctx(shader);
         std::mt19937_64 random(c);
-        std::uniform_int_distribution<unsigned int> any_patch(0, surface.quad_count() - 1);
+        std::uniform_int_distribution<unsigned int> any_patch(0, surface.get_quad_count() - 1);
         std::uniform_real_distribution<double> unit(0.0, 1.0);
         MotionBoundsCheck& check = chunks[c];
         check.points = std::min<std::uint64_t>(chunk_size, points - std::uint64_t{c} * chunk_size);

@@ -24,7 +24,7 @@ public:
 
     const SdsMesh& get_mesh() const { return m_surface.mesh; }
     // Patches of the surface.
-    unsigned int quad_count() const { return m_surface.geometry.get_patch_count(); }
+    unsigned int get_quad_count() const { return m_surface.geometry.get_patch_count(); }
 
 private:
     BuiltSurface m_surface;

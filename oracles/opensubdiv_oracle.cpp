@@ -2,12 +2,7 @@
 
 #include "oracles/opensubdiv_refiner.h"
 
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion"
-#pragma GCC diagnostic ignored "-Wshadow"
-#pragma GCC diagnostic ignored "-Wextra"
 #include <opensubdiv/far/primvarRefiner.h>
-#pragma GCC diagnostic pop
 
 namespace sds_test {
 

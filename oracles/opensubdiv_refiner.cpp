@@ -1,11 +1,6 @@
 #include "oracles/opensubdiv_refiner.h"
 
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion"
-#pragma GCC diagnostic ignored "-Wshadow"
-#pragma GCC diagnostic ignored "-Wextra"
 #include <opensubdiv/far/topologyDescriptor.h>
-#pragma GCC diagnostic pop
 
 #include <algorithm>
 #include <stdexcept>

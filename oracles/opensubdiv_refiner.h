@@ -5,12 +5,7 @@
 
 #include "oracles/opensubdiv_surface.h"
 
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion"
-#pragma GCC diagnostic ignored "-Wshadow"
-#pragma GCC diagnostic ignored "-Wextra"
 #include <opensubdiv/far/topologyRefiner.h>
-#pragma GCC diagnostic pop
 
 namespace sds_test {
 

@@ -2,17 +2,12 @@
 
 #include "oracles/opensubdiv_refiner.h"
 
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion"
-#pragma GCC diagnostic ignored "-Wshadow"
-#pragma GCC diagnostic ignored "-Wextra"
 #include <opensubdiv/far/patchMap.h>
 #include <opensubdiv/far/patchTableFactory.h>
 #include <opensubdiv/far/primvarRefiner.h>
 #include <opensubdiv/far/ptexIndices.h>
 #include <opensubdiv/far/stencilTable.h>
 #include <opensubdiv/far/stencilTableFactory.h>
-#pragma GCC diagnostic pop
 
 #include <stdexcept>
 #include <utility>

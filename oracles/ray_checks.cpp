@@ -40,8 +40,8 @@ Vec3d random_in(const BoxTree::Box& box, Random& random) {
 
 // How far rounding of the kernels' input may move a ray.
 double get_nudge(const RayOracle& oracle) {
-    const BoxTree::Box& box = oracle.bbox();
-    return 1e-6 * oracle.diagonal() + 6e-8 * std::max(box.get_min().length(), box.get_max().length());
+    const BoxTree::Box& box = oracle.get_bbox();
+    return 1e-6 * oracle.get_diagonal() + 6e-8 * std::max(box.get_min().length(), box.get_max().length());
 }
 
 // True when the distance found is the oracle's for some ray up to two nudges beside this one, or lies between those of
@@ -125,12 +125,12 @@ HitAgreement& HitAgreement::operator+=(const HitAgreement& other) {
 
 HitAgreement compare_hits(const RayOracle& oracle, const TraceFunction& trace, std::uint64_t ray_count,
                           double tolerance, const FaultReport& report) {
-    const double diagonal = oracle.diagonal();
+    const double diagonal = oracle.get_diagonal();
     std::mutex mutex;
     return run_chunks<HitAgreement>(ray_count, [&](Random& random, std::uint64_t count, unsigned int worker) {
         HitAgreement result;
         for (std::uint64_t i = 0; i < count; ++i) {
-            const Vec3d target = random_in(oracle.bbox(), random);
+            const Vec3d target = random_in(oracle.get_bbox(), random);
             GeometryRay ray;
             ray.direction = random_direction(random);
             // Not from the target itself, which lies on the surface where that fills its box's plane.
@@ -186,7 +186,7 @@ std::vector<double> crossing_distances(const RayOracle& oracle, const Vec3d& ori
     std::vector<double> distances;
     for (const Crossing& c : crossings) distances.push_back(c.t);
     std::sort(distances.begin(), distances.end());
-    const double same = 1e-8 * oracle.diagonal();
+    const double same = 1e-8 * oracle.get_diagonal();
     distances.erase(std::unique(distances.begin(), distances.end(), [&](double a, double b) { return b - a < same; }),
                     distances.end());
     return distances;
@@ -209,9 +209,9 @@ std::vector<Vec3d> find_inside_points(const RayOracle& oracle, unsigned int coun
     Random random(7);
     std::vector<Candidate> candidates;
     for (unsigned int attempt = 0; attempt < 40 * count && candidates.size() < 4 * size_t{count}; ++attempt) {
-        const Vec3d target = random_in(oracle.bbox(), random);
+        const Vec3d target = random_in(oracle.get_bbox(), random);
         const Vec3d direction = random_direction(random);
-        const Vec3d origin = target - direction * (2.0 * oracle.diagonal());
+        const Vec3d origin = target - direction * (2.0 * oracle.get_diagonal());
         const std::vector<double> t = crossing_distances(oracle, origin, direction, 0.0);
         if (t.empty() || t.size() % 2 != 0) continue;
         size_t widest = 0;
@@ -252,8 +252,8 @@ Vec3d pick_target(const RayOracle& oracle, const std::vector<TEdge>& t_edges, Ai
         return oracle.point(edge.primitive, edge.begin[0] + s * (edge.end[0] - edge.begin[0]),
                             edge.begin[1] + s * (edge.end[1] - edge.begin[1]));
     }
-    const unsigned int patch = below(random, oracle.patch_count());
-    const unsigned int n = oracle.is_limit() ? 8 : oracle.cells_per_side(patch);
+    const unsigned int patch = below(random, oracle.get_patch_count());
+    const unsigned int n = oracle.is_limit() ? 8 : oracle.get_cells_per_side(patch);
     const double whole[2] = {static_cast<double>(below(random, n + 1)) / n,
                              static_cast<double>(below(random, n + 1)) / n};
     const unsigned int turn = below(random, 2);
@@ -287,7 +287,7 @@ Vec3d pick_target(const RayOracle& oracle, const std::vector<TEdge>& t_edges, Ai
 
 HoleCounts count_holes(const RayOracle& oracle, const TraceFunction& trace, const std::vector<Vec3d>& inside_points,
                        Aim aim, double diagonals, std::uint64_t ray_count, const FaultReport& report) {
-    const double slack = 1e-5 * oracle.diagonal() + 4.0 * get_nudge(oracle);
+    const double slack = 1e-5 * oracle.get_diagonal() + 4.0 * get_nudge(oracle);
     const bool is_at_t_edges = aim == Aim::t_edges || aim == Aim::t_ends;
     const std::vector<TEdge> t_edges = is_at_t_edges ? oracle.find_t_edges() : std::vector<TEdge>();
     std::mutex mutex;
@@ -302,7 +302,7 @@ HoleCounts count_holes(const RayOracle& oracle, const TraceFunction& trace, cons
             ray.direction = target - inside;
             if (diagonals > 0.0) {
                 const Vec3d outwards = ray.direction * (1.0 / ray.direction.length());
-                ray.origin = inside + outwards * ((0.5 + diagonals) * oracle.diagonal());
+                ray.origin = inside + outwards * ((0.5 + diagonals) * oracle.get_diagonal());
                 ray.direction = inside - ray.origin;
             }
             trace(ray, worker);

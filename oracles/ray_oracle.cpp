@@ -202,7 +202,7 @@ std::vector<TEdge> RayOracle::find_t_edges() const {
     for (const Grid& grid : m_patches)
         for (const unsigned int place : {0u, 3u, 12u, 15u}) corners.insert(round(grid[place]));
     std::vector<TEdge> found;
-    for (unsigned int primitive = 0; primitive < patch_count(); ++primitive)
+    for (unsigned int primitive = 0; primitive < get_patch_count(); ++primitive)
         for (const auto& edge : edges) {
             Point c[4];
             for (unsigned int i = 0; i < 4; ++i) c[i] = round(m_patches[primitive][edge.places[i]]);

@@ -44,11 +44,11 @@ public:
     RayOracle(const std::vector<Controls>& patches, const SdsMesh& mesh) : RayOracle(patches, get_splits(mesh)) {}
 
     bool is_limit() const { return m_blocks.empty(); }
-    unsigned int patch_count() const { return static_cast<unsigned int>(m_patches.size()); }
-    unsigned int cells_per_side(unsigned int primitive) const { return m_cells[primitive]; }
+    unsigned int get_patch_count() const { return static_cast<unsigned int>(m_patches.size()); }
+    unsigned int get_cells_per_side(unsigned int primitive) const { return m_cells[primitive]; }
     // Of the patches' control points.
-    const BoxTree::Box& bbox() const { return m_bbox; }
-    double diagonal() const { return m_bbox.get_diagonal(); }
+    const BoxTree::Box& get_bbox() const { return m_bbox; }
+    double get_diagonal() const { return m_bbox.get_diagonal(); }
 
     // The point of the surface at patch coordinates: of the limit patch, or on the flat triangle.
     Vec3d point(unsigned int primitive, double u, double v) const;

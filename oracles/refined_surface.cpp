@@ -78,14 +78,14 @@ void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopo
 }
 
 RefinedSurface::RefinedSurface(const TaggedCage& cage, unsigned int depth, double error)
-    : diagonal(cage.mesh.diagonal()) {
+    : diagonal(cage.mesh.get_diagonal()) {
     build_topology(cage, depth, topology, error);
     const CoreArray<Vec3f> positions = to_core_array(cage.mesh.positions);
     patches.build(topology, positions, sds::NetStorage::all);
-    controls.resize(16 * size_t{patch_count()});
-    std::vector<Vec3d> flat_nets(24 * size_t{patch_count()});
+    controls.resize(16 * size_t{get_patch_count()});
+    std::vector<Vec3d> flat_nets(24 * size_t{get_patch_count()});
     sds::compute_exact_patches(topology, positions, controls.data(), flat_nets.data());
-    for (unsigned int p = 0; p < patch_count(); ++p) {
+    for (unsigned int p = 0; p < get_patch_count(); ++p) {
         NetsD patch_nets(controls.data() + 16 * size_t{p});
         std::copy_n(flat_nets.data() + 24 * size_t{p}, 12, &patch_nets.u[0][0]);
         std::copy_n(flat_nets.data() + 24 * size_t{p} + 12, 12, &patch_nets.v[0][0]);
@@ -93,7 +93,7 @@ RefinedSurface::RefinedSurface(const TaggedCage& cage, unsigned int depth, doubl
     }
 }
 
-unsigned int RefinedSurface::support_count() const {
+unsigned int RefinedSurface::get_support_count() const {
     unsigned int count = 0;
     for (unsigned int i = 0; i < topology.get_level_count(); ++i) {
         const sds::RefinementLevel& level = topology.get_level(i);
@@ -121,7 +121,7 @@ RefinedErrors measure_refined(const RefinedSurface& surface, const OpenSubdivOra
     const auto raise = [](double& worst, double value) {
         if (!(value <= worst) && !std::isnan(worst)) worst = value;
     };
-    for (unsigned int p = 0; p < surface.patch_count(); ++p) {
+    for (unsigned int p = 0; p < surface.get_patch_count(); ++p) {
         const sds::RefinedPatch& place = surface.topology.get_places().get_patch(p);
         for (const double s : grid)
             for (const double t : grid) {

@@ -30,8 +30,8 @@ struct RefinedSurface {
     std::vector<NetsD> nets;      // exact
     double diagonal;
 
-    unsigned int patch_count() const { return topology.get_places().get_patch_count(); }
-    unsigned int support_count() const;
+    unsigned int get_patch_count() const { return topology.get_places().get_patch_count(); }
+    unsigned int get_support_count() const;
     // Exact position and derivatives by the user quad's (u, v), at (s, t) of a patch.
     SurfacePoint evaluate(unsigned int patch, double s, double t) const;
 };

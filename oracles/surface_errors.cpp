@@ -101,9 +101,9 @@ PatchPlace place_on_edge(unsigned int k, double t) {
 PositionErrors measure_positions(const ZooMesh& cage, const BuiltSurface& surface, const DoubleSurface& twin,
                                  const OpenSubdivOracle& oracle) {
     const PatchClasses classes = classify_patches(surface.context(), find_exceptions(cage));
-    const double unit = 1.0 / surface.diagonal();
+    const double unit = 1.0 / surface.get_diagonal();
     std::vector<double> regular, regular_double, corners, corners_double, other;
-    for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+    for (unsigned int q = 0; q < surface.get_quad_count(); ++q) {
         for_grid([&](double u, double v) {
             const Vec3d limit = oracle.evaluate(q, u, v).position;
             const Vec3d single = sample_at(surface.geometry, q, u, v).get_geometric_position();
@@ -141,7 +141,7 @@ NormalErrors measure_normals(const ZooMesh& cage, const BuiltSurface& surface, c
     const double scale = largest_coordinate(cage);
     NormalErrors errors;
     std::vector<double> interior, sharp, other;
-    for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+    for (unsigned int q = 0; q < surface.get_quad_count(); ++q) {
         const bool is_interior = classes.interior[q] != 0;
         const bool is_sharp = !is_interior && classes.regular[q] != 0 && !has_turned_tangents(surface, q);
         for_grid([&](double u, double v) {
@@ -211,9 +211,9 @@ TangentGaps measure_tangent_gaps(const ZooMesh& cage, const BuiltSurface& surfac
 ErrorSummary measure_derivatives(const BuiltSurface& surface, const DoubleSurface& twin) {
     // Central differences of a cubic are off by its third derivative times h^2 / 6; h balances that with rounding.
     constexpr double h = 1e-5;
-    const double unit = 1.0 / surface.diagonal();
+    const double unit = 1.0 / surface.get_diagonal();
     std::vector<double> errors;
-    for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+    for (unsigned int q = 0; q < surface.get_quad_count(); ++q) {
         if ((surface.geometry.get_tangent_infos()[q].irregular & 0xFFu) != 0) continue;
         Vec3d controls[16];
         twin.get_controls(q, controls);

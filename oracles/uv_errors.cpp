@@ -50,7 +50,7 @@ UvErrors measure_uvs(const BuiltSurface& surface, const OpenSubdivOracle& oracle
     const PatchClasses mesh_classes = classify_patches(surface.context());
 
     std::vector<double> regular, corners, other;
-    for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+    for (unsigned int q = 0; q < surface.get_quad_count(); ++q) {
         if (!surface.maps.is_primitive_uv_mapped(q, 0)) continue;
         const bool is_regular = linear || (map_classes.regular[q] != 0 && mesh_classes.regular[q] != 0);
         for (unsigned int j = 0; j <= steps; ++j)

@@ -158,21 +158,22 @@ PrimitiveBounds Scene::Impl::compute_primitive_bounds(const SceneObject& object)
 Bbox3 SceneObject::settle_box() {
     Bbox3 box = Bbox3::empty();
     left_out.clear();
-    for (size_t i = 0; i < bounds.boxes.size(); ++i)
+    for (unsigned int i = 0; i < bounds.boxes.get_count(); ++i)
         if (is_valid_box(bounds.boxes[i]))
             box.grow(bounds.boxes[i]);
         else if (bounds.step_count == 1)
-            left_out.push_back(static_cast<unsigned int>(i));
+            left_out.push_back(i);
     if (!box.is_empty()) reference = box.get_center();
     return box;
 }
 
 void SceneObject::make_ray_index(const Bbox3& box) {
     if (is_animated() || box.is_empty()) return;
-    ray_index = object->make_ray_index(CoreBasicArray<Bbox3>(bounds.primitive_count, bounds.boxes.data()));
+    ray_index = object->make_ray_index(bounds.boxes);
     if (!ray_index) return;
     bounds.primitive_count = 1;
-    bounds.boxes = {box};
+    bounds.boxes.clear();
+    bounds.boxes.add(box);
 }
 
 void Scene::Impl::compute_bounds() {

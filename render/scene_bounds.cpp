@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <new>
 
 #include "qn_geometry/geometry_fragment.h"
 #include "qn_geometry/geometry_sample.h"
@@ -111,16 +112,17 @@ Bbox3 compute_step_box(const MotionTimes& times, unsigned int step, const std::v
 // Primitives by the bits of their boxes.
 class KnownPrimitives {
 public:
-    explicit KnownPrimitives(size_t count) : m_slots(std::bit_ceil(2 * count + 1), no_index) {}
+    explicit KnownPrimitives(unsigned int count)
+        : m_slots(std::bit_ceil(2 * std::min(count, most_remembered) + 1), no_index) {}
 
     // True when same(earlier) holds for an earlier primitive with the same box; else remembers this one, unless too
     // many differ in spite of their boxes.
     template <class Same>
-    bool repeats(const std::vector<Bbox3>& boxes, unsigned int primitive, const Same& same) {
+    bool repeats(const CoreArray<Bbox3>& boxes, unsigned int primitive, const Same& same) {
         constexpr unsigned int most_looks = 32;
         size_t slot = get_hash(boxes[primitive]);
         for (unsigned int look = 0; look < most_looks; ++look, ++slot) {
-            unsigned int& known = m_slots[slot & (m_slots.size() - 1)];
+            unsigned int& known = m_slots[slot & (m_slots.get_count() - 1)];
             if (known == no_index) {
                 known = primitive;
                 return false;
@@ -132,17 +134,22 @@ public:
     }
 
 private:
+    static constexpr unsigned int most_remembered = 1u << 29;
+
+    // A sum of products, which wait for nothing of each other.
     static size_t get_hash(const Bbox3& box) {
-        std::uint64_t hash = 0;
+        std::uint64_t hash = 0, factor = 0x9E3779B97F4A7C15u;
         for (unsigned int axis = 0; axis < 3; ++axis)
             for (const double side : {box.get_min()[axis], box.get_max()[axis]}) {
-                hash = (hash ^ std::bit_cast<std::uint64_t>(side + 0.0)) * 0x9E3779B97F4A7C15u;
-                hash ^= hash >> 32;
+                // Doubles that were floats have zeros at the end.
+                const auto bits = std::bit_cast<std::uint64_t>(side + 0.0);
+                hash += (bits ^ bits >> 29) * factor;
+                factor *= 0xD1342543DE82EF95u;
             }
-        return hash;
+        return hash ^ hash >> 32;
     }
 
-    std::vector<unsigned int> m_slots;
+    CoreArray<unsigned int> m_slots;
 };
 
 // Two primitives that agree to the bit at their corners, in positions and in all derivatives that a bicubic patch is
@@ -169,10 +176,6 @@ bool is_same_patch(const CtxEval& ctx, const GeometryObject& object, unsigned in
 
 }  // namespace
 
-bool is_valid_box(const Bbox3& box) {
-    return !box.is_empty() && box.get_min().is_finite() && box.get_max().is_finite();
-}
-
 void compute_still_bounds(const CtxShader& shader, const GeometryObject& object, double time, PrimitiveBounds& bounds) {
     bounds.primitive_count = object.get_primitive_count();
     bounds.step_count = 1;
@@ -180,7 +183,8 @@ void compute_still_bounds(const CtxShader& shader, const GeometryObject& object,
     const bool is_animated = object.is_animated();
     for_each_chunk(bounds.primitive_count, [&](unsigned int begin, unsigned int end) {
         const CtxEval ctx(shader);
-        if (!is_animated) return object.compute_primitive_bboxes(ctx, begin, end - begin, bounds.boxes.data() + begin);
+        if (!is_animated)
+            return object.compute_primitive_bboxes(ctx, begin, end - begin, bounds.boxes.get_data() + begin);
         for (unsigned int i = begin; i < end; ++i) {
             object.compute_primitive_bbox_at(ctx, i, time, bounds.boxes[i]);
             if (is_valid_box(bounds.boxes[i])) pad_moving_box(bounds.boxes[i], bounds.boxes[i]);
@@ -190,10 +194,10 @@ void compute_still_bounds(const CtxShader& shader, const GeometryObject& object,
 
 void leave_out_repeated(const CtxShader& shader, const GeometryObject& object, PrimitiveBounds& bounds) {
     const CtxEval ctx(shader);
-    std::vector<Bbox3>& boxes = bounds.boxes;
-    KnownPrimitives known(boxes.size());
+    CoreArray<Bbox3>& boxes = bounds.boxes;
+    KnownPrimitives known(boxes.get_count());
     std::vector<unsigned int> repeated;
-    for (unsigned int i = 0; i < boxes.size(); ++i)
+    for (unsigned int i = 0; i < boxes.get_count(); ++i)
         if (is_valid_box(boxes[i]) &&
             known.repeats(boxes, i, [&](unsigned int earlier) { return is_same_patch(ctx, object, earlier, i); }))
             repeated.push_back(i);
@@ -214,12 +218,13 @@ PrimitiveBounds compute_box_bounds(unsigned int count, const std::vector<double>
     PrimitiveBounds bounds;
     bounds.primitive_count = count;
     if (times.size() < 2) {
-        for (unsigned int i = 0; i < count; ++i) bounds.boxes.push_back(box_at(i, times.front()));
+        for (unsigned int i = 0; i < count; ++i) bounds.boxes.add(box_at(i, times.front()));
         return bounds;
     }
     const MotionTimes motion(times);
     bounds.step_count = static_cast<unsigned int>(motion.steps.size());
-    bounds.boxes.resize(size_t{count} * bounds.step_count);
+    if (count > no_index / bounds.step_count) throw std::bad_alloc();
+    bounds.boxes.resize(count * bounds.step_count);
     for_each_primitive(count, [&](unsigned int i) {
         std::vector<Bbox3> seen(motion.all.size());
         Bbox3 travelled = Bbox3::empty();
@@ -273,20 +278,20 @@ void UnitSpace::narrow(const Bbox3& box, float lower[3], float upper[3]) const {
     }
     const double pad = get_pad(box);
     for (unsigned int a = 0; a < 3; ++a) {
-        lower[a] = round_down((box.get_min()[a] - m_center[a]) / m_radius - pad);
-        upper[a] = round_up((box.get_max()[a] - m_center[a]) / m_radius + pad);
+        lower[a] = round_down((box.get_min()[a] - m_center[a]) * m_inverse_radius - pad);
+        upper[a] = round_up((box.get_max()[a] - m_center[a]) * m_inverse_radius + pad);
     }
 }
 
 double UnitSpace::get_pad(const Bbox3& box) const {
     const Vec3 extent = box.get_max() - box.get_min();
-    const double size = std::max({extent[0], extent[1], extent[2]}) / m_radius;
+    const double size = std::max({extent[0], extent[1], extent[2]}) * m_inverse_radius;
     // Objects narrow a ray to single precision where they stand: far from the origin that moves it by a good part of
     // the coordinates' own rounding.
     double magnitude = 0.0;
     for (unsigned int a = 0; a < 3; ++a)
         magnitude = std::max({magnitude, std::fabs(box.get_min()[a]), std::fabs(box.get_max()[a])});
-    const double narrowing = 2.0 * std::numeric_limits<float>::epsilon() * magnitude / m_radius;
+    const double narrowing = 2.0 * std::numeric_limits<float>::epsilon() * magnitude * m_inverse_radius;
     return 0x1p-18 + 0x1p-17 * size + narrowing;
 }
 

@@ -4,6 +4,7 @@
 #include <functional>
 #include <vector>
 
+#include "qn_core/core_array.h"
 #include "qn_ctx/ctx_eval.h"
 #include "qn_geometry/geometry_object.h"
 #include "render/render_types.h"
@@ -14,7 +15,7 @@ namespace sds_render {
 struct PrimitiveBounds {
     unsigned int primitive_count = 0;
     unsigned int step_count = 1;
-    std::vector<Bbox3> boxes;  // [step * primitive_count + primitive]; empty or not finite: no box
+    CoreArray<Bbox3> boxes;  // [step * primitive_count + primitive]; empty or not finite: no box
 
     const Bbox3& get(unsigned int step, unsigned int primitive) const {
         return boxes[size_t{step} * primitive_count + primitive];
@@ -43,7 +44,9 @@ PrimitiveBounds compute_box_bounds(unsigned int count, const std::vector<double>
 // samples only.
 void append_sample_times(const GeometryObject& object, double open, double close, std::vector<double>& times);
 
-bool is_valid_box(const Bbox3& box);
+inline bool is_valid_box(const Bbox3& box) {
+    return !box.is_empty() && box.get_min().is_finite() && box.get_max().is_finite();
+}
 
 // Maps the scene's bounding sphere to the unit sphere.
 class UnitSpace {

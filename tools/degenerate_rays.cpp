@@ -49,10 +49,10 @@ std::vector<GeometryRay> make_rays(const RayOracle& oracle, unsigned int count) 
     std::vector<GeometryRay> rays(count);
     for (GeometryRay& ray : rays) {
         const auto patch =
-            std::min(oracle.patch_count() - 1, static_cast<unsigned int>(unit(random) * oracle.patch_count()));
+            std::min(oracle.get_patch_count() - 1, static_cast<unsigned int>(unit(random) * oracle.get_patch_count()));
         const Vec3d target = oracle.limit_point(patch, unit(random), unit(random));
         ray.direction = Vec3d(unit(random) - 0.5, unit(random) - 0.5, unit(random) - 0.5);
-        ray.origin = target - ray.direction * (oracle.diagonal() / ray.direction.length());
+        ray.origin = target - ray.direction * (oracle.get_diagonal() / ray.direction.length());
     }
     return rays;
 }
@@ -67,7 +67,7 @@ double seconds_of(const sds_render::Scene& scene, std::vector<GeometryRay> rays)
 // The first of the same rays, each handed to every patch: nothing stands before the kernels. Most patches are missed,
 // so plain rays are at their cheapest here.
 double seconds_on_patches(const BuiltSurface& surface, std::vector<GeometryRay> rays) {
-    rays.resize((rays.size() + surface.quad_count() - 1) / surface.quad_count());
+    rays.resize((rays.size() + surface.get_quad_count() - 1) / surface.get_quad_count());
     const CtxShader shader;
     CtxThread thread;
     const CtxEval ctx(shader, &thread);
@@ -75,7 +75,7 @@ double seconds_on_patches(const BuiltSurface& surface, std::vector<GeometryRay> 
     const auto begin = std::chrono::steady_clock::now();
     for (GeometryRay& ray : rays) {
         GeometryRaytraceCtx range(&ray, 1, data);
-        for (unsigned int i = 0; i < surface.quad_count(); ++i) surface.mesh.intersect_primitive(ctx, i, range);
+        for (unsigned int i = 0; i < surface.get_quad_count(); ++i) surface.mesh.intersect_primitive(ctx, i, range);
     }
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }

@@ -73,7 +73,7 @@ std::uint64_t hash_topology(const BuiltSurface& surface) {
 
 std::uint64_t hash_controls(const BuiltSurface& surface) {
     Hash hash;
-    for (unsigned int i = 0; i < surface.quad_count(); ++i) {
+    for (unsigned int i = 0; i < surface.get_quad_count(); ++i) {
         Vec3f controls[16], tangents[24];
         surface.geometry.get_bezier_controls(i, controls);
         surface.geometry.get_bezier_tangents(i, tangents);
@@ -92,7 +92,7 @@ std::uint64_t hash_boxes(const BuiltSurface& surface, const CtxEval& ctx) {
     const SdsMeshGeometry::AreaRecord& area = surface.geometry.get_area_record();
     for (const float x : {area.x, area.y, area.z, area.blend}) hash.add(static_cast<double>(x));
     const auto matrix = GMathMatrix4x4<double>::scale(1.0, 2.0, 0.5);
-    for (unsigned int i = 0; i < surface.quad_count(); ++i) {
+    for (unsigned int i = 0; i < surface.get_quad_count(); ++i) {
         GMathBbox3<double> box;
         surface.geometry.compute_primitive_bbox(ctx, i, box);
         hash.add(box);
@@ -107,7 +107,7 @@ std::uint64_t hash_uvs(const BuiltSurface& surface, const CtxEval& ctx) {
     Hash hash;
     Random random;
     if (surface.maps.get_uv_map_count() == 0) return hash.get();
-    for (unsigned int i = 0; i < surface.quad_count(); ++i) {
+    for (unsigned int i = 0; i < surface.get_quad_count(); ++i) {
         if (!surface.maps.is_primitive_uv_mapped(i, 0)) continue;
         GMathVec3<double> uvw[3];
         const GeometryFragment fragment{i, random.next(), random.next(), 0.0, 0.0};
@@ -120,7 +120,7 @@ std::uint64_t hash_uvs(const BuiltSurface& surface, const CtxEval& ctx) {
 std::uint64_t hash_samples(const BuiltSurface& surface, const CtxEval& ctx) {
     Hash hash;
     Random random;
-    for (unsigned int i = 0; i < surface.quad_count(); ++i) {
+    for (unsigned int i = 0; i < surface.get_quad_count(); ++i) {
         GeometryFragment fragment{i, random.next(), random.next(), 0.0, 0.0};
         if (i % 3 == 0) fragment.u = static_cast<double>(i % 2);  // corners and edges too
         if (i % 5 == 0) fragment.v = static_cast<double>(i / 5 % 2);
@@ -145,7 +145,7 @@ std::uint64_t hash_limit_points(const BuiltSurface& surface) {
     Hash hash;
     Random random;
     std::vector<SdsMeshGeometry::LimitPlace> places;
-    for (unsigned int i = 0; i < 4 * surface.quad_count(); ++i) {
+    for (unsigned int i = 0; i < 4 * surface.get_quad_count(); ++i) {
         const double u = random.next(), v = i % 4 == 0 ? 1.0 : random.next();
         places.push_back({i / 4, static_cast<float>(u), static_cast<float>(v)});
     }
@@ -166,14 +166,14 @@ std::uint64_t traced_rays = 0, found_hits = 0;
 std::uint64_t hash_hits(const BuiltSurface& surface, const CtxEval& ctx, KernelFamily family) {
     Hash hash;
     Random random;
-    const double size = surface.diagonal();
+    const double size = surface.get_diagonal();
     GeometryRaytraceData data;
     data.kernel_family = family;
     data.has_motion_blur = true;
-    const unsigned int ray_count = 4 + std::min(60u, 6000 / (surface.quad_count() + 1));
+    const unsigned int ray_count = 4 + std::min(60u, 6000 / (surface.get_quad_count() + 1));
     for (unsigned int r = 0; r < ray_count; ++r) {
-        const SdsMeshGeometry::LimitPlace place{random.below(surface.quad_count()), static_cast<float>(random.next()),
-                                                static_cast<float>(random.next())};
+        const SdsMeshGeometry::LimitPlace place{random.below(surface.get_quad_count()),
+                                                static_cast<float>(random.next()), static_cast<float>(random.next())};
         SdsMeshGeometry::LimitPoint target;
         surface.geometry.compute_limit_points(&place, 1, &target);
         GeometryRay ray;
@@ -182,7 +182,7 @@ std::uint64_t hash_hits(const BuiltSurface& surface, const CtxEval& ctx, KernelF
         ray.origin = Vec3d(target.position) - ray.direction * (4.0 * size * random.next());
         ray.time = r % 4 == 0 ? 0.375 : 0.0;
         GeometryRaytraceCtx range(&ray, 1, data);
-        for (unsigned int i = 0; i < surface.quad_count(); ++i) surface.mesh.intersect_primitive(ctx, i, range);
+        for (unsigned int i = 0; i < surface.get_quad_count(); ++i) surface.mesh.intersect_primitive(ctx, i, range);
         hash.add(std::uint64_t{ray.hit.primitive});
         ++traced_rays;
         if (ray.hit.primitive != 0xFFFFFFFFu) ++found_hits;

@@ -29,7 +29,7 @@ UsdScene read_layer(const CommonOptions& common, sds_usda::UsdFindings& findings
     if (const std::string reason = read_file(common.mesh, text); !reason.empty()) throw InputError(common.mesh, reason);
     size = text.size();
     sds_usda::UsdSceneResult read = sds_usda::read_usd_scene(std::move(text));
-    for (const sds_usda::UsdFinding& finding : read.findings.entries())
+    for (const sds_usda::UsdFinding& finding : read.findings.get_entries())
         if (!common.quiet || severity_of(finding.code) == sds_usda::UsdSeverity::error)
             print_line(to_text(finding, common.mesh));
     if (!read.scene) throw LayerError(common.mesh, std::move(read.findings));

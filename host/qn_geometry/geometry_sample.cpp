@@ -14,19 +14,23 @@ void GeometrySample::init_surface(const Vec& position, const Vec& dpdu, const Ve
     const double square = n.length_squared();
     // Relative to the derivatives' own size: below it the cross product is rounding, not a direction.
     const double noise = 1e-24 * dpdu.length_squared() * dpdv.length_squared();
+    Vec normal, dndu{0, 0, 0}, dndv{0, 0, 0};
     if (square > noise && square > 0.0 && std::isfinite(square)) {
         const double inverse = 1.0 / std::sqrt(square);
-        m_normal = n * inverse;
+        normal = n * inverse;
         const Vec nu = d2pduu.cross(dpdv) + dpdu.cross(d2pduv);
         const Vec nv = d2pduv.cross(dpdv) + dpdu.cross(d2pdvv);
-        m_dndu = (nu - m_normal * m_normal.dot(nu)) * inverse;
-        m_dndv = (nv - m_normal * m_normal.dot(nv)) * inverse;
+        dndu = (nu - normal * normal.dot(nu)) * inverse;
+        dndv = (nv - normal * normal.dot(nv)) * inverse;
     } else {
         const double fallback = m_fallback.length();
-        m_normal = fallback > 0.0 && std::isfinite(fallback) ? m_fallback * (1.0 / fallback) : Vec(0, 0, 1);
-        m_dndu = m_dndv = Vec(0, 0, 0);
+        normal = fallback > 0.0 && std::isfinite(fallback) ? m_fallback * (1.0 / fallback) : Vec(0, 0, 1);
     }
-    set_smoothing(m_position, m_normal, m_dndu, m_dndv);
+    // Both from registers: a copy would wait for what has just been stored.
+    m_normal = m_smoothing_normal = normal;
+    m_dndu = m_smoothing_dndu = dndu;
+    m_dndv = m_smoothing_dndv = dndv;
+    m_smoothing_position = position;
 }
 
 void GeometrySample::set_smoothing(const Vec& position, const Vec& normal, const Vec& dndu, const Vec& dndv) {

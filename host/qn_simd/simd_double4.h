@@ -11,6 +11,7 @@ struct SimdDouble4 {
     QN_SIMD_INLINE SimdDouble4() = default;
     QN_SIMD_INLINE SimdDouble4(Double4 x) : v(x) {}
     QN_SIMD_INLINE explicit SimdDouble4(double s) : v(join_doubles(s, s, s, s)) {}
+    QN_SIMD_INLINE SimdDouble4(double a, double b, double c, double d) : v(join_doubles(a, b, c, d)) {}
     // Three numbers at any address, the last lane 0. Nothing beyond them is read or written.
     QN_SIMD_INLINE static SimdDouble4 load3(const double* p) { return join_doubles(p[0], p[1], p[2], 0.0); }
     QN_SIMD_INLINE static SimdDouble4 load4(const double* p) { return load_doubles(p); }

@@ -75,6 +75,9 @@ QN_SIMD_INLINE SimdFloat8 high_pairs(SimdFloat8 a, SimdFloat8 b) { return shuffl
 // Lanes 0 1 (2 3) of each group of a and b, one of a and one of b in turn.
 QN_SIMD_INLINE SimdFloat8 zip_low(SimdFloat8 a, SimdFloat8 b) { return shuffle<0, 4, 1, 5>(a.v, b.v); }
 QN_SIMD_INLINE SimdFloat8 zip_high(SimdFloat8 a, SimdFloat8 b) { return shuffle<2, 6, 3, 7>(a.v, b.v); }
+// Lanes 0 2 (1 3) of each group of a, then those of b.
+QN_SIMD_INLINE SimdFloat8 even_lanes(SimdFloat8 a, SimdFloat8 b) { return shuffle<0, 2, 4, 6>(a.v, b.v); }
+QN_SIMD_INLINE SimdFloat8 odd_lanes(SimdFloat8 a, SimdFloat8 b) { return shuffle<1, 3, 5, 7>(a.v, b.v); }
 // Transposes the 4 x 4 blocks of both groups.
 QN_SIMD_INLINE void transpose(SimdFloat8& a, SimdFloat8& b, SimdFloat8& c, SimdFloat8& d) {
     transpose_lanes(a.v, b.v, c.v, d.v);

@@ -127,27 +127,27 @@ const char* to_name(UsdSeverity severity) {
 
 UsdFinding* UsdFindings::find(UsdFindingCode code) {
     const auto entry =
-        std::find_if(entries_.begin(), entries_.end(), [code](const UsdFinding& f) { return f.code == code; });
-    return entry == entries_.end() ? nullptr : &*entry;
+        std::find_if(m_entries.begin(), m_entries.end(), [code](const UsdFinding& f) { return f.code == code; });
+    return entry == m_entries.end() ? nullptr : &*entry;
 }
 
 void UsdFindings::record_each(UsdFindingCode code, std::size_t offset, std::string detail) {
     std::size_t known = 0;
-    for (UsdFinding& entry : entries_) {
+    for (UsdFinding& entry : m_entries) {
         if (entry.code != code) continue;
         if (entry.detail == detail || ++known == max_details) {
             ++entry.count;
             return;
         }
     }
-    entries_.push_back({code, 1, offset, 0, 0, std::move(detail)});
+    m_entries.push_back({code, 1, offset, 0, 0, std::move(detail)});
 }
 
 void UsdFindings::settle_places(std::string_view text) {
-    std::stable_sort(entries_.begin(), entries_.end(),
+    std::stable_sort(m_entries.begin(), m_entries.end(),
                      [](const UsdFinding& a, const UsdFinding& b) { return a.offset + 1 < b.offset + 1; });
     PlaceWalker walker(text);
-    for (UsdFinding& entry : entries_) {
+    for (UsdFinding& entry : m_entries) {
         if (entry.offset == whole_file) continue;
         walker.move_to(entry.offset);
         entry.line = walker.line;
@@ -168,7 +168,7 @@ void PlaceWalker::move_to(std::size_t offset) {
 }
 
 bool UsdFindings::has_errors() const {
-    return std::any_of(entries_.begin(), entries_.end(),
+    return std::any_of(m_entries.begin(), m_entries.end(),
                        [](const UsdFinding& f) { return severity_of(f.code) == UsdSeverity::error; });
 }
 

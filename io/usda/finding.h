@@ -101,7 +101,7 @@ public:
         if (UsdFinding* known = find(code))
             ++known->count;
         else
-            entries_.push_back({code, 1, offset, 0, 0, describe()});
+            m_entries.push_back({code, 1, offset, 0, 0, describe()});
     }
     /// The same with an entry of its own for every detail.
     void record_each(UsdFindingCode code, std::size_t offset, std::string detail);
@@ -109,13 +109,13 @@ public:
     /// Gives every entry its line and column in `text` and sorts them by place; one pass over the text.
     void settle_places(std::string_view text);
 
-    const std::vector<UsdFinding>& entries() const { return entries_; }
+    const std::vector<UsdFinding>& get_entries() const { return m_entries; }
     bool has_errors() const;
 
 private:
     UsdFinding* find(UsdFindingCode code);
 
-    std::vector<UsdFinding> entries_;
+    std::vector<UsdFinding> m_entries;
 };
 
 /// One line without newline: "file:line:column: severity: message (detail), action; N cases, first here".

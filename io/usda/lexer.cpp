@@ -26,8 +26,8 @@ void Lexer::fail(UsdFindingCode code, std::size_t offset, std::string detail) co
 }
 
 void Lexer::fail_at_token(const std::string& what) {
-    const std::string found = token_.kind == TokenKind::end ? "the end of the file" : quoted(token_.text);
-    fail(UsdFindingCode::syntax, token_.offset, "expected " + what + ", found " + found);
+    const std::string found = m_token.kind == TokenKind::end ? "the end of the file" : quoted(m_token.text);
+    fail(UsdFindingCode::syntax, m_token.offset, "expected " + what + ", found " + found);
 }
 
 void Lexer::fail_expected(const std::string& what) {
@@ -40,19 +40,19 @@ void Lexer::expect_char(char c, const char* where) {
 }
 
 std::size_t Lexer::estimate_array_size() const {
-    const auto* close = static_cast<const char*>(std::memchr(at_, ']', static_cast<std::size_t>(end_ - at_)));
+    const auto* close = static_cast<const char*>(std::memchr(m_at, ']', static_cast<std::size_t>(m_end - m_at)));
     if (close == nullptr) return 0;
-    return static_cast<std::size_t>(std::count(at_, close, ',')) + 1;
+    return static_cast<std::size_t>(std::count(m_at, close, ',')) + 1;
 }
 
 void Lexer::skip_blanks() {
     for (;;) {
-        if (is_line_end(*at_)) {
-            newline_ = true;
-            ++at_;
-        } else if (*at_ == ' ' || *at_ == '\t') {
-            ++at_;
-        } else if (*at_ == '#' || (*at_ == '/' && (at_[1] == '/' || at_[1] == '*'))) {
+        if (is_line_end(*m_at)) {
+            m_newline = true;
+            ++m_at;
+        } else if (*m_at == ' ' || *m_at == '\t') {
+            ++m_at;
+        } else if (*m_at == '#' || (*m_at == '/' && (m_at[1] == '/' || m_at[1] == '*'))) {
             skip_comment();
         } else {
             return;
@@ -61,26 +61,26 @@ void Lexer::skip_blanks() {
 }
 
 void Lexer::skip_comment() {
-    if (*at_ == '/' && at_[1] == '*') {
-        const std::size_t start = offset();
-        const std::string_view rest(at_ + 2, static_cast<std::size_t>(end_ - at_ - 2));
+    if (*m_at == '/' && m_at[1] == '*') {
+        const std::size_t start = get_offset();
+        const std::string_view rest(m_at + 2, static_cast<std::size_t>(m_end - m_at - 2));
         const std::size_t close = rest.find("*/");
         if (close == std::string_view::npos) fail(UsdFindingCode::unterminated, start, "comment");
-        at_ += close + 4;
+        m_at += close + 4;
         return;
     }
-    while (at_ != end_ && !is_line_end(*at_)) ++at_;
+    while (m_at != m_end && !is_line_end(*m_at)) ++m_at;
 }
 
 void Lexer::advance() {
-    newline_ = false;
+    m_newline = false;
     const char c = next_char();
-    token_ = {TokenKind::punctuation, newline_, offset(), {}};
-    if (at_ == end_) {
-        token_.kind = TokenKind::end;
+    m_token = {TokenKind::punctuation, m_newline, get_offset(), {}};
+    if (m_at == m_end) {
+        m_token.kind = TokenKind::end;
     } else if (is_word_start(c)) {
         read_name();
-    } else if ((c >= '0' && c <= '9') || c == '-' || (c == '.' && at_[1] >= '0' && at_[1] <= '9')) {
+    } else if ((c >= '0' && c <= '9') || c == '-' || (c == '.' && m_at[1] >= '0' && m_at[1] <= '9')) {
         read_number_token();
     } else if (c == '"' || c == '\'') {
         read_string();
@@ -89,111 +89,111 @@ void Lexer::advance() {
     } else if (c == '<') {
         read_path();
     } else {
-        token_.text = {at_, 1};
-        ++at_;
+        m_token.text = {m_at, 1};
+        ++m_at;
     }
 }
 
 void Lexer::read_name() {
-    const char* start = at_;
+    const char* start = m_at;
     do {
-        if (*at_ == ':') ++at_;
-        while (is_word(*at_)) ++at_;
-    } while (*at_ == ':' && is_word_start(at_[1]));
-    token_.kind = TokenKind::identifier;
-    token_.text = {start, static_cast<std::size_t>(at_ - start)};
+        if (*m_at == ':') ++m_at;
+        while (is_word(*m_at)) ++m_at;
+    } while (*m_at == ':' && is_word_start(m_at[1]));
+    m_token.kind = TokenKind::identifier;
+    m_token.text = {start, static_cast<std::size_t>(m_at - start)};
 }
 
 void Lexer::read_number_token() {
-    const char* start = at_;
-    token_.kind = TokenKind::number;
-    if (*at_ == '-' && at_[1] == 'i') {
+    const char* start = m_at;
+    m_token.kind = TokenKind::number;
+    if (*m_at == '-' && m_at[1] == 'i') {
         take_named_number();
     } else {
         double value = 0.0;  // its end is what counts here
-        const auto [stop, error] = std::from_chars(at_, end_, value);
+        const auto [stop, error] = std::from_chars(m_at, m_end, value);
         if (error == std::errc::invalid_argument || is_word(*stop)) fail_number(stop, "a number");
-        at_ = stop;
+        m_at = stop;
     }
-    token_.text = {start, static_cast<std::size_t>(at_ - start)};
+    m_token.text = {start, static_cast<std::size_t>(m_at - start)};
 }
 
 double Lexer::take_named_number() {
-    const bool negative = *at_ == '-';
-    const char* name = at_ + (negative ? 1 : 0);
-    const std::string_view rest(name, std::min<std::size_t>(3, static_cast<std::size_t>(end_ - name)));
+    const bool negative = *m_at == '-';
+    const char* name = m_at + (negative ? 1 : 0);
+    const std::string_view rest(name, std::min<std::size_t>(3, static_cast<std::size_t>(m_end - name)));
     if (is_word(name[rest.size()])) fail_number(name, "a number");
     using Limits = std::numeric_limits<double>;
     if (rest != "inf" && (negative || rest != "nan")) fail_number(name, "a number");
-    at_ = name + rest.size();
+    m_at = name + rest.size();
     if (rest == "nan") return Limits::quiet_NaN();
     return negative ? -Limits::infinity() : Limits::infinity();
 }
 
 void Lexer::fail_number(const char* stop, const std::string& expected) {
-    while (is_word(*stop) || *stop == '.' || (stop == at_ && *stop == '-')) ++stop;
-    const std::string_view word(at_, static_cast<std::size_t>(stop - at_));
+    while (is_word(*stop) || *stop == '.' || (stop == m_at && *stop == '-')) ++stop;
+    const std::string_view word(m_at, static_cast<std::size_t>(stop - m_at));
     if (word.empty()) fail_expected(expected);
-    fail(UsdFindingCode::not_a_number, offset(), quoted(word) + ", expected " + expected);
+    fail(UsdFindingCode::not_a_number, get_offset(), quoted(word) + ", expected " + expected);
 }
 
 // The rest of the line up to `stop`; the cursor is put behind it.
 std::string_view Lexer::take_until(char stop, const char* what) {
-    const char* start = at_;
-    while (at_ != end_ && *at_ != stop && !is_line_end(*at_)) ++at_;
-    if (*at_ != stop) fail(UsdFindingCode::unterminated, token_.offset, what);
-    return {start, static_cast<std::size_t>(at_++ - start)};
+    const char* start = m_at;
+    while (m_at != m_end && *m_at != stop && !is_line_end(*m_at)) ++m_at;
+    if (*m_at != stop) fail(UsdFindingCode::unterminated, m_token.offset, what);
+    return {start, static_cast<std::size_t>(m_at++ - start)};
 }
 
 void Lexer::read_string() {
-    const char* quotes = *at_ == '"' ? "\"\"\"" : "\'\'\'";
-    const std::size_t length = std::strncmp(at_, quotes, 3) == 0 ? 3 : 1;
-    at_ += length;
-    const char* start = at_;
-    while (at_ != end_ && std::strncmp(at_, quotes, length) != 0 && (length == 3 || !is_line_end(*at_)))
-        at_ += *at_ == '\\' && at_ + 1 != end_ && (length == 3 || !is_line_end(at_[1])) ? 2 : 1;
-    if (at_ == end_ || *at_ != *quotes) fail(UsdFindingCode::unterminated, token_.offset, "string");
-    token_.kind = TokenKind::string;
-    token_.text = decode({start, static_cast<std::size_t>(at_ - start)});
-    at_ += length;
+    const char* quotes = *m_at == '"' ? "\"\"\"" : "\'\'\'";
+    const std::size_t length = std::strncmp(m_at, quotes, 3) == 0 ? 3 : 1;
+    m_at += length;
+    const char* start = m_at;
+    while (m_at != m_end && std::strncmp(m_at, quotes, length) != 0 && (length == 3 || !is_line_end(*m_at)))
+        m_at += *m_at == '\\' && m_at + 1 != m_end && (length == 3 || !is_line_end(m_at[1])) ? 2 : 1;
+    if (m_at == m_end || *m_at != *quotes) fail(UsdFindingCode::unterminated, m_token.offset, "string");
+    m_token.kind = TokenKind::string;
+    m_token.text = decode({start, static_cast<std::size_t>(m_at - start)});
+    m_at += length;
 }
 
 void Lexer::read_asset() {
-    token_.kind = TokenKind::asset;
-    if (std::strncmp(at_, "@@@", 3) == 0) {
+    m_token.kind = TokenKind::asset;
+    if (std::strncmp(m_at, "@@@", 3) == 0) {
         read_long_asset();
     } else {
-        ++at_;
-        token_.text = take_until('@', "asset path");
+        ++m_at;
+        m_token.text = take_until('@', "asset path");
     }
 }
 
 // Between "@@@", '@' is a character like others, one or two at the very end included; "\@@@" stands for "@@@".
 void Lexer::read_long_asset() {
-    at_ += 3;
-    std::string& text = decoded_.emplace_back();
-    for (; std::strncmp(at_, "@@@", 3) != 0; ++at_) {
-        if (at_ == end_ || is_line_end(*at_)) fail(UsdFindingCode::unterminated, token_.offset, "asset path");
-        if (std::strncmp(at_, "\\@@@", 4) == 0) {
+    m_at += 3;
+    std::string& text = m_decoded.emplace_back();
+    for (; std::strncmp(m_at, "@@@", 3) != 0; ++m_at) {
+        if (m_at == m_end || is_line_end(*m_at)) fail(UsdFindingCode::unterminated, m_token.offset, "asset path");
+        if (std::strncmp(m_at, "\\@@@", 4) == 0) {
             text += "@@@";
-            at_ += 3;
+            m_at += 3;
         } else {
-            text += *at_;
+            text += *m_at;
         }
     }
-    for (at_ += 3; *at_ == '@' && !text.ends_with("@@"); ++at_) text += '@';
-    token_.text = text;
+    for (m_at += 3; *m_at == '@' && !text.ends_with("@@"); ++m_at) text += '@';
+    m_token.text = text;
 }
 
 void Lexer::read_path() {
-    ++at_;
-    token_.kind = TokenKind::path;
-    token_.text = take_until('>', "path");
+    ++m_at;
+    m_token.kind = TokenKind::path;
+    m_token.text = take_until('>', "path");
 }
 
 std::string_view Lexer::decode(std::string_view raw) {
     if (raw.find('\\') == std::string_view::npos) return raw;
-    std::string& text = decoded_.emplace_back();
+    std::string& text = m_decoded.emplace_back();
     text.reserve(raw.size());
     for (std::size_t at = 0; at < raw.size();) {
         if (raw[at] != '\\' || at + 1 == raw.size())

@@ -37,22 +37,22 @@ public:
     /// `text` stays the caller's, and so does `decoded`, which receives the contents of strings with escapes; both must
     /// outlive the tokens. `text` is a std::string for the zero behind its last character.
     Lexer(const std::string& text, std::deque<std::string>& decoded)
-        : begin_(text.data()), at_(begin_), end_(begin_ + text.size()), decoded_(decoded) {}
+        : m_begin(text.data()), m_at(m_begin), m_end(m_begin + text.size()), m_decoded(decoded) {}
 
-    const Token& token() const { return token_; }
+    const Token& token() const { return m_token; }
     void advance();
-    void rewind() { at_ = begin_ + token_.offset; }
-    void move_to(std::size_t offset) { at_ = begin_ + offset; }
-    std::size_t offset() const { return static_cast<std::size_t>(at_ - begin_); }
+    void rewind() { m_at = m_begin + m_token.offset; }
+    void move_to(std::size_t offset) { m_at = m_begin + offset; }
+    std::size_t get_offset() const { return static_cast<std::size_t>(m_at - m_begin); }
 
     /// Next character that is no blank and no comment, the cursor before it; 0 at the end.
     char next_char() {
-        if (*at_ <= ' ' || *at_ == '#' || *at_ == '/') skip_blanks();
-        return *at_;
+        if (*m_at <= ' ' || *m_at == '#' || *m_at == '/') skip_blanks();
+        return *m_at;
     }
     bool take_char(char c) {
         if (next_char() != c) return false;
-        ++at_;
+        ++m_at;
         return true;
     }
     /// Throws unless the next character is `c`.
@@ -94,12 +94,12 @@ private:
     T out_of_range_number(const char* stop);
     double take_named_number();
 
-    const char* begin_;
-    const char* at_;
-    const char* end_;
-    std::deque<std::string>& decoded_;
-    Token token_;
-    bool newline_ = false;
+    const char* m_begin;
+    const char* m_at;
+    const char* m_end;
+    std::deque<std::string>& m_decoded;
+    Token m_token;
+    bool m_newline = false;
 };
 
 template <class T>
@@ -107,28 +107,28 @@ T Lexer::take_number() {
     next_char();
     T value{};
     if constexpr (std::is_floating_point_v<T>) {
-        const char first = *at_ == '-' ? at_[1] : *at_;
+        const char first = *m_at == '-' ? m_at[1] : *m_at;
         if (first == 'i' || first == 'n') return static_cast<T>(take_named_number());
     }
-    const auto [stop, error] = std::from_chars(at_, end_, value);
+    const auto [stop, error] = std::from_chars(m_at, m_end, value);
     if (error == std::errc::invalid_argument || is_word(*stop) || *stop == '.')
         fail_number(stop, std::is_floating_point_v<T> ? "a number"
                           : std::is_signed_v<T>       ? "an integer"
                                                       : "an integer from 0 on");
     if (error == std::errc::result_out_of_range) value = out_of_range_number<T>(stop);
-    at_ = stop;
+    m_at = stop;
     return value;
 }
 
 template <class T>
 T Lexer::out_of_range_number(const char* stop) {
-    const std::string digits(at_, stop);
+    const std::string digits(m_at, stop);
     if constexpr (std::is_floating_point_v<T>) {
         // from_chars does not tell overflow from underflow, strtod does
         const double wide = std::strtod(digits.c_str(), nullptr);
         if (std::abs(wide) < 1.0) return static_cast<T>(wide);
     }
-    fail(UsdFindingCode::number_out_of_range, offset(), quoted(digits));
+    fail(UsdFindingCode::number_out_of_range, get_offset(), quoted(digits));
 }
 
 }  // namespace sds_usda

@@ -48,15 +48,15 @@ class PrimvarTaker {
 public:
     PrimvarTaker(const FaceMap& map, const UsdFrame& frame, const UsdMeshOptions& options, const std::string& place,
                  sds_model::MeshSource& out, Findings& findings)
-        : map_(map), frame_(frame), options_(options), place_(place), out_(out), findings_(findings) {}
+        : m_map(map), m_frame(frame), m_options(options), m_place(place), m_out(out), m_findings(findings) {}
 
     void take(const UsdPrimvar& primvar);
     void settle_uv_rule(const std::vector<UsdPrimvar>& primvars);
 
 private:
-    FirstCase at(const std::string& detail) const { return {place_, detail + " of '" + out_.name + "'", {}}; }
+    FirstCase at(const std::string& detail) const { return {m_place, detail + " of '" + m_out.name + "'", {}}; }
     FirstCase at(const UsdPrimvar& primvar) const { return at("primvars:" + primvar.name); }
-    std::size_t element_of(std::size_t place) const { return elements_.empty() ? place : elements_[place]; }
+    std::size_t element_of(std::size_t place) const { return m_elements.empty() ? place : m_elements[place]; }
     std::vector<std::uint32_t> corner_elements(Interpolation interpolation) const;
     template <class T>
     void take_uvs(const UsdPrimvar& primvar, const std::vector<T>& values);
@@ -67,26 +67,26 @@ private:
     template <class T>
     void take_property(const UsdPrimvar& primvar, const Timed<T>& timed);
 
-    const FaceMap& map_;
-    const UsdFrame& frame_;
-    const UsdMeshOptions& options_;
-    const std::string& place_;
-    sds_model::MeshSource& out_;
-    Findings& findings_;
-    std::vector<std::uint32_t> elements_;  // of the primvar at hand, per place; empty: their own
+    const FaceMap& m_map;
+    const UsdFrame& m_frame;
+    const UsdMeshOptions& m_options;
+    const std::string& m_place;
+    sds_model::MeshSource& m_out;
+    Findings& m_findings;
+    std::vector<std::uint32_t> m_elements;  // of the primvar at hand, per place; empty: their own
 };
 
 /// Element of every face-corner of the cage.
 std::vector<std::uint32_t> PrimvarTaker::corner_elements(Interpolation interpolation) const {
-    const sds_model::ControlCage& cage = out_.cage;
+    const sds_model::ControlCage& cage = m_out.cage;
     std::vector<std::uint32_t> out;
-    out.reserve(map_.corners.size());
+    out.reserve(m_map.corners.size());
     std::size_t corner = 0;
     for (std::size_t p = 0; p < cage.polygon_counts.size(); ++p)
         for (std::uint32_t k = 0; k < cage.polygon_counts[p]; ++k, ++corner) {
             std::size_t place = 0;
-            if (interpolation == Interpolation::uniform) place = map_.faces[p];
-            if (interpolation == Interpolation::face_varying) place = map_.corners[corner];
+            if (interpolation == Interpolation::uniform) place = m_map.faces[p];
+            if (interpolation == Interpolation::face_varying) place = m_map.corners[corner];
             if (interpolation == Interpolation::vertex || interpolation == Interpolation::varying)
                 place = cage.polygon_indices[corner];
             out.push_back(static_cast<std::uint32_t>(element_of(place)));
@@ -104,13 +104,13 @@ void PrimvarTaker::take_uvs(const UsdPrimvar& primvar, const std::vector<T>& val
     uvs.indices = corner_elements(primvar.interpolation);
     PolyFindings found;
     poly_check_uvs(sds_model::points_view(uvs.points), sds_model::view_of(uvs.indices),
-                   sds_model::view_of(out_.cage.polygon_counts), found);
-    sds_model::add_mesh_findings(found, findings_, [&](PolyFindingCode, const PolyPlace&) { return at(primvar); });
+                   sds_model::view_of(m_out.cage.polygon_counts), found);
+    sds_model::add_mesh_findings(found, m_findings, [&](PolyFindingCode, const PolyPlace&) { return at(primvar); });
     if (found.has_errors()) return;
-    if (options_.joins_uvs) sds_model::join_uvs(out_.cage.view(), uvs);
+    if (m_options.joins_uvs) sds_model::join_uvs(m_out.cage.view(), uvs);
     // the usual map first
     const bool is_first = primvar.name == "st";
-    out_.further_uvs.insert(is_first ? out_.further_uvs.begin() : out_.further_uvs.end(), std::move(uvs));
+    m_out.further_uvs.insert(is_first ? m_out.further_uvs.begin() : m_out.further_uvs.end(), std::move(uvs));
 }
 
 template <class T>
@@ -122,7 +122,7 @@ void PrimvarTaker::take_colors(const UsdPrimvar& primvar, const std::vector<T>& 
     };
     const bool is_per_vertex =
         primvar.interpolation == Interpolation::vertex || primvar.interpolation == Interpolation::varying;
-    sds_model::ControlCage& cage = out_.cage;
+    sds_model::ControlCage& cage = m_out.cage;
     const std::size_t count = is_per_vertex ? cage.get_vertex_count() : values.size() / 3;
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t element = is_per_vertex ? element_of(i) : i;
@@ -133,15 +133,15 @@ void PrimvarTaker::take_colors(const UsdPrimvar& primvar, const std::vector<T>& 
         cage.vertex_colors.push_back(255);
     }
     if (!is_per_vertex) cage.color_indices = corner_elements(primvar.interpolation);
-    if (is_clamped) findings_.record(FindingCode::color_out_of_range, [&] { return at(primvar); });
+    if (is_clamped) m_findings.record(FindingCode::color_out_of_range, [&] { return at(primvar); });
 }
 
 /// Times at which a primvar is followed, from the frame; none where it holds.
 template <class T>
 std::vector<double> PrimvarTaker::property_times(const Timed<T>& timed) const {
-    const bool is_followed = std::is_floating_point_v<T> && !frame_.is_moment() && timed.sample_count() > 1;
+    const bool is_followed = std::is_floating_point_v<T> && !m_frame.is_moment() && timed.get_sample_count() > 1;
     if (!is_followed || !has_even_samples(timed)) return {};
-    return span_times(frame_, timed.times);
+    return span_times(m_frame, timed.times);
 }
 
 template <class T>
@@ -149,8 +149,8 @@ void PrimvarTaker::take_property(const UsdPrimvar& primvar, const Timed<T>& time
     sds_model::PropertySource source;
     source.times = property_times(timed);
     std::vector<std::vector<T>> samples;
-    for (const double time : source.times) samples.push_back(values_at(timed, frame_.time + time));
-    if (samples.empty()) samples.push_back(values_at(timed, frame_.time));
+    for (const double time : source.times) samples.push_back(values_at(timed, m_frame.time + time));
+    if (samples.empty()) samples.push_back(values_at(timed, m_frame.time));
     const std::vector<T>& values = samples.front();
     if constexpr (std::is_floating_point_v<T>) {
         const auto is_kept = [](const std::vector<T>& sample) {
@@ -158,7 +158,7 @@ void PrimvarTaker::take_property(const UsdPrimvar& primvar, const Timed<T>& time
                                [](T v) { return std::fabs(v) <= sds_model::greatest_property_value<T>; });
         };
         if (!std::all_of(samples.begin(), samples.end(), is_kept))
-            return findings_.record(FindingCode::unkept_property, [&] { return at(primvar); });
+            return m_findings.record(FindingCode::unkept_property, [&] { return at(primvar); });
     }
     std::size_t extent = std::size_t{primvar.components} * primvar.element_size;
     source.name = primvar.name;
@@ -170,17 +170,17 @@ void PrimvarTaker::take_property(const UsdPrimvar& primvar, const Timed<T>& time
     switch (primvar.interpolation) {
         case Interpolation::constant:
             source.kind = Kind::constant;
-            items = {elements_.empty() ? 0 : elements_[0]};
-            if (elements_.empty()) extent = values.size();  // an array is one item
+            items = {m_elements.empty() ? 0 : m_elements[0]};
+            if (m_elements.empty()) extent = values.size();  // an array is one item
             break;
         case Interpolation::uniform:
             source.kind = Kind::per_polygon;
-            for (const std::uint32_t face : map_.faces) items.push_back(element_of(face));
+            for (const std::uint32_t face : m_map.faces) items.push_back(element_of(face));
             break;
         case Interpolation::varying:
         case Interpolation::vertex:
             source.kind = primvar.interpolation == Interpolation::varying ? Kind::varying : Kind::per_vertex;
-            for (std::size_t v = 0; v < out_.cage.get_vertex_count(); ++v) items.push_back(element_of(v));
+            for (std::size_t v = 0; v < m_out.cage.get_vertex_count(); ++v) items.push_back(element_of(v));
             break;
         case Interpolation::face_varying:
             source.kind = Kind::per_vertex;
@@ -190,7 +190,7 @@ void PrimvarTaker::take_property(const UsdPrimvar& primvar, const Timed<T>& time
     }
     if (extent == 0) return;
     if (extent > sds_model::max_property_extent)
-        return findings_.record(FindingCode::unkept_property, [&] { return at(primvar); });
+        return m_findings.record(FindingCode::unkept_property, [&] { return at(primvar); });
     source.extent = static_cast<unsigned int>(extent);
     for (const std::vector<T>& from : samples) {
         ResourceProperty& sample = source.samples.emplace_back(CoreString(source.name));
@@ -198,15 +198,15 @@ void PrimvarTaker::take_property(const UsdPrimvar& primvar, const Timed<T>& time
         for (std::size_t i = 0; i < items.size(); ++i)
             sample.set_item_values(static_cast<unsigned int>(i), from.data() + items[i] * extent, source.extent);
     }
-    out_.properties.push_back(std::move(source));
+    m_out.properties.push_back(std::move(source));
 }
 
 void PrimvarTaker::take(const UsdPrimvar& primvar) {
-    elements_ = primvar.indices.is_empty() ? std::vector<std::uint32_t>{} : values_at(primvar.indices, frame_.time);
+    m_elements = primvar.indices.is_empty() ? std::vector<std::uint32_t>{} : values_at(primvar.indices, m_frame.time);
     std::visit(
         [&]<class T>(const Timed<T>& timed) {
             if constexpr (!std::is_same_v<T, std::string>) {
-                const std::vector<T> values = values_at(timed, frame_.time);
+                const std::vector<T> values = values_at(timed, m_frame.time);
                 if (values.empty()) return;
                 if constexpr (std::is_floating_point_v<T>) {
                     if (is_uv_map(primvar)) return take_uvs(primvar, values);
@@ -230,9 +230,9 @@ void PrimvarTaker::settle_uv_rule(const std::vector<UsdPrimvar>& primvars) {
     }
     if (varying == nullptr) return;
     if (are_all)
-        out_.cage.rules.face_varying = sds_model::CageRules::FaceVarying::all;
+        m_out.cage.rules.face_varying = sds_model::CageRules::FaceVarying::all;
     else
-        findings_.record(FindingCode::unkept_rule, [&] {
+        m_findings.record(FindingCode::unkept_rule, [&] {
             FirstCase first = at("interpolation varying of primvars:" + varying->name);
             first.action = "taken as vertex, as another map is not varying";
             return first;

@@ -53,16 +53,16 @@ std::optional<ListOp> list_op_of(const Token& token) {
 class LayerParser {
 public:
     LayerParser(Layer& layer, UsdFindings& findings)
-        : layer_(layer),
-          root_(layer.root),
-          lexer_(*layer.text, layer.decoded),
-          values_(lexer_, depth_),
-          findings_(findings) {}
+        : m_layer(layer),
+          m_root(layer.root),
+          m_lexer(*layer.text, layer.decoded),
+          m_values(m_lexer, m_depth),
+          m_findings(findings) {}
 
     void parse();
 
 private:
-    const Token& token() const { return lexer_.token(); }
+    const Token& token() const { return m_lexer.token(); }
     bool take(char symbol);
     void expect(char symbol, const char* where);
     std::string_view take_name(const char* what);
@@ -83,51 +83,51 @@ private:
     void read_path_list(Property& property, ListOp op);
     void record_repeated(const Property& property);
 
-    Layer& layer_;
-    Prim& root_;
-    Lexer lexer_;
-    unsigned int depth_ = 0;
-    ValueParser values_;
-    UsdFindings& findings_;
-    BlockNames root_names_;
+    Layer& m_layer;
+    Prim& m_root;
+    Lexer m_lexer;
+    unsigned int m_depth = 0;
+    ValueParser m_values;
+    UsdFindings& m_findings;
+    BlockNames m_root_names;
 };
 
 bool LayerParser::take(char symbol) {
     if (!token().is(symbol)) return false;
-    lexer_.advance();
+    m_lexer.advance();
     return true;
 }
 
 void LayerParser::expect(char symbol, const char* where) {
-    if (!take(symbol)) lexer_.fail_at_token(std::string("'") + symbol + "' " + where);
+    if (!take(symbol)) m_lexer.fail_at_token(std::string("'") + symbol + "' " + where);
 }
 
 std::string_view LayerParser::take_name(const char* what) {
-    if (token().kind != TokenKind::identifier) lexer_.fail_at_token(what);
+    if (token().kind != TokenKind::identifier) m_lexer.fail_at_token(what);
     const std::string_view name = token().text;
-    lexer_.advance();
+    m_lexer.advance();
     return name;
 }
 
 void LayerParser::parse() {
-    if (layer_.text->starts_with(byte_order_mark)) lexer_.move_to(byte_order_mark.size());
-    lexer_.advance();
-    if (token().is('(')) read_metadata(root_.metadata);
+    if (m_layer.text->starts_with(byte_order_mark)) m_lexer.move_to(byte_order_mark.size());
+    m_lexer.advance();
+    if (token().is('(')) read_metadata(m_root.metadata);
     while (token().kind != TokenKind::end) read_root_statement();
 }
 
 void LayerParser::read_root_statement() {
-    if (is_specifier(token())) return read_child(root_, root_names_);
+    if (is_specifier(token())) return read_child(m_root, m_root_names);
     if (take(';')) return;
-    if (!token().is("reorder") || !read_reorder(root_)) lexer_.fail_at_token("def, over or class");
-    values_.end_statement('\0');
+    if (!token().is("reorder") || !read_reorder(m_root)) m_lexer.fail_at_token("def, over or class");
+    m_values.end_statement('\0');
 }
 
 void LayerParser::read_metadata(std::vector<Metadatum>& metadata) {
     expect('(', "of the metadata");
     while (!take(')')) {
         metadata.push_back(read_metadatum());
-        values_.end_statement(')');
+        m_values.end_statement(')');
     }
 }
 
@@ -136,18 +136,18 @@ Metadatum LayerParser::read_metadatum() {
     entry.offset = token().offset;
     if (token().kind == TokenKind::string) {
         entry.key = "comment";
-        entry.value = values_.read_untyped();
+        entry.value = m_values.read_untyped();
         return entry;
     }
     entry.op = list_op_of(token()).value_or(ListOp::whole);
-    if (entry.op != ListOp::whole) lexer_.advance();
+    if (entry.op != ListOp::whole) m_lexer.advance();
     entry.key = take_name("the name of a metadatum or ')'");
     expect('=', "behind the name of a metadatum");
     entry.is_none = token().is("None");
     if (entry.is_none)
-        lexer_.advance();
+        m_lexer.advance();
     else
-        entry.value = values_.read_untyped();
+        entry.value = m_values.read_untyped();
     return entry;
 }
 
@@ -155,20 +155,20 @@ void LayerParser::read_child(Prim& parent, BlockNames& names) {
     Prim prim;
     prim.specifier = specifier_of(token());
     prim.offset = token().offset;
-    lexer_.advance();
+    m_lexer.advance();
     if (token().kind == TokenKind::identifier) prim.type = take_name("");
-    if (token().kind != TokenKind::string || !is_prim_name(token().text)) lexer_.fail_at_token("the name of a prim");
+    if (token().kind != TokenKind::string || !is_prim_name(token().text)) m_lexer.fail_at_token("the name of a prim");
     prim.name = token().text;
     if (!names.children.insert(prim.name).second)
-        lexer_.fail(UsdFindingCode::duplicate_prim, token().offset, quoted(prim.name));
-    lexer_.advance();
+        m_lexer.fail(UsdFindingCode::duplicate_prim, token().offset, quoted(prim.name));
+    m_lexer.advance();
     if (token().is('(')) read_metadata(prim.metadata);
     read_block(prim);
     parent.children.push_back(std::move(prim));
 }
 
 void LayerParser::read_block(Prim& prim) {
-    const NestingScope scope(depth_, lexer_);
+    const NestingScope scope(m_depth, m_lexer);
     BlockNames names;
     expect('{', "of a prim or variant");
     while (!take('}'))
@@ -180,23 +180,23 @@ void LayerParser::read_statement(Prim& prim, BlockNames& names) {
     if (is_specifier(token())) return read_child(prim, names);
     if (token().is("variantSet")) return read_variant_set(prim);
     if (!token().is("reorder") || !read_reorder(prim)) read_property(prim, names);
-    values_.end_statement('}');
+    m_values.end_statement('}');
 }
 
 void LayerParser::read_variant_set(Prim& prim) {
     VariantSet set;
     set.offset = token().offset;
-    lexer_.advance();
-    if (token().kind != TokenKind::string) lexer_.fail_at_token("the name of a variant set");
+    m_lexer.advance();
+    if (token().kind != TokenKind::string) m_lexer.fail_at_token("the name of a variant set");
     set.name = token().text;
-    lexer_.advance();
+    m_lexer.advance();
     expect('=', "behind the name of a variant set");
     expect('{', "of a variant set");
     while (!take('}')) {
-        if (token().kind != TokenKind::string) lexer_.fail_at_token("the name of a variant or '}'");
+        if (token().kind != TokenKind::string) m_lexer.fail_at_token("the name of a variant or '}'");
         Variant& variant = set.variants.emplace_back();
         variant.name = token().text;
-        lexer_.advance();
+        m_lexer.advance();
         if (token().is('(')) read_metadata(variant.content.metadata);
         read_block(variant.content);
     }
@@ -206,23 +206,23 @@ void LayerParser::read_variant_set(Prim& prim) {
 /// "reorder nameChildren = [...]"; false where it is a property's list that is reordered, the cursor back at its start.
 bool LayerParser::read_reorder(Prim& prim) {
     const std::size_t start = token().offset;
-    lexer_.advance();
+    m_lexer.advance();
     Reorder reorder{token().text, {}};
     if (!token().is("nameChildren") && !token().is("rootPrims") && !token().is("properties")) {
-        lexer_.move_to(start);
-        lexer_.advance();
+        m_lexer.move_to(start);
+        m_lexer.advance();
         return false;
     }
-    lexer_.advance();
+    m_lexer.advance();
     expect('=', "behind what is to be reordered");
-    values_.read_strings(reorder.names);
+    m_values.read_strings(reorder.names);
     prim.reorders.push_back(std::move(reorder));
     return true;
 }
 
 PropertyHead LayerParser::read_property_head() {
     PropertyHead head;
-    for (;; lexer_.advance()) {
+    for (;; m_lexer.advance()) {
         if (const auto op = list_op_of(token()))
             head.op = *op;
         else if (token().is("custom"))
@@ -237,10 +237,10 @@ PropertyHead LayerParser::read_property_head() {
 void LayerParser::read_property(Prim& prim, BlockNames& names) {
     const std::size_t start = token().offset;
     const PropertyHead head = read_property_head();
-    if (token().kind != TokenKind::identifier) lexer_.fail_at_token("a property, a prim or '}'");
+    if (token().kind != TokenKind::identifier) m_lexer.fail_at_token("a property, a prim or '}'");
     Property statement;
     statement.type = token().text;
-    const ValueType type = values_.read_type();
+    const ValueType type = m_values.read_type();
     statement.is_array = type.is_array;
     statement.offset = start;
     statement.is_custom = head.is_custom;
@@ -260,7 +260,7 @@ Property& LayerParser::find_or_add(Prim& prim, BlockNames& names, Property&& hea
     if (is_new) return prim.properties.emplace_back(std::move(head));
     Property& property = prim.properties[known->second];
     if (property.type != head.type || property.is_array != head.is_array)
-        lexer_.fail(UsdFindingCode::wrong_value, head.offset, quoted(head.name) + " had another type before");
+        m_lexer.fail(UsdFindingCode::wrong_value, head.offset, quoted(head.name) + " had another type before");
     property.is_custom |= head.is_custom;
     property.is_uniform |= head.is_uniform;
     return property;
@@ -269,19 +269,19 @@ Property& LayerParser::find_or_add(Prim& prim, BlockNames& names, Property&& hea
 void LayerParser::read_field(Property& property, const ValueType& type, ListOp op) {
     const std::string_view field = token().text;
     if (token().is("spline")) {
-        findings_.record(UsdFindingCode::ignored_spline, token().offset, [&] { return quoted(property.name); });
-        lexer_.advance();
+        m_findings.record(UsdFindingCode::ignored_spline, token().offset, [&] { return quoted(property.name); });
+        m_lexer.advance();
         expect('=', "behind the name of a property");
-        if (!token().is('{')) lexer_.fail_at_token("'{' of a spline");
-        return values_.skip_block('{', '}');
+        if (!token().is('{')) m_lexer.fail_at_token("'{' of a spline");
+        return m_values.skip_block('{', '}');
     }
     if (property.is_relationship() || (!token().is("timeSamples") && !token().is("connect")))
-        lexer_.fail_at_token("timeSamples or connect of an attribute");
-    lexer_.advance();
+        m_lexer.fail_at_token("timeSamples or connect of an attribute");
+    m_lexer.advance();
     expect('=', "behind the name of a property");
     if (field == "connect") return read_path_list(property, op);
     if (property.samples) record_repeated(property);
-    property.samples = values_.read_time_samples(type, findings_);
+    property.samples = m_values.read_time_samples(type, m_findings);
 }
 
 void LayerParser::read_value(Property& property, const ValueType& type, ListOp op) {
@@ -289,21 +289,21 @@ void LayerParser::read_value(Property& property, const ValueType& type, ListOp o
     if (property.value || property.is_blocked) record_repeated(property);
     property.value.reset();
     property.is_blocked = token().is("None");
-    if (property.is_blocked) return lexer_.advance();
+    if (property.is_blocked) return m_lexer.advance();
     Value& value = property.value.emplace();
     value.offset = token().offset;
-    values_.append(type, value);
+    m_values.append(type, value);
 }
 
 void LayerParser::read_path_list(Property& property, ListOp op) {
     PathList& list = property.paths.emplace_back();
     list.op = op;
     list.offset = token().offset;
-    values_.read_paths(list.paths);
+    m_values.read_paths(list.paths);
 }
 
 void LayerParser::record_repeated(const Property& property) {
-    findings_.record(UsdFindingCode::repeated_value, token().offset, [&] { return quoted(property.name); });
+    m_findings.record(UsdFindingCode::repeated_value, token().offset, [&] { return quoted(property.name); });
 }
 
 /// Checks the first line; returns what stands for it in a finding, or nothing where it is right.

@@ -26,15 +26,15 @@ std::string name_in(std::string_view attribute, const Prim& prim) {
 }
 
 PrimReader::PrimReader(Prim& prim, const std::string& text, UsdFindings& findings)
-    : prim_(prim), text_(text), findings_(findings), asked_(prim.properties.size(), false) {
-    for (std::size_t i = 0; i < prim.properties.size(); ++i) places_.emplace(prim.properties[i].name, i);
+    : m_prim(prim), m_text(text), m_findings(findings), m_asked(prim.properties.size(), false) {
+    for (std::size_t i = 0; i < prim.properties.size(); ++i) m_places.emplace(prim.properties[i].name, i);
 }
 
 Property* PrimReader::find(std::string_view name) {
-    const auto place = places_.find(name);
-    if (place == places_.end()) return nullptr;
-    asked_[place->second] = true;
-    return &prim_.properties[place->second];
+    const auto place = m_places.find(name);
+    if (place == m_places.end()) return nullptr;
+    m_asked[place->second] = true;
+    return &m_prim.properties[place->second];
 }
 
 Value* PrimReader::value_of(Property& property) {
@@ -46,10 +46,10 @@ bool PrimReader::check_type(const Property& property, const Value& value, ValueT
     const bool is_right =
         is_right_kind && value.type.components == wanted.components && value.type.is_array == wanted.is_array;
     if (is_right) return true;
-    findings_.record(UsdFindingCode::wrong_attribute_type, property.offset, [&] {
+    m_findings.record(UsdFindingCode::wrong_attribute_type, property.offset, [&] {
         std::string words = wanted.kind == ValueKind::int32 ? "int" : "float";
         if (wanted.components > 1) words += std::to_string(wanted.components);
-        return name_in(property.name, prim_) + " is " + std::string(property.type) + (property.is_array ? "[]" : "") +
+        return name_in(property.name, m_prim) + " is " + std::string(property.type) + (property.is_array ? "[]" : "") +
                ", expected " + words + (wanted.is_array ? "[]" : "");
     });
     return false;
@@ -59,8 +59,8 @@ std::vector<std::uint32_t> PrimReader::take_indices(std::string_view name, std::
     std::vector<std::int32_t> taken = take_array<std::int32_t>(name);
     for (std::size_t i = 0; i < taken.size(); ++i) {
         if (taken[i] >= 0 && static_cast<std::size_t>(taken[i]) < limit) continue;
-        findings_.record(UsdFindingCode::index_out_of_range, place_of(name, i), [&] {
-            return std::to_string(taken[i]) + " of " + std::to_string(limit) + " in " + name_in(name, prim_);
+        m_findings.record(UsdFindingCode::index_out_of_range, place_of(name, i), [&] {
+            return std::to_string(taken[i]) + " of " + std::to_string(limit) + " in " + name_in(name, m_prim);
         });
         return {};
     }
@@ -81,33 +81,33 @@ bool PrimReader::take_bool(std::string_view name, bool otherwise) {
 
 std::string PrimReader::take_name(std::string_view name) {
     if (sds_io::is_utf8(name)) return std::string(name);
-    findings_.record(UsdFindingCode::name_not_utf8, prim_.offset, [&] { return quoted(name); });
+    m_findings.record(UsdFindingCode::name_not_utf8, m_prim.offset, [&] { return quoted(name); });
     return sds_io::from_latin1(name);
 }
 
 std::size_t PrimReader::place_of(std::string_view name) const {
-    const auto place = places_.find(name);
-    return place == places_.end() ? prim_.offset : prim_.properties[place->second].offset;
+    const auto place = m_places.find(name);
+    return place == m_places.end() ? m_prim.offset : m_prim.properties[place->second].offset;
 }
 
 std::size_t PrimReader::place_of(std::string_view name, std::size_t index) const {
-    const auto place = places_.find(name);
-    if (place == places_.end()) return prim_.offset;
-    const Property& property = prim_.properties[place->second];
+    const auto place = m_places.find(name);
+    if (place == m_places.end()) return m_prim.offset;
+    const Property& property = m_prim.properties[place->second];
     if (property.samples && property.samples->values.offset != 0) {
         if (!property.samples->in_file_order) return property.offset;
-        return place_of_scalar(text_, property.samples->values.offset, index);
+        return place_of_scalar(m_text, property.samples->values.offset, index);
     }
-    return property.value ? place_of_scalar(text_, property.value->offset, index) : property.offset;
+    return property.value ? place_of_scalar(m_text, property.value->offset, index) : property.offset;
 }
 
 void PrimReader::record_ignored() {
-    for (std::size_t i = 0; i < asked_.size(); ++i) {
-        const Property& property = prim_.properties[i];
+    for (std::size_t i = 0; i < m_asked.size(); ++i) {
+        const Property& property = m_prim.properties[i];
         const bool has_content = property.value || property.samples || !property.paths.empty();
-        if (asked_[i] || !has_content) continue;
-        findings_.record(UsdFindingCode::ignored_attribute, property.offset,
-                         [&] { return name_in(property.name, prim_); });
+        if (m_asked[i] || !has_content) continue;
+        m_findings.record(UsdFindingCode::ignored_attribute, property.offset,
+                          [&] { return name_in(property.name, m_prim); });
     }
 }
 

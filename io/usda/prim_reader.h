@@ -20,8 +20,8 @@ public:
     /// All three outlive the reader.
     PrimReader(Prim& prim, const std::string& text, UsdFindings& findings);
 
-    Prim& prim() { return prim_; }
-    UsdFindings& findings() { return findings_; }
+    Prim& prim() { return m_prim; }
+    UsdFindings& findings() { return m_findings; }
 
     /// A property that somebody asks for by name is not reported as ignored.
     Property* find(std::string_view name);
@@ -58,11 +58,11 @@ private:
     Value* value_of(Property& property);
     bool check_type(const Property& property, const Value& value, ValueType wanted, bool is_right_kind);
 
-    Prim& prim_;
-    const std::string& text_;
-    UsdFindings& findings_;
-    std::unordered_map<std::string_view, std::size_t> places_;
-    std::vector<bool> asked_;
+    Prim& m_prim;
+    const std::string& m_text;
+    UsdFindings& m_findings;
+    std::unordered_map<std::string_view, std::size_t> m_places;
+    std::vector<bool> m_asked;
 };
 
 /// "'points' of 'prim'" for the detail of a finding.
@@ -122,8 +122,8 @@ Timed<T> PrimReader::take(std::string_view name, std::size_t components, bool is
 template <class T>
 std::vector<T> PrimReader::take_array(std::string_view name, std::size_t components) {
     Timed<T> all = take<T>(name, components, true);
-    if (all.sample_count() > 1) {
-        findings_.record(UsdFindingCode::changing_topology, place_of(name), [&] { return name_in(name, prim_); });
+    if (all.get_sample_count() > 1) {
+        m_findings.record(UsdFindingCode::changing_topology, place_of(name), [&] { return name_in(name, m_prim); });
         all.values.resize(all.ends.front());
     }
     return std::move(all.values);
@@ -135,8 +135,8 @@ Enum PrimReader::take_word(std::string_view name, const std::array<std::string_v
     if (!word) return otherwise;
     const auto known = std::find(words.begin(), words.end(), *word);
     if (known != words.end()) return static_cast<Enum>(known - words.begin());
-    findings_.record(UsdFindingCode::unknown_token, place_of(name),
-                     [&] { return std::string(name) + " = " + quoted(*word); });
+    m_findings.record(UsdFindingCode::unknown_token, place_of(name),
+                      [&] { return std::string(name) + " = " + quoted(*word); });
     return otherwise;
 }
 

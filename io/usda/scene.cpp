@@ -19,7 +19,7 @@ bool is_arc(const Metadatum& entry) {
     const std::string_view key = entry.key;
     const bool is_named = key == "references" || key == "payload" || key == "inherits" || key == "specializes" ||
                           key == "subLayers" || key == "clips";
-    return is_named && entry.op != ListOp::remove && entry.op != ListOp::reorder && entry.value.scalar_count() != 0;
+    return is_named && entry.op != ListOp::remove && entry.op != ListOp::reorder && entry.value.get_scalar_count() != 0;
 }
 
 /// The paths of an arc that stays within the layer; none of others.
@@ -42,7 +42,7 @@ Timed<double> take_or(PrimReader& reader, std::string_view name, std::vector<dou
 
 class SceneReader {
 public:
-    SceneReader(Layer& layer, UsdFindings& findings) : layer_(layer), findings_(findings) {}
+    SceneReader(Layer& layer, UsdFindings& findings) : m_layer(layer), m_findings(findings) {}
 
     UsdScene read();
 
@@ -69,7 +69,7 @@ private:
     void read_stage();
     std::optional<double> stage_number(std::string_view key) const;
     void collect_targets(const Prim& prim, const std::string& path);
-    bool is_target(const std::string& path) const { return targets_.contains(path); }
+    bool is_target(const std::string& path) const { return m_targets.contains(path); }
     bool leads_to_target(const std::string& path) const;
     void record_arcs(const Prim& prim, bool are_near_too);
     bool take_arcs(const Prim& prim, std::uint32_t node, const std::string& path);
@@ -81,57 +81,57 @@ private:
     void resolve_targets();
     std::vector<UsdPrimvar> add_primvars(PrimReader& reader, std::vector<UsdPrimvar> inherited);
 
-    Layer& layer_;
-    UsdFindings& findings_;
-    UsdScene scene_;
-    std::set<std::string> targets_;
-    std::vector<Arc> arcs_;
-    std::vector<Prototypes> prototypes_;
+    Layer& m_layer;
+    UsdFindings& m_findings;
+    UsdScene m_scene;
+    std::set<std::string> m_targets;
+    std::vector<Arc> m_arcs;
+    std::vector<Prototypes> m_prototypes;
 };
 
 std::optional<double> SceneReader::stage_number(std::string_view key) const {
-    const Metadatum* entry = layer_.root.find_metadatum(key);
+    const Metadatum* entry = m_layer.root.find_metadatum(key);
     return entry == nullptr ? std::nullopt : entry->value.number();
 }
 
 void SceneReader::read_stage() {
-    scene_.nodes.emplace_back();
-    if (const Metadatum* axis = layer_.root.find_metadatum("upAxis")) {
+    m_scene.nodes.emplace_back();
+    if (const Metadatum* axis = m_layer.root.find_metadatum("upAxis")) {
         const auto word = axis->value.string().value_or("");
-        scene_.up_axis = word == "Z" ? UpAxis::z : UpAxis::y;
+        m_scene.up_axis = word == "Z" ? UpAxis::z : UpAxis::y;
         if (word != "Z" && word != "Y")
-            findings_.record(UsdFindingCode::unknown_token, axis->offset, [&] { return "upAxis = " + quoted(word); });
+            m_findings.record(UsdFindingCode::unknown_token, axis->offset, [&] { return "upAxis = " + quoted(word); });
     }
-    if (const Metadatum* prim = layer_.root.find_metadatum("defaultPrim"))
-        scene_.default_prim = prim->value.string().value_or("");
-    scene_.meters_per_unit = stage_number("metersPerUnit").value_or(scene_.meters_per_unit);
+    if (const Metadatum* prim = m_layer.root.find_metadatum("defaultPrim"))
+        m_scene.default_prim = prim->value.string().value_or("");
+    m_scene.meters_per_unit = stage_number("metersPerUnit").value_or(m_scene.meters_per_unit);
     // the frames' rate stands for that of the time codes where that is missing
     const auto codes = stage_number("timeCodesPerSecond"), frames = stage_number("framesPerSecond");
-    scene_.time_codes_per_second = codes.value_or(frames.value_or(24.0));
-    scene_.frames_per_second = frames.value_or(24.0);
-    scene_.start_time_code = stage_number("startTimeCode");
-    scene_.end_time_code = stage_number("endTimeCode");
+    m_scene.time_codes_per_second = codes.value_or(frames.value_or(24.0));
+    m_scene.frames_per_second = frames.value_or(24.0);
+    m_scene.start_time_code = stage_number("startTimeCode");
+    m_scene.end_time_code = stage_number("endTimeCode");
 }
 
 void SceneReader::collect_targets(const Prim& prim, const std::string& path) {
     for (const Metadatum& entry : prim.metadata)
-        for (const std::string_view target : targets_of(entry)) targets_.insert(resolve(target, path));
+        for (const std::string_view target : targets_of(entry)) m_targets.insert(resolve(target, path));
     if (prim.type == "PointInstancer")
         if (const Property* prototypes = prim.find_property("prototypes"))
             for (const PathList& list : prototypes->paths)
-                for (const std::string_view target : list.paths) targets_.insert(resolve(target, path));
+                for (const std::string_view target : list.paths) m_targets.insert(resolve(target, path));
     for (const Prim& child : prim.children) collect_targets(child, path + "/" + std::string(child.name));
 }
 
 bool SceneReader::leads_to_target(const std::string& path) const {
-    const auto next = targets_.lower_bound(path + "/");
-    return next != targets_.end() && next->starts_with(path + "/");
+    const auto next = m_targets.lower_bound(path + "/");
+    return next != m_targets.end() && next->starts_with(path + "/");
 }
 
 void SceneReader::record_arcs(const Prim& prim, bool are_near_too) {
     for (const Metadatum& entry : prim.metadata)
         if (is_arc(entry) && (are_near_too || targets_of(entry).empty()))
-            findings_.record_each(UsdFindingCode::composition_arc, entry.offset, std::string(entry.key));
+            m_findings.record_each(UsdFindingCode::composition_arc, entry.offset, std::string(entry.key));
 }
 
 /// Keeps the arcs that stay within the layer and tells of the others. Returns whether there are any.
@@ -140,11 +140,11 @@ bool SceneReader::take_arcs(const Prim& prim, std::uint32_t node, const std::str
     const bool is_mesh = prim.find_property("points") != nullptr;
     record_arcs(prim, is_mesh);
     if (is_mesh) return false;
-    const std::size_t before = arcs_.size();
+    const std::size_t before = m_arcs.size();
     for (const Metadatum& entry : prim.metadata)
         for (const std::string_view target : targets_of(entry))
-            arcs_.push_back({node, resolve(target, path), entry.offset, entry.key});
-    return arcs_.size() > before;
+            m_arcs.push_back({node, resolve(target, path), entry.offset, entry.key});
+    return m_arcs.size() > before;
 }
 
 /// Meshes below inherit what is constant; the prim's own stand before those of its ancestors.
@@ -160,8 +160,8 @@ std::vector<UsdPrimvar> SceneReader::add_primvars(PrimReader& reader, std::vecto
         };
         if (std::any_of(property.metadata.begin(), property.metadata.end(), is_said)) {
             reader.find(std::string(property.name) + ":indices");
-            findings_.record(UsdFindingCode::ignored_primvar, property.offset,
-                             [&] { return name_in(property.name, reader.prim()); });
+            m_findings.record(UsdFindingCode::ignored_primvar, property.offset,
+                              [&] { return name_in(property.name, reader.prim()); });
         } else if (auto primvar = read_primvar(reader, property, {})) {
             inherited.push_back(std::move(*primvar));
         }
@@ -173,26 +173,26 @@ void SceneReader::read_places(PrimReader& reader, std::uint32_t node, const std:
     std::optional<UsdInstancer> instancer = read_instancer(reader);
     if (!instancer) return;
     instancer->node = node;
-    Prototypes& prototypes = prototypes_.emplace_back();
-    prototypes.instancer = scene_.instancers.size();
+    Prototypes& prototypes = m_prototypes.emplace_back();
+    prototypes.instancer = m_scene.instancers.size();
     prototypes.offset = reader.place_of("prototypes");
     for (const PathList& list : reader.find("prototypes")->paths)
         for (const std::string_view target : list.paths) prototypes.targets.push_back(resolve(target, path));
-    scene_.instancers.push_back(std::move(*instancer));
+    m_scene.instancers.push_back(std::move(*instancer));
 }
 
 void SceneReader::read_contents(PrimReader& reader, std::uint32_t node, const std::string& path,
                                 const std::vector<UsdPrimvar>& inherited) {
     Prim& prim = reader.prim();
     if (prim.type == "Mesh") {
-        if (auto mesh = read_mesh(reader, *layer_.text, inherited)) {
+        if (auto mesh = read_mesh(reader, *m_layer.text, inherited)) {
             mesh->node = node;
             mesh->line = prim.offset;
-            scene_.meshes.push_back(std::move(*mesh));
+            m_scene.meshes.push_back(std::move(*mesh));
         }
     } else if (prim.type == "Camera") {
-        scene_.cameras.push_back(read_camera(reader));
-        scene_.cameras.back().node = node;
+        m_scene.cameras.push_back(read_camera(reader));
+        m_scene.cameras.back().node = node;
     } else if (prim.type == "PointInstancer") {
         read_places(reader, node, path);
     }
@@ -201,7 +201,7 @@ void SceneReader::read_contents(PrimReader& reader, std::uint32_t node, const st
 /// What a prim says itself of what an arc within the layer brings, beyond its place.
 void SceneReader::record_overrides(PrimReader& reader) {
     const auto record = [&](std::size_t offset, const std::string& what) {
-        findings_.record(UsdFindingCode::ignored_override, offset, [&] { return what; });
+        m_findings.record(UsdFindingCode::ignored_override, offset, [&] { return what; });
     };
     for (const Property& property : reader.prim().properties) {
         const bool is_followed = property.name.starts_with("xformOp") || property.name == "visibility" ||
@@ -222,21 +222,21 @@ void SceneReader::visit(Prim& prim, const Way& way, const std::vector<UsdPrimvar
     if (!is_asked_for && !leads_to_target(path)) {
         if (prim.specifier != Specifier::over || way.is_optional) return;
         record_arcs(prim, true);
-        findings_.record(UsdFindingCode::undefined_prim, prim.offset, [&] { return quoted(prim.name); });
+        m_findings.record(UsdFindingCode::undefined_prim, prim.offset, [&] { return quoted(prim.name); });
         return;
     }
     const Metadatum* active = prim.find_metadatum("active");
     if (active != nullptr && !active->value.boolean().value_or(true)) return;
     if (!is_known_schema(prim.type))
-        findings_.record_each(UsdFindingCode::unknown_schema, prim.offset, quoted(prim.type));
+        m_findings.record_each(UsdFindingCode::unknown_schema, prim.offset, quoted(prim.type));
 
-    const auto index = static_cast<std::uint32_t>(scene_.nodes.size());
+    const auto index = static_cast<std::uint32_t>(m_scene.nodes.size());
     UsdNode node;
     node.parent = way.parent;
     node.is_hidden = way.is_optional || prim.specifier != Specifier::def;
-    PrimReader reader(prim, *layer_.text, findings_);
-    read_node(reader, scene_.nodes[way.parent], node);
-    scene_.nodes.push_back(std::move(node));
+    PrimReader reader(prim, *m_layer.text, m_findings);
+    read_node(reader, m_scene.nodes[way.parent], node);
+    m_scene.nodes.push_back(std::move(node));
     const bool is_brought = take_arcs(prim, index, path);
     if (is_brought)
         record_overrides(reader);
@@ -251,30 +251,30 @@ void SceneReader::visit(Prim& prim, const Way& way, const std::vector<UsdPrimvar
     const Way below{path, index, !is_asked_for || prim.type == "PointInstancer"};
     for (Prim& child : prim.children)
         if (!is_brought || child.specifier != Specifier::over) visit(child, below, has_primvars ? own : inherited);
-    scene_.nodes[index].end = static_cast<std::uint32_t>(scene_.nodes.size());
+    m_scene.nodes[index].end = static_cast<std::uint32_t>(m_scene.nodes.size());
 }
 
 void SceneReader::resolve_targets() {
-    if (arcs_.empty() && prototypes_.empty()) return;
+    if (m_arcs.empty() && m_prototypes.empty()) return;
     std::unordered_map<std::string, std::uint32_t> nodes;
-    std::vector<std::string> paths(scene_.nodes.size());
-    for (std::uint32_t node = 1; node < scene_.nodes.size(); ++node) {
-        paths[node] = paths[scene_.nodes[node].parent] + "/" + scene_.nodes[node].name;
+    std::vector<std::string> paths(m_scene.nodes.size());
+    for (std::uint32_t node = 1; node < m_scene.nodes.size(); ++node) {
+        paths[node] = paths[m_scene.nodes[node].parent] + "/" + m_scene.nodes[node].name;
         nodes.emplace(paths[node], node);
     }
-    for (const Arc& arc : arcs_) {
+    for (const Arc& arc : m_arcs) {
         const auto found = nodes.find(arc.target);
         const bool holds_itself =
-            found != nodes.end() && found->second <= arc.node && arc.node < scene_.nodes[found->second].end;
+            found != nodes.end() && found->second <= arc.node && arc.node < m_scene.nodes[found->second].end;
         if (found == nodes.end() || holds_itself)
-            findings_.record_each(UsdFindingCode::composition_arc, arc.offset,
-                                  std::string(arc.key) + " to " + quoted(arc.target));
+            m_findings.record_each(UsdFindingCode::composition_arc, arc.offset,
+                                   std::string(arc.key) + " to " + quoted(arc.target));
         else
-            scene_.references.push_back({arc.node, found->second});
+            m_scene.references.push_back({arc.node, found->second});
     }
     std::vector<UsdInstancer> instancers;
-    for (const Prototypes& prototypes : prototypes_) {
-        UsdInstancer& instancer = scene_.instancers[prototypes.instancer];
+    for (const Prototypes& prototypes : m_prototypes) {
+        UsdInstancer& instancer = m_scene.instancers[prototypes.instancer];
         for (const std::string& target : prototypes.targets) {
             const auto found = nodes.find(target);
             if (found != nodes.end()) instancer.prototypes.push_back(found->second);
@@ -282,22 +282,22 @@ void SceneReader::resolve_targets() {
         if (instancer.prototypes.size() == prototypes.targets.size())
             instancers.push_back(std::move(instancer));
         else
-            findings_.record(UsdFindingCode::bad_instancer, prototypes.offset,
-                             [&] { return quoted(paths[instancer.node]) + ": a prototype is not there"; });
+            m_findings.record(UsdFindingCode::bad_instancer, prototypes.offset,
+                              [&] { return quoted(paths[instancer.node]) + ": a prototype is not there"; });
     }
-    scene_.instancers = std::move(instancers);
+    m_scene.instancers = std::move(instancers);
 }
 
 UsdScene SceneReader::read() {
     read_stage();
-    record_arcs(layer_.root, true);
-    for (const Prim& prim : layer_.root.children) collect_targets(prim, "/" + std::string(prim.name));
-    for (Prim& prim : layer_.root.children) visit(prim, {}, {});
-    scene_.nodes[0].end = static_cast<std::uint32_t>(scene_.nodes.size());
+    record_arcs(m_layer.root, true);
+    for (const Prim& prim : m_layer.root.children) collect_targets(prim, "/" + std::string(prim.name));
+    for (Prim& prim : m_layer.root.children) visit(prim, {}, {});
+    m_scene.nodes[0].end = static_cast<std::uint32_t>(m_scene.nodes.size());
     resolve_targets();
-    if (scene_.meshes.empty() && !findings_.has_errors())
-        findings_.record(UsdFindingCode::no_mesh, whole_file, [] { return std::string(); });
-    return std::move(scene_);
+    if (m_scene.meshes.empty() && !m_findings.has_errors())
+        m_findings.record(UsdFindingCode::no_mesh, whole_file, [] { return std::string(); });
+    return std::move(m_scene);
 }
 
 }  // namespace

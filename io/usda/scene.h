@@ -21,7 +21,7 @@ struct Timed {
     std::vector<T> values;          ///< sample after sample
 
     bool is_empty() const { return ends.empty(); }
-    std::size_t sample_count() const { return ends.size(); }
+    std::size_t get_sample_count() const { return ends.size(); }
     std::span<const T> sample(std::size_t i) const {
         const std::size_t first = i == 0 ? 0 : ends[i - 1];
         return {values.data() + first, ends[i] - first};
@@ -32,7 +32,7 @@ struct Timed {
 /// Whether all samples have as many values, so that there is something between two of them.
 template <class T>
 bool has_even_samples(const Timed<T>& timed) {
-    for (std::size_t s = 1; s < timed.sample_count(); ++s)
+    for (std::size_t s = 1; s < timed.get_sample_count(); ++s)
         if (timed.sample(s).size() != timed.sample(0).size()) return false;
     return true;
 }
@@ -107,7 +107,7 @@ struct UsdMesh {
     std::vector<UsdPrimvar> primvars;
     std::vector<UsdSubset> subsets;
 
-    std::size_t point_count() const { return points.is_empty() ? 0 : points.ends.front() / 3; }
+    std::size_t get_point_count() const { return points.is_empty() ? 0 : points.ends.front() / 3; }
 };
 
 /// Lengths are tenths of scene units, as cameras have them there.

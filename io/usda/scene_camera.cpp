@@ -50,7 +50,7 @@ std::vector<double> optics_times(const UsdCamera& camera, const UsdFrame& frame)
     for (const Timed<double>* optics :
          {&camera.focal_length, &camera.horizontal_aperture, &camera.horizontal_aperture_offset,
           &camera.vertical_aperture_offset, &camera.f_stop, &camera.focus_distance})
-        if (optics->sample_count() > 1)
+        if (optics->get_sample_count() > 1)
             for (const double sample : optics->times)
                 times.push_back(std::clamp(sample - frame.time, frame.open, frame.close));
     if (!times.empty()) times.insert(times.end(), {frame.open, frame.close});

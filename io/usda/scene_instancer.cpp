@@ -8,7 +8,7 @@ namespace {
 
 class InstancerReader {
 public:
-    explicit InstancerReader(PrimReader& reader) : reader_(reader) {}
+    explicit InstancerReader(PrimReader& reader) : m_reader(reader) {}
 
     std::optional<UsdInstancer> read();
 
@@ -20,27 +20,27 @@ private:
     template <class T>
     void check_sizes(std::string_view name, const Timed<T>& values, std::size_t stride);
 
-    PrimReader& reader_;
-    UsdInstancer instancer_;
-    bool is_right_ = true;
+    PrimReader& m_reader;
+    UsdInstancer m_instancer;
+    bool m_is_right = true;
 };
 
 void InstancerReader::fail(std::string_view name, const std::string& why) {
-    if (is_right_)
-        reader_.findings().record(UsdFindingCode::bad_instancer, reader_.place_of(name),
-                                  [&] { return name_in(name, reader_.prim()) + ": " + why; });
-    is_right_ = false;
+    if (m_is_right)
+        m_reader.findings().record(UsdFindingCode::bad_instancer, m_reader.place_of(name),
+                                   [&] { return name_in(name, m_reader.prim()) + ": " + why; });
+    m_is_right = false;
 }
 
 Timed<float> InstancerReader::take_reals(std::string_view name, std::size_t components) {
-    Timed<float> values = reader_.take<float>(name, components, true);
+    Timed<float> values = m_reader.take<float>(name, components, true);
     if (!std::all_of(values.values.begin(), values.values.end(), [](float v) { return std::isfinite(v); }))
         fail(name, "NaN or infinite number");
     return values;
 }
 
 Timed<std::int64_t> InstancerReader::take_ids(std::string_view name) {
-    Property* property = reader_.find(name);
+    Property* property = m_reader.find(name);
     if (property == nullptr || (!property->value && !property->samples)) return {};
     const ValueType type = property->samples ? property->samples->values.type : property->value->type;
     const bool is_whole = type.kind == ValueKind::int64 || type.kind == ValueKind::int32;
@@ -52,7 +52,7 @@ Timed<std::int64_t> InstancerReader::take_ids(std::string_view name) {
 /// At every sample of either there is one element per place.
 template <class T>
 void InstancerReader::check_sizes(std::string_view name, const Timed<T>& values, std::size_t stride) {
-    const Timed<std::uint32_t>& places = instancer_.proto_indices;
+    const Timed<std::uint32_t>& places = m_instancer.proto_indices;
     if (values.is_empty() || places.is_empty()) return;
     const auto check = [&](double time) {
         const std::size_t found = values.sample(find_sample(values.times, time).sample).size() / stride;
@@ -65,38 +65,38 @@ void InstancerReader::check_sizes(std::string_view name, const Timed<T>& values,
 }
 
 void InstancerReader::check_prototypes(std::size_t count) {
-    for (const std::uint32_t index : instancer_.proto_indices.values)
+    for (const std::uint32_t index : m_instancer.proto_indices.values)
         if (index >= count)
             return fail("protoIndices", "index " + std::to_string(static_cast<std::int32_t>(index)) + " of " +
                                             std::to_string(count) + " prototypes");
 }
 
 std::optional<UsdInstancer> InstancerReader::read() {
-    Timed<std::int32_t> indices = reader_.take<std::int32_t>("protoIndices", 1, true);
+    Timed<std::int32_t> indices = m_reader.take<std::int32_t>("protoIndices", 1, true);
     // a negative index becomes one that is out of range
-    instancer_.proto_indices = {
+    m_instancer.proto_indices = {
         std::move(indices.times), std::move(indices.ends), {indices.values.begin(), indices.values.end()}};
-    instancer_.positions = take_reals("positions", 3);
-    instancer_.orientations = take_reals("orientations", 4);
-    instancer_.scales = take_reals("scales", 3);
-    instancer_.velocities = take_reals("velocities", 3);
-    instancer_.ids = take_ids("ids");
-    instancer_.invisible_ids = take_ids("invisibleIds");
-    const Property* prototypes = reader_.find("prototypes");
-    reader_.find("extent");  // follows from the places
+    m_instancer.positions = take_reals("positions", 3);
+    m_instancer.orientations = take_reals("orientations", 4);
+    m_instancer.scales = take_reals("scales", 3);
+    m_instancer.velocities = take_reals("velocities", 3);
+    m_instancer.ids = take_ids("ids");
+    m_instancer.invisible_ids = take_ids("invisibleIds");
+    const Property* prototypes = m_reader.find("prototypes");
+    m_reader.find("extent");  // follows from the places
     std::size_t count = 0;
     if (prototypes != nullptr)
         for (const PathList& list : prototypes->paths) count += list.paths.size();
-    if (instancer_.proto_indices.is_empty() || instancer_.positions.is_empty() || count == 0)
+    if (m_instancer.proto_indices.is_empty() || m_instancer.positions.is_empty() || count == 0)
         fail("protoIndices", "prototypes, protoIndices and positions are needed");
     check_prototypes(count);
-    check_sizes("positions", instancer_.positions, 3);
-    check_sizes("orientations", instancer_.orientations, 4);
-    check_sizes("scales", instancer_.scales, 3);
-    check_sizes("velocities", instancer_.velocities, 3);
-    check_sizes("ids", instancer_.ids, 1);
-    if (!is_right_) return std::nullopt;
-    return std::move(instancer_);
+    check_sizes("positions", m_instancer.positions, 3);
+    check_sizes("orientations", m_instancer.orientations, 4);
+    check_sizes("scales", m_instancer.scales, 3);
+    check_sizes("velocities", m_instancer.velocities, 3);
+    check_sizes("ids", m_instancer.ids, 1);
+    if (!m_is_right) return std::nullopt;
+    return std::move(m_instancer);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace {
 
 class MeshReader {
 public:
-    MeshReader(PrimReader& reader, const std::string& text) : reader_(reader), text_(text) {}
+    MeshReader(PrimReader& reader, const std::string& text) : m_reader(reader), m_text(text) {}
 
     std::optional<UsdMesh> read(const std::vector<UsdPrimvar>& inherited);
 
@@ -27,18 +27,18 @@ private:
     void read_primvars(const std::vector<UsdPrimvar>& inherited);
     void read_subset(Prim& child);
 
-    PrimReader& reader_;
-    const std::string& text_;
-    UsdMesh mesh_;
+    PrimReader& m_reader;
+    const std::string& m_text;
+    UsdMesh m_mesh;
 };
 
 bool MeshReader::has_all() {
     for (const std::string_view name : {"points", "faceVertexCounts", "faceVertexIndices"}) {
-        const Property* property = reader_.find(name);
+        const Property* property = m_reader.find(name);
         if (property != nullptr && (property->value || (property->samples && !property->samples->times.empty())))
             continue;
-        reader_.findings().record(UsdFindingCode::missing_attribute, reader_.prim().offset,
-                                  [&] { return name_in(name, reader_.prim()); });
+        m_reader.findings().record(UsdFindingCode::missing_attribute, m_reader.prim().offset,
+                                   [&] { return name_in(name, m_reader.prim()); });
         return false;
     }
     return true;
@@ -46,139 +46,140 @@ bool MeshReader::has_all() {
 
 /// Points or their rates, finite, every sample of one size.
 Timed<float> MeshReader::read_points(std::string_view name) {
-    Timed<float> points = reader_.take<float>(name, 3, true);
-    for (std::size_t s = 1; s < points.sample_count(); ++s)
+    Timed<float> points = m_reader.take<float>(name, 3, true);
+    for (std::size_t s = 1; s < points.get_sample_count(); ++s)
         check_count(name, points.sample(s).size() / 3, "points of the first sample", points.sample(0).size() / 3);
     const auto bad =
         std::find_if(points.values.begin(), points.values.end(), [](float v) { return !std::isfinite(v); });
     if (bad != points.values.end())
-        reader_.findings().record(UsdFindingCode::non_finite_number,
-                                  reader_.place_of(name, static_cast<std::size_t>(bad - points.values.begin())),
-                                  [&] { return name_in(name, reader_.prim()); });
+        m_reader.findings().record(UsdFindingCode::non_finite_number,
+                                   m_reader.place_of(name, static_cast<std::size_t>(bad - points.values.begin())),
+                                   [&] { return name_in(name, m_reader.prim()); });
     return points;
 }
 
 void MeshReader::check_count(std::string_view name, std::size_t found, const char* of, std::size_t wanted) {
     if (found == wanted) return;
-    reader_.findings().record(UsdFindingCode::wrong_count, reader_.place_of(name),
-                              [&] { return name_in(name, reader_.prim()) + ": " + counts_differ(found, of, wanted); });
+    m_reader.findings().record(UsdFindingCode::wrong_count, m_reader.place_of(name), [&] {
+        return name_in(name, m_reader.prim()) + ": " + counts_differ(found, of, wanted);
+    });
 }
 
 void MeshReader::read_counts() {
-    const std::vector<std::int32_t> counts = reader_.take_array<std::int32_t>("faceVertexCounts");
+    const std::vector<std::int32_t> counts = m_reader.take_array<std::int32_t>("faceVertexCounts");
     std::size_t corner_count = 0;
     for (std::size_t f = 0; f < counts.size(); ++f) {
         if (counts[f] < 0) {
-            reader_.findings().record(UsdFindingCode::wrong_count, reader_.place_of("faceVertexCounts", f),
-                                      [&] { return "face of " + std::to_string(counts[f]) + " corners"; });
+            m_reader.findings().record(UsdFindingCode::wrong_count, m_reader.place_of("faceVertexCounts", f),
+                                       [&] { return "face of " + std::to_string(counts[f]) + " corners"; });
             return;
         }
         corner_count += static_cast<std::size_t>(counts[f]);
     }
-    mesh_.counts.assign(counts.begin(), counts.end());
-    mesh_.indices = reader_.take_indices("faceVertexIndices", mesh_.point_count());
-    const bool were_read = !reader_.findings().has_errors();
-    if (were_read) check_count("faceVertexIndices", mesh_.indices.size(), "face-corners", corner_count);
-    if (std::max(mesh_.indices.size(), mesh_.point_count()) >= std::numeric_limits<std::uint32_t>::max())
-        reader_.findings().record(UsdFindingCode::too_many_elements, reader_.prim().offset,
-                                  [&] { return quoted(reader_.prim().name); });
+    m_mesh.counts.assign(counts.begin(), counts.end());
+    m_mesh.indices = m_reader.take_indices("faceVertexIndices", m_mesh.get_point_count());
+    const bool were_read = !m_reader.findings().has_errors();
+    if (were_read) check_count("faceVertexIndices", m_mesh.indices.size(), "face-corners", corner_count);
+    if (std::max(m_mesh.indices.size(), m_mesh.get_point_count()) >= std::numeric_limits<std::uint32_t>::max())
+        m_reader.findings().record(UsdFindingCode::too_many_elements, m_reader.prim().offset,
+                                   [&] { return quoted(m_reader.prim().name); });
 }
 
 void MeshReader::read_topology() {
-    mesh_.points = read_points("points");
-    mesh_.velocities = read_points("velocities");
-    mesh_.accelerations = read_points("accelerations");
-    if (reader_.findings().has_errors()) return;  // what follows would only repeat it
-    if (!mesh_.velocities.is_empty())
-        check_count("velocities", mesh_.velocities.ends.front() / 3, "points", mesh_.point_count());
-    if (!mesh_.accelerations.is_empty())
-        check_count("accelerations", mesh_.accelerations.ends.front() / 3, "points", mesh_.point_count());
+    m_mesh.points = read_points("points");
+    m_mesh.velocities = read_points("velocities");
+    m_mesh.accelerations = read_points("accelerations");
+    if (m_reader.findings().has_errors()) return;  // what follows would only repeat it
+    if (!m_mesh.velocities.is_empty())
+        check_count("velocities", m_mesh.velocities.ends.front() / 3, "points", m_mesh.get_point_count());
+    if (!m_mesh.accelerations.is_empty())
+        check_count("accelerations", m_mesh.accelerations.ends.front() / 3, "points", m_mesh.get_point_count());
     read_counts();
-    mesh_.hole_indices = reader_.take_indices("holeIndices", mesh_.counts.size());
+    m_mesh.hole_indices = m_reader.take_indices("holeIndices", m_mesh.counts.size());
     read_sharpness();
 }
 
 void MeshReader::read_sharpness() {
-    mesh_.crease_indices = reader_.take_indices("creaseIndices", mesh_.point_count());
-    mesh_.crease_lengths = reader_.take_indices("creaseLengths", std::numeric_limits<std::uint32_t>::max());
-    mesh_.crease_sharpnesses = reader_.take_array<float>("creaseSharpnesses");
-    mesh_.corner_indices = reader_.take_indices("cornerIndices", mesh_.point_count());
-    mesh_.corner_sharpnesses = reader_.take_array<float>("cornerSharpnesses");
-    if (reader_.findings().has_errors()) return;
+    m_mesh.crease_indices = m_reader.take_indices("creaseIndices", m_mesh.get_point_count());
+    m_mesh.crease_lengths = m_reader.take_indices("creaseLengths", std::numeric_limits<std::uint32_t>::max());
+    m_mesh.crease_sharpnesses = m_reader.take_array<float>("creaseSharpnesses");
+    m_mesh.corner_indices = m_reader.take_indices("cornerIndices", m_mesh.get_point_count());
+    m_mesh.corner_sharpnesses = m_reader.take_array<float>("cornerSharpnesses");
+    if (m_reader.findings().has_errors()) return;
 
     std::size_t chained = 0, edges = 0;
-    for (std::size_t i = 0; i < mesh_.crease_lengths.size(); ++i) {
-        const std::size_t length = mesh_.crease_lengths[i];
+    for (std::size_t i = 0; i < m_mesh.crease_lengths.size(); ++i) {
+        const std::size_t length = m_mesh.crease_lengths[i];
         if (length < 2)
-            reader_.findings().record(UsdFindingCode::wrong_count, reader_.place_of("creaseLengths", i),
-                                      [&] { return "crease of " + std::to_string(length) + " points"; });
+            m_reader.findings().record(UsdFindingCode::wrong_count, m_reader.place_of("creaseLengths", i),
+                                       [&] { return "crease of " + std::to_string(length) + " points"; });
         chained += length;
         edges += length - std::min<std::size_t>(length, 1);
     }
-    check_count("creaseIndices", mesh_.crease_indices.size(), "points of creases", chained);
-    if (mesh_.crease_sharpnesses.size() != edges)
-        check_count("creaseSharpnesses", mesh_.crease_sharpnesses.size(), "creases", mesh_.crease_lengths.size());
-    check_count("cornerSharpnesses", mesh_.corner_sharpnesses.size(), "corners", mesh_.corner_indices.size());
-    check_sharpnesses("creaseSharpnesses", mesh_.crease_sharpnesses);
-    check_sharpnesses("cornerSharpnesses", mesh_.corner_sharpnesses);
+    check_count("creaseIndices", m_mesh.crease_indices.size(), "points of creases", chained);
+    if (m_mesh.crease_sharpnesses.size() != edges)
+        check_count("creaseSharpnesses", m_mesh.crease_sharpnesses.size(), "creases", m_mesh.crease_lengths.size());
+    check_count("cornerSharpnesses", m_mesh.corner_sharpnesses.size(), "corners", m_mesh.corner_indices.size());
+    check_sharpnesses("creaseSharpnesses", m_mesh.crease_sharpnesses);
+    check_sharpnesses("cornerSharpnesses", m_mesh.corner_sharpnesses);
 }
 
 void MeshReader::check_sharpnesses(std::string_view name, const std::vector<float>& values) {
     const auto record = [&](UsdFindingCode code, auto is_bad) {
         const auto bad = std::find_if(values.begin(), values.end(), is_bad);
         if (bad != values.end())
-            reader_.findings().record(code, reader_.place_of(name, static_cast<std::size_t>(bad - values.begin())),
-                                      [&] { return name_in(name, reader_.prim()); });
+            m_reader.findings().record(code, m_reader.place_of(name, static_cast<std::size_t>(bad - values.begin())),
+                                       [&] { return name_in(name, m_reader.prim()); });
     };
     record(UsdFindingCode::non_finite_number, [](float v) { return std::isnan(v); });
     record(UsdFindingCode::negative_sharpness, [](float v) { return v < 0.0f; });
 }
 
 void MeshReader::read_words() {
-    const auto scheme = reader_.take_string("subdivisionScheme").value_or("catmullClark");
+    const auto scheme = m_reader.take_string("subdivisionScheme").value_or("catmullClark");
     const auto known = std::find(scheme_words.begin(), scheme_words.end(), scheme);
     if (known == scheme_words.end())
-        reader_.findings().record(UsdFindingCode::unsupported_scheme, reader_.place_of("subdivisionScheme"),
-                                  [&] { return quoted(scheme) + " of " + quoted(reader_.prim().name); });
+        m_reader.findings().record(UsdFindingCode::unsupported_scheme, m_reader.place_of("subdivisionScheme"),
+                                   [&] { return quoted(scheme) + " of " + quoted(m_reader.prim().name); });
     else
-        mesh_.scheme = static_cast<SubdivisionScheme>(known - scheme_words.begin());
-    mesh_.interpolate_boundary =
-        reader_.take_word("interpolateBoundary", boundary_words, InterpolateBoundary::edge_and_corner);
-    mesh_.face_varying_linear =
-        reader_.take_word("faceVaryingLinearInterpolation", face_varying_words, FaceVaryingLinear::corners_plus1);
-    mesh_.triangle_rule = reader_.take_word("triangleSubdivisionRule", triangle_words, TriangleRule::catmull_clark);
+        m_mesh.scheme = static_cast<SubdivisionScheme>(known - scheme_words.begin());
+    m_mesh.interpolate_boundary =
+        m_reader.take_word("interpolateBoundary", boundary_words, InterpolateBoundary::edge_and_corner);
+    m_mesh.face_varying_linear =
+        m_reader.take_word("faceVaryingLinearInterpolation", face_varying_words, FaceVaryingLinear::corners_plus1);
+    m_mesh.triangle_rule = m_reader.take_word("triangleSubdivisionRule", triangle_words, TriangleRule::catmull_clark);
     constexpr std::array<std::string_view, 2> orientations{"rightHanded", "leftHanded"};
     enum class Orientation { right, left };
-    mesh_.is_left_handed = reader_.take_word("orientation", orientations, Orientation::right) == Orientation::left;
-    mesh_.is_double_sided = reader_.take_bool("doubleSided", false);
+    m_mesh.is_left_handed = m_reader.take_word("orientation", orientations, Orientation::right) == Orientation::left;
+    m_mesh.is_double_sided = m_reader.take_bool("doubleSided", false);
 }
 
 void MeshReader::note_ignored() {
     for (const std::string_view name : {"normals", "primvars:normals"})
-        if (reader_.find(name) != nullptr)
-            reader_.findings().record(UsdFindingCode::ignored_normals, reader_.place_of(name),
-                                      [&] { return name_in(name, reader_.prim()); });
-    reader_.find("extent");  // follows from the points
-    for (const Property& property : reader_.prim().properties)
-        if (property.name.starts_with("subsetFamily:")) reader_.find(property.name);
+        if (m_reader.find(name) != nullptr)
+            m_reader.findings().record(UsdFindingCode::ignored_normals, m_reader.place_of(name),
+                                       [&] { return name_in(name, m_reader.prim()); });
+    m_reader.find("extent");  // follows from the points
+    for (const Property& property : m_reader.prim().properties)
+        if (property.name.starts_with("subsetFamily:")) m_reader.find(property.name);
 }
 
 void MeshReader::read_primvars(const std::vector<UsdPrimvar>& inherited) {
     std::unordered_set<std::string_view> own;
-    for (Property& property : reader_.prim().properties) {
+    for (Property& property : m_reader.prim().properties) {
         if (!is_primvar(property)) continue;
         own.insert(property.name);
         if (!property.value && !property.samples) continue;
-        const PlaceCounts counts{mesh_.counts.size(), mesh_.point_count(), mesh_.indices.size()};
-        if (auto primvar = read_primvar(reader_, property, counts)) mesh_.primvars.push_back(std::move(*primvar));
+        const PlaceCounts counts{m_mesh.counts.size(), m_mesh.get_point_count(), m_mesh.indices.size()};
+        if (auto primvar = read_primvar(m_reader, property, counts)) m_mesh.primvars.push_back(std::move(*primvar));
     }
     for (const UsdPrimvar& primvar : inherited)
-        if (!own.contains(std::string(primvar_prefix) + primvar.name)) mesh_.primvars.push_back(primvar);
+        if (!own.contains(std::string(primvar_prefix) + primvar.name)) m_mesh.primvars.push_back(primvar);
 }
 
 void MeshReader::read_subset(Prim& child) {
-    UsdFindings& findings = reader_.findings();
-    PrimReader reader(child, text_, findings);
+    UsdFindings& findings = m_reader.findings();
+    PrimReader reader(child, m_text, findings);
     UsdSubset subset;
     const Metadatum* shown = child.find_metadatum("displayName");
     subset.name = reader.take_name(shown == nullptr ? child.name : shown->value.string().value_or(child.name));
@@ -186,7 +187,7 @@ void MeshReader::read_subset(Prim& child) {
     const std::string_view element = reader.take_string("elementType").value_or("face");
     const std::vector<std::int32_t> faces = reader.take_array<std::int32_t>("indices");
     const auto bad = std::find_if(faces.begin(), faces.end(), [&](std::int32_t f) {
-        return f < 0 || static_cast<std::size_t>(f) >= mesh_.counts.size();
+        return f < 0 || static_cast<std::size_t>(f) >= m_mesh.counts.size();
     });
     if (element != "face") {
         findings.record(UsdFindingCode::bad_subset, reader.place_of("elementType"),
@@ -194,11 +195,12 @@ void MeshReader::read_subset(Prim& child) {
     } else if (bad != faces.end()) {
         const std::size_t place = reader.place_of("indices", static_cast<std::size_t>(bad - faces.begin()));
         findings.record(UsdFindingCode::bad_subset, place, [&] {
-            return quoted(child.name) + ": face " + std::to_string(*bad) + " of " + std::to_string(mesh_.counts.size());
+            return quoted(child.name) + ": face " + std::to_string(*bad) + " of " +
+                   std::to_string(m_mesh.counts.size());
         });
     } else {
         subset.faces.assign(faces.begin(), faces.end());
-        mesh_.subsets.push_back(std::move(subset));
+        m_mesh.subsets.push_back(std::move(subset));
     }
     reader.record_ignored();
 }
@@ -208,11 +210,11 @@ std::optional<UsdMesh> MeshReader::read(const std::vector<UsdPrimvar>& inherited
     if (!has_all()) return std::nullopt;
     read_topology();
     note_ignored();
-    if (reader_.findings().has_errors()) return std::nullopt;
+    if (m_reader.findings().has_errors()) return std::nullopt;
     read_primvars(inherited);
-    for (Prim& child : reader_.prim().children)
+    for (Prim& child : m_reader.prim().children)
         if (child.specifier == Specifier::def && child.type == "GeomSubset") read_subset(child);
-    return std::move(mesh_);
+    return std::move(m_mesh);
 }
 
 }  // namespace

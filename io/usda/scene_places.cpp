@@ -34,24 +34,24 @@ void walk_up(const UsdScene& scene, const UsdPlace& place, bool stops, const Vis
 class PlaceValues {
 public:
     PlaceValues(const Timed<float>& timed, std::size_t stride, std::uint32_t place, const UsdFrame& frame, double time)
-        : timed_(timed), first_(stride * place) {
+        : m_timed(timed), m_first(stride * place) {
         const auto at_frame = find_sample(timed.times, frame.time);
-        at_ = find_sample(timed.times, time);
+        m_at = find_sample(timed.times, time);
         const std::size_t count = timed.sample(at_frame.sample).size();
-        if (timed.sample(at_.sample).size() != count) at_ = {at_frame.sample, 0.0};
-        if (at_.share > 0.0 && timed.sample(at_.sample + 1).size() != count) at_.share = 0.0;
+        if (timed.sample(m_at.sample).size() != count) m_at = {at_frame.sample, 0.0};
+        if (m_at.share > 0.0 && timed.sample(m_at.sample + 1).size() != count) m_at.share = 0.0;
     }
-    double share() const { return at_.share; }
-    double before(std::size_t i) const { return static_cast<double>(timed_.sample(at_.sample)[first_ + i]); }
-    double after(std::size_t i) const { return static_cast<double>(timed_.sample(at_.sample + 1)[first_ + i]); }
+    double share() const { return m_at.share; }
+    double before(std::size_t i) const { return static_cast<double>(m_timed.sample(m_at.sample)[m_first + i]); }
+    double after(std::size_t i) const { return static_cast<double>(m_timed.sample(m_at.sample + 1)[m_first + i]); }
     double operator[](std::size_t i) const {
         return share() > 0.0 ? (1.0 - share()) * before(i) + share() * after(i) : before(i);
     }
 
 private:
-    const Timed<float>& timed_;
-    std::size_t first_;
-    SamplePlace at_;
+    const Timed<float>& m_timed;
+    std::size_t m_first;
+    SamplePlace m_at;
 };
 
 /// Scaled, turned and put there.
@@ -85,13 +85,13 @@ class PlaceVisitor {
 public:
     PlaceVisitor(const UsdScene& scene, const UsdFrame& frame,
                  const std::function<void(std::uint32_t, const UsdPlace&)>& visit)
-        : scene_(scene), frame_(frame), visit_(visit) {
+        : m_scene(scene), m_frame(frame), m_visit(visit) {
         for (std::uint32_t n = 1; n < scene.nodes.size(); ++n)
-            if (scene.nodes[n].is_hidden) steps_.push_back({n, Kind::hidden, 0});
+            if (scene.nodes[n].is_hidden) m_steps.push_back({n, Kind::hidden, 0});
         add_steps(scene.meshes, Kind::mesh);
         add_steps(scene.references, Kind::reference);
         add_steps(scene.instancers, Kind::instancer);
-        std::sort(steps_.begin(), steps_.end());
+        std::sort(m_steps.begin(), m_steps.end());
     }
 
     bool visit_all() { return visit_below(0); }
@@ -108,7 +108,7 @@ private:
 
     template <class Items>
     void add_steps(const Items& items, Kind kind) {
-        for (std::uint32_t i = 0; i < items.size(); ++i) steps_.push_back({items[i].node, kind, i});
+        for (std::uint32_t i = 0; i < items.size(); ++i) m_steps.push_back({items[i].node, kind, i});
     }
 
     bool visit_below(std::uint32_t root);
@@ -116,53 +116,55 @@ private:
     bool visit_prototype(const UsdLink& link);
     bool visit_instancer(const UsdInstancer& instancer);
 
-    const UsdScene& scene_;
-    const UsdFrame& frame_;
-    const std::function<void(std::uint32_t, const UsdPlace&)>& visit_;
-    std::vector<Step> steps_;
-    std::vector<UsdLink> links_;  // outermost first
-    std::size_t visited_ = 0;
+    const UsdScene& m_scene;
+    const UsdFrame& m_frame;
+    const std::function<void(std::uint32_t, const UsdPlace&)>& m_visit;
+    std::vector<Step> m_steps;
+    std::vector<UsdLink> m_links;  // outermost first
+    std::size_t m_visited = 0;
 };
 
 bool PlaceVisitor::visit_below(std::uint32_t root) {
-    const std::uint32_t end = scene_.nodes[root].end;
+    const std::uint32_t end = m_scene.nodes[root].end;
     std::uint32_t next = root;  // what lies before has been skipped
-    auto step = std::lower_bound(steps_.begin(), steps_.end(), Step{root, Kind::hidden, 0});
-    for (; step != steps_.end() && step->node < end; ++step) {
+    auto step = std::lower_bound(m_steps.begin(), m_steps.end(), Step{root, Kind::hidden, 0});
+    for (; step != m_steps.end() && step->node < end; ++step) {
         if (step->node < next) continue;
         if (step->kind == Kind::hidden) {
-            if (step->node != root) next = scene_.nodes[step->node].end;
+            if (step->node != root) next = m_scene.nodes[step->node].end;
             continue;
         }
         if (!visit_step(*step)) return false;
-        if (step->kind == Kind::instancer) next = scene_.nodes[step->node].end;
+        if (step->kind == Kind::instancer) next = m_scene.nodes[step->node].end;
     }
     return true;
 }
 
 bool PlaceVisitor::visit_step(const Step& step) {
-    if (!links_.empty() && ++visited_ > max_places) return false;
+    if (!m_links.empty() && ++m_visited > max_places) return false;
     if (step.kind == Kind::mesh) {
-        visit_(step.index, {step.node, {links_.rbegin(), links_.rend()}});
+        m_visit(step.index, {step.node, {m_links.rbegin(), m_links.rend()}});
         return true;
     }
-    if (step.kind == Kind::instancer) return visit_instancer(scene_.instancers[step.index]);
-    const UsdReference& reference = scene_.references[step.index];
-    return visit_prototype({reference.target, reference.node, nullptr, 0, scene_.nodes[reference.node].says_ops});
+    if (step.kind == Kind::instancer) return visit_instancer(m_scene.instancers[step.index]);
+    const UsdReference& reference = m_scene.references[step.index];
+    return visit_prototype({reference.target, reference.node, nullptr, 0, m_scene.nodes[reference.node].says_ops});
 }
 
 bool PlaceVisitor::visit_prototype(const UsdLink& link) {
     const bool is_within_itself =
-        std::any_of(links_.begin(), links_.end(), [&](const UsdLink& outer) { return outer.root == link.root; });
-    if (is_within_itself || links_.size() == max_depth) return true;
-    links_.push_back(link);
+        std::any_of(m_links.begin(), m_links.end(), [&](const UsdLink& outer) { return outer.root == link.root; });
+    if (is_within_itself || m_links.size() == max_depth) return true;
+    m_links.push_back(link);
     const bool is_done = visit_below(link.root);
-    links_.pop_back();
+    m_links.pop_back();
     return is_done;
 }
 
 bool PlaceVisitor::visit_instancer(const UsdInstancer& instancer) {
-    const auto at_frame = [&](const auto& timed) { return timed.sample(find_sample(timed.times, frame_.time).sample); };
+    const auto at_frame = [&](const auto& timed) {
+        return timed.sample(find_sample(timed.times, m_frame.time).sample);
+    };
     const auto indices = at_frame(instancer.proto_indices);
     std::vector<std::int64_t> invisible;
     if (!instancer.invisible_ids.is_empty()) {
@@ -174,7 +176,7 @@ bool PlaceVisitor::visit_instancer(const UsdInstancer& instancer) {
     for (std::uint32_t i = 0; i < indices.size(); ++i) {
         const std::int64_t id = ids.empty() ? i : ids[i];
         if (std::binary_search(invisible.begin(), invisible.end(), id)) continue;
-        if (++visited_ > max_places) return false;
+        if (++m_visited > max_places) return false;
         if (!visit_prototype({instancer.prototypes[indices[i]], instancer.node, &instancer, i, false})) return false;
     }
     return true;

@@ -34,7 +34,7 @@ std::string fault_of(const UsdPrimvar& primvar, const PlaceCounts& mesh) {
     std::string fault = std::visit(
         [&](const auto& values) -> std::string {
             if (values.is_empty()) return "no value";
-            for (std::size_t s = 0; s < values.sample_count(); ++s) {
+            for (std::size_t s = 0; s < values.get_sample_count(); ++s) {
                 const std::size_t count = values.sample(s).size() / stride;
                 fewest = std::min(fewest, count);
                 if (values.sample(s).size() % stride != 0) return "values that are no whole elements";
@@ -44,7 +44,7 @@ std::string fault_of(const UsdPrimvar& primvar, const PlaceCounts& mesh) {
             return {};
         },
         primvar.values);
-    for (std::size_t s = 0; s < primvar.indices.sample_count() && fault.empty(); ++s)
+    for (std::size_t s = 0; s < primvar.indices.get_sample_count() && fault.empty(); ++s)
         if (!is_constant && primvar.indices.sample(s).size() != places)
             fault = counts_differ(primvar.indices.sample(s).size(), ("indices at " + of).c_str(), places);
     for (const std::uint32_t index : primvar.indices.values)
@@ -64,11 +64,12 @@ void note_limits(const UsdPrimvar& primvar, std::size_t offset, PrimReader& read
         reader.findings().record(code, offset,
                                  [&] { return name_in(std::string(primvar_prefix) + primvar.name, reader.prim()); });
     };
-    const bool is_moving = std::visit([](const auto& values) { return values.sample_count() > 1; }, primvar.values) ||
-                           primvar.indices.sample_count() > 1;
+    const bool is_moving =
+        std::visit([](const auto& values) { return values.get_sample_count() > 1; }, primvar.values) ||
+        primvar.indices.get_sample_count() > 1;
     if (std::holds_alternative<Timed<std::string>>(primvar.values)) return note(UsdFindingCode::unused_primvar);
     const bool is_followed = has_reals(primvar) && !is_uv_map(primvar) && !is_display_color(primvar) &&
-                             primvar.indices.sample_count() <= 1 &&
+                             primvar.indices.get_sample_count() <= 1 &&
                              std::visit([](const auto& values) { return has_even_samples(values); }, primvar.values);
     if (is_moving && !is_followed) note(UsdFindingCode::held_primvar);
 }

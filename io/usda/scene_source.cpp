@@ -25,20 +25,20 @@ sds_render::Matrix4 to_matrix(const Matrix4& from) {
 class WaySampler {
 public:
     WaySampler(const UsdScene& scene, const UsdPlace& place, const UsdFrame& frame)
-        : scene_(scene), place_(place), frame_(frame) {}
+        : m_scene(scene), m_place(place), m_frame(frame) {}
 
     void add(double time) {
-        const Matrix4 matrix = place_matrix(scene_, place_, frame_, time);
-        if (!times_.empty()) bridge(times_.back(), matrices_.back(), time, matrix, max_depth);
-        times_.push_back(time);
-        matrices_.push_back(matrix);
+        const Matrix4 matrix = place_matrix(m_scene, m_place, m_frame, time);
+        if (!m_times.empty()) bridge(m_times.back(), m_matrices.back(), time, matrix, max_depth);
+        m_times.push_back(time);
+        m_matrices.push_back(matrix);
     }
 
     Transform finish(double origin) {
         std::vector<sds_render::Matrix4> matrices;
-        for (double& time : times_) time -= origin;
-        for (const Matrix4& matrix : matrices_) matrices.push_back(to_matrix(matrix));
-        return {std::move(times_), std::move(matrices)};
+        for (double& time : m_times) time -= origin;
+        for (const Matrix4& matrix : m_matrices) matrices.push_back(to_matrix(matrix));
+        return {std::move(m_times), std::move(matrices)};
     }
 
 private:
@@ -46,11 +46,11 @@ private:
 
     void bridge(double begin, const Matrix4& first, double end, const Matrix4& last, int depth) {
         const double middle = 0.5 * (begin + end);
-        const Matrix4 real = place_matrix(scene_, place_, frame_, middle);
+        const Matrix4 real = place_matrix(m_scene, m_place, m_frame, middle);
         if (depth == 0 || !(middle > begin && middle < end) || is_straight(first, real, last)) return;
         bridge(begin, first, middle, real, depth - 1);
-        times_.push_back(middle);
-        matrices_.push_back(real);
+        m_times.push_back(middle);
+        m_matrices.push_back(real);
         bridge(middle, real, end, last, depth - 1);
     }
 
@@ -68,11 +68,11 @@ private:
         return off <= tolerance * size;
     }
 
-    const UsdScene& scene_;
-    const UsdPlace& place_;
-    const UsdFrame& frame_;
-    std::vector<double> times_;
-    std::vector<Matrix4> matrices_;
+    const UsdScene& m_scene;
+    const UsdPlace& m_place;
+    const UsdFrame& m_frame;
+    std::vector<double> m_times;
+    std::vector<Matrix4> m_matrices;
 };
 
 /// Of what tells most meshes apart; equal meshes have equal keys.
@@ -115,36 +115,41 @@ class SourceMaker {
 public:
     SourceMaker(const UsdScene& scene, const UsdFrame& frame, const UsdMeshOptions& options, const std::string& file,
                 SceneSource& out)
-        : scene_(scene), frame_(frame), options_(options), file_(file), out_(out), made_(scene.meshes.size(), none) {}
+        : m_scene(scene),
+          m_frame(frame),
+          m_options(options),
+          m_file(file),
+          m_out(out),
+          m_made(scene.meshes.size(), none) {}
 
     std::uint32_t make(std::uint32_t m, const std::string& path) {
-        if (made_[m] == none) made_[m] = find_or_make(m, path);
-        return made_[m];
+        if (m_made[m] == none) m_made[m] = find_or_make(m, path);
+        return m_made[m];
     }
 
 private:
     static constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
 
     std::uint32_t find_or_make(std::uint32_t m, const std::string& path) {
-        const UsdMesh& mesh = scene_.meshes[m];
+        const UsdMesh& mesh = m_scene.meshes[m];
         const std::uint64_t key = key_of(mesh);
-        const auto [first, last] = known_.equal_range(key);
+        const auto [first, last] = m_known.equal_range(key);
         const auto same =
-            std::find_if(first, last, [&](const auto& entry) { return is_same(scene_.meshes[entry.second], mesh); });
-        if (same != last) return made_[same->second];
-        known_.emplace(key, m);
-        const std::string place = file_ + ":" + std::to_string(mesh.line) + ":" + std::to_string(mesh.column);
-        out_.meshes.push_back(make_mesh_source(mesh, path, place, frame_, options_, out_.findings.emplace_back()));
-        return static_cast<std::uint32_t>(out_.meshes.size() - 1);
+            std::find_if(first, last, [&](const auto& entry) { return is_same(m_scene.meshes[entry.second], mesh); });
+        if (same != last) return m_made[same->second];
+        m_known.emplace(key, m);
+        const std::string place = m_file + ":" + std::to_string(mesh.line) + ":" + std::to_string(mesh.column);
+        m_out.meshes.push_back(make_mesh_source(mesh, path, place, m_frame, m_options, m_out.findings.emplace_back()));
+        return static_cast<std::uint32_t>(m_out.meshes.size() - 1);
     }
 
-    const UsdScene& scene_;
-    const UsdFrame& frame_;
-    const UsdMeshOptions& options_;
-    const std::string& file_;
-    SceneSource& out_;
-    std::vector<std::uint32_t> made_;                              // of the scene's meshes
-    std::unordered_multimap<std::uint64_t, std::uint32_t> known_;  // indices of the scene's meshes
+    const UsdScene& m_scene;
+    const UsdFrame& m_frame;
+    const UsdMeshOptions& m_options;
+    const std::string& m_file;
+    SceneSource& m_out;
+    std::vector<std::uint32_t> m_made;                              // of the scene's meshes
+    std::unordered_multimap<std::uint64_t, std::uint32_t> m_known;  // indices of the scene's meshes
 };
 
 }  // namespace

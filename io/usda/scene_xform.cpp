@@ -46,7 +46,7 @@ struct OpValue {
 
 class OpReader {
 public:
-    OpReader(PrimReader& reader, UsdNode& node) : reader_(reader), node_(node) {}
+    OpReader(PrimReader& reader, UsdNode& node) : m_reader(reader), m_node(node) {}
 
     void read();
 
@@ -56,35 +56,35 @@ private:
     bool has_inverse(const UsdXformOp& op) const;
     void fail(std::string_view word, const char* why);
 
-    PrimReader& reader_;
-    UsdNode& node_;
-    std::unordered_map<std::string_view, OpValue> values_;
+    PrimReader& m_reader;
+    UsdNode& m_node;
+    std::unordered_map<std::string_view, OpValue> m_values;
 };
 
 void OpReader::fail(std::string_view word, const char* why) {
-    reader_.findings().record(UsdFindingCode::bad_transform, reader_.place_of("xformOpOrder"),
-                              [&] { return name_in(word, reader_.prim()) + ": " + why; });
+    m_reader.findings().record(UsdFindingCode::bad_transform, m_reader.place_of("xformOpOrder"),
+                               [&] { return name_in(word, m_reader.prim()) + ": " + why; });
 }
 
 OpValue& OpReader::take_value(std::string_view name, const OpKind& kind) {
-    const auto [known, is_new] = values_.try_emplace(name);
+    const auto [known, is_new] = m_values.try_emplace(name);
     OpValue& value = known->second;
     if (!is_new) return value;
-    Timed<double> taken = reader_.take<double>(name, kind.components, false);
+    Timed<double> taken = m_reader.take<double>(name, kind.components, false);
     if (taken.is_empty()) {
         value.fault = "it has no value";
     } else if (!std::all_of(taken.values.begin(), taken.values.end(), [](double v) { return std::isfinite(v); })) {
         value.fault = "NaN or infinite number";
     } else {
-        value.index = static_cast<std::uint32_t>(node_.op_values.size());
-        node_.op_values.push_back(std::move(taken));
+        value.index = static_cast<std::uint32_t>(m_node.op_values.size());
+        m_node.op_values.push_back(std::move(taken));
     }
     return value;
 }
 
 bool OpReader::has_inverse(const UsdXformOp& op) const {
-    const Timed<double>& value = node_.op_values[op.value];
-    for (std::size_t s = 0; s < value.sample_count(); ++s)
+    const Timed<double>& value = m_node.op_values[op.value];
+    for (std::size_t s = 0; s < value.get_sample_count(); ++s)
         if (!inverse(op_matrix(op, value.sample(s)))) return false;
     return true;
 }
@@ -104,18 +104,18 @@ void OpReader::read_op(std::string_view word) {
     op.value = value.index;
     if (op.is_inverted && !value.has_inverse) value.has_inverse = has_inverse(op);
     if (op.is_inverted && !*value.has_inverse) return fail(word, "it has no inverse");
-    node_.ops.push_back(op);
+    m_node.ops.push_back(op);
 }
 
 void OpReader::read() {
-    const Property* order = reader_.find("xformOpOrder");
+    const Property* order = m_reader.find("xformOpOrder");
     if (order == nullptr || !order->value) return;
-    node_.says_ops = true;
+    m_node.says_ops = true;
     const auto* words = std::get_if<std::vector<std::string_view>>(&order->value->data);
     if (words == nullptr) return fail("xformOpOrder", "no list of words");
     // what stands before the reset has no effect
     const auto reset = std::find(words->rbegin(), words->rend(), reset_word);
-    node_.resets_stack = reset != words->rend();
+    m_node.resets_stack = reset != words->rend();
     for (auto word = reset.base(); word != words->end(); ++word) read_op(*word);
 }
 
@@ -130,7 +130,7 @@ Timed<std::uint8_t> read_visibility(PrimReader& reader) {
                                      [&] { return "visibility = " + quoted(word); });
         invisible.values.push_back(word == "invisible");
     }
-    if (invisible.values.size() != invisible.sample_count()) return {};
+    if (invisible.values.size() != invisible.get_sample_count()) return {};
     return invisible;
 }
 

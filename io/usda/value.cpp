@@ -74,7 +74,7 @@ std::optional<ValueType> value_type_of(std::string_view name) {
     return std::nullopt;
 }
 
-std::size_t Value::scalar_count() const {
+std::size_t Value::get_scalar_count() const {
     return std::visit([](const auto& values) { return values.size(); }, data);
 }
 

@@ -51,7 +51,7 @@ struct Value {
     std::size_t offset = 0;  ///< byte of the text where it begins
     Data data;
 
-    std::size_t scalar_count() const;
+    std::size_t get_scalar_count() const;
 
     // The first element; nothing where the value is of another kind.
     std::optional<std::string_view> string() const;

@@ -61,7 +61,7 @@ void ValueParser::append(const ValueType& type, Value& value) {
                 value.data.emplace<std::vector<DictionaryEntry>>();
             return read_dictionary(std::get<std::vector<DictionaryEntry>>(value.data));
         case ValueKind::opaque:
-            lexer_.fail(UsdFindingCode::wrong_value, lexer_.token().offset, "an opaque attribute has no value");
+            m_lexer.fail(UsdFindingCode::wrong_value, m_lexer.token().offset, "an opaque attribute has no value");
         default:
             break;
     }
@@ -77,107 +77,107 @@ void ValueParser::append(const ValueType& type, Value& value) {
 
 template <class T>
 void ValueParser::append_numbers(const ValueType& type, std::vector<T>& values) {
-    lexer_.rewind();
+    m_lexer.rewind();
     if (!type.is_array) {
         read_element(type, values);
     } else {
-        lexer_.expect_char('[', "of an array");
-        const std::size_t needed = values.size() + lexer_.estimate_array_size();
+        m_lexer.expect_char('[', "of an array");
+        const std::size_t needed = values.size() + m_lexer.estimate_array_size();
         if (needed > values.capacity()) values.reserve(std::max(needed, values.size() + values.size() / 2));
-        while (!lexer_.take_char(']')) {
+        while (!m_lexer.take_char(']')) {
             read_element(type, values);
-            if (!lexer_.take_char(',') && lexer_.next_char() != ']') lexer_.fail_expected("',' or ']' in an array");
+            if (!m_lexer.take_char(',') && m_lexer.next_char() != ']') m_lexer.fail_expected("',' or ']' in an array");
         }
     }
-    lexer_.advance();
+    m_lexer.advance();
 }
 
 template <class T>
 void ValueParser::read_element(const ValueType& type, std::vector<T>& values) {
     if (type.kind == ValueKind::boolean) return values.push_back(static_cast<T>(take_boolean()));
-    if (type.components == 1) return values.push_back(lexer_.take_number<T>());
+    if (type.components == 1) return values.push_back(m_lexer.take_number<T>());
     if (type.rows == 1) return read_tuple(type.components, values);
-    lexer_.expect_char('(', "of a matrix");
+    m_lexer.expect_char('(', "of a matrix");
     for (std::size_t row = 0; row < type.rows; ++row) {
-        if (row != 0) lexer_.expect_char(',', "between the rows of a matrix");
+        if (row != 0) m_lexer.expect_char(',', "between the rows of a matrix");
         read_tuple(type.components / std::size_t{type.rows}, values);
     }
-    lexer_.take_char(',');
-    lexer_.expect_char(')', "behind the rows of a matrix");
+    m_lexer.take_char(',');
+    m_lexer.expect_char(')', "behind the rows of a matrix");
 }
 
 template <class T>
 void ValueParser::read_tuple(std::size_t components, std::vector<T>& values) {
-    if (!lexer_.take_char('(')) lexer_.fail_expected("a tuple of " + std::to_string(components));
+    if (!m_lexer.take_char('(')) m_lexer.fail_expected("a tuple of " + std::to_string(components));
     for (std::size_t i = 0; i < components; ++i) {
-        if (i != 0 && !lexer_.take_char(','))
-            lexer_.fail_expected("',' and number " + std::to_string(i + 1) + " of " + std::to_string(components));
-        values.push_back(lexer_.take_number<T>());
+        if (i != 0 && !m_lexer.take_char(','))
+            m_lexer.fail_expected("',' and number " + std::to_string(i + 1) + " of " + std::to_string(components));
+        values.push_back(m_lexer.take_number<T>());
     }
-    lexer_.take_char(',');
-    if (!lexer_.take_char(')')) lexer_.fail_expected("')' behind " + std::to_string(components) + " numbers");
+    m_lexer.take_char(',');
+    if (!m_lexer.take_char(')')) m_lexer.fail_expected("')' behind " + std::to_string(components) + " numbers");
 }
 
 std::int32_t ValueParser::take_boolean() {
-    lexer_.advance();
-    const Token& token = lexer_.token();
+    m_lexer.advance();
+    const Token& token = m_lexer.token();
     const bool is_number = token.kind == TokenKind::number;
     if (token.is("true") || token.is("True") || (is_number && token.text == "1")) return 1;
     if (token.is("false") || token.is("False") || (is_number && token.text == "0")) return 0;
-    lexer_.fail(UsdFindingCode::wrong_value, token.offset, quoted(token.text) + ", expected true or false");
+    m_lexer.fail(UsdFindingCode::wrong_value, token.offset, quoted(token.text) + ", expected true or false");
 }
 
 void ValueParser::append_strings(const ValueType& type, std::vector<std::string_view>& values) {
     const auto read_one = [&] {
-        const Token& token = lexer_.token();
+        const Token& token = m_lexer.token();
         const TokenKind wanted = type.kind == ValueKind::asset ? TokenKind::asset : TokenKind::string;
         if (token.kind != wanted)
-            lexer_.fail(
+            m_lexer.fail(
                 UsdFindingCode::wrong_value, token.offset,
                 quoted(token.text) + (type.kind == ValueKind::asset ? ", expected @...@" : ", expected a string"));
         values.push_back(token.text);
-        lexer_.advance();
+        m_lexer.advance();
     };
     if (!type.is_array) return read_one();
-    if (!lexer_.token().is('[')) lexer_.fail_at_token("'[' of an array");
-    for (lexer_.advance(); !lexer_.token().is(']');) {
+    if (!m_lexer.token().is('[')) m_lexer.fail_at_token("'[' of an array");
+    for (m_lexer.advance(); !m_lexer.token().is(']');) {
         read_one();
-        if (lexer_.token().is(','))
-            lexer_.advance();
-        else if (!lexer_.token().is(']'))
-            lexer_.fail_at_token("',' or ']' in an array");
+        if (m_lexer.token().is(','))
+            m_lexer.advance();
+        else if (!m_lexer.token().is(']'))
+            m_lexer.fail_at_token("',' or ']' in an array");
     }
-    lexer_.advance();
+    m_lexer.advance();
 }
 
 Value ValueParser::read_untyped() {
     Value value;
-    value.offset = lexer_.token().offset;
+    value.offset = m_lexer.token().offset;
     append_untyped(value);
     return value;
 }
 
 void ValueParser::append_untyped(Value& value) {
-    if (lexer_.token().is('{')) {
+    if (m_lexer.token().is('{')) {
         value.type.kind = ValueKind::dictionary;
         if (!std::holds_alternative<std::vector<DictionaryEntry>>(value.data))
             value.data.emplace<std::vector<DictionaryEntry>>();
         return read_dictionary(std::get<std::vector<DictionaryEntry>>(value.data));
     }
-    if (!lexer_.token().is('[')) return append_untyped_element(value);
+    if (!m_lexer.token().is('[')) return append_untyped_element(value);
     value.type.is_array = true;
-    for (lexer_.advance(); !lexer_.token().is(']');) {
+    for (m_lexer.advance(); !m_lexer.token().is(']');) {
         append_untyped_element(value);
-        if (lexer_.token().is(','))
-            lexer_.advance();
-        else if (!lexer_.token().is(']'))
-            lexer_.fail_at_token("',' or ']' in a list");
+        if (m_lexer.token().is(','))
+            m_lexer.advance();
+        else if (!m_lexer.token().is(']'))
+            m_lexer.fail_at_token("',' or ']' in a list");
     }
-    lexer_.advance();
+    m_lexer.advance();
 }
 
 void ValueParser::append_untyped_element(Value& value) {
-    const Token token = lexer_.token();
+    const Token token = m_lexer.token();
     if (token.is('(') || token.kind == TokenKind::number) {
         set_untyped_kind(value, ValueKind::float64);
         auto& numbers = std::get<std::vector<double>>(value.data);
@@ -186,7 +186,7 @@ void ValueParser::append_untyped_element(Value& value) {
         const std::size_t components = numbers.size() - before;
         if (before == 0 && components <= 255) value.type.components = static_cast<std::uint8_t>(components);
         if (components == 0 || components != value.type.components)
-            lexer_.fail(UsdFindingCode::wrong_value, token.offset, "a tuple of " + std::to_string(components));
+            m_lexer.fail(UsdFindingCode::wrong_value, token.offset, "a tuple of " + std::to_string(components));
         return;
     }
     switch (token.kind) {
@@ -201,19 +201,19 @@ void ValueParser::append_untyped_element(Value& value) {
             set_untyped_kind(value, ValueKind::path);
             break;
         default:
-            lexer_.fail_at_token("a value");
+            m_lexer.fail_at_token("a value");
     }
     std::get<std::vector<std::string_view>>(value.data).push_back(token.text);
-    lexer_.advance();
-    if (token.kind == TokenKind::asset && lexer_.token().kind == TokenKind::path) lexer_.advance();
-    if (is_text(value.type.kind) && lexer_.token().is('(')) skip_block('(', ')');
+    m_lexer.advance();
+    if (token.kind == TokenKind::asset && m_lexer.token().kind == TokenKind::path) m_lexer.advance();
+    if (is_text(value.type.kind) && m_lexer.token().is('(')) skip_block('(', ')');
 }
 
 void ValueParser::set_untyped_kind(Value& value, ValueKind kind) {
     if (value.type.kind == kind || (is_text(value.type.kind) && is_text(kind))) return;
-    if (value.type.kind != ValueKind::untyped || value.scalar_count() != 0)
-        lexer_.fail(UsdFindingCode::wrong_value, lexer_.token().offset,
-                    quoted(lexer_.token().text) + " among values of another kind");
+    if (value.type.kind != ValueKind::untyped || value.get_scalar_count() != 0)
+        m_lexer.fail(UsdFindingCode::wrong_value, m_lexer.token().offset,
+                     quoted(m_lexer.token().text) + " among values of another kind");
     value.type.kind = kind;
     if (kind == ValueKind::float64)
         value.data.emplace<std::vector<double>>();
@@ -222,66 +222,66 @@ void ValueParser::set_untyped_kind(Value& value, ValueKind kind) {
 }
 
 void ValueParser::read_untyped_numbers(std::vector<double>& numbers) {
-    if (!lexer_.token().is('(')) {
-        lexer_.rewind();
-        numbers.push_back(lexer_.take_number<double>());
-        return lexer_.advance();
+    if (!m_lexer.token().is('(')) {
+        m_lexer.rewind();
+        numbers.push_back(m_lexer.take_number<double>());
+        return m_lexer.advance();
     }
-    const NestingScope scope(depth_, lexer_);
-    for (lexer_.advance(); !lexer_.token().is(')');) {
+    const NestingScope scope(m_depth, m_lexer);
+    for (m_lexer.advance(); !m_lexer.token().is(')');) {
         read_untyped_numbers(numbers);
-        if (lexer_.token().is(','))
-            lexer_.advance();
-        else if (!lexer_.token().is(')'))
-            lexer_.fail_at_token("',' or ')' in a tuple");
+        if (m_lexer.token().is(','))
+            m_lexer.advance();
+        else if (!m_lexer.token().is(')'))
+            m_lexer.fail_at_token("',' or ')' in a tuple");
     }
-    lexer_.advance();
+    m_lexer.advance();
 }
 
 void ValueParser::skip_block(char open, char close) {
-    const Token start = lexer_.token();
+    const Token start = m_lexer.token();
     std::size_t level = 0;
     do {
-        if (lexer_.token().kind == TokenKind::end)
-            lexer_.fail(UsdFindingCode::unterminated, start.offset, std::string("'") + open + "'");
-        if (lexer_.token().is(open)) ++level;
-        if (lexer_.token().is(close)) --level;
-        lexer_.advance();
+        if (m_lexer.token().kind == TokenKind::end)
+            m_lexer.fail(UsdFindingCode::unterminated, start.offset, std::string("'") + open + "'");
+        if (m_lexer.token().is(open)) ++level;
+        if (m_lexer.token().is(close)) --level;
+        m_lexer.advance();
     } while (level != 0);
 }
 
 void ValueParser::read_dictionary(std::vector<DictionaryEntry>& entries) {
-    if (!lexer_.token().is('{')) lexer_.fail_at_token("'{' of a dictionary");
-    const NestingScope scope(depth_, lexer_);
-    for (lexer_.advance(); !lexer_.token().is('}');) {
-        if (lexer_.token().kind == TokenKind::identifier) {
+    if (!m_lexer.token().is('{')) m_lexer.fail_at_token("'{' of a dictionary");
+    const NestingScope scope(m_depth, m_lexer);
+    for (m_lexer.advance(); !m_lexer.token().is('}');) {
+        if (m_lexer.token().kind == TokenKind::identifier) {
             entries.push_back(read_typed_entry());
             end_statement('}');
             continue;
         }
-        if (lexer_.token().kind != TokenKind::string && lexer_.token().kind != TokenKind::path)
-            lexer_.fail_at_token("an entry of a dictionary or '}'");
-        DictionaryEntry entry{lexer_.token().text, {}};
-        lexer_.advance();
-        if (!lexer_.token().is(':')) lexer_.fail_at_token("':' behind the key");
-        lexer_.advance();
+        if (m_lexer.token().kind != TokenKind::string && m_lexer.token().kind != TokenKind::path)
+            m_lexer.fail_at_token("an entry of a dictionary or '}'");
+        DictionaryEntry entry{m_lexer.token().text, {}};
+        m_lexer.advance();
+        if (!m_lexer.token().is(':')) m_lexer.fail_at_token("':' behind the key");
+        m_lexer.advance();
         entry.value = read_untyped();
         entries.push_back(std::move(entry));
-        if (lexer_.token().is(','))
-            lexer_.advance();
-        else if (!lexer_.token().is('}'))
-            lexer_.fail_at_token("',' or '}' in a dictionary");
+        if (m_lexer.token().is(','))
+            m_lexer.advance();
+        else if (!m_lexer.token().is('}'))
+            m_lexer.fail_at_token("',' or '}' in a dictionary");
     }
-    lexer_.advance();
+    m_lexer.advance();
 }
 
 ValueType ValueParser::read_type() {
-    ValueType type = value_type_of(lexer_.token().text).value_or(ValueType{});
-    lexer_.advance();
-    if (lexer_.token().is('[')) {
-        lexer_.advance();
-        if (!lexer_.token().is(']')) lexer_.fail_at_token("']' of an array type");
-        lexer_.advance();
+    ValueType type = value_type_of(m_lexer.token().text).value_or(ValueType{});
+    m_lexer.advance();
+    if (m_lexer.token().is('[')) {
+        m_lexer.advance();
+        if (!m_lexer.token().is(']')) m_lexer.fail_at_token("']' of an array type");
+        m_lexer.advance();
         type.is_array = true;
     }
     return type;
@@ -289,83 +289,83 @@ ValueType ValueParser::read_type() {
 
 DictionaryEntry ValueParser::read_typed_entry() {
     const ValueType type = read_type();
-    if (lexer_.token().kind != TokenKind::identifier && lexer_.token().kind != TokenKind::string)
-        lexer_.fail_at_token("the key of a dictionary's entry");
-    DictionaryEntry entry{lexer_.token().text, {}};
-    lexer_.advance();
-    if (!lexer_.token().is('=')) lexer_.fail_at_token("'=' behind the key");
-    lexer_.advance();
-    entry.value.offset = lexer_.token().offset;
+    if (m_lexer.token().kind != TokenKind::identifier && m_lexer.token().kind != TokenKind::string)
+        m_lexer.fail_at_token("the key of a dictionary's entry");
+    DictionaryEntry entry{m_lexer.token().text, {}};
+    m_lexer.advance();
+    if (!m_lexer.token().is('=')) m_lexer.fail_at_token("'=' behind the key");
+    m_lexer.advance();
+    entry.value.offset = m_lexer.token().offset;
     append(type, entry.value);
     return entry;
 }
 
 double ValueParser::read_time() {
-    if (lexer_.token().kind != TokenKind::number) lexer_.fail_at_token("a time or '}' of the time samples");
-    lexer_.rewind();
-    const double time = lexer_.take_number<double>();
+    if (m_lexer.token().kind != TokenKind::number) m_lexer.fail_at_token("a time or '}' of the time samples");
+    m_lexer.rewind();
+    const double time = m_lexer.take_number<double>();
     if (!std::isfinite(time))
-        lexer_.fail(UsdFindingCode::not_a_number, lexer_.token().offset, "a time sample at an infinite time");
-    lexer_.advance();
-    if (!lexer_.token().is(':')) lexer_.fail_at_token("':' behind the time");
-    lexer_.advance();
+        m_lexer.fail(UsdFindingCode::not_a_number, m_lexer.token().offset, "a time sample at an infinite time");
+    m_lexer.advance();
+    if (!m_lexer.token().is(':')) m_lexer.fail_at_token("':' behind the time");
+    m_lexer.advance();
     return time;
 }
 
 std::unique_ptr<TimeSamples> ValueParser::read_time_samples(const ValueType& type, UsdFindings& findings) {
-    if (!lexer_.token().is('{')) lexer_.fail_at_token("'{' of the time samples");
+    if (!m_lexer.token().is('{')) m_lexer.fail_at_token("'{' of the time samples");
     auto samples = std::make_unique<TimeSamples>();
-    const std::size_t start = lexer_.token().offset;
+    const std::size_t start = m_lexer.token().offset;
     samples->values.offset = start;
-    for (lexer_.advance(); !lexer_.token().is('}');) {
+    for (m_lexer.advance(); !m_lexer.token().is('}');) {
         const double time = read_time();
-        if (lexer_.token().is("None")) {
-            findings.record(UsdFindingCode::blocked_sample, lexer_.token().offset,
+        if (m_lexer.token().is("None")) {
+            findings.record(UsdFindingCode::blocked_sample, m_lexer.token().offset,
                             [&] { return "time " + std::to_string(time); });
-            lexer_.advance();
+            m_lexer.advance();
         } else {
             append(type, samples->values);
             samples->times.push_back(time);
             if (type.is_array || type.kind == ValueKind::untyped)
-                samples->ends.push_back(samples->values.scalar_count());
+                samples->ends.push_back(samples->values.get_scalar_count());
         }
-        if (lexer_.token().is(','))
-            lexer_.advance();
-        else if (!lexer_.token().is('}'))
-            lexer_.fail_at_token("',' or '}' in the time samples");
+        if (m_lexer.token().is(','))
+            m_lexer.advance();
+        else if (!m_lexer.token().is('}'))
+            m_lexer.fail_at_token("',' or '}' in the time samples");
     }
-    lexer_.advance();
+    m_lexer.advance();
     if (!is_increasing(samples->times) && sort_samples(*samples))
         findings.record(UsdFindingCode::repeated_value, start, [] { return "time samples at one time"; });
     return samples;
 }
 
 void ValueParser::read_paths(std::vector<std::string_view>& paths) {
-    if (lexer_.token().is("None")) return lexer_.advance();
-    const bool is_list = lexer_.token().is('[');
-    if (is_list) lexer_.advance();
-    while (!is_list || !lexer_.token().is(']')) {
-        if (lexer_.token().kind != TokenKind::path) lexer_.fail_at_token("a path");
-        paths.push_back(lexer_.token().text);
-        lexer_.advance();
+    if (m_lexer.token().is("None")) return m_lexer.advance();
+    const bool is_list = m_lexer.token().is('[');
+    if (is_list) m_lexer.advance();
+    while (!is_list || !m_lexer.token().is(']')) {
+        if (m_lexer.token().kind != TokenKind::path) m_lexer.fail_at_token("a path");
+        paths.push_back(m_lexer.token().text);
+        m_lexer.advance();
         if (!is_list) return;
-        if (lexer_.token().is(','))
-            lexer_.advance();
-        else if (!lexer_.token().is(']'))
-            lexer_.fail_at_token("',' or ']' in a list of paths");
+        if (m_lexer.token().is(','))
+            m_lexer.advance();
+        else if (!m_lexer.token().is(']'))
+            m_lexer.fail_at_token("',' or ']' in a list of paths");
     }
-    lexer_.advance();
+    m_lexer.advance();
 }
 
 void ValueParser::read_strings(std::vector<std::string_view>& strings) {
-    append_strings({ValueKind::string, 1, 1, lexer_.token().is('[')}, strings);
+    append_strings({ValueKind::string, 1, 1, m_lexer.token().is('[')}, strings);
 }
 
 void ValueParser::end_statement(char closing) {
-    const Token& token = lexer_.token();
-    if (token.is(';')) return lexer_.advance();
+    const Token& token = m_lexer.token();
+    if (token.is(';')) return m_lexer.advance();
     if (!token.after_newline && !token.is(closing) && token.kind != TokenKind::end)
-        lexer_.fail_at_token("';' or the end of the line");
+        m_lexer.fail_at_token("';' or the end of the line");
 }
 
 }  // namespace sds_usda

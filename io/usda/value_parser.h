@@ -8,24 +8,24 @@ namespace sds_usda {
 /// Counts nesting for as long as it lives; throws where it gets too deep.
 class NestingScope {
 public:
-    NestingScope(unsigned int& depth, const Lexer& lexer) : depth_(depth) {
-        if (depth_ == max_nesting)
+    NestingScope(unsigned int& depth, const Lexer& lexer) : m_depth(depth) {
+        if (m_depth == max_nesting)
             lexer.fail(UsdFindingCode::nested_too_deep, lexer.token().offset, std::to_string(max_nesting) + " levels");
-        ++depth_;
+        ++m_depth;
     }
     NestingScope(const NestingScope&) = delete;
     NestingScope& operator=(const NestingScope&) = delete;
-    ~NestingScope() { --depth_; }
+    ~NestingScope() { --m_depth; }
 
 private:
-    unsigned int& depth_;
+    unsigned int& m_depth;
 };
 
 /// Reads values from the lexer's current token on; afterwards the current token is the one behind the value. Throws
 /// UsdSyntaxError.
 class ValueParser {
 public:
-    ValueParser(Lexer& lexer, unsigned int& depth) : lexer_(lexer), depth_(depth) {}
+    ValueParser(Lexer& lexer, unsigned int& depth) : m_lexer(lexer), m_depth(depth) {}
 
     /// Appends a value of `type` to `value`, whose own type is set; an unknown type is read as untyped.
     void append(const ValueType& type, Value& value);
@@ -70,8 +70,8 @@ private:
     double read_time();
     DictionaryEntry read_typed_entry();
 
-    Lexer& lexer_;
-    unsigned int& depth_;
+    Lexer& m_lexer;
+    unsigned int& m_depth;
 };
 
 }  // namespace sds_usda

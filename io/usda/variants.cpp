@@ -48,7 +48,7 @@ void merge_property(Property& strong, Property&& weak) {
 class PrimMerger {
 public:
     PrimMerger(Prim& prim, std::vector<Prim>&& weaker, UsdFindings& findings)
-        : prim_(prim), weaker_(std::move(weaker)), findings_(findings) {}
+        : m_prim(prim), m_weaker(std::move(weaker)), m_findings(findings) {}
 
     void merge();
 
@@ -59,85 +59,85 @@ private:
     void merge_children();
     void reorder_children(const Reorder& reorder);
 
-    Prim& prim_;
-    std::vector<Prim> weaker_;
-    UsdFindings& findings_;
-    Selections selections_;
+    Prim& m_prim;
+    std::vector<Prim> m_weaker;
+    UsdFindings& m_findings;
+    Selections m_selections;
 };
 
 /// Puts the selected variant last of the weaker opinions; false where there is none.
 bool PrimMerger::select(VariantSet& set) {
-    const auto selection = selections_.find(set.name);
-    if (selection == selections_.end()) {
-        findings_.record(UsdFindingCode::no_selection, set.offset,
-                         [&] { return quoted(set.name) + " of " + quoted(prim_.name); });
+    const auto selection = m_selections.find(set.name);
+    if (selection == m_selections.end()) {
+        m_findings.record(UsdFindingCode::no_selection, set.offset,
+                          [&] { return quoted(set.name) + " of " + quoted(m_prim.name); });
         return false;
     }
     for (Variant& variant : set.variants) {
         if (variant.name != selection->second) continue;
-        weaker_.push_back(std::move(variant.content));
+        m_weaker.push_back(std::move(variant.content));
         return true;
     }
-    findings_.record(UsdFindingCode::unknown_variant, set.offset,
-                     [&] { return quoted(selection->second) + " of " + quoted(set.name); });
+    m_findings.record(UsdFindingCode::unknown_variant, set.offset,
+                      [&] { return quoted(selection->second) + " of " + quoted(set.name); });
     return false;
 }
 
 void PrimMerger::select_variants() {
-    add_selections(prim_, selections_);
-    std::vector<VariantSet> sets = std::move(prim_.variant_sets);
-    prim_.variant_sets.clear();
-    for (Prim& weak : weaker_) {
-        add_selections(weak, selections_);
+    add_selections(m_prim, m_selections);
+    std::vector<VariantSet> sets = std::move(m_prim.variant_sets);
+    m_prim.variant_sets.clear();
+    for (Prim& weak : m_weaker) {
+        add_selections(weak, m_selections);
         append(sets, std::move(weak.variant_sets));
     }
     // A variant may select variants and bring sets of its own, which are taken in turn.
     for (std::size_t i = 0; i < sets.size(); ++i) {
         VariantSet set = std::move(sets[i]);
         if (!select(set)) continue;
-        add_selections(weaker_.back(), selections_);
-        append(sets, std::move(weaker_.back().variant_sets));
+        add_selections(m_weaker.back(), m_selections);
+        append(sets, std::move(m_weaker.back().variant_sets));
     }
 }
 
 void PrimMerger::merge_properties() {
-    Places places = places_of(prim_.properties);
-    for (Prim& weak : weaker_) {
-        if (prim_.type.empty()) prim_.type = weak.type;
-        if (prim_.specifier == Specifier::over) prim_.specifier = weak.specifier;
-        if (prim_.reorders.empty()) prim_.reorders = std::move(weak.reorders);
-        append(prim_.metadata, std::move(weak.metadata));
+    Places places = places_of(m_prim.properties);
+    for (Prim& weak : m_weaker) {
+        if (m_prim.type.empty()) m_prim.type = weak.type;
+        if (m_prim.specifier == Specifier::over) m_prim.specifier = weak.specifier;
+        if (m_prim.reorders.empty()) m_prim.reorders = std::move(weak.reorders);
+        append(m_prim.metadata, std::move(weak.metadata));
         for (Property& property : weak.properties) {
-            const auto [place, is_new] = places.try_emplace(property.name, prim_.properties.size());
+            const auto [place, is_new] = places.try_emplace(property.name, m_prim.properties.size());
             if (is_new)
-                prim_.properties.push_back(std::move(property));
+                m_prim.properties.push_back(std::move(property));
             else
-                merge_property(prim_.properties[place->second], std::move(property));
+                merge_property(m_prim.properties[place->second], std::move(property));
         }
     }
 }
 
 void PrimMerger::merge_children() {
-    Places places = places_of(prim_.children);
-    std::vector<std::vector<Prim>> weaker_children(prim_.children.size());
-    for (Prim& weak : weaker_) {
+    Places places = places_of(m_prim.children);
+    std::vector<std::vector<Prim>> weaker_children(m_prim.children.size());
+    for (Prim& weak : m_weaker) {
         for (Prim& child : weak.children) {
-            const auto [place, is_new] = places.try_emplace(child.name, prim_.children.size());
+            const auto [place, is_new] = places.try_emplace(child.name, m_prim.children.size());
             if (is_new) {
-                prim_.children.push_back(std::move(child));
+                m_prim.children.push_back(std::move(child));
                 weaker_children.emplace_back();
             } else {
                 weaker_children[place->second].push_back(std::move(child));
             }
         }
     }
-    for (std::size_t i = 0; i < prim_.children.size(); ++i)
-        PrimMerger(prim_.children[i], std::move(weaker_children[i]), findings_).merge();
+    for (std::size_t i = 0; i < m_prim.children.size(); ++i)
+        PrimMerger(m_prim.children[i], std::move(weaker_children[i]), m_findings).merge();
 }
 
 /// Every named child takes the unnamed ones behind it along; those before the first named one stay in front.
 void PrimMerger::reorder_children(const Reorder& reorder) {
-    std::vector<Prim>& children = prim_.children;
+    std::vector<Prim>& children = m_prim.children;
     const Places places = places_of(children);
     std::vector<bool> is_named(children.size(), false);
     std::vector<std::size_t> order;
@@ -163,8 +163,8 @@ void PrimMerger::merge() {
     select_variants();
     merge_properties();
     merge_children();
-    if (prim_.reorders.empty()) return;
-    const Reorder& last = prim_.reorders.back();
+    if (m_prim.reorders.empty()) return;
+    const Reorder& last = m_prim.reorders.back();
     if (last.what != "properties") reorder_children(last);  // the order of properties has no meaning
 }
 

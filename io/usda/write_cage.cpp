@@ -42,30 +42,30 @@ FaceVaryingLinear to_rule(SdsMeshMaps::InterpolationMode mode) {
 UsdaCage::UsdaCage(const std::string& name, const sds_model::ControlCage& cage,
                    const std::vector<sds_model::UvSource>& further_uvs, const sds_model::SurfaceModes& modes,
                    std::span<const sds_model::PropertySource> properties)
-    : mesh_{name, cage.positions, cage.polygon_counts, cage.polygon_indices} {
+    : m_mesh{name, cage.positions, cage.polygon_counts, cage.polygon_indices} {
     const bool is_linear = modes.positions == SdsMeshGeometry::InterpolationMode::all_fixed;
-    mesh_.scheme = is_linear ? SubdivisionScheme::bilinear : SubdivisionScheme::catmull_clark;
-    mesh_.interpolate_boundary = to_boundary(modes);
-    mesh_.face_varying_linear = to_rule(modes.uvs);
-    mesh_.triangle_rule = modes.smooth_triangles ? TriangleRule::smooth : TriangleRule::catmull_clark;
+    m_mesh.scheme = is_linear ? SubdivisionScheme::bilinear : SubdivisionScheme::catmull_clark;
+    m_mesh.interpolate_boundary = to_boundary(modes);
+    m_mesh.face_varying_linear = to_rule(modes.uvs);
+    m_mesh.triangle_rule = modes.smooth_triangles ? TriangleRule::smooth : TriangleRule::catmull_clark;
     add_creases(cage);
     for (std::uint32_t f = 0; f < cage.holes.size(); ++f)
-        if (cage.holes[f] != 0) holes_.push_back(f);
-    mesh_.hole_indices = holes_;
+        if (cage.holes[f] != 0) m_holes.push_back(f);
+    m_mesh.hole_indices = m_holes;
     for (std::uint32_t v = 0; v < cage.vertex_sharpness.size(); ++v) {
         if (!(cage.vertex_sharpness[v] > 0.0f)) continue;
-        corner_indices_.push_back(v);
-        corner_sharpnesses_.push_back(cage.vertex_sharpness[v]);
+        m_corner_indices.push_back(v);
+        m_corner_sharpnesses.push_back(cage.vertex_sharpness[v]);
     }
-    mesh_.corner_indices = corner_indices_;
-    mesh_.corner_sharpnesses = corner_sharpnesses_;
+    m_mesh.corner_indices = m_corner_indices;
+    m_mesh.corner_sharpnesses = m_corner_sharpnesses;
     if (cage.has_uvs()) add_uvs("st", cage.uv_points, cage.uv_indices);
     for (const sds_model::UvSource& uvs : further_uvs) add_uvs(uvs.name, uvs.points, uvs.indices);
     if (cage.has_colors()) add_colors(cage);
-    mesh_.properties = properties;
+    m_mesh.properties = properties;
     if (cage.group_names.size() < 2) return;
-    mesh_.polygon_groups = cage.polygon_groups;
-    mesh_.group_names = cage.group_names;
+    m_mesh.polygon_groups = cage.polygon_groups;
+    m_mesh.group_names = cage.group_names;
 }
 
 /// One chain per edge.
@@ -81,27 +81,27 @@ void UsdaCage::add_creases(const sds_model::ControlCage& cage) {
             const float sharpness = is_crease ? infinite : kept;
             const std::uint32_t a = cage.polygon_indices[corner], b = cage.polygon_indices[first + (k + 1) % count];
             if (!(sharpness > 0.0f) || !known.insert(std::minmax(a, b)).second) continue;
-            crease_indices_.insert(crease_indices_.end(), {a, b});
-            crease_lengths_.push_back(2);
-            crease_sharpnesses_.push_back(sharpness);
+            m_crease_indices.insert(m_crease_indices.end(), {a, b});
+            m_crease_lengths.push_back(2);
+            m_crease_sharpnesses.push_back(sharpness);
         }
         first += count;
     }
-    mesh_.crease_indices = crease_indices_;
-    mesh_.crease_lengths = crease_lengths_;
-    mesh_.crease_sharpnesses = crease_sharpnesses_;
+    m_mesh.crease_indices = m_crease_indices;
+    m_mesh.crease_lengths = m_crease_lengths;
+    m_mesh.crease_sharpnesses = m_crease_sharpnesses;
 }
 
 void UsdaCage::add_uvs(const std::string& name, std::span<const float> points, std::span<const std::uint32_t> indices) {
-    mesh_.primvars.push_back({name, "texCoord2f", Interpolation::face_varying, 2, 3, points, indices});
+    m_mesh.primvars.push_back({name, "texCoord2f", Interpolation::face_varying, 2, 3, points, indices});
 }
 
 void UsdaCage::add_colors(const sds_model::ControlCage& cage) {
-    for (const std::uint8_t byte : cage.vertex_colors) colors_.push_back(static_cast<float>(byte) / 255.0f);
+    for (const std::uint8_t byte : cage.vertex_colors) m_colors.push_back(static_cast<float>(byte) / 255.0f);
     const bool is_per_vertex = cage.color_indices.empty();
-    mesh_.primvars.push_back({"displayColor", "color3f",
-                              is_per_vertex ? Interpolation::vertex : Interpolation::face_varying, 3, 4, colors_,
-                              cage.color_indices});
+    m_mesh.primvars.push_back({"displayColor", "color3f",
+                               is_per_vertex ? Interpolation::vertex : Interpolation::face_varying, 3, 4, m_colors,
+                               cage.color_indices});
 }
 
 void write_usda_file(const std::string& path, std::span<const UsdaMesh> meshes, const UsdaStage& stage) {

@@ -22,16 +22,16 @@ public:
     UsdaCage(const UsdaCage&) = delete;
     UsdaCage& operator=(const UsdaCage&) = delete;
 
-    const UsdaMesh& get_mesh() const { return mesh_; }
+    const UsdaMesh& get_mesh() const { return m_mesh; }
 
 private:
     void add_creases(const sds_model::ControlCage& cage);
     void add_uvs(const std::string& name, std::span<const float> points, std::span<const std::uint32_t> indices);
     void add_colors(const sds_model::ControlCage& cage);
 
-    UsdaMesh mesh_;
-    std::vector<std::uint32_t> holes_, crease_indices_, crease_lengths_, corner_indices_;
-    std::vector<float> crease_sharpnesses_, corner_sharpnesses_, colors_;
+    UsdaMesh m_mesh;
+    std::vector<std::uint32_t> m_holes, m_crease_indices, m_crease_lengths, m_corner_indices;
+    std::vector<float> m_crease_sharpnesses, m_corner_sharpnesses, m_colors;
 };
 
 /// Writes a layer, whole or not at all; "-" is standard output. Throws OutputError.

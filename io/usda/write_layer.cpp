@@ -70,7 +70,7 @@ Interpolation interpolation_of(const sds_model::PropertySource& source) {
 
 class LayerWriter {
 public:
-    explicit LayerWriter(const std::function<void(std::string_view)>& write) : write_(write) {}
+    explicit LayerWriter(const std::function<void(std::string_view)>& write) : m_write(write) {}
 
     void write_layer(std::span<const UsdaMesh> meshes, const UsdaStage& stage);
 
@@ -97,24 +97,24 @@ private:
     void write_groups(const UsdaMesh& mesh);
     void flush();
 
-    const std::function<void(std::string_view)>& write_;
-    std::string buffer_;
-    std::string indent_;
+    const std::function<void(std::string_view)>& m_write;
+    std::string m_buffer;
+    std::string m_indent;
 };
 
 void LayerWriter::flush() {
-    if (!buffer_.empty()) write_(buffer_);
-    buffer_.clear();
+    if (!m_buffer.empty()) m_write(m_buffer);
+    m_buffer.clear();
 }
 
 void LayerWriter::text(std::string_view bytes) {
     constexpr std::size_t block = std::size_t{1} << 16;
-    buffer_ += bytes;
-    if (buffer_.size() >= block) flush();
+    m_buffer += bytes;
+    if (m_buffer.size() >= block) flush();
 }
 
 void LayerWriter::line(std::string_view bytes) {
-    text(indent_);
+    text(m_indent);
     text(bytes);
     text("\n");
 }
@@ -145,7 +145,7 @@ void LayerWriter::number(T value) {
 
 template <class T>
 void LayerWriter::array(std::string_view head, std::span<const T> values) {
-    text(indent_);
+    text(m_indent);
     text(head);
     text(" = ");
     tuples(values.size(), 1, [&](std::size_t i, std::size_t) { return values[i]; });
@@ -169,7 +169,7 @@ void LayerWriter::tuples(std::size_t count, std::size_t components, At at) {
 }
 
 void LayerWriter::word(std::string_view head, std::string_view value) {
-    text(indent_);
+    text(m_indent);
     text("uniform token ");
     text(head);
     text(" = ");
@@ -179,18 +179,18 @@ void LayerWriter::word(std::string_view head, std::string_view value) {
 
 void LayerWriter::begin_prim(std::string_view type, const std::string& name, std::unordered_set<std::string>& taken) {
     const std::string made = identifier(name, taken);
-    text(indent_ + "def " + std::string(type) + " \"" + made + "\"");
+    text(m_indent + "def " + std::string(type) + " \"" + made + "\"");
     if (made != name) {
-        text(" (\n" + indent_ + "    displayName = ");
+        text(" (\n" + m_indent + "    displayName = ");
         string(name);
-        text("\n" + indent_ + ")");
+        text("\n" + m_indent + ")");
     }
-    text("\n" + indent_ + "{\n");
-    indent_ += "    ";
+    text("\n" + m_indent + "{\n");
+    m_indent += "    ";
 }
 
 void LayerWriter::end_prim() {
-    indent_.resize(indent_.size() - 4);
+    m_indent.resize(m_indent.size() - 4);
     line("}");
 }
 
@@ -201,7 +201,7 @@ void LayerWriter::write_extent(std::span<const float> points) {
         extent[i % 3] = std::min(extent[i % 3], points[i]);
         extent[3 + i % 3] = std::max(extent[3 + i % 3], points[i]);
     }
-    text(indent_ + "float3[] extent = ");
+    text(m_indent + "float3[] extent = ");
     tuples(2, 3, [&](std::size_t i, std::size_t k) { return extent[3 * i + k]; });
     text("\n");
 }
@@ -221,7 +221,7 @@ void LayerWriter::write_creases(const UsdaMesh& mesh) {
 
 void LayerWriter::write_indices(const std::string& name, std::span<const std::uint32_t> indices, std::size_t gap) {
     if (indices.empty()) return;
-    text(indent_ + "int[] primvars:" + name + ":indices = ");
+    text(m_indent + "int[] primvars:" + name + ":indices = ");
     tuples(indices.size(), 1,
            [&](std::size_t i, std::size_t) { return indices[i] == no_element ? gap : std::size_t{indices[i]}; });
     text("\n");
@@ -231,7 +231,7 @@ void LayerWriter::write_primvar(const UsdaPrimvar& primvar, const std::string& n
     const std::size_t count = (primvar.values.size() + primvar.stride - primvar.components) / primvar.stride;
     const bool has_gaps =
         std::find(primvar.indices.begin(), primvar.indices.end(), no_element) != primvar.indices.end();
-    text(indent_ + primvar.type_name + "[] primvars:" + name + " = ");
+    text(m_indent + primvar.type_name + "[] primvars:" + name + " = ");
     tuples(count + (has_gaps ? 1 : 0), primvar.components,
            [&](std::size_t i, std::size_t k) { return i < count ? primvar.values[i * primvar.stride + k] : 0.0f; });
     text(" (\n");
@@ -263,7 +263,7 @@ void LayerWriter::write_property(const sds_model::PropertySource& source, const 
     const bool is_tuple = type.has_tuples && source.extent >= 2 && source.extent <= 4;
     const std::size_t components = is_tuple ? source.extent : 1;
     const std::string head =
-        indent_ + std::string(type.name) + (is_tuple ? std::to_string(components) : "") + "[] primvars:" + name;
+        m_indent + std::string(type.name) + (is_tuple ? std::to_string(components) : "") + "[] primvars:" + name;
     text(head);
     if (source.times.empty()) {
         text(" = ");
@@ -277,7 +277,7 @@ void LayerWriter::write_property(const sds_model::PropertySource& source, const 
     if (!source.times.empty()) {
         text(head + ".timeSamples = {\n");
         for (std::size_t s = 0; s < source.times.size(); ++s) {
-            text(indent_ + "    ");
+            text(m_indent + "    ");
             number(source.times[s]);
             text(": ");
             write_items(source, s, components);
@@ -311,7 +311,7 @@ void LayerWriter::write_mesh(const UsdaMesh& mesh) {
     word("triangleSubdivisionRule", triangle_words[static_cast<std::size_t>(mesh.triangle_rule)]);
     word("orientation", mesh.is_left_handed ? "leftHanded" : "rightHanded");
     write_extent(mesh.points);
-    text(indent_ + "point3f[] points = ");
+    text(m_indent + "point3f[] points = ");
     tuples(mesh.points.size() / 3, 3, [&](std::size_t i, std::size_t k) { return mesh.points[3 * i + k]; });
     text("\n");
     array("int[] faceVertexCounts", mesh.counts);

@@ -5,7 +5,8 @@
 
 #include "sds/common/control_lanes.h"
 #include "sds/intersection/trace_patch.h"
-#include "sds/mesh/part_bounds.h"
+#include "sds/mesh/cell_net.h"
+#include "sds/mesh/part_kernels/part_kernels.h"
 #include "sds/mesh/ray_index.h"
 #include "sds/mesh/ray_tree_build.h"
 #include "sds/mesh_geometry/patch_arrays.h"
@@ -14,6 +15,22 @@
 namespace sds {
 
 namespace {
+
+// Makes the bounds of all parts the patch's.
+void join(PartBounds& bounds) {
+    float *low = &bounds.low[0][0], *high = &bounds.high[0][0];
+    std::fill_n(low, part_count, *std::min_element(low, low + part_count));
+    std::fill_n(high, part_count, *std::max_element(high, high + part_count));
+}
+
+// Empties the bounds of some parts.
+void clear(PartBounds& bounds, unsigned int parts) {
+    for (; parts != 0; parts &= parts - 1) {
+        const auto part = static_cast<unsigned int>(std::countr_zero(parts));
+        bounds.low[get_part_v(part)][get_part_u(part)] = std::numeric_limits<float>::infinity();
+        bounds.high[get_part_v(part)][get_part_u(part)] = -std::numeric_limits<float>::infinity();
+    }
+}
 
 // False for an empty box, and one that is not finite.
 bool holds_points(const GMathBbox3<double>& box) {
@@ -138,15 +155,15 @@ public:
                 continue;
             }
             for (unsigned int axis = 0; axis < 3; ++axis) {
-                find_bounds(controls.coords[axis], bounds[axis]);
+                m_kernels.find_bounds(controls.coords[axis], bounds[axis]);
                 // Cells larger than parts leave the parts' hulls.
-                if (mesh.get_level() != 0 && mesh.get_cell_level(member.patch) < 2) bounds[axis].join();
+                if (mesh.get_level() != 0 && mesh.get_cell_level(member.patch) < 2) join(bounds[axis]);
             }
         }
         for (unsigned int axis = 0; axis < 3; ++axis) {
             if (keeps_cells) store_corners(item, axis, bounds[axis]);
-            if (missing != 0) bounds[axis].clear(missing);
-            set_boxes(bounds[axis], m_margin, axis, m_index.m_boxes[item]);
+            if (missing != 0) clear(bounds[axis], missing);
+            m_kernels.set_boxes(bounds[axis], m_margin, axis, m_index.m_boxes[item]);
         }
     }
 
@@ -177,6 +194,7 @@ private:
         std::fill(cells + 3 * corner_count, cells + size, 0.0f);
     }
 
+    const PartKernels& m_kernels = get_part_kernels();
     RayIndex& m_index;
     const CoreBasicArray<GMathBbox3<double>>& m_boxes;
     float m_margin;

@@ -12,9 +12,9 @@ struct TreeItem {
     unsigned int patch;
 };
 
-// One leaf per item, of which there is at least one. Reorders the items. Splits where the surface area heuristic says
+// One leaf per item, of which there is at least one. Splits where the surface area heuristic says
 // so (Goldsmith and Salmon 1987), in bins (Wald 2007), always the largest of up to eight boxes. No deeper than
 // RayTree::max_depth for up to 2^20 items.
-void build_ray_tree(CoreArray<TreeItem>& items, CoreArray<RayTreeNode>& nodes);
+void build_ray_tree(const CoreArray<TreeItem>& items, CoreArray<RayTreeNode>& nodes);
 
 }  // namespace sds

@@ -107,20 +107,21 @@ void create_quads(const PolygonNeighbors& polygons, const CoreArray<unsigned int
     }
 }
 
-// Sharp-edge counts, and how many half-edges leave each vertex.
+// Sharp-edge counts, and how many half-edges leave each vertex. Only the halves of parent edges, 0 and 3, can be
+// borders or creases; quads of void polygons have no vertices.
 void count_vertex_edges(const CoreArray<unsigned int>& quad_indices, const EdgesTopology& edges,
                         CoreArray<VertexInfo>& vertex_infos, CoreArray<SdsMeshBase::RingSpan>& rings) {
-    for (unsigned int h = 0; h < quad_indices.get_count(); ++h) {
-        const unsigned int v = quad_indices[h];
-        if (v == none) continue;
-        if (edges.is_border(h)) {
-            vertex_infos[v].raise_sharp_edge_count();
-            const unsigned int end = quad_indices[sds::next_in_quad(h)];
-            if (end != none) vertex_infos[end].raise_sharp_edge_count();
-        } else if (edges.is_crease(h)) {
-            vertex_infos[v].raise_sharp_edge_count();
-        }
-        ++rings[v].count;
+    const auto count_sharp = [&](unsigned int h, unsigned int start, unsigned int end) {
+        if (!edges.is_sharp(h)) return;
+        vertex_infos[start].raise_sharp_edge_count();
+        if (edges.is_border(h)) vertex_infos[end].raise_sharp_edge_count();
+    };
+    for (unsigned int h = 0; h < quad_indices.get_count(); h += 4) {
+        const unsigned int* quad = quad_indices.get_data() + h;
+        if (quad[0] == none) continue;
+        count_sharp(h, quad[0], quad[1]);
+        count_sharp(h + 3, quad[3], quad[0]);
+        for (unsigned int k = 0; k < 4; ++k) ++rings[quad[k]].count;
     }
 }
 
@@ -132,11 +133,12 @@ void fill_rings(const CoreArray<unsigned int>& quad_indices, SubdivisionTopology
         ring.count = 0;
     }
     subdivision.ring_edges.resize(total);
-    for (unsigned int h = 0; h < quad_indices.get_count(); ++h) {
-        const unsigned int v = quad_indices[h];
-        if (v == none) continue;
-        SdsMeshBase::RingSpan& ring = subdivision.vertex_rings[v];
-        subdivision.ring_edges[ring.offset + ring.count++] = h;
+    for (unsigned int first = 0; first < quad_indices.get_count(); first += 4) {
+        if (quad_indices[first] == none) continue;
+        for (unsigned int h = first; h < first + 4; ++h) {
+            SdsMeshBase::RingSpan& ring = subdivision.vertex_rings[quad_indices[h]];
+            subdivision.ring_edges[ring.offset + ring.count++] = h;
+        }
     }
 }
 

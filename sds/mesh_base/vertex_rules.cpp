@@ -37,9 +37,14 @@ void SdsMeshBase::set_corner_vertices_as_fixed(const CoreBasicArray<unsigned int
         };
         while (e < quad_indices.get_count() && !has_border(e)) e += 4;
     }
-    for (; e < quad_indices.get_count(); ++e) {
-        const unsigned int v = quad_indices[e];
-        if (v != none) vertex_infos[v].set_fixed(edges.is_border(e) && edges.is_border(sds::previous_in_quad(e)));
+    for (; e < quad_indices.get_count(); e += 4) {
+        bool is_after_border = edges.is_border(e + 3);
+        for (unsigned int h = e; h < e + 4; ++h) {
+            const bool is_border = edges.is_border(h);
+            if (const unsigned int v = quad_indices[h]; v != none)
+                vertex_infos[v].set_fixed(is_border && is_after_border);
+            is_after_border = is_border;
+        }
     }
 }
 

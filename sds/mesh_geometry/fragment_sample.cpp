@@ -3,7 +3,6 @@
 #include <limits>
 
 #include "qn_ctx/ctx_eval.h"
-#include "sds/common/control_lanes.h"
 #include "sds/common/cubic_basis.h"
 #include "sds/common/point_lanes.h"
 #include "sds/mesh_base/tangent_rules.h"
@@ -18,7 +17,6 @@ using Nets = sds::DerivativeNets<PointLanes>;
 
 namespace {
 
-constexpr double degree = 3.0;
 // Below these shares of the patch's size, and of the product of the derivatives, there is only single-precision
 // rounding.
 constexpr double derivative_noise = 1e-6;
@@ -38,17 +36,10 @@ Vec3d widen(PointLanes p) {
 }
 
 Derivatives evaluate_nets(const Nets& nets, float u, float v) {
-    const sds::CubicBasis<float> cu(u);
-    const sds::CubicBasis<float> cv(v);
-    const sds::QuadraticBasis<float> qu(u);
-    const sds::QuadraticBasis<float> qv(v);
-    PointLanes rows[4];
-    for (unsigned int r = 0; r < 4; ++r) rows[r] = sds::quadratic_sum(qu, nets.u[r][0], nets.u[r][1], nets.u[r][2]);
-    const PointLanes du = sds::cubic_sum(cv, rows[0], rows[1], rows[2], rows[3]);
-    for (unsigned int r = 0; r < 3; ++r)
-        rows[r] = sds::cubic_sum(cu, nets.v[r][0], nets.v[r][1], nets.v[r][2], nets.v[r][3]);
-    const PointLanes dv = sds::quadratic_sum(qv, rows[0], rows[1], rows[2]);
-    return {widen(du) * degree, widen(dv) * degree};
+    Derivatives out;
+    static_assert(sizeof(nets) == 24 * 4 * sizeof(float) && sizeof(out) == 6 * sizeof(double));
+    sds::get_pair_kernels().evaluate_slopes(reinterpret_cast<const float(*)[4]>(&nets), u, v, &out.du[0]);
+    return out;
 }
 
 // The cross product, or zero when the derivatives are parallel.
@@ -75,10 +66,10 @@ struct NetPoint {
     Vec3d position, uu, uv, vv;
 };
 
-NetPoint evaluate_net(const sds::ControlLanes& grid, double u, double v) {
+NetPoint evaluate_net(const PointLanes* controls, double u, double v) {
     NetPoint point;
-    static_assert(sizeof(point) == 12 * sizeof(double));
-    sds::get_pair_kernels().evaluate_net(grid.coords, u, v, &point.position[0]);
+    static_assert(sizeof(PointLanes) == 4 * sizeof(float) && sizeof(point) == 12 * sizeof(double));
+    sds::get_pair_kernels().evaluate_net(reinterpret_cast<const float(*)[4]>(controls), u, v, &point.position[0]);
     return point;
 }
 
@@ -127,6 +118,11 @@ struct LocalPatch {
 
     LocalPatch(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive)
         : origin(load(geometry, mesh, primitive, controls)), nets(controls) {}
+    // At rest, of a surface that is not refined.
+    LocalPatch(const SdsMeshGeometry& geometry, unsigned int primitive)
+        : LocalPatch(geometry, geometry.get_bezier_mesh(), primitive) {
+        replace_with_stored(geometry, primitive, nets);
+    }
     // Of a refined surface; `stored` are 24 vectors.
     LocalPatch(const SdsMeshGeometry& geometry, const SdsBezierMesh& mesh, unsigned int primitive, const Vec3f* stored)
         : origin(load_stored(mesh, primitive, controls)),
@@ -136,7 +132,7 @@ struct LocalPatch {
     }
 
     NetPoint evaluate(double u, double v) const {
-        NetPoint point = evaluate_net(sds::ControlLanes(controls), u, v);
+        NetPoint point = evaluate_net(controls, u, v);
         point.position += origin;
         if (has_exact_nets) set_second_derivatives(nets, u, v, point);
         return point;
@@ -156,16 +152,14 @@ private:
     }
 };
 
-// The patch at rest.
+// The patch at rest. It is too large to be copied on its way.
 LocalPatch compute_resting(const SdsMeshGeometry& geometry, unsigned int primitive) {
     if (geometry.is_refined()) {
         Vec3f nets[24];
         geometry.get_bezier_tangents(primitive, nets);
         return {geometry, geometry.get_bezier_mesh(), primitive, nets};
     }
-    LocalPatch patch(geometry, geometry.get_bezier_mesh(), primitive);
-    replace_with_stored(geometry, primitive, patch.nets);
-    return patch;
+    return {geometry, primitive};
 }
 
 // The patch of the surface as it stands in `mesh`, which moves.
@@ -236,14 +230,16 @@ void SdsMeshGeometry::compute_fragment_sample(const CtxEval& ctx, const Geometry
         sample.set_smoothing(at.position, moved.get_geometric_normal(), moved.get_geometric_dndu(),
                              moved.get_geometric_dndv());
     } else {
+        // The smoothing part is the same at rest.
         init(patch, patch.evaluate(fragment.u, fragment.v), sample);
-        sample.set_smoothing(sample.get_geometric_position(), sample.get_geometric_normal(),
-                             sample.get_geometric_dndu(), sample.get_geometric_dndv());
     }
 
     Vec3f velocities[16];
-    if (get_bezier_velocities(fragment, velocities))
-        sample.set_geometric_position_dt(evaluate_net(sds::ControlLanes(velocities), fragment.u, fragment.v).position);
+    if (get_bezier_velocities(fragment, velocities)) {
+        PointLanes lanes[16];
+        for (unsigned int i = 0; i < 16; ++i) lanes[i] = PointLanes(velocities[i]);
+        sample.set_geometric_position_dt(evaluate_net(lanes, fragment.u, fragment.v).position);
+    }
 }
 
 SdsMeshGeometry::LimitPoint SdsMeshGeometry::compute_limit_point(const LimitPlace& place) const {

@@ -107,13 +107,13 @@ void expect_finite(const BuiltSurface& surface) {
     const CtxShader shader;
     EXPECT_TRUE(std::isfinite(surface.geometry.estimate_area(CtxEval(shader), {})));
     const GMathBbox3<double> box = surface.mesh.get_bbox();
-    if (surface.quad_count() != 0) {
+    if (surface.get_quad_count() != 0) {
         EXPECT_TRUE(box.get_min().is_finite() && box.get_max().is_finite());
     }
 
     const double size = (box.get_max() - box.get_min()).length();
-    const unsigned int step = 1 + surface.quad_count() / 20;
-    for (unsigned int q = 0; q < surface.quad_count(); q += step)
+    const unsigned int step = 1 + surface.get_quad_count() / 20;
+    for (unsigned int q = 0; q < surface.get_quad_count(); q += step)
         for (const double u : {0.0, 0.3, 1.0})
             for (const double v : {0.0, 0.7, 1.0}) {
                 Vec3d position;

@@ -45,7 +45,7 @@ struct Everything {
         const CtxEval ctx(shader, &thread);
         GeometrySample sample;
         double heat;
-        for (unsigned int q = 0; q < surface->quad_count(); ++q) {
+        for (unsigned int q = 0; q < surface->get_quad_count(); ++q) {
             surface->mesh.compute_fragment_sample(ctx, {q, 0.5, 0.5, 0.5, 0}, sample);
             property->evaluate(ctx, {q, 0.5, 0.5, 0, 0}, 0, &heat, nullptr, nullptr, nullptr, 1);
         }

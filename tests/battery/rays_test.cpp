@@ -47,7 +47,8 @@ TEST(BatteryRays, EndInAHitThatCanBeOrInNone) {
                 GeometryRaytraceData data;
                 data.kernel_family = family;
                 GeometryRaytraceCtx range(&ray, 1, data);
-                for (unsigned int q = 0; q < surface.quad_count(); ++q) surface.mesh.intersect_primitive(ctx, q, range);
+                for (unsigned int q = 0; q < surface.get_quad_count(); ++q)
+                    surface.mesh.intersect_primitive(ctx, q, range);
                 ASSERT_EQ(ray.hit.primitive != 0xFFFFFFFF, each.hits);
                 if (!each.hits) continue;
                 GeometrySample sample;

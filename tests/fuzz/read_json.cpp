@@ -25,7 +25,7 @@ void sds_fuzz::read_json_bytes(const std::uint8_t* data, std::size_t size) {
     try {
         for (const PropertySource& source : read_properties_text(text, "fuzz.json", cage)) {
             require(source.samples.size() == std::max<std::size_t>(source.times.size(), 1));
-            for (const std::uint32_t index : source.indices) require(index < source.item_count());
+            for (const std::uint32_t index : source.indices) require(index < source.get_item_count());
         }
     } catch (const InputError&) {
     }

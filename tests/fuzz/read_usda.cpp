@@ -29,11 +29,12 @@ void check_samples(const Timed<T>& timed) {
 
 void check_mesh(const UsdMesh& mesh) {
     check_samples(mesh.points);
-    for (std::size_t s = 0; s < mesh.points.sample_count(); ++s)
-        require(mesh.points.sample(s).size() == 3 * mesh.point_count());
+    for (std::size_t s = 0; s < mesh.points.get_sample_count(); ++s)
+        require(mesh.points.sample(s).size() == 3 * mesh.get_point_count());
     require(std::accumulate(mesh.counts.begin(), mesh.counts.end(), std::size_t{0}) == mesh.indices.size());
-    require(are_below(mesh.indices, mesh.point_count()) && are_below(mesh.hole_indices, mesh.counts.size()));
-    require(are_below(mesh.crease_indices, mesh.point_count()) && are_below(mesh.corner_indices, mesh.point_count()));
+    require(are_below(mesh.indices, mesh.get_point_count()) && are_below(mesh.hole_indices, mesh.counts.size()));
+    require(are_below(mesh.crease_indices, mesh.get_point_count()) &&
+            are_below(mesh.corner_indices, mesh.get_point_count()));
     require(mesh.corner_indices.size() == mesh.corner_sharpnesses.size());
     for (const UsdSubset& subset : mesh.subsets) require(are_below(subset.faces, mesh.counts.size()));
     for (const UsdPrimvar& primvar : mesh.primvars) {
@@ -81,7 +82,7 @@ void check_source(const UsdScene& scene) {
         for (const std::vector<float>& sample : source.meshes[m].motion.samples)
             require(sample.size() == cage.positions.size());
         for (const sds_model::PropertySource& property : source.meshes[m].properties)
-            require(are_below(property.indices, property.item_count()) &&
+            require(are_below(property.indices, property.get_item_count()) &&
                     property.samples.size() == std::max<std::size_t>(property.times.size(), 1));
     }
     for (const UsdCamera& camera : scene.cameras) try {
@@ -97,7 +98,7 @@ void sds_fuzz::read_usda_bytes(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     const UsdSceneResult read = read_usd_scene(text);
     require(read.scene.has_value() != read.findings.has_errors());
-    for (const UsdFinding& finding : read.findings.entries()) {
+    for (const UsdFinding& finding : read.findings.get_entries()) {
         require(finding.count > 0 && !to_text(finding, "fuzz.usda").empty());
         require((finding.line == 0) == (finding.offset == whole_file) && finding.line <= size + 1);
     }

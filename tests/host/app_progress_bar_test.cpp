@@ -106,4 +106,17 @@ TEST(AppTerminalProgress, WritesALineAnIntervalOffATerminal) {
     EXPECT_FALSE(given_up.back().starts_with("build: 100%")) << "what an exception leaves is not done";
 }
 
+TEST(AppTerminalProgress, WritesAPercentageOnce) {
+    std::FILE* file = std::tmpfile();
+    {
+        AppTerminalProgress bar(file, "build", std::chrono::milliseconds(0));
+        const AppProgressTask task(&bar, "steps", 1.0f);
+        for (unsigned int i = 1; i <= 128; ++i) bar.set_value(static_cast<float>((i + 1) / 2) / 64.0f);
+    }
+    const std::vector<std::string> lines = read_lines(file);
+    ASSERT_EQ(lines.size(), 66u) << "the end is said again";
+    for (unsigned int i = 0; i <= 64; ++i)
+        EXPECT_TRUE(lines[i].starts_with("build: " + std::to_string(i * 100 / 64) + "% after ")) << lines[i];
+}
+
 }  // namespace

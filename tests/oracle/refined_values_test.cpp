@@ -175,7 +175,7 @@ TEST(RefinedValues, MapsFollowSharpnessAsTheLibraryDoes) {
             const BuiltSurface surface(cage.mesh, options);
             const SdsMeshMaps::RefinedMap* map = surface.maps.get_uv_map(0).refined.get();
             ASSERT_EQ(map == nullptr, mode == UvMode::all_fixed);
-            const unsigned int count = map != nullptr ? map->get_patch_count() : surface.quad_count();
+            const unsigned int count = map != nullptr ? map->get_patch_count() : surface.get_quad_count();
             double worst = 0.0, worst_derivative = 0.0;
             for (unsigned int p = 0; p < count; ++p) {
                 if (map != nullptr && map->get_places().get_patch(p).is_leaf()) continue;

@@ -163,7 +163,7 @@ TEST(Refinement, PointsOfAllLevelsEqualUniformRefinement) {
                 turns = std::move(fine_turns);
                 std::swap(values, next);
             }
-            EXPECT_LE(worst / cage.mesh.diagonal(), 1e-14);
+            EXPECT_LE(worst / cage.mesh.get_diagonal(), 1e-14);
         }
     EXPECT_GT(compared, 20000u);
 }
@@ -201,7 +201,7 @@ TEST(Refinement, SharedEdgesHaveTheSameBitsAcrossLevels) {
                 self(self, a, steps - 1);
                 self(self, b, steps - 1);
             };
-            for (unsigned int p = 0; p < surface.patch_count(); ++p)
+            for (unsigned int p = 0; p < surface.get_patch_count(); ++p)
                 for (unsigned int k = 0; k < 4; ++k) {
                     Piece edge;
                     const unsigned int places[4] = {4 * k, 4 * k + 1, 4 * ((k + 1) & 3u) + 3, 4 * ((k + 1) & 3u)};
@@ -248,7 +248,7 @@ TEST(Refinement, PlacesCoverEveryQuadOnceAndLeadBack) {
                         EXPECT_EQ(back.turns, at.turns);
                     }
             }
-            const std::vector<unsigned int> offsets = cage.mesh.polygon_offsets();
+            const std::vector<unsigned int> offsets = cage.mesh.get_polygon_offsets();
             const unsigned int hole_quads = cage.mesh.is_all_quads() ? 1 : cage.mesh.counts[1];
             const unsigned int hole = cage.mesh.is_all_quads() ? 1 : offsets[1];
             EXPECT_EQ(area, places.get_quad_count() - hole_quads);
@@ -311,8 +311,8 @@ TEST(Refinement, LeavesConvergeAtTheKnownRates) {
             const RefinedSurface surface(cage, row.depth);
             const RefinedErrors errors = measure_refined(surface, OpenSubdivOracle(cage, 10));
             const double quads = surface.topology.get_places().get_quad_count();
-            EXPECT_NEAR(surface.patch_count() / quads, row.patches, 0.02 * row.patches);
-            EXPECT_NEAR(surface.support_count() / quads, row.support, 0.02 * row.support + 0.05);
+            EXPECT_NEAR(surface.get_patch_count() / quads, row.patches, 0.02 * row.patches);
+            EXPECT_NEAR(surface.get_support_count() / quads, row.support, 0.02 * row.support + 0.05);
             EXPECT_LE(errors.leaf_distance, 1.2 * row.distance);
             EXPECT_LE(errors.normals.percentile99, 1.2 * row.normal99);
         }
@@ -326,7 +326,7 @@ TEST(Refinement, StopsAndCapsStayNearTheLimit) {
         const TaggedCage cage = tag_cage(mesh);
         const RefinedErrors errors = expect_limit(cage, OpenSubdivOracle(cage, 10), 8, 1e-4);
         EXPECT_LE(errors.leaf_distance, 1e-5);
-        EXPECT_LT(RefinedSurface(cage, 8, 1e-4).patch_count(), 0.8 * RefinedSurface(cage, 5).patch_count());
+        EXPECT_LT(RefinedSurface(cage, 8, 1e-4).get_patch_count(), 0.8 * RefinedSurface(cage, 5).get_patch_count());
     }
     for (const auto& [s, bound] : {std::pair(1.0f, 5.0e-3), std::pair(2.0f, 4.7e-3), std::pair(5.0f, 6.9e-4)}) {
         TaggedCage cage = tag_cage(make_torus(8, 6));

@@ -89,7 +89,7 @@ TEST(Normals, IrregularCornersHaveTheLimitNormal) {
         const DoubleSurface twin(cage, surface);
         const OpenSubdivOracle oracle(cage);
         const PatchClasses classes = classify_patches(surface.context());
-        for (unsigned int e = 0; e < 4 * surface.quad_count(); ++e) {
+        for (unsigned int e = 0; e < 4 * surface.get_quad_count(); ++e) {
             const SdsMeshBase::VertexLocalTopology& fan = surface.geometry.get_local_topologies()[e];
             if (!fan.closed || fan.valence == 4 || classes.near_dart[surface.base.get_quad_indices()[e]] != 0) continue;
             const PatchPlace place = place_on_edge(sds::corner_of(e), 0.0);

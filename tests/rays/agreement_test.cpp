@@ -45,7 +45,7 @@ protected:
         const CtxShader shader;
         const CtxEval ctx(shader, nullptr);
         const auto identity = GMathMatrix4x4<double>::scale(1.0, 1.0, 1.0);
-        const double least_area = 1e-8 * surface.diagonal() * surface.diagonal();
+        const double least_area = 1e-8 * surface.get_diagonal() * surface.get_diagonal();
         std::uint64_t without_area = 0;
         HitAgreement agreement = compare_hits(
             oracle, [&](GeometryRay& ray, unsigned int worker) { tracer.trace(ray, worker); }, rays_per_level,

@@ -8,7 +8,6 @@
 #include <limits>
 #include <random>
 #include <set>
-#include <thread>
 
 #include "oracles/built_surface.h"
 #include "qn_sys/sys_thread.h"
@@ -98,7 +97,7 @@ TEST(Renderer, LayersOfRefinedSurfacesAreOnTheQuads) {
                         sample.get_geometric_position()[c], 1e-5)
                 << "pixel " << i;
     }
-    EXPECT_EQ(quads.size(), surface.quad_count());
+    EXPECT_EQ(quads.size(), surface.get_quad_count());
 }
 
 TEST(Renderer, ThreadsAndPacketsDoNotChangeThePicture) {
@@ -296,24 +295,11 @@ TEST(Renderer, ACameraThatGoesAlongSeesAStillPicture) {
     EXPECT_GT(partial, 20u);
 }
 
-class SlowCloud : public SphereCloud {
-public:
-    using SphereCloud::intersect_primitive;
-    using SphereCloud::SphereCloud;
-    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
-                             GeometryRaytraceCtx& rays) const override {
-        ++offer_count;
-        std::this_thread::sleep_for(std::chrono::milliseconds(60));
-        SphereCloud::intersect_primitive(ctx, primitive, rays);
-    }
-    mutable unsigned int offer_count = 0;
-};
-
 TEST(Renderer, SlowRaysDoNotKeepACancelledPictureGoing) {
     class CancelledBar : public AppProgressBar {
         bool is_cancelled() override { return true; }
     };
-    const SlowCloud cloud({{{0, 0, 0}, 1.0}});
+    const render_test::CountingCloud cloud({{{0, 0, 0}, 1.0}}, std::chrono::milliseconds(60));
     const SceneOf scene(cloud);
     RenderOptions options;
     options.samples = 1;

@@ -11,6 +11,7 @@
 namespace sds_render {
 namespace {
 
+using render_test::CountingCloud;
 using render_test::Expected;
 using render_test::find_nearest;
 using render_test::FlatGrid;
@@ -20,19 +21,6 @@ using render_test::SceneOf;
 using render_test::SphereCloud;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
-
-// Counts how often it is offered to a ray.
-class CountingCloud : public SphereCloud {
-public:
-    using SphereCloud::intersect_primitive;
-    using SphereCloud::SphereCloud;
-    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
-                             GeometryRaytraceCtx& rays) const override {
-        ++offer_count;
-        SphereCloud::intersect_primitive(ctx, primitive, rays);
-    }
-    mutable unsigned int offer_count = 0;
-};
 
 TEST(Scene, OffersTheFirstOfEqualPrimitivesOnly) {
     std::vector<render_test::Sphere> spheres(100);

@@ -1,8 +1,10 @@
 // Geometry objects whose hits have closed forms.
 #pragma once
 
+#include <chrono>
 #include <limits>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "qn_geometry/geometry_object.h"
@@ -72,6 +74,24 @@ private:
     GeometryPointCloud m_cloud;
     GMathTimeSampling m_sampling;
     std::vector<Vec3> m_offsets;
+};
+
+// Counts how often it is offered to a ray, and takes its time.
+class CountingCloud : public SphereCloud {
+public:
+    explicit CountingCloud(std::vector<Sphere> spheres, std::chrono::milliseconds delay = {})
+        : SphereCloud(std::move(spheres)), m_delay(delay) {}
+    using SphereCloud::intersect_primitive;
+    void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
+                             GeometryRaytraceCtx& rays) const override {
+        ++offer_count;
+        std::this_thread::sleep_for(m_delay);
+        SphereCloud::intersect_primitive(ctx, primitive, rays);
+    }
+    mutable unsigned int offer_count = 0;
+
+private:
+    std::chrono::milliseconds m_delay;
 };
 
 struct Expected {

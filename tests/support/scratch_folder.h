@@ -11,13 +11,13 @@ class ScratchFolder {
 public:
     ScratchFolder() {
         std::string name = (std::filesystem::temp_directory_path() / "qn_cli_test_XXXXXX").string();
-        folder_ = mkdtemp(name.data());
+        m_folder = mkdtemp(name.data());
     }
-    ~ScratchFolder() { std::filesystem::remove_all(folder_); }
+    ~ScratchFolder() { std::filesystem::remove_all(m_folder); }
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-    std::string path(const std::string& name) const { return (folder_ / name).string(); }
+    std::string path(const std::string& name) const { return (m_folder / name).string(); }
 
     std::string write(const std::string& name, const std::string& bytes) const {
         std::ofstream(path(name), std::ios::binary) << bytes;
@@ -30,9 +30,9 @@ public:
     }
 
     std::size_t file_count() const {
-        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder_), {}));
+        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(m_folder), {}));
     }
 
 private:
-    std::filesystem::path folder_;
+    std::filesystem::path m_folder;
 };

@@ -30,7 +30,7 @@ TEST(BrokenUsda, EachIsRefusedAtItsLineAndColumn) {
         const std::string name = entry.path().stem().string();
         const UsdSceneResult result = read_usd_scene(contents_of(entry.path()));
         std::string found;
-        for (const UsdFinding& finding : result.findings.entries()) found += to_text(finding, name) + "\n";
+        for (const UsdFinding& finding : result.findings.get_entries()) found += to_text(finding, name) + "\n";
         EXPECT_EQ(found, expected[name]);
         EXPECT_FALSE(result.scene) << name;
         ++count;
@@ -51,7 +51,7 @@ TEST(BrokenUsda, NoCutIsTooMuch) {
             const UsdSceneResult result = read_usd_scene(text);
             ASSERT_EQ(result.scene.has_value(), !result.findings.has_errors()) << at;
             const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
-            for (const UsdFinding& finding : result.findings.entries()) ASSERT_LE(finding.line, lines + 1) << at;
+            for (const UsdFinding& finding : result.findings.get_entries()) ASSERT_LE(finding.line, lines + 1) << at;
         }
     }
     EXPECT_FALSE(read_usd_scene(whole.substr(0, last_brace)).scene);
@@ -63,9 +63,9 @@ TEST(BrokenUsda, FindingsAreBounded) {
         text += "def Kind" + std::to_string(i) + " \"p" + std::to_string(i) +
                 "\" { float primvars:x = 1 (interpolation = \"vertex\") }\n";
     const UsdSceneResult result = read_usd_scene(text);
-    EXPECT_EQ(result.findings.entries().size(), UsdFindings::max_details + 2);  // primvars and no mesh
+    EXPECT_EQ(result.findings.get_entries().size(), UsdFindings::max_details + 2);  // primvars and no mesh
     std::uint64_t count = 0;
-    for (const UsdFinding& finding : result.findings.entries())
+    for (const UsdFinding& finding : result.findings.get_entries())
         if (finding.code == UsdFindingCode::unknown_schema) count += finding.count;
     EXPECT_EQ(count, 1000u);
 }

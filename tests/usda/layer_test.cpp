@@ -20,7 +20,7 @@ using testing::IsEmpty;
 
 Layer layer_of(const std::string& text) {
     LayerResult result = read_layer("#usda 1.0\n" + text);
-    for (const UsdFinding& finding : result.findings.entries())
+    for (const UsdFinding& finding : result.findings.get_entries())
         if (severity_of(finding.code) == UsdSeverity::error) ADD_FAILURE() << to_text(finding, "layer") << "\n" << text;
     return result.layer ? std::move(*result.layer) : Layer{};
 }
@@ -123,7 +123,7 @@ TEST(UsdaText, EveryTypeHasItsShape) {
         const Value& value = parsed.property().value.value();
         EXPECT_EQ(value.type.kind, kinds.at(kind)) << type;
         EXPECT_EQ(value.type.components, components) << type;
-        EXPECT_EQ(value.scalar_count(), static_cast<std::size_t>(scalars)) << type;
+        EXPECT_EQ(value.get_scalar_count(), static_cast<std::size_t>(scalars)) << type;
         EXPECT_EQ(value.type.is_array, type.ends_with("[]")) << type;
     }
     EXPECT_TRUE(lines.eof());
@@ -137,11 +137,11 @@ TEST(UsdaLayer, KeepsEveryKindOfStatement) {
     EXPECT_EQ(layer.root.find_metadatum("comment")->value.string(), "What it is");
     EXPECT_EQ(layer.root.find_metadatum("upAxis")->value.string(), "Z");
     EXPECT_EQ(number("metersPerUnit"), 0.01);
-    EXPECT_EQ(layer.root.find_metadatum("subLayers")->value.scalar_count(), 2u);
+    EXPECT_EQ(layer.root.find_metadatum("subLayers")->value.get_scalar_count(), 2u);
     const auto& data = std::get<std::vector<DictionaryEntry>>(layer.root.find_metadatum("customLayerData")->value.data);
     ASSERT_EQ(data.size(), 2u);
     const auto& more = std::get<std::vector<DictionaryEntry>>(data[1].value.data);
-    EXPECT_EQ(more.at(0).value.scalar_count(), 2u);
+    EXPECT_EQ(more.at(0).value.get_scalar_count(), 2u);
     EXPECT_EQ(more.at(1).key, "quoted key");
     EXPECT_EQ(layer.root.find_metadatum("relocates")->value.type.kind, ValueKind::dictionary);
     EXPECT_THAT(layer.root.reorders.at(0).names, ElementsAre("World", "_c"));
@@ -151,7 +151,7 @@ TEST(UsdaLayer, KeepsEveryKindOfStatement) {
     const Prim& world = layer.root.children[1];
     EXPECT_EQ(world.specifier, Specifier::over);
     EXPECT_EQ(world.metadata.at(0).op, ListOp::prepend);
-    EXPECT_EQ(world.metadata.at(0).value.scalar_count(), 2u);
+    EXPECT_EQ(world.metadata.at(0).value.get_scalar_count(), 2u);
     EXPECT_EQ(world.metadata.at(1).op, ListOp::remove);
     EXPECT_TRUE(world.find_metadatum("payload")->is_none);
     EXPECT_EQ(world.children.at(0).type, "Scope");
@@ -192,7 +192,7 @@ std::string outline_with_variants(const std::string& text, std::size_t finding_c
     Layer layer = layer_of(text);
     UsdFindings findings;
     apply_variants(layer, findings);
-    EXPECT_EQ(findings.entries().size(), finding_count) << text;
+    EXPECT_EQ(findings.get_entries().size(), finding_count) << text;
     return outline(layer.root);
 }
 

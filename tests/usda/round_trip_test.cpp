@@ -17,7 +17,7 @@ UsdScene through_text(const std::vector<UsdaMesh>& meshes, const UsdaStage& stag
     std::string text;
     write_usda(meshes, stage, [&](std::string_view bytes) { text += bytes; });
     UsdSceneResult result = read_usd_scene(text);
-    for (const UsdFinding& finding : result.findings.entries()) ADD_FAILURE() << to_text(finding, "written");
+    for (const UsdFinding& finding : result.findings.get_entries()) ADD_FAILURE() << to_text(finding, "written");
     return result.scene.value_or(UsdScene{});
 }
 

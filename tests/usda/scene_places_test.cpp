@@ -56,7 +56,7 @@ TEST(ScenePlaces, WhatIsBroughtStandsWhereItsCopiesWould) {
                                copy(" = (0, 1, 0)", "(0.5, 0.5, 0.5, 0.5)", "(1, 2, 3)", whole) +
                                copy(" = (0, 0, 1)", "(0, 0, 0, 1)", "(2, 2, 2)", own) + "}";
     const UsdSceneResult found = read_usd_scene(brought), expected = read_usd_scene(copies);
-    for (const UsdFinding& finding : found.findings.entries()) ADD_FAILURE() << to_text(finding, "brought");
+    for (const UsdFinding& finding : found.findings.get_entries()) ADD_FAILURE() << to_text(finding, "brought");
     ASSERT_TRUE(found.scene && expected.scene);
     for (const UsdFrame& frame : {UsdFrame{1.0}, UsdFrame{1.0, -0.5, 2.0}}) {
         const SceneSource a = make_scene_source(*found.scene, frame, refined, "layer"),
@@ -114,7 +114,7 @@ TEST(ScenePlaces, InstancersHaveVelocitiesAndLimits) {
     for (const auto& [text, code] : broken) {
         const UsdSceneResult result = read(text);
         ASSERT_TRUE(result.scene) << text;
-        const auto& entries = result.findings.entries();
+        const auto& entries = result.findings.get_entries();
         EXPECT_TRUE(std::any_of(entries.begin(), entries.end(), [&](const UsdFinding& f) {
             return f.code == code && f.line > 1;
         })) << text;

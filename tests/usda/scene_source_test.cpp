@@ -60,7 +60,7 @@ constexpr UsdMeshOptions refined{sds_model::FractionalSharpness::exact, true};
 
 MeshSource read_one(const std::string& text, const UsdFrame& frame = {}) {
     const UsdSceneResult read = read_usd_scene(text);
-    for (const UsdFinding& finding : read.findings.entries())
+    for (const UsdFinding& finding : read.findings.get_entries())
         EXPECT_NE(severity_of(finding.code), UsdSeverity::error) << to_text(finding, "layer");
     if (!read.scene) return make_arrays();
     SceneSource source = make_scene_source(*read.scene, frame, refined, "layer");
@@ -327,9 +327,9 @@ TEST(SceneSource, PrimvarsMove) {
                              "float[] primvars:ragged.timeSamples = { 10: [1, 2], 14: [1, 2, 3] }\n}";
     const UsdSceneResult read = read_usd_scene(text);
     ASSERT_TRUE(read.scene);
-    ASSERT_EQ(read.findings.entries().size(), 1u);
-    EXPECT_EQ(read.findings.entries()[0].code, UsdFindingCode::held_primvar);
-    EXPECT_EQ(read.findings.entries()[0].count, 2u);  // step and ragged
+    ASSERT_EQ(read.findings.get_entries().size(), 1u);
+    EXPECT_EQ(read.findings.get_entries()[0].code, UsdFindingCode::held_primvar);
+    EXPECT_EQ(read.findings.get_entries()[0].count, 2u);  // step and ragged
     const MeshSource moving = read_one(text, {12.5, -1.0, 3.0}), still = read_one(text, {12.5});
     ASSERT_EQ(moving.properties.size(), 4u);
     EXPECT_EQ(moving.properties[0].times, (std::vector<double>{-1.0, 1.5, 3.0}));

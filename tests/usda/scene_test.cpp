@@ -27,7 +27,7 @@ public:
     template <class T>
     void timed(std::string_view name, const Timed<T>& values) {
         list(std::string(name) + " times", values.times);
-        for (std::size_t i = 0; i < values.sample_count(); ++i) list(name, values.sample(i));
+        for (std::size_t i = 0; i < values.get_sample_count(); ++i) list(name, values.sample(i));
     }
     template <class... Words>
     void line(const Words&... words) {
@@ -69,7 +69,7 @@ void add_mesh(Dump& dump, const UsdScene& scene, const UsdMesh& mesh) {
 
 std::string describe(const UsdSceneResult& result) {
     Dump dump;
-    for (const UsdFinding& finding : result.findings.entries())
+    for (const UsdFinding& finding : result.findings.get_entries())
         dump.line("finding", to_name(finding.code), finding.count);
     if (!result.scene) return dump.text();
     const UsdScene& scene = *result.scene;

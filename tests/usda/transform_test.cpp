@@ -48,8 +48,8 @@ Point by_matrix(const Matrix4& m, const Point& p) {
 
 UsdScene scene_of(const std::string& text, std::size_t finding_count = 0) {
     UsdSceneResult result = read_usd_scene("#usda 1.0\n" + text);
-    EXPECT_EQ(result.findings.entries().size(), finding_count) << text;
-    for (const UsdFinding& finding : result.findings.entries())
+    EXPECT_EQ(result.findings.get_entries().size(), finding_count) << text;
+    for (const UsdFinding& finding : result.findings.get_entries())
         if (finding_count == 0) ADD_FAILURE() << to_text(finding, "scene");
     EXPECT_TRUE(result.scene);
     return result.scene.value_or(UsdScene{});
@@ -113,7 +113,7 @@ TEST(UsdTransforms, OpsApplyFromTheLastToTheFirst) {
     expect_motion(scene, scene.meshes[0].node, 0, inner);
     expect_motion(scene, scene.meshes.at(1).node, 0, [](Point p) { return p; });
     EXPECT_THAT(transform_times(scene, scene.meshes[0].node), IsEmpty());
-    EXPECT_EQ(world_transform(scene, scene.meshes[0].node).sample_count(), 1u);
+    EXPECT_EQ(world_transform(scene, scene.meshes[0].node).get_sample_count(), 1u);
 }
 
 TEST(UsdTransforms, SamplesAreInterpolated) {
@@ -128,7 +128,7 @@ TEST(UsdTransforms, SamplesAreInterpolated) {
     expect_motion(scene, node, 15, at(5, 90, 90));
     expect_motion(scene, node, 99, at(10, 90, 0));
     const Timed<double> all = world_transform(scene, node);
-    ASSERT_EQ(all.sample_count(), 4u);
+    ASSERT_EQ(all.get_sample_count(), 4u);
     const Matrix4 third = world_matrix(scene, node, 18);
     EXPECT_TRUE(std::equal(third.begin(), third.end(), all.sample(2).begin()));
 }

@@ -23,9 +23,10 @@ void print_depth(const TaggedCage& cage, const OpenSubdivOracle& oracle, unsigne
     const RefinedErrors errors = measure_refined(surface, oracle);
     const double quads = surface.topology.get_places().get_quad_count();
     std::printf("| %s | %u | %u | %.2f | %.2f | %.1e | %.1e | %.1e | %.4f | %.3f | %.2f |\n", cage.mesh.name.c_str(),
-                depth, surface.patch_count(), surface.patch_count() / quads, surface.support_count() / quads,
-                errors.leaf_distance, std::max(errors.leaf_position, errors.regular), errors.mean_position,
-                errors.normals.mean, errors.normals.percentile99, errors.normals.worst);
+                depth, surface.get_patch_count(), surface.get_patch_count() / quads,
+                surface.get_support_count() / quads, errors.leaf_distance,
+                std::max(errors.leaf_position, errors.regular), errors.mean_position, errors.normals.mean,
+                errors.normals.percentile99, errors.normals.worst);
     std::fflush(stdout);
 }
 
@@ -35,7 +36,7 @@ void print_regular_row(const TaggedCage& cage, const std::string& name) {
     for (const unsigned int depth : regular_depths) {
         const RefinedSurface surface(cage, depth);
         size_t regular = 0;
-        for (unsigned int p = 0; p < surface.patch_count(); ++p)
+        for (unsigned int p = 0; p < surface.get_patch_count(); ++p)
             regular += surface.topology.get_places().get_patch(p).is_leaf() ? 0 : 1;
         const RefinedErrors errors = measure_refined(surface, oracle, 4);
         if (regular != 0)

@@ -56,7 +56,7 @@ Note to_note(const sds_usda::UsdFinding& finding) {
 CageFile read_usda_cage(std::string_view text, bool is_refined) {
     const sds_usda::UsdSceneResult read = sds_usda::read_usd_scene(std::string(text));
     CageFile file;
-    for (const sds_usda::UsdFinding& finding : read.findings.entries()) file.notes.push_back(to_note(finding));
+    for (const sds_usda::UsdFinding& finding : read.findings.get_entries()) file.notes.push_back(to_note(finding));
     if (!read.scene) return file;
     Findings findings;
     file.cage = make_cage(*read.scene, is_refined, file_name, findings);

@@ -114,7 +114,7 @@ py::tuple to_arrays(const sds_usda::CameraWay& way) {
 
 py::list to_list(const sds_usda::UsdFindings& findings, const std::string& file) {
     py::list list;
-    for (const sds_usda::UsdFinding& finding : findings.entries()) {
+    for (const sds_usda::UsdFinding& finding : findings.get_entries()) {
         std::string place = file;
         if (finding.line != 0) place += ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column);
         py::dict entry;

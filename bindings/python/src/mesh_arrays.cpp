@@ -139,7 +139,7 @@ void check_properties(const MeshArrays& mesh, Findings& findings) {
             const std::string name = "property '" + source.name + "'";
             if (code == PolyFindingCode::index_out_of_range)
                 return FirstCase{name + ", face-corner " + std::to_string(place.corner),
-                                 index_of(place.item, source.item_count()),
+                                 index_of(place.item, source.get_item_count()),
                                  {}};
             return FirstCase{name, std::string(poly_array_name(place.array)) + ", " + std::to_string(place.item), {}};
         });

@@ -16,11 +16,11 @@ template <class Owner>
 py::tuple to_tuple(const sds_model::PropertySource& source, const std::shared_ptr<Owner>& owner) {
     const bool is_constant = source.kind == PolyMeshProperty::Type::constant;
     Shape item;
-    if (!is_constant) item.push_back(extent(source.item_count()));
+    if (!is_constant) item.push_back(extent(source.get_item_count()));
     if (source.extent > 1) item.push_back(extent(source.extent));
     Shape shape = item;
     if (!source.times.empty()) shape.insert(shape.begin(), extent(source.times.size()));
-    const std::size_t size = std::size_t{source.extent} * (is_constant ? 1 : source.item_count()) *
+    const std::size_t size = std::size_t{source.extent} * (is_constant ? 1 : source.get_item_count()) *
                              ResourceProperty::get_type_size(source.type);
     py::array values(py::dtype(ResourceProperty::get_type_name(source.type)), shape);
     auto* out = static_cast<std::uint8_t*>(values.mutable_data());

@@ -3,6 +3,7 @@
 #include "sds/intersection/fast/deep_search.h"
 #include "sds/intersection/fast/flat_cells.h"
 #include "sds/intersection/fast/limit_leaf.h"
+#include "sds/intersection/fast/point_patch.h"
 #include "sds/intersection/fast/ray_kernels.h"
 #include "sds/intersection/fast/tree_search.h"
 
@@ -47,6 +48,9 @@ inline void estimate_in(const float (*controls)[16], const RaySpace& ray, unsign
     if (!is_guided && !comes_near_origin(rows, SimdFloat8(ray.edge_slack))) return;
     const unsigned int level_last = level_count < max_cell_level ? level_count : max_cell_level;
     if (level_last < level_count) ++hits.unsettled_count;
+    if (may_be_point(rows, ray.edge_slack) &&
+        trace_point(rows, controls, ray, 1.0f / static_cast<float>(1u << level_last), hits))
+        return;
     if (level_last <= window_level) return intersect_window({0, 0, level_last}, rows, controls, ray, hits);
     if (is_guided && level_last <= part_level + window_level) {
         // Windows are quarters or parts.
@@ -201,6 +205,8 @@ inline void trace_limit(const float (*controls)[16], const RaySpace& ray, unsign
     const unsigned int dropped_before = hits.dropped_count;
     SimdFloat8 rows[4];
     transform_to_plane(controls, ray, rows);
+    if constexpr (is_wide)
+        if (may_be_point(rows, ray.edge_slack) && trace_point(rows, controls, ray, 0.0f, hits)) return;
     if (is_guided ? traverse_parts(leaf, rows, parts) : traverse_plane(leaf, rows, {0, 0, 0})) return;
     hits.count = 0;
     hits.dropped_count = dropped_before;

@@ -64,9 +64,12 @@ struct PairKernels {
     void (*compute_local_controls)(const PatchArrays& surface, const unsigned int* primitives,
                                    LocalControls* const* out);
 
-    // The place and the second derivatives uu, uv and vv of a net at (u, v), three numbers each. `coords` as those of
-    // ControlLanes.
-    void (*evaluate_net)(const float (*coords)[16], double u, double v, double* out);
+    // The place and the second derivatives uu, uv and vv of a net at (u, v), three numbers each. `controls` in corner
+    // order.
+    void (*evaluate_net)(const float (*controls)[4], double u, double v, double* out);
+    // The first derivatives du and dv from derivative nets (sds/common/net_slots.h), three numbers each, summed in
+    // single precision.
+    void (*evaluate_slopes)(const float (*nets)[4], float u, float v, double* out);
 
     // Adds the boxes, or the areas, of the patches begin to end to the sums of their groups, in order. Coordinates that
     // are not finite are left out of the boxes with their points, and cells without a finite area of the areas.

@@ -9,7 +9,7 @@
 namespace sds {
 
 const PairKernels QN_KERNEL_SET::pair_kernels = {
-    &compute_limit_points, &compute_local_controls, &evaluate_net, &add_boxes, &add_areas,
+    &compute_limit_points, &compute_local_controls, &evaluate_net, &evaluate_slopes, &add_boxes, &add_areas,
     &compute_boxes,        &compute_smooth_corners};
 
 }  // namespace sds

@@ -163,18 +163,18 @@ TEST(PatchTangents, OneQuadGivesTheBitsOfAllQuads) {
                 if (seed != 0 && random() % (4 * seed) == 0)
                     flags = static_cast<unsigned char>(flags ^ 1u << random() % 4);
             SdsBezierMesh mesh = surface.geometry.get_bezier_mesh();
-            SdsBezierMesh weighted(surface.quad_count(), mesh.get_vertex_count(), mesh.get_vertex_indices(),
+            SdsBezierMesh weighted(surface.get_quad_count(), mesh.get_vertex_count(), mesh.get_vertex_indices(),
                                    mesh.get_patch(0), nullptr);
             weighted.add_vertices(mesh.get_quad_vertices(0), mesh.get_patch_vertices(0), 0.37f);
             if (seed % 2 != 0) mesh = weighted;
 
-            CoreArray<SdsMeshBase::VertexLocalTopology> fans(4 * surface.quad_count());
-            CoreArray<SdsMeshBase::PatchTangentInfo> infos(surface.quad_count());
+            CoreArray<SdsMeshBase::VertexLocalTopology> fans(4 * surface.get_quad_count());
+            CoreArray<SdsMeshBase::PatchTangentInfo> infos(surface.get_quad_count());
             SdsMeshBase::analyse_vertices_local_topology(edges, fans, false, nullptr);
-            CoreArray<Vec3f> all(SdsMeshBase::compute_tangent_infos(surface.quad_count(), fans.get_data(),
+            CoreArray<Vec3f> all(SdsMeshBase::compute_tangent_infos(surface.get_quad_count(), fans.get_data(),
                                                                     infos.get_data(), false, nullptr));
             SdsMeshBase::compute_bezier_tangents(mesh, edges, infos, fans, all.get_data(), nullptr);
-            for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            for (unsigned int q = 0; q < surface.get_quad_count(); ++q) {
                 const SdsMeshBase::PatchTangentInfo& info = infos[q];
                 Vec3f tangents[16];
                 SdsMeshBase::compute_bezier_tangents(mesh, edges, q, info, fans.get_data() + 4 * size_t{q}, tangents);

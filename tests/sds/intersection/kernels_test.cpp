@@ -146,6 +146,30 @@ TEST_P(Kernels, AMapCollectsEveryCrossingInOrder) {
     EXPECT_NEAR(trace(-1, 1, 1.0 + 0.5 * (expected[0] + expected[1])), expected[1], m_tolerance);
 }
 
+// Down to sizes whose products a float cannot hold, a small patch is hit where the same one of size 1 is.
+TEST_P(Kernels, SmallPatchesAreHitAsLargeOnesAre) {
+    if (GetParam().family == reference_kernels && GetParam().count == limit)
+        GTEST_SKIP() << "its smallest parts have a size of their own";
+    const Vec3d direction{0.2, -0.1, -1.0}, reference = m_bench.reference_point;
+    for (unsigned int seed = 0; seed < 20; ++seed) {
+        const PatchControls patch = make_random_patch(seed, 0.1f);
+        const GeometryRay ray = make_ray(Vec3d{0.3 + 0.02 * seed, 0.6, 0.0} - direction * 1.5, direction);
+        m_bench.reference_point = reference;
+        const GeometryHit expected = m_bench.trace(patch, ray).hit;
+        ASSERT_EQ(expected.primitive, 0u);
+        for (const double scale : {0x1p-20, 0x1p-30, 0x1p-60}) {
+            PatchControls small = patch;
+            for (Vec3f& p : small) p *= static_cast<float>(scale);
+            m_bench.reference_point = reference * scale;
+            const GeometryHit hit = m_bench.trace(small, make_ray(ray.origin * scale, direction)).hit;
+            ASSERT_EQ(hit.primitive, 0u) << seed << " at " << scale;
+            EXPECT_NEAR(hit.t / scale, expected.t, 1e-5) << seed << " at " << scale;
+            EXPECT_NEAR(hit.u, expected.u, 1e-5) << seed << " at " << scale;
+            EXPECT_NEAR(hit.v, expected.v, 1e-5) << seed << " at " << scale;
+        }
+    }
+}
+
 // Ranges of rays share their splits; every ray must find what it finds alone.
 TEST_P(Kernels, RangesFindWhatSingleRaysFind) {
     for (unsigned int count = 2; count <= 40; ++count)

@@ -131,7 +131,7 @@ TEST(RefinedMesh, CellsMeetAcrossLevels) {
                 mesh.get_geometry()->compute_fragment_sample(CtxEval(shader), {p, 1.0, 1.0 / side}, next);
                 expect_near(sample.get_geometric_position(),
                             (corner.get_geometric_position() + next.get_geometric_position()) * 0.5,
-                            1e-6 * surfaces.refined.diagonal());
+                            1e-6 * surfaces.refined.get_diagonal());
                 EXPECT_EQ(mesh.get_cell_corner(p, 0.99), 1.0 - 1.0 / side);
             }
         }

@@ -36,7 +36,7 @@ TEST(SdsMesh, IndicesAreACopyAndInnerEdgesAreHidden) {
     const BuiltSurface surface(zoo_mesh("prism5_crease_loop"));
     CoreArray<unsigned int> indices(3, 9u);
     surface.mesh.get_primitive_indices(indices);
-    ASSERT_EQ(indices.get_count(), 4 * surface.quad_count());
+    ASSERT_EQ(indices.get_count(), 4 * surface.get_quad_count());
     EXPECT_NE(indices.get_data(), surface.base.get_quad_indices().get_data());
     for (unsigned int e = 0; e < indices.get_count(); ++e) {
         EXPECT_EQ(surface.mesh.is_primitive_edge_visible(e / 4, e % 4), e % 4 == 0 || e % 4 == 3);
@@ -120,7 +120,7 @@ TEST(SdsMeshRays, StartNodeIsTheRootDuringAFixedLevelAndThenAsBefore) {
     GeometryRaytraceCtx rays(&ray, 1, GeometryRaytraceData());
     rays.set_start_node(7);
     NodeCapture log(rays);
-    for (unsigned int q = 0; q < surface.quad_count(); ++q) surface.mesh.intersect_primitive(ctx, q, rays);
+    for (unsigned int q = 0; q < surface.get_quad_count(); ++q) surface.mesh.intersect_primitive(ctx, q, rays);
     EXPECT_NE(ray.hit.primitive, 0xFFFFFFFFu);
     ASSERT_FALSE(log.nodes.empty());
     for (const unsigned int node : log.nodes) EXPECT_EQ(node, 0u);
@@ -142,7 +142,7 @@ TEST(SdsMeshFrustum, LevelsCountTheStepThatTheBaseTook) {
                 frustum.side_count = 1;
                 frustum.sides[0] = {{0.3, -0.4, -1}, 0.6 + 0.01 * i};
                 GeometryFrustumCtx found(&inside, &frustum), expected(&inside, &frustum);
-                for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+                for (unsigned int q = 0; q < surface.get_quad_count(); ++q) {
                     Vec3f controls[16];
                     surface.geometry.get_bezier_controls(q, controls);
                     surface.mesh.intersect_primitive(ctx, q, found);
@@ -174,7 +174,7 @@ TEST(SdsMeshSample, CellSamplesAreFlatBetweenLimitPoints) {
         const auto limit = [&](unsigned int q, double u, double v) {
             return sample_at(surface.geometry, q, u, v).get_geometric_position();
         };
-        for (unsigned int q = 0; q < surface.quad_count(); q += 3)
+        for (unsigned int q = 0; q < surface.get_quad_count(); q += 3)
             for (const double u : {0.0, 0.1, 0.25, 0.6, 0.99, 1.0})
                 for (const double v : {0.0, 0.2, 0.5, 0.74, 1.0}) {
                     SCOPED_TRACE(testing::Message() << name << " quad " << q << " at " << u << ", " << v);

@@ -1,5 +1,8 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <set>
+
 #include "../surface_checks.h"
 
 namespace {
@@ -91,6 +94,43 @@ TEST(VertexRules, BorderRuleFixesExactlyTheVerticesOfBorders) {
                 for (const unsigned int h : {e, sds::next_in_quad(e)}) expected[base.get_quad_indices()[h]] = true;
         for (unsigned int v = 0; v < expected.size(); ++v)
             EXPECT_EQ(surface.geometry.get_vertex_infos()[v].is_fixed(), expected[v]) << v;
+    }
+}
+
+// Each polygon begun at every one of its corners in turn.
+ZooMesh turn_polygons(ZooMesh cage, unsigned int corners) {
+    const std::vector<unsigned int> offsets = cage.get_polygon_offsets();
+    const auto turn = [&](auto& values) {
+        for (size_t p = 0; p < cage.counts.size() && !values.empty(); ++p) {
+            const auto first = values.begin() + offsets[p];
+            std::rotate(first, first + corners % cage.counts[p], first + cage.counts[p]);
+        }
+    };
+    turn(cage.indices);
+    turn(cage.corner_creases);
+    turn(cage.uv_indices);
+    return cage;
+}
+
+TEST(VertexInfo, CountsTheSharpEdgesAtAVertexWhereverPolygonsBegin) {
+    for (const ZooMesh& cage : mesh_zoo()) {
+        if (cage.is_in(nonmanifold_edge)) continue;
+        for (unsigned int corners = 0; corners < 4; ++corners) {
+            SCOPED_TRACE(cage.name + " turned by " + std::to_string(corners));
+            const ZooMesh turned = turn_polygons(cage, corners);
+            const CageAdjacency adjacency(turned);
+            std::vector<std::set<unsigned int>> ends(turned.positions.size());  // of the sharp edges at a vertex
+            for (unsigned int c = 0; c < turned.indices.size(); ++c) {
+                if (!adjacency.is_sharp(c)) continue;
+                ends[adjacency.start[c]].insert(adjacency.end[c]);
+                ends[adjacency.end[c]].insert(adjacency.start[c]);
+            }
+            const BuiltSurface surface(turned);
+            for (unsigned int v = 0; v < ends.size(); ++v)
+                EXPECT_EQ(surface.base.get_vertex_infos()[v].get_sharp_edge_count(),
+                          std::min<size_t>(ends[v].size(), 3))
+                    << v;
+        }
     }
 }
 

@@ -73,7 +73,7 @@ TEST(Area, IdentityGivesTheSummedAreaOfTheZoo) {
             SCOPED_TRACE(cage.name);
             const BuiltSurface surface(cage, {.mode = mode});
             double sum = 0.0;
-            for (unsigned int q = 0; q < surface.quad_count(); ++q)
+            for (unsigned int q = 0; q < surface.get_quad_count(); ++q)
                 sum += surface.geometry.estimate_primitive_area(ctx, q, Matrix());
             EXPECT_NEAR(surface.geometry.estimate_area(ctx, Matrix()), sum, 2e-5 * sum);
             const auto& record = surface.geometry.get_area_record();
@@ -148,12 +148,12 @@ TEST(Bounds, HoldTheFiniteControlPoints) {
             for (const Vec3f& p : controls_of(broken.geometry))
                 if (p.is_finite()) expected.grow(p);
             EXPECT_TRUE(same(broken.geometry.get_bbox(), expected));
-            const CoreArray<unsigned int> groups(broken.quad_count(), 0u);
+            const CoreArray<unsigned int> groups(broken.get_quad_count(), 0u);
             for (const sds::PairKernels* const* kernels = sds::get_all_pair_kernels(); *kernels != nullptr; ++kernels) {
                 constexpr float largest = std::numeric_limits<float>::max();
                 sds::PatchSums sums{{largest, largest, largest}, {-largest, -largest, -largest}, {0, 0, 0, 0}};
                 for (const auto add : {(*kernels)->add_boxes, (*kernels)->add_areas})
-                    add(sds::get_patch_arrays(broken.geometry), groups.get_data(), 0, broken.quad_count(), &sums);
+                    add(sds::get_patch_arrays(broken.geometry), groups.get_data(), 0, broken.get_quad_count(), &sums);
                 for (unsigned int axis = 0; axis < 3; ++axis) {
                     EXPECT_EQ(sums.low[axis], expected.get_min()[axis])
                         << "table " << kernels - sds::get_all_pair_kernels();

@@ -39,7 +39,7 @@ Vec3d point_at(const SdsMeshGeometry& geometry, unsigned int q, double u, double
 TEST(FragmentSample, RegularSecondDerivativesMatchDifferences) {
     const BuiltSurface surface(zoo_mesh("torus"));
     constexpr double h = 1e-4, scale = 1 / h / h;
-    for (unsigned int q = 0; q < surface.quad_count(); q += 5)
+    for (unsigned int q = 0; q < surface.get_quad_count(); q += 5)
         for (const double u : {0.2, 0.5, 0.9})
             for (const double v : {0.1, 0.6}) {
                 const GeometrySample s = sample_at(surface.geometry, q, u, v);
@@ -54,7 +54,7 @@ TEST(FragmentSample, PrimitiveBeyondTheLastIsUntouched) {
     const BuiltSurface surface(zoo_mesh("cube"));
     GeometrySample sample;
     sample.init_surface({1, 2, 3}, {1, 0, 0}, {0, 0, 1}, {0, 0, 0}, {0, 0, 0}, {0, 0, 0});
-    for (const unsigned int q : {surface.quad_count(), 0xFFFFFFFFu}) {
+    for (const unsigned int q : {surface.get_quad_count(), 0xFFFFFFFFu}) {
         surface.geometry.compute_fragment_sample(ctx, {q, 0.5, 0.5, 0.0, 1.0}, sample);
         EXPECT_EQ(sample.get_geometric_position(), Vec3d(1, 2, 3));
         EXPECT_EQ(sample.get_geometric_normal(), Vec3d(0, -1, 0));
@@ -64,7 +64,7 @@ TEST(FragmentSample, PrimitiveBeyondTheLastIsUntouched) {
 TEST(EdgeSample, LiesOnTheEdgeInBothDirections) {
     const BuiltSurface surface(zoo_mesh("prism5_crease_loop"));
     constexpr double ends[4][4] = {{0, 0, 1, 0}, {1, 0, 1, 1}, {1, 1, 0, 1}, {0, 1, 0, 0}};
-    for (unsigned int q = 0; q < surface.quad_count(); q += 3)
+    for (unsigned int q = 0; q < surface.get_quad_count(); q += 3)
         for (unsigned int k = 0; k < 4; ++k)
             for (const double t : places) {
                 const double* e = ends[k];

@@ -32,7 +32,7 @@ std::vector<Place> make_places(unsigned int quad_count, unsigned int count) {
 void expect_samples(const BuiltSurface& surface, const std::vector<Place>& places, double offset) {
     std::vector<Point> points(places.size());
     surface.geometry.compute_limit_points(places.data(), static_cast<unsigned int>(places.size()), points.data());
-    const double size = surface.diagonal();
+    const double size = surface.get_diagonal();
     for (size_t i = 0; i < places.size(); ++i) {
         const Place& place = places[i];
         SCOPED_TRACE(testing::Message() << "quad " << place.primitive << " at " << place.u << " " << place.v);
@@ -56,7 +56,7 @@ TEST(LimitPoints, AreTheSamplesAtRest) {
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed}) {
             SCOPED_TRACE(cage.name);
             const BuiltSurface surface(cage, {.mode = mode});
-            expect_samples(surface, make_places(surface.quad_count(), 201), 0.0);
+            expect_samples(surface, make_places(surface.get_quad_count(), 201), 0.0);
         }
 }
 
@@ -66,14 +66,14 @@ TEST(LimitPoints, CollapsedPatchesHaveTheSamplesNormals) {
     for (unsigned int c = 1; c < 4; ++c) cage.positions[cage.indices[c]] = cage.positions[cage.indices[0]];
     const BuiltSurface surface(cage);
     std::vector<Place> places;
-    for (unsigned int q = 0; q < surface.quad_count(); ++q)
+    for (unsigned int q = 0; q < surface.get_quad_count(); ++q)
         for (const float u : {0.0f, 0.5f, 1.0f}) places.push_back({q, u, 1.0f - u});
     expect_samples(surface, places, 0.0);
 }
 
 TEST(LimitPoints, AnyCountAndNone) {
     const BuiltSurface surface(zoo_mesh("torus"));
-    const std::vector<Place> places = make_places(surface.quad_count(), 40);
+    const std::vector<Place> places = make_places(surface.get_quad_count(), 40);
     std::vector<Point> all(places.size());
     surface.geometry.compute_limit_points(places.data(), 40, all.data());
     for (const unsigned int count : {0u, 1u, 2u, 7u}) {
@@ -89,7 +89,7 @@ TEST(LimitPoints, SurfacesInTurnAndInMotionHaveTheirOwn) {
     const BuiltSurface first(cage);
     for (Vec3f& p : cage.positions) p = p * 2.0f + Vec3f(0.5f, p[2], 0.0f);
     BuiltSurface second(cage);
-    const std::vector<Place> places = make_places(first.quad_count(), 101);
+    const std::vector<Place> places = make_places(first.get_quad_count(), 101);
     for (unsigned int round = 0; round < 4; ++round) {
         if (round == 3)
             second.geometry.set(second.base, first.geometry.get_vertices(), {}, Mode::corners_fixed, nullptr);
@@ -112,7 +112,7 @@ TEST(LimitPoints, InstructionSetsAgreeToTheBit) {
         geometry.get_bezier_mesh().get_vertex_indices(), geometry.get_bezier_patches().get_data(),
         geometry.get_tangent_infos().get_data(),         geometry.get_vertices()[0].get_data(),
         geometry.get_bezier_corners()[0].get_data(),     tangents.is_empty() ? nullptr : tangents[0].get_data()};
-    const std::vector<Place> places = make_places(surface.quad_count(), 200);
+    const std::vector<Place> places = make_places(surface.get_quad_count(), 200);
     const sds::PairKernels* const* tables = sds::get_all_pair_kernels();
     for (const sds::PairKernels* const* other = tables + 1; *other != nullptr; ++other)
         for (size_t i = 0; i < places.size(); i += 2) {

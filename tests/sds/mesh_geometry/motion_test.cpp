@@ -92,8 +92,8 @@ TEST(Motion, SurfaceRaysAndSamplesAgreeOnThePlace) {
                         const bool rests = std::fabs(time) <= 1e-8;
                         const BuiltSurface still(rests ? rest : posed(cage, path.at(time)), {.level = level});
                         const CtxShader shader = make_shader(shutter_times), no_shutter;
-                        const double tolerance = 1e-5 * still.diagonal();
-                        for (unsigned int q = 0; q < surface.quad_count(); q += 2)
+                        const double tolerance = 1e-5 * still.get_diagonal();
+                        for (unsigned int q = 0; q < surface.get_quad_count(); q += 2)
                             for (const double u : {0.05, 0.6}) {
                                 const GeometrySample expected = sample_of(still.mesh, no_shutter, {q, u, 0.3, 0, 0});
                                 const Vec3d p = expected.get_geometric_position();
@@ -162,7 +162,7 @@ TEST(Motion, SmoothingPartIsThatOfTheSurfaceAsItStands) {
             constexpr double time = 0.9, h = 1e-3;
             const BuiltSurface still(posed(cage, path.at(time)));
             double size = 0.0;
-            for (unsigned int q = 0; q < surface.quad_count(); q += 3)
+            for (unsigned int q = 0; q < surface.get_quad_count(); q += 3)
                 for (const double u : {0.0, 0.31, 0.8})
                     for (const double v : {0.25, 0.7}) {
                         const auto normal = [&](double s, double t) {

@@ -76,11 +76,11 @@ TEST(RefinedGeometry, SamplesOfEmittedPatchesAreTheLimit) {
             const BuiltSurface surface(cage.mesh, options);
             const RefinedSurface exact(cage, depth);
             ASSERT_TRUE(surface.geometry.is_refined());
-            ASSERT_EQ(surface.mesh.get_primitive_count(), exact.patch_count());
+            ASSERT_EQ(surface.mesh.get_primitive_count(), exact.get_patch_count());
             EXPECT_EQ(controls_of(surface.geometry),
-                      to_vectors(exact.patches.get_controls(), 16 * exact.patch_count()));
+                      to_vectors(exact.patches.get_controls(), 16 * exact.get_patch_count()));
             double worst = 0.0, worst_derivative = 0.0, worst_angle = 0.0, worst_second = 0.0, worst_point = 0.0;
-            for (unsigned int p = 0; p < exact.patch_count(); ++p)
+            for (unsigned int p = 0; p < exact.get_patch_count(); ++p)
                 for (const double u : grid)
                     for (const double v : grid) {
                         const GeometrySample sample = sample_in(surface.geometry, {p, u, v});
@@ -134,7 +134,7 @@ TEST(RefinedGeometry, MovesWithItsCage) {
             moved_cage.positions[i] += options.motion_vectors[i] * static_cast<float>(time);
         const BuiltSurface there(moved_cage, refined_to(2));
         ASSERT_EQ(moving.geometry.get_patch_count(), there.geometry.get_patch_count());
-        const double diagonal = moving.diagonal();
+        const double diagonal = moving.get_diagonal();
         const CtxShader shader;
         const CtxEval ctx(shader);
         GMathBbox3<double> all = GMathBbox3<double>::empty();
@@ -185,7 +185,7 @@ TEST(RefinedGeometry, TimeSamplesAreSurfacesOfTheirCages) {
             stills.push_back(std::make_unique<BuiltSurface>(posed, refined_to(2)));
         }
         const size_t before = surface.geometry.get_memory_size();
-        const double diagonal = surface.diagonal();
+        const double diagonal = surface.get_diagonal();
         for (unsigned int p = 0; p < surface.geometry.get_patch_count(); ++p) {
             Vec3f sampled[16], expected[16], next[16];
             surface.geometry.get_bezier_controls_sample(p, 1, sampled);
@@ -285,7 +285,7 @@ TEST(RefinedGeometry, ThreadsGiveTheSameBits) {
         const RefinedSurface exact(cage, 3);
         for (size_t c = 2; c < exact.controls.size(); c += 4)
             ASSERT_EQ(exact.patches.get_controls()[c], Vec3f(exact.controls[c])) << c;
-        for (unsigned int p = 0; p < exact.patch_count(); ++p) {
+        for (unsigned int p = 0; p < exact.get_patch_count(); ++p) {
             const Vec3f* nets = exact.patches.get_nets() + exact.patches.get_net_places().find(p);
             for (unsigned int i = 0; i < 24; ++i) {
                 const Vec3d expected = i < 12 ? (&exact.nets[p].u[0][0])[i] : (&exact.nets[p].v[0][0])[i - 12];
@@ -307,8 +307,8 @@ TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
         for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr; ++set) {
             std::vector<double> limits(4 * mesh.positions.size());
             std::vector<unsigned char> is_known(mesh.positions.size());
-            std::vector<Vec3f> controls(16 * size_t{surface.patch_count()});
-            std::vector<unsigned int> offsets(surface.patch_count());
+            std::vector<Vec3f> controls(16 * size_t{surface.get_patch_count()});
+            std::vector<unsigned int> offsets(surface.get_patch_count());
             sds::LevelFaces faces{};
             faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
             faces.patches = level.face_patches.get_data();
@@ -409,12 +409,12 @@ TEST(RefinedGeometry, HolesHaveNoPatches) {
             BuiltSurface::Options options;
             options.refinement = refinement_of(cage, 2);
             const BuiltSurface surface(cage.mesh, options), whole(cage.mesh, refined_to(2));
-            std::vector<bool> is_hole(surface.quad_count(), false);
+            std::vector<bool> is_hole(surface.get_quad_count(), false);
             const CageAdjacency adjacency(cage.mesh);
             std::vector<bool> on_border(cage.mesh.positions.size(), false);
             for (unsigned int c = 0; c < adjacency.start.size(); ++c)
                 if (adjacency.sides[c].size() == 1) on_border[adjacency.start[c]] = on_border[adjacency.end[c]] = true;
-            for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            for (unsigned int q = 0; q < surface.get_quad_count(); ++q) {
                 const unsigned int polygon = surface.base.get_primitive_polygon_id(q);
                 is_hole[q] = cage.holes[polygon] != 0;
                 for (unsigned int c = 0; c < adjacency.start.size() && opens; ++c)
@@ -428,7 +428,7 @@ TEST(RefinedGeometry, HolesHaveNoPatches) {
                 if (!is_hole[whole.mesh.get_primitive_quad(p)])
                     area += whole.geometry.estimate_primitive_area(ctx, p, identity);
             EXPECT_NEAR(surface.geometry.estimate_area(ctx, identity), area, 1e-3 * area + 1e-12);
-            for (unsigned int q = 0; q < surface.quad_count(); ++q)
+            for (unsigned int q = 0; q < surface.get_quad_count(); ++q)
                 EXPECT_EQ(surface.mesh.find_primitive(q, 0.25, 0.75).primitive == sds::none, is_hole[q]) << q;
         }
 }

@@ -78,7 +78,7 @@ TEST(GeometrySet, UnknownModeKeepsTheInfosOfTheBase) {
     ASSERT_EQ(surface.geometry.get_vertex_infos().get_count(), surface.base.get_vertex_infos().get_count());
     for (unsigned int v = 0; v < surface.base.get_vertex_infos().get_count(); ++v)
         EXPECT_EQ(surface.geometry.get_vertex_infos()[v].bits, surface.base.get_vertex_infos()[v].bits);
-    EXPECT_EQ(surface.geometry.get_bezier_patches().get_count(), surface.quad_count());
+    EXPECT_EQ(surface.geometry.get_bezier_patches().get_count(), surface.get_quad_count());
 }
 
 }  // namespace

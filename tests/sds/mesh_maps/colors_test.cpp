@@ -62,8 +62,8 @@ TEST(Colors, IndexedMapsTakeTheirOwnStep) {
         }
         const Colored follow(cage, per_vertex, {}), indexed(cage, per_vertex, cage.indices),
             apart(cage, per_corner, corners);
-        EXPECT_EQ(indexed.maps.get_color_map_indices(0).get_count(), 4 * follow.surface.quad_count());
-        for (unsigned int q = 0; q < follow.surface.quad_count(); ++q)
+        EXPECT_EQ(indexed.maps.get_color_map_indices(0).get_count(), 4 * follow.surface.get_quad_count());
+        for (unsigned int q = 0; q < follow.surface.get_quad_count(); ++q)
             for (const double u : {0.0, 0.4, 1.0})
                 for (const double v : {0.0, 0.9}) {
                     EXPECT_EQ(follow.at(q, u, v), indexed.at(q, u, v));
@@ -85,7 +85,7 @@ TEST(Colors, UnmappedCornersAreTransparentBlack) {
     std::vector<unsigned int> indices = cage.indices;
     indices[1] = none;
     const Colored painted(cage, std::vector<Color8>(cage.positions.size(), {200, 200, 200, 200}), indices);
-    for (unsigned int q = 0; q < painted.surface.quad_count(); ++q)
+    for (unsigned int q = 0; q < painted.surface.get_quad_count(); ++q)
         EXPECT_EQ(painted.at(q, 0.5, 0.5)[3] > 0.0f, painted.surface.base.get_primitive_polygon_id(q) != 0) << q;
 }
 

@@ -98,7 +98,7 @@ TEST(UvMaps, LookUpAgreesWithEdgesAndDifferences) {
                 surface.maps.compute_fragment_uvw(ctx, {q, u, v, 0, 0}, 0, uvw, du, dv);
                 return uvw;
             };
-            for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+            for (unsigned int q = 0; q < surface.get_quad_count(); ++q) {
                 for (const double t : {0.0, 0.3, 1.0}) {
                     const Vec3d expected[] = {at(q, t, 0), at(q, 1, t), at(q, 1 - t, 1), at(q, 0, 1 - t)};
                     for (unsigned int k = 0; k < 4; ++k) {
@@ -123,7 +123,7 @@ TEST(UvMaps, MapOfThePositionsIsTheSurface) {
     for (const ZooMesh& cage : mesh_zoo()) {
         SCOPED_TRACE(cage.name);
         const BuiltSurface surface(map_positions(cage));
-        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+        for (unsigned int q = 0; q < surface.get_quad_count(); ++q) {
             EXPECT_TRUE(surface.maps.is_primitive_uv_mapped(q, 0));
             Vec3f a[16], b[16];
             surface.geometry.get_bezier_controls(q, a);
@@ -193,8 +193,8 @@ TEST(UvMaps, RefinedMapsAreTheSurfacesOfTheirCharts) {
                             worst_derivative =
                                 std::max({worst_derivative, (du - limit_du).length(), (dv - limit_dv).length()});
                         }
-                EXPECT_LE(worst, 1e-6 * expected.diagonal());
-                EXPECT_LE(worst_derivative, 4e-5 * expected.diagonal());
+                EXPECT_LE(worst, 1e-6 * expected.get_diagonal());
+                EXPECT_LE(worst_derivative, 4e-5 * expected.get_diagonal());
             }
 }
 
@@ -213,7 +213,7 @@ TEST(UvMaps, UnmappedQuadsShiftThePatchesAfterThem) {
         const BuiltSurface surface(cage);
         const SdsMeshMaps::SdsUvMap& map = surface.maps.get_uv_map(0);
         unsigned int mapped = 0;
-        for (unsigned int q = 0; q < surface.quad_count(); ++q) {
+        for (unsigned int q = 0; q < surface.get_quad_count(); ++q) {
             const unsigned int polygon = surface.base.get_primitive_polygon_id(q);
             const bool is_mapped = polygon != 1 && polygon != 4;
             EXPECT_EQ(map.patch_indices[q], mapped);
@@ -225,7 +225,7 @@ TEST(UvMaps, UnmappedQuadsShiftThePatchesAfterThem) {
             EXPECT_EQ(c[0], map.corners[map.quad_indices[4 * q]]);
         }
         EXPECT_EQ(map.patches.get_count(), mapped);
-        EXPECT_FALSE(surface.maps.is_primitive_uv_mapped(surface.quad_count(), 0));
+        EXPECT_FALSE(surface.maps.is_primitive_uv_mapped(surface.get_quad_count(), 0));
     }
 }
 

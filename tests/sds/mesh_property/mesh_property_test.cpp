@@ -135,7 +135,7 @@ TEST(MeshProperty, PositionsAsAPropertyGiveTheSurfaceItself) {
                     EXPECT_EQ(bound.property.get_refined_values(0) != nullptr, surface.geometry.is_refined());
                     const SdsMeshProperty copy(bound.property);
                     EXPECT_EQ(copy.get_refined_values(0), bound.property.get_refined_values(0));
-                    const double tolerance = 1e-6 * std::max(1.0, surface.diagonal());
+                    const double tolerance = 1e-6 * std::max(1.0, surface.get_diagonal());
                     const std::vector<Vec3f> controls = controls_of(surface.geometry);
                     for (unsigned int q = 0; q < surface.mesh.get_primitive_count(); ++q) {
                         const std::vector<Vec3d> wide(&controls[16 * size_t{q}], &controls[16 * size_t{q}] + 16);
@@ -263,12 +263,12 @@ TEST(MeshProperty, PerPolygonValuesFollowTheControlPolygonAndConstantsAreEverywh
     BoundProperty uniform(surface, cage, Kind::per_polygon, make_items(Type::int32, 1, ids));
     EXPECT_EQ(uniform.read_integers(0, 0.5, 0.5).size(), 0u) << "an empty sample yields nothing";
     ASSERT_TRUE(uniform.property.init(0, &uniform.values));
-    for (unsigned int quad = 0; quad < surface.quad_count(); ++quad) {
+    for (unsigned int quad = 0; quad < surface.get_quad_count(); ++quad) {
         const int id = ids[surface.base.get_primitive_polygon_id(quad)];
         EXPECT_EQ(uniform.read_integers(quad, 0.2, 0.8), std::vector<long long>{id});
         EXPECT_EQ(uniform.read(quad, 0.2, 0.8), std::vector<double>{static_cast<double>(id)});
     }
-    EXPECT_TRUE(uniform.read(surface.quad_count(), 0.5, 0.5).empty());
+    EXPECT_TRUE(uniform.read(surface.get_quad_count(), 0.5, 0.5).empty());
     long long none = 5;
     EXPECT_EQ(uniform.property.evaluate(uniform.ctx, GeometryFragment(), 0, &none, nullptr, nullptr, nullptr, 0), 0u);
     EXPECT_EQ(none, 5);
@@ -322,7 +322,7 @@ TEST(MeshProperty, ItemsOfVaryingLengthAreCutToTheShortest) {
         }
         BoundProperty bound(surface, cage, Kind::per_vertex, items);
         ASSERT_TRUE(bound.property.init(0, &bound.values));
-        for (unsigned int q = 0; q < surface.quad_count(); ++q)
+        for (unsigned int q = 0; q < surface.get_quad_count(); ++q)
             EXPECT_EQ(bound.read_integers(q, 0.4, 0.4), (std::vector<long long>{7, -9}));
     }
 }

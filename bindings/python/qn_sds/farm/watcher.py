@@ -45,7 +45,8 @@ class Watcher:
             for line in frame.finding:
                 self.say(f"  {line}")
         elif not self._quiet and not sys.stderr.isatty():
-            self.say(f"{frame.get_title()}: {frame.outputs[0]}, {frame.end - frame.begin:.1f} s")
+            which = "" if frame.number is None else f"{frame.get_title()}: "
+            self.say(f"{which}{frame.outputs[0]}, {frame.end - frame.begin:.1f} s")
 
     def show(self, frames, workers):
         now = time.time()

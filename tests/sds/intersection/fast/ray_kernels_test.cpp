@@ -36,7 +36,7 @@ TEST(RaySpace, InstructionSetsGiveTheSameBits) {
         const GeometryRaySpace& space = rays.get_ray_space(0);
         const sds::RaySpace ray{space.origin, space.across, space.along, space.shift, record.tnear, record.tfar, 0.0f};
         Vec3f controls[16];
-        surface.geometry.get_bezier_controls(i % surface.quad_count(), controls);
+        surface.geometry.get_bezier_controls(i % surface.get_quad_count(), controls);
         float grid[3][16];
         for (unsigned int place = 0; place < 16; ++place)
             for (unsigned int axis = 0; axis < 3; ++axis) grid[axis][place] = controls[sds::grid_order[place]][axis];
@@ -122,6 +122,48 @@ const Spoiled spoiled_patches[] = {
     {"a vertex far away", [](Grid& g) { g[0][5] = 1e18f; }},
 };
 
+// Adds the hits of a ray with a patch; level 0 is the limit surface.
+void trace(const Grid& grid, const Vec3d& direction, float slack, unsigned int level, sds::RayHits& hits) {
+    GeometryRay record;
+    record.direction = direction;
+    record.origin = direction * -3.0;
+    const GeometryRaytraceData data;
+    GeometryRaytraceCtx rays(&record, 1, data);
+    const GeometryRaySpace& space = rays.get_ray_space(0);
+    const sds::RaySpace ray{space.origin, space.across, space.along, space.shift, record.tnear, record.tfar, slack};
+    if (level == 0)
+        sds::get_ray_kernels().adaptive(grid, ray, hits);
+    else
+        sds::get_ray_kernels().estimate(grid, ray, level, hits);
+}
+
+TEST(RaySpace, PatchesBelowTheirRoundingAreOneHit) {
+    constexpr float slack = 1e-6f;
+    const Vec3d directions[] = {{0, 0, 1}, {1, 0, 0}, {0.6, 0, 0.8}};
+    for (const float size : {0.0f, 1e-8f, 0.3f * slack, 4.0f * slack})
+        for (const float beside : {0.0f, 0.5f * slack, 9.0f * slack})
+            for (const Vec3d& direction : directions)
+                for (const unsigned int level : {0u, 1u, 3u, 6u, 24u}) {
+                    SCOPED_TRACE(testing::Message() << size << ' ' << beside << ' ' << direction[0] << ' ' << level);
+                    Grid grid;
+                    set_bowl(grid);
+                    for (unsigned int axis : {0u, 1u, 2u}) scale_axis(grid, axis, size);
+                    for (float& y : grid[1]) y += beside;
+                    sds::RayHits hits{};
+                    trace(grid, direction, slack, level, hits);
+                    if (beside > size + slack) {
+                        EXPECT_EQ(hits.count, 0u);
+                        continue;
+                    }
+                    ASSERT_GT(hits.count, 0u);
+                    if (size <= slack) {
+                        EXPECT_EQ(hits.count, 1u);
+                        EXPECT_NEAR(hits.hits[0].t, 0.0f, size + slack);
+                        EXPECT_EQ(hits.step_count, 0u);
+                    }
+                }
+}
+
 TEST(RaySpace, WorkOfARayAtAPatchIsBounded) {
     // Plain rays take up to a dozen.
     constexpr unsigned int most_steps = 400;
@@ -133,19 +175,8 @@ TEST(RaySpace, WorkOfARayAtAPatchIsBounded) {
                     Grid grid;
                     set_bowl(grid);
                     patch.spoil(grid);
-                    GeometryRay record;
-                    record.direction = direction;
-                    record.origin = direction * -3.0;
-                    const GeometryRaytraceData data;
-                    GeometryRaytraceCtx rays(&record, 1, data);
-                    const GeometryRaySpace& space = rays.get_ray_space(0);
-                    const sds::RaySpace ray{space.origin, space.across, space.along, space.shift,
-                                            record.tnear, record.tfar,  slack};
                     sds::RayHits hits{};
-                    if (level == 0)
-                        sds::get_ray_kernels().adaptive(grid, ray, hits);
-                    else
-                        sds::get_ray_kernels().estimate(grid, ray, level, hits);
+                    trace(grid, direction, slack, level, hits);
                     EXPECT_LE(hits.step_count, most_steps) << patch.name << ' ' << direction[1] << ' ' << level;
                     if (level == 0 && direction[0] == 0.0 && direction[2] == 1.0) {
                         EXPECT_GT(hits.count, 0u) << patch.name;

@@ -1,12 +1,11 @@
-// The boxes of a patch's parts and the corners of its flat cells, from its control points.
+// The corners of flat cells of patches in space, from control points.
 #pragma once
 
 #include <algorithm>
-#include <limits>
 
 #include "qn_simd/simd_float4.h"
 #include "sds/common/cubic_basis.h"
-#include "sds/intersection/fast/patch_parts.h"
+#include "sds/mesh/part_kernels/part_kernels.h"
 
 namespace sds {
 
@@ -23,69 +22,6 @@ struct NetWeights {
         }
     }
 };
-
-// Thirteen points or rows of points: those of four parts, each sharing its last with the next one's first.
-inline constexpr unsigned int net_size = 13;
-
-// De Casteljau at one half, twice.
-inline void quarter_curve(SimdFloat4 p0, SimdFloat4 p1, SimdFloat4 p2, SimdFloat4 p3, SimdFloat4* out) {
-    const auto halve = [](const SimdFloat4* p, SimdFloat4* q) {
-        const SimdFloat4 half(0.5f);
-        const SimdFloat4 m01 = (p[0] + p[1]) * half, m12 = (p[1] + p[2]) * half, m23 = (p[2] + p[3]) * half;
-        const SimdFloat4 a = (m01 + m12) * half, b = (m12 + m23) * half;
-        q[0] = p[0], q[1] = m01, q[2] = a, q[3] = (a + b) * half, q[4] = b, q[5] = m23, q[6] = p[3];
-    };
-    const SimdFloat4 whole[4] = {p0, p1, p2, p3};
-    SimdFloat4 halves[7];
-    halve(whole, halves);
-    halve(halves, out);
-    halve(halves + 3, out + 6);
-}
-
-// Least and greatest coordinates of the parts [v][u]; empty to begin with.
-struct PartBounds {
-    float low[4][4], high[4][4];
-
-    PartBounds() {
-        std::fill_n(&low[0][0], part_count, std::numeric_limits<float>::infinity());
-        std::fill_n(&high[0][0], part_count, -std::numeric_limits<float>::infinity());
-    }
-    // Makes all of them the patch's.
-    void join() {
-        std::fill_n(&low[0][0], part_count, *std::min_element(&low[0][0], &low[0][0] + part_count));
-        std::fill_n(&high[0][0], part_count, *std::max_element(&high[0][0], &high[0][0] + part_count));
-    }
-    // Empties some.
-    void clear(unsigned int parts) {
-        for (unsigned int part = 0; part < part_count; ++part) {
-            if ((parts >> part & 1u) == 0) continue;
-            low[get_part_v(part)][get_part_u(part)] = std::numeric_limits<float>::infinity();
-            high[get_part_v(part)][get_part_u(part)] = -std::numeric_limits<float>::infinity();
-        }
-    }
-};
-
-// Of their control points.
-inline void find_bounds(const float* coords, PartBounds& bounds) {
-    SimdFloat4 rows[net_size];
-    quarter_curve(SimdFloat4::load_unaligned(coords), SimdFloat4::load_unaligned(coords + 4),
-                  SimdFloat4::load_unaligned(coords + 8), SimdFloat4::load_unaligned(coords + 12), rows);
-    for (unsigned int v = 0; v < 4; ++v) {
-        SimdFloat4 c[4] = {rows[3 * v], rows[3 * v + 1], rows[3 * v + 2], rows[3 * v + 3]};
-        transpose(c[0], c[1], c[2], c[3]);
-        SimdFloat4 columns[net_size], low[4], high[4];
-        quarter_curve(c[0], c[1], c[2], c[3], columns);
-        for (unsigned int u = 0; u < 4; ++u) {
-            const SimdFloat4* p = columns + 3 * u;
-            low[u] = min(min(p[0], p[1]), min(p[2], p[3]));
-            high[u] = max(max(p[0], p[1]), max(p[2], p[3]));
-        }
-        transpose(low[0], low[1], low[2], low[3]);
-        transpose(high[0], high[1], high[2], high[3]);
-        min(min(low[0], low[1]), min(low[2], low[3])).store_unaligned(bounds.low[v]);
-        max(max(high[0], high[1]), max(high[2], high[3])).store_unaligned(bounds.high[v]);
-    }
-}
 
 // Points of a curve at i / size, a power of two, in place i.
 inline void halve_curve(float a, float b, float c, float d, float* out, unsigned int size) {
@@ -169,41 +105,5 @@ struct CellNet {
         for (unsigned int i = 0; i < side; ++i) std::copy_n(at[i], side, out + side * i);
     }
 };
-
-// The part at each place of PartBounds, v first.
-struct PartOrder {
-    unsigned char at[part_count];
-
-    constexpr PartOrder() : at{} {
-        for (unsigned int part = 0; part < part_count; ++part)
-            at[4 * get_part_v(part) + get_part_u(part)] = static_cast<unsigned char>(part);
-    }
-};
-inline constexpr PartOrder part_order;
-
-// Steps from 0 to 255; NaN, as those of a point that is not finite, as 0.
-inline int round_down(float x) { return static_cast<int>(x > 0.0f ? std::min(x, 255.0f) : 0.0f); }
-
-// Boxes take in, by `margin`, the rounding of points, of the ray and of the test that they are for, and hits that
-// kernels accept beside a part.
-inline void set_boxes(const PartBounds& bounds, float margin, unsigned int axis, PartBoxes& boxes) {
-    constexpr float outside = 0x1p-17f;
-    const float low = *std::min_element(&bounds.low[0][0], &bounds.low[0][0] + part_count);
-    const float high = *std::max_element(&bounds.high[0][0], &bounds.high[0][0] + part_count);
-    const float pad = margin + outside * (high - low), origin = low - pad;
-    const float step = (high + pad - origin) * ((1.0f + 0x1p-20f) / 255.0f), inverse = 1.0f / step;
-    boxes.origin[axis] = origin;
-    boxes.step[axis] = step;
-    const float *lows = &bounds.low[0][0], *highs = &bounds.high[0][0];
-    int first[part_count], last[part_count];
-    for (unsigned int i = 0; i < part_count; ++i) {
-        first[i] = round_down((lows[i] - pad - origin) * inverse);
-        last[i] = 255 - round_down(255.0f - (highs[i] + pad - origin) * inverse);
-    }
-    for (unsigned int i = 0; i < part_count; ++i) {
-        boxes.sides[axis][0][part_order.at[i]] = static_cast<unsigned char>(first[i]);
-        boxes.sides[axis][1][part_order.at[i]] = static_cast<unsigned char>(last[i]);
-    }
-}
 
 }  // namespace sds
