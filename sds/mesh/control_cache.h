@@ -14,6 +14,11 @@ class ControlCache {
 public:
     // Of a patch at rest; valid until the next call.
     const ControlLanes& get(const SdsMeshGeometry& geometry, unsigned int primitive) {
+        // Those of a refined surface are stored: rays among more of them than there are places meet few of them again.
+        if (geometry.is_refined() && geometry.get_patch_count() > place_count) {
+            set(geometry, primitive, m_last);
+            return m_last;
+        }
         const std::uint64_t stamp = geometry.get_positions_stamp();
         const std::uint64_t key = (stamp << 32) + primitive;
         const std::uint64_t place = (primitive + stamp * 0x9E37u) % place_count;
@@ -42,6 +47,7 @@ private:
 
     std::uint64_t m_keys[place_count] = {};
     ControlLanes m_lanes[place_count];
+    ControlLanes m_last;
 };
 
 }  // namespace sds

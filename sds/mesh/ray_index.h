@@ -7,12 +7,12 @@
 
 namespace sds {
 
-struct NetWeights;
-
 class RayIndex final : public GeometryRayIndex, private TreeSurface {
 public:
-    // Above these counts what rays meet leaves the second-level cache, and what is saved is lost on fetching it.
-    static constexpr unsigned int max_patch_count = 8192, max_kept_patch_count = 2048;
+    // Above these counts what rays meet leaves the second-level cache, and what is saved is lost on fetching it. Small
+    // patches need few steps each, so that limit surfaces gain up to a larger count where they are refined. Where cells
+    // are kept, a quad of a surface that is refined to sixteenths at most counts as one patch.
+    static constexpr unsigned int max_patch_count = 8192, max_refined_patch_count = 16384, max_kept_patch_count = 2048;
 
     // Null for surfaces without patches, with more than the greatest count, in motion, or so small or large that
     // lengths cannot be multiplied.
@@ -20,14 +20,14 @@ public:
 
     void intersect(const CtxEval& ctx, GeometryRaytraceCtx& rays) const override;
     size_t get_memory_size() const override {
-        return sizeof(*this) + bytes_of(m_nodes) + bytes_of(m_boxes) + bytes_of(m_cells);
+        return sizeof(*this) + bytes_of(m_nodes) + bytes_of(m_boxes) + bytes_of(m_cells) + bytes_of(m_groups);
     }
 
 private:
     const ControlLanes& get_controls(const CtxEval& ctx, unsigned int patch) const override;
     unsigned int get_level(unsigned int patch) const override { return m_mesh->get_cell_level(patch); }
 
-    void set_parts(unsigned int patch, const NetWeights& weights, float margin);
+    class Builder;
 
     const SdsMesh* m_mesh = nullptr;
     GMathVec3<double> m_center{0, 0, 0};
@@ -35,6 +35,7 @@ private:
     CoreArray<RayTreeNode> m_nodes;
     CoreArray<PartBoxes> m_boxes;
     CoreArray<float> m_cells;
+    CoreArray<PatchGroup> m_groups;
 };
 
 }  // namespace sds

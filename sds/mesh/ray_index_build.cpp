@@ -1,30 +1,18 @@
-
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 
 #include "sds/common/control_lanes.h"
-#include "sds/common/cubic_basis.h"
 #include "sds/intersection/trace_patch.h"
+#include "sds/mesh/cell_net.h"
 #include "sds/mesh/part_kernels/part_kernels.h"
 #include "sds/mesh/ray_index.h"
 #include "sds/mesh/ray_tree_build.h"
+#include "sds/mesh_geometry/patch_arrays.h"
+#include "sds/refinement/patch_places.h"
 
 namespace sds {
-
-// Weights of the points i / 2^level along one side, in every lane.
-struct NetWeights {
-    static constexpr unsigned int max_size = 9;
-    SimdFloat4 at[max_size][4];
-
-    explicit NetWeights(unsigned int level) {
-        const unsigned int size = get_kept_side(level);
-        for (unsigned int i = 0; i < size; ++i) {
-            const auto basis = CubicBasis<float>::make_symmetric(static_cast<float>(i) / static_cast<float>(size - 1));
-            for (unsigned int k = 0; k < 4; ++k) at[i][k] = SimdFloat4(basis.b[k]);
-        }
-    }
-};
 
 namespace {
 
@@ -35,53 +23,14 @@ void join(PartBounds& bounds) {
     std::fill_n(high, part_count, *std::max_element(high, high + part_count));
 }
 
-// The corners of a patch's flat cells of level 2 or 3, one coordinate of (i, j) in row i, place j.
-struct CellNet {
-    static constexpr unsigned int row_size = 12;
-    float at[NetWeights::max_size][row_size];
-
-    // Every point by symmetric sums first along v, then along u, with weights that are exactly 0 and 1 at the ends:
-    // patches that share an edge get its points to the same bits.
-    CellNet(const float* coords, unsigned int level, const NetWeights& weights) {
-        const unsigned int size = get_kept_side(level);
-        const auto blend = [](const SimdFloat4* c, const SimdFloat4* w) {
-            return (c[0] * w[0] + c[3] * w[3]) + (c[1] * w[1] + c[2] * w[2]);
-        };
-        const SimdFloat4 rows[4] = {SimdFloat4::load_unaligned(coords), SimdFloat4::load_unaligned(coords + 4),
-                                    SimdFloat4::load_unaligned(coords + 8), SimdFloat4::load_unaligned(coords + 12)};
-        for (unsigned int j = 0; j < size; j += 4) {
-            SimdFloat4 curves[4];
-            for (unsigned int k = 0; k < 4; ++k) curves[k] = blend(rows, weights.at[std::min(j + k, size - 1)]);
-            transpose(curves[0], curves[1], curves[2], curves[3]);
-            for (unsigned int i = 0; i < size; ++i) blend(curves, weights.at[i]).store_unaligned(at[i] + j);
-        }
+// Empties the bounds of some parts.
+void clear(PartBounds& bounds, unsigned int parts) {
+    for (; parts != 0; parts &= parts - 1) {
+        const auto part = static_cast<unsigned int>(std::countr_zero(parts));
+        bounds.low[get_part_v(part)][get_part_u(part)] = std::numeric_limits<float>::infinity();
+        bounds.high[get_part_v(part)][get_part_u(part)] = -std::numeric_limits<float>::infinity();
     }
-
-    // Cells are flat: their corners bound them.
-    void find_bounds(unsigned int level, PartBounds& bounds) const {
-        const unsigned int step = 1u << (level - 2);
-        for (unsigned int u = 0; u < 4; ++u) {
-            float low[row_size], high[row_size];
-            std::copy_n(at[step * u], row_size, low);
-            std::copy_n(at[step * u], row_size, high);
-            for (unsigned int i = step * u + 1; i <= step * (u + 1); ++i)
-                for (unsigned int j = 0; j < row_size; ++j) {
-                    low[j] = std::min(low[j], at[i][j]);
-                    high[j] = std::max(high[j], at[i][j]);
-                }
-            for (unsigned int v = 0; v < 4; ++v) {
-                const float *l = low + step * v, *h = high + step * v;
-                bounds.low[v][u] = std::min(l[0], std::min(l[step / 2], l[step]));
-                bounds.high[v][u] = std::max(h[0], std::max(h[step / 2], h[step]));
-            }
-        }
-    }
-
-    void store(unsigned int level, float* out) const {
-        const unsigned int side = get_kept_side(level);
-        for (unsigned int i = 0; i < side; ++i) std::copy_n(at[i], side, out + side * i);
-    }
-};
+}
 
 // False for an empty box, and one that is not finite.
 bool holds_points(const GMathBbox3<double>& box) {
@@ -107,12 +56,162 @@ TreeItem make_item(const GMathBbox3<double>& box, unsigned int patch, const floa
     return item;
 }
 
+bool has_kept_level(unsigned int level) { return level == 2 || level == 3; }
+
+// Of the first patch, whose level in its group is `level_in_group`.
+unsigned int get_cell_level(const SdsMesh& mesh, unsigned int level_in_group) {
+    return mesh.get_level() == 0 ? limit_surface : mesh.get_cell_level(0) + level_in_group;
+}
+
+// One patch of what the hierarchy takes for one.
+struct Member {
+    unsigned int patch, part, level, x, y;
+};
+
+// The patches of one quad, by their parts.
+class Members {
+public:
+    Members(const PatchGroup* groups, unsigned int index) {
+        if (groups == nullptr) {
+            m_members[m_count++] = {index, 0, 0, 0, 0};
+            return;
+        }
+        const PatchGroup& group = groups[index];
+        for (unsigned int left = all_parts; left != 0;) {
+            const auto part = static_cast<unsigned int>(std::countr_zero(left));
+            const unsigned int level = group.get_level(part), shift = 2 - level;
+            m_members[m_count++] = {group.get_patch(part), part, level, get_part_u(part) >> shift,
+                                    get_part_v(part) >> shift};
+            left &= ~get_parts_of_patch(part, level);
+        }
+    }
+    const Member* begin() const { return m_members; }
+    const Member* end() const { return m_members + m_count; }
+
+private:
+    Member m_members[part_count];
+    unsigned int m_count = 0;
+};
+
+// The patches of a refined surface by quads, where every quad has the same cells and they are worth keeping.
+void make_groups(const SdsMesh& mesh, CoreArray<PatchGroup>& groups) {
+    const SdsMeshGeometry& geometry = *mesh.get_geometry();
+    if (mesh.get_level() == 0 || !geometry.is_refined() || geometry.get_finest_level() > 2) return;
+    const PatchPlaces& places = geometry.get_places();
+    const unsigned int count = places.get_patch_count();
+    if (count > RayIndex::max_kept_patch_count * part_count) return;
+    PatchGroup group{};
+    for (unsigned int first = 0, end = 0; first < count; first = end) {
+        group.first = first;
+        const unsigned int quad = places.get_patch(first).quad();
+        for (; end < count && places.get_patch(end).quad() == quad; ++end) {
+            const RefinedPatch& patch = places.get_patch(end);
+            // Its cells are half as large on the patch.
+            if (patch.covers_four_quads()) return groups.clear();
+            const auto level = static_cast<unsigned int>(patch.level());
+            for (unsigned int part = 0; part < part_count; ++part)
+                if (get_part_u(part) >> (2 - level) == patch.x() && get_part_v(part) >> (2 - level) == patch.y())
+                    group.places[part] = static_cast<unsigned char>((end - first) | level << 4);
+        }
+        groups.add(group);
+    }
+    if (groups.get_count() > RayIndex::max_kept_patch_count ||
+        !has_kept_level(get_cell_level(mesh, groups[0].get_level(0))))
+        groups.clear();
+}
+
 }  // namespace
+
+// Fills an index, item by item.
+class RayIndex::Builder {
+public:
+    Builder(RayIndex& index, const CoreBasicArray<GMathBbox3<double>>& boxes, float margin)
+        : m_index(index), m_boxes(boxes), m_margin(margin) {
+        const unsigned int level = index.m_tree.cell_level;
+        if (index.m_tree.cells != nullptr)
+            for (unsigned int below = 0; below < 3; ++below) m_weights[below].set(level - std::min(below, level));
+    }
+
+    // Boxes and corners of what the hierarchy takes for one patch.
+    void set_parts(unsigned int item) {
+        const RayTree& tree = m_index.m_tree;
+        const SdsMesh& mesh = *m_index.m_mesh;
+        const bool keeps_cells = tree.cells != nullptr;
+        PartBounds bounds[3];
+        unsigned int missing = 0;
+        for (const Member& member : Members(tree.groups, item)) {
+            if (!holds_points(m_boxes[member.patch])) {
+                missing |= get_parts_of_patch(member.part, member.level);
+                continue;
+            }
+            GMathVec3<float> points[16];
+            mesh.get_geometry()->get_bezier_controls(member.patch, points);
+            const ControlLanes placed(points);
+            for (GMathVec3<float>& point : points)
+                for (unsigned int axis = 0; axis < 3; ++axis) point[axis] -= tree.center[axis];
+            const ControlLanes controls(points);
+            if (keeps_cells) {
+                add_corners(controls, placed, member);
+                continue;
+            }
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                m_kernels.find_bounds(controls.coords[axis], bounds[axis]);
+                // Cells larger than parts leave the parts' hulls.
+                if (mesh.get_level() != 0 && mesh.get_cell_level(member.patch) < 2) join(bounds[axis]);
+            }
+        }
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            if (keeps_cells) store_corners(item, axis, bounds[axis]);
+            if (missing != 0) clear(bounds[axis], missing);
+            m_kernels.set_boxes(bounds[axis], m_margin, axis, m_index.m_boxes[item]);
+        }
+    }
+
+private:
+    // `placed` are the controls where they are, `controls` from the center. All corners are set before they are looked
+    // at, unless a patch is left out.
+    void add_corners(const ControlLanes& controls, const ControlLanes& placed, const Member& member) {
+        const RayTree& tree = m_index.m_tree;
+        const unsigned int level = tree.cell_level - member.level;
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            if (tree.groups == nullptr) {
+                m_nets[axis].set(controls.coords[axis], level, m_weights[0]);
+                continue;
+            }
+            CellNet net;
+            net.set(controls.coords[axis], level, m_weights[member.level]);
+            net.set_sides(placed.coords[axis], tree.center[axis], level);
+            m_nets[axis].add(net, level, member.x, member.y);
+        }
+    }
+    void store_corners(unsigned int item, unsigned int axis, PartBounds& bounds) {
+        const unsigned int level = m_index.m_tree.cell_level, size = get_kept_size(level);
+        const unsigned int corner_count = get_kept_side(level) * get_kept_side(level);
+        float* const cells = m_index.m_cells.get_data() + size_t{size} * item;
+        m_nets[axis].find_bounds(level, bounds);
+        m_nets[axis].store(level, cells + axis * corner_count);
+        // What is loaded with the last corners.
+        std::fill(cells + 3 * corner_count, cells + size, 0.0f);
+    }
+
+    const PartKernels& m_kernels = get_part_kernels();
+    RayIndex& m_index;
+    const CoreBasicArray<GMathBbox3<double>>& m_boxes;
+    float m_margin;
+    NetWeights m_weights[3];  // of patches of level 0 to 2
+    CellNet m_nets[3] = {};
+};
 
 std::unique_ptr<const RayIndex> RayIndex::make(const SdsMesh& mesh, const CoreBasicArray<GMathBbox3<double>>& boxes) {
     const SdsMeshGeometry& geometry = *mesh.get_geometry();
-    const unsigned int count = geometry.get_patch_count();
-    if (count == 0 || count > max_patch_count || boxes.get_count() != count || geometry.is_animated()) return nullptr;
+    const unsigned int patch_count = geometry.get_patch_count();
+    if (patch_count == 0 || boxes.get_count() != patch_count || geometry.is_animated()) return nullptr;
+    auto index = std::make_unique<RayIndex>();
+    make_groups(mesh, index->m_groups);
+    const PatchGroup* const groups = index->m_groups.is_empty() ? nullptr : index->m_groups.get_data();
+    const unsigned int count = groups != nullptr ? index->m_groups.get_count() : patch_count;
+    const bool is_refined_limit = geometry.is_refined() && mesh.get_level() == 0;
+    if (count > (is_refined_limit ? max_refined_patch_count : max_patch_count)) return nullptr;
     const GMathBbox3<float>& box = geometry.get_bbox();
     float extent = 0.0f;
     for (unsigned int axis = 0; axis < 3; ++axis)
@@ -126,55 +225,32 @@ std::unique_ptr<const RayIndex> RayIndex::make(const SdsMesh& mesh, const CoreBa
     const float center[3] = {middle[0], middle[1], middle[2]};
     CoreArray<TreeItem> items;
     items.reserve(count);
-    for (unsigned int patch = 0; patch < count; ++patch) {
-        if (holds_points(boxes[patch])) items.add(make_item(boxes[patch], patch, center, static_cast<double>(margin)));
+    for (unsigned int item = 0; item < count; ++item) {
+        auto whole = GMathBbox3<double>::empty();
+        for (const Member& member : Members(groups, item))
+            if (holds_points(boxes[member.patch])) whole.grow(boxes[member.patch]);
+        if (holds_points(whole)) items.add(make_item(whole, item, center, static_cast<double>(margin)));
     }
     if (items.is_empty()) return nullptr;
-    auto index = std::make_unique<RayIndex>();
     index->m_mesh = &mesh;
     index->m_center = GMathBbox3<double>(box).get_center();
     build_ray_tree(items, index->m_nodes);
     index->m_boxes.resize(count);
-    const unsigned int level = mesh.get_level() == 0 ? limit_surface : mesh.get_cell_level(0);
-    // Refined surfaces have cells of several levels, which share parts of edges.
-    const bool keeps_cells = (level == 2 || level == 3) && count <= max_kept_patch_count && !geometry.is_refined();
+    const unsigned int level = get_cell_level(mesh, groups != nullptr ? groups[0].get_level(0) : 0);
+    // Patches of several levels share parts of edges.
+    const bool keeps_cells =
+        groups != nullptr || (has_kept_level(level) && count <= max_kept_patch_count && !geometry.is_refined());
     if (keeps_cells) index->m_cells.resize(get_kept_size(level) * count);
-    const NetWeights weights(keeps_cells ? level : 2);
     index->m_tree = {{center[0], center[1], center[2]},
                      index->m_nodes.get_data(),
                      index->m_boxes.get_data(),
                      keeps_cells ? index->m_cells.get_data() : nullptr,
-                     level};
-    for (const TreeItem& item : items) index->set_parts(item.patch, weights, margin);
+                     level,
+                     groups,
+                     geometry.is_refined() ? geometry.get_refined_arrays().controls : nullptr};
+    Builder builder(*index, boxes, margin);
+    for (const TreeItem& item : items) builder.set_parts(item.patch);
     return index;
-}
-
-void RayIndex::set_parts(unsigned int patch, const NetWeights& weights, float margin) {
-    const PartKernels& kernels = get_part_kernels();
-    const unsigned int level = m_tree.cell_level;
-    GMathVec3<float> points[16];
-    m_mesh->get_geometry()->get_bezier_controls(patch, points);
-    for (GMathVec3<float>& point : points)
-        for (unsigned int axis = 0; axis < 3; ++axis) point[axis] -= m_tree.center[axis];
-    const ControlLanes controls(points);
-    const bool is_limit = m_mesh->get_level() == 0;
-    float* const cells = m_cells.is_empty() ? nullptr : m_cells.get_data() + size_t{get_kept_size(level)} * patch;
-    const unsigned int corner_count = cells != nullptr ? get_kept_side(level) * get_kept_side(level) : 0;
-    // What is loaded with the last corners.
-    if (cells != nullptr) std::fill(cells + 3 * corner_count, cells + get_kept_size(level), 0.0f);
-    for (unsigned int axis = 0; axis < 3; ++axis) {
-        PartBounds bounds;
-        if (cells == nullptr) {
-            kernels.find_bounds(controls.coords[axis], bounds);
-            // Cells larger than parts leave the parts' hulls.
-            if (!is_limit && m_mesh->get_cell_level(patch) < 2) join(bounds);
-        } else {
-            const CellNet net(controls.coords[axis], level, weights);
-            net.find_bounds(level, bounds);
-            net.store(level, cells + axis * corner_count);
-        }
-        kernels.set_boxes(bounds, margin, axis, m_boxes[patch]);
-    }
 }
 
 }  // namespace sds

@@ -144,10 +144,11 @@ public:
     // kept scratch remembers the control points of patches that it met recently, in 400 KB.
     void intersect_primitive(const CtxEval& ctx, const unsigned int& primitive,
                              GeometryRaytraceCtx& rays) const override;
-    // For surfaces of up to 8,192 patches that do not move: a hierarchy over the patches and the boxes of their sixteen
-    // parts; for up to 2,048 patches with cells of level 2 or 3 also the cells' corners. Rays meet the same cells, but
-    // for rounding at their rims where corners are kept, and the same roots of the limit surface, but for rounding.
-    // Refers to this mesh. 200 bytes a patch and, with corners, 312 or 976 more.
+    // For surfaces of up to 8,192 patches that do not move (limit surfaces that are refined: 16,384): a hierarchy over
+    // the patches and the boxes of their sixteen parts; for up to 2,048 patches with cells of level 2 or 3 also the
+    // cells' corners. Of a surface in quads that is refined to depth 2 at most a quad is one patch there. Rays meet the
+    // same cells, but for rounding at their rims where corners are kept, and the same roots of the limit surface, but
+    // for rounding. Refers to this mesh. Some 220 bytes a patch and, with corners, 308 or 976 more.
     std::unique_ptr<const GeometryRayIndex> make_ray_index(
         const CoreBasicArray<GMathBbox3<double>>& boxes) const override;
 

@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <optional>
 #include <random>
 
 #include "oracles/built_surface.h"
 #include "oracles/mesh_zoo.h"
+#include "oracles/ray_oracle.h"
 #include "render/scene.h"
+#include "sds/refinement/patch_places.h"
 
 namespace sds_test {
 namespace {
@@ -65,10 +68,17 @@ TEST_P(OwnHierarchy, FindsWhatTheHostsFinds) {
             hosts.add(plain);
             hosts.commit();
             sds_render::RenderThread thread(own.get_shader_ctx());
-            // Kept corners round in their own way, and so do roots found from another start.
-            const unsigned int cells = level != 0 ? surface.mesh.get_cell_level(0) : 2;
-            const bool is_exact = (level != 0 && depth != 0) || cells < 2 || cells > 3;
+            // Kept corners round in their own way, and so do roots found from another start. Those of refined surfaces
+            // are kept by quads.
+            const auto cells = [&] {
+                const SdsMesh& mesh = surface.mesh;
+                const int of_patch = static_cast<int>(mesh.get_cell_level(0));
+                return depth == 0 ? of_patch : of_patch + mesh.get_geometry()->get_places().get_patch(0).level();
+            };
+            const bool is_exact = level != 0 && surface.mesh.get_primitive_count() != 0 && (cells() < 2 || cells() > 3);
             const double tolerance = is_exact ? 0.0 : 1e-5 * surface.get_diagonal();
+            std::optional<RayOracle> cells_of_patches;
+            if (level != 0 && !is_exact) cells_of_patches.emplace(surface.mesh);
             unsigned int hits = 0, differences = 0;
             const std::vector<GeometryRay> rays = make_rays(surface.mesh.get_bbox(), 40);
             for (size_t first = 0; first < rays.size(); first += 8) {
@@ -89,6 +99,10 @@ TEST_P(OwnHierarchy, FindsWhatTheHostsFinds) {
                         EXPECT_EQ(alone.hit.primitive, other.hit.primitive);
                     }
                     const double length = alone.direction.length();
+                    if (is_hit && cells_of_patches) {
+                        const Vec3d there = cells_of_patches->point(alone.hit.primitive, alone.hit.u, alone.hit.v);
+                        EXPECT_LE((there - (alone.origin + alone.direction * alone.hit.t)).length(), tolerance);
+                    }
                     const bool agrees =
                         is_hit == is_other && (!is_hit || std::fabs(alone.hit.t - other.hit.t) * length <= tolerance);
                     differences += agrees ? 0 : 1;

@@ -260,7 +260,7 @@ private:
 // ray its corners are.
 template <bool is_wide, class FindDepths>
 inline void intersect_cell(const FlatCell& cell, unsigned int i, unsigned int j, unsigned int level,
-                           const RaySpace& ray, RayHits& hits, const FindDepths& find_depths) {
+                           const RaySpace& ray, RayHits& hits, const FindDepths& find_depths, unsigned int part = 0) {
     cell.intersect<is_wide>(ray.edge_slack, [&](double b1, double b2, bool upper, double det) {
         const float size = 1.0f / static_cast<float>(1u << level);
         const float u[2] = {static_cast<float>(i) * size, static_cast<float>(i + 1) * size};
@@ -274,7 +274,7 @@ inline void intersect_cell(const FlatCell& cell, unsigned int i, unsigned int j,
         const double t2 = static_cast<double>(t_at[upper ? 3 : 2]);
         const double t = (1.0 - b1 - b2) * t0 + b1 * t1 + b2 * t2;
         add_hit(ray, hits, static_cast<float>(t), blend_range(a, u[0], u[1]), blend_range(b, v[0], v[1]), size,
-                det <= 0.0);
+                det <= 0.0, part);
     });
 }
 

@@ -15,7 +15,8 @@ inline unsigned int find_farthest(const RayHits& hits) {
     return place;
 }
 
-inline void add_hit(const RaySpace& ray, RayHits& hits, float t, float u, float v, float cell, bool facing) {
+inline void add_hit(const RaySpace& ray, RayHits& hits, float t, float u, float v, float cell, bool facing,
+                    unsigned int part = 0) {
     // Hits that the ray has no use for must not push others out of a full list. NaN fails.
     const double distance = ray.shift + static_cast<double>(t);
     if (!(distance >= ray.near && distance < ray.far)) return;
@@ -34,6 +35,7 @@ inline void add_hit(const RaySpace& ray, RayHits& hits, float t, float u, float 
     hit.v = v;
     hit.cell = cell;
     hit.side = facing ? 1 : 0;
+    hit.part = static_cast<unsigned char>(part);
 }
 
 }  // namespace

@@ -43,13 +43,14 @@ template <unsigned int level>
             cell.p[k] = static_cast<double>(p[rows[k]][lanes[k]]);
             cell.q[k] = static_cast<double>(q[rows[k]][lanes[k]]);
         }
-        intersect_cell<false>(cell, first_i + r, first_j + c, level, ray, hits, [&](float* t) {
+        const auto find_depths = [&](float* t) {
             for (unsigned int k = 0; k < 4; ++k) {
                 const unsigned int at = side * rows[k] + lanes[k];
                 t[k] = (x[at] - origin[0]) * ray.along[0] + (y[at] - origin[1]) * ray.along[1] +
                        (z[at] - origin[2]) * ray.along[2];
             }
-        });
+        };
+        intersect_cell<false>(cell, first_i + r, first_j + c, level, ray, hits, find_depths, part);
     }
 }
 

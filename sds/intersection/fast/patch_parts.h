@@ -19,8 +19,9 @@ inline constexpr unsigned int all_parts = 0xFFFF;
 constexpr unsigned int get_part_u(unsigned int part) { return (part >> 2 & 2u) | (part >> 1 & 1u); }
 constexpr unsigned int get_part_v(unsigned int part) { return (part >> 1 & 2u) | (part & 1u); }
 
-// Boxes of a patch's parts, each side in steps of the patch's own box: side = origin + step * number.
-struct PartBoxes {
+// Boxes of a patch's parts, in two lines of a cache, each side in steps of the patch's own box: side = origin + step *
+// number.
+struct alignas(64) PartBoxes {
     float origin[3], step[3];
     unsigned char sides[3][2][part_count];  // [axis][0 low, 1 high][part]
 };
@@ -32,8 +33,22 @@ constexpr unsigned int get_kept_size(unsigned int level) {
     return 3 * get_kept_side(level) * get_kept_side(level) + (level == 2 ? 2u : 1u);
 }
 
+// The patches of one quad of a surface that is refined to sixteenths at most: what a hierarchy takes for one patch. The
+// quad then has sixteen parts, each in one patch; a patch of level k is 2^-k of the quad either way.
+struct PatchGroup {
+    unsigned int first;                // patch; the others follow it
+    unsigned char places[part_count];  // of each part: its patch, counted from the first, and that one's level x 16
+
+    unsigned int get_patch(unsigned int part) const { return first + (places[part] & 15u); }
+    unsigned int get_level(unsigned int part) const { return places[part] >> 4; }
+};
+// The parts that lie in the patch of level `level` that has `part`.
+constexpr unsigned int get_parts_of_patch(unsigned int part, unsigned int level) {
+    return level == 0 ? all_parts : level == 1 ? 15u << (part & 12u) : 1u << part;
+}
+
 // Eight boxes of a hierarchy and what is in them. A box that nothing is in has its low sides above its high ones.
-struct RayTreeNode {
+struct alignas(64) RayTreeNode {
     static constexpr unsigned int width = 8;
     static constexpr unsigned int leaf_flag = 0x80000000u;
 
@@ -41,8 +56,8 @@ struct RayTreeNode {
     unsigned int children[width];  // a patch and the flag, or a node
 };
 
-// A hierarchy over patches. Boxes, of parts too, have room for the rounding of the tests that they are for, and for a
-// ray that is turned by 2^-24.
+// A hierarchy over patches, or over groups of them, which keep cells as patches do: hits alone are by patch. Boxes,
+// of parts too, have room for the rounding of the tests that they are for, and for a ray that is turned by 2^-24.
 struct RayTree {
     // Entries that wait while a ray goes through the deepest tree.
     static constexpr unsigned int max_depth = 48, stack_size = max_depth * (RayTreeNode::width - 1) + 1;
@@ -52,6 +67,8 @@ struct RayTree {
     const PartBoxes* boxes;    // of every patch
     const float* cells;        // kept corners of every patch, or null
     unsigned int cell_level;   // of the kept ones
+    const PatchGroup* groups;  // or null
+    const float* controls;     // x y z of sixteen points a patch, where they are stored: asked for ahead, not read
 };
 
 }  // namespace sds

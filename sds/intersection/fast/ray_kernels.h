@@ -33,6 +33,7 @@ struct RayHit {
     float v;
     float cell;          // size of the flat cell in patch coordinates, 0 on the limit surface
     unsigned char side;  // 1 when the surface faces the ray: (dP/du x dP/dv) . direction <= 0
+    unsigned char part;  // of the patch, on kept cells
 };
 
 struct RayHits {

@@ -54,7 +54,7 @@ public:
 
     // Traces what was added and hands on the hits.
     void finish() {
-        const TreeSink sink{this, &trace_patch, &take};
+        const TreeSink sink = get_sink();
         if (m_count < min_packet_size || !m_kernels.trace_tree_packet(m_tree, m_spaces, m_count, sink, m_hits))
             for (unsigned int k = 0; k < m_count; ++k) m_kernels.trace_tree(m_tree, m_spaces[k], sink, k, m_hits);
         for (unsigned int k = 0; k < m_count; ++k) hand_on(m_slots[k]);
@@ -62,7 +62,7 @@ public:
     }
     // The same for the first.
     void finish_single() {
-        m_kernels.trace_tree(m_tree, m_spaces[0], {this, &trace_patch, &take}, 0, m_hits);
+        m_kernels.trace_tree(m_tree, m_spaces[0], get_sink(), 0, m_hits);
         hand_on(m_slots[0]);
     }
     void log() const { log_limits(m_is_limit ? "adaptive" : "estimate", m_hits); }
@@ -83,6 +83,11 @@ private:
             m_rays.set_occluder(s.ray, {s.patch, s.node, &m_hits});
     }
 
+    TreeSink get_sink() {
+        if (m_tree.groups != nullptr) return {this, &trace_patch, &take_from_group};
+        return {this, &trace_patch, &take};
+    }
+
     static void trace_patch(void* self, unsigned int patch, unsigned int parts, const RaySpace& ray, RayHits& hits) {
         const auto& trace = *static_cast<const TreeTrace*>(self);
         const float(*controls)[16] = trace.m_surface.get_controls(trace.m_ctx, patch).coords;
@@ -92,20 +97,43 @@ private:
             trace.m_kernels.estimate_parts(controls, ray, trace.m_surface.get_level(patch), parts, hits);
     }
 
-    // The nearest stays; at the same distance that of the patch that comes first.
     static double take(void* self, unsigned int k, unsigned int patch, const RayHits& hits) {
+        return take_all(
+            self, k, hits, [patch](const RayHit&) { return patch; }, [](const RayHit&, Slot&) {});
+    }
+    // Cells are kept by the group's coordinates.
+    static double take_from_group(void* self, unsigned int k, unsigned int group, const RayHits& hits) {
+        const PatchGroup& patches = static_cast<TreeTrace*>(self)->m_tree.groups[group];
+        return take_all(
+            self, k, hits, [&](const RayHit& hit) { return patches.get_patch(hit.part); },
+            [&](const RayHit& hit, Slot& slot) {
+                const unsigned int level = patches.get_level(hit.part);
+                const auto scale = static_cast<float>(1u << level);
+                slot.u = hit.u * scale - static_cast<float>(get_part_u(hit.part) >> (2 - level));
+                slot.v = hit.v * scale - static_cast<float>(get_part_v(hit.part) >> (2 - level));
+                slot.cell = hit.cell * scale;
+            });
+    }
+
+    // The nearest stays; at the same distance that of the patch that comes first.
+    template <class FindPatch, class SetPlace>
+    static double take_all(void* self, unsigned int k, const RayHits& hits, const FindPatch& find_patch,
+                           const SetPlace& set_place) {
         Slot& slot = static_cast<TreeTrace*>(self)->m_slots[k];
         const double shift = static_cast<TreeTrace*>(self)->m_spaces[k].shift;
         for (unsigned int h = 0; h < hits.count; ++h) {
             const RayHit& hit = hits.hits[h];
             const double t = shift + static_cast<double>(hit.t);
-            if (!(t < slot.t || (t == slot.t && patch < slot.patch))) continue;
+            if (!(t <= slot.t)) continue;
+            const unsigned int patch = find_patch(hit);
+            if (t == slot.t && patch >= slot.patch) continue;
             slot.patch = patch;
             slot.t = t;
             slot.u = hit.u;
             slot.v = hit.v;
             slot.cell = hit.cell;
             slot.node = h;
+            set_place(hit, slot);
         }
         // One that has what it wanted ends nowhere.
         return slot.is_any ? -std::numeric_limits<double>::infinity() : next_above(slot.t);

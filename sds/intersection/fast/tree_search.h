@@ -64,11 +64,28 @@ private:
     TreeEntry m_entries[RayTree::stack_size];
 };
 
+// Random rays wait for memory more than they compute: what they are about to look at is asked for ahead of it.
+[[gnu::always_inline]] inline void prefetch_child(const RayTree& tree, unsigned int child) {
+    constexpr unsigned int line = 64;
+    const bool is_leaf = (child & RayTreeNode::leaf_flag) != 0;
+    const auto* bytes = is_leaf ? reinterpret_cast<const char*>(tree.boxes + (child & ~RayTreeNode::leaf_flag))
+                                : reinterpret_cast<const char*>(tree.nodes + child);
+    for (unsigned int k = 0; k < sizeof(PartBoxes); k += line) __builtin_prefetch(bytes + k);
+    if (is_leaf) return;
+    for (unsigned int k = sizeof(PartBoxes); k < sizeof(RayTreeNode); k += line) __builtin_prefetch(bytes + k);
+}
+[[gnu::always_inline]] inline void prefetch_controls(const RayTree& tree, unsigned int patch) {
+    if (tree.controls == nullptr) return;
+    const float* controls = tree.controls + 48ul * patch;
+    for (unsigned int k = 0; k < 48; k += 16) __builtin_prefetch(controls + k);
+}
+
 // The hits of a ray with one patch. `kept_level` is that of the cells that the tree keeps, 0 where it keeps none.
 template <unsigned int kept_level>
 [[gnu::always_inline]] inline void intersect_leaf(const RayTree& tree, unsigned int patch, const RaySpace& ray,
                                                   const BoxRay& box_ray, const TreeSink& sink, RayHits& hits) {
     if constexpr (kept_level == 0) {
+        prefetch_controls(tree, patch);
         // Roots are found from the parts, which must not depend on what was met before.
         const unsigned int parts = find_parts(tree.boxes[patch], box_ray, -__builtin_inff(), __builtin_inff());
         if (parts != 0) sink.trace(sink.self, patch, parts, ray, hits);
@@ -99,7 +116,10 @@ void trace_tree_ray(const RayTree& tree, RaySpace& ray, const TreeSink& sink, un
             if (found != 0) {
                 float distances[8];
                 (near - SimdFloat8(box_ray.begin)).store(distances);
-                entry = stack.push(found, [&](unsigned int i) { return make_entry(distances[i], node.children[i]); });
+                entry = stack.push(found, [&](unsigned int i) {
+                    prefetch_child(tree, node.children[i]);
+                    return make_entry(distances[i], node.children[i]);
+                });
                 continue;
             }
         } else {
