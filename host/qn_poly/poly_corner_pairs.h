@@ -86,6 +86,11 @@ private:
                 if (m_is_first) std::fill_n(m_partners + 4 * size_t{q}, 4, none);
                 continue;
             }
+            // Most quads are one task's alone.
+            if constexpr (!is_whole)
+                if (std::max(std::max(v[0], v[1]), std::max(v[2], v[3])) < m_first ||
+                    std::min(std::min(v[0], v[1]), std::min(v[2], v[3])) >= m_first + m_count)
+                    continue;
             for (unsigned int k = 0; k < 4; ++k) add<is_whole>(4 * q + k, v[k], v[(k + 1) & 3u]);
         }
     }

@@ -67,15 +67,32 @@ void pair_by_sorting(const PolyEdgeBuckets& buckets, unsigned int vertex_count, 
     });
 }
 
-// use(first, end) for runs of [0, count), on all threads when there are many.
+// Blocks are looked at without a branch.
+bool has_only_quads(const CoreBasicArray<unsigned int>& counts) {
+    constexpr unsigned int block = 4096;
+    for (unsigned int first = 0; first < counts.get_count(); first += block) {
+        const unsigned int size = std::min(block, counts.get_count() - first);
+        unsigned int others = 0;
+        for (unsigned int i = 0; i < size; ++i) others |= counts[first + i] ^ 4u;
+        if (others != 0) return false;
+    }
+    return true;
+}
+
+constexpr unsigned int run_size = 65536;
+
+unsigned int get_run_count(unsigned int count) { return count / run_size + (count % run_size != 0 ? 1 : 0); }
+
+// use(first, end) for runs of run_size of [0, count), on all threads when there are many.
 template <class Use>
 void for_each_run(unsigned int count, const Use& use) {
-    constexpr unsigned int run_size = 65536;
-    if (count <= 2 * run_size) return use(0u, count);
-    sys_parallel_for(count / run_size + 1, [&](unsigned int i, unsigned int) {
+    const auto use_run = [&](unsigned int i, unsigned int) {
         const unsigned int first = i * run_size;
         use(first, first + std::min(run_size, count - first));
-    });
+    };
+    const unsigned int run_count = get_run_count(count);
+    if (run_count > 2) return sys_parallel_for(run_count, use_run);
+    for (unsigned int i = 0; i < run_count; ++i) use_run(i, 0);
 }
 
 }  // namespace
@@ -92,8 +109,7 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
     neighbour_edges.resize(corner_count);
     edge_smooth_flags.resize(corner_count);
 
-    const bool is_all_quads =
-        std::all_of(polygon_counts.begin(), polygon_counts.end(), [](unsigned int count) { return count == 4; });
+    const bool is_all_quads = has_only_quads(polygon_counts);
     if (progress != nullptr) progress->set_value(0.3f);
     CoreArray<unsigned int>& partners = neighbour_edges;  // at first
     if (!PolyCornerPairs::find(polygon_indices.get_data(), polygon_counts, corner_count, vertex_count, is_all_quads,
@@ -102,6 +118,10 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
                         partners);
     if (progress != nullptr) progress->set_value(0.6f);
 
+    const CoreBasicArray<unsigned char>* creases = PolyCreaseScope::get_current();
+    if (creases != nullptr && creases->get_count() != corner_count) creases = nullptr;
+    // Runs of corners with a crease among them, which most have not.
+    CoreArray<unsigned char> has_creases(get_run_count(corner_count), static_cast<unsigned char>(0));
     CoreArray<unsigned int> corner_polygons(is_all_quads ? 0 : corner_count);
     if (!is_all_quads)
         for (unsigned int p = 0; p < polygon_counts.get_count(); ++p)
@@ -118,11 +138,16 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
             }
         }
         std::fill(edge_smooth_flags.begin() + first, edge_smooth_flags.begin() + end, static_cast<unsigned char>(1));
+        unsigned char bits = 0;
+        if (creases != nullptr)
+            for (unsigned int c = first; c < end; ++c) bits |= (*creases)[c];
+        has_creases[first / run_size] = bits;
     });
 
-    const CoreBasicArray<unsigned char>* const creases = PolyCreaseScope::get_current();
-    if (creases != nullptr && creases->get_count() == corner_count) {
-        for (unsigned int c = 0; c < corner_count; ++c) {
+    for (unsigned int run = 0; run < has_creases.get_count(); ++run) {
+        if (has_creases[run] == 0) continue;
+        const unsigned int first = run * run_size, end = first + std::min(run_size, corner_count - first);
+        for (unsigned int c = first; c < end; ++c) {
             if ((*creases)[c] == 0) continue;
             edge_smooth_flags[c] = 0;
             if (neighbour_polygons[c] != none)

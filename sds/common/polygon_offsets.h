@@ -1,5 +1,7 @@
-// Where each polygon's corners begin.
+// Where each polygon's corners begin, and whether all have four.
 #pragma once
+
+#include <algorithm>
 
 #include "qn_core/core_array.h"
 
@@ -14,6 +16,18 @@ inline CoreArray<unsigned int> polygon_offsets(const CoreBasicArray<unsigned int
         offset += counts[i];
     }
     return offsets;
+}
+
+// Blocks are looked at without a branch.
+inline bool has_only_quads(const CoreBasicArray<unsigned int>& counts) {
+    constexpr unsigned int block = 4096;
+    for (unsigned int first = 0; first < counts.get_count(); first += block) {
+        const unsigned int size = std::min(block, counts.get_count() - first);
+        unsigned int others = 0;
+        for (unsigned int i = 0; i < size; ++i) others |= counts[first + i] ^ 4u;
+        if (others != 0) return false;
+    }
+    return true;
 }
 
 }  // namespace sds

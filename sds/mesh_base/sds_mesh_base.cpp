@@ -22,6 +22,14 @@ CoreArray<unsigned char> find_creases(const SdsMeshBase::EdgesTopology& edges) {
     return creases;
 }
 
+CoreArray<unsigned int> get_quad_offsets(unsigned int quad_count) {
+    CoreArray<unsigned int> offsets(quad_count);
+    sds::fill_array<unsigned int>(quad_count, [&offsets](unsigned int begin, unsigned int end) {
+        for (unsigned int q = begin; q < end; ++q) offsets[q] = 4 * q;
+    });
+    return offsets;
+}
+
 }  // namespace
 
 SdsMeshBase::SdsMeshBase() { sds::build_cosine_table(); }
@@ -107,9 +115,9 @@ void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<uns
     control_cage.reset();
     quad_count = 0;
 
-    const CoreArray<unsigned int> polygon_offsets = sds::polygon_offsets(polygon_counts);
-    const bool all_quads =
-        std::all_of(polygon_counts.begin(), polygon_counts.end(), [](unsigned int count) { return count == 4; });
+    const bool all_quads = sds::has_only_quads(polygon_counts);
+    const CoreArray<unsigned int> polygon_offsets =
+        all_quads ? get_quad_offsets(polygon_counts.get_count()) : sds::polygon_offsets(polygon_counts);
     shading_group_names = group_names;
 
     if (all_quads) {

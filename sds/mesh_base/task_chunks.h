@@ -85,22 +85,34 @@ void for_each_entry(SysThreadTaskManager* manager, unsigned int count, AppProgre
     run_tasks<RangeTask<decltype(work)>>(manager, count, 4, progress, work);
 }
 
-// A copy of an array; a large one is made on all threads of the arena, which share the first touch of its pages.
+inline constexpr size_t min_shared_bytes = size_t{1} << 22;
+
+// Calls fill(begin, end) for parts of an array of `count` T, of a large one on all threads of the arena, which share
+// the first touch of its pages.
+template <class T, class Fill>
+void fill_array(unsigned int count, const Fill& fill) {
+    if (sizeof(T) * count < min_shared_bytes) return fill(0u, count);
+    const auto work = [&](const WorkRange& range) { fill(range.begin, range.end); };
+    SysThreadTaskManager manager;
+    run_tasks<RangeTask<decltype(work)>>(&manager, count, 2, nullptr, work);
+}
+
+// `count` elements; they do not overlap.
+template <class T>
+void copy_elements(const T* from, unsigned int count, T* to) {
+    fill_array<T>(count,
+                  [=](unsigned int begin, unsigned int end) { std::copy(from + begin, from + end, to + begin); });
+}
+
 template <class T>
 void copy_array(const CoreBasicArray<T>& from, CoreArray<T>& to) {
-    constexpr size_t min_threaded_bytes = size_t{1} << 22;
-    const unsigned int count = from.get_count();
-    if (sizeof(T) * count < min_threaded_bytes) {
+    if (sizeof(T) * from.get_count() < min_shared_bytes) {
         to = from;
         return;
     }
     to.resize(0);
-    to.resize(count);
-    const auto work = [&](const WorkRange& range) {
-        std::copy(from.begin() + range.begin, from.begin() + range.end, to.begin() + range.begin);
-    };
-    SysThreadTaskManager manager;
-    run_tasks<RangeTask<decltype(work)>>(&manager, count, 2, nullptr, work);
+    to.resize(from.get_count());
+    copy_elements(from.get_data(), from.get_count(), to.get_data());
 }
 
 }  // namespace sds

@@ -1,6 +1,7 @@
 #include "sds/mesh_geometry/late_vertices.h"
 
 #include "sds/common/progress.h"
+#include "sds/mesh_base/task_chunks.h"
 
 using Vec3f = GMathVec3<float>;
 
@@ -16,8 +17,10 @@ void SdsMeshGeometry::build_point_cloud(const CoreBasicArray<Vec3f>& positions,
     const bool linear = mode == InterpolationMode::all_fixed;
     const sds::ProgressTask task(progress, "compute subdivision positions", 0.1f);
     if (base->get_subdivision() == nullptr) {
-        point_cloud.init(positions.get_count(), positions.get_data(), nullptr,
-                         has_motion ? motion_vectors.get_data() : nullptr);
+        const unsigned int count = positions.get_count();
+        point_cloud.init(count, false, has_motion, false);
+        sds::copy_elements(positions.get_data(), count, point_cloud.get_positions().get_data());
+        if (has_motion) sds::copy_elements(motion_vectors.get_data(), count, point_cloud.get_velocities().get_data());
         return;
     }
     // Zeroed, because vertices that no quad uses are never written.
