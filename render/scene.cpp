@@ -156,13 +156,20 @@ PrimitiveBounds Scene::Impl::compute_primitive_bounds(const SceneObject& object)
 }
 
 Bbox3 SceneObject::settle_box() {
-    Bbox3 box = Bbox3::empty();
+    Vec3 low = Bbox3::empty().get_min(), high = Bbox3::empty().get_max();
     left_out.clear();
-    for (unsigned int i = 0; i < bounds.boxes.get_count(); ++i)
-        if (is_valid_box(bounds.boxes[i]))
-            box.grow(bounds.boxes[i]);
-        else if (bounds.step_count == 1)
+    for (unsigned int i = 0; i < bounds.boxes.get_count(); ++i) {
+        const Bbox3& one = bounds.boxes[i];
+        if (is_valid_box(one)) {
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                low[axis] = std::min(low[axis], one.get_min()[axis]);
+                high[axis] = std::max(high[axis], one.get_max()[axis]);
+            }
+        } else if (bounds.step_count == 1) {
             left_out.push_back(i);
+        }
+    }
+    const Bbox3 box(low, high);
     if (!box.is_empty()) reference = box.get_center();
     return box;
 }

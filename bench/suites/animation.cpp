@@ -38,7 +38,8 @@ HostCage make_pose(const HostCage& cage) {
 }
 
 void check_hits(Session& session, const HostCage& cage, const Shot& followed) {
-    const Shot fresh(cage, sds_render::HierarchyUse::still);
+    // Built for the same use: the hierarchy of a still surface has kernels of its own, which round at rims.
+    const Shot fresh(cage, sds_render::HierarchyUse::refitted);
     const RaySet rays = make_random_rays(fresh.scene.get_bbox(), 20000);
     sds_render::RenderThread thread(fresh.scene.get_shader_ctx());
     const TraceResult expected = trace_single(fresh.scene, thread, rays, 0, rays.size());

@@ -76,7 +76,7 @@ const ClosedFanWeights<Trig>& closed_fan_weights(unsigned int valence) {
 
 // Cosine of the angle of one of `turns` quads around a vertex.
 template <class Trig>
-typename Trig::Real turn_cosine(unsigned int turns) {
+[[gnu::always_inline]] inline typename Trig::Real turn_cosine(unsigned int turns) {
     using Real = typename Trig::Real;
     constexpr unsigned int table_size = 2 * max_summed_valence + 1;
     struct Table {

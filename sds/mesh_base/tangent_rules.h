@@ -328,37 +328,12 @@ void replace_irregular_entries(const SdsMeshBase::EdgesTopology& edges, unsigned
         if (((irregular >> (4 + k)) & 1u) == 0 || edges.is_sharp(4 * q + k)) continue;
         const Real c0 = cosines[k];
         const Real c1 = cosines[(k + 1) & 3u];
-        Vec u0, u1, u2;  // along the edge, in its direction
-        switch (k) {
-            case 0:
-                u0 = nets.u[0][0], u1 = nets.u[0][1], u2 = nets.u[0][2];
-                break;
-            case 1:
-                u0 = nets.v[0][3], u1 = nets.v[1][3], u2 = nets.v[2][3];
-                break;
-            case 2:
-                u0 = -nets.u[3][2], u1 = -nets.u[3][1], u2 = -nets.u[3][0];
-                break;
-            default:
-                u0 = -nets.v[2][0], u1 = -nets.v[1][0], u2 = -nets.v[0][0];
-                break;
-        }
-        const Vec first = (u1 * (Real(2) * c0) - u0 * c1) * Trig::third;
-        const Vec second = (u2 * c0 - u1 * (Real(2) * c1)) * Trig::third;
-        switch (k) {
-            case 0:
-                nets.v[0][1] += first, nets.v[0][2] += second;
-                break;
-            case 1:
-                nets.u[1][2] -= first, nets.u[2][2] -= second;
-                break;
-            case 2:
-                nets.v[2][2] -= first, nets.v[2][1] -= second;
-                break;
-            default:
-                nets.u[2][0] += first, nets.u[1][0] += second;
-                break;
-        }
+        bend_across_edge(
+            nets, k, [](const Vec& along) { return -along; },
+            [c0, c1](const Vec& u0, const Vec& u1, const Vec& u2, Vec& first, Vec& second) {
+                first = (u1 * (Real(2) * c0) - u0 * c1) * Trig::third;
+                second = (u2 * c0 - u1 * (Real(2) * c1)) * Trig::third;
+            });
     }
 }
 

@@ -252,10 +252,16 @@ void SdsMeshGeometry::compute_primitive_bboxes(const unsigned int& first, const 
                                                GMathBbox3<double>* boxes) const {
     static_assert(sizeof(GMathBbox3<double>) == 6 * sizeof(double));
     const sds::PatchArrays surface = sds::get_patch_arrays(*this);
-    std::fill_n(boxes, count, GMathBbox3<double>::empty());
+    unsigned int done = 0;
+    const auto leave_empty_to = [&](unsigned int end) {
+        for (; done < end; ++done) boxes[done] = GMathBbox3<double>::empty();
+    };
     for_each_run(*this, first, first + count, [&](unsigned int begin, unsigned int end) {
+        leave_empty_to(begin - first);
         sds::get_pair_kernels().compute_boxes(surface, begin, end, reinterpret_cast<double*>(boxes + (begin - first)));
+        done = end - first;
     });
+    leave_empty_to(count);
 }
 
 void SdsMeshGeometry::compute_primitive_bbox_at(const CtxEval& ctx, const unsigned int& patch, const double& time,

@@ -47,7 +47,7 @@ public:
     void init_surface(const Vec& position, const Vec& dpdu, const Vec& dpdv, const Vec&, const Vec&, const Vec&) {
         m_position = position;
         const Vec n = dpdu.cross(dpdv);
-        m_normal = n.length_squared() > 0.0 ? n * (1.0 / n.length()) : m_fallback;
+        m_normal = m_smoothing_normal = n.length_squared() > 0.0 ? n * (1.0 / n.length()) : m_fallback;
     }
     void set_smoothing(const Vec&, const Vec& normal, const Vec&, const Vec&) { m_smoothing_normal = normal; }
     void set_geometric_position_dt(const Vec& velocity) { m_velocity = velocity; }

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #define QN_SIMD_NAMESPACE lanes
+#define QN_SIMD_INLINE inline
 
 namespace lanes {
 
@@ -109,6 +110,17 @@ SimdFloat8 broadcast_lane(const SimdFloat8& a) {
 inline SimdFloat8 swap_groups(const SimdFloat8& a) {
     return SimdFloat8::make([&](int i) { return a.v[i ^ 4]; });
 }
+// In each group four lanes by their numbers there, those of b 4 higher.
+inline SimdFloat8 shuffle(const SimdFloat8& a, const SimdFloat8& b, const int (&order)[4]) {
+    return SimdFloat8::make([&](int i) {
+        const int lane = order[i & 3];
+        return (lane < 4 ? a : b).v[(i & 4) + (lane & 3)];
+    });
+}
+inline SimdFloat8 zip_low(const SimdFloat8& a, const SimdFloat8& b) { return shuffle(a, b, {0, 4, 1, 5}); }
+inline SimdFloat8 zip_high(const SimdFloat8& a, const SimdFloat8& b) { return shuffle(a, b, {2, 6, 3, 7}); }
+inline SimdFloat8 even_lanes(const SimdFloat8& a, const SimdFloat8& b) { return shuffle(a, b, {0, 2, 4, 6}); }
+inline SimdFloat8 odd_lanes(const SimdFloat8& a, const SimdFloat8& b) { return shuffle(a, b, {1, 3, 5, 7}); }
 // Every lane becomes the least, the greatest of its group.
 inline SimdFloat8 group_min(const SimdFloat8& a) {
     const SimdFloat8 pairs = min(a, swap_pairs(a));
@@ -146,6 +158,7 @@ struct SimdDouble4 {
     // Four floats.
     explicit SimdDouble4(const float* p) { std::copy_n(p, 4, v); }
     explicit SimdDouble4(double s) { std::fill_n(v, 4, s); }
+    SimdDouble4(double a, double b, double c, double d) : v{a, b, c, d} {}
     static SimdDouble4 load3(const double* p) {
         return make([&](int i) { return i < 3 ? p[i] : 0.0; });
     }

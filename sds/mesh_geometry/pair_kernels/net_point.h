@@ -72,12 +72,13 @@ void evaluate_slopes(const float (*nets)[4], float u, float v, double* out) {
     const SimdFloat8 u23 = along_u(nets + 6, nets + 9) * SimdFloat8(cv[2], cv[3]);
     const SimdFloat8 v01 = along_v(nets + 12, nets + 16) * SimdFloat8(qv[0], qv[1]);
     const SimdFloat8 v22 = along_v(nets + 20, nets + 20) * SimdFloat8(qv[2]);
-    using namespace QN_SIMD_NAMESPACE;
-    const Float4 du = ((get_low(u01.v) + get_high(u01.v)) + get_low(u23.v)) + get_high(u23.v);
-    const Float4 dv = (get_low(v01.v) + get_high(v01.v)) + get_low(v22.v);
-    constexpr double degree = 3.0;
-    (SimdDouble4(widen(du)) * SimdDouble4(degree)).store3(out);
-    (SimdDouble4(widen(dv)) * SimdDouble4(degree)).store3(out + 3);
+    // The sums stand in the first group.
+    float du[8], dv[8];
+    (((u01 + swap_groups(u01)) + u23) + swap_groups(u23)).store(du);
+    ((v01 + swap_groups(v01)) + v22).store(dv);
+    const SimdDouble4 degree(3.0);
+    (SimdDouble4(du) * degree).store3(out);
+    (SimdDouble4(dv) * degree).store3(out + 3);
 }
 
 }  // namespace

@@ -140,37 +140,12 @@ void replace_entries(const LevelFaces& level, unsigned int face, const LeafCorne
     for (unsigned int k = 0; k < 4; ++k) {
         if (((irregular >> k) & 1u) == 0) continue;
         const double c0 = cosines[k], c1 = cosines[(k + 1) & 3u];
-        SimdDouble4 u0, u1, u2;  // along the edge, in its direction
-        switch (k) {
-            case 0:
-                u0 = nets.u[0][0], u1 = nets.u[0][1], u2 = nets.u[0][2];
-                break;
-            case 1:
-                u0 = nets.v[0][3], u1 = nets.v[1][3], u2 = nets.v[2][3];
-                break;
-            case 2:
-                u0 = nets.u[3][2] * minus_one, u1 = nets.u[3][1] * minus_one, u2 = nets.u[3][0] * minus_one;
-                break;
-            default:
-                u0 = nets.v[2][0] * minus_one, u1 = nets.v[1][0] * minus_one, u2 = nets.v[0][0] * minus_one;
-                break;
-        }
-        const SimdDouble4 first = (u1 * SimdDouble4(2.0 * c0) - u0 * SimdDouble4(c1)) * third;
-        const SimdDouble4 second = (u2 * SimdDouble4(c0) - u1 * SimdDouble4(2.0 * c1)) * third;
-        switch (k) {
-            case 0:
-                nets.v[0][1] = nets.v[0][1] + first, nets.v[0][2] = nets.v[0][2] + second;
-                break;
-            case 1:
-                nets.u[1][2] = nets.u[1][2] - first, nets.u[2][2] = nets.u[2][2] - second;
-                break;
-            case 2:
-                nets.v[2][2] = nets.v[2][2] - first, nets.v[2][1] = nets.v[2][1] - second;
-                break;
-            default:
-                nets.u[2][0] = nets.u[2][0] + first, nets.u[1][0] = nets.u[1][0] + second;
-                break;
-        }
+        bend_across_edge(
+            nets, k, [minus_one](SimdDouble4 along) { return along * minus_one; },
+            [&](SimdDouble4 u0, SimdDouble4 u1, SimdDouble4 u2, SimdDouble4& first, SimdDouble4& second) {
+                first = (u1 * SimdDouble4(2.0 * c0) - u0 * SimdDouble4(c1)) * third;
+                second = (u2 * SimdDouble4(c0) - u1 * SimdDouble4(2.0 * c1)) * third;
+            });
     }
 }
 
