@@ -214,10 +214,11 @@ private:
             scale.find(bounds[i], at[i]);
         }
         Split best;
+        if (count == 0) return best;
         for (unsigned int axis = 0; axis < 3; ++axis) {
             // Items in the order of their bins.
-            unsigned int order[max_listed_count];
-            for (unsigned int i = 0; i < count; ++i) {
+            unsigned int order[max_listed_count] = {};
+            for (unsigned int i = 1; i < count; ++i) {
                 unsigned int place = i;
                 for (; place != 0 && at[order[place - 1]][axis] > at[i][axis]; --place) order[place] = order[place - 1];
                 order[place] = i;
