@@ -8,6 +8,7 @@
 #include "io/read_file.h"
 #include "io/usda/scene_camera.h"
 #include "io/usda/scene_source.h"
+#include "lock_release.h"
 #include "scene_object.h"
 
 namespace py = pybind11;

@@ -6,6 +6,7 @@
 
 #include "io/input_error.h"
 #include "layer_scene.h"
+#include "lock_release.h"
 #include "scene_object.h"
 
 namespace py = pybind11;
@@ -47,6 +48,7 @@ void translate(std::exception_ptr pointer) {  // NOLINT(performance-unnecessary-
 
 PYBIND11_MODULE(_native, module) {
     py::register_exception_translator(&translate);
+    sds_python::watch_process_exit();
     module.attr("version") = QN_SDS_VERSION;
 
     py::class_<UvArrays>(module, "UvArrays")

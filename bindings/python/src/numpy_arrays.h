@@ -5,8 +5,6 @@
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 
-#include <unistd.h>
-
 #include <memory>
 #include <span>
 #include <vector>
@@ -23,26 +21,6 @@ template <class T>
 std::span<const T> span_of(const Array<T>& array) {
     return {array.data(), static_cast<std::size_t>(array.size())};
 }
-
-/// Gives the interpreter's lock back while it lives, on a thread that holds it. When the interpreter has ended
-/// meanwhile, the thread stops here for good: it may neither touch Python again nor be unwound through code that does
-/// not expect it, and the process is about to exit.
-class LockRelease {
-public:
-    LockRelease() : m_thread(PyEval_SaveThread()) {}
-    ~LockRelease() {
-        try {
-            PyEval_RestoreThread(m_thread);
-        } catch (...) {  // how an ended interpreter ends a thread
-            for (;;) pause();
-        }
-    }
-    LockRelease(const LockRelease&) = delete;
-    LockRelease& operator=(const LockRelease&) = delete;
-
-private:
-    PyThreadState* m_thread;
-};
 
 using Shape = std::vector<pybind11::ssize_t>;
 

@@ -11,6 +11,7 @@
 #include <optional>
 #include <thread>
 
+#include "lock_release.h"
 #include "model/array_size.h"
 #include "model/quad_places.h"
 #include "render/batch.h"
@@ -183,6 +184,7 @@ py::dict SceneObject::render(unsigned int width, unsigned int height, const View
     WatchedProgress bar;
     // On a thread of its own, so that this one, which alone sees signals, can look at them.
     std::future<sds_render::Rendering> picture = std::async(std::launch::async, [&] {
+        const LocklessWork work;
         sds_render::RenderOptions render_options =
             make_render_options(options, *m_meshes, up, sds_render::make_group_color(), keeps_unmapped);
         render_options.layers = sds_io::make_layers(options.layers, *m_meshes);

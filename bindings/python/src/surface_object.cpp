@@ -8,6 +8,7 @@
 
 #include "io/json.h"
 #include "io/obj/read_obj.h"
+#include "lock_release.h"
 #include "model/sample_grid.h"
 #include "model/surface_statistics.h"
 #include "model/uv_join.h"

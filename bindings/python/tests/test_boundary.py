@@ -45,7 +45,7 @@ def test_times_that_carry_points_away_are_refused():
 
 
 THREAD_AT_EXIT = """
-import threading, time
+import sys, threading, time
 import numpy as np, qn_sds
 surface = qn_sds.load_obj({path!r})
 directions = np.random.default_rng(1).normal(size=(200000, 3))
@@ -54,10 +54,13 @@ def work():
         {call}
 threading.Thread(target=work, daemon=True).start()
 time.sleep({delay})
+print("end")
+sys.exit(3)
 """
 
 
 @pytest.mark.parametrize("call", ["surface.intersect(-3 * directions, directions)", "surface.limit_grid(60)",
+                                  "qn_sds.Scene([surface]).render()",
                                   "surface.update(np.zeros((surface.info['points'], 3)))"])
 @pytest.mark.parametrize("delay", [0.1, 0.25])
 def test_a_thread_inside_a_call_does_not_disturb_the_end(call, delay):
@@ -65,4 +68,4 @@ def test_a_thread_inside_a_call_does_not_disturb_the_end(call, delay):
 
     script = THREAD_AT_EXIT.format(path=str(KNOT), call=call, delay=delay)
     done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, timeout=300)
-    assert (done.returncode, done.stderr) == (0, "")
+    assert (done.returncode, done.stdout, done.stderr) == (3, "end\n", "")
