@@ -27,7 +27,7 @@ from qn_sds.farm.renderer import Refused, Renderer, find_program  # noqa: E402
 ASSETS = KNOT.parent
 PROGRAM = os.environ.get("SDS") or find_program()
 SIZE = "--width 200 --height 150 --samples 4".split()
-SLOW = "--width 160 --height 120 --samples 128".split()  # some five seconds on two cores
+SLOW = "--width 160 --height 120 --samples 512".split()  # some four seconds on two cores
 PATIENCE = 6
 
 
