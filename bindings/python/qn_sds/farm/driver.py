@@ -4,6 +4,7 @@ Which worker takes which task, and again after a fault, is Dask's to decide. Tas
 of one frame go where its scene is built while there are as many frames as workers.
 """
 
+import contextlib
 import os
 import queue
 import time
@@ -101,9 +102,14 @@ class Driver:
                 self._loop()
         finally:
             if self._client is not None:
-                if self._client.status == "running":
-                    self._client.cancel(list(self._tasks))
-                self._client.close(timeout=5)
+                self._leave(5)
+
+    def _leave(self, seconds):
+        """Gives up the client. One whose scheduler is gone may not come to its end in time, which changes nothing."""
+        with contextlib.suppress(OSError, TimeoutError):
+            if self._client.status == "running":
+                self._client.cancel(list(self._tasks))
+            self._client.close(timeout=seconds)
 
     def _loop(self):
         last_event = time.monotonic()
@@ -141,7 +147,7 @@ class Driver:
 
     def _start_again(self):
         tasks, self._tasks, self._sent = list(self._tasks.values()), {}, {}
-        self._client.close(timeout=1)
+        self._leave(1)
         self._client = self._connect()
         for frame in self._frames:
             frame.near = None
