@@ -66,13 +66,7 @@ unsigned int Scene::add(const GeometryObject& object, const Transform& transform
 std::size_t Scene::estimate_hierarchy_size(std::size_t primitive_count, std::size_t step_count) {
     // Peaks of Embree's builders from 10,000 primitives on are 113 to 142 and 224 to 248 bytes.
     const std::size_t still = 144, moving = 256;
-    // Small meshes that stand still have hierarchies of their own, which keep more of each primitive.
-    const std::size_t own = 240, own_with_cells = 1216;
-    const std::size_t kept = step_count > 1            ? moving
-                             : primitive_count <= 2048 ? own_with_cells
-                             : primitive_count <= 8192 ? own
-                                                       : still;
-    return primitive_count * (kept + step_count * sizeof(Bbox3));
+    return primitive_count * ((step_count > 1 ? moving : still) + step_count * sizeof(Bbox3));
 }
 
 void Scene::commit(const HierarchyUse& use) {

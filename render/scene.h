@@ -45,8 +45,8 @@ public:
     // objects' time; where it flattens space there is nothing to hit.
     unsigned int add(const GeometryObject& object, const Transform& transform = {});
 
-    // About the most bytes that commit takes for so many primitives, with `step_count` boxes each: more than one where
-    // they move.
+    // About the most bytes that commit takes for so many primitives that bring no hierarchy of their own, with
+    // `step_count` boxes each: more than one where they move.
     static std::size_t estimate_hierarchy_size(std::size_t primitive_count, std::size_t step_count);
 
     // Builds the hierarchy on the threads of the calling arena. Primitives whose box is empty or not finite are left

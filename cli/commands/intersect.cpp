@@ -115,9 +115,10 @@ void run_intersect(const IntersectOptions& options) {
             asked_by((options.rays + ": ").c_str(), [&] { each.surface->check_time(time); });
     HitRows hits{*meshes, loaded.has_names(), options.samples, {}, {}};
     const std::size_t ray_size = sizeof(GeometryRay) + sizeof(unsigned int) + hits.get_row_size() * sizeof(double);
-    check_memory_limit("tracing",
-                       loaded.get_memory_size() + loaded.estimate_hierarchy_size(shutter) + file.rays.size() * ray_size,
-                       options.memory_limit);
+    check_memory_limit(
+        "tracing",
+        loaded.get_memory_size() + loaded.estimate_hierarchy_size(shutter, options.level) + file.rays.size() * ray_size,
+        options.memory_limit);
     sds_render::Scene scene(shutter);
     meshes->add_to(scene);
     scene.commit();

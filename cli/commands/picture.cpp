@@ -48,7 +48,7 @@ std::vector<std::string> layer_names(const RenderCommandOptions& options) {
 /// What a picture takes while it is made and written, with what is held besides: returns both.
 std::size_t check_memory(const RenderCommandOptions& options, const LoadedScene& loaded,
                          const sds_render::Shutter& shutter, const std::vector<sds_render::Layer>& layers) {
-    std::size_t channels = 4, held = loaded.get_memory_size() + loaded.estimate_hierarchy_size(shutter);
+    std::size_t channels = 4, held = loaded.get_memory_size() + loaded.estimate_hierarchy_size(shutter, options.level);
     for (const sds_render::Layer& layer : layers) channels += layer.components.size();
     if (!options.texture.empty()) {
         const std::size_t texture = Texture::read_png_size(options.texture);

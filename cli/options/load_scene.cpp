@@ -153,12 +153,15 @@ std::size_t LoadedScene::get_memory_size() const {
     return bytes;
 }
 
-std::size_t LoadedScene::estimate_hierarchy_size(const sds_render::Shutter& shutter) const {
+std::size_t LoadedScene::estimate_hierarchy_size(const sds_render::Shutter& shutter, unsigned int level) const {
     std::size_t bytes = 0;
     for (const LoadedSurface& loaded : surfaces) {
         const bool moves = shutter.close > shutter.open && loaded.motion.has_motion();
         const std::size_t steps = moves ? std::max<std::size_t>(loaded.motion.times.size(), 2) : 1;
-        bytes += sds_render::Scene::estimate_hierarchy_size(loaded.surface->get_geometry().get_patch_count(), steps);
+        const SdsMesh mesh = loaded.surface->make_mesh(level);
+        const std::size_t own = moves ? 0 : mesh.estimate_ray_index_size(), count = mesh.get_primitive_count();
+        bytes += own != 0 ? own + count * sizeof(GMathBbox3<double>)
+                          : sds_render::Scene::estimate_hierarchy_size(count, steps);
     }
     return bytes;
 }

@@ -29,8 +29,9 @@ struct LoadedScene {
     /// Bytes of what was read and built.
     std::size_t get_memory_size() const;
 
-    /// About the most bytes that a hierarchy over the surfaces takes, while a shutter is open if they move.
-    std::size_t estimate_hierarchy_size(const sds_render::Shutter& shutter) const;
+    /// About the most bytes that a hierarchy over the surfaces takes at a tessellation level, while a shutter is open
+    /// if they move.
+    std::size_t estimate_hierarchy_size(const sds_render::Shutter& shutter, unsigned int level) const;
 
     /// At a tessellation level. The scene outlives it.
     std::unique_ptr<MeshScene> make_meshes(unsigned int level) const;

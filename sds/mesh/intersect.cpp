@@ -56,3 +56,4 @@ void SdsMesh::intersect_primitive(const CtxEval& ctx, const unsigned int& primit
 std::unique_ptr<const GeometryRayIndex> SdsMesh::make_ray_index(const CoreBasicArray<GMathBbox3<double>>& boxes) const {
     return sds::RayIndex::make(*this, boxes);
 }
+size_t SdsMesh::estimate_ray_index_size() const { return sds::RayIndex::estimate_size(*this); }

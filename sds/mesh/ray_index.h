@@ -18,6 +18,9 @@ public:
     // lengths cannot be multiplied.
     static std::unique_ptr<const RayIndex> make(const SdsMesh& mesh, const CoreBasicArray<GMathBbox3<double>>& boxes);
 
+    // About the most bytes that one takes, 0 where there is none.
+    static size_t estimate_size(const SdsMesh& mesh);
+
     void intersect(const CtxEval& ctx, GeometryRaytraceCtx& rays) const override;
     size_t get_memory_size() const override {
         return sizeof(*this) + bytes_of(m_nodes) + bytes_of(m_boxes) + bytes_of(m_cells) + bytes_of(m_groups);
@@ -28,6 +31,14 @@ private:
     unsigned int get_level(unsigned int patch) const override { return m_mesh->get_cell_level(patch); }
 
     class Builder;
+
+    // What the hierarchy takes for patches: `count` of them, none where the mesh has no hierarchy of its own.
+    struct Plan {
+        CoreArray<PatchGroup> groups;  // empty where they are the patches themselves
+        unsigned int count = 0, level = 0;
+        bool keeps_cells = false;
+    };
+    static Plan make_plan(const SdsMesh& mesh);
 
     const SdsMesh* m_mesh = nullptr;
     GMathVec3<double> m_center{0, 0, 0};

@@ -120,6 +120,15 @@ void make_groups(const SdsMesh& mesh, CoreArray<PatchGroup>& groups) {
         groups.clear();
 }
 
+// The largest coordinate of the surface's box.
+float get_extent(const SdsMeshGeometry& geometry) {
+    const GMathBbox3<float>& box = geometry.get_bbox();
+    float extent = 0.0f;
+    for (unsigned int axis = 0; axis < 3; ++axis)
+        extent = std::max({extent, std::fabs(box.get_min()[axis]), std::fabs(box.get_max()[axis])});
+    return extent;
+}
+
 }  // namespace
 
 // Fills an index, item by item.
@@ -202,23 +211,47 @@ private:
     CellNet m_nets[3] = {};
 };
 
+RayIndex::Plan RayIndex::make_plan(const SdsMesh& mesh) {
+    const SdsMeshGeometry& geometry = *mesh.get_geometry();
+    Plan plan;
+    if (geometry.get_patch_count() == 0 || geometry.is_animated()) return plan;
+    const float extent = get_extent(geometry);
+    if (!(extent >= 0x1p-20f && extent <= 0x1p60f)) return plan;
+    make_groups(mesh, plan.groups);
+    const bool has_groups = !plan.groups.is_empty();
+    const unsigned int count = has_groups ? plan.groups.get_count() : geometry.get_patch_count();
+    const bool is_refined_limit = geometry.is_refined() && mesh.get_level() == 0;
+    if (count > (is_refined_limit ? max_refined_patch_count : max_patch_count)) return plan;
+    plan.count = count;
+    plan.level = get_cell_level(mesh, has_groups ? plan.groups[0].get_level(0) : 0);
+    // Patches of several levels share parts of edges.
+    plan.keeps_cells =
+        has_groups || (has_kept_level(plan.level) && count <= max_kept_patch_count && !geometry.is_refined());
+    return plan;
+}
+
+size_t RayIndex::estimate_size(const SdsMesh& mesh) {
+    const Plan plan = make_plan(mesh);
+    if (plan.count == 0) return 0;
+    // Nodes are a fifth to a third of what they hold, in an array with room to grow.
+    const size_t of_item = sizeof(PartBoxes) + sizeof(RayTreeNode) / 2 +
+                           (plan.groups.is_empty() ? 0 : sizeof(PatchGroup)) +
+                           (plan.keeps_cells ? sizeof(float) * get_kept_size(plan.level) : 0);
+    return sizeof(RayIndex) + sizeof(RayTreeNode) + plan.count * of_item;
+}
+
 std::unique_ptr<const RayIndex> RayIndex::make(const SdsMesh& mesh, const CoreBasicArray<GMathBbox3<double>>& boxes) {
     const SdsMeshGeometry& geometry = *mesh.get_geometry();
-    const unsigned int patch_count = geometry.get_patch_count();
-    if (patch_count == 0 || boxes.get_count() != patch_count || geometry.is_animated()) return nullptr;
+    if (boxes.get_count() != geometry.get_patch_count()) return nullptr;
+    Plan plan = make_plan(mesh);
+    const unsigned int count = plan.count;
+    if (count == 0) return nullptr;
     auto index = std::make_unique<RayIndex>();
-    make_groups(mesh, index->m_groups);
+    index->m_groups = std::move(plan.groups);
     const PatchGroup* const groups = index->m_groups.is_empty() ? nullptr : index->m_groups.get_data();
-    const unsigned int count = groups != nullptr ? index->m_groups.get_count() : patch_count;
-    const bool is_refined_limit = geometry.is_refined() && mesh.get_level() == 0;
-    if (count > (is_refined_limit ? max_refined_patch_count : max_patch_count)) return nullptr;
     const GMathBbox3<float>& box = geometry.get_bbox();
-    float extent = 0.0f;
-    for (unsigned int axis = 0; axis < 3; ++axis)
-        extent = std::max({extent, std::fabs(box.get_min()[axis]), std::fabs(box.get_max()[axis])});
-    if (!(extent >= 0x1p-20f && extent <= 0x1p60f)) return nullptr;
     // A few times the rounding of the largest coordinate.
-    const float margin = 0x1p-19f * extent;
+    const float margin = 0x1p-19f * get_extent(geometry);
 
     // What is kept is rounded as the surface is large, not as it is far from the origin.
     const GMathVec3<float> middle = box.get_center();
@@ -236,16 +269,12 @@ std::unique_ptr<const RayIndex> RayIndex::make(const SdsMesh& mesh, const CoreBa
     index->m_center = GMathBbox3<double>(box).get_center();
     build_ray_tree(items, index->m_nodes);
     index->m_boxes.resize(count);
-    const unsigned int level = get_cell_level(mesh, groups != nullptr ? groups[0].get_level(0) : 0);
-    // Patches of several levels share parts of edges.
-    const bool keeps_cells =
-        groups != nullptr || (has_kept_level(level) && count <= max_kept_patch_count && !geometry.is_refined());
-    if (keeps_cells) index->m_cells.resize(get_kept_size(level) * count);
+    if (plan.keeps_cells) index->m_cells.resize(get_kept_size(plan.level) * count);
     index->m_tree = {{center[0], center[1], center[2]},
                      index->m_nodes.get_data(),
                      index->m_boxes.get_data(),
-                     keeps_cells ? index->m_cells.get_data() : nullptr,
-                     level,
+                     plan.keeps_cells ? index->m_cells.get_data() : nullptr,
+                     plan.level,
                      groups,
                      geometry.is_refined() ? geometry.get_refined_arrays().controls : nullptr};
     Builder builder(*index, boxes, margin);

@@ -151,6 +151,8 @@ public:
     // for rounding. Refers to this mesh. Some 220 bytes a patch and, with corners, 308 or 976 more.
     std::unique_ptr<const GeometryRayIndex> make_ray_index(
         const CoreBasicArray<GMathBbox3<double>>& boxes) const override;
+    // About the most bytes that such a hierarchy keeps, without building it; 0 for a surface that has none.
+    size_t estimate_ray_index_size() const;
 
 private:
     // An edge of the quads; 4 for none.

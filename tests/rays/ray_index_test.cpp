@@ -115,5 +115,27 @@ TEST_P(OwnHierarchy, FindsWhatTheHostsFinds) {
         }
 }
 
+// Memory limits go by the estimate, before there are boxes to build from.
+TEST_P(OwnHierarchy, TakesNoMoreThanItsEstimate) {
+    for (const unsigned int depth : {0u, 2u, 3u})
+        for (const unsigned int level : {0u, 2u, 4u, 6u}) {
+            SCOPED_TRACE(testing::Message() << "depth " << depth << ", level " << level);
+            BuiltSurface::Options options;
+            options.level = level;
+            options.refinement.depth = depth;
+            const BuiltSurface surface(*GetParam(), options);
+            CoreArray<GMathBbox3<double>> boxes(surface.mesh.get_primitive_count());
+            const CtxShader shader;
+            if (!boxes.is_empty())
+                surface.mesh.compute_primitive_bboxes(CtxEval(shader), 0, boxes.get_count(), boxes.get_data());
+            const auto index = surface.mesh.make_ray_index(boxes);
+            const size_t estimate = surface.mesh.estimate_ray_index_size();
+            ASSERT_EQ(index == nullptr, estimate == 0);
+            if (index == nullptr) continue;
+            EXPECT_LE(index->get_memory_size(), estimate);
+            EXPECT_LE(estimate, index->get_memory_size() * 3 / 2 + 512);
+        }
+}
+
 }  // namespace
 }  // namespace sds_test
