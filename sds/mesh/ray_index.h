@@ -13,6 +13,9 @@ public:
     // patches need few steps each, so that limit surfaces gain up to a larger count where they are refined. Where cells
     // are kept, a quad of a surface that is refined to sixteenths at most counts as one patch.
     static constexpr unsigned int max_patch_count = 8192, max_refined_patch_count = 16384, max_kept_patch_count = 2048;
+    // For surfaces of patches most of which are slivers aslant in their boxes, as about the middle of a polygon of
+    // thousands of corners, where a ray enters hundreds of boxes: these are cut into slices.
+    static constexpr unsigned int max_sliver_count = 262144;
 
     // Null for surfaces without patches, with more than the greatest count, in motion, or so small or large that
     // lengths cannot be multiplied.
@@ -34,11 +37,12 @@ private:
 
     // What the hierarchy takes for patches: `count` of them, none where the mesh has no hierarchy of its own.
     struct Plan {
-        CoreArray<PatchGroup> groups;  // empty where they are the patches themselves
+        CoreArray<PatchGroup> groups;           // empty where they are the patches themselves
+        CoreArray<unsigned char> slice_counts;  // of each patch; empty where none is sliced
         unsigned int count = 0, level = 0;
         bool keeps_cells = false;
     };
-    static Plan make_plan(const SdsMesh& mesh);
+    static Plan make_plan(const SdsMesh& mesh, const CoreBasicArray<GMathBbox3<double>>& boxes);
 
     const SdsMesh* m_mesh = nullptr;
     GMathVec3<double> m_center{0, 0, 0};

@@ -9,6 +9,7 @@
 #include "sds/mesh/part_kernels/part_kernels.h"
 #include "sds/mesh/ray_index.h"
 #include "sds/mesh/ray_tree_build.h"
+#include "sds/mesh/sliver_slices.h"
 #include "sds/mesh_geometry/patch_arrays.h"
 #include "sds/refinement/patch_places.h"
 
@@ -42,14 +43,19 @@ bool holds_points(const GMathBbox3<double>& box) {
     return true;
 }
 
-// The box in single precision, with room for what the hierarchy's tests round and for hits beside the patch.
+// Room for what the hierarchy's tests round and for hits beside the patch.
+double get_pad(const GMathBbox3<double>& box, unsigned int axis, double margin) {
+    constexpr double outside = 0x1p-17;
+    return margin + outside * (box.get_max()[axis] - box.get_min()[axis]);
+}
+
+// The box in single precision, with room.
 TreeItem make_item(const GMathBbox3<double>& box, unsigned int patch, const float* center, double margin) {
     TreeItem item{{}, {}, patch};
-    constexpr double outside = 0x1p-17;
     for (unsigned int axis = 0; axis < 3; ++axis) {
         const double from = static_cast<double>(center[axis]);
         const double low = box.get_min()[axis] - from, high = box.get_max()[axis] - from;
-        const double pad = margin + outside * (high - low);
+        const double pad = get_pad(box, axis, margin);
         item.low[axis] = static_cast<float>(low - pad);
         item.high[axis] = static_cast<float>(high + pad);
     }
@@ -120,6 +126,49 @@ void make_groups(const SdsMesh& mesh, CoreArray<PatchGroup>& groups) {
         groups.clear();
 }
 
+// Half the surface of a box, 0 of one that holds nothing.
+double get_area(const GMathBbox3<double>& box) {
+    if (!holds_points(box)) return 0.0;
+    const GMathVec3<double> size = box.get_max() - box.get_min();
+    return size[0] * size[1] + size[1] * size[2] + size[2] * size[0];
+}
+
+ControlLanes get_controls_from(const SdsMesh& mesh, unsigned int patch, const float* center) {
+    GMathVec3<float> points[16];
+    mesh.get_geometry()->get_bezier_controls(patch, points);
+    for (GMathVec3<float>& point : points)
+        for (unsigned int axis = 0; axis < 3; ++axis) point[axis] -= center[axis];
+    return ControlLanes(points);
+}
+
+// Looks for slivers where a ray that meets the surface enters many boxes, and among the largest boxes only: what others
+// cost is not seen.
+void count_slices(const SdsMesh& mesh, const CoreBasicArray<GMathBbox3<double>>& boxes,
+                  CoreArray<unsigned char>& counts) {
+    constexpr double least_overlap = 6.0, least_share = 1.0 / 1024.0;
+    const unsigned int count = boxes.get_count();
+    const GMathBbox3<double> whole(mesh.get_geometry()->get_bbox());
+    const double area = get_area(whole);
+    // A few tell whether all are worth looking at.
+    for (const unsigned int step : {64u, 1u}) {
+        double overlap = 0.0;
+        for (unsigned int patch = 0; patch < count; patch += step) overlap += get_area(boxes[patch]);
+        if (!(overlap * step > least_overlap * area)) return;
+    }
+    // Few patches may have many.
+    constexpr unsigned int few = 1u << 17, enough = 8, max_item_count = 1u << 20;
+    const unsigned int most = std::min(std::max(few / count, enough), max_item_count / count);
+    const GMathVec3<float> middle(whole.get_center());
+    counts.resize(count);
+    for (unsigned int patch = 0; patch < count; ++patch) {
+        const bool is_large = get_area(boxes[patch]) > least_share * area;
+        counts[patch] = 1;
+        if (!is_large) continue;
+        const ControlLanes controls = get_controls_from(mesh, patch, middle.get_data());
+        counts[patch] = static_cast<unsigned char>(SliverSlices(controls, most).get_count());
+    }
+}
+
 // The largest coordinate of the surface's box.
 float get_extent(const SdsMeshGeometry& geometry) {
     const GMathBbox3<float>& box = geometry.get_bbox();
@@ -127,6 +176,14 @@ float get_extent(const SdsMeshGeometry& geometry) {
     for (unsigned int axis = 0; axis < 3; ++axis)
         extent = std::max({extent, std::fabs(box.get_min()[axis]), std::fabs(box.get_max()[axis])});
     return extent;
+}
+
+bool may_have_own_index(const SdsMesh& mesh) {
+    const SdsMeshGeometry& geometry = *mesh.get_geometry();
+    const unsigned int count = geometry.get_patch_count();
+    if (count == 0 || count > RayIndex::max_sliver_count || geometry.is_animated()) return false;
+    const float extent = get_extent(geometry);
+    return extent >= 0x1p-20f && extent <= 0x1p60f;
 }
 
 }  // namespace
@@ -211,17 +268,21 @@ private:
     CellNet m_nets[3] = {};
 };
 
-RayIndex::Plan RayIndex::make_plan(const SdsMesh& mesh) {
+RayIndex::Plan RayIndex::make_plan(const SdsMesh& mesh, const CoreBasicArray<GMathBbox3<double>>& boxes) {
     const SdsMeshGeometry& geometry = *mesh.get_geometry();
     Plan plan;
-    if (geometry.get_patch_count() == 0 || geometry.is_animated()) return plan;
-    const float extent = get_extent(geometry);
-    if (!(extent >= 0x1p-20f && extent <= 0x1p60f)) return plan;
+    const unsigned int patch_count = geometry.get_patch_count();
+    if (!may_have_own_index(mesh) || boxes.get_count() != patch_count) return plan;
     make_groups(mesh, plan.groups);
     const bool has_groups = !plan.groups.is_empty();
-    const unsigned int count = has_groups ? plan.groups.get_count() : geometry.get_patch_count();
+    if (!has_groups) count_slices(mesh, boxes, plan.slice_counts);
+    const unsigned int count = has_groups ? plan.groups.get_count() : patch_count;
     const bool is_refined_limit = geometry.is_refined() && mesh.get_level() == 0;
-    if (count > (is_refined_limit ? max_refined_patch_count : max_patch_count)) return plan;
+    const auto sliced =
+        std::count_if(plan.slice_counts.get_data(), plan.slice_counts.get_data() + plan.slice_counts.get_count(),
+                      [](unsigned char slices) { return slices > 1; });
+    const bool is_of_slivers = 2 * static_cast<size_t>(sliced) > count;
+    if (count > (is_refined_limit ? max_refined_patch_count : max_patch_count) && !is_of_slivers) return plan;
     plan.count = count;
     plan.level = get_cell_level(mesh, has_groups ? plan.groups[0].get_level(0) : 0);
     // Patches of several levels share parts of edges.
@@ -231,19 +292,22 @@ RayIndex::Plan RayIndex::make_plan(const SdsMesh& mesh) {
 }
 
 size_t RayIndex::estimate_size(const SdsMesh& mesh) {
-    const Plan plan = make_plan(mesh);
+    if (!may_have_own_index(mesh)) return 0;
+    CoreArray<GMathBbox3<double>> boxes(mesh.get_geometry()->get_patch_count());
+    mesh.get_geometry()->compute_primitive_bboxes(0, boxes.get_count(), boxes.get_data());
+    const Plan plan = make_plan(mesh, boxes);
     if (plan.count == 0) return 0;
+    size_t item_count = plan.slice_counts.is_empty() ? plan.count : 0;
+    for (const unsigned char slices : plan.slice_counts) item_count += slices;
     // Nodes are a fifth to a third of what they hold, in an array with room to grow.
-    const size_t of_item = sizeof(PartBoxes) + sizeof(RayTreeNode) / 2 +
-                           (plan.groups.is_empty() ? 0 : sizeof(PatchGroup)) +
-                           (plan.keeps_cells ? sizeof(float) * get_kept_size(plan.level) : 0);
-    return sizeof(RayIndex) + sizeof(RayTreeNode) + plan.count * of_item;
+    return sizeof(RayIndex) + sizeof(RayTreeNode) * (1 + item_count / 2) +
+           plan.count * (sizeof(PartBoxes) + (plan.groups.is_empty() ? 0 : sizeof(PatchGroup)) +
+                         (plan.keeps_cells ? sizeof(float) * get_kept_size(plan.level) : 0));
 }
 
 std::unique_ptr<const RayIndex> RayIndex::make(const SdsMesh& mesh, const CoreBasicArray<GMathBbox3<double>>& boxes) {
     const SdsMeshGeometry& geometry = *mesh.get_geometry();
-    if (boxes.get_count() != geometry.get_patch_count()) return nullptr;
-    Plan plan = make_plan(mesh);
+    Plan plan = make_plan(mesh, boxes);
     const unsigned int count = plan.count;
     if (count == 0) return nullptr;
     auto index = std::make_unique<RayIndex>();
@@ -262,7 +326,16 @@ std::unique_ptr<const RayIndex> RayIndex::make(const SdsMesh& mesh, const CoreBa
         auto whole = GMathBbox3<double>::empty();
         for (const Member& member : Members(groups, item))
             if (holds_points(boxes[member.patch])) whole.grow(boxes[member.patch]);
-        if (holds_points(whole)) items.add(make_item(whole, item, center, static_cast<double>(margin)));
+        if (!holds_points(whole)) continue;
+        const unsigned int slices = plan.slice_counts.is_empty() ? 1 : plan.slice_counts[item];
+        if (slices == 1) {
+            items.add(make_item(whole, item, center, static_cast<double>(margin)));
+            continue;
+        }
+        float pad[3];
+        for (unsigned int axis = 0; axis < 3; ++axis)
+            pad[axis] = static_cast<float>(get_pad(whole, axis, static_cast<double>(margin)));
+        SliverSlices(get_controls_from(mesh, item, center), slices).add_items(pad, item, items);
     }
     if (items.is_empty()) return nullptr;
     index->m_mesh = &mesh;
@@ -278,7 +351,10 @@ std::unique_ptr<const RayIndex> RayIndex::make(const SdsMesh& mesh, const CoreBa
                      groups,
                      geometry.is_refined() ? geometry.get_refined_arrays().controls : nullptr};
     Builder builder(*index, boxes, margin);
-    for (const TreeItem& item : items) builder.set_parts(item.patch);
+    for (const TreeItem& item : items) {
+        // Slices of a patch follow each other.
+        if (&item == &items[0] || (&item)[-1].patch != item.patch) builder.set_parts(item.patch);
+    }
     return index;
 }
 

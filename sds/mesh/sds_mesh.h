@@ -148,7 +148,9 @@ public:
     // the patches and the boxes of their sixteen parts; for up to 2,048 patches with cells of level 2 or 3 also the
     // cells' corners. Of a surface in quads that is refined to depth 2 at most a quad is one patch there. Rays meet the
     // same cells, but for rounding at their rims where corners are kept, and the same roots of the limit surface, but
-    // for rounding. Refers to this mesh. Some 220 bytes a patch and, with corners, 308 or 976 more.
+    // for rounding. Refers to this mesh. Some 220 bytes a patch and, with corners, 308 or 976 more. Long patches that
+    // lie aslant in their boxes are there by slices, up to 64 of about 90 bytes each; surfaces of which they are the
+    // most have one for up to 262,144 patches.
     std::unique_ptr<const GeometryRayIndex> make_ray_index(
         const CoreBasicArray<GMathBbox3<double>>& boxes) const override;
     // About the most bytes that such a hierarchy keeps, without building it; 0 for a surface that has none.
