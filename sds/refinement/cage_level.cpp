@@ -42,9 +42,6 @@ void copy_polygons(const RefinementCage& cage, RefinementLevel& level) {
                 corner_faces[offset] = f;
         }
         level.offsets[face_count] = offset;
-    } else {
-        level.places.resize(face_count);
-        for (unsigned int f = 0; f < face_count; ++f) level.places[f] = {f, 0, 0};
     }
     for (unsigned int f = 0; f < cage.holes.get_count(); ++f)
         if (cage.holes[f] != 0) level.states[f] = FaceState::hole;

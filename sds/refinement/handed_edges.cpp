@@ -54,7 +54,7 @@ void HandedEdges::exchange(unsigned int face, Vec3f* controls) {
         if (!may_be_known && !hands_on) continue;
         const unsigned int next = (k + 1) & 3u;
         const unsigned int edge = m_level->corner_edges[begin + k];
-        const unsigned int index = may_be_known ? m_here.edge_indices[edge] : none;
+        const unsigned int index = may_be_known && edge != none ? m_here.edge_indices[edge] : none;
         if (index != none) {
             const Edge& handed = m_here.edges[index];
             const bool is_forward = handed.start == vertices[k];
