@@ -192,7 +192,9 @@ private:
 };
 
 // The states of children between smooth edges follow from valences; others wait for their level.
-void set_smooth_states(const RefinementLevel& coarse, RefinementLevel& fine, const TouchedFaces& touched) {
+void set_smooth_states(const RefinementLevel& coarse, RefinementLevel& fine, bool is_last,
+                       const TouchedFaces& touched) {
+    const FaceState irregular = is_last ? FaceState::leaf : FaceState::refined;
     fine.states.assign(fine.face_count, FaceState::support);
     FaceState* states = fine.states.get_data();
     const unsigned int* vertices = coarse.corner_vertices.get_data();
@@ -204,7 +206,7 @@ void set_smooth_states(const RefinementLevel& coarse, RefinementLevel& fine, con
         const unsigned int* v = vertices + begin;
         if (sharp != nullptr && (sharp[v[0]] & sharp[v[1]] & sharp[v[2]] & sharp[v[3]]) != none) continue;
         for (unsigned int j = 0; j < 4; ++j)
-            states[coarse.first_children[f] + j] = valences[v[j]] == 4 ? FaceState::emitted : FaceState::support;
+            states[coarse.first_children[f] + j] = valences[v[j]] == 4 ? FaceState::emitted : irregular;
     }
 }
 
@@ -249,7 +251,7 @@ void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, cons
 
 void make_children(RefinementLevel& coarse, RefinementLevel& fine, bool is_last, StepScratch& scratch) {
     number_children(coarse, fine, scratch);
-    set_smooth_states(coarse, fine, scratch.touched);
+    set_smooth_states(coarse, fine, is_last, scratch.touched);
     const auto make = coarse.is_quads() ? (is_last ? &make_children_of<true, false> : &make_children_of<true, true>)
                                         : (is_last ? &make_children_of<false, false> : &make_children_of<false, true>);
     make(coarse, fine, scratch);

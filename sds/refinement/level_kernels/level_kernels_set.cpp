@@ -164,7 +164,7 @@ unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, un
 #pragma GCC unroll 4
         for (unsigned int k = 0; k < 4; ++k, out += 12) {
             const unsigned int next = (k + 1) & 3u, far = (k + 2) & 3u, behind = (k + 3) & 3u;
-            corner[k].store_rounded4(out);
+            store_corner(level, quad[k], corner[k], out);
             const SimdDouble4 leaving =
                 is_smooth[k]
                     ? (q4[k] * two + q4[next] + (starts[k] + q[behind]) * two + (ends[k] + q[far])) * eighteenth
