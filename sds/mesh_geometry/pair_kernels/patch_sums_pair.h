@@ -250,8 +250,52 @@ void compute_boxes(const PatchArrays& surface, unsigned int begin, unsigned int 
     });
 }
 
-void add_boxes(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
-               PatchSums* sums) {
+// The box of control points that follow each other, whatever point a lane belongs to: 24 floats are eight points, and
+// lane i of them has coordinate i % 3.
+class PackedBox {
+public:
+    explicit PackedBox(const float* patch) {
+        for (unsigned int i = 0; i < 3; ++i) {
+            m_low[i] = m_high[i] = SimdFloat8::load8(patch + 8 * i);
+            m_sum[i] = SimdFloat8(0.0f);
+        }
+    }
+    void add(const float* patch) {
+        for (unsigned int half = 0; half < 48; half += 24)
+            for (unsigned int i = 0; i < 3; ++i) {
+                const SimdFloat8 lanes = SimdFloat8::load8(patch + half + 8 * i);
+                m_low[i] = min(lanes, m_low[i]);
+                m_high[i] = max(lanes, m_high[i]);
+                m_sum[i] = m_sum[i] + lanes;
+            }
+    }
+    // False, with nothing changed, where some coordinate is not finite, and where a bound is 0, whose sign depends on
+    // the order of points.
+    bool add_to(PatchSums& sums) const {
+        float low[24], high[24], sum[24];
+        for (unsigned int i = 0; i < 3; ++i) {
+            m_low[i].store(low + 8 * i);
+            m_high[i].store(high + 8 * i);
+            m_sum[i].store(sum + 8 * i);
+        }
+        PatchSums all = sums;
+        bool is_plain = true;
+        for (unsigned int i = 0; i < 24; ++i) {
+            float &least = all.low[i % 3], &greatest = all.high[i % 3];
+            least = low[i] < least ? low[i] : least;
+            greatest = high[i] > greatest ? high[i] : greatest;
+            is_plain = is_plain && is_finite(static_cast<double>(sum[i])) && low[i] != 0.0f && high[i] != 0.0f;
+        }
+        if (is_plain) sums = all;
+        return is_plain;
+    }
+
+private:
+    SimdFloat8 m_low[3], m_high[3], m_sum[3];
+};
+
+void add_paired_boxes(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
+                      PatchSums* sums) {
     if (begin == end) return;
     BoxRun run(sums, groups[begin]);
     for_each_pair(surface, begin, end, [&](unsigned int q, unsigned int count, const ControlPair& grid) {
@@ -260,6 +304,17 @@ void add_boxes(const PatchArrays& surface, const unsigned int* groups, unsigned 
         for (unsigned int i = 0; i < count; ++i) run.add(groups[q + i], i, boxes);
     });
     run.end();
+}
+
+void add_boxes(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
+               PatchSums* sums) {
+    if (surface.controls == nullptr) return add_paired_boxes(surface, groups, begin, end, sums);
+    for (unsigned int next = begin; begin != end; begin = next) {
+        PackedBox box(surface.controls + 48 * static_cast<unsigned long>(begin));
+        for (; next != end && groups[next] == groups[begin]; ++next)
+            box.add(surface.controls + 48 * static_cast<unsigned long>(next));
+        if (!box.add_to(sums[groups[begin]])) add_paired_boxes(surface, groups, begin, next, sums);
+    }
 }
 
 void add_areas(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
