@@ -21,7 +21,7 @@ struct LevelFaces {
     const unsigned char* states;     // per face
     const unsigned int* patches;     // per face
     const unsigned int* offsets;     // per face: its first face-corner; null when all faces are quads
-    const unsigned int* faces;       // per face-corner, null as well
+    const unsigned char* slots;      // per face-corner: its number in its quad; null as well
     const unsigned char* edge_bits;  // per face: the edges that are infinitely sharp
     const unsigned int* vertices;    // per face-corner
     const unsigned int* opposites;   // per face-corner, or none

@@ -313,7 +313,7 @@ TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
             faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
             faces.patches = level.face_patches.get_data();
             faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
-            faces.faces = level.corner_faces.get_data();
+            faces.slots = level.corner_slots.get_data();
             faces.edge_bits = level.edges.quad_edge_flags.get_data();
             faces.vertices = level.corner_vertices.get_data();
             faces.opposites = level.edges.opposite_edges.get_data();
