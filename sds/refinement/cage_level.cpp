@@ -49,8 +49,6 @@ void copy_polygons(const RefinementCage& cage, RefinementLevel& level) {
     level.states.assign(face_count, FaceState::support);
     if (has_only_quads(cage.polygon_counts)) {
         level.depth = 0;
-        level.places.resize(face_count);
-        for (unsigned int f = 0; f < face_count; ++f) level.places[f] = {f, 0, 0};
     } else {
         level.depth = -1;
         level.offsets.resize(face_count + 1);

@@ -64,8 +64,9 @@ void find_vertex_kinds(RefinementLevel& level) {
     level.vertex_kinds.resize(level.vertex_count);
     const unsigned int* valences = level.valences.get_data();
     unsigned char* kinds = level.vertex_kinds.get_data();
-    for (unsigned int v = 0; v < level.vertex_count; ++v)
-        kinds[v] = valences[v] == 4 ? RefinementLevel::regular_vertex : RefinementLevel::irregular_vertex;
+    static_assert(RefinementLevel::regular_vertex == 0 && RefinementLevel::irregular_vertex == 3);
+    for (unsigned int v = 0, count = level.vertex_count; v < count; ++v)
+        kinds[v] = static_cast<unsigned char>((valences[v] != 4) * 3);
     for (const SharpVertex& vertex : level.sharp_vertices) {
         unsigned char& kind = level.vertex_kinds[vertex.vertex];
         if (vertex.is_fractional())

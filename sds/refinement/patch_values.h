@@ -32,9 +32,14 @@ inline void find_summed_faces(const RefinementLevel& level, bool has_step, bool 
         const unsigned char* marks = leaf_vertices.get_data();
         return (marks[v[0]] | marks[v[1]] | marks[v[2]] | marks[v[3]]) != 0;
     };
-    faces.reserve(level.face_count);
-    for (unsigned int f = 0; f < level.face_count; ++f)
-        if ((has_step && level.face_children[f] != none) || (has_leaves && is_at_leaf(f))) faces.add(f);
+    faces.resize(level.face_count);
+    unsigned int* out = faces.get_data();
+    unsigned int count = 0;
+    for (unsigned int f = 0; f < level.face_count; ++f) {
+        out[count] = f;
+        count += (has_step && level.face_children[f] != none) || (has_leaves && is_at_leaf(f)) ? 1 : 0;
+    }
+    faces.resize(count);
 }
 
 // The values of two levels at a time, and what a level's patches need of them.
@@ -86,10 +91,12 @@ void for_each_face(const RefinementLevel& level, FaceState state, const Body& bo
     for_each_face(level, state, 0, level.candidate_count, body);
 }
 
-template <class Value, class Sink>
+// `sum()` forms the sums around leaves' irregular vertices, where they are not there yet: most limit points do without.
+template <class Value, class Sink, class Sum>
 void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values, const RegularPatches<Value>& regular,
-                  PatchLimits<Value>& limits, Sink& sink, SysThreadTaskManager* tasks) {
+                  PatchLimits<Value>& limits, Sink& sink, SysThreadTaskManager* tasks, const Sum& sum) {
     LeafPatches leaves(level);
+    bool has_sums = false;
     unsigned int largest_valence = 0;
     for_each_face(level, FaceState::leaf, [&](unsigned int f) {
         for (unsigned int k = 0; k < 4; ++k) {
@@ -99,8 +106,19 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
                 limits.touch(v);
                 continue;
             }
-            const bool is_regular = level.vertex_kinds[v] == RefinementLevel::regular_vertex;
-            limits.set(v, is_regular ? regular.limit_at(f, k) : leaves.limit_at(4 * f + k, values));
+            if (level.vertex_kinds[v] == RefinementLevel::regular_vertex) {
+                limits.set(v, regular.limit_at(f, k));
+                continue;
+            }
+            Value limit;
+            if (level.sharp_vertex(v) != nullptr || !find_fan_limit(level, values, 4 * f + k, limit)) {
+                if (!has_sums && leaves.needs_sums(4 * f + k)) {
+                    sum();
+                    has_sums = true;
+                }
+                limit = leaves.limit_at(4 * f + k, values);
+            }
+            limits.set(v, limit);
         }
     });
     sink.begin_leaves(level);
@@ -120,7 +138,6 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
             LeafPatches own(level);
             visit(own, begin, end);
         });
-    sink.end_leaves(level);
 }
 
 // Gives every patch's exact controls to the sink, level by level, the leaves of a level last:
@@ -129,7 +146,6 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
 //     sink.begin_leaves(level), where it has any
 //     sink.add_smooth_leaf(face, patch), on the manager's threads when there is one: whether the sink has a way of its
 //     own sink.add_leaf(face, patch, 16 controls, values of the level, leaves) for the other leaves, likewise
-//     sink.end_leaves(level)
 //     sink.end_level(limits)
 // `value_at(v)` is the value of the cage's vertex v. One step of progress per level.
 template <class Value, class ValueAt, class Sink>
@@ -153,15 +169,21 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         const FaceState* states = level.states.get_data();
         const bool has_leaves =
             std::find(states, states + level.candidate_count, FaceState::leaf) != states + level.candidate_count;
-        find_summed_faces(level, fine != nullptr, has_leaves, scratch->leaf_vertices, scratch->summed_faces);
-        if (!scratch->summed_faces.is_empty()) sum_neighbors(level, values, scratch->summed_faces);
+        const auto sum = [&] {
+            find_summed_faces(level, fine != nullptr, has_leaves, scratch->leaf_vertices, scratch->summed_faces);
+            if (!scratch->summed_faces.is_empty()) sum_neighbors(level, values, scratch->summed_faces);
+        };
+        if (fine != nullptr) sum();
         if (fine != nullptr) refine_values(level, *fine, topology.has_smooth_triangles() && i == 0, values, next);
 
         sink.begin_level(level, fine);
         limits.start(level.vertex_count);
         RegularPatches<Value> regular(level, values, limits);
         sink.add_regular(level, values, limits, regular);
-        if (has_leaves) visit_leaves(level, values, regular, limits, sink, tasks);
+        if (has_leaves)
+            visit_leaves(level, values, regular, limits, sink, tasks, [&] {
+                if (fine == nullptr) sum();
+            });
         sink.end_level(limits);
         values.points.swap(next.points);
         progress_step(progress, i + 1);
@@ -177,7 +199,6 @@ struct ControlsVisitor {
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
     void end_level(const PatchLimits<Value>&) {}
     void begin_leaves(const RefinementLevel&) {}
-    void end_leaves(const RefinementLevel&) {}
     static bool add_smooth_leaf(unsigned int, unsigned int) { return false; }
     void add_regular(const RefinementLevel& level, const LevelValues<Value>&, PatchLimits<Value>&,
                      RegularPatches<Value>& regular) {

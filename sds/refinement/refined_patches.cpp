@@ -42,7 +42,6 @@ struct ExactSink {
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
     void end_level(const PatchLimits<Vec3d>&) {}
     void begin_leaves(const RefinementLevel&) {}
-    void end_leaves(const RefinementLevel&) {}
     static bool add_smooth_leaf(unsigned int, unsigned int) { return false; }
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>&, PatchLimits<Vec3d>&,
                      RegularPatches<Vec3d>& regular) {
@@ -139,7 +138,7 @@ public:
         }
     }
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine) { m_handed.begin_level(level, fine); }
-    void end_level(const PatchLimits<Vec3d>& limits) { m_handed.end_level(limits); }
+    void end_level(const PatchLimits<Vec3d>& limits) { m_handed.end_level(limits, m_patches.m_points.get_data()); }
 
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits,
                      RegularPatches<Vec3d>& regular) {
@@ -168,21 +167,19 @@ public:
     bool add_smooth_leaf(unsigned int face, unsigned int patch) {
         Vec3f* controls = get_controls(patch);
         Vec3f* nets = get_nets(patch);
-        if (!get_level_kernels().compute_leaf(m_faces, face, controls->get_data(),
-                                              nets != nullptr ? nets->get_data() : nullptr))
-            return false;
-        if (m_tasks == nullptr) m_handed.exchange(face, controls);
-        return true;
+        return get_level_kernels().compute_leaf(m_faces, face, controls->get_data(),
+                                                nets != nullptr ? nets->get_data() : nullptr);
     }
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
         Vec3f* controls = get_controls(patch);
         for (unsigned int i = 0; i < 16; ++i) controls[i] = Vec3f(exact[i]);
-        if (m_tasks == nullptr) m_handed.exchange(face, controls);
+        for (unsigned int k = 0; k < 4; ++k) {
+            const size_t v = m_faces.vertices[4 * face + k];
+            const float* handed = m_faces.handed + 4 * v;
+            if (m_faces.is_handed[v] != 0) controls[corner_control(k)] = {handed[0], handed[1], handed[2]};
+        }
         if (Vec3f* nets = get_nets(patch); nets != nullptr) store_nets(leaf_nets(face, exact, values, leaves), nets);
-    }
-    void end_leaves(const RefinementLevel& level) {
-        if (m_tasks != nullptr) exchange(level, FaceState::leaf, 0, level.candidate_count);
     }
 
 private:
@@ -206,6 +203,8 @@ private:
         faces.points = reinterpret_cast<const double*>(values.points.get_data());
         faces.limits = reinterpret_cast<double*>(limits.get_data());
         faces.is_known = limits.get_known();
+        faces.is_handed = m_handed.get_has_point();
+        faces.handed = m_handed.get_points();
         faces.controls = reinterpret_cast<float*>(m_patches.m_points.get_data());
         faces.net_offsets = m_offsets->array.get_data();
         faces.shortest_squared = m_shortest_squared;
@@ -217,21 +216,10 @@ private:
         faces.leaf_weights = get_leaf_weights();
         return faces;
     }
-    // Exchanges what is handed, too. Returns whether any patch is so short that it needs nets; the net offsets say
-    // which.
+    // Returns whether any patch is so short that it needs nets; the net offsets say which.
     bool compute_controls(const RefinementLevel& level, const LevelFaces& faces) {
         const LevelKernels& kernels = get_level_kernels();
-        if (m_tasks == nullptr) {
-            // Few at a time, so that what is exchanged is still in the cache.
-            constexpr unsigned int chunk = 32;
-            unsigned int count = 0;
-            for (unsigned int begin = 0; begin < level.candidate_count; begin += chunk) {
-                const unsigned int end = std::min(begin + chunk, level.candidate_count);
-                count += kernels.compute_controls(faces, begin, end);
-                exchange(level, FaceState::emitted, begin, end);
-            }
-            return count != 0;
-        }
+        if (m_tasks == nullptr) return kernels.compute_controls(faces, 0, level.candidate_count) != 0;
         // All limit points first, each from the face that asks for it first.
         CoreArray<unsigned int> first(level.vertex_count, none);
         for_each_face(level, FaceState::emitted, [&](unsigned int f) {
@@ -247,13 +235,7 @@ private:
         run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
             short_count += kernels.compute_controls(faces, begin, end);
         });
-        exchange(level, FaceState::emitted, 0, level.candidate_count);
         return short_count != 0;
-    }
-    void exchange(const RefinementLevel& level, FaceState state, unsigned int begin, unsigned int end) {
-        if (!m_handed.concerns_level()) return;
-        for_each_face(level, state, begin, end,
-                      [&](unsigned int f) { m_handed.exchange(f, get_controls(level.face_patches[f])); });
     }
     // Gives the patches of a level's faces that store nets, which the net offsets say, their places.
     void make_room_for_nets(const RefinementLevel& level, FaceState state) {

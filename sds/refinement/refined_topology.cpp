@@ -59,17 +59,21 @@ void RefinedTopology::clear() {
     m_vertex_count = 0;
 }
 
-// Depth first, which is the order of the quadtree; children c of a square run around it, hence 0, 1, 3, 2.
-void RefinedTopology::list_quad_patches(unsigned int level_index, unsigned int face) {
+// Depth first, which is the order of the quadtree; children c of a square run around it, hence 0, 1, 3, 2. The face is
+// the square at (x, y) of its quad.
+void RefinedTopology::list_quad_patches(unsigned int level_index, unsigned int face, unsigned int quad, unsigned int x,
+                                        unsigned int y) {
     RefinementLevel& level = m_levels[level_index];
     const FaceState state = level.states[face];
     if (state == FaceState::refined) {
-        static constexpr unsigned int order[4] = {0, 1, 3, 2};
-        for (const unsigned int c : order) list_quad_patches(level_index + 1, level.first_children[face] + c);
+        const unsigned int first = level.first_children[face];
+        list_quad_patches(level_index + 1, first, quad, 2 * x, 2 * y);
+        list_quad_patches(level_index + 1, first + 1, quad, 2 * x + 1, 2 * y);
+        list_quad_patches(level_index + 1, first + 3, quad, 2 * x, 2 * y + 1);
+        list_quad_patches(level_index + 1, first + 2, quad, 2 * x + 1, 2 * y + 1);
     } else if (state == FaceState::emitted || state == FaceState::leaf) {
-        const QuadPlace& place = level.places[face];
         level.face_patches[face] = m_places.get_patch_count();
-        m_places.add_patch({place.quad, place.x, place.y, level.depth, state == FaceState::leaf});
+        m_places.add_patch({quad, x, y, level.depth, state == FaceState::leaf});
     }
 }
 
@@ -82,11 +86,11 @@ void RefinedTopology::list_patches() {
     m_places.start(cage.is_quads() ? cage.face_count : cage.corner_vertices.get_count(), patch_count);
     for (unsigned int f = 0; f < cage.face_count; ++f) {
         if (cage.is_quads()) {
-            list_quad_patches(0, f);
+            list_quad_patches(0, f, f, 0, 0);
             m_places.end_quads(1);
         } else if (cage.states[f] == FaceState::refined) {
             for (unsigned int j = 0; j < cage.offsets[f + 1] - cage.offsets[f]; ++j) {
-                list_quad_patches(1, cage.first_children[f] + j);
+                list_quad_patches(1, cage.first_children[f] + j, cage.offsets[f] + j, 0, 0);
                 m_places.end_quads(1);
             }
         } else {

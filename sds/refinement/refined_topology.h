@@ -35,7 +35,7 @@ public:
 
 private:
     void list_patches();
-    void list_quad_patches(unsigned int level, unsigned int face);
+    void list_quad_patches(unsigned int level, unsigned int face, unsigned int quad, unsigned int x, unsigned int y);
 
     PatchPlaces m_places;
     CoreArray<RefinementLevel> m_levels;

@@ -23,12 +23,6 @@ enum class FaceState : unsigned char {
     hole,  // in its neighbors' rings, but no surface itself
 };
 
-// Where a candidate lies in the quad that users see: the square at (x, y) / 2^depth of side 1 / 2^depth.
-struct QuadPlace {
-    unsigned int quad;
-    unsigned short x, y;
-};
-
 // A vertex that is sharp itself or has a sharp edge.
 struct SharpVertex {
     unsigned int vertex = none;
@@ -75,12 +69,12 @@ struct RefinementLevel {
     CoreArray<unsigned char> corner_slots;  // per corner: its number in its quad, no_slot in other polygons
 
     // Per face-corner: vertex, number of the edge that leaves it, the face-corner across. A cage's smooth edges have no
-    // number before the step, and only those near refined faces afterwards.
+    // number before the step, and only those near refined faces afterwards; of a last level only those edges have one
+    // that are sharp or shared with coarser patches.
     CoreArray<unsigned int> corner_vertices;
     CoreArray<unsigned int> corner_edges;
     SdsMeshBase::EdgesTopology edges;  // creases are the infinitely sharp edges; of polygons, the first four
     CoreArray<FaceState> states;
-    CoreArray<QuadPlace> places;           // of candidates
     CoreArray<unsigned int> face_patches;  // of candidates: index in the flat list, or none
 
     // Per edge.
@@ -101,8 +95,10 @@ struct RefinementLevel {
     CoreArray<unsigned int> vertex_children;
     CoreArray<unsigned int> edge_children;
     CoreArray<unsigned int> face_children;
-    CoreArray<unsigned int> first_children;  // of candidates: the first of as many candidates as the face has corners
-    CoreArray<unsigned int> edge_halves;     // per edge: its parts at its two ends, edges of the next level or none
+    CoreArray<unsigned int> first_children;   // of refined faces: the first of as many candidates as they have corners
+    CoreArray<unsigned int> edge_halves;      // per edge: its parts at its two ends, edges of the next level or none
+    CoreArray<unsigned int> handing_corners;  // face-corners of patches with refined faces across
+    CoreArray<unsigned int> handed_edges;     // parts of edges of coarser patches; not of a last level
     bool has_step = false;
     size_t kept_size = 0;  // bytes of the arrays' storage when it was given back last
 

@@ -250,53 +250,43 @@ void compute_boxes(const PatchArrays& surface, unsigned int begin, unsigned int 
     });
 }
 
-// The box of control points that follow each other, whatever point a lane belongs to: 24 floats are eight points, and
-// lane i of them has coordinate i % 3.
-class PackedBox {
-public:
-    explicit PackedBox(const float* patch) {
-        for (unsigned int i = 0; i < 3; ++i) {
-            m_low[i] = m_high[i] = SimdFloat8::load8(patch + 8 * i);
-            m_sum[i] = SimdFloat8(0.0f);
+// Adds the box of `count` patches' controls, 48 numbers each, to the box of their group: eight points at a time as they
+// stand, none sorted by axes. False, with nothing added, where the order of points matters, as between 0
+// and -0, and where numbers are not finite.
+bool add_box_of_controls(const float* controls, size_t count, PatchSums& sums) {
+    constexpr unsigned int row_count = 3;
+    SimdFloat8 low[row_count], high[row_count], sum[row_count];
+    for (unsigned int r = 0; r < row_count; ++r) low[r] = high[r] = SimdFloat8::load8(controls + 8 * r);
+    for (SimdFloat8& s : sum) s = SimdFloat8(0.0f);
+    for (const float *p = controls, *end = controls + 48 * count; p != end; p += 24)
+#pragma GCC unroll 3
+        for (unsigned int r = 0; r < row_count; ++r) {
+            const SimdFloat8 numbers = SimdFloat8::load8(p + 8 * r);
+            low[r] = min(numbers, low[r]);
+            high[r] = max(numbers, high[r]);
+            sum[r] = sum[r] + numbers;
         }
+    float lows[24], highs[24];
+    for (unsigned int r = 0; r < row_count; ++r) {
+        if (less_equal_mask(sum[r] - sum[r], SimdFloat8(0.0f)) != 255) return false;
+        low[r].store(lows + 8 * r);
+        high[r].store(highs + 8 * r);
     }
-    void add(const float* patch) {
-        for (unsigned int half = 0; half < 48; half += 24)
-            for (unsigned int i = 0; i < 3; ++i) {
-                const SimdFloat8 lanes = SimdFloat8::load8(patch + half + 8 * i);
-                m_low[i] = min(lanes, m_low[i]);
-                m_high[i] = max(lanes, m_high[i]);
-                m_sum[i] = m_sum[i] + lanes;
-            }
+    for (unsigned int i = 3; i < 24; ++i) {
+        if (lows[i] < lows[i % 3]) lows[i % 3] = lows[i];
+        if (highs[i] > highs[i % 3]) highs[i % 3] = highs[i];
     }
-    // False, with nothing changed, where some coordinate is not finite, and where a bound is 0, whose sign depends on
-    // the order of points.
-    bool add_to(PatchSums& sums) const {
-        float low[24], high[24], sum[24];
-        for (unsigned int i = 0; i < 3; ++i) {
-            m_low[i].store(low + 8 * i);
-            m_high[i].store(high + 8 * i);
-            m_sum[i].store(sum + 8 * i);
-        }
-        PatchSums all = sums;
-        bool is_plain = true;
-        for (unsigned int i = 0; i < 24; ++i) {
-            float &least = all.low[i % 3], &greatest = all.high[i % 3];
-            least = low[i] < least ? low[i] : least;
-            greatest = high[i] > greatest ? high[i] : greatest;
-            is_plain = is_plain && is_finite(static_cast<double>(sum[i])) && low[i] != 0.0f && high[i] != 0.0f;
-        }
-        if (is_plain) sums = all;
-        return is_plain;
+    for (unsigned int axis = 0; axis < 3; ++axis)
+        if (lows[axis] == 0.0f || highs[axis] == 0.0f) return false;
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        if (lows[axis] < sums.low[axis]) sums.low[axis] = lows[axis];
+        if (highs[axis] > sums.high[axis]) sums.high[axis] = highs[axis];
     }
+    return true;
+}
 
-private:
-    SimdFloat8 m_low[3], m_high[3], m_sum[3];
-};
-
-void add_paired_boxes(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
-                      PatchSums* sums) {
-    if (begin == end) return;
+void add_boxes_of_pairs(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
+                        PatchSums* sums) {
     BoxRun run(sums, groups[begin]);
     for_each_pair(surface, begin, end, [&](unsigned int q, unsigned int count, const ControlPair& grid) {
         const BoxPair boxes(grid);
@@ -308,12 +298,11 @@ void add_paired_boxes(const PatchArrays& surface, const unsigned int* groups, un
 
 void add_boxes(const PatchArrays& surface, const unsigned int* groups, unsigned int begin, unsigned int end,
                PatchSums* sums) {
-    if (surface.controls == nullptr) return add_paired_boxes(surface, groups, begin, end, sums);
-    for (unsigned int next = begin; begin != end; begin = next) {
-        PackedBox box(surface.controls + 48 * static_cast<unsigned long>(begin));
-        for (; next != end && groups[next] == groups[begin]; ++next)
-            box.add(surface.controls + 48 * static_cast<unsigned long>(next));
-        if (!box.add_to(sums[groups[begin]])) add_paired_boxes(surface, groups, begin, next, sums);
+    if (surface.controls == nullptr && begin != end) return add_boxes_of_pairs(surface, groups, begin, end, sums);
+    for (unsigned int last = begin; begin < end; begin = last) {
+        while (last < end && groups[last] == groups[begin]) ++last;
+        if (!add_box_of_controls(surface.controls + 48 * size_t{begin}, last - begin, sums[groups[begin]]))
+            add_boxes_of_pairs(surface, groups, begin, last, sums);
     }
 }
 

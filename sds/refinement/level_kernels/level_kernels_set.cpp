@@ -39,6 +39,7 @@ struct Ring {
     unsigned int opposites[4];    // beyond corners with a new limit point: the last of the eight around it
     unsigned char smooth_edges;   // bits
     unsigned char fresh_corners;  // bits of those with a limit point that is not known yet
+    bool has_handed;              // a corner from coarser patches
     unsigned int patch;
 };
 
@@ -155,8 +156,8 @@ void compute_limits_of(const LevelFaces& level, const unsigned int* first, unsig
 }
 
 // Controls leave in order, four floats at a time: the fourth is overwritten by the next. Returns whether the patch
-// needs nets.
-template <bool is_smooth>
+// needs nets. A plain one is between smooth edges and has no corner from coarser patches.
+template <bool is_plain>
 bool compute_patch(const LevelFaces& level, const Ring& ring) {
     const SimdDouble4 two(2.0), four(4.0), third(1.0 / 3.0), ninth(1.0 / 9.0), eighteenth(1.0 / 18.0);
     const RingPoints points(level, ring);
@@ -177,13 +178,16 @@ bool compute_patch(const LevelFaces& level, const Ring& ring) {
 #pragma GCC unroll 4
     for (unsigned int k = 0; k < 4; ++k, out += 12) {
         const unsigned int next = (k + 1) & 3u, far = (k + 2) & 3u, behind = (k + 3) & 3u;
-        corner[k].store_rounded4(out);
-        const SimdDouble4 leaving = is_smooth || ((ring.smooth_edges >> k) & 1u) != 0
+        if (is_plain)
+            corner[k].store_rounded4(out);
+        else
+            store_corner(level, ring.quad[k], corner[k], out);
+        const SimdDouble4 leaving = is_plain || ((ring.smooth_edges >> k) & 1u) != 0
                                         ? (q4[k] * two + q4[next] + a[k] * two + b[k]) * eighteenth
                                         : (q[k] * two + q[next]) * third;
         leaving.store_rounded4(out + 3);
         ((across[k & 1u] + q4[k] + q[far]) * ninth).store_rounded4(out + 6);
-        const SimdDouble4 arriving = is_smooth || ((ring.smooth_edges >> behind) & 1u) != 0
+        const SimdDouble4 arriving = is_plain || ((ring.smooth_edges >> behind) & 1u) != 0
                                          ? (q4[k] * two + q4[behind] + b[behind] * two + a[behind]) * eighteenth
                                          : (q[k] * two + q[behind]) * third;
         if (k < 3)
@@ -222,8 +226,10 @@ unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, un
             ring.patch = level.patches[f];
             prefetch_patch(level.controls + 48 * size_t{ring.patch});
             finder.find_ring(c, level.edge_bits[f], ring);
+            ring.has_handed = false;
             for (unsigned int k = 0; k < 4; ++k) {
                 const unsigned int v = ring.quad[k];
+                ring.has_handed |= level.is_handed[v] != 0;
                 const unsigned char known = level.is_known[v];
                 if (known == 1) continue;  // on many threads all are, from compute_limits
                 if (known == 0) finder.find_opposite(c, k, ring);
@@ -231,8 +237,9 @@ unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, un
             }
         }
         for (unsigned int i = 0; i < ring_count; ++i) {
-            const bool is_short = rings[i].smooth_edges == 15 ? compute_patch<true>(level, rings[i])
-                                                              : compute_patch<false>(level, rings[i]);
+            const bool is_plain = rings[i].smooth_edges == 15 && !rings[i].has_handed;
+            const bool is_short =
+                is_plain ? compute_patch<true>(level, rings[i]) : compute_patch<false>(level, rings[i]);
             level.net_offsets[rings[i].patch] = is_short ? 0 : no_corner;
             short_count += is_short ? 1 : 0;
         }

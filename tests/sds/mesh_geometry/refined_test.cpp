@@ -306,7 +306,7 @@ TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
             points[i] = static_cast<double>(mesh.positions[i / 3][i % 3]);
         for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr; ++set) {
             std::vector<double> limits(4 * mesh.positions.size());
-            std::vector<unsigned char> is_known(mesh.positions.size());
+            std::vector<unsigned char> is_known(mesh.positions.size()), is_handed(mesh.positions.size());
             std::vector<Vec3f> controls(16 * size_t{surface.get_patch_count()});
             std::vector<unsigned int> offsets(surface.get_patch_count());
             sds::LevelFaces faces{};
@@ -320,6 +320,7 @@ TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
             faces.points = points.data();
             faces.limits = limits.data();
             faces.is_known = is_known.data();
+            faces.is_handed = is_handed.data();
             faces.controls = controls[0].get_data();
             faces.net_offsets = offsets.data();
             faces.emitted = static_cast<unsigned char>(sds::FaceState::emitted);
@@ -373,8 +374,10 @@ TEST(RefinedGeometry, KernelsOfPointsFollowTheRulesOfAnyValue) {
         weights[n] = {sds::closed_fan_weights<sds::ExactTrig>(n).edge,
                       sds::closed_fan_weights<sds::ExactTrig>(n).diagonal, sds::turn_cosine<sds::ExactTrig>(n)};
     std::vector<double> limits(4 * size_t{last.vertex_count}, 0.25);
+    const std::vector<unsigned char> is_handed(last.vertex_count);
     values.points.reserve(last.vertex_count + 1);
     sds::LevelFaces faces{};
+    faces.is_handed = is_handed.data();
     faces.vertices = last.corner_vertices.get_data();
     faces.opposites = last.edges.opposite_edges.get_data();
     faces.points = &values.points.get_data()->c[0];
