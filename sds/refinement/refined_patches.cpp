@@ -92,9 +92,10 @@ const LeafWeights* get_leaf_weights() {
 template <class Sink>
 void visit_points(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink& sink,
                   AppProgressBar* progress, SysThreadTaskManager* tasks) {
-    visit_patches<Vec3d>(
-        topology, [&](unsigned int v) { return v < positions.get_count() ? Vec3d(positions[v]) : Vec3d(0, 0, 0); },
-        sink, progress, tasks);
+    const auto point_at = [given = positions.get_data(), count = positions.get_count()](unsigned int v) {
+        return v < count ? Vec3d(given[v]) : Vec3d(0, 0, 0);
+    };
+    visit_patches<Vec3d>(topology, point_at, sink, progress, tasks);
 }
 
 }  // namespace

@@ -41,10 +41,12 @@ struct LevelFaces {
     const LeafWeights* leaf_weights;    // per valence up to max_leaf_valence
 };
 
-// Views of a level of quads with its step, and of the points around it. Arrays of points hold one number more than
+// Views of a level with its step, and of the points around it. Arrays of points hold one number more than
 // their points have.
 struct LevelPoints {
     unsigned int face_count, edge_count, vertex_count;
+    const unsigned int* offsets;    // per face and one more: its first face-corner; null when all faces are quads
+    const unsigned int* faces;      // per face-corner, null as well
     const unsigned int* vertices;   // per face-corner
     const unsigned int* opposites;  // per face-corner, not none beside edges of sharpness 0
     const unsigned int* valences;   // per vertex

@@ -350,8 +350,7 @@ TEST(RefinedGeometry, KernelsOfPointsFollowTheRulesOfAnyValue) {
             if (level.face_children[f] != sds::none) faces.add(f);
         sds::sum_neighbors(level, values, faces);
         sds::refine_values(level, fine, false, values, next);
-        // The step from polygons has no kernels.
-        for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr && i != 0; ++set) {
+        for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr; ++set) {
             sds::LevelValues<Vec3d> points;
             points.reserve(level.face_count, level.vertex_count);
             points.face_points.resize(level.face_count);
