@@ -41,9 +41,8 @@ void number_children(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
 
 // Makes children and joins them along their edges. The edges inside a coarse face are those between the children of two
 // neighboring corners of it; of the two halves of its edges, the face across has the other side at the same vertices.
-// is_quads is the coarse level's: children of quads keep their parent's frame. Where the edges are numbered, all have
-// numbers.
-template <bool is_quads, bool is_numbered>
+// is_quads is the coarse level's: children of quads keep their parent's frame.
+template <bool is_quads>
 class ChildMaker {
 public:
     ChildMaker(const RefinementLevel& coarse, RefinementLevel& fine, const StepScratch& scratch)
@@ -56,8 +55,7 @@ public:
           m_face_children(coarse.face_children.get_data()),
           m_edge_ends(coarse.edge_ends.get_data()),
           m_edge_halves(coarse.edge_halves.get_data()),
-          m_corner_children(scratch.corner_children.get_data()),
-          m_inner_edges(scratch.inner_edges.get_data()) {
+          m_corner_children(scratch.corner_children.get_data()) {
         fine.corner_vertices.resize(4 * fine.face_count);
         fine.corner_edges.resize(4 * fine.face_count);
         fine.edges.opposite_edges.resize(4 * fine.face_count);
@@ -65,7 +63,7 @@ public:
         m_corner_edges = fine.corner_edges.get_data();
         m_opposites = fine.edges.opposite_edges.get_data();
         m_edge_corners = fine.edge_corners.get_data();
-        if constexpr (!is_numbered) std::fill(m_corner_edges, m_corner_edges + 4 * size_t{fine.face_count}, none);
+        std::fill(m_corner_edges, m_corner_edges + 4 * size_t{fine.face_count}, none);
     }
 
     // All children of a quad.
@@ -93,13 +91,6 @@ public:
             m_opposites[corner(j, 1)] = corner(next, 2);
             m_opposites[corner(j, 2)] = corner(behind, 1);
             m_opposites[corner(j, 3)] = across[behind].end;
-            if constexpr (is_numbered) {
-                const Halves own = find_halves(begin + j);
-                set_edge(corner(j, 0), own.start);
-                set_edge(corner(next, 3), own.end);
-                set_edge(corner(j, 1), m_inner_edges[begin + j]);
-                set_edge(corner(next, 2), m_inner_edges[begin + j]);
-            }
         }
     }
 
@@ -124,12 +115,6 @@ public:
             m_opposites[corners[1]] = has_child(next) ? child_corner(begin, next, 2) : none;
             m_opposites[corners[2]] = has_former ? child_corner(begin, behind, 1) : none;
             m_opposites[corners[3]] = find_across(behind).end;
-            if constexpr (is_numbered) {
-                set_edge(corners[0], find_halves(c).start);
-                set_edge(corners[1], m_inner_edges[c]);
-                set_edge(corners[2], m_inner_edges[behind]);
-                set_edge(corners[3], find_halves(behind).end);
-            }
             has_former = true;
         }
     }
@@ -184,7 +169,6 @@ private:
     const unsigned int* m_edge_ends;
     const unsigned int* m_edge_halves;
     const unsigned int* m_corner_children;
-    const unsigned int* m_inner_edges;
     unsigned int* m_corner_vertices;
     unsigned int* m_corner_edges;
     unsigned int* m_opposites;
@@ -210,9 +194,9 @@ void set_smooth_states(const RefinementLevel& coarse, RefinementLevel& fine, boo
     }
 }
 
-template <bool is_quads, bool is_numbered>
+template <bool is_quads>
 void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, const StepScratch& scratch) {
-    const ChildMaker<is_quads, is_numbered> maker(coarse, fine, scratch);
+    const ChildMaker<is_quads> maker(coarse, fine, scratch);
     const auto face_begin = [&coarse](unsigned int f) { return is_quads ? 4 * f : coarse.offsets[f]; };
     const auto corner_count = [&coarse](unsigned int f) {
         return is_quads ? 4 : coarse.offsets[f + 1] - coarse.offsets[f];
@@ -230,21 +214,16 @@ void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, cons
         std::fill(fine.valences.begin(), fine.valences.end(), 0u);
         for (const unsigned int v : fine.corner_vertices) ++fine.valences[v];
     }
-    if constexpr (!is_numbered) {
-        const auto set_halves = [&](unsigned int e) {
-            const unsigned int c = coarse.edge_corners[e];
-            if (c == none || coarse.edge_children[e] == none) return;
-            maker.set_halves(c);
-            if (const unsigned int o = coarse.edges.opposite_edges[c]; o != none) maker.set_halves(o);
-        };
-        for (const unsigned int e : coarse.sharp_edges) set_halves(e);
-        for (const unsigned int e : coarse.handed_edges) set_halves(e);
-        for (const unsigned int c : coarse.handing_corners) set_halves(coarse.corner_edges[c]);
-        if (has_nonmanifold)
-            for (const unsigned int f : scratch.touched)
-                for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c)
-                    if (coarse.edge_children[coarse.corner_edges[c]] != none) maker.set_halves(c);
+    for (unsigned int e = 0; 2 * e < coarse.edge_halves.get_count(); ++e) {
+        const unsigned int c = coarse.edge_corners[e];
+        if (c == none || coarse.edge_children[e] == none) continue;
+        maker.set_halves(c);
+        if (const unsigned int o = coarse.edges.opposite_edges[c]; o != none) maker.set_halves(o);
     }
+    if (!has_nonmanifold) return;
+    for (const unsigned int f : scratch.touched)
+        for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c)
+            if (coarse.is_halved(coarse.corner_edges[c])) maker.set_halves(c);
 }
 
 }  // namespace
@@ -252,8 +231,7 @@ void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, cons
 void make_children(RefinementLevel& coarse, RefinementLevel& fine, bool is_last, StepScratch& scratch) {
     number_children(coarse, fine, scratch);
     set_smooth_states(coarse, fine, is_last, scratch.touched);
-    const auto make = coarse.is_quads() ? (is_last ? &make_children_of<true, false> : &make_children_of<true, true>)
-                                        : (is_last ? &make_children_of<false, false> : &make_children_of<false, true>);
+    const auto make = coarse.is_quads() ? &make_children_of<true> : &make_children_of<false>;
     make(coarse, fine, scratch);
 }
 

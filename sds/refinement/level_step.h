@@ -13,17 +13,13 @@ struct StepScratch {
     TouchedFaces touched;
     // Per face-corner of touched faces whose vertex has a child: the face of the next level there.
     CoreArray<unsigned int> corner_children;
-    // Per face-corner of the coarse level, the edge from its edge point to the face point, where both are.
-    CoreArray<unsigned int> inner_edges;
     CoreArray<SharpnessStep> sharpness;
 
-    size_t get_memory_size() const {
-        return bytes_of(touched) + bytes_of(corner_children) + bytes_of(inner_edges) + bytes_of(sharpness);
-    }
+    size_t get_memory_size() const { return bytes_of(touched) + bytes_of(corner_children) + bytes_of(sharpness); }
 };
 
-// Makes the faces of the next level and joins them. Both levels have all their vertices, and the edges that have
-// numbers: all of `fine`, or with `is_last` those that are sharp or handed.
+// Makes the faces of the next level and joins them. Both levels have all their vertices, and `fine` the edges that have
+// numbers.
 void make_children(RefinementLevel& coarse, RefinementLevel& fine, bool is_last, StepScratch& scratch);
 
 }  // namespace sds

@@ -85,7 +85,7 @@ private:
     unsigned char* m_marks;
 };
 
-// Where a patch has finer ones across an edge, whose halves it hands them.
+// Finds where a patch has finer ones across an edge, whose halves it hands them, and numbers these edges.
 void find_handing_corners(RefinementLevel& coarse, const TouchedFaces& touched) {
     const FaceState* states = coarse.states.get_data();
     const unsigned int* opposites = coarse.edges.opposite_edges.get_data();
@@ -98,90 +98,88 @@ void find_handing_corners(RefinementLevel& coarse, const TouchedFaces& touched) 
                 coarse.handing_corners.add(c);
         }
     }
+    for (const unsigned int c : coarse.handing_corners)
+        if (coarse.corner_edges[c] == none) add_edge(coarse, c, 0.0f, 0);
 }
 
-// Points of edges and faces, and the edges between them and the vertices. Of a last level only those have a number that
-// are sharp or handed; of others not those that lie inside coarse faces whose edge point is missing.
-void split_edges(RefinementLevel& coarse, RefinementLevel& fine, StepScratch& scratch, bool has_unnumbered,
-                 bool is_last, bool chaikin) {
-    const TouchedFaces& touched = scratch.touched;
-    unsigned int corner_count = 0;
-    for (const unsigned int f : touched) corner_count += coarse.face_end(f) - coarse.face_begin(f);
-    if (has_unnumbered) {
-        const unsigned int room = coarse.edge_count + corner_count;
-        coarse.edge_corners.reserve(room);
-        coarse.edge_ends.reserve(2 * room);
-        coarse.edge_sharpness.reserve(room);
-        coarse.edge_marks.reserve(room);
-        for (const unsigned int f : touched)
-            for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c)
-                if (coarse.corner_edges[c] == none) add_edge(coarse, c, 0.0f, 0);
-    }
-    find_handing_corners(coarse, touched);
-    coarse.edge_children.resize(coarse.edge_count);
-    coarse.edge_halves.resize(2 * coarse.edge_count);
-    std::fill(coarse.edge_halves.begin(), coarse.edge_halves.end(), none);
-    coarse.face_children.resize(coarse.face_count);
-    std::fill(coarse.face_children.begin(), coarse.face_children.end(), none);
-
-    const unsigned int* corner_edges = coarse.corner_edges.get_data();
-    const unsigned int* vertex_children = coarse.vertex_children.get_data();
-    const unsigned int* edge_ends = coarse.edge_ends.get_data();
-    unsigned int* edge_children = coarse.edge_children.get_data();
-    unsigned int* edge_halves = coarse.edge_halves.get_data();
-    const unsigned int first_point = fine.vertex_count;
-    unsigned int next = first_point;
-    for (unsigned int e = 0; e < coarse.edge_count; ++e) {
-        const bool has_point = (vertex_children[edge_ends[2 * e]] & vertex_children[edge_ends[2 * e + 1]]) != none;
-        edge_children[e] = has_point ? next : none;
-        next += has_point ? 1 : 0;
-    }
-
-    // Two halves and one inner edge for every corner at most.
-    EdgeAdder adder(fine, is_last ? 2 * (coarse.sharp_edges.get_count() + coarse.handing_corners.get_count() +
-                                         coarse.handed_edges.get_count())
-                                  : 3 * corner_count);
-    const auto add_halves = [&](unsigned int e) {
-        const unsigned int point = edge_children[e];
-        if (point == none || (edge_halves[2 * e] & edge_halves[2 * e + 1]) != none) return;
-        for (unsigned int i = 0; i < 2; ++i) {
-            const unsigned int end = edge_ends[2 * e + i];
-            if (const unsigned int child = vertex_children[end]; child != none)
-                edge_halves[2 * e + i] = adder.add(
-                    child, point, half_sharpness(coarse, coarse.edge_sharpness[e], end, chaikin), coarse.edge_marks[e]);
+// Numbers all other edges that get a point, from `first_point` on.
+void number_smooth_edges(RefinementLevel& coarse, const TouchedFaces& touched, unsigned int first_point) {
+    unsigned int count = coarse.edge_count;
+    unsigned int room = count + 1;
+    for (const unsigned int f : touched) room += coarse.face_end(f) - coarse.face_begin(f);
+    coarse.edge_corners.resize(room);
+    coarse.edge_ends.resize(2 * room);
+    unsigned int* edge_corners = coarse.edge_corners.get_data();
+    unsigned int* edge_ends = coarse.edge_ends.get_data();
+    unsigned int* corner_edges = coarse.corner_edges.get_data();
+    const unsigned int* opposites = coarse.edges.opposite_edges.get_data();
+    const unsigned int* vertices = coarse.corner_vertices.get_data();
+    const unsigned int* children = coarse.vertex_children.get_data();
+    const auto number = [&](unsigned int begin, auto corner_count) {
+        for (unsigned int j = 0; j < corner_count; ++j) {
+            const unsigned int c = begin + j, next = begin + (j + 1 == corner_count ? 0 : j + 1);
+            const unsigned int o = opposites[c];
+            const unsigned int former = corner_edges[c];
+            // Without a branch, which every other edge would take.
+            const bool is_new = former == none && (children[vertices[c]] & children[vertices[next]]) != none;
+            edge_corners[count] = c;
+            edge_ends[2 * count] = vertices[c];
+            edge_ends[2 * count + 1] = vertices[next];
+            corner_edges[c] = corner_edges[o == none ? c : o] = is_new ? count : former;
+            count += is_new ? 1 : 0;
         }
     };
-    if (is_last) {
-        for (const unsigned int e : coarse.sharp_edges) add_halves(e);
-        for (const unsigned int e : coarse.handed_edges) add_halves(e);
-        for (const unsigned int c : coarse.handing_corners) add_halves(corner_edges[c]);
-    } else {
-        for (unsigned int e = 0; e < coarse.edge_count; ++e) add_halves(e);
-        const auto hand = [&](unsigned int e) {
-            for (const unsigned int half : {edge_halves[2 * e], edge_halves[2 * e + 1]})
-                if (half != none) fine.handed_edges.add(half);
-        };
-        for (const unsigned int e : coarse.handed_edges) hand(e);
-        for (const unsigned int c : coarse.handing_corners) hand(corner_edges[c]);
-    }
+    for (const unsigned int f : touched)
+        if (coarse.is_quads())
+            number(4 * f, std::integral_constant<unsigned int, 4>());
+        else
+            number(coarse.offsets[f], coarse.offsets[f + 1] - coarse.offsets[f]);
+    coarse.edge_corners.resize(count);
+    coarse.edge_ends.resize(2 * count);
+    coarse.edge_sharpness.resize(count);
+    std::fill(coarse.edge_sharpness.get_data() + coarse.edge_count, coarse.edge_sharpness.end(), 0.0f);
+    coarse.edge_marks.resize(count);
+    std::fill(coarse.edge_marks.get_data() + coarse.edge_count, coarse.edge_marks.end(), static_cast<unsigned char>(0));
+    coarse.edge_children.resize(count);
+    for (unsigned int e = coarse.edge_count; e < count; ++e) coarse.edge_children[e] = first_point++;
+    coarse.edge_count = count;
+}
 
-    const unsigned int first_center = next;
-    for (const unsigned int f : touched) coarse.face_children[f] = next++;
-    fine.vertex_count = next;
-    if (!is_last) {
-        scratch.inner_edges.resize(coarse.corner_edges.get_count());
-        for (const unsigned int f : touched)
-            for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c)
-                if (const unsigned int point = edge_children[corner_edges[c]]; point != none)
-                    scratch.inner_edges[c] = adder.add(point, coarse.face_children[f], 0.0f, 0);
+// Points of edges and faces, and the halves of the edges that are sharp or handed.
+void split_edges(RefinementLevel& coarse, RefinementLevel& fine, const TouchedFaces& touched, bool chaikin) {
+    find_handing_corners(coarse, touched);
+    const unsigned int halved_count = coarse.edge_count;
+    coarse.edge_halves.assign(2 * halved_count, none);
+    coarse.edge_children.resize(halved_count);
+    const unsigned int* vertex_children = coarse.vertex_children.get_data();
+    const unsigned int first_point = fine.vertex_count;
+    unsigned int next = first_point;
+    EdgeAdder adder(fine, 2 * halved_count);
+    for (unsigned int e = 0; e < halved_count; ++e) {
+        const unsigned int* ends = coarse.edge_ends.get_data() + 2 * size_t{e};
+        const bool has_point = (vertex_children[ends[0]] & vertex_children[ends[1]]) != none;
+        const unsigned int point = coarse.edge_children[e] = has_point ? next++ : none;
+        for (unsigned int i = 0; i < 2 && has_point; ++i)
+            if (const unsigned int child = vertex_children[ends[i]]; child != none)
+                coarse.edge_halves[2 * e + i] =
+                    adder.add(child, point, half_sharpness(coarse, coarse.edge_sharpness[e], ends[i], chaikin),
+                              coarse.edge_marks[e]);
     }
     adder.end();
+    number_smooth_edges(coarse, touched, next);
+    next += coarse.edge_count - halved_count;
+
+    const unsigned int first_center = next;
+    coarse.face_children.resize(coarse.face_count);
+    std::fill(coarse.face_children.begin(), coarse.face_children.end(), none);
+    for (const unsigned int f : touched) coarse.face_children[f] = next++;
+    fine.vertex_count = next;
 
     fine.valences.resize(fine.vertex_count);
     std::fill(fine.valences.get_data() + first_point, fine.valences.get_data() + fine.vertex_count, 4u);
     for (const unsigned int e : coarse.sharp_edges)
-        if (edge_children[e] != none && coarse.edge_marks[e] == RefinementLevel::border_mark)
-            fine.valences[edge_children[e]] = 2;
+        if (coarse.edge_children[e] != none && coarse.edge_marks[e] == RefinementLevel::border_mark)
+            fine.valences[coarse.edge_children[e]] = 2;
     if (!coarse.is_quads())
         for (unsigned int i = 0; i < touched.get_count(); ++i)
             fine.valences[first_center + i] = coarse.face_end(touched[i]) - coarse.face_begin(touched[i]);
@@ -229,12 +227,12 @@ void step_sharp_vertices(RefinementLevel& coarse, RefinementLevel& fine, BorderR
 
 }  // namespace
 
-void refine_level(RefinementLevel& coarse, RefinementLevel& fine, bool is_cage, const RefinementOptions& options) {
+void refine_level(RefinementLevel& coarse, RefinementLevel& fine, const RefinementOptions& options) {
     fine.depth = coarse.depth + 1;
     KeptScratch<StepScratch> scratch;
     number_vertices(coarse, fine, scratch->touched);
     const bool is_last = fine.depth >= static_cast<int>(std::min(options.depth, RefinementOptions::max_depth));
-    split_edges(coarse, fine, *scratch, is_cage, is_last, options.chaikin);
+    split_edges(coarse, fine, scratch->touched, options.chaikin);
     make_children(coarse, fine, is_last, *scratch);
     step_sharp_vertices(coarse, fine, options.border_rule, scratch->sharpness);
     coarse.has_step = true;

@@ -33,7 +33,7 @@ void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions&
         if (!is_refined) break;
         levels.resize(levels.get_count() + 1);
         levels[levels.get_count() - 1] = take_level();
-        refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], levels.get_count() == 2, options);
+        refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], options);
         if (depths) depths->refine(levels[levels.get_count() - 2], levels[levels.get_count() - 1]);
     }
     m_levels.swap(levels);
