@@ -18,6 +18,8 @@ public:
 
     // Levels come in order, `fine` null at the last.
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine);
+    // Whether any vertex of the level may have a point that was handed to it.
+    bool has_points() const { return m_has_points; }
     // Whether a vertex of the level has a point that was handed to it, and these points, four numbers each: the corners
     // that its patches are to have.
     const unsigned char* get_has_point() const { return m_here.has_point.get_data(); }
@@ -56,6 +58,7 @@ private:
     void hand_points(const PatchLimits<GMathVec3<double>>& limits);
     void hand_halves(unsigned int edge, unsigned int start, const Vec3f* controls);
 
+    bool m_has_points = false;  // not at the first level
     const RefinementLevel* m_level = nullptr;
     const RefinementLevel* m_fine = nullptr;
     KeptScratch<Levels> m_scratch;

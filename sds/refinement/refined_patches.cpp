@@ -204,6 +204,7 @@ private:
         faces.points = reinterpret_cast<const double*>(values.points.get_data());
         faces.limits = reinterpret_cast<double*>(limits.get_data());
         faces.is_known = limits.get_known();
+        faces.has_handed = m_handed.has_points();
         faces.is_handed = m_handed.get_has_point();
         faces.handed = m_handed.get_points();
         faces.controls = reinterpret_cast<float*>(m_patches.m_points.get_data());

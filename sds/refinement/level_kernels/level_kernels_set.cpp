@@ -35,7 +35,8 @@ struct PolygonCorners {
 //               |        |
 //             k +--------+ k + 1
 struct Ring {
-    unsigned int quad[4], starts[4], ends[4];
+    const unsigned int* quad;
+    unsigned int starts[4], ends[4];
     unsigned int opposites[4];    // beyond corners with a new limit point: the last of the eight around it
     unsigned char smooth_edges;   // bits
     unsigned char fresh_corners;  // bits of those with a limit point that is not known yet
@@ -53,7 +54,7 @@ public:
     void find_ring(unsigned int c, unsigned int sharp_edges, Ring& ring) const {
         const unsigned int* quad = m_vertices + c;
         const unsigned int* across = m_opposites + c;
-        for (unsigned int k = 0; k < 4; ++k) ring.quad[k] = quad[k];
+        ring.quad = quad;
         ring.fresh_corners = 0;
         if (sharp_edges == 0 && across[0] != no_corner && across[1] != no_corner && across[2] != no_corner &&
             across[3] != no_corner) {
@@ -209,6 +210,11 @@ void prefetch_patch(const float* controls) {
     for (unsigned int i = 0; i < 48; i += 16) __builtin_prefetch(controls + i, 1);
 }
 
+bool is_any_handed(const LevelFaces& level, const unsigned int* quad) {
+    const unsigned char* is_handed = level.is_handed;
+    return (is_handed[quad[0]] | is_handed[quad[1]] | is_handed[quad[2]] | is_handed[quad[3]]) != 0;
+}
+
 // The indices of a few faces before their patches: two loops that do not wait for each other's loads.
 template <class Corners>
 unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, unsigned int end) {
@@ -217,19 +223,22 @@ unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, un
     const RingFinder<Corners> finder(level, corners);
     Ring rings[batch];
     unsigned int short_count = 0;
+    unsigned int faces[batch + 1];
     for (unsigned int f = begin; f < end;) {
         unsigned int ring_count = 0;
         for (; f < end && ring_count < batch; ++f) {
-            if (level.states[f] != level.emitted) continue;
-            Ring& ring = rings[ring_count++];
-            const unsigned int c = corners.begin_of_face(f);
-            ring.patch = level.patches[f];
+            faces[ring_count] = f;
+            ring_count += level.states[f] == level.emitted ? 1 : 0;
+        }
+        for (unsigned int i = 0; i < ring_count; ++i) {
+            Ring& ring = rings[i];
+            const unsigned int c = corners.begin_of_face(faces[i]);
+            ring.patch = level.patches[faces[i]];
             prefetch_patch(level.controls + 48 * size_t{ring.patch});
-            finder.find_ring(c, level.edge_bits[f], ring);
-            ring.has_handed = false;
+            finder.find_ring(c, level.edge_bits[faces[i]], ring);
+            ring.has_handed = level.has_handed && is_any_handed(level, ring.quad);
             for (unsigned int k = 0; k < 4; ++k) {
                 const unsigned int v = ring.quad[k];
-                ring.has_handed |= level.is_handed[v] != 0;
                 const unsigned char known = level.is_known[v];
                 if (known == 1) continue;  // on many threads all are, from compute_limits
                 if (known == 0) finder.find_opposite(c, k, ring);
