@@ -21,6 +21,7 @@ size_t HandedEdges::Level::get_memory_size() const {
 }
 
 void HandedEdges::begin_level(const RefinementLevel& level, const RefinementLevel* fine) {
+    m_has_points = m_level != nullptr;
     if (m_level == nullptr) m_here.start(level);
     m_level = &level;
     m_fine = fine;

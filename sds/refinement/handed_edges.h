@@ -19,6 +19,8 @@ public:
 
     // Levels come in order, `fine` null at the last.
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine);
+    // Whether any vertex of the level may have a point that was handed to it.
+    bool has_points() const { return m_has_points; }
     // Whether a vertex of the level has a point that was handed to it, and these points, four numbers each: the corners
     // that its patches are to have.
     const unsigned char* get_has_point() const { return m_here.has_point.get_data(); }
@@ -60,6 +62,7 @@ private:
     static SimdFloat4 load(const Point& point) { return SimdFloat4::load(point.numbers); }
     static void store(SimdFloat4 lanes, Point& point) { lanes.store(point.numbers); }
 
+    bool m_has_points = false;  // not at the first level
     const RefinementLevel* m_level = nullptr;
     const RefinementLevel* m_fine = nullptr;
     KeptScratch<Levels> m_scratch;

@@ -159,8 +159,11 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
     LevelValues<Value>& next = scratch->next;
     PatchLimits<Value>& limits = scratch->limits;
     values.points.resize(topology.get_level(0).vertex_count);
-    for (unsigned int v = 0; v < values.points.get_count(); ++v)
-        values.points[v] = v < topology.get_vertex_count() ? value_at(v) : ValueOps<Value>::zero();
+    Value* const points = values.points.get_data();
+    const unsigned int point_count = values.points.get_count();
+    const unsigned int given_count = std::min(point_count, topology.get_vertex_count());
+    for (unsigned int v = 0; v < given_count; ++v) points[v] = value_at(v);
+    std::fill(points + given_count, points + point_count, ValueOps<Value>::zero());
 
     progress_steps(progress, level_count);
     for (unsigned int i = 0; i < level_count; ++i) {

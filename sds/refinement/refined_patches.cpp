@@ -92,9 +92,10 @@ const LeafWeights* get_leaf_weights() {
 template <class Sink>
 void visit_points(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink& sink,
                   AppProgressBar* progress, SysThreadTaskManager* tasks) {
-    visit_patches<Vec3d>(
-        topology, [&](unsigned int v) { return v < positions.get_count() ? Vec3d(positions[v]) : Vec3d(0, 0, 0); },
-        sink, progress, tasks);
+    const auto point_at = [given = positions.get_data(), count = positions.get_count()](unsigned int v) {
+        return v < count ? Vec3d(given[v]) : Vec3d(0, 0, 0);
+    };
+    visit_patches<Vec3d>(topology, point_at, sink, progress, tasks);
 }
 
 }  // namespace
@@ -196,13 +197,14 @@ private:
         faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
         faces.patches = level.face_patches.get_data();
         faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
-        faces.faces = level.corner_faces.get_data();
+        faces.slots = level.corner_slots.get_data();
         faces.edge_bits = level.edges.quad_edge_flags.get_data();
         faces.vertices = level.corner_vertices.get_data();
         faces.opposites = level.edges.opposite_edges.get_data();
         faces.points = reinterpret_cast<const double*>(values.points.get_data());
         faces.limits = reinterpret_cast<double*>(limits.get_data());
         faces.is_known = limits.get_known();
+        faces.has_handed = m_handed.has_points();
         faces.is_handed = m_handed.get_has_point();
         faces.handed = m_handed.get_points();
         faces.controls = reinterpret_cast<float*>(m_patches.m_points.get_data());

@@ -51,6 +51,8 @@ struct RefinementLevel {
     static constexpr unsigned char border_mark = 1;       // an edge of one polygon of the cage, or part of one
     static constexpr unsigned char nonmanifold_mark = 2;  // an edge of three polygons or more
 
+    static constexpr unsigned char no_slot = 255;
+
     // What is around a vertex with respect to the quads at it.
     enum VertexKind : unsigned char { regular_vertex, crease_vertex, corner_vertex, irregular_vertex };
 
@@ -64,6 +66,7 @@ struct RefinementLevel {
     // Empty for quads, whose face-corners are half-edges.
     CoreArray<unsigned int> offsets;
     CoreArray<unsigned int> corner_faces;
+    CoreArray<unsigned char> corner_slots;  // per corner: its number in its quad, no_slot in other polygons
 
     // Per face-corner: vertex, number of the edge that leaves it, the face-corner across. Only edges that are sharp or
     // shared with coarser patches have a number before the step, and those that get a point afterwards.
@@ -139,14 +142,18 @@ struct RefinementLevel {
         return is_halved(edge) && edge_halves[2 * edge] != none && edge_halves[2 * edge + 1] != none;
     }
 
-    // body(face, first corner, number of corners): a constant for quads.
+    // body(face, first corner, number of corners), of the first `count` faces: the last is a constant for quads.
+    template <class Body>
+    void for_each_face(Body&& body, unsigned int count) const {
+        if (is_quads()) {
+            for (unsigned int f = 0; f < count; ++f) body(f, 4 * f, std::integral_constant<unsigned int, 4>());
+        } else {
+            for (unsigned int f = 0; f < count; ++f) body(f, offsets[f], offsets[f + 1] - offsets[f]);
+        }
+    }
     template <class Body>
     void for_each_face(Body&& body) const {
-        if (is_quads()) {
-            for (unsigned int f = 0; f < face_count; ++f) body(f, 4 * f, std::integral_constant<unsigned int, 4>());
-        } else {
-            for (unsigned int f = 0; f < face_count; ++f) body(f, offsets[f], offsets[f + 1] - offsets[f]);
-        }
+        for_each_face(body, face_count);
     }
 
     size_t get_memory_size() const;

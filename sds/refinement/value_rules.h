@@ -34,12 +34,14 @@ struct LevelValues {
     }
 };
 
-// A level of quads as the kernels of points see it; the sums have been resized.
+// A level as the kernels of points see it; the sums have been resized.
 inline LevelPoints get_level_points(const RefinementLevel& level, LevelValues<GMathVec3<double>>& values) {
     LevelPoints view{};
     view.face_count = level.face_count;
     view.edge_count = level.edge_count;
     view.vertex_count = level.vertex_count;
+    view.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
+    view.faces = level.is_quads() ? nullptr : level.corner_faces.get_data();
     view.vertices = level.corner_vertices.get_data();
     view.opposites = level.edges.opposite_edges.get_data();
     view.valences = level.valences.get_data();
@@ -68,9 +70,7 @@ void sum_neighbors(const RefinementLevel& level, LevelValues<Value>& values,
     values.face_points.resize(level.face_count);
     values.sums.resize(level.vertex_count);
     if constexpr (is_point<Value>)
-        if (level.is_quads())
-            return get_level_kernels().sum_neighbors(get_level_points(level, values), faces.get_data(),
-                                                     faces.get_count());
+        return get_level_kernels().sum_neighbors(get_level_points(level, values), faces.get_data(), faces.get_count());
     const Value* points = values.points.get_data();
     Sums* sums = values.sums.get_data();
     for (const unsigned int f : faces)
@@ -175,7 +175,7 @@ void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bo
 
     bool has_kernel = false;
     if constexpr (is_point<Value>) {
-        has_kernel = level.is_quads();
+        has_kernel = level.is_quads() || !smooth_triangles;
         if (has_kernel) {
             LevelPoints view = get_level_points(level, values);
             view.fine_points = reinterpret_cast<double*>(out);

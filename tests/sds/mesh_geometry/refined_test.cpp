@@ -313,7 +313,7 @@ TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
             faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
             faces.patches = level.face_patches.get_data();
             faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
-            faces.faces = level.corner_faces.get_data();
+            faces.slots = level.corner_slots.get_data();
             faces.edge_bits = level.edges.quad_edge_flags.get_data();
             faces.vertices = level.corner_vertices.get_data();
             faces.opposites = level.edges.opposite_edges.get_data();
@@ -350,8 +350,7 @@ TEST(RefinedGeometry, KernelsOfPointsFollowTheRulesOfAnyValue) {
             if (level.face_children[f] != sds::none) faces.add(f);
         sds::sum_neighbors(level, values, faces);
         sds::refine_values(level, fine, false, values, next);
-        // The step from polygons has no kernels.
-        for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr && i != 0; ++set) {
+        for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr; ++set) {
             sds::LevelValues<Vec3d> points;
             points.reserve(level.face_count, level.vertex_count);
             points.face_points.resize(level.face_count);
