@@ -11,6 +11,7 @@ namespace sds {
 void HandedEdges::Level::start(const RefinementLevel& level) {
     edge_indices.assign(level.edge_count, none);
     edges.resize(0);
+    edges.reserve(std::max(level.edge_count, 1u));
     has_point.assign(level.vertex_count, static_cast<unsigned char>(0));
     points.resize(level.vertex_count);
 }
@@ -33,7 +34,9 @@ void HandedEdges::end_level(const PatchLimits<GMathVec3<double>>& limits, Vec3f*
     hand_own_edges(controls);
     hand_points(limits);
     for (const Edge& handed : m_here.edges)
-        if (m_level->has_halves(handed.edge)) hand_halves(handed.edge, handed.start, handed.controls);
+        if (m_level->has_halves(handed.edge))
+            hand_halves(handed.edge, handed.start, load(handed.controls[0]), load(handed.controls[1]),
+                        load(handed.controls[2]), load(handed.controls[3]));
     m_scratch->largest = std::max(m_scratch->largest, m_below.get_memory_size());
     std::swap(m_here, m_below);
 }
@@ -59,8 +62,8 @@ void HandedEdges::take_edge(const Edge& handed, unsigned int c, Vec3f* controls)
     if (state != FaceState::emitted && state != FaceState::leaf) return;
     Vec3f* own = controls + 16 * size_t{m_level->face_patches[face]};
     const bool is_forward = handed.start == m_level->corner_vertices[c];
-    own[leaving_edge_control(k)] = handed.controls[is_forward ? 1 : 2];
-    own[arriving_edge_control((k + 1) & 3u)] = handed.controls[is_forward ? 2 : 1];
+    load(handed.controls[is_forward ? 1 : 2]).store3(own[leaving_edge_control(k)].get_data());
+    load(handed.controls[is_forward ? 2 : 1]).store3(own[arriving_edge_control((k + 1) & 3u)].get_data());
 }
 
 void HandedEdges::hand_own_edges(const Vec3f* controls) {
@@ -69,9 +72,9 @@ void HandedEdges::hand_own_edges(const Vec3f* controls) {
         if (m_here.edge_indices[edge] != none || !m_level->has_halves(edge)) continue;
         const unsigned int face = m_level->face_of(c), k = c - m_level->face_begin(face), next = (k + 1) & 3u;
         const Vec3f* patch = controls + 16 * size_t{m_level->face_patches[face]};
-        const Vec3f own[4] = {patch[corner_control(k)], patch[leaving_edge_control(k)],
-                              patch[arriving_edge_control(next)], patch[corner_control(next)]};
-        hand_halves(edge, m_level->corner_vertices[c], own);
+        const auto load = [patch](unsigned int control) { return SimdFloat4::load3(patch[control].get_data()); };
+        hand_halves(edge, m_level->corner_vertices[c], load(corner_control(k)), load(leaving_edge_control(k)),
+                    load(arriving_edge_control(next)), load(corner_control(next)));
     }
 }
 
@@ -92,25 +95,34 @@ void HandedEdges::hand_points(const PatchLimits<GMathVec3<double>>& limits) {
     }
 }
 
-void HandedEdges::hand_halves(unsigned int edge, unsigned int start, const Vec3f* p) {
+void HandedEdges::hand_halves(unsigned int edge, unsigned int start, SimdFloat4 a, SimdFloat4 b, SimdFloat4 c,
+                              SimdFloat4 d) {
     const unsigned int* halves = m_level->edge_halves.get_data() + 2 * size_t{edge};
     const bool is_forward = m_level->edge_ends[2 * edge] == start;
-    const unsigned int first = halves[is_forward ? 0 : 1];
+    const unsigned int first = halves[is_forward ? 0 : 1], second = halves[is_forward ? 1 : 0];
     if (m_below.edge_indices[first] != none) return;
-    const Vec3f ab = (p[0] + p[1]) * 0.5f;
-    const Vec3f bc = (p[1] + p[2]) * 0.5f;
-    const Vec3f cd = (p[2] + p[3]) * 0.5f;
-    const Vec3f abc = (ab + bc) * 0.5f;
-    const Vec3f bcd = (bc + cd) * 0.5f;
-    const Vec3f middle = (abc + bcd) * 0.5f;
+    const SimdFloat4 half(0.5f);
+    const SimdFloat4 ab = (a + b) * half, bc = (b + c) * half, cd = (c + d) * half;
+    const SimdFloat4 abc = (ab + bc) * half, bcd = (bc + cd) * half;
+    const SimdFloat4 middle = (abc + bcd) * half;
     const unsigned int point = m_level->edge_children[edge];
     m_below.has_point[point] = 1;
-    m_below.points[point] = {middle[0], middle[1], middle[2], 0.0f};
-    m_below.edge_indices[first] = m_below.edges.get_count();
-    m_below.edges.add({first, m_level->vertex_children[start], {p[0], ab, abc, middle}});
-    const unsigned int second = halves[is_forward ? 1 : 0];
-    m_below.edge_indices[second] = m_below.edges.get_count();
-    m_below.edges.add({second, point, {middle, bcd, cd, p[3]}});
+    store(middle, m_below.points[point]);
+    const unsigned int count = m_below.edges.get_count();
+    m_below.edge_indices[first] = count;
+    m_below.edge_indices[second] = count + 1;
+    m_below.edges.resize(count + 2);
+    const auto put = [](Edge& out, unsigned int number, unsigned int from, SimdFloat4 p, SimdFloat4 q, SimdFloat4 r,
+                        SimdFloat4 s) {
+        out.edge = number;
+        out.start = from;
+        store(p, out.controls[0]);
+        store(q, out.controls[1]);
+        store(r, out.controls[2]);
+        store(s, out.controls[3]);
+    };
+    put(m_below.edges[count], first, m_level->vertex_children[start], a, ab, abc, middle);
+    put(m_below.edges[count + 1], second, point, middle, bcd, cd, d);
 }
 
 }  // namespace sds

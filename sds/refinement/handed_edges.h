@@ -7,6 +7,7 @@
 #pragma once
 
 #include "qn_gmath/gmath_vec.h"
+#include "qn_simd/simd_float4.h"
 #include "sds/common/kept_scratch.h"
 #include "sds/refinement/regular_patches.h"
 
@@ -29,13 +30,14 @@ public:
     void end_level(const PatchLimits<GMathVec3<double>>& limits, Vec3f* controls);
 
 private:
+    // The fourth number means nothing.
+    struct alignas(16) Point {
+        float numbers[4];
+    };
     struct Edge {
+        Point controls[4];
         unsigned int edge;   // of the level
         unsigned int start;  // vertex
-        Vec3f controls[4];
-    };
-    struct Point {
-        float numbers[4];
     };
     struct Level {
         CoreArray<unsigned int> edge_indices;  // in edges, or none
@@ -56,7 +58,9 @@ private:
     void take_edge(const Edge& handed, unsigned int c, Vec3f* controls) const;
     void hand_own_edges(const Vec3f* controls);
     void hand_points(const PatchLimits<GMathVec3<double>>& limits);
-    void hand_halves(unsigned int edge, unsigned int start, const Vec3f* controls);
+    void hand_halves(unsigned int edge, unsigned int start, SimdFloat4 a, SimdFloat4 b, SimdFloat4 c, SimdFloat4 d);
+    static SimdFloat4 load(const Point& point) { return SimdFloat4::load(point.numbers); }
+    static void store(SimdFloat4 lanes, Point& point) { lanes.store(point.numbers); }
 
     bool m_has_points = false;  // not at the first level
     const RefinementLevel* m_level = nullptr;

@@ -23,20 +23,20 @@ void number_children(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
     const unsigned int* vertex_children = coarse.vertex_children.get_data();
     unsigned int* corner_children = scratch.corner_children.get_data();
     unsigned int candidate = 0;
-    unsigned int support = fine.candidate_count;
+    unsigned int support = 4 * fine.candidate_count;
     for (const unsigned int f : scratch.touched) {
         const unsigned int begin = coarse.face_begin(f), end = coarse.face_end(f);
         if (coarse.states[f] == FaceState::refined) {
-            coarse.first_children[f] = candidate;
-            for (unsigned int c = begin; c < end; ++c) corner_children[c] = candidate++;
+            coarse.first_children[f] = candidate / 4;
+            for (unsigned int c = begin; c < end; ++c, candidate += 4) corner_children[c] = candidate;
         } else {
             for (unsigned int c = begin; c < end; ++c) {
                 corner_children[c] = support;
-                support += vertex_children[vertices[c]] != none ? 1 : 0;
+                support += vertex_children[vertices[c]] != none ? 4 : 0;
             }
         }
     }
-    fine.face_count = support;
+    fine.face_count = support / 4;
 }
 
 // Makes children and joins them along their edges. The edges inside a coarse face are those between the children of two
@@ -69,13 +69,14 @@ public:
     // All children of a quad.
     void add_four(unsigned int f, unsigned int begin) const {
         const unsigned int center = m_face_children[f];
-        const unsigned int first = 4 * m_corner_children[begin];
+        const unsigned int first = m_corner_children[begin];
         unsigned int points[4];
-        Halves across[4];
+        unsigned int starts[4], ends[4];  // across the halves of edge j
 #pragma GCC unroll 4
         for (unsigned int j = 0; j < 4; ++j) {
             points[j] = m_edge_children[m_edges[begin + j]];
-            across[j] = find_across(begin + j);
+            starts[j] = find_across_start(begin + j);
+            ends[j] = find_across_end(begin + j);
         }
 #pragma GCC unroll 4
         for (unsigned int j = 0; j < 4; ++j) {
@@ -87,35 +88,24 @@ public:
             m_corner_vertices[corner(j, 1)] = points[j];
             m_corner_vertices[corner(j, 2)] = center;
             m_corner_vertices[corner(j, 3)] = points[behind];
-            m_opposites[corner(j, 0)] = across[j].start;
+            m_opposites[corner(j, 0)] = starts[j];
             m_opposites[corner(j, 1)] = corner(next, 2);
             m_opposites[corner(j, 2)] = corner(behind, 1);
-            m_opposites[corner(j, 3)] = across[behind].end;
+            m_opposites[corner(j, 3)] = ends[behind];
         }
     }
 
     // The children at those of a face's corners whose vertices have some.
     void add_some(unsigned int f, unsigned int begin, unsigned int count) const {
-        const unsigned int center = m_face_children[f];
-        unsigned int behind = begin + count - 1;
-        bool has_former = has_child(behind);
-        for (unsigned int c = begin; c < begin + count; behind = c++) {
-            if (!has_child(c)) {
-                has_former = false;
-                continue;
-            }
-            const unsigned int next = c + 1 == begin + count ? begin : c + 1;
-            const unsigned int corners[4] = {child_corner(begin, c, 0), child_corner(begin, c, 1),
-                                             child_corner(begin, c, 2), child_corner(begin, c, 3)};
-            m_corner_vertices[corners[0]] = m_vertex_children[m_corners[c]];
-            m_corner_vertices[corners[1]] = m_edge_children[m_edges[c]];
-            m_corner_vertices[corners[2]] = center;
-            m_corner_vertices[corners[3]] = m_edge_children[m_edges[behind]];
-            m_opposites[corners[0]] = find_across(c).start;
-            m_opposites[corners[1]] = has_child(next) ? child_corner(begin, next, 2) : none;
-            m_opposites[corners[2]] = has_former ? child_corner(begin, behind, 1) : none;
-            m_opposites[corners[3]] = find_across(behind).end;
-            has_former = true;
+        const unsigned int last = begin + count - 1;
+        unsigned int behind = last;
+        bool has_former = has_child(last), has_own = has_child(begin);
+        for (unsigned int c = begin; c <= last; behind = c++) {
+            const unsigned int next = c == last ? begin : c + 1;
+            const bool has_next = has_child(next);
+            if (has_own) add_one(f, begin, c, next, behind, has_next, has_former);
+            has_former = has_own;
+            has_own = has_next;
         }
     }
 
@@ -133,20 +123,45 @@ private:
         unsigned int start, end;
     };
 
+    // The child at face-corner c, between the edges that leave c and `behind`.
+    void add_one(unsigned int f, unsigned int begin, unsigned int c, unsigned int next, unsigned int behind,
+                 bool has_next, bool has_former) const {
+        const unsigned int first = m_corner_children[c], turn = is_quads ? c - begin : 0;
+        const unsigned int corners[4] = {first + (turn & 3u), first + ((turn + 1) & 3u), first + ((turn + 2) & 3u),
+                                         first + ((turn + 3) & 3u)};
+        m_corner_vertices[corners[0]] = m_vertex_children[m_corners[c]];
+        m_corner_vertices[corners[1]] = m_edge_children[m_edges[c]];
+        m_corner_vertices[corners[2]] = m_face_children[f];
+        m_corner_vertices[corners[3]] = m_edge_children[m_edges[behind]];
+        m_opposites[corners[0]] = find_across_start(c);
+        m_opposites[corners[1]] = has_next ? child_corner(begin, next, 2) : none;
+        m_opposites[corners[2]] = has_former ? child_corner(begin, behind, 1) : none;
+        m_opposites[corners[3]] = find_across_end(behind);
+    }
     bool has_child(unsigned int c) const { return m_vertex_children[m_corners[c]] != none; }
     // Corner k, as in the figure, of the child at face-corner c of the face that begins at `begin`.
     unsigned int child_corner(unsigned int begin, unsigned int c, unsigned int k) const {
-        return 4 * m_corner_children[c] + ((k + (is_quads ? c - begin : 0)) & 3u);
+        return m_corner_children[c] + ((k + (is_quads ? c - begin : 0)) & 3u);
     }
-    // The face-corners of children across the halves of the edge at c; meaningless for one without them.
-    Halves find_across(unsigned int c) const {
+    // The face-corners of children across the halves of the edge at c, which exist where the child on this side does.
+    // Across, the half at the edge's own corner belongs to the child there; turned as the children of quads are, both
+    // halves have the number that the edge has in its face.
+    unsigned int find_across_start(unsigned int c) const {
         const unsigned int o = m_coarse_opposites[c];
-        if (o == none) return {none, none};
-        const unsigned int begin = is_quads ? o & ~3u : m_coarse.face_begin(m_coarse.face_of(o));
-        const unsigned int at_start = child_corner(begin, o, 0);
-        const unsigned int at_end = child_corner(begin, is_quads ? next_in_quad(o) : m_coarse.next_corner(o), 3);
-        if (m_corners[o] == m_corners[c]) return {at_start, at_end};  // a neighbor that winds the other way
-        return {at_end, at_start};
+        if (o == none) return none;
+        return is_same_way(o, c) ? half_at_start(o) : half_at_end(o);
+    }
+    unsigned int find_across_end(unsigned int c) const {
+        const unsigned int o = m_coarse_opposites[c];
+        if (o == none) return none;
+        return is_same_way(o, c) ? half_at_end(o) : half_at_start(o);
+    }
+    // Whether a neighbor winds the other way than faces that fit together.
+    bool is_same_way(unsigned int o, unsigned int c) const { return m_corners[o] == m_corners[c]; }
+    unsigned int half_at_start(unsigned int c) const { return m_corner_children[c] + (is_quads ? c & 3u : 0); }
+    unsigned int half_at_end(unsigned int c) const {
+        if constexpr (is_quads) return m_corner_children[next_in_quad(c)] + (c & 3u);
+        return m_corner_children[m_coarse.next_corner(c)] + 3;
     }
     Halves find_halves(unsigned int c) const {
         const unsigned int e = m_edges[c];

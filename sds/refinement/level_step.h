@@ -11,7 +11,8 @@ using TouchedFaces = CoreArray<unsigned int>;
 
 struct StepScratch {
     TouchedFaces touched;
-    // Per face-corner of touched faces whose vertex has a child: the face of the next level there.
+    // Per face-corner of touched faces whose vertex has a child: the first face-corner of the face of the next level
+    // there.
     CoreArray<unsigned int> corner_children;
     CoreArray<SharpnessStep> sharpness;
 

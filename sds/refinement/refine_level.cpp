@@ -115,25 +115,37 @@ void number_smooth_edges(RefinementLevel& coarse, const TouchedFaces& touched, u
     const unsigned int* opposites = coarse.edges.opposite_edges.get_data();
     const unsigned int* vertices = coarse.corner_vertices.get_data();
     const unsigned int* children = coarse.vertex_children.get_data();
-    const auto number = [&](unsigned int begin, auto corner_count) {
-        for (unsigned int j = 0; j < corner_count; ++j) {
-            const unsigned int c = begin + j, next = begin + (j + 1 == corner_count ? 0 : j + 1);
-            const unsigned int o = opposites[c];
-            const unsigned int former = corner_edges[c];
-            // Without a branch, which every other edge would take.
-            const bool is_new = former == none && (children[vertices[c]] & children[vertices[next]]) != none;
-            edge_corners[count] = c;
-            edge_ends[2 * count] = vertices[c];
-            edge_ends[2 * count + 1] = vertices[next];
-            corner_edges[c] = corner_edges[o == none ? c : o] = is_new ? count : former;
-            count += is_new ? 1 : 0;
+    // Without branches, which every other edge would take: what is written behind the last edge does not count.
+    const auto number = [&](unsigned int c, unsigned int start, unsigned int end, bool has_point) {
+        const unsigned int o = opposites[c], former = corner_edges[c];
+        const bool is_new = has_point & (former == none);
+        edge_corners[count] = c;
+        edge_ends[2 * size_t{count}] = start;
+        edge_ends[2 * size_t{count} + 1] = end;
+        const unsigned int own = is_new ? count : former;
+        corner_edges[c] = own;
+        corner_edges[o == none ? c : o] = own;
+        count += is_new ? 1 : 0;
+    };
+    const auto number_quad = [&](unsigned int begin) {
+        const unsigned int v[4] = {vertices[begin], vertices[begin + 1], vertices[begin + 2], vertices[begin + 3]};
+        const bool has_child[4] = {children[v[0]] != none, children[v[1]] != none, children[v[2]] != none,
+                                   children[v[3]] != none};
+#pragma GCC unroll 4
+        for (unsigned int j = 0; j < 4; ++j) {
+            const unsigned int next = (j + 1) & 3u;
+            number(begin + j, v[j], v[next], has_child[j] | has_child[next]);
         }
     };
     for (const unsigned int f : touched)
-        if (coarse.is_quads())
-            number(4 * f, std::integral_constant<unsigned int, 4>());
-        else
-            number(coarse.offsets[f], coarse.offsets[f + 1] - coarse.offsets[f]);
+        if (coarse.face_end(f) - coarse.face_begin(f) == 4) {
+            number_quad(coarse.face_begin(f));
+        } else {
+            for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c) {
+                const unsigned int start_vertex = coarse.edge_start(c), end_vertex = coarse.edge_end(c);
+                number(c, start_vertex, end_vertex, (children[start_vertex] & children[end_vertex]) != none);
+            }
+        }
     coarse.edge_corners.resize(count);
     coarse.edge_ends.resize(2 * count);
     coarse.edge_sharpness.resize(count);

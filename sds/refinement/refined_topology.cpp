@@ -59,22 +59,39 @@ void RefinedTopology::clear() {
     m_vertex_count = 0;
 }
 
-// Depth first, which is the order of the quadtree; children c of a square run around it, hence 0, 1, 3, 2. The face is
-// the square at (x, y) of its quad.
-void RefinedTopology::list_quad_patches(unsigned int level_index, unsigned int face, unsigned int quad, unsigned int x,
-                                        unsigned int y) {
+inline void RefinedTopology::list_face(unsigned int level_index, unsigned int face, const RefinedPatch& place) {
     RefinementLevel& level = m_levels[level_index];
     const FaceState state = level.states[face];
     if (state == FaceState::refined) {
-        const unsigned int first = level.first_children[face];
-        list_quad_patches(level_index + 1, first, quad, 2 * x, 2 * y);
-        list_quad_patches(level_index + 1, first + 1, quad, 2 * x + 1, 2 * y);
-        list_quad_patches(level_index + 1, first + 3, quad, 2 * x, 2 * y + 1);
-        list_quad_patches(level_index + 1, first + 2, quad, 2 * x + 1, 2 * y + 1);
+        list_children(level_index, face, place);
     } else if (state == FaceState::emitted || state == FaceState::leaf) {
         level.face_patches[face] = m_places.get_patch_count();
-        m_places.add_patch({quad, x, y, level.depth, state == FaceState::leaf});
+        m_places.add_patch({place, state == FaceState::leaf});
     }
+}
+
+// Depth first, which is the order of the quadtree; children c of a square run around it, hence 0, 1, 3, 2.
+void RefinedTopology::list_children(unsigned int level_index, unsigned int face, const RefinedPatch& place) {
+    const unsigned int first = m_levels[level_index].first_children[face];
+    RefinementLevel& fine = m_levels[level_index + 1];
+    const FaceState* states = fine.states.get_data() + first;
+    const auto is_patch = [states](unsigned int c) { return states[c] != FaceState::refined; };
+    // Candidates below the first level are no holes.
+    if (is_patch(0) & is_patch(1) & is_patch(2) & is_patch(3)) {
+        const unsigned int patch = m_places.get_patch_count();
+        unsigned int* patches = fine.face_patches.get_data() + first;
+        patches[0] = patch;
+        patches[1] = patch + 1;
+        patches[3] = patch + 2;
+        patches[2] = patch + 3;
+        const auto is_leaf = [states](unsigned int c) { return states[c] == FaceState::leaf; };
+        m_places.add_four_patches(place, {is_leaf(0), is_leaf(1), is_leaf(3), is_leaf(2)});
+        return;
+    }
+    list_face(level_index + 1, first, place.get_child(0, 0));
+    list_face(level_index + 1, first + 1, place.get_child(1, 0));
+    list_face(level_index + 1, first + 3, place.get_child(0, 1));
+    list_face(level_index + 1, first + 2, place.get_child(1, 1));
 }
 
 void RefinedTopology::list_patches() {
@@ -88,7 +105,7 @@ void RefinedTopology::list_patches() {
     m_places.start(cage.is_quads() ? cage.face_count : cage.corner_vertices.get_count(), patch_count);
     if (cage.is_quads()) {
         for (unsigned int f = 0; f < cage.face_count; ++f) {
-            list_quad_patches(0, f, f, 0, 0);
+            list_face(0, f, {f, 0, 0, 0, false});
             m_places.end_quads(1);
         }
         return;
@@ -103,7 +120,7 @@ void RefinedTopology::list_patches() {
             m_places.end_quads(4);
         } else if (states[f] == FaceState::refined) {
             for (unsigned int j = 0; j < offsets[f + 1] - offsets[f]; ++j) {
-                list_quad_patches(1, cage.first_children[f] + j, offsets[f] + j, 0, 0);
+                list_face(1, cage.first_children[f] + j, {offsets[f] + j, 0, 0, 0, false});
                 m_places.end_quads(1);
             }
         } else {
