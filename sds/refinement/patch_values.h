@@ -78,13 +78,22 @@ void run_faces(SysThreadTaskManager* tasks, const RefinementLevel& level, const 
                                          level.candidate_count, 4, nullptr, work);
 }
 
-// body(face) for the candidates from begin to end that are in a state.
+// body(face) for the candidates from begin to end that are in a state. They are gathered first: which faces are is hard
+// to foretell.
 template <class Body>
 void for_each_face(const RefinementLevel& level, FaceState state, unsigned int begin, unsigned int end,
                    const Body& body) {
+    constexpr unsigned int most = 64;
     const FaceState* states = level.states.get_data();
-    for (unsigned int f = begin; f < end; ++f)
-        if (states[f] == state) body(f);
+    unsigned int found[most];
+    while (begin < end) {
+        unsigned int count = 0;
+        for (const unsigned int stop = std::min(begin + most, end); begin < stop; ++begin) {
+            found[count] = begin;
+            count += states[begin] == state ? 1 : 0;
+        }
+        for (unsigned int i = 0; i < count; ++i) body(found[i]);
+    }
 }
 template <class Body>
 void for_each_face(const RefinementLevel& level, FaceState state, const Body& body) {

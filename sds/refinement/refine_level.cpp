@@ -108,46 +108,38 @@ void number_smooth_edges(RefinementLevel& coarse, const TouchedFaces& touched, u
     unsigned int room = count + 1;
     for (const unsigned int f : touched) room += coarse.face_end(f) - coarse.face_begin(f);
     coarse.edge_corners.resize(room);
-    coarse.edge_ends.resize(2 * room);
     unsigned int* edge_corners = coarse.edge_corners.get_data();
-    unsigned int* edge_ends = coarse.edge_ends.get_data();
     unsigned int* corner_edges = coarse.corner_edges.get_data();
     const unsigned int* opposites = coarse.edges.opposite_edges.get_data();
     const unsigned int* vertices = coarse.corner_vertices.get_data();
     const unsigned int* children = coarse.vertex_children.get_data();
-    // Without branches, which every other edge would take: what is written behind the last edge does not count.
-    const auto number = [&](unsigned int c, unsigned int start, unsigned int end, bool has_point) {
-        const unsigned int o = opposites[c], former = corner_edges[c];
-        const bool is_new = has_point & (former == none);
+    // Without a branch, which every other edge would take: the lower of its two face-corners tells. What is written
+    // behind the last edge does not count.
+    const auto list = [&](unsigned int c, bool has_point) {
         edge_corners[count] = c;
-        edge_ends[2 * size_t{count}] = start;
-        edge_ends[2 * size_t{count} + 1] = end;
-        const unsigned int own = is_new ? count : former;
-        corner_edges[c] = own;
-        corner_edges[o == none ? c : o] = own;
-        count += is_new ? 1 : 0;
+        count += (has_point & (c < opposites[c]) & (corner_edges[c] == none)) ? 1 : 0;
     };
-    const auto number_quad = [&](unsigned int begin) {
-        const unsigned int v[4] = {vertices[begin], vertices[begin + 1], vertices[begin + 2], vertices[begin + 3]};
-        const bool has_child[4] = {children[v[0]] != none, children[v[1]] != none, children[v[2]] != none,
-                                   children[v[3]] != none};
+    for (const unsigned int f : touched) {
+        const unsigned int begin = coarse.face_begin(f), end = coarse.face_end(f);
+        if (end - begin != 4) {
+            for (unsigned int c = begin; c < end; ++c)
+                list(c, (children[vertices[c]] & children[coarse.edge_end(c)]) != none);
+            continue;
+        }
+        unsigned int found[4];
+        for (unsigned int j = 0; j < 4; ++j) found[j] = children[vertices[begin + j]];
 #pragma GCC unroll 4
-        for (unsigned int j = 0; j < 4; ++j) {
-            const unsigned int next = (j + 1) & 3u;
-            number(begin + j, v[j], v[next], has_child[j] | has_child[next]);
-        }
-    };
-    for (const unsigned int f : touched)
-        if (coarse.face_end(f) - coarse.face_begin(f) == 4) {
-            number_quad(coarse.face_begin(f));
-        } else {
-            for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c) {
-                const unsigned int start_vertex = coarse.edge_start(c), end_vertex = coarse.edge_end(c);
-                number(c, start_vertex, end_vertex, (children[start_vertex] & children[end_vertex]) != none);
-            }
-        }
+        for (unsigned int j = 0; j < 4; ++j) list(begin + j, (found[j] & found[(j + 1) & 3u]) != none);
+    }
     coarse.edge_corners.resize(count);
     coarse.edge_ends.resize(2 * count);
+    unsigned int* edge_ends = coarse.edge_ends.get_data();
+    for (unsigned int e = coarse.edge_count; e < count; ++e) {
+        const unsigned int c = edge_corners[e];
+        corner_edges[c] = corner_edges[opposites[c] == none ? c : opposites[c]] = e;
+        edge_ends[2 * size_t{e}] = vertices[c];
+        edge_ends[2 * size_t{e} + 1] = coarse.edge_end(c);
+    }
     coarse.edge_sharpness.resize(count);
     std::fill(coarse.edge_sharpness.get_data() + coarse.edge_count, coarse.edge_sharpness.end(), 0.0f);
     coarse.edge_marks.resize(count);
