@@ -68,9 +68,10 @@ private:
 
 // An edge of fewer roundings of the largest coordinate has differences that are off by more than a 2^-12th.
 double shortest_safe_edge(const CoreBasicArray<Vec3f>& positions) {
-    float largest = 0.0f;
+    Vec3f sizes(0, 0, 0);
     for (const Vec3f& p : positions)
-        for (unsigned int i = 0; i < 3; ++i) largest = std::max(largest, std::fabs(p[i]));
+        for (unsigned int i = 0; i < 3; ++i) sizes[i] = std::max(sizes[i], std::fabs(p[i]));
+    const float largest = std::max({sizes[0], sizes[1], sizes[2]});
     return 4096.0 * static_cast<double>(std::nextafter(largest, 2.0f * largest) - largest);
 }
 
@@ -130,7 +131,10 @@ public:
         unsigned int count = 0;
         for (unsigned int w = 0; w < m_patches.m_net_words.get_count(); ++w) {
             NetPlaces::Word word{0, count};
-            for (unsigned int p = 32 * w, end = std::min(p + 32, patch_count); p < end; ++p) {
+            const unsigned int begin = 32 * w, end = std::min(begin + 32, patch_count);
+            unsigned int all = none;
+            for (unsigned int p = begin; p < end; ++p) all &= found[p];
+            for (unsigned int p = begin; p < end && all != none; ++p) {
                 if (found[p] == none) continue;
                 word.has_nets |= 1u << p % 32;
                 out[count++] = found[p];

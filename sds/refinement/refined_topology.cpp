@@ -96,26 +96,35 @@ void RefinedTopology::list_children(unsigned int level_index, unsigned int face,
 
 void RefinedTopology::list_patches() {
     unsigned int patch_count = 0;
-    for (const RefinementLevel& level : m_levels)
-        for (unsigned int f = 0; f < level.candidate_count; ++f)
-            patch_count += level.states[f] == FaceState::emitted || level.states[f] == FaceState::leaf ? 1 : 0;
+    for (const RefinementLevel& level : m_levels) {
+        const FaceState* states = level.states.get_data();
+        for (unsigned int f = 0, count = level.candidate_count; f < count; ++f)
+            patch_count += (states[f] == FaceState::emitted ? 1u : 0u) + (states[f] == FaceState::leaf ? 1u : 0u);
+    }
     RefinementLevel& cage = m_levels[0];
     m_places.start(cage.is_quads() ? cage.face_count : cage.corner_vertices.get_count(), patch_count);
-    for (unsigned int f = 0; f < cage.face_count; ++f) {
-        if (cage.is_quads()) {
+    if (cage.is_quads()) {
+        for (unsigned int f = 0; f < cage.face_count; ++f) {
             list_face(0, f, {f, 0, 0, 0, false});
             m_places.end_quads(1);
-        } else if (cage.states[f] == FaceState::refined) {
-            for (unsigned int j = 0; j < cage.offsets[f + 1] - cage.offsets[f]; ++j) {
-                list_face(1, cage.first_children[f] + j, {cage.offsets[f] + j, 0, 0, 0, false});
+        }
+        return;
+    }
+    const FaceState* states = cage.states.get_data();
+    const unsigned int* offsets = cage.offsets.get_data();
+    unsigned int* face_patches = cage.face_patches.get_data();
+    for (unsigned int f = 0, count = cage.face_count; f < count; ++f) {
+        if (states[f] == FaceState::emitted) {
+            face_patches[f] = m_places.get_patch_count();
+            m_places.add_patch({offsets[f], 0, 0, -1, false});
+            m_places.end_quads(4);
+        } else if (states[f] == FaceState::refined) {
+            for (unsigned int j = 0; j < offsets[f + 1] - offsets[f]; ++j) {
+                list_face(1, cage.first_children[f] + j, {offsets[f] + j, 0, 0, 0, false});
                 m_places.end_quads(1);
             }
         } else {
-            if (cage.states[f] == FaceState::emitted) {
-                cage.face_patches[f] = m_places.get_patch_count();
-                m_places.add_patch({cage.offsets[f], 0, 0, -1, false});
-            }
-            m_places.end_quads(cage.offsets[f + 1] - cage.offsets[f]);
+            m_places.end_quads(offsets[f + 1] - offsets[f]);
         }
     }
 }

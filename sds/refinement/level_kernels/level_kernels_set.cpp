@@ -1,5 +1,6 @@
 // The kernels of a level's faces for one instruction set.
 #include <cstddef>
+#include <cstring>
 
 #include "qn_simd/simd_double4.h"
 #include "sds/common/kernel_set.h"
@@ -157,8 +158,8 @@ void compute_limits_of(const LevelFaces& level, const unsigned int* first, unsig
 }
 
 // Controls leave in order, four floats at a time: the fourth is overwritten by the next. Returns whether the patch
-// needs nets. A plain one is between smooth edges and has no corner from coarser patches.
-template <bool is_plain>
+// needs nets.
+template <bool is_smooth>
 bool compute_patch(const LevelFaces& level, const Ring& ring) {
     const SimdDouble4 two(2.0), four(4.0), third(1.0 / 3.0), ninth(1.0 / 9.0), eighteenth(1.0 / 18.0);
     const RingPoints points(level, ring);
@@ -179,16 +180,13 @@ bool compute_patch(const LevelFaces& level, const Ring& ring) {
 #pragma GCC unroll 4
     for (unsigned int k = 0; k < 4; ++k, out += 12) {
         const unsigned int next = (k + 1) & 3u, far = (k + 2) & 3u, behind = (k + 3) & 3u;
-        if (is_plain)
-            corner[k].store_rounded4(out);
-        else
-            store_corner(level, ring.quad[k], corner[k], out);
-        const SimdDouble4 leaving = is_plain || ((ring.smooth_edges >> k) & 1u) != 0
+        corner[k].store_rounded4(out);
+        const SimdDouble4 leaving = is_smooth || ((ring.smooth_edges >> k) & 1u) != 0
                                         ? (q4[k] * two + q4[next] + a[k] * two + b[k]) * eighteenth
                                         : (q[k] * two + q[next]) * third;
         leaving.store_rounded4(out + 3);
         ((across[k & 1u] + q4[k] + q[far]) * ninth).store_rounded4(out + 6);
-        const SimdDouble4 arriving = is_plain || ((ring.smooth_edges >> behind) & 1u) != 0
+        const SimdDouble4 arriving = is_smooth || ((ring.smooth_edges >> behind) & 1u) != 0
                                          ? (q4[k] * two + q4[behind] + b[behind] * two + a[behind]) * eighteenth
                                          : (q[k] * two + q[behind]) * third;
         if (k < 3)
@@ -203,6 +201,13 @@ bool compute_patch(const LevelFaces& level, const Ring& ring) {
         is_short |= (edge * edge).sum3() < level.shortest_squared;
     }
     return is_short;
+}
+
+// Puts the corners that coarser patches have in place of the patch's own.
+void take_corners(const LevelFaces& level, const Ring& ring) {
+    for (unsigned int k = 0; k < 4; ++k)
+        if (const size_t v = ring.quad[k]; level.is_handed[v] != 0)
+            std::memcpy(level.controls + 48 * size_t{ring.patch} + 12 * k, level.handed + 4 * v, 3 * sizeof(float));
 }
 
 // Patches of a level lie here and there among the others.
@@ -246,9 +251,9 @@ unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, un
             }
         }
         for (unsigned int i = 0; i < ring_count; ++i) {
-            const bool is_plain = rings[i].smooth_edges == 15 && !rings[i].has_handed;
-            const bool is_short =
-                is_plain ? compute_patch<true>(level, rings[i]) : compute_patch<false>(level, rings[i]);
+            const bool is_short = rings[i].smooth_edges == 15 ? compute_patch<true>(level, rings[i])
+                                                              : compute_patch<false>(level, rings[i]);
+            if (rings[i].has_handed) take_corners(level, rings[i]);
             level.net_offsets[rings[i].patch] = is_short ? 0 : no_corner;
             short_count += is_short ? 1 : 0;
         }
