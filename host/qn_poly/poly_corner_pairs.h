@@ -80,19 +80,20 @@ private:
 
     template <bool is_whole>
     void add_quads(const unsigned int* indices, unsigned int count) {
-        for (unsigned int q = 0; q < count; ++q) {
-            const unsigned int* v = indices + 4 * size_t{q};
-            if (v[0] == none || v[1] == none || v[2] == none || v[3] == none) {
-                if (m_is_first) std::fill_n(m_partners + 4 * size_t{q}, 4, none);
-                continue;
-            }
-            // Most quads are one task's alone.
-            if constexpr (!is_whole)
-                if (std::max(std::max(v[0], v[1]), std::max(v[2], v[3])) < m_first ||
-                    std::min(std::min(v[0], v[1]), std::min(v[2], v[3])) >= m_first + m_count)
-                    continue;
-            for (unsigned int k = 0; k < 4; ++k) add<is_whole>(4 * q + k, v[k], v[(k + 1) & 3u]);
+        for (unsigned int q = 0; q < count; ++q) add_quad<is_whole>(indices + 4 * size_t{q}, 4 * q);
+    }
+    template <bool is_whole>
+    void add_quad(const unsigned int* v, unsigned int corner) {
+        if (v[0] == none || v[1] == none || v[2] == none || v[3] == none) {
+            if (m_is_first) std::fill_n(m_partners + corner, 4, none);
+            return;
         }
+        // Most quads are one task's alone.
+        if constexpr (!is_whole)
+            if (std::max(std::max(v[0], v[1]), std::max(v[2], v[3])) < m_first ||
+                std::min(std::min(v[0], v[1]), std::min(v[2], v[3])) >= m_first + m_count)
+                return;
+        for (unsigned int k = 0; k < 4; ++k) add<is_whole>(corner + k, v[k], v[(k + 1) & 3u]);
     }
     template <bool is_whole>
     void add_polygons(const unsigned int* indices, const CoreBasicArray<unsigned int>& counts) {
@@ -100,6 +101,10 @@ private:
         for (unsigned int p = 0; p < counts.get_count(); offset += counts[p++]) {
             const unsigned int count = counts[p];
             const unsigned int* v = indices + offset;
+            if (count == 4) {
+                add_quad<is_whole>(v, offset);
+                continue;
+            }
             if (std::find(v, v + count, none) != v + count) {
                 if (m_is_first) std::fill_n(m_partners + offset, count, none);
                 continue;
@@ -118,8 +123,8 @@ private:
         }
         Slots& slots = m_slots[low];
         // Free slots come last, so that the first match or else the first free one is that of the edge.
-        unsigned int slot = slot_count;
-        for (unsigned int i = slot_count; i-- > 0;) slot = slots.high[i] == high || slots.high[i] == none ? i : slot;
+        unsigned int slot = 0;
+        while (slot != slot_count && slots.high[slot] != high && slots.high[slot] != none) ++slot;
         if (slot == slot_count) {
             m_partners[corner] = none;
             m_rest.add({low, high, corner});

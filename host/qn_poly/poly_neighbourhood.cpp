@@ -124,19 +124,30 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
     CoreArray<unsigned char> has_creases(get_run_count(corner_count), static_cast<unsigned char>(0));
     CoreArray<unsigned int> corner_polygons(is_all_quads ? 0 : corner_count);
     if (!is_all_quads)
-        for (unsigned int p = 0; p < polygon_counts.get_count(); ++p)
-            std::fill_n(corner_polygons.get_data() + polygon_offsets[p], polygon_counts[p], p);
-    for_each_run(corner_count, [&](unsigned int first, unsigned int end) {
-        for (unsigned int c = first; c < end; ++c) {
-            const unsigned int partner = partners[c];
-            if (is_all_quads) {
-                neighbour_polygons[c] = partner == none ? none : partner / 4;
-                neighbour_edges[c] = partner == none ? none : partner & 3u;
-            } else {
-                neighbour_polygons[c] = partner == none ? none : corner_polygons[partner];
-                neighbour_edges[c] = partner == none ? none : partner - polygon_offsets[neighbour_polygons[c]];
-            }
+        for (unsigned int p = 0, count = polygon_counts.get_count(); p < count; ++p) {
+            unsigned int* const corners = corner_polygons.get_data() + polygon_offsets[p];
+            if (polygon_counts[p] == 4)
+                std::fill_n(corners, 4, p);
+            else
+                std::fill_n(corners, polygon_counts[p], p);
         }
+    for_each_run(corner_count, [&](unsigned int first, unsigned int end) {
+        unsigned int* const polygons = neighbour_polygons.get_data();
+        unsigned int* const edges = neighbour_edges.get_data();
+        const unsigned int* const offsets = polygon_offsets.get_data();
+        const unsigned int* const polygon_of = corner_polygons.get_data();
+        if (is_all_quads)
+            for (unsigned int c = first; c < end; ++c) {
+                const unsigned int partner = partners[c];
+                polygons[c] = partner == none ? none : partner / 4;
+                edges[c] = partner == none ? none : partner & 3u;
+            }
+        else
+            for (unsigned int c = first; c < end; ++c) {
+                const unsigned int partner = partners[c];
+                polygons[c] = partner == none ? none : polygon_of[partner];
+                edges[c] = partner == none ? none : partner - offsets[polygons[c]];
+            }
         std::fill(edge_smooth_flags.begin() + first, edge_smooth_flags.begin() + end, static_cast<unsigned char>(1));
         unsigned char bits = 0;
         if (creases != nullptr)

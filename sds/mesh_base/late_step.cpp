@@ -22,15 +22,23 @@ void SdsMeshBase::set_late(const unsigned int& vertex_count, const CoreBasicArra
         CoreArray<unsigned char> smooth;
         compute_polygons_neighbourhood(opposites, neighbour_edges, smooth, polygon_indices, polygon_counts,
                                        polygon_offsets, vertex_count, progress);
-        for (unsigned int c = 0; c < corner_count; ++c)
-            if (opposites[c] != none) opposites[c] = polygon_offsets[opposites[c]] + neighbour_edges[c];
-        if (std::find(smooth.begin(), smooth.end(), static_cast<unsigned char>(0)) != smooth.end()) {
+        const unsigned int* offsets = polygon_offsets.get_data();
+        const unsigned int* slots = neighbour_edges.get_data();
+        unsigned int* across = opposites.get_data();
+        unsigned int crease_count = 0;
+        for (unsigned int c = 0; c < corner_count; ++c) {
+            if (across[c] != none) across[c] = offsets[across[c]] + slots[c];
+            crease_count += smooth[c] == 0 ? 1u : 0u;
+        }
+        if (crease_count != 0) {
             source->creases.resize(corner_count);
             for (unsigned int c = 0; c < corner_count; ++c) source->creases[c] = smooth[c] == 0;
         }
     }
     source->polygon_groups = polygon_shading_groups;
-    source->has_void = std::find(polygon_indices.begin(), polygon_indices.end(), none) != polygon_indices.end();
+    unsigned int void_count = 0;
+    for (unsigned int c = 0; c < corner_count; ++c) void_count += polygon_indices[c] == none ? 1u : 0u;
+    source->has_void = void_count != 0;
     constexpr unsigned int block_size = StepSource::block_size;
     source->blocks.reserve(corner_count / block_size + 1);
     for (unsigned int p = 0; p < polygon_counts.get_count(); ++p)

@@ -2,6 +2,7 @@
 // irregularities make sharp.
 #include <algorithm>
 
+#include "sds/common/polygon_offsets.h"
 #include "sds/refinement/refinement_level.h"
 
 namespace sds {
@@ -14,6 +15,13 @@ bool is_void(const RefinementCage& cage, unsigned int begin, unsigned int end) {
     return false;
 }
 
+// Without a branch per number.
+bool has_none(const CoreBasicArray<unsigned int>& numbers) {
+    unsigned int count = 0;
+    for (unsigned int i = 0; i < numbers.get_count(); ++i) count += numbers[i] == none ? 1u : 0u;
+    return count != 0;
+}
+
 // Into the storage that the array has.
 void copy(const CoreBasicArray<unsigned int>& from, CoreArray<unsigned int>& to) {
     to.resize(from.get_count());
@@ -21,38 +29,9 @@ void copy(const CoreBasicArray<unsigned int>& from, CoreArray<unsigned int>& to)
 }
 
 // Void polygons become holes around one more vertex that nothing else touches.
-void copy_polygons(const RefinementCage& cage, RefinementLevel& level) {
-    const unsigned int face_count = cage.polygon_counts.get_count();
-    const unsigned int corner_count = cage.polygon_indices.get_count();
-    level.face_count = level.candidate_count = face_count;
-    level.vertex_count = cage.vertex_count;
-    bool is_quads = true;
-    for (unsigned int f = 0; f < face_count; ++f) is_quads &= cage.polygon_counts[f] == 4;
-    level.depth = is_quads ? 0 : -1;
-    copy(cage.polygon_indices, level.corner_vertices);
-    level.states.assign(face_count, FaceState::support);
-    if (!is_quads) {
-        level.offsets.resize(face_count + 1);
-        level.corner_faces.resize(corner_count);
-        unsigned int* corner_faces = level.corner_faces.get_data();
-        unsigned int offset = 0;
-        for (unsigned int f = 0; f < face_count; ++f) {
-            level.offsets[f] = offset;
-            for (const unsigned int end = offset + cage.polygon_counts[f]; offset < end; ++offset)
-                corner_faces[offset] = f;
-        }
-        level.offsets[face_count] = offset;
-    } else {
-        level.places.resize(face_count);
-        for (unsigned int f = 0; f < face_count; ++f) level.places[f] = {f, 0, 0};
-    }
-    for (unsigned int f = 0; f < cage.holes.get_count(); ++f)
-        if (cage.holes[f] != 0) level.states[f] = FaceState::hole;
-    bool has_void = false;
-    for (unsigned int c = 0; c < corner_count; ++c) has_void |= cage.polygon_indices[c] == none;
-    if (!has_void) return;
+void replace_void_polygons(const RefinementCage& cage, RefinementLevel& level) {
     ++level.vertex_count;
-    for (unsigned int f = 0; f < face_count; ++f) {
+    for (unsigned int f = 0; f < level.face_count; ++f) {
         const unsigned int begin = level.face_begin(f);
         const unsigned int end = level.face_end(f);
         if (!is_void(cage, begin, end)) continue;
@@ -61,12 +40,51 @@ void copy_polygons(const RefinementCage& cage, RefinementLevel& level) {
     }
 }
 
+void copy_polygons(const RefinementCage& cage, RefinementLevel& level) {
+    const unsigned int face_count = cage.polygon_counts.get_count();
+    const unsigned int corner_count = cage.polygon_indices.get_count();
+    level.face_count = level.candidate_count = face_count;
+    level.vertex_count = cage.vertex_count;
+    copy(cage.polygon_indices, level.corner_vertices);
+    level.states.assign(face_count, FaceState::support);
+    if (has_only_quads(cage.polygon_counts)) {
+        level.depth = 0;
+    } else {
+        level.depth = -1;
+        level.offsets.resize(face_count + 1);
+        level.corner_faces.resize(corner_count);
+        level.corner_slots.resize(corner_count);
+        const unsigned int* counts = cage.polygon_counts.get_data();
+        unsigned int* offsets = level.offsets.get_data();
+        unsigned int* faces = level.corner_faces.get_data();
+        unsigned char* slots = level.corner_slots.get_data();
+        unsigned int offset = 0;
+        for (unsigned int f = 0; f < face_count; ++f) {
+            offsets[f] = offset;
+            if (counts[f] == 4) {
+                for (unsigned int k = 0; k < 4; ++k) {
+                    faces[offset + k] = f;
+                    slots[offset + k] = static_cast<unsigned char>(k);
+                }
+                offset += 4;
+            } else {
+                for (const unsigned int end = offset + counts[f]; offset < end; ++offset) {
+                    faces[offset] = f;
+                    slots[offset] = RefinementLevel::no_slot;
+                }
+            }
+        }
+        offsets[face_count] = offset;
+    }
+    for (unsigned int f = 0; f < cage.holes.get_count(); ++f)
+        if (cage.holes[f] != 0) level.states[f] = FaceState::hole;
+    if (has_none(cage.polygon_indices)) replace_void_polygons(cage, level);
+}
+
 // Border face-corners that run along the same two vertices belong to one edge of three polygons or more: per
 // face-corner the first of them, or none; empty when there are none.
 CoreArray<unsigned int> find_nonmanifold_edges(const RefinementCage& cage, const RefinementLevel& level) {
     CoreArray<unsigned int> first_of_edge;
-    if (std::find(cage.opposite_corners.begin(), cage.opposite_corners.end(), none) == cage.opposite_corners.end())
-        return first_of_edge;
     CoreArray<unsigned char> border_ends(level.vertex_count, static_cast<unsigned char>(0));
     const auto count_end = [&](unsigned int v) {
         if (border_ends[v] < 3) ++border_ends[v];
@@ -110,8 +128,9 @@ float clean_sharpness(float s, const RefinementOptions& options) {
 void number_sharp_edges(const RefinementCage& cage, const RefinementOptions& options, RefinementLevel& level) {
     const unsigned int corner_count = level.corner_vertices.get_count();
     level.corner_edges.assign(corner_count, none);
-    const CoreArray<unsigned int> first_of_edge = find_nonmanifold_edges(cage, level);
     const bool has_tags = !cage.edge_sharpness.is_empty();
+    if (!has_tags && !has_none(cage.opposite_corners)) return;
+    const CoreArray<unsigned int> first_of_edge = find_nonmanifold_edges(cage, level);
     for (unsigned int c = 0; c < corner_count; ++c) {
         const unsigned int o = cage.opposite_corners[c];
         const float s = has_tags ? clean_sharpness(cage.edge_sharpness[c], options) : 0.0f;
@@ -154,6 +173,26 @@ bool is_one_fan(const RefinementLevel& level, unsigned int v, unsigned int c) {
     return count == valence;
 }
 
+// Steps around a vertex through quads that wind the same way, with a face-corner's place in its quad.
+struct QuadSteps {
+    const unsigned int *vertices, *opposites;
+    const unsigned char* slots;  // null where all faces are quads
+
+    // Whether the faces at vertex v, of which c is one's face-corner, certainly are one fan.
+    bool is_fan(unsigned int v, unsigned int c, unsigned int valence) const {
+        unsigned int corner = c;
+        for (unsigned int i = 1; i < valence; ++i) {
+            const unsigned int o = opposites[corner];
+            if (o == none || vertices[o] == v) return false;
+            const unsigned int slot = slots != nullptr ? slots[o] : o & 3u;
+            if (slot == RefinementLevel::no_slot) return false;
+            corner = o - slot + ((slot + 1) & 3u);
+            if (corner == c) return false;
+        }
+        return true;
+    }
+};
+
 // A vertex where several fans meet stays, and so does one on edges of three polygons or more, unless exactly two such
 // edges run through it as a crease.
 void fix_nonmanifold_vertices(RefinementLevel& level) {
@@ -167,17 +206,21 @@ void fix_nonmanifold_vertices(RefinementLevel& level) {
         }
     }
     level.valences.assign(level.vertex_count, 0u);
+    CoreArray<unsigned int> some_corners(level.vertex_count);
+    const QuadSteps steps{level.corner_vertices.get_data(), level.edges.opposite_edges.get_data(),
+                          level.is_quads() ? nullptr : level.corner_slots.get_data()};
     unsigned int* valences = level.valences.get_data();
-    CoreArray<unsigned int> first_corners(level.vertex_count);
-    for (unsigned int c = level.corner_vertices.get_count(); c-- != 0;) {
-        const unsigned int v = level.corner_vertices[c];
-        first_corners[v] = c;
+    unsigned int* corners = some_corners.get_data();
+    const unsigned int corner_count = level.corner_vertices.get_count();
+    for (unsigned int c = 0; c < corner_count; ++c) {
+        const unsigned int v = steps.vertices[c];
+        corners[v] = c;
         ++valences[v];
     }
     for (unsigned int v = 0; v < level.vertex_count; ++v) {
         const unsigned char ends = nonmanifold_ends.is_empty() ? 0 : nonmanifold_ends[v];
         if (ends == 2 || valences[v] == 0) continue;
-        if (ends != 0 || (valences[v] > 1 && !is_one_fan(level, v, first_corners[v])))
+        if (ends != 0 || (!steps.is_fan(v, corners[v], valences[v]) && !is_one_fan(level, v, corners[v])))
             tag_vertex(level, v, infinite_sharpness);
     }
 }

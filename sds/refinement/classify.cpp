@@ -64,8 +64,9 @@ void find_vertex_kinds(RefinementLevel& level) {
     level.vertex_kinds.resize(level.vertex_count);
     const unsigned int* valences = level.valences.get_data();
     unsigned char* kinds = level.vertex_kinds.get_data();
-    for (unsigned int v = 0; v < level.vertex_count; ++v)
-        kinds[v] = valences[v] == 4 ? RefinementLevel::regular_vertex : RefinementLevel::irregular_vertex;
+    static_assert(RefinementLevel::regular_vertex == 0 && RefinementLevel::irregular_vertex == 3);
+    for (unsigned int v = 0, count = level.vertex_count; v < count; ++v)
+        kinds[v] = static_cast<unsigned char>((valences[v] != 4) * 3);
     for (const SharpVertex& vertex : level.sharp_vertices) {
         unsigned char& kind = level.vertex_kinds[vertex.vertex];
         if (vertex.is_fractional())
@@ -132,19 +133,25 @@ bool is_regular_corner(const RefinementLevel& level, unsigned int c) {
 bool is_regular(const RefinementLevel& level, unsigned int face) {
     const unsigned int begin = level.face_begin(face);
     if (level.face_end(face) - begin != 4) return false;
-    const unsigned int* v = level.corner_vertices.get_data() + begin;
-    const unsigned char* kinds = level.vertex_kinds.get_data();
-    if ((kinds[v[0]] | kinds[v[1]] | kinds[v[2]] | kinds[v[3]]) == RefinementLevel::regular_vertex) return true;
     for (unsigned int j = 0; j < 4; ++j)
         if (!is_regular_corner(level, begin + j)) return false;
     return true;
 }
 
 void classify(RefinementLevel& level, bool is_last) {
-    for (unsigned int f = 0; f < level.candidate_count; ++f) {
-        if (level.states[f] != FaceState::support) continue;
-        level.states[f] = is_regular(level, f) ? FaceState::emitted : is_last ? FaceState::leaf : FaceState::refined;
-    }
+    const unsigned int* vertices = level.corner_vertices.get_data();
+    const unsigned char* kinds = level.vertex_kinds.get_data();
+    FaceState* states = level.states.get_data();
+    const FaceState irregular = is_last ? FaceState::leaf : FaceState::refined;
+    const auto set_state = [&](unsigned int f, unsigned int begin, auto count) {
+        if (states[f] != FaceState::support) return;
+        const unsigned int* v = vertices + begin;
+        // Corners of other polygons are irregular.
+        const bool is_smooth = count == 4 && (kinds[v[0]] | kinds[v[1]] | kinds[v[2]] | kinds[v[3]]) == 0;
+        static_assert(RefinementLevel::regular_vertex == 0);
+        states[f] = is_smooth || is_regular(level, f) ? FaceState::emitted : irregular;
+    };
+    level.for_each_face(set_state, level.candidate_count);
 }
 
 }  // namespace sds

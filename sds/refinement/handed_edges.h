@@ -7,6 +7,7 @@
 #pragma once
 
 #include "qn_gmath/gmath_vec.h"
+#include "qn_simd/simd_float4.h"
 #include "sds/common/kept_scratch.h"
 #include "sds/refinement/regular_patches.h"
 
@@ -18,25 +19,31 @@ public:
 
     // Levels come in order, `fine` null at the last.
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine);
-    // Whether anything is handed to or from the level.
-    bool concerns_level() const { return !m_is_first || m_fine != nullptr; }
-    // Puts what was handed to a patch of the level in place of its own controls, and hands on the edges that finer
-    // patches share with it.
-    void exchange(unsigned int face, Vec3f* controls);
-    // Hands on the limit points that patches of the level touch.
-    void end_level(const PatchLimits<GMathVec3<double>>& limits);
+    // Whether any vertex of the level may have a point that was handed to it.
+    bool has_points() const { return m_has_points; }
+    // Whether a vertex of the level has a point that was handed to it, and these points, four numbers each: the corners
+    // that its patches are to have.
+    const unsigned char* get_has_point() const { return m_here.has_point.get_data(); }
+    const float* get_points() const { return m_here.points.is_empty() ? nullptr : m_here.points[0].numbers; }
+    // Puts the edges that were handed to the level in place of its patches' own, sixteen `controls` a patch, and hands
+    // on those that finer patches share, and the limit points that patches touch.
+    void end_level(const PatchLimits<GMathVec3<double>>& limits, Vec3f* controls);
 
 private:
+    // The fourth number means nothing.
+    struct alignas(16) Point {
+        float numbers[4];
+    };
     struct Edge {
+        Point controls[4];
         unsigned int edge;   // of the level
         unsigned int start;  // vertex
-        Vec3f controls[4];
     };
     struct Level {
         CoreArray<unsigned int> edge_indices;  // in edges, or none
         CoreArray<Edge> edges;
         CoreArray<unsigned char> has_point;
-        CoreArray<Vec3f> points;
+        CoreArray<Point> points;
         void start(const RefinementLevel& level);
         size_t get_memory_size() const;
     };
@@ -47,13 +54,17 @@ private:
         size_t get_memory_size() const { return 2 * largest; }
     };
 
-    bool is_finer_across(unsigned int c) const;
-    void hand_point(unsigned int child, const Vec3f& point);
-    void hand_halves(unsigned int edge, unsigned int start, const Vec3f* controls);
+    void take_edges(Vec3f* controls) const;
+    void take_edge(const Edge& handed, unsigned int c, Vec3f* controls) const;
+    void hand_own_edges(const Vec3f* controls);
+    void hand_points(const PatchLimits<GMathVec3<double>>& limits);
+    void hand_halves(unsigned int edge, unsigned int start, SimdFloat4 a, SimdFloat4 b, SimdFloat4 c, SimdFloat4 d);
+    static SimdFloat4 load(const Point& point) { return SimdFloat4::load(point.numbers); }
+    static void store(SimdFloat4 lanes, Point& point) { lanes.store(point.numbers); }
 
+    bool m_has_points = false;  // not at the first level
     const RefinementLevel* m_level = nullptr;
     const RefinementLevel* m_fine = nullptr;
-    bool m_is_first = true;  // nothing was handed to it
     KeptScratch<Levels> m_scratch;
     Level& m_here = m_scratch->here;
     Level& m_below = m_scratch->below;

@@ -43,6 +43,13 @@ unsigned int LeafPatches::dart_edge(unsigned int e) {
     return has_mask ? fan.last_edge : none;
 }
 
+bool LeafPatches::needs_sums(unsigned int e) {
+    const SharpVertex* vertex = m_level.sharp_vertex(m_level.corner_vertices[e]);
+    if (vertex == nullptr || vertex->is_fractional()) return true;
+    const VertexRule rule = vertex_rule(vertex->sharpness, vertex->edge_count);
+    return rule != VertexRule::corner && rule != VertexRule::crease && dart_edge(e) == none;
+}
+
 TangentPair<double> LeafPatches::smooth_tangents(unsigned int e, const Fan& fan, const LevelValues<Vec3d>& values) {
     const unsigned int* vertices = m_level.corner_vertices.get_data();
     const auto point = [&](unsigned int w) -> const Vec3d& { return values.points[w]; };

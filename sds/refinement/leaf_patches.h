@@ -20,6 +20,8 @@ public:
 
     explicit LeafPatches(const RefinementLevel& level);
 
+    // Whether the limit point of the vertex at half-edge e asks for the sums around it.
+    bool needs_sums(unsigned int e);
     // The limit point of the vertex at half-edge e.
     template <class Value>
     Value limit_at(unsigned int e, const LevelValues<Value>& values);

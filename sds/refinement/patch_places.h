@@ -27,7 +27,18 @@ class RefinedPatch {
 public:
     RefinedPatch() = default;
     RefinedPatch(unsigned int quad, unsigned int x, unsigned int y, int level, bool is_leaf)
-        : m_quad(quad), m_bits(x | y << 10 | static_cast<unsigned int>(level + 1) << 20 | (is_leaf ? 1u : 0u) << 24) {}
+        : m_quad(quad), m_bits(x | y << 10 | static_cast<unsigned int>(level + 1) << 20 | (is_leaf ? leaf_bit : 0u)) {}
+
+    // The same place as a leaf or not.
+    RefinedPatch(const RefinedPatch& place, bool is_leaf)
+        : m_quad(place.m_quad), m_bits((place.m_bits & ~leaf_bit) | (is_leaf ? leaf_bit : 0u)) {}
+    // The quarter (dx, dy) of the square, one level down.
+    RefinedPatch get_child(unsigned int dx, unsigned int dy) const {
+        RefinedPatch child;
+        child.m_quad = m_quad;
+        child.m_bits = (m_bits & ~place_bits) + (1u << 20) + (2 * (m_bits & place_bits) | dx | dy << 10);
+        return child;
+    }
 
     unsigned int quad() const { return m_quad; }
     unsigned int x() const { return m_bits & 1023u; }
@@ -42,6 +53,9 @@ public:
     }
 
 private:
+    static constexpr unsigned int leaf_bit = 1u << 24;
+    static constexpr unsigned int place_bits = (1u << 20) - 1;
+
     unsigned int m_quad;
     unsigned int m_bits;
 };
@@ -115,6 +129,16 @@ public:
     void add_patch(const RefinedPatch& patch) {
         m_patches.add(patch);
         m_leaf_count += patch.is_leaf() ? 1 : 0;
+    }
+    // The quarters of a square, in the order of the quadtree.
+    void add_four_patches(const RefinedPatch& square, const bool (&are_leaves)[4]) {
+        const unsigned int first = m_patches.get_count();
+        m_patches.resize(first + 4);
+        RefinedPatch* out = m_patches.get_data() + first;
+        for (unsigned int i = 0; i < 4; ++i) {
+            out[i] = RefinedPatch(square.get_child(i & 1u, i >> 1), are_leaves[i]);
+            m_leaf_count += are_leaves[i] ? 1 : 0;
+        }
     }
     void end_quads(unsigned int count) {
         for (m_quad_count += count; m_block_offsets.get_count() * block <= m_quad_count;)

@@ -32,9 +32,14 @@ inline void find_summed_faces(const RefinementLevel& level, bool has_step, bool 
         const unsigned char* marks = leaf_vertices.get_data();
         return (marks[v[0]] | marks[v[1]] | marks[v[2]] | marks[v[3]]) != 0;
     };
-    faces.reserve(level.face_count);
-    for (unsigned int f = 0; f < level.face_count; ++f)
-        if ((has_step && level.face_children[f] != none) || (has_leaves && is_at_leaf(f))) faces.add(f);
+    faces.resize(level.face_count);
+    unsigned int* out = faces.get_data();
+    unsigned int count = 0;
+    for (unsigned int f = 0; f < level.face_count; ++f) {
+        out[count] = f;
+        count += (has_step && level.face_children[f] != none) || (has_leaves && is_at_leaf(f)) ? 1 : 0;
+    }
+    faces.resize(count);
 }
 
 // The values of two levels at a time, and what a level's patches need of them.
@@ -73,23 +78,34 @@ void run_faces(SysThreadTaskManager* tasks, const RefinementLevel& level, const 
                                          level.candidate_count, 4, nullptr, work);
 }
 
-// body(face) for the candidates from begin to end that are in a state.
+// body(face) for the candidates from begin to end that are in a state. They are gathered first: which faces are is hard
+// to foretell.
 template <class Body>
 void for_each_face(const RefinementLevel& level, FaceState state, unsigned int begin, unsigned int end,
                    const Body& body) {
+    constexpr unsigned int most = 64;
     const FaceState* states = level.states.get_data();
-    for (unsigned int f = begin; f < end; ++f)
-        if (states[f] == state) body(f);
+    unsigned int found[most];
+    while (begin < end) {
+        unsigned int count = 0;
+        for (const unsigned int stop = std::min(begin + most, end); begin < stop; ++begin) {
+            found[count] = begin;
+            count += states[begin] == state ? 1 : 0;
+        }
+        for (unsigned int i = 0; i < count; ++i) body(found[i]);
+    }
 }
 template <class Body>
 void for_each_face(const RefinementLevel& level, FaceState state, const Body& body) {
     for_each_face(level, state, 0, level.candidate_count, body);
 }
 
-template <class Value, class Sink>
+// `sum()` forms the sums around leaves' irregular vertices, where they are not there yet: most limit points do without.
+template <class Value, class Sink, class Sum>
 void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values, const RegularPatches<Value>& regular,
-                  PatchLimits<Value>& limits, Sink& sink, SysThreadTaskManager* tasks) {
+                  PatchLimits<Value>& limits, Sink& sink, SysThreadTaskManager* tasks, const Sum& sum) {
     LeafPatches leaves(level);
+    bool has_sums = false;
     unsigned int largest_valence = 0;
     for_each_face(level, FaceState::leaf, [&](unsigned int f) {
         for (unsigned int k = 0; k < 4; ++k) {
@@ -99,8 +115,19 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
                 limits.touch(v);
                 continue;
             }
-            const bool is_regular = level.vertex_kinds[v] == RefinementLevel::regular_vertex;
-            limits.set(v, is_regular ? regular.limit_at(f, k) : leaves.limit_at(4 * f + k, values));
+            if (level.vertex_kinds[v] == RefinementLevel::regular_vertex) {
+                limits.set(v, regular.limit_at(f, k));
+                continue;
+            }
+            Value limit;
+            if (level.sharp_vertex(v) != nullptr || !find_fan_limit(level, values, 4 * f + k, limit)) {
+                if (!has_sums && leaves.needs_sums(4 * f + k)) {
+                    sum();
+                    has_sums = true;
+                }
+                limit = leaves.limit_at(4 * f + k, values);
+            }
+            limits.set(v, limit);
         }
     });
     sink.begin_leaves(level);
@@ -120,7 +147,6 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
             LeafPatches own(level);
             visit(own, begin, end);
         });
-    sink.end_leaves(level);
 }
 
 // Gives every patch's exact controls to the sink, level by level, the leaves of a level last:
@@ -129,7 +155,6 @@ void visit_leaves(const RefinementLevel& level, const LevelValues<Value>& values
 //     sink.begin_leaves(level), where it has any
 //     sink.add_smooth_leaf(face, patch), on the manager's threads when there is one: whether the sink has a way of its
 //     own sink.add_leaf(face, patch, 16 controls, values of the level, leaves) for the other leaves, likewise
-//     sink.end_leaves(level)
 //     sink.end_level(limits)
 // `value_at(v)` is the value of the cage's vertex v. One step of progress per level.
 template <class Value, class ValueAt, class Sink>
@@ -143,8 +168,11 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
     LevelValues<Value>& next = scratch->next;
     PatchLimits<Value>& limits = scratch->limits;
     values.points.resize(topology.get_level(0).vertex_count);
-    for (unsigned int v = 0; v < values.points.get_count(); ++v)
-        values.points[v] = v < topology.get_vertex_count() ? value_at(v) : ValueOps<Value>::zero();
+    Value* const points = values.points.get_data();
+    const unsigned int point_count = values.points.get_count();
+    const unsigned int given_count = std::min(point_count, topology.get_vertex_count());
+    for (unsigned int v = 0; v < given_count; ++v) points[v] = value_at(v);
+    std::fill(points + given_count, points + point_count, ValueOps<Value>::zero());
 
     progress_steps(progress, level_count);
     for (unsigned int i = 0; i < level_count; ++i) {
@@ -153,15 +181,21 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         const FaceState* states = level.states.get_data();
         const bool has_leaves =
             std::find(states, states + level.candidate_count, FaceState::leaf) != states + level.candidate_count;
-        find_summed_faces(level, fine != nullptr, has_leaves, scratch->leaf_vertices, scratch->summed_faces);
-        if (!scratch->summed_faces.is_empty()) sum_neighbors(level, values, scratch->summed_faces);
+        const auto sum = [&] {
+            find_summed_faces(level, fine != nullptr, has_leaves, scratch->leaf_vertices, scratch->summed_faces);
+            if (!scratch->summed_faces.is_empty()) sum_neighbors(level, values, scratch->summed_faces);
+        };
+        if (fine != nullptr) sum();
         if (fine != nullptr) refine_values(level, *fine, topology.has_smooth_triangles() && i == 0, values, next);
 
         sink.begin_level(level, fine);
         limits.start(level.vertex_count);
         RegularPatches<Value> regular(level, values, limits);
         sink.add_regular(level, values, limits, regular);
-        if (has_leaves) visit_leaves(level, values, regular, limits, sink, tasks);
+        if (has_leaves)
+            visit_leaves(level, values, regular, limits, sink, tasks, [&] {
+                if (fine == nullptr) sum();
+            });
         sink.end_level(limits);
         values.points.swap(next.points);
         progress_step(progress, i + 1);
@@ -177,7 +211,6 @@ struct ControlsVisitor {
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
     void end_level(const PatchLimits<Value>&) {}
     void begin_leaves(const RefinementLevel&) {}
-    void end_leaves(const RefinementLevel&) {}
     static bool add_smooth_leaf(unsigned int, unsigned int) { return false; }
     void add_regular(const RefinementLevel& level, const LevelValues<Value>&, PatchLimits<Value>&,
                      RegularPatches<Value>& regular) {

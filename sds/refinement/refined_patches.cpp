@@ -42,7 +42,6 @@ struct ExactSink {
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
     void end_level(const PatchLimits<Vec3d>&) {}
     void begin_leaves(const RefinementLevel&) {}
-    void end_leaves(const RefinementLevel&) {}
     static bool add_smooth_leaf(unsigned int, unsigned int) { return false; }
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>&, PatchLimits<Vec3d>&,
                      RegularPatches<Vec3d>& regular) {
@@ -69,9 +68,10 @@ private:
 
 // An edge of fewer roundings of the largest coordinate has differences that are off by more than a 2^-12th.
 double shortest_safe_edge(const CoreBasicArray<Vec3f>& positions) {
-    float largest = 0.0f;
+    Vec3f sizes(0, 0, 0);
     for (const Vec3f& p : positions)
-        for (unsigned int i = 0; i < 3; ++i) largest = std::max(largest, std::fabs(p[i]));
+        for (unsigned int i = 0; i < 3; ++i) sizes[i] = std::max(sizes[i], std::fabs(p[i]));
+    const float largest = std::max({sizes[0], sizes[1], sizes[2]});
     return 4096.0 * static_cast<double>(std::nextafter(largest, 2.0f * largest) - largest);
 }
 
@@ -93,9 +93,10 @@ const LeafWeights* get_leaf_weights() {
 template <class Sink>
 void visit_points(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, Sink& sink,
                   AppProgressBar* progress, SysThreadTaskManager* tasks) {
-    visit_patches<Vec3d>(
-        topology, [&](unsigned int v) { return v < positions.get_count() ? Vec3d(positions[v]) : Vec3d(0, 0, 0); },
-        sink, progress, tasks);
+    const auto point_at = [given = positions.get_data(), count = positions.get_count()](unsigned int v) {
+        return v < count ? Vec3d(given[v]) : Vec3d(0, 0, 0);
+    };
+    visit_patches<Vec3d>(topology, point_at, sink, progress, tasks);
 }
 
 }  // namespace
@@ -130,7 +131,10 @@ public:
         unsigned int count = 0;
         for (unsigned int w = 0; w < m_patches.m_net_words.get_count(); ++w) {
             NetPlaces::Word word{0, count};
-            for (unsigned int p = 32 * w, end = std::min(p + 32, patch_count); p < end; ++p) {
+            const unsigned int begin = 32 * w, end = std::min(begin + 32, patch_count);
+            unsigned int all = none;
+            for (unsigned int p = begin; p < end; ++p) all &= found[p];
+            for (unsigned int p = begin; p < end && all != none; ++p) {
                 if (found[p] == none) continue;
                 word.has_nets |= 1u << p % 32;
                 out[count++] = found[p];
@@ -139,7 +143,7 @@ public:
         }
     }
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine) { m_handed.begin_level(level, fine); }
-    void end_level(const PatchLimits<Vec3d>& limits) { m_handed.end_level(limits); }
+    void end_level(const PatchLimits<Vec3d>& limits) { m_handed.end_level(limits, m_patches.m_points.get_data()); }
 
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits,
                      RegularPatches<Vec3d>& regular) {
@@ -168,21 +172,19 @@ public:
     bool add_smooth_leaf(unsigned int face, unsigned int patch) {
         Vec3f* controls = get_controls(patch);
         Vec3f* nets = get_nets(patch);
-        if (!get_level_kernels().compute_leaf(m_faces, face, controls->get_data(),
-                                              nets != nullptr ? nets->get_data() : nullptr))
-            return false;
-        if (m_tasks == nullptr) m_handed.exchange(face, controls);
-        return true;
+        return get_level_kernels().compute_leaf(m_faces, face, controls->get_data(),
+                                                nets != nullptr ? nets->get_data() : nullptr);
     }
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
         Vec3f* controls = get_controls(patch);
         for (unsigned int i = 0; i < 16; ++i) controls[i] = Vec3f(exact[i]);
-        if (m_tasks == nullptr) m_handed.exchange(face, controls);
+        for (unsigned int k = 0; k < 4; ++k) {
+            const size_t v = m_faces.vertices[4 * face + k];
+            const float* handed = m_faces.handed + 4 * v;
+            if (m_faces.is_handed[v] != 0) controls[corner_control(k)] = {handed[0], handed[1], handed[2]};
+        }
         if (Vec3f* nets = get_nets(patch); nets != nullptr) store_nets(leaf_nets(face, exact, values, leaves), nets);
-    }
-    void end_leaves(const RefinementLevel& level) {
-        if (m_tasks != nullptr) exchange(level, FaceState::leaf, 0, level.candidate_count);
     }
 
 private:
@@ -199,13 +201,16 @@ private:
         faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
         faces.patches = level.face_patches.get_data();
         faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
-        faces.faces = level.corner_faces.get_data();
+        faces.slots = level.corner_slots.get_data();
         faces.edge_bits = level.edges.quad_edge_flags.get_data();
         faces.vertices = level.corner_vertices.get_data();
         faces.opposites = level.edges.opposite_edges.get_data();
         faces.points = reinterpret_cast<const double*>(values.points.get_data());
         faces.limits = reinterpret_cast<double*>(limits.get_data());
         faces.is_known = limits.get_known();
+        faces.has_handed = m_handed.has_points();
+        faces.is_handed = m_handed.get_has_point();
+        faces.handed = m_handed.get_points();
         faces.controls = reinterpret_cast<float*>(m_patches.m_points.get_data());
         faces.net_offsets = m_offsets->array.get_data();
         faces.shortest_squared = m_shortest_squared;
@@ -217,21 +222,10 @@ private:
         faces.leaf_weights = get_leaf_weights();
         return faces;
     }
-    // Exchanges what is handed, too. Returns whether any patch is so short that it needs nets; the net offsets say
-    // which.
+    // Returns whether any patch is so short that it needs nets; the net offsets say which.
     bool compute_controls(const RefinementLevel& level, const LevelFaces& faces) {
         const LevelKernels& kernels = get_level_kernels();
-        if (m_tasks == nullptr) {
-            // Few at a time, so that what is exchanged is still in the cache.
-            constexpr unsigned int chunk = 32;
-            unsigned int count = 0;
-            for (unsigned int begin = 0; begin < level.candidate_count; begin += chunk) {
-                const unsigned int end = std::min(begin + chunk, level.candidate_count);
-                count += kernels.compute_controls(faces, begin, end);
-                exchange(level, FaceState::emitted, begin, end);
-            }
-            return count != 0;
-        }
+        if (m_tasks == nullptr) return kernels.compute_controls(faces, 0, level.candidate_count) != 0;
         // All limit points first, each from the face that asks for it first.
         CoreArray<unsigned int> first(level.vertex_count, none);
         for_each_face(level, FaceState::emitted, [&](unsigned int f) {
@@ -247,13 +241,7 @@ private:
         run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
             short_count += kernels.compute_controls(faces, begin, end);
         });
-        exchange(level, FaceState::emitted, 0, level.candidate_count);
         return short_count != 0;
-    }
-    void exchange(const RefinementLevel& level, FaceState state, unsigned int begin, unsigned int end) {
-        if (!m_handed.concerns_level()) return;
-        for_each_face(level, state, begin, end,
-                      [&](unsigned int f) { m_handed.exchange(f, get_controls(level.face_patches[f])); });
     }
     // Gives the patches of a level's faces that store nets, which the net offsets say, their places.
     void make_room_for_nets(const RefinementLevel& level, FaceState state) {

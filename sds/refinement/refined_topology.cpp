@@ -33,7 +33,7 @@ void RefinedTopology::build(const RefinementCage& cage, const RefinementOptions&
         if (!is_refined) break;
         levels.resize(levels.get_count() + 1);
         levels[levels.get_count() - 1] = take_level();
-        refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], levels.get_count() == 2, options);
+        refine_level(levels[levels.get_count() - 2], levels[levels.get_count() - 1], options);
         if (depths) depths->refine(levels[levels.get_count() - 2], levels[levels.get_count() - 1]);
     }
     m_levels.swap(levels);
@@ -59,42 +59,72 @@ void RefinedTopology::clear() {
     m_vertex_count = 0;
 }
 
-// Depth first, which is the order of the quadtree; children c of a square run around it, hence 0, 1, 3, 2.
-void RefinedTopology::list_quad_patches(unsigned int level_index, unsigned int face) {
+inline void RefinedTopology::list_face(unsigned int level_index, unsigned int face, const RefinedPatch& place) {
     RefinementLevel& level = m_levels[level_index];
     const FaceState state = level.states[face];
     if (state == FaceState::refined) {
-        static constexpr unsigned int order[4] = {0, 1, 3, 2};
-        for (const unsigned int c : order) list_quad_patches(level_index + 1, level.first_children[face] + c);
+        list_children(level_index, face, place);
     } else if (state == FaceState::emitted || state == FaceState::leaf) {
-        const QuadPlace& place = level.places[face];
         level.face_patches[face] = m_places.get_patch_count();
-        m_places.add_patch({place.quad, place.x, place.y, level.depth, state == FaceState::leaf});
+        m_places.add_patch({place, state == FaceState::leaf});
     }
+}
+
+// Depth first, which is the order of the quadtree; children c of a square run around it, hence 0, 1, 3, 2.
+void RefinedTopology::list_children(unsigned int level_index, unsigned int face, const RefinedPatch& place) {
+    const unsigned int first = m_levels[level_index].first_children[face];
+    RefinementLevel& fine = m_levels[level_index + 1];
+    const FaceState* states = fine.states.get_data() + first;
+    const auto is_patch = [states](unsigned int c) { return states[c] != FaceState::refined; };
+    // Candidates below the first level are no holes.
+    if (is_patch(0) & is_patch(1) & is_patch(2) & is_patch(3)) {
+        const unsigned int patch = m_places.get_patch_count();
+        unsigned int* patches = fine.face_patches.get_data() + first;
+        patches[0] = patch;
+        patches[1] = patch + 1;
+        patches[3] = patch + 2;
+        patches[2] = patch + 3;
+        const auto is_leaf = [states](unsigned int c) { return states[c] == FaceState::leaf; };
+        m_places.add_four_patches(place, {is_leaf(0), is_leaf(1), is_leaf(3), is_leaf(2)});
+        return;
+    }
+    list_face(level_index + 1, first, place.get_child(0, 0));
+    list_face(level_index + 1, first + 1, place.get_child(1, 0));
+    list_face(level_index + 1, first + 3, place.get_child(0, 1));
+    list_face(level_index + 1, first + 2, place.get_child(1, 1));
 }
 
 void RefinedTopology::list_patches() {
     unsigned int patch_count = 0;
-    for (const RefinementLevel& level : m_levels)
-        for (unsigned int f = 0; f < level.candidate_count; ++f)
-            patch_count += level.states[f] == FaceState::emitted || level.states[f] == FaceState::leaf ? 1 : 0;
+    for (const RefinementLevel& level : m_levels) {
+        const FaceState* states = level.states.get_data();
+        for (unsigned int f = 0, count = level.candidate_count; f < count; ++f)
+            patch_count += (states[f] == FaceState::emitted ? 1u : 0u) + (states[f] == FaceState::leaf ? 1u : 0u);
+    }
     RefinementLevel& cage = m_levels[0];
     m_places.start(cage.is_quads() ? cage.face_count : cage.corner_vertices.get_count(), patch_count);
-    for (unsigned int f = 0; f < cage.face_count; ++f) {
-        if (cage.is_quads()) {
-            list_quad_patches(0, f);
+    if (cage.is_quads()) {
+        for (unsigned int f = 0; f < cage.face_count; ++f) {
+            list_face(0, f, {f, 0, 0, 0, false});
             m_places.end_quads(1);
-        } else if (cage.states[f] == FaceState::refined) {
-            for (unsigned int j = 0; j < cage.offsets[f + 1] - cage.offsets[f]; ++j) {
-                list_quad_patches(1, cage.first_children[f] + j);
+        }
+        return;
+    }
+    const FaceState* states = cage.states.get_data();
+    const unsigned int* offsets = cage.offsets.get_data();
+    unsigned int* face_patches = cage.face_patches.get_data();
+    for (unsigned int f = 0, count = cage.face_count; f < count; ++f) {
+        if (states[f] == FaceState::emitted) {
+            face_patches[f] = m_places.get_patch_count();
+            m_places.add_patch({offsets[f], 0, 0, -1, false});
+            m_places.end_quads(4);
+        } else if (states[f] == FaceState::refined) {
+            for (unsigned int j = 0; j < offsets[f + 1] - offsets[f]; ++j) {
+                list_face(1, cage.first_children[f] + j, {offsets[f] + j, 0, 0, 0, false});
                 m_places.end_quads(1);
             }
         } else {
-            if (cage.states[f] == FaceState::emitted) {
-                cage.face_patches[f] = m_places.get_patch_count();
-                m_places.add_patch({cage.offsets[f], 0, 0, -1, false});
-            }
-            m_places.end_quads(cage.offsets[f + 1] - cage.offsets[f]);
+            m_places.end_quads(offsets[f + 1] - offsets[f]);
         }
     }
 }

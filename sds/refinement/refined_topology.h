@@ -35,7 +35,9 @@ public:
 
 private:
     void list_patches();
-    void list_quad_patches(unsigned int level, unsigned int face);
+    // What becomes of a face that lies at a place, and of its children.
+    void list_face(unsigned int level, unsigned int face, const RefinedPatch& place);
+    void list_children(unsigned int level, unsigned int face, const RefinedPatch& place);
 
     PatchPlaces m_places;
     CoreArray<RefinementLevel> m_levels;

@@ -23,12 +23,6 @@ enum class FaceState : unsigned char {
     hole,  // in its neighbors' rings, but no surface itself
 };
 
-// Where a candidate lies in the quad that users see: the square at (x, y) / 2^depth of side 1 / 2^depth.
-struct QuadPlace {
-    unsigned int quad;
-    unsigned short x, y;
-};
-
 // A vertex that is sharp itself or has a sharp edge.
 struct SharpVertex {
     unsigned int vertex = none;
@@ -57,6 +51,8 @@ struct RefinementLevel {
     static constexpr unsigned char border_mark = 1;       // an edge of one polygon of the cage, or part of one
     static constexpr unsigned char nonmanifold_mark = 2;  // an edge of three polygons or more
 
+    static constexpr unsigned char no_slot = 255;
+
     // What is around a vertex with respect to the quads at it.
     enum VertexKind : unsigned char { regular_vertex, crease_vertex, corner_vertex, irregular_vertex };
 
@@ -70,14 +66,14 @@ struct RefinementLevel {
     // Empty for quads, whose face-corners are half-edges.
     CoreArray<unsigned int> offsets;
     CoreArray<unsigned int> corner_faces;
+    CoreArray<unsigned char> corner_slots;  // per corner: its number in its quad, no_slot in other polygons
 
-    // Per face-corner: vertex, number of the edge that leaves it, the face-corner across. A cage's smooth edges have no
-    // number before the step, and only those near refined faces afterwards.
+    // Per face-corner: vertex, number of the edge that leaves it, the face-corner across. Only edges that are sharp or
+    // shared with coarser patches have a number before the step, and those that get a point afterwards.
     CoreArray<unsigned int> corner_vertices;
     CoreArray<unsigned int> corner_edges;
     SdsMeshBase::EdgesTopology edges;  // creases are the infinitely sharp edges; of polygons, the first four
     CoreArray<FaceState> states;
-    CoreArray<QuadPlace> places;           // of candidates
     CoreArray<unsigned int> face_patches;  // of candidates: index in the flat list, or none
 
     // Per edge.
@@ -98,8 +94,11 @@ struct RefinementLevel {
     CoreArray<unsigned int> vertex_children;
     CoreArray<unsigned int> edge_children;
     CoreArray<unsigned int> face_children;
-    CoreArray<unsigned int> first_children;  // of candidates: the first of as many candidates as the face has corners
-    CoreArray<unsigned int> edge_halves;     // per edge: its parts at its two ends, edges of the next level or none
+    CoreArray<unsigned int> first_children;  // of refined faces: the first of as many candidates as they have corners
+    // Of the edges that had numbers before the step and those that are handed to finer patches, which come first: their
+    // parts at their two ends, edges of the next level or none.
+    CoreArray<unsigned int> edge_halves;
+    CoreArray<unsigned int> handing_corners;  // face-corners of patches with refined faces across
     bool has_step = false;
     size_t kept_size = 0;  // bytes of the arrays' storage when it was given back last
 
@@ -135,19 +134,26 @@ struct RefinementLevel {
         if (sharp_indices.is_empty() || sharp_indices[v] == none) return nullptr;
         return &sharp_vertices[sharp_indices[v]];
     }
-    // Whether the step has both halves of an edge.
+    // Whether the step has halves of an edge at all, and both.
+    bool is_halved(unsigned int edge) const {
+        return edge < edge_halves.get_count() / 2 && edge_children[edge] != none;
+    }
     bool has_halves(unsigned int edge) const {
-        return edge_halves[2 * edge] != none && edge_halves[2 * edge + 1] != none;
+        return is_halved(edge) && edge_halves[2 * edge] != none && edge_halves[2 * edge + 1] != none;
     }
 
-    // body(face, first corner, number of corners): a constant for quads.
+    // body(face, first corner, number of corners), of the first `count` faces: the last is a constant for quads.
+    template <class Body>
+    void for_each_face(Body&& body, unsigned int count) const {
+        if (is_quads()) {
+            for (unsigned int f = 0; f < count; ++f) body(f, 4 * f, std::integral_constant<unsigned int, 4>());
+        } else {
+            for (unsigned int f = 0; f < count; ++f) body(f, offsets[f], offsets[f + 1] - offsets[f]);
+        }
+    }
     template <class Body>
     void for_each_face(Body&& body) const {
-        if (is_quads()) {
-            for (unsigned int f = 0; f < face_count; ++f) body(f, 4 * f, std::integral_constant<unsigned int, 4>());
-        } else {
-            for (unsigned int f = 0; f < face_count; ++f) body(f, offsets[f], offsets[f + 1] - offsets[f]);
-        }
+        for_each_face(body, face_count);
     }
 
     size_t get_memory_size() const;
@@ -177,7 +183,7 @@ bool is_regular(const RefinementLevel& level, unsigned int face);
 // Sets the states of candidates that have none yet (`support`): emitted, or refined or leaf.
 void classify(RefinementLevel& level, bool is_last);
 
-// The step from one level, whose states are set, to the next, up to its classification; `is_cage` for the first.
-void refine_level(RefinementLevel& coarse, RefinementLevel& fine, bool is_cage, const RefinementOptions& options);
+// The step from one level, whose states are set, to the next, up to its classification.
+void refine_level(RefinementLevel& coarse, RefinementLevel& fine, const RefinementOptions& options);
 
 }  // namespace sds

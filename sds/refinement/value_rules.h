@@ -5,6 +5,7 @@
 #include "sds/common/value_ops.h"
 #include "sds/refinement/level_kernels/level_kernels.h"
 #include "sds/refinement/refinement_level.h"
+#include "sds/refinement/value_lanes.h"
 
 namespace sds {
 
@@ -33,12 +34,14 @@ struct LevelValues {
     }
 };
 
-// A level of quads as the kernels of points see it; the sums have been resized.
+// A level as the kernels of points see it; the sums have been resized.
 inline LevelPoints get_level_points(const RefinementLevel& level, LevelValues<GMathVec3<double>>& values) {
     LevelPoints view{};
     view.face_count = level.face_count;
     view.edge_count = level.edge_count;
     view.vertex_count = level.vertex_count;
+    view.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
+    view.faces = level.is_quads() ? nullptr : level.corner_faces.get_data();
     view.vertices = level.corner_vertices.get_data();
     view.opposites = level.edges.opposite_edges.get_data();
     view.valences = level.valences.get_data();
@@ -67,9 +70,7 @@ void sum_neighbors(const RefinementLevel& level, LevelValues<Value>& values,
     values.face_points.resize(level.face_count);
     values.sums.resize(level.vertex_count);
     if constexpr (is_point<Value>)
-        if (level.is_quads())
-            return get_level_kernels().sum_neighbors(get_level_points(level, values), faces.get_data(),
-                                                     faces.get_count());
+        return get_level_kernels().sum_neighbors(get_level_points(level, values), faces.get_data(), faces.get_count());
     const Value* points = values.points.get_data();
     Sums* sums = values.sums.get_data();
     for (const unsigned int f : faces)
@@ -174,7 +175,7 @@ void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bo
 
     bool has_kernel = false;
     if constexpr (is_point<Value>) {
-        has_kernel = level.is_quads();
+        has_kernel = level.is_quads() || !smooth_triangles;
         if (has_kernel) {
             LevelPoints view = get_level_points(level, values);
             view.fine_points = reinterpret_cast<double*>(out);
@@ -216,6 +217,43 @@ Value smooth_limit(const RefinementLevel& level, const LevelValues<Value>& value
     const auto n = static_cast<Scalar>(level.valences[v]);
     const auto& sum = values.sums[v];
     return (values.points[v] * (n * n - n) + sum.edges + sum.faces * Scalar(4)) * (Scalar(1) / (n * (n + Scalar(5))));
+}
+
+// The same of the vertex at half-edge e, summed around it in the order of the faces, as they were all summed. False
+// unless its faces are one fan of up to 32 in which all wind the same way.
+template <class Value>
+bool find_fan_limit(const RefinementLevel& level, const LevelValues<Value>& values, unsigned int e, Value& limit) {
+    using Access = ValueLanes<Value>;
+    using Scalar = typename ValueOps<Value>::Scalar;
+    const unsigned int* vertices = level.corner_vertices.get_data();
+    const unsigned int* opposites = level.edges.opposite_edges.get_data();
+    const unsigned int v = vertices[e], valence = level.valences[v];
+    constexpr unsigned int most = 32;
+    if (valence > most) return false;
+    unsigned int fan[most];
+    unsigned int count = 0;
+    unsigned int h = e;
+    do {
+        unsigned int i = count++;
+        for (; i != 0 && fan[i - 1] > h; --i) fan[i] = fan[i - 1];
+        fan[i] = h;
+        h = opposites[previous_in_quad(h)];
+        if (h == none || vertices[h] != v) return false;
+    } while (h != e && count < valence);
+    if (h != e || count != valence) return false;
+    typename Access::Type edges = Access::load(ValueOps<Value>::zero()), faces = edges;
+    for (unsigned int i = 0; i < count; ++i) {
+        const unsigned int* quad = vertices + (fan[i] & ~3u);
+        const auto load = [&](unsigned int k) { return Access::load(values.points[quad[k]]); };
+        const typename Access::Type ac = load(0) + load(2), bd = load(1) + load(3);
+        edges = edges + ((fan[i] & 1u) == 0 ? bd : ac);
+        faces = faces + (ac + bd) * Scalar(0.25);
+    }
+    const auto n = static_cast<Scalar>(valence);
+    Access::store((Access::load(values.points[v]) * (n * n - n) + edges + faces * Scalar(4)) *
+                      (Scalar(1) / (n * (n + Scalar(5)))),
+                  limit);
+    return true;
 }
 
 template <class Value>

@@ -21,13 +21,16 @@ struct LevelFaces {
     const unsigned char* states;     // per face
     const unsigned int* patches;     // per face
     const unsigned int* offsets;     // per face: its first face-corner; null when all faces are quads
-    const unsigned int* faces;       // per face-corner, null as well
+    const unsigned char* slots;      // per face-corner: its number in its quad; null as well
     const unsigned char* edge_bits;  // per face: the edges that are infinitely sharp
     const unsigned int* vertices;    // per face-corner
     const unsigned int* opposites;   // per face-corner, or none
     const double* points;            // three per vertex, and one more that may be read
     double* limits;                  // four per vertex, where known; the fourth means nothing
     unsigned char* is_known;         // per vertex, not 0 for those that are not between smooth edges; 1 afterwards
+    bool has_handed;                 // whether some vertices are
+    const unsigned char* is_handed;  // per vertex: whether coarser patches have rounded its limit point
+    const float* handed;             // these points, four numbers per vertex; the fourth means nothing
     float* controls;                 // sixteen points a patch
     unsigned int* net_offsets;       // per patch
     double shortest_squared;         // of an edge whose patch needs no nets
@@ -39,10 +42,12 @@ struct LevelFaces {
     const LeafWeights* leaf_weights;    // per valence up to max_leaf_valence
 };
 
-// Views of a level of quads with its step, and of the points around it. Arrays of points hold one number more than
+// Views of a level with its step, and of the points around it. Arrays of points hold one number more than
 // their points have.
 struct LevelPoints {
     unsigned int face_count, edge_count, vertex_count;
+    const unsigned int* offsets;    // per face and one more: its first face-corner; null when all faces are quads
+    const unsigned int* faces;      // per face-corner, null as well
     const unsigned int* vertices;   // per face-corner
     const unsigned int* opposites;  // per face-corner, not none beside edges of sharpness 0
     const unsigned int* valences;   // per vertex

@@ -15,7 +15,32 @@ using QN_SIMD_NAMESPACE::SimdDouble4;
 
 constexpr unsigned int sum_stride = 8;
 
+void sum_polygons(const LevelPoints& level, const unsigned int* faces, unsigned int count) {
+    const SimdDouble4 zero(0.0);
+    const auto load = [&level](unsigned int v) { return SimdDouble4::load4(level.points + 3 * size_t{v}); };
+    for (unsigned int i = 0; i < count; ++i)
+        for (unsigned int c = level.offsets[faces[i]]; c < level.offsets[faces[i] + 1]; ++c) {
+            double* sum = level.sums + sum_stride * size_t{level.vertices[c]};
+            zero.store4(sum);
+            zero.store4(sum + 4);
+        }
+    for (unsigned int i = 0; i < count; ++i) {
+        const unsigned int begin = level.offsets[faces[i]], end = level.offsets[faces[i] + 1];
+        SimdDouble4 center = zero;
+        for (unsigned int c = begin; c < end; ++c) center = center + load(level.vertices[c]);
+        if (begin != end) center = center / SimdDouble4(static_cast<double>(end - begin));
+        center.store4(level.face_points + 3 * size_t{faces[i]});
+        for (unsigned int c = begin, behind = end - 1; c < end; behind = c++) {
+            const unsigned int ahead = c + 1 == end ? begin : c + 1;
+            double* sum = level.sums + sum_stride * size_t{level.vertices[c]};
+            (SimdDouble4::load4(sum) + load(level.vertices[ahead]) + load(level.vertices[behind])).store4(sum);
+            (SimdDouble4::load4(sum + 4) + center).store4(sum + 4);
+        }
+    }
+}
+
 void sum_neighbors(const LevelPoints& level, const unsigned int* faces, unsigned int count) {
+    if (level.offsets != nullptr) return sum_polygons(level, faces, count);
     const SimdDouble4 zero(0.0), quarter(0.25);
     for (unsigned int i = 0; i < count; ++i)
         for (unsigned int k = 0; k < 4; ++k) {
@@ -60,9 +85,11 @@ bool refine_points(const LevelPoints& level) {
         const float sharpness = level.edge_sharpness[e];
         if (sharpness == 0.0f) {
             const unsigned int c = level.edge_corners[e];
-            const SimdDouble4 faces =
-                load(level.face_points, c >> 2) + load(level.face_points, level.opposites[c] >> 2);
-            store(child, (ends + faces) * quarter);
+            const unsigned int o = level.opposites[c];
+            const bool is_quads = level.offsets == nullptr;
+            const SimdDouble4 faces = load(level.face_points, is_quads ? c >> 2 : level.faces[c]) +
+                                      load(level.face_points, is_quads ? o >> 2 : level.faces[o]);
+            store(child, is_quads ? (ends + faces) * quarter : ends * quarter + faces * quarter);
         } else if (sharpness >= level.infinite_sharpness) {
             store(child, ends * half);
         } else {

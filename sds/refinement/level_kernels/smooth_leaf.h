@@ -2,6 +2,8 @@
 // of one instruction set.
 #pragma once
 
+#include <cstring>
+
 #include "qn_simd/simd_double4.h"
 #include "sds/common/net_slots.h"
 #include "sds/common/smooth_controls.h"
@@ -15,6 +17,14 @@ using QN_SIMD_NAMESPACE::SimdDouble4;
 
 SimdDouble4 load_point(const LevelFaces& level, unsigned int v) {
     return SimdDouble4::load4(level.points + 3 * size_t{v});
+}
+
+// The corner of a patch at vertex v: what coarser patches have there, or its limit rounded. Four numbers are written.
+void store_corner(const LevelFaces& level, unsigned int v, SimdDouble4 limit, float* out) {
+    alignas(16) float rounded[4];
+    limit.store_rounded4(rounded);
+    const float* corner = level.is_handed[v] != 0 ? level.handed + 4 * size_t{v} : rounded;
+    std::memcpy(out, corner, sizeof rounded);
 }
 
 constexpr unsigned int next_corner(unsigned int c) { return (c & ~3u) | ((c + 1) & 3u); }
@@ -155,7 +165,11 @@ bool compute_smooth_leaf(const LevelFaces& level, unsigned int face, float* cont
     SimdDouble4 controls[16];
     smooth_controls(LeafSource(level, face, corners),
                     [&controls](unsigned int i) -> SimdDouble4& { return controls[i]; });
-    for (unsigned int i = 0; i < 15; ++i) controls[i].store_rounded4(controls_out + 3 * i);
+    for (unsigned int i = 0; i < 15; ++i)
+        if (i % 4 != 0)
+            controls[i].store_rounded4(controls_out + 3 * i);
+        else
+            store_corner(level, level.vertices[4 * face + i / 4], controls[i], controls_out + 3 * i);
     controls[15].store_rounded3(controls_out + 45);
     if (nets_out == nullptr) return true;
     LeafNets nets(controls);

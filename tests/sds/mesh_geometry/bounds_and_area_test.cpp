@@ -129,7 +129,7 @@ TEST(Bounds, GroupsHoldTheControlPointsOfTheirPatches) {
 }
 
 // NaN, and numbers whose sums overflow: every finite control point is in the box, and nothing else, by every
-// instruction set.
+// instruction set, on patches that are computed and on refined ones.
 TEST(Bounds, HoldTheFiniteControlPoints) {
     const float wild[] = {std::numeric_limits<float>::quiet_NaN(), 3e38f, -3e38f, 1.2e38f};
     std::vector<ZooMesh> cages = mesh_zoo();
@@ -143,17 +143,20 @@ TEST(Bounds, HoldTheFiniteControlPoints) {
             cage.positions[random() % cage.positions.size()][static_cast<unsigned int>(random() % 3)] =
                 wild[random() % 4];
         for (const Mode mode : {Mode::all_fixed, Mode::corners_fixed, Mode::all_smoothed}) {
-            const BuiltSurface broken(cage, {.mode = mode});
+            BuiltSurface::Options options{.mode = mode};
+            options.refinement.depth = seed & 1u;
+            const BuiltSurface broken(cage, options);
+            const unsigned int patch_count = broken.geometry.get_patch_count();
             GMathBbox3<float> expected = GMathBbox3<float>::empty();
             for (const Vec3f& p : controls_of(broken.geometry))
                 if (p.is_finite()) expected.grow(p);
             EXPECT_TRUE(same(broken.geometry.get_bbox(), expected));
-            const CoreArray<unsigned int> groups(broken.get_quad_count(), 0u);
+            const CoreArray<unsigned int> groups(patch_count, 0u);
             for (const sds::PairKernels* const* kernels = sds::get_all_pair_kernels(); *kernels != nullptr; ++kernels) {
                 constexpr float largest = std::numeric_limits<float>::max();
                 sds::PatchSums sums{{largest, largest, largest}, {-largest, -largest, -largest}, {0, 0, 0, 0}};
                 for (const auto add : {(*kernels)->add_boxes, (*kernels)->add_areas})
-                    add(sds::get_patch_arrays(broken.geometry), groups.get_data(), 0, broken.get_quad_count(), &sums);
+                    add(sds::get_patch_arrays(broken.geometry), groups.get_data(), 0, patch_count, &sums);
                 for (unsigned int axis = 0; axis < 3; ++axis) {
                     EXPECT_EQ(sums.low[axis], expected.get_min()[axis])
                         << "table " << kernels - sds::get_all_pair_kernels();

@@ -306,20 +306,21 @@ TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
             points[i] = static_cast<double>(mesh.positions[i / 3][i % 3]);
         for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr; ++set) {
             std::vector<double> limits(4 * mesh.positions.size());
-            std::vector<unsigned char> is_known(mesh.positions.size());
+            std::vector<unsigned char> is_known(mesh.positions.size()), is_handed(mesh.positions.size());
             std::vector<Vec3f> controls(16 * size_t{surface.get_patch_count()});
             std::vector<unsigned int> offsets(surface.get_patch_count());
             sds::LevelFaces faces{};
             faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
             faces.patches = level.face_patches.get_data();
             faces.offsets = level.is_quads() ? nullptr : level.offsets.get_data();
-            faces.faces = level.corner_faces.get_data();
+            faces.slots = level.corner_slots.get_data();
             faces.edge_bits = level.edges.quad_edge_flags.get_data();
             faces.vertices = level.corner_vertices.get_data();
             faces.opposites = level.edges.opposite_edges.get_data();
             faces.points = points.data();
             faces.limits = limits.data();
             faces.is_known = is_known.data();
+            faces.is_handed = is_handed.data();
             faces.controls = controls[0].get_data();
             faces.net_offsets = offsets.data();
             faces.emitted = static_cast<unsigned char>(sds::FaceState::emitted);
@@ -349,8 +350,7 @@ TEST(RefinedGeometry, KernelsOfPointsFollowTheRulesOfAnyValue) {
             if (level.face_children[f] != sds::none) faces.add(f);
         sds::sum_neighbors(level, values, faces);
         sds::refine_values(level, fine, false, values, next);
-        // The step from polygons has no kernels.
-        for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr && i != 0; ++set) {
+        for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr; ++set) {
             sds::LevelValues<Vec3d> points;
             points.reserve(level.face_count, level.vertex_count);
             points.face_points.resize(level.face_count);
@@ -373,8 +373,10 @@ TEST(RefinedGeometry, KernelsOfPointsFollowTheRulesOfAnyValue) {
         weights[n] = {sds::closed_fan_weights<sds::ExactTrig>(n).edge,
                       sds::closed_fan_weights<sds::ExactTrig>(n).diagonal, sds::turn_cosine<sds::ExactTrig>(n)};
     std::vector<double> limits(4 * size_t{last.vertex_count}, 0.25);
+    const std::vector<unsigned char> is_handed(last.vertex_count);
     values.points.reserve(last.vertex_count + 1);
     sds::LevelFaces faces{};
+    faces.is_handed = is_handed.data();
     faces.vertices = last.corner_vertices.get_data();
     faces.opposites = last.edges.opposite_edges.get_data();
     faces.points = &values.points.get_data()->c[0];

@@ -1,0 +1,264 @@
+// The faces of the next level. Children keep their parent's frame:
+//
+//        3 ------ e2 ------ 2       child c has its corner c at the parent's vertex c, corner c + 1 at the edge point
+//        |  c3    |    c2   |       of edge c, corner c + 2 at the face point, and corner c + 3 at the edge point of
+//        e3 ----- f ------ e1       edge c - 1 (mod 4).
+//        |  c0    |    c1   |
+//        0 ------ e0 ------ 1
+//
+// Those of a level of polygons begin at their own vertex instead, as the quads that users see do.
+#include <algorithm>
+
+#include "sds/refinement/level_step.h"
+
+namespace sds {
+
+namespace {
+
+// Numbers the children: those of refined faces first, all others after them.
+void number_children(RefinementLevel& coarse, RefinementLevel& fine, StepScratch& scratch) {
+    coarse.first_children.resize(coarse.candidate_count);
+    scratch.corner_children.resize(coarse.corner_vertices.get_count());
+    const unsigned int* vertices = coarse.corner_vertices.get_data();
+    const unsigned int* vertex_children = coarse.vertex_children.get_data();
+    unsigned int* corner_children = scratch.corner_children.get_data();
+    unsigned int candidate = 0;
+    for (const unsigned int f : scratch.refined) {
+        coarse.first_children[f] = candidate / 4;
+        for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c, candidate += 4)
+            corner_children[c] = candidate;
+    }
+    unsigned int support = candidate;
+    for (const unsigned int f : scratch.supporting)
+        for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c) {
+            corner_children[c] = support;
+            support += vertex_children[vertices[c]] != none ? 4 : 0;
+        }
+    fine.face_count = support / 4;
+}
+
+// Makes children and joins them along their edges. The edges inside a coarse face are those between the children of two
+// neighboring corners of it; of the two halves of its edges, the face across has the other side at the same vertices.
+// is_quads is the coarse level's: children of quads keep their parent's frame.
+template <bool is_quads>
+class ChildMaker {
+public:
+    ChildMaker(const RefinementLevel& coarse, RefinementLevel& fine, const StepScratch& scratch)
+        : m_coarse(coarse),
+          m_corners(coarse.corner_vertices.get_data()),
+          m_coarse_opposites(coarse.edges.opposite_edges.get_data()),
+          m_edges(coarse.corner_edges.get_data()),
+          m_vertex_children(coarse.vertex_children.get_data()),
+          m_edge_children(coarse.edge_children.get_data()),
+          m_face_children(coarse.face_children.get_data()),
+          m_edge_ends(coarse.edge_ends.get_data()),
+          m_edge_halves(coarse.edge_halves.get_data()),
+          m_corner_children(scratch.corner_children.get_data()) {
+        fine.corner_vertices.resize(4 * fine.face_count);
+        fine.corner_edges.resize(4 * fine.face_count);
+        fine.edges.opposite_edges.resize(4 * fine.face_count);
+        m_corner_vertices = fine.corner_vertices.get_data();
+        m_corner_edges = fine.corner_edges.get_data();
+        m_opposites = fine.edges.opposite_edges.get_data();
+        m_edge_corners = fine.edge_corners.get_data();
+        std::fill(m_corner_edges, m_corner_edges + 4 * size_t{fine.face_count}, none);
+    }
+
+    // All children of a quad.
+    void add_four(unsigned int f, unsigned int begin) const {
+        const unsigned int center = m_face_children[f];
+        const unsigned int first = m_corner_children[begin];
+        unsigned int points[4];
+        unsigned int starts[4], ends[4];  // across the halves of edge j
+#pragma GCC unroll 4
+        for (unsigned int j = 0; j < 4; ++j) {
+            points[j] = m_edge_children[m_edges[begin + j]];
+            starts[j] = find_across_start(begin + j);
+            ends[j] = find_across_end(begin + j);
+        }
+#pragma GCC unroll 4
+        for (unsigned int j = 0; j < 4; ++j) {
+            const unsigned int behind = (j + 3) & 3u, next = (j + 1) & 3u;
+            const auto corner = [first](unsigned int child, unsigned int k) {
+                return first + 4 * child + ((k + (is_quads ? child : 0)) & 3u);
+            };
+            m_corner_vertices[corner(j, 0)] = m_vertex_children[m_corners[begin + j]];
+            m_corner_vertices[corner(j, 1)] = points[j];
+            m_corner_vertices[corner(j, 2)] = center;
+            m_corner_vertices[corner(j, 3)] = points[behind];
+            m_opposites[corner(j, 0)] = starts[j];
+            m_opposites[corner(j, 1)] = corner(next, 2);
+            m_opposites[corner(j, 2)] = corner(behind, 1);
+            m_opposites[corner(j, 3)] = ends[behind];
+        }
+    }
+
+    // The children at those of a face's corners whose vertices have some.
+    void add_some(unsigned int f, unsigned int begin, unsigned int count) const {
+        const unsigned int last = begin + count - 1;
+        unsigned int behind = last;
+        bool has_former = has_child(last), has_own = has_child(begin);
+        for (unsigned int c = begin; c <= last; behind = c++) {
+            const unsigned int next = c == last ? begin : c + 1;
+            const bool has_next = has_child(next);
+            if (has_own) add_one(f, begin, c, next, behind, has_next, has_former);
+            has_former = has_own;
+            has_own = has_next;
+        }
+    }
+
+    // Numbers the halves of the edge at a face-corner of a touched face.
+    void set_halves(unsigned int c) const {
+        const unsigned int begin = m_coarse.face_begin(m_coarse.face_of(c));
+        const Halves own = find_halves(c);
+        if (own.start != none) set_edge(child_corner(begin, c, 0), own.start);
+        if (own.end != none) set_edge(child_corner(begin, m_coarse.next_corner(c), 3), own.end);
+    }
+
+private:
+    // What belongs to the half of an edge at its face-corner's vertex, and to the other.
+    struct Halves {
+        unsigned int start, end;
+    };
+
+    // The child at face-corner c, between the edges that leave c and `behind`.
+    void add_one(unsigned int f, unsigned int begin, unsigned int c, unsigned int next, unsigned int behind,
+                 bool has_next, bool has_former) const {
+        const unsigned int first = m_corner_children[c], turn = is_quads ? c - begin : 0;
+        const unsigned int corners[4] = {first + (turn & 3u), first + ((turn + 1) & 3u), first + ((turn + 2) & 3u),
+                                         first + ((turn + 3) & 3u)};
+        m_corner_vertices[corners[0]] = m_vertex_children[m_corners[c]];
+        m_corner_vertices[corners[1]] = m_edge_children[m_edges[c]];
+        m_corner_vertices[corners[2]] = m_face_children[f];
+        m_corner_vertices[corners[3]] = m_edge_children[m_edges[behind]];
+        m_opposites[corners[0]] = find_across_start(c);
+        m_opposites[corners[1]] = has_next ? child_corner(begin, next, 2) : none;
+        m_opposites[corners[2]] = has_former ? child_corner(begin, behind, 1) : none;
+        m_opposites[corners[3]] = find_across_end(behind);
+    }
+    bool has_child(unsigned int c) const { return m_vertex_children[m_corners[c]] != none; }
+    // Corner k, as in the figure, of the child at face-corner c of the face that begins at `begin`.
+    unsigned int child_corner(unsigned int begin, unsigned int c, unsigned int k) const {
+        return m_corner_children[c] + ((k + (is_quads ? c - begin : 0)) & 3u);
+    }
+    // The face-corners of children across the halves of the edge at c, which exist where the child on this side does.
+    // Across, the half at the edge's own corner belongs to the child there; turned as the children of quads are, both
+    // halves have the number that the edge has in its face.
+    unsigned int find_across_start(unsigned int c) const {
+        const unsigned int o = m_coarse_opposites[c];
+        if (o == none) return none;
+        return is_same_way(o, c) ? half_at_start(o) : half_at_end(o);
+    }
+    unsigned int find_across_end(unsigned int c) const {
+        const unsigned int o = m_coarse_opposites[c];
+        if (o == none) return none;
+        return is_same_way(o, c) ? half_at_end(o) : half_at_start(o);
+    }
+    // Whether a neighbor winds the other way than faces that fit together.
+    bool is_same_way(unsigned int o, unsigned int c) const { return m_corners[o] == m_corners[c]; }
+    unsigned int half_at_start(unsigned int c) const { return m_corner_children[c] + (is_quads ? c & 3u : 0); }
+    unsigned int half_at_end(unsigned int c) const {
+        if constexpr (is_quads) return m_corner_children[next_in_quad(c)] + (c & 3u);
+        return m_corner_children[m_coarse.next_corner(c)] + 3;
+    }
+    Halves find_halves(unsigned int c) const {
+        const unsigned int e = m_edges[c];
+        const unsigned int* halves = m_edge_halves + 2 * size_t{e};
+        const unsigned int is_backward = m_edge_ends[2 * size_t{e}] == m_corners[c] ? 0 : 1;
+        return {halves[is_backward], halves[1 - is_backward]};
+    }
+    void set_edge(unsigned int corner, unsigned int e) const {
+        m_corner_edges[corner] = e;
+        m_edge_corners[e] = corner;
+    }
+
+    const RefinementLevel& m_coarse;
+    const unsigned int* m_corners;
+    const unsigned int* m_coarse_opposites;
+    const unsigned int* m_edges;
+    const unsigned int* m_vertex_children;
+    const unsigned int* m_edge_children;
+    const unsigned int* m_face_children;
+    const unsigned int* m_edge_ends;
+    const unsigned int* m_edge_halves;
+    const unsigned int* m_corner_children;
+    unsigned int* m_corner_vertices;
+    unsigned int* m_corner_edges;
+    unsigned int* m_opposites;
+    unsigned int* m_edge_corners;
+};
+
+// The states of a quad's children follow from its corners where nothing is fractional: a child is as regular as its
+// parent's corner. Others wait for their level.
+void set_states(const RefinementLevel& coarse, RefinementLevel& fine, bool is_last, BorderRule border_rule,
+                const CoreArray<unsigned int>& refined) {
+    const FaceState irregular = is_last ? FaceState::leaf : FaceState::refined;
+    fine.states.assign(fine.face_count, FaceState::support);
+    FaceState* states = fine.states.get_data();
+    const unsigned int* vertices = coarse.corner_vertices.get_data();
+    const unsigned int* valences = coarse.valences.get_data();
+    const unsigned int* sharp = coarse.sharp_indices.is_empty() ? nullptr : coarse.sharp_indices.get_data();
+    // Points of borders that are fixed are corners; and what lies beside polygons is not irregular any more.
+    const bool may_be_sharp = coarse.is_quads() && border_rule != BorderRule::fixed;
+    const auto is_fractional_vertex = [&](unsigned int v) {
+        return sharp[v] != none && coarse.sharp_vertices[sharp[v]].is_fractional();
+    };
+    for (const unsigned int f : refined) {
+        const unsigned int begin = coarse.face_begin(f);
+        if (coarse.face_end(f) - begin != 4) continue;
+        const unsigned int* v = vertices + begin;
+        FaceState* own = states + coarse.first_children[f];
+        if (sharp == nullptr || (sharp[v[0]] & sharp[v[1]] & sharp[v[2]] & sharp[v[3]]) == none) {
+            for (unsigned int j = 0; j < 4; ++j) own[j] = valences[v[j]] == 4 ? FaceState::emitted : irregular;
+        } else if (may_be_sharp && !is_fractional_vertex(v[0]) && !is_fractional_vertex(v[1]) &&
+                   !is_fractional_vertex(v[2]) && !is_fractional_vertex(v[3])) {
+            for (unsigned int j = 0; j < 4; ++j)
+                own[j] = is_regular_corner(coarse, begin + j) ? FaceState::emitted : irregular;
+        }
+    }
+}
+
+template <bool is_quads>
+void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, const StepScratch& scratch) {
+    const ChildMaker<is_quads> maker(coarse, fine, scratch);
+    const auto face_begin = [&coarse](unsigned int f) { return is_quads ? 4 * f : coarse.offsets[f]; };
+    const auto corner_count = [&coarse](unsigned int f) {
+        return is_quads ? 4 : coarse.offsets[f + 1] - coarse.offsets[f];
+    };
+    bool has_nonmanifold = false;
+    for (const unsigned int f : scratch.refined) {
+        if (corner_count(f) == 4)
+            maker.add_four(f, face_begin(f));
+        else
+            maker.add_some(f, face_begin(f), corner_count(f));
+    }
+    for (const unsigned int f : scratch.supporting) maker.add_some(f, face_begin(f), corner_count(f));
+    for (const unsigned int e : coarse.sharp_edges)
+        has_nonmanifold |= coarse.edge_marks[e] == RefinementLevel::nonmanifold_mark;
+    if (has_nonmanifold) {
+        std::fill(fine.valences.begin(), fine.valences.end(), 0u);
+        for (const unsigned int v : fine.corner_vertices) ++fine.valences[v];
+    }
+    for (unsigned int e = 0; 2 * e < coarse.edge_halves.get_count(); ++e) {
+        const unsigned int c = coarse.edge_corners[e];
+        if (c == none || coarse.edge_children[e] == none) continue;
+        maker.set_halves(c);
+        if (const unsigned int o = coarse.edges.opposite_edges[c]; o != none) maker.set_halves(o);
+    }
+    if (!has_nonmanifold) return;
+    for (const unsigned int f : scratch.touched)
+        for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c)
+            if (coarse.is_halved(coarse.corner_edges[c])) maker.set_halves(c);
+}
+
+}  // namespace
+
+void make_children(RefinementLevel& coarse, RefinementLevel& fine, bool is_last, BorderRule border_rule,
+                   StepScratch& scratch) {
+    number_children(coarse, fine, scratch);
+    set_states(coarse, fine, is_last, border_rule, scratch.refined);
+    const auto make = coarse.is_quads() ? &make_children_of<true> : &make_children_of<false>;
+    make(coarse, fine, scratch);
+}
+
+}  // namespace sds
