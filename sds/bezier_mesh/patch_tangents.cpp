@@ -1,5 +1,6 @@
 // The tangent operations of SdsMeshBase. They stand here because they read positions and controls through the view.
 #include <algorithm>
+#include <bit>
 #include <utility>
 
 #include "sds/bezier_mesh/sds_bezier_mesh.h"
@@ -27,10 +28,11 @@ public:
         const GeometryPositionArray positions = mesh.get_quad_vertices();
         for (unsigned int q = 0; q < infos.get_count(); ++q) {
             // The corners of great fans are irregular.
-            if ((infos[q].irregular & 0xFFu) == 0 || sds::is_void_quad(mesh.get_vertex_indices() + 4 * size_t{q}))
-                continue;
-            for (unsigned int e = 4 * q; e < 4 * q + 4; ++e)
-                if (is_great(fans[e])) m_corners.add({e, false, {}});
+            for (unsigned int corners = infos[q].irregular & 15u; corners != 0; corners &= corners - 1) {
+                const unsigned int e = 4 * q + static_cast<unsigned int>(std::countr_zero(corners));
+                if (is_great(fans[e]) && !sds::is_void_quad(mesh.get_vertex_indices() + 4 * size_t{q}))
+                    m_corners.add({e, false, {}});
+            }
         }
 
         struct Member {

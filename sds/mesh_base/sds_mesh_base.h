@@ -306,6 +306,13 @@ public:
         return compute_tangent_infos(quad_count, topologies, infos, linear, nullptr, progress);
     }
 
+    // The fans, tangent infos and patches of a smooth surface in one pass over its quads: what the three operations
+    // above give one after the other. `context` points at `fans`; the arrays have four entries, one and one per quad,
+    // with any content. Returns the number of tangent vectors. Progress is that of the fans.
+    static unsigned int compute_surface_topology(const TopologyContext& context, CoreArray<VertexLocalTopology>& fans,
+                                                 CoreArray<PatchTangentInfo>& infos, CoreArray<BezierPatch>& patches,
+                                                 SysThreadTaskManager* tasks, AppProgressBar* progress);
+
     // Positions of the vertices of the quad mesh after the subdivision step (Catmull and Clark 1978; sharp edges after
     // Hoppe et al. 1994). `positions` holds the control vertices, `out` one entry per vertex of the step; entries that
     // no quad uses keep what they hold.

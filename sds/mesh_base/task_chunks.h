@@ -27,6 +27,11 @@ struct WorkRange {
 
     // Entry i is done.
     void step(unsigned int i) const { progress_step(steps, i + 1); }
+    // The four half-edges of quad q are.
+    void step_quad(unsigned int q) const {
+        if (steps == nullptr) return;
+        for (unsigned int e = 4 * q; e < 4 * q + 4; ++e) step(e);
+    }
 };
 
 // W is a callable work(range), const because tasks share it.

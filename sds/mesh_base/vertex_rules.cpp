@@ -31,13 +31,22 @@ void SdsMeshBase::set_corner_vertices_as_fixed(const CoreBasicArray<unsigned int
     unsigned char bits = 0;
     for (const VertexInfo& info : vertex_infos) bits |= info.bits;
     unsigned int e = 0;
+    // In local variables: stores of bytes may change whatever is read through a reference.
+    const unsigned int* const indices = quad_indices.get_data();
+    const unsigned int* const opposite = edges.opposite_edges.get_data();
+    VertexInfo* const infos = vertex_infos.get_data();
+    const unsigned int edge_count = quad_indices.get_count();
+    const auto has_border = [opposite](unsigned int h) {
+        return opposite[h] == none || opposite[h + 1] == none || opposite[h + 2] == none || opposite[h + 3] == none;
+    };
     if ((bits & VertexInfo::fixed_bit) == 0) {
-        const auto has_border = [&edges](unsigned int h) {
-            return edges.is_border(h) || edges.is_border(h + 1) || edges.is_border(h + 2) || edges.is_border(h + 3);
-        };
-        while (e < quad_indices.get_count() && !has_border(e)) e += 4;
+        while (e < edge_count && !has_border(e)) e += 4;
     }
-    for (; e < quad_indices.get_count(); e += 4) {
+    for (; e < edge_count; e += 4) {
+        if (!has_border(e) && !sds::is_void_quad(indices + e)) {
+            for (unsigned int h = e; h < e + 4; ++h) infos[indices[h]].set_fixed(false);
+            continue;
+        }
         bool is_after_border = edges.is_border(e + 3);
         for (unsigned int h = e; h < e + 4; ++h) {
             const bool is_border = edges.is_border(h);

@@ -15,8 +15,13 @@ struct FirstEdges {
     void find(const CoreBasicArray<unsigned int>& quad_indices, unsigned int vertex_count) {
         of.assign(vertex_count, none);
         // The last one written is the least.
-        for (unsigned int e = quad_indices.get_count(); e-- > 0;)
-            if (quad_indices[e] != none) of[quad_indices[e]] = e;
+        for (unsigned int first = quad_indices.get_count(); first != 0;) {
+            first -= 4;
+            const unsigned int* const quad = quad_indices.get_data() + first;
+            const bool is_void = sds::is_void_quad(quad);
+            for (unsigned int k = 4; k-- > 0;)
+                if (!is_void || quad[k] != none) of[quad[k]] = first + k;
+        }
     }
 };
 
@@ -30,9 +35,13 @@ void SdsMeshGeometry::build_corners(const CoreBasicArray<Vec3f>& points, CoreArr
     if (tasks == nullptr) return SdsMeshBase::compute_bezier_corners(context, points, corners.get_data(), progress);
     sds::KeptScratch<FirstEdges> first_edges;
     first_edges->find(*context.quad_indices, points.get_count());
-    const sds::CornerArrays mesh{context.quad_indices->get_data(), context.edges->opposite_edges.get_data(),
-                                 arrays.vertex_infos.get_data(),   context.local_topologies,
-                                 first_edges->of.get_data(),       points[0].get_data()};
+    const sds::CornerArrays mesh{context.quad_indices->get_data(),
+                                 context.edges->opposite_edges.get_data(),
+                                 arrays.vertex_infos.get_data(),
+                                 context.local_topologies,
+                                 arrays.tangent_infos.get_data(),
+                                 first_edges->of.get_data(),
+                                 points[0].get_data()};
     const auto work = [&](const sds::WorkRange& range) {
         for (unsigned int v = range.begin; v < range.end; ++v) {
             v = sds::get_pair_kernels().compute_corners(mesh, v, range.end, corners[0].get_data());

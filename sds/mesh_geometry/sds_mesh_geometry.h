@@ -301,7 +301,8 @@ private:
                      AppProgressBar* progress);
     void copy_arrays(const SdsMeshGeometry& other);
     // Null `tasks`, here and below, where the calling thread is enough.
-    void build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress);
+    void build_topology(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress);
+    void build_patches(SysThreadTaskManager* tasks, AppProgressBar* progress);
     // Where the vertices at `points` come to lie on the limit.
     void build_corners(const CoreBasicArray<Vec3f>& points, CoreArray<Vec3f>& corners, SysThreadTaskManager* tasks,
                        AppProgressBar* progress) const;

@@ -44,6 +44,7 @@ struct CornerArrays {
     const unsigned int* opposite_edges;
     const SdsMeshBase::VertexInfo* infos;
     const SdsMeshBase::VertexLocalTopology* fans;
+    const SdsMeshBase::PatchTangentInfo* tangent_infos;
     const unsigned int* first_edges;  // per vertex the least half-edge that leaves it, or none
     const float* points;
 };
