@@ -1,5 +1,6 @@
 // The tangent operations of SdsMeshBase. They stand here because they read positions and controls through the view.
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <utility>
 
@@ -26,14 +27,15 @@ public:
                      const CoreBasicArray<SdsMeshBase::PatchTangentInfo>& infos,
                      const CoreBasicArray<VertexLocalTopology>& fans) {
         const GeometryPositionArray positions = mesh.get_quad_vertices();
-        for (unsigned int q = 0; q < infos.get_count(); ++q) {
-            // The corners of great fans are irregular.
-            for (unsigned int corners = infos[q].irregular & 15u; corners != 0; corners &= corners - 1) {
-                const unsigned int e = 4 * q + static_cast<unsigned int>(std::countr_zero(corners));
-                if (is_great(fans[e]) && !sds::is_void_quad(mesh.get_vertex_indices() + 4 * size_t{q}))
-                    m_corners.add({e, false, {}});
-            }
-        }
+        // Most meshes have none, which all threads find together.
+        std::atomic<bool> has_any{false};
+        sds::for_each_part<SdsMeshBase::PatchTangentInfo>(infos.get_count(), [&](unsigned int begin, unsigned int end) {
+            for_each_great_corner(infos, fans, begin, end, [&](unsigned int) { has_any = true; });
+        });
+        if (!has_any) return;
+        for_each_great_corner(infos, fans, 0, infos.get_count(), [&](unsigned int e) {
+            if (!sds::is_void_quad(mesh.get_vertex_indices() + (e & ~3u))) m_corners.add({e, false, {}});
+        });
 
         struct Member {
             Corner* corner;
@@ -75,6 +77,19 @@ private:
         bool is_known;
         TangentPair tangents;
     };
+
+    // use(e) for the corners of the quads begin to end that lie in great fans.
+    template <class Use>
+    static void for_each_great_corner(const CoreBasicArray<SdsMeshBase::PatchTangentInfo>& infos,
+                                      const CoreBasicArray<VertexLocalTopology>& fans, unsigned int begin,
+                                      unsigned int end, const Use& use) {
+        for (unsigned int q = begin; q < end; ++q)
+            // The corners of great fans are irregular.
+            for (unsigned int corners = infos[q].irregular & 15u; corners != 0; corners &= corners - 1) {
+                const unsigned int e = 4 * q + static_cast<unsigned int>(std::countr_zero(corners));
+                if (is_great(fans[e])) use(e);
+            }
+    }
 
     const Corner* find(unsigned int e) const {
         return std::lower_bound(m_corners.begin(), m_corners.end(), e,

@@ -90,9 +90,23 @@ bool compute_regular_topology(const unsigned int* quad_indices, const unsigned i
 
 }  // namespace
 
+void SdsMeshBase::find_first_edges(const CoreBasicArray<unsigned int>& quad_indices,
+                                   CoreArray<unsigned int>& first_edges) {
+    std::fill(first_edges.begin(), first_edges.end(), none);
+    // The last one written is the least.
+    for (unsigned int first = quad_indices.get_count(); first != 0;) {
+        first -= 4;
+        const unsigned int* const quad = quad_indices.get_data() + first;
+        const bool is_void = sds::is_void_quad(quad);
+        for (unsigned int k = 4; k-- > 0;)
+            if (!is_void || quad[k] != none) first_edges[quad[k]] = first + k;
+    }
+}
+
 unsigned int SdsMeshBase::compute_surface_topology(const TopologyContext& context, CoreArray<VertexLocalTopology>& fans,
                                                    CoreArray<PatchTangentInfo>& infos, CoreArray<BezierPatch>& patches,
-                                                   SysThreadTaskManager* tasks, AppProgressBar* progress) {
+                                                   CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
+                                                   AppProgressBar* progress) {
     const unsigned int quad_count = context.quad_indices->get_count() / 4;
     const unsigned int* const quads = context.quad_indices->get_data();
     const unsigned int* const opposite = context.edges->opposite_edges.get_data();
@@ -107,6 +121,7 @@ unsigned int SdsMeshBase::compute_surface_topology(const TopologyContext& contex
             range.step_quad(q);
         }
     };
-    sds::run_tasks<sds::RangeTask<decltype(work)>>(tasks, 4 * quad_count, 4, progress, work);
+    sds::run_tasks<sds::RangeTask<decltype(work)>>(tasks, 4 * quad_count, 4, progress, work,
+                                                   [&] { find_first_edges(*context.quad_indices, first_edges); });
     return assign_tangent_offsets(quad_count, infos.get_data());
 }

@@ -15,7 +15,11 @@ unsigned int compute_smooth_corners(const CornerArrays& mesh, unsigned int begin
     constexpr unsigned int none = 0xFFFFFFFF;
     for (unsigned int v = begin; v < end; ++v) {
         const unsigned int e = mesh.first_edges[v];
-        if (e == none || (mesh.infos[v].bits & SdsMeshBase::VertexInfo::keep_bits) != 0) continue;
+        if (e == none || (mesh.infos[v].bits & SdsMeshBase::VertexInfo::keep_bits) != 0) {
+            for (unsigned long i = 3 * static_cast<unsigned long>(v), axis = 0; axis < 3; ++axis)
+                corners[i + axis] = mesh.points[i + axis];
+            continue;
+        }
         // The records of fans are large: a corner that is not irregular lies inside a smooth fan of four.
         unsigned int first = e, valence = 4;
         if ((mesh.tangent_infos[e >> 2].irregular >> (e & 3u) & 1u) != 0) {

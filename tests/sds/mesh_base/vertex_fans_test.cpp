@@ -55,13 +55,18 @@ void expect_steps(const Edges& edges, const CoreArray<Fan>& fans, SysThreadTaskM
     CoreArray<SdsMeshBase::PatchTangentInfo> infos(quad_count, {}), expected_infos(quad_count, {});
     CoreArray<SdsMeshBase::BezierPatch> patches(quad_count), expected(quad_count);
     CoreArray<Fan> found(edge_count);
-    const unsigned int count = SdsMeshBase::compute_surface_topology(
-        {&vertices, nullptr, found.get_data(), nullptr, &edges, nullptr}, found, infos, patches, tasks, nullptr);
+    CoreArray<unsigned int> first_edges(edge_count);
+    const unsigned int count =
+        SdsMeshBase::compute_surface_topology({&vertices, nullptr, found.get_data(), nullptr, &edges, nullptr}, found,
+                                              infos, patches, first_edges, tasks, nullptr);
     EXPECT_EQ(count, SdsMeshBase::compute_tangent_infos(quad_count, fans.get_data(), expected_infos.get_data(), false,
                                                         nullptr));
     SdsMeshBase::compute_bezier_topology({&vertices, nullptr, fans.get_data(), nullptr, &edges, nullptr}, expected,
                                          nullptr);
-    for (unsigned int e = 0; e < edge_count; ++e) expect_equal(found[e], fans[e], e);
+    for (unsigned int e = 0; e < edge_count; ++e) {
+        expect_equal(found[e], fans[e], e);
+        EXPECT_EQ(first_edges[e], vertices[e]) << "each leaves a vertex of its own";
+    }
     EXPECT_EQ(std::memcmp(infos.get_data(), expected_infos.get_data(), sizeof(infos[0]) * quad_count), 0);
     EXPECT_EQ(std::memcmp(patches.get_data(), expected.get_data(), sizeof(patches[0]) * quad_count), 0);
 }
