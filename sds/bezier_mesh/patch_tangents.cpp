@@ -100,6 +100,9 @@ private:
     CoreArray<Corner> m_corners;  // by half-edge, ascending
 };
 
+void store(const Vec3f& from, Vec3f& to) { to = from; }
+void store(const PointLanes& from, Vec3f& to) { from.store(to); }
+
 // One quad's tangents, computed with vectors of type Vec; tangents_at(e, fan) returns the limit tangents of a corner.
 template <class Vec, class TangentsAt>
 void compute_quad_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges, unsigned int q,
@@ -114,7 +117,7 @@ void compute_quad_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges
     unsigned int slot = 0;
     for (unsigned int bit = 0; bit < 8; ++bit) {
         if (((irregular >> bit) & 1u) == 0) continue;
-        for (unsigned int i = 0; i < 2; ++i) tangents[slot++] = Vec3f(nets.entry(bit, i));
+        for (unsigned int i = 0; i < 2; ++i) store(nets.entry(bit, i), tangents[slot++]);
     }
 }
 
