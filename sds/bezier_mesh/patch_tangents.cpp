@@ -1,5 +1,7 @@
 // The tangent operations of SdsMeshBase. They stand here because they read positions and controls through the view.
 #include <algorithm>
+#include <atomic>
+#include <bit>
 #include <utility>
 
 #include "sds/bezier_mesh/sds_bezier_mesh.h"
@@ -25,13 +27,15 @@ public:
                      const CoreBasicArray<SdsMeshBase::PatchTangentInfo>& infos,
                      const CoreBasicArray<VertexLocalTopology>& fans) {
         const GeometryPositionArray positions = mesh.get_quad_vertices();
-        for (unsigned int q = 0; q < infos.get_count(); ++q) {
-            // The corners of great fans are irregular.
-            if ((infos[q].irregular & 0xFFu) == 0 || sds::is_void_quad(mesh.get_vertex_indices() + 4 * size_t{q}))
-                continue;
-            for (unsigned int e = 4 * q; e < 4 * q + 4; ++e)
-                if (is_great(fans[e])) m_corners.add({e, false, {}});
-        }
+        // Most meshes have none, which all threads find together.
+        std::atomic<bool> has_any{false};
+        sds::for_each_part<SdsMeshBase::PatchTangentInfo>(infos.get_count(), [&](unsigned int begin, unsigned int end) {
+            for_each_great_corner(infos, fans, begin, end, [&](unsigned int) { has_any = true; });
+        });
+        if (!has_any) return;
+        for_each_great_corner(infos, fans, 0, infos.get_count(), [&](unsigned int e) {
+            if (!sds::is_void_quad(mesh.get_vertex_indices() + (e & ~3u))) m_corners.add({e, false, {}});
+        });
 
         struct Member {
             Corner* corner;
@@ -74,6 +78,19 @@ private:
         TangentPair tangents;
     };
 
+    // use(e) for the corners of the quads begin to end that lie in great fans.
+    template <class Use>
+    static void for_each_great_corner(const CoreBasicArray<SdsMeshBase::PatchTangentInfo>& infos,
+                                      const CoreBasicArray<VertexLocalTopology>& fans, unsigned int begin,
+                                      unsigned int end, const Use& use) {
+        for (unsigned int q = begin; q < end; ++q)
+            // The corners of great fans are irregular.
+            for (unsigned int corners = infos[q].irregular & 15u; corners != 0; corners &= corners - 1) {
+                const unsigned int e = 4 * q + static_cast<unsigned int>(std::countr_zero(corners));
+                if (is_great(fans[e])) use(e);
+            }
+    }
+
     const Corner* find(unsigned int e) const {
         return std::lower_bound(m_corners.begin(), m_corners.end(), e,
                                 [](const Corner& corner, unsigned int edge) { return corner.edge < edge; });
@@ -82,6 +99,9 @@ private:
 
     CoreArray<Corner> m_corners;  // by half-edge, ascending
 };
+
+void store(const Vec3f& from, Vec3f& to) { to = from; }
+void store(const PointLanes& from, Vec3f& to) { from.store(to); }
 
 // One quad's tangents, computed with vectors of type Vec; tangents_at(e, fan) returns the limit tangents of a corner.
 template <class Vec, class TangentsAt>
@@ -97,7 +117,7 @@ void compute_quad_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges
     unsigned int slot = 0;
     for (unsigned int bit = 0; bit < 8; ++bit) {
         if (((irregular >> bit) & 1u) == 0) continue;
-        for (unsigned int i = 0; i < 2; ++i) tangents[slot++] = Vec3f(nets.entry(bit, i));
+        for (unsigned int i = 0; i < 2; ++i) store(nets.entry(bit, i), tangents[slot++]);
     }
 }
 

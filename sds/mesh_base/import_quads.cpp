@@ -44,6 +44,17 @@ unsigned int count_sharp_edges(const SdsMeshBase::EdgesTopology& edges, const Co
 constexpr unsigned char plain_quad = 0xF0;
 constexpr unsigned int min_threaded_quads = 16384;
 
+// The quads at the beginning that are plain, in whole blocks: blocks are looked at without a branch.
+unsigned int count_plain(const unsigned char* flags, unsigned int count) {
+    constexpr unsigned int block = 64;
+    unsigned int plain = 0;
+    for (unsigned char others = 0; count - plain >= block; plain += block) {
+        for (unsigned int i = 0; i < block; ++i) others |= static_cast<unsigned char>(flags[plain + i] ^ plain_quad);
+        if (others != 0) break;
+    }
+    return plain;
+}
+
 // Turns neighbor polygons, which stand in opposite_edges, into half-edges, and flags the plain quads; others get 0.
 void join_neighbors(const CoreArray<unsigned int>& neighbour_edges, const CoreArray<unsigned char>& edge_smooth_flags,
                     SdsMeshBase::EdgesTopology& edges) {
@@ -85,6 +96,8 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
     const sds::ProgressTask task(progress, "compute creases", 0.5f);
     sds::progress_steps(progress, quad_count);
     for (unsigned int q = 0; q < quad_count; ++q) {
+        if (progress == nullptr) q += count_plain(edges.quad_edge_flags.get_data() + q, quad_count - q);
+        if (q == quad_count) break;
         if (edges.quad_edge_flags[q] != plain_quad) {
             const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
             edges.quad_edge_flags[q] = static_cast<unsigned char>(

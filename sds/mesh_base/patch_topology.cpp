@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "sds/common/progress.h"
-#include "sds/mesh_base/sds_mesh_base.h"
+#include "sds/mesh_base/fan_filler.h"
 #include "sds/mesh_base/task_chunks.h"
 
 using sds::none;
@@ -66,4 +66,62 @@ unsigned int SdsMeshBase::compute_tangent_infos(const unsigned int& quad_count, 
         infos[q].irregular = (infos[q].irregular & ~0xFFu) | (linear ? 0u : find_irregular(topologies + 4 * size_t{q}));
     });
     return assign_tangent_offsets(quad_count, infos);
+}
+
+namespace {
+
+// compute_bezier_topology for a quad whose corners lie inside smooth fans of four. False beside void quads.
+bool compute_regular_topology(const unsigned int* quad_indices, const unsigned int* opposite_edges, unsigned int q,
+                              SdsMeshBase::BezierPatch& patch) {
+    const unsigned int* const opposite = opposite_edges + 4 * size_t{q};
+    unsigned int all = 0;
+    for (unsigned int k = 0; k < 4; ++k) {
+        const unsigned int* const across = quad_indices + (opposite[k] & ~3u);
+        const unsigned int start = across[(opposite[k] + 2) & 3u], end = across[(opposite[k] + 3) & 3u];
+        patch.neighbour_vertices[2 * k] = start;
+        patch.neighbour_vertices[2 * k + 1] = end;
+        all |= start | end;
+        patch.edge_weights[k] = 8.0f;
+        patch.corner_weights[k] = 4.0f;
+    }
+    patch.sharp_edges = 0;
+    return all >> 31 == 0;  // what is none has the highest bit, and hardly anything else
+}
+
+}  // namespace
+
+void SdsMeshBase::find_first_edges(const CoreBasicArray<unsigned int>& quad_indices,
+                                   CoreArray<unsigned int>& first_edges) {
+    std::fill(first_edges.begin(), first_edges.end(), none);
+    // The last one written is the least.
+    for (unsigned int first = quad_indices.get_count(); first != 0;) {
+        first -= 4;
+        const unsigned int* const quad = quad_indices.get_data() + first;
+        const bool is_void = sds::is_void_quad(quad);
+        for (unsigned int k = 4; k-- > 0;)
+            if (!is_void || quad[k] != none) first_edges[quad[k]] = first + k;
+    }
+}
+
+unsigned int SdsMeshBase::compute_surface_topology(const TopologyContext& context, CoreArray<VertexLocalTopology>& fans,
+                                                   CoreArray<PatchTangentInfo>& infos, CoreArray<BezierPatch>& patches,
+                                                   CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
+                                                   AppProgressBar* progress) {
+    const unsigned int quad_count = context.quad_indices->get_count() / 4;
+    const unsigned int* const quads = context.quad_indices->get_data();
+    const unsigned int* const opposite = context.edges->opposite_edges.get_data();
+    const auto work = [&](const sds::WorkRange& range) {
+        const unsigned int first = sds::quad_of(range.begin), end = sds::quad_of(range.end);
+        sds::FanFiller filler(*context.edges, fans.get_data(), first, end);
+        for (unsigned int q = first; q < end; ++q) {
+            const bool is_regular = filler.fill(q);
+            infos[q].irregular = is_regular ? 0u : find_irregular(fans.get_data() + 4 * size_t{q});
+            if (!is_regular || !compute_regular_topology(quads, opposite, q, patches[q]))
+                compute_bezier_topology(context, q, patches[q]);
+            range.step_quad(q);
+        }
+    };
+    sds::run_tasks<sds::RangeTask<decltype(work)>>(tasks, 4 * quad_count, 4, progress, work,
+                                                   [&] { find_first_edges(*context.quad_indices, first_edges); });
+    return assign_tangent_offsets(quad_count, infos.get_data());
 }

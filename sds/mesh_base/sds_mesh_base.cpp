@@ -22,9 +22,19 @@ CoreArray<unsigned char> find_creases(const SdsMeshBase::EdgesTopology& edges) {
     return creases;
 }
 
+bool has_only_quads(const CoreBasicArray<unsigned int>& polygon_counts) {
+    std::atomic<bool> has_others{false};
+    sds::for_each_part<unsigned int>(polygon_counts.get_count(), [&](unsigned int begin, unsigned int end) {
+        if (!sds::has_only_quads(CoreBasicArray<unsigned int>(
+                end - begin, const_cast<unsigned int*>(polygon_counts.get_data()) + begin)))
+            has_others = true;
+    });
+    return !has_others;
+}
+
 CoreArray<unsigned int> get_quad_offsets(unsigned int quad_count) {
     CoreArray<unsigned int> offsets(quad_count);
-    sds::fill_array<unsigned int>(quad_count, [&offsets](unsigned int begin, unsigned int end) {
+    sds::for_each_part<unsigned int>(quad_count, [&offsets](unsigned int begin, unsigned int end) {
         for (unsigned int q = begin; q < end; ++q) offsets[q] = 4 * q;
     });
     return offsets;
@@ -115,7 +125,7 @@ void SdsMeshBase::set(const unsigned int& vertex_count, const CoreBasicArray<uns
     control_cage.reset();
     quad_count = 0;
 
-    const bool all_quads = sds::has_only_quads(polygon_counts);
+    const bool all_quads = has_only_quads(polygon_counts);
     const CoreArray<unsigned int> polygon_offsets =
         all_quads ? get_quad_offsets(polygon_counts.get_count()) : sds::polygon_offsets(polygon_counts);
     shading_group_names = group_names;

@@ -306,6 +306,18 @@ public:
         return compute_tangent_infos(quad_count, topologies, infos, linear, nullptr, progress);
     }
 
+    // The fans, tangent infos and patches of a smooth surface in one pass over its quads: what the three operations
+    // above give one after the other. `context` points at `fans`; the arrays have four entries, one and one per quad,
+    // with any content, and `first_edges`, for find_first_edges, one per vertex. Returns the number of tangent vectors.
+    // Progress is that of the fans.
+    static unsigned int compute_surface_topology(const TopologyContext& context, CoreArray<VertexLocalTopology>& fans,
+                                                 CoreArray<PatchTangentInfo>& infos, CoreArray<BezierPatch>& patches,
+                                                 CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
+                                                 AppProgressBar* progress);
+    // For every vertex the least half-edge that leaves it, or none; `first_edges` has an entry for each.
+    static void find_first_edges(const CoreBasicArray<unsigned int>& quad_indices,
+                                 CoreArray<unsigned int>& first_edges);
+
     // Positions of the vertices of the quad mesh after the subdivision step (Catmull and Clark 1978; sharp edges after
     // Hoppe et al. 1994). `positions` holds the control vertices, `out` one entry per vertex of the step; entries that
     // no quad uses keep what they hold.

@@ -48,7 +48,7 @@ unsigned int number_edge_points(const PolygonNeighbors& polygons, unsigned int f
 
 // Links the two halves of the parent edge of c to the neighbor's quads.
 void link_parent_edge(const PolygonNeighbors& polygons, unsigned int c, unsigned int c_next,
-                      CoreArray<unsigned int>& opposite_edges) {
+                      unsigned int* opposite_edges) {
     unsigned int& ahead = opposite_edges[4 * size_t{c}];
     unsigned int& behind = opposite_edges[4 * size_t{c_next} + 3];
     ahead = behind = none;
@@ -73,35 +73,41 @@ void link_parent_edge(const PolygonNeighbors& polygons, unsigned int c, unsigned
 void create_quads(const PolygonNeighbors& polygons, const CoreArray<unsigned int>& edge_points,
                   CoreArray<unsigned int>& quad_indices, EdgesTopology& edges, SubdivisionTopology& subdivision,
                   AppProgressBar* progress) {
+    // In local variables: stores of bytes may change whatever is read through a reference.
+    unsigned int* const opposite = edges.opposite_edges.get_data();
+    unsigned int* const quads = quad_indices.get_data();
+    unsigned int* const parents = subdivision.quad_parents.get_data();
+    unsigned char* const quad_flags = edges.quad_edge_flags.get_data();
+    const unsigned char* const smooth_flags = polygons.edge_smooth_flags.get_data();
+    const unsigned int* const points = edge_points.get_data();
     for (unsigned int i = 0; i < polygons.counts.get_count(); ++i) {
         const unsigned int n = polygons.counts[i];
         const unsigned int o = polygons.offsets[i];
+        const unsigned int face_point = subdivision.first_face_point + i;
         const bool is_void = polygons.is_void(i);
-        for (unsigned int j = 0; j < n; ++j) {
-            const unsigned int c = o + j;
-            const unsigned int c_next = o + (j + 1 == n ? 0 : j + 1);
-            const unsigned int c_prev = o + (j == 0 ? n - 1 : j - 1);
-            subdivision.quad_parents[c] = i;
-            unsigned int* quad = quad_indices.get_data() + 4 * size_t{c};
-            unsigned int* opposite = edges.opposite_edges.get_data();
+        unsigned int c_prev = o + n - 1;
+        bool is_behind_crease = n != 0 && smooth_flags[c_prev] == 0;
+        for (unsigned int c = o; c < o + n; c_prev = c++) {
+            const unsigned int c_next = c + 1 == o + n ? o : c + 1;
+            parents[c] = i;
+            unsigned int* quad = quads + 4 * size_t{c};
             if (is_void) {
                 quad[0] = quad[1] = quad[2] = quad[3] = none;
                 opposite[4 * size_t{c}] = opposite[4 * size_t{c} + 1] = opposite[4 * size_t{c} + 2] = none;
                 opposite[4 * size_t{c_next} + 3] = none;
             } else {
                 quad[0] = polygons.indices[c];
-                quad[1] = edge_points[c];
-                quad[2] = subdivision.first_face_point + i;
-                quad[3] = edge_points[c_prev];
+                quad[1] = points[c];
+                quad[2] = face_point;
+                quad[3] = points[c_prev];
                 opposite[4 * size_t{c} + 1] = 4 * c_next + 2;
                 opposite[4 * size_t{c} + 2] = 4 * c_prev + 1;
-                link_parent_edge(polygons, c, c_next, edges.opposite_edges);
+                link_parent_edge(polygons, c, c_next, opposite);
             }
             // Halves of parent edges are visible and keep their crease; the edges inside the polygon are neither.
-            unsigned int flags = 0x90;
-            if (polygons.edge_smooth_flags[c] == 0) flags |= 1u;
-            if (polygons.edge_smooth_flags[c_prev] == 0) flags |= 8u;
-            edges.quad_edge_flags[c] = static_cast<unsigned char>(flags);
+            const bool is_crease = smooth_flags[c] == 0;
+            quad_flags[c] = static_cast<unsigned char>(0x90u | (is_crease ? 1u : 0u) | (is_behind_crease ? 8u : 0u));
+            is_behind_crease = is_crease;
         }
         sds::progress_step(progress, i + 1);
     }
@@ -116,12 +122,18 @@ void count_vertex_edges(const CoreArray<unsigned int>& quad_indices, const Edges
         vertex_infos[start].raise_sharp_edge_count();
         if (edges.is_border(h)) vertex_infos[end].raise_sharp_edge_count();
     };
-    for (unsigned int h = 0; h < quad_indices.get_count(); h += 4) {
+    const unsigned int* const opposite = edges.opposite_edges.get_data();
+    const unsigned char* const flags = edges.quad_edge_flags.get_data();
+    SdsMeshBase::RingSpan* const spans = rings.get_data();
+    const unsigned int edge_count = quad_indices.get_count();
+    for (unsigned int h = 0; h < edge_count; h += 4) {
         const unsigned int* quad = quad_indices.get_data() + h;
         if (quad[0] == none) continue;
-        count_sharp(h, quad[0], quad[1]);
-        count_sharp(h + 3, quad[3], quad[0]);
-        for (unsigned int k = 0; k < 4; ++k) ++rings[quad[k]].count;
+        if ((flags[h / 4] & 9u) != 0 || opposite[h] == none || opposite[h + 3] == none) {
+            count_sharp(h, quad[0], quad[1]);
+            count_sharp(h + 3, quad[3], quad[0]);
+        }
+        for (unsigned int k = 0; k < 4; ++k) ++spans[quad[k]].count;
     }
 }
 
@@ -133,11 +145,15 @@ void fill_rings(const CoreArray<unsigned int>& quad_indices, SubdivisionTopology
         ring.count = 0;
     }
     subdivision.ring_edges.resize(total);
-    for (unsigned int first = 0; first < quad_indices.get_count(); first += 4) {
-        if (quad_indices[first] == none) continue;
-        for (unsigned int h = first; h < first + 4; ++h) {
-            SdsMeshBase::RingSpan& ring = subdivision.vertex_rings[quad_indices[h]];
-            subdivision.ring_edges[ring.offset + ring.count++] = h;
+    unsigned int* const ring_edges = subdivision.ring_edges.get_data();
+    SdsMeshBase::RingSpan* const rings = subdivision.vertex_rings.get_data();
+    const unsigned int* const quads = quad_indices.get_data();
+    const unsigned int edge_count = quad_indices.get_count();
+    for (unsigned int first = 0; first < edge_count; first += 4) {
+        if (quads[first] == none) continue;
+        for (unsigned int k = 0; k < 4; ++k) {
+            SdsMeshBase::RingSpan& ring = rings[quads[first + k]];
+            ring_edges[ring.offset + ring.count++] = first + k;
         }
     }
 }

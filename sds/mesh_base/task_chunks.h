@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <type_traits>
 
 #include "qn_core/core_array.h"
 #include "qn_sys/sys_thread.h"
@@ -27,6 +28,11 @@ struct WorkRange {
 
     // Entry i is done.
     void step(unsigned int i) const { progress_step(steps, i + 1); }
+    // The four half-edges of quad q are.
+    void step_quad(unsigned int q) const {
+        if (steps == nullptr) return;
+        for (unsigned int e = 4 * q; e < 4 * q + 4; ++e) step(e);
+    }
 };
 
 // W is a callable work(range), const because tasks share it.
@@ -52,16 +58,34 @@ private:
     float m_share = 0.0f;
 };
 
+struct NoWork {
+    void operator()() const {}
+};
+
+// Calls work() as a task.
+template <class W>
+class LoneTask : public SysThreadTask {
+public:
+    explicit LoneTask(const W& work) : m_work(work) {}
+    void run(const unsigned int&) override { m_work(); }
+
+private:
+    const W& m_work;
+};
+
 // Does work on [0, count) and returns when all is done: in chunks on the manager's threads, without a manager in one
-// piece on the calling thread.
-template <class Task>
+// piece on the calling thread. `beside()` is other work, which one thread does meanwhile.
+template <class Task, class Beside = NoWork>
 void run_tasks(SysThreadTaskManager* manager, unsigned int count, unsigned int tasks_per_thread,
-               AppProgressBar* progress, const typename Task::Work& work) {
+               AppProgressBar* progress, const typename Task::Work& work, const Beside& beside = {}) {
     if (manager == nullptr) {
+        beside();
         progress_steps(progress, count);
         work(WorkRange{0, count, 0, progress});
         return;
     }
+    LoneTask<Beside> lone(beside);
+    if constexpr (!std::is_same_v<Beside, NoWork>) manager->add_task(lone, false, true);
     const unsigned int size = chunk_size(count, manager->get_thread_count(), tasks_per_thread);
     const unsigned int task_count = count / size + (count % size != 0 ? 1u : 0u);
     const float share = 1.0f / static_cast<float>(count);
@@ -87,12 +111,12 @@ void for_each_entry(SysThreadTaskManager* manager, unsigned int count, AppProgre
 
 inline constexpr size_t min_shared_bytes = size_t{1} << 22;
 
-// Calls fill(begin, end) for parts of an array of `count` T, of a large one on all threads of the arena, which share
+// Calls use(begin, end) for parts of an array of `count` T, of a large one on all threads of the arena, which share
 // the first touch of its pages.
-template <class T, class Fill>
-void fill_array(unsigned int count, const Fill& fill) {
-    if (sizeof(T) * count < min_shared_bytes) return fill(0u, count);
-    const auto work = [&](const WorkRange& range) { fill(range.begin, range.end); };
+template <class T, class Use>
+void for_each_part(unsigned int count, const Use& use) {
+    if (sizeof(T) * count < min_shared_bytes) return use(0u, count);
+    const auto work = [&](const WorkRange& range) { use(range.begin, range.end); };
     SysThreadTaskManager manager;
     run_tasks<RangeTask<decltype(work)>>(&manager, count, 2, nullptr, work);
 }
@@ -100,8 +124,8 @@ void fill_array(unsigned int count, const Fill& fill) {
 // `count` elements; they do not overlap.
 template <class T>
 void copy_elements(const T* from, unsigned int count, T* to) {
-    fill_array<T>(count,
-                  [=](unsigned int begin, unsigned int end) { std::copy(from + begin, from + end, to + begin); });
+    for_each_part<T>(count,
+                     [=](unsigned int begin, unsigned int end) { std::copy(from + begin, from + end, to + begin); });
 }
 
 template <class T>

@@ -13,9 +13,7 @@
 // a sharp half-edge, and the walk back from there ends at the other side of the same fan. The walk forward looks at the
 // half-edges that leave, the walk back at those that arrive: where the two sides of an edge differ in their flag, the
 // corners of what would be one fan have different ones.
-#include <algorithm>
-
-#include "sds/mesh_base/sds_mesh_base.h"
+#include "sds/mesh_base/fan_filler.h"
 #include "sds/mesh_base/task_chunks.h"
 
 namespace {
@@ -27,71 +25,16 @@ unsigned int next_around_vertex(const EdgesTopology& edges, unsigned int h) {
     return sds::next_in_quad(edges.opposite_edges[h]);
 }
 
-// Fills what [begin, end) holds of the fan of half-edge e, and returns true, when nothing is sharp around its vertex
-// and the fan is not large: nearly always.
-bool fill_smooth_fan(const EdgesTopology& edges, VertexLocalTopology* out, unsigned int begin, unsigned int end,
-                     unsigned int e) {
-    constexpr unsigned int max_valence = 8;
-    unsigned int fan[max_valence];
-    unsigned int count = 0;
-    for (unsigned int h = e; count == 0 || h != e; h = next_around_vertex(edges, h)) {
-        if (count == max_valence || edges.is_sharp(h)) return false;
-        fan[count++] = h;
-    }
-    for (unsigned int i = 0; i < count; ++i)
-        if (fan[i] >= begin && fan[i] < end) out[fan[i]] = {true, fan[i], fan[i], count};
-    return true;
-}
-
-// Calls use(h) for e and the half-edges on both sides of it whose walks meet the same ends as those of e: all corners
-// of its fan, but for edges whose two sides differ.
-template <class Use>
-void for_each_in_fan(const EdgesTopology& edges, unsigned int e, const VertexLocalTopology& fan, Use&& use) {
-    // From h over its own edge, when no walk of either direction would stop there.
-    const auto is_joined = [&edges](unsigned int h) {
-        const unsigned int o = edges.opposite_edges[h];
-        return !edges.is_sharp(h) && !edges.is_sharp(o) && edges.opposite_edges[o] == h;
-    };
-    unsigned int h = e, count = 1;
-    use(h);
-    for (; h != fan.last_edge && count < fan.valence && is_joined(h); ++count) use(h = next_around_vertex(edges, h));
-    for (h = e; h != fan.first_edge && count < fan.valence; ++count) {
-        const unsigned int before = edges.opposite_edges[sds::previous_in_quad(h)];
-        if (before == sds::none || !is_joined(before) || next_around_vertex(edges, before) != h) break;
-        use(h = before);
-    }
-}
-
-// Fills the entries of a range, each as analyse_vertex_local_topology does. A fan is walked once and written to all of
-// its corners in the range, which keeps huge valences linear.
 struct AnalyseVerticesTopology {
     const EdgesTopology& edges;
     VertexLocalTopology* out;
 
     void operator()(const sds::WorkRange& range) const {
-        const auto has = [&range](unsigned int h) { return h >= range.begin && h < range.end; };
-        for (unsigned int e = range.begin; e < range.end; ++e) out[e].valence = 0;
-        for (unsigned int e = range.begin; e < range.end; ++e) {
-            if (out[e].valence == 0 && !fill_smooth_fan(edges, out, range.begin, range.end, e)) fill_fan(e, has);
-            range.step(e);
-        }
-    }
-
-private:
-    template <class Has>
-    void fill_fan(unsigned int e, const Has& has) const {
-        VertexLocalTopology fan;
-        SdsMeshBase::analyse_vertex_local_topology(edges, e, fan);
-        if (fan.closed && !edges.is_sharp(fan.last_edge)) {
-            unsigned int h = e;
-            do {
-                if (has(h)) out[h] = {true, h, h, fan.valence};
-                h = next_around_vertex(edges, h);
-            } while (h != e);
-        } else {
-            for_each_in_fan(edges, e, fan, [&](unsigned int h) {
-                if (has(h)) out[h] = fan;
-            });
+        const unsigned int first = sds::quad_of(range.begin), end = sds::quad_of(range.end);
+        sds::FanFiller filler(edges, out, first, end);
+        for (unsigned int q = first; q < end; ++q) {
+            filler.fill(q);
+            range.step_quad(q);
         }
     }
 };

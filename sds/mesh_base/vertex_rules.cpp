@@ -1,4 +1,7 @@
+#include <atomic>
+
 #include "sds/mesh_base/sds_mesh_base.h"
+#include "sds/mesh_base/task_chunks.h"
 
 using sds::none;
 
@@ -31,13 +34,30 @@ void SdsMeshBase::set_corner_vertices_as_fixed(const CoreBasicArray<unsigned int
     unsigned char bits = 0;
     for (const VertexInfo& info : vertex_infos) bits |= info.bits;
     unsigned int e = 0;
+    // In local variables: stores of bytes may change whatever is read through a reference.
+    const unsigned int* const indices = quad_indices.get_data();
+    const unsigned int* const opposite = edges.opposite_edges.get_data();
+    VertexInfo* const infos = vertex_infos.get_data();
+    const unsigned int edge_count = quad_indices.get_count();
+    const auto has_border = [opposite](unsigned int h) {
+        return opposite[h] == none || opposite[h + 1] == none || opposite[h + 2] == none || opposite[h + 3] == none;
+    };
     if ((bits & VertexInfo::fixed_bit) == 0) {
-        const auto has_border = [&edges](unsigned int h) {
-            return edges.is_border(h) || edges.is_border(h + 1) || edges.is_border(h + 2) || edges.is_border(h + 3);
-        };
-        while (e < quad_indices.get_count() && !has_border(e)) e += 4;
+        std::atomic<unsigned int> least{edge_count};
+        sds::for_each_part<unsigned int[4]>(edge_count / 4, [&](unsigned int begin, unsigned int end) {
+            unsigned int h = 4 * begin;
+            while (h < 4 * end && !has_border(h)) h += 4;
+            if (h == 4 * end) return;
+            for (unsigned int known = least; h < known && !least.compare_exchange_weak(known, h);) {
+            }
+        });
+        e = least;
     }
-    for (; e < quad_indices.get_count(); e += 4) {
+    for (; e < edge_count; e += 4) {
+        if (!has_border(e) && !sds::is_void_quad(indices + e)) {
+            for (unsigned int h = e; h < e + 4; ++h) infos[indices[h]].set_fixed(false);
+            continue;
+        }
         bool is_after_border = edges.is_border(e + 3);
         for (unsigned int h = e; h < e + 4; ++h) {
             const bool is_border = edges.is_border(h);

@@ -100,10 +100,10 @@ CoreArray<unsigned int> get_patch_groups(const SdsMeshGeometry& geometry, unsign
 template <class Use>
 void for_each_run(const SdsMeshGeometry& geometry, unsigned int begin, unsigned int end, const Use& use) {
     if (geometry.is_refined()) return use(begin, end);
-    const SdsMeshBase& base = *geometry.get_base();
+    const unsigned int* const quads = geometry.get_base()->get_quad_indices().get_data();
     for (unsigned int q = begin; q < end; ++q) {
         const unsigned int first = q;
-        while (q < end && !base.is_primitive_void(q)) ++q;
+        while (q < end && !sds::is_void_quad(quads + 4 * size_t{q})) ++q;
         use(first, q);
     }
 }

@@ -5,7 +5,9 @@
 #include <new>
 
 #include "sds/common/array_bytes.h"
+#include "sds/common/kept_scratch.h"
 #include "sds/common/progress.h"
+#include "sds/mesh_base/task_chunks.h"
 #include "sds/mesh_geometry/corner_cache.h"
 #include "sds/mesh_geometry/late_vertices.h"
 #include "sds/mesh_geometry/refined_surface.h"
@@ -16,6 +18,13 @@ namespace {
 
 // Meshes of fewer quad indices are built by the caller alone.
 constexpr unsigned int min_threaded_indices = 512;
+
+// What corners are computed from and only a build reads.
+struct FirstEdges {
+    CoreArray<unsigned int> of;
+
+    size_t get_memory_size() const { return bytes_of(of); }
+};
 
 }  // namespace
 
@@ -154,42 +163,73 @@ std::unique_ptr<SysThreadTaskManager> SdsMeshGeometry::make_task_manager(const u
     return 4 * patch_count >= min_threaded_indices ? std::make_unique<SysThreadTaskManager>() : nullptr;
 }
 
+void SdsMeshGeometry::build_topology(const bool& is_update, CoreArray<unsigned int>& first_edges,
+                                     SysThreadTaskManager* tasks, AppProgressBar* progress) {
+    const bool linear = mode == InterpolationMode::all_fixed;
+    const unsigned int quad_count = base->get_primitive_count();
+    unsigned int tangent_count = 0;
+    {
+        const sds::ProgressTask task(progress, "analyse vertices topology", 0.2f);
+        if (is_update)
+            sds::progress_done(progress, 4 * quad_count, tasks != nullptr && !linear);
+        else if (linear)
+            SdsMeshBase::analyse_vertices_local_topology(base->get_edges(), arrays.local_topologies, linear, tasks,
+                                                         progress);
+        else
+            tangent_count = SdsMeshBase::compute_surface_topology(get_topology_context(), arrays.local_topologies,
+                                                                  arrays.tangent_infos, arrays.bezier_patches,
+                                                                  first_edges, tasks, progress);
+    }
+    // Of a smooth surface the next two steps are done; a bar hears of them none the less.
+    const auto report = [&] {
+        if (is_update)
+            sds::progress_done(progress, quad_count, tasks != nullptr);
+        else if (progress != nullptr)
+            sds::for_each_entry(tasks, quad_count, progress, [](unsigned int) {});
+    };
+    {
+        const sds::ProgressTask task(progress, "prepare tangent computation", 0.1f);
+        if (!is_update && linear)
+            SdsMeshBase::compute_tangent_infos(quad_count, arrays.local_topologies.get_data(),
+                                               arrays.tangent_infos.get_data(), linear, tasks, progress);
+        else
+            report();
+    }
+    if (!is_update) {
+        arrays.bezier_tangents.clear();
+        arrays.bezier_tangents.resize(tangent_count);
+    }
+    if (linear) return;
+    const sds::ProgressTask task(progress, "compute bezier topology", 0.1f);
+    report();
+}
+
 void SdsMeshGeometry::build_quads(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors,
                                   const bool& is_update, AppProgressBar* progress) {
     const bool linear = mode == InterpolationMode::all_fixed;
     const unsigned int quad_count = base->get_primitive_count();
     if (!is_update) {
         arrays.local_topologies.resize(4 * quad_count);
-        arrays.tangent_infos.assign(quad_count, {});
+        arrays.bezier_patches.clear();
+        if (linear) {
+            arrays.tangent_infos.assign(quad_count, {});
+        } else {
+            arrays.tangent_infos.resize(quad_count);
+            arrays.bezier_patches.resize(quad_count);
+        }
     }
     build_point_cloud(positions, motion_vectors, progress);
 
     const std::unique_ptr<SysThreadTaskManager> manager = make_task_manager(quad_count);
     SysThreadTaskManager* const tasks = manager.get();
-    {
-        const sds::ProgressTask task(progress, "analyse vertices topology", 0.2f);
-        if (is_update)
-            sds::progress_done(progress, 4 * quad_count, tasks != nullptr && !linear);
-        else
-            SdsMeshBase::analyse_vertices_local_topology(base->get_edges(), arrays.local_topologies, linear, tasks,
-                                                         progress);
-    }
-    {
-        const sds::ProgressTask task(progress, "prepare tangent computation", 0.1f);
-        if (is_update) {
-            sds::progress_done(progress, quad_count, tasks != nullptr);
-        } else {
-            arrays.bezier_tangents.clear();
-            arrays.bezier_tangents.resize(
-                SdsMeshBase::compute_tangent_infos(quad_count, arrays.local_topologies.get_data(),
-                                                   arrays.tangent_infos.get_data(), linear, tasks, progress));
-        }
-    }
-    if (!is_update) arrays.bezier_patches.clear();
+    sds::KeptScratch<FirstEdges> first_edges;
+    if (!linear) first_edges->of.resize(point_cloud.get_count());
+    build_topology(is_update, first_edges->of, tasks, progress);
+    if (is_update && !linear) SdsMeshBase::find_first_edges(base->get_quad_indices(), first_edges->of);
     if (linear) arrays.bezier_corners.clear();
     if (linear || !point_cloud.has_velocities()) arrays.bezier_corner_motion_vectors.clear();
     if (!linear)
-        build_patches(is_update, tasks, progress);
+        build_patches(first_edges->of, tasks, progress);
     else
         bind_view();
     // The weights of a linear build add up to 0.7: the bar jumps at its end.
@@ -201,25 +241,16 @@ void SdsMeshGeometry::build_boxes(const float& weight, SysThreadTaskManager* tas
     update_bbox(tasks, progress);
 }
 
-void SdsMeshGeometry::build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress) {
-    const SdsMeshBase::TopologyContext context = get_topology_context();
-    {
-        const sds::ProgressTask task(progress, "compute bezier topology", 0.1f);
-        if (is_update) {
-            sds::progress_done(progress, base->get_primitive_count(), tasks != nullptr);
-        } else {
-            arrays.bezier_patches.resize(base->get_primitive_count());
-            SdsMeshBase::compute_bezier_topology(context, arrays.bezier_patches, tasks, progress);
-        }
-    }
+void SdsMeshGeometry::build_patches(const CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
+                                    AppProgressBar* progress) {
     const bool has_motion = point_cloud.has_velocities();
     {
         const sds::ProgressTask task(progress, "compute bezier corners", has_motion ? 0.1f : 0.2f);
-        build_corners(point_cloud.get_positions(), arrays.bezier_corners, tasks, progress);
+        build_corners(point_cloud.get_positions(), first_edges, arrays.bezier_corners, tasks, progress);
     }
     if (has_motion) {
         const sds::ProgressTask task(progress, "compute bezier corners motion vectors", 0.1f);
-        build_corners(point_cloud.get_velocities(), arrays.bezier_corner_motion_vectors, tasks, progress);
+        build_corners(point_cloud.get_velocities(), first_edges, arrays.bezier_corner_motion_vectors, tasks, progress);
     }
     bind_view();
     const sds::ProgressTask task(progress, "compute bezier tangents", 0.2f);

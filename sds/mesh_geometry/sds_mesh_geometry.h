@@ -301,10 +301,15 @@ private:
                      AppProgressBar* progress);
     void copy_arrays(const SdsMeshGeometry& other);
     // Null `tasks`, here and below, where the calling thread is enough.
-    void build_patches(const bool& is_update, SysThreadTaskManager* tasks, AppProgressBar* progress);
+    // Per vertex in `first_edges` the least half-edge that leaves it, here and below; of a small or linear surface left
+    // as they are.
+    void build_topology(const bool& is_update, CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
+                        AppProgressBar* progress);
+    void build_patches(const CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
+                       AppProgressBar* progress);
     // Where the vertices at `points` come to lie on the limit.
-    void build_corners(const CoreBasicArray<Vec3f>& points, CoreArray<Vec3f>& corners, SysThreadTaskManager* tasks,
-                       AppProgressBar* progress) const;
+    void build_corners(const CoreBasicArray<Vec3f>& points, const CoreArray<unsigned int>& first_edges,
+                       CoreArray<Vec3f>& corners, SysThreadTaskManager* tasks, AppProgressBar* progress) const;
     // `former` is what the geometry had before, or null.
     void build_refined(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors, const bool& is_update,
                        std::shared_ptr<Refinement> former, AppProgressBar* progress);

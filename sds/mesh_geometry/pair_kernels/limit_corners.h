@@ -15,12 +15,23 @@ unsigned int compute_smooth_corners(const CornerArrays& mesh, unsigned int begin
     constexpr unsigned int none = 0xFFFFFFFF;
     for (unsigned int v = begin; v < end; ++v) {
         const unsigned int e = mesh.first_edges[v];
-        if (e == none || (mesh.infos[v].bits & SdsMeshBase::VertexInfo::keep_bits) != 0) continue;
-        const SdsMeshBase::VertexLocalTopology& fan = mesh.fans[e];
-        if (!fan.closed || (mesh.infos[v].bits & 3u) == 3) return v;
-        const double n = static_cast<double>(fan.valence);
+        if (e == none || (mesh.infos[v].bits & SdsMeshBase::VertexInfo::keep_bits) != 0) {
+            for (unsigned long i = 3 * static_cast<unsigned long>(v), axis = 0; axis < 3; ++axis)
+                corners[i + axis] = mesh.points[i + axis];
+            continue;
+        }
+        // The records of fans are large: a corner that is not irregular lies inside a smooth fan of four.
+        unsigned int first = e, valence = 4;
+        if ((mesh.tangent_infos[e >> 2].irregular >> (e & 3u) & 1u) != 0) {
+            const SdsMeshBase::VertexLocalTopology& fan = mesh.fans[e];
+            if (!fan.closed) return v;
+            first = fan.first_edge;
+            valence = fan.valence;
+        }
+        if ((mesh.infos[v].bits & 3u) == 3) return v;
+        const double n = static_cast<double>(valence);
         SimdDouble4 sum = SimdDouble4::widen3(mesh.points + 3 * static_cast<unsigned long>(v)) * SimdDouble4(n * n);
-        unsigned int h = fan.first_edge;
+        unsigned int h = first;
         do {
             const unsigned int* const quad = mesh.quads + (h & ~3u);
             const unsigned int edge = quad[(h + 1) & 3u], diagonal = quad[(h + 2) & 3u];
@@ -29,7 +40,7 @@ unsigned int compute_smooth_corners(const CornerArrays& mesh, unsigned int begin
                   SimdDouble4::widen3(mesh.points + 3 * static_cast<unsigned long>(diagonal));
             const unsigned int across = mesh.opposite_edges[h];
             h = (across & ~3u) | ((across + 1) & 3u);
-        } while (h != fan.first_edge);
+        } while (h != first);
         (sum / SimdDouble4(5.0 * n + n * n)).store_rounded3(corners + 3 * static_cast<unsigned long>(v));
     }
     return end;

@@ -44,6 +44,7 @@ struct CornerArrays {
     const unsigned int* opposite_edges;
     const SdsMeshBase::VertexInfo* infos;
     const SdsMeshBase::VertexLocalTopology* fans;
+    const SdsMeshBase::PatchTangentInfo* tangent_infos;
     const unsigned int* first_edges;  // per vertex the least half-edge that leaves it, or none
     const float* points;
 };
@@ -83,8 +84,8 @@ struct PairKernels {
     void (*compute_boxes)(const PatchArrays& surface, unsigned int begin, unsigned int end, double* boxes);
 
     // Writes the limit corners of the vertices begin to end, up to the first one that is neither kept in place nor has
-    // a whole fan without sharp edges and void quads around it: returns that one, or the end. Corners of vertices that
-    // are kept, or that no quad has, are left as they are.
+    // a whole fan without sharp edges and void quads around it: returns that one, or the end. Vertices that are kept,
+    // or that no quad has, are where their corners are.
     unsigned int (*compute_corners)(const CornerArrays& mesh, unsigned int begin, unsigned int end, float* corners);
 };
 

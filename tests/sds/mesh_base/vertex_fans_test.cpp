@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <cstring>
 #include <random>
 
 #include "../surface_checks.h"
@@ -46,6 +47,30 @@ CoreArray<Fan> all_fans(const Edges& edges) {
     return fans;
 }
 
+// Fans, tangent infos and patches in one pass over the quads against one step after the other.
+void expect_steps(const Edges& edges, const CoreArray<Fan>& fans, SysThreadTaskManager* tasks) {
+    const unsigned int edge_count = fans.get_count(), quad_count = edge_count / 4;
+    CoreArray<unsigned int> vertices(edge_count);
+    for (unsigned int e = 0; e < edge_count; ++e) vertices[e] = e % 29 == 28 ? 0xFFFFFFFF : e;
+    CoreArray<SdsMeshBase::PatchTangentInfo> infos(quad_count, {}), expected_infos(quad_count, {});
+    CoreArray<SdsMeshBase::BezierPatch> patches(quad_count), expected(quad_count);
+    CoreArray<Fan> found(edge_count);
+    CoreArray<unsigned int> first_edges(edge_count);
+    const unsigned int count =
+        SdsMeshBase::compute_surface_topology({&vertices, nullptr, found.get_data(), nullptr, &edges, nullptr}, found,
+                                              infos, patches, first_edges, tasks, nullptr);
+    EXPECT_EQ(count, SdsMeshBase::compute_tangent_infos(quad_count, fans.get_data(), expected_infos.get_data(), false,
+                                                        nullptr));
+    SdsMeshBase::compute_bezier_topology({&vertices, nullptr, fans.get_data(), nullptr, &edges, nullptr}, expected,
+                                         nullptr);
+    for (unsigned int e = 0; e < edge_count; ++e) {
+        expect_equal(found[e], fans[e], e);
+        EXPECT_EQ(first_edges[e], vertices[e]) << "each leaves a vertex of its own";
+    }
+    EXPECT_EQ(std::memcmp(infos.get_data(), expected_infos.get_data(), sizeof(infos[0]) * quad_count), 0);
+    EXPECT_EQ(std::memcmp(patches.get_data(), expected.get_data(), sizeof(patches[0]) * quad_count), 0);
+}
+
 // The analysis of all corners at once, on threads, and of each alone.
 void expect_walks(const Edges& edges, SysThreadTaskManager& tasks) {
     const CoreArray<Fan> fans = all_fans(edges);
@@ -56,6 +81,8 @@ void expect_walks(const Edges& edges, SysThreadTaskManager& tasks) {
         SdsMeshBase::analyse_vertex_local_topology(edges, e, alone);
         for (const Fan& fan : {fans[e], threaded[e], alone}) expect_equal(fan, walk(edges, e), e);
     }
+    expect_steps(edges, fans, nullptr);
+    expect_steps(edges, fans, &tasks);
 }
 
 // A crease flag on one side of an edge only ends the walks of one direction: corners that lie in one fan for some do
