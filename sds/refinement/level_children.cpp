@@ -23,19 +23,17 @@ void number_children(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
     const unsigned int* vertex_children = coarse.vertex_children.get_data();
     unsigned int* corner_children = scratch.corner_children.get_data();
     unsigned int candidate = 0;
-    unsigned int support = 4 * fine.candidate_count;
-    for (const unsigned int f : scratch.touched) {
-        const unsigned int begin = coarse.face_begin(f), end = coarse.face_end(f);
-        if (coarse.states[f] == FaceState::refined) {
-            coarse.first_children[f] = candidate / 4;
-            for (unsigned int c = begin; c < end; ++c, candidate += 4) corner_children[c] = candidate;
-        } else {
-            for (unsigned int c = begin; c < end; ++c) {
-                corner_children[c] = support;
-                support += vertex_children[vertices[c]] != none ? 4 : 0;
-            }
-        }
+    for (const unsigned int f : scratch.refined) {
+        coarse.first_children[f] = candidate / 4;
+        for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c, candidate += 4)
+            corner_children[c] = candidate;
     }
+    unsigned int support = candidate;
+    for (const unsigned int f : scratch.supporting)
+        for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c) {
+            corner_children[c] = support;
+            support += vertex_children[vertices[c]] != none ? 4 : 0;
+        }
     fine.face_count = support / 4;
 }
 
@@ -190,22 +188,33 @@ private:
     unsigned int* m_edge_corners;
 };
 
-// The states of children between smooth edges follow from valences; others wait for their level.
-void set_smooth_states(const RefinementLevel& coarse, RefinementLevel& fine, bool is_last,
-                       const TouchedFaces& touched) {
+// The states of a quad's children follow from its corners where nothing is fractional: a child is as regular as its
+// parent's corner. Others wait for their level.
+void set_states(const RefinementLevel& coarse, RefinementLevel& fine, bool is_last, BorderRule border_rule,
+                const CoreArray<unsigned int>& refined) {
     const FaceState irregular = is_last ? FaceState::leaf : FaceState::refined;
     fine.states.assign(fine.face_count, FaceState::support);
     FaceState* states = fine.states.get_data();
     const unsigned int* vertices = coarse.corner_vertices.get_data();
     const unsigned int* valences = coarse.valences.get_data();
     const unsigned int* sharp = coarse.sharp_indices.is_empty() ? nullptr : coarse.sharp_indices.get_data();
-    for (const unsigned int f : touched) {
+    // Points of borders that are fixed are corners; and what lies beside polygons is not irregular any more.
+    const bool may_be_sharp = coarse.is_quads() && border_rule != BorderRule::fixed;
+    const auto is_fractional_vertex = [&](unsigned int v) {
+        return sharp[v] != none && coarse.sharp_vertices[sharp[v]].is_fractional();
+    };
+    for (const unsigned int f : refined) {
         const unsigned int begin = coarse.face_begin(f);
-        if (coarse.states[f] != FaceState::refined || coarse.face_end(f) - begin != 4) continue;
+        if (coarse.face_end(f) - begin != 4) continue;
         const unsigned int* v = vertices + begin;
-        if (sharp != nullptr && (sharp[v[0]] & sharp[v[1]] & sharp[v[2]] & sharp[v[3]]) != none) continue;
-        for (unsigned int j = 0; j < 4; ++j)
-            states[coarse.first_children[f] + j] = valences[v[j]] == 4 ? FaceState::emitted : irregular;
+        FaceState* own = states + coarse.first_children[f];
+        if (sharp == nullptr || (sharp[v[0]] & sharp[v[1]] & sharp[v[2]] & sharp[v[3]]) == none) {
+            for (unsigned int j = 0; j < 4; ++j) own[j] = valences[v[j]] == 4 ? FaceState::emitted : irregular;
+        } else if (may_be_sharp && !is_fractional_vertex(v[0]) && !is_fractional_vertex(v[1]) &&
+                   !is_fractional_vertex(v[2]) && !is_fractional_vertex(v[3])) {
+            for (unsigned int j = 0; j < 4; ++j)
+                own[j] = is_regular_corner(coarse, begin + j) ? FaceState::emitted : irregular;
+        }
     }
 }
 
@@ -217,12 +226,13 @@ void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, cons
         return is_quads ? 4 : coarse.offsets[f + 1] - coarse.offsets[f];
     };
     bool has_nonmanifold = false;
-    for (const unsigned int f : scratch.touched) {
-        if (coarse.states[f] == FaceState::refined && corner_count(f) == 4)
+    for (const unsigned int f : scratch.refined) {
+        if (corner_count(f) == 4)
             maker.add_four(f, face_begin(f));
         else
             maker.add_some(f, face_begin(f), corner_count(f));
     }
+    for (const unsigned int f : scratch.supporting) maker.add_some(f, face_begin(f), corner_count(f));
     for (const unsigned int e : coarse.sharp_edges)
         has_nonmanifold |= coarse.edge_marks[e] == RefinementLevel::nonmanifold_mark;
     if (has_nonmanifold) {
@@ -243,9 +253,10 @@ void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, cons
 
 }  // namespace
 
-void make_children(RefinementLevel& coarse, RefinementLevel& fine, bool is_last, StepScratch& scratch) {
+void make_children(RefinementLevel& coarse, RefinementLevel& fine, bool is_last, BorderRule border_rule,
+                   StepScratch& scratch) {
     number_children(coarse, fine, scratch);
-    set_smooth_states(coarse, fine, is_last, scratch.touched);
+    set_states(coarse, fine, is_last, border_rule, scratch.refined);
     const auto make = coarse.is_quads() ? &make_children_of<true> : &make_children_of<false>;
     make(coarse, fine, scratch);
 }

@@ -6,21 +6,23 @@
 
 namespace sds {
 
-// The faces of a level that the step makes a point of, in order.
-using TouchedFaces = CoreArray<unsigned int>;
-
 struct StepScratch {
-    TouchedFaces touched;
+    // The faces of a level that the step makes a point of, in order: all of them, the refined ones, and the others.
+    CoreArray<unsigned int> touched, refined, supporting;
     // Per face-corner of touched faces whose vertex has a child: the first face-corner of the face of the next level
     // there.
     CoreArray<unsigned int> corner_children;
     CoreArray<SharpnessStep> sharpness;
 
-    size_t get_memory_size() const { return bytes_of(touched) + bytes_of(corner_children) + bytes_of(sharpness); }
+    size_t get_memory_size() const {
+        return bytes_of(touched) + bytes_of(refined) + bytes_of(supporting) + bytes_of(corner_children) +
+               bytes_of(sharpness);
+    }
 };
 
 // Makes the faces of the next level and joins them. Both levels have all their vertices, and `fine` the edges that have
 // numbers.
-void make_children(RefinementLevel& coarse, RefinementLevel& fine, bool is_last, StepScratch& scratch);
+void make_children(RefinementLevel& coarse, RefinementLevel& fine, bool is_last, BorderRule border_rule,
+                   StepScratch& scratch);
 
 }  // namespace sds

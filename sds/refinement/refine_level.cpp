@@ -9,40 +9,53 @@ namespace sds {
 
 namespace {
 
-// Vertices of refined faces come first among the next level's, and keep their valences.
-void number_vertices(RefinementLevel& coarse, RefinementLevel& fine, TouchedFaces& touched) {
+// Vertices of refined faces come first among the next level's, and keep their valences. Lists of faces are made without
+// branches, since which faces are refined is hard to foretell.
+void number_vertices(RefinementLevel& coarse, RefinementLevel& fine, StepScratch& scratch) {
+    const FaceState* states = coarse.states.get_data();
+    unsigned int count = 0;
+    scratch.refined.resize(coarse.candidate_count);
+    for (unsigned int f = 0; f < coarse.candidate_count; ++f) {
+        scratch.refined[count] = f;
+        count += states[f] == FaceState::refined ? 1 : 0;
+    }
+    scratch.refined.resize(count);
+
     coarse.vertex_children.resize(coarse.vertex_count);
     unsigned int* children = coarse.vertex_children.get_data();
     std::fill(children, children + coarse.vertex_count, none);
     const unsigned int* corners = coarse.corner_vertices.get_data();
-    const FaceState* states = coarse.states.get_data();
-    unsigned int candidate_count = 0;
-    coarse.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
-        if (states[f] != FaceState::refined) return;
-        candidate_count += count;
-        for (unsigned int j = 0; j < count; ++j) children[corners[begin + j]] = 0;
-    });
-    fine.valences.resize(std::min(candidate_count, coarse.vertex_count) + 1);
+    fine.candidate_count = 0;
+    for (const unsigned int f : scratch.refined) {
+        const unsigned int begin = coarse.face_begin(f), end = coarse.face_end(f);
+        fine.candidate_count += end - begin;
+        for (unsigned int c = begin; c < end; ++c) children[corners[c]] = 0;
+    }
+    fine.valences.resize(std::min(fine.candidate_count, coarse.vertex_count) + 1);
     unsigned int* valences = fine.valences.get_data();
     unsigned int next = 0;
-    for (unsigned int v = 0; v < coarse.vertex_count; ++v) {
+    for (unsigned int v = 0, end = coarse.vertex_count; v < end; ++v) {
         const bool has_child = children[v] == 0;
         valences[next] = coarse.valences[v];
         children[v] = has_child ? next : none;
         next += has_child ? 1 : 0;
     }
     fine.vertex_count = next;
-    fine.candidate_count = candidate_count;
 
-    touched.resize(coarse.face_count);
-    unsigned int touched_count = 0;
-    coarse.for_each_face([&](unsigned int f, unsigned int begin, auto count) {
+    scratch.touched.resize(coarse.face_count);
+    scratch.supporting.resize(coarse.face_count);
+    unsigned int touched_count = 0, supporting_count = 0;
+    coarse.for_each_face([&](unsigned int f, unsigned int begin, auto corner_count) {
         unsigned int all = none;
-        for (unsigned int j = 0; j < count; ++j) all &= children[corners[begin + j]];
-        touched[touched_count] = f;
-        touched_count += all != none ? 1 : 0;
+        for (unsigned int j = 0; j < corner_count; ++j) all &= children[corners[begin + j]];
+        scratch.touched[touched_count] = f;
+        scratch.supporting[supporting_count] = f;
+        const bool is_touched = all != none;
+        touched_count += is_touched ? 1 : 0;
+        supporting_count += is_touched & (states[f] != FaceState::refined) ? 1 : 0;
     });
-    touched.resize(touched_count);
+    scratch.touched.resize(touched_count);
+    scratch.supporting.resize(supporting_count);
 }
 
 float half_sharpness(const RefinementLevel& coarse, float s, unsigned int end, bool chaikin) {
@@ -86,24 +99,32 @@ private:
 };
 
 // Finds where a patch has finer ones across an edge, whose halves it hands them, and numbers these edges.
-void find_handing_corners(RefinementLevel& coarse, const TouchedFaces& touched) {
+void find_handing_corners(RefinementLevel& coarse, const CoreArray<unsigned int>& supporting) {
     const FaceState* states = coarse.states.get_data();
     const unsigned int* opposites = coarse.edges.opposite_edges.get_data();
-    for (const unsigned int f : touched) {
+    // Patches have four corners.
+    coarse.handing_corners.resize(4 * supporting.get_count());
+    unsigned int* corners = coarse.handing_corners.get_data();
+    unsigned int count = 0;
+    for (const unsigned int f : supporting) {
         if (states[f] != FaceState::emitted && states[f] != FaceState::leaf) continue;
-        for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c) {
+        const unsigned int begin = coarse.face_begin(f);
+        for (unsigned int c = begin; c < begin + 4; ++c) {
             const unsigned int o = opposites[c];
-            if (o != none ? states[coarse.face_of(o)] == FaceState::refined
-                          : coarse.edge_marks[coarse.corner_edges[c]] == RefinementLevel::nonmanifold_mark)
-                coarse.handing_corners.add(c);
+            corners[count] = c;
+            if (o != none)
+                count += states[coarse.face_of(o)] == FaceState::refined ? 1 : 0;
+            else
+                count += coarse.edge_marks[coarse.corner_edges[c]] == RefinementLevel::nonmanifold_mark ? 1 : 0;
         }
     }
+    coarse.handing_corners.resize(count);
     for (const unsigned int c : coarse.handing_corners)
         if (coarse.corner_edges[c] == none) add_edge(coarse, c, 0.0f, 0);
 }
 
 // Numbers all other edges that get a point, from `first_point` on.
-void number_smooth_edges(RefinementLevel& coarse, const TouchedFaces& touched, unsigned int first_point) {
+void number_smooth_edges(RefinementLevel& coarse, const CoreArray<unsigned int>& touched, unsigned int first_point) {
     unsigned int count = coarse.edge_count;
     unsigned int room = count + 1;
     for (const unsigned int f : touched) room += coarse.face_end(f) - coarse.face_begin(f);
@@ -150,8 +171,9 @@ void number_smooth_edges(RefinementLevel& coarse, const TouchedFaces& touched, u
 }
 
 // Points of edges and faces, and the halves of the edges that are sharp or handed.
-void split_edges(RefinementLevel& coarse, RefinementLevel& fine, const TouchedFaces& touched, bool chaikin) {
-    find_handing_corners(coarse, touched);
+void split_edges(RefinementLevel& coarse, RefinementLevel& fine, const StepScratch& scratch, bool chaikin) {
+    const CoreArray<unsigned int>& touched = scratch.touched;
+    find_handing_corners(coarse, scratch.supporting);
     const unsigned int halved_count = coarse.edge_count;
     coarse.edge_halves.assign(2 * halved_count, none);
     coarse.edge_children.resize(halved_count);
@@ -234,10 +256,10 @@ void step_sharp_vertices(RefinementLevel& coarse, RefinementLevel& fine, BorderR
 void refine_level(RefinementLevel& coarse, RefinementLevel& fine, const RefinementOptions& options) {
     fine.depth = coarse.depth + 1;
     KeptScratch<StepScratch> scratch;
-    number_vertices(coarse, fine, scratch->touched);
+    number_vertices(coarse, fine, *scratch);
     const bool is_last = fine.depth >= static_cast<int>(std::min(options.depth, RefinementOptions::max_depth));
-    split_edges(coarse, fine, scratch->touched, options.chaikin);
-    make_children(coarse, fine, is_last, *scratch);
+    split_edges(coarse, fine, *scratch, options.chaikin);
+    make_children(coarse, fine, is_last, options.border_rule, *scratch);
     step_sharp_vertices(coarse, fine, options.border_rule, scratch->sharpness);
     coarse.has_step = true;
     complete_level(fine);
