@@ -1,5 +1,6 @@
 // Polygons whose surface is refined, and the step that makes quads of them once somebody asks for quads.
 #include <algorithm>
+#include <cstring>
 
 #include "qn_poly/poly_neighbourhood.h"
 #include "sds/common/polygon_offsets.h"
@@ -25,19 +26,17 @@ void SdsMeshBase::set_late(const unsigned int& vertex_count, const CoreBasicArra
         const unsigned int* offsets = polygon_offsets.get_data();
         const unsigned int* slots = neighbour_edges.get_data();
         unsigned int* across = opposites.get_data();
-        unsigned int crease_count = 0;
-        for (unsigned int c = 0; c < corner_count; ++c) {
+        for (unsigned int c = 0; c < corner_count; ++c)
             if (across[c] != none) across[c] = offsets[across[c]] + slots[c];
-            crease_count += smooth[c] == 0 ? 1u : 0u;
-        }
-        if (crease_count != 0) {
+        if (corner_count != 0 && std::memchr(smooth.get_data(), 0, corner_count) != nullptr) {
             source->creases.resize(corner_count);
             for (unsigned int c = 0; c < corner_count; ++c) source->creases[c] = smooth[c] == 0;
         }
     }
     source->polygon_groups = polygon_shading_groups;
+    const unsigned int* vertices = polygon_indices.get_data();
     unsigned int void_count = 0;
-    for (unsigned int c = 0; c < corner_count; ++c) void_count += polygon_indices[c] == none ? 1u : 0u;
+    for (unsigned int c = 0; c < corner_count; ++c) void_count += vertices[c] == none ? 1u : 0u;
     source->has_void = void_count != 0;
     constexpr unsigned int block_size = StepSource::block_size;
     source->blocks.reserve(corner_count / block_size + 1);

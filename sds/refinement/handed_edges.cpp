@@ -12,8 +12,8 @@ void HandedEdges::Level::start(const RefinementLevel& level) {
     edge_indices.assign(level.edge_count, none);
     edges.resize(0);
     edges.reserve(std::max(level.edge_count, 1u));
-    has_point.assign(level.vertex_count, static_cast<unsigned char>(0));
-    points.resize(level.vertex_count);
+    has_point.assign(level.vertex_count + 1, static_cast<unsigned char>(0));
+    points.resize(level.vertex_count + 1);
 }
 
 size_t HandedEdges::Level::get_memory_size() const {
@@ -78,20 +78,19 @@ void HandedEdges::hand_own_edges(const Vec3f* controls) {
     }
 }
 
+// Without branches: which vertices are on is hard to foretell. Those without a child go behind the last.
 void HandedEdges::hand_points(const PatchLimits<GMathVec3<double>>& limits) {
     const unsigned int* children = m_level->vertex_children.get_data();
-    for (unsigned int v = 0; v < m_level->vertex_count; ++v) {
-        const unsigned int child = children[v];
-        if (child == none) continue;
-        if (m_here.has_point[v] != 0) {
-            m_below.has_point[child] = 1;
-            m_below.points[child] = m_here.points[v];
-        } else if (limits.is_touched(v)) {
-            m_below.has_point[child] = 1;
-            const GMathVec3<double>& limit = limits.get(v);
-            m_below.points[child] = {static_cast<float>(limit[0]), static_cast<float>(limit[1]),
-                                     static_cast<float>(limit[2]), 0.0f};
-        }
+    const unsigned int behind = m_fine->vertex_count;
+    const GMathVec3<double> zero(0, 0, 0);
+    for (unsigned int v = 0, end = m_level->vertex_count; v < end; ++v) {
+        const unsigned int child = children[v] == none ? behind : children[v];
+        const bool is_handed = m_here.has_point[v] != 0, is_touched = limits.is_touched(v);
+        const GMathVec3<double>& limit = is_touched ? limits.get(v) : zero;
+        const Point rounded = {static_cast<float>(limit[0]), static_cast<float>(limit[1]), static_cast<float>(limit[2]),
+                               0.0f};
+        m_below.has_point[child] = is_handed | is_touched ? 1 : 0;
+        m_below.points[child] = *(is_handed ? &m_here.points[v] : &rounded);
     }
 }
 

@@ -28,13 +28,19 @@ void number_children(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
         for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c, candidate += 4)
             corner_children[c] = candidate;
     }
-    unsigned int support = candidate;
+    unsigned int corner_count = 1;  // what is written behind the last does not count
+    for (const unsigned int f : scratch.supporting) corner_count += coarse.face_end(f) - coarse.face_begin(f);
+    scratch.supporting_corners.resize(corner_count);
+    unsigned int* corners = scratch.supporting_corners.get_data();
+    unsigned int count = 0;
     for (const unsigned int f : scratch.supporting)
         for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c) {
-            corner_children[c] = support;
-            support += vertex_children[vertices[c]] != none ? 4 : 0;
+            corners[count] = c;
+            corner_children[c] = candidate + 4 * count;
+            count += vertex_children[vertices[c]] != none ? 1 : 0;
         }
-    fine.face_count = support / 4;
+    scratch.supporting_corners.resize(count);
+    fine.face_count = candidate / 4 + count;
 }
 
 // Makes children and joins them along their edges. The edges inside a coarse face are those between the children of two
@@ -93,18 +99,24 @@ public:
         }
     }
 
-    // The children at those of a face's corners whose vertices have some.
-    void add_some(unsigned int f, unsigned int begin, unsigned int count) const {
-        const unsigned int last = begin + count - 1;
-        unsigned int behind = last;
-        bool has_former = has_child(last), has_own = has_child(begin);
-        for (unsigned int c = begin; c <= last; behind = c++) {
-            const unsigned int next = c == last ? begin : c + 1;
-            const bool has_next = has_child(next);
-            if (has_own) add_one(f, begin, c, next, behind, has_next, has_former);
-            has_former = has_own;
-            has_own = has_next;
-        }
+    // The child at face-corner c, alone or beside others.
+    void add_one(unsigned int c) const {
+        const unsigned int f = is_quads ? quad_of(c) : m_coarse.face_of(c),
+                           begin = is_quads ? 4 * f : m_coarse.offsets[f];
+        const unsigned int next = is_quads ? next_in_quad(c) : m_coarse.next_corner(c);
+        const unsigned int behind = is_quads ? previous_in_quad(c) : m_coarse.previous_corner(c);
+        const unsigned int corners[4] = {child_corner(begin, c, 0), child_corner(begin, c, 1),
+                                         child_corner(begin, c, 2), child_corner(begin, c, 3)};
+        m_corner_vertices[corners[0]] = m_vertex_children[m_corners[c]];
+        m_corner_vertices[corners[1]] = m_edge_children[m_edges[c]];
+        m_corner_vertices[corners[2]] = m_face_children[f];
+        m_corner_vertices[corners[3]] = m_edge_children[m_edges[behind]];
+        // Numbers of children that are not there are read, but not used.
+        const unsigned int ahead_corner = child_corner(begin, next, 2), former_corner = child_corner(begin, behind, 1);
+        m_opposites[corners[0]] = find_across_start(c);
+        m_opposites[corners[1]] = has_child(next) ? ahead_corner : none;
+        m_opposites[corners[2]] = has_child(behind) ? former_corner : none;
+        m_opposites[corners[3]] = find_across_end(behind);
     }
 
     // Numbers the halves of the edge at a face-corner of a touched face.
@@ -121,21 +133,6 @@ private:
         unsigned int start, end;
     };
 
-    // The child at face-corner c, between the edges that leave c and `behind`.
-    void add_one(unsigned int f, unsigned int begin, unsigned int c, unsigned int next, unsigned int behind,
-                 bool has_next, bool has_former) const {
-        const unsigned int first = m_corner_children[c], turn = is_quads ? c - begin : 0;
-        const unsigned int corners[4] = {first + (turn & 3u), first + ((turn + 1) & 3u), first + ((turn + 2) & 3u),
-                                         first + ((turn + 3) & 3u)};
-        m_corner_vertices[corners[0]] = m_vertex_children[m_corners[c]];
-        m_corner_vertices[corners[1]] = m_edge_children[m_edges[c]];
-        m_corner_vertices[corners[2]] = m_face_children[f];
-        m_corner_vertices[corners[3]] = m_edge_children[m_edges[behind]];
-        m_opposites[corners[0]] = find_across_start(c);
-        m_opposites[corners[1]] = has_next ? child_corner(begin, next, 2) : none;
-        m_opposites[corners[2]] = has_former ? child_corner(begin, behind, 1) : none;
-        m_opposites[corners[3]] = find_across_end(behind);
-    }
     bool has_child(unsigned int c) const { return m_vertex_children[m_corners[c]] != none; }
     // Corner k, as in the figure, of the child at face-corner c of the face that begins at `begin`.
     unsigned int child_corner(unsigned int begin, unsigned int c, unsigned int k) const {
@@ -221,18 +218,16 @@ void set_states(const RefinementLevel& coarse, RefinementLevel& fine, bool is_la
 template <bool is_quads>
 void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, const StepScratch& scratch) {
     const ChildMaker<is_quads> maker(coarse, fine, scratch);
-    const auto face_begin = [&coarse](unsigned int f) { return is_quads ? 4 * f : coarse.offsets[f]; };
-    const auto corner_count = [&coarse](unsigned int f) {
-        return is_quads ? 4 : coarse.offsets[f + 1] - coarse.offsets[f];
-    };
-    bool has_nonmanifold = false;
     for (const unsigned int f : scratch.refined) {
-        if (corner_count(f) == 4)
-            maker.add_four(f, face_begin(f));
+        const unsigned int begin = is_quads ? 4 * f : coarse.offsets[f];
+        const unsigned int end = is_quads ? 4 * f + 4 : coarse.offsets[f + 1];
+        if (end - begin == 4)
+            maker.add_four(f, begin);
         else
-            maker.add_some(f, face_begin(f), corner_count(f));
+            for (unsigned int c = begin; c < end; ++c) maker.add_one(c);
     }
-    for (const unsigned int f : scratch.supporting) maker.add_some(f, face_begin(f), corner_count(f));
+    for (const unsigned int c : scratch.supporting_corners) maker.add_one(c);
+    bool has_nonmanifold = false;
     for (const unsigned int e : coarse.sharp_edges)
         has_nonmanifold |= coarse.edge_marks[e] == RefinementLevel::nonmanifold_mark;
     if (has_nonmanifold) {

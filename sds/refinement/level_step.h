@@ -9,14 +9,16 @@ namespace sds {
 struct StepScratch {
     // The faces of a level that the step makes a point of, in order: all of them, the refined ones, and the others.
     CoreArray<unsigned int> touched, refined, supporting;
+    // The face-corners of supporting faces whose vertex has a child, in the order of these children.
+    CoreArray<unsigned int> supporting_corners;
     // Per face-corner of touched faces whose vertex has a child: the first face-corner of the face of the next level
     // there.
     CoreArray<unsigned int> corner_children;
     CoreArray<SharpnessStep> sharpness;
 
     size_t get_memory_size() const {
-        return bytes_of(touched) + bytes_of(refined) + bytes_of(supporting) + bytes_of(corner_children) +
-               bytes_of(sharpness);
+        return bytes_of(touched) + bytes_of(refined) + bytes_of(supporting) + bytes_of(supporting_corners) +
+               bytes_of(corner_children) + bytes_of(sharpness);
     }
 };
 

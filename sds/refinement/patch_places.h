@@ -140,6 +140,16 @@ public:
             m_leaf_count += are_leaves[i] ? 1 : 0;
         }
     }
+    // Patches that cover four quads each, which begin at `quads`: these are ended, too.
+    void add_covering_patches(const unsigned int* quads, unsigned int count) {
+        const unsigned int first = m_patches.get_count(), first_quad = m_quad_count;
+        m_patches.resize(first + count);
+        RefinedPatch* out = m_patches.get_data() + first;
+        for (unsigned int i = 0; i < count; ++i) out[i] = {quads[i], 0, 0, -1, false};
+        m_quad_count += 4 * count;
+        for (unsigned int quad; (quad = m_block_offsets.get_count() * block) <= m_quad_count;)
+            m_block_offsets.add(first + (quad - first_quad + 3) / 4);
+    }
     void end_quads(unsigned int count) {
         for (m_quad_count += count; m_block_offsets.get_count() * block <= m_quad_count;)
             m_block_offsets.add(m_patches.get_count());

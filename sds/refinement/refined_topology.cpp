@@ -113,11 +113,13 @@ void RefinedTopology::list_patches() {
     const FaceState* states = cage.states.get_data();
     const unsigned int* offsets = cage.offsets.get_data();
     unsigned int* face_patches = cage.face_patches.get_data();
-    for (unsigned int f = 0, count = cage.face_count; f < count; ++f) {
+    const unsigned int face_count = cage.face_count;
+    for (unsigned int f = 0; f < face_count; ++f) {
         if (states[f] == FaceState::emitted) {
-            face_patches[f] = m_places.get_patch_count();
-            m_places.add_patch({offsets[f], 0, 0, -1, false});
-            m_places.end_quads(4);
+            const unsigned int begin = f, patch = m_places.get_patch_count();
+            while (f + 1 < face_count && states[f + 1] == FaceState::emitted) ++f;
+            for (unsigned int i = begin; i <= f; ++i) face_patches[i] = patch + (i - begin);
+            m_places.add_covering_patches(offsets + begin, f + 1 - begin);
         } else if (states[f] == FaceState::refined) {
             for (unsigned int j = 0; j < offsets[f + 1] - offsets[f]; ++j) {
                 list_face(1, cage.first_children[f] + j, {offsets[f] + j, 0, 0, 0, false});

@@ -37,11 +37,17 @@ struct LeafCorners {
 
     // False unless the quads at every corner are one smooth fan in which all wind the same way.
     bool find(const LevelFaces& level, unsigned int face) {
+        // Gathered first: which corner is irregular is hard to foretell.
+        unsigned int irregular = 0;
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int e = 4 * face + k, v = level.vertices[e], o = level.opposites[e];
             if (o == 0xFFFFFFFF || level.vertices[o] == v) return false;
             valences[k] = 4;
-            if (level.kinds[v] == 0) continue;
+            irregular |= (level.kinds[v] != 0 ? 1u : 0u) << k;
+        }
+        for (; irregular != 0; irregular &= irregular - 1) {
+            const auto k = static_cast<unsigned int>(__builtin_ctz(irregular));
+            const unsigned int e = 4 * face + k, v = level.vertices[e];
             if (level.sharp_indices != nullptr && level.sharp_indices[v] != 0xFFFFFFFF) return false;
             valences[k] = level.valences[v];
             if (valences[k] > max_leaf_valence || !is_fan(level, e, valences[k])) return false;
@@ -132,14 +138,16 @@ void sum_tangents(const LevelFaces& level, unsigned int e, unsigned int valence,
 void replace_entries(const LevelFaces& level, unsigned int face, const LeafCorners& corners, LeafNets& nets) {
     const SimdDouble4 third(1.0 / 3.0), minus_third(-(1.0 / 3.0));
     double cosines[4];
-    unsigned int irregular = 0;
+    unsigned int corner_bits = 0;
     for (unsigned int k = 0; k < 4; ++k) {
-        const unsigned int valence = corners.valences[k];
-        cosines[k] = level.leaf_weights[valence].turn_cosine;
-        if (valence == 4) continue;
-        irregular |= 1u << k | 1u << ((k + 3) & 3u);
+        cosines[k] = level.leaf_weights[corners.valences[k]].turn_cosine;
+        corner_bits |= (corners.valences[k] != 4 ? 1u : 0u) << k;
+    }
+    unsigned int edge_bits = (corner_bits | corner_bits >> 1 | corner_bits << 3) & 15u;
+    for (; corner_bits != 0; corner_bits &= corner_bits - 1) {
+        const auto k = static_cast<unsigned int>(__builtin_ctz(corner_bits));
         SimdDouble4 t1, t2;
-        sum_tangents(level, 4 * face + k, valence, t1, t2);
+        sum_tangents(level, 4 * face + k, corners.valences[k], t1, t2);
         // t1 runs along the edge that leaves the corner, t2 against the one that arrives.
         const bool is_turned = (k & 1u) != 0;
         const bool is_u_forward = k == 0 || k == 3, is_v_forward = k < 2;
@@ -147,8 +155,8 @@ void replace_entries(const LevelFaces& level, unsigned int face, const LeafCorne
         get_net_slot(nets, net_slots[k][1]) = (is_turned ? t1 : t2) * (is_v_forward ? third : minus_third);
     }
     const SimdDouble4 minus_one(-1.0);
-    for (unsigned int k = 0; k < 4; ++k) {
-        if (((irregular >> k) & 1u) == 0) continue;
+    for (; edge_bits != 0; edge_bits &= edge_bits - 1) {
+        const auto k = static_cast<unsigned int>(__builtin_ctz(edge_bits));
         const double c0 = cosines[k], c1 = cosines[(k + 1) & 3u];
         bend_across_edge(
             nets, k, [minus_one](SimdDouble4 along) { return along * minus_one; },
