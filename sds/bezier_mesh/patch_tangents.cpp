@@ -1,6 +1,5 @@
 // The tangent operations of SdsMeshBase. They stand here because they read positions and controls through the view.
 #include <algorithm>
-#include <atomic>
 #include <bit>
 #include <utility>
 
@@ -25,17 +24,16 @@ class GreatFanTangents {
 public:
     GreatFanTangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
                      const CoreBasicArray<SdsMeshBase::PatchTangentInfo>& infos,
-                     const CoreBasicArray<VertexLocalTopology>& fans) {
-        const GeometryPositionArray positions = mesh.get_quad_vertices();
-        // Most meshes have none, which all threads find together.
-        std::atomic<bool> has_any{false};
-        sds::for_each_part<SdsMeshBase::PatchTangentInfo>(infos.get_count(), [&](unsigned int begin, unsigned int end) {
-            for_each_great_corner(infos, fans, begin, end, [&](unsigned int) { has_any = true; });
-        });
+                     const CoreBasicArray<VertexLocalTopology>& fans, bool has_any) {
         if (!has_any) return;
-        for_each_great_corner(infos, fans, 0, infos.get_count(), [&](unsigned int e) {
-            if (!sds::is_void_quad(mesh.get_vertex_indices() + (e & ~3u))) m_corners.add({e, false, {}});
-        });
+        const GeometryPositionArray positions = mesh.get_quad_vertices();
+        for (unsigned int q = 0; q < infos.get_count(); ++q)
+            // The corners of great fans are irregular.
+            for (unsigned int corners = infos[q].irregular & 15u; corners != 0; corners &= corners - 1) {
+                const unsigned int e = 4 * q + static_cast<unsigned int>(std::countr_zero(corners));
+                if (is_great(fans[e]) && !sds::is_void_quad(mesh.get_vertex_indices() + 4 * size_t{q}))
+                    m_corners.add({e, false, {}});
+            }
 
         struct Member {
             Corner* corner;
@@ -78,19 +76,6 @@ private:
         TangentPair tangents;
     };
 
-    // use(e) for the corners of the quads begin to end that lie in great fans.
-    template <class Use>
-    static void for_each_great_corner(const CoreBasicArray<SdsMeshBase::PatchTangentInfo>& infos,
-                                      const CoreBasicArray<VertexLocalTopology>& fans, unsigned int begin,
-                                      unsigned int end, const Use& use) {
-        for (unsigned int q = begin; q < end; ++q)
-            // The corners of great fans are irregular.
-            for (unsigned int corners = infos[q].irregular & 15u; corners != 0; corners &= corners - 1) {
-                const unsigned int e = 4 * q + static_cast<unsigned int>(std::countr_zero(corners));
-                if (is_great(fans[e])) use(e);
-            }
-    }
-
     const Corner* find(unsigned int e) const {
         return std::lower_bound(m_corners.begin(), m_corners.end(), e,
                                 [](const Corner& corner, unsigned int edge) { return corner.edge < edge; });
@@ -128,8 +113,9 @@ struct TangentWork {
     const CoreBasicArray<SdsMeshBase::PatchTangentInfo>& infos;
     const CoreBasicArray<VertexLocalTopology>& fans;
     Vec3f* tangents;
+    bool has_great_fans;
     GeometryPositionArray positions = mesh.get_quad_vertices();
-    GreatFanTangents great_fans{mesh, edges, infos, fans};
+    GreatFanTangents great_fans{mesh, edges, infos, fans, has_great_fans};
 
     void operator()(const sds::WorkRange& range) const {
         for (unsigned int q = range.begin; q < range.end; ++q) {
@@ -196,7 +182,8 @@ void SdsMeshBase::compute_bezier_tangents(const SdsBezierMesh& mesh, const Edges
 void SdsMeshBase::compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
                                           const CoreBasicArray<PatchTangentInfo>& infos,
                                           const CoreBasicArray<VertexLocalTopology>& topologies, Vec3f* tangents,
-                                          SysThreadTaskManager* tasks, AppProgressBar* progress) {
+                                          SysThreadTaskManager* tasks, AppProgressBar* progress,
+                                          const bool& has_great_fans) {
     sds::run_tasks<ComputeBezierTangentsTask>(tasks, infos.get_count(), 8, progress,
-                                              {mesh, edges, infos, topologies, tangents});
+                                              {mesh, edges, infos, topologies, tangents, has_great_fans});
 }

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "qn_poly/poly_neighbourhood.h"
 #include "sds/common/array_bytes.h"
 #include "sds/common/kept_scratch.h"
@@ -56,7 +58,9 @@ unsigned int count_plain(const unsigned char* flags, unsigned int count) {
 }
 
 // Turns neighbor polygons, which stand in opposite_edges, into half-edges, and flags the plain quads; others get 0.
+// Copies the indices on the way.
 void join_neighbors(const CoreArray<unsigned int>& neighbour_edges, const CoreArray<unsigned char>& edge_smooth_flags,
+                    const CoreBasicArray<unsigned int>& polygon_indices, CoreArray<unsigned int>& quad_indices,
                     SdsMeshBase::EdgesTopology& edges) {
     const auto join = [&](unsigned int q) {
         unsigned int* opposite = edges.opposite_edges.get_data() + 4 * size_t{q};
@@ -67,9 +71,14 @@ void join_neighbors(const CoreArray<unsigned int>& neighbour_edges, const CoreAr
         for (unsigned int k = 0; k < 4; ++k) opposite[k] = opposite[k] != none ? 4 * opposite[k] + slot[k] : none;
         edges.quad_edge_flags[q] = is_plain ? plain_quad : static_cast<unsigned char>(0);
     };
+    const auto work = [&](const sds::WorkRange& range) {
+        const unsigned int first = 4 * range.begin, end = 4 * range.end;
+        std::copy(polygon_indices.begin() + first, polygon_indices.begin() + end, quad_indices.begin() + first);
+        for (unsigned int q = range.begin; q < range.end; ++q) join(q);
+    };
     const unsigned int quad_count = edges.quad_edge_flags.get_count();
     const auto manager = quad_count >= min_threaded_quads ? std::make_unique<SysThreadTaskManager>() : nullptr;
-    sds::for_each_entry(manager.get(), quad_count, nullptr, join);
+    sds::run_tasks<sds::RangeTask<decltype(work)>>(manager.get(), quad_count, 4, nullptr, work);
 }
 
 }  // namespace
@@ -79,9 +88,9 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
                                const CoreBasicArray<unsigned int>& polygon_offsets, const unsigned int& vertex_count,
                                CoreArray<unsigned int>& quad_indices, CoreArray<VertexInfo>& vertex_infos,
                                EdgesTopology& edges, AppProgressBar* progress) {
-    sds::copy_array(polygon_indices, quad_indices);
-
     const unsigned int quad_count = polygon_counts.get_count();
+    quad_indices.resize(0);
+    quad_indices.resize(polygon_indices.get_count());
     sds::KeptScratch<Neighbourhood> scratch;
     auto& [neighbour_edges, edge_smooth_flags] = *scratch;
     {
@@ -89,7 +98,7 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
         compute_polygons_neighbourhood(edges.opposite_edges, neighbour_edges, edge_smooth_flags, polygon_indices,
                                        polygon_counts, polygon_offsets, vertex_count, progress);
         edges.quad_edge_flags.resize(quad_count);
-        join_neighbors(neighbour_edges, edge_smooth_flags, edges);
+        join_neighbors(neighbour_edges, edge_smooth_flags, polygon_indices, quad_indices, edges);
     }
 
     vertex_infos.assign(vertex_count, VertexInfo{});

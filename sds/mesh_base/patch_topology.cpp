@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <atomic>
 
 #include "sds/common/progress.h"
 #include "sds/mesh_base/fan_filler.h"
+#include "sds/mesh_base/fan_weights.h"
 #include "sds/mesh_base/task_chunks.h"
 
 using sds::none;
@@ -46,18 +48,21 @@ unsigned int find_irregular(const SdsMeshBase::VertexLocalTopology* fans) {
 
 constexpr unsigned char bit_counts[16] = {0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};
 
-// Reserves the tangents of quad after quad; returns their number.
-unsigned int assign_tangent_offsets(unsigned int quad_count, SdsMeshBase::PatchTangentInfo* infos) {
-    unsigned int total = 0;
-    for (unsigned int q = 0; q < quad_count; ++q) {
-        infos[q].tangent_offset = total;
-        const unsigned int bits = infos[q].irregular;
-        total += 2u * (bit_counts[bits & 15u] + bit_counts[(bits >> 4) & 15u]);
-    }
-    return total;
+// Two vectors for each irregular corner and edge.
+unsigned int count_tangents(unsigned int irregular) {
+    return 2u * (bit_counts[irregular & 15u] + bit_counts[(irregular >> 4) & 15u]);
 }
 
 }  // namespace
+
+unsigned int SdsMeshBase::assign_tangent_offsets(const unsigned int& quad_count, PatchTangentInfo* infos) {
+    unsigned int total = 0;
+    for (unsigned int q = 0; q < quad_count; ++q) {
+        infos[q].tangent_offset = total;
+        total += count_tangents(infos[q].irregular);
+    }
+    return total;
+}
 
 unsigned int SdsMeshBase::compute_tangent_infos(const unsigned int& quad_count, const VertexLocalTopology* topologies,
                                                 PatchTangentInfo* infos, const bool& linear,
@@ -103,25 +108,37 @@ void SdsMeshBase::find_first_edges(const CoreBasicArray<unsigned int>& quad_indi
     }
 }
 
-unsigned int SdsMeshBase::compute_surface_topology(const TopologyContext& context, CoreArray<VertexLocalTopology>& fans,
-                                                   CoreArray<PatchTangentInfo>& infos, CoreArray<BezierPatch>& patches,
-                                                   CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
-                                                   AppProgressBar* progress) {
+SdsMeshBase::SurfaceTopology SdsMeshBase::compute_surface_topology(
+    const TopologyContext& context, CoreArray<VertexLocalTopology>& fans, CoreArray<PatchTangentInfo>& infos,
+    CoreArray<BezierPatch>& patches, CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
+    AppProgressBar* progress) {
     const unsigned int quad_count = context.quad_indices->get_count() / 4;
     const unsigned int* const quads = context.quad_indices->get_data();
     const unsigned int* const opposite = context.edges->opposite_edges.get_data();
+    std::atomic<unsigned int> tangent_count{0};
+    std::atomic<bool> has_great_fans{false};
     const auto work = [&](const sds::WorkRange& range) {
         const unsigned int first = sds::quad_of(range.begin), end = sds::quad_of(range.end);
         sds::FanFiller filler(*context.edges, fans.get_data(), first, end);
+        unsigned int count = 0, max_valence = 0;
         for (unsigned int q = first; q < end; ++q) {
-            const bool is_regular = filler.fill(q);
-            infos[q].irregular = is_regular ? 0u : find_irregular(fans.get_data() + 4 * size_t{q});
-            if (!is_regular || !compute_regular_topology(quads, opposite, q, patches[q]))
+            if (filler.fill(q)) {
+                infos[q].irregular = 0;
+                if (!compute_regular_topology(quads, opposite, q, patches[q]))
+                    compute_bezier_topology(context, q, patches[q]);
+            } else {
+                const VertexLocalTopology* const corners = fans.get_data() + 4 * size_t{q};
+                infos[q].irregular = find_irregular(corners);
+                count += count_tangents(infos[q].irregular);
+                for (unsigned int k = 0; k < 4; ++k) max_valence = std::max(max_valence, corners[k].valence);
                 compute_bezier_topology(context, q, patches[q]);
+            }
             range.step_quad(q);
         }
+        tangent_count += count;
+        if (max_valence > sds::max_summed_valence) has_great_fans = true;
     };
     sds::run_tasks<sds::RangeTask<decltype(work)>>(tasks, 4 * quad_count, 4, progress, work,
                                                    [&] { find_first_edges(*context.quad_indices, first_edges); });
-    return assign_tangent_offsets(quad_count, infos.get_data());
+    return {tangent_count, has_great_fans};
 }

@@ -306,14 +306,21 @@ public:
         return compute_tangent_infos(quad_count, topologies, infos, linear, nullptr, progress);
     }
 
+    struct SurfaceTopology {
+        unsigned int tangent_count;  // vectors to allocate
+        bool has_great_fans;         // any of more quads than tangents are summed over corner by corner
+    };
     // The fans, tangent infos and patches of a smooth surface in one pass over its quads: what the three operations
-    // above give one after the other. `context` points at `fans`; the arrays have four entries, one and one per quad,
-    // with any content, and `first_edges`, for find_first_edges, one per vertex. Returns the number of tangent vectors.
-    // Progress is that of the fans.
-    static unsigned int compute_surface_topology(const TopologyContext& context, CoreArray<VertexLocalTopology>& fans,
-                                                 CoreArray<PatchTangentInfo>& infos, CoreArray<BezierPatch>& patches,
-                                                 CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
-                                                 AppProgressBar* progress);
+    // above give one after the other, but for the offsets of tangents, which assign_tangent_offsets sets. `context`
+    // points at `fans`; the arrays have four entries, one and one per quad, with any content, and `first_edges`, for
+    // find_first_edges, one per vertex. Progress is that of the fans.
+    static SurfaceTopology compute_surface_topology(const TopologyContext& context,
+                                                    CoreArray<VertexLocalTopology>& fans,
+                                                    CoreArray<PatchTangentInfo>& infos, CoreArray<BezierPatch>& patches,
+                                                    CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
+                                                    AppProgressBar* progress);
+    // Reserves the tangents of quad after quad; returns their number.
+    static unsigned int assign_tangent_offsets(const unsigned int& quad_count, PatchTangentInfo* infos);
     // For every vertex the least half-edge that leaves it, or none; `first_edges` has an entry for each.
     static void find_first_edges(const CoreBasicArray<unsigned int>& quad_indices,
                                  CoreArray<unsigned int>& first_edges);
@@ -343,7 +350,8 @@ public:
                                       const GMathVec3<float>* positions, GMathVec3<float>& corner);
 
     // Extra tangents of one quad: `corners` are its four fans, `tangents` its first slot. Vectors are scaled to
-    // control-net differences; those of a void quad are NaN.
+    // control-net differences; those of a void quad are NaN. Where it is known that there are no
+    // great fans nothing looks for them.
     static void compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges, const unsigned int& q,
                                         const PatchTangentInfo& info, const VertexLocalTopology* corners,
                                         GMathVec3<float>* tangents);
@@ -351,7 +359,7 @@ public:
                                         const CoreBasicArray<PatchTangentInfo>& infos,
                                         const CoreBasicArray<VertexLocalTopology>& topologies,
                                         GMathVec3<float>* tangents, SysThreadTaskManager* tasks,
-                                        AppProgressBar* progress);
+                                        AppProgressBar* progress, const bool& has_great_fans = true);
     static void compute_bezier_tangents(const SdsBezierMesh& mesh, const EdgesTopology& edges,
                                         const CoreBasicArray<PatchTangentInfo>& infos,
                                         const CoreBasicArray<VertexLocalTopology>& topologies,

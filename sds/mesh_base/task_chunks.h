@@ -84,8 +84,6 @@ void run_tasks(SysThreadTaskManager* manager, unsigned int count, unsigned int t
         work(WorkRange{0, count, 0, progress});
         return;
     }
-    LoneTask<Beside> lone(beside);
-    if constexpr (!std::is_same_v<Beside, NoWork>) manager->add_task(lone, false, true);
     const unsigned int size = chunk_size(count, manager->get_thread_count(), tasks_per_thread);
     const unsigned int task_count = count / size + (count % size != 0 ? 1u : 0u);
     const float share = 1.0f / static_cast<float>(count);
@@ -93,6 +91,8 @@ void run_tasks(SysThreadTaskManager* manager, unsigned int count, unsigned int t
     tasks.reserve(task_count);
     for (unsigned int i = 0; i < task_count; ++i)
         tasks.add(Task(work, i * size, std::min((i + 1) * size, count), progress, share));
+    LoneTask<Beside> lone(beside);
+    if constexpr (!std::is_same_v<Beside, NoWork>) manager->add_task(lone, false, true);
     for (Task& task : tasks) manager->add_task(task, false, true);
     manager->wait_until_completed();
 }

@@ -1,7 +1,4 @@
-#include <atomic>
-
 #include "sds/mesh_base/sds_mesh_base.h"
-#include "sds/mesh_base/task_chunks.h"
 
 using sds::none;
 
@@ -43,15 +40,7 @@ void SdsMeshBase::set_corner_vertices_as_fixed(const CoreBasicArray<unsigned int
         return opposite[h] == none || opposite[h + 1] == none || opposite[h + 2] == none || opposite[h + 3] == none;
     };
     if ((bits & VertexInfo::fixed_bit) == 0) {
-        std::atomic<unsigned int> least{edge_count};
-        sds::for_each_part<unsigned int[4]>(edge_count / 4, [&](unsigned int begin, unsigned int end) {
-            unsigned int h = 4 * begin;
-            while (h < 4 * end && !has_border(h)) h += 4;
-            if (h == 4 * end) return;
-            for (unsigned int known = least; h < known && !least.compare_exchange_weak(known, h);) {
-            }
-        });
-        e = least;
+        while (e < edge_count && !has_border(e)) e += 4;
     }
     for (; e < edge_count; e += 4) {
         if (!has_border(e) && !sds::is_void_quad(indices + e)) {

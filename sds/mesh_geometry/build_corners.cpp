@@ -5,11 +5,16 @@
 using Vec3f = GMathVec3<float>;
 
 void SdsMeshGeometry::build_corners(const CoreBasicArray<Vec3f>& points, const CoreArray<unsigned int>& first_edges,
-                                    CoreArray<Vec3f>& corners, SysThreadTaskManager* tasks,
-                                    AppProgressBar* progress) const {
+                                    const bool& assigns_tangents, CoreArray<Vec3f>& corners,
+                                    SysThreadTaskManager* tasks, AppProgressBar* progress) {
     const SdsMeshBase::TopologyContext context = get_topology_context();
+    const auto assign_tangents = [&] {
+        CoreArray<SdsMeshBase::PatchTangentInfo>& infos = arrays.tangent_infos;
+        if (assigns_tangents) SdsMeshBase::assign_tangent_offsets(infos.get_count(), infos.get_data());
+    };
     // Vertices that no quad uses stay where they are.
     if (tasks == nullptr) {
+        assign_tangents();
         sds::copy_array(points, corners);
         return SdsMeshBase::compute_bezier_corners(context, points, corners.get_data(), progress);
     }
@@ -29,5 +34,5 @@ void SdsMeshGeometry::build_corners(const CoreBasicArray<Vec3f>& points, const C
                 SdsMeshBase::compute_bezier_corner(context, mesh.first_edges[v], points.get_data(), corners[v]);
         }
     };
-    sds::run_tasks<sds::RangeTask<decltype(work)>>(tasks, points.get_count(), 4, progress, work);
+    sds::run_tasks<sds::RangeTask<decltype(work)>>(tasks, points.get_count(), 4, progress, work, assign_tangents);
 }

@@ -7,6 +7,10 @@ using Vec3f = GMathVec3<float>;
 
 void SdsMeshGeometry::set_vertex_infos() const {
     arrays.vertex_infos = base->get_vertex_infos();
+    // Borders are sharp: where no vertex has a sharp edge, none is a border's corner, and none has been fixed.
+    unsigned char bits = 0;
+    for (const SdsMeshBase::VertexInfo& info : arrays.vertex_infos) bits |= info.bits;
+    if (bits == 0 && mode == InterpolationMode::corners_fixed) return;
     SdsMeshBase::set_vertices_by_rule(base->get_quad_indices(), base->get_edges(),
                                       static_cast<SdsMeshBase::VertexRule>(mode), arrays.vertex_infos);
 }

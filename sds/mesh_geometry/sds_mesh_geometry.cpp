@@ -167,7 +167,7 @@ void SdsMeshGeometry::build_topology(const bool& is_update, CoreArray<unsigned i
                                      SysThreadTaskManager* tasks, AppProgressBar* progress) {
     const bool linear = mode == InterpolationMode::all_fixed;
     const unsigned int quad_count = base->get_primitive_count();
-    unsigned int tangent_count = 0;
+    SdsMeshBase::SurfaceTopology topology{0, false};
     {
         const sds::ProgressTask task(progress, "analyse vertices topology", 0.2f);
         if (is_update)
@@ -176,9 +176,9 @@ void SdsMeshGeometry::build_topology(const bool& is_update, CoreArray<unsigned i
             SdsMeshBase::analyse_vertices_local_topology(base->get_edges(), arrays.local_topologies, linear, tasks,
                                                          progress);
         else
-            tangent_count = SdsMeshBase::compute_surface_topology(get_topology_context(), arrays.local_topologies,
-                                                                  arrays.tangent_infos, arrays.bezier_patches,
-                                                                  first_edges, tasks, progress);
+            topology = SdsMeshBase::compute_surface_topology(get_topology_context(), arrays.local_topologies,
+                                                             arrays.tangent_infos, arrays.bezier_patches, first_edges,
+                                                             tasks, progress);
     }
     // Of a smooth surface the next two steps are done; a bar hears of them none the less.
     const auto report = [&] {
@@ -197,7 +197,8 @@ void SdsMeshGeometry::build_topology(const bool& is_update, CoreArray<unsigned i
     }
     if (!is_update) {
         arrays.bezier_tangents.clear();
-        arrays.bezier_tangents.resize(tangent_count);
+        arrays.bezier_tangents.resize(topology.tangent_count);
+        arrays.has_great_fans = topology.has_great_fans;
     }
     if (linear) return;
     const sds::ProgressTask task(progress, "compute bezier topology", 0.1f);
@@ -229,7 +230,7 @@ void SdsMeshGeometry::build_quads(const CoreArray<Vec3f>& positions, const CoreA
     if (linear) arrays.bezier_corners.clear();
     if (linear || !point_cloud.has_velocities()) arrays.bezier_corner_motion_vectors.clear();
     if (!linear)
-        build_patches(first_edges->of, tasks, progress);
+        build_patches(is_update, first_edges->of, tasks, progress);
     else
         bind_view();
     // The weights of a linear build add up to 0.7: the bar jumps at its end.
@@ -241,19 +242,20 @@ void SdsMeshGeometry::build_boxes(const float& weight, SysThreadTaskManager* tas
     update_bbox(tasks, progress);
 }
 
-void SdsMeshGeometry::build_patches(const CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
-                                    AppProgressBar* progress) {
+void SdsMeshGeometry::build_patches(const bool& is_update, const CoreArray<unsigned int>& first_edges,
+                                    SysThreadTaskManager* tasks, AppProgressBar* progress) {
     const bool has_motion = point_cloud.has_velocities();
     {
         const sds::ProgressTask task(progress, "compute bezier corners", has_motion ? 0.1f : 0.2f);
-        build_corners(point_cloud.get_positions(), first_edges, arrays.bezier_corners, tasks, progress);
+        build_corners(point_cloud.get_positions(), first_edges, !is_update, arrays.bezier_corners, tasks, progress);
     }
     if (has_motion) {
         const sds::ProgressTask task(progress, "compute bezier corners motion vectors", 0.1f);
-        build_corners(point_cloud.get_velocities(), first_edges, arrays.bezier_corner_motion_vectors, tasks, progress);
+        build_corners(point_cloud.get_velocities(), first_edges, false, arrays.bezier_corner_motion_vectors, tasks,
+                      progress);
     }
     bind_view();
     const sds::ProgressTask task(progress, "compute bezier tangents", 0.2f);
     SdsMeshBase::compute_bezier_tangents(bezier_mesh, base->get_edges(), arrays.tangent_infos, arrays.local_topologies,
-                                         arrays.bezier_tangents.get_data(), tasks, progress);
+                                         arrays.bezier_tangents.get_data(), tasks, progress, arrays.has_great_fans);
 }

@@ -264,6 +264,7 @@ private:
         CoreArray<Vec3f> bezier_corners;
         CoreArray<Vec3f> bezier_corner_motion_vectors;
         CoreArray<Vec3f> bezier_tangents;
+        bool has_great_fans = false;  // as SurfaceTopology has it
         CoreArray<GMathBbox3<float>> group_bboxes;
         mutable CoreArray<AreaRecord> group_area_records;
         GMathBbox3<float> bbox{{0, 0, 0}, {0, 0, 0}};
@@ -305,11 +306,13 @@ private:
     // as they are.
     void build_topology(const bool& is_update, CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
                         AppProgressBar* progress);
-    void build_patches(const CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
+    void build_patches(const bool& is_update, const CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
                        AppProgressBar* progress);
-    // Where the vertices at `points` come to lie on the limit.
+    // Where the vertices at `points` come to lie on the limit. `assigns_tangents` has the offsets of tangents set
+    // meanwhile.
     void build_corners(const CoreBasicArray<Vec3f>& points, const CoreArray<unsigned int>& first_edges,
-                       CoreArray<Vec3f>& corners, SysThreadTaskManager* tasks, AppProgressBar* progress) const;
+                       const bool& assigns_tangents, CoreArray<Vec3f>& corners, SysThreadTaskManager* tasks,
+                       AppProgressBar* progress);
     // `former` is what the geometry had before, or null.
     void build_refined(const CoreArray<Vec3f>& positions, const CoreArray<Vec3f>& motion_vectors, const bool& is_update,
                        std::shared_ptr<Refinement> former, AppProgressBar* progress);

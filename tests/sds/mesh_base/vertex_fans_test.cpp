@@ -56,11 +56,14 @@ void expect_steps(const Edges& edges, const CoreArray<Fan>& fans, SysThreadTaskM
     CoreArray<SdsMeshBase::BezierPatch> patches(quad_count), expected(quad_count);
     CoreArray<Fan> found(edge_count);
     CoreArray<unsigned int> first_edges(edge_count);
-    const unsigned int count =
+    const SdsMeshBase::SurfaceTopology topology =
         SdsMeshBase::compute_surface_topology({&vertices, nullptr, found.get_data(), nullptr, &edges, nullptr}, found,
                                               infos, patches, first_edges, tasks, nullptr);
-    EXPECT_EQ(count, SdsMeshBase::compute_tangent_infos(quad_count, fans.get_data(), expected_infos.get_data(), false,
-                                                        nullptr));
+    EXPECT_EQ(topology.tangent_count, SdsMeshBase::compute_tangent_infos(quad_count, fans.get_data(),
+                                                                         expected_infos.get_data(), false, nullptr));
+    EXPECT_EQ(SdsMeshBase::assign_tangent_offsets(quad_count, infos.get_data()), topology.tangent_count);
+    EXPECT_EQ(topology.has_great_fans,
+              std::any_of(fans.begin(), fans.end(), [](const Fan& fan) { return fan.valence > 32; }));
     SdsMeshBase::compute_bezier_topology({&vertices, nullptr, fans.get_data(), nullptr, &edges, nullptr}, expected,
                                          nullptr);
     for (unsigned int e = 0; e < edge_count; ++e) {
