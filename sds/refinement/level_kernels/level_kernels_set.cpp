@@ -223,7 +223,7 @@ bool is_any_handed(const LevelFaces& level, const unsigned int* quad) {
 // The indices of a few faces before their patches: two loops that do not wait for each other's loads.
 template <class Corners>
 unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, unsigned int end) {
-    constexpr unsigned int batch = 16;
+    constexpr unsigned int batch = 32;
     const Corners corners(level);
     const RingFinder<Corners> finder(level, corners);
     Ring rings[batch];

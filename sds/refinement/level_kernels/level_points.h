@@ -42,12 +42,16 @@ void sum_polygons(const LevelPoints& level, const unsigned int* faces, unsigned 
 void sum_neighbors(const LevelPoints& level, const unsigned int* faces, unsigned int count) {
     if (level.offsets != nullptr) return sum_polygons(level, faces, count);
     const SimdDouble4 zero(0.0), quarter(0.25);
-    for (unsigned int i = 0; i < count; ++i)
-        for (unsigned int k = 0; k < 4; ++k) {
-            double* sum = level.sums + sum_stride * size_t{level.vertices[4 * size_t{faces[i]} + k]};
-            zero.store4(sum);
-            zero.store4(sum + 4);
-        }
+    const auto clear = [&](size_t v) {
+        zero.store4(level.sums + sum_stride * v);
+        zero.store4(level.sums + sum_stride * v + 4);
+    };
+    // Mostly all vertices, in order.
+    if (2 * count > level.vertex_count)
+        for (unsigned int v = 0; v < level.vertex_count; ++v) clear(v);
+    else
+        for (unsigned int i = 0; i < count; ++i)
+            for (unsigned int k = 0; k < 4; ++k) clear(level.vertices[4 * size_t{faces[i]} + k]);
     for (unsigned int i = 0; i < count; ++i) {
         const unsigned int* quad = level.vertices + 4 * size_t{faces[i]};
         const auto load = [&level](unsigned int v) { return SimdDouble4::load4(level.points + 3 * size_t{v}); };
