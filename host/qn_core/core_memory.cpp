@@ -144,7 +144,13 @@ void* CoreMemory::allocate(const size_t& size, const size_t& alignment) {
     const std::align_val_t aligned = get_alignment(large_size, alignment);
     if (keeps_blocks && is_kept_size(rounded))
         if (void* const kept = kept_blocks(rounded).take(rounded, aligned); kept != nullptr) return kept;
-    void* const block = ::operator new(std::max(rounded, large_size), aligned);
+    void* block = ::operator new(std::max(rounded, large_size), aligned, std::nothrow);
+    if (block == nullptr) {
+        // Under a limit of addresses what is kept may be what is missing.
+        if (get_kept_size() == 0) throw std::bad_alloc();
+        release_kept();
+        block = ::operator new(std::max(rounded, large_size), aligned);
+    }
     if (large_size != 0) ask_for_large_pages(block, large_size);
     return block;
 }

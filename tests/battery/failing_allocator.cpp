@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -12,12 +13,24 @@ std::atomic<std::size_t> bytes{0};
 std::atomic<std::size_t> to_go{0};
 std::atomic<bool> failed{false};
 
+std::atomic<unsigned int> rounds{0};
+
+// What this thread was refused just now: it may try again.
+struct Refusal {
+    std::size_t size = 0;
+    unsigned int round = 0;
+};
+thread_local Refusal refusal;
+
 void* allocate(std::size_t size, std::size_t alignment) noexcept {
+    const Refusal last = std::exchange(refusal, Refusal{});
+    if (last.round != 0 && last.round == rounds && last.size == size) return nullptr;
     std::size_t left = to_go.load();
     while (left != 0 && !to_go.compare_exchange_weak(left, left - 1)) {
     }
     if (left == 1) {
         failed = true;
+        refusal = {size, rounds};
         return nullptr;
     }
     void* p = nullptr;
@@ -42,6 +55,7 @@ std::size_t sds_test::live_bytes() { return bytes; }
 void sds_test::fail_allocation(std::size_t k) {
     failed = false;
     to_go = k;
+    ++rounds;
 }
 bool sds_test::has_failed() { return failed; }
 

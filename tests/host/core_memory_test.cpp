@@ -1,9 +1,15 @@
 #include "qn_core/core_memory.h"
 
 #include <gtest/gtest.h>
+#ifdef __linux__
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
 
 #include <cstdint>
 #include <cstring>
+#include <fstream>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -67,5 +73,26 @@ TEST(CoreMemory, BlocksAreAlignedAndApart) {
     CoreMemory::free(nullptr, 100, 64);
     CoreMemory::release_kept();
 }
+
+#ifdef __linux__
+TEST(CoreMemory, GivesBackWhatItKeepsWhereAddressesRunOut) {
+    if (!keeps_blocks()) GTEST_SKIP() << "a checker of memory is at work";
+    constexpr size_t mebibyte = size_t{1} << 20, kept = 200 * mebibyte, wanted = 240 * mebibyte;
+    CoreMemory::free(CoreMemory::allocate(kept, 64), kept, 64);
+    size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
+    rlimit tight = before;
+    tight.rlim_cur = pages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) + wanted - kept + 64 * mebibyte;
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &tight), 0);
+    void* block = nullptr;
+    EXPECT_NO_THROW(block = CoreMemory::allocate(wanted, 64));
+    EXPECT_THROW(CoreMemory::allocate(4 * wanted, 64), std::bad_alloc);
+    EXPECT_EQ(setrlimit(RLIMIT_AS, &before), 0);
+    CoreMemory::free(block, wanted, 64);
+    CoreMemory::release_kept();
+}
+#endif
 
 }  // namespace
