@@ -49,7 +49,7 @@ void number_children(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
 template <bool is_quads>
 class ChildMaker {
 public:
-    ChildMaker(const RefinementLevel& coarse, RefinementLevel& fine, const StepScratch& scratch)
+    ChildMaker(const RefinementLevel& coarse, RefinementLevel& fine, bool has_corner_edges, const StepScratch& scratch)
         : m_coarse(coarse),
           m_corners(coarse.corner_vertices.get_data()),
           m_coarse_opposites(coarse.edges.opposite_edges.get_data()),
@@ -61,13 +61,13 @@ public:
           m_edge_halves(coarse.edge_halves.get_data()),
           m_corner_children(scratch.corner_children.get_data()) {
         fine.corner_vertices.resize(4 * fine.face_count);
-        fine.corner_edges.resize(4 * fine.face_count);
+        fine.corner_edges.resize(has_corner_edges ? 4 * fine.face_count : 0);
         fine.edges.opposite_edges.resize(4 * fine.face_count);
         m_corner_vertices = fine.corner_vertices.get_data();
-        m_corner_edges = fine.corner_edges.get_data();
+        m_corner_edges = has_corner_edges ? fine.corner_edges.get_data() : nullptr;
         m_opposites = fine.edges.opposite_edges.get_data();
         m_edge_corners = fine.edge_corners.get_data();
-        std::fill(m_corner_edges, m_corner_edges + 4 * size_t{fine.face_count}, none);
+        std::fill(fine.corner_edges.begin(), fine.corner_edges.end(), none);
     }
 
     // All children of a quad.
@@ -165,7 +165,7 @@ private:
         return {halves[is_backward], halves[1 - is_backward]};
     }
     void set_edge(unsigned int corner, unsigned int e) const {
-        m_corner_edges[corner] = e;
+        if (m_corner_edges != nullptr) m_corner_edges[corner] = e;
         m_edge_corners[e] = corner;
     }
 
@@ -216,8 +216,12 @@ void set_states(const RefinementLevel& coarse, RefinementLevel& fine, bool is_la
 }
 
 template <bool is_quads>
-void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, const StepScratch& scratch) {
-    const ChildMaker<is_quads> maker(coarse, fine, scratch);
+void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, bool is_last, const StepScratch& scratch) {
+    bool has_nonmanifold = false, has_fractional = false;
+    for (const unsigned int e : coarse.sharp_edges)
+        has_nonmanifold |= coarse.edge_marks[e] == RefinementLevel::nonmanifold_mark;
+    for (const unsigned int e : fine.sharp_edges) has_fractional |= !is_infinitely_sharp(fine.edge_sharpness[e]);
+    const ChildMaker<is_quads> maker(coarse, fine, !is_last || has_nonmanifold || has_fractional, scratch);
     for (const unsigned int f : scratch.refined) {
         const unsigned int begin = is_quads ? 4 * f : coarse.offsets[f];
         const unsigned int end = is_quads ? 4 * f + 4 : coarse.offsets[f + 1];
@@ -227,9 +231,6 @@ void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, cons
             for (unsigned int c = begin; c < end; ++c) maker.add_one(c);
     }
     for (const unsigned int c : scratch.supporting_corners) maker.add_one(c);
-    bool has_nonmanifold = false;
-    for (const unsigned int e : coarse.sharp_edges)
-        has_nonmanifold |= coarse.edge_marks[e] == RefinementLevel::nonmanifold_mark;
     if (has_nonmanifold) {
         std::fill(fine.valences.begin(), fine.valences.end(), 0u);
         for (const unsigned int v : fine.corner_vertices) ++fine.valences[v];
@@ -253,7 +254,7 @@ void make_children(RefinementLevel& coarse, RefinementLevel& fine, bool is_last,
     number_children(coarse, fine, scratch);
     set_states(coarse, fine, is_last, border_rule, scratch.refined);
     const auto make = coarse.is_quads() ? &make_children_of<true> : &make_children_of<false>;
-    make(coarse, fine, scratch);
+    make(coarse, fine, is_last, scratch);
 }
 
 }  // namespace sds

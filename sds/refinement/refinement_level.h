@@ -69,7 +69,8 @@ struct RefinementLevel {
     CoreArray<unsigned char> corner_slots;  // per corner: its number in its quad, no_slot in other polygons
 
     // Per face-corner: vertex, number of the edge that leaves it, the face-corner across. Only edges that are sharp or
-    // shared with coarser patches have a number before the step, and those that get a point afterwards.
+    // shared with coarser patches have a number before the step, and those that get a point afterwards. No corner knows
+    // the number at a last level without fractional edges and edges of three quads: there the creases tell.
     CoreArray<unsigned int> corner_vertices;
     CoreArray<unsigned int> corner_edges;
     SdsMeshBase::EdgesTopology edges;  // creases are the infinitely sharp edges; of polygons, the first four
@@ -127,6 +128,7 @@ struct RefinementLevel {
         return {o, previous_corner(o)};  // a neighbor that winds the other way
     }
     float sharpness_at(unsigned int c) const {
+        if (corner_edges.is_empty()) return edges.is_crease(c) ? infinite_sharpness : 0.0f;
         return corner_edges[c] == none ? 0.0f : edge_sharpness[corner_edges[c]];
     }
     bool is_infinite_at(unsigned int c) const { return is_infinitely_sharp(sharpness_at(c)); }
