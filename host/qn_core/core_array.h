@@ -112,13 +112,19 @@ public:
         if (count > m_capacity || !std::is_trivially_copyable_v<T>) {
             CoreArray filled;  // `count` and `value` may be this array's own
             filled.reserve(count);
-            std::uninitialized_fill(filled.m_data, filled.m_data + count, value);
+            if constexpr (is_byte)
+                filled.fill_bytes(count, value);
+            else
+                std::uninitialized_fill(filled.m_data, filled.m_data + count, value);
             filled.m_count = count;
             swap(filled);
         } else {
             const T kept = value;
             const unsigned int kept_count = count;
-            for (unsigned int i = 0; i < kept_count; ++i) m_data[i] = kept;
+            if constexpr (is_byte)
+                fill_bytes(kept_count, kept);
+            else
+                for (unsigned int i = 0; i < kept_count; ++i) m_data[i] = kept;
             m_count = kept_count;
         }
     }
@@ -166,6 +172,15 @@ public:
 private:
     // A cache line, so that flat arrays of small records never straddle more lines than they must.
     static constexpr size_t alignment = alignof(T) > 64 ? alignof(T) : 64;
+
+    // Compilers take structures of one byte for anything but bytes.
+    static constexpr bool is_byte = sizeof(T) == 1 && std::is_trivially_copyable_v<T>;
+
+    void fill_bytes(unsigned int count, const T& value) {
+        unsigned char byte;
+        std::memcpy(&byte, &value, 1);
+        if (count != 0) std::memset(static_cast<void*>(m_data), byte, count);
+    }
 
     void release() {
         if (m_data != nullptr) CoreMemory::free(m_data, sizeof(T) * size_t{m_capacity}, alignment);

@@ -122,8 +122,8 @@ public:
     // Where a quad's extra tangents are and which of its corners (bits 0-3) and edges (bits 4-7) have them, two vectors
     // per set bit.
     struct PatchTangentInfo {
-        unsigned int tangent_offset = 0;
-        unsigned int irregular = 0;
+        unsigned int tangent_offset;
+        unsigned int irregular;
     };
 
     // The polygons of a build, where the surface is to be refined: what its refinement starts from. Never changed.

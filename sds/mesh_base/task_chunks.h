@@ -109,7 +109,7 @@ void for_each_entry(SysThreadTaskManager* manager, unsigned int count, AppProgre
     run_tasks<RangeTask<decltype(work)>>(manager, count, 4, progress, work);
 }
 
-inline constexpr size_t min_shared_bytes = size_t{1} << 22;
+inline constexpr size_t min_shared_bytes = size_t{1} << 21;
 
 // Calls use(begin, end) for parts of an array of `count` T, of a large one on all threads of the arena, which share
 // the first touch of its pages.

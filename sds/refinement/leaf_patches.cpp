@@ -93,7 +93,7 @@ void LeafPatches::compute_nets(unsigned int face, const LevelValues<Vec3d>& valu
     nets = Nets(controls);
     // Differences of blended controls are all that a crease on its way to smoothness has.
     if (has_fractional_corner(face)) return;
-    SdsMeshBase::PatchTangentInfo info;
+    SdsMeshBase::PatchTangentInfo info{};
     SdsMeshBase::compute_tangent_infos(1, m_fans, &info, false, nullptr);
     // Between sharp edges that turn inwards the crease's tangents do not hold: the controls' differences do better.
     for (unsigned int k = 0; k < 4; ++k) {

@@ -169,7 +169,7 @@ TEST(PatchTangents, OneQuadGivesTheBitsOfAllQuads) {
             if (seed % 2 != 0) mesh = weighted;
 
             CoreArray<SdsMeshBase::VertexLocalTopology> fans(4 * surface.get_quad_count());
-            CoreArray<SdsMeshBase::PatchTangentInfo> infos(surface.get_quad_count());
+            CoreArray<SdsMeshBase::PatchTangentInfo> infos(surface.get_quad_count(), {});
             SdsMeshBase::analyse_vertices_local_topology(edges, fans, false, nullptr);
             CoreArray<Vec3f> all(SdsMeshBase::compute_tangent_infos(surface.get_quad_count(), fans.get_data(),
                                                                     infos.get_data(), false, nullptr));
