@@ -92,6 +92,7 @@ void bench_bytes(Session& session, const HostCage& cage, unsigned int depth, boo
 }
 
 void bench_rays_against_depth_0(Session& session, const HostCage& cage, unsigned int depth) {
+    give_back_freed_memory();  // of the builds
     for (const unsigned int level : {0u, 3u}) {
         const Scene refined(cage, depth, level), plain(cage, 0, level);
         sds_render::RenderThread refined_thread(refined.scene.get_shader_ctx());

@@ -1,6 +1,7 @@
 #include "bench/support/counters.h"
 
 #include <linux/perf_event.h>
+#include <malloc.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -105,6 +106,11 @@ Counts operator-(const Counts& a, const Counts& b) {
 const MachineSpeed& get_machine_speed() {
     static const MachineSpeed speed = measure_machine();
     return speed;
+}
+
+void give_back_freed_memory() {
+    CoreMemory::release_kept();
+    malloc_trim(0);
 }
 
 SmallPages::SmallPages() : m_was_off(prctl(PR_GET_THP_DISABLE, 0, 0, 0, 0) == 1) {

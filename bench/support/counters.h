@@ -22,6 +22,9 @@ struct MachineSpeed {
 };
 const MachineSpeed& get_machine_speed();
 
+// Pages of freed memory, whoever kept them, so that what comes next touches its own as in a new process.
+void give_back_freed_memory();
+
 // While this lives, memory that is first touched has pages of 4 KB, on both sides of a comparison: an allocator that
 // asks for large ones and one that does not are the same then. Both begin without memory kept from earlier work.
 class SmallPages {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "bench/support/cages.h"
+#include "bench/support/counters.h"
 #include "bench/support/report.h"
 #include "bench/support/timing.h"
 #include "qn_sys/sys_thread.h"
@@ -29,9 +30,10 @@ struct Session {
     }
 };
 
-// Runs work on the calling thread alone.
+// Runs work on the calling thread alone, with nothing left to it by what ran before.
 template <class Work>
 void run_alone(Work&& work) {
+    give_back_freed_memory();
     SysThreadArena(1).execute(work);
 }
 
