@@ -147,6 +147,7 @@ void count_slices(const SdsMesh& mesh, const CoreBasicArray<GMathBbox3<double>>&
                   CoreArray<unsigned char>& counts) {
     constexpr double least_overlap = 6.0, least_share = 1.0 / 1024.0;
     const unsigned int count = boxes.get_count();
+    if (count == 0) return;
     const GMathBbox3<double> whole(mesh.get_geometry()->get_bbox());
     const double area = get_area(whole);
     // A few tell whether all are worth looking at.
