@@ -66,6 +66,9 @@ void* operator new(std::size_t size, std::align_val_t alignment) {
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return allocate(size, alignof(std::max_align_t));
 }
+void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    return allocate(size, static_cast<std::size_t>(alignment));
+}
 void operator delete(void* p) noexcept { release(p); }
 void operator delete(void* p, std::size_t) noexcept { release(p); }
 void operator delete(void* p, std::align_val_t) noexcept { release(p); }
