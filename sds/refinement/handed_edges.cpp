@@ -89,7 +89,7 @@ void HandedEdges::hand_points(const PatchLimits<GMathVec3<double>>& limits) {
         const GMathVec3<double>& limit = is_touched ? limits.get(v) : zero;
         const Point rounded = {static_cast<float>(limit[0]), static_cast<float>(limit[1]), static_cast<float>(limit[2]),
                                0.0f};
-        m_below.has_point[child] = is_handed | is_touched ? 1 : 0;
+        m_below.has_point[child] = (is_handed | is_touched) ? 1 : 0;
         m_below.points[child] = *(is_handed ? &m_here.points[v] : &rounded);
     }
 }

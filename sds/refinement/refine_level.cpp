@@ -52,7 +52,7 @@ void number_vertices(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
         scratch.supporting[supporting_count] = f;
         const bool is_touched = all != none;
         touched_count += is_touched ? 1 : 0;
-        supporting_count += is_touched & (states[f] != FaceState::refined) ? 1 : 0;
+        supporting_count += (is_touched ? 1 : 0) & (states[f] != FaceState::refined ? 1 : 0);
     });
     scratch.touched.resize(touched_count);
     scratch.supporting.resize(supporting_count);

@@ -75,9 +75,9 @@ void RefinedTopology::list_children(unsigned int level_index, unsigned int face,
     const unsigned int first = m_levels[level_index].first_children[face];
     RefinementLevel& fine = m_levels[level_index + 1];
     const FaceState* states = fine.states.get_data() + first;
-    const auto is_patch = [states](unsigned int c) { return states[c] != FaceState::refined; };
+    const auto is_patch = [states](unsigned int c) { return states[c] != FaceState::refined ? 1u : 0u; };
     // Candidates below the first level are no holes.
-    if (is_patch(0) & is_patch(1) & is_patch(2) & is_patch(3)) {
+    if ((is_patch(0) & is_patch(1) & is_patch(2) & is_patch(3)) != 0) {
         const unsigned int patch = m_places.get_patch_count();
         unsigned int* patches = fine.face_patches.get_data() + first;
         patches[0] = patch;
