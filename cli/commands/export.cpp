@@ -243,9 +243,9 @@ void run_export(const ExportOptions& options) {
     const std::size_t quads = surface.get_base().get_primitive_count();
 
     const std::size_t sampled_count =
-        options.properties.size() +
-        std::ranges::count_if(std::array{&options.tessellation, &options.samples.path, &options.uvs.path},
-                              [](const std::string* path) { return !path->empty(); });
+        options.properties.size() + static_cast<std::size_t>(std::ranges::count_if(
+                                        std::array{&options.tessellation, &options.samples.path, &options.uvs.path},
+                                        [](const std::string* path) { return !path->empty(); }));
     const float weight = 0.9f / static_cast<float>(std::max<std::size_t>(sampled_count, 1));
     if (!options.properties.empty()) export_properties(options, loaded, progress.get(), weight);
     if (!options.patches.empty()) {
