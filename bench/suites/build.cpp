@@ -196,7 +196,6 @@ void bench_scaling(Session& session) {
         budget.min_rounds = 2;
         run_alone([&] {
             std::unique_ptr<OurSurface> surface;
-            give_back_freed_memory();  // of making the cage
             const auto times = run_interleaved({{[&] {
                                                      surface = std::make_unique<OurSurface>();
                                                      surface->build(*cage);

@@ -8,7 +8,7 @@
 // up to 8 MB, 512 MB of larger ones, where what was freed first goes first. So a surface that is built again, or
 // another one like it, finds its pages there. The pages of the larger blocks are the system's to take while they wait
 // (MADV_FREE): they count as the process's until it needs memory. Without such a call larger blocks are not kept. Any
-// thread may call.
+// thread may call. Where the system refuses storage, all that is kept goes back to it before it is asked again.
 #pragma once
 
 #include <cstddef>

@@ -1,9 +1,10 @@
-// Where each polygon's corners begin, and whether all have four.
+// Where each polygon's corners begin, whether all have four, and whether any has no vertex.
 #pragma once
 
 #include <algorithm>
 
 #include "qn_core/core_array.h"
+#include "sds/common/half_edge.h"
 
 namespace sds {
 
@@ -19,15 +20,26 @@ inline CoreArray<unsigned int> polygon_offsets(const CoreBasicArray<unsigned int
 }
 
 // Blocks are looked at without a branch.
-inline bool has_only_quads(const CoreBasicArray<unsigned int>& counts) {
+inline bool has_only_quads(const unsigned int* counts, unsigned int count) {
     constexpr unsigned int block = 4096;
-    for (unsigned int first = 0; first < counts.get_count(); first += block) {
-        const unsigned int size = std::min(block, counts.get_count() - first);
+    for (unsigned int first = 0; first < count; first += block) {
+        const unsigned int size = std::min(block, count - first);
         unsigned int others = 0;
         for (unsigned int i = 0; i < size; ++i) others |= counts[first + i] ^ 4u;
         if (others != 0) return false;
     }
     return true;
+}
+inline bool has_only_quads(const CoreBasicArray<unsigned int>& counts) {
+    return has_only_quads(counts.get_data(), counts.get_count());
+}
+
+// Without a branch per number.
+inline bool has_none(const CoreBasicArray<unsigned int>& numbers) {
+    const unsigned int* const data = numbers.get_data();
+    unsigned int found = 0;
+    for (unsigned int i = 0, count = numbers.get_count(); i < count; ++i) found += data[i] == none ? 1u : 0u;
+    return found != 0;
 }
 
 }  // namespace sds

@@ -34,10 +34,7 @@ void SdsMeshBase::set_late(const unsigned int& vertex_count, const CoreBasicArra
         }
     }
     source->polygon_groups = polygon_shading_groups;
-    const unsigned int* vertices = polygon_indices.get_data();
-    unsigned int void_count = 0;
-    for (unsigned int c = 0; c < corner_count; ++c) void_count += vertices[c] == none ? 1u : 0u;
-    source->has_void = void_count != 0;
+    source->has_void = sds::has_none(polygon_indices);
     constexpr unsigned int block_size = StepSource::block_size;
     source->blocks.reserve(corner_count / block_size + 1);
     for (unsigned int p = 0; p < polygon_counts.get_count(); ++p)

@@ -25,9 +25,7 @@ CoreArray<unsigned char> find_creases(const SdsMeshBase::EdgesTopology& edges) {
 bool has_only_quads(const CoreBasicArray<unsigned int>& polygon_counts) {
     std::atomic<bool> has_others{false};
     sds::for_each_part<unsigned int>(polygon_counts.get_count(), [&](unsigned int begin, unsigned int end) {
-        if (!sds::has_only_quads(CoreBasicArray<unsigned int>(
-                end - begin, const_cast<unsigned int*>(polygon_counts.get_data()) + begin)))
-            has_others = true;
+        if (!sds::has_only_quads(polygon_counts.get_data() + begin, end - begin)) has_others = true;
     });
     return !has_others;
 }

@@ -226,7 +226,8 @@ void SdsMeshGeometry::build_quads(const CoreArray<Vec3f>& positions, const CoreA
     sds::KeptScratch<FirstEdges> first_edges;
     if (!linear) first_edges->of.resize(point_cloud.get_count());
     build_topology(is_update, first_edges->of, tasks, progress);
-    if (is_update && !linear) SdsMeshBase::find_first_edges(base->get_quad_indices(), first_edges->of);
+    if (is_update && !linear && tasks != nullptr)
+        SdsMeshBase::find_first_edges(base->get_quad_indices(), first_edges->of);
     if (linear) arrays.bezier_corners.clear();
     if (linear || !point_cloud.has_velocities()) arrays.bezier_corner_motion_vectors.clear();
     if (!linear)

@@ -302,8 +302,8 @@ private:
                      AppProgressBar* progress);
     void copy_arrays(const SdsMeshGeometry& other);
     // Null `tasks`, here and below, where the calling thread is enough.
-    // Per vertex in `first_edges` the least half-edge that leaves it, here and below; of a small or linear surface left
-    // as they are.
+    // Per vertex in `first_edges` the least half-edge that leaves it, here and below; of a small or linear surface they
+    // mean nothing.
     void build_topology(const bool& is_update, CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,
                         AppProgressBar* progress);
     void build_patches(const bool& is_update, const CoreArray<unsigned int>& first_edges, SysThreadTaskManager* tasks,

@@ -15,13 +15,6 @@ bool is_void(const RefinementCage& cage, unsigned int begin, unsigned int end) {
     return false;
 }
 
-// Without a branch per number.
-bool has_none(const CoreBasicArray<unsigned int>& numbers) {
-    unsigned int count = 0;
-    for (unsigned int i = 0; i < numbers.get_count(); ++i) count += numbers[i] == none ? 1u : 0u;
-    return count != 0;
-}
-
 // Into the storage that the array has.
 void copy(const CoreBasicArray<unsigned int>& from, CoreArray<unsigned int>& to) {
     to.resize(from.get_count());
