@@ -14,15 +14,19 @@ namespace {
 
 constexpr unsigned int no_corner = 0xFFFFFFFF;
 
-// The quads of a level, whose face-corners are numbered by four.
+// The quads of a level, whose face-corners are numbered by four. Which of them ask for a limit point first is hard to
+// foretell, so that these corners are listed.
 struct QuadCorners {
+    static constexpr bool lists_limits = true;
     explicit QuadCorners(const LevelFaces&) {}
     unsigned int begin_of_face(unsigned int f) const { return 4 * f; }
     unsigned int place_of(unsigned int c) const { return c & 3u; }
 };
 
-// The quads of a level of polygons. All faces around a regular one are quads.
+// The quads of a level of polygons. All faces around a regular one are quads. They are mostly the grids that modelers
+// make, where every quad finds the same corners known.
 struct PolygonCorners {
+    static constexpr bool lists_limits = false;
     const unsigned int* offsets;
     const unsigned char* slots;
     explicit PolygonCorners(const LevelFaces& level) : offsets(level.offsets), slots(level.slots) {}
@@ -38,10 +42,9 @@ struct PolygonCorners {
 struct Ring {
     const unsigned int* quad;
     unsigned int starts[4], ends[4];
-    unsigned int opposites[4];    // beyond corners with a new limit point: the last of the eight around it
-    unsigned char smooth_edges;   // bits
-    unsigned char fresh_corners;  // bits of those with a limit point that is not known yet
-    bool has_handed;              // a corner from coarser patches
+    unsigned int smooth_edges;   // bits
+    unsigned int fresh_corners;  // bits of those whose limit points the patch makes
+    unsigned int opposites[4];   // at these corners, the last of the eight vertices around them
     unsigned int patch;
 };
 
@@ -56,7 +59,6 @@ public:
         const unsigned int* quad = m_vertices + c;
         const unsigned int* across = m_opposites + c;
         ring.quad = quad;
-        ring.fresh_corners = 0;
         if (sharp_edges == 0 && across[0] != no_corner && across[1] != no_corner && across[2] != no_corner &&
             across[3] != no_corner) {
             ring.smooth_edges = 15;
@@ -68,13 +70,13 @@ public:
         for (unsigned int k = 0; k < 4; ++k) {
             ring.starts[k] = ring.ends[k] = quad[k];
             if (across[k] == no_corner || ((sharp_edges >> k) & 1u) != 0) continue;
-            ring.smooth_edges = static_cast<unsigned char>(ring.smooth_edges | 1u << k);
+            ring.smooth_edges |= 1u << k;
             find_beside(across[k], quad[k], ring, k);
         }
     }
-    // At corner k of that face, where all is smooth, for its limit point.
-    void find_opposite(unsigned int c, unsigned int k, Ring& ring) const {
-        const unsigned int v = ring.quad[k];
+    // At corner k of that face, where all is smooth, the last of the eight vertices around it.
+    unsigned int find_opposite(unsigned int c, unsigned int k) const {
+        const unsigned int v = m_vertices[c + k];
         unsigned int edge = c + k, begin = 0, place = 0;
 #pragma GCC unroll 2
         for (unsigned int i = 0; i < 2; ++i) {
@@ -85,8 +87,7 @@ public:
             edge = begin + ((is_flipped ? place + 3 : place + 1) & 3u);
             place = is_flipped ? place : (place + 1) & 3u;
         }
-        ring.opposites[k] = m_vertices[begin + (place ^ 2u)];
-        ring.fresh_corners = static_cast<unsigned char>(ring.fresh_corners | 1u << k);
+        return m_vertices[begin + (place ^ 2u)];
     }
 
 private:
@@ -107,34 +108,21 @@ private:
     Corners m_corners;
 };
 
-// The points of a ring.
-struct RingPoints {
-    SimdDouble4 quad[4], starts[4], ends[4];
+// The limit point of a vertex between smooth edges that has four, by the sums over the two kinds of its neighbors.
+SimdDouble4 sum_limit(SimdDouble4 vertex, SimdDouble4 edges, SimdDouble4 diagonals) {
+    const SimdDouble4 sum = vertex * SimdDouble4(16.0) + edges * SimdDouble4(4.0) + diagonals;
+    return sum * SimdDouble4(1.0 / 36.0);
+}
 
-    RingPoints(const LevelFaces& level, const Ring& ring) {
-#pragma GCC unroll 4
-        for (unsigned int k = 0; k < 4; ++k) {
-            quad[k] = load(level, ring.quad[k]);
-            starts[k] = load(level, ring.starts[k]);
-            ends[k] = load(level, ring.ends[k]);
-        }
-    }
-    // That of corner k, between smooth edges; kept for the faces to come.
-    SimdDouble4 make_limit(const LevelFaces& level, const Ring& ring, unsigned int k) const {
-        const unsigned int behind = (k + 3) & 3u;
-        const SimdDouble4 edges = quad[(k + 1) & 3u] + quad[behind] + starts[k] + ends[behind];
-        const SimdDouble4 diagonals = quad[(k + 2) & 3u] + ends[k] + starts[behind] + load(level, ring.opposites[k]);
-        const SimdDouble4 sum = quad[k] * SimdDouble4(16.0) + edges * SimdDouble4(4.0) + diagonals;
-        const SimdDouble4 limit = sum * SimdDouble4(1.0 / 36.0);
-        limit.store4(level.limits + 4 * size_t{ring.quad[k]});
-        return limit;
-    }
-
-private:
-    static SimdDouble4 load(const LevelFaces& level, unsigned int v) {
-        return SimdDouble4::load4(level.points + 3 * size_t{v});
-    }
-};
+// Stores the limit point of corner k of a ring, between smooth edges, for all faces around it.
+void make_limit(const LevelFaces& level, const Ring& ring, unsigned int k, unsigned int opposite) {
+    const auto load = [&level](unsigned int v) { return load_point(level, v); };
+    const unsigned int* quad = ring.quad;
+    const unsigned int next = (k + 1) & 3u, far = k ^ 2u, behind = (k + 3) & 3u;
+    const SimdDouble4 edges = load(quad[next]) + load(quad[behind]) + load(ring.starts[k]) + load(ring.ends[behind]);
+    const SimdDouble4 diagonals = load(quad[far]) + load(ring.ends[k]) + load(ring.starts[behind]) + load(opposite);
+    sum_limit(load(quad[k]), edges, diagonals).store4(level.limits + 4 * size_t{quad[k]});
+}
 
 template <class Corners>
 void compute_limits_of(const LevelFaces& level, const unsigned int* first, unsigned int begin, unsigned int end) {
@@ -151,29 +139,40 @@ void compute_limits_of(const LevelFaces& level, const unsigned int* first, unsig
             if (is_known) continue;
             Ring ring;
             finder.find_ring(c, level.edge_bits[f], ring);
-            finder.find_opposite(c, k, ring);
-            RingPoints(level, ring).make_limit(level, ring, k);
+            make_limit(level, ring, k, finder.find_opposite(c, k));
         }
     }
 }
 
 // Controls leave in order, four floats at a time: the fourth is overwritten by the next. Returns whether the patch
 // needs nets.
-template <bool is_smooth>
+template <bool is_smooth, bool makes_limits>
 bool compute_patch(const LevelFaces& level, const Ring& ring) {
     const SimdDouble4 two(2.0), four(4.0), third(1.0 / 3.0), ninth(1.0 / 9.0), eighteenth(1.0 / 18.0);
-    const RingPoints points(level, ring);
-    const SimdDouble4* q = points.quad;
-    SimdDouble4 corner[4], q4[4], a[4], b[4];
+    SimdDouble4 q[4], starts[4], ends[4], corner[4], q4[4], a[4], b[4];
 #pragma GCC unroll 4
-    for (unsigned int k = 0; k < 4; ++k)
-        corner[k] = ((ring.fresh_corners >> k) & 1u) != 0 ? points.make_limit(level, ring, k)
-                                                          : SimdDouble4::load4(level.limits + 4 * size_t{ring.quad[k]});
+    for (unsigned int k = 0; k < 4; ++k) {
+        q[k] = load_point(level, ring.quad[k]);
+        starts[k] = load_point(level, ring.starts[k]);
+        ends[k] = load_point(level, ring.ends[k]);
+    }
+#pragma GCC unroll 4
+    for (unsigned int k = 0; k < 4; ++k) {
+        double* const limit = level.limits + 4 * size_t{ring.quad[k]};
+        if (makes_limits && ((ring.fresh_corners >> k) & 1u) != 0) {
+            const unsigned int next = (k + 1) & 3u, far = k ^ 2u, behind = (k + 3) & 3u;
+            corner[k] = sum_limit(q[k], q[next] + q[behind] + starts[k] + ends[behind],
+                                  q[far] + ends[k] + starts[behind] + load_point(level, ring.opposites[k]));
+            corner[k].store4(limit);
+        } else {
+            corner[k] = SimdDouble4::load4(limit);
+        }
+    }
 #pragma GCC unroll 4
     for (unsigned int k = 0; k < 4; ++k) {
         q4[k] = q[k] * four;
-        a[k] = points.starts[k] + q[(k + 3) & 3u];
-        b[k] = points.ends[k] + q[(k + 2) & 3u];
+        a[k] = starts[k] + q[(k + 3) & 3u];
+        b[k] = ends[k] + q[(k + 2) & 3u];
     }
     const SimdDouble4 across[2] = {(q[1] + q[3]) * two, (q[0] + q[2]) * two};
     float* out = level.controls + 48 * size_t{ring.patch};
@@ -203,59 +202,73 @@ bool compute_patch(const LevelFaces& level, const Ring& ring) {
     return is_short;
 }
 
-// Puts the corners that coarser patches have in place of the patch's own.
-void take_corners(const LevelFaces& level, const Ring& ring) {
-    for (unsigned int k = 0; k < 4; ++k)
-        if (const size_t v = ring.quad[k]; level.is_handed[v] != 0)
-            std::memcpy(level.controls + 48 * size_t{ring.patch} + 12 * k, level.handed + 4 * v, 3 * sizeof(float));
-}
-
 // Patches of a level lie here and there among the others.
 void prefetch_patch(const float* controls) {
     for (unsigned int i = 0; i < 48; i += 16) __builtin_prefetch(controls + i, 1);
 }
 
-bool is_any_handed(const LevelFaces& level, const unsigned int* quad) {
-    const unsigned char* is_handed = level.is_handed;
-    return (is_handed[quad[0]] | is_handed[quad[1]] | is_handed[quad[2]] | is_handed[quad[3]]) != 0;
-}
-
-// The indices of a few faces before their patches: two loops that do not wait for each other's loads.
-template <class Corners>
+// The indices of a few faces before their limit points and patches: loops that do not wait for each other's loads, and
+// have no branch that is hard to foretell.
+template <class Corners, bool has_handed>
 unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, unsigned int end) {
     constexpr unsigned int batch = 32;
     const Corners corners(level);
     const RingFinder<Corners> finder(level, corners);
     Ring rings[batch];
     unsigned int short_count = 0;
-    unsigned int faces[batch + 1];
+    // Local, since bytes that are stored might be part of `level`.
+    unsigned char* const known = level.is_known;
+    const unsigned char* const handed = level.is_handed;
+    unsigned int faces[batch + 1], fresh_corners[4 * batch + 1], handed_corners[4 * batch + 1];
     for (unsigned int f = begin; f < end;) {
-        unsigned int ring_count = 0;
+        unsigned int ring_count = 0, fresh_count = 0, handed_count = 0;
         for (; f < end && ring_count < batch; ++f) {
             faces[ring_count] = f;
             ring_count += level.states[f] == level.emitted ? 1 : 0;
         }
         for (unsigned int i = 0; i < ring_count; ++i) {
             Ring& ring = rings[i];
-            const unsigned int c = corners.begin_of_face(faces[i]);
             ring.patch = level.patches[faces[i]];
             prefetch_patch(level.controls + 48 * size_t{ring.patch});
-            finder.find_ring(c, level.edge_bits[faces[i]], ring);
-            ring.has_handed = level.has_handed && is_any_handed(level, ring.quad);
+            finder.find_ring(corners.begin_of_face(faces[i]), level.edge_bits[faces[i]], ring);
+            ring.fresh_corners = 0;
+            const unsigned int quad[4] = {ring.quad[0], ring.quad[1], ring.quad[2], ring.quad[3]};
+#pragma GCC unroll 4
             for (unsigned int k = 0; k < 4; ++k) {
-                const unsigned int v = ring.quad[k];
-                const unsigned char known = level.is_known[v];
-                if (known == 1) continue;  // on many threads all are, from compute_limits
-                if (known == 0) finder.find_opposite(c, k, ring);
-                level.is_known[v] = 1;
+                const unsigned int v = quad[k];
+                const bool is_fresh = known[v] == 0;  // never on many threads, after compute_limits
+                known[v] = 1;
+                if (Corners::lists_limits) {
+                    fresh_corners[fresh_count] = 4 * i + k;
+                    fresh_count += is_fresh ? 1 : 0;
+                } else if (is_fresh) {
+                    ring.fresh_corners |= 1u << k;
+                    ring.opposites[k] = finder.find_opposite(corners.begin_of_face(faces[i]), k);
+                }
+                if (!has_handed) continue;
+                handed_corners[handed_count] = 4 * i + k;
+                handed_count += handed[v];
             }
         }
+        for (unsigned int i = 0; i < fresh_count; ++i) {
+            const unsigned int k = fresh_corners[i] & 3u;
+            const Ring& ring = rings[fresh_corners[i] >> 2];
+            const auto c = static_cast<unsigned int>(ring.quad - level.vertices);
+            make_limit(level, ring, k, finder.find_opposite(c, k));
+        }
         for (unsigned int i = 0; i < ring_count; ++i) {
-            const bool is_short = rings[i].smooth_edges == 15 ? compute_patch<true>(level, rings[i])
-                                                              : compute_patch<false>(level, rings[i]);
-            if (rings[i].has_handed) take_corners(level, rings[i]);
+            constexpr bool makes_limits = !Corners::lists_limits;
+            const bool is_short = rings[i].smooth_edges == 15 ? compute_patch<true, makes_limits>(level, rings[i])
+                                                              : compute_patch<false, makes_limits>(level, rings[i]);
             level.net_offsets[rings[i].patch] = is_short ? 0 : no_corner;
             short_count += is_short ? 1 : 0;
+        }
+        // What coarser patches have at corners comes in place of the patches' own.
+        for (unsigned int i = 0; i < handed_count; ++i) {
+            const unsigned int k = handed_corners[i] & 3u;
+            const Ring& ring = rings[handed_corners[i] >> 2];
+            std::memcpy(level.controls + 48 * size_t{ring.patch} + 12 * k, level.handed + 4 * size_t{ring.quad[k]},
+                        3 * sizeof(float));
         }
     }
     return short_count;
@@ -269,8 +282,10 @@ void compute_limits(const LevelFaces& level, const unsigned int* first, unsigned
 }
 
 unsigned int compute_controls(const LevelFaces& level, unsigned int begin, unsigned int end) {
-    return level.offsets == nullptr ? compute_controls_of<QuadCorners>(level, begin, end)
-                                    : compute_controls_of<PolygonCorners>(level, begin, end);
+    // The first level has no coarser patches, and only that one has polygons.
+    if (level.offsets != nullptr) return compute_controls_of<PolygonCorners, false>(level, begin, end);
+    return level.has_handed ? compute_controls_of<QuadCorners, true>(level, begin, end)
+                            : compute_controls_of<QuadCorners, false>(level, begin, end);
 }
 
 }  // namespace
