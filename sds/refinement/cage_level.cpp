@@ -174,14 +174,17 @@ struct QuadSteps {
     // Whether the faces at vertex v, of which c is one's face-corner, certainly are one fan.
     bool is_fan(unsigned int v, unsigned int c, unsigned int valence) const {
         unsigned int corner = c;
-        for (unsigned int i = 1; i < valence; ++i) {
+        const auto turn = [&] {
             const unsigned int o = opposites[corner];
             if (o == none || vertices[o] == v) return false;
             const unsigned int slot = slots != nullptr ? slots[o] : o & 3u;
             if (slot == RefinementLevel::no_slot) return false;
             corner = o - slot + ((slot + 1) & 3u);
-            if (corner == c) return false;
-        }
+            return corner != c;
+        };
+        if (valence == 4) return turn() && turn() && turn();
+        for (unsigned int i = 1; i < valence; ++i)
+            if (!turn()) return false;
         return true;
     }
 };

@@ -1,12 +1,25 @@
 #include "sds/refinement/handed_edges.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
 
 #include "sds/common/array_bytes.h"
 #include "sds/common/control_grid.h"
 
 namespace sds {
+
+namespace {
+
+// One of two, without a branch.
+template <class T>
+const T* choose(unsigned char is_first, const T* first, const T* second) {
+    const auto mask = std::uintptr_t{0} - is_first;
+    return reinterpret_cast<const T*>((reinterpret_cast<std::uintptr_t>(first) & mask) |
+                                      (reinterpret_cast<std::uintptr_t>(second) & ~mask));
+}
+
+}  // namespace
 
 void HandedEdges::Level::start(const RefinementLevel& level) {
     edge_indices.assign(level.edge_count, none);
@@ -81,16 +94,17 @@ void HandedEdges::hand_own_edges(const Vec3f* controls) {
 // Without branches: which vertices are on is hard to foretell. Those without a child go behind the last.
 void HandedEdges::hand_points(const PatchLimits<GMathVec3<double>>& limits) {
     const unsigned int* children = m_level->vertex_children.get_data();
+    const unsigned char* has_point = m_here.has_point.get_data();
     const unsigned int behind = m_fine->vertex_count;
     const GMathVec3<double> zero(0, 0, 0);
     for (unsigned int v = 0, end = m_level->vertex_count; v < end; ++v) {
-        const unsigned int child = children[v] == none ? behind : children[v];
-        const bool is_handed = m_here.has_point[v] != 0, is_touched = limits.is_touched(v);
-        const GMathVec3<double>& limit = is_touched ? limits.get(v) : zero;
+        const unsigned int child = std::min(children[v], behind);
+        const unsigned char is_handed = has_point[v], is_touched = limits.is_touched(v) ? 1 : 0;
+        const GMathVec3<double>& limit = *choose(is_touched, &limits.get(v), &zero);
         const Point rounded = {static_cast<float>(limit[0]), static_cast<float>(limit[1]), static_cast<float>(limit[2]),
                                0.0f};
-        m_below.has_point[child] = (is_handed | is_touched) ? 1 : 0;
-        m_below.points[child] = *(is_handed ? &m_here.points[v] : &rounded);
+        m_below.has_point[child] = is_handed | is_touched;
+        m_below.points[child] = *choose(is_handed, &m_here.points[v], &rounded);
     }
 }
 

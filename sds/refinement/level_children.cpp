@@ -114,8 +114,8 @@ public:
         // Numbers of children that are not there are read, but not used.
         const unsigned int ahead_corner = child_corner(begin, next, 2), former_corner = child_corner(begin, behind, 1);
         m_opposites[corners[0]] = find_across_start(c);
-        m_opposites[corners[1]] = has_child(next) ? ahead_corner : none;
-        m_opposites[corners[2]] = has_child(behind) ? former_corner : none;
+        m_opposites[corners[1]] = ahead_corner | get_missing(next);
+        m_opposites[corners[2]] = former_corner | get_missing(behind);
         m_opposites[corners[3]] = find_across_end(behind);
     }
 
@@ -133,7 +133,8 @@ private:
         unsigned int start, end;
     };
 
-    bool has_child(unsigned int c) const { return m_vertex_children[m_corners[c]] != none; }
+    // None where the vertex of face-corner c has no child, which is hard to foretell, 0 elsewhere.
+    unsigned int get_missing(unsigned int c) const { return 0u - (m_vertex_children[m_corners[c]] == none ? 1u : 0u); }
     // Corner k, as in the figure, of the child at face-corner c of the face that begins at `begin`.
     unsigned int child_corner(unsigned int begin, unsigned int c, unsigned int k) const {
         return m_corner_children[c] + ((k + (is_quads ? c - begin : 0)) & 3u);

@@ -35,10 +35,10 @@ void number_vertices(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
     unsigned int* valences = fine.valences.get_data();
     unsigned int next = 0;
     for (unsigned int v = 0, end = coarse.vertex_count; v < end; ++v) {
-        const bool has_child = children[v] == 0;
+        const unsigned int has_child = children[v] == 0 ? 1 : 0;
         valences[next] = coarse.valences[v];
-        children[v] = has_child ? next : none;
-        next += has_child ? 1 : 0;
+        children[v] = next | (has_child - 1);  // none where there is no child
+        next += has_child;
     }
     fine.vertex_count = next;
 

@@ -132,13 +132,16 @@ public:
         for (unsigned int w = 0; w < m_patches.m_net_words.get_count(); ++w) {
             NetPlaces::Word word{0, count};
             const unsigned int begin = 32 * w, end = std::min(begin + 32, patch_count);
-            unsigned int all = none;
-            for (unsigned int p = begin; p < end; ++p) all &= found[p];
-            for (unsigned int p = begin; p < end && all != none; ++p) {
-                if (found[p] == none) continue;
-                word.has_nets |= 1u << p % 32;
-                out[count++] = found[p];
+            unsigned int stored[32 + 1];
+            unsigned int stored_count = 0;
+            for (unsigned int p = begin; p < end; ++p) {
+                const unsigned int has_nets = found[p] != none ? 1 : 0;
+                stored[stored_count] = found[p];
+                stored_count += has_nets;
+                word.has_nets |= has_nets << p % 32;
             }
+            std::copy(stored, stored + stored_count, out + count);
+            count += stored_count;
             m_patches.m_net_words[w] = word;
         }
     }

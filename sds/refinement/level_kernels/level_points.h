@@ -66,20 +66,36 @@ void sum_neighbors(const LevelPoints& level, const unsigned int* faces, unsigned
     }
 }
 
+constexpr unsigned int no_point = 0xFFFFFFFF;
+
+// body(i) where children[i] is a point. They are listed first: which are is hard to foretell.
+template <class Body>
+void for_each_with_child(const unsigned int* children, unsigned int count, const Body& body) {
+    constexpr unsigned int most = 64;
+    unsigned int found[most];
+    for (unsigned int begin = 0; begin < count; begin += most) {
+        const unsigned int end = begin + most < count ? begin + most : count;
+        unsigned int found_count = 0;
+        for (unsigned int i = begin; i < end; ++i) {
+            found[found_count] = i;
+            found_count += children[i] != no_point ? 1 : 0;
+        }
+        for (unsigned int i = 0; i < found_count; ++i) body(found[i]);
+    }
+}
+
 bool refine_points(const LevelPoints& level) {
-    constexpr unsigned int no_point = 0xFFFFFFFF;
     const auto load = [](const double* points, unsigned int i) { return SimdDouble4::load4(points + 3 * size_t{i}); };
     const auto store = [&level](unsigned int i, SimdDouble4 point) { point.store4(level.fine_points + 3 * size_t{i}); };
     const SimdDouble4 half(0.5), quarter(0.25);
-    for (unsigned int v = 0; v < level.vertex_count; ++v) {
-        if (level.vertex_children[v] == no_point) continue;
+    for_each_with_child(level.vertex_children, level.vertex_count, [&](unsigned int v) {
         const double n = static_cast<double>(level.valences[v]);
-        const double inverse = level.valences[v] == 4 ? 0.25 : 1.0 / n;
+        const double inverse = 1.0 / n;
         const double* sum = level.sums + sum_stride * size_t{v};
         store(level.vertex_children[v],
               load(level.points, v) * SimdDouble4((n - 2.0) * inverse) +
                   (SimdDouble4::load4(sum) * half + SimdDouble4::load4(sum + 4)) * SimdDouble4(inverse * inverse));
-    }
+    });
     bool is_complete = true;
     for (unsigned int e = 0; e < level.edge_count; ++e) {
         const unsigned int child = level.edge_children[e];
@@ -100,8 +116,8 @@ bool refine_points(const LevelPoints& level) {
             is_complete = false;
         }
     }
-    for (unsigned int f = 0; f < level.face_count; ++f)
-        if (level.face_children[f] != no_point) store(level.face_children[f], load(level.face_points, f));
+    for_each_with_child(level.face_children, level.face_count,
+                        [&](unsigned int f) { store(level.face_children[f], load(level.face_points, f)); });
     return is_complete;
 }
 

@@ -136,7 +136,9 @@ void sum_tangents(const LevelFaces& level, unsigned int e, unsigned int valence,
 
 // Replaces the entries of irregular corners and of the edges that touch them, as replace_irregular_entries does.
 void replace_entries(const LevelFaces& level, unsigned int face, const LeafCorners& corners, LeafNets& nets) {
-    const SimdDouble4 third(1.0 / 3.0), minus_third(-(1.0 / 3.0));
+    // Corners at which u and v run along the tangents, and against them.
+    constexpr double t = 1.0 / 3.0, u_thirds[4] = {t, -t, -t, t}, v_thirds[4] = {t, t, -t, -t};
+    const SimdDouble4 third(t);
     double cosines[4];
     unsigned int corner_bits = 0;
     for (unsigned int k = 0; k < 4; ++k) {
@@ -149,10 +151,10 @@ void replace_entries(const LevelFaces& level, unsigned int face, const LeafCorne
         SimdDouble4 t1, t2;
         sum_tangents(level, 4 * face + k, corners.valences[k], t1, t2);
         // t1 runs along the edge that leaves the corner, t2 against the one that arrives.
-        const bool is_turned = (k & 1u) != 0;
-        const bool is_u_forward = k == 0 || k == 3, is_v_forward = k < 2;
-        get_net_slot(nets, net_slots[k][0]) = (is_turned ? t2 : t1) * (is_u_forward ? third : minus_third);
-        get_net_slot(nets, net_slots[k][1]) = (is_turned ? t1 : t2) * (is_v_forward ? third : minus_third);
+        const unsigned int turned = k & 1u;
+        const SimdDouble4 tangents[2] = {t1, t2};
+        get_net_slot(nets, net_slots[k][0]) = tangents[turned] * SimdDouble4(u_thirds[k]);
+        get_net_slot(nets, net_slots[k][1]) = tangents[turned ^ 1u] * SimdDouble4(v_thirds[k]);
     }
     const SimdDouble4 minus_one(-1.0);
     for (; edge_bits != 0; edge_bits &= edge_bits - 1) {
