@@ -91,20 +91,27 @@ void HandedEdges::hand_own_edges(const Vec3f* controls) {
     }
 }
 
-// Without branches: which vertices are on is hard to foretell. Those without a child go behind the last.
+// Without branches, since which vertices are on is hard to foretell.
 void HandedEdges::hand_points(const PatchLimits<GMathVec3<double>>& limits) {
     const unsigned int* children = m_level->vertex_children.get_data();
-    const unsigned char* has_point = m_here.has_point.get_data();
-    const unsigned int behind = m_fine->vertex_count;
     const GMathVec3<double> zero(0, 0, 0);
-    for (unsigned int v = 0, end = m_level->vertex_count; v < end; ++v) {
-        const unsigned int child = std::min(children[v], behind);
-        const unsigned char is_handed = has_point[v], is_touched = limits.is_touched(v) ? 1 : 0;
-        const GMathVec3<double>& limit = *choose(is_touched, &limits.get(v), &zero);
-        const Point rounded = {static_cast<float>(limit[0]), static_cast<float>(limit[1]), static_cast<float>(limit[2]),
-                               0.0f};
-        m_below.has_point[child] = is_handed | is_touched;
-        m_below.points[child] = *choose(is_handed, &m_here.points[v], &rounded);
+    constexpr unsigned int most = 64;
+    unsigned int found[most];
+    for (unsigned int v = 0, end = m_level->vertex_count; v < end;) {
+        unsigned int count = 0;
+        for (const unsigned int stop = std::min(v + most, end); v < stop; ++v) {
+            found[count] = v;
+            count += children[v] != none ? 1 : 0;
+        }
+        for (unsigned int i = 0; i < count; ++i) {
+            const unsigned int from = found[i], child = children[from];
+            const unsigned char is_handed = m_here.has_point[from], is_touched = limits.is_touched(from) ? 1 : 0;
+            const GMathVec3<double>& limit = *choose(is_touched, &limits.get(from), &zero);
+            const Point rounded = {static_cast<float>(limit[0]), static_cast<float>(limit[1]),
+                                   static_cast<float>(limit[2]), 0.0f};
+            m_below.has_point[child] = is_handed | is_touched;
+            m_below.points[child] = *choose(is_handed, &m_here.points[from], &rounded);
+        }
     }
 }
 

@@ -219,7 +219,7 @@ unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, un
     // Local, since bytes that are stored might be part of `level`.
     unsigned char* const known = level.is_known;
     const unsigned char* const handed = level.is_handed;
-    unsigned int faces[batch + 1], fresh_corners[4 * batch + 1], handed_corners[4 * batch + 1];
+    unsigned int faces[batch + 1], fresh_corners[4 * batch + 1], opposites[4 * batch], handed_corners[4 * batch + 1];
     for (unsigned int f = begin; f < end;) {
         unsigned int ring_count = 0, fresh_count = 0, handed_count = 0;
         for (; f < end && ring_count < batch; ++f) {
@@ -251,11 +251,11 @@ unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, un
             }
         }
         for (unsigned int i = 0; i < fresh_count; ++i) {
-            const unsigned int k = fresh_corners[i] & 3u;
-            const Ring& ring = rings[fresh_corners[i] >> 2];
-            const auto c = static_cast<unsigned int>(ring.quad - level.vertices);
-            make_limit(level, ring, k, finder.find_opposite(c, k));
+            const auto c = static_cast<unsigned int>(rings[fresh_corners[i] >> 2].quad - level.vertices);
+            opposites[i] = finder.find_opposite(c, fresh_corners[i] & 3u);
         }
+        for (unsigned int i = 0; i < fresh_count; ++i)
+            make_limit(level, rings[fresh_corners[i] >> 2], fresh_corners[i] & 3u, opposites[i]);
         for (unsigned int i = 0; i < ring_count; ++i) {
             constexpr bool makes_limits = !Corners::lists_limits;
             const bool is_short = rings[i].smooth_edges == 15 ? compute_patch<true, makes_limits>(level, rings[i])
