@@ -52,7 +52,8 @@ ZooMesh make_cut_torus() {
     return mesh;
 }
 
-void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology, double error) {
+void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology, double error,
+                    bool may_have_siblings) {
     const CoreArray<unsigned int> counts = to_core_array(cage.mesh.counts);
     const CoreArray<unsigned int> indices = to_core_array(cage.mesh.indices);
     const CoreArray<unsigned int> offsets = sds::polygon_offsets(counts);
@@ -66,6 +67,7 @@ void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopo
     const CoreArray<unsigned char> holes = to_core_array(cage.holes);
     sds::RefinementOptions options;
     options.depth = depth;
+    options.may_have_siblings = may_have_siblings;
     options.error = error;
     options.chaikin = cage.chaikin;
     options.smooth_triangles = cage.smooth_triangles;

@@ -19,7 +19,8 @@ SdsRefinement refinement_of(const TaggedCage& cage, unsigned int depth);
 // A torus of quads but for one, which is two triangles: its regular quads stay whole. With its positions as UVs.
 ZooMesh make_cut_torus();
 
-void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology, double error = 0.0);
+void build_topology(const TaggedCage& cage, unsigned int depth, sds::RefinedTopology& topology, double error = 0.0,
+                    bool may_have_siblings = false);
 
 struct RefinedSurface {
     RefinedSurface(const TaggedCage& cage, unsigned int depth, double error = 0.0);

@@ -24,11 +24,14 @@ sds::RefinementOptions get_options(const SdsRefinement& settings, Mode mode) {
 }
 
 std::shared_ptr<sds::RefinedTopology> refine(const SdsMeshBase::ControlCage& cage, Mode mode,
-                                             const CoreBasicArray<Vec3f>& positions, AppProgressBar* progress) {
+                                             const CoreBasicArray<Vec3f>& positions, bool may_have_siblings,
+                                             AppProgressBar* progress) {
+    sds::RefinementOptions options = get_options(cage.refinement, mode);
+    options.may_have_siblings = may_have_siblings;
     auto topology = std::make_shared<sds::RefinedTopology>();
     topology->build({cage.vertex_count, cage.polygon_counts, cage.polygon_indices, cage.opposite_corners,
                      cage.edge_sharpness, cage.refinement.vertex_sharpness, cage.refinement.holes},
-                    get_options(cage.refinement, mode), positions, progress);
+                    options, positions, progress);
     return topology;
 }
 
@@ -77,12 +80,14 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
     const bool keeps_arrays = former && former.use_count() == 1;
     const auto built = keeps_arrays ? former : std::make_shared<Refinement>();
     const bool has_fixed_depth = !(cage.refinement.error > 0.0f);
+    const bool drops_levels = !is_update && has_fixed_depth;
+    const bool is_alone = SysThreadTaskManager().get_thread_count() == 1;
     {
         const sds::ProgressTask task(progress, "refine cage", 0.3f);
         if (is_update && former && has_fixed_depth && former->topology->has_levels())
             built->topology = former->topology;
         else
-            built->topology = refine(cage, mode, positions, progress);
+            built->topology = refine(cage, mode, positions, drops_levels && is_alone, progress);
         built->finest_level = find_finest_level(built->get_places());
     }
     const auto tasks = make_task_manager(built->get_places().get_patch_count());
@@ -98,7 +103,7 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
     } else {
         built->motion = {};
     }
-    if (!is_update && has_fixed_depth) built->topology->drop_levels();
+    if (drops_levels) built->topology->drop_levels();
     refinement = built;
     bind_view();
     build_boxes(0.2f, tasks.get(), progress);
@@ -110,13 +115,13 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
 std::shared_ptr<const sds::RefinedTopology> SdsMeshGeometry::get_refined_levels() const {
     if (refinement->topology->has_levels()) return refinement->topology;
     // Levels went because positions did not decide them.
-    return refine(*base->get_control_cage(), mode, {}, nullptr);
+    return refine(*base->get_control_cage(), mode, {}, false, nullptr);
 }
 
 void SdsMeshGeometry::keep_refined_levels() {
     if (refinement->topology->has_levels()) return;
     if (refinement.use_count() > 1) refinement = std::make_shared<Refinement>(*refinement);
-    refinement->topology = refine(*base->get_control_cage(), mode, {}, nullptr);
+    refinement->topology = refine(*base->get_control_cage(), mode, {}, false, nullptr);
     bind_view();
 }
 

@@ -23,7 +23,7 @@ void number_children(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
     const unsigned int* vertex_children = coarse.vertex_children.get_data();
     unsigned int* corner_children = scratch.corner_children.get_data();
     unsigned int candidate = 0;
-    for (const unsigned int f : scratch.refined) {
+    for (const unsigned int f : coarse.refined_faces) {
         coarse.first_children[f] = candidate / 4;
         for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c, candidate += 4)
             corner_children[c] = candidate;
@@ -33,12 +33,14 @@ void number_children(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
     scratch.supporting_corners.resize(corner_count);
     unsigned int* corners = scratch.supporting_corners.get_data();
     unsigned int count = 0;
-    for (const unsigned int f : scratch.supporting)
+    for (unsigned int i = 0; i < scratch.supporting.get_count() && !fine.has_siblings; ++i) {
+        const unsigned int f = scratch.supporting[i];
         for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c) {
             corners[count] = c;
             corner_children[c] = candidate + 4 * count;
             count += vertex_children[vertices[c]] != none ? 1 : 0;
         }
+    }
     scratch.supporting_corners.resize(count);
     fine.face_count = candidate / 4 + count;
 }
@@ -125,6 +127,16 @@ public:
         const Halves own = find_halves(c);
         if (own.start != none) set_edge(child_corner(begin, c, 0), own.start);
         if (own.end != none) set_edge(child_corner(begin, m_coarse.next_corner(c), 3), own.end);
+    }
+
+    // The same of a refined face whose children are siblings.
+    void set_sibling_halves(unsigned int c) const {
+        const unsigned int begin = m_coarse.face_begin(m_coarse.face_of(c));
+        const unsigned int start = child_corner(begin, c, 0), end = child_corner(begin, m_coarse.next_corner(c), 3);
+        set_halves(c);
+        m_corner_vertices[start] = m_vertex_children[m_corners[c]];
+        m_corner_vertices[end] = m_edge_children[m_edges[c]];
+        m_opposites[start] = m_opposites[end] = none;
     }
 
 private:
@@ -223,7 +235,7 @@ void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, bool
         has_nonmanifold |= coarse.edge_marks[e] == RefinementLevel::nonmanifold_mark;
     for (const unsigned int e : fine.sharp_edges) has_fractional |= !is_infinitely_sharp(fine.edge_sharpness[e]);
     const ChildMaker<is_quads> maker(coarse, fine, !is_last || has_nonmanifold || has_fractional, scratch);
-    for (const unsigned int f : scratch.refined) {
+    for (const unsigned int f : coarse.refined_faces) {
         const unsigned int begin = is_quads ? 4 * f : coarse.offsets[f];
         const unsigned int end = is_quads ? 4 * f + 4 : coarse.offsets[f + 1];
         if (end - begin == 4)
@@ -248,12 +260,29 @@ void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, bool
             if (coarse.is_halved(coarse.corner_edges[c])) maker.set_halves(c);
 }
 
+// Children that are siblings need to be found from the edges that coarser patches hand them, and nothing else.
+template <bool is_quads>
+void find_sibling_halves(const RefinementLevel& coarse, RefinementLevel& fine, const StepScratch& scratch) {
+    const ChildMaker<is_quads> maker(coarse, fine, false, scratch);
+    for (unsigned int e = 0; 2 * e < coarse.edge_halves.get_count(); ++e) {
+        const unsigned int c = coarse.edge_corners[e];
+        if (c == none || coarse.edge_children[e] == none) continue;
+        for (const unsigned int side : {c, coarse.edges.opposite_edges[c]})
+            if (side != none && coarse.states[coarse.face_of(side)] == FaceState::refined)
+                maker.set_sibling_halves(side);
+    }
+}
+
 }  // namespace
 
 void make_children(RefinementLevel& coarse, RefinementLevel& fine, bool is_last, BorderRule border_rule,
                    StepScratch& scratch) {
     number_children(coarse, fine, scratch);
-    set_states(coarse, fine, is_last, border_rule, scratch.refined);
+    set_states(coarse, fine, is_last, border_rule, coarse.refined_faces);
+    if (fine.has_siblings) {
+        const auto find = coarse.is_quads() ? &find_sibling_halves<true> : &find_sibling_halves<false>;
+        return find(coarse, fine, scratch);
+    }
     const auto make = coarse.is_quads() ? &make_children_of<true> : &make_children_of<false>;
     make(coarse, fine, is_last, scratch);
 }

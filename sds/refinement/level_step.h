@@ -7,8 +7,8 @@
 namespace sds {
 
 struct StepScratch {
-    // The faces of a level that the step makes a point of, in order: all of them, the refined ones, and the others.
-    CoreArray<unsigned int> touched, refined, supporting;
+    // The faces of a level that the step makes a point of, in order: all of them, and those that are not refined.
+    CoreArray<unsigned int> touched, supporting;
     // The face-corners of supporting faces whose vertex has a child, in the order of these children.
     CoreArray<unsigned int> supporting_corners;
     // Per face-corner of touched faces whose vertex has a child: the first face-corner of the face of the next level
@@ -17,13 +17,16 @@ struct StepScratch {
     CoreArray<SharpnessStep> sharpness;
 
     size_t get_memory_size() const {
-        return bytes_of(touched) + bytes_of(refined) + bytes_of(supporting) + bytes_of(supporting_corners) +
-               bytes_of(corner_children) + bytes_of(sharpness);
+        return bytes_of(touched) + bytes_of(supporting) + bytes_of(supporting_corners) + bytes_of(corner_children) +
+               bytes_of(sharpness);
     }
 };
 
+// Whether the children of all refined faces may be siblings.
+bool are_siblings(const RefinementLevel& coarse);
+
 // Makes the faces of the next level and joins them. Both levels have all their vertices, and `fine` the edges that have
-// numbers.
+// numbers; `fine` knows whether it has siblings.
 void make_children(RefinementLevel& coarse, RefinementLevel& fine, bool is_last, BorderRule border_rule,
                    StepScratch& scratch);
 

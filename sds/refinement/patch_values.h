@@ -179,8 +179,8 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         const RefinementLevel& level = topology.get_level(i);
         const RefinementLevel* fine = level.has_step ? &topology.get_level(i + 1) : nullptr;
         const FaceState* states = level.states.get_data();
-        const bool has_leaves =
-            std::find(states, states + level.candidate_count, FaceState::leaf) != states + level.candidate_count;
+        const bool has_leaves = !level.has_siblings && std::find(states, states + level.candidate_count,
+                                                                 FaceState::leaf) != states + level.candidate_count;
         const auto sum = [&] {
             find_summed_faces(level, fine != nullptr, has_leaves, scratch->leaf_vertices, scratch->summed_faces);
             if (!scratch->summed_faces.is_empty()) sum_neighbors(level, values, scratch->summed_faces);

@@ -14,19 +14,20 @@ namespace {
 void number_vertices(RefinementLevel& coarse, RefinementLevel& fine, StepScratch& scratch) {
     const FaceState* states = coarse.states.get_data();
     unsigned int count = 0;
-    scratch.refined.resize(coarse.candidate_count);
+    coarse.refined_faces.resize(coarse.candidate_count);
+    unsigned int* refined = coarse.refined_faces.get_data();
     for (unsigned int f = 0; f < coarse.candidate_count; ++f) {
-        scratch.refined[count] = f;
+        refined[count] = f;
         count += states[f] == FaceState::refined ? 1 : 0;
     }
-    scratch.refined.resize(count);
+    coarse.refined_faces.resize(count);
 
     coarse.vertex_children.resize(coarse.vertex_count);
     unsigned int* children = coarse.vertex_children.get_data();
     std::fill(children, children + coarse.vertex_count, none);
     const unsigned int* corners = coarse.corner_vertices.get_data();
     fine.candidate_count = 0;
-    for (const unsigned int f : scratch.refined) {
+    for (const unsigned int f : coarse.refined_faces) {
         const unsigned int begin = coarse.face_begin(f), end = coarse.face_end(f);
         fine.candidate_count += end - begin;
         for (unsigned int c = begin; c < end; ++c) children[corners[c]] = 0;
@@ -259,6 +260,7 @@ void refine_level(RefinementLevel& coarse, RefinementLevel& fine, const Refineme
     number_vertices(coarse, fine, *scratch);
     const bool is_last = fine.depth >= static_cast<int>(std::min(options.depth, RefinementOptions::max_depth));
     split_edges(coarse, fine, *scratch, options.chaikin);
+    fine.has_siblings = is_last && options.may_have_siblings && !(options.error > 0.0) && are_siblings(coarse);
     make_children(coarse, fine, is_last, options.border_rule, *scratch);
     step_sharp_vertices(coarse, fine, options.border_rule, scratch->sharpness);
     coarse.has_step = true;

@@ -145,13 +145,18 @@ public:
             m_patches.m_net_words[w] = word;
         }
     }
-    void begin_level(const RefinementLevel& level, const RefinementLevel* fine) { m_handed.begin_level(level, fine); }
+    void begin_level(const RefinementLevel& level, const RefinementLevel* fine) {
+        m_coarse = m_level;
+        m_level = &level;
+        m_handed.begin_level(level, fine);
+    }
     void end_level(const PatchLimits<Vec3d>& limits) { m_handed.end_level(limits, m_patches.m_points.get_data()); }
 
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits,
                      RegularPatches<Vec3d>& regular) {
         set_sharp_limits(level, values, limits);
         m_faces = view(level, values, limits);
+        if (level.has_siblings) return add_siblings(level);
         const bool has_short = compute_controls(level, m_faces);
         if (!has_short && m_like == nullptr && m_storage != NetStorage::all) return;
         make_room_for_nets(level, FaceState::emitted);
@@ -215,6 +220,7 @@ private:
         faces.is_handed = m_handed.get_has_point();
         faces.handed = m_handed.get_points();
         faces.controls = reinterpret_cast<float*>(m_patches.m_points.get_data());
+        faces.nets = nullptr;
         faces.net_offsets = m_offsets->array.get_data();
         faces.shortest_squared = m_shortest_squared;
         faces.emitted = static_cast<unsigned char>(FaceState::emitted);
@@ -245,6 +251,46 @@ private:
             short_count += kernels.compute_controls(faces, begin, end);
         });
         return short_count != 0;
+    }
+    void add_siblings(const RefinementLevel& level) {
+        const LevelStep step = view_step();
+        const auto compute = [&](unsigned int parts) {
+            m_faces.controls = reinterpret_cast<float*>(m_patches.m_points.get_data());
+            m_faces.nets = m_faces.controls + 48 * size_t{m_patches.m_patch_count};
+            return get_level_kernels().compute_siblings(m_faces, step, parts);
+        };
+        if (m_like == nullptr && m_storage != NetStorage::all) {
+            // As if no regular patch were short: hardly any surface has such patches.
+            const unsigned int count = m_patches.m_points.get_count();
+            begin_leaves(level);
+            if (compute(regular_siblings | sibling_leaves) == 0) return;
+            m_patches.m_points.resize(count);
+        } else {
+            compute(regular_siblings);
+        }
+        make_room_for_nets(level, FaceState::emitted);
+        begin_leaves(level);
+        compute(sibling_leaves | regular_sibling_nets);
+    }
+    LevelStep view_step() const {
+        const RefinementLevel& coarse = *m_coarse;
+        LevelStep step;
+        step.states = reinterpret_cast<const unsigned char*>(coarse.states.get_data());
+        step.refined_faces = coarse.refined_faces.get_data();
+        step.first_children = coarse.first_children.get_data();
+        step.refined_count = coarse.refined_faces.get_count();
+        step.refined = static_cast<unsigned char>(FaceState::refined);
+        step.leaf = static_cast<unsigned char>(FaceState::leaf);
+        step.offsets = coarse.is_quads() ? nullptr : coarse.offsets.get_data();
+        step.faces = coarse.is_quads() ? nullptr : coarse.corner_faces.get_data();
+        step.vertices = coarse.corner_vertices.get_data();
+        step.opposites = coarse.edges.opposite_edges.get_data();
+        step.edges = coarse.corner_edges.get_data();
+        step.valences = coarse.valences.get_data();
+        step.vertex_children = coarse.vertex_children.get_data();
+        step.edge_children = coarse.edge_children.get_data();
+        step.face_children = coarse.face_children.get_data();
+        return step;
     }
     // Gives the patches of a level's faces that store nets, which the net offsets say, their places.
     void make_room_for_nets(const RefinementLevel& level, FaceState state) {
@@ -285,6 +331,8 @@ private:
     SysThreadTaskManager* m_tasks;
     unsigned int m_capacity = 0;  // of points
     LevelFaces m_faces{};         // of the level under work
+    const RefinementLevel* m_level = nullptr;
+    const RefinementLevel* m_coarse = nullptr;  // the level before it
     HandedEdges m_handed;
 };
 
@@ -303,6 +351,7 @@ void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray
 
 void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray<Vec3f>& positions, NetStorage storage,
                            AppProgressBar* progress, SysThreadTaskManager* tasks) {
+    if (topology.has_siblings()) tasks = nullptr;
     const PatchPlaces& places = topology.get_places();
     // A few short patches are in most surfaces, and growing would copy all controls. Room that is not filled is memory
     // that is never touched.
@@ -316,6 +365,7 @@ void RefinedPatches::build(const RefinedTopology& topology, const CoreBasicArray
 void RefinedPatches::build_like(const RefinedPatches& other, const RefinedTopology& topology,
                                 const CoreBasicArray<Vec3f>& positions, AppProgressBar* progress,
                                 SysThreadTaskManager* tasks) {
+    if (topology.has_siblings()) tasks = nullptr;
     build(topology, positions, other.get_net_count(), RoundingSink(*this, other, tasks), progress);
 }
 

@@ -23,6 +23,8 @@ public:
     // after another build.
     void drop_levels();
     bool has_levels() const { return !m_levels.is_empty(); }
+    // Whether the levels serve RefinedPatches only, on one thread.
+    bool has_siblings() const { return has_levels() && m_levels[m_levels.get_count() - 1].has_siblings; }
 
     const PatchPlaces& get_places() const { return m_places; }
     // Vertices of the cage.

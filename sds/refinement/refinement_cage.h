@@ -46,6 +46,9 @@ struct RefinementOptions {
     // Sharpness from here on is taken as infinite: what lies above 7 differs from it by less than a thousandth of the
     // cage, within the crease, and costs twice the patches with every unit.
     float infinite_from = 7.0f;
+    // The levels serve RefinedPatches only, on one thread: then the last one may do with siblings (RefinementLevel).
+    // Ignored where `error` is above 0.
+    bool may_have_siblings = false;
 };
 
 // The opposite corners of polygons whose neighbors are known as pairs of polygon and slot.

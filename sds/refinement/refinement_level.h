@@ -95,12 +95,16 @@ struct RefinementLevel {
     CoreArray<unsigned int> vertex_children;
     CoreArray<unsigned int> edge_children;
     CoreArray<unsigned int> face_children;
+    CoreArray<unsigned int> refined_faces;   // in increasing order
     CoreArray<unsigned int> first_children;  // of refined faces: the first of as many candidates as they have corners
     // Of the edges that had numbers before the step and those that are handed to finer patches, which come first: their
     // parts at their two ends, edges of the next level or none.
     CoreArray<unsigned int> edge_halves;
     CoreArray<unsigned int> handing_corners;  // face-corners of patches with refined faces across
     bool has_step = false;
+    // Whether all faces are children of quads between smooth edges, whose patches kernels make from what is around the
+    // quad: then corners and what is across are known beside coarser patches only, and nothing is across there.
+    bool has_siblings = false;
     size_t kept_size = 0;  // bytes of the arrays' storage when it was given back last
 
     bool is_quads() const { return offsets.is_empty(); }

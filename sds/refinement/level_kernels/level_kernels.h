@@ -32,6 +32,7 @@ struct LevelFaces {
     const unsigned char* is_handed;  // per vertex: whether coarser patches have rounded its limit point
     const float* handed;             // these points, four numbers per vertex; the fourth means nothing
     float* controls;                 // sixteen points a patch
+    float* nets;                     // where net offsets count from
     unsigned int* net_offsets;       // per patch
     double shortest_squared;         // of an edge whose patch needs no nets
     unsigned char emitted;           // the state of regular faces
@@ -41,6 +42,26 @@ struct LevelFaces {
     const unsigned int* sharp_indices;  // per vertex, none for smooth ones; null when all are
     const LeafWeights* leaf_weights;    // per valence up to max_leaf_valence
 };
+
+// The step that made a level, on the side of the coarser one.
+struct LevelStep {
+    const unsigned char* states;         // per face
+    const unsigned int* refined_faces;   // in increasing order
+    const unsigned int* first_children;  // of refined faces
+    unsigned int refined_count;
+    unsigned char refined;          // the state of refined faces
+    unsigned char leaf;             // the state of leaves, of the level
+    const unsigned int* offsets;    // per face and one more: its first face-corner; null when all faces are quads
+    const unsigned int* faces;      // per face-corner, null as well
+    const unsigned int* vertices;   // per face-corner
+    const unsigned int* opposites;  // per face-corner
+    const unsigned int* edges;      // per face-corner, where the edge has a child
+    const unsigned int* valences;   // per vertex
+    const unsigned int *vertex_children, *edge_children, *face_children;
+};
+
+// What of the siblings is computed.
+constexpr unsigned int regular_siblings = 1, sibling_leaves = 2, regular_sibling_nets = 4;
 
 // Views of a level with its step, and of the points around it. Arrays of points hold one number more than
 // their points have.
@@ -71,6 +92,10 @@ struct LevelKernels {
     // The controls of a leaf, 48 floats, from limit points that are known, and its nets, 72 floats, where not null.
     // False, with nothing written, unless all at its corners is smooth and of small valence.
     bool (*compute_leaf)(const LevelFaces& level, unsigned int face, float* controls, float* nets);
+    // The given parts of a level of siblings. Leaves have nets where they have a net offset; the net offsets of regular
+    // patches become as compute_controls has them, and their nets come by another call. Limit points are made where
+    // they are not known. Returns how many regular patches need nets.
+    unsigned int (*compute_siblings)(const LevelFaces& level, const LevelStep& step, unsigned int parts);
     // Face points of the given faces, in increasing order, and the sums of their vertices over these faces. Needs
     // neither edges nor children.
     void (*sum_neighbors)(const LevelPoints& level, const unsigned int* faces, unsigned int count);

@@ -2,17 +2,14 @@
 #include <cstddef>
 #include <cstring>
 
-#include "qn_simd/simd_double4.h"
 #include "sds/common/kernel_set.h"
 #include "sds/refinement/level_kernels/level_kernels.h"
 #include "sds/refinement/level_kernels/level_points.h"
-#include "sds/refinement/level_kernels/smooth_leaf.h"
+#include "sds/refinement/level_kernels/siblings.h"
 
 namespace sds {
 
 namespace {
-
-constexpr unsigned int no_corner = 0xFFFFFFFF;
 
 // The quads of a level, whose face-corners are numbered by four. Which of them ask for a limit point first is hard to
 // foretell, so that these corners are listed.
@@ -32,20 +29,6 @@ struct PolygonCorners {
     explicit PolygonCorners(const LevelFaces& level) : offsets(level.offsets), slots(level.slots) {}
     unsigned int begin_of_face(unsigned int f) const { return offsets[f]; }
     unsigned int place_of(unsigned int c) const { return slots[c]; }
-};
-
-// The vertices of a face and those around it by its edge k; where that is sharp, its start.
-//
-//     starts[k] +--------+ ends[k]    ends of the edges of the face across that leave the edge's two ends
-//               |        |
-//             k +--------+ k + 1
-struct Ring {
-    const unsigned int* quad;
-    unsigned int starts[4], ends[4];
-    unsigned int smooth_edges;   // bits
-    unsigned int fresh_corners;  // bits of those whose limit points the patch makes
-    unsigned int opposites[4];   // at these corners, the last of the eight vertices around them
-    unsigned int patch;
 };
 
 template <class Corners>
@@ -108,12 +91,6 @@ private:
     Corners m_corners;
 };
 
-// The limit point of a vertex between smooth edges that has four, by the sums over the two kinds of its neighbors.
-SimdDouble4 sum_limit(SimdDouble4 vertex, SimdDouble4 edges, SimdDouble4 diagonals) {
-    const SimdDouble4 sum = vertex * SimdDouble4(16.0) + edges * SimdDouble4(4.0) + diagonals;
-    return sum * SimdDouble4(1.0 / 36.0);
-}
-
 // Stores the limit point of corner k of a ring, between smooth edges, for all faces around it.
 void make_limit(const LevelFaces& level, const Ring& ring, unsigned int k, unsigned int opposite) {
     const auto load = [&level](unsigned int v) { return load_point(level, v); };
@@ -144,23 +121,22 @@ void compute_limits_of(const LevelFaces& level, const unsigned int* first, unsig
     }
 }
 
-// Controls leave in order, four floats at a time: the fourth is overwritten by the next. Returns whether the patch
-// needs nets.
 template <bool is_smooth, bool makes_limits>
 bool compute_patch(const LevelFaces& level, const Ring& ring) {
-    const SimdDouble4 two(2.0), four(4.0), third(1.0 / 3.0), ninth(1.0 / 9.0), eighteenth(1.0 / 18.0);
-    SimdDouble4 q[4], starts[4], ends[4], corner[4], q4[4], a[4], b[4];
+    RingPoints points;
+    SimdDouble4 corner[4];
 #pragma GCC unroll 4
     for (unsigned int k = 0; k < 4; ++k) {
-        q[k] = load_point(level, ring.quad[k]);
-        starts[k] = load_point(level, ring.starts[k]);
-        ends[k] = load_point(level, ring.ends[k]);
+        points.quad[k] = load_point(level, ring.quad[k]);
+        points.starts[k] = load_point(level, ring.starts[k]);
+        points.ends[k] = load_point(level, ring.ends[k]);
     }
 #pragma GCC unroll 4
     for (unsigned int k = 0; k < 4; ++k) {
         double* const limit = level.limits + 4 * size_t{ring.quad[k]};
         if (makes_limits && ((ring.fresh_corners >> k) & 1u) != 0) {
             const unsigned int next = (k + 1) & 3u, far = k ^ 2u, behind = (k + 3) & 3u;
+            const SimdDouble4 *q = points.quad, *starts = points.starts, *ends = points.ends;
             corner[k] = sum_limit(q[k], q[next] + q[behind] + starts[k] + ends[behind],
                                   q[far] + ends[k] + starts[behind] + load_point(level, ring.opposites[k]));
             corner[k].store4(limit);
@@ -168,38 +144,7 @@ bool compute_patch(const LevelFaces& level, const Ring& ring) {
             corner[k] = SimdDouble4::load4(limit);
         }
     }
-#pragma GCC unroll 4
-    for (unsigned int k = 0; k < 4; ++k) {
-        q4[k] = q[k] * four;
-        a[k] = starts[k] + q[(k + 3) & 3u];
-        b[k] = ends[k] + q[(k + 2) & 3u];
-    }
-    const SimdDouble4 across[2] = {(q[1] + q[3]) * two, (q[0] + q[2]) * two};
-    float* out = level.controls + 48 * size_t{ring.patch};
-#pragma GCC unroll 4
-    for (unsigned int k = 0; k < 4; ++k, out += 12) {
-        const unsigned int next = (k + 1) & 3u, far = (k + 2) & 3u, behind = (k + 3) & 3u;
-        corner[k].store_rounded4(out);
-        const SimdDouble4 leaving = is_smooth || ((ring.smooth_edges >> k) & 1u) != 0
-                                        ? (q4[k] * two + q4[next] + a[k] * two + b[k]) * eighteenth
-                                        : (q[k] * two + q[next]) * third;
-        leaving.store_rounded4(out + 3);
-        ((across[k & 1u] + q4[k] + q[far]) * ninth).store_rounded4(out + 6);
-        const SimdDouble4 arriving = is_smooth || ((ring.smooth_edges >> behind) & 1u) != 0
-                                         ? (q4[k] * two + q4[behind] + b[behind] * two + a[behind]) * eighteenth
-                                         : (q[k] * two + q[behind]) * third;
-        if (k < 3)
-            arriving.store_rounded4(out + 9);
-        else
-            arriving.store_rounded3(out + 9);
-    }
-    bool is_short = false;
-#pragma GCC unroll 4
-    for (unsigned int k = 0; k < 4; ++k) {
-        const SimdDouble4 edge = corner[(k + 1) & 3u] - corner[k];
-        is_short |= (edge * edge).sum3() < level.shortest_squared;
-    }
-    return is_short;
+    return store_patch<is_smooth>(level, points, corner, ring.smooth_edges, level.controls + 48 * size_t{ring.patch});
 }
 
 // Patches of a level lie here and there among the others.
@@ -288,9 +233,14 @@ unsigned int compute_controls(const LevelFaces& level, unsigned int begin, unsig
                             : compute_controls_of<QuadCorners, false>(level, begin, end);
 }
 
+unsigned int compute_siblings(const LevelFaces& level, const LevelStep& step, unsigned int parts) {
+    return step.offsets == nullptr ? compute_siblings_of<QuadParents>(level, step, parts)
+                                   : compute_siblings_of<PolygonParents>(level, step, parts);
+}
+
 }  // namespace
 
-const LevelKernels QN_KERNEL_SET::level_kernels = {&compute_limits, &compute_controls, &compute_smooth_leaf,
-                                                   &sum_neighbors, &refine_points};
+const LevelKernels QN_KERNEL_SET::level_kernels = {&compute_limits,   &compute_controls, &compute_smooth_leaf,
+                                                   &compute_siblings, &sum_neighbors,    &refine_points};
 
 }  // namespace sds

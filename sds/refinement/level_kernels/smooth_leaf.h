@@ -4,20 +4,13 @@
 
 #include <cstring>
 
-#include "qn_simd/simd_double4.h"
 #include "sds/common/net_slots.h"
 #include "sds/common/smooth_controls.h"
-#include "sds/refinement/level_kernels/level_kernels.h"
+#include "sds/refinement/level_kernels/ring_points.h"
 
 namespace sds {
 
 namespace {
-
-using QN_SIMD_NAMESPACE::SimdDouble4;
-
-SimdDouble4 load_point(const LevelFaces& level, unsigned int v) {
-    return SimdDouble4::load4(level.points + 3 * size_t{v});
-}
 
 // The corner of a patch at vertex v: what coarser patches have there, or its limit rounded. Four numbers are written.
 void store_corner(const LevelFaces& level, unsigned int v, SimdDouble4 limit, float* out) {
@@ -72,16 +65,13 @@ class LeafSource {
 public:
     using Value = SimdDouble4;
 
-    LeafSource(const LevelFaces& level, unsigned int face, const LeafCorners& corners)
-        : m_level(level), m_first(4 * face), m_corners(corners) {}
+    LeafSource(const RingPoints& points, const SimdDouble4 (&limits)[4], const LeafCorners& corners)
+        : m_points(points), m_limits(limits), m_corners(corners) {}
 
-    SimdDouble4 quad(unsigned int k) const { return load_point(m_level, m_level.vertices[m_first + k]); }
-    SimdDouble4 corner(unsigned int k) const {
-        return SimdDouble4::load4(m_level.limits + 4 * size_t{m_level.vertices[m_first + k]});
-    }
+    SimdDouble4 quad(unsigned int k) const { return m_points.quad[k]; }
+    SimdDouble4 corner(unsigned int k) const { return m_limits[k]; }
     SimdDouble4 neighbour(unsigned int k, unsigned int i) const {
-        const unsigned int o = m_level.opposites[m_first + k];
-        return load_point(m_level, m_level.vertices[i == 0 ? far_corner(o) : previous_corner(o)]);
+        return i == 0 ? m_points.starts[k] : m_points.ends[k];
     }
     EdgeShares<SimdDouble4> leaving(unsigned int k) const {
         const double n = valence(k);
@@ -94,8 +84,8 @@ public:
 private:
     double valence(unsigned int k) const { return static_cast<double>(m_corners.valences[k]); }
 
-    const LevelFaces& m_level;
-    unsigned int m_first;
+    const RingPoints& m_points;
+    const SimdDouble4 (&m_limits)[4];
     const LeafCorners& m_corners;
 };
 
@@ -117,28 +107,95 @@ struct LeafNets {
     }
 };
 
-// The tangents at half-edge e of a closed fan, as summed_vertex_tangents has them.
-void sum_tangents(const LevelFaces& level, unsigned int e, unsigned int valence, SimdDouble4& t1, SimdDouble4& t2) {
-    const LeafWeights& weights = level.leaf_weights[valence];
-    const SimdDouble4 vertex = load_point(level, level.vertices[e]);
+// A closed fan of quads, met one after the other: the edge that leaves the vertex in a quad, the quad's far corner, and
+// the edge that arrives.
+struct QuadFan {
+    const LevelFaces& level;
+    unsigned int h;
+
+    SimdDouble4 ahead(unsigned int) const { return load_point(level, level.vertices[next_corner(h)]); }
+    SimdDouble4 diagonal(unsigned int) const { return load_point(level, level.vertices[far_corner(h)]); }
+    SimdDouble4 behind(unsigned int) const { return load_point(level, level.vertices[previous_corner(h)]); }
+    void turn() { h = level.opposites[previous_corner(h)]; }
+};
+
+// The tangents of a vertex at the first quad of a fan, as summed_vertex_tangents has them.
+template <class Fan>
+void sum_tangents(const LeafWeights& weights, unsigned int valence, SimdDouble4 vertex, Fan fan, SimdDouble4& t1,
+                  SimdDouble4& t2) {
     t1 = t2 = SimdDouble4(0.0);
-    unsigned int h = e;
     for (unsigned int i = 0; i < valence; ++i) {
         const unsigned int j = i == 0 ? 0 : valence - i;
-        const SimdDouble4 ahead = load_point(level, level.vertices[next_corner(h)]) - vertex;
-        const SimdDouble4 diagonal = load_point(level, level.vertices[far_corner(h)]) - vertex;
-        const SimdDouble4 behind = load_point(level, level.vertices[previous_corner(h)]) - vertex;
+        const SimdDouble4 ahead = fan.ahead(i) - vertex;
+        const SimdDouble4 diagonal = fan.diagonal(i) - vertex;
+        const SimdDouble4 behind = fan.behind(i) - vertex;
         t1 = t1 + (ahead * SimdDouble4(weights.edge[i]) + diagonal * SimdDouble4(weights.diagonal[i]));
         t2 = t2 + (behind * SimdDouble4(weights.edge[j]) + diagonal * SimdDouble4(weights.diagonal[j]));
-        h = level.opposites[previous_corner(h)];
+        fan.turn();
     }
 }
 
-// Replaces the entries of irregular corners and of the edges that touch them, as replace_irregular_entries does.
-void replace_entries(const LevelFaces& level, unsigned int face, const LeafCorners& corners, LeafNets& nets) {
+// Replaces the entries of irregular corner k, the first of a fan, as replace_irregular_entries does.
+template <class Fan>
+[[gnu::always_inline]] inline void replace_corner(const LeafWeights& weights, unsigned int valence, unsigned int k,
+                                                  const RingPoints& points, const Fan& fan, LeafNets& nets) {
     // Corners at which u and v run along the tangents, and against them.
-    constexpr double t = 1.0 / 3.0, u_thirds[4] = {t, -t, -t, t}, v_thirds[4] = {t, t, -t, -t};
-    const SimdDouble4 third(t);
+    constexpr double third = 1.0 / 3.0;
+    constexpr double u_thirds[4] = {third, -third, -third, third}, v_thirds[4] = {third, third, -third, -third};
+    // The first runs along the edge that leaves the corner, the second against the one that arrives.
+    SimdDouble4 tangents[2];
+    sum_tangents(weights, valence, points.quad[k], fan, tangents[0], tangents[1]);
+    const unsigned int turned = k & 1u;
+    get_net_slot(nets, net_slots[k][0]) = tangents[turned] * SimdDouble4(u_thirds[k]);
+    get_net_slot(nets, net_slots[k][1]) = tangents[turned ^ 1u] * SimdDouble4(v_thirds[k]);
+}
+
+// The entries of an edge that touches an irregular corner, likewise; all corners have been replaced.
+[[gnu::always_inline]] inline void bend_edge(unsigned int k, double start_cosine, double end_cosine, LeafNets& nets) {
+    const SimdDouble4 third(1.0 / 3.0), minus_one(-1.0);
+    bend_across_edge(
+        nets, k, [minus_one](SimdDouble4 along) { return along * minus_one; },
+        [&](SimdDouble4 u0, SimdDouble4 u1, SimdDouble4 u2, SimdDouble4& first, SimdDouble4& second) {
+            first = (u1 * SimdDouble4(2.0 * start_cosine) - u0 * SimdDouble4(end_cosine)) * third;
+            second = (u2 * SimdDouble4(start_cosine) - u1 * SimdDouble4(2.0 * end_cosine)) * third;
+        });
+}
+
+[[gnu::always_inline]] inline void make_leaf_controls(const RingPoints& points, const SimdDouble4 (&limits)[4],
+                                                      const LeafCorners& corners, SimdDouble4 (&controls)[16]) {
+    smooth_controls(LeafSource(points, limits, corners),
+                    [&controls](unsigned int i) -> SimdDouble4& { return controls[i]; });
+}
+
+// `vertices` are the quad's.
+[[gnu::always_inline]] inline void store_leaf_controls(const LevelFaces& level, const unsigned int* vertices,
+                                                       const SimdDouble4 (&controls)[16], float* out) {
+    for (unsigned int i = 0; i < 15; ++i)
+        if (i % 4 != 0)
+            controls[i].store_rounded4(out + 3 * i);
+        else
+            store_corner(level, vertices[i / 4], controls[i], out + 3 * i);
+    controls[15].store_rounded3(out + 45);
+}
+
+bool compute_smooth_leaf(const LevelFaces& level, unsigned int face, float* controls_out, float* nets_out) {
+    LeafCorners corners;
+    if (!corners.find(level, face)) return false;
+    const unsigned int* vertices = level.vertices + 4 * size_t{face};
+    RingPoints points;
+    SimdDouble4 limits[4];
+    for (unsigned int k = 0; k < 4; ++k) {
+        const unsigned int o = level.opposites[4 * size_t{face} + k];
+        points.quad[k] = load_point(level, vertices[k]);
+        points.starts[k] = load_point(level, level.vertices[far_corner(o)]);
+        points.ends[k] = load_point(level, level.vertices[previous_corner(o)]);
+        limits[k] = load_limit(level, vertices[k]);
+    }
+    SimdDouble4 controls[16];
+    make_leaf_controls(points, limits, corners, controls);
+    store_leaf_controls(level, vertices, controls, controls_out);
+    if (nets_out == nullptr) return true;
+    LeafNets nets(controls);
     double cosines[4];
     unsigned int corner_bits = 0;
     for (unsigned int k = 0; k < 4; ++k) {
@@ -148,42 +205,13 @@ void replace_entries(const LevelFaces& level, unsigned int face, const LeafCorne
     unsigned int edge_bits = (corner_bits | corner_bits >> 1 | corner_bits << 3) & 15u;
     for (; corner_bits != 0; corner_bits &= corner_bits - 1) {
         const auto k = static_cast<unsigned int>(__builtin_ctz(corner_bits));
-        SimdDouble4 t1, t2;
-        sum_tangents(level, 4 * face + k, corners.valences[k], t1, t2);
-        // t1 runs along the edge that leaves the corner, t2 against the one that arrives.
-        const unsigned int turned = k & 1u;
-        const SimdDouble4 tangents[2] = {t1, t2};
-        get_net_slot(nets, net_slots[k][0]) = tangents[turned] * SimdDouble4(u_thirds[k]);
-        get_net_slot(nets, net_slots[k][1]) = tangents[turned ^ 1u] * SimdDouble4(v_thirds[k]);
+        const unsigned int valence = corners.valences[k];
+        replace_corner(level.leaf_weights[valence], valence, k, points, QuadFan{level, 4 * face + k}, nets);
     }
-    const SimdDouble4 minus_one(-1.0);
     for (; edge_bits != 0; edge_bits &= edge_bits - 1) {
         const auto k = static_cast<unsigned int>(__builtin_ctz(edge_bits));
-        const double c0 = cosines[k], c1 = cosines[(k + 1) & 3u];
-        bend_across_edge(
-            nets, k, [minus_one](SimdDouble4 along) { return along * minus_one; },
-            [&](SimdDouble4 u0, SimdDouble4 u1, SimdDouble4 u2, SimdDouble4& first, SimdDouble4& second) {
-                first = (u1 * SimdDouble4(2.0 * c0) - u0 * SimdDouble4(c1)) * third;
-                second = (u2 * SimdDouble4(c0) - u1 * SimdDouble4(2.0 * c1)) * third;
-            });
+        bend_edge(k, cosines[k], cosines[(k + 1) & 3u], nets);
     }
-}
-
-bool compute_smooth_leaf(const LevelFaces& level, unsigned int face, float* controls_out, float* nets_out) {
-    LeafCorners corners;
-    if (!corners.find(level, face)) return false;
-    SimdDouble4 controls[16];
-    smooth_controls(LeafSource(level, face, corners),
-                    [&controls](unsigned int i) -> SimdDouble4& { return controls[i]; });
-    for (unsigned int i = 0; i < 15; ++i)
-        if (i % 4 != 0)
-            controls[i].store_rounded4(controls_out + 3 * i);
-        else
-            store_corner(level, level.vertices[4 * face + i / 4], controls[i], controls_out + 3 * i);
-    controls[15].store_rounded3(controls_out + 45);
-    if (nets_out == nullptr) return true;
-    LeafNets nets(controls);
-    replace_entries(level, face, corners, nets);
     nets.store(nets_out);
     return true;
 }
