@@ -30,8 +30,10 @@ struct Neighbourhood {
             offsets.push_back(offset);
             offset += count;
         }
-        CoreArray<unsigned int> p, e;
-        CoreArray<unsigned char> s;
+        // As a former mesh leaves them.
+        const auto corner_count = static_cast<unsigned int>(indices.size());
+        CoreArray<unsigned int> p(corner_count, 7u), e(corner_count, 7u);
+        CoreArray<unsigned char> s(corner_count, static_cast<unsigned char>(7));
         AppProgressBar bar;
         compute_polygons_neighbourhood(p, e, s, view(indices), view(counts), view(offsets),
                                        static_cast<unsigned int>(vertex_count), &bar);
