@@ -1,6 +1,7 @@
 #include "qn_poly/poly_neighbourhood.h"
 
 #include <algorithm>
+#include <atomic>
 
 #include "qn_poly/poly_corner_pairs.h"
 #include "qn_poly/poly_crease_scope.h"
@@ -67,18 +68,6 @@ void pair_by_sorting(const PolyEdgeBuckets& buckets, unsigned int vertex_count, 
     });
 }
 
-// Blocks are looked at without a branch.
-bool has_only_quads(const CoreBasicArray<unsigned int>& counts) {
-    constexpr unsigned int block = 4096;
-    for (unsigned int first = 0; first < counts.get_count(); first += block) {
-        const unsigned int size = std::min(block, counts.get_count() - first);
-        unsigned int others = 0;
-        for (unsigned int i = 0; i < size; ++i) others |= counts[first + i] ^ 4u;
-        if (others != 0) return false;
-    }
-    return true;
-}
-
 constexpr unsigned int run_size = 65536;
 
 unsigned int get_run_count(unsigned int count) { return count / run_size + (count % run_size != 0 ? 1 : 0); }
@@ -93,6 +82,21 @@ void for_each_run(unsigned int count, const Use& use) {
     const unsigned int run_count = get_run_count(count);
     if (run_count > 2) return sys_parallel_for(run_count, use_run);
     for (unsigned int i = 0; i < run_count; ++i) use_run(i, 0);
+}
+
+// Blocks are looked at without a branch.
+bool has_only_quads(const CoreBasicArray<unsigned int>& counts) {
+    std::atomic<bool> has_others{false};
+    for_each_run(counts.get_count(), [&](unsigned int first, unsigned int end) {
+        constexpr unsigned int block = 4096;
+        for (; first < end && !has_others; first += std::min(block, end - first)) {
+            unsigned int others = 0;
+            for (unsigned int i = 0, size = std::min(block, end - first); i < size; ++i)
+                others |= counts[first + i] ^ 4u;
+            if (others != 0) has_others = true;
+        }
+    });
+    return !has_others;
 }
 
 }  // namespace
@@ -112,8 +116,8 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
     const bool is_all_quads = has_only_quads(polygon_counts);
     if (progress != nullptr) progress->set_value(0.3f);
     CoreArray<unsigned int>& partners = neighbour_edges;  // at first
-    if (!PolyCornerPairs::find(polygon_indices.get_data(), polygon_counts, corner_count, vertex_count, is_all_quads,
-                               partners.get_data()))
+    if (!PolyCornerPairs::find(polygon_indices.get_data(), polygon_counts, polygon_offsets, corner_count, vertex_count,
+                               is_all_quads, partners.get_data()))
         pair_by_sorting(PolyEdgeBuckets(polygon_indices.get_data(), polygon_counts, vertex_count), vertex_count,
                         partners);
     if (progress != nullptr) progress->set_value(0.6f);

@@ -93,6 +93,26 @@ void SdsBezierMesh::get_stored_controls(const unsigned int& patch, Vec3f* out) c
         for (unsigned int i = 0; i < 16; ++i) out[i] += stored_controls[s][first + i] * weights[s];
 }
 
+// Of a single source.
+inline void SdsBezierMesh::compute_smooth_lanes(const unsigned int* quad, const BezierPatch& patch,
+                                                PointLanes* out) const {
+    const Vec3f* const vertices = quad_vertices[0];
+    const Vec3f* const corners = patch_vertices[0];
+    sds::smooth_controls(
+        quad, patch, [vertices](unsigned int w) { return PointLanes(vertices[w]); },
+        [corners](unsigned int w) { return PointLanes(corners[w]); }, out);
+}
+
+void SdsBezierMesh::get_patch_controls(const unsigned int& patch, PointLanes* out) const {
+    if (!has_stored_controls() && compute_controls == &compute_bezier_controls) {
+        const unsigned int* const quad = vertex_indices + 4 * size_t{patch};
+        if (!sds::is_void_quad(quad)) return compute_smooth_lanes(quad, *get_patch(patch), out);
+    }
+    Vec3f controls[16];
+    get_patch_controls(patch, controls);
+    for (unsigned int i = 0; i < 16; ++i) out[i] = PointLanes(controls[i]);
+}
+
 void SdsBezierMesh::get_local_patch_controls(const unsigned int& patch, Vec3f* out) const {
     if (has_stored_controls()) {
         get_stored_controls(patch, out);
@@ -143,12 +163,8 @@ void SdsBezierMesh::choose_controls() {
 
 void SdsBezierMesh::compute_bezier_controls(const SdsBezierMesh& mesh, const unsigned int* quad,
                                             const BezierPatch* patch, Vec3f* out) {
-    const Vec3f* vertices = mesh.quad_vertices[0];
-    const Vec3f* corners = mesh.patch_vertices[0];
     PointLanes controls[16];
-    sds::smooth_controls(
-        quad, *patch, [vertices](unsigned int w) { return PointLanes(vertices[w]); },
-        [corners](unsigned int w) { return PointLanes(corners[w]); }, controls);
+    mesh.compute_smooth_lanes(quad, *patch, controls);
     for (unsigned int i = 0; i < 16; ++i) controls[i].store(out[i]);
 }
 

@@ -92,6 +92,8 @@ public:
         if (sds::is_void_quad(quad)) return set_void_controls(out);
         compute_controls(*this, quad, get_patch(patch), out);
     }
+    // The same in lanes, for this module's own kernels.
+    void get_patch_controls(const unsigned int& patch, sds::PointLanes* out) const;
 
     // The sixteen controls relative to the quad's first vertex, stored ones to the first of them: the same rules on
     // differences. Their own differences keep the digits that those of get_patch_controls lose on an object far from
@@ -121,6 +123,8 @@ private:
         return sum;
     }
     void choose_controls();
+    void compute_smooth_lanes(const unsigned int* quad, const SdsMeshBase::BezierPatch& patch,
+                              sds::PointLanes* out) const;
     void get_stored_controls(const unsigned int& patch, Vec3f* out) const;
     static void set_void_controls(Vec3f* out) {
         constexpr float nan = std::numeric_limits<float>::quiet_NaN();

@@ -14,11 +14,12 @@ struct ControlLanes {
     ControlLanes() = default;
     // `controls` in corner order.
     explicit ControlLanes(const GMathVec3<float>* controls) { set(controls); }
-    explicit ControlLanes(const PointLanes* controls) {
-        set_by([controls](unsigned int place) { return controls[grid_order[place]].lanes; });
-    }
+    explicit ControlLanes(const PointLanes* controls) { set(controls); }
     void set(const GMathVec3<float>* controls) {
         set_by([controls](unsigned int place) { return SimdFloat4::load3(controls[grid_order[place]].get_data()); });
+    }
+    void set(const PointLanes* controls) {
+        set_by([controls](unsigned int place) { return controls[grid_order[place]].lanes; });
     }
 
 private:

@@ -40,7 +40,7 @@ private:
             const Vec3f* controls = reinterpret_cast<const Vec3f*>(geometry.get_refined_arrays().controls);
             return lanes.set(controls + 16 * size_t{primitive});
         }
-        Vec3f controls[16];
+        PointLanes controls[16];
         geometry.get_bezier_controls(primitive, controls);
         lanes.set(controls);
     }

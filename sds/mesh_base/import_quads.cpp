@@ -46,15 +46,13 @@ unsigned int count_sharp_edges(const SdsMeshBase::EdgesTopology& edges, const Co
 constexpr unsigned char plain_quad = 0xF0;
 constexpr unsigned int min_threaded_quads = 16384;
 
-// The quads at the beginning that are plain, in whole blocks: blocks are looked at without a branch.
-unsigned int count_plain(const unsigned char* flags, unsigned int count) {
-    constexpr unsigned int block = 64;
-    unsigned int plain = 0;
-    for (unsigned char others = 0; count - plain >= block; plain += block) {
-        for (unsigned int i = 0; i < block; ++i) others |= static_cast<unsigned char>(flags[plain + i] ^ plain_quad);
-        if (others != 0) break;
-    }
-    return plain;
+// Quads that are looked at without a branch.
+constexpr unsigned int block_size = 64;
+
+bool are_plain(const unsigned char* flags, unsigned int count) {
+    unsigned char others = 0;
+    for (unsigned int i = 0; i < count; ++i) others |= static_cast<unsigned char>(flags[i] ^ plain_quad);
+    return others == 0;
 }
 
 // Turns neighbor polygons, which stand in opposite_edges, into half-edges, and flags the plain quads; others get 0.
@@ -104,14 +102,16 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
     vertex_infos.assign(vertex_count, VertexInfo{});
     const sds::ProgressTask task(progress, "compute creases", 0.5f);
     sds::progress_steps(progress, quad_count);
-    for (unsigned int q = 0; q < quad_count; ++q) {
-        if (progress == nullptr) q += count_plain(edges.quad_edge_flags.get_data() + q, quad_count - q);
-        if (q == quad_count) break;
-        if (edges.quad_edge_flags[q] != plain_quad) {
-            const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
-            edges.quad_edge_flags[q] = static_cast<unsigned char>(
-                plain_quad | count_sharp_edges(edges, quad_indices, q, smooth, vertex_infos));
+    for (unsigned int first = 0; first < quad_count; first += block_size) {
+        const unsigned int end = std::min(first + block_size, quad_count);
+        if (progress == nullptr && are_plain(edges.quad_edge_flags.get_data() + first, end - first)) continue;
+        for (unsigned int q = first; q < end; ++q) {
+            if (edges.quad_edge_flags[q] != plain_quad) {
+                const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
+                edges.quad_edge_flags[q] = static_cast<unsigned char>(
+                    plain_quad | count_sharp_edges(edges, quad_indices, q, smooth, vertex_infos));
+            }
+            sds::progress_step(progress, q + 1);
         }
-        sds::progress_step(progress, q + 1);
     }
 }

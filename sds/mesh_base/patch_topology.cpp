@@ -138,7 +138,7 @@ SdsMeshBase::SurfaceTopology SdsMeshBase::compute_surface_topology(
         tangent_count += count;
         if (max_valence > sds::max_summed_valence) has_great_fans = true;
     };
-    sds::run_tasks<sds::RangeTask<decltype(work)>>(tasks, 4 * quad_count, 4, progress, work,
-                                                   [&] { find_first_edges(*context.quad_indices, first_edges); });
+    sds::run_tasks<sds::RangeTask<decltype(work)>>(tasks, 4 * quad_count, sds::tasks_per_thread(quad_count), progress,
+                                                   work, [&] { find_first_edges(*context.quad_indices, first_edges); });
     return {tangent_count, has_great_fans};
 }

@@ -12,11 +12,15 @@ namespace sds {
 
 inline constexpr unsigned int min_chunk_size = 16;
 
-// Entries per task when each thread shall get `tasks_per_thread` tasks: at least 16.
-inline unsigned int chunk_size(unsigned int count, unsigned int thread_count, unsigned int tasks_per_thread) {
-    const unsigned int tasks = thread_count * tasks_per_thread;
+// Entries per task when each thread shall get `thread_tasks` tasks: at least 16.
+inline unsigned int chunk_size(unsigned int count, unsigned int thread_count, unsigned int thread_tasks) {
+    const unsigned int tasks = thread_count * thread_tasks;
     return std::max(min_chunk_size, count / tasks + (count % tasks != 0 ? 1u : 0u));
 }
+
+// Tasks per thread for a pass over quads or vertices. Many, so that threads end together; of a smaller mesh few, since
+// what neighboring tasks share is worked out by both.
+inline unsigned int tasks_per_thread(unsigned int count) { return count < 262144 ? 4 : 16; }
 
 // The entries [begin, end), on the worker with this index (0 for the calling thread).
 struct WorkRange {
@@ -76,15 +80,15 @@ private:
 // Does work on [0, count) and returns when all is done: in chunks on the manager's threads, without a manager in one
 // piece on the calling thread. `beside()` is other work, which one thread does meanwhile.
 template <class Task, class Beside = NoWork>
-void run_tasks(SysThreadTaskManager* manager, unsigned int count, unsigned int tasks_per_thread,
-               AppProgressBar* progress, const typename Task::Work& work, const Beside& beside = {}) {
+void run_tasks(SysThreadTaskManager* manager, unsigned int count, unsigned int thread_tasks, AppProgressBar* progress,
+               const typename Task::Work& work, const Beside& beside = {}) {
     if (manager == nullptr) {
         beside();
         progress_steps(progress, count);
         work(WorkRange{0, count, 0, progress});
         return;
     }
-    const unsigned int size = chunk_size(count, manager->get_thread_count(), tasks_per_thread);
+    const unsigned int size = chunk_size(count, manager->get_thread_count(), thread_tasks);
     const unsigned int task_count = count / size + (count % size != 0 ? 1u : 0u);
     const float share = 1.0f / static_cast<float>(count);
     CoreArray<Task> tasks;

@@ -155,7 +155,8 @@ CoreArray<PatchSums> sum_patches(const SdsMeshGeometry& geometry, bool has_point
     CoreArray<PatchSums> sums(workers * group_count, has_points ? make_empty_sums() : PatchSums{});
     if (has_points) {
         const CoreArray<unsigned int> groups = get_patch_groups(geometry, group_count);
-        sds::run_tasks<sds::RangeTask<SumPatches>>(tasks, geometry.get_patch_count(), 4, progress,
+        sds::run_tasks<sds::RangeTask<SumPatches>>(tasks, geometry.get_patch_count(),
+                                                   sds::tasks_per_thread(geometry.get_patch_count()), progress,
                                                    {geometry, add, groups, group_count, sums.get_data()});
     }
     for (unsigned int i = group_count; i < sums.get_count(); ++i) merge(sums[i], sums[i % group_count]);

@@ -34,5 +34,6 @@ void SdsMeshGeometry::build_corners(const CoreBasicArray<Vec3f>& points, const C
                 SdsMeshBase::compute_bezier_corner(context, mesh.first_edges[v], points.get_data(), corners[v]);
         }
     };
-    sds::run_tasks<sds::RangeTask<decltype(work)>>(tasks, points.get_count(), 4, progress, work, assign_tangents);
+    sds::run_tasks<sds::RangeTask<decltype(work)>>(tasks, points.get_count(), sds::tasks_per_thread(points.get_count()),
+                                                   progress, work, assign_tangents);
 }

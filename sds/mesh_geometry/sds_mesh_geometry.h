@@ -145,6 +145,10 @@ public:
     void get_bezier_controls(const unsigned int& patch, Vec3f* out) const {
         bezier_mesh.get_patch_controls(patch, out);
     }
+    // The same in lanes, for this module's own kernels.
+    void get_bezier_controls(const unsigned int& patch, sds::PointLanes* out) const {
+        bezier_mesh.get_patch_controls(patch, out);
+    }
     const CoreArray<SdsMeshBase::VertexInfo>& get_vertex_infos() const {
         make_late_vertices();
         return arrays.vertex_infos;

@@ -30,8 +30,10 @@ struct Neighbourhood {
             offsets.push_back(offset);
             offset += count;
         }
-        CoreArray<unsigned int> p, e;
-        CoreArray<unsigned char> s;
+        // As a former mesh leaves them.
+        const auto corner_count = static_cast<unsigned int>(indices.size());
+        CoreArray<unsigned int> p(corner_count, 7u), e(corner_count, 7u);
+        CoreArray<unsigned char> s(corner_count, static_cast<unsigned char>(7));
         AppProgressBar bar;
         compute_polygons_neighbourhood(p, e, s, view(indices), view(counts), view(offsets),
                                        static_cast<unsigned int>(vertex_count), &bar);
@@ -105,24 +107,34 @@ TEST(PolyNeighbourhood, AgreesWithBruteForceOnRandomPolygons) {
     }
 }
 
-// Large meshes are sorted in slices, on many threads.
-TEST(PolyNeighbourhood, SlicesOfALargeMeshAreOneMesh) {
-    constexpr unsigned int n = 300;
-    Indices counts, indices;
+// Large meshes are paired by several threads, which share the polygons where these come in an order, and the vertices
+// where not. A strip of polygons comes again at the end, so that its edges have more than two sides; a pole has more
+// edges than most vertices.
+TEST(PolyNeighbourhood, PartsOfALargeMeshAreOneMesh) {
+    constexpr unsigned int n = 300, vertex_count = (n + 1) * (n + 1);
+    std::vector<Indices> polygons;
     for (unsigned int i = 0; i < n * n; ++i) {
         const unsigned int a = i / n * (n + 1) + i % n, b = a + 1, c = b + n + 1, d = a + n + 1;
-        if (i % 7 == 3) {
-            counts.insert(counts.end(), {3, 3});
-            indices.insert(indices.end(), {a, b, c, a, c, d});
-        } else {
-            counts.push_back(4);
-            indices.insert(indices.end(), {a, b, i % 11 == 5 ? none : c, d});
-        }
+        if (i % 7 == 3)
+            polygons.insert(polygons.end(), {{a, b, c}, {a, c, d}});
+        else
+            polygons.push_back({a, b, i % 11 == 5 ? none : c, d});
+        if (i % 3000 == 1) polygons.push_back({0, c, b});
     }
-    const Indices expected = find_opposites(counts, indices);
-    for (const unsigned int threads : {1u, 2u, 5u})
-        SysThreadArena(threads).execute(
-            [&] { EXPECT_EQ(Neighbourhood(counts, indices, (n + 1) * (n + 1)).opposites(), expected) << threads; });
+    for (unsigned int p = 0; p < 500; ++p) polygons.push_back({polygons[p].rbegin(), polygons[p].rend()});
+    for (const bool is_ordered : {true, false}) {
+        if (!is_ordered) std::shuffle(polygons.begin(), polygons.end(), std::mt19937(7));
+        Indices counts, indices;
+        for (const Indices& polygon : polygons) {
+            counts.push_back(static_cast<unsigned int>(polygon.size()));
+            indices.insert(indices.end(), polygon.begin(), polygon.end());
+        }
+        const Indices expected = find_opposites(counts, indices);
+        for (const unsigned int threads : {1u, 2u, 5u})
+            SysThreadArena(threads).execute([&] {
+                EXPECT_EQ(Neighbourhood(counts, indices, vertex_count).opposites(), expected) << threads << is_ordered;
+            });
+    }
 }
 
 TEST(PolyNeighbourhood, CreasesHoldForBothSides) {
