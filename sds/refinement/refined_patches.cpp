@@ -170,12 +170,7 @@ public:
             });
         });
     }
-    void begin_leaves(const RefinementLevel& level) {
-        for_each_face(level, FaceState::leaf, [&](unsigned int f) {
-            m_offsets->array[level.face_patches[f]] = m_storage == NetStorage::never ? none : 0;
-        });
-        make_room_for_nets(level, FaceState::leaf);
-    }
+    void begin_leaves(const RefinementLevel& level) { make_room_for_nets(level, FaceState::leaf); }
     // Any thread.
     bool add_smooth_leaf(unsigned int face, unsigned int patch) {
         Vec3f* controls = get_controls(patch);
@@ -292,15 +287,18 @@ private:
         step.face_children = coarse.face_children.get_data();
         return step;
     }
-    // Gives the patches of a level's faces that store nets, which the net offsets say, their places.
+    // Gives the patches of a level's faces that store nets their places. Which of the regular ones do is in the net
+    // offsets, unless all do or another surface tells.
     void make_room_for_nets(const RefinementLevel& level, FaceState state) {
         CoreArray<Vec3f>& points = m_patches.m_points;
         unsigned int count = points.get_count();
+        const bool has_rule = m_storage == NetStorage::all || (state == FaceState::leaf && m_like == nullptr);
         for_each_face(level, state, [&](unsigned int f) {
             const unsigned int patch = level.face_patches[f];
             unsigned int& offset = m_offsets->array[patch];
-            const bool is_stored = m_storage == NetStorage::all ||
-                                   (m_like != nullptr ? m_like->get_net_places().find(patch) : offset) != none;
+            const bool is_stored = has_rule            ? m_storage != NetStorage::never
+                                   : m_like != nullptr ? m_like->get_net_places().find(patch) != none
+                                                       : offset != none;
             offset = is_stored ? count - 16 * m_patches.get_patch_count() : none;
             count += is_stored ? 24 : 0;
         });

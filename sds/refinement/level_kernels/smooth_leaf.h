@@ -146,8 +146,8 @@ template <class Fan>
     SimdDouble4 tangents[2];
     sum_tangents(weights, valence, points.quad[k], fan, tangents[0], tangents[1]);
     const unsigned int turned = k & 1u;
-    get_net_slot(nets, net_slots[k][0]) = tangents[turned] * SimdDouble4(u_thirds[k]);
-    get_net_slot(nets, net_slots[k][1]) = tangents[turned ^ 1u] * SimdDouble4(v_thirds[k]);
+    (&nets.u[0][0])[net_slots[k][0]] = tangents[turned] * SimdDouble4(u_thirds[k]);
+    (&nets.v[0][0])[net_slots[k][1] - 12] = tangents[turned ^ 1u] * SimdDouble4(v_thirds[k]);
 }
 
 // The entries of an edge that touches an irregular corner, likewise; all corners have been replaced.
