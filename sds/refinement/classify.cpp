@@ -114,7 +114,7 @@ void complete_level(RefinementLevel& level) {
     gather_sharp_vertices(level);
     flag_creases(level);
     find_vertex_kinds(level);
-    level.face_patches.assign(level.candidate_count, none);
+    level.face_patches.resize(level.candidate_count);
 }
 
 bool is_regular_corner(const RefinementLevel& level, unsigned int c) {

@@ -22,9 +22,11 @@ const T* choose(unsigned char is_first, const T* first, const T* second) {
 }  // namespace
 
 void HandedEdges::Level::start(const RefinementLevel& level) {
-    edge_indices.assign(level.edge_count, none);
+    // No other edges are handed on.
+    const unsigned int edge_count = level.edge_sharpness.get_count();
+    edge_indices.assign(edge_count, none);
     edges.resize(0);
-    edges.reserve(std::max(level.edge_count, 1u));
+    edges.reserve(std::max(edge_count, 1u));
     has_point.assign(level.vertex_count + 1, static_cast<unsigned char>(0));
     points.resize(level.vertex_count + 1);
 }
@@ -65,7 +67,8 @@ void HandedEdges::take_edges(Vec3f* controls) const {
     }
     if (!has_nonmanifold) return;
     for (unsigned int c = 0; c < 4 * m_level->candidate_count; ++c)
-        if (const unsigned int edge = m_level->corner_edges[c]; edge != none && m_here.edge_indices[edge] != none)
+        if (const unsigned int edge = m_level->corner_edges[c];
+            edge < m_here.edge_indices.get_count() && m_here.edge_indices[edge] != none)
             take_edge(m_here.edges[m_here.edge_indices[edge]], c, controls);
 }
 

@@ -154,18 +154,10 @@ void number_smooth_edges(RefinementLevel& coarse, const CoreArray<unsigned int>&
         for (unsigned int j = 0; j < 4; ++j) list(begin + j, (found[j] & found[(j + 1) & 3u]) != none);
     }
     coarse.edge_corners.resize(count);
-    coarse.edge_ends.resize(2 * count);
-    unsigned int* edge_ends = coarse.edge_ends.get_data();
     for (unsigned int e = coarse.edge_count; e < count; ++e) {
         const unsigned int c = edge_corners[e];
         corner_edges[c] = corner_edges[opposites[c] == none ? c : opposites[c]] = e;
-        edge_ends[2 * size_t{e}] = vertices[c];
-        edge_ends[2 * size_t{e} + 1] = coarse.edge_end(c);
     }
-    coarse.edge_sharpness.resize(count);
-    std::fill(coarse.edge_sharpness.get_data() + coarse.edge_count, coarse.edge_sharpness.end(), 0.0f);
-    coarse.edge_marks.resize(count);
-    std::fill(coarse.edge_marks.get_data() + coarse.edge_count, coarse.edge_marks.end(), static_cast<unsigned char>(0));
     coarse.edge_children.resize(count);
     for (unsigned int e = coarse.edge_count; e < count; ++e) coarse.edge_children[e] = first_point++;
     coarse.edge_count = count;

@@ -75,11 +75,12 @@ struct RefinementLevel {
     CoreArray<unsigned int> corner_edges;
     SdsMeshBase::EdgesTopology edges;  // creases are the infinitely sharp edges; of polygons, the first four
     CoreArray<FaceState> states;
-    CoreArray<unsigned int> face_patches;  // of candidates: index in the flat list, or none
+    CoreArray<unsigned int> face_patches;  // of candidates that are patches: index in the flat list
 
-    // Per edge.
-    CoreArray<unsigned int> edge_corners;  // one of its face-corners
-    CoreArray<unsigned int> edge_ends;     // two vertices
+    // Per edge: one of its face-corners.
+    CoreArray<unsigned int> edge_corners;
+    // Per edge with a number before the step or handed to finer patches; the other ones are smooth.
+    CoreArray<unsigned int> edge_ends;  // two vertices
     CoreArray<float> edge_sharpness;
     CoreArray<unsigned char> edge_marks;
     CoreArray<unsigned int> sharp_edges;  // those with sharpness above 0
@@ -133,7 +134,8 @@ struct RefinementLevel {
     }
     float sharpness_at(unsigned int c) const {
         if (corner_edges.is_empty()) return edges.is_crease(c) ? infinite_sharpness : 0.0f;
-        return corner_edges[c] == none ? 0.0f : edge_sharpness[corner_edges[c]];
+        const unsigned int edge = corner_edges[c];  // or none
+        return edge < edge_sharpness.get_count() ? edge_sharpness[edge] : 0.0f;
     }
     bool is_infinite_at(unsigned int c) const { return is_infinitely_sharp(sharpness_at(c)); }
     const SharpVertex* sharp_vertex(unsigned int v) const {

@@ -46,6 +46,7 @@ inline LevelPoints get_level_points(const RefinementLevel& level, LevelValues<GM
     view.opposites = level.edges.opposite_edges.get_data();
     view.valences = level.valences.get_data();
     view.edge_corners = level.edge_corners.get_data();
+    view.own_edge_count = level.edge_sharpness.get_count();
     view.edge_ends = level.edge_ends.get_data();
     view.edge_sharpness = level.edge_sharpness.get_data();
     view.infinite_sharpness = infinite_sharpness;
@@ -140,8 +141,11 @@ void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bo
     Value* out = next.points.get_data();
 
     const auto edge_point = [&](unsigned int e) {
-        const Value ends = points[level.edge_ends[2 * e]] + points[level.edge_ends[2 * e + 1]];
-        const float s = level.edge_sharpness[e];
+        const unsigned int c = level.edge_corners[e];
+        const bool is_own = e < level.edge_sharpness.get_count();
+        const Value ends = is_own ? points[level.edge_ends[2 * e]] + points[level.edge_ends[2 * e + 1]]
+                                  : points[level.edge_start(c)] + points[level.edge_end(c)];
+        const float s = is_own ? level.edge_sharpness[e] : 0.0f;
         Scalar crease = 1;
         if (!is_infinitely_sharp(s)) {
             const auto half = [&](unsigned int i) {
@@ -151,7 +155,6 @@ void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bo
             crease = s > 0.0f ? static_cast<Scalar>(edge_crease_weight(s, half(0), half(1))) : Scalar(0);
         }
         if (crease == Scalar(1)) return Value(ends * Scalar(0.5));
-        const unsigned int c = level.edge_corners[e];
         const unsigned int f0 = level.face_of(c);
         const unsigned int f1 = level.face_of(level.edges.opposite_edges[c]);
         const Value faces = values.face_points[f0] + values.face_points[f1];

@@ -73,8 +73,9 @@ struct LevelPoints {
     const unsigned int* opposites;  // per face-corner, not none beside edges of sharpness 0
     const unsigned int* valences;   // per vertex
     const unsigned int* edge_corners;
-    const unsigned int* edge_ends;  // two per edge
-    const float* edge_sharpness;
+    unsigned int own_edge_count;    // the first edges, which have ends and sharpness; the others are smooth
+    const unsigned int* edge_ends;  // two per such edge
+    const float* edge_sharpness;    // per such edge
     float infinite_sharpness;
     const unsigned int *vertex_children, *edge_children, *face_children;  // or none, in increasing order
     const double* points;                                                 // three per vertex

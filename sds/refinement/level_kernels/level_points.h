@@ -96,25 +96,33 @@ bool refine_points(const LevelPoints& level) {
               load(level.points, v) * SimdDouble4((n - 2.0) * inverse) +
                   (SimdDouble4::load4(sum) * half + SimdDouble4::load4(sum + 4)) * SimdDouble4(inverse * inverse));
     });
+    const bool is_quads = level.offsets == nullptr;
+    const auto store_smooth = [&](unsigned int e, SimdDouble4 ends) {
+        const unsigned int c = level.edge_corners[e];
+        const unsigned int o = level.opposites[c];
+        const SimdDouble4 faces = load(level.face_points, is_quads ? c >> 2 : level.faces[c]) +
+                                  load(level.face_points, is_quads ? o >> 2 : level.faces[o]);
+        store(level.edge_children[e], is_quads ? (ends + faces) * quarter : ends * quarter + faces * quarter);
+    };
     bool is_complete = true;
-    for (unsigned int e = 0; e < level.edge_count; ++e) {
+    for (unsigned int e = 0; e < level.own_edge_count; ++e) {
         const unsigned int child = level.edge_children[e];
         if (child == no_point) continue;
         const SimdDouble4 ends =
             load(level.points, level.edge_ends[2 * size_t{e}]) + load(level.points, level.edge_ends[2 * size_t{e} + 1]);
         const float sharpness = level.edge_sharpness[e];
-        if (sharpness == 0.0f) {
-            const unsigned int c = level.edge_corners[e];
-            const unsigned int o = level.opposites[c];
-            const bool is_quads = level.offsets == nullptr;
-            const SimdDouble4 faces = load(level.face_points, is_quads ? c >> 2 : level.faces[c]) +
-                                      load(level.face_points, is_quads ? o >> 2 : level.faces[o]);
-            store(child, is_quads ? (ends + faces) * quarter : ends * quarter + faces * quarter);
-        } else if (sharpness >= level.infinite_sharpness) {
+        if (sharpness == 0.0f)
+            store_smooth(e, ends);
+        else if (sharpness >= level.infinite_sharpness)
             store(child, ends * half);
-        } else {
+        else
             is_complete = false;
-        }
+    }
+    for (unsigned int e = level.own_edge_count; e < level.edge_count; ++e) {
+        const unsigned int c = level.edge_corners[e];
+        unsigned int next = (c & ~3u) | ((c + 1) & 3u);
+        if (!is_quads) next = c + 1 == level.offsets[level.faces[c] + 1] ? level.offsets[level.faces[c]] : c + 1;
+        store_smooth(e, load(level.points, level.vertices[c]) + load(level.points, level.vertices[next]));
     }
     for_each_with_child(level.face_children, level.face_count,
                         [&](unsigned int f) { store(level.face_children[f], load(level.face_points, f)); });
