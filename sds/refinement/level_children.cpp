@@ -255,7 +255,7 @@ void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, bool
         if (const unsigned int o = coarse.edges.opposite_edges[c]; o != none) maker.set_halves(o);
     }
     if (!has_nonmanifold) return;
-    for (const unsigned int f : scratch.touched)
+    for (const unsigned int f : coarse.touched_faces)
         for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c)
             if (coarse.is_halved(coarse.corner_edges[c])) maker.set_halves(c);
 }

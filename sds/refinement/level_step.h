@@ -7,8 +7,8 @@
 namespace sds {
 
 struct StepScratch {
-    // The faces of a level that the step makes a point of, in order: all of them, and those that are not refined.
-    CoreArray<unsigned int> touched, supporting;
+    // The faces of a level that the step makes a point of and that are not refined, in order.
+    CoreArray<unsigned int> supporting;
     // The face-corners of supporting faces whose vertex has a child, in the order of these children.
     CoreArray<unsigned int> supporting_corners;
     // Per face-corner of touched faces whose vertex has a child: the first face-corner of the face of the next level
@@ -17,8 +17,7 @@ struct StepScratch {
     CoreArray<SharpnessStep> sharpness;
 
     size_t get_memory_size() const {
-        return bytes_of(touched) + bytes_of(supporting) + bytes_of(supporting_corners) + bytes_of(corner_children) +
-               bytes_of(sharpness);
+        return bytes_of(supporting) + bytes_of(supporting_corners) + bytes_of(corner_children) + bytes_of(sharpness);
     }
 };
 

@@ -19,8 +19,8 @@ void for_each_array(Level& level, const Body& body) {
           level.edges.opposite_edges, level.edges.quad_edge_flags, level.states, level.face_patches, level.edge_corners,
           level.edge_ends, level.edge_sharpness, level.edge_marks, level.sharp_edges, level.valences,
           level.vertex_kinds, level.sharp_indices, level.sharp_vertices, level.tagged_vertices, level.vertex_children,
-          level.edge_children, level.face_children, level.refined_faces, level.first_children, level.edge_halves,
-          level.handing_corners);
+          level.edge_children, level.face_children, level.touched_faces, level.refined_faces, level.first_children,
+          level.edge_halves, level.handing_corners);
 }
 
 // Last given, first taken, so that every level meets the arrays of its likes.

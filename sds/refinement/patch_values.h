@@ -11,20 +11,16 @@
 
 namespace sds {
 
-// The faces that sums are needed of: those with a point in the next level, and those around the irregular corners of
-// leaves, whose limit points need the sums of all of them.
-inline void find_summed_faces(const RefinementLevel& level, bool has_step, bool has_leaves,
-                              CoreArray<unsigned char>& leaf_vertices, CoreArray<unsigned int>& faces) {
-    faces.resize(0);
-    if (!has_step && !has_leaves) return;
-    if (has_leaves) {
-        leaf_vertices.assign(level.vertex_count, static_cast<unsigned char>(0));
-        for (unsigned int f = 0; f < level.candidate_count; ++f) {
-            if (level.states[f] != FaceState::leaf) continue;
-            for (unsigned int c = 4 * f; c < 4 * f + 4; ++c) {
-                const unsigned int v = level.corner_vertices[c];
-                leaf_vertices[v] = level.vertex_kinds[v] != RefinementLevel::regular_vertex;
-            }
+// The faces that sums are needed of where a level has leaves: those with a point in the next level, and those around
+// the irregular corners of leaves, whose limit points need the sums of all of them.
+inline void find_summed_faces(const RefinementLevel& level, CoreArray<unsigned char>& leaf_vertices,
+                              CoreArray<unsigned int>& faces) {
+    leaf_vertices.assign(level.vertex_count, static_cast<unsigned char>(0));
+    for (unsigned int f = 0; f < level.candidate_count; ++f) {
+        if (level.states[f] != FaceState::leaf) continue;
+        for (unsigned int c = 4 * f; c < 4 * f + 4; ++c) {
+            const unsigned int v = level.corner_vertices[c];
+            leaf_vertices[v] = level.vertex_kinds[v] != RefinementLevel::regular_vertex;
         }
     }
     const auto is_at_leaf = [&](unsigned int f) {
@@ -32,14 +28,13 @@ inline void find_summed_faces(const RefinementLevel& level, bool has_step, bool 
         const unsigned char* marks = leaf_vertices.get_data();
         return (marks[v[0]] | marks[v[1]] | marks[v[2]] | marks[v[3]]) != 0;
     };
-    faces.resize(level.face_count);
-    unsigned int* out = faces.get_data();
-    unsigned int count = 0;
+    faces.resize(0);
+    const unsigned int *touched = level.touched_faces.begin(), *end = level.touched_faces.end();
     for (unsigned int f = 0; f < level.face_count; ++f) {
-        out[count] = f;
-        count += (has_step && level.face_children[f] != none) || (has_leaves && is_at_leaf(f)) ? 1 : 0;
+        const bool is_touched = touched != end && *touched == f;
+        touched += is_touched ? 1 : 0;
+        if (is_touched || is_at_leaf(f)) faces.add(f);
     }
-    faces.resize(count);
 }
 
 // The values of two levels at a time, and what a level's patches need of them.
@@ -182,8 +177,9 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         const bool has_leaves = !level.has_siblings && std::find(states, states + level.candidate_count,
                                                                  FaceState::leaf) != states + level.candidate_count;
         const auto sum = [&] {
-            find_summed_faces(level, fine != nullptr, has_leaves, scratch->leaf_vertices, scratch->summed_faces);
-            if (!scratch->summed_faces.is_empty()) sum_neighbors(level, values, scratch->summed_faces);
+            if (has_leaves) find_summed_faces(level, scratch->leaf_vertices, scratch->summed_faces);
+            const CoreArray<unsigned int>& faces = has_leaves ? scratch->summed_faces : level.touched_faces;
+            if (!faces.is_empty()) sum_neighbors(level, values, faces);
         };
         if (fine != nullptr) sum();
         if (fine != nullptr) refine_values(level, *fine, topology.has_smooth_triangles() && i == 0, values, next);

@@ -43,19 +43,19 @@ void number_vertices(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
     }
     fine.vertex_count = next;
 
-    scratch.touched.resize(coarse.face_count);
+    coarse.touched_faces.resize(coarse.face_count);
     scratch.supporting.resize(coarse.face_count);
     unsigned int touched_count = 0, supporting_count = 0;
     coarse.for_each_face([&](unsigned int f, unsigned int begin, auto corner_count) {
         unsigned int all = none;
         for (unsigned int j = 0; j < corner_count; ++j) all &= children[corners[begin + j]];
-        scratch.touched[touched_count] = f;
+        coarse.touched_faces[touched_count] = f;
         scratch.supporting[supporting_count] = f;
         const bool is_touched = all != none;
         touched_count += is_touched ? 1 : 0;
         supporting_count += (is_touched ? 1 : 0) & (states[f] != FaceState::refined ? 1 : 0);
     });
-    scratch.touched.resize(touched_count);
+    coarse.touched_faces.resize(touched_count);
     scratch.supporting.resize(supporting_count);
 }
 
@@ -165,7 +165,7 @@ void number_smooth_edges(RefinementLevel& coarse, const CoreArray<unsigned int>&
 
 // Points of edges and faces, and the halves of the edges that are sharp or handed.
 void split_edges(RefinementLevel& coarse, RefinementLevel& fine, const StepScratch& scratch, bool chaikin) {
-    const CoreArray<unsigned int>& touched = scratch.touched;
+    const CoreArray<unsigned int>& touched = coarse.touched_faces;
     find_handing_corners(coarse, scratch.supporting);
     const unsigned int halved_count = coarse.edge_count;
     coarse.edge_halves.assign(2 * halved_count, none);
@@ -190,7 +190,6 @@ void split_edges(RefinementLevel& coarse, RefinementLevel& fine, const StepScrat
 
     const unsigned int first_center = next;
     coarse.face_children.resize(coarse.face_count);
-    std::fill(coarse.face_children.begin(), coarse.face_children.end(), none);
     for (const unsigned int f : touched) coarse.face_children[f] = next++;
     fine.vertex_count = next;
 

@@ -95,7 +95,8 @@ struct RefinementLevel {
     // The step to the next level: vertices of it, none where the step makes no such point.
     CoreArray<unsigned int> vertex_children;
     CoreArray<unsigned int> edge_children;
-    CoreArray<unsigned int> face_children;
+    CoreArray<unsigned int> touched_faces;   // those with a point in the next level, in increasing order
+    CoreArray<unsigned int> face_children;   // per face, of touched ones
     CoreArray<unsigned int> refined_faces;   // in increasing order
     CoreArray<unsigned int> first_children;  // of refined faces: the first of as many candidates as they have corners
     // Of the edges that had numbers before the step and those that are handed to finer patches, which come first: their

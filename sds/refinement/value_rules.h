@@ -52,6 +52,8 @@ inline LevelPoints get_level_points(const RefinementLevel& level, LevelValues<GM
     view.infinite_sharpness = infinite_sharpness;
     view.vertex_children = level.vertex_children.get_data();
     view.edge_children = level.edge_children.get_data();
+    view.touched_count = level.touched_faces.get_count();
+    view.touched_faces = level.touched_faces.get_data();
     view.face_children = level.face_children.get_data();
     view.points = reinterpret_cast<const double*>(values.points.get_data());
     view.face_points = reinterpret_cast<double*>(values.face_points.get_data());
@@ -188,8 +190,7 @@ void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bo
         }
     }
     if (!has_kernel) {
-        for (unsigned int f = 0; f < level.face_count; ++f)
-            if (level.face_children[f] != none) out[level.face_children[f]] = values.face_points[f];
+        for (const unsigned int f : level.touched_faces) out[level.face_children[f]] = values.face_points[f];
         for (unsigned int e = 0; e < level.edge_count; ++e)
             if (level.edge_children[e] != none) out[level.edge_children[e]] = edge_point(e);
         for (unsigned int v = 0; v < level.vertex_count; ++v)

@@ -57,7 +57,7 @@ struct LevelStep {
     const unsigned int* opposites;  // per face-corner
     const unsigned int* edges;      // per face-corner, where the edge has a child
     const unsigned int* valences;   // per vertex
-    const unsigned int *vertex_children, *edge_children, *face_children;
+    const unsigned int *vertex_children, *edge_children, *face_children;  // those around refined faces are there
 };
 
 // What of the siblings is computed.
@@ -77,11 +77,14 @@ struct LevelPoints {
     const unsigned int* edge_ends;  // two per such edge
     const float* edge_sharpness;    // per such edge
     float infinite_sharpness;
-    const unsigned int *vertex_children, *edge_children, *face_children;  // or none, in increasing order
-    const double* points;                                                 // three per vertex
-    double* face_points;                                                  // three per face
-    double* sums;         // eight per vertex: three over edges, three over faces, and a number after each
-    double* fine_points;  // of the next level
+    const unsigned int *vertex_children, *edge_children;  // or none, in increasing order
+    unsigned int touched_count;
+    const unsigned int* touched_faces;  // those with a child
+    const unsigned int* face_children;  // of these, in increasing order
+    const double* points;               // three per vertex
+    double* face_points;                // three per face
+    double* sums;                       // eight per vertex: three over edges, three over faces, and a number after each
+    double* fine_points;                // of the next level
 };
 
 struct LevelKernels {

@@ -124,8 +124,10 @@ bool refine_points(const LevelPoints& level) {
         if (!is_quads) next = c + 1 == level.offsets[level.faces[c] + 1] ? level.offsets[level.faces[c]] : c + 1;
         store_smooth(e, load(level.points, level.vertices[c]) + load(level.points, level.vertices[next]));
     }
-    for_each_with_child(level.face_children, level.face_count,
-                        [&](unsigned int f) { store(level.face_children[f], load(level.face_points, f)); });
+    for (unsigned int i = 0; i < level.touched_count; ++i) {
+        const unsigned int f = level.touched_faces[i];
+        store(level.face_children[f], load(level.face_points, f));
+    }
     return is_complete;
 }
 

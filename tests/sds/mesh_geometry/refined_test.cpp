@@ -345,9 +345,7 @@ TEST(RefinedGeometry, KernelsOfPointsFollowTheRulesOfAnyValue) {
     for (unsigned int i = 0; i + 1 < topology.get_level_count(); ++i) {
         const sds::RefinementLevel& level = topology.get_level(i);
         const sds::RefinementLevel& fine = topology.get_level(i + 1);
-        CoreArray<unsigned int> faces;
-        for (unsigned int f = 0; f < level.face_count; ++f)
-            if (level.face_children[f] != sds::none) faces.add(f);
+        const CoreArray<unsigned int>& faces = level.touched_faces;
         sds::sum_neighbors(level, values, faces);
         sds::refine_values(level, fine, false, values, next);
         for (const sds::LevelKernels* const* set = sds::get_all_level_kernels(); *set != nullptr; ++set) {
