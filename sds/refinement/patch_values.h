@@ -179,7 +179,7 @@ void visit_patches(const RefinedTopology& topology, const ValueAt& value_at, Sin
         const auto sum = [&] {
             if (has_leaves) find_summed_faces(level, scratch->leaf_vertices, scratch->summed_faces);
             const CoreArray<unsigned int>& faces = has_leaves ? scratch->summed_faces : level.touched_faces;
-            if (!faces.is_empty()) sum_neighbors(level, values, faces);
+            if (!faces.is_empty()) sum_neighbors(level, values, faces, !has_leaves);
         };
         if (fine != nullptr) sum();
         if (fine != nullptr) refine_values(level, *fine, topology.has_smooth_triangles() && i == 0, values, next);

@@ -41,7 +41,7 @@ void number_vertices(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
         children[v] = next | (has_child - 1);  // none where there is no child
         next += has_child;
     }
-    fine.vertex_count = next;
+    fine.vertex_count = coarse.vertex_child_count = next;
 
     coarse.touched_faces.resize(coarse.face_count);
     scratch.supporting.resize(coarse.face_count);

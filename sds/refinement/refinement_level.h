@@ -93,7 +93,7 @@ struct RefinementLevel {
     CoreArray<SharpVertex> tagged_vertices;  // vertex and sharpness of the vertices that are sharp themselves
 
     // The step to the next level: vertices of it, none where the step makes no such point.
-    CoreArray<unsigned int> vertex_children;
+    CoreArray<unsigned int> vertex_children;  // the first vertex_child_count ones
     CoreArray<unsigned int> edge_children;
     CoreArray<unsigned int> touched_faces;   // those with a point in the next level, in increasing order
     CoreArray<unsigned int> face_children;   // per face, of touched ones
@@ -103,6 +103,7 @@ struct RefinementLevel {
     // parts at their two ends, edges of the next level or none.
     CoreArray<unsigned int> edge_halves;
     CoreArray<unsigned int> handing_corners;  // face-corners of patches with refined faces across
+    unsigned int vertex_child_count = 0;
     bool has_step = false;
     // Whether all faces are children of quads between smooth edges, whose patches kernels make from what is around the
     // quad: then corners and what is across are known beside coarser patches only, and nothing is across there.

@@ -25,12 +25,16 @@ struct LevelValues {
     };
     CoreArray<Value> points;
     CoreArray<Value> face_points;
-    CoreArray<Sums> sums;
+    CoreArray<Sums> sums;         // per vertex, or by the children of vertices that have one
+    bool has_child_sums = false;  // the latter; of points only
 
     void reserve(unsigned int face_count, unsigned int vertex_count) {
         points.reserve(vertex_count + 1);  // kernels read and write one number behind the last
         face_points.reserve(face_count + 1);
-        sums.reserve(vertex_count);
+        sums.reserve(vertex_count + spare_sums);
+    }
+    const Sums& sum_at(const RefinementLevel& level, unsigned int v) const {
+        return sums[has_child_sums ? level.vertex_children[v] : v];
     }
 };
 
@@ -57,21 +61,24 @@ inline LevelPoints get_level_points(const RefinementLevel& level, LevelValues<GM
     view.face_children = level.face_children.get_data();
     view.points = reinterpret_cast<const double*>(values.points.get_data());
     view.face_points = reinterpret_cast<double*>(values.face_points.get_data());
+    view.sum_count = values.has_child_sums ? level.vertex_child_count : level.vertex_count;
+    view.sum_indices = values.has_child_sums ? level.vertex_children.get_data() : nullptr;
     view.sums = reinterpret_cast<double*>(values.sums.get_data());
     static_assert(sizeof(LevelValues<GMathVec3<double>>::Sums) == 8 * sizeof(double));
     return view;
 }
 
 // Face points and sums from the points, of the given faces, in increasing order, and of the vertices that have no
-// others.
+// others; or of points only of the vertices with a child, which takes less memory.
 template <class Value>
-void sum_neighbors(const RefinementLevel& level, LevelValues<Value>& values,
-                   const CoreBasicArray<unsigned int>& faces) {
+void sum_neighbors(const RefinementLevel& level, LevelValues<Value>& values, const CoreBasicArray<unsigned int>& faces,
+                   bool has_child_sums = false) {
     using Scalar = typename ValueOps<Value>::Scalar;
     using Sums = typename LevelValues<Value>::Sums;
     values.reserve(level.face_count, level.vertex_count);
     values.face_points.resize(level.face_count);
-    values.sums.resize(level.vertex_count);
+    values.has_child_sums = is_point<Value> && has_child_sums;
+    values.sums.resize((values.has_child_sums ? level.vertex_child_count : level.vertex_count) + spare_sums);
     if constexpr (is_point<Value>)
         return get_level_kernels().sum_neighbors(get_level_points(level, values), faces.get_data(), faces.get_count());
     const Value* points = values.points.get_data();
@@ -174,7 +181,7 @@ void refine_values(const RefinementLevel& level, const RefinementLevel& fine, bo
     const auto smooth_point = [&](unsigned int v) {
         const auto n = static_cast<Scalar>(level.valences[v]);
         const Scalar inverse = Scalar(1) / n;
-        const auto& sum = values.sums[v];
+        const auto& sum = values.sum_at(level, v);
         return points[v] * ((n - Scalar(2)) * inverse) + (sum.edges * Scalar(0.5) + sum.faces) * (inverse * inverse);
     };
 

@@ -8,6 +8,8 @@
 namespace sds {
 
 constexpr unsigned int max_leaf_valence = 32;
+// Sums that LevelPoints has room for behind the last one.
+constexpr unsigned int spare_sums = 16;
 
 // What the points around a smooth vertex count in its tangents, by the edges that lead to them, and the cosine of the
 // angle between two edges.
@@ -83,8 +85,10 @@ struct LevelPoints {
     const unsigned int* face_children;  // of these, in increasing order
     const double* points;               // three per vertex
     double* face_points;                // three per face
-    double* sums;                       // eight per vertex: three over edges, three over faces, and a number after each
-    double* fine_points;                // of the next level
+    unsigned int sum_count;
+    const unsigned int* sum_indices;  // per vertex, none for those without sums; null when all have sums, in order
+    double* sums;         // eight each: three over edges, three over faces, and a number after each; spare_sums more
+    double* fine_points;  // of the next level
 };
 
 struct LevelKernels {

@@ -15,43 +15,72 @@ using QN_SIMD_NAMESPACE::SimdDouble4;
 
 constexpr unsigned int sum_stride = 8;
 
-void sum_polygons(const LevelPoints& level, const unsigned int* faces, unsigned int count) {
-    const SimdDouble4 zero(0.0);
-    const auto load = [&level](unsigned int v) { return SimdDouble4::load4(level.points + 3 * size_t{v}); };
-    for (unsigned int i = 0; i < count; ++i)
-        for (unsigned int c = level.offsets[faces[i]]; c < level.offsets[faces[i] + 1]; ++c) {
-            double* sum = level.sums + sum_stride * size_t{level.vertices[c]};
+// Where the sums of vertices are. What is summed at vertices that have none goes to a few places behind the others, in
+// turn, so that additions seldom wait for each other.
+class SumPlaces {
+public:
+    explicit SumPlaces(const LevelPoints& level)
+        : m_sums(level.sums), m_indices(level.sum_indices), m_count(level.sum_count) {}
+
+    template <bool has_indices>
+    [[gnu::always_inline]] double* find(unsigned int v) const {
+        if (!has_indices) return m_sums + sum_stride * size_t{v};
+        const unsigned int i = m_indices[v], spare = m_count + v % spare_sums;
+        return m_sums + sum_stride * size_t{i < spare ? i : spare};
+    }
+    // Of the vertices of some faces.
+    template <bool has_indices, class ForEachVertex>
+    [[gnu::always_inline]] void clear(bool are_most, const ForEachVertex& for_each_vertex) const {
+        const SimdDouble4 zero(0.0);
+        const auto clear = [zero](double* sum) {
             zero.store4(sum);
             zero.store4(sum + 4);
-        }
+        };
+        if (has_indices || are_most)
+            for (size_t i = 0; i < m_count + spare_sums; ++i) clear(m_sums + sum_stride * i);
+        else
+            for_each_vertex([&](unsigned int v) { clear(find<false>(v)); });
+    }
+
+private:
+    double* m_sums;
+    const unsigned int* m_indices;
+    unsigned int m_count;
+};
+
+template <bool has_indices>
+void sum_polygons(const LevelPoints& level, const unsigned int* faces, unsigned int count) {
+    const SumPlaces places(level);
+    const auto load = [&level](unsigned int v) { return SimdDouble4::load4(level.points + 3 * size_t{v}); };
+    places.clear<has_indices>(false, [&](const auto& clear) {
+        for (unsigned int i = 0; i < count; ++i)
+            for (unsigned int c = level.offsets[faces[i]]; c < level.offsets[faces[i] + 1]; ++c)
+                clear(level.vertices[c]);
+    });
     for (unsigned int i = 0; i < count; ++i) {
         const unsigned int begin = level.offsets[faces[i]], end = level.offsets[faces[i] + 1];
-        SimdDouble4 center = zero;
+        SimdDouble4 center(0.0);
         for (unsigned int c = begin; c < end; ++c) center = center + load(level.vertices[c]);
         if (begin != end) center = center / SimdDouble4(static_cast<double>(end - begin));
         center.store4(level.face_points + 3 * size_t{faces[i]});
         for (unsigned int c = begin, behind = end - 1; c < end; behind = c++) {
             const unsigned int ahead = c + 1 == end ? begin : c + 1;
-            double* sum = level.sums + sum_stride * size_t{level.vertices[c]};
+            double* sum = places.find<has_indices>(level.vertices[c]);
             (SimdDouble4::load4(sum) + load(level.vertices[ahead]) + load(level.vertices[behind])).store4(sum);
             (SimdDouble4::load4(sum + 4) + center).store4(sum + 4);
         }
     }
 }
 
-void sum_neighbors(const LevelPoints& level, const unsigned int* faces, unsigned int count) {
-    if (level.offsets != nullptr) return sum_polygons(level, faces, count);
-    const SimdDouble4 zero(0.0), quarter(0.25);
-    const auto clear = [&](size_t v) {
-        zero.store4(level.sums + sum_stride * v);
-        zero.store4(level.sums + sum_stride * v + 4);
-    };
+template <bool has_indices>
+void sum_quads(const LevelPoints& level, const unsigned int* faces, unsigned int count) {
+    const SumPlaces places(level);
+    const SimdDouble4 quarter(0.25);
     // Mostly all vertices, in order.
-    if (2 * count > level.vertex_count)
-        for (unsigned int v = 0; v < level.vertex_count; ++v) clear(v);
-    else
+    places.clear<has_indices>(2 * count > level.vertex_count, [&](const auto& clear) {
         for (unsigned int i = 0; i < count; ++i)
             for (unsigned int k = 0; k < 4; ++k) clear(level.vertices[4 * size_t{faces[i]} + k]);
+    });
     for (unsigned int i = 0; i < count; ++i) {
         const unsigned int* quad = level.vertices + 4 * size_t{faces[i]};
         const auto load = [&level](unsigned int v) { return SimdDouble4::load4(level.points + 3 * size_t{v}); };
@@ -59,11 +88,19 @@ void sum_neighbors(const LevelPoints& level, const unsigned int* faces, unsigned
         const SimdDouble4 center = (ac + bd) * quarter;
         center.store4(level.face_points + 3 * size_t{faces[i]});
         for (unsigned int k = 0; k < 4; ++k) {
-            double* sum = level.sums + sum_stride * size_t{quad[k]};
+            double* sum = places.find<has_indices>(quad[k]);
             (SimdDouble4::load4(sum) + ((k & 1u) == 0 ? bd : ac)).store4(sum);
             (SimdDouble4::load4(sum + 4) + center).store4(sum + 4);
         }
     }
+}
+
+void sum_neighbors(const LevelPoints& level, const unsigned int* faces, unsigned int count) {
+    const auto sum = level.offsets != nullptr
+                         ? level.sum_indices != nullptr ? &sum_polygons<true> : &sum_polygons<false>
+                     : level.sum_indices != nullptr ? &sum_quads<true>
+                                                    : &sum_quads<false>;
+    sum(level, faces, count);
 }
 
 constexpr unsigned int no_point = 0xFFFFFFFF;
@@ -91,7 +128,8 @@ bool refine_points(const LevelPoints& level) {
     for_each_with_child(level.vertex_children, level.vertex_count, [&](unsigned int v) {
         const double n = static_cast<double>(level.valences[v]);
         const double inverse = 1.0 / n;
-        const double* sum = level.sums + sum_stride * size_t{v};
+        const unsigned int place = level.sum_indices != nullptr ? level.sum_indices[v] : v;
+        const double* sum = level.sums + sum_stride * size_t{place};
         store(level.vertex_children[v],
               load(level.points, v) * SimdDouble4((n - 2.0) * inverse) +
                   (SimdDouble4::load4(sum) * half + SimdDouble4::load4(sum + 4)) * SimdDouble4(inverse * inverse));

@@ -352,7 +352,7 @@ TEST(RefinedGeometry, KernelsOfPointsFollowTheRulesOfAnyValue) {
             sds::LevelValues<Vec3d> points;
             points.reserve(level.face_count, level.vertex_count);
             points.face_points.resize(level.face_count);
-            points.sums.resize(level.vertex_count);
+            points.sums.resize(level.vertex_count + sds::spare_sums);
             for (const Components& p : values.points) points.points.add({p.c[0], p.c[1], p.c[2]});
             std::vector<double> out(3 * size_t{fine.vertex_count} + 1);
             sds::LevelPoints view = sds::get_level_points(level, points);
