@@ -354,12 +354,15 @@ TEST(RefinedGeometry, KernelsOfPointsFollowTheRulesOfAnyValue) {
             points.face_points.resize(level.face_count);
             points.sums.resize(level.vertex_count + sds::spare_sums);
             for (const Components& p : values.points) points.points.add({p.c[0], p.c[1], p.c[2]});
-            std::vector<double> out(3 * size_t{fine.vertex_count} + 1);
-            sds::LevelPoints view = sds::get_level_points(level, points);
-            view.fine_points = out.data();
-            (*set)->sum_neighbors(view, faces.get_data(), faces.get_count());
-            EXPECT_TRUE((*set)->refine_points(view));
-            EXPECT_EQ(std::memcmp(out.data(), next.points.get_data(), (out.size() - 1) * sizeof(double)), 0) << i;
+            for (const bool has_child_sums : {false, true}) {
+                points.has_child_sums = has_child_sums;
+                std::vector<double> out(3 * size_t{fine.vertex_count} + 1);
+                sds::LevelPoints view = sds::get_level_points(level, points);
+                view.fine_points = out.data();
+                (*set)->sum_neighbors(view, faces.get_data(), faces.get_count());
+                EXPECT_TRUE((*set)->refine_points(view));
+                EXPECT_EQ(std::memcmp(out.data(), next.points.get_data(), (out.size() - 1) * sizeof(double)), 0) << i;
+            }
         }
         values.points.swap(next.points);
     }
