@@ -211,6 +211,7 @@ private:
         faces.points = reinterpret_cast<const double*>(values.points.get_data());
         faces.limits = reinterpret_cast<double*>(limits.get_data());
         faces.is_known = limits.get_known();
+        faces.has_limits = false;
         faces.has_handed = m_handed.has_points();
         faces.is_handed = m_handed.get_has_point();
         faces.handed = m_handed.get_points();
@@ -241,9 +242,11 @@ private:
         run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
             kernels.compute_limits(faces, first.get_data(), begin, end);
         });
+        LevelFaces known_faces = faces;
+        known_faces.has_limits = true;
         std::atomic<unsigned int> short_count{0};
         run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
-            short_count += kernels.compute_controls(faces, begin, end);
+            short_count += kernels.compute_controls(known_faces, begin, end);
         });
         return short_count != 0;
     }

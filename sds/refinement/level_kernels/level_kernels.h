@@ -30,7 +30,8 @@ struct LevelFaces {
     const double* points;            // three per vertex, and one more that may be read
     double* limits;                  // four per vertex, where known; the fourth means nothing
     unsigned char* is_known;         // per vertex, not 0 for those that are not between smooth edges; 1 afterwards
-    bool has_handed;                 // whether some vertices are
+    bool has_limits;                 // whether those of the regular faces' vertices all are, which several threads need
+    bool has_handed;                 // whether some vertices are handed
     const unsigned char* is_handed;  // per vertex: whether coarser patches have rounded its limit point
     const float* handed;             // these points, four numbers per vertex; the fourth means nothing
     float* controls;                 // sixteen points a patch

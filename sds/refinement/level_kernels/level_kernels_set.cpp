@@ -161,8 +161,11 @@ unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, un
     const RingFinder<Corners> finder(level, corners);
     Ring rings[batch];
     unsigned int short_count = 0;
-    // Local, since bytes that are stored might be part of `level`.
-    unsigned char* const known = level.is_known;
+    // Local, since bytes that are stored might be part of `level`. Where all limit points are known, one byte stands
+    // for all vertices, since other threads would write to theirs.
+    unsigned char all_known = 1;
+    unsigned char* const known = level.has_limits ? &all_known : level.is_known;
+    const unsigned int vertex_mask = level.has_limits ? 0 : ~0u;
     const unsigned char* const handed = level.is_handed;
     unsigned int faces[batch + 1], fresh_corners[4 * batch + 1], opposites[4 * batch], handed_corners[4 * batch + 1];
     for (unsigned int f = begin; f < end;) {
@@ -181,8 +184,9 @@ unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, un
 #pragma GCC unroll 4
             for (unsigned int k = 0; k < 4; ++k) {
                 const unsigned int v = quad[k];
-                const bool is_fresh = known[v] == 0;  // never on many threads, after compute_limits
-                known[v] = 1;
+                unsigned char& is_known = known[v & vertex_mask];
+                const bool is_fresh = is_known == 0;
+                is_known = 1;
                 if (Corners::lists_limits) {
                     fresh_corners[fresh_count] = 4 * i + k;
                     fresh_count += is_fresh ? 1 : 0;
