@@ -106,7 +106,7 @@ private:
         std::fill_n(mesh.slots, mesh.vertex_count, cleared);
         PolyCornerPairs pairs(mesh, partners);
         pairs.add_polygons<true>(mesh, 0, mesh.counts.get_count());
-        return pairs.pair_rest(mesh.corner_count / 64 + 64);
+        return pairs.pair_rest(mesh);
     }
 
     static bool find_together(const Mesh& mesh, unsigned int tasks, unsigned int* partners) {
@@ -127,7 +127,7 @@ private:
                 if (&other != &all[task])
                     for (const Side& side : other.m_foreign)
                         if (owners.get(side.low) == task) all[task].add<false>(side.corner, side.low, side.high);
-            if (!all[task].pair_rest(mesh.corner_count / 64 + 64)) is_good = false;
+            if (!all[task].pair_rest(mesh)) is_good = false;
         });
         return is_good;
     }
@@ -217,8 +217,8 @@ private:
     }
 
     // The edges that found no slot.
-    bool pair_rest(unsigned int most) {
-        if (m_rest.get_count() > most) return false;
+    bool pair_rest(const Mesh& mesh) {
+        if (m_rest.get_count() > mesh.corner_count / 64 + 64) return false;
         std::sort(m_rest.begin(), m_rest.end(), [](const Side& x, const Side& y) {
             return x.low != y.low ? x.low < y.low : x.high != y.high ? x.high < y.high : x.corner < y.corner;
         });

@@ -19,15 +19,18 @@ inline CoreArray<unsigned int> polygon_offsets(const CoreBasicArray<unsigned int
     return offsets;
 }
 
-// Blocks are looked at without a branch.
+// Without a branch per number.
+template <class T>
+bool are_all(const T* numbers, unsigned int count, T value) {
+    T others = 0;
+    for (unsigned int i = 0; i < count; ++i) others = static_cast<T>(others | (numbers[i] ^ value));
+    return others == 0;
+}
+
 inline bool has_only_quads(const unsigned int* counts, unsigned int count) {
     constexpr unsigned int block = 4096;
-    for (unsigned int first = 0; first < count; first += block) {
-        const unsigned int size = std::min(block, count - first);
-        unsigned int others = 0;
-        for (unsigned int i = 0; i < size; ++i) others |= counts[first + i] ^ 4u;
-        if (others != 0) return false;
-    }
+    for (unsigned int first = 0; first < count; first += block)
+        if (!are_all(counts + first, std::min(block, count - first), 4u)) return false;
     return true;
 }
 inline bool has_only_quads(const CoreBasicArray<unsigned int>& counts) {

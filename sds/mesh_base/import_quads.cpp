@@ -3,6 +3,7 @@
 #include "qn_poly/poly_neighbourhood.h"
 #include "sds/common/array_bytes.h"
 #include "sds/common/kept_scratch.h"
+#include "sds/common/polygon_offsets.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_base/sds_mesh_base.h"
 #include "sds/mesh_base/task_chunks.h"
@@ -46,14 +47,8 @@ unsigned int count_sharp_edges(const SdsMeshBase::EdgesTopology& edges, const Co
 constexpr unsigned char plain_quad = 0xF0;
 constexpr unsigned int min_threaded_quads = 16384;
 
-// Quads that are looked at without a branch.
+// Quads whose flags are looked at together.
 constexpr unsigned int block_size = 64;
-
-bool are_plain(const unsigned char* flags, unsigned int count) {
-    unsigned char others = 0;
-    for (unsigned int i = 0; i < count; ++i) others |= static_cast<unsigned char>(flags[i] ^ plain_quad);
-    return others == 0;
-}
 
 // Turns neighbor polygons, which stand in opposite_edges, into half-edges, and flags the plain quads; others get 0.
 // Copies the indices on the way.
@@ -104,7 +99,8 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
     sds::progress_steps(progress, quad_count);
     for (unsigned int first = 0; first < quad_count; first += block_size) {
         const unsigned int end = std::min(first + block_size, quad_count);
-        if (progress == nullptr && are_plain(edges.quad_edge_flags.get_data() + first, end - first)) continue;
+        if (progress == nullptr && sds::are_all(edges.quad_edge_flags.get_data() + first, end - first, plain_quad))
+            continue;
         for (unsigned int q = first; q < end; ++q) {
             if (edges.quad_edge_flags[q] != plain_quad) {
                 const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};

@@ -6,6 +6,7 @@
 
 #include "sds/common/array_bytes.h"
 #include "sds/common/control_grid.h"
+#include "sds/refinement/listed_children.h"
 
 namespace sds {
 
@@ -98,24 +99,15 @@ void HandedEdges::hand_own_edges(const Vec3f* controls) {
 void HandedEdges::hand_points(const PatchLimits<GMathVec3<double>>& limits) {
     const unsigned int* children = m_level->vertex_children.get_data();
     const GMathVec3<double> zero(0, 0, 0);
-    constexpr unsigned int most = 64;
-    unsigned int found[most];
-    for (unsigned int v = 0, end = m_level->vertex_count; v < end;) {
-        unsigned int count = 0;
-        for (const unsigned int stop = std::min(v + most, end); v < stop; ++v) {
-            found[count] = v;
-            count += children[v] != none ? 1 : 0;
-        }
-        for (unsigned int i = 0; i < count; ++i) {
-            const unsigned int from = found[i], child = children[from];
-            const unsigned char is_handed = m_here.has_point[from], is_touched = limits.is_touched(from) ? 1 : 0;
-            const GMathVec3<double>& limit = *choose(is_touched, &limits.get(from), &zero);
-            const Point rounded = {static_cast<float>(limit[0]), static_cast<float>(limit[1]),
-                                   static_cast<float>(limit[2]), 0.0f};
-            m_below.has_point[child] = is_handed | is_touched;
-            m_below.points[child] = *choose(is_handed, &m_here.points[from], &rounded);
-        }
-    }
+    for_each_with_child(children, m_level->vertex_count, [&](unsigned int v) {
+        const unsigned int child = children[v];
+        const unsigned char is_handed = m_here.has_point[v], is_touched = limits.is_touched(v) ? 1 : 0;
+        const GMathVec3<double>& limit = *choose(is_touched, &limits.get(v), &zero);
+        const Point rounded = {static_cast<float>(limit[0]), static_cast<float>(limit[1]), static_cast<float>(limit[2]),
+                               0.0f};
+        m_below.has_point[child] = is_handed | is_touched;
+        m_below.points[child] = *choose(is_handed, &m_here.points[v], &rounded);
+    });
 }
 
 void HandedEdges::hand_halves(unsigned int edge, unsigned int start, SimdFloat4 a, SimdFloat4 b, SimdFloat4 c,

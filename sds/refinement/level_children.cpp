@@ -33,14 +33,14 @@ void number_children(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
     scratch.supporting_corners.resize(corner_count);
     unsigned int* corners = scratch.supporting_corners.get_data();
     unsigned int count = 0;
-    for (unsigned int i = 0; i < scratch.supporting.get_count() && !fine.has_siblings; ++i) {
-        const unsigned int f = scratch.supporting[i];
-        for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c) {
-            corners[count] = c;
-            corner_children[c] = candidate + 4 * count;
-            count += vertex_children[vertices[c]] != none ? 1 : 0;
-        }
-    }
+    // Siblings need no support.
+    if (!fine.has_siblings)
+        for (const unsigned int f : scratch.supporting)
+            for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c) {
+                corners[count] = c;
+                corner_children[c] = candidate + 4 * count;
+                count += vertex_children[vertices[c]] != none ? 1 : 0;
+            }
     scratch.supporting_corners.resize(count);
     fine.face_count = candidate / 4 + count;
 }

@@ -5,7 +5,9 @@
 #pragma once
 
 #include "qn_simd/simd_double4.h"
+#include "sds/refinement/level_kernels/face_corners.h"
 #include "sds/refinement/level_kernels/level_kernels.h"
+#include "sds/refinement/listed_children.h"
 
 namespace sds {
 
@@ -103,25 +105,8 @@ void sum_neighbors(const LevelPoints& level, const unsigned int* faces, unsigned
     sum(level, faces, count);
 }
 
-constexpr unsigned int no_point = 0xFFFFFFFF;
-
-// body(i) where children[i] is a point. They are listed first: which are is hard to foretell.
-template <class Body>
-void for_each_with_child(const unsigned int* children, unsigned int count, const Body& body) {
-    constexpr unsigned int most = 64;
-    unsigned int found[most];
-    for (unsigned int begin = 0; begin < count; begin += most) {
-        const unsigned int end = begin + most < count ? begin + most : count;
-        unsigned int found_count = 0;
-        for (unsigned int i = begin; i < end; ++i) {
-            found[found_count] = i;
-            found_count += children[i] != no_point ? 1 : 0;
-        }
-        for (unsigned int i = 0; i < found_count; ++i) body(found[i]);
-    }
-}
-
 bool refine_points(const LevelPoints& level) {
+    constexpr unsigned int no_point = 0xFFFFFFFF;
     const auto load = [](const double* points, unsigned int i) { return SimdDouble4::load4(points + 3 * size_t{i}); };
     const auto store = [&level](unsigned int i, SimdDouble4 point) { point.store4(level.fine_points + 3 * size_t{i}); };
     const SimdDouble4 half(0.5), quarter(0.25);
@@ -158,8 +143,7 @@ bool refine_points(const LevelPoints& level) {
     }
     for (unsigned int e = level.own_edge_count; e < level.edge_count; ++e) {
         const unsigned int c = level.edge_corners[e];
-        unsigned int next = (c & ~3u) | ((c + 1) & 3u);
-        if (!is_quads) next = c + 1 == level.offsets[level.faces[c] + 1] ? level.offsets[level.faces[c]] : c + 1;
+        const unsigned int next = is_quads ? next_corner(c) : PolygonFaces{level.offsets, level.faces}.next(c);
         store_smooth(e, load(level.points, level.vertices[c]) + load(level.points, level.vertices[next]));
     }
     for (unsigned int i = 0; i < level.touched_count; ++i) {

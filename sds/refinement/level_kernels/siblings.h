@@ -19,20 +19,9 @@ struct QuadParents {
     unsigned int previous(unsigned int c) const { return previous_corner(c); }
 };
 
-struct PolygonParents {
+struct PolygonParents : PolygonFaces {
     static constexpr bool keeps_frame = false;
-    const unsigned int *offsets, *faces;
-    explicit PolygonParents(const LevelStep& step) : offsets(step.offsets), faces(step.faces) {}
-    unsigned int begin_of_face(unsigned int f) const { return offsets[f]; }
-    unsigned int face_of(unsigned int c) const { return faces[c]; }
-    unsigned int next(unsigned int c) const {
-        const unsigned int f = faces[c];
-        return c + 1 == offsets[f + 1] ? offsets[f] : c + 1;
-    }
-    unsigned int previous(unsigned int c) const {
-        const unsigned int f = faces[c];
-        return c == offsets[f] ? offsets[f + 1] - 1 : c - 1;
-    }
+    explicit PolygonParents(const LevelStep& step) : PolygonFaces{step.offsets, step.faces} {}
 };
 
 //     D3 -- EA2 -- FA2 -- SA2 -- D2        V, E and F come from the vertices, edges and middle of the quad; FA from the

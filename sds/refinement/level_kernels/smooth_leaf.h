@@ -6,6 +6,7 @@
 
 #include "sds/common/net_slots.h"
 #include "sds/common/smooth_controls.h"
+#include "sds/refinement/level_kernels/face_corners.h"
 #include "sds/refinement/level_kernels/ring_points.h"
 
 namespace sds {
@@ -20,10 +21,6 @@ void store_corner(const LevelFaces& level, unsigned int v, SimdDouble4 limit, fl
     std::memcpy(out, corner, sizeof rounded);
 }
 
-constexpr unsigned int next_corner(unsigned int c) { return (c & ~3u) | ((c + 1) & 3u); }
-constexpr unsigned int far_corner(unsigned int c) { return c ^ 2u; }
-constexpr unsigned int previous_corner(unsigned int c) { return (c & ~3u) | ((c + 3) & 3u); }
-
 // The valences at the corners of a leaf between smooth edges.
 struct LeafCorners {
     unsigned int valences[4];
@@ -34,14 +31,14 @@ struct LeafCorners {
         unsigned int irregular = 0;
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int e = 4 * face + k, v = level.vertices[e], o = level.opposites[e];
-            if (o == 0xFFFFFFFF || level.vertices[o] == v) return false;
+            if (o == no_corner || level.vertices[o] == v) return false;
             valences[k] = 4;
             irregular |= (level.kinds[v] != 0 ? 1u : 0u) << k;
         }
         for (; irregular != 0; irregular &= irregular - 1) {
             const auto k = static_cast<unsigned int>(__builtin_ctz(irregular));
             const unsigned int e = 4 * face + k, v = level.vertices[e];
-            if (level.sharp_indices != nullptr && level.sharp_indices[v] != 0xFFFFFFFF) return false;
+            if (level.sharp_indices != nullptr && level.sharp_indices[v] != no_corner) return false;
             valences[k] = level.valences[v];
             if (valences[k] > max_leaf_valence || !is_fan(level, e, valences[k])) return false;
         }
