@@ -1,4 +1,4 @@
-// All benchmarks: opponents and ourselves in turn, in one process, answers compared.
+// All benchmarks: opponents and ourselves in turn, a process to each comparison, answers compared.
 #include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>
@@ -48,9 +48,10 @@ int main(int argc, char** argv) {
                                  " run on " + get_processor() + ", " +
                                  std::to_string(std::thread::hardware_concurrency()) +
                                  " threads, g++ " __VERSION__
-                                 ". Opponent and self took turns in one process; single thread by processor time "
-                                 "unless the row says otherwise; medians, spread is between the quartiles. Rows of "
-                                 "builds and animation ran with small pages of memory on both sides.");
+                                 ". Opponent and self took turns in one process, a new one for each comparison; single "
+                                 "thread by processor time unless the row says otherwise; medians, spread is between "
+                                 "the quartiles. Rows of builds and animation ran with small pages of memory on both "
+                                 "sides.");
         for (const auto suite : {&sds_bench::bench_build, &sds_bench::bench_animation, &sds_bench::bench_refined,
                                  &sds_bench::bench_memory, &sds_bench::bench_samples, &sds_bench::bench_rays,
                                  &sds_bench::bench_moving_rays, &sds_bench::bench_scaling, &sds_bench::bench_threads})

@@ -81,8 +81,8 @@ void bench_frames(Session& session, const HostCage& cage) {
 
 void bench_animation(Session& session) {
     for (const char* name : {"car", "bishop", "28k", "figure"})
-        if (const HostCage* cage = session.find("animation", name); cage != nullptr)
-            run_alone([&] { bench_frames(session, *cage); });
+        session.for_cage("animation", name,
+                         [&](const HostCage& cage) { run_alone([&] { bench_frames(session, cage); }); });
 }
 
 }  // namespace sds_bench

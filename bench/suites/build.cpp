@@ -162,23 +162,8 @@ void add_size_row(Session& session, const HostCage& cage) {
                            1024.0 * static_cast<double>(usage.ru_maxrss) / quads});
 }
 
-}  // namespace
-
-void bench_build(Session& session) {
-    for (const char* name : {"car", "bishop", "28k", "100k", "figure"})
-        if (const HostCage* cage = session.find("build", name); cage != nullptr)
-            run_alone([&] {
-                bench_against_opensubdiv(session, *cage, get_build_floor(name));
-                add_stage_table(session, *cage);
-            });
-    for (const char* name : {"car", "28k", "figure"})
-        if (const HostCage* cage = session.find("build", name); cage != nullptr)
-            run_alone([&] { bench_against_embree(session, *cage); });
-}
-
 // Seconds per million quads from small to large: the algorithm is linear, what grows is the share of cache misses.
-void bench_scaling(Session& session) {
-    if (!session.wants("scaling")) return;
+void measure_scaling(Session& session) {
     struct Point {
         std::string name;
         double seconds;  // per million quads
@@ -219,6 +204,25 @@ void bench_scaling(Session& session) {
         });
         if (name == "10M") session.cages.drop(name);
     }
+}
+
+}  // namespace
+
+void bench_build(Session& session) {
+    for (const char* name : {"car", "bishop", "28k", "100k", "figure"})
+        session.for_cage("build", name, [&](const HostCage& cage) {
+            run_alone([&] {
+                bench_against_opensubdiv(session, cage, get_build_floor(name));
+                add_stage_table(session, cage);
+            });
+        });
+    for (const char* name : {"car", "28k", "figure"})
+        session.for_cage("build", name,
+                         [&](const HostCage& cage) { run_alone([&] { bench_against_embree(session, cage); }); });
+}
+
+void bench_scaling(Session& session) {
+    if (session.wants("scaling")) session.run_apart([&] { measure_scaling(session); });
 }
 
 }  // namespace sds_bench

@@ -78,9 +78,9 @@ void check_figure(Session& session) {
 }  // namespace
 
 void bench_memory(Session& session) {
-    if (session.wants("memory/figure")) check_figure(session);
+    if (session.wants("memory/figure")) session.run_apart([&] { check_figure(session); });
     for (const char* name : {"car", "bishop", "28k", "figure"})
-        if (const HostCage* cage = session.find("memory", name); cage != nullptr) bench_memory_of(session, *cage);
+        session.for_cage("memory", name, [&](const HostCage& cage) { bench_memory_of(session, cage); });
 }
 
 }  // namespace sds_bench

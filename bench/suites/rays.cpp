@@ -144,6 +144,35 @@ void bench_pairing(Session& session, const HostCage& cage, const OurSurface& sur
     }
 }
 
+// A cage that turns during the shutter, every ray at a time of its own. Ranges of rays share a time, so that packets
+// have no place here.
+void bench_turning(Session& session, const HostCage& still) {
+    const HostCage cage = still.make_moving();
+    OurSurface surface;
+    surface.build(cage);
+    const EmbreeSurface theirs(cage, 8.0f);
+    for (const unsigned int level : {3u, 0u}) {
+        const SdsMesh mesh = surface.make_mesh(level);
+        sds_render::Scene scene({0.0, 1.0});
+        scene.add(mesh);
+        scene.commit();
+        sds_render::RenderThread thread(scene.get_shader_ctx());
+        const unsigned int side = session.is_full ? 384 : 192;
+        const RaySet rays = make_moving_rays(make_primary_rays(scene, side));
+        const auto times = run_interleaved({{[&] { keep(trace_single(scene, thread, rays, 0, rays.size()).hits); }},
+                                            {[&] { keep(theirs.trace_single(rays, 0, rays.size()).hits); }}},
+                                           session.get_budget(0.5), Clock::thread_cpu);
+        session.report.add(make_rate_row("moving rays", level == 0 ? "adaptive, primary" : "level 3, primary",
+                                         still.name, "Mray/s", 1e-6 * static_cast<double>(rays.size()), times[0],
+                                         "Embree 8", times[1]));
+        const AnswerDifference difference = compare_distances(find_distances(scene, thread, rays),
+                                                              theirs.find_distances(rays), 0.01 * cage.get_diagonal());
+        session.report.add(Check{"moving rays on " + cage.name + ", level " + std::to_string(level),
+                                 difference.hit_share < 0.005 && difference.outliers < 0.02,
+                                 "hits differ by " + to_text(1e6 * difference.hit_share) + " ppm"});
+    }
+}
+
 }  // namespace
 
 void bench_rays(Session& session) {
@@ -154,55 +183,25 @@ void bench_rays(Session& session) {
         pairings = {{2, 4.0f}, {3, 8.0f}, {4, 16.0f}, {5, 32.0f}, {0, 32.0f}};
     }
     for (const std::string& name : names) {
-        const HostCage* cage = session.find("rays", name);
-        if (cage == nullptr) continue;
-        run_alone([&] {
-            OurSurface surface;
-            surface.build(*cage);
-            for (const Pairing& pairing : pairings) {
-                // Embree's grids of a million quads fit the memory of a usual machine up to rate 8.
-                if (name == "1M" && pairing.rate > 8.0f) continue;
-                bench_pairing(session, *cage, surface, pairing);
-            }
+        session.for_cage("rays", name, [&](const HostCage& cage) {
+            run_alone([&] {
+                OurSurface surface;
+                surface.build(cage);
+                for (const Pairing& pairing : pairings) {
+                    // Embree's grids of a million quads fit the memory of a usual machine up to rate 8.
+                    if (name == "1M" && pairing.rate > 8.0f) continue;
+                    bench_pairing(session, cage, surface, pairing);
+                }
+            });
         });
     }
 }
 
-// A cage that turns during the shutter, every ray at a time of its own. Ranges of rays share a time, so that packets
-// have no place here.
 void bench_moving_rays(Session& session) {
     if (!session.is_full && session.filter.empty()) return;
-    for (const char* name : {"car", "28k"}) {
-        const HostCage* still = session.find("moving", name);
-        if (still == nullptr) continue;
-        run_alone([&] {
-            const HostCage cage = still->make_moving();
-            OurSurface surface;
-            surface.build(cage);
-            const EmbreeSurface theirs(cage, 8.0f);
-            for (const unsigned int level : {3u, 0u}) {
-                const SdsMesh mesh = surface.make_mesh(level);
-                sds_render::Scene scene({0.0, 1.0});
-                scene.add(mesh);
-                scene.commit();
-                sds_render::RenderThread thread(scene.get_shader_ctx());
-                const unsigned int side = session.is_full ? 384 : 192;
-                const RaySet rays = make_moving_rays(make_primary_rays(scene, side));
-                const auto times =
-                    run_interleaved({{[&] { keep(trace_single(scene, thread, rays, 0, rays.size()).hits); }},
-                                     {[&] { keep(theirs.trace_single(rays, 0, rays.size()).hits); }}},
-                                    session.get_budget(0.5), Clock::thread_cpu);
-                session.report.add(make_rate_row("moving rays", level == 0 ? "adaptive, primary" : "level 3, primary",
-                                                 name, "Mray/s", 1e-6 * static_cast<double>(rays.size()), times[0],
-                                                 "Embree 8", times[1]));
-                const AnswerDifference difference = compare_distances(
-                    find_distances(scene, thread, rays), theirs.find_distances(rays), 0.01 * cage.get_diagonal());
-                session.report.add(Check{"moving rays on " + cage.name + ", level " + std::to_string(level),
-                                         difference.hit_share < 0.005 && difference.outliers < 0.02,
-                                         "hits differ by " + to_text(1e6 * difference.hit_share) + " ppm"});
-            }
-        });
-    }
+    for (const char* name : {"car", "28k"})
+        session.for_cage("moving", name,
+                         [&](const HostCage& cage) { run_alone([&] { bench_turning(session, cage); }); });
 }
 
 }  // namespace sds_bench

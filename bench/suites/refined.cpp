@@ -130,24 +130,24 @@ void bench_rays_against_depth_0(Session& session, const HostCage& cage, unsigned
 }  // namespace
 
 void bench_refined(Session& session) {
-    run_alone([&] {
-        if (const HostCage* car = session.find("refined", "car"); car != nullptr) {
-            bench_against_opensubdiv(session, *car, 2, 2, Floor{3.0});
-            bench_against_embree(session, *car, 2, Floor{20.0});
-            bench_bytes(session, *car, 2, true, 330.0);
-            bench_bytes(session, car->make_distant(), 2, true, 600.0);
-        }
-        if (const HostCage* quads = session.find("refined", "28k"); quads != nullptr) {
-            // Quads of a cage with other polygons are at depth 0 after the first step.
-            const HostCage mixed = quads->make_mixed();
-            bench_against_opensubdiv(session, mixed, 1, 1, Floor{5.0});
-            bench_against_opensubdiv(session, mixed, 1, 2, std::nullopt);
-            bench_bytes(session, mixed, 1, false, 300.0);
-        }
-        for (const char* name : {"car", "cube", "knot"})
-            if (const HostCage* cage = session.find("refined", name); cage != nullptr)
-                bench_rays_against_depth_0(session, *cage, 2);
+    const auto run = [&session](const char* name, const auto& work) {
+        session.for_cage("refined", name, [&](const HostCage& cage) { run_alone([&] { work(cage); }); });
+    };
+    run("car", [&](const HostCage& car) { bench_against_opensubdiv(session, car, 2, 2, Floor{3.0}); });
+    run("car", [&](const HostCage& car) { bench_against_embree(session, car, 2, Floor{20.0}); });
+    run("car", [&](const HostCage& car) {
+        bench_bytes(session, car, 2, true, 330.0);
+        bench_bytes(session, car.make_distant(), 2, true, 600.0);
     });
+    // Quads of a cage with other polygons are at depth 0 after the first step.
+    run("28k", [&](const HostCage& quads) {
+        bench_against_opensubdiv(session, quads.make_mixed(), 1, 1, Floor{5.0});
+        bench_bytes(session, quads.make_mixed(), 1, false, 300.0);
+    });
+    run("28k",
+        [&](const HostCage& quads) { bench_against_opensubdiv(session, quads.make_mixed(), 1, 2, std::nullopt); });
+    for (const char* name : {"car", "cube", "knot"})
+        run(name, [&](const HostCage& cage) { bench_rays_against_depth_0(session, cage, 2); });
 }
 
 }  // namespace sds_bench

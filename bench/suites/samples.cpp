@@ -177,13 +177,14 @@ void bench_samples(Session& session) {
     std::vector<std::string> names{"car", "28k", "figure"};
     if (session.is_full) names.insert(names.end(), {"bishop", "1M"});
     for (const std::string& name : names)
-        if (const HostCage* cage = session.find("samples", name); cage != nullptr)
+        session.for_cage("samples", name, [&](const HostCage& cage) {
             run_alone([&] {
-                Subject subject(*cage, session.is_full ? 400000 : 100000);
+                Subject subject(cage, session.is_full ? 400000 : 100000);
                 bench_samples_of(session, subject);
                 bench_lookups_of(session, subject);
                 bench_frustum_of(session, subject);
             });
+        });
 }
 
 }  // namespace sds_bench

@@ -74,9 +74,10 @@ void bench_threaded_rays(Session& session, const HostCage& cage, unsigned int le
 }  // namespace
 
 void bench_threads(Session& session) {
-    if (const HostCage* cage = session.find("threads", "1M"); cage != nullptr) bench_threaded_build(session, *cage);
-    if (const HostCage* cage = session.find("threads", "28k"); cage != nullptr)
-        for (const unsigned int level : {3u, 0u}) bench_threaded_rays(session, *cage, level);
+    session.for_cage("threads", "1M", [&](const HostCage& cage) { bench_threaded_build(session, cage); });
+    session.for_cage("threads", "28k", [&](const HostCage& cage) {
+        for (const unsigned int level : {3u, 0u}) bench_threaded_rays(session, cage, level);
+    });
 }
 
 }  // namespace sds_bench

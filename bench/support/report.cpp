@@ -58,6 +58,7 @@ void print_table(std::ostream& out, const Table& table) {
 }
 
 nlohmann::json to_json(double value) { return std::isfinite(value) ? nlohmann::json(value) : nlohmann::json(nullptr); }
+double to_double(const nlohmann::json& value) { return value.is_null() ? Row::none : value.get<double>(); }
 
 }  // namespace
 
@@ -154,7 +155,10 @@ void Report::write_markdown(std::ostream& out) const {
 }
 
 void Report::write_json(std::ostream& out) const {
-    nlohmann::json json{{"title", m_title}, {"rows", nlohmann::json::array()}, {"checks", nlohmann::json::array()}};
+    nlohmann::json json{{"title", m_title},
+                        {"rows", nlohmann::json::array()},
+                        {"checks", nlohmann::json::array()},
+                        {"tables", nlohmann::json::array()}};
     for (const Row& row : m_rows) {
         nlohmann::json entry{{"suite", row.suite},
                              {"work", row.work},
@@ -164,7 +168,12 @@ void Report::write_json(std::ostream& out) const {
                              {"spread", to_json(row.spread)},
                              {"opponent_name", row.opponent_name},
                              {"opponent", to_json(row.opponent)},
-                             {"ratio", to_json(row.ratio)}};
+                             {"ratio", to_json(row.ratio)},
+                             {"unit_count", to_json(row.unit_count)},
+                             {"bytes", to_json(row.bytes)},
+                             {"page_faults", to_json(row.counts.page_faults)},
+                             {"instructions", to_json(row.counts.instructions)},
+                             {"cache_misses", to_json(row.counts.cache_misses)}};
         if (row.floor)
             entry.update({{"floor", row.floor->value},
                           {"floor_is_at_most", row.floor->at_most},
@@ -176,6 +185,28 @@ void Report::write_json(std::ostream& out) const {
     for (const Table& table : m_tables)
         json["tables"].push_back({{"title", table.title}, {"header", table.header}, {"rows", table.rows}});
     out << json.dump(1) << '\n';
+}
+
+void Report::read_json(std::istream& in) {
+    const nlohmann::json json = nlohmann::json::parse(in);
+    for (const nlohmann::json& entry : json.at("rows")) {
+        Row row{entry.at("suite"), entry.at("work"), entry.at("cage"), entry.at("unit")};
+        row.ours = to_double(entry.at("ours"));
+        row.spread = to_double(entry.at("spread"));
+        row.opponent_name = entry.at("opponent_name");
+        row.opponent = to_double(entry.at("opponent"));
+        row.ratio = to_double(entry.at("ratio"));
+        if (entry.contains("floor")) row.floor = Floor{entry.at("floor"), entry.at("floor_is_at_most")};
+        row.unit_count = to_double(entry.at("unit_count"));
+        row.bytes = to_double(entry.at("bytes"));
+        row.counts = {to_double(entry.at("page_faults")), to_double(entry.at("instructions")),
+                      to_double(entry.at("cache_misses"))};
+        m_rows.push_back(row);
+    }
+    for (const nlohmann::json& entry : json.at("checks"))
+        m_checks.push_back({entry.at("what"), entry.at("agrees"), entry.at("detail")});
+    for (const nlohmann::json& entry : json.at("tables"))
+        m_tables.push_back({entry.at("title"), entry.at("header"), entry.at("rows")});
 }
 
 }  // namespace sds_bench

@@ -63,6 +63,8 @@ public:
     void print_floors(std::ostream& out) const;
     void write_markdown(std::ostream& out) const;
     void write_json(std::ostream& out) const;
+    // Adds what another report wrote, without printing it.
+    void read_json(std::istream& in);
 
 private:
     Table make_floors_table() const;

@@ -5,6 +5,7 @@
 
 #include "bench/support/cages.h"
 #include "bench/support/counters.h"
+#include "bench/support/own_process.h"
 #include "bench/support/report.h"
 #include "bench/support/timing.h"
 #include "qn_sys/sys_thread.h"
@@ -18,9 +19,22 @@ struct Session {
     Report report;
 
     bool wants(const std::string& name) const { return name.find(filter) != std::string::npos; }
-    // The cage when it is wanted and there; null otherwise.
-    const HostCage* find(const std::string& suite, const std::string& cage) {
-        return wants(suite + "/" + cage) ? cages.find(cage) : nullptr;
+    // Runs work(cage) on the cage, when it is wanted and there, in a process of its own.
+    template <class Work>
+    void for_cage(const std::string& suite, const std::string& cage, Work&& work) {
+        if (wants(suite + "/" + cage))
+            run_apart([&] {
+                if (const HostCage* found = cages.find(cage); found != nullptr) work(*found);
+            });
+    }
+    // Runs work() in a process of its own.
+    template <class Work>
+    void run_apart(Work&& work) {
+        run_in_own_process(report, [&](Report& own) {
+            std::swap(report, own);
+            work();
+            std::swap(report, own);
+        });
     }
     Budget get_budget(double quick_seconds) const {
         Budget budget;
@@ -30,7 +44,7 @@ struct Session {
     }
 };
 
-// Runs work on the calling thread alone, with nothing left to it by what ran before.
+// Runs work on the calling thread alone, without the memory that making its cage left.
 template <class Work>
 void run_alone(Work&& work) {
     give_back_freed_memory();

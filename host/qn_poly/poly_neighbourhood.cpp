@@ -162,11 +162,20 @@ void compute_polygons_neighbourhood(CoreArray<unsigned int>& neighbour_polygons,
     for (unsigned int run = 0; run < has_creases.get_count(); ++run) {
         if (has_creases[run] == 0) continue;
         const unsigned int first = run * run_size, end = first + std::min(run_size, corner_count - first);
-        for (unsigned int c = first; c < end; ++c) {
-            if ((*creases)[c] == 0) continue;
-            edge_smooth_flags[c] = 0;
-            if (neighbour_polygons[c] != none)
-                edge_smooth_flags[polygon_offsets[neighbour_polygons[c]] + neighbour_edges[c]] = 0;
+        // Listed first, since which corners have creases is hard to foretell.
+        constexpr unsigned int block = 64;
+        unsigned int sharp[block];
+        for (unsigned int c = first; c < end;) {
+            unsigned int count = 0;
+            for (const unsigned int block_end = std::min(c + block, end); c < block_end; ++c) {
+                sharp[count] = c;
+                count += (*creases)[c] != 0 ? 1 : 0;
+            }
+            for (unsigned int i = 0; i < count; ++i) {
+                const unsigned int polygon = neighbour_polygons[sharp[i]];
+                edge_smooth_flags[sharp[i]] = 0;
+                if (polygon != none) edge_smooth_flags[polygon_offsets[polygon] + neighbour_edges[sharp[i]]] = 0;
+            }
         }
     }
     if (progress != nullptr) progress->set_value(1.0f);

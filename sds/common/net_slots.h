@@ -19,41 +19,25 @@ template <class Nets>
 
 // The derivatives along edge k, from corner k to the next one, in its direction, change those across it where they are
 // not at a corner: bend(u0, u1, u2, first, second) says by how much, near the first end and near the second.
-template <class Nets, class Negate, class Bend>
-[[gnu::always_inline]] inline void bend_across_edge(Nets& nets, unsigned int k, const Negate& negate,
-                                                    const Bend& bend) {
-    auto& u = nets.u;
-    auto& v = nets.v;
-    auto u0 = u[0][0], u1 = u[0][1], u2 = u[0][2];
-    switch (k) {
-        case 0:
-            break;
-        case 1:
-            u0 = v[0][3], u1 = v[1][3], u2 = v[2][3];
-            break;
-        case 2:
-            u0 = negate(u[3][2]), u1 = negate(u[3][1]), u2 = negate(u[3][0]);
-            break;
-        default:
-            u0 = negate(v[2][0]), u1 = negate(v[1][0]), u2 = negate(v[0][0]);
-            break;
-    }
-    decltype(u0) first, second;
-    bend(u0, u1, u2, first, second);
-    switch (k) {
-        case 0:
-            v[0][1] = v[0][1] + first, v[0][2] = v[0][2] + second;
-            break;
-        case 1:
-            u[1][2] = u[1][2] - first, u[2][2] = u[2][2] - second;
-            break;
-        case 2:
-            v[2][2] = v[2][2] - first, v[2][1] = v[2][1] - second;
-            break;
-        default:
-            u[2][0] = u[2][0] + first, u[1][0] = u[1][0] + second;
-            break;
-    }
+// turn(vector, sign) is the vector times 1 or -1. By numbers, since which edges are bent is hard to foretell.
+template <class Nets, class Turn, class Bend>
+[[gnu::always_inline]] inline void bend_across_edge(Nets& nets, unsigned int k, const Turn& turn, const Bend& bend) {
+    struct Edge {
+        unsigned char along[3], across[2];
+        signed char along_sign, across_sign;
+    };
+    static constexpr Edge edges[4] = {{{0, 1, 2}, {1, 2}, 1, 1},
+                                      {{3, 7, 11}, {5, 8}, 1, -1},
+                                      {{11, 10, 9}, {10, 9}, -1, -1},
+                                      {{8, 4, 0}, {6, 3}, -1, 1}};
+    const Edge& edge = edges[k];
+    decltype(&nets.u[0][0]) const halves[2] = {&nets.u[0][0], &nets.v[0][0]};
+    auto *const along = halves[k & 1u], *const across = halves[~k & 1u];
+    auto first = along[0], second = along[0];
+    bend(turn(along[edge.along[0]], edge.along_sign), turn(along[edge.along[1]], edge.along_sign),
+         turn(along[edge.along[2]], edge.along_sign), first, second);
+    across[edge.across[0]] = across[edge.across[0]] + turn(first, edge.across_sign);
+    across[edge.across[1]] = across[edge.across[1]] + turn(second, edge.across_sign);
 }
 
 }  // namespace sds

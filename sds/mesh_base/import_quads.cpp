@@ -27,18 +27,16 @@ unsigned int count_sharp_edges(const SdsMeshBase::EdgesTopology& edges, const Co
     unsigned int creases = 0;
     for (unsigned int k = 0; k < 4; ++k) {
         const unsigned int e = 4 * q + k;
-        const bool crease = smooth[k] == 0;
-        if (crease) creases |= 1u << k;
+        const unsigned int crease = smooth[k] == 0 ? 1 : 0;
+        creases |= crease << k;
         const unsigned int v = quad_indices[e];
         if (v == none) continue;
         // Both ends of a border are counted here, as no quad across it counts them; of a crease only the start.
-        if (edges.is_border(e)) {
-            vertex_infos[v].raise_sharp_edge_count();
-            const unsigned int end = quad_indices[sds::next_in_quad(e)];
-            if (end != none) vertex_infos[end].raise_sharp_edge_count();
-        } else if (crease) {
-            vertex_infos[v].raise_sharp_edge_count();
-        }
+        const bool is_border = edges.is_border(e);
+        vertex_infos[v].raise_sharp_edge_count(is_border | (crease != 0));
+        if (!is_border) continue;
+        const unsigned int end = quad_indices[sds::next_in_quad(e)];
+        if (end != none) vertex_infos[end].raise_sharp_edge_count(true);
     }
     return creases;
 }
@@ -59,10 +57,13 @@ void join_neighbors(const CoreArray<unsigned int>& neighbour_edges, const CoreAr
         unsigned int* opposite = edges.opposite_edges.get_data() + 4 * size_t{q};
         const unsigned int* slot = neighbour_edges.get_data() + 4 * size_t{q};
         const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
-        const bool is_plain = opposite[0] != none && opposite[1] != none && opposite[2] != none &&
-                              opposite[3] != none && (smooth[0] & smooth[1] & smooth[2] & smooth[3]) != 0;
-        for (unsigned int k = 0; k < 4; ++k) opposite[k] = opposite[k] != none ? 4 * opposite[k] + slot[k] : none;
-        edges.quad_edge_flags[q] = is_plain ? plain_quad : static_cast<unsigned char>(0);
+        unsigned int is_plain = 1;
+        for (unsigned int k = 0; k < 4; ++k) {
+            const bool has_neighbor = opposite[k] != none;
+            is_plain &= static_cast<unsigned int>(has_neighbor) & static_cast<unsigned int>(smooth[k] != 0);
+            opposite[k] = has_neighbor ? 4 * opposite[k] + slot[k] : none;
+        }
+        edges.quad_edge_flags[q] = static_cast<unsigned char>(is_plain * plain_quad);
     };
     const auto work = [&](const sds::WorkRange& range) {
         const unsigned int first = 4 * range.begin, end = 4 * range.end;
@@ -101,13 +102,19 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
         const unsigned int end = std::min(first + block_size, quad_count);
         if (progress == nullptr && sds::are_all(edges.quad_edge_flags.get_data() + first, end - first, plain_quad))
             continue;
+        // Which quads are plain is hard to foretell.
+        unsigned int others[block_size], other_count = 0;
         for (unsigned int q = first; q < end; ++q) {
-            if (edges.quad_edge_flags[q] != plain_quad) {
-                const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
-                edges.quad_edge_flags[q] = static_cast<unsigned char>(
-                    plain_quad | count_sharp_edges(edges, quad_indices, q, smooth, vertex_infos));
-            }
-            sds::progress_step(progress, q + 1);
+            others[other_count] = q;
+            other_count += edges.quad_edge_flags[q] != plain_quad ? 1 : 0;
         }
+        for (unsigned int i = 0; i < other_count; ++i) {
+            const unsigned int q = others[i];
+            const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
+            edges.quad_edge_flags[q] = static_cast<unsigned char>(
+                plain_quad | count_sharp_edges(edges, quad_indices, q, smooth, vertex_infos));
+        }
+        if (progress != nullptr)
+            for (unsigned int q = first; q < end; ++q) progress->step(q + 1);
     }
 }

@@ -38,12 +38,17 @@ namespace {
 // A quad's irregular corners (bits 0-3) and edges (bits 4-7).
 unsigned int find_irregular(const SdsMeshBase::VertexLocalTopology* fans) {
     unsigned int bits = 0;
-    for (unsigned int k = 0; k < 4; ++k)
-        // A dart is irregular at any valence: the sharp edge that ends there bends its patches. An irregular corner
-        // makes the edges on both of its sides irregular.
-        if (!fans[k].closed || fans[k].valence != 4 || fans[k].first_edge != fans[k].last_edge)
-            bits |= 1u << k | 16u << k | 16u << ((k + 3) & 3u);
-    return bits;
+    for (unsigned int k = 0; k < 4; ++k) {
+        // A dart is irregular at any valence: the sharp edge that ends there bends its patches. Without branches, since
+        // which corners are is hard to foretell.
+        const bool is_dart = fans[k].first_edge != fans[k].last_edge;
+        bits |= (static_cast<unsigned int>(!fans[k].closed) | static_cast<unsigned int>(fans[k].valence != 4) |
+                 static_cast<unsigned int>(is_dart))
+                << k;
+    }
+    // An irregular corner makes the edges on both of its sides irregular.
+    const unsigned int next = bits >> 1 | bits << 3;
+    return bits | (bits | (next & 15u)) << 4;
 }
 
 constexpr unsigned char bit_counts[16] = {0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};

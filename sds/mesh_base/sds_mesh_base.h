@@ -43,8 +43,8 @@ public:
         constexpr unsigned int get_sharp_edge_count() const { return bits & 3u; }
         constexpr bool is_kept() const { return (bits & keep_bits) != 0; }
         constexpr bool is_fixed() const { return (bits & fixed_bit) != 0; }
-        constexpr void raise_sharp_edge_count() {
-            if ((bits & 3u) != 3u) ++bits;
+        constexpr void raise_sharp_edge_count(bool is_sharp) {
+            bits = static_cast<unsigned char>(bits + (is_sharp && (bits & 3u) != 3u ? 1 : 0));
         }
         constexpr void set_fixed(bool fixed) {
             bits = static_cast<unsigned char>(fixed ? bits | fixed_bit : bits & ~fixed_bit);
@@ -61,7 +61,7 @@ public:
 
         bool is_border(unsigned int e) const { return opposite_edges[e] == sds::none; }
         bool is_crease(unsigned int e) const { return ((quad_edge_flags[e >> 2] >> (e & 3u)) & 1u) != 0; }
-        bool is_sharp(unsigned int e) const { return is_crease(e) || is_border(e); }
+        bool is_sharp(unsigned int e) const { return (is_crease(e) ? 1u : 0u) + (is_border(e) ? 1u : 0u) != 0; }
     };
 
     struct RingSpan {

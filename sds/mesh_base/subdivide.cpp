@@ -119,8 +119,8 @@ void count_vertex_edges(const CoreArray<unsigned int>& quad_indices, const Edges
                         CoreArray<VertexInfo>& vertex_infos, CoreArray<SdsMeshBase::RingSpan>& rings) {
     const auto count_sharp = [&](unsigned int h, unsigned int start, unsigned int end) {
         if (!edges.is_sharp(h)) return;
-        vertex_infos[start].raise_sharp_edge_count();
-        if (edges.is_border(h)) vertex_infos[end].raise_sharp_edge_count();
+        vertex_infos[start].raise_sharp_edge_count(true);
+        if (edges.is_border(h)) vertex_infos[end].raise_sharp_edge_count(true);
     };
     const unsigned int* const opposite = edges.opposite_edges.get_data();
     const unsigned char* const flags = edges.quad_edge_flags.get_data();

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
 #include <cmath>
 #include <type_traits>
@@ -210,9 +211,8 @@ VecTangents<PositionVec<Position>> great_fan_tangents(const unsigned int* quad_i
     const unsigned int start = great_fan_start(quad_indices, edges, e, fan);
     unsigned int number = 0;
     const FanFrame<double> frame =
-        great_fan_frame(quad_indices, edges, start, fan, position, [&number, e](unsigned int h, unsigned int i) {
-            if (h == e) number = i;
-        });
+        great_fan_frame(quad_indices, edges, start, fan, position,
+                        [&number, e](unsigned int h, unsigned int i) { number = h == e ? i : number; });
     const TangentPair<Real> t = great_fan_tangents<Real>(frame, fan, number);
     using Vec = PositionVec<Position>;
     return {convert_vec<Vec>(t.t1), convert_vec<Vec>(t.t2)};
@@ -248,10 +248,9 @@ VecTangents<PositionVec<Position>> corner_tangents(const unsigned int* quad_indi
     }
     unsigned int number = 0;
     const OpenFanWeights<Trig>& weights = open_fan_weights<Trig>(fan.valence);
-    const FanAxes<Vec> axes = open_fan_axes(quad_indices, edges, quad_indices[e], fan, weights, position,
-                                            [&number, e](unsigned int h, unsigned int i) {
-                                                if (h == e) number = i;
-                                            });
+    const FanAxes<Vec> axes =
+        open_fan_axes(quad_indices, edges, quad_indices[e], fan, weights, position,
+                      [&number, e](unsigned int h, unsigned int i) { number = h == e ? i : number; });
     return {weights.tangent(axes.x, axes.y, number), weights.tangent(axes.x, axes.y, number + 1)};
 }
 
@@ -303,33 +302,34 @@ void replace_irregular_entries(const SdsMeshBase::EdgesTopology& edges, unsigned
                                const SdsMeshBase::VertexLocalTopology* fans, const TangentsAt& tangents_at,
                                DerivativeNets<Vec>& nets) {
     using Real = typename Trig::Real;
-    // Which of t1, t2 lies along u and along v at each corner, and its sign.
+    // Which of t1, t2 lies along u, the other one being along v, and their signs.
     static constexpr struct {
-        int u_tangent;
+        unsigned int u_tangent;
         int u_sign;
         int v_sign;
-    } corner_frames[4] = {{1, 1, 1}, {2, -1, 1}, {1, -1, -1}, {2, 1, -1}};
+    } corner_frames[4] = {{0, 1, 1}, {1, -1, 1}, {0, -1, -1}, {1, 1, -1}};
 
     Real cosines[4] = {};
+    unsigned int smooth_edges = 0;
     for (unsigned int k = 0; k < 4; ++k) {
-        const SdsMeshBase::VertexLocalTopology& fan = fans[k];
-        const unsigned int turns = fan.closed ? fan.valence : 2 * fan.valence;
-        cosines[k] = turn_cosine<Trig>(turns);
-        if (((irregular >> k) & 1u) == 0) continue;
-        const VecTangents<Vec> t = tangents_at(4 * q + k, fan);
-        const auto& frame = corner_frames[k];
-        const Vec& tu = frame.u_tangent == 1 ? t.t1 : t.t2;
-        const Vec& tv = frame.u_tangent == 1 ? t.t2 : t.t1;
-        nets.entry(k, 0) = tu * (static_cast<Real>(frame.u_sign) * Trig::third);
-        nets.entry(k, 1) = tv * (static_cast<Real>(frame.v_sign) * Trig::third);
+        cosines[k] = turn_cosine<Trig>(fans[k].valence << (fans[k].closed ? 0 : 1));
+        smooth_edges |= (edges.is_sharp(4 * q + k) ? 0u : 1u) << k;
     }
-
-    for (unsigned int k = 0; k < 4; ++k) {
-        if (((irregular >> (4 + k)) & 1u) == 0 || edges.is_sharp(4 * q + k)) continue;
+    // By bits, since where a patch is irregular is hard to foretell.
+    for (unsigned int corners = irregular & 15u; corners != 0; corners &= corners - 1) {
+        const auto k = static_cast<unsigned int>(std::countr_zero(corners));
+        const VecTangents<Vec> t = tangents_at(4 * q + k, fans[k]);
+        const Vec* const tangents[2] = {&t.t1, &t.t2};
+        const auto& frame = corner_frames[k];
+        nets.entry(k, 0) = *tangents[frame.u_tangent] * (static_cast<Real>(frame.u_sign) * Trig::third);
+        nets.entry(k, 1) = *tangents[frame.u_tangent ^ 1u] * (static_cast<Real>(frame.v_sign) * Trig::third);
+    }
+    for (unsigned int bent = irregular >> 4 & smooth_edges; bent != 0; bent &= bent - 1) {
+        const auto k = static_cast<unsigned int>(std::countr_zero(bent));
         const Real c0 = cosines[k];
         const Real c1 = cosines[(k + 1) & 3u];
         bend_across_edge(
-            nets, k, [](const Vec& along) { return -along; },
+            nets, k, [](const Vec& vector, int sign) { return vector * static_cast<Real>(sign); },
             [c0, c1](const Vec& u0, const Vec& u1, const Vec& u2, Vec& first, Vec& second) {
                 first = (u1 * (Real(2) * c0) - u0 * c1) * Trig::third;
                 second = (u2 * c0 - u1 * (Real(2) * c1)) * Trig::third;

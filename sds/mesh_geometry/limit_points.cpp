@@ -17,7 +17,8 @@ static_assert(sizeof(LimitPoint) == 12 * sizeof(float));
 constexpr unsigned int records_ahead = 12;
 constexpr unsigned int points_ahead = 6;
 
-void prefetch_controls(const PatchArrays& surface, unsigned int primitive) {
+// Inlined, since compilers leave out calls of functions that do nothing else.
+[[gnu::always_inline]] inline void prefetch_controls(const PatchArrays& surface, unsigned int primitive) {
     const auto* controls = reinterpret_cast<const char*>(surface.controls + 48 * size_t{primitive});
     for (unsigned int i = 0; i < 192; i += 64) __builtin_prefetch(controls + i);
     const unsigned int offset = surface.net_places.find(primitive);
@@ -26,7 +27,7 @@ void prefetch_controls(const PatchArrays& surface, unsigned int primitive) {
     for (unsigned int i = 0; i < 288; i += 64) __builtin_prefetch(nets + i);
 }
 
-void prefetch_record(const PatchArrays& surface, unsigned int primitive) {
+[[gnu::always_inline]] inline void prefetch_record(const PatchArrays& surface, unsigned int primitive) {
     if (surface.controls != nullptr) return __builtin_prefetch(surface.net_places.words + primitive / 32);
     __builtin_prefetch(surface.quads + 4 * size_t{primitive});
     __builtin_prefetch(surface.infos + primitive);
@@ -35,7 +36,7 @@ void prefetch_record(const PatchArrays& surface, unsigned int primitive) {
     __builtin_prefetch(patch + sizeof(SdsMeshBase::BezierPatch) - 1);
 }
 
-void prefetch_points(const PatchArrays& surface, unsigned int primitive) {
+[[gnu::always_inline]] inline void prefetch_points(const PatchArrays& surface, unsigned int primitive) {
     if (surface.controls != nullptr) return prefetch_controls(surface, primitive);
     const unsigned int* quad = surface.quads + 4 * size_t{primitive};
     for (unsigned int k = 0; k < 4; ++k) {
@@ -73,7 +74,7 @@ private:
 };
 
 // What is read of a patch whose controls are ready.
-void prefetch_ready(const PatchArrays& surface, unsigned int primitive) {
+[[gnu::always_inline]] inline void prefetch_ready(const PatchArrays& surface, unsigned int primitive) {
     const auto* controls = reinterpret_cast<const char*>(surface.local + primitive);
     for (unsigned int i = 0; i < sizeof(sds::LocalControls); i += 64) __builtin_prefetch(controls + i);
     __builtin_prefetch(surface.tangents + 3 * size_t{surface.infos[primitive].tangent_offset});

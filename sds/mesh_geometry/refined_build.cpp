@@ -35,10 +35,9 @@ std::shared_ptr<sds::RefinedTopology> refine(const SdsMeshBase::ControlCage& cag
     return topology;
 }
 
-unsigned int find_finest_level(const sds::PatchPlaces& places) {
-    int finest = 0;
-    for (unsigned int p = 0; p < places.get_patch_count(); ++p) finest = std::max(finest, places.get_patch(p).level());
-    return static_cast<unsigned int>(finest);
+// Of the patches: all candidates of the last level are some.
+unsigned int find_finest_level(const sds::RefinedTopology& topology) {
+    return static_cast<unsigned int>(std::max(0, topology.get_level(topology.get_level_count() - 1).depth));
 }
 
 }  // namespace
@@ -88,7 +87,7 @@ void SdsMeshGeometry::build_refined(const CoreArray<Vec3f>& positions, const Cor
             built->topology = former->topology;
         else
             built->topology = refine(cage, mode, positions, drops_levels && is_alone, progress);
-        built->finest_level = find_finest_level(built->get_places());
+        built->finest_level = find_finest_level(*built->topology);
     }
     const auto tasks = make_task_manager(built->get_places().get_patch_count());
     SysThreadTaskManager* const helpers = tasks && tasks->get_thread_count() > 1 ? tasks.get() : nullptr;

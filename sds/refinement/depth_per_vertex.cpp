@@ -45,8 +45,9 @@ void DepthPerVertex::stop(RefinementLevel& level) {
     enum Decision : unsigned char { unknown, stops, goes };
     CoreArray<unsigned char> decisions(level.vertex_count, static_cast<unsigned char>(unknown));
     const auto for_each_irregular_corner = [&level](unsigned int f, const auto& visit) {
-        for (unsigned int c = 4 * f; c < 4 * f + 4; ++c)
-            if (!is_regular_corner(level, c)) visit(level.corner_vertices[c]);
+        const unsigned int regular = find_regular_corners(level, f);
+        for (unsigned int k = 0; k < 4; ++k)
+            if ((regular >> k & 1u) == 0) visit(level.corner_vertices[4 * f + k]);
     };
     const auto goes_on = [&](unsigned int f) {
         bool any = false;

@@ -19,8 +19,6 @@ public:
 
     // Levels come in order, `fine` null at the last.
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine);
-    // Whether any vertex of the level may have a point that was handed to it.
-    bool has_points() const { return m_has_points; }
     // Whether a vertex of the level has a point that was handed to it, and these points, four numbers each: the corners
     // that its patches are to have.
     const unsigned char* get_has_point() const { return m_here.has_point.get_data(); }
@@ -34,16 +32,18 @@ private:
     struct alignas(16) Point {
         float numbers[4];
     };
+    // The two inner control points, from the first of an edge's ends to the second. At these, vertices have points.
     struct Edge {
-        Point controls[4];
-        unsigned int edge;   // of the level
-        unsigned int start;  // vertex
+        Point controls[2];
     };
     struct Level {
-        CoreArray<unsigned int> edge_indices;  // in edges, or none
+        // Per edge with a number before the step; whether it was handed down; and a list of these.
         CoreArray<Edge> edges;
-        CoreArray<unsigned char> has_point;
+        CoreArray<unsigned char> has_edge;
+        CoreArray<unsigned int> handed_edges;
+        // Per vertex.
         CoreArray<Point> points;
+        CoreArray<unsigned char> has_point;
         void start(const RefinementLevel& level);
         size_t get_memory_size() const;
     };
@@ -54,15 +54,14 @@ private:
         size_t get_memory_size() const { return 2 * largest; }
     };
 
+    class Hander;
+
     void take_edges(Vec3f* controls) const;
-    void take_edge(const Edge& handed, unsigned int c, Vec3f* controls) const;
-    void hand_own_edges(const Vec3f* controls);
+    void hand_edges(const Vec3f* controls);
     void hand_points(const PatchLimits<GMathVec3<double>>& limits);
-    void hand_halves(unsigned int edge, unsigned int start, SimdFloat4 a, SimdFloat4 b, SimdFloat4 c, SimdFloat4 d);
     static SimdFloat4 load(const Point& point) { return SimdFloat4::load(point.numbers); }
     static void store(SimdFloat4 lanes, Point& point) { lanes.store(point.numbers); }
 
-    bool m_has_points = false;  // not at the first level
     const RefinementLevel* m_level = nullptr;
     const RefinementLevel* m_fine = nullptr;
     KeptScratch<Levels> m_scratch;

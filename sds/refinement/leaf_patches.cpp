@@ -1,5 +1,7 @@
 #include "sds/refinement/leaf_patches.h"
 
+#include <bit>
+
 namespace sds {
 
 LeafPatches::LeafPatches(const RefinementLevel& level)
@@ -89,14 +91,14 @@ bool LeafPatches::has_fractional_corner(unsigned int face) const {
     return false;
 }
 
-void LeafPatches::compute_nets(unsigned int face, const LevelValues<Vec3d>& values, const Vec3d* controls, Nets& nets) {
-    nets = Nets(controls);
+void LeafPatches::bend_nets(unsigned int face, const LevelValues<Vec3d>& values, Nets& nets) {
     // Differences of blended controls are all that a crease on its way to smoothness has.
     if (has_fractional_corner(face)) return;
     SdsMeshBase::PatchTangentInfo info{};
     SdsMeshBase::compute_tangent_infos(1, m_fans, &info, false, nullptr);
     // Between sharp edges that turn inwards the crease's tangents do not hold: the controls' differences do better.
-    for (unsigned int k = 0; k < 4; ++k) {
+    for (unsigned int corners = info.irregular & 15u; corners != 0; corners &= corners - 1) {
+        const auto k = static_cast<unsigned int>(std::countr_zero(corners));
         const SharpVertex* vertex = m_level.sharp_vertex(m_level.corner_vertices[4 * face + k]);
         if (vertex != nullptr && vertex->is_corner()) info.irregular &= ~(1u << k);
     }

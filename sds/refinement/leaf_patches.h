@@ -29,8 +29,8 @@ public:
     template <class Value>
     void compute(unsigned int face, const LevelValues<Value>& values, const PatchLimits<Value>& limits,
                  Value* controls);
-    // From the controls that compute gave for the same face.
-    void compute_nets(unsigned int face, const LevelValues<Vec3d>& values, const Vec3d* controls, Nets& nets);
+    // Replaces what differences of the controls do not tell, of the face that was computed last.
+    void bend_nets(unsigned int face, const LevelValues<Vec3d>& values, Nets& nets);
 
 private:
     using Fan = SdsMeshBase::VertexLocalTopology;
@@ -88,17 +88,8 @@ Value LeafPatches::limit_at(unsigned int e, const LevelValues<Value>& values) {
 template <class Value>
 void LeafPatches::compute(unsigned int face, const Fan (&fans)[4], const SdsMeshBase::EdgesTopology& edges,
                           const LevelValues<Value>& values, const PatchLimits<Value>& limits, Value* controls) const {
-    SdsMeshBase::BezierPatch patch = regular_patch(m_level, face);
-    for (unsigned int k = 0; k < 4; ++k) {
-        const Fan& fan = fans[k];
-        const auto n = static_cast<float>(fan.valence);
-        patch.edge_weights[k] = fan.closed ? n + n : 4.0f * n;
-        patch.corner_weights[k] = fan.closed ? n : std::max(4.0f, n + n);
-        const unsigned int bit = 1u << k;
-        patch.sharp_edges = edges.is_sharp(4 * face + k) ? patch.sharp_edges | bit : patch.sharp_edges & ~bit;
-    }
     smooth_controls(
-        m_level.corner_vertices.get_data() + 4 * size_t{face}, patch,
+        m_level.corner_vertices.get_data() + 4 * size_t{face}, leaf_patch(m_level, face, fans, edges),
         [&](unsigned int w) -> const Value& { return values.points[w]; },
         [&](unsigned int w) -> const Value& { return limits.get(w); }, controls);
 }

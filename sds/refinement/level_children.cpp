@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "sds/refinement/level_step.h"
+#include "sds/refinement/listed_walks.h"
 
 namespace sds {
 
@@ -21,26 +22,29 @@ void number_children(RefinementLevel& coarse, RefinementLevel& fine, StepScratch
     scratch.corner_children.resize(coarse.corner_vertices.get_count());
     const unsigned int* vertices = coarse.corner_vertices.get_data();
     const unsigned int* vertex_children = coarse.vertex_children.get_data();
+    unsigned int* first_children = coarse.first_children.get_data();
     unsigned int* corner_children = scratch.corner_children.get_data();
     unsigned int candidate = 0;
-    for (const unsigned int f : coarse.refined_faces) {
-        coarse.first_children[f] = candidate / 4;
-        for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c, candidate += 4)
-            corner_children[c] = candidate;
-    }
-    unsigned int corner_count = 1;  // what is written behind the last does not count
-    for (const unsigned int f : scratch.supporting) corner_count += coarse.face_end(f) - coarse.face_begin(f);
-    scratch.supporting_corners.resize(corner_count);
+    coarse.for_each_face(coarse.refined_faces, [&](unsigned int f, unsigned int begin, auto corner_count) {
+        first_children[f] = candidate / 4;
+        for (unsigned int j = 0; j < corner_count; ++j) corner_children[begin + j] = candidate + 4 * j;
+        candidate += 4 * corner_count;
+    });
+    unsigned int room = 1;  // what is written behind the last does not count
+    for (const unsigned int f : scratch.supporting) room += coarse.face_end(f) - coarse.face_begin(f);
+    scratch.supporting_corners.resize(room);
     unsigned int* corners = scratch.supporting_corners.get_data();
     unsigned int count = 0;
     // Siblings need no support.
     if (!fine.has_siblings)
-        for (const unsigned int f : scratch.supporting)
-            for (unsigned int c = coarse.face_begin(f), end = coarse.face_end(f); c < end; ++c) {
+        coarse.for_each_face(scratch.supporting, [&](unsigned int, unsigned int begin, auto corner_count) {
+            for (unsigned int c = begin; c < begin + corner_count; ++c) {
+                const unsigned int has_child = vertex_children[vertices[c]] != none ? 1 : 0;
                 corners[count] = c;
-                corner_children[c] = candidate + 4 * count;
-                count += vertex_children[vertices[c]] != none ? 1 : 0;
+                corner_children[c] = (candidate + 4 * count) | (has_child - 1);
+                count += has_child;
             }
+        });
     scratch.supporting_corners.resize(count);
     fine.face_count = candidate / 4 + count;
 }
@@ -74,65 +78,62 @@ public:
 
     // All children of a quad.
     void add_four(unsigned int f, unsigned int begin) const {
-        const unsigned int center = m_face_children[f];
-        const unsigned int first = m_corner_children[begin];
-        unsigned int points[4];
-        unsigned int starts[4], ends[4];  // across the halves of edge j
+        const unsigned int center = m_face_children[f], first = m_corner_children[begin];
+        const unsigned int* corners = m_corners + begin;
+        unsigned int *vertices = m_corner_vertices + first, *opposites = m_opposites + first;
+        const auto at = [](unsigned int child, unsigned int k) {
+            return 4 * child + ((k + (is_quads ? child : 0)) & 3u);
+        };
 #pragma GCC unroll 4
         for (unsigned int j = 0; j < 4; ++j) {
-            points[j] = m_edge_children[m_edges[begin + j]];
-            starts[j] = find_across_start(begin + j);
-            ends[j] = find_across_end(begin + j);
-        }
-#pragma GCC unroll 4
-        for (unsigned int j = 0; j < 4; ++j) {
-            const unsigned int behind = (j + 3) & 3u, next = (j + 1) & 3u;
-            const auto corner = [first](unsigned int child, unsigned int k) {
-                return first + 4 * child + ((k + (is_quads ? child : 0)) & 3u);
-            };
-            m_corner_vertices[corner(j, 0)] = m_vertex_children[m_corners[begin + j]];
-            m_corner_vertices[corner(j, 1)] = points[j];
-            m_corner_vertices[corner(j, 2)] = center;
-            m_corner_vertices[corner(j, 3)] = points[behind];
-            m_opposites[corner(j, 0)] = starts[j];
-            m_opposites[corner(j, 1)] = corner(next, 2);
-            m_opposites[corner(j, 2)] = corner(behind, 1);
-            m_opposites[corner(j, 3)] = ends[behind];
+            const unsigned int next = (j + 1) & 3u;
+            const unsigned int point = m_edge_children[(m_edges + begin)[j]];
+            const Halves across = find_across((m_coarse_opposites + begin)[j], corners[j]);
+            vertices[at(j, 0)] = m_vertex_children[corners[j]];
+            vertices[at(j, 1)] = vertices[at(next, 3)] = point;
+            vertices[at(j, 2)] = center;
+            opposites[at(j, 0)] = across.start;
+            opposites[at(next, 3)] = across.end;
+            opposites[at(j, 1)] = first + at(next, 2);
+            opposites[at(next, 2)] = first + at(j, 1);
         }
     }
 
     // The child at face-corner c, alone or beside others.
     void add_one(unsigned int c) const {
-        const unsigned int f = is_quads ? quad_of(c) : m_coarse.face_of(c),
-                           begin = is_quads ? 4 * f : m_coarse.offsets[f];
         const unsigned int next = is_quads ? next_in_quad(c) : m_coarse.next_corner(c);
         const unsigned int behind = is_quads ? previous_in_quad(c) : m_coarse.previous_corner(c);
-        const unsigned int corners[4] = {child_corner(begin, c, 0), child_corner(begin, c, 1),
-                                         child_corner(begin, c, 2), child_corner(begin, c, 3)};
-        m_corner_vertices[corners[0]] = m_vertex_children[m_corners[c]];
-        m_corner_vertices[corners[1]] = m_edge_children[m_edges[c]];
-        m_corner_vertices[corners[2]] = m_face_children[f];
-        m_corner_vertices[corners[3]] = m_edge_children[m_edges[behind]];
-        // Numbers of children that are not there are read, but not used.
-        const unsigned int ahead_corner = child_corner(begin, next, 2), former_corner = child_corner(begin, behind, 1);
-        m_opposites[corners[0]] = find_across_start(c);
-        m_opposites[corners[1]] = ahead_corner | get_missing(next);
-        m_opposites[corners[2]] = former_corner | get_missing(behind);
-        m_opposites[corners[3]] = find_across_end(behind);
+        unsigned int *vertices = m_corner_vertices + m_corner_children[c],
+                     *opposites = m_opposites + m_corner_children[c];
+        const unsigned int slots[4] = {slot_of(c), (slot_of(c) + 1) & 3u, (slot_of(c) + 2) & 3u, (slot_of(c) + 3) & 3u};
+        vertices[slots[0]] = m_vertex_children[m_corners[c]];
+        vertices[slots[1]] = m_edge_children[m_edges[c]];
+        vertices[slots[2]] = m_face_children[is_quads ? quad_of(c) : m_coarse.face_of(c)];
+        vertices[slots[3]] = m_edge_children[m_edges[behind]];
+        opposites[slots[0]] = find_across(m_coarse_opposites[c], m_corners[c]).start;
+        opposites[slots[1]] = m_corner_children[next] | slots[is_quads ? 3 : 2];
+        opposites[slots[2]] = m_corner_children[behind] | slots[is_quads ? 0 : 1];
+        opposites[slots[3]] = find_across(m_coarse_opposites[behind], m_corners[behind]).end;
     }
 
     // Numbers the halves of the edge at a face-corner of a touched face.
     void set_halves(unsigned int c) const {
-        const unsigned int begin = m_coarse.face_begin(m_coarse.face_of(c));
-        const Halves own = find_halves(c);
-        if (own.start != none) set_edge(child_corner(begin, c, 0), own.start);
-        if (own.end != none) set_edge(child_corner(begin, m_coarse.next_corner(c), 3), own.end);
+        const unsigned int* halves = m_edge_halves + 2 * size_t{m_edges[c]};
+        const unsigned int backward = is_backward(c);
+        if (const unsigned int start = halves[backward]; start != none) set_edge(half_at_start(c), start);
+        if (const unsigned int end = halves[1 - backward]; end != none) set_edge(half_at_end(c), end);
+    }
+    // The same where both are there.
+    void set_both_halves(unsigned int c) const {
+        const unsigned int* halves = m_edge_halves + 2 * size_t{m_edges[c]};
+        const unsigned int backward = is_backward(c);
+        set_edge(half_at_start(c), halves[backward]);
+        set_edge(half_at_end(c), halves[1 - backward]);
     }
 
     // The same of a refined face whose children are siblings.
     void set_sibling_halves(unsigned int c) const {
-        const unsigned int begin = m_coarse.face_begin(m_coarse.face_of(c));
-        const unsigned int start = child_corner(begin, c, 0), end = child_corner(begin, m_coarse.next_corner(c), 3);
+        const unsigned int start = half_at_start(c), end = half_at_end(c);
         set_halves(c);
         m_corner_vertices[start] = m_vertex_children[m_corners[c]];
         m_corner_vertices[end] = m_edge_children[m_edges[c]];
@@ -140,42 +141,29 @@ public:
     }
 
 private:
-    // What belongs to the half of an edge at its face-corner's vertex, and to the other.
+    // Where the child at face-corner c has its corner 0; the others follow.
+    static unsigned int slot_of(unsigned int c) { return is_quads ? c & 3u : 0; }
+    // The face-corners of children at the two halves of the edge at c: turned as the children of quads are, both have
+    // the number that the edge has in its face. None where a vertex has no child.
+    unsigned int half_at_start(unsigned int c) const { return m_corner_children[c] | slot_of(c); }
+    unsigned int half_at_end(unsigned int c) const {
+        return is_quads ? m_corner_children[next_in_quad(c)] | slot_of(c)
+                        : m_corner_children[m_coarse.next_corner(c)] | 3u;
+    }
+    // The face-corners of children across the halves of an edge, which exist where the child on this side does: o is
+    // the face-corner across, v the vertex at which the edge starts on this side.
     struct Halves {
         unsigned int start, end;
     };
-
-    // None where the vertex of face-corner c has no child, which is hard to foretell, 0 elsewhere.
-    unsigned int get_missing(unsigned int c) const { return 0u - (m_vertex_children[m_corners[c]] == none ? 1u : 0u); }
-    // Corner k, as in the figure, of the child at face-corner c of the face that begins at `begin`.
-    unsigned int child_corner(unsigned int begin, unsigned int c, unsigned int k) const {
-        return m_corner_children[c] + ((k + (is_quads ? c - begin : 0)) & 3u);
+    Halves find_across(unsigned int o, unsigned int v) const {
+        if (o == none) return {none, none};
+        const Halves halves{half_at_start(o), half_at_end(o)};
+        // Else a neighbor that winds the other way than faces that fit together.
+        return m_corners[o] != v ? Halves{halves.end, halves.start} : halves;
     }
-    // The face-corners of children across the halves of the edge at c, which exist where the child on this side does.
-    // Across, the half at the edge's own corner belongs to the child there; turned as the children of quads are, both
-    // halves have the number that the edge has in its face.
-    unsigned int find_across_start(unsigned int c) const {
-        const unsigned int o = m_coarse_opposites[c];
-        if (o == none) return none;
-        return is_same_way(o, c) ? half_at_start(o) : half_at_end(o);
-    }
-    unsigned int find_across_end(unsigned int c) const {
-        const unsigned int o = m_coarse_opposites[c];
-        if (o == none) return none;
-        return is_same_way(o, c) ? half_at_end(o) : half_at_start(o);
-    }
-    // Whether a neighbor winds the other way than faces that fit together.
-    bool is_same_way(unsigned int o, unsigned int c) const { return m_corners[o] == m_corners[c]; }
-    unsigned int half_at_start(unsigned int c) const { return m_corner_children[c] + (is_quads ? c & 3u : 0); }
-    unsigned int half_at_end(unsigned int c) const {
-        if constexpr (is_quads) return m_corner_children[next_in_quad(c)] + (c & 3u);
-        return m_corner_children[m_coarse.next_corner(c)] + 3;
-    }
-    Halves find_halves(unsigned int c) const {
-        const unsigned int e = m_edges[c];
-        const unsigned int* halves = m_edge_halves + 2 * size_t{e};
-        const unsigned int is_backward = m_edge_ends[2 * size_t{e}] == m_corners[c] ? 0 : 1;
-        return {halves[is_backward], halves[1 - is_backward]};
+    // 0 where the edge at c begins at its first vertex, else 1.
+    unsigned int is_backward(unsigned int c) const {
+        return m_edge_ends[2 * size_t{m_edges[c]}] == m_corners[c] ? 0 : 1;
     }
     void set_edge(unsigned int corner, unsigned int e) const {
         if (m_corner_edges != nullptr) m_corner_edges[corner] = e;
@@ -198,11 +186,18 @@ private:
     unsigned int* m_edge_corners;
 };
 
+// Whether a level has any vertex whose rules may change with the step.
+bool has_fractional_vertices(const RefinementLevel& level) {
+    for (const SharpVertex& vertex : level.sharp_vertices)
+        if (vertex.is_fractional()) return true;
+    return false;
+}
+
 // The states of a quad's children follow from its corners where nothing is fractional: a child is as regular as its
 // parent's corner. Others wait for their level.
 void set_states(const RefinementLevel& coarse, RefinementLevel& fine, bool is_last, BorderRule border_rule,
                 const CoreArray<unsigned int>& refined) {
-    const FaceState irregular = is_last ? FaceState::leaf : FaceState::refined;
+    const FaceState state_of[2] = {is_last ? FaceState::leaf : FaceState::refined, FaceState::emitted};
     fine.states.assign(fine.face_count, FaceState::support);
     FaceState* states = fine.states.get_data();
     const unsigned int* vertices = coarse.corner_vertices.get_data();
@@ -210,22 +205,31 @@ void set_states(const RefinementLevel& coarse, RefinementLevel& fine, bool is_la
     const unsigned int* sharp = coarse.sharp_indices.is_empty() ? nullptr : coarse.sharp_indices.get_data();
     // Points of borders that are fixed are corners; and what lies beside polygons is not irregular any more.
     const bool may_be_sharp = coarse.is_quads() && border_rule != BorderRule::fixed;
-    const auto is_fractional_vertex = [&](unsigned int v) {
-        return sharp[v] != none && coarse.sharp_vertices[sharp[v]].is_fractional();
-    };
-    for (const unsigned int f : refined) {
-        const unsigned int begin = coarse.face_begin(f);
-        if (coarse.face_end(f) - begin != 4) continue;
+    const bool has_fractional = may_be_sharp && has_fractional_vertices(coarse);
+    // Sets the states around smooth vertices.
+    const auto is_sharp = [&](unsigned int i) {
+        const unsigned int f = refined[i], begin = coarse.face_begin(f);
+        if (coarse.face_end(f) - begin != 4) return false;
         const unsigned int* v = vertices + begin;
         FaceState* own = states + coarse.first_children[f];
-        if (sharp == nullptr || (sharp[v[0]] & sharp[v[1]] & sharp[v[2]] & sharp[v[3]]) == none) {
-            for (unsigned int j = 0; j < 4; ++j) own[j] = valences[v[j]] == 4 ? FaceState::emitted : irregular;
-        } else if (may_be_sharp && !is_fractional_vertex(v[0]) && !is_fractional_vertex(v[1]) &&
-                   !is_fractional_vertex(v[2]) && !is_fractional_vertex(v[3])) {
-            for (unsigned int j = 0; j < 4; ++j)
-                own[j] = is_regular_corner(coarse, begin + j) ? FaceState::emitted : irregular;
+        for (unsigned int j = 0; j < 4; ++j) own[j] = state_of[valences[v[j]] == 4];
+        return sharp != nullptr && (sharp[v[0]] & sharp[v[1]] & sharp[v[2]] & sharp[v[3]]) != none;
+    };
+    for_each_where(refined.get_count(), is_sharp, [&](unsigned int i) {
+        const unsigned int f = refined[i];
+        FaceState* own = states + coarse.first_children[f];
+        const auto is_fractional = [&](unsigned int k) {
+            const SharpVertex* vertex = coarse.sharp_vertex(vertices[4 * f + k]);
+            return vertex != nullptr && vertex->is_fractional();
+        };
+        if (!may_be_sharp ||
+            (has_fractional && (is_fractional(0) || is_fractional(1) || is_fractional(2) || is_fractional(3)))) {
+            std::fill(own, own + 4, FaceState::support);
+            return;
         }
-    }
+        const unsigned int regular = find_regular_corners(coarse, f);
+        for (unsigned int j = 0; j < 4; ++j) own[j] = state_of[regular >> j & 1u];
+    });
 }
 
 template <bool is_quads>
@@ -234,7 +238,8 @@ void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, bool
     for (const unsigned int e : coarse.sharp_edges)
         has_nonmanifold |= coarse.edge_marks[e] == RefinementLevel::nonmanifold_mark;
     for (const unsigned int e : fine.sharp_edges) has_fractional |= !is_infinitely_sharp(fine.edge_sharpness[e]);
-    const ChildMaker<is_quads> maker(coarse, fine, !is_last || has_nonmanifold || has_fractional, scratch);
+    const bool has_corner_edges = !is_last || has_nonmanifold || has_fractional;
+    const ChildMaker<is_quads> maker(coarse, fine, has_corner_edges, scratch);
     for (const unsigned int f : coarse.refined_faces) {
         const unsigned int begin = is_quads ? 4 * f : coarse.offsets[f];
         const unsigned int end = is_quads ? 4 * f + 4 : coarse.offsets[f + 1];
@@ -248,11 +253,17 @@ void make_children_of(const RefinementLevel& coarse, RefinementLevel& fine, bool
         std::fill(fine.valences.begin(), fine.valences.end(), 0u);
         for (const unsigned int v : fine.corner_vertices) ++fine.valences[v];
     }
-    for (unsigned int e = 0; 2 * e < coarse.edge_halves.get_count(); ++e) {
-        const unsigned int c = coarse.edge_corners[e];
-        if (c == none || coarse.edge_children[e] == none) continue;
-        maker.set_halves(c);
-        if (const unsigned int o = coarse.edges.opposite_edges[c]; o != none) maker.set_halves(o);
+    const unsigned int *points = coarse.edge_children.get_data(), *corners = coarse.edge_corners.get_data();
+    for_each_where(
+        scratch.first_handed_edge, [=](unsigned int e) { return (points[e] != none) & (corners[e] != none); },
+        [&](unsigned int e) {
+            const unsigned int c = corners[e], o = coarse.edges.opposite_edges[c];
+            if (has_corner_edges || o == none) maker.set_halves(c);
+            if (o != none) maker.set_halves(o);
+        });
+    for (unsigned int e = scratch.first_handed_edge, end = coarse.edge_halves.get_count() / 2; e < end; ++e) {
+        if (has_corner_edges) maker.set_both_halves(corners[e]);
+        maker.set_both_halves(coarse.edges.opposite_edges[corners[e]]);
     }
     if (!has_nonmanifold) return;
     for (const unsigned int f : coarse.touched_faces)

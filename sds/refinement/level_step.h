@@ -11,10 +11,11 @@ struct StepScratch {
     CoreArray<unsigned int> supporting;
     // The face-corners of supporting faces whose vertex has a child, in the order of these children.
     CoreArray<unsigned int> supporting_corners;
-    // Per face-corner of touched faces whose vertex has a child: the first face-corner of the face of the next level
-    // there.
+    // Per face-corner of touched faces: the first face-corner of the face of the next level there, or none.
     CoreArray<unsigned int> corner_children;
     CoreArray<SharpnessStep> sharpness;
+    // Edges of the coarser level from here on are only handed to finer patches: each has both halves.
+    unsigned int first_handed_edge = 0;
 
     size_t get_memory_size() const {
         return bytes_of(supporting) + bytes_of(supporting_corners) + bytes_of(corner_children) + bytes_of(sharpness);

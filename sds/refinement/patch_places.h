@@ -29,14 +29,11 @@ public:
     RefinedPatch(unsigned int quad, unsigned int x, unsigned int y, int level, bool is_leaf)
         : m_quad(quad), m_bits(x | y << 10 | static_cast<unsigned int>(level + 1) << 20 | (is_leaf ? leaf_bit : 0u)) {}
 
-    // The same place as a leaf or not.
-    RefinedPatch(const RefinedPatch& place, bool is_leaf)
-        : m_quad(place.m_quad), m_bits((place.m_bits & ~leaf_bit) | (is_leaf ? leaf_bit : 0u)) {}
-    // The quarter (dx, dy) of the square, one level down.
-    RefinedPatch get_child(unsigned int dx, unsigned int dy) const {
+    // The quarter (dx, dy) of a square that is no leaf, one level down.
+    RefinedPatch get_child(unsigned int dx, unsigned int dy, bool is_leaf) const {
         RefinedPatch child;
         child.m_quad = m_quad;
-        child.m_bits = (m_bits & ~place_bits) + (1u << 20) + (2 * (m_bits & place_bits) | dx | dy << 10);
+        child.m_bits = m_bits + (1u << 20) + (m_bits & place_bits) + (dx | dy << 10 | (is_leaf ? leaf_bit : 0u));
         return child;
     }
 
@@ -118,41 +115,31 @@ public:
                sizeof(unsigned int) * size_t{m_block_offsets.get_count()};
     }
 
-    // Building: quads in increasing order, a quad's patches in the order of the quadtree.
-    void start(unsigned int quad_count, unsigned int patch_count) {
+    // Building: a quad's patches follow each other in the order of the quadtree. What is put at a patch replaces what
+    // was there, and what is put behind the last one does not count.
+    void start(unsigned int quad_count, unsigned int patch_count, unsigned int leaf_count) {
         m_patches.clear();
-        m_patches.reserve(patch_count);
+        m_patches.resize(patch_count + 1);
+        m_patches.resize(patch_count);
         m_block_offsets.clear();
         m_block_offsets.reserve(quad_count / block + 2);
-        m_quad_count = m_leaf_count = 0;
+        m_quad_count = 0;
+        m_leaf_count = leaf_count;
     }
-    void add_patch(const RefinedPatch& patch) {
-        m_patches.add(patch);
-        m_leaf_count += patch.is_leaf() ? 1 : 0;
-    }
-    // The quarters of a square, in the order of the quadtree.
-    void add_four_patches(const RefinedPatch& square, const bool (&are_leaves)[4]) {
-        const unsigned int first = m_patches.get_count();
-        m_patches.resize(first + 4);
-        RefinedPatch* out = m_patches.get_data() + first;
-        for (unsigned int i = 0; i < 4; ++i) {
-            out[i] = RefinedPatch(square.get_child(i & 1u, i >> 1), are_leaves[i]);
-            m_leaf_count += are_leaves[i] ? 1 : 0;
-        }
-    }
-    // Patches that cover four quads each, which begin at `quads`: these are ended, too.
-    void add_covering_patches(const unsigned int* quads, unsigned int count) {
-        const unsigned int first = m_patches.get_count(), first_quad = m_quad_count;
-        m_patches.resize(first + count);
+    void put_patch(unsigned int patch, const RefinedPatch& place) { m_patches[patch] = place; }
+    // Patches from `first` on that cover four quads each, which begin at `quads`: these are ended, too.
+    void put_covering_patches(unsigned int first, const unsigned int* quads, unsigned int count) {
+        const unsigned int first_quad = m_quad_count;
         RefinedPatch* out = m_patches.get_data() + first;
         for (unsigned int i = 0; i < count; ++i) out[i] = {quads[i], 0, 0, -1, false};
         m_quad_count += 4 * count;
         for (unsigned int quad; (quad = m_block_offsets.get_count() * block) <= m_quad_count;)
             m_block_offsets.add(first + (quad - first_quad + 3) / 4);
     }
-    void end_quads(unsigned int count) {
+    // Quads in increasing order; `next_patch` is the first patch after them.
+    void end_quads(unsigned int count, unsigned int next_patch) {
         for (m_quad_count += count; m_block_offsets.get_count() * block <= m_quad_count;)
-            m_block_offsets.add(m_patches.get_count());
+            m_block_offsets.add(next_patch);
     }
 
 private:

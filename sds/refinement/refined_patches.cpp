@@ -1,7 +1,7 @@
 #include "sds/refinement/refined_patches.h"
 
 #include <algorithm>
-#include <atomic>
+#include <bit>
 #include <cmath>
 
 #include "sds/common/array_bytes.h"
@@ -31,26 +31,29 @@ void compute_exact(RegularPatches<Vec3d>& regular, unsigned int face, Vec3d* con
 
 Nets leaf_nets(unsigned int face, const Vec3d* controls, const LevelValues<Vec3d>& values, LeafPatches& leaves) {
     Nets nets(controls);
-    leaves.compute_nets(face, values, controls, nets);
+    leaves.bend_nets(face, values, nets);
     return nets;
 }
 
 struct ExactSink {
     Vec3d* controls;
     Vec3d* nets;
+    CoreArray<unsigned int> faces = {};
 
     void begin_level(const RefinementLevel&, const RefinementLevel*) {}
     void end_level(const PatchLimits<Vec3d>&) {}
-    void begin_leaves(const RefinementLevel&) {}
+    void begin_leaves(const RefinementLevel&, const CoreArray<unsigned int>&) {}
+    static void expect_leaf(unsigned int) {}
     static bool add_smooth_leaf(unsigned int, unsigned int) { return false; }
     void add_regular(const RefinementLevel& level, const LevelValues<Vec3d>&, PatchLimits<Vec3d>&,
                      RegularPatches<Vec3d>& regular) {
-        for_each_face(level, FaceState::emitted, [&](unsigned int f) {
+        list_faces(level, FaceState::emitted, faces);
+        for (const unsigned int f : faces) {
             const unsigned int patch = level.face_patches[f];
             Vec3d* exact = controls + 16 * size_t{patch};
             compute_exact(regular, f, exact);
             if (nets != nullptr) copy_nets(Nets(exact), patch);
-        });
+        }
     }
     void add_leaf(unsigned int face, unsigned int patch, const Vec3d* exact, const LevelValues<Vec3d>& values,
                   LeafPatches& leaves) {
@@ -119,30 +122,20 @@ public:
         m_patches.m_points.reserve(m_capacity);
         m_patches.m_points.resize(16 * patch_count);
         m_patches.m_patch_count = patch_count;
-        m_offsets->array.resize(patch_count);
+        m_patches.m_net_words.assign((patch_count + 31) / 32, NetPlaces::Word{0, 0});
+        m_scratch->net_offsets.assign(patch_count, none);
     }
     // Keeps where the nets are.
     void end() {
-        const unsigned int patch_count = m_patches.m_patch_count;
-        const unsigned int* found = m_offsets->array.get_data();
-        m_patches.m_net_words.resize((patch_count + 31) / 32);
+        const unsigned int* found = m_scratch->net_offsets.get_data();
         m_patches.m_net_offsets.resize(m_patches.get_net_count());
         unsigned int* out = m_patches.m_net_offsets.get_data();
         unsigned int count = 0;
         for (unsigned int w = 0; w < m_patches.m_net_words.get_count(); ++w) {
-            NetPlaces::Word word{0, count};
-            const unsigned int begin = 32 * w, end = std::min(begin + 32, patch_count);
-            unsigned int stored[32 + 1];
-            unsigned int stored_count = 0;
-            for (unsigned int p = begin; p < end; ++p) {
-                const unsigned int has_nets = found[p] != none ? 1 : 0;
-                stored[stored_count] = found[p];
-                stored_count += has_nets;
-                word.has_nets |= has_nets << p % 32;
-            }
-            std::copy(stored, stored + stored_count, out + count);
-            count += stored_count;
-            m_patches.m_net_words[w] = word;
+            NetPlaces::Word& word = m_patches.m_net_words[w];
+            word.first_offset = count;
+            for (unsigned int rest = word.has_nets; rest != 0; rest &= rest - 1)
+                out[count++] = found[32 * w + static_cast<unsigned int>(std::countr_zero(rest))];
         }
     }
     void begin_level(const RefinementLevel& level, const RefinementLevel* fine) {
@@ -157,20 +150,31 @@ public:
         set_sharp_limits(level, values, limits);
         m_faces = view(level, values, limits);
         if (level.has_siblings) return add_siblings(level);
-        const bool has_short = compute_controls(level, m_faces);
-        if (!has_short && m_like == nullptr && m_storage != NetStorage::all) return;
-        make_room_for_nets(level, FaceState::emitted);
-        run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
-            for_each_face(level, FaceState::emitted, begin, end, [&](unsigned int f) {
-                Vec3f* nets = get_nets(level.face_patches[f]);
-                if (nets == nullptr) return;
+        CoreArray<unsigned int>& faces = m_scratch->faces;
+        compute_controls(level, m_faces, faces);
+        if (!needs_short_only()) list_faces(level, FaceState::emitted, faces);
+        make_room_for_nets(level, faces);
+        run_faces(m_tasks, faces.get_count(), [&](unsigned int begin, unsigned int end) {
+            for (unsigned int i = begin; i < end; ++i) {
+                Vec3f* nets = get_nets(level.face_patches[faces[i]]);
+                if (nets == nullptr) continue;
                 Vec3d exact[16];
-                compute_exact(regular, f, exact);
+                compute_exact(regular, faces[i], exact);
                 store_nets(Nets(exact), nets);
-            });
+            }
         });
     }
-    void begin_leaves(const RefinementLevel& level) { make_room_for_nets(level, FaceState::leaf); }
+    void begin_leaves(const RefinementLevel& level, const CoreArray<unsigned int>& faces) {
+        make_room_for_nets(level, faces);
+    }
+    // Their patches lie here and there, and stores that wait for memory hold up what comes after them. Any thread.
+    // Inlined, since compilers leave out calls of functions that do nothing else.
+    [[gnu::always_inline]] void expect_leaf(unsigned int patch) {
+        const Vec3f *controls = get_controls(patch), *nets = get_nets(patch);
+        for (unsigned int i = 0; i < 16; i += 5) __builtin_prefetch(controls + i, 1);
+        if (nets == nullptr) return;
+        for (unsigned int i = 0; i < 24; i += 5) __builtin_prefetch(nets + i, 1);
+    }
     // Any thread.
     bool add_smooth_leaf(unsigned int face, unsigned int patch) {
         Vec3f* controls = get_controls(patch);
@@ -184,19 +188,30 @@ public:
         for (unsigned int i = 0; i < 16; ++i) controls[i] = Vec3f(exact[i]);
         for (unsigned int k = 0; k < 4; ++k) {
             const size_t v = m_faces.vertices[4 * face + k];
-            const float* handed = m_faces.handed + 4 * v;
-            if (m_faces.is_handed[v] != 0) controls[corner_control(k)] = {handed[0], handed[1], handed[2]};
+            Vec3f& corner = controls[corner_control(k)];
+            const float* const choice[2] = {corner.get_data(), m_faces.handed + 4 * v};
+            const float* const chosen = choice[m_faces.is_handed[v]];
+            corner = {chosen[0], chosen[1], chosen[2]};
         }
         if (Vec3f* nets = get_nets(patch); nets != nullptr) store_nets(leaf_nets(face, exact, values, leaves), nets);
     }
 
 private:
     // The limits that smooth neighbors do not tell.
-    static void set_sharp_limits(const RefinementLevel& level, const LevelValues<Vec3d>& values,
-                                 PatchLimits<Vec3d>& limits) {
-        for (const SharpVertex& vertex : level.sharp_vertices)
-            if (level.vertex_kinds[vertex.vertex] != RefinementLevel::irregular_vertex)
-                limits.set_untouched(vertex.vertex, limit_point(level, values, vertex.vertex));
+    void set_sharp_limits(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits) {
+        const unsigned int count = level.sharp_vertices.get_count();
+        m_scratch->faces.resize(count + 1);
+        unsigned int* listed = m_scratch->faces.get_data();
+        unsigned int listed_count = 0;
+        for (unsigned int i = 0; i < count; ++i) {
+            listed[listed_count] = i;
+            listed_count +=
+                level.vertex_kinds[level.sharp_vertices[i].vertex] != RefinementLevel::irregular_vertex ? 1 : 0;
+        }
+        for (unsigned int i = 0; i < listed_count; ++i) {
+            const SharpVertex& vertex = level.sharp_vertices[listed[i]];
+            limits.set_untouched(vertex.vertex, limit_point(level, values, vertex));
+        }
     }
     LevelFaces view(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits) {
         static_assert(sizeof(FaceState) == 1);
@@ -212,43 +227,46 @@ private:
         faces.limits = reinterpret_cast<double*>(limits.get_data());
         faces.is_known = limits.get_known();
         faces.has_limits = false;
-        faces.has_handed = m_handed.has_points();
         faces.is_handed = m_handed.get_has_point();
         faces.handed = m_handed.get_points();
         faces.controls = reinterpret_cast<float*>(m_patches.m_points.get_data());
         faces.nets = nullptr;
-        faces.net_offsets = m_offsets->array.get_data();
+        faces.net_offsets = m_scratch->net_offsets.get_data();
         faces.shortest_squared = m_shortest_squared;
         faces.emitted = static_cast<unsigned char>(FaceState::emitted);
         static_assert(RefinementLevel::regular_vertex == 0);
         faces.kinds = level.vertex_kinds.get_data();
         faces.valences = level.valences.get_data();
-        faces.sharp_indices = level.sharp_indices.is_empty() ? nullptr : level.sharp_indices.get_data();
         faces.leaf_weights = get_leaf_weights();
         return faces;
     }
-    // Returns whether any patch is so short that it needs nets; the net offsets say which.
-    bool compute_controls(const RefinementLevel& level, const LevelFaces& faces) {
+    // Lists the faces whose patches are so short that they need nets.
+    void compute_controls(const RefinementLevel& level, const LevelFaces& faces, CoreArray<unsigned int>& short_faces) {
         const LevelKernels& kernels = get_level_kernels();
-        if (m_tasks == nullptr) return kernels.compute_controls(faces, 0, level.candidate_count) != 0;
+        const unsigned int count = level.candidate_count;
+        short_faces.resize(count + 1);
+        if (m_tasks == nullptr)
+            return short_faces.resize(kernels.compute_controls(faces, 0, count, short_faces.get_data()));
         // All limit points first, each from the face that asks for it first.
         CoreArray<unsigned int> first(level.vertex_count, none);
-        for_each_face(level, FaceState::emitted, [&](unsigned int f) {
+        list_faces(level, FaceState::emitted, short_faces);
+        for (const unsigned int f : short_faces)
             for (unsigned int c = level.face_begin(f), end = c + 4; c < end; ++c) {
                 unsigned int& corner = first[level.corner_vertices[c]];
                 corner = std::min(corner, c);
             }
-        });
-        run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
+        run_faces(m_tasks, count, [&](unsigned int begin, unsigned int end) {
             kernels.compute_limits(faces, first.get_data(), begin, end);
         });
         LevelFaces known_faces = faces;
         known_faces.has_limits = true;
-        std::atomic<unsigned int> short_count{0};
-        run_faces(m_tasks, level, [&](unsigned int begin, unsigned int end) {
-            short_count += kernels.compute_controls(known_faces, begin, end);
+        // Every part begins where its faces would, with gaps behind it.
+        short_faces.assign(count + 1, none);
+        run_faces(m_tasks, count, [&](unsigned int begin, unsigned int end) {
+            kernels.compute_controls(known_faces, begin, end, short_faces.get_data() + begin);
         });
-        return short_count != 0;
+        short_faces.resize(
+            static_cast<unsigned int>(std::remove(short_faces.begin(), short_faces.end(), none) - short_faces.begin()));
     }
     void add_siblings(const RefinementLevel& level) {
         const LevelStep step = view_step();
@@ -257,17 +275,27 @@ private:
             m_faces.nets = m_faces.controls + 48 * size_t{m_patches.m_patch_count};
             return get_level_kernels().compute_siblings(m_faces, step, parts);
         };
-        if (m_like == nullptr && m_storage != NetStorage::all) {
+        CoreArray<unsigned int>& faces = m_scratch->faces;
+        const auto make_room = [&](FaceState state) {
+            list_faces(level, state, faces);
+            make_room_for_nets(level, faces);
+        };
+        if (needs_short_only()) {
             // As if no regular patch were short: hardly any surface has such patches.
             const unsigned int count = m_patches.m_points.get_count();
-            begin_leaves(level);
+            make_room(FaceState::leaf);
             if (compute(regular_siblings | sibling_leaves) == 0) return;
             m_patches.m_points.resize(count);
+            list_faces(level, FaceState::emitted, faces);
+            const auto is_long = [&](unsigned int f) { return m_scratch->net_offsets[level.face_patches[f]] == none; };
+            faces.resize(
+                static_cast<unsigned int>(std::remove_if(faces.begin(), faces.end(), is_long) - faces.begin()));
+            make_room_for_nets(level, faces);
         } else {
             compute(regular_siblings);
+            make_room(FaceState::emitted);
         }
-        make_room_for_nets(level, FaceState::emitted);
-        begin_leaves(level);
+        make_room(FaceState::leaf);
         compute(sibling_leaves | regular_sibling_nets);
     }
     LevelStep view_step() const {
@@ -290,21 +318,21 @@ private:
         step.face_children = coarse.face_children.get_data();
         return step;
     }
-    // Gives the patches of a level's faces that store nets their places. Which of the regular ones do is in the net
-    // offsets, unless all do or another surface tells.
-    void make_room_for_nets(const RefinementLevel& level, FaceState state) {
+    // Of regular patches.
+    bool needs_short_only() const { return m_like == nullptr && m_storage != NetStorage::all; }
+    // Gives the patches of these faces places for nets, unless they store none.
+    void make_room_for_nets(const RefinementLevel& level, const CoreArray<unsigned int>& faces) {
+        if (m_storage == NetStorage::never) return;
         CoreArray<Vec3f>& points = m_patches.m_points;
+        const unsigned int begin = 16 * m_patches.get_patch_count();
         unsigned int count = points.get_count();
-        const bool has_rule = m_storage == NetStorage::all || (state == FaceState::leaf && m_like == nullptr);
-        for_each_face(level, state, [&](unsigned int f) {
+        for (const unsigned int f : faces) {
             const unsigned int patch = level.face_patches[f];
-            unsigned int& offset = m_offsets->array[patch];
-            const bool is_stored = has_rule            ? m_storage != NetStorage::never
-                                   : m_like != nullptr ? m_like->get_net_places().find(patch) != none
-                                                       : offset != none;
-            offset = is_stored ? count - 16 * m_patches.get_patch_count() : none;
-            count += is_stored ? 24 : 0;
-        });
+            if (m_like != nullptr && m_like->get_net_places().find(patch) == none) continue;
+            m_scratch->net_offsets[patch] = count - begin;
+            m_patches.m_net_words[patch / 32].has_nets |= 1u << patch % 32;
+            count += 24;
+        }
         if (count > m_capacity) {
             m_capacity = std::max(count, m_capacity + m_capacity / 8);
             points.reserve(m_capacity);
@@ -314,18 +342,19 @@ private:
     Vec3f* get_controls(unsigned int patch) { return m_patches.m_points.get_data() + 16 * size_t{patch}; }
     // Null for a patch that stores none.
     Vec3f* get_nets(unsigned int patch) {
-        const unsigned int offset = m_offsets->array[patch];
+        const unsigned int offset = m_scratch->net_offsets[patch];
         if (offset == none) return nullptr;
         return m_patches.m_points.get_data() + 16 * size_t{m_patches.get_patch_count()} + offset;
     }
 
-    struct Offsets {
-        CoreArray<unsigned int> array;
-        size_t get_memory_size() const { return bytes_of(array); }
+    struct Scratch {
+        CoreArray<unsigned int> net_offsets;  // per patch: where its nets begin, or none
+        CoreArray<unsigned int> faces;        // or sharp vertices
+        size_t get_memory_size() const { return bytes_of(net_offsets) + bytes_of(faces); }
     };
 
     RefinedPatches& m_patches;
-    KeptScratch<Offsets> m_offsets;  // per patch: where its nets begin, or none
+    KeptScratch<Scratch> m_scratch;
     NetStorage m_storage;
     double m_shortest_squared = 0.0;  // of edges whose patches need no nets
     const RefinedPatches* m_like = nullptr;

@@ -37,9 +37,12 @@ public:
 
 private:
     void list_patches();
-    // What becomes of a face that lies at a place, and of its children.
-    void list_face(unsigned int level, unsigned int face, const RefinedPatch& place);
-    void list_children(unsigned int level, unsigned int face, const RefinedPatch& place);
+    // How many patches every candidate has, in place of their indices; returns the number of all.
+    unsigned int count_patches();
+    // From numbers of patches to indices, of the cage's polygons and of their children where these are user quads.
+    void list_quads();
+    void list_polygons();
+    void list_children(unsigned int level);
 
     PatchPlaces m_places;
     CoreArray<RefinementLevel> m_levels;

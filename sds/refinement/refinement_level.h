@@ -54,7 +54,12 @@ struct RefinementLevel {
     static constexpr unsigned char no_slot = 255;
 
     // What is around a vertex with respect to the quads at it.
-    enum VertexKind : unsigned char { regular_vertex, crease_vertex, corner_vertex, irregular_vertex };
+    enum VertexKind : unsigned char {
+        regular_vertex = 0,
+        crease_vertex = 1,
+        corner_vertex = 2,
+        irregular_vertex = 4,  // no other kind has this bit
+    };
 
     int depth = 0;
     unsigned int face_count = 0;
@@ -149,7 +154,7 @@ struct RefinementLevel {
         return edge < edge_halves.get_count() / 2 && edge_children[edge] != none;
     }
     bool has_halves(unsigned int edge) const {
-        return is_halved(edge) && edge_halves[2 * edge] != none && edge_halves[2 * edge + 1] != none;
+        return edge < edge_halves.get_count() / 2 && edge_halves[2 * edge] != none && edge_halves[2 * edge + 1] != none;
     }
 
     // body(face, first corner, number of corners), of the first `count` faces: the last is a constant for quads.
@@ -164,6 +169,15 @@ struct RefinementLevel {
     template <class Body>
     void for_each_face(Body&& body) const {
         for_each_face(body, face_count);
+    }
+    // The same of the faces of a list.
+    template <class Body>
+    void for_each_face(const CoreArray<unsigned int>& faces, Body&& body) const {
+        if (is_quads()) {
+            for (const unsigned int f : faces) body(f, 4 * f, std::integral_constant<unsigned int, 4>());
+        } else {
+            for (const unsigned int f : faces) body(f, offsets[f], offsets[f + 1] - offsets[f]);
+        }
     }
 
     size_t get_memory_size() const;
@@ -185,10 +199,9 @@ void add_edge(RefinementLevel& level, unsigned int c, float sharpness, unsigned 
 // own arrays, and valences.
 void complete_level(RefinementLevel& level);
 
-// Whether the rules at a face-corner of a quad are those of a bicubic patch there.
-bool is_regular_corner(const RefinementLevel& level, unsigned int c);
-// Whether a candidate is exactly one bicubic patch.
-bool is_regular(const RefinementLevel& level, unsigned int face);
+// At which face-corners of a quad the rules are those of a bicubic patch: bit k for corner k. A candidate with all four
+// is exactly one such patch.
+unsigned int find_regular_corners(const RefinementLevel& level, unsigned int quad);
 
 // Sets the states of candidates that have none yet (`support`): emitted, or refined or leaf.
 void classify(RefinementLevel& level, bool is_last);

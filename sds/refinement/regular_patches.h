@@ -32,8 +32,15 @@ public:
     // Of a vertex that a patch touches, or may touch.
     void set(unsigned int v, const Value& limit) { set(v, limit, touched); }
     void set_untouched(unsigned int v, const Value& limit) { set(v, limit, untouched); }
-    void touch(unsigned int v) { m_known[v] = touched; }
-    bool is_touched(unsigned int v) const { return m_known[v] == touched; }
+    // Of one whose faces are a fan as the kernels of leaves know it.
+    void set_of_fan(unsigned int v, const Value& limit) { set(v, limit, touched | fan_limit); }
+    // Returns whether the point was known; it is to be set otherwise.
+    bool touch(unsigned int v) {
+        const bool was_known = is_known(v);
+        m_known[v] |= touched;
+        return was_known;
+    }
+    bool is_touched(unsigned int v) const { return (m_known[v] & touched) != 0; }
     const Value& get(unsigned int v) const { return m_limits[v].value; }
     Slot* get_data() { return m_limits.get_data(); }
     unsigned char* get_known() { return m_known.get_data(); }
@@ -47,7 +54,7 @@ private:
     }
 
     CoreArray<Slot> m_limits;
-    CoreArray<unsigned char> m_known;
+    CoreArray<unsigned char> m_known;  // bits
 };
 
 template <class Value>

@@ -41,13 +41,12 @@ constexpr float edge_crease_weight(float s, float half0, float half1) {
     return half0 > 0.0f && half1 > 0.0f ? 1.0f : std::min(s, 1.0f);
 }
 
+// In the order of the number of sharp edges.
 enum class VertexRule : unsigned char { smooth, dart, crease, corner };
 
 // From the vertex's own sharpness and the number of its edges that are sharp at all.
 constexpr VertexRule vertex_rule(float sharpness, unsigned int sharp_edge_count) {
-    if (sharpness > 0.0f || sharp_edge_count > 2) return VertexRule::corner;
-    if (sharp_edge_count == 2) return VertexRule::crease;
-    return sharp_edge_count == 1 ? VertexRule::dart : VertexRule::smooth;
+    return sharpness > 0.0f ? VertexRule::corner : static_cast<VertexRule>(std::min(sharp_edge_count, 3u));
 }
 
 // What is sharp around a vertex before a step and after it.
@@ -83,16 +82,20 @@ struct VertexMask {
     }
 };
 
+// All of one rule, without a branch: creases and corners take turns.
+constexpr VertexMask rule_mask(VertexRule rule) {
+    constexpr VertexMask masks[4] = {
+        {1.0, 0.0, 0.0, 0.0}, {1.0, 0.0, 0.0, 0.0}, {0.0, 1.0, 0.0, 0.0}, {0.0, 0.0, 0.0, 1.0}};
+    return masks[static_cast<unsigned int>(rule)];
+}
+
 // The mask of the rule before the step, or, when sharpness decays to another rule within the step, a blend of both
 // (DeRose, Kass, Truong 1998, appendix B).
 constexpr VertexMask vertex_mask(const SharpnessStep& step) {
     const VertexRule rule = vertex_rule(step.sharpness, step.edge_count);
     const VertexRule child_rule = vertex_rule(step.child_sharpness, step.child_edge_count);
+    if (rule == child_rule || rule == VertexRule::smooth || rule == VertexRule::dart) return rule_mask(rule);
     VertexMask mask;
-    if (rule == child_rule || rule == VertexRule::smooth || rule == VertexRule::dart) {
-        mask.add(rule, false, 1.0);
-        return mask;
-    }
     float sum = step.decayed_sum;
     unsigned int count = step.decayed_count;
     if (step.sharpness > 0.0f && !(step.child_sharpness > 0.0f)) sum += step.sharpness, ++count;

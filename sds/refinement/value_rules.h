@@ -245,9 +245,13 @@ bool find_fan_limit(const RefinementLevel& level, const LevelValues<Value>& valu
     unsigned int count = 0;
     unsigned int h = e;
     do {
-        unsigned int i = count++;
-        for (; i != 0 && fan[i - 1] > h; --i) fan[i] = fan[i - 1];
-        fan[i] = h;
+        unsigned int last = h;
+        for (unsigned int i = 0; i < count; ++i) {
+            const unsigned int other = fan[i];
+            fan[i] = std::min(other, last);
+            last = std::max(other, last);
+        }
+        fan[count++] = last;
         h = opposites[previous_in_quad(h)];
         if (h == none || vertices[h] != v) return false;
     } while (h != e && count < valence);
@@ -256,9 +260,9 @@ bool find_fan_limit(const RefinementLevel& level, const LevelValues<Value>& valu
     for (unsigned int i = 0; i < count; ++i) {
         const unsigned int* quad = vertices + (fan[i] & ~3u);
         const auto load = [&](unsigned int k) { return Access::load(values.points[quad[k]]); };
-        const typename Access::Type ac = load(0) + load(2), bd = load(1) + load(3);
-        edges = edges + ((fan[i] & 1u) == 0 ? bd : ac);
-        faces = faces + (ac + bd) * Scalar(0.25);
+        const typename Access::Type pairs[2] = {load(1) + load(3), load(0) + load(2)};
+        edges = edges + pairs[fan[i] & 1u];
+        faces = faces + (pairs[1] + pairs[0]) * Scalar(0.25);
     }
     const auto n = static_cast<Scalar>(valence);
     Access::store((Access::load(values.points[v]) * (n * n - n) + edges + faces * Scalar(4)) *
@@ -280,31 +284,36 @@ inline float fractional_share(const SharpVertex& vertex) {
     return vertex.fractional_weight / static_cast<float>(vertex.fractional.count);
 }
 
-// The limit point of a vertex of a level of quads, with its fractional edges taken as infinitely sharp or as smooth.
+// The limit point of a sharp vertex of a level of quads, with its fractional edges taken as infinitely sharp or as
+// smooth.
 template <class Value>
-Value limit_point(const RefinementLevel& level, const LevelValues<Value>& values, unsigned int v, bool is_hard) {
-    const SharpVertex* vertex = level.sharp_vertex(v);
-    if (vertex == nullptr) return smooth_limit(level, values, v);
-    const float sharpness = is_hard || is_infinitely_sharp(vertex->sharpness) ? vertex->sharpness : 0.0f;
-    switch (vertex_rule(sharpness, is_hard ? vertex->edge_count : vertex->infinite_count)) {
+Value limit_point(const RefinementLevel& level, const LevelValues<Value>& values, const SharpVertex& vertex,
+                  bool is_hard) {
+    const float sharpness = is_hard || is_infinitely_sharp(vertex.sharpness) ? vertex.sharpness : 0.0f;
+    switch (vertex_rule(sharpness, is_hard ? vertex.edge_count : vertex.infinite_count)) {
         case VertexRule::corner:
-            return values.points[v];
+            return values.points[vertex.vertex];
         case VertexRule::crease:
-            return crease_limit(values, v, is_hard ? vertex->ends : vertex->infinite_ends);
+            return crease_limit(values, vertex.vertex, is_hard ? vertex.ends : vertex.infinite_ends);
         default:
-            return smooth_limit(level, values, v);
+            return smooth_limit(level, values, vertex.vertex);
     }
 }
 
 // The limit point with the blend of both that stands for what is left of fractional sharpness.
 template <class Value>
-Value limit_point(const RefinementLevel& level, const LevelValues<Value>& values, unsigned int v) {
+Value limit_point(const RefinementLevel& level, const LevelValues<Value>& values, const SharpVertex& vertex) {
     using Scalar = typename ValueOps<Value>::Scalar;
+    if (!vertex.is_fractional()) return limit_point(level, values, vertex, true);
+    const auto w = static_cast<Scalar>(fractional_share(vertex));
+    return limit_point(level, values, vertex, true) * w + limit_point(level, values, vertex, false) * (Scalar(1) - w);
+}
+
+// Of any vertex of a level of quads.
+template <class Value>
+Value limit_point(const RefinementLevel& level, const LevelValues<Value>& values, unsigned int v) {
     const SharpVertex* vertex = level.sharp_vertex(v);
-    if (vertex == nullptr) return smooth_limit(level, values, v);
-    if (!vertex->is_fractional()) return limit_point(level, values, v, true);
-    const auto w = static_cast<Scalar>(fractional_share(*vertex));
-    return limit_point(level, values, v, true) * w + limit_point(level, values, v, false) * (Scalar(1) - w);
+    return vertex != nullptr ? limit_point(level, values, *vertex) : smooth_limit(level, values, v);
 }
 
 }  // namespace sds

@@ -8,6 +8,9 @@
 namespace sds {
 
 constexpr unsigned int max_leaf_valence = 32;
+// In LevelFaces::is_known, of a vertex with so many faces at most: its faces are one closed fan between smooth edges in
+// which all wind the same way.
+constexpr unsigned char fan_limit = 4;
 // Sums that LevelPoints has room for behind the last one.
 constexpr unsigned int spare_sums = 16;
 
@@ -30,9 +33,9 @@ struct LevelFaces {
     const double* points;            // three per vertex, and one more that may be read
     double* limits;                  // four per vertex, where known; the fourth means nothing
     unsigned char* is_known;         // per vertex, not 0 for those that are not between smooth edges; 1 afterwards
+                                     // where it was 0
     bool has_limits;                 // whether those of the regular faces' vertices all are, which several threads need
-    bool has_handed;                 // whether some vertices are handed
-    const unsigned char* is_handed;  // per vertex: whether coarser patches have rounded its limit point
+    const unsigned char* is_handed;  // per vertex: 1 where coarser patches have rounded its limit point, or 0
     const float* handed;             // these points, four numbers per vertex; the fourth means nothing
     float* controls;                 // sixteen points a patch
     float* nets;                     // where net offsets count from
@@ -40,10 +43,9 @@ struct LevelFaces {
     double shortest_squared;         // of an edge whose patch needs no nets
     unsigned char emitted;           // the state of regular faces
     // Of leaves only, which are quads.
-    const unsigned char* kinds;         // per vertex, 0 for regular ones
-    const unsigned int* valences;       // per vertex
-    const unsigned int* sharp_indices;  // per vertex, none for smooth ones; null when all are
-    const LeafWeights* leaf_weights;    // per valence up to max_leaf_valence
+    const unsigned char* kinds;       // per vertex, 0 for regular ones
+    const unsigned int* valences;     // per vertex
+    const LeafWeights* leaf_weights;  // per valence up to max_leaf_valence
 };
 
 // The step that made a level, on the side of the coarser one.
@@ -95,15 +97,16 @@ struct LevelPoints {
 struct LevelKernels {
     // The limit points of the vertices whose first face-corner, first[v], belongs to the emitted faces begin to end.
     void (*compute_limits)(const LevelFaces& level, const unsigned int* first, unsigned int begin, unsigned int end);
-    // The patches of the emitted faces begin to end, and limit points where they are not known. The net offset of a
-    // patch that needs nets becomes 0, of another none. Returns how many need them.
-    unsigned int (*compute_controls)(const LevelFaces& level, unsigned int begin, unsigned int end);
+    // The patches of the emitted faces begin to end, and limit points where they are not known. Lists the faces whose
+    // patches need nets and returns how many there are.
+    unsigned int (*compute_controls)(const LevelFaces& level, unsigned int begin, unsigned int end,
+                                     unsigned int* short_faces);
     // The controls of a leaf, 48 floats, from limit points that are known, and its nets, 72 floats, where not null.
-    // False, with nothing written, unless all at its corners is smooth and of small valence.
+    // False, with nothing written, unless its corners are regular or fans.
     bool (*compute_leaf)(const LevelFaces& level, unsigned int face, float* controls, float* nets);
-    // The given parts of a level of siblings. Leaves have nets where they have a net offset; the net offsets of regular
-    // patches become as compute_controls has them, and their nets come by another call. Limit points are made where
-    // they are not known. Returns how many regular patches need nets.
+    // The given parts of a level of siblings. Leaves have nets where they have a net offset; the net offset of a
+    // regular patch that needs nets becomes 0, of another none, and their nets come by another call. Limit points are
+    // made where they are not known. Returns how many regular patches need nets.
     unsigned int (*compute_siblings)(const LevelFaces& level, const LevelStep& step, unsigned int parts);
     // Face points of the given faces, in increasing order, and the sums of their vertices over these faces. Needs
     // neither edges nor children.

@@ -17,7 +17,9 @@ struct QuadCorners {
     static constexpr bool lists_limits = true;
     explicit QuadCorners(const LevelFaces&) {}
     unsigned int begin_of_face(unsigned int f) const { return 4 * f; }
-    unsigned int place_of(unsigned int c) const { return c & 3u; }
+    unsigned int next(unsigned int c) const { return next_corner(c); }
+    unsigned int far(unsigned int c) const { return far_corner(c); }
+    unsigned int previous(unsigned int c) const { return previous_corner(c); }
 };
 
 // The quads of a level of polygons. All faces around a regular one are quads. They are mostly the grids that modelers
@@ -28,7 +30,15 @@ struct PolygonCorners {
     const unsigned char* slots;
     explicit PolygonCorners(const LevelFaces& level) : offsets(level.offsets), slots(level.slots) {}
     unsigned int begin_of_face(unsigned int f) const { return offsets[f]; }
-    unsigned int place_of(unsigned int c) const { return slots[c]; }
+    unsigned int next(unsigned int c) const { return turn(c, 1); }
+    unsigned int far(unsigned int c) const { return turn(c, 2); }
+    unsigned int previous(unsigned int c) const { return turn(c, 3); }
+
+private:
+    unsigned int turn(unsigned int c, unsigned int i) const {
+        const unsigned int place = slots[c];
+        return c - place + ((place + i) & 3u);
+    }
 };
 
 template <class Corners>
@@ -51,37 +61,34 @@ public:
         }
         ring.smooth_edges = 0;
         for (unsigned int k = 0; k < 4; ++k) {
-            ring.starts[k] = ring.ends[k] = quad[k];
-            if (across[k] == no_corner || ((sharp_edges >> k) & 1u) != 0) continue;
-            ring.smooth_edges |= 1u << k;
-            find_beside(across[k], quad[k], ring, k);
+            const unsigned int is_sharp = ((sharp_edges >> k) & 1u) | (across[k] == no_corner ? 1u : 0u);
+            ring.smooth_edges |= (is_sharp ^ 1u) << k;
+            const unsigned int choice[2] = {across[k], m_corners.next(c + k)};
+            find_beside(choice[is_sharp], quad[k], ring, k);
         }
     }
-    // At corner k of that face, where all is smooth, the last of the eight vertices around it.
-    unsigned int find_opposite(unsigned int c, unsigned int k) const {
-        const unsigned int v = m_vertices[c + k];
-        unsigned int edge = c + k, begin = 0, place = 0;
+    // At face-corner c of that face, where all is smooth, the last of the eight vertices around it.
+    unsigned int find_opposite(unsigned int c) const {
+        const unsigned int v = m_vertices[c];
+        unsigned int edge = c, corner = c;
 #pragma GCC unroll 2
         for (unsigned int i = 0; i < 2; ++i) {
             const unsigned int o = m_opposites[edge];
-            place = m_corners.place_of(o);
-            begin = o - place;
-            const bool is_flipped = m_vertices[o] == v;
-            edge = begin + ((is_flipped ? place + 3 : place + 1) & 3u);
-            place = is_flipped ? place : (place + 1) & 3u;
+            edge = corner = m_corners.next(o);
+            if (m_vertices[o] != v) continue;
+            edge = m_corners.previous(o);  // a neighbor that winds the other way
+            corner = o;
         }
-        return m_vertices[begin + (place ^ 2u)];
+        return m_vertices[m_corners.far(corner)];
     }
 
 private:
     // Beyond edge k, which starts at v and has face-corner o across.
     void find_beside(unsigned int o, unsigned int v, Ring& ring, unsigned int k) const {
-        const unsigned int place = m_corners.place_of(o);
-        const unsigned int* quad = m_vertices + (o - place);
-        const unsigned int start = quad[place ^ 2u], end = quad[(place + 3) & 3u];
+        const unsigned int start = m_vertices[m_corners.far(o)], end = m_vertices[m_corners.previous(o)];
         ring.starts[k] = start;
         ring.ends[k] = end;
-        if (quad[place] != v) return;
+        if (m_vertices[o] != v) return;
         ring.starts[k] = end;  // a neighbor that winds the other way
         ring.ends[k] = start;
     }
@@ -116,13 +123,14 @@ void compute_limits_of(const LevelFaces& level, const unsigned int* first, unsig
             if (is_known) continue;
             Ring ring;
             finder.find_ring(c, level.edge_bits[f], ring);
-            make_limit(level, ring, k, finder.find_opposite(c, k));
+            make_limit(level, ring, k, finder.find_opposite(c + k));
         }
     }
 }
 
 template <bool is_smooth, bool makes_limits>
 bool compute_patch(const LevelFaces& level, const Ring& ring) {
+    const CornerRounder rounder(level);
     RingPoints points;
     SimdDouble4 corner[4];
 #pragma GCC unroll 4
@@ -144,7 +152,14 @@ bool compute_patch(const LevelFaces& level, const Ring& ring) {
             corner[k] = SimdDouble4::load4(limit);
         }
     }
-    return store_patch<is_smooth>(level, points, corner, ring.smooth_edges, level.controls + 48 * size_t{ring.patch});
+    // Only the first level may have polygons, and no coarser patches.
+    return store_patch<is_smooth>(level, points, corner, ring.smooth_edges, level.controls + 48 * size_t{ring.patch},
+                                  [&ring, rounder](unsigned int k, SimdDouble4 limit, float* out) {
+                                      if (makes_limits)
+                                          limit.store_rounded4(out);
+                                      else
+                                          rounder.store(ring.quad[k], limit, out);
+                                  });
 }
 
 // Patches of a level lie here and there among the others.
@@ -152,72 +167,62 @@ void prefetch_patch(const float* controls) {
     for (unsigned int i = 0; i < 48; i += 16) __builtin_prefetch(controls + i, 1);
 }
 
-// The indices of a few faces before their limit points and patches: loops that do not wait for each other's loads, and
+// The rings of a few faces before their limit points and patches: loops that do not wait for each other's loads, and
 // have no branch that is hard to foretell.
-template <class Corners, bool has_handed>
-unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, unsigned int end) {
+template <class Corners>
+unsigned int compute_controls_of(const LevelFaces& level, unsigned int begin, unsigned int end,
+                                 unsigned int* short_faces) {
     constexpr unsigned int batch = 32;
     const Corners corners(level);
     const RingFinder<Corners> finder(level, corners);
     Ring rings[batch];
     unsigned int short_count = 0;
-    // Local, since bytes that are stored might be part of `level`. Where all limit points are known, one byte stands
-    // for all vertices, since other threads would write to theirs.
-    unsigned char all_known = 1;
-    unsigned char* const known = level.has_limits ? &all_known : level.is_known;
-    const unsigned int vertex_mask = level.has_limits ? 0 : ~0u;
-    const unsigned char* const handed = level.is_handed;
-    unsigned int faces[batch + 1], fresh_corners[4 * batch + 1], opposites[4 * batch], handed_corners[4 * batch + 1];
+    // Local, since bytes that are stored might be part of `level`.
+    unsigned char* const known = level.is_known;
+    const unsigned char* const states = level.states;
+    const unsigned char emitted = level.emitted;
+    const bool has_limits = level.has_limits;
+    unsigned int faces[batch + 1], fresh_corners[4 * batch + 1];
     for (unsigned int f = begin; f < end;) {
-        unsigned int ring_count = 0, fresh_count = 0, handed_count = 0;
+        size_t ring_count = 0;
         for (; f < end && ring_count < batch; ++f) {
             faces[ring_count] = f;
-            ring_count += level.states[f] == level.emitted ? 1 : 0;
+            ring_count += states[f] == emitted ? 1 : 0;
         }
-        for (unsigned int i = 0; i < ring_count; ++i) {
+        for (size_t i = 0; i < ring_count; ++i) {
             Ring& ring = rings[i];
             ring.patch = level.patches[faces[i]];
+            ring.fresh_corners = 0;
             prefetch_patch(level.controls + 48 * size_t{ring.patch});
             finder.find_ring(corners.begin_of_face(faces[i]), level.edge_bits[faces[i]], ring);
-            ring.fresh_corners = 0;
-            const unsigned int quad[4] = {ring.quad[0], ring.quad[1], ring.quad[2], ring.quad[3]};
+        }
+        if (!has_limits) {
+            // By ring, four numbers to each: every corner is written over the last until it counts.
+            size_t fresh_count = 0;
+            for (size_t i = 0; i < ring_count; ++i)
 #pragma GCC unroll 4
-            for (unsigned int k = 0; k < 4; ++k) {
-                const unsigned int v = quad[k];
-                unsigned char& is_known = known[v & vertex_mask];
-                const bool is_fresh = is_known == 0;
-                is_known = 1;
-                if (Corners::lists_limits) {
-                    fresh_corners[fresh_count] = 4 * i + k;
-                    fresh_count += is_fresh ? 1 : 0;
-                } else if (is_fresh) {
-                    ring.fresh_corners |= 1u << k;
-                    ring.opposites[k] = finder.find_opposite(corners.begin_of_face(faces[i]), k);
+                for (unsigned int k = 0; k < 4; ++k) {
+                    unsigned char& is_known = known[rings[i].quad[k]];
+                    const bool is_fresh = is_known == 0;
+                    is_known = 1;
+                    if (Corners::lists_limits) {
+                        fresh_corners[fresh_count] = static_cast<unsigned int>(4 * i + k);
+                        fresh_count += is_fresh ? 1 : 0;
+                    } else if (is_fresh) {
+                        rings[i].fresh_corners |= 1u << k;
+                        rings[i].opposites[k] = finder.find_opposite(corners.begin_of_face(faces[i]) + k);
+                    }
                 }
-                if (!has_handed) continue;
-                handed_corners[handed_count] = 4 * i + k;
-                handed_count += handed[v];
+            for (size_t i = 0; i < fresh_count; ++i) {
+                const unsigned int ring = fresh_corners[i] >> 2, k = fresh_corners[i] & 3u;
+                make_limit(level, rings[ring], k, finder.find_opposite(corners.begin_of_face(faces[ring]) + k));
             }
         }
-        for (unsigned int i = 0; i < fresh_count; ++i) {
-            const auto c = static_cast<unsigned int>(rings[fresh_corners[i] >> 2].quad - level.vertices);
-            opposites[i] = finder.find_opposite(c, fresh_corners[i] & 3u);
-        }
-        for (unsigned int i = 0; i < fresh_count; ++i)
-            make_limit(level, rings[fresh_corners[i] >> 2], fresh_corners[i] & 3u, opposites[i]);
-        for (unsigned int i = 0; i < ring_count; ++i) {
+        for (size_t i = 0; i < ring_count; ++i) {
             constexpr bool makes_limits = !Corners::lists_limits;
             const bool is_short = rings[i].smooth_edges == 15 ? compute_patch<true, makes_limits>(level, rings[i])
                                                               : compute_patch<false, makes_limits>(level, rings[i]);
-            level.net_offsets[rings[i].patch] = is_short ? 0 : no_corner;
-            short_count += is_short ? 1 : 0;
-        }
-        // What coarser patches have at corners comes in place of the patches' own.
-        for (unsigned int i = 0; i < handed_count; ++i) {
-            const unsigned int k = handed_corners[i] & 3u;
-            const Ring& ring = rings[handed_corners[i] >> 2];
-            std::memcpy(level.controls + 48 * size_t{ring.patch} + 12 * k, level.handed + 4 * size_t{ring.quad[k]},
-                        3 * sizeof(float));
+            if (is_short) short_faces[short_count++] = faces[i];
         }
     }
     return short_count;
@@ -230,11 +235,10 @@ void compute_limits(const LevelFaces& level, const unsigned int* first, unsigned
         compute_limits_of<PolygonCorners>(level, first, begin, end);
 }
 
-unsigned int compute_controls(const LevelFaces& level, unsigned int begin, unsigned int end) {
-    // The first level has no coarser patches, and only that one has polygons.
-    if (level.offsets != nullptr) return compute_controls_of<PolygonCorners, false>(level, begin, end);
-    return level.has_handed ? compute_controls_of<QuadCorners, true>(level, begin, end)
-                            : compute_controls_of<QuadCorners, false>(level, begin, end);
+unsigned int compute_controls(const LevelFaces& level, unsigned int begin, unsigned int end,
+                              unsigned int* short_faces) {
+    return level.offsets != nullptr ? compute_controls_of<PolygonCorners>(level, begin, end, short_faces)
+                                    : compute_controls_of<QuadCorners>(level, begin, end, short_faces);
 }
 
 unsigned int compute_siblings(const LevelFaces& level, const LevelStep& step, unsigned int parts) {

@@ -7,7 +7,7 @@
 #include "qn_simd/simd_double4.h"
 #include "sds/refinement/level_kernels/face_corners.h"
 #include "sds/refinement/level_kernels/level_kernels.h"
-#include "sds/refinement/listed_children.h"
+#include "sds/refinement/listed_walks.h"
 
 namespace sds {
 

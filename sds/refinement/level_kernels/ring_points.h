@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 #include "qn_simd/simd_double4.h"
 #include "sds/refinement/level_kernels/level_kernels.h"
@@ -21,7 +22,7 @@ SimdDouble4 load_limit(const LevelFaces& level, unsigned int v) {
     return SimdDouble4::load4(level.limits + 4 * size_t{v});
 }
 
-// The vertices of a face and those around it by its edge k; where that is sharp, its start.
+// The vertices of a face and those around it by its edge k; where that is sharp, any two.
 //
 //     starts[k] +--------+ ends[k]    ends of the edges of the face across that leave the edge's two ends
 //               |        |
@@ -46,11 +47,31 @@ SimdDouble4 sum_limit(SimdDouble4 vertex, SimdDouble4 edges, SimdDouble4 diagona
     return sum * SimdDouble4(1.0 / 36.0);
 }
 
-// Controls leave in order, four floats at a time: the fourth is overwritten by the next. Returns whether the patch
-// needs nets.
-template <bool is_smooth>
+// The corners of patches: what coarser patches have at a vertex, or its limit rounded. Which of the two is hard to
+// foretell.
+class CornerRounder {
+public:
+    explicit CornerRounder(const LevelFaces& level) : m_is_handed(level.is_handed), m_handed(level.handed) {}
+
+    // Four numbers.
+    [[gnu::always_inline]] void store(unsigned int v, SimdDouble4 limit, float* out) const {
+        alignas(16) float rounded[4];
+        limit.store_rounded4(rounded);
+        const float* const choice[2] = {rounded, m_handed + 4 * size_t{v}};
+        std::memcpy(out, choice[m_is_handed[v]], sizeof rounded);
+    }
+
+private:
+    const unsigned char* m_is_handed;  // 0 or 1
+    const float* m_handed;
+};
+
+// Controls leave in order, four floats at a time: the fourth is overwritten by the next. put_corner(k, limit, out)
+// writes four for a corner. Returns whether the patch needs nets.
+template <bool is_smooth, class PutCorner>
 [[gnu::always_inline]] inline bool store_patch(const LevelFaces& level, const RingPoints& points,
-                                               const SimdDouble4 (&corner)[4], unsigned int smooth_edges, float* out) {
+                                               const SimdDouble4 (&corner)[4], unsigned int smooth_edges, float* out,
+                                               const PutCorner& put_corner) {
     const SimdDouble4 two(2.0), four(4.0), third(1.0 / 3.0), ninth(1.0 / 9.0), eighteenth(1.0 / 18.0);
     const SimdDouble4* q = points.quad;
     SimdDouble4 q4[4], a[4], b[4];
@@ -64,7 +85,7 @@ template <bool is_smooth>
 #pragma GCC unroll 4
     for (unsigned int k = 0; k < 4; ++k, out += 12) {
         const unsigned int next = (k + 1) & 3u, far = (k + 2) & 3u, behind = (k + 3) & 3u;
-        corner[k].store_rounded4(out);
+        put_corner(k, corner[k], out);
         const SimdDouble4 leaving = is_smooth || ((smooth_edges >> k) & 1u) != 0
                                         ? (q4[k] * two + q4[next] + a[k] * two + b[k]) * eighteenth
                                         : (q[k] * two + q[next]) * third;

@@ -325,7 +325,9 @@ private:
             RingPoints ring;
             SimdDouble4 limits[4];
             get_ring<c>(points, all_limits, ring, limits);
-            const bool is_short = store_patch<true>(m_level, ring, limits, 15, m_level.controls + 48 * size_t{patch});
+            const bool is_short =
+                store_patch<true>(m_level, ring, limits, 15, m_level.controls + 48 * size_t{patch},
+                                  [](unsigned int, SimdDouble4 limit, float* out) { limit.store_rounded4(out); });
             m_level.net_offsets[patch] = is_short ? 0 : no_corner;
             return is_short;
         }

@@ -2,8 +2,6 @@
 // of one instruction set.
 #pragma once
 
-#include <cstring>
-
 #include "sds/common/net_slots.h"
 #include "sds/common/smooth_controls.h"
 #include "sds/refinement/level_kernels/face_corners.h"
@@ -13,47 +11,20 @@ namespace sds {
 
 namespace {
 
-// The corner of a patch at vertex v: what coarser patches have there, or its limit rounded. Four numbers are written.
-void store_corner(const LevelFaces& level, unsigned int v, SimdDouble4 limit, float* out) {
-    alignas(16) float rounded[4];
-    limit.store_rounded4(rounded);
-    const float* corner = level.is_handed[v] != 0 ? level.handed + 4 * size_t{v} : rounded;
-    std::memcpy(out, corner, sizeof rounded);
-}
-
 // The valences at the corners of a leaf between smooth edges.
 struct LeafCorners {
     unsigned int valences[4];
 
     // False unless the quads at every corner are one smooth fan in which all wind the same way.
     bool find(const LevelFaces& level, unsigned int face) {
-        // Gathered first: which corner is irregular is hard to foretell.
-        unsigned int irregular = 0;
+        unsigned int others = 0;  // gathered first: where a leaf is irregular is hard to foretell
         for (unsigned int k = 0; k < 4; ++k) {
             const unsigned int e = 4 * face + k, v = level.vertices[e], o = level.opposites[e];
             if (o == no_corner || level.vertices[o] == v) return false;
-            valences[k] = 4;
-            irregular |= (level.kinds[v] != 0 ? 1u : 0u) << k;
-        }
-        for (; irregular != 0; irregular &= irregular - 1) {
-            const auto k = static_cast<unsigned int>(__builtin_ctz(irregular));
-            const unsigned int e = 4 * face + k, v = level.vertices[e];
-            if (level.sharp_indices != nullptr && level.sharp_indices[v] != no_corner) return false;
             valences[k] = level.valences[v];
-            if (valences[k] > max_leaf_valence || !is_fan(level, e, valences[k])) return false;
+            others |= (level.kinds[v] != 0 ? 1u : 0u) & ((level.is_known[v] & fan_limit) == 0 ? 1u : 0u);
         }
-        return true;
-    }
-
-private:
-    static bool is_fan(const LevelFaces& level, unsigned int e, unsigned int valence) {
-        unsigned int h = e;
-        for (unsigned int i = 1; i <= valence; ++i) {
-            h = level.opposites[previous_corner(h)];
-            if (level.vertices[h] != level.vertices[e]) return false;
-            if (h == e) return i == valence;
-        }
-        return false;
+        return others == 0;
     }
 };
 
@@ -121,8 +92,7 @@ template <class Fan>
 void sum_tangents(const LeafWeights& weights, unsigned int valence, SimdDouble4 vertex, Fan fan, SimdDouble4& t1,
                   SimdDouble4& t2) {
     t1 = t2 = SimdDouble4(0.0);
-    for (unsigned int i = 0; i < valence; ++i) {
-        const unsigned int j = i == 0 ? 0 : valence - i;
+    for (unsigned int i = 0, j = 0; i < valence; ++i, j = valence - i) {
         const SimdDouble4 ahead = fan.ahead(i) - vertex;
         const SimdDouble4 diagonal = fan.diagonal(i) - vertex;
         const SimdDouble4 behind = fan.behind(i) - vertex;
@@ -149,9 +119,9 @@ template <class Fan>
 
 // The entries of an edge that touches an irregular corner, likewise; all corners have been replaced.
 [[gnu::always_inline]] inline void bend_edge(unsigned int k, double start_cosine, double end_cosine, LeafNets& nets) {
-    const SimdDouble4 third(1.0 / 3.0), minus_one(-1.0);
+    const SimdDouble4 third(1.0 / 3.0);
     bend_across_edge(
-        nets, k, [minus_one](SimdDouble4 along) { return along * minus_one; },
+        nets, k, [](SimdDouble4 vector, int sign) { return vector * SimdDouble4(static_cast<double>(sign)); },
         [&](SimdDouble4 u0, SimdDouble4 u1, SimdDouble4 u2, SimdDouble4& first, SimdDouble4& second) {
             first = (u1 * SimdDouble4(2.0 * start_cosine) - u0 * SimdDouble4(end_cosine)) * third;
             second = (u2 * SimdDouble4(start_cosine) - u1 * SimdDouble4(2.0 * end_cosine)) * third;
@@ -167,15 +137,17 @@ template <class Fan>
 // `vertices` are the quad's.
 [[gnu::always_inline]] inline void store_leaf_controls(const LevelFaces& level, const unsigned int* vertices,
                                                        const SimdDouble4 (&controls)[16], float* out) {
+    const CornerRounder rounder(level);
     for (unsigned int i = 0; i < 15; ++i)
         if (i % 4 != 0)
             controls[i].store_rounded4(out + 3 * i);
         else
-            store_corner(level, vertices[i / 4], controls[i], out + 3 * i);
+            rounder.store(vertices[i / 4], controls[i], out + 3 * i);
     controls[15].store_rounded3(out + 45);
 }
 
-bool compute_smooth_leaf(const LevelFaces& level, unsigned int face, float* controls_out, float* nets_out) {
+[[gnu::flatten]] bool compute_smooth_leaf(const LevelFaces& level, unsigned int face, float* controls_out,
+                                          float* nets_out) {
     LeafCorners corners;
     if (!corners.find(level, face)) return false;
     const unsigned int* vertices = level.vertices + 4 * size_t{face};

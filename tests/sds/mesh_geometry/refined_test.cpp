@@ -308,7 +308,7 @@ TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
             std::vector<double> limits(4 * mesh.positions.size());
             std::vector<unsigned char> is_known(mesh.positions.size()), is_handed(mesh.positions.size());
             std::vector<Vec3f> controls(16 * size_t{surface.get_patch_count()});
-            std::vector<unsigned int> offsets(surface.get_patch_count());
+            std::vector<unsigned int> short_faces(surface.get_patch_count());
             sds::LevelFaces faces{};
             faces.states = reinterpret_cast<const unsigned char*>(level.states.get_data());
             faces.patches = level.face_patches.get_data();
@@ -322,9 +322,8 @@ TEST(RefinedGeometry, InstructionSetsGiveTheSameBits) {
             faces.is_known = is_known.data();
             faces.is_handed = is_handed.data();
             faces.controls = controls[0].get_data();
-            faces.net_offsets = offsets.data();
             faces.emitted = static_cast<unsigned char>(sds::FaceState::emitted);
-            (*set)->compute_controls(faces, 0, level.candidate_count);
+            (*set)->compute_controls(faces, 0, level.candidate_count, short_faces.data());
             for (unsigned int f = 0; f < level.candidate_count; ++f) {
                 if (level.states[f] != sds::FaceState::emitted) continue;
                 const size_t first = 16 * size_t{level.face_patches[f]};
@@ -375,9 +374,11 @@ TEST(RefinedGeometry, KernelsOfPointsFollowTheRulesOfAnyValue) {
                       sds::closed_fan_weights<sds::ExactTrig>(n).diagonal, sds::turn_cosine<sds::ExactTrig>(n)};
     std::vector<double> limits(4 * size_t{last.vertex_count}, 0.25);
     const std::vector<unsigned char> is_handed(last.vertex_count);
+    std::vector<unsigned char> is_known(last.vertex_count, sds::fan_limit);
     values.points.reserve(last.vertex_count + 1);
     sds::LevelFaces faces{};
     faces.is_handed = is_handed.data();
+    faces.is_known = is_known.data();
     faces.vertices = last.corner_vertices.get_data();
     faces.opposites = last.edges.opposite_edges.get_data();
     faces.points = &values.points.get_data()->c[0];
