@@ -15,22 +15,22 @@ struct ValueLanes {
     static void store(const Type& lanes, Value& value) { value = lanes; }
 };
 
-struct PointLanes {
+struct DoublePointLanes {
     QN_SIMD_NAMESPACE::SimdDouble4 v;
 
-    friend PointLanes operator+(PointLanes a, PointLanes b) { return {a.v + b.v}; }
-    friend PointLanes operator-(PointLanes a, PointLanes b) { return {a.v - b.v}; }
-    friend PointLanes operator*(PointLanes a, double s) { return {a.v * QN_SIMD_NAMESPACE::SimdDouble4(s)}; }
+    friend DoublePointLanes operator+(DoublePointLanes a, DoublePointLanes b) { return {a.v + b.v}; }
+    friend DoublePointLanes operator-(DoublePointLanes a, DoublePointLanes b) { return {a.v - b.v}; }
+    friend DoublePointLanes operator*(DoublePointLanes a, double s) { return {a.v * QN_SIMD_NAMESPACE::SimdDouble4(s)}; }
     double length_squared() const { return (v * v).sum(); }
 };
 
 template <>
 struct ValueLanes<GMathVec3<double>> {
-    using Type = PointLanes;
-    static PointLanes load(const GMathVec3<double>& point) {
+    using Type = DoublePointLanes;
+    static DoublePointLanes load(const GMathVec3<double>& point) {
         return {QN_SIMD_NAMESPACE::SimdDouble4::load3(point.get_data())};
     }
-    static void store(const PointLanes& lanes, GMathVec3<double>& point) { lanes.v.store3(point.get_data()); }
+    static void store(const DoublePointLanes& lanes, GMathVec3<double>& point) { lanes.v.store3(point.get_data()); }
 };
 
 }  // namespace sds
