@@ -13,7 +13,7 @@ any_of = $(subst $(subst ,, ),|,$(strip $(1)))
 build_preset = cmake --build --preset $(1) -j $(JOBS)
 
 .PHONY: all build render test install package abi accuracy rays bench docs gallery first-page format check check-format \
-        check-layering check-length \
+        check-layering check-names check-length \
         tidy asan tsan scalar fuzz clang arm64 web web-test dependencies cross-dependencies clean
 .PHONY: dependencies-program dependencies-tests dependencies-checks dependencies-docs dependencies-all
 .DELETE_ON_ERROR:
@@ -111,13 +111,16 @@ first-page: build
 format: dependencies-checks
 	$(if $(sources),clang-format -i $(sources))
 
-check: check-format check-layering check-length
+check: check-format check-layering check-names check-length
 
 check-format: dependencies-checks
 	$(if $(sources),clang-format --dry-run -Werror $(sources))
 
 check-layering: dependencies-program
 	scripts/check_layering
+
+check-names: dependencies-program
+	scripts/check_names
 
 check-length: dependencies-program
 	scripts/check_length

@@ -25,8 +25,9 @@ void store_nets(const Nets& nets, Vec3f* out) {
 }
 
 void compute_exact(RegularPatches<Vec3d>& regular, unsigned int face, Vec3d* controls) {
-    regular.compute(
-        face, [controls](unsigned int i, const DoublePointLanes& lanes) { ValueLanes<Vec3d>::store(lanes, controls[i]); });
+    regular.compute(face, [controls](unsigned int i, const DoublePointLanes& lanes) {
+        ValueLanes<Vec3d>::store(lanes, controls[i]);
+    });
 }
 
 Nets leaf_nets(unsigned int face, const Vec3d* controls, const LevelValues<Vec3d>& values, LeafPatches& leaves) {

@@ -20,7 +20,9 @@ struct DoublePointLanes {
 
     friend DoublePointLanes operator+(DoublePointLanes a, DoublePointLanes b) { return {a.v + b.v}; }
     friend DoublePointLanes operator-(DoublePointLanes a, DoublePointLanes b) { return {a.v - b.v}; }
-    friend DoublePointLanes operator*(DoublePointLanes a, double s) { return {a.v * QN_SIMD_NAMESPACE::SimdDouble4(s)}; }
+    friend DoublePointLanes operator*(DoublePointLanes a, double s) {
+        return {a.v * QN_SIMD_NAMESPACE::SimdDouble4(s)};
+    }
     double length_squared() const { return (v * v).sum(); }
 };
 
