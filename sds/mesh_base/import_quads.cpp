@@ -3,6 +3,7 @@
 #include "qn_poly/poly_neighbourhood.h"
 #include "sds/common/array_bytes.h"
 #include "sds/common/kept_scratch.h"
+#include "sds/common/listed_walks.h"
 #include "sds/common/polygon_offsets.h"
 #include "sds/common/progress.h"
 #include "sds/mesh_base/sds_mesh_base.h"
@@ -102,18 +103,14 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
         const unsigned int end = std::min(first + block_size, quad_count);
         if (progress == nullptr && sds::are_all(edges.quad_edge_flags.get_data() + first, end - first, plain_quad))
             continue;
-        // Which quads are plain is hard to foretell.
-        unsigned int others[block_size], other_count = 0;
-        for (unsigned int q = first; q < end; ++q) {
-            others[other_count] = q;
-            other_count += edges.quad_edge_flags[q] != plain_quad ? 1 : 0;
-        }
-        for (unsigned int i = 0; i < other_count; ++i) {
-            const unsigned int q = others[i];
-            const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
-            edges.quad_edge_flags[q] = static_cast<unsigned char>(
-                plain_quad | count_sharp_edges(edges, quad_indices, q, smooth, vertex_infos));
-        }
+        sds::for_each_where(
+            end - first, [&](unsigned int i) { return edges.quad_edge_flags[first + i] != plain_quad; },
+            [&](unsigned int i) {
+                const unsigned int q = first + i;
+                const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
+                edges.quad_edge_flags[q] = static_cast<unsigned char>(
+                    plain_quad | count_sharp_edges(edges, quad_indices, q, smooth, vertex_infos));
+            });
         if (progress != nullptr)
             for (unsigned int q = first; q < end; ++q) progress->step(q + 1);
     }

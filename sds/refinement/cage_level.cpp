@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "sds/common/listed_walks.h"
 #include "sds/common/polygon_offsets.h"
-#include "sds/refinement/listed_walks.h"
 #include "sds/refinement/refinement_level.h"
 
 namespace sds {

@@ -2,7 +2,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "sds/refinement/listed_walks.h"
+#include "sds/common/listed_walks.h"
 #include "sds/refinement/refinement_level.h"
 
 namespace sds {

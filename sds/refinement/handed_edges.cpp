@@ -6,7 +6,7 @@
 
 #include "sds/common/array_bytes.h"
 #include "sds/common/control_grid.h"
-#include "sds/refinement/listed_walks.h"
+#include "sds/common/listed_walks.h"
 
 namespace sds {
 

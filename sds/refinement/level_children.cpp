@@ -9,8 +9,8 @@
 // Those of a level of polygons begin at their own vertex instead, as the quads that users see do.
 #include <algorithm>
 
+#include "sds/common/listed_walks.h"
 #include "sds/refinement/level_step.h"
-#include "sds/refinement/listed_walks.h"
 
 namespace sds {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "sds/common/kept_scratch.h"
+#include "sds/common/listed_walks.h"
 #include "sds/refinement/level_step.h"
-#include "sds/refinement/listed_walks.h"
 
 namespace sds {
 

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "sds/common/array_bytes.h"
+#include "sds/common/listed_walks.h"
 #include "sds/refinement/handed_edges.h"
 #include "sds/refinement/level_kernels/level_kernels.h"
 #include "sds/refinement/patch_values.h"
@@ -200,19 +201,12 @@ public:
 private:
     // The limits that smooth neighbors do not tell.
     void set_sharp_limits(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits) {
-        const unsigned int count = level.sharp_vertices.get_count();
-        m_scratch->faces.resize(count + 1);
-        unsigned int* listed = m_scratch->faces.get_data();
-        unsigned int listed_count = 0;
-        for (unsigned int i = 0; i < count; ++i) {
-            listed[listed_count] = i;
-            listed_count +=
-                level.vertex_kinds[level.sharp_vertices[i].vertex] != RefinementLevel::irregular_vertex ? 1 : 0;
-        }
-        for (unsigned int i = 0; i < listed_count; ++i) {
-            const SharpVertex& vertex = level.sharp_vertices[listed[i]];
-            limits.set_untouched(vertex.vertex, limit_point(level, values, vertex));
-        }
+        const SharpVertex* vertices = level.sharp_vertices.get_data();
+        const unsigned char* kinds = level.vertex_kinds.get_data();
+        for_each_where(
+            level.sharp_vertices.get_count(),
+            [=](unsigned int i) { return kinds[vertices[i].vertex] != RefinementLevel::irregular_vertex; },
+            [&](unsigned int i) { limits.set_untouched(vertices[i].vertex, limit_point(level, values, vertices[i])); });
     }
     LevelFaces view(const RefinementLevel& level, const LevelValues<Vec3d>& values, PatchLimits<Vec3d>& limits) {
         static_assert(sizeof(FaceState) == 1);
@@ -350,7 +344,7 @@ private:
 
     struct Scratch {
         CoreArray<unsigned int> net_offsets;  // per patch: where its nets begin, or none
-        CoreArray<unsigned int> faces;        // or sharp vertices
+        CoreArray<unsigned int> faces;
         size_t get_memory_size() const { return bytes_of(net_offsets) + bytes_of(faces); }
     };
 

@@ -5,9 +5,9 @@
 #pragma once
 
 #include "qn_simd/simd_double4.h"
+#include "sds/common/listed_walks.h"
 #include "sds/refinement/level_kernels/face_corners.h"
 #include "sds/refinement/level_kernels/level_kernels.h"
-#include "sds/refinement/listed_walks.h"
 
 namespace sds {
 
