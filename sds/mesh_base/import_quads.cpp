@@ -97,6 +97,7 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
     }
 
     vertex_infos.assign(vertex_count, VertexInfo{});
+    const unsigned char* const smooth = edge_smooth_flags.get_data();
     const sds::ProgressTask task(progress, "compute creases", 0.5f);
     sds::progress_steps(progress, quad_count);
     for (unsigned int first = 0; first < quad_count; first += block_size) {
@@ -107,9 +108,8 @@ void SdsMeshBase::import_quads(const CoreBasicArray<unsigned int>& polygon_indic
             end - first, [&](unsigned int i) { return edges.quad_edge_flags[first + i] != plain_quad; },
             [&](unsigned int i) {
                 const unsigned int q = first + i;
-                const unsigned char* smooth = edge_smooth_flags.get_data() + 4 * size_t{q};
                 edges.quad_edge_flags[q] = static_cast<unsigned char>(
-                    plain_quad | count_sharp_edges(edges, quad_indices, q, smooth, vertex_infos));
+                    plain_quad | count_sharp_edges(edges, quad_indices, q, smooth + 4 * size_t{q}, vertex_infos));
             });
         if (progress != nullptr)
             for (unsigned int q = first; q < end; ++q) progress->step(q + 1);
